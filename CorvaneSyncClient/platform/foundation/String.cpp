@@ -1,0 +1,41 @@
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+
+namespace corvane {
+
+SharedBytes* SharedBytes::makeUninitialized(std::size_t size) {
+  if (size > std::numeric_limits<std::uint32_t>::max()) {
+    throw PlatformException("NSRangeException", "A text or data value may not exceed 4 GiB");
+  }
+  void* memory = ::operator new(sizeof(SharedBytes) + size);
+  return new (memory) SharedBytes(static_cast<std::uint32_t>(size));
+}
+
+SharedBytes* SharedBytes::make(const char* bytes, std::size_t size) {
+  SharedBytes* made = makeUninitialized(size);
+  if (size > 0) std::memcpy(made->mutableBytes(), bytes, size);
+  return made;
+}
+
+void SharedBytes::destroy(SharedBytes* bytes) {
+  bytes->~SharedBytes();
+  ::operator delete(bytes);
+}
+
+std::uint32_t SharedBytes::hash() const {
+  if (_hash == 0) _hash = hashOf(view());
+  return _hash;
+}
+
+std::uint32_t hashOf(std::string_view text) {
+  const std::uint64_t wide = std::hash<std::string_view>()(text);
+  const auto folded = static_cast<std::uint32_t>(wide ^ (wide >> 32));
+  return folded == 0 ? 1 : folded;  // 0 means "not computed yet"
+}
+
+}  // namespace corvane

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerChange.h"
+
+namespace corvane {
+
+/// A client registered with the engine, and the values that the engine keeps for it between sessions.
+class LoomerClient {
+ public:
+  virtual ~LoomerClient() = default;
+  virtual String clientIdentifier() const = 0;
+  /// The value kept under `key`; nothing when there is none.
+  virtual std::optional<Value> objectForKey(const String& key) = 0;
+  /// `setObject:forKey:`; nothing removes the value.
+  virtual void setObject(const std::optional<Value>& object, const String& key) = 0;
+};
+
+class LoomerSessionDriver;
+
+/// What the engine asks of a client during one session. All calls come synchronously from inside
+/// `LoomerSessionDriver::sync`, from one thread.
+class LoomerSessionDriverDataSource {
+ public:
+  virtual ~LoomerSessionDriverDataSource() = default;
+
+  virtual String clientIdentifier() = 0;
+  /// File URL of the client description; nothing when there is no such resource.
+  virtual std::optional<Url> clientDescriptionURL() = 0;
+  virtual std::vector<Url> schemaBundleURLs() = 0;
+  virtual std::vector<String> entityNamesToSync() = 0;
+  /// A LoomerSyncMode.
+  virtual int preferredSyncModeForEntityName(const String& entityName) = 0;
+  /// Seconds.
+  virtual double sessionBeginSessionTimeout() = 0;
+  virtual double sessionPullChangesTimeout() = 0;
+
+  /// `recordsForEntityName:moreComing:error:`: records by local id. Asked again while `moreComing` is set to true.
+  virtual Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) = 0;
+  /// `changedRecordsForEntityName:moreComing:error:`: as above, the records changed since the last session.
+  virtual Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) = 0;
+
+  /// `applyChange:forEntityName:remappedRecordIdentifier:formattedRecord:error:` answers a LoomerChangeResult.
+  /// `remappedRecordIdentifier` receives the client's own id for an added record and is otherwise left alone.
+  virtual int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
+                          const Dictionary* formattedRecord, String& error) = 0;
+  /// `deleteAllRecordsForEntityName:error:`; false cancels the session.
+  virtual bool deleteAllRecordsForEntityName(const String& entityName, String& error) = 0;
+
+  /// `sessionDriver:didRegisterClientAndReturnError:`; false, here and below, cancels the session.
+  virtual bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) = 0;
+  /// `sessionDriver:didPullAndReturnError:`
+  virtual bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) = 0;
+  /// `sessionDriver:willFinishSessionAndReturnError:`
+  virtual bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) = 0;
+  /// `sessionDriverWillCancelSession:`; what it stores with the client is kept though the session is rolled back.
+  virtual void sessionDriverWillCancelSession(LoomerSessionDriver& driver) = 0;
+};
+
+/// Runs one session for a data source.
+class LoomerSessionDriver {
+ public:
+  virtual ~LoomerSessionDriver() = default;
+
+  /// `sessionDriverWithDataSource:` of the current engine. The data source must outlive the driver.
+  static std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
+      LoomerSessionDriverDataSource& dataSource);
+
+  /// The client that the session runs for, not owned (the manager owns it); null leaves it to the data source's
+  /// identifier and description.
+  virtual void _setClient(LoomerClient* client) = 0;
+  /// The session's client; null before there is one.
+  virtual LoomerClient* client() = 0;
+  /// Runs the session. False when it did not succeed: `lastError` says why and nothing has changed. Exceptions of the
+  /// data source pass through after the session was cancelled.
+  virtual bool sync() = 0;
+  /// Why the last `sync` answered false; absent after a success.
+  virtual String lastError() = 0;
+};
+
+}  // namespace corvane

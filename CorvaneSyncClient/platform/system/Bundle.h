@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace corvane {
+
+/// A directory with code and resources.
+class Bundle {
+ public:
+  virtual ~Bundle() = default;
+  /// Its directory, for messages.
+  virtual std::string path() = 0;
+  /// Opens its shared library, once. False when it has none or it cannot be opened.
+  virtual bool load() = 0;
+  /// Whether the loaded library has a class of this name: any exported C symbol "NAME_…".
+  virtual bool hasClass(const std::string& name) = 0;
+  /// The class method as a callable: the exported C symbol "CLASS_METHOD" of type void(); null when there is none.
+  using ClassMethod = void (*)();
+  virtual ClassMethod classMethod(const std::string& className, const std::string& method) = 0;
+  /// The path of "Resources/NAME.TYPE"; nothing when there is no such file.
+  virtual std::optional<std::string> resource(const std::string& name, const std::string& type) = 0;
+  /// The user's language's text for `key` in "Resources/LANG.lproj/TABLE.strings"; `key` itself without one.
+  virtual std::string localizedString(const std::string& key, const std::string& table) = 0;
+};
+
+/// The table that is meant when none is named.
+inline constexpr const char* kDefaultStringsTable = "Localizable";
+
+/// Where bundles come from.
+class BundleLoader {
+ public:
+  virtual ~BundleLoader() = default;
+  /// The bundle at `path`; null when there is no directory. Paths under /System/Library are looked for at the root
+  /// first, then under the installation's own "System/Library".
+  virtual std::unique_ptr<Bundle> bundleWithPath(const std::string& path) = 0;
+  /// The bundle of an identifier: the browser's resolves to the "Corvane.app" around the running tool. Null for others.
+  virtual std::unique_ptr<Bundle> bundleWithIdentifier(const std::string& identifier) = 0;
+  /// The tool's own bundle ("CorvaneSyncClient.app"), for resources and localised strings. Always answers one.
+  virtual Bundle& ownBundle() = 0;
+};
+
+}  // namespace corvane

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/foundation/Format.h"
+
+namespace corvane {
+
+/// The always-on log. One message becomes one line: line breaks and other control characters inside are escaped.
+class SystemLog {
+ public:
+  enum class Kind { message, diagnostic };
+
+  virtual ~SystemLog() = default;
+  /// `kind` tells traces from messages for whoever keeps them apart; both go to the same log.
+  virtual void write(Kind kind, std::string_view message) = 0;
+};
+
+void writeToSystemLog(std::string_view message);
+
+/// Writes a formatted message to the current platform's system log.
+template <typename... Arguments>
+void systemLog(std::string_view text, const Arguments&... arguments) {
+  writeToSystemLog(format(text, arguments...));
+}
+
+}  // namespace corvane

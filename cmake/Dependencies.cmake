@@ -1,0 +1,10 @@
+# The libraries that platform/ stands on, one imported target each.
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
+pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(IDN2 REQUIRED IMPORTED_TARGET libidn2)
+pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
+pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
