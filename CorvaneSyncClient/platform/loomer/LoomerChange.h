@@ -9,7 +9,7 @@
 namespace corvane {
 
 /// One change that the engine hands to a client.
-class LoomerChange : public Describable {
+class LoomerChange final : public Describable {
  public:
   /// `initWithChangeType:recordIdentifier:changes:`; `type` is a LoomerChangeType, though any number can be carried;
   /// `record` is the whole record after the change, absent for a deletion.

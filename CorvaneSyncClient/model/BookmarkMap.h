@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "CorvaneSyncClient/model/ChildList.h"
+#include "CorvaneSyncClient/model/CorvaneBookmark.h"
+#include "CorvaneSyncClient/platform/foundation/OrderedMap.h"
+
+namespace corvane {
+
+/// The bookmark tree: every node under its uid, in the order in which the uids came. Owns the nodes. Beside
+/// them it holds special-folder markers, strings that record that a special folder of one title was seen; a
+/// marker is never a node.
+class BookmarkMap final : public Describable {
+ public:
+  /// A node, or null where `marker` says what the entry is.
+  struct Entry {
+    std::unique_ptr<CorvaneBookmark> node;
+    String marker;
+  };
+
+  BookmarkMap() = default;
+  BookmarkMap(const BookmarkMap&) = delete;
+  BookmarkMap& operator=(const BookmarkMap&) = delete;
+
+  /// The node under `uid`; null when there is none, also for a marker and for an absent uid.
+  CorvaneBookmark* find(const String& uid) const;
+  /// As `find`, for folders only.
+  CorvaneBookmarkFolder* findFolder(const String& uid) const;
+  /// The root folder, or null.
+  CorvaneBookmarkFolder* root() const { return findFolder(kRootUid); }
+  /// Whether anything stands under `uid`, a marker included.
+  bool contains(const String& uid) const { return _entries.contains(uid); }
+  std::size_t size() const { return _entries.size(); }
+
+  /// Enters a node under its uid in place of whatever was there (a node there is destroyed). The map owns it.
+  void insert(std::unique_ptr<CorvaneBookmark> node);
+  /// Enters the marker under itself.
+  void insertMarker(const String& marker);
+  /// Takes the entry out; a node is destroyed. Nothing when there is none.
+  void remove(const String& uid);
+
+  /// All keys in map order, markers included: for walks that change the map.
+  std::vector<String> keys() const { return _entries.keys(); }
+  OrderedMap<Entry>::const_iterator begin() const { return _entries.begin(); }
+  OrderedMap<Entry>::const_iterator end() const { return _entries.end(); }
+
+  /// A snapshot: every node copied, every marker kept, in the same order.
+  std::unique_ptr<BookmarkMap> scDeepMutableCopy() const;
+
+  /// "{uid = node; …}".
+  std::string description() const override;
+
+ private:
+  friend class CorvaneBookmark;
+  friend class ChildIndex;
+
+  /// Tells the lists that name `uid` that what stands there sorts differently now.
+  void sortKeyChanged(const String& uid);
+
+  std::unordered_map<String, ChildIndex::Item*>
+      _listings;               // uid → the first of the indexed list items that name it
+  OrderedMap<Entry> _entries;  // destroyed before the listings, which its folders leave
+};
+
+}  // namespace corvane

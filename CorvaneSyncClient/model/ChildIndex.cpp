@@ -1,0 +1,213 @@
+#include "CorvaneSyncClient/model/ChildIndex.h"
+
+#include <array>
+#include <utility>
+
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+
+namespace corvane {
+
+struct ChildIndex::Item {
+  String uid;
+  SiblingKey key;
+  ChildIndex* index = nullptr;
+  Item* parent = nullptr;
+  Item* left = nullptr;
+  Item* right = nullptr;
+  Item* nextSameUid = nullptr;
+  Item* previousSameUid = nullptr;
+  std::array<Item*, kPlacementOrders> highest{};  // of the subtree, in each order; never null once linked
+  std::uint32_t priority = 0;
+};
+
+ChildIndex::ChildIndex(BookmarkMap& map, const std::vector<String>& uids) : _map(map) {
+  // The right spine, from the last item up, takes each new item as its lowest member; what has a lower
+  // priority becomes its left subtree and is finished.
+  Item* last = nullptr;
+  for (const String& uid : uids) {
+    Item* item = newItem(uid);
+    Item* above = last;
+    Item* below = nullptr;
+    while (above && above->priority < item->priority) {
+      updateMaxima(*above);
+      below = std::exchange(above, above->parent);
+    }
+    item->left = below;
+    if (below) below->parent = item;
+    item->parent = above;
+    (above ? above->right : _root) = item;
+    last = item;
+  }
+  updateUpwards(last);
+}
+
+ChildIndex::~ChildIndex() {
+  std::vector<Item*> pending;
+  if (_root) pending.push_back(_root);
+  while (!pending.empty()) {
+    Item* item = pending.back();
+    pending.pop_back();
+    if (item->left) pending.push_back(item->left);
+    if (item->right) pending.push_back(item->right);
+    leaveListing(*item);
+    delete item;
+  }
+}
+
+void ChildIndex::insert(const String& uid, const PlacementRule& rule) {
+  Item* next = firstToStopAt(rule);
+  linkBefore(next, *newItem(uid));
+}
+
+bool ChildIndex::remove(const String& uid) {
+  const auto listing = _map._listings.find(uid);
+  if (listing == _map._listings.end()) return false;
+  bool removed = false;
+  for (Item* item = listing->second; item;) {
+    Item* next = item->nextSameUid;
+    if (item->index == this) {
+      unlink(*item);
+      leaveListing(*item);
+      delete item;
+      removed = true;
+    }
+    item = next;
+  }
+  return removed;
+}
+
+std::vector<String> ChildIndex::uids() const {
+  std::vector<String> result;
+  std::vector<const Item*> open;
+  for (const Item* item = _root; item || !open.empty(); item = item->right) {
+    for (; item; item = item->left) open.push_back(item);
+    item = open.back();
+    open.pop_back();
+    result.push_back(item->uid);
+  }
+  return result;
+}
+
+void ChildIndex::refresh(Item& item) {
+  item.key = SiblingKey::of(item.index->_map.find(item.uid));
+  updateUpwards(&item);
+}
+
+ChildIndex::Item* ChildIndex::nextListing(const Item& item) { return item.nextSameUid; }
+
+ChildIndex::Item* ChildIndex::newItem(const String& uid) {
+  Item* item = new Item;
+  item->uid = uid;
+  item->key = SiblingKey::of(_map.find(uid));
+  item->index = this;
+  item->priority = nextPriority();
+  enterListing(*item);
+  return item;
+}
+
+void ChildIndex::enterListing(Item& item) {
+  Item*& first = _map._listings[item.uid];
+  item.nextSameUid = first;
+  if (first) first->previousSameUid = &item;
+  first = &item;
+}
+
+void ChildIndex::leaveListing(Item& item) {
+  if (item.nextSameUid) item.nextSameUid->previousSameUid = item.previousSameUid;
+  if (item.previousSameUid) {
+    item.previousSameUid->nextSameUid = item.nextSameUid;
+  } else if (item.nextSameUid) {
+    _map._listings[item.uid] = item.nextSameUid;
+  } else {
+    _map._listings.erase(item.uid);
+  }
+}
+
+ChildIndex::Item* ChildIndex::firstToStopAt(const PlacementRule& rule) const {
+  const auto order = static_cast<std::size_t>(rule.order());
+  const auto holdsStop = [&](const Item* subtree) {
+    return subtree && rule.stopsBefore(subtree->highest[order]->key);
+  };
+  Item* item = _root;
+  if (!holdsStop(item)) return nullptr;
+  while (true) {
+    if (holdsStop(item->left)) {
+      item = item->left;
+    } else if (rule.stopsBefore(item->key)) {
+      return item;
+    } else {
+      item = item->right;
+    }
+  }
+}
+
+void ChildIndex::linkBefore(Item* next, Item& item) {
+  if (next && !next->left) return linkBelow(next, next->left, item);
+  Item* last = next ? next->left : _root;
+  if (!last) return linkBelow(nullptr, _root, item);
+  while (last->right) last = last->right;
+  linkBelow(last, last->right, item);
+}
+
+void ChildIndex::linkBelow(Item* parent, Item*& place, Item& item) {
+  place = &item;
+  item.parent = parent;
+  updateMaxima(item);
+  while (item.parent && item.parent->priority < item.priority) rotateUp(item);
+  updateUpwards(item.parent);
+}
+
+void ChildIndex::unlink(Item& item) {
+  while (item.left || item.right) {
+    const bool leftRises = !item.right || (item.left && item.left->priority > item.right->priority);
+    rotateUp(leftRises ? *item.left : *item.right);
+  }
+  linkTo(item) = nullptr;
+  updateUpwards(item.parent);
+}
+
+void ChildIndex::rotateUp(Item& item) {
+  Item& parent = *item.parent;
+  linkTo(parent) = &item;
+  item.parent = parent.parent;
+  const bool wasLeft = parent.left == &item;
+  Item*& inner = wasLeft ? item.right : item.left;
+  (wasLeft ? parent.left : parent.right) = inner;
+  if (inner) inner->parent = &parent;
+  inner = &parent;
+  parent.parent = &item;
+  updateMaxima(parent);
+  updateMaxima(item);
+}
+
+ChildIndex::Item*& ChildIndex::linkTo(Item& item) {
+  if (!item.parent) return _root;
+  return item.parent->left == &item ? item.parent->left : item.parent->right;
+}
+
+void ChildIndex::updateMaxima(Item& item) {
+  for (int i = 0; i < kPlacementOrders; ++i) {
+    const auto order = static_cast<PlacementOrder>(i);
+    const auto at = static_cast<std::size_t>(i);
+    Item* highest = &item;
+    for (const Item* child : {item.left, item.right}) {
+      if (child && compareRank(order, child->highest[at]->key, highest->key) > 0)
+        highest = child->highest[at];
+    }
+    item.highest[at] = highest;
+  }
+}
+
+void ChildIndex::updateUpwards(Item* item) {
+  for (; item; item = item->parent) updateMaxima(*item);
+}
+
+// Marsaglia, "Xorshift RNGs", 2003.
+std::uint32_t ChildIndex::nextPriority() {
+  _random ^= _random << 13;
+  _random ^= _random >> 17;
+  _random ^= _random << 5;
+  return _random;
+}
+
+}  // namespace corvane

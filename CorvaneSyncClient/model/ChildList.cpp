@@ -1,0 +1,97 @@
+#include "CorvaneSyncClient/model/ChildList.h"
+
+#include <algorithm>
+
+#include "CorvaneSyncClient/front/SCLog.h"
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+
+namespace corvane {
+
+namespace {
+
+// Below this length a walk is cheaper than an index.
+constexpr std::size_t kIndexedLength = 64;
+
+const char* yesOrNo(bool value) { return value ? "YES" : "NO"; }
+
+// The reference form of placement: the place of the first sibling that the child stops before.
+std::size_t placeByWalking(const std::vector<String>& uids, const CorvaneBookmark& child,
+                           const CorvaneBookmark& folder, const BookmarkMap& map) {
+  const PlacementRule rule(child, folder.uid().isSameInstance(kRootUid));
+  for (std::size_t i = 0; i < uids.size(); ++i) {
+    const SiblingKey sibling = SiblingKey::of(map.find(uids[i]));
+    if (rule.order() != PlacementOrder::byPosition) {
+      SCLog(
+          "====== can insert called, parent uid %@, candidate %@, previous %@, candidate/previous special "
+          "%@/%@",
+          folder.uid(), child.title(), sibling.title, yesOrNo(child.special()), yesOrNo(sibling.special));
+    }
+    if (rule.stopsBefore(sibling)) return i;
+  }
+  return uids.size();
+}
+
+}  // namespace
+
+ChildList::ChildList(const ChildList& other) : Describable(other), _present(other._present) {
+  if (const auto* uids = other.uids()) _uids = *uids;
+}
+
+const std::vector<String>* ChildList::uids() const {
+  if (!_present) return nullptr;
+  if (_stale) {
+    _uids = _index->uids();
+    _stale = false;
+  }
+  return &_uids;
+}
+
+void ChildList::assign(std::vector<String> uids) {
+  _index.reset();
+  _uids = std::move(uids);
+  _stale = false;
+  _present = true;
+}
+
+void ChildList::add(const CorvaneBookmark& child, const CorvaneBookmark& folder, BookmarkMap& map,
+                    BookmarkMap* folderMap) {
+  if (!_present) return assign({child.uid()});
+  // Every sibling that the walk looks at is traced, so that with the diagnostic log on it has to be a walk.
+  if (folderMap == &map && !SCLogIsOn() && indexed(folderMap)) {
+    _index->insert(child.uid(), PlacementRule(child, folder.uid().isSameInstance(kRootUid)));
+    _stale = true;
+    return;
+  }
+  std::vector<String>& list = walkedList();
+  const std::size_t place = placeByWalking(list, child, folder, map);
+  list.insert(list.begin() + static_cast<std::ptrdiff_t>(place), child.uid());
+}
+
+void ChildList::remove(const String& uid, BookmarkMap* folderMap) {
+  if (!_present) return;
+  if (folderMap && indexed(folderMap)) {
+    _stale = _index->remove(uid) || _stale;
+    return;
+  }
+  std::erase(walkedList(), uid);
+}
+
+std::string ChildList::description() const {
+  if (!_present) return "(null)";
+  Array list;
+  for (const String& uid : *uids()) list.append(uid);
+  return corvane::description(list);
+}
+
+std::vector<String>& ChildList::walkedList() {
+  uids();
+  _index.reset();
+  return _uids;
+}
+
+bool ChildList::indexed(BookmarkMap* map) {
+  if (!_index && _uids.size() >= kIndexedLength) _index = std::make_unique<ChildIndex>(*map, _uids);
+  return _index != nullptr;
+}
+
+}  // namespace corvane

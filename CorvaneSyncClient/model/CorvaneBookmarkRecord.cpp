@@ -1,0 +1,97 @@
+#include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+
+#include "CorvaneSyncClient/front/SCLog.h"
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/platform/foundation/TypedUrl.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/system/SystemLog.h"
+
+namespace corvane {
+
+CorvaneBookmarkRecord* CorvaneBookmarkRecord::bookmarkWithUid(const String& uid, const Dictionary& record,
+                                                              BookmarkMap& map) {
+  auto owned = std::make_unique<CorvaneBookmarkRecord>(uid);
+  CorvaneBookmarkRecord* bookmark = owned.get();
+  bookmark->setPosition(kUnknownPosition);
+  map.insert(std::move(owned));
+  bookmark->updateWithVessynDictionary(record, map);
+  return bookmark;
+}
+
+void CorvaneBookmarkRecord::setUrl(const Value* url) {
+  if (url && url->as<Url>()) {
+    SCLog("setUrl called with a url, not a string");
+    _url = url->as<Url>()->text;
+  } else if (url && url->as<String>()) {
+    _url = *url->as<String>();
+  } else {
+    systemLog("setURL called with an unknown type %@", url ? url->typeName() : nullptr);
+  }
+}
+
+std::unique_ptr<CorvaneBookmark> CorvaneBookmarkRecord::copyWithZone() const {
+  return std::unique_ptr<CorvaneBookmark>(new CorvaneBookmarkRecord(*this));
+}
+
+bool CorvaneBookmarkRecord::isEqual(const CorvaneBookmark& other) const {
+  if (this == &other) return true;
+  const CorvaneBookmarkRecord* record = other.asRecord();
+  return record && CorvaneBookmark::isEqual(other) && _url && _url == record->_url;
+}
+
+std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(const BookmarkMap&) const {
+  Dictionary record;
+  record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark);
+  writeCommonRecordValues(
+      {LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position,
+       LoomerRelationship_Bookmarks_Bookmark_Parent},
+      record);
+  if (!_url) return record;
+  if (const std::optional<Url> url = urlForRecord()) {
+    record.set(LoomerAttribute_Bookmarks_Bookmark_Url, *url);
+  } else {
+    systemLog("Warning - url \"%@\" for Bookmark \"%@\" is invalid, not syncing url value for bookmark", _url,
+              title());
+  }
+  return record;
+}
+
+std::optional<Url> CorvaneBookmarkRecord::urlForRecord() const {
+  if (auto url = urlWithUserTypedString(_url.view())) return url;
+  const std::string escaped = percentEscaped(_url.view());
+  SCLog("Escaped bad url \"%@\" into \"%@\"", _url, escaped);
+  return urlWithUserTypedString(escaped);
+}
+
+void CorvaneBookmarkRecord::updateWithVessynDictionary(const Dictionary& record, BookmarkMap& map) {
+  setTitle(record.string(LoomerAttribute_Bookmarks_Bookmark_Name.view()));
+  setUrl(record.find(LoomerAttribute_Bookmarks_Bookmark_Url));
+  setParentId(parentInRecord(record, LoomerRelationship_Bookmarks_Bookmark_Parent));
+  if (const auto position = record.integer32(LoomerAttribute_Bookmarks_Bookmark_Position.view())) {
+    setPosition(*position);
+  }
+  replaceInParent(map);
+}
+
+void CorvaneBookmarkRecord::applyChangesFromVessynDictionary(
+    const Dictionary& record, const CorvaneBookmark* exceptingChangesFromOrigBookmark, BookmarkMap& map) {
+  mergeRecord({LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position,
+               LoomerRelationship_Bookmarks_Bookmark_Parent},
+              record, exceptingChangesFromOrigBookmark, map);
+}
+
+void CorvaneBookmarkRecord::mergeOwnAttribute(const Dictionary& record, const CorvaneBookmark* original) {
+  const Value* url = record.find(LoomerAttribute_Bookmarks_Bookmark_Url);
+  const CorvaneBookmarkRecord* originalRecord = original ? original->asRecord() : nullptr;
+  if (originalRecord && !(_url && _url == originalRecord->_url)) {
+    SCLog(
+        "NOT applying url change of bookmark %@. Sync Server has url: %@, Corvane has url %@, original has "
+        "url %@",
+        uid(), url, _url, originalRecord->_url);
+    return;
+  }
+  SCLog("applying url change of bookmark %@, new url: %@", uid(), url);
+  setUrl(url);
+}
+
+}  // namespace corvane

@@ -1,0 +1,239 @@
+#include "CorvaneSyncClient/model/CorvaneFileForm.h"
+
+#include "CorvaneSyncClient/front/SCLog.h"
+
+namespace corvane {
+
+namespace {
+
+const String kTypeKey = "WebBookmarkType";
+const String kTypeList = "WebBookmarkTypeList";
+const String kTypeLeaf = "WebBookmarkTypeLeaf";
+const String kUuidKey = "WebBookmarkUUID";
+const String kTitleKey = "Title";
+const String kChildrenKey = "Children";
+const String kAutoTabKey = "WebBookmarkAutoTab";
+const String kUrlKey = "URLString";
+const String kUriDictionaryKey = "URIDictionary";
+const String kUriTitleKey = "title";
+const String kUriUrlKey = "";
+const String kOmitKey = "ShouldOmitFromUI";
+const String kEmptyText = "";
+
+bool isOmitted(const Dictionary& entry) { return entry.boolean(kOmitKey.view()).value_or(false); }
+
+Dictionary withoutChildren(const Dictionary& entry) {
+  Dictionary kept = entry;
+  kept.remove(kChildrenKey);
+  return kept;
+}
+
+// What a node is written from: the entry as it was read, so that keys unknown to this program survive.
+Dictionary entryToWrite(const CorvaneBookmark& node) {
+  if (const auto& initial = node.initialCorvaneDictionaryRepresentation()) return *initial;
+  return Dictionary{{kUuidKey, node.uid()}};
+}
+
+Dictionary writeRecord(const CorvaneBookmarkRecord& record) {
+  Dictionary entry = entryToWrite(record);
+  for (const String& key : {kUriTitleKey, kUrlKey, kUriDictionaryKey, kTypeKey}) entry.remove(key);
+  const String url = record.url() ? record.url() : kEmptyText;
+  Dictionary uri;
+  if (record.title()) uri.set(kUriTitleKey, record.title());
+  uri.set(kUriUrlKey, url);
+  entry.set(kUriDictionaryKey, uri);
+  entry.set(kUrlKey, url);
+  entry.set(kTypeKey, kTypeLeaf);
+  return entry;
+}
+
+}  // namespace
+
+CorvaneBookmarkFolder* CorvaneFileForm::readFolder(const Dictionary& entry, const String& parentId,
+                                                   std::int32_t position, bool isIgnoredBySync) {
+  CorvaneBookmarkFolder* folder = openFolder(entry, parentId, position, isIgnoredBySync);
+  while (!_open.empty()) {
+    const OpenFolder& innermost = _open.back();
+    if (innermost.entries && innermost.next < innermost.entries->size()) {
+      readNextChild();
+    } else {
+      closeFolder();
+    }
+  }
+  return folder;
+}
+
+CorvaneBookmarkRecord* CorvaneFileForm::readRecord(const Dictionary& entry, const String& parentId,
+                                                   std::int32_t position, bool isIgnoredBySync) {
+  auto* record = readCommon<CorvaneBookmarkRecord>(entry, parentId, position, isIgnoredBySync);
+  if (!record) return nullptr;
+  record->setUrl(entry.find(kUrlKey));
+  if (const Dictionary* uri = entry.dictionary(kUriDictionaryKey.view())) {
+    record->setTitle(uri->string(kUriTitleKey.view()));
+  }
+  return record;
+}
+
+template <typename Node>
+Node* CorvaneFileForm::readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
+                                  bool isIgnoredBySync) {
+  const String uid = parentId ? entry.string(kUuidKey.view()) : kRootUid;
+  if (!uid) {
+    SCLog("Corvane - skipping Corvane entry for bookmark with no uid, dict is %@", entry);
+    return nullptr;
+  }
+  if (_map.contains(uid)) {
+    SCLog("Corvane - skipping Corvane entry for bookmark with duplicate uid %@, dict is %@", uid, entry);
+    return nullptr;
+  }
+  auto owned = std::make_unique<Node>(uid);
+  Node* node = owned.get();
+  node->_initialCorvaneDictionaryRepresentation = withoutChildren(entry);
+  node->_position = position;
+  node->_isIgnoredBySync = isIgnoredBySync;
+  node->_parentId = parentId;
+  _map.insert(std::move(owned));
+  return node;
+}
+
+CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, const String& parentId,
+                                                   std::int32_t position, bool isIgnoredBySync) {
+  auto* folder = readCommon<CorvaneBookmarkFolder>(entry, parentId, position, isIgnoredBySync);
+  if (!folder) return nullptr;
+  String title = entry.string(kTitleKey.view());
+  if (!title && parentId) {
+    // The folder stays in the map, so that its uid stays taken and the engine still hears of it.
+    SCLog("Corvane - skipping Corvane dict for folder without name: %@", entry);
+    return nullptr;
+  }
+  if (title && parentId.isSameInstance(kRootUid)) markIfSpecial(*folder, title);
+  if (!title) title = "/";
+  folder->setTitle(title);
+  folder->_autoTab = entry.boolean(kAutoTabKey.view()).value_or(false);
+  if (folder->_autoTab) {
+    SCLog("Corvane - creating object from Corvane record, setting auto tab to true for %@", title);
+  }
+  _open.push_back({folder, entry.array(kChildrenKey.view()), 0, {}});
+  return folder;
+}
+
+void CorvaneFileForm::markIfSpecial(CorvaneBookmarkFolder& folder, const String& title) {
+  if (!(title == "BookmarksBar") && !(title == "BookmarksMenu")) return;
+  const String marker = format("%@-SpecialBookmarkKey", title);
+  if (_map.contains(marker)) {
+    SCLog(
+        "Corvane - already saw record for %@ in Corvane Bookmarks.plist, not setting another one as special",
+        title);
+    return;
+  }
+  folder.setPosition(kSpecialPosition);
+  _map.insertMarker(marker);
+  folder.setSpecial(true);
+}
+
+void CorvaneFileForm::readNextChild() {
+  OpenFolder& parent = _open.back();
+  const std::size_t parentDepth = _open.size() - 1;
+  const Dictionary* entry = (*parent.entries)[parent.next++].as<Dictionary>();
+  if (!entry) return;
+  const bool isIgnored = parent.folder->isIgnoredBySync() || isOmitted(*entry);
+  const String type = entry->string(kTypeKey.view());
+  const String parentId = parent.folder->uid();
+  const auto position = static_cast<std::int32_t>(parent.built.size());
+  CorvaneBookmark* child = nullptr;
+  if (type == kTypeList) {
+    child = openFolder(*entry, parentId, position, isIgnored);
+  } else if (type == kTypeLeaf) {
+    child = readRecord(*entry, parentId, position, isIgnored);
+  }
+  if (child) _open[parentDepth].built.push_back(child->uid());
+}
+
+void CorvaneFileForm::closeFolder() {
+  OpenFolder& done = _open.back();
+  done.folder->setChildren(std::move(done.built));
+  _open.pop_back();
+}
+
+Dictionary CorvaneFileFormWriter::writeFolder(const CorvaneBookmarkFolder& folder) {
+  open(folder);
+  while (true) {
+    OpenFolder& innermost = _open.back();
+    const auto* children = innermost.folder->children();
+    if (children && innermost.next < children->size()) {
+      writeNextChild();
+      continue;
+    }
+    Dictionary entry = finish(innermost);
+    _written[innermost.folder] = entry;
+    _open.pop_back();
+    if (_open.empty()) return entry;
+    _open.back().children.emplace_back(std::move(entry));
+  }
+}
+
+void CorvaneFileFormWriter::open(const CorvaneBookmarkFolder& folder) {
+  Dictionary entry = entryToWrite(folder);
+  for (const String& key : {kTitleKey, kAutoTabKey, kTypeKey}) entry.remove(key);
+  if (folder.parentId() && folder.title()) entry.set(kTitleKey, folder.title());
+  _written.emplace(&folder, std::nullopt);
+  _open.push_back({&folder, std::move(entry), 0, {}});
+}
+
+void CorvaneFileFormWriter::writeNextChild() {
+  OpenFolder& parent = _open.back();
+  const CorvaneBookmark* child = _map.find((*parent.folder->children())[parent.next++]);
+  if (!child) return;
+  const CorvaneBookmarkFolder* folder = child->asFolder();
+  if (!folder) {
+    const CorvaneBookmarkRecord* record = child->asRecord();
+    parent.children.emplace_back(record ? writeRecord(*record)
+                                        : child->corvaneDictionaryRepresentation(_map));
+    return;
+  }
+  const auto begun = _written.find(folder);
+  if (begun == _written.end()) {
+    open(*folder);
+  } else if (begun->second) {
+    parent.children.emplace_back(*begun->second);
+  }
+}
+
+Dictionary CorvaneFileFormWriter::finish(OpenFolder& open) const {
+  const auto* children = open.folder->children();
+  if (children && !children->empty()) open.entry.set(kChildrenKey, Array(std::move(open.children)));
+  if (open.folder->autoTab()) {
+    open.entry.set(kAutoTabKey, true);
+    SCLog("Corvane - creating Corvane record, auto tab is true for %@", open.folder->title());
+  }
+  open.entry.set(kTypeKey, kTypeList);
+  return std::move(open.entry);
+}
+
+CorvaneBookmarkFolder* CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
+                                                                            const String& parentId,
+                                                                            std::int32_t position,
+                                                                            BookmarkMap& map) {
+  return CorvaneFileForm(map).readFolder(dictionary, parentId, position, isOmitted(dictionary));
+}
+
+CorvaneBookmarkRecord* CorvaneBookmarkRecord::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
+                                                                            const String& parentId,
+                                                                            std::int32_t position,
+                                                                            BookmarkMap& map) {
+  return CorvaneFileForm(map).readRecord(dictionary, parentId, position, isOmitted(dictionary));
+}
+
+Dictionary CorvaneBookmark::corvaneDictionaryRepresentation(const BookmarkMap&) const {
+  return entryToWrite(*this);
+}
+
+Dictionary CorvaneBookmarkFolder::corvaneDictionaryRepresentation(const BookmarkMap& map) const {
+  return CorvaneFileFormWriter(map).writeFolder(*this);
+}
+
+Dictionary CorvaneBookmarkRecord::corvaneDictionaryRepresentation(const BookmarkMap&) const {
+  return writeRecord(*this);
+}
+
+}  // namespace corvane

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+
+namespace corvane {
+
+// The browser's file form of the tree. Both directions keep their own stack of open folders, so that nesting
+// costs memory and never stack.
+
+/// Reads one entry of the file into a node of the map, and a folder's entry with everything below it.
+class CorvaneFileForm {
+ public:
+  explicit CorvaneFileForm(BookmarkMap& map) : _map(map) {}
+
+  /// `initWithCorvaneDictionary:parentId:position:map:isIgnoredBySync:` of each class: builds the node and
+  /// enters it in the map; null when the entry is skipped. The folder's form reads its subtree as well.
+  CorvaneBookmarkFolder* readFolder(const Dictionary& entry, const String& parentId, std::int32_t position,
+                                    bool isIgnoredBySync);
+  CorvaneBookmarkRecord* readRecord(const Dictionary& entry, const String& parentId, std::int32_t position,
+                                    bool isIgnoredBySync);
+
+ private:
+  /// A folder whose children are being read.
+  struct OpenFolder {
+    CorvaneBookmarkFolder* folder;
+    const Array* entries;  // null: no children
+    std::size_t next = 0;
+    std::vector<String> built;
+  };
+
+  /// The part common to all nodes; null when the entry is skipped.
+  template <typename Node>
+  Node* readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
+                   bool isIgnoredBySync);
+  /// The folder part, up to the children; null when the entry is skipped.
+  CorvaneBookmarkFolder* openFolder(const Dictionary& entry, const String& parentId, std::int32_t position,
+                                    bool isIgnoredBySync);
+  void markIfSpecial(CorvaneBookmarkFolder& folder, const String& title);
+  void readNextChild();
+  void closeFolder();
+
+  BookmarkMap& _map;
+  std::vector<OpenFolder> _open;
+};
+
+/// Writes a folder's entry with the whole subtree below it. A folder that is listed inside itself is left out
+/// there.
+class CorvaneFileFormWriter {
+ public:
+  explicit CorvaneFileFormWriter(const BookmarkMap& map) : _map(map) {}
+
+  Dictionary writeFolder(const CorvaneBookmarkFolder& folder);
+
+ private:
+  struct OpenFolder {
+    const CorvaneBookmarkFolder* folder;
+    Dictionary entry;
+    std::size_t next = 0;
+    std::vector<Value> children;
+  };
+
+  void open(const CorvaneBookmarkFolder& folder);
+  /// Writes the next child of the innermost open folder, or opens it.
+  void writeNextChild();
+  Dictionary finish(OpenFolder& open) const;
+
+  const BookmarkMap& _map;
+  std::vector<OpenFolder> _open;
+  /// Folders begun: an open one has no entry yet. A folder listed twice is written once and shared.
+  std::unordered_map<const CorvaneBookmarkFolder*, std::optional<Dictionary>> _written;
+};
+
+}  // namespace corvane
