@@ -1,8 +1,8 @@
 #include "CorvaneSyncClient/platform/foundation/Date.h"
 
 #include <cmath>
-#include <ctime>
 #include <cstdio>
+#include <ctime>
 
 namespace corvane {
 
@@ -17,7 +17,8 @@ std::string calendarText(const Date& date, std::tm* (*split)(const std::time_t*,
     const auto time = static_cast<std::time_t>(std::floor(date.seconds + kSecondsFrom1970To2001));
     std::tm parts{};
     char text[64];
-    if (split(&time, &parts) && std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &parts) > 0) return text;
+    if (split(&time, &parts) && std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %z", &parts) > 0)
+      return text;
   }
   char text[64];
   std::snprintf(text, sizeof text, "(date %.17g)", date.seconds);

@@ -31,7 +31,9 @@ void appendPrintf(std::string& text, const std::string& conversion, Number numbe
   if (length > 0) text.append(buffer, std::min(static_cast<std::size_t>(length), sizeof buffer - 1));
 }
 
-bool isFlagWidthOrPrecision(char c) { return std::string_view("-+ #0123456789.").find(c) != std::string_view::npos; }
+bool isFlagWidthOrPrecision(char c) {
+  return std::string_view("-+ #0123456789.").find(c) != std::string_view::npos;
+}
 
 }  // namespace
 

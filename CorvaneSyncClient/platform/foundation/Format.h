@@ -20,8 +20,8 @@ class Describable {
   ~Describable() = default;
 };
 
-/// One argument of a format, held by reference: describing it waits until the text is really built. Made in the call
-/// and used before it ends.
+/// One argument of a format, held by reference: describing it waits until the text is really built. Made in
+/// the call and used before it ends.
 class FormatArgument {
  public:
   template <std::integral T>
@@ -44,18 +44,19 @@ class FormatArgument {
 
   /// Adds what "%@" (or "%s") prints: "(null)" for an absent string or a null pointer.
   void describe(std::string& text) const;
-  /// Adds what a printf conversion such as "%d", "%u" or "%24.18f" prints; `conversion` is that whole conversion.
+  /// Adds what a printf conversion such as "%d", "%u" or "%24.18f" prints; `conversion` is that whole
+  /// conversion.
   void print(std::string& text, std::string_view conversion) const;
 
  private:
-  std::variant<std::int64_t, std::uint64_t, double, std::string_view, const String*, const Value*, const Array*,
-               const Dictionary*, const Date*, const Describable*>
+  std::variant<std::int64_t, std::uint64_t, double, std::string_view, const String*, const Value*,
+               const Array*, const Dictionary*, const Date*, const Describable*>
       _argument;
 };
 
-/// Builds a text from a format in which "%@" and "%s" print any argument on their own terms, "%d", "%i", "%u", "%x"
-/// and the floating conversions print numbers with printf's flags, width and precision, and "%%" prints "%". A
-/// conversion without an argument prints as it stands; arguments too many are ignored.
+/// Builds a text from a format in which "%@" and "%s" print any argument on their own terms, "%d", "%i",
+/// "%u", "%x" and the floating conversions print numbers with printf's flags, width and precision, and "%%"
+/// prints "%". A conversion without an argument prints as it stands; arguments too many are ignored.
 std::string vformat(std::string_view format, const FormatArgument* arguments, std::size_t count);
 
 template <typename... Arguments>

@@ -10,11 +10,11 @@
 
 namespace corvane {
 
-/// A map from text to `V` that lists its entries in the order in which their keys came: replacing a value keeps its
-/// key's place, removing a key and adding it again moves it to the end.
+/// A map from text to `V` that lists its entries in the order in which their keys came: replacing a value
+/// keeps its key's place, removing a key and adding it again moves it to the end.
 ///
-/// Finding, setting and removing cost O(1) amortised. Small maps are searched without a hash index. Setting a new key
-/// and removing one invalidate pointers to values and iterators.
+/// Finding, setting and removing cost O(1) amortised. Small maps are searched without a hash index. Setting a
+/// new key and removing one invalidate pointers to values and iterators.
 template <typename V>
 class OrderedMap {
  public:

@@ -10,25 +10,28 @@ namespace corvane {
 
 enum class PropertyListFormat { binary, xml, oldText };
 
-/// Bytes that are no property list. Its reason names the flavour, the offset (in bytes, from 0; for XML also the line)
-/// and the cause, as in "binary property list, offset 1034: string reaches beyond the end of the data".
+/// Bytes that are no property list. Its reason names the flavour, the offset (in bytes, from 0; for XML also
+/// the line) and the cause, as in "binary property list, offset 1034: string reaches beyond the end of the
+/// data".
 class PropertyListException : public PlatformException {
  public:
   explicit PropertyListException(std::string reason)
       : PlatformException("PropertyListException", std::move(reason)) {}
 };
 
-/// Reads a property list of any flavour: binary (version 00), XML, or the old plain text. Raises PropertyListException.
-/// Takes hostile input: time stays near linear and memory within a small multiple of the input, whatever the bytes.
-/// Nesting beyond `kPropertyListMaximumDepth` containers is refused. `format`, where given, receives the flavour.
+/// Reads a property list of any flavour: binary (version 00), XML, or the old plain text. Raises
+/// PropertyListException. Takes hostile input: time stays near linear and memory within a small multiple of
+/// the input, whatever the bytes. Nesting beyond `kPropertyListMaximumDepth` containers is refused. `format`,
+/// where given, receives the flavour.
 Value readPropertyList(std::string_view bytes, PropertyListFormat* format = nullptr);
 
-/// Writes the binary flavour: equal scalars and shared containers stand once, dictionaries keep their order. Raises
-/// PropertyListException for a value that no property list can hold (a URL).
+/// Writes the binary flavour: equal scalars and shared containers stand once, dictionaries keep their order.
+/// Raises PropertyListException for a value that no property list can hold (a URL).
 std::string writeBinaryPropertyList(const Value& value);
 
-/// Writes the XML flavour, without a document type, indented with tabs. Dates keep whole seconds only, as that flavour
-/// has no fractions. Raises PropertyListException for a URL, and for text that XML 1.0 cannot carry.
+/// Writes the XML flavour, without a document type, indented with tabs. Dates keep whole seconds only, as
+/// that flavour has no fractions. Raises PropertyListException for a URL, and for text that XML 1.0 cannot
+/// carry.
 std::string writeXmlPropertyList(const Value& value);
 
 inline constexpr std::size_t kPropertyListMaximumDepth = 200'000;

@@ -6,8 +6,8 @@
 
 namespace corvane {
 
-/// Base of everything that is shared by reference count. The count is not atomic: the tool has one thread, and
-/// shared objects must not travel between threads.
+/// Base of everything that is shared by reference count. The count is not atomic: the tool has one thread,
+/// and shared objects must not travel between threads.
 class RefCounted {
  public:
   RefCounted() = default;
@@ -26,8 +26,8 @@ class RefCounted {
   mutable std::uint32_t _references = 0;
 };
 
-/// Owning pointer to a RefCounted object; may be empty. `T` says how its last reference is dropped with a static
-/// function `destroy(T*)`, so that `T` may be incomplete where a Ref is only passed on.
+/// Owning pointer to a RefCounted object; may be empty. `T` says how its last reference is dropped with a
+/// static function `destroy(T*)`, so that `T` may be incomplete where a Ref is only passed on.
 template <typename T>
 class Ref {
  public:

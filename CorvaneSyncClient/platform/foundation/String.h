@@ -13,7 +13,8 @@ class SharedBytes : public RefCounted {
  public:
   /// Copies `size` bytes; raises PlatformException "NSRangeException" beyond 4 GiB.
   static SharedBytes* make(const char* bytes, std::size_t size);
-  /// As `make`, with the bytes left for the caller to fill through `mutableBytes` before anybody else sees them.
+  /// As `make`, with the bytes left for the caller to fill through `mutableBytes` before anybody else sees
+  /// them.
   static SharedBytes* makeUninitialized(std::size_t size);
   static void destroy(SharedBytes* bytes);
 
@@ -31,11 +32,11 @@ class SharedBytes : public RefCounted {
   mutable std::uint32_t _hash = 0;
 };
 
-/// Immutable UTF-8 text, shared by reference count and as small as a pointer. Like any pointer it may be empty: the
-/// empty String is the absent string, which differs from the string of no characters.
+/// Immutable UTF-8 text, shared by reference count and as small as a pointer. Like any pointer it may be
+/// empty: the empty String is the absent string, which differs from the string of no characters.
 ///
-/// Text that came from UTF-16 with unpaired surrogates holds them in their three-byte form, so that it can be written
-/// back as it was.
+/// Text that came from UTF-16 with unpaired surrogates holds them in their three-byte form, so that it can be
+/// written back as it was.
 class String {
  public:
   /// The absent string.

@@ -6,8 +6,8 @@
 
 namespace corvane {
 
-// Dropping the last reference to a container may drop the containers inside it, and so on down. They are queued and
-// destroyed one after another, so that depth never becomes stack.
+// Dropping the last reference to a container may drop the containers inside it, and so on down. They are
+// queued and destroyed one after another, so that depth never becomes stack.
 class ContainerRelease {
  public:
   template <typename Rep>

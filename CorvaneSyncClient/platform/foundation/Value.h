@@ -61,9 +61,9 @@ class Array {
   Ref<Rep> _rep;  // empty for no values
 };
 
-/// A dictionary with text keys that keeps insertion order: replacing a value keeps its key's place, removing a key and
-/// adding it again moves it to the end. Copies share their contents; changing one copy leaves the others as they were.
-/// Equality does not look at the order.
+/// A dictionary with text keys that keeps insertion order: replacing a value keeps its key's place, removing
+/// a key and adding it again moves it to the end. Copies share their contents; changing one copy leaves the
+/// others as they were. Equality does not look at the order.
 class Dictionary {
  public:
   using Map = OrderedMap<Value>;
@@ -87,9 +87,10 @@ class Dictionary {
   bool remove(std::string_view key);
   bool remove(const char* key) { return remove(std::string_view(key)); }
 
-  /// The value under `key` in one type; absent when there is none or it is of another type. `boolean` also takes an
-  /// integer or a real (true when it is not 0); `integer32` takes numbers and booleans: reals truncate toward zero,
-  /// larger integers keep their low 32 bits, and reals outside 64 bits (or no number) count as absent.
+  /// The value under `key` in one type; absent when there is none or it is of another type. `boolean` also
+  /// takes an integer or a real (true when it is not 0); `integer32` takes numbers and booleans: reals
+  /// truncate toward zero, larger integers keep their low 32 bits, and reals outside 64 bits (or no number)
+  /// count as absent.
   String string(std::string_view key) const;
   const Array* array(std::string_view key) const;
   const Dictionary* dictionary(std::string_view key) const;
@@ -108,10 +109,12 @@ class Dictionary {
   Ref<Rep> _rep;  // empty for no entries
 };
 
-/// Anything that a property list or a sync record can hold. Cheap to copy (16 bytes, a shared payload) and immutable.
-/// There is no absent Value: absence is a null pointer or an empty optional. Integers beyond 63 bits are unsigned.
+/// Anything that a property list or a sync record can hold. Cheap to copy (16 bytes, a shared payload) and
+/// immutable. There is no absent Value: absence is a null pointer or an empty optional. Integers beyond 63
+/// bits are unsigned.
 ///
-/// Comparing, describing, writing and dropping values uses no recursion, so that depth costs memory and never stack.
+/// Comparing, describing, writing and dropping values uses no recursion, so that depth costs memory and never
+/// stack.
 class Value {
  public:
   using Variant =
@@ -152,8 +155,8 @@ class Value {
   std::optional<std::int32_t> integer32() const;
   /// True for integers, reals and booleans.
   bool isNumber() const;
-  /// What the value is, for messages: "string", "boolean", "integer", "real", "date", "data", "array", "dictionary"
-  /// or "URL".
+  /// What the value is, for messages: "string", "boolean", "integer", "real", "date", "data", "array",
+  /// "dictionary" or "URL".
   const char* typeName() const;
 
   /// By type and value; reals by their bits' value (a NaN differs from itself).
@@ -163,9 +166,9 @@ class Value {
   Variant _payload;
 };
 
-/// One line of text for logs and messages: strings as they are, numbers in C's shortest exact form, booleans 1 and 0,
-/// dates as `description(Date)`, data as "<0a1b>", arrays as "(a, b)", dictionaries as "{k = v; l = w}", URLs as their
-/// text.
+/// One line of text for logs and messages: strings as they are, numbers in C's shortest exact form, booleans
+/// 1 and 0, dates as `description(Date)`, data as "<0a1b>", arrays as "(a, b)", dictionaries as "{k = v; l =
+/// w}", URLs as their text.
 std::string description(const Value& value);
 std::string description(const Array& array);
 std::string description(const Dictionary& dictionary);

@@ -1,0 +1,53 @@
+#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+
+#include <cstring>
+
+namespace corvane {
+
+Utf8Step decodeUtf8(std::string_view text, std::size_t at) {
+  const auto byteAt = [text](std::size_t index) { return static_cast<unsigned char>(text[index]); };
+  const unsigned char lead = byteAt(at);
+  if (lead < 0x80) return {lead, 1};
+  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() - at < length) return {};
+  char32_t codePoint = lead & (0x7F >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    const unsigned char next = byteAt(at + i);
+    if ((next & 0xC0) != 0x80) return {};
+    codePoint = codePoint << 6 | (next & 0x3F);
+  }
+  if (codePoint > 0x10FFFF || utf8Length(codePoint) != length) return {};
+  return {codePoint, length};
+}
+
+char* encodeUtf8(char* to, char32_t codePoint) {
+  const std::size_t length = utf8Length(codePoint);
+  if (length == 1) {
+    *to = static_cast<char>(codePoint);
+    return to + 1;
+  }
+  for (std::size_t i = length; i-- > 1; codePoint >>= 6) to[i] = static_cast<char>(0x80 | (codePoint & 0x3F));
+  static constexpr unsigned char kLeads[] = {0, 0, 0xC0, 0xE0, 0xF0};
+  *to = static_cast<char>(kLeads[length] | codePoint);
+  return to + length;
+}
+
+void appendUtf8(std::string& text, char32_t codePoint) {
+  char bytes[4];
+  text.append(bytes, encodeUtf8(bytes, codePoint));
+}
+
+bool isAscii(std::string_view bytes) {
+  const char* at = bytes.data();
+  std::size_t left = bytes.size();
+  std::uint64_t seen = 0;
+  for (; left >= sizeof seen; at += sizeof seen, left -= sizeof seen) {
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    seen |= word;
+  }
+  for (; left > 0; ++at, --left) seen |= static_cast<unsigned char>(*at);
+  return (seen & 0x8080808080808080U) == 0;
+}
+
+}  // namespace corvane
