@@ -1,0 +1,36 @@
+#pragma once
+
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+namespace corvane {
+
+/// What one run of the tool is asked to do.
+struct CommandLine {
+  enum class Command {
+    sync,
+    registerSyncClient,
+    unregisterSyncClient,
+    isSyncing,
+    canRegister,
+    isRegistered,
+    registerWithService,
+    unregisterFromService,
+    unknown,
+  };
+
+  Command command = Command::unknown;
+  /// For the first three; absent when the argument's bytes are no UTF-8, the form of names in the file
+  /// system.
+  String clientId;
+};
+
+/// Recognises the command. Whole arguments are compared, with regard to case.
+///
+/// A sync is told by the last four arguments, "--sync ID --entitynames WORDS", and by nothing before them;
+/// WORDS stand for nothing, since a session's entities are fixed.
+CommandLine parseCommandLine(int argc, const char* const* argv);
+
+/// What standard error shows for an unknown command.
+extern const char* const kUsage;
+
+}  // namespace corvane

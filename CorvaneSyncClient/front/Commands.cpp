@@ -1,0 +1,84 @@
+#include "CorvaneSyncClient/front/Commands.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "CorvaneSyncClient/front/Registration.h"
+#include "CorvaneSyncClient/front/SingleRunLock.h"
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/system/SystemLog.h"
+#include "CorvaneSyncClient/session/CorvaneSyncManager.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr int kYes = 0;
+constexpr int kNo = 1;
+
+bool syncClient(const String& clientId) {
+  const std::unique_ptr<CorvaneSyncManager> manager = CorvaneSyncManager::initWithClientId(clientId);
+  return manager && manager->sync();
+}
+
+int sync(const String& clientId) {
+  if (!clientId) {
+    systemLog("CorvaneSyncClient called to sync, but without a proper client id");
+    return kNo;
+  }
+  SingleRunLock lock;
+  if (!lock.acquire()) return kNo;
+  bool succeeded = false;
+  try {
+    succeeded = syncClient(clientId);
+  } catch (...) {
+    // Here and not in a destructor: those do not run for an exception that nobody catches.
+    lock.release();
+    throw;
+  }
+  lock.release();
+  return succeeded ? kYes : kNo;
+}
+
+int printUsage() {
+  std::fputs(kUsage, stderr);
+  return kNo;
+}
+
+int dispatch(const CommandLine& commandLine) {
+  using Command = CommandLine::Command;
+  switch (commandLine.command) {
+    case Command::sync:
+      return sync(commandLine.clientId);
+    case Command::registerSyncClient:
+      return registerSyncClient(commandLine.clientId);
+    case Command::unregisterSyncClient:
+      return unregisterSyncClient(commandLine.clientId);
+    case Command::isSyncing:
+      return SingleRunLock().isHeld() ? kYes : kNo;
+    case Command::canRegister:
+      return canRegister();
+    case Command::isRegistered:
+      return isRegistered();
+    case Command::registerWithService:
+      return registerWithService();
+    case Command::unregisterFromService:
+      return unregisterFromService();
+    case Command::unknown:
+      return printUsage();
+  }
+  return kNo;
+}
+
+}  // namespace
+
+int runCommand(const CommandLine& commandLine) {
+  try {
+    return dispatch(commandLine);
+  } catch (const PlatformException& exception) {
+    systemLog("Uncaught exception running corvanetool: %@", exception.reason());
+    return kNo;
+  }
+}
+
+}  // namespace corvane

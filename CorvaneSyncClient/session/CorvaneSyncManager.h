@@ -1,0 +1,92 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/Value.h"
+
+namespace corvane {
+
+class CorvanePlistManager;
+class SessionDriverController;
+
+/// Drives one bookmarks sync run of one client id: reads and checks the browser's file, runs one session of
+/// the sync engine over it, and writes the merged bookmarks back when the session's data source asks for it.
+///
+/// The client "com.keldra.Corvane" syncs "Bookmarks.plist"; "com.keldra.Corvane.FILE" is a test client that
+/// syncs FILE, which must exist. Made once per run. Raises PlatformException out of `sync`; see there.
+class CorvaneSyncManager {
+ public:
+  /// Called before each save with the working map and the path of the bookmarks file.
+  using UnitTestCallback = std::function<void(const BookmarkMap& bookmarks, const std::string& path)>;
+
+  /// `initWithClientId:` The file's directory is "Library/Corvane" in the user's home directory.
+  static std::unique_ptr<CorvaneSyncManager> initWithClientId(const String& clientId);
+  /// `initWithClientId:inDirectory:` None for an id of neither form and for a test client without a file; a
+  /// log says which. For the main client, a missing file is made, as an empty dictionary, and so is its
+  /// directory. Raises NSObjectNotAvailableException when there is no directory and none can be made.
+  static std::unique_ptr<CorvaneSyncManager> initWithClientId(const String& clientId,
+                                                              const std::string& inDirectory);
+  ~CorvaneSyncManager();
+  CorvaneSyncManager(const CorvaneSyncManager&) = delete;
+  CorvaneSyncManager& operator=(const CorvaneSyncManager&) = delete;
+
+  /// One sync run; whether its session succeeded. False also when the file holds no dictionary.
+  ///
+  /// Raises "CorvaneBookmarksUnknownVersionException" for a file of a version that is not known here, what
+  /// `saveBookmarks` raises, and what the engine and the file store raise. Of all these, only a save that was
+  /// stolen its lock, or that failed on the way after writing, leaves the file changed.
+  bool sync();
+
+  /// `saveBookmarks:checkIfModified:` Writes the tree of `bookmarks` to the file; the file's new modification
+  /// date. The second argument is not used: the file's date is checked unless the engine has replaced all
+  /// records.
+  ///
+  /// When the file changed meanwhile, it is read again, the session's pulled changes are replayed on it and
+  /// the result is saved, up to ten saves in all. Raises "CorvaneSyncClientSaveException" after the tenth,
+  /// "CorvaneBookmarksCannotSaveException" when an unchecked save fails, and
+  /// "CorvaneBookmarksInvalidException" when the changed file cannot be mapped.
+  std::optional<Date> saveBookmarks(const BookmarkMap& bookmarks, bool checkIfModified);
+
+  /// Whether the feed agent is left asleep after a session; it is woken unless somebody sets this.
+  void _setIsPrivateSync(bool isPrivateSync) { _isPrivateSync = isPrivateSync; }
+  /// `callback` is not owned and must outlive the manager; null for none.
+  void _setUnitTestCallback(const UnitTestCallback* callback) { _unitTestCallback = callback; }
+
+ private:
+  explicit CorvaneSyncManager(String clientId);
+
+  bool _findOrMakeBookmarksFile(const std::string& directory, const std::string& fileName);
+  void _makeBookmarksFile(const std::string& directory, const std::string& path);
+
+  /// Raises "CorvaneBookmarksUnknownVersionException" unless the file's version is one that can be synced,
+  /// which then becomes the process's current one.
+  void _checkAndSetBookmarkFileVersion(const Dictionary& bookmarks);
+  void _checkVersionNumber(const Value& value);
+  [[noreturn]] void _raiseUnknownVersion();
+  /// Builds the tree of a file's contents. Raises "CorvaneBookmarksInvalidException" when it cannot be built,
+  /// which is so when there are no contents.
+  std::unique_ptr<BookmarkMap> _mapBookmarks(const std::optional<Dictionary>& bookmarks);
+  std::string _corvaneBookmarksInvalidMessage();
+
+  /// What is written for a map; nothing when it has no root.
+  std::optional<Dictionary> _dictionaryForDisk(const BookmarkMap& bookmarks);
+  std::optional<Date> _saveOnce(std::optional<Dictionary> dictionary);
+  std::optional<Dictionary> _reloadAndMerge();
+
+  /// Wakes the feed agent.
+  void _notifyInterestedParties();
+  void _startFeedAgent();
+
+  std::unique_ptr<CorvanePlistManager> _plistManager;
+  std::unique_ptr<SessionDriverController> _driverController;
+  String _clientId;
+  bool _isPrivateSync = false;
+  const UnitTestCallback* _unitTestCallback = nullptr;
+};
+
+}  // namespace corvane

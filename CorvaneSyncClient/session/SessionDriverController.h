@@ -1,0 +1,133 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
+#include "CorvaneSyncClient/session/TopDownFolders.h"
+
+namespace corvane {
+
+class CorvaneSyncManager;
+
+/// What the sync engine talks to during one session of the bookmarks client. One object serves one session.
+///
+/// It offers the bookmarks as they were when the session began, takes in the changes that the engine hands
+/// down, and has the sync manager save the outcome. Deletions and bookmark changes go to the working map as
+/// they come. Folder additions and modifications are held aside, since a folder may come before its parent;
+/// they are placed, parents first, at the first bookmark change or when all has been pulled. Every change is
+/// filed besides, so that it can be replayed on the file as the browser left it if that changed during the
+/// session.
+///
+/// Nothing here fails towards the engine except by a change's result and by a delete-all of an unknown
+/// entity. What the manager's save raises passes through.
+class SessionDriverController final : public LoomerSessionDriverDataSource {
+ public:
+  /// `initWithClientId:syncManager:` The manager is not owned, must outlive this object, and is asked for
+  /// nothing but to save the bookmarks at the end of the session.
+  SessionDriverController(String clientId, CorvaneSyncManager& syncManager);
+  SessionDriverController(const SessionDriverController&) = delete;
+  SessionDriverController& operator=(const SessionDriverController&) = delete;
+
+  /// Gives the bookmarks as the session finds them, never null, and makes the working map from them. The map
+  /// already held changes nothing.
+  void setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks);
+  /// The file's modification date when it was read; absent when it is not known.
+  void setCurrentDiskModDate(std::optional<Date> date);
+  /// Whether the engine handed anything down, be it ignored or refused.
+  bool bookmarksChanged() const { return _bookmarksChanged; }
+  /// Whether the engine asked to delete all records of an entity: its data replaces the client's.
+  bool pulledTheTruth() const { return _pulledTheTruth; }
+  /// The map that pulled changes go to; null before there is an original.
+  const BookmarkMap* currentBookmarkDictionary() const { return _currentBookmarkDictionary.get(); }
+
+  /// `applyChangesToDictionary:` Replays all filed changes on `bookmarks`, a map of the file as it is now.
+  /// Where it differs from the original, the browser's changes stand. Can be repeated on other maps.
+  void applyChangesToDictionary(BookmarkMap& bookmarks);
+
+  String clientIdentifier() override { return _clientId; }
+  std::optional<Url> clientDescriptionURL() override;
+  std::vector<Url> schemaBundleURLs() override;
+  /// Folders, then bookmarks.
+  std::vector<String> entityNamesToSync() override;
+  /// Refresh without a date of the last sync; fast when the file is no newer than that; slow otherwise. The
+  /// entity is not looked at.
+  int preferredSyncModeForEntityName(const String& entityName) override;
+  double sessionBeginSessionTimeout() override { return 60.0; }
+  double sessionPullChangesTimeout() override { return 600.0; }
+  /// All at once: the folders of the original map, or for any other entity its bookmarks; never those that
+  /// are ignored by sync.
+  Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  /// Always none: a session over a changed file is a slow one.
+  Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  /// `formattedRecord` is not used and `error` never written.
+  int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
+                  const Dictionary* formattedRecord, String& error) override;
+  /// Empties the entity but for the root folder and what is ignored by sync; false, with a line in the system
+  /// log, for an entity that is not synced.
+  bool deleteAllRecordsForEntityName(const String& entityName, String& error) override;
+  bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) override;
+  bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) override;
+  /// Saves what changed and keeps the file's date with the client; a date that could not be had is forgotten
+  /// there, which makes the next session a refresh.
+  bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) override;
+  void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
+
+ private:
+  using Uids = std::vector<String>;
+
+  // Taking changes in.
+  int _applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
+                   const Dictionary* formattedRecord, String& error, bool isDeleteAll);
+  int _applyFolderChange(const LoomerChange& change, const Dictionary& record, const String& newUid);
+  int _applyBookmarkChange(const LoomerChange& change, const Dictionary& record, const String& newUid);
+  void _deleteFromCurrent(const String& uid);
+  void _modifyCurrentBookmark(const String& uid, const Dictionary& record);
+  bool _isDeletedByDeleteAll(const String& uid, bool folders) const;
+
+  // Placing the folders that were held aside, in the working map.
+  void _postProcessFolders();
+  /// The record with the engine's identifiers of added folders, as its parent and children, replaced by local
+  /// uids.
+  Dictionary _localIdRemappedFolderFromRecord(const Dictionary& record) const;
+  void _fillOutAddedFoldersTopDownKeys();
+  void _applyHeldAsideFolder(const Dictionary& record, const String& withLocalId);
+  void _updateHeldAsideFolder(CorvaneBookmark& folder, const Dictionary& record, const String& parent);
+
+  // Replaying filed changes on another map. Folders are told from bookmarks by which of the collections is
+  // given.
+  void _applyDeletedRecords(const Uids& uids, BookmarkMap& toDict);
+  void _applyAddedRecords(const SyncRecords& records, BookmarkMap& toDict);
+  void _applyModifiedRecords(const SyncRecords& records, BookmarkMap& toDict);
+  void _deleteReplayed(const String& uid, BookmarkMap& map);
+  void _addReplayed(const String& uid, const Dictionary& record, bool folder, BookmarkMap& map);
+  void _modifyReplayed(const String& uid, const Dictionary& record, const String& newParent,
+                       BookmarkMap& map);
+  bool _isToBeMoved(const CorvaneBookmark& bookmark, const CorvaneBookmark* original, const String& newParent,
+                    const BookmarkMap& map) const;
+  void _moveReplayed(CorvaneBookmark& bookmark, const CorvaneBookmark* original, const String& newParent,
+                     BookmarkMap& map);
+
+  String _clientId;
+  bool _bookmarksChanged = false;
+  bool _postProcessedFolders = false;
+  bool _pulledTheTruth = false;
+  std::shared_ptr<const BookmarkMap> _origBookmarkDictionary;
+  std::unique_ptr<BookmarkMap> _currentBookmarkDictionary;
+  OrderedMap<String>
+      _addedFolderGlobalToLocalIdMapper;  // the engine's identifier → the local uid given for it
+  std::optional<Date> _currentDiskModDate;
+  std::optional<Date> _modDateOnLastSync;
+  CorvaneSyncManager& _syncManager;
+  Uids _deletedFolders;
+  Uids _deletedBookmarks;
+  SyncRecords _addedFolders;
+  SyncRecords _modifiedFolders;
+  SyncRecords _addedBookmarks;
+  SyncRecords _modifiedBookmarks;
+  Uids _addedFoldersTopDownKeys;
+};
+
+}  // namespace corvane
