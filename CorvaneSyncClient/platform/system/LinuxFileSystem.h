@@ -1,0 +1,24 @@
+#pragma once
+
+#include "CorvaneSyncClient/platform/system/FileSystem.h"
+
+namespace corvane {
+
+/// The file system as the kernel offers it. Holds nothing; any number of objects may exist.
+class LinuxFileSystem : public FileSystem {
+ public:
+  std::optional<FileAttributes> attributes(const std::string& path, std::error_code& error) override;
+  std::optional<std::string> symbolicLinkDestination(const std::string& path) override;
+  std::error_code makeDirectory(const std::string& path, unsigned mode) override;
+  std::error_code remove(const std::string& path) override;
+  std::error_code rename(const std::string& from, const std::string& to) override;
+  std::error_code copy(const std::string& from, const std::string& to) override;
+  std::error_code list(const std::string& path, std::vector<std::string>& names) override;
+  std::error_code read(const std::string& path, std::string& contents) override;
+  std::error_code write(const std::string& path, std::string_view contents) override;
+  std::error_code writeAtomically(const std::string& path, std::string_view contents) override;
+  std::error_code setModificationDate(const std::string& path, Date date) override;
+  std::optional<Volume> volume(const std::string& path) override;
+};
+
+}  // namespace corvane
