@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "tests/session/ScriptedLoomer.h"
+#include "tests/tool/scenario/Scenario.h"
+
+namespace corvane::scenario {
+
+/// Makes a scenario's steps the script of an engine, and keeps what they come to.
+class Session {
+ public:
+  /// Both must outlive this object.
+  Session(const Scenario& scenario, ScriptedLoomer& loomer);
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  /// One dictionary for each step made, the one that raised included.
+  Array results() const { return Array(_results); }
+  /// The working map after the last step made; nothing when there was no session.
+  const std::optional<Dictionary>& workingMap() const { return _workingMap; }
+
+ private:
+  bool run(LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver);
+  void make(const Step& step, LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver);
+
+  const Scenario& _scenario;
+  std::vector<Value> _results;
+  std::optional<Dictionary> _workingMap;
+};
+
+}  // namespace corvane::scenario
