@@ -1,0 +1,103 @@
+#include "tests/model/ModelFixtures.h"
+
+namespace corvane {
+
+namespace {
+
+Array entries(std::initializer_list<Dictionary> children) {
+  Array array;
+  for (const Dictionary& child : children) array.append(child);
+  return array;
+}
+
+}  // namespace
+
+Dictionary rootEntry(std::initializer_list<Dictionary> children) {
+  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", entries(children)}};
+}
+
+Dictionary folderEntry(const char* uid, const char* title, std::initializer_list<Dictionary> children) {
+  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"},
+                    {"WebBookmarkUUID", uid},
+                    {"Title", title},
+                    {"Children", entries(children)}};
+}
+
+Dictionary bookmarkEntry(const char* uid, const char* title, const char* url) {
+  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeLeaf"},
+                    {"WebBookmarkUUID", uid},
+                    {"URLString", url},
+                    {"URIDictionary", Dictionary{{"title", title}, {"", url}}}};
+}
+
+Dictionary with(Dictionary entry, const char* key, Value value) {
+  entry.set(key, std::move(value));
+  return entry;
+}
+
+Dictionary without(Dictionary entry, const char* key) {
+  entry.remove(key);
+  return entry;
+}
+
+Dictionary folderRecord(const char* name, const char* parent) {
+  Dictionary record{{LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder},
+                    {LoomerAttribute_Bookmarks_Folder_Name, name}};
+  if (*parent) record.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{parent});
+  return record;
+}
+
+Dictionary bookmarkRecord(const char* name, const char* parent, const char* url) {
+  Dictionary record{{LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark},
+                    {LoomerAttribute_Bookmarks_Bookmark_Name, name},
+                    {LoomerAttribute_Bookmarks_Bookmark_Url, Url{url}}};
+  if (*parent) record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, Array{parent});
+  return record;
+}
+
+CorvaneBookmarkFolder* ModelTest::read(const Dictionary& file) {
+  return CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(file, String(), 0, map);
+}
+
+CorvaneBookmark& ModelTest::node(const char* uid) const {
+  CorvaneBookmark* found = map.find(uid);
+  if (!found) throw std::runtime_error(std::string("the map holds no node ") + uid);
+  return *found;
+}
+
+CorvaneBookmarkFolder& ModelTest::folder(const char* uid) const { return *node(uid).asFolder(); }
+CorvaneBookmarkRecord& ModelTest::bookmark(const char* uid) const { return *node(uid).asRecord(); }
+
+std::vector<std::string> ModelTest::childrenOf(const char* uid) const {
+  std::vector<std::string> uids;
+  if (const auto* children = folder(uid).children()) {
+    for (const String& child : *children) uids.push_back(child.toString());
+  }
+  return uids;
+}
+
+void ModelTest::TearDown() { verifyTree(map); }
+
+void verifyTree(const BookmarkMap& map) {
+  for (const auto& [uid, entry] : map) {
+    if (!entry.node) {
+      EXPECT_TRUE(entry.marker == uid) << "a marker stands under itself";
+      continue;
+    }
+    EXPECT_TRUE(entry.node->uid() == uid) << "a node stands under its uid";
+    const CorvaneBookmarkFolder* folder = entry.node->asFolder();
+    EXPECT_NE(folder == nullptr, entry.node->asRecord() == nullptr) << "a node is of one kind";
+  }
+}
+
+std::vector<std::string> writtenUids(const Dictionary& folder) {
+  std::vector<std::string> uids;
+  if (const Array* children = folder.array("Children")) {
+    for (const Value& child : *children) {
+      uids.push_back(child.as<Dictionary>()->string("WebBookmarkUUID").toString());
+    }
+  }
+  return uids;
+}
+
+}  // namespace corvane

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "tests/fakes/StrictPlatform.h"
+
+namespace corvane {
+
+// File entries as literals.
+Dictionary rootEntry(std::initializer_list<Dictionary> children);
+Dictionary folderEntry(const char* uid, const char* title, std::initializer_list<Dictionary> children = {});
+Dictionary bookmarkEntry(const char* uid, const char* title, const char* url = "http://example.com/");
+/// The entry with one more key.
+Dictionary with(Dictionary entry, const char* key, Value value);
+Dictionary without(Dictionary entry, const char* key);
+
+// Engine records as literals; an empty parent leaves the relationship out.
+Dictionary folderRecord(const char* name, const char* parent);
+Dictionary bookmarkRecord(const char* name, const char* parent, const char* url = "http://example.com/");
+
+/// A FakePlatform and an empty map; after each test the tree is verified and the system log compared with
+/// what the test declared.
+class ModelTest : public testing::Test {
+ protected:
+  /// Reads a file's contents into the map.
+  CorvaneBookmarkFolder* read(const Dictionary& file);
+  /// The written form of the root.
+  Dictionary written() const { return map.root()->corvaneDictionaryRepresentation(map); }
+  /// The written form of the root's child number `index`.
+  Dictionary writtenChild(std::size_t index) const {
+    const Dictionary file = written();
+    return *(*file.array("Children"))[index].as<Dictionary>();
+  }
+  CorvaneBookmark& node(const char* uid) const;
+  CorvaneBookmarkFolder& folder(const char* uid) const;
+  CorvaneBookmarkRecord& bookmark(const char* uid) const;
+  std::vector<std::string> childrenOf(const char* uid) const;
+
+  StrictPlatform platform;
+  BookmarkMap map;
+
+  void TearDown() override;
+};
+
+/// What must hold of every map: each node stands under its uid, and only the root lacks a parent id among
+/// nodes read from a file.
+void verifyTree(const BookmarkMap& map);
+
+/// The entries of a written folder, by uid.
+std::vector<std::string> writtenUids(const Dictionary& folder);
+
+}  // namespace corvane

@@ -1,0 +1,118 @@
+// The trace lines of the model, with the diagnostic log on. The switch is read once a process, so these tests
+// have a program of their own.
+
+#include <gmock/gmock.h>
+
+#include "tests/model/ModelFixtures.h"
+
+namespace corvane {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+
+class ModelLogTest : public ModelTest {
+ protected:
+  void SetUp() override { platform.preferences.domains["com.keldra.Corvane"].set("SCLog", "YES"); }
+  std::vector<std::string> taken() { return std::exchange(platform.log.diagnostics, {}); }
+};
+
+TEST_F(ModelLogTest, SkippedEntriesAreTraced) {
+  const Dictionary noUid{{"WebBookmarkType", "WebBookmarkTypeLeaf"}};
+  const Dictionary duplicate = bookmarkEntry("A", "again");
+  const Dictionary nameless = without(folderEntry("F", ""), "Title");
+  read(rootEntry({bookmarkEntry("A", "a"), noUid, duplicate, nameless}));
+  EXPECT_THAT(
+      taken(),
+      ElementsAre("Corvane - skipping Corvane entry for bookmark with no uid, dict is " + description(noUid),
+                  "Corvane - skipping Corvane entry for bookmark with duplicate uid A, dict is " +
+                      description(duplicate),
+                  "Corvane - skipping Corvane dict for folder without name: " + description(nameless)));
+}
+
+TEST_F(ModelLogTest, SecondSpecialFolderAndAutoTabsAreTraced) {
+  read(rootEntry({folderEntry("First", "BookmarksBar"), folderEntry("Second", "BookmarksBar"),
+                  with(folderEntry("T", "Tabs"), "WebBookmarkAutoTab", true)}));
+  EXPECT_THAT(
+      taken(),
+      ElementsAre("Corvane - already saw record for BookmarksBar in Corvane Bookmarks.plist, not "
+                  "setting another one as special",
+                  "Corvane - creating object from Corvane record, setting auto tab to true for Tabs"));
+  written();
+  EXPECT_THAT(taken(), ElementsAre("Corvane - creating Corvane record, auto tab is true for Tabs"));
+}
+
+TEST_F(ModelLogTest, EscapedUrlShowsBothTexts) {
+  // Only a rejected text is escaped, and the escape log line shows both texts.
+  read(rootEntry({bookmarkEntry("A", "a", "http://e.com/a b"), bookmarkEntry("B", "b", "http://e.com/ab")}));
+  node("A").vessynDictionaryRepresentation(map);
+  node("B").vessynDictionaryRepresentation(map);
+  EXPECT_THAT(taken(), ElementsAre("Escaped bad url \"http://e.com/a b\" into \"http://e.com/a%20b\""));
+}
+
+TEST_F(ModelLogTest, BuildingFromRecordsIsTraced) {
+  EXPECT_EQ(CorvaneBookmarkFolder::bookmarkWithUid("F", Dictionary{{"k", 1}}, map), nullptr);
+  EXPECT_THAT(taken(), ElementsAre("Corvane - skipping record dict for folder without name: {k = 1}"));
+  Dictionary record = folderRecord("bar", "");
+  record.set("is tab group", 1);
+  record.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
+  CorvaneBookmarkFolder::bookmarkWithUid("F", record, map);
+  EXPECT_THAT(taken(),
+              ElementsAre("Autotab key in Engine record found for modified record, setting auto tab to true",
+                          "Bookmark bar sent down from Loomer is special"));
+  CorvaneBookmarkRecord::bookmarkWithUid("A", bookmarkRecord("a", ""), map);
+  EXPECT_THAT(taken(), ElementsAre("setUrl called with a url, not a string"));
+}
+
+TEST_F(ModelLogTest, PlacementIsTraced) {
+  read(rootEntry({folderEntry("Bar", "BookmarksBar"), bookmarkEntry("B", "b")}));
+  Dictionary record = bookmarkRecord("a", "Root");
+  taken();
+  CorvaneBookmarkRecord::bookmarkWithUid("A", record, map);
+  EXPECT_THAT(
+      taken(),
+      ElementsAre("setUrl called with a url, not a string",
+                  "Corvane - addChild called for child uid A, children (Bar, B)",
+                  "====== can insert called, parent uid Root, candidate a, previous BookmarksBar, "
+                  "candidate/previous special NO/YES",
+                  "====== can insert called, parent uid Root, candidate a, previous b, candidate/previous "
+                  "special NO/NO",
+                  "Corvane - new children (Bar, A, B)"));
+}
+
+TEST_F(ModelLogTest, FirstChildIsTraced) {
+  map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
+  map.insert(std::make_unique<CorvaneBookmarkRecord>("A"));
+  folder("F").addChild(node("A"), map);
+  EXPECT_THAT(taken(), ElementsAre("Corvane - addChild called for child uid A, children (null)",
+                                   "Corvane - new children (A)"));
+}
+
+TEST_F(ModelLogTest, MergeDecisionsAreTraced) {
+  // Merge with an original whose title equals the current title: the engine's title is applied (and logged)
+  // even if it is the same.
+  read(rootEntry({bookmarkEntry("A", "a", "http://a/")}));
+  const auto original = map.scDeepMutableCopy();
+  taken();
+  node("A").applyChangesFromVessynDictionary(bookmarkRecord("a", "Root", "http://a/"), original->find("A"),
+                                             map);
+  const auto applied = taken();
+  EXPECT_THAT(applied, Contains("applying title change of bookmark A, new title: a"));
+  EXPECT_THAT(applied, Contains("applying url change of bookmark A, new url: http://a/"));
+
+  node("A").setTitle("mine");
+  const Value url("http://mine/");
+  bookmark("A").setUrl(&url);
+  node("A").applyChangesFromVessynDictionary(bookmarkRecord("b", "Root", "http://b/"), original->find("A"),
+                                             map);
+  const auto refused = taken();
+  EXPECT_THAT(refused,
+              Contains("NOT applying title change of bookmark A. Sync Server has title: b, Corvane has title "
+                       "mine, original has title a"));
+  EXPECT_THAT(refused,
+              Contains("NOT applying url change of bookmark A. Sync Server has url: http://b/, Corvane has "
+                       "url http://mine/, original has url http://a/"));
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,308 @@
+// Where a child goes among its siblings, and that the indexed list answers like the walk.
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <algorithm>
+
+#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "tests/model/ModelFixtures.h"
+
+namespace corvane {
+namespace {
+
+constexpr bool kFolder = true;
+constexpr bool kBookmark = false;
+
+class PlacementTest : public ModelTest {
+ protected:
+  /// Puts a node into the map, in no list.
+  CorvaneBookmark& add(const char* uid, bool isFolder, const char* title, int position) {
+    Dictionary record;
+    if (title) record.set(LoomerAttribute_Bookmarks_Folder_Name, title);
+    if (title) record.set(LoomerAttribute_Bookmarks_Bookmark_Name, title);
+    record.set(LoomerAttribute_Bookmarks_Bookmark_Position, position);
+    record.set(LoomerAttribute_Bookmarks_Bookmark_Url, Url{"http://x/"});
+    if (isFolder) {
+      map.insert(std::make_unique<CorvaneBookmarkFolder>(uid));
+    } else {
+      map.insert(std::make_unique<CorvaneBookmarkRecord>(uid));
+    }
+    map.find(uid)->updateWithVessynDictionary(record, map);
+    return *map.find(uid);
+  }
+  CorvaneBookmarkFolder& parent(const char* uid, std::vector<String> children) {
+    map.insert(std::make_unique<CorvaneBookmarkFolder>(uid));
+    folder(uid).setChildren(std::move(children));
+    return folder(uid);
+  }
+};
+
+TEST_F(PlacementTest, KnownPositionsGoByNumberThenTitleThenKind) {
+  // Placing a bookmark with position 3 into children with positions 0, 2, 3 ("B" titled), 5: with title "a"
+  // it goes before the sibling at 3; with title "c" after it; with title "b" after it, while a folder titled
+  // "b" goes before it.
+  const struct {
+    bool isFolder;
+    const char* title;
+    int position;
+    std::vector<std::string> expected;
+  } rows[] = {
+      {kBookmark, "a", 3, {"p0", "p2", "NEW", "p3", "p5"}},
+      {kBookmark, "c", 3, {"p0", "p2", "p3", "NEW", "p5"}},
+      {kBookmark, "b", 3, {"p0", "p2", "p3", "NEW", "p5"}},
+      {kFolder, "b", 3, {"p0", "p2", "NEW", "p3", "p5"}},
+      {kFolder, "c", 3, {"p0", "p2", "p3", "NEW", "p5"}},
+      {kBookmark, nullptr, 3, {"p0", "p2", "p3", "NEW", "p5"}},  // an absent title compares as equal
+      {kFolder, nullptr, 3, {"p0", "p2", "NEW", "p3", "p5"}},
+      {kBookmark, "z", 1, {"p0", "NEW", "p2", "p3", "p5"}},
+      {kBookmark, "a", 6, {"p0", "p2", "p3", "p5", "NEW"}},
+      {kBookmark, "a", -1, {"NEW", "p0", "p2", "p3", "p5"}},
+      {kBookmark, "a", -2147483648, {"NEW", "p0", "p2", "p3", "p5"}},
+  };
+  add("p0", kBookmark, "q", 0);
+  add("p2", kFolder, "q", 2);
+  add("p3", kBookmark, "B", 3);
+  add("p5", kBookmark, "q", 5);
+  for (const auto& row : rows) {
+    parent("F", {"p0", "p2", "p3", "p5"}).addChild(add("NEW", row.isFolder, row.title, row.position), map);
+    EXPECT_EQ(childrenOf("F"), row.expected) << (row.title ? row.title : "(none)") << " at " << row.position;
+  }
+}
+
+TEST_F(PlacementTest, SiblingWithoutTitleSortsAsEmptyText) {
+  add("S", kBookmark, nullptr, 3);
+  parent("F", {"S"}).addChild(add("A", kFolder, "a", 3), map);
+  EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"S", "A"}));
+}
+
+TEST_F(PlacementTest, UnknownPositionsGoByTitle) {
+  const struct {
+    const char* title;
+    std::vector<std::string> expected;
+  } rows[] = {
+      {"A", {"NEW", "b", "d"}},
+      {"b", {"b", "NEW", "d"}},
+      {"B", {"b", "NEW", "d"}},
+      {"c", {"b", "NEW", "d"}},
+      {"e", {"b", "d", "NEW"}},
+      {nullptr, {"b", "d", "NEW"}},
+      {"\u00c9t\u00e9", {"b", "d", "NEW"}},
+  };
+  add("b", kBookmark, "b", 5);
+  add("d", kFolder, "D", 1);
+  for (const auto& row : rows) {
+    parent("F", {"b", "d"}).addChild(add("NEW", kBookmark, row.title, kUnknownPosition), map);
+    EXPECT_EQ(childrenOf("F"), row.expected) << (row.title ? row.title : "(none)");
+  }
+}
+
+TEST_F(PlacementTest, UnknownPositionInTheRootStaysBehindTheSpecialFolders) {
+  // Placing a child of unknown position into the root whose list starts with the two special folders: it
+  // never goes before them; among the rest it goes before the first sibling whose title sorts after its own,
+  // ignoring case.
+  read(rootEntry({folderEntry("Bar", "BookmarksBar"), folderEntry("Menu", "BookmarksMenu"),
+                  bookmarkEntry("c", "c"), bookmarkEntry("B", "B")}));
+  map.root()->addChild(add("NEW", kBookmark, "A", kUnknownPosition), map);
+  EXPECT_EQ(childrenOf("Root"), (std::vector<std::string>{"Bar", "Menu", "NEW", "c", "B"}));
+}
+
+TEST_F(PlacementTest, SpecialFoldersOutsideTheRootAreSiblingsLikeAnyOther) {
+  Dictionary special = folderRecord("z", "F");
+  special.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
+  parent("F", {});
+  CorvaneBookmarkFolder::bookmarkWithUid("S", special, map);
+  ASSERT_TRUE(node("S").special());
+  folder("F").addChild(add("NEW", kBookmark, "a", kUnknownPosition), map);
+  EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"NEW", "S"}));
+}
+
+TEST_F(PlacementTest, RootIsKnownByItsInstanceAlone) {
+  // A folder whose uid merely reads "Root" is not the root.
+  Dictionary special = folderRecord("z", "");
+  special.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
+  CorvaneBookmarkFolder::bookmarkWithUid("S", special, map);
+  parent("Root", {"S"}).addChild(add("NEW", kBookmark, "a", kUnknownPosition), map);
+  EXPECT_EQ(childrenOf("Root"), (std::vector<std::string>{"NEW", "S"}));
+}
+
+TEST_F(PlacementTest, MissingSiblingStopsTheWalk) {
+  // Placing into a folder whose list names a uid the map does not hold: with a known position the child goes
+  // before that uid; by title likewise.
+  add("a", kBookmark, "a", 0);
+  parent("F", {"a", "gone", "b"}).addChild(add("NEW", kBookmark, "z", 9), map);
+  EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"a", "NEW", "gone", "b"}));
+  parent("F", {"a", "gone", "b"}).addChild(add("NEW", kBookmark, "z", kUnknownPosition), map);
+  EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"a", "NEW", "gone", "b"}));
+}
+
+TEST_F(PlacementTest, UntitledSiblingStopsPlacingByTitle) {
+  add("a", kBookmark, "a", 0);
+  add("untitled", kBookmark, nullptr, 1);
+  parent("F", {"a", "untitled"}).addChild(add("NEW", kBookmark, "z", kUnknownPosition), map);
+  EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"a", "NEW", "untitled"}));
+}
+
+TEST_F(PlacementTest, FirstChildMakesTheList) {
+  map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
+  ASSERT_EQ(folder("F").children(), nullptr);
+  folder("F").addChild(add("A", kBookmark, "a", 0), map);
+  EXPECT_EQ(childrenOf("F"), std::vector<std::string>{"A"});
+}
+
+TEST_F(PlacementTest, RemovingTakesOutEveryOccurrence) {
+  // Removing a child whose uid is listed twice removes both.
+  add("A", kBookmark, "a", 0);
+  parent("F", {"A", "b", "A"}).removeChild(node("A"));
+  EXPECT_EQ(childrenOf("F"), std::vector<std::string>{"b"});
+  parent("G", {"b"}).removeChild(node("A"));
+  EXPECT_EQ(childrenOf("G"), std::vector<std::string>{"b"});
+  map.insert(std::make_unique<CorvaneBookmarkFolder>("H"));
+  folder("H").removeChild(node("A"));
+  EXPECT_EQ(folder("H").children(), nullptr);
+}
+
+TEST_F(PlacementTest, AddingDoesNotLookForAnOccurrence) {
+  add("A", kBookmark, "a", 1);
+  parent("F", {"A"}).addChild(node("A"), map);
+  EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"A", "A"}));
+}
+
+// The placement walk word for word, against which long lists are checked.
+std::size_t literalPlace(const std::vector<String>& uids, const CorvaneBookmark& child, bool inRoot,
+                         const BookmarkMap& map) {
+  const auto compare = [](const String& a, const String& b) {
+    return compareCaseInsensitive(a.view(), b.view());
+  };
+  for (std::size_t i = 0; i < uids.size(); ++i) {
+    const CorvaneBookmark* sibling = map.find(uids[i]);
+    if (child.position() == kUnknownPosition) {
+      if (inRoot && !child.special() && sibling && sibling->special()) continue;
+      if (sibling && sibling->title() && (!child.title() || compare(child.title(), sibling->title()) >= 0))
+        continue;
+      return i;
+    }
+    if (!sibling) return i;
+    if (child.position() > sibling->position()) continue;
+    if (child.position() < sibling->position()) return i;
+    const int order =
+        child.title() ? compare(child.title(), sibling->title() ? sibling->title() : String("")) : 0;
+    if (order < 0 || (order == 0 && child.asFolder())) return i;
+  }
+  return uids.size();
+}
+
+// Random edits of one long list of the root, and of a second folder that lists some of the same uids, with
+// siblings that are renamed, moved, replaced and missing in between.
+class LongList {
+ public:
+  LongList() {
+    CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(rootEntry({}), String(), 0, map);
+    map.insert(std::make_unique<CorvaneBookmarkFolder>("Other"));
+    for (int i = 0; i < 80; ++i) {
+      change(i);
+      expected.push_back(uid(i));
+      other.push_back(uid(i));
+    }
+    map.root()->setChildren(expected);
+    map.findFolder("Other")->setChildren(other);
+  }
+
+  void step() {
+    const int i = *rc::gen::inRange(0, 120);
+    switch (*rc::gen::inRange(0, 6)) {
+      case 0:
+        return change(i);
+      case 1:
+        return map.remove(uid(i));
+      case 2:
+        if (map.find(uid(i))) remove(*map.root(), expected, i);
+        return;
+      case 3:
+        if (map.find(uid(i))) remove(*map.findFolder("Other"), other, i);
+        return;
+      case 4:
+        if (map.find(uid(i))) add(*map.findFolder("Other"), other, i, false);
+        return;
+      default:
+        if (map.find(uid(i))) add(*map.root(), expected, i, true);
+    }
+  }
+
+  void check() const {
+    RC_ASSERT(*map.root()->children() == expected);
+    RC_ASSERT(*map.findFolder("Other")->children() == other);
+  }
+
+ private:
+  static String uid(int i) { return "u" + std::to_string(i); }
+
+  // Enters the node, or overwrites it where it stands.
+  void change(int i) {
+    const bool isFolder = i % 3 == 0;
+    if (!map.find(uid(i)) || *rc::gen::inRange(0, 4) == 0) {
+      if (isFolder) map.insert(std::make_unique<CorvaneBookmarkFolder>(uid(i)));
+      if (!isFolder) map.insert(std::make_unique<CorvaneBookmarkRecord>(uid(i)));
+    }
+    Dictionary record{
+        {LoomerAttribute_Bookmarks_Bookmark_Position, *rc::gen::element(-1000, -2, -1, 0, 1, 5, 30)},
+        {LoomerAttribute_Bookmarks_Bookmark_Url, Url{"http://x/"}}};
+    const char* title = *rc::gen::element("", "a", "A", "b", "ab", "\u00e9");
+    if (*title) {
+      record.set(LoomerAttribute_Bookmarks_Bookmark_Name, title);
+      record.set(LoomerAttribute_Bookmarks_Folder_Name, title);
+    }
+    map.find(uid(i))->updateWithVessynDictionary(record, map);
+  }
+
+  void add(CorvaneBookmarkFolder& folder, std::vector<String>& list, int i, bool inRoot) {
+    const CorvaneBookmark& child = *map.find(uid(i));
+    const std::size_t place = literalPlace(list, child, inRoot, map);
+    list.insert(list.begin() + static_cast<std::ptrdiff_t>(place), child.uid());
+    folder.addChild(child, map);
+  }
+
+  void remove(CorvaneBookmarkFolder& folder, std::vector<String>& list, int i) {
+    std::erase(list, uid(i));
+    folder.removeChild(*map.find(uid(i)));
+  }
+
+  BookmarkMap map;
+  std::vector<String> expected;
+  std::vector<String> other;
+};
+
+RC_GTEST_PROP(PlacementProperty, LongListsAnswerLikeTheWalk, ()) {
+  FakePlatform platform;
+  LongList list;
+  const int steps = *rc::gen::inRange(0, 200);
+  for (int i = 0; i < steps; ++i) {
+    list.step();
+    if (*rc::gen::inRange(0, 8) == 0) list.check();
+  }
+  list.check();
+}
+
+TEST_F(PlacementTest, HundredThousandChildrenInOneFolder) {
+  constexpr int kChildren = 100'000;
+  read(rootEntry({}));
+  for (int i = 0; i < kChildren; ++i) {
+    const int position = (i * 7919) % kChildren;
+    Dictionary record = bookmarkRecord("t", "Root");
+    record.set(LoomerAttribute_Bookmarks_Bookmark_Position, position);
+    CorvaneBookmarkRecord::bookmarkWithUid(std::to_string(position), record, map);
+  }
+  const std::vector<String> children = *map.root()->children();
+  ASSERT_EQ(children.size(), static_cast<std::size_t>(kChildren));
+  for (int i = 0; i < kChildren; ++i) {
+    ASSERT_EQ(children[static_cast<std::size_t>(i)].toString(), std::to_string(i));
+  }
+  for (const String& uid : children) {
+    map.root()->removeChild(*map.find(uid));
+    map.remove(uid);
+  }
+  EXPECT_TRUE(map.root()->children()->empty());
+}
+
+}  // namespace
+}  // namespace corvane
