@@ -20,8 +20,9 @@ struct FileAttributes {
   unsigned mode = 0;  ///< permission bits
 };
 
-/// Everything that the tool does to files. Operations answer an error code of the system category (`message()` is the
-/// system's text; false when all went well) and leave no half-done work of their own behind on failure.
+/// Everything that the tool does to files. Operations answer an error code of the system category
+/// (`message()` is the system's text; false when all went well) and leave no half-done work of their own
+/// behind on failure.
 class FileSystem {
  public:
   virtual ~FileSystem() = default;
@@ -31,8 +32,8 @@ class FileSystem {
   /// One level of a symbolic link as it is stored; nothing when `path` is no link.
   virtual std::optional<std::string> symbolicLinkDestination(const std::string& path) = 0;
 
-  /// Makes one directory (intermediate ones are not made); the process's umask applies. `std::errc::file_exists` when
-  /// something stands there already. Atomic, also on network file systems.
+  /// Makes one directory (intermediate ones are not made); the process's umask applies.
+  /// `std::errc::file_exists` when something stands there already. Atomic, also on network file systems.
   virtual std::error_code makeDirectory(const std::string& path, unsigned mode) = 0;
   /// Removes a file, or a directory with its contents; symbolic links are removed and not followed.
   virtual std::error_code remove(const std::string& path) = 0;
@@ -46,10 +47,11 @@ class FileSystem {
   virtual std::error_code read(const std::string& path, std::string& contents) = 0;
   /// Writes a new file in place (an old one is truncated), without the guarantees of `writeAtomically`.
   virtual std::error_code write(const std::string& path, std::string_view contents) = 0;
-  /// Replaces the file at `path` (a symbolic link itself, not its target) by one with these contents: temporary file in
-  /// the same directory, fsync, the old file's mode and where permitted its owner, rename, fsync of the directory.
-  /// Readers see the old file or the new one; once this answers, the new one is durable. On failure the old file stands
-  /// and the temporary file is gone. A new file gets 0666 less the umask.
+  /// Replaces the file at `path` (a symbolic link itself, not its target) by one with these contents:
+  /// temporary file in the same directory, fsync, the old file's mode and where permitted its owner, rename,
+  /// fsync of the directory. Readers see the old file or the new one; once this answers, the new one is
+  /// durable. On failure the old file stands and the temporary file is gone. A new file gets 0666 less the
+  /// umask.
   virtual std::error_code writeAtomically(const std::string& path, std::string_view contents) = 0;
   /// Sets the modification date (and access date), sub-second.
   virtual std::error_code setModificationDate(const std::string& path, Date date) = 0;
@@ -66,11 +68,12 @@ class FileSystem {
 /// `path` with a last component added: exactly one slash between them.
 std::string joinedPath(std::string_view directory, std::string_view name);
 
-/// `path` with ".", "..", doubled and trailing slashes, and a leading "~" (the given home) resolved, by text alone.
+/// `path` with ".", "..", doubled and trailing slashes, and a leading "~" (the given home) resolved, by text
+/// alone.
 std::string standardizedPath(std::string_view path, std::string_view homeDirectory);
 
-/// `path` resolved one level through a symbolic link; a relative link against the directory that holds it; `path`
-/// itself when it is no link.
+/// `path` resolved one level through a symbolic link; a relative link against the directory that holds it;
+/// `path` itself when it is no link.
 std::string resolvedOneLevel(FileSystem& files, const std::string& path);
 
 }  // namespace corvane

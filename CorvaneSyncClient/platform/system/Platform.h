@@ -11,8 +11,8 @@
 
 namespace corvane {
 
-/// The services of the system, gathered. Owns none of them. One instance is current in the process; `main` makes the
-/// real one current, tests make others current for a scope.
+/// The services of the system, gathered. Owns none of them. One instance is current in the process; `main`
+/// makes the real one current, tests make others current for a scope.
 struct Platform {
   Clock& clock;
   UuidSource& uuids;

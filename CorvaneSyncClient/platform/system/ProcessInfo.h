@@ -24,8 +24,9 @@ class ProcessInfo {
   virtual std::string fullUserName() = 0;
   /// `HOME`, else the password database. Without a trailing slash.
   virtual std::string homeDirectory() = 0;
-  /// The user's own temporary directory, which exists: `TMPDIR`, else `XDG_RUNTIME_DIR`, else "/tmp/corvane-UID" made
-  /// with mode 0700. Raises NSObjectNotAvailableException when that last one is not a directory of the user's own.
+  /// The user's own temporary directory, which exists: `TMPDIR`, else `XDG_RUNTIME_DIR`, else
+  /// "/tmp/corvane-UID" made with mode 0700. Raises NSObjectNotAvailableException when that last one is not a
+  /// directory of the user's own.
   virtual std::string temporaryDirectory() = 0;
   /// Asks with signal 0.
   virtual Liveness liveness(int processId) = 0;

@@ -6,7 +6,8 @@
 
 namespace corvane {
 
-/// The always-on log. One message becomes one line: line breaks and other control characters inside are escaped.
+/// The always-on log. One message becomes one line: line breaks and other control characters inside are
+/// escaped.
 class SystemLog {
  public:
   enum class Kind { message, diagnostic };
