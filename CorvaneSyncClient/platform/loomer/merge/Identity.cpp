@@ -1,0 +1,295 @@
+#include <optional>
+#include <unordered_map>
+
+#include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
+
+// Which record of the client stands for which record of the truth.
+//
+// What the base knows goes by the base. The rest is matched folder by folder from the root down, so that the
+// parent of every record is identified before the record itself: one to one, in the order of both sides,
+// through hash maps.
+
+namespace corvane::loomer {
+namespace {
+
+/// The client's own name for its root, which is no record.
+constexpr std::string_view kRootLocalId = "Root";
+
+/// What two records must share to be taken for one.
+struct Likeness {
+  enum class Kind : std::uint8_t { folder, bookmark, bookmarkByAddress };
+  Kind kind = Kind::folder;
+  String name;
+  String url;
+  friend bool operator==(const Likeness&, const Likeness&) = default;
+};
+
+struct LikenessHash {
+  std::size_t operator()(const Likeness& likeness) const {
+    const std::size_t names = likeness.name.hash() * std::size_t{0x9E3779B97F4A7C15};
+    return names ^ (likeness.url.hash() * std::size_t{3}) ^ static_cast<std::size_t>(likeness.kind);
+  }
+};
+
+std::optional<Likeness> exactLikeness(Entity entity, const Content& content) {
+  if (entity == Entity::folder) return Likeness{Likeness::Kind::folder, content.name, String()};
+  return Likeness{Likeness::Kind::bookmark, content.name, content.url};
+}
+
+std::optional<Likeness> likenessByAddress(Entity entity, const Content& content) {
+  if (entity == Entity::folder || !content.url) return std::nullopt;
+  return Likeness{Likeness::Kind::bookmarkByAddress, String(), content.url};
+}
+
+std::optional<Likeness> likenessOfSpecial(Entity entity, const Content& content) {
+  if (entity != Entity::folder || !content.special) return std::nullopt;
+  return exactLikeness(entity, content);
+}
+
+/// Hangs everything that lies on a circle under the root.
+void cutCircles(Parents& parents) {
+  for (const Index node : nodesOnCircles(parents)) parents[node] = kRootNode;
+}
+
+class Identification {
+ public:
+  explicit Identification(const MergeInput& input) : _input(input), _trees(input) {}
+
+  Trees run() {
+    readTruth();
+    readBase();
+    readClient();
+    claimKnown();
+    matchUnknown();
+    placeClientNodes();
+    return std::move(_trees);
+  }
+
+ private:
+  using LikenessOf = std::optional<Likeness> (*)(Entity, const Content&);
+
+  void readTruth() {
+    _trees.nodes.reserve(_input.truth.size() + 1);
+    _trees.nodes.emplace_back();
+    _nodeOfRecord.reserve(_input.truth.size());
+    _nextRecord = std::max<RecordId>(_input.nextRecord, kRoot + 1);
+    for (const TruthRecord& record : _input.truth) {
+      if (record.id <= kRoot || !_nodeOfRecord.emplace(record.id, lastNode() + 1).second) continue;
+      Node& node = _trees.nodes.emplace_back();
+      node.id = record.id;
+      node.entity = record.entity;
+      node.truth = &record;
+      _nextRecord = std::max(_nextRecord, record.id + 1);
+    }
+    _trees.truthParent.assign(_trees.nodes.size(), kNoNode);
+    for (Index node = 1; node < _trees.nodes.size(); ++node) {
+      if (!_trees.nodes[node].isLiveInTruth()) continue;
+      const Index parent = folderOf(_trees.nodes[node].truth->parent);
+      const bool usable = parent == kRootNode || (parent != kNoNode && _trees.nodes[parent].isLiveInTruth());
+      _trees.truthParent[node] = usable ? parent : kRootNode;
+    }
+    cutCircles(_trees.truthParent);
+    _trees.truthOrder = SiblingLists(_trees.truthParent, [this](Index a, Index b) {
+      const TruthRecord& left = *_trees.nodes[a].truth;
+      const TruthRecord& right = *_trees.nodes[b].truth;
+      return left.place != right.place ? left.place < right.place : left.id < right.id;
+    });
+  }
+
+  void readBase() {
+    _trees.baseParent.assign(_trees.nodes.size(), kNoNode);
+    _nodeOfLocalId.reserve(_input.base.size());
+    for (const BaseRecord& record : _input.base) {
+      const auto found = _nodeOfRecord.find(record.record);
+      if (found == _nodeOfRecord.end()) continue;
+      Node& node = _trees.nodes[found->second];
+      if (node.entity != record.entity || node.base || node.notHeld) continue;
+      if (!record.notHeld && (!record.localId || _nodeOfLocalId.contains(record.localId))) continue;
+      if (record.localId) _nodeOfLocalId.emplace(record.localId, found->second);
+      (record.notHeld ? node.notHeld : node.base) = &record;
+      // A client is told to delete everything before it is given everything anew: it held nothing then.
+      if (_input.replace) node.base = nullptr;
+      if (node.base) _trees.baseParent[found->second] = folderOf(record.parent);
+    }
+    _trees.baseOrder = SiblingLists(_trees.baseParent, [this](Index a, Index b) {
+      return precedesAmongSiblings(*_trees.nodes[a].base, *_trees.nodes[b].base);
+    });
+  }
+
+  void readClient() {
+    if (!_input.replace && _input.client) {
+      readPushed(*_input.client);
+    } else if (!_input.replace) {
+      readHeldByBase();
+    }
+    const std::size_t count = _trees.held.size() + 1;
+    std::unordered_map<String, Index> byLocalId;
+    byLocalId.reserve(count);
+    for (std::size_t i = 0; i < _trees.held.size(); ++i) {
+      byLocalId.emplace(_trees.held[i].localId, static_cast<Index>(i + 1));
+    }
+    _heldParent.assign(count, kRootNode);
+    _heldParent[kRootNode] = kNoNode;
+    for (std::size_t i = 1; i < count; ++i) {
+      const auto parent = byLocalId.find(heldRecord(i).parentLocalId);
+      if (parent != byLocalId.end() && heldRecord(parent->second).entity == Entity::folder) {
+        _heldParent[i] = parent->second;
+      }
+    }
+    cutCircles(_heldParent);
+    _heldOrder = SiblingLists(_heldParent, [this](Index a, Index b) {
+      return precedesAmongSiblings(heldRecord(a), heldRecord(b));
+    });
+    for (std::size_t i = 1; i < count; ++i) {
+      Content& content = _trees.held[i - 1].content;
+      const bool folder = heldRecord(i).entity == Entity::folder;
+      if (folder) content.url = String();
+      content.tabGroup = content.tabGroup && folder;
+      content.special = content.special && folder && _heldParent[i] == kRootNode;
+    }
+    _nodeOfHeld.assign(count, kNoNode);
+    _nodeOfHeld[kRootNode] = kRootNode;
+  }
+
+  void readPushed(const std::vector<ClientRecord>& pushed) {
+    std::unordered_map<String, bool> seen;
+    seen.reserve(pushed.size());
+    _trees.held.reserve(pushed.size());
+    for (const ClientRecord& record : pushed) {
+      if (!record.localId || record.localId == kRootLocalId) continue;
+      if (seen.emplace(record.localId, true).second) _trees.held.push_back(record);
+    }
+  }
+
+  /// A client that pushed nothing holds what its base says, as far as that hangs together.
+  void readHeldByBase() {
+    for (const Index node : _trees.baseOrder.topDown()) {
+      const BaseRecord* const base = _trees.nodes[node].base;
+      if (!base) continue;
+      const BaseRecord* const parent = _trees.nodes[_trees.baseParent[node]].base;
+      _trees.held.push_back({.localId = base->localId,
+                             .parentLocalId = parent ? parent->localId : String(),
+                             .entity = base->entity,
+                             .position = base->position,
+                             .content = base->content});
+    }
+  }
+
+  void claimKnown() {
+    for (Index held = 1; held <= _trees.held.size(); ++held) {
+      const auto found = _nodeOfLocalId.find(heldRecord(held).localId);
+      if (found == _nodeOfLocalId.end()) continue;
+      const Node& node = _trees.nodes[found->second];
+      if (node.entity == heldRecord(held).entity && !node.client) claim(held, found->second);
+    }
+  }
+
+  void matchUnknown() {
+    for (const Index folder : _heldOrder.topDown()) {
+      std::vector<Index> unknown;
+      for (const Index held : _heldOrder.of(folder)) {
+        if (_nodeOfHeld[held] == kNoNode) unknown.push_back(held);
+      }
+      if (unknown.empty()) continue;
+      const Index parent = _nodeOfHeld[folder];
+      if (parent < truthNodeCount()) matchChildren(parent, unknown);
+      for (const Index held : unknown) {
+        if (_nodeOfHeld[held] == kNoNode) addNode(held);
+      }
+    }
+  }
+
+  void matchChildren(Index parent, const std::vector<Index>& unknown) {
+    std::vector<Index> candidates;
+    const std::span<const Index> children = _trees.truthOrder.of(parent);
+    if (parent == kRootNode) {
+      // There is one special folder of each title: it is met again even where the client knew it by another
+      // id.
+      std::copy_if(children.begin(), children.end(), std::back_inserter(candidates),
+                   [this](Index child) { return _trees.nodes[child].truth->content.special; });
+      matchLikeness(unknown, candidates, likenessOfSpecial);
+      candidates.clear();
+    }
+    std::copy_if(children.begin(), children.end(), std::back_inserter(candidates),
+                 [this](Index child) { return !_trees.nodes[child].base; });
+    matchLikeness(unknown, candidates, exactLikeness);
+    matchLikeness(unknown, candidates, likenessByAddress);
+  }
+
+  /// Claims, in order, for each unknown record the first free candidate that is like it.
+  void matchLikeness(const std::vector<Index>& unknown, const std::vector<Index>& candidates,
+                     LikenessOf likenessOf) {
+    struct Queue {
+      std::vector<Index> nodes;
+      std::size_t next = 0;
+    };
+    std::unordered_map<Likeness, Queue, LikenessHash> free;
+    for (const Index node : candidates) {
+      if (_trees.nodes[node].client) continue;
+      const auto likeness = likenessOf(_trees.nodes[node].entity, _trees.nodes[node].truth->content);
+      if (likeness) free[*likeness].nodes.push_back(node);
+    }
+    if (free.empty()) return;
+    for (const Index held : unknown) {
+      if (_nodeOfHeld[held] != kNoNode) continue;
+      const auto likeness = likenessOf(heldRecord(held).entity, heldRecord(held).content);
+      const auto found = likeness ? free.find(*likeness) : free.end();
+      if (found == free.end() || found->second.next == found->second.nodes.size()) continue;
+      claim(held, found->second.nodes[found->second.next++]);
+    }
+  }
+
+  void claim(Index held, Index node) {
+    _nodeOfHeld[held] = node;
+    _trees.nodes[node].client = &heldRecord(held);
+  }
+
+  void addNode(Index held) {
+    Node& node = _trees.nodes.emplace_back();
+    node.id = _nextRecord++;
+    node.entity = heldRecord(held).entity;
+    claim(held, lastNode());
+  }
+
+  void placeClientNodes() {
+    _trees.truthParent.resize(_trees.nodes.size(), kNoNode);
+    _trees.baseParent.resize(_trees.nodes.size(), kNoNode);
+    _trees.clientParent.assign(_trees.nodes.size(), kNoNode);
+    for (Index held = 1; held <= _trees.held.size(); ++held) {
+      _trees.clientParent[_nodeOfHeld[held]] = _nodeOfHeld[_heldParent[held]];
+    }
+    const auto precedes = [this](Index a, Index b) {
+      return precedesAmongSiblings(*_trees.nodes[a].client, *_trees.nodes[b].client);
+    };
+    _trees.clientOrder = SiblingLists(_trees.clientParent, precedes);
+  }
+
+  /// The folder with that id, kNoNode if there is none.
+  Index folderOf(RecordId id) const {
+    if (id == kRoot) return kRootNode;
+    const auto found = _nodeOfRecord.find(id);
+    const bool folder = found != _nodeOfRecord.end() && _trees.nodes[found->second].entity == Entity::folder;
+    return folder ? found->second : kNoNode;
+  }
+
+  const ClientRecord& heldRecord(std::size_t held) const { return _trees.held[held - 1]; }
+  Index lastNode() const { return static_cast<Index>(_trees.nodes.size() - 1); }
+  /// Nodes below this index are the root and what the truth knows.
+  std::size_t truthNodeCount() const { return _trees.truthParent.size(); }
+
+  const MergeInput& _input;
+  Trees _trees;
+  std::unordered_map<RecordId, Index> _nodeOfRecord;
+  std::unordered_map<String, Index> _nodeOfLocalId;
+  RecordId _nextRecord = 1;
+  // The client's own tree; its indexes are those of `held` plus one, its root is 0.
+  Parents _heldParent;
+  SiblingLists _heldOrder;
+  std::vector<Index> _nodeOfHeld;
+};
+
+}  // namespace
+
+Trees identify(const MergeInput& input) { return Identification(input).run(); }
+
+}  // namespace corvane::loomer
