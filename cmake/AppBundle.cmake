@@ -20,7 +20,8 @@ endfunction()
 # corvane_add_resource(file directory)
 # Puts a file of resources/ into a directory of both trees.
 function(corvane_add_resource file directory)
-  configure_file("${CMAKE_SOURCE_DIR}/resources/${file}" "${CMAKE_BINARY_DIR}/${directory}/" COPYONLY)
+  get_filename_component(name "${file}" NAME)
+  configure_file("${CMAKE_SOURCE_DIR}/resources/${file}" "${CMAKE_BINARY_DIR}/${directory}/${name}" COPYONLY)
   install(FILES "${CMAKE_SOURCE_DIR}/resources/${file}" DESTINATION "${directory}")
 endfunction()
 
