@@ -58,6 +58,8 @@ inline constexpr const char* kLockFileDateOnFileSystem = "LockFileDateOnFileSyst
 /// Is asked and told by lockers. Each call can be left unimplemented, which is not the same as an answer.
 class CorvaneFileLockerDelegate {
  public:
+  virtual ~CorvaneFileLockerDelegate() = default;
+
   virtual bool implementsActionForApparentlyAbandonedLock() const { return false; }
   virtual bool implementsLockWasStolen() const { return false; }
 
@@ -73,9 +75,6 @@ class CorvaneFileLockerDelegate {
   /// null when "details.plist" could not be read. May raise, to abort the work that the lock guarded. Only
   /// called when implemented.
   virtual void fileLockerLockWasStolen(CorvaneFileLocker&, const Dictionary* /*lockInfo*/) {}
-
- protected:
-  ~CorvaneFileLockerDelegate() = default;
 };
 
 class CorvaneFileLocker {

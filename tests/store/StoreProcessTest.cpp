@@ -1,0 +1,158 @@
+// The store among real processes: living, dead and thieving holders, killed savers, writers that take turns.
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "tests/store/ChildProcess.h"
+#include "tests/store/PlistManagerTest.h"
+
+namespace corvane {
+namespace {
+
+using Action = FileLockerAction;
+using Result = FileLockerResult;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+// The fakes, but with the system's own process table and identity.
+class StoreProcessTest : public PlistManagerTest {
+ protected:
+  StoreProcessTest() { leftOnDisk = {}; }
+
+  Platform _real{platform.clock,       platform.uuids, linuxPlatform().process, platform.files,
+                 platform.preferences, platform.log,   platform.notifications,  platform.bundles};
+  PlatformScope _scope{_real};
+  CorvaneFileLocker locker{guarded, &delegate, 10};
+};
+
+// A "lock" directory whose "details.plist" names a living process is waited for.
+TEST_F(StoreProcessTest, LivingHolderIsWaitedForAndAskedAbout) {
+  ChildProcess holder(guarded);
+  ASSERT_EQ(holder.ask("lock"), "1");
+  delegate.answers = {Action::waitAgain, Action::giveUp};
+  EXPECT_EQ(locker.lock(), Result::gaveUp);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(100));
+  EXPECT_THAT(delegate.attempts, ElementsAre(1, 2));
+  EXPECT_EQ(delegate.infos[0].integer32(kLockFileProcessID), holder.id());
+  EXPECT_EQ(holder.ask("unlock"), "unlocked");
+  EXPECT_EQ(locker.lock(), Result::acquired);
+  locker.unlock();
+}
+
+TEST_F(StoreProcessTest, LockIsHadOnceTheLivingHolderGivesItUp) {
+  ChildProcess holder(guarded);
+  ASSERT_EQ(holder.ask("lock"), "1");
+  platform.clock.onSleep = [&] {
+    if (platform.clock.sleeps.size() == 7) {
+      EXPECT_EQ(holder.ask("unlock"), "unlocked");
+    }
+  };
+  EXPECT_EQ(locker.lock(), Result::acquiredAfterWaiting);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(7));
+  locker.unlock();
+}
+
+// A process killed while it holds the lock: broken at the first poll.
+TEST_F(StoreProcessTest, DeadHoldersLockIsBrokenWithoutSleeping) {
+  ChildProcess holder(guarded);
+  ASSERT_EQ(holder.ask("lock"), "1");
+  holder.kill();
+  ASSERT_TRUE(std::filesystem::exists(lockFile));
+  EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(0));
+  locker.unlock();
+}
+
+TEST_F(StoreProcessTest, HolderThatIsKilledWhileWaitedForLosesItsLock) {
+  ChildProcess holder(guarded);
+  ASSERT_EQ(holder.ask("lock"), "1");
+  platform.clock.onSleep = [&] {
+    if (platform.clock.sleeps.size() == 3) holder.kill();
+  };
+  EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(3));
+  locker.unlock();
+}
+
+// A thief that rewrites "details.plist".
+TEST_F(StoreProcessTest, ThiefKeepsTheLock) {
+  ASSERT_EQ(locker.lock(), Result::acquired);
+  ChildProcess thief(guarded);
+  ASSERT_EQ(thief.ask("steal"), "stolen");
+  locker.unlock();
+  ASSERT_THAT(delegate.thefts, SizeIs(1));
+  EXPECT_EQ(delegate.thefts[0]->integer32(kLockFileProcessID), thief.id());
+  EXPECT_EQ(lockOnDisk()->integer32(kLockFileProcessID), thief.id());
+  thief.kill();
+  EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
+  locker.unlock();
+}
+
+// The two locks of two processes of one machine exclude each other: no count is lost.
+TEST_F(StoreProcessTest, CountingProcessesExcludeEachOther) {
+  ChildProcess first(guarded);
+  ChildProcess second(guarded);
+  first.send("count 40");
+  second.send("count 40");
+  EXPECT_EQ(first.answer(), "counted");
+  EXPECT_EQ(second.answer(), "counted");
+  EXPECT_EQ(contentsOf(guarded + "/counter"), "80");
+  leftOnDisk = {"counter"};
+}
+
+// Two processes save in turn: each sees the other's writing, is refused, reads and saves again.
+TEST_F(StoreProcessTest, SaversInTurnSeeEachOther) {
+  putFile(bookmarksOf(1), 1000);
+  ChildProcess savers[] = {ChildProcess(guarded), ChildProcess(guarded)};
+  for (ChildProcess& saver : savers) EXPECT_EQ(saver.ask("read"), "1");
+  EXPECT_EQ(savers[0].ask("save 2"), "saved");
+  // Dates set by hand keep two writings within one tick of the file system's clock apart.
+  setDate(file, 1001);
+  for (int version = 3; version < 9; ++version) {
+    ChildProcess& saver = savers[version % 2 == 0 ? 0 : 1];
+    const std::string save = "save " + std::to_string(version);
+    EXPECT_EQ(saver.ask(save), "refused");
+    EXPECT_EQ(saver.ask("read"), std::to_string(version - 1));
+    EXPECT_EQ(saver.ask(save), "saved");
+    setDate(file, 1000 + version);
+  }
+  EXPECT_EQ(manager.dictionary()->integer32("Version"), 8);
+  leftOnDisk = {"Bookmarks.plist"};
+}
+
+// A saver killed with the lock in its hands leaves the old file, and the next save goes through at once.
+TEST_F(StoreProcessTest, KilledSaverIsNoObstacle) {
+  putFile(bookmarksOf(1), 1000);
+  ChildProcess saver(guarded);
+  EXPECT_EQ(saver.ask("read"), "1");
+  EXPECT_EQ(saver.ask("stallInSave 2"), "stalled");
+  saver.kill();
+  EXPECT_TRUE(std::filesystem::exists(lockFile));
+  EXPECT_EQ(manager.dictionary(), bookmarksOf(1));
+  const Dictionary mine = bookmarksOf(3);
+  EXPECT_TRUE(manager.saveBookmarks(&mine, true));
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(0));
+  EXPECT_EQ(fileOnDisk(), mine);
+  leftOnDisk = {"Bookmarks.plist"};
+}
+
+// A saver that hangs with the lock in its hands makes the next save fail after the timeout.
+TEST_F(StoreProcessTest, HangingSaverIsAnObstacle) {
+  putFile(bookmarksOf(1), 1000);
+  ChildProcess saver(guarded);
+  EXPECT_EQ(saver.ask("read"), "1");
+  EXPECT_EQ(saver.ask("stallInSave 2"), "stalled");
+  const Dictionary mine = bookmarksOf(3);
+  EXPECT_EQ(
+      raisedBy([&] { manager.saveBookmarks(&mine, false); }),
+      "NSObjectNotAvailableException: Could not save bookmarks file, could not get directory lock for " +
+          guarded + ".");
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(50));
+  EXPECT_EQ(fileOnDisk(), bookmarksOf(1));
+  saver.kill();
+  leftOnDisk = {"Bookmarks.plist", "lock/", "lock/details.plist"};
+}
+
+}  // namespace
+}  // namespace corvane
