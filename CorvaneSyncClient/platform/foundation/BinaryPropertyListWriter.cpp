@@ -127,6 +127,8 @@ class ObjectTable {
   const std::vector<Object>& objects() const { return _objects; }
   /// Of all containers one after another, in the order of the objects.
   const std::vector<std::uint32_t>& references() const { return _references; }
+  /// Bytes of all strings and data.
+  std::size_t textSize() const { return _textSize; }
 
  private:
   struct Slot {
@@ -144,6 +146,8 @@ class ObjectTable {
           throw PropertyListException("binary property list: too many objects");
         }
         _objects.push_back(object);
+        if (object.kind == Kind::string) _textSize += object.as<String>().view().size();
+        if (object.kind == Kind::data) _textSize += object.as<Data>().bytes().size();
         slot = {object.hash, static_cast<std::uint32_t>(_objects.size())};
         return slot.number - 1;
       }
@@ -166,6 +170,7 @@ class ObjectTable {
   std::vector<Object> _objects;
   std::vector<std::uint32_t> _references;
   std::vector<Slot> _slots;  // open addressing
+  std::size_t _textSize = 0;
 };
 
 // Bytes that hold `number`: 1, 2, 4 or 8.
@@ -185,7 +190,9 @@ class BinaryWriter {
 
   std::string write() {
     _text = "bplist00";
-    _text.reserve(_table.references().size() * _referenceSize + _table.objects().size() * 32);
+    constexpr std::size_t kUsualOverhead = 12;  // of one object: marker, count or number, and its offset
+    _text.reserve(_table.references().size() * _referenceSize + _table.objects().size() * kUsualOverhead +
+                  _table.textSize());
     std::vector<std::uint64_t> offsets;
     offsets.reserve(_table.objects().size());
     for (const Object& object : _table.objects()) {
@@ -300,7 +307,6 @@ class BinaryWriter {
   void writeEnd(const std::vector<std::uint64_t>& offsets) {
     const std::uint64_t table = _text.size();
     const std::size_t offsetSize = narrowWidthFor(offsets.back());
-    _text.reserve(table + offsets.size() * offsetSize + 32);
     for (const std::uint64_t offset : offsets) append(offset, offsetSize);
     _text.append(6, '\0');
     append(offsetSize, 1);

@@ -75,9 +75,9 @@ class OrderedMap {
   /// The value under `key`, or null. An absent key is never found.
   V* find(const String& key) { return valueAt(locate(key)); }
   const V* find(const String& key) const { return const_cast<OrderedMap*>(this)->find(key); }
-  const V* find(std::string_view key) const {
-    return const_cast<OrderedMap*>(this)->valueAt(locateText(key, nullptr));
-  }
+  V* find(std::string_view key) { return valueAt(locateText(key, nullptr)); }
+  const V* find(std::string_view key) const { return const_cast<OrderedMap*>(this)->find(key); }
+  V* find(const char* key) { return find(std::string_view(key)); }
   const V* find(const char* key) const { return find(std::string_view(key)); }
   bool contains(const String& key) const { return find(key) != nullptr; }
 

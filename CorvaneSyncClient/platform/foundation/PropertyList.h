@@ -26,12 +26,13 @@ class PropertyListException : public PlatformException {
 Value readPropertyList(std::string_view bytes, PropertyListFormat* format = nullptr);
 
 /// Writes the binary flavour: equal scalars and shared containers stand once, dictionaries keep their order.
-/// Raises PropertyListException for a value that no property list can hold (a URL).
+/// Raises PropertyListException for what no property list can hold: a URL, and text that is no UTF-8.
 std::string writeBinaryPropertyList(const Value& value);
 
 /// Writes the XML flavour, without a document type, indented with tabs. Dates keep whole seconds only, as
-/// that flavour has no fractions. Raises PropertyListException for a URL, and for text that XML 1.0 cannot
-/// carry.
+/// that flavour has no fractions. Raises PropertyListException for a URL, for text that XML 1.0 cannot carry,
+/// for dates outside the years 1 to 9999, and when shared containers, which stand in full wherever they are
+/// used, would make more than 1 GiB.
 std::string writeXmlPropertyList(const Value& value);
 
 inline constexpr std::size_t kPropertyListMaximumDepth = 200'000;

@@ -65,6 +65,7 @@ class String {
   }
   friend bool operator==(const String& a, const char* b) { return a && a.view() == b; }
   friend bool operator==(const String& a, std::string_view b) { return a && a.view() == b; }
+  friend bool operator==(const String& a, const std::string& b) { return a && a.view() == b; }
 
  private:
   Ref<SharedBytes> _bytes;

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <unordered_set>
 
 namespace corvane {
 
@@ -208,11 +209,28 @@ class EqualityWalk {
   }
 
  private:
+  using Pair = std::pair<const void*, const void*>;
+  struct PairHash {
+    std::size_t operator()(const Pair& pair) const {
+      return std::hash<const void*>()(pair.first) * 31 + std::hash<const void*>()(pair.second);
+    }
+  };
+
+  // Containers that are shared many times over would be walked once for each path that leads to them. A walk
+  // that gets long therefore remembers the pairs it has met; a short one is spared the cost.
+  static constexpr std::size_t kLongWalk = 4096;
+
+  template <typename Container>
+  void addOnce(const Container& a, const Container& b) {
+    if (++_containers > kLongWalk && !_met.emplace(a.identity(), b.identity()).second) return;
+    add(a, b);
+  }
+
   void compare(const Value& a, const Value& b) {
     if (a.as<Array>() && b.as<Array>()) {
-      add(*a.as<Array>(), *b.as<Array>());
+      addOnce(*a.as<Array>(), *b.as<Array>());
     } else if (a.as<Dictionary>() && b.as<Dictionary>()) {
-      add(*a.as<Dictionary>(), *b.as<Dictionary>());
+      addOnce(*a.as<Dictionary>(), *b.as<Dictionary>());
     } else {
       // Of two different types, or of one type that is no container: the variant compares without recursion.
       _equal = a.payload() == b.payload();
@@ -220,6 +238,8 @@ class EqualityWalk {
   }
 
   std::vector<std::pair<const Value*, const Value*>> _pending;
+  std::size_t _containers = 0;
+  std::unordered_set<Pair, PairHash> _met;
   bool _equal = true;
 };
 

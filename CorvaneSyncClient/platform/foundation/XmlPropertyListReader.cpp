@@ -189,35 +189,36 @@ class XmlReader {
       const auto status =
           XML_Parse(_parser.get(), piece.data(), static_cast<int>(piece.size()), bytes.empty());
       if (_exception) std::rethrow_exception(_exception);
-      if (!_cause.empty()) raise(_cause);
-      if (status != XML_STATUS_OK) raise(XML_ErrorString(XML_GetErrorCode(_parser.get())));
+      if (!_reason.empty()) throw PropertyListException(_reason);
+      if (status != XML_STATUS_OK)
+        throw PropertyListException(reasonFor(XML_ErrorString(XML_GetErrorCode(_parser.get()))));
     } while (!bytes.empty());
     try {
       return _builder.finish();
     } catch (const Failure& failure) {
-      raise(failure.cause);
+      throw PropertyListException(reasonFor(failure.cause));
     }
   }
 
  private:
   static constexpr std::size_t kPieceSize = std::size_t{1} << 30;  // expat counts in int
 
-  [[noreturn]] void raise(const std::string& cause) const {
+  // With the place that expat has come to.
+  std::string reasonFor(const std::string& cause) const {
     const XML_Index offset = XML_GetCurrentByteIndex(_parser.get());  // negative before the first byte
-    throw PropertyListException("XML property list, line " +
-                                std::to_string(XML_GetCurrentLineNumber(_parser.get())) + ", offset " +
-                                std::to_string(std::max<XML_Index>(offset, 0)) + ": " + cause);
+    return "XML property list, line " + std::to_string(XML_GetCurrentLineNumber(_parser.get())) +
+           ", offset " + std::to_string(std::max<XML_Index>(offset, 0)) + ": " + cause;
   }
 
   template <typename Step>
   static void guard(void* self, Step step) {
     auto* reader = static_cast<XmlReader*>(self);
-    if (!reader->_cause.empty() || reader->_exception) return;  // expat may still call for what it has begun
+    if (!reader->_reason.empty() || reader->_exception) return;  // expat may still call for what it has begun
     try {
       step(reader->_builder);
       return;
     } catch (const Failure& failure) {
-      reader->_cause = failure.cause;
+      reader->_reason = reader->reasonFor(failure.cause);
     } catch (...) {
       reader->_exception = std::current_exception();
     }
@@ -249,7 +250,7 @@ class XmlReader {
 
   std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> _parser;
   XmlBuilder _builder;
-  std::string _cause;
+  std::string _reason;
   std::exception_ptr _exception;
 };
 
