@@ -16,7 +16,8 @@ struct Constant {
   Owner owner;
 };
 
-#define CORVANE_CONSTANT(name, owner) {#name, name, owner}
+#define CORVANE_CONSTANT(name, owner) \
+  { #name, name, owner }
 const Constant kConstants[] = {
     CORVANE_CONSTANT(LoomerRecordEntityNameKey, Owner::both),
     CORVANE_CONSTANT(LoomerAttribute_Bookmarks_Folder_Name, Owner::folder),

@@ -10,12 +10,14 @@ namespace corvane::scenario {
 
 namespace {
 
-// A dictionary of a scenario, and where in the scenario it stands. Every key that is asked for counts as known.
+// A dictionary of a scenario, and where in the scenario it stands. Every key that is asked for counts as
+// known.
 class Section {
  public:
   Section(const Value& value, std::string place) : _place(std::move(place)) {
     const Dictionary* dictionary = value.as<Dictionary>();
-    if (!dictionary) throw MalformedScenario(_place + ": a dictionary is wanted, not a value of type " + value.typeName());
+    if (!dictionary)
+      throw MalformedScenario(_place + ": a dictionary is wanted, not a value of type " + value.typeName());
     _dictionary = *dictionary;
   }
 
@@ -29,7 +31,9 @@ class Section {
     const Value* value = _dictionary.find(key);
     if (!value) return std::nullopt;
     const T* typed = value->as<T>();
-    if (!typed) throw MalformedScenario(place(key) + ": " + type + " is wanted, not a value of type " + value->typeName());
+    if (!typed)
+      throw MalformedScenario(place(key) + ": " + type + " is wanted, not a value of type " +
+                              value->typeName());
     return *typed;
   }
 
@@ -64,14 +68,10 @@ struct CallForm {
 };
 
 constexpr CallForm kCalls[] = {
-    {"didRegister", Call::didRegister, false},
-    {"preferredSyncMode", Call::preferredSyncMode, true},
-    {"records", Call::records, true},
-    {"changedRecords", Call::changedRecords, true},
-    {"applyChange", Call::applyChange, true},
-    {"deleteAllRecords", Call::deleteAllRecords, true},
-    {"didPull", Call::didPull, false},
-    {"willFinish", Call::willFinish, false},
+    {"didRegister", Call::didRegister, false}, {"preferredSyncMode", Call::preferredSyncMode, true},
+    {"records", Call::records, true},          {"changedRecords", Call::changedRecords, true},
+    {"applyChange", Call::applyChange, true},  {"deleteAllRecords", Call::deleteAllRecords, true},
+    {"didPull", Call::didPull, false},         {"willFinish", Call::willFinish, false},
     {"willCancel", Call::willCancel, false},
 };
 
@@ -143,10 +143,12 @@ std::vector<Element> readList(Section& section, const char* key,
 }
 
 Dictionary readPreferences(Section& scenario) {
-  const Dictionary preferences = scenario.optional<Dictionary>("Preferences", "a dictionary").value_or(Dictionary());
+  const Dictionary preferences =
+      scenario.optional<Dictionary>("Preferences", "a dictionary").value_or(Dictionary());
   for (const auto& entry : preferences) {
     if (entry.key == "SCLog" || entry.key == "SaveCorvaneBookmarksBackupFiles") continue;
-    throw MalformedScenario(scenario.place("Preferences") + "." + entry.key.toString() + ": there is no such key here");
+    throw MalformedScenario(scenario.place("Preferences") + "." + entry.key.toString() +
+                            ": there is no such key here");
   }
   return preferences;
 }

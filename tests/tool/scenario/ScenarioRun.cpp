@@ -41,7 +41,9 @@ class Run {
       _platform.makeDirectories(std::filesystem::path(bookmarksPath()).parent_path());
       writeBookmarks(*scenario.bookmarks, scenario.bookmarksDate);
     }
-    _platform.files.intercept = [this](const ForwardingFileSystem::Call& call) { return beforeFileOperation(call); };
+    _platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+      return beforeFileOperation(call);
+    };
   }
 
   Dictionary run() {
@@ -67,7 +69,8 @@ class Run {
   std::string bookmarksPath() const {
     const std::string_view id = _scenario.clientId.view();
     const bool namesFile = id.starts_with(kTestClientPrefix) && id.size() > kTestClientPrefix.size();
-    return directory() + "/" + (namesFile ? std::string(id.substr(kTestClientPrefix.size())) : "Bookmarks.plist");
+    return directory() + "/" +
+           (namesFile ? std::string(id.substr(kTestClientPrefix.size())) : "Bookmarks.plist");
   }
 
   void addFeedAgent() {
@@ -85,7 +88,8 @@ class Run {
 
   std::error_code beforeFileOperation(const ForwardingFileSystem::Call& call) {
     if (call.operation != FileOperation::makeDirectory || call.path != directory() + "/lock") return {};
-    if (_saveAttempts < _scenario.browserWrites.size()) applyBrowserWrite(_scenario.browserWrites[_saveAttempts]);
+    if (_saveAttempts < _scenario.browserWrites.size())
+      applyBrowserWrite(_scenario.browserWrites[_saveAttempts]);
     ++_saveAttempts;
     return {};
   }

@@ -92,8 +92,8 @@ void Session::make(const Step& step, LoomerSessionDriverDataSource& dataSource, 
       case Call::changedRecords:
         return describedRecords(dataSource.changedRecordsForEntityName(step.entity, moreComing, error));
       case Call::applyChange:
-        return dataSource.applyChange(LoomerChange(step.type, step.identifier, step.record), step.entity, remapped,
-                                      nullptr, error);
+        return dataSource.applyChange(LoomerChange(step.type, step.identifier, step.record), step.entity,
+                                      remapped, nullptr, error);
       case Call::deleteAllRecords:
         return dataSource.deleteAllRecordsForEntityName(step.entity, error);
       case Call::didPull:

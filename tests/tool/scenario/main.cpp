@@ -101,8 +101,11 @@ int printResults(const std::vector<std::string>& files, const std::vector<Scenar
       return kFailed;
     }
   }
-  const std::string text = writeXmlPropertyList(results.size() == 1 ? results.front() : Value(Array(results)));
-  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0 ? kRan : kFailed;
+  const std::string text =
+      writeXmlPropertyList(results.size() == 1 ? results.front() : Value(Array(results)));
+  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0
+             ? kRan
+             : kFailed;
 }
 
 }  // namespace

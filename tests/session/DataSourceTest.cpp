@@ -1,0 +1,182 @@
+#include <gmock/gmock.h>
+
+#include <limits>
+
+#include "tests/session/SessionTest.h"
+
+namespace corvane {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const String kKey = "modDateOnLastSync";
+
+class DataSourceTest : public ControllerTest {
+ protected:
+  void register_() { EXPECT_TRUE(controller->sessionDriverDidRegisterClient(*driver, error)); }
+  void finish() { EXPECT_TRUE(controller->sessionDriverWillFinishSession(*driver, error)); }
+  std::vector<std::string> recordedUids(const String& entity) {
+    bool moreComing = false;
+    std::vector<std::string> uids;
+    for (const auto& entry : controller->recordsForEntityName(entity, moreComing, error)) {
+      uids.push_back(entry.key.toString());
+    }
+    EXPECT_FALSE(moreComing);
+    return uids;
+  }
+  std::optional<Date> stored() {
+    const Value* value = loomer.client.values.find(kKey);
+    return value && value->as<Date>() ? std::optional(*value->as<Date>()) : std::nullopt;
+  }
+};
+
+TEST_F(DataSourceTest, TellsWhoTheClientIs) {
+  begin(root({}));
+  platform.bundles.own.resources["CorvaneClientDescription.plist"] =
+      "/a path/50%/Beschreibung \xC3\xA4.plist";
+  EXPECT_EQ(controller->clientIdentifier(), "com.keldra.Corvane");
+  EXPECT_EQ(controller->clientDescriptionURL()->text, "file:///a%20path/50%25/Beschreibung%20%C3%A4.plist");
+  ASSERT_EQ(controller->schemaBundleURLs().size(), 1u);
+  EXPECT_EQ(controller->schemaBundleURLs()[0].text,
+            "file:///System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema");
+  EXPECT_THAT(controller->entityNamesToSync(),
+              ElementsAre(LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark));
+  EXPECT_EQ(controller->sessionBeginSessionTimeout(), 60.0);
+  EXPECT_EQ(controller->sessionPullChangesTimeout(), 600.0);
+}
+
+TEST_F(DataSourceTest, MissingDescriptionIsNoUrl) {
+  begin(root({}));
+  EXPECT_FALSE(controller->clientDescriptionURL());
+}
+
+// With no stored last-sync date the mode is 3 for both entities; with a stored date equal to the current file
+// date it is 1; with a stored date one second older than the file it is 2.
+struct ModeCase {
+  const char* phrase;
+  std::optional<Value> stored;
+  std::optional<Date> disk;
+  int mode;
+};
+
+class ModeTest : public DataSourceTest, public ::testing::WithParamInterface<ModeCase> {};
+
+TEST_P(ModeTest, ComparesTheDates) {
+  begin(root({}));
+  if (GetParam().stored) loomer.client.values.set(kKey, *GetParam().stored);
+  controller->setCurrentDiskModDate(GetParam().disk);
+  register_();
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), GetParam().mode);
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Bookmark), GetParam().mode);
+}
+
+constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
+INSTANTIATE_TEST_SUITE_P(
+    Modes, ModeTest,
+    ::testing::Values(ModeCase{"NothingStored", std::nullopt, Date{100.0}, 3},
+                      ModeCase{"Equal", Value(Date{100.0}), Date{100.0}, 1},
+                      ModeCase{"OneSecondOlder", Value(Date{99.0}), Date{100.0}, 2},
+                      ModeCase{"FractionOlder", Value(Date{100.25}), Date{100.5}, 2},
+                      ModeCase{"Newer", Value(Date{101.0}), Date{100.0}, 1},
+                      ModeCase{"StoredUncomparable", Value(Date{kNotANumber}), Date{100.0}, 2},
+                      ModeCase{"FileUncomparable", Value(Date{100.0}), Date{kNotANumber}, 2},
+                      ModeCase{"FileDateUnknown", Value(Date{100.0}), std::nullopt, 2},
+                      ModeCase{"StoredIsNoDate", Value("yesterday"), Date{100.0}, 3}),
+    [](const auto& test) { return test.param.phrase; });
+
+TEST_F(DataSourceTest, ModeBeforeRegistrationIsRefresh) {
+  begin(root({}));
+  loomer.client.values.set(kKey, Date{1e9});
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 3);
+}
+
+// changedRecordsForEntityName:moreComing:error: returns an empty dictionary whatever the entity.
+TEST_F(DataSourceTest, NeverHasChangedRecords) {
+  begin(root({leaf("a", "A"), folder("f", "F")}));
+  bool moreComing = false;
+  for (const String& entity :
+       {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark, String("Tag")}) {
+    EXPECT_TRUE(controller->changedRecordsForEntityName(entity, moreComing, error).empty());
+  }
+  EXPECT_FALSE(moreComing);
+}
+
+// recordsForEntityName with an unknown entity name returns the leaf records; ignored bookmarks are never
+// returned; a bookmark whose sync form is nothing is left out.
+TEST_F(DataSourceTest, HandsOutRecordsByClass) {
+  begin(root({folder("BookmarksBarUid", "BookmarksBar"), folder("f", "F", {leaf("a", "A"), folder("g", "G")}),
+              hidden(folder("h", "H", {leaf("inside", "Inside")})), leaf("b", "B"), hidden(leaf("c", "C"))}));
+  // The root's sync form is nothing; the special folder's marker in the map is no node.
+  EXPECT_THAT(recordedUids(LoomerEntity_Bookmarks_Folder), ElementsAre("BookmarksBarUid", "f", "g"));
+  EXPECT_THAT(recordedUids(LoomerEntity_Bookmarks_Bookmark), ElementsAre("a", "b"));
+  EXPECT_THAT(recordedUids("Tag"), ElementsAre("a", "b"));
+  EXPECT_EQ(diagnosed("recordsForEntityName: Tag"), 1);
+  EXPECT_EQ(diagnosticsWith("returning {").size(), 3u);
+}
+
+TEST_F(DataSourceTest, RecordsAreThoseOfTheOriginal) {
+  begin(root({leaf("a", "A"), leaf("b", "B")}));
+  applyBookmark(LoomerChangeTypeDelete, "a");
+  applyBookmark(LoomerChangeTypeModify, "b", bookmarkRecord("New", "Root"));
+  EXPECT_THAT(recordedUids(LoomerEntity_Bookmarks_Bookmark), ElementsAre("a", "b"));
+  bool moreComing = false;
+  const Dictionary records =
+      controller->recordsForEntityName(LoomerEntity_Bookmarks_Bookmark, moreComing, error);
+  EXPECT_EQ(records.dictionary("b")->string(LoomerAttribute_Bookmarks_Bookmark_Name.view()), "B");
+}
+
+// A session that pulled nothing and finds a stored date leaves the stored date as it was.
+TEST_F(DataSourceTest, QuietSessionKeepsTheStoredDate) {
+  begin(root({}));
+  loomer.client.values.set(kKey, Date{7.0});
+  register_();
+  didPull();
+  finish();
+  EXPECT_EQ(stored(), Date{7.0});
+  EXPECT_EQ(platform.notifications.posted.size(), 0u);
+}
+
+// One that pulled nothing and finds none stores the file's current date.
+TEST_F(DataSourceTest, FirstQuietSessionStoresTheFilesDate) {
+  begin(root({}));
+  register_();
+  didPull();
+  finish();
+  EXPECT_EQ(stored(), fileDate());
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 1);
+}
+
+// Cancelling a session erases the stored date.
+TEST_F(DataSourceTest, CancellingErasesTheStoredDate) {
+  begin(root({}));
+  loomer.client.values.set(kKey, Date{7.0});
+  register_();
+  controller->sessionDriverWillCancelSession(*driver);
+  EXPECT_EQ(loomer.client.values.find(kKey), nullptr);
+}
+
+// Setting the same original map twice does not make a second working copy.
+TEST_F(DataSourceTest, SameOriginalTwiceKeepsTheWorkingMap) {
+  begin(root({leaf("a", "A")}));
+  const std::shared_ptr<const BookmarkMap> original = mapped(root({leaf("x", "X")}));
+  controller->setOrigBookmarkDictionary(original);
+  const BookmarkMap* first = &working();
+  applyBookmark(LoomerChangeTypeDelete, "x");
+  controller->setOrigBookmarkDictionary(original);
+  EXPECT_EQ(&working(), first);
+  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_EQ(tree(*original), "Root(x)");
+
+  controller->setOrigBookmarkDictionary(mapped(root({leaf("x", "X")})));
+  EXPECT_EQ(tree(working()), "Root(x)");
+}
+
+TEST_F(DataSourceTest, FlagsStartFalse) {
+  begin(root({}));
+  EXPECT_FALSE(controller->bookmarksChanged());
+  EXPECT_FALSE(controller->pulledTheTruth());
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,207 @@
+#include <gmock/gmock.h>
+
+#include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+#include "tests/session/SessionTest.h"
+
+namespace corvane {
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr int kAdd = LoomerChangeTypeAdd;
+constexpr int kModify = LoomerChangeTypeModify;
+constexpr int kDelete = LoomerChangeTypeDelete;
+
+class IntakeTest : public ControllerTest {};
+
+// A pulled folder addition whose record lacks a parent is filed with the parent "Root".
+TEST_F(IntakeTest, FolderWithoutParentHangsUnderTheRoot) {
+  begin(root({leaf("a", "A")}));
+  EXPECT_EQ(applyFolder(kAdd, "e1", folderRecord("F")), 1);
+  EXPECT_EQ(remapped, "UUID-1");
+  EXPECT_EQ(tree(working()), "Root(a)");
+  didPull();
+  EXPECT_EQ(working().find("UUID-1")->parentId(), "Root");
+  EXPECT_EQ(tree(working()), "Root(a UUID-1)");
+  EXPECT_EQ(tree(*replayed(root({}))), "Root(UUID-1)");
+}
+
+TEST_F(IntakeTest, BookmarkWithoutParentHangsUnderTheRoot) {
+  begin(root({}));
+  EXPECT_EQ(applyBookmark(kAdd, "e1", bookmarkRecord("B")), 1);
+  EXPECT_EQ(tree(working()), "Root(UUID-1)");
+}
+
+TEST_F(IntakeTest, ParentOfAnotherTypeCountsAsAbsent) {
+  begin(root({}));
+  Dictionary record = bookmarkRecord("B");
+  record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, "nowhere");
+  applyBookmark(kAdd, "e1", record);
+  EXPECT_EQ(tree(working()), "Root(UUID-1)");
+}
+
+// A pulled add for an entity other than the two synced ones is answered 3 but still hands back a new uid.
+TEST_F(IntakeTest, AddOfAnotherEntityHandsBackAUid) {
+  begin(root({}));
+  platform.log.expectMessages(
+      {"I was asked to apply a change: " + LoomerChange(kAdd, "e1", Dictionary{{"k", "v"}}).description() +
+       " for an entity I don't sync: Tag"});
+  EXPECT_EQ(apply(kAdd, "e1", Dictionary{{"k", "v"}}, "Tag"), 3);
+  EXPECT_EQ(remapped, "UUID-1");
+  EXPECT_TRUE(controller->bookmarksChanged());
+}
+
+// A modify for a bookmark whose parent is unchanged does not remove it from its parent before updating it.
+TEST_F(IntakeTest, ModifyInTheSameParentPlacesTheBookmarkOnce) {
+  begin(root({leaf("a", "A"), leaf("b", "B"), leaf("c", "C")}));
+  EXPECT_EQ(applyBookmark(kModify, "a", atPosition(bookmarkRecord("New", "Root"), 2)), 1);
+  EXPECT_EQ(tree(working()), "Root(b c a)");
+  EXPECT_EQ(working().find("a")->title(), "New");
+}
+
+TEST_F(IntakeTest, ModifyMovesTheBookmarkOutOfItsParent) {
+  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  applyBookmark(kModify, "a", bookmarkRecord("A", "g"));
+  EXPECT_EQ(tree(working()), "Root(f g(a))");
+}
+
+TEST_F(IntakeTest, ModifyOfAMissingBookmarkIsFiled) {
+  begin(root({}));
+  EXPECT_EQ(applyBookmark(kModify, "ghost", bookmarkRecord("New", "Root")), 1);
+  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_EQ(replayed(root({leaf("ghost", "Old")}))->find("ghost")->title(), "New");
+}
+
+// Deleting a folder leaves its children's entries in the working map.
+TEST_F(IntakeTest, DeletedFolderLeavesItsChildrenInTheMap) {
+  begin(root({folder("f", "F", {leaf("a", "A")})}));
+  EXPECT_EQ(applyFolder(kDelete, "f"), 1);
+  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_FALSE(working().find("f"));
+  EXPECT_TRUE(working().find("a"));
+}
+
+TEST_F(IntakeTest, DeletingWhatIsMissingIsAcceptedAndFiled) {
+  begin(root({}));
+  EXPECT_EQ(applyBookmark(kDelete, "ghost"), 1);
+  EXPECT_EQ(applyFolder(kDelete, "ghost folder"), 1);
+  EXPECT_EQ(tree(*replayed(root({leaf("ghost", "G"), folder("ghost folder", "F")}))), "Root");
+}
+
+TEST_F(IntakeTest, IgnoredBookmarksAreLeftAloneButCount) {
+  begin(root({hidden(folder("f", "F", {leaf("a", "A")}))}));
+  EXPECT_EQ(applyBookmark(kDelete, "a"), 2);
+  EXPECT_EQ(applyFolder(kModify, "f", folderRecord("New")), 2);
+  EXPECT_EQ(tree(working()), "Root(f(a))");
+  EXPECT_TRUE(controller->bookmarksChanged());
+  EXPECT_FALSE(controller->pulledTheTruth());
+  EXPECT_THAT(diagnosticsWith("applyChange (type"), IsEmpty());
+}
+
+TEST_F(IntakeTest, LogsTheRecordAsFilledIn) {
+  begin(root({}));
+  applyFolder(kModify, "f", Dictionary{{"k", "v"}});
+  applyFolder(kDelete, "f");
+  EXPECT_EQ(diagnosed("applyChange (type = 2): called with record {k = v; parent = (Root)}"), 1);
+  EXPECT_EQ(diagnosed("applyChange (type = 3): called with record {parent = (Root)}"), 1);
+}
+
+// A change of type 4 or 0 is answered 3 with the "not an add, modify, or delete" message.
+TEST_F(IntakeTest, OtherTypesAreErrors) {
+  begin(root({leaf("a", "A"), folder("f", "F")}));
+  for (const int type : {4, 0, -1}) {
+    for (const char* uid : {"a", "f"}) {
+      platform.log.expectMessages({"Asked to apply a change that's not an add, modify, or delete: " +
+                                   LoomerChange(type, uid, std::nullopt).description()});
+    }
+    EXPECT_EQ(applyBookmark(type, "a"), 3);
+    EXPECT_EQ(applyFolder(type, "f"), 3);
+    EXPECT_FALSE(remapped);
+  }
+  EXPECT_EQ(tree(working()), "Root(a f)");
+}
+
+TEST_F(IntakeTest, FirstBookmarkChangePlacesTheFoldersBeforeIt) {
+  begin(root({}));
+  applyFolder(kAdd, "e1", folderRecord("F"));
+  EXPECT_EQ(tree(working()), "Root");
+  applyBookmark(kAdd, "e2", bookmarkRecord("B", "UUID-1"));
+  EXPECT_EQ(tree(working()), "Root(UUID-1(UUID-2))");
+  EXPECT_EQ(diagnosed("post-proccessing"), 1);
+
+  // Folders that come later are filed, and placed by nobody.
+  applyFolder(kAdd, "e3", folderRecord("Late"));
+  applyBookmark(kAdd, "e4", bookmarkRecord("C"));
+  didPull();
+  EXPECT_EQ(diagnosed("post-proccessing"), 1);
+  EXPECT_FALSE(working().find("UUID-3"));
+  EXPECT_FALSE(replayed(root({}))->find("UUID-3"));
+}
+
+TEST_F(IntakeTest, ChangesOfOtherEntitiesPlaceNoFolders) {
+  begin(root({}));
+  applyFolder(kAdd, "e1", folderRecord("F"));
+  platform.log.expectMessages(
+      {"I was asked to apply a change: " + LoomerChange(kDelete, "x", {}).description() +
+       " for an entity I don't sync: Tag"});
+  apply(kDelete, "x", std::nullopt, "Tag");
+  EXPECT_EQ(tree(working()), "Root");
+}
+
+// Delete-all of folders never deletes the root folder and never starts folder post-processing.
+TEST_F(IntakeTest, DeleteAllOfFoldersKeepsTheRoot) {
+  begin(
+      root({folder("f", "F", {folder("g", "G"), leaf("a", "A")}), hidden(folder("h", "H")), leaf("b", "B")}));
+  applyFolder(kAdd, "e1", folderRecord("New"));
+  EXPECT_TRUE(deleteAll(LoomerEntity_Bookmarks_Folder));
+  EXPECT_EQ(tree(working()), "Root(h b)");
+  EXPECT_TRUE(working().find("a"));
+  EXPECT_TRUE(controller->pulledTheTruth());
+  EXPECT_THAT(diagnosticsWith("post-proccessing"), IsEmpty());
+  EXPECT_EQ(diagnosed("deleteAllRecordsForEntityName: " + LoomerEntity_Bookmarks_Folder.toString()), 1);
+}
+
+TEST_F(IntakeTest, DeleteAllOfBookmarksStartsNoPostProcessing) {
+  begin(root(
+      {folder("BookmarksBarUid", "BookmarksBar", {leaf("a", "A")}), leaf("b", "B"), hidden(leaf("h", "H"))}));
+  applyFolder(kAdd, "e1", folderRecord("New"));
+  EXPECT_TRUE(deleteAll(LoomerEntity_Bookmarks_Bookmark));
+  EXPECT_EQ(tree(working()), "Root(BookmarksBarUid h)");
+  EXPECT_TRUE(working().contains("BookmarksBar-SpecialBookmarkKey"));
+  EXPECT_THAT(diagnosticsWith("post-proccessing"), IsEmpty());
+  // Filed as pulled deletions are.
+  EXPECT_EQ(tree(*replayed(root({leaf("b", "B"), leaf("a", "A"), leaf("z", "Z")}))), "Root(z)");
+}
+
+TEST_F(IntakeTest, DeleteAllWithoutARootDeletesEveryFolder) {
+  begin(root({folder("f", "F")}));
+  applyFolder(kDelete, "Root");
+  EXPECT_TRUE(deleteAll(LoomerEntity_Bookmarks_Folder));
+  EXPECT_EQ(working().size(), 0u);
+}
+
+// After a delete-all request pulledTheTruth is true even if the entity name was unknown.
+TEST_F(IntakeTest, DeleteAllOfAnotherEntityFailsButCounts) {
+  begin(root({leaf("a", "A")}));
+  platform.log.expectMessages({"I was asked to delete all records for an entity I don't sync: Tag"});
+  EXPECT_FALSE(deleteAll("Tag"));
+  EXPECT_TRUE(controller->pulledTheTruth());
+  EXPECT_TRUE(controller->bookmarksChanged());
+  EXPECT_EQ(tree(working()), "Root(a)");
+  EXPECT_FALSE(error);
+}
+
+TEST_F(IntakeTest, OriginalIsNeverTouched) {
+  begin(root({folder("f", "F", {leaf("a", "A")})}));
+  applyBookmark(kModify, "a", bookmarkRecord("New", "Root"));
+  applyFolder(kDelete, "f");
+  bool moreComing = false;
+  const Dictionary records =
+      controller->recordsForEntityName(LoomerEntity_Bookmarks_Bookmark, moreComing, error);
+  EXPECT_EQ(records.dictionary("a")->string(LoomerAttribute_Bookmarks_Bookmark_Name.view()), "A");
+}
+
+}  // namespace
+}  // namespace corvane

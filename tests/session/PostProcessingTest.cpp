@@ -1,0 +1,164 @@
+#include <gmock/gmock.h>
+
+#include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/session/SessionTest.h"
+
+namespace corvane {
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr int kAdd = LoomerChangeTypeAdd;
+constexpr int kModify = LoomerChangeTypeModify;
+constexpr int kDelete = LoomerChangeTypeDelete;
+
+Dictionary withParents(Dictionary record, Array parents) {
+  record.set(LoomerRelationship_Bookmarks_Folder_Parent, std::move(parents));
+  return record;
+}
+
+class PostProcessingTest : public ControllerTest {};
+
+// Added folders arriving child first are created parent first.
+TEST_F(PostProcessingTest, ChildFirstIsCreatedParentFirst) {
+  begin(root({}));
+  applyFolder(kAdd, "grandchild", folderRecord("C", "child"));
+  applyFolder(kAdd, "child", folderRecord("B", "parent"));
+  applyFolder(kAdd, "parent", folderRecord("A"));
+  didPull();
+  EXPECT_EQ(tree(working()), "Root(UUID-3(UUID-2(UUID-1)))");
+  EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys done.  keys == (UUID-3, UUID-2, UUID-1)"), 1);
+  EXPECT_EQ(tree(*replayed(root({}))), "Root(UUID-3(UUID-2(UUID-1)))");
+}
+
+// An added folder whose parent is neither in the working map nor among the added folders is never created and
+// is left out of the top-down keys without a message.
+TEST_F(PostProcessingTest, OrphansAndCirclesAreLeftOutSilently) {
+  begin(root({}));
+  applyFolder(kAdd, "orphan", folderRecord("O", "nowhere"));
+  applyFolder(kAdd, "x", folderRecord("X", "y"));
+  applyFolder(kAdd, "y", folderRecord("Y", "x"));
+  applyFolder(kAdd, "self", folderRecord("S", "self"));
+  applyFolder(kAdd, "fine", folderRecord("F"));
+  didPull();
+  EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys done.  keys == (UUID-5)"), 1);
+  EXPECT_EQ(tree(working()), "Root(UUID-5)");
+  EXPECT_EQ(working().size(), 2u);
+}
+
+// A held-aside modified folder whose parent is missing from the working map is skipped with the "Broken
+// invariant" message.
+TEST_F(PostProcessingTest, ModifiedFolderWithAMissingParentIsSkipped) {
+  begin(root({folder("f", "F")}));
+  const Dictionary record = folderRecord("New", "nowhere");
+  applyFolder(kModify, "f", record);
+  platform.log.expectMessages(
+      {"Broken invariant: record " + description(record) +
+       " should have the parent of id nowhere in the bookmark dictionary.  It does not."});
+  didPull();
+  EXPECT_EQ(working().find("f")->title(), "F");
+  EXPECT_EQ(tree(working()), "Root(f)");
+}
+
+// A pulled root folder record (no parent, name "/") updates the existing "Root" folder rather than creating a
+// second root.
+TEST_F(PostProcessingTest, RootRecordUpdatesTheRoot) {
+  begin(root({leaf("a", "A")}));
+  Dictionary record = withParents(folderRecord("/"), Array());
+  record.set("is tab group", 1);
+  applyFolder(kAdd, "e1", record);
+  didPull();
+  EXPECT_EQ(working().size(), 2u);
+  EXPECT_FALSE(working().find("UUID-1"));
+  EXPECT_TRUE(working().root()->autoTab());
+  EXPECT_EQ(tree(working()), "Root(a)");
+}
+
+TEST_F(PostProcessingTest, RootRecordWithoutARootCreatesAFolder) {
+  begin(root({}));
+  applyFolder(kDelete, "Root");
+  applyFolder(kAdd, "e1", withParents(folderRecord("/"), Array()));
+  didPull();
+  ASSERT_TRUE(working().find("UUID-1"));
+  EXPECT_EQ(working().find("UUID-1")->title(), "/");
+}
+
+TEST_F(PostProcessingTest, ParentlessFoldersAreSkippedWithAMessage) {
+  begin(root({folder("f", "F")}));
+  const Dictionary record = withParents(folderRecord("Stray"), Array());
+  applyFolder(kAdd, "e1", record);
+  applyFolder(kModify, "f", record);
+  const std::string line = "No parent specified for non-root folder.  Skipping " + description(record);
+  platform.log.expectMessages({line, line});
+  didPull();
+  EXPECT_EQ(working().find("f")->title(), "F");
+  EXPECT_EQ(working().size(), 2u);
+}
+
+// A child identifier that names no pulled added folder is kept as it is in the translated record.
+TEST_F(PostProcessingTest, TranslatesTheIdentifiersItKnows) {
+  begin(root({folder("f", "F")}));
+  applyFolder(kAdd, "e1", folderRecord("A"));
+  Dictionary record = folderRecord("New", "e1");
+  record.set(LoomerRelationship_Bookmarks_Folder_Children, Array{"stranger", "e1", 5});
+  applyFolder(kModify, "f", record);
+  didPull();
+  EXPECT_EQ(tree(working()), "Root(UUID-1(f))");
+  EXPECT_THAT(diagnosticsWith("_applyHeldAsideFolder:{com.keldra.loomer.RecordEntityName = "
+                              "com.keldra.bookmarks.Folder; folder name = New; parent = (UUID-1); "
+                              "children = (stranger, UUID-1, 5)} withLocalId:f"),
+              SizeIs(1));
+}
+
+TEST_F(PostProcessingTest, RecordWithoutChildrenKeepsNone) {
+  begin(root({folder("f", "F")}));
+  applyFolder(kModify, "f", folderRecord("New", "Root"));
+  didPull();
+  EXPECT_THAT(
+      diagnosticsWith("_applyHeldAsideFolder:{com.keldra.loomer.RecordEntityName = "
+                      "com.keldra.bookmarks.Folder; folder name = New; parent = (Root)} withLocalId:f"),
+      SizeIs(1));
+}
+
+TEST_F(PostProcessingTest, ModifiedFolderMovesWithItsContents) {
+  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  applyFolder(kModify, "f", folderRecord("F", "g"));
+  didPull();
+  EXPECT_EQ(tree(working()), "Root(g(f(a)))");
+}
+
+TEST_F(PostProcessingTest, HappensOnceAndLogsBothMaps) {
+  begin(root({}));
+  applyFolder(kAdd, "e1", folderRecord("A"));
+  didPull();
+  didPull();
+  EXPECT_EQ(diagnosed("post-proccessing"), 1);
+  EXPECT_THAT(diagnosticsWith("_currentBookmarkDictionary pre-post-process {"), SizeIs(1));
+  EXPECT_THAT(diagnosticsWith("_currentBookmarkDictionary post-post-process {"), SizeIs(1));
+  EXPECT_THAT(diagnosticsWith("_fillOutAddedFoldersTopDownKeys.  _addedFolders is {UUID-1 = {"), SizeIs(1));
+}
+
+// A folder moved below itself, and the root moved below one of its folders, cut a part of the tree loose;
+// saving what is left must come to an end.
+TEST_F(PostProcessingTest, CirclesDoNotHang) {
+  begin(root({folder("f", "F", {folder("g", "G", {leaf("a", "A")})}), leaf("b", "B")}));
+  applyFolder(kModify, "f", folderRecord("F", "g"));
+  didPull();
+  EXPECT_EQ(tree(working()), "Root(b)");
+  EXPECT_TRUE(controller->sessionDriverWillFinishSession(*driver, error));
+  const auto saved = savedBookmarks();
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(saved->array("Children")->size(), 1u);
+}
+
+TEST_F(PostProcessingTest, RootBelowItsOwnFolderDoesNotHang) {
+  begin(root({folder("f", "F")}));
+  applyFolder(kModify, "Root", folderRecord("R", "f"));
+  didPull();
+  EXPECT_TRUE(controller->sessionDriverWillFinishSession(*driver, error));
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,222 @@
+#include <gmock/gmock.h>
+
+#include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+#include "tests/session/SessionTest.h"
+
+namespace corvane {
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr int kAdd = LoomerChangeTypeAdd;
+constexpr int kModify = LoomerChangeTypeModify;
+constexpr int kDelete = LoomerChangeTypeDelete;
+
+const std::string kId = "com.keldra.Corvane - ";
+
+class ReplayTest : public ControllerTest {};
+
+// A bookmark deleted by the engine but edited in the browser during the session survives; a folder in the
+// same situation is deleted.
+TEST_F(ReplayTest, EditedBookmarksSurviveDeletionAndFoldersDoNot) {
+  begin(root({leaf("a", "A"), folder("f", "F")}));
+  applyBookmark(kDelete, "a");
+  applyFolder(kDelete, "f");
+  EXPECT_EQ(tree(*replayed(root({leaf("a", "Edited"), folder("f", "Edited")}))), "Root(a)");
+  EXPECT_EQ(
+      diagnosed(kId + "attribute(s) changed for bookmark record with uid a in Corvane, so will not delete. "
+                      "Original bookmark CorvaneBookmarkRecord - UID:a Title: A, Corvane bookmark "
+                      "CorvaneBookmarkRecord - UID:a Title: Edited"),
+      1);
+}
+
+TEST_F(ReplayTest, UneditedBookmarksAreDeleted) {
+  begin(root({leaf("a", "A"), leaf("b", "B")}));
+  applyBookmark(kDelete, "a");
+  EXPECT_EQ(tree(*replayed(root({leaf("b", "B"), leaf("a", "A")}))), "Root(b)");
+  EXPECT_EQ(diagnosed(kId + "apply delete called for bookmark with uid a"), 1);
+}
+
+TEST_F(ReplayTest, LeafInAFoldersPlaceIsNotDeleted) {
+  begin(root({folder("x", "X")}));
+  applyFolder(kDelete, "x");
+  EXPECT_EQ(tree(*replayed(root({leaf("x", "X")}))), "Root(x)");
+}
+
+TEST_F(ReplayTest, BookmarkWithoutAnOriginalIsDeletedWithImpunity) {
+  begin(root({}));
+  applyBookmark(kDelete, "new");
+  EXPECT_EQ(tree(*replayed(root({leaf("new", "N")}))), "Root");
+  EXPECT_EQ(diagnosed(kId + "can't find original bookmark with uid new, will try to remove with impunity"),
+            1);
+}
+
+// A bookmark that the engine deleted and that the browser already removed is skipped with the "can't find
+// bookmark in map" message.
+TEST_F(ReplayTest, BookmarkGoneAlreadyIsSkipped) {
+  begin(root({leaf("a", "A")}));
+  applyBookmark(kDelete, "a");
+  EXPECT_EQ(tree(*replayed(root({}))), "Root");
+  EXPECT_EQ(diagnosed(kId + "can't delete bookmark with uid a, can't find bookmark in map"), 1);
+}
+
+TEST_F(ReplayTest, BookmarkWithoutAParentIsRemovedAllTheSame) {
+  begin(root({folder("f", "F", {leaf("a", "A")})}));
+  applyFolder(kDelete, "f");
+  applyBookmark(kDelete, "a");
+  const auto map = replayed(root({folder("f", "F", {leaf("a", "A")})}));
+  EXPECT_EQ(map->size(), 1u);
+  EXPECT_EQ(diagnosed(kId + "can't delete bookmark with uid a from parent, parent with uid f not found"), 1);
+}
+
+TEST_F(ReplayTest, DeletedRootTakesTheEntryOut) {
+  begin(root({}));
+  applyFolder(kDelete, "Root");
+  const auto map = replayed(root({leaf("a", "A")}));
+  EXPECT_FALSE(map->root());
+  EXPECT_EQ(
+      diagnosed(kId + "can't delete bookmark with uid Root from parent, parent with uid (null) not found"),
+      1);
+}
+
+TEST_F(ReplayTest, AddsFoldersTopDownAndThenBookmarks) {
+  begin(root({}));
+  applyFolder(kAdd, "child", folderRecord("C", "parent"));
+  applyFolder(kAdd, "parent", folderRecord("P"));
+  applyBookmark(kAdd, "b", bookmarkRecord("B", "UUID-1"));
+  const auto map = replayed(root({leaf("mine", "Mine")}));
+  EXPECT_EQ(tree(*map), "Root(mine UUID-2(UUID-1(UUID-3)))");
+  EXPECT_EQ(diagnosed(kId + "apply add called for bookmark with uid UUID-3"), 1);
+  EXPECT_EQ(diagnosed("uid: UUID-3 has parent UUID-1"), 1);
+  EXPECT_THAT(diagnosticsWith("dictOnDisk now looks like {"), SizeIs(3));
+}
+
+TEST_F(ReplayTest, AdditionToAMissingParentIsReported) {
+  begin(root({folder("f", "F")}));
+  applyBookmark(kAdd, "b", bookmarkRecord("B", "f"));
+  const auto map = replayed(root({}));
+  EXPECT_EQ(tree(*map), "Root");
+  EXPECT_TRUE(map->find("UUID-1"));
+  EXPECT_EQ(diagnosed(kId + "can't add bookmark with uid UUID-1 to parent, parent with uid f not found"), 1);
+}
+
+TEST_F(ReplayTest, NamelessFolderIsSkipped) {
+  begin(root({}));
+  applyFolder(kAdd, "e1", folderRecord(nullptr));
+  didPull();
+  EXPECT_EQ(tree(*replayed(root({}))), "Root");
+  EXPECT_EQ(diagnosed(kId + "skipping apply of add for bookmark with nil uid"), 1);
+}
+
+TEST_F(ReplayTest, WithoutPostProcessingNoFolderIsAdded) {
+  begin(root({}));
+  applyFolder(kAdd, "e1", folderRecord("F"));
+  EXPECT_EQ(tree(*replayed(root({}))), "Root");
+}
+
+TEST_F(ReplayTest, ModificationOfAMissingBookmarkIsSkipped) {
+  begin(root({leaf("a", "A")}));
+  applyBookmark(kModify, "a", bookmarkRecord("New", "Root"));
+  EXPECT_EQ(tree(*replayed(root({}))), "Root");
+  EXPECT_EQ(diagnosed(kId + "can't apply changes to bookmark with uid a, bookmark object not found"), 1);
+}
+
+TEST_F(ReplayTest, EngineMovesWhatTheBrowserLeft) {
+  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  applyBookmark(kModify, "a", bookmarkRecord("New", "g"));
+  const auto map = replayed(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  EXPECT_EQ(tree(*map), "Root(f g(a))");
+  EXPECT_EQ(map->find("a")->title(), "New");
+  EXPECT_EQ(diagnosed(kId + "apply move for bookmark with uid a"), 1);
+}
+
+// A bookmark moved both in the browser and by the engine stays where the browser put it, and the engine's
+// other attribute changes are still merged.
+TEST_F(ReplayTest, BrowsersMoveWins) {
+  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G"), folder("h", "H")}));
+  applyBookmark(kModify, "a", bookmarkRecord("New", "g", "http://new.example/"));
+  const auto map = replayed(root({folder("f", "F"), folder("g", "G"), folder("h", "H", {leaf("a", "A")})}));
+  EXPECT_EQ(tree(*map), "Root(f g h(a))");
+  EXPECT_EQ(map->find("a")->title(), "New");
+  EXPECT_EQ(map->find("a")->asRecord()->url(), "http://new.example/");
+  EXPECT_EQ(
+      diagnosed(kId +
+                "bookmark moved in Corvane and moved in sync, ignoring move in sync. Bookmark uid is a, "
+                "original parent is f, moved parent is g, corvane moved parent is h"),
+      1);
+}
+
+TEST_F(ReplayTest, BrowsersTitleWinsAndTheEnginesUrlIsTaken) {
+  begin(root({leaf("a", "A")}));
+  applyBookmark(kModify, "a", bookmarkRecord("Engine", "Root", "http://new.example/"));
+  const auto map = replayed(root({leaf("a", "Browser")}));
+  EXPECT_EQ(map->find("a")->title(), "Browser");
+  EXPECT_EQ(map->find("a")->asRecord()->url(), "http://new.example/");
+}
+
+TEST_F(ReplayTest, ParentThatIsGoneMovesNothing) {
+  begin(root({folder("g", "G"), leaf("a", "A")}));
+  applyBookmark(kModify, "a", bookmarkRecord("New", "g"));
+  const auto map = replayed(root({leaf("a", "A")}));
+  EXPECT_EQ(tree(*map), "Root(a)");
+  EXPECT_EQ(map->find("a")->title(), "New");
+  EXPECT_EQ(diagnosed(kId + "can't apply changes to bookmark with uid a, parent not found"), 1);
+}
+
+TEST_F(ReplayTest, BookmarkIsNoParent) {
+  begin(root({leaf("a", "A"), leaf("b", "B")}));
+  applyBookmark(kModify, "a", bookmarkRecord("A", "b"));
+  EXPECT_EQ(tree(*replayed(root({leaf("a", "A"), leaf("b", "B")}))), "Root(a b)");
+}
+
+// The old place is found through the original parent, so without an original the present one still lists it.
+TEST_F(ReplayTest, MoveWithoutAnOriginalLeavesThePresentPlace) {
+  begin(root({folder("g", "G")}));
+  applyBookmark(kModify, "new", bookmarkRecord("N", "g"));
+  const auto map = replayed(root({folder("f", "F", {leaf("new", "N")}), folder("g", "G")}));
+  EXPECT_EQ(tree(*map), "Root(f(new) g(new))");
+  EXPECT_EQ(diagnosed(kId + "can't find original bookmark for uid, so modifying with impunity"), 1);
+}
+
+TEST_F(ReplayTest, RootReachesTheMovedMessage) {
+  begin(root({leaf("a", "A")}));
+  Dictionary record = folderRecord("/");
+  record.set(LoomerRelationship_Bookmarks_Folder_Parent, Array());
+  record.set("is tab group", 1);
+  applyFolder(kModify, "Root", record);
+  didPull();
+  const auto map = replayed(root({leaf("a", "A")}));
+  EXPECT_EQ(tree(*map), "Root(a)");
+  EXPECT_TRUE(map->root()->autoTab());
+  EXPECT_EQ(
+      diagnosed(kId +
+                "bookmark moved in Corvane and moved in sync, ignoring move in sync. Bookmark uid is Root, "
+                "original parent is (null), moved parent is (null), corvane moved parent is (null)"),
+      1);
+}
+
+TEST_F(ReplayTest, FolderModificationsAreReplayedTranslated) {
+  begin(root({folder("f", "F")}));
+  applyFolder(kAdd, "e1", folderRecord("New"));
+  applyFolder(kModify, "f", folderRecord("Renamed", "e1"));
+  didPull();
+  const auto map = replayed(root({folder("f", "F")}));
+  EXPECT_EQ(tree(*map), "Root(UUID-1(f))");
+  EXPECT_EQ(map->find("f")->title(), "Renamed");
+}
+
+TEST_F(ReplayTest, CanBeRepeatedOnOtherMaps) {
+  begin(root({folder("f", "F", {leaf("a", "A")}), leaf("b", "B")}));
+  applyFolder(kAdd, "e1", folderRecord("New"));
+  applyBookmark(kDelete, "b");
+  applyBookmark(kModify, "a", bookmarkRecord("A2", "UUID-1"));
+  const Dictionary fresh = root({folder("f", "F", {leaf("a", "A")}), leaf("b", "B"), leaf("c", "C")});
+  const std::string once = tree(*replayed(fresh));
+  EXPECT_EQ(once, "Root(f c UUID-1(a))");
+  EXPECT_EQ(tree(*replayed(fresh)), once);
+}
+
+}  // namespace
+}  // namespace corvane

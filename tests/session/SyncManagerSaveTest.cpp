@@ -1,0 +1,170 @@
+#include <gmock/gmock.h>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "tests/session/SessionTest.h"
+
+namespace corvane {
+namespace {
+
+constexpr const char* kReloading =
+    "com.keldra.Corvane - Bookmark file changed while syncing, reloading it and merging changes";
+constexpr const char* kSaved =
+    "com.keldra.Corvane - Engine pushed changes and we modified bookmarks file at ";
+constexpr const char* kGivingUp = "com.keldra.Corvane - Could not save bookmarks file, giving up";
+
+// Sessions that delete bookmark "a" and finish.
+class SyncManagerSaveTest : public SessionTest {
+ protected:
+  SyncManagerSaveTest() {
+    loomer.script = [this](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
+      String error;
+      String remapped;
+      if (deletesAll) {
+        dataSource.deleteAllRecordsForEntityName(LoomerEntity_Bookmarks_Bookmark, error);
+      } else {
+        dataSource.applyChange(LoomerChange(LoomerChangeTypeDelete, "a", std::nullopt),
+                               LoomerEntity_Bookmarks_Bookmark, remapped, nullptr, error);
+      }
+      if (beforeFinish) beforeFinish();
+      return dataSource.sessionDriverWillFinishSession(driver, error);
+    };
+    writeBookmarks(root({leaf("a", "A"), leaf("b", "B")}));
+  }
+
+  bool sync() {
+    const auto manager = CorvaneSyncManager::initWithClientId("com.keldra.Corvane");
+    manager->_setUnitTestCallback(&callback);
+    return manager->sync();
+  }
+
+  /// The name of what the run raises, and its reason; empty when nothing.
+  std::string raised() {
+    try {
+      sync();
+    } catch (const PlatformException& exception) {
+      return exception.name() + ": " + exception.reason();
+    }
+    return "";
+  }
+
+  std::string savedTree() { return tree(*mapped(*savedBookmarks())); }
+  Date storedDate() {
+    const Value* date = loomer.client.values.find("modDateOnLastSync");
+    return date ? *date->as<Date>() : Date{-1.0};
+  }
+
+  bool deletesAll = false;
+  std::function<void()> beforeFinish;
+  CorvaneSyncManager::UnitTestCallback callback = [](const BookmarkMap&, const std::string&) {};
+};
+
+TEST_F(SyncManagerSaveTest, SavesOnceWhenNobodyInterferes) {
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(savedTree(), "Root(b)");
+  EXPECT_EQ(storedDate(), fileDate());
+  EXPECT_EQ(diagnosed(kReloading), 0);
+  EXPECT_EQ(diagnosed(kSaved + localDescription(fileDate())), 1);
+  EXPECT_EQ(diagnosticsWith("dict is {").size(), 1u);
+  EXPECT_EQ(diagnosticsWith("dict for disk is {").size(), 1u);
+}
+
+// A save that fails three times because the file keeps changing and then succeeds: three reload-and-merge
+// passes, one success line, the date of the fourth save returned.
+TEST_F(SyncManagerSaveTest, MergesThreeTimesAndSavesTheFourth) {
+  browserWritesBeforeSaves(3, root({leaf("a", "A"), leaf("b", "B"), leaf("c", "C")}));
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(savedTree(), "Root(b c)");
+  EXPECT_EQ(diagnosed(kReloading), 3);
+  EXPECT_EQ(diagnosticsWith(kSaved).size(), 1u);
+  EXPECT_EQ(storedDate(), fileDate());
+}
+
+TEST_F(SyncManagerSaveTest, GivesUpAfterTenSavesAndTenMerges) {
+  browserWritesBeforeSaves(100, root({leaf("a", "A"), leaf("c", "C")}));
+  loomer.client.values.set("modDateOnLastSync", Date{5.0});
+  EXPECT_EQ(raised(), "CorvaneSyncClientSaveException: Could not save bookmarks file after sync");
+  EXPECT_EQ(diagnosed(kReloading), 10);
+  EXPECT_EQ(diagnosed(kGivingUp), 1);
+  EXPECT_EQ(savedTree(), "Root(a c)");
+  EXPECT_EQ(storedDate(), Date{5.0});
+}
+
+TEST_F(SyncManagerSaveTest, NinthRefusalStillLeavesOneSave) {
+  browserWritesBeforeSaves(9, root({leaf("a", "A"), leaf("c", "C")}));
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(diagnosed(kReloading), 9);
+  EXPECT_EQ(savedTree(), "Root(c)");
+}
+
+TEST_F(SyncManagerSaveTest, EngineThatReplacesEverythingOverridesTheBrowser) {
+  deletesAll = true;
+  browserWritesBeforeSaves(100, root({leaf("c", "C")}));
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(savedTree(), "Root");
+  EXPECT_EQ(diagnosed(kReloading), 0);
+}
+
+TEST_F(SyncManagerSaveTest, FailedUncheckedSaveIsNotTriedAgain) {
+  deletesAll = true;
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    const bool isFile = call.operation == FileOperation::writeAtomically && call.path == bookmarksPath();
+    return isFile ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
+  };
+  EXPECT_EQ(raised(), "CorvaneBookmarksCannotSaveException: Could not save bookmarks file.");
+  EXPECT_EQ(diagnosed(kReloading), 0);
+  platform.log.messages.clear();  // what the store says of the failed write
+}
+
+TEST_F(SyncManagerSaveTest, MessagesAreLocalized) {
+  platform.bundles.own.localizedTexts["Corvane Sync Client"]["Could not save bookmarks file."] =
+      "Nicht gesichert.";
+  deletesAll = true;
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    const bool isFile = call.operation == FileOperation::writeAtomically && call.path == bookmarksPath();
+    return isFile ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
+  };
+  EXPECT_EQ(raised(), "CorvaneBookmarksCannotSaveException: Nicht gesichert.");
+  platform.log.messages.clear();
+}
+
+TEST_F(SyncManagerSaveTest, ChangedFileThatCannotBeMappedIsInvalid) {
+  beforeFinish = [this] { ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), "rubbish")); };
+  EXPECT_EQ(raised(),
+            "CorvaneBookmarksInvalidException: The required version of Corvane needed to Sync bookmarks has "
+            "never been "
+            "run. Please make sure you have installed the latest release of Corvane and run it at least once "
+            "before "
+            "syncing your bookmarks.");
+  platform.log.messages.clear();  // what the store says of the unreadable file
+}
+
+TEST_F(SyncManagerSaveTest, VanishedFileIsGivenUpAfterTenSaves) {
+  beforeFinish = [this] { ASSERT_FALSE(platform.realFiles.remove(bookmarksPath())); };
+  EXPECT_EQ(raised(), "CorvaneSyncClientSaveException: Could not save bookmarks file after sync");
+  EXPECT_EQ(diagnosed(kReloading), 10);
+  EXPECT_FALSE(savedBookmarks());
+}
+
+TEST_F(SyncManagerSaveTest, CallbackSeesTheWorkingMapAndThePathOnceBeforeTheSave) {
+  int calls = 0;
+  callback = [&](const BookmarkMap& bookmarks, const std::string& path) {
+    ++calls;
+    EXPECT_EQ(tree(bookmarks), "Root(b)");
+    EXPECT_EQ(path, bookmarksPath());
+    EXPECT_EQ(savedTree(), "Root(a b)");
+  };
+  browserWritesBeforeSaves(2, root({leaf("a", "A"), leaf("b", "B")}));
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(calls, 1);
+}
+
+TEST_F(SyncManagerSaveTest, UnknownKeysSurvive) {
+  Dictionary bookmarks = root({leaf("a", "A")});
+  bookmarks.set("Unheard", "of");
+  writeBookmarks(bookmarks);
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(savedBookmarks()->string("Unheard"), "of");
+}
+
+}  // namespace
+}  // namespace corvane
