@@ -1,0 +1,209 @@
+// The system calls of an atomic write are put aside by this program's own, which can fail as a disk would.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "tests/fakes/TemporaryDirectory.h"
+
+namespace {
+
+/// What the n-th call of a function fails with, counted down; 0 when it is not to fail.
+struct Fault {
+  int callsUntil = 0;
+  int error = 0;
+};
+std::map<std::string, Fault>* faults = nullptr;
+
+bool failsNow(const char* function) {
+  if (!faults) return false;
+  const auto found = faults->find(function);
+  if (found == faults->end() || --found->second.callsUntil != 0) return false;
+  errno = found->second.error;
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+int fsync(int file) { return failsNow("fsync") ? -1 : static_cast<int>(syscall(SYS_fsync, file)); }
+
+ssize_t write(int file, const void* bytes, size_t size) {
+  if (failsNow("write")) return -1;
+  if (faults && size > 4) size = 4;  // a system may write less than it is asked for
+  return syscall(SYS_write, file, bytes, size);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  if (failsNow("rename")) return -1;
+  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int fchmod(int file, mode_t mode) noexcept {
+  return failsNow("fchmod") ? -1 : static_cast<int>(syscall(SYS_fchmod, file, mode));
+}
+
+int fchown(int file, uid_t user, gid_t group) noexcept {
+  return failsNow("fchown") ? -1 : static_cast<int>(syscall(SYS_fchown, file, user, group));
+}
+
+int linkat(int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept {
+  if (failsNow("linkat")) return -1;
+  return static_cast<int>(syscall(SYS_linkat, fromDirectory, from, toDirectory, to, flags));
+}
+
+}  // extern "C"
+
+namespace corvane {
+namespace {
+
+class AtomicWrite : public testing::Test {
+ protected:
+  void TearDown() override { faults = nullptr; }
+
+  std::string contents() {
+    std::string bytes = "(no file)";
+    const std::error_code error = files.read(path, bytes);
+    return error ? error.message() : bytes;
+  }
+  std::vector<std::string> names() {
+    std::vector<std::string> result;
+    EXPECT_FALSE(files.list(directory.path(), result));
+    return result;
+  }
+  std::error_code writeWith(std::map<std::string, Fault> given, const std::string& text) {
+    faults = &given;
+    const std::error_code error = files.writeAtomically(path, text);
+    faults = nullptr;
+    return error;
+  }
+  mode_t modeOf(const std::string& file) {
+    struct stat status {};
+    EXPECT_EQ(stat(file.c_str(), &status), 0);
+    return status.st_mode & 07777;
+  }
+
+  TemporaryDirectory directory;
+  std::string path = directory / "Bookmarks.plist";
+  LinuxFileSystem files;
+};
+
+TEST_F(AtomicWrite, everyFailureLeavesTheOldFileAndNoOther) {
+  struct Row {
+    const char* phrase;
+    const char* function;
+    int call;
+    int error;
+  };
+  const Row rows[] = {
+      {"the disk is full at once", "write", 1, ENOSPC},
+      {"the disk is full in the middle", "write", 2, ENOSPC},
+      {"the mode cannot be kept", "fchmod", 1, EIO},
+      {"the file does not reach the disk", "fsync", 1, EIO},
+      {"the new file cannot take the place", "rename", 1, EACCES},
+      {"the directory does not reach the disk", "fsync", 2, EIO},
+  };
+  ASSERT_FALSE(files.write(path, "the old contents"));
+  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+  for (const Row& row : rows) {
+    EXPECT_EQ(writeWith({{row.function, {row.call, row.error}}}, "new contents").value(), row.error)
+        << row.phrase;
+    EXPECT_EQ(contents(), "the old contents") << row.phrase;
+    EXPECT_EQ(modeOf(path), 0640u) << row.phrase;
+    EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"}) << row.phrase;
+  }
+}
+
+TEST_F(AtomicWrite, everyFailureLeavesNothingWhereNothingWas) {
+  for (const auto& [function, call] : std::multimap<std::string, int>{
+           {"write", 1}, {"write", 2}, {"fsync", 1}, {"rename", 1}, {"fsync", 2}}) {
+    EXPECT_TRUE(writeWith({{function, {call, EIO}}}, "new contents")) << function;
+    EXPECT_EQ(names(), std::vector<std::string>{}) << function;
+  }
+}
+
+TEST_F(AtomicWrite, interruptionsAndShortWritesAreCarriedThrough) {
+  EXPECT_FALSE(writeWith({{"write", {2, EINTR}}, {"fsync", {1, EINTR}}}, "some longer contents"));
+  EXPECT_EQ(contents(), "some longer contents");
+}
+
+TEST_F(AtomicWrite, worksWithoutHardLinksAndWithoutDirectoryFsync) {
+  ASSERT_FALSE(files.write(path, "old"));
+  EXPECT_FALSE(writeWith({{"linkat", {1, EPERM}}, {"fsync", {2, EINVAL}}}, "new"));
+  EXPECT_EQ(contents(), "new");
+  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+}
+
+TEST_F(AtomicWrite, anOwnerThatCannotBeKeptIsNoFailure) {
+  ASSERT_FALSE(files.write(path, "old"));
+  EXPECT_FALSE(writeWith({{"fchown", {1, EPERM}}}, "new"));
+  EXPECT_EQ(contents(), "new");
+}
+
+TEST_F(AtomicWrite, modeIsKept) {
+  for (const mode_t mode : {0600u, 0640u, 0664u, 0444u, 0777u}) {
+    ASSERT_FALSE(files.writeAtomically(path, "one"));
+    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+    ASSERT_FALSE(files.writeAtomically(path, "two"));
+    EXPECT_EQ(modeOf(path), mode);
+  }
+}
+
+TEST_F(AtomicWrite, aNewFileGetsItsModeFromTheUmask) {
+  const mode_t before = umask(0027);
+  const std::error_code error = files.writeAtomically(path, "new");
+  umask(before);
+  ASSERT_FALSE(error);
+  EXPECT_EQ(modeOf(path), 0640u);
+}
+
+TEST_F(AtomicWrite, aLinkItselfIsReplaced) {
+  ASSERT_FALSE(files.write(directory / "target", "target"));
+  ASSERT_EQ(symlink("target", path.c_str()), 0);
+  ASSERT_FALSE(files.writeAtomically(path, "new"));
+  EXPECT_FALSE(std::filesystem::is_symlink(path));
+  EXPECT_EQ(contents(), "new");
+  std::string target;
+  ASSERT_FALSE(files.read(directory / "target", target));
+  EXPECT_EQ(target, "target");
+}
+
+TEST_F(AtomicWrite, aLinkComesBackWhenTheDirectoryDoesNotReachTheDisk) {
+  ASSERT_EQ(symlink("target", path.c_str()), 0);
+  EXPECT_TRUE(writeWith({{"fsync", {2, EIO}}}, "new"));
+  EXPECT_EQ(files.symbolicLinkDestination(path), "target");
+  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+}
+
+TEST_F(AtomicWrite, aDirectoryIsNotReplaced) {
+  ASSERT_FALSE(files.makeDirectory(path, 0700));
+  EXPECT_EQ(files.writeAtomically(path, "new"), std::errc::is_a_directory);
+  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+}
+
+TEST_F(AtomicWrite, aMissingDirectoryIsAnError) {
+  EXPECT_EQ(files.writeAtomically(directory / "none/f", "new"), std::errc::no_such_file_or_directory);
+}
+
+TEST_F(AtomicWrite, namesLeftBehindAreNotUsed) {
+  // What an earlier process with this process's number may have left behind.
+  for (int i = 1; i <= 50; ++i) {
+    ASSERT_FALSE(files.write(
+        directory / (".corvane-" + std::to_string(getpid()) + "-" + std::to_string(i) + ".tmp"), "leftover"));
+  }
+  ASSERT_FALSE(files.writeAtomically(path, "new"));
+  EXPECT_EQ(contents(), "new");
+  EXPECT_EQ(names().size(), 51u);
+}
+
+}  // namespace
+}  // namespace corvane

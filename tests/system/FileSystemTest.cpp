@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+
+#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "tests/fakes/ForwardingFileSystem.h"
+#include "tests/fakes/TemporaryDirectory.h"
+
+namespace corvane {
+namespace {
+
+/// What every file system promises: the real one, and the forwarding one that tests use in its place.
+class FileSystemContract : public testing::TestWithParam<bool> {
+ protected:
+  FileSystem& files() { return GetParam() ? static_cast<FileSystem&>(_forwarding) : _linux; }
+
+  std::string contents(const std::string& path) {
+    std::string bytes;
+    EXPECT_FALSE(files().read(path, bytes)) << path;
+    return bytes;
+  }
+  FileAttributes attributesOf(const std::string& path) {
+    std::error_code error;
+    const std::optional<FileAttributes> found = files().attributes(path, error);
+    EXPECT_TRUE(found) << path << ": " << error.message();
+    return found.value_or(FileAttributes{});
+  }
+  std::vector<std::string> listed() {
+    std::vector<std::string> names;
+    EXPECT_FALSE(files().list(directory.path(), names));
+    return names;
+  }
+
+  TemporaryDirectory directory;
+
+ private:
+  LinuxFileSystem _linux;
+  ForwardingFileSystem _forwarding{_linux};
+};
+
+INSTANTIATE_TEST_SUITE_P(Files, FileSystemContract, testing::Bool(),
+                         [](const auto& chosen) { return chosen.param ? "Forwarding" : "Linux"; });
+
+TEST_P(FileSystemContract, writesAndReadsAnyBytes) {
+  const std::string bytes("a\0b\n\xff", 5);
+  ASSERT_FALSE(files().write(directory / "f", bytes));
+  EXPECT_EQ(contents(directory / "f"), bytes);
+  ASSERT_FALSE(files().write(directory / "f", ""));
+  EXPECT_EQ(contents(directory / "f"), "");
+  const std::string large(3'000'000, 'x');
+  ASSERT_FALSE(files().write(directory / "f", large));
+  EXPECT_EQ(contents(directory / "f"), large);
+}
+
+TEST_P(FileSystemContract, readsFilesWhoseSizeIsNotToldBeforehand) {
+  EXPECT_NE(contents("/proc/self/mountinfo"), "");
+}
+
+TEST_P(FileSystemContract, tellsWhyItCannotRead) {
+  ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
+  std::string bytes = "untouched";
+  EXPECT_EQ(files().read(directory / "none", bytes), std::errc::no_such_file_or_directory);
+  EXPECT_EQ(files().read(directory.path(), bytes), std::errc::is_a_directory);
+  EXPECT_EQ(files().read(directory / "fifo", bytes), std::errc::invalid_argument);
+  EXPECT_EQ(bytes, "untouched");
+  EXPECT_EQ(&files().read(directory / "none", bytes).category(), &std::system_category());
+}
+
+TEST_P(FileSystemContract, attributes) {
+  ASSERT_FALSE(files().write(directory / "f", "12345"));
+  ASSERT_EQ(chmod((directory / "f").c_str(), 0640), 0);
+  ASSERT_EQ(symlink("f", (directory / "link").c_str()), 0);
+  ASSERT_EQ(symlink("none", (directory / "dangling").c_str()), 0);
+  ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
+  EXPECT_EQ(attributesOf(directory / "f").kind, FileKind::regular);
+  EXPECT_EQ(attributesOf(directory / "f").size, 5u);
+  EXPECT_EQ(attributesOf(directory / "f").mode, 0640u);
+  EXPECT_EQ(attributesOf(directory / "link").size, 5u);  // links are followed
+  EXPECT_EQ(attributesOf(directory.path()).kind, FileKind::directory);
+  EXPECT_EQ(attributesOf(directory / "fifo").kind, FileKind::other);
+  std::error_code error;
+  EXPECT_FALSE(files().attributes(directory / "dangling", error));
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+  EXPECT_TRUE(files().attributes(directory / "f", error));
+  EXPECT_FALSE(error);
+}
+
+TEST_P(FileSystemContract, datesKeepTheirFractionsBothWays) {
+  ASSERT_FALSE(files().write(directory / "f", ""));
+  const double dates[] = {0.0,  1000.0,         800'000'000.125,  800'000'000.1234567, 817'000'123.000000119,
+                          -0.5, -978'307'200.0, -1'000'000'000.25};
+  for (const double seconds : dates) {
+    ASSERT_FALSE(files().setModificationDate(directory / "f", Date{seconds}));
+    EXPECT_EQ(attributesOf(directory / "f").modificationDate.seconds, seconds);
+  }
+}
+
+TEST_P(FileSystemContract, refusesDatesThatTheSystemCannotHold) {
+  ASSERT_FALSE(files().write(directory / "f", ""));
+  for (const double seconds : {std::numeric_limits<double>::quiet_NaN(), 1e300, -1e300}) {
+    EXPECT_EQ(files().setModificationDate(directory / "f", Date{seconds}), std::errc::invalid_argument)
+        << seconds;
+  }
+  EXPECT_EQ(files().setModificationDate(directory / "none", Date{0}), std::errc::no_such_file_or_directory);
+}
+
+TEST_P(FileSystemContract, makesOneDirectoryOnce) {
+  EXPECT_FALSE(files().makeDirectory(directory / "d", 0700));
+  EXPECT_EQ(attributesOf(directory / "d").mode, 0700u);
+  EXPECT_EQ(files().makeDirectory(directory / "d", 0700), std::errc::file_exists);
+  EXPECT_EQ(files().makeDirectory(directory / "x/y", 0700), std::errc::no_such_file_or_directory);
+}
+
+TEST_P(FileSystemContract, symbolicLinkDestinations) {
+  const std::string longTarget(2000, 't');
+  ASSERT_EQ(symlink(longTarget.c_str(), (directory / "long").c_str()), 0);
+  ASSERT_FALSE(files().write(directory / "f", ""));
+  EXPECT_EQ(files().symbolicLinkDestination(directory / "long"), longTarget);
+  EXPECT_EQ(files().symbolicLinkDestination(directory / "f"), std::nullopt);
+  EXPECT_EQ(files().symbolicLinkDestination(directory / "none"), std::nullopt);
+}
+
+TEST_P(FileSystemContract, renameReplaces) {
+  ASSERT_FALSE(files().write(directory / "a", "new"));
+  ASSERT_FALSE(files().write(directory / "b", "old"));
+  EXPECT_FALSE(files().rename(directory / "a", directory / "b"));
+  EXPECT_EQ(contents(directory / "b"), "new");
+  EXPECT_EQ(listed(), std::vector<std::string>{"b"});
+  EXPECT_EQ(files().rename(directory / "a", directory / "b"), std::errc::no_such_file_or_directory);
+}
+
+TEST_P(FileSystemContract, copyKeepsContentsAndMode) {
+  ASSERT_FALSE(files().write(directory / "a", "text"));
+  ASSERT_EQ(chmod((directory / "a").c_str(), 0604), 0);
+  EXPECT_FALSE(files().copy(directory / "a", directory / "b"));
+  EXPECT_EQ(contents(directory / "b"), "text");
+  EXPECT_EQ(attributesOf(directory / "b").mode, 0604u);
+  EXPECT_EQ(files().copy(directory / "a", directory / "b"), std::errc::file_exists);
+  EXPECT_EQ(files().copy(directory.path(), directory / "c"), std::errc::is_a_directory);
+  EXPECT_EQ(files().copy(directory / "none", directory / "c"), std::errc::no_such_file_or_directory);
+  EXPECT_EQ(listed(), (std::vector<std::string>{"a", "b"}));
+}
+
+TEST_P(FileSystemContract, listsSortedAndWithHiddenNames) {
+  for (const char* name : {"b", "a", ".h", "ä"}) ASSERT_FALSE(files().write(directory / name, ""));
+  EXPECT_EQ(listed(), (std::vector<std::string>{".h", "a", "b", "ä"}));
+  std::vector<std::string> names{"untouched"};
+  EXPECT_EQ(files().list(directory / "none", names), std::errc::no_such_file_or_directory);
+  EXPECT_EQ(files().list(directory / "a", names), std::errc::not_a_directory);
+  EXPECT_EQ(names, std::vector<std::string>{"untouched"});
+}
+
+TEST_P(FileSystemContract, writesAtomically) {
+  EXPECT_FALSE(files().writeAtomically(directory / "f", "one"));
+  EXPECT_FALSE(files().writeAtomically(directory / "f", "two"));
+  EXPECT_EQ(contents(directory / "f"), "two");
+  EXPECT_EQ(listed(), std::vector<std::string>{"f"});
+}
+
+TEST_P(FileSystemContract, volumeOfAnExistingPath) {
+  const std::optional<FileSystem::Volume> volume = files().volume(directory.path());
+  ASSERT_TRUE(volume);
+  EXPECT_TRUE(directory.path().starts_with(volume->mountPoint)) << volume->mountPoint;
+  const std::optional<FileSystem::Volume> proc = files().volume("/proc/self");
+  ASSERT_TRUE(proc);
+  EXPECT_EQ(proc->mountPoint, "/proc");
+  EXPECT_TRUE(proc->isLocal);
+  EXPECT_FALSE(files().volume(directory / "none"));
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,66 @@
+#include <gtest/gtest.h>
+
+#include "CorvaneSyncClient/front/SCLog.h"
+#include "tests/fakes/FakePlatform.h"
+#include "tests/system/ChildProcess.h"
+
+namespace corvane {
+namespace {
+
+/// Logs three lines in a fresh process, as the switch is read once in each, and answers how often the
+/// preferences were consulted and what was logged.
+std::string logged(const Dictionary& preferences) {
+  return answerOfChild([&] {
+    FakePlatform platform;
+    platform.preferences.domains["com.keldra.Corvane"] = preferences;
+    SCLog("first %d", 1);
+    SCLog("%@ and %d%%", "100% of %@ %s", 2);
+    platform.preferences.domains["com.keldra.Corvane"] = {
+        {"SCLog", "YES"}};  // a change has no effect in this run
+    SCLog("third");
+    std::string text = std::to_string(platform.preferences.consultations) + " consulted";
+    for (const std::string& line : platform.log.diagnostics) text += "\n" + line;
+    for (const std::string& line : platform.log.messages) text += "\nmessage: " + line;
+    return text;
+  });
+}
+
+TEST(SCLogSwitch, preferenceAbsentIsConsultedOnlyOnceHoweverManyCallsFollow) {
+  EXPECT_EQ(logged({}), "1 consulted");
+}
+
+TEST(SCLogSwitch, booleanTrueStaysOff) { EXPECT_EQ(logged({{"SCLog", true}}), "1 consulted"); }
+
+TEST(SCLogSwitch, everythingButTheExactStringStaysOff) {
+  for (const Value& value :
+       {Value("yes"), Value("1"), Value(1), Value("YES "), Value("NO"), Value(Array{"YES"})}) {
+    EXPECT_EQ(logged({{"SCLog", value}}), "1 consulted") << description(value);
+  }
+}
+
+TEST(SCLogSwitch, yesLogsEachCallAndPercentSignsInArgumentsLiterally) {
+  EXPECT_EQ(logged({{"SCLog", "YES"}}), "1 consulted\nfirst 1\n100% of %@ %s and 2%\nthird");
+}
+
+class CountedDescription final : public Describable {
+ public:
+  std::string description() const override { return std::to_string(++count); }
+  mutable int count = 0;
+};
+
+TEST(SCLogSwitch, argumentsAreNotDescribedWhenOff) {
+  const auto descriptions = [](const Dictionary& preferences) {
+    return answerOfChild([&] {
+      FakePlatform platform;
+      platform.preferences.domains["com.keldra.Corvane"] = preferences;
+      const CountedDescription object;
+      SCLog("%@", static_cast<const Describable&>(object));
+      return std::to_string(object.count);
+    });
+  };
+  EXPECT_EQ(descriptions({}), "0");
+  EXPECT_EQ(descriptions({{"SCLog", "YES"}}), "1");
+}
+
+}  // namespace
+}  // namespace corvane
