@@ -1,3 +1,4 @@
+#include <tuple>
 #include <unordered_map>
 
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
@@ -53,28 +54,44 @@ class ContentMerge {
   Content _sent;
 };
 
-/// Leaves one special folder of each title, in the root: the one that the truth has, else the oldest.
-void settleSpecialFolders(Trees& trees) {
-  std::unordered_map<String, Index> chosen;
-  for (Index node = 1; node < trees.nodes.size(); ++node) {
-    Node& at = trees.nodes[node];
-    if (!at.lives || !at.content.special) continue;
-    at.content.special = trees.parent[node] == kRootNode && at.content.name;
-    if (!at.content.special) continue;
-    const auto [found, first] = chosen.emplace(at.content.name, node);
-    if (first) continue;
-    const auto rank = [&](const Node& folder) {
-      return std::pair(!(folder.isLiveInTruth() && folder.truth->content.special), folder.id);
-    };
-    Node& other = trees.nodes[found->second];
-    if (rank(at) < rank(other)) {
-      other.content.special = false;
-      found->second = node;
-    } else {
-      at.content.special = false;
+/// Of each title that makes a folder special, one folder of the root is special and no other: the one that
+/// both sides or one of them made so, the truth's before the client's; else the oldest, since a client that
+/// finds no other takes it.
+class SpecialFolders {
+ public:
+  explicit SpecialFolders(Trees& trees) : _trees(trees) {}
+
+  void settle() {
+    for (Index node = 1; node < _trees.nodes.size(); ++node) {
+      if (isCandidate(node)) offer(node);
     }
+    for (Node& node : _trees.nodes) node.content.special = false;
+    for (const auto& [title, node] : _chosen) _trees.nodes[node].content.special = true;
   }
-}
+
+ private:
+  bool isCandidate(Index node) const {
+    const Node& at = _trees.nodes[node];
+    if (!at.lives || at.entity != Entity::folder || _trees.parent[node] != kRootNode) return false;
+    return at.content.name == "BookmarksBar" || at.content.name == "BookmarksMenu" ||
+           (at.content.special && at.content.name);
+  }
+
+  /// The less, the better the claim to be special.
+  auto claim(Index node) const {
+    const Node& at = _trees.nodes[node];
+    const bool inTruth = at.isLiveInTruth() && at.truth->content.special;
+    return std::tuple(!at.content.special, !inTruth, at.id);
+  }
+
+  void offer(Index node) {
+    const auto [found, first] = _chosen.emplace(_trees.nodes[node].content.name, node);
+    if (!first && claim(node) < claim(found->second)) found->second = node;
+  }
+
+  Trees& _trees;
+  std::unordered_map<String, Index> _chosen;
+};
 
 }  // namespace
 
@@ -88,7 +105,7 @@ void mergeContents(Trees& trees) {
       node.content = node.truth->content;
     }
   }
-  settleSpecialFolders(trees);
+  SpecialFolders(trees).settle();
 }
 
 }  // namespace corvane::loomer

@@ -1,4 +1,5 @@
 #include <limits>
+#include <unordered_map>
 
 #include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
@@ -142,6 +143,25 @@ class HandOut {
     for (std::size_t i = 0; i < ordinary.size(); ++i) {
       _number[ordinary[i]] = children[i].number;
       _changes[ordinary[i]] = children[i].handedDown;
+    }
+    if (folder == kRootNode) keepSpecialFoldersFirst(ordinary);
+  }
+
+  /// A client takes the first folder with a special title for the special one, wherever its special folders
+  /// stand in its list. Where another folder of such a title gets a new place, the special one is told its
+  /// number again, which puts it at the front of the list.
+  void keepSpecialFoldersFirst(const std::vector<Index>& ordinary) {
+    std::unordered_map<String, Index> special;
+    for (const Index node : _trees.order.of(kRootNode)) {
+      if (_standing[node] != Standing::given || !_trees.nodes[node].content.special) break;
+      special.emplace(_trees.nodes[node].content.name, node);
+    }
+    for (const Index node : ordinary) {
+      if (!_changes[node] || _trees.nodes[node].entity != Entity::folder) continue;
+      const auto twin = special.find(_trees.nodes[node].content.name);
+      if (twin == special.end()) continue;
+      _changes[twin->second] = true;
+      _number[twin->second] = kSpecialPosition;
     }
   }
 

@@ -212,7 +212,10 @@ class Identification {
     }
     std::copy_if(children.begin(), children.end(), std::back_inserter(candidates),
                  [this](Index child) { return !_trees.nodes[child].base; });
-    matchLikeness(unknown, candidates, exactLikeness);
+    std::vector<Index> withMissing = candidates;
+    std::copy_if(children.begin(), children.end(), std::back_inserter(withMissing),
+                 [this](Index child) { return _trees.nodes[child].base && !_trees.nodes[child].client; });
+    matchLikeness(unknown, withMissing, exactLikeness);
     matchLikeness(unknown, candidates, likenessByAddress);
   }
 

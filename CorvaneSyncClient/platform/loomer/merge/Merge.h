@@ -10,7 +10,8 @@
 
 namespace corvane::loomer {
 
-/// A record's number in the truth: given once, never used again. The root is no record; it is the parent `kRoot`.
+/// A record's number in the truth: given once, never used again. The root is no record; it is the parent
+/// `kRoot`.
 using RecordId = std::int64_t;
 inline constexpr RecordId kRoot = 0;
 
@@ -36,7 +37,8 @@ struct TruthRecord {
   bool deleted = false;       ///< a tombstone
 };
 
-/// One record of a client's base: what that client held when its last session ended, and which record it stands for.
+/// One record of a client's base: what that client held when its last session ended, and which record it
+/// stands for.
 struct BaseRecord {
   String localId;
   RecordId record = 0;
@@ -44,7 +46,8 @@ struct BaseRecord {
   RecordId parent = kRoot;    ///< the record that the client's parent folder stands for
   std::int32_t position = 0;  ///< the client's own number, a sort key among its siblings
   Content content;
-  /// The truth's revision of the record that the client refused or ignored: not offered again while it stands.
+  /// The truth's revision of the record that the client refused or ignored: not offered again while it
+  /// stands.
   std::int64_t refusedRevision = 0;
   /// The client was offered the record but does not hold it: it never counts as deleted by the client.
   bool notHeld = false;
@@ -64,9 +67,11 @@ struct MergeInput {
   /// Every live record and every tombstone that is still kept, in any order.
   std::vector<TruthRecord> truth;
   std::vector<BaseRecord> base;
-  /// What the client pushed, whole; nothing when it pushed no records (a fast session): it holds what its base says.
+  /// What the client pushed, whole; nothing when it pushed no records (a fast session): it holds what its
+  /// base says.
   std::optional<std::vector<ClientRecord>> client;
-  /// The truth stands where both sides changed an attribute, and nothing is deleted because the client lacks it.
+  /// The truth stands where both sides changed an attribute, and nothing is deleted because the client lacks
+  /// it.
   bool refresh = false;
   /// The client is to be emptied and given everything anew: what it pushed is not merged.
   bool replace = false;
@@ -105,8 +110,8 @@ struct MergeResult {
   std::vector<TruthChange> truthChanges;    ///< at most one per record; only records that differ
   bool deleteAllFirst = false;              ///< the client is told to delete everything before the changes
   std::vector<ClientChange> clientChanges;  ///< folders before bookmarks; at most one per record
-  /// The client's base after the session if it accepts every change: additions carry an absent local id until the
-  /// client has told its own.
+  /// The client's base after the session if it accepts every change: additions carry an absent local id until
+  /// the client has told its own.
   std::vector<BaseRecord> base;
   bool baseChanged = false;  ///< whether `base` differs from the one given
   std::vector<Loss> losses;
@@ -115,8 +120,8 @@ struct MergeResult {
   std::size_t liveBefore = 0;
 };
 
-/// Merges a client's tree with the truth three ways over the client's base. Pure: no input or output, no clock, the same
-/// answer for the same input, and total: every input merges.
+/// Merges a client's tree with the truth three ways over the client's base. Pure: no input or output, no
+/// clock, the same answer for the same input, and total: every input merges.
 MergeResult merge(const MergeInput& input);
 
 }  // namespace corvane::loomer

@@ -41,7 +41,9 @@ class SiblingLists {
     }
   }
 
+  /// Nothing for a node that came after the lists were made.
   std::span<const Index> of(Index parent) const {
+    if (parent + std::size_t{1} >= _starts.size()) return {};
     return {_children.data() + _starts[parent], _starts[parent + 1] - _starts[parent]};
   }
   std::span<Index> mutableOf(Index parent) {

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+
+namespace corvane::loomer::test {
+
+/// Trees as text, for tables: labels separated by blanks; a folder's children stand in parentheses after it:
+/// `F(a b) c`. `a=news` is record a with the title "news" instead of its label, `a=` one without a title,
+/// `a@x` one at address "x" instead of "http://a", `a@` one without an address; `F*(…)` opens as tabs,
+/// `F!(…)` is special.
+struct LabelledNode {
+  std::string label;
+  Entity entity = Entity::bookmark;
+  std::size_t parent = 0;  ///< place in the list counted from 1; 0 is the root
+  std::int32_t position = 0;
+  Content content;
+};
+std::vector<LabelledNode> parseTree(const std::string& text);
+
+/// The three sides of a merge as text. A record has the same label on all sides; one that the base lacks is
+/// unknown to the client by id, and one that the base has and the truth lacks was deleted there.
+struct ThreeTrees {
+  std::string base;
+  std::string truth;
+  std::string client;
+  bool refresh = false;
+};
+
+/// One merge and what came of it.
+class MergeCase {
+ public:
+  explicit MergeCase(const ThreeTrees& trees);
+  /// For inputs that text cannot say.
+  MergeInput& input() { return _input; }
+  RecordId record(const std::string& label) const { return _records.at(label); }
+  static String localId(const std::string& label) { return String("L-" + label); }
+
+  void run();
+  const MergeResult& result() const { return _result; }
+  /// The truth after the merge. New records have their client's label.
+  std::string truth() const;
+  /// The tree that the base says the client holds after the merge; additions have their record's label.
+  std::string heldByClient() const;
+  /// The changes for the client: "+a", "~a" and "-a", in order.
+  std::string changes() const;
+  /// "ATTRIBUTE of LABEL: client CLIENT, truth TRUTH, WINNER wins", in order, separated by "; ".
+  std::string losses() const;
+
+ private:
+  std::string labelOf(RecordId record) const;
+
+  MergeInput _input;
+  MergeResult _result;
+  std::map<std::string, RecordId> _records;
+};
+
+}  // namespace corvane::loomer::test
