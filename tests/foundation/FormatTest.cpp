@@ -40,6 +40,7 @@ TEST(Format, PrintsNumbersAsPrintf) {
 
 TEST(Format, AConversionThatDoesNotFitItsArgumentDescribesIt) {
   EXPECT_EQ(format("%d %d", "text", 2.5), "text 2.5");
+  EXPECT_EQ(format("%S %n %c %p", 1, 2, 3, 4U), "1 2 3 4");
 }
 
 TEST(Format, MissingAndSpareArguments) {

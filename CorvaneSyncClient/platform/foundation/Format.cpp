@@ -56,6 +56,8 @@ void FormatArgument::print(std::string& text, std::string_view conversion) const
   const char kind = conversion.back();
   const std::string flags(conversion.substr(0, conversion.size() - 1));
   const bool floating = std::string_view("eEfFgG").find(kind) != std::string_view::npos;
+  // Any other letter could ask printf for a pointer, to read from or to write to.
+  if (!floating && std::string_view("diuoxX").find(kind) == std::string_view::npos) return describe(text);
   if (const auto* number = std::get_if<std::int64_t>(&_argument)) {
     if (floating) return appendPrintf(text, flags + kind, static_cast<double>(*number));
     return appendPrintf(text, flags + "ll" + kind, static_cast<long long>(*number));
