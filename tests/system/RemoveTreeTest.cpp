@@ -50,12 +50,13 @@ TEST(Remove, linksAreRemovedAndNotFollowed) {
   EXPECT_TRUE(exists(directory / "kept/f"));
 }
 
+// Deeper than a process may have files open, and with a path longer than the system takes in one piece.
 TEST(Remove, depthCostsNeitherStackNorDescriptors) {
   TemporaryDirectory directory;
   LinuxFileSystem files;
   ASSERT_FALSE(files.makeDirectory(directory / "deep", 0700));
   FileDescriptor level(open((directory / "deep").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (int depth = 0; depth < 20'000; ++depth) {
+  for (int depth = 0; depth < 5'000; ++depth) {
     ASSERT_EQ(mkdirat(level.number(), "d", 0700), 0);
     level = FileDescriptor(openat(level.number(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_TRUE(level);

@@ -25,10 +25,13 @@ std::string logged(const Dictionary& preferences) {
   });
 }
 
+// Preference absent: nothing is logged, and the preference store is consulted only once however many calls
+// follow.
 TEST(SCLogSwitch, preferenceAbsentIsConsultedOnlyOnceHoweverManyCallsFollow) {
   EXPECT_EQ(logged({}), "1 consulted");
 }
 
+// Preference set to the boolean true: diagnostics stay off.
 TEST(SCLogSwitch, booleanTrueStaysOff) { EXPECT_EQ(logged({{"SCLog", true}}), "1 consulted"); }
 
 TEST(SCLogSwitch, everythingButTheExactStringStaysOff) {
@@ -38,6 +41,7 @@ TEST(SCLogSwitch, everythingButTheExactStringStaysOff) {
   }
 }
 
+// Preference "YES": every call logs one line; a message whose arguments contain "%" is logged literally.
 TEST(SCLogSwitch, yesLogsEachCallAndPercentSignsInArgumentsLiterally) {
   EXPECT_EQ(logged({{"SCLog", "YES"}}), "1 consulted\nfirst 1\n100% of %@ %s and 2%\nthird");
 }

@@ -1,8 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstdio>
-
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 

@@ -5,10 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
-#include <limits>
 #include <memory>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
