@@ -60,7 +60,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     return {Command::sync, stringWithFileSystemRepresentation(argument(argc - 3))};
   }
   if (argc == 3) {
-    return {commandNamed(argument(1), kOptionsWithClientId), stringWithFileSystemRepresentation(argument(2))};
+    const Command command = commandNamed(argument(1), kOptionsWithClientId);
+    if (command != Command::unknown) return {command, stringWithFileSystemRepresentation(argument(2))};
   }
   if (argc == 2) return {commandNamed(argument(1), kOptions), String()};
   return {};

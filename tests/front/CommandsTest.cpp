@@ -1,0 +1,159 @@
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+#include "CorvaneSyncClient/front/Commands.h"
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "tests/fakes/StrictPlatform.h"
+#include "tests/session/ScriptedLoomer.h"
+
+namespace corvane {
+namespace {
+
+using Command = CommandLine::Command;
+using ::testing::ElementsAre;
+
+constexpr const char* kMain = "com.keldra.Corvane";
+
+class CommandsTest : public ::testing::Test {
+ protected:
+  CommandsTest() {
+    platform.makeDirectories(platform.process.home + "/Library");
+    platform.preferences.domains[kMain].set("SCLog", "YES");
+  }
+
+  std::optional<FileAttributes> lockAttributes() {
+    std::error_code error;
+    return platform.realFiles.attributes(
+        platform.process.temporary + "/com.keldra.Corvane.SyncClient.IsRunning", error);
+  }
+  bool isLocked() { return lockAttributes().has_value(); }
+  Date lockDate() { return lockAttributes()->modificationDate; }
+  int sync(String clientId) { return runCommand({Command::sync, std::move(clientId)}); }
+  void sessionDoes(std::function<bool()> what) {
+    loomer.script = [what](LoomerSessionDriverDataSource&, LoomerSessionDriver&) { return what(); };
+  }
+
+  StrictPlatform platform;
+  ScriptedLoomer loomer;
+};
+
+TEST_F(CommandsTest, SuccessfulSyncIsStatusZeroUnderTheLock) {
+  bool locked = false;
+  int probed = -1;
+  sessionDoes([&] {
+    locked = isLocked();
+    probed = runCommand({Command::isSyncing, String()});
+    return true;
+  });
+  EXPECT_EQ(sync(kMain), 0);
+  EXPECT_TRUE(locked);
+  EXPECT_EQ(probed, 0);  // --issyncing while a sync runs: status 0
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_F(CommandsTest, FailedSyncIsStatusOne) {
+  sessionDoes([] { return false; });
+  platform.log.expectMessages(
+      {"Corvane Sync Client got the following error when attempting a sync: scripted"});
+  EXPECT_EQ(sync(kMain), 1);
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_F(CommandsTest, ImproperClientIdTakesNoLock) {
+  platform.log.expectMessages({"CorvaneSyncClient called to sync, but without a proper client id"});
+  EXPECT_EQ(sync(String()), 1);
+  EXPECT_EQ(platform.files.mutationCount(), 0);
+}
+
+// A sync whose manager cannot be created (invalid client id) exits with 1 and releases the lock.
+TEST_F(CommandsTest, ManagerThatCannotBeCreatedReleasesTheLock) {
+  platform.log.expectMessages(
+      {"Corvane Sync Client - asked to sync client id X, but com.keldra.Corvane(.afilename) is required"});
+  EXPECT_EQ(sync("X"), 1);
+  EXPECT_FALSE(isLocked());
+  EXPECT_EQ(platform.files.count(FileOperation::makeDirectory), 1);  // it was taken
+}
+
+// An exception raised inside the sync run: the lock is released, "Uncaught exception running corvanetool: %@"
+// is logged, exit status 1.
+TEST_F(CommandsTest, ExceptionReleasesTheLockAndIsLogged) {
+  sessionDoes([]() -> bool { throw PlatformException("AName", "a reason"); });
+  platform.log.expectMessages({"Uncaught exception running corvanetool: a reason"});
+  EXPECT_EQ(sync(kMain), 1);
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_F(CommandsTest, OtherExceptionsPassThroughWithTheLockReleased) {
+  sessionDoes([]() -> bool { throw std::runtime_error("foreign"); });
+  EXPECT_THROW(sync(kMain), std::runtime_error);
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_F(CommandsTest, SecondSyncIsRefused) {
+  int second = -1;
+  sessionDoes([&] {
+    platform.clock.time = lockDate();
+    second = sync(kMain);
+    EXPECT_TRUE(isLocked());
+    return true;
+  });
+  EXPECT_EQ(sync(kMain), 0);
+  EXPECT_EQ(second, 1);
+}
+
+// --issyncing with no lock: status 1, and no lock remains afterwards.
+TEST_F(CommandsTest, ProbeWithoutALock) {
+  EXPECT_EQ(runCommand({Command::isSyncing, String()}), 1);
+  EXPECT_FALSE(isLocked());
+}
+
+TEST_F(CommandsTest, ProbeThatFailsIsAnUncaughtException) {
+  platform.files.failAlways(FileOperation::makeDirectory, std::errc::read_only_file_system);
+  EXPECT_EQ(runCommand({Command::isSyncing, String()}), 1);
+  ASSERT_EQ(platform.log.messages.size(), 1u);
+  EXPECT_THAT(platform.log.messages[0],
+              ::testing::StartsWith("Uncaught exception running corvanetool: Can't take lock"));
+  platform.log.messages.clear();
+}
+
+TEST_F(CommandsTest, UnknownCommandShowsTheUsage) {
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(runCommand({}), 1);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "corvanetool say: what you trying to do?\n"
+            "\n"
+            "    --issyncing\n"
+            "    --canregister\n"
+            "    --isregistered\n"
+            "    --register\n"
+            "    --unregister\n"
+            "    --registersyncclient clientId\n"
+            "    --unregistersyncclient clientId\n"
+            "    --sync clientId --entitynames entityNames\n");
+}
+
+TEST_F(CommandsTest, RegistersAClientAfresh) {
+  platform.bundles.own.resources["CorvaneClientDescription.plist"] = "/own/CorvaneClientDescription.plist";
+  EXPECT_EQ(runCommand({Command::registerSyncClient, "X"}), 0);
+  EXPECT_EQ(runCommand({Command::registerSyncClient, "X"}), 0);
+  ASSERT_EQ(loomer.registrations.size(), 2u);
+  EXPECT_EQ(loomer.registrations[0].identifier, "X");
+  EXPECT_FALSE(loomer.registrations[0].bundleId);
+  EXPECT_EQ(loomer.registrations[0].path, "/own/CorvaneClientDescription.plist");
+}
+
+TEST_F(CommandsTest, UnregistersOnce) {
+  runCommand({Command::registerSyncClient, "X"});
+  EXPECT_EQ(runCommand({Command::unregisterSyncClient, "Y"}), 1);
+  EXPECT_EQ(runCommand({Command::unregisterSyncClient, "X"}), 0);
+  EXPECT_EQ(runCommand({Command::unregisterSyncClient, "X"}), 1);
+}
+
+TEST_F(CommandsTest, UnknownMainClientIsNotRegistered) {
+  platform.log.expectMessages({"Corvane Sync Client is not registered"});
+  EXPECT_EQ(runCommand({Command::isRegistered, String()}), 1);
+}
+
+}  // namespace
+}  // namespace corvane

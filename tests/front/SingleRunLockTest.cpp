@@ -1,0 +1,136 @@
+#include <gmock/gmock.h>
+
+#include <limits>
+
+#include "CorvaneSyncClient/front/SingleRunLock.h"
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "tests/fakes/StrictPlatform.h"
+
+namespace corvane {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr const char* kAlreadySyncing = "CorvaneSyncClient called to sync, but is already syncing";
+constexpr const char* kStale = "CorvaneSyncClient lock appears to be stale.  Attempting to break...";
+constexpr const char* kBroken = "Success!  Stale lock was broken.";
+constexpr const char* kUnbroken = "Failed to break the stale lock!";
+
+class SingleRunLockTest : public ::testing::Test {
+ protected:
+  SingleRunLockTest() { platform.preferences.domains["com.keldra.Corvane"].set("SCLog", "YES"); }
+
+  std::string path() const { return platform.process.temporary + "/com.keldra.Corvane.SyncClient.IsRunning"; }
+  bool isThere() {
+    std::error_code error;
+    return platform.realFiles.attributes(path(), error).has_value();
+  }
+  /// A lock that somebody else took so long ago.
+  void lockOfAge(double seconds) {
+    ASSERT_FALSE(platform.realFiles.makeDirectory(path(), 0700));
+    ASSERT_FALSE(platform.realFiles.setModificationDate(path(), Date{platform.clock.time.seconds - seconds}));
+  }
+  std::optional<Date> date() {
+    std::error_code error;
+    const auto attributes = platform.realFiles.attributes(path(), error);
+    return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
+  }
+
+  StrictPlatform platform;
+};
+
+TEST_F(SingleRunLockTest, IsTakenAndReleased) {
+  SingleRunLock lock;
+  EXPECT_TRUE(lock.acquire());
+  EXPECT_TRUE(isThere());
+  lock.release();
+  EXPECT_FALSE(isThere());
+  EXPECT_THAT(platform.log.diagnostics, IsEmpty());
+}
+
+struct AgeCase {
+  const char* phrase;
+  double age;  // seconds
+  bool taken;
+};
+
+class AgeTest : public SingleRunLockTest, public ::testing::WithParamInterface<AgeCase> {};
+
+TEST_P(AgeTest, DecidesWhetherTheLockIsStale) {
+  lockOfAge(GetParam().age);
+  const auto before = date();
+  EXPECT_EQ(SingleRunLock().acquire(), GetParam().taken);
+  EXPECT_TRUE(isThere());
+  if (GetParam().taken) {
+    EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kBroken));
+    EXPECT_NE(date(), before);
+  } else {
+    EXPECT_THAT(platform.log.diagnostics, ElementsAre(kAlreadySyncing));
+    EXPECT_EQ(date(), before);
+  }
+}
+
+// A lock taken 299 seconds ago: "already syncing", the lock is untouched.
+// A lock taken 300 seconds ago or earlier: broken and retaken.
+INSTANTIATE_TEST_SUITE_P(Ages, AgeTest,
+                         ::testing::Values(AgeCase{"JustNow", 0.0, false},
+                                           AgeCase{"Seconds299", 299.0, false},
+                                           AgeCase{"FractionShort", 299.875, false},
+                                           AgeCase{"Seconds300", 300.0, true}, AgeCase{"Long", 86400.0, true},
+                                           AgeCase{"InTheFuture", -1000.0, false}),
+                         [](const auto& test) { return test.param.phrase; });
+
+// A lock path that cannot be removed: "Failed to break the stale lock!".
+TEST_F(SingleRunLockTest, UnremovableLockIsNotTaken) {
+  lockOfAge(1000.0);
+  platform.files.failAlways(FileOperation::remove, std::errc::permission_denied);
+  EXPECT_FALSE(SingleRunLock().acquire());
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kUnbroken));
+}
+
+TEST_F(SingleRunLockTest, FailureOfAnyKindIsSwallowedWhileBreaking) {
+  lockOfAge(1000.0);
+  platform.files.before(FileOperation::remove, 1, [] { throw std::string("no exception at all"); });
+  EXPECT_FALSE(SingleRunLock().acquire());
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kUnbroken));
+}
+
+TEST_F(SingleRunLockTest, SomebodyElseMayBeFasterAfterTheBreak) {
+  lockOfAge(1000.0);
+  platform.files.before(FileOperation::makeDirectory, 2, [this] { lockOfAge(0.0); });
+  EXPECT_FALSE(SingleRunLock().acquire());
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kBroken, kAlreadySyncing));
+}
+
+TEST_F(SingleRunLockTest, UnreadableDateCountsAsStale) {
+  lockOfAge(0.0);
+  platform.files.fail(FileOperation::attributes, 1, std::errc::permission_denied);
+  EXPECT_TRUE(SingleRunLock().acquire());
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kBroken));
+}
+
+TEST_F(SingleRunLockTest, UncomparableIntervalCountsAsStale) {
+  lockOfAge(0.0);
+  platform.clock.time = Date{std::numeric_limits<double>::quiet_NaN()};
+  EXPECT_TRUE(SingleRunLock().acquire());
+}
+
+TEST_F(SingleRunLockTest, LockThatCannotBeMadeRaises) {
+  platform.files.failAlways(FileOperation::makeDirectory, std::errc::read_only_file_system);
+  EXPECT_THROW(SingleRunLock().acquire(), PlatformException);
+  EXPECT_THROW(SingleRunLock().isHeld(), PlatformException);
+}
+
+TEST_F(SingleRunLockTest, ProbeLeavesTheLockAsItIs) {
+  EXPECT_FALSE(SingleRunLock().isHeld());
+  EXPECT_FALSE(isThere());
+  lockOfAge(100'000.0);  // the probe does not look at the age
+  const auto before = date();
+  EXPECT_TRUE(SingleRunLock().isHeld());
+  EXPECT_EQ(date(), before);
+  EXPECT_THAT(platform.log.diagnostics, IsEmpty());
+}
+
+}  // namespace
+}  // namespace corvane

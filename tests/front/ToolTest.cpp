@@ -1,0 +1,133 @@
+// The real tool, in real processes.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "tests/front/Installation.h"
+
+namespace corvane {
+namespace {
+
+const std::vector<std::string> kSync = {"--sync", "com.keldra.Corvane", "--entitynames", "anything"};
+const std::vector<std::string> kIsSyncing = {"--issyncing"};
+
+std::string contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class ToolTest : public ::testing::Test {
+ protected:
+  /// What a run said on standard output and standard error together.
+  std::string said() const {
+    return contents(installation.standardOutput()) + contents(installation.standardError());
+  }
+
+  Installation installation;
+};
+
+TEST_F(ToolTest, SyncsAndSaysNothing) {
+  EXPECT_EQ(statusOf(installation, kSync), 0);
+  EXPECT_TRUE(std::filesystem::exists(installation.bookmarks()));
+  EXPECT_FALSE(installation.isLocked());
+  EXPECT_EQ(said(), "");
+}
+
+TEST_F(ToolTest, UsageGoesToStandardErrorAlone) {
+  EXPECT_EQ(statusOf(installation, {}), 1);
+  EXPECT_EQ(contents(installation.standardOutput()), "");
+  EXPECT_TRUE(
+      contents(installation.standardError()).starts_with("corvanetool say: what you trying to do?\n\n"));
+  EXPECT_EQ(statusOf(installation, {"--sync", "X", "--entitynames"}), 1);
+  EXPECT_TRUE(
+      contents(installation.standardError()).ends_with("    --sync clientId --entitynames entityNames\n"));
+}
+
+TEST_F(ToolTest, ImproperClientIdsFailWithoutALock) {
+  EXPECT_EQ(statusOf(installation, {"--sync", "com.example.Other", "--entitynames", "x"}), 1);
+  EXPECT_EQ(statusOf(installation, {"--sync", "\xC3(", "--entitynames", "x"}), 1);
+  EXPECT_FALSE(installation.isLocked());
+  EXPECT_EQ(said(), "");
+}
+
+TEST_F(ToolTest, ProbesTheLock) {
+  EXPECT_EQ(statusOf(installation, kIsSyncing), 1);
+  EXPECT_FALSE(installation.isLocked());
+}
+
+TEST_F(ToolTest, OneRunAtATime) {
+  ToolRun first(installation, kSync, true);
+  ASSERT_TRUE(first.waitUntilHeld());
+  EXPECT_TRUE(installation.isLocked());
+  EXPECT_EQ(statusOf(installation, kIsSyncing), 0);
+  EXPECT_EQ(statusOf(installation, kSync), 1);
+  EXPECT_TRUE(installation.isLocked());
+  first.letGo();
+  EXPECT_EQ(first.exitStatus(), 0);
+  EXPECT_EQ(statusOf(installation, kIsSyncing), 1);
+  EXPECT_EQ(statusOf(installation, kSync), 0);
+}
+
+TEST_F(ToolTest, TwoRunsAtOnceNeverBothHoldTheLock) {
+  ToolRun first(installation, kSync, true);
+  ToolRun second(installation, kSync, true);
+  const bool firstHeld = first.waitUntilHeld();
+  // With the first one standing still the second ends; without, it may do what it likes.
+  const bool secondHeld = second.waitUntilHeld();
+  EXPECT_NE(firstHeld, secondHeld);
+  if (firstHeld) first.letGo();
+  if (secondHeld) second.letGo();
+  EXPECT_EQ(first.exitStatus(), firstHeld ? 0 : 1);
+  EXPECT_EQ(second.exitStatus(), secondHeld ? 0 : 1);
+}
+
+TEST_F(ToolTest, KilledRunLeavesALockThatIsStaleAfterFiveMinutes) {
+  {
+    ToolRun killed(installation, kSync, true);
+    ASSERT_TRUE(killed.waitUntilHeld());
+    killed.kill();
+    EXPECT_EQ(killed.exitStatus(), std::nullopt);
+  }
+  EXPECT_TRUE(installation.isLocked());
+  EXPECT_EQ(statusOf(installation, kIsSyncing), 0);
+  EXPECT_EQ(statusOf(installation, kSync), 1);
+  EXPECT_TRUE(installation.isLocked());
+
+  std::filesystem::remove(installation.lock());
+  installation.makeLockOfAge(301);
+  EXPECT_EQ(statusOf(installation, kIsSyncing),
+            0);  // a stale lock reports "syncing" until a sync run breaks it
+  EXPECT_EQ(statusOf(installation, kSync), 0);
+  EXPECT_FALSE(installation.isLocked());
+}
+
+// A lock taken 300 seconds ago or earlier: broken and retaken; the sync runs.
+TEST_F(ToolTest, LockOf300SecondsIsBroken) {
+  installation.makeLockOfAge(300);
+  EXPECT_EQ(statusOf(installation, kSync), 0);
+  EXPECT_FALSE(installation.isLocked());
+}
+
+// A lock taken 299 seconds ago: "already syncing", status 1, the lock is untouched. The machine may take a
+// second to start a process, which is why the age here leaves it some.
+TEST_F(ToolTest, LockShortOf300SecondsStands) {
+  installation.makeLockOfAge(299 - 60);
+  const auto before = std::filesystem::last_write_time(installation.lock());
+  EXPECT_EQ(statusOf(installation, kSync), 1);
+  ASSERT_TRUE(installation.isLocked());
+  EXPECT_EQ(std::filesystem::last_write_time(installation.lock()), before);
+}
+
+TEST_F(ToolTest, RegistersAndUnregistersAClient) {
+  EXPECT_EQ(statusOf(installation, {"--unregistersyncclient", "com.keldra.Corvane"}), 1);
+  EXPECT_EQ(statusOf(installation, {"--registersyncclient", "com.keldra.Corvane"}), 0);
+  EXPECT_EQ(statusOf(installation, {"--registersyncclient", "com.keldra.Corvane"}), 0);
+  EXPECT_EQ(statusOf(installation, {"--unregistersyncclient", "com.keldra.Corvane"}), 0);
+  EXPECT_EQ(statusOf(installation, {"--unregistersyncclient", "com.keldra.Corvane"}), 1);
+}
+
+}  // namespace
+}  // namespace corvane
