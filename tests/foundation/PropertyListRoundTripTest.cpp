@@ -61,7 +61,7 @@ rc::Gen<Value> genValue(bool forXml, int depth) {
 }
 
 RC_GTEST_PROP(PropertyListRoundTrip, BinaryKeepsEveryValue, ()) {
-  const Value value = *rc::gen::noShrink(genValue(false, 3));
+  const Value value = *rc::gen::noShrink(genValue(false, 2));
   const std::string written = writeBinaryPropertyList(value);
   const Value read = readPropertyList(written);
   RC_ASSERT(read == value);
@@ -70,7 +70,7 @@ RC_GTEST_PROP(PropertyListRoundTrip, BinaryKeepsEveryValue, ()) {
 }
 
 RC_GTEST_PROP(PropertyListRoundTrip, XmlKeepsEveryValue, ()) {
-  const Value value = *rc::gen::noShrink(genValue(true, 3));
+  const Value value = *rc::gen::noShrink(genValue(true, 2));
   const Value read = readPropertyList(writeXmlPropertyList(value));
   RC_ASSERT(read == value);
   RC_ASSERT(description(read) == description(value));
