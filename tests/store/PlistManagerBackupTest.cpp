@@ -88,6 +88,7 @@ TEST_F(PlistManagerBackupTest, RegularFileNamedBackupDisablesThem) {
   writeFile(guarded + "/backup", "mine");
   save(2);
   EXPECT_EQ(contentsOf(guarded + "/backup"), "mine");
+  EXPECT_EQ(platform.files.count(FileOperation::copy), 0);
   EXPECT_EQ(fileOnDisk(), bookmarksOf(2));
   leftOnDisk = {"Bookmarks.plist", "backup"};
 }
