@@ -13,7 +13,7 @@ class ContainerRelease {
  public:
   template <typename Rep>
   static void release(Rep* rep) {
-    static thread_local ContainerRelease queue;
+    static ContainerRelease& queue = *new ContainerRelease;  // never destroyed: static values may outlive it
     queue.add(rep);
     if (!queue._draining) queue.drain();
   }
