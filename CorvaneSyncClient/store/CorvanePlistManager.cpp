@@ -154,20 +154,23 @@ bool CorvanePlistManager::_isUnchanged(const std::string& target) const {
 }
 
 bool CorvanePlistManager::_write(const Dictionary* bookmarks) const {
-  std::string cause = "there is no dictionary to write";
-  if (bookmarks) {
-    try {
-      const std::error_code error =
-          Platform::current().files.writeAtomically(_path, writeBinaryPropertyList(*bookmarks));
-      if (!error) return true;
-      cause = error.message();
-    } catch (const PropertyListException& exception) {
-      cause = exception.reason();
-    }
-  }
-  // The line after this one may be as long as the file; this one says why.
-  systemLog("Could not write bookmarks file %@: %@", _path, cause);
+  if (bookmarks && _writeContents(*bookmarks)) return true;
   systemLog("SaveBookmarks - error trying to serialize the following: %@", bookmarks);
+  return false;
+}
+
+// The line that follows a failure may be as long as the file; the one written here says why.
+bool CorvanePlistManager::_writeContents(const Dictionary& bookmarks) const {
+  std::string cause;
+  try {
+    const std::error_code error =
+        Platform::current().files.writeAtomically(_path, writeBinaryPropertyList(bookmarks));
+    if (!error) return true;
+    cause = error.message();
+  } catch (const PropertyListException& exception) {
+    cause = exception.reason();
+  }
+  systemLog("Could not write bookmarks file %@: %@", _path, cause);
   return false;
 }
 

@@ -83,6 +83,7 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   void _save(const Dictionary* bookmarks, bool checkIfModified, Save& save);
   bool _isUnchanged(const std::string& target) const;
   bool _write(const Dictionary* bookmarks) const;
+  bool _writeContents(const Dictionary& bookmarks) const;
   void _saveBackups() const;
   std::string _backupPath(int number) const;
 
