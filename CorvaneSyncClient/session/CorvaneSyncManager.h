@@ -35,11 +35,11 @@ class CorvaneSyncManager {
   CorvaneSyncManager(const CorvaneSyncManager&) = delete;
   CorvaneSyncManager& operator=(const CorvaneSyncManager&) = delete;
 
-  /// One sync run; whether its session succeeded. False also when the file holds no dictionary.
+  /// One sync run; whether its session succeeded. False, too, when the file holds no dictionary; a session
+  /// that fails is a line in the system log.
   ///
-  /// Raises "CorvaneBookmarksUnknownVersionException" for a file of a version that is not known here, what
-  /// `saveBookmarks` raises, and what the engine and the file store raise. Of all these, only a save that was
-  /// stolen its lock, or that failed on the way after writing, leaves the file changed.
+  /// Raises "CorvaneBookmarksUnknownVersionException" for a file of a version that is not known here, before
+  /// any session, and passes on what `saveBookmarks`, the engine and the file store raise.
   bool sync();
 
   /// `saveBookmarks:checkIfModified:` Writes the tree of `bookmarks` to the file; the file's new modification
