@@ -98,9 +98,10 @@ class ToldClient {
     require(change.parent == kRoot || _held.contains(change.parent), name + " has a parent not held");
     if (held != _held.end()) {
       const auto& [parent, record] = held->second;
-      require(
-          parent != change.parent || record.position != change.position || record.content != change.content,
-          name + " is handed down unchanged");
+      // Only a special folder may be told its number again, which moves it to the front of the client's list.
+      require(change.content.special || parent != change.parent || record.position != change.position ||
+                  record.content != change.content,
+              name + " is handed down unchanged");
     }
     _held[change.record] = {change.parent,
                             {change.localId, String(), change.entity, change.position, change.content}};

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <map>
 #include <set>
 
 #include "tests/loomer/merge/Edits.h"
+#include "tests/loomer/merge/Properties.h"
 
 // The laws of the engine, driven by random histories of several clients in memory. RapidCheck prints its
 // seed; set RC_PARAMS="seed=…" to replay one.
@@ -25,25 +25,9 @@ const std::vector<Kind> kQuietEdits = {Kind::addBookmark, Kind::addBookmark, Kin
                                        Kind::rename,      Kind::readdress,   Kind::toggle,    Kind::move,
                                        Kind::move,        Kind::reorder,     Kind::reorder,   Kind::erase};
 
-/// Checks `property` on `count` random inputs and prints how many were tried.
-template <typename Property>
-void checkTimes(int count, int size, const Property& property) {
-  rc::detail::TestParams params = rc::detail::configuration().testParams;
-  params.maxSuccess = count;
-  params.maxSize = size;
-  rc::detail::TestMetadata metadata;
-  metadata.id = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  metadata.description = metadata.id;
-  const rc::detail::TestResult result = rc::detail::checkTestable(property, metadata, params);
-  std::ostringstream text;
-  rc::detail::printResultMessage(result, text);
-  std::cout << metadata.id << ": seed " << params.seed << ", " << text.str() << std::endl;
-  EXPECT_TRUE(result.is<rc::detail::SuccessResult>()) << text.str();
-}
-
 /// Two rounds bring every client to one tree, and nothing changes afterwards.
 TEST(Laws, WhenEditsStopAllClientsHoldOneTreeAfterTwoRounds) {
-  checkTimes(1500, 60, [] {
+  checkTimes(6000, 60, [] {
     History history(*rc::gen::inRange<std::size_t>(2, 6));
     unsigned serial = 0;
     for (const Edit& edit : *editsOf(kEverything)) carryOut(history, edit, Titles::few, serial);
@@ -55,7 +39,7 @@ TEST(Laws, WhenEditsStopAllClientsHoldOneTreeAfterTwoRounds) {
 
 /// What one client changed, and nobody else touched, arrives at every other client as it was, order included.
 TEST(Laws, ChangesOfOneClientArriveAsTheyWere) {
-  checkTimes(1500, 40, [] {
+  checkTimes(4000, 40, [] {
     History history(3);
     unsigned serial = 0;
     for (const Edit& edit : *editsOf(kEverything)) carryOut(history, edit, Titles::few, serial);
@@ -116,7 +100,7 @@ TEST(Laws, NothingVanishesAndNothingAppearsTwice) {
                                    Kind::move,        Kind::move,        Kind::move,      Kind::reorder,
                                    Kind::erase,       Kind::sync,        Kind::sync,      Kind::sync,
                                    Kind::syncKilled,  Kind::refresh};
-  checkTimes(1500, 60, [&] {
+  checkTimes(4000, 60, [&] {
     History history(*rc::gen::inRange<std::size_t>(2, 5));
     unsigned serial = 0;
     growEqualTrees(history, serial);
@@ -151,7 +135,7 @@ TEST(Laws, NothingVanishesAndNothingAppearsTwice) {
 
 /// Killing a session after the file was saved, then syncing on, ends as if it had not been killed.
 TEST(Laws, AKilledSessionLeavesNoTrace) {
-  checkTimes(800, 40, [] {
+  checkTimes(3000, 40, [] {
     const std::vector<Edit> edits = *editsOf(kQuietEdits);
     History killed(2);
     History whole(2);

@@ -28,6 +28,7 @@ class HandOut {
     _result.deleteAllFirst = _trees.input.replace;
     decideStandings();
     decideGoals();
+    rankAll();
     numberFolders();
     writeDeletions(Entity::folder);
     writeChanges(Entity::folder);
@@ -93,6 +94,13 @@ class HandOut {
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
       if (_goal[node] != kNoNode && _standing[_goal[node]] == Standing::absent) _goal[node] = kRootNode;
     }
+  }
+
+  /// Siblings rank as they are to be listed; what is dead ranks before all else.
+  void rankAll() {
+    _rank.assign(_trees.nodes.size(), 0);
+    Index rank = 0;
+    for (const Index node : _trees.order.topDown()) _rank[node] = ++rank;
   }
 
   bool isListedIn(Index node, Index folder) const {
@@ -183,9 +191,7 @@ class HandOut {
   /// Additions and modifications, folders before what is in them, the siblings of one folder from the
   /// greatest number to the smallest.
   void writeChanges(Entity entity) {
-    const SiblingLists goal(_goal, [this](Index a, Index b) {
-      return _number[a] != _number[b] ? _number[a] > _number[b] : a < b;
-    });
+    const SiblingLists goal(_goal, [this](Index a, Index b) { return _rank[a] > _rank[b]; });
     for (const Index node : goal.topDown()) {
       const Node& at = _trees.nodes[node];
       if (_standing[node] != Standing::given || !_changes[node] || at.entity != entity) continue;
@@ -242,6 +248,7 @@ class HandOut {
   MergeResult& _result;
   std::vector<Standing> _standing;
   Parents _goal;
+  std::vector<Index> _rank;
   std::vector<std::int32_t> _number;
   std::vector<bool> _changes;
 };

@@ -2,6 +2,45 @@
 
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
 
+// How a client's tree is merged with the truth
+//
+// Three trees meet: the base (what the client held when its last session ended), the truth, and what the
+// client holds now. What differs between the base and a side is what that side changed. Each of the steps
+// below stands in a file of its own; between them goes `Trees`, one node for each record that any side knows.
+//
+//  1. Identity    Client records are matched to records of the truth: by the base, the rest by likeness, top
+//  down.
+//  2. Structure   Who lives, under which parent. A record that one side deleted and the other changed lives,
+//  and so does
+//                 every folder above a living record. A move of the client that closes a circle with moves in
+//                 the truth is undone.
+//  3. Content     Attributes, each on its own.
+//  4. Order       Siblings: what a side moved is what lies outside a longest subsequence in the base's order;
+//  it goes
+//                 where its neighbour went.
+//  5. Places      The truth's own numbers for that order; what stays in order keeps its number.
+//  6. HandOut     The fewest changes that bring the client there, in an order in which it can carry them out,
+//  with the
+//                 numbers that make it list siblings in their order (Placement).
+//
+// What is lost, and when. Only where both sides changed one thing to different values does one of them lose:
+// the truth's, or in a refresh the client's. Two exceptions: a deletion loses to any change of the other
+// side, and of two moves that close a circle the client's loses. Every losing value is in `losses`. Two
+// things are not conflicts and leave no trace there: an insertion that is parted from its right neighbour by
+// another insertion, and a deletion on both sides.
+//
+// Cost: everything is a walk over the nodes, a sort of siblings, a hash look-up or a heaviest rising
+// subsequence, so O(n log n) in the number of records, in O(n) memory, without recursion. Undoing circles
+// takes a bounded number of walks.
+//
+// Where it comes from. Three-way merging of ordered trees with a base: T. Lindholm, "A three-way merge for
+// XML documents" (DocEng 2004). Why moves need a rule against circles: M. Kleppmann, D. P. Mulligan, V. B. F.
+// Gomes and A. R. Beresford, "A highly-available move operation for replicated trees" (IEEE TPDS 2022); here
+// one authority decides, so that a move is undone once and for all instead of being replayed. The fewest
+// elements to move is the complement of a longest rising subsequence: C. Schensted, "Longest increasing and
+// decreasing subsequences" (Canad. J. Math. 1961), found with the prefix maxima of P. M. Fenwick, "A new data
+// structure for cumulative frequency tables" (Softw. Pract. Exp. 1994).
+
 namespace corvane::loomer {
 
 MergeResult merge(const MergeInput& input) {

@@ -159,16 +159,20 @@ class OrderMerge {
                     const std::vector<Index>& client) {
     const bool clientWon = !_trees.input.refresh;
     const std::vector<Index>& lost = clientWon ? truth : client;
+    const auto isDisputed = [this](Index node) {
+      return !isInAll(node) || (_movedByClient[node] && _movedInTruth[node]);
+    };
     rank(order);
     std::vector<std::int64_t> ranks;
-    ranks.reserve(lost.size());
-    for (const Index node : lost) ranks.push_back(_rank[node]);
-    const std::vector<bool> stands = heaviestRising(ranks, Rise::strict);
+    std::vector<std::uint64_t> weights;
+    for (const Index node : lost) {
+      ranks.push_back(_rank[node]);
+      weights.push_back(isDisputed(node) ? 1 : lost.size() + 1);
+    }
+    const std::vector<bool> stands = heaviestRising(ranks, Rise::strict, weights);
     std::vector<Index> losers;
     for (std::size_t i = 0; i < lost.size(); ++i) {
-      const Index node = lost[i];
-      const bool bothMoved = !isInAll(node) || (_movedByClient[node] && _movedInTruth[node]);
-      if (!stands[i] && bothMoved) losers.push_back(node);
+      if (!stands[i] && isDisputed(lost[i])) losers.push_back(lost[i]);
     }
     if (losers.empty()) return;
     std::vector<std::string> byClient = neighbours(losers, client);

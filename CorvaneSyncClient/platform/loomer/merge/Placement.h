@@ -23,7 +23,7 @@ struct PlacedChild {
   std::int32_t number = 0;  ///< before: the client's, if listed; after: the one it is to have
   bool handedDown = false;  ///< before: for another reason; after: also for its number
   bool hasTitle = false;    ///< the title after the change
-  std::string_view title;
+  std::string_view title = {};
 };
 
 /// Gives the children numbers of at least `least`, such that the client lists them in the order given. Of the
