@@ -1,0 +1,66 @@
+#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+
+#include "CorvaneSyncClient/platform/loomer/ClientDescription.h"
+#include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+std::string storePathForHome(const std::string& homeDirectory) {
+  return joinedPath(homeDirectory, "Library/Application Support/Loomer/Truth.db");
+}
+
+EmbeddedManager::EmbeddedManager(const std::string& storePath) : _store(storePath) {}
+
+EmbeddedClient* EmbeddedManager::clientWithIdentifier(const String& identifier) {
+  const std::string key = identifier.toString();
+  const auto state = identifier ? _table.find(identifier) : std::nullopt;
+  if (!state) {
+    _clients.erase(key);  // another process may have unregistered it
+    return nullptr;
+  }
+  std::unique_ptr<EmbeddedClient>& client = _clients[key];
+  if (!client || client->row() != state->id) {
+    client = std::make_unique<EmbeddedClient>(_store, identifier, state->id);
+  }
+  return client.get();
+}
+
+LoomerClient* EmbeddedManager::registerClientWithIdentifier(const String& identifier,
+                                                            const std::string& descriptionFilePath) {
+  std::string problem;
+  const auto description = readClientDescription(descriptionFilePath, problem);
+  if (!description || !identifier || identifier.empty()) {
+    if (description) problem = "the client has no identifier";
+    systemLog("Loomer - cannot register client %@ with description %@: %@", identifier, descriptionFilePath,
+              problem);
+    return nullptr;
+  }
+  _table.enter(identifier, *description, Platform::current().clock.now());
+  return clientWithIdentifier(identifier);
+}
+
+LoomerClient* EmbeddedManager::registerClientWithIdentifier(
+    const String& identifier, const String& descriptionBundleId,
+    const std::string& descriptionBundleRelativePath) {
+  const auto bundle = Platform::current().bundles.bundleWithIdentifier(descriptionBundleId.toString());
+  if (!bundle) {
+    systemLog("Loomer - cannot register client %@ with description %@ of bundle %@: there is no such bundle",
+              identifier, descriptionBundleRelativePath, descriptionBundleId);
+    return nullptr;
+  }
+  return registerClientWithIdentifier(identifier, joinedPath(bundle->path(), descriptionBundleRelativePath));
+}
+
+void EmbeddedManager::unregisterClient(LoomerClient& client) {
+  const String identifier = client.clientIdentifier();
+  if (const auto state = _table.find(identifier)) _table.remove(state->id);
+  _clients.erase(identifier.toString());
+}
+
+std::unique_ptr<LoomerSessionDriver> EmbeddedManager::sessionDriverWithDataSource(
+    LoomerSessionDriverDataSource& dataSource) {
+  return std::make_unique<EmbeddedSessionDriver>(*this, dataSource);
+}
+
+}  // namespace corvane::loomer

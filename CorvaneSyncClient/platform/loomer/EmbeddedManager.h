@@ -1,0 +1,39 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "CorvaneSyncClient/platform/loomer/EmbeddedClient.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+
+namespace corvane::loomer {
+
+/// Where the store of the user with this home directory stands.
+std::string storePathForHome(const std::string& homeDirectory);
+
+/// The engine in this process, over one store.
+class EmbeddedManager : public LoomerManager {
+ public:
+  /// Opens the store, making it where there is none. Raises LoomerStoreException.
+  explicit EmbeddedManager(const std::string& storePath);
+
+  EmbeddedClient* clientWithIdentifier(const String& identifier) override;
+  LoomerClient* registerClientWithIdentifier(const String& identifier,
+                                             const std::string& descriptionFilePath) override;
+  LoomerClient* registerClientWithIdentifier(const String& identifier, const String& descriptionBundleId,
+                                             const std::string& descriptionBundleRelativePath) override;
+  void unregisterClient(LoomerClient& client) override;
+  std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
+      LoomerSessionDriverDataSource& dataSource) override;
+
+  TruthStore& store() { return _store; }
+
+ private:
+  TruthStore _store;
+  ClientTable _table{_store};
+  std::map<std::string, std::unique_ptr<EmbeddedClient>>
+      _clients;  // by identifier; those that were asked for
+};
+
+}  // namespace corvane::loomer

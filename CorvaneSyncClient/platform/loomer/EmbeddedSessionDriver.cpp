@@ -1,0 +1,105 @@
+#include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
+
+#include "CorvaneSyncClient/platform/loomer/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/Session.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+EmbeddedSessionDriver::EmbeddedSessionDriver(EmbeddedManager& manager,
+                                             LoomerSessionDriverDataSource& dataSource)
+    : _manager(manager), _dataSource(dataSource) {}
+
+EmbeddedSessionDriver::~EmbeddedSessionDriver() = default;
+
+void EmbeddedSessionDriver::_setClient(LoomerClient* client) {
+  _identifier = client ? client->clientIdentifier() : String();
+  _client = client ? _manager.clientWithIdentifier(_identifier) : nullptr;
+}
+
+bool EmbeddedSessionDriver::sync() {
+  _lastError = String();
+  const auto schema = prepare();
+  if (!schema) return false;
+  Session session(_manager.store(), *this, _dataSource, *_client, *schema);
+  try {
+    session.run();
+    return true;
+  } catch (const SessionCancelled& cancelled) {
+    rollBack();
+    if (session.refusal()) noteRefusal(*session.refusal());
+    cancel(cancelled.reason);
+    return false;
+  } catch (const PlatformException& exception) {
+    if (exception.name() != LoomerStoreException) {
+      cancelQuietly(exception.reason());
+      throw;
+    }
+    cancel(exception.reason());
+    return false;
+  } catch (...) {
+    cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.");
+    throw;
+  }
+}
+
+std::optional<RecordSchema> EmbeddedSessionDriver::prepare() {
+  try {
+    findClient();
+    return readRecordSchema(_dataSource.schemaBundleURLs());
+  } catch (const SessionCancelled& cancelled) {
+    _lastError = cancelled.reason;
+  } catch (const SchemaProblem& problem) {
+    _lastError = problem.reason;
+  } catch (const PlatformException& exception) {
+    if (exception.name() != LoomerStoreException) throw;
+    _lastError = exception.reason();
+  }
+  return std::nullopt;
+}
+
+void EmbeddedSessionDriver::findClient() {
+  const String identifier = _identifier ? _identifier : _dataSource.clientIdentifier();
+  // Looked up anew: it may have been unregistered since it was set, by another process too.
+  _client = _manager.clientWithIdentifier(identifier);
+  if (_client) return;
+  const auto url = _dataSource.clientDescriptionURL();
+  const auto path = url ? pathOfFileUrl(*url) : std::nullopt;
+  if (path && _manager.registerClientWithIdentifier(identifier, *path)) {
+    _client = _manager.clientWithIdentifier(identifier);
+  }
+  if (_client) return;
+  throw SessionCancelled{
+      format("The client %@ is not registered, and its description (%@) cannot be used to register "
+             "it. Install the client again.",
+             identifier, url ? url->text : String("there is none"))};
+}
+
+void EmbeddedSessionDriver::noteRefusal(const Refusal& refusal) {
+  try {
+    RefusalTable(_manager.store()).enter(_client->row(), refusal);
+  } catch (const PlatformException&) {
+    // The session is refused all the same; the next one is refused again and noted then.
+  }
+}
+
+void EmbeddedSessionDriver::rollBack() noexcept {
+  _manager.store().database().rollback();
+  _client->dropHeldValues();
+}
+
+void EmbeddedSessionDriver::cancel(const std::string& reason) {
+  rollBack();
+  _lastError = reason;
+  _dataSource.sessionDriverWillCancelSession(*this);
+}
+
+void EmbeddedSessionDriver::cancelQuietly(const std::string& reason) noexcept {
+  try {
+    cancel(reason);
+  } catch (...) {
+    // The exception that ended the session is the one to be known; it goes on to the caller.
+  }
+}
+
+}  // namespace corvane::loomer

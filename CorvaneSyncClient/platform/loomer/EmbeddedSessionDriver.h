@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+
+namespace corvane::loomer {
+
+/// Runs sessions of the embedded engine for one data source. One transaction spans a session: whatever ends
+/// it early, the store is as it was before.
+class EmbeddedSessionDriver : public LoomerSessionDriver {
+ public:
+  /// Both must outlive the driver.
+  EmbeddedSessionDriver(EmbeddedManager& manager, LoomerSessionDriverDataSource& dataSource);
+  ~EmbeddedSessionDriver() override;
+
+  /// A client of another engine stands for the one of the same identifier in this engine.
+  void _setClient(LoomerClient* client) override;
+  LoomerClient* client() override { return _client; }
+  bool sync() override;
+  String lastError() override { return _lastError; }
+
+ private:
+  /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
+  std::optional<RecordSchema> prepare();
+  void findClient();
+  void noteRefusal(const Refusal& refusal);
+  void cancel(const std::string& reason);
+  void cancelQuietly(const std::string& reason) noexcept;
+  void rollBack() noexcept;
+
+  EmbeddedManager& _manager;
+  LoomerSessionDriverDataSource& _dataSource;
+  String _identifier;  // of the client that was set; absent for the data source's own
+  EmbeddedClient* _client = nullptr;
+  String _lastError;
+};
+
+}  // namespace corvane::loomer

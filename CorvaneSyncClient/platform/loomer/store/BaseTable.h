@@ -1,0 +1,25 @@
+#pragma once
+
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
+
+namespace corvane::loomer {
+
+/// The clients' bases: which local id stands for which record, and what the client held when its last session
+/// ended.
+class BaseTable {
+ public:
+  explicit BaseTable(TruthStore& store) : _store(store) {}
+
+  StoredBase read(std::int64_t client);
+  /// Makes `after` the client's base, in the open transaction; writes only what differs from `before` (by
+  /// ascending record). Sorts `after` by record.
+  void replace(std::int64_t client, const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,
+               ContentRows& contents);
+
+ private:
+  TruthStore& _store;
+};
+
+}  // namespace corvane::loomer

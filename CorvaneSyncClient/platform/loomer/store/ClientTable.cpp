@@ -1,0 +1,129 @@
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+ClientState clientOf(const Statement& row) {
+  ClientState client;
+  client.id = row.integer(0);
+  client.identifier = row.text(1);
+  client.registered = Date{row.real(2)};
+  client.resetPending = row.integer(3) != 0;
+  client.syncedRevision = row.optionalInteger(4);
+  client.sessions = row.integer(5);
+  client.sessionsWithoutRecords = row.integer(6);
+  client.handedDown = row.integer(7) != 0;
+  if (!row.isNull(8)) client.lastSession = Date{row.real(8)};
+  return client;
+}
+
+#define CORVANE_CLIENT_COLUMNS                                                                           \
+  "id, identifier, registered, reset_pending, synced_revision, sessions, without_records, handed_down, " \
+  "last_session"
+
+}  // namespace
+
+std::optional<ClientState> ClientTable::find(const String& identifier) {
+  Statement query = _store.database().query(
+      "SELECT " CORVANE_CLIENT_COLUMNS " FROM clients WHERE identifier = ?", "read a client");
+  if (!query.open(identifier).next()) return std::nullopt;
+  return clientOf(query);
+}
+
+std::vector<ClientState> ClientTable::all() {
+  Statement query = _store.database().query(
+      "SELECT " CORVANE_CLIENT_COLUMNS " FROM clients ORDER BY identifier", "read the clients");
+  std::vector<ClientState> clients;
+  query.open();
+  while (query.next()) clients.push_back(clientOf(query));
+  return clients;
+}
+
+#undef CORVANE_CLIENT_COLUMNS
+
+void ClientTable::enter(const String& identifier, const Dictionary& description, Date now) {
+  const std::string bytes = writeBinaryPropertyList(description);
+  if (const auto known = find(identifier)) {
+    Statement query =
+        _store.database().query("SELECT description FROM clients WHERE id = ?", "read a client");
+    if (query.open(known->id).next() && query.blob(0) == bytes) return;
+  }
+  _store.write([&] {
+    _store.database()
+        .query(
+            "INSERT INTO clients(identifier, description, registered) VALUES(?, ?, ?)"
+            " ON CONFLICT(identifier) DO UPDATE SET description = excluded.description",
+            "register a client")
+        .run(identifier, Blob{bytes}, now.seconds);
+  });
+}
+
+Dictionary ClientTable::description(std::int64_t client) {
+  Statement query = _store.database().query("SELECT description FROM clients WHERE id = ?", "read a client");
+  if (!query.open(client).next()) return {};
+  const Value stored = readPropertyList(query.blob(0));
+  const Dictionary* description = stored.as<Dictionary>();
+  return description ? *description : Dictionary();
+}
+
+void ClientTable::remove(std::int64_t client) {
+  _store.write([&] {
+    _store.database().query("DELETE FROM clients WHERE id = ?", "unregister a client").run(client);
+  });
+}
+
+void ClientTable::setResetPending(std::int64_t client, bool pending) {
+  _store.write([&] {
+    _store.database()
+        .query("UPDATE clients SET reset_pending = ? WHERE id = ?", "note a client's reset")
+        .run(pending, client);
+  });
+}
+
+void ClientTable::finishSession(const ClientState& after) {
+  _store.write([&] {
+    _store.database()
+        .query(
+            "UPDATE clients SET reset_pending = ?, synced_revision = ?, sessions = ?, without_records = ?,"
+            " handed_down = ?, last_session = ? WHERE id = ?",
+            "note a finished session")
+        .run(after.resetPending, after.syncedRevision, after.sessions, after.sessionsWithoutRecords,
+             after.handedDown, after.lastSession.value_or(Date{}).seconds, after.id);
+  });
+}
+
+std::optional<Value> ClientTable::value(std::int64_t client, const String& key) {
+  Statement query = _store.database().query("SELECT value FROM client_values WHERE client = ? AND key = ?",
+                                            "read a client's value");
+  if (!query.open(client, key).next()) return std::nullopt;
+  return readPropertyList(query.blob(0));
+}
+
+void ClientTable::setValue(std::int64_t client, const String& key, const std::optional<Value>& value) {
+  const std::string bytes = value ? writeBinaryPropertyList(*value) : std::string();
+  {
+    Statement query = _store.database().query("SELECT value FROM client_values WHERE client = ? AND key = ?",
+                                              "read a client's value");
+    const bool stored = query.open(client, key).next();
+    if (stored ? value && query.blob(0) == bytes : !value) return;
+  }
+  _store.write([&] {
+    if (!value) {
+      _store.database()
+          .query("DELETE FROM client_values WHERE client = ? AND key = ?", "remove a client's value")
+          .run(client, key);
+      return;
+    }
+    _store.database()
+        .query(
+            "INSERT INTO client_values(client, key, value) VALUES(?, ?, ?)"
+            " ON CONFLICT(client, key) DO UPDATE SET value = excluded.value",
+            "store a client's value")
+        .run(client, key, Blob{bytes});
+  });
+}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,199 @@
+#include "CorvaneSyncClient/platform/loomer/store/Database.h"
+
+#include <sqlite3.h>
+
+namespace corvane::loomer {
+
+namespace {
+
+// Other connections hold SQLite's short internal locks (recovery, checkpoint) for milliseconds. Waiting for
+// another session is not this: that happens in TruthStore, on the platform's clock.
+constexpr int kBusyMilliseconds = 5000;
+
+const char* remedyFor(int code) {
+  switch (code & 0xff) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return kDamagedStoreRemedy;
+    case SQLITE_FULL:
+      return "Make room on the disk and sync again.";
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_CANTOPEN:
+    case SQLITE_AUTH:
+      return "Give yourself permission to read and write the file and its directory, and sync again.";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return "Wait until the other session has ended and sync again.";
+    case SQLITE_IOERR:
+      return "Check the disk that holds the file and sync again.";
+    default:
+      return "Nothing was changed. Sync again; if it keeps failing, run `loomerctl check`.";
+  }
+}
+
+sqlite3_destructor_type lifetime(bool copied) { return copied ? SQLITE_TRANSIENT : SQLITE_STATIC; }
+
+}  // namespace
+
+const char* const kDamagedStoreRemedy =
+    "The file was left as it is. Put a backup of it in its place, or move it and the files beside it (-wal, "
+    "-shm) away: "
+    "the next session then builds a new store from the bookmarks of each client.";
+
+PlatformException storeException(const std::string& path, const std::string& what,
+                                 const std::string& remedy) {
+  return PlatformException(LoomerStoreException,
+                           "The bookmarks sync store " + path + ": " + what + ". " + remedy);
+}
+
+Statement::~Statement() { _database.giveBack(_sql, _statement); }
+
+bool Statement::next() {
+  const int code = sqlite3_step(_statement);
+  if (code == SQLITE_ROW) return true;
+  if (code != SQLITE_DONE) check(code);
+  return false;
+}
+
+void Statement::execute() {
+  const int code = sqlite3_step(_statement);
+  if (code != SQLITE_DONE && code != SQLITE_ROW) check(code);
+  reset();
+}
+
+void Statement::reset() { sqlite3_reset(_statement); }
+
+void Statement::check(int code) const {
+  if (code != SQLITE_OK) _database.fail(code, _purpose);
+}
+
+bool Statement::isNull(int column) const { return sqlite3_column_type(_statement, column) == SQLITE_NULL; }
+
+std::int64_t Statement::integer(int column) const { return sqlite3_column_int64(_statement, column); }
+
+std::optional<std::int64_t> Statement::optionalInteger(int column) const {
+  if (isNull(column)) return std::nullopt;
+  return integer(column);
+}
+
+double Statement::real(int column) const { return sqlite3_column_double(_statement, column); }
+
+String Statement::text(int column) const {
+  const unsigned char* text = sqlite3_column_text(_statement, column);
+  if (!text) return String();
+  return String(std::string_view(reinterpret_cast<const char*>(text),
+                                 static_cast<std::size_t>(sqlite3_column_bytes(_statement, column))));
+}
+
+std::string_view Statement::blob(int column) const {
+  const void* bytes = sqlite3_column_blob(_statement, column);
+  if (!bytes) return {};
+  return {static_cast<const char*>(bytes),
+          static_cast<std::size_t>(sqlite3_column_bytes(_statement, column))};
+}
+
+void Statement::bind(int index, bool, std::int64_t value) {
+  check(sqlite3_bind_int64(_statement, index, value));
+}
+
+void Statement::bind(int index, bool, double value) { check(sqlite3_bind_double(_statement, index, value)); }
+
+void Statement::bind(int index, bool copied, const String& value) {
+  if (!value) return check(sqlite3_bind_null(_statement, index));
+  const std::string_view text = value.view();
+  check(sqlite3_bind_text64(_statement, index, text.data(), text.size(), lifetime(copied), SQLITE_UTF8));
+}
+
+void Statement::bind(int index, bool copied, const std::string& value) {
+  check(sqlite3_bind_text64(_statement, index, value.data(), value.size(), lifetime(copied), SQLITE_UTF8));
+}
+
+void Statement::bind(int index, bool copied, const Blob& value) {
+  check(sqlite3_bind_blob64(_statement, index, value.bytes.data(), value.bytes.size(), lifetime(copied)));
+}
+
+void Statement::bind(int index, bool copied, const std::optional<std::int64_t>& value) {
+  if (value) return bind(index, copied, *value);
+  check(sqlite3_bind_null(_statement, index));
+}
+
+Database::Database(std::string path) : _path(std::move(path)) {
+  const int code =
+      sqlite3_open_v2(_path.c_str(), &_connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (code != SQLITE_OK) {
+    const std::string message = _connection ? sqlite3_errmsg(_connection) : sqlite3_errstr(code);
+    sqlite3_close(_connection);
+    throw storeException(_path, "cannot open it: " + message, remedyFor(code));
+  }
+  sqlite3_extended_result_codes(_connection, 1);
+  sqlite3_busy_timeout(_connection, kBusyMilliseconds);
+}
+
+Database::~Database() {
+  for (auto& [sql, statements] : _idle) {
+    for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
+  }
+  sqlite3_close(_connection);  // rolls an open transaction back
+}
+
+Statement Database::query(const char* sql, const char* purpose) {
+  return Statement(*this, prepare(sql, purpose), sql, purpose);
+}
+
+sqlite3_stmt* Database::prepare(const char* sql, const char* purpose) {
+  std::vector<sqlite3_stmt*>& idle = _idle[sql];
+  if (!idle.empty()) {
+    sqlite3_stmt* statement = idle.back();
+    idle.pop_back();
+    return statement;
+  }
+  sqlite3_stmt* statement = nullptr;
+  const int code = sqlite3_prepare_v3(_connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  if (code != SQLITE_OK) fail(code, purpose);
+  return statement;
+}
+
+void Database::giveBack(const char* sql, sqlite3_stmt* statement) noexcept {
+  sqlite3_reset(statement);  // answers the failure that was already raised
+  sqlite3_clear_bindings(statement);
+  _idle[sql].push_back(statement);
+}
+
+void Database::execute(const std::string& sql, const char* purpose) {
+  const int code = sqlite3_exec(_connection, sql.c_str(), nullptr, nullptr, nullptr);
+  if (code != SQLITE_OK) fail(code, purpose);
+}
+
+std::int64_t Database::integer(const char* sql, const char* purpose) {
+  Statement statement = query(sql, purpose);
+  return statement.open().next() ? statement.integer(0) : 0;
+}
+
+bool Database::tryBegin() {
+  sqlite3_busy_timeout(_connection, 0);
+  const int code = sqlite3_exec(_connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  sqlite3_busy_timeout(_connection, kBusyMilliseconds);
+  if (code == SQLITE_OK) return true;
+  if ((code & 0xff) == SQLITE_BUSY) return false;
+  fail(code, "begin a transaction");
+}
+
+void Database::commit() { execute("COMMIT", "commit the session"); }
+
+void Database::rollback() noexcept {
+  // SQLite may have rolled back by itself after a full disk or an input/output error; a failing ROLLBACK
+  // leaves nothing to be done: the transaction is not committed, and closing the file drops it.
+  if (inTransaction()) sqlite3_exec(_connection, "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+bool Database::inTransaction() const { return sqlite3_get_autocommit(_connection) == 0; }
+
+std::int64_t Database::lastInsertedRow() const { return sqlite3_last_insert_rowid(_connection); }
+
+void Database::fail(int code, const char* purpose) const {
+  throw storeException(_path, std::string("cannot ") + purpose + ": " + sqlite3_errmsg(_connection),
+                       remedyFor(code));
+}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace corvane::loomer {
+
+/// The name of every exception that the engine's store raises. The reason names the store's path, the
+/// operation, what SQLite said and what to do.
+inline constexpr const char* LoomerStoreException = "LoomerStoreException";
+
+/// Bytes to be stored as they are.
+struct Blob {
+  std::string_view bytes;
+};
+
+class Database;
+
+/// A prepared statement on loan from its database; goes back when this object goes. Parameters are bound in
+/// order: absent strings and empty optionals as NULL.
+class Statement {
+ public:
+  Statement(Database& database, sqlite3_stmt* statement, const char* sql, const char* purpose)
+      : _database(database), _statement(statement), _sql(sql), _purpose(purpose) {}
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+  ~Statement();
+
+  /// Runs a statement that answers no rows; it can be run again with other parameters.
+  template <typename... Parameters>
+  void run(const Parameters&... parameters) {
+    bindAll(false, parameters...);
+    execute();
+  }
+  /// Starts a query; `next` steps to its first row.
+  template <typename... Parameters>
+  Statement& open(const Parameters&... parameters) {
+    bindAll(true, parameters...);
+    return *this;
+  }
+  /// Whether there is another row, which the accessors below then read.
+  bool next();
+
+  bool isNull(int column) const;
+  std::int64_t integer(int column) const;
+  std::optional<std::int64_t> optionalInteger(int column) const;
+  double real(int column) const;
+  /// The absent string for NULL.
+  String text(int column) const;
+  /// Valid until the next step.
+  std::string_view blob(int column) const;
+
+ private:
+  template <typename... Parameters>
+  void bindAll([[maybe_unused]] bool copied, const Parameters&... parameters) {
+    reset();
+    [[maybe_unused]] int index = 0;
+    (bind(++index, copied, parameters), ...);
+  }
+  void bind(int index, bool copied, std::int64_t value);
+  void bind(int index, bool copied, int value) { bind(index, copied, std::int64_t{value}); }
+  void bind(int index, bool copied, bool value) { bind(index, copied, std::int64_t{value}); }
+  void bind(int index, bool copied, std::size_t value) { bind(index, copied, std::int64_t(value)); }
+  void bind(int index, bool copied, double value);
+  void bind(int index, bool copied, const String& value);
+  void bind(int index, bool copied, const std::string& value);
+  void bind(int index, bool copied, const Blob& value);
+  void bind(int index, bool copied, const std::optional<std::int64_t>& value);
+  void reset();
+  void execute();
+  void check(int code) const;
+
+  Database& _database;
+  sqlite3_stmt* _statement;
+  const char* _sql;
+  const char* _purpose;
+};
+
+/// One connection to an existing SQLite file: the only code that speaks SQLite's C interface. Statements are
+/// prepared once and lent again. One thread. Every failure raises LoomerStoreException.
+class Database {
+ public:
+  /// Opens the file, which must exist (an empty one is an empty database).
+  explicit Database(std::string path);
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+  ~Database();
+
+  const std::string& path() const { return _path; }
+  /// `sql` and `purpose` ("read the clients", for messages) must be literals: they are kept by address.
+  Statement query(const char* sql, const char* purpose);
+  /// Runs any number of statements without parameters.
+  void execute(const std::string& sql, const char* purpose);
+  /// The one number that `sql` answers.
+  std::int64_t integer(const char* sql, const char* purpose);
+
+  /// Starts a transaction that may write; false when another connection is in one.
+  bool tryBegin();
+  /// Makes the transaction durable. On failure it is still open and must be rolled back.
+  void commit();
+  /// Ends the transaction without its effects; nothing when there is none.
+  void rollback() noexcept;
+  bool inTransaction() const;
+  std::int64_t lastInsertedRow() const;
+
+  [[noreturn]] void fail(int code, const char* purpose) const;
+
+ private:
+  friend class Statement;
+  sqlite3_stmt* prepare(const char* sql, const char* purpose);
+  void giveBack(const char* sql, sqlite3_stmt* statement) noexcept;
+
+  std::string _path;
+  sqlite3* _connection = nullptr;
+  std::unordered_map<const char*, std::vector<sqlite3_stmt*>> _idle;
+};
+
+/// A LoomerStoreException about the store at `path`: "what is wrong" and "what to do", each a sentence.
+PlatformException storeException(const std::string& path, const std::string& what, const std::string& remedy);
+
+/// What to do about a store that cannot be read.
+extern const char* const kDamagedStoreRemedy;
+
+}  // namespace corvane::loomer

@@ -1,0 +1,175 @@
+#include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+// Live records and tombstones are two tables, so that the laws of the tree are constraints: every parent is a
+// live record (the root is the row 0, the only one without a parent), and no two siblings share a place. The
+// parent's constraint waits for the commit; places are taken through parking numbers (see RecordTable),
+// because SQLite checks uniqueness at each statement.
+//
+// What a record says is a row of "contents" that is written once, never changed and never removed: the
+// record, the bases of the clients and both sides of the change log refer to the same row. Every content that
+// the truth ever held stays in the change log anyway.
+constexpr const char* kVersion1 = R"sql(
+  PRAGMA application_id = 0x4c6f6f6d;
+
+  CREATE TABLE truth(
+    one INTEGER PRIMARY KEY CHECK (one = 1),
+    revision INTEGER NOT NULL,            -- of the last session that changed a record
+    next_record INTEGER NOT NULL,         -- the first record number never given
+    forgotten_revision INTEGER NOT NULL   -- the greatest revision of a tombstone that was dropped
+  );
+  INSERT INTO truth VALUES(1, 0, 1, 0);
+
+  CREATE TABLE contents(
+    id INTEGER PRIMARY KEY,
+    name TEXT,
+    url TEXT,
+    tab_group INTEGER NOT NULL,
+    special INTEGER NOT NULL
+  );
+
+  CREATE TABLE records(
+    id INTEGER PRIMARY KEY,
+    global_id BLOB NOT NULL DEFAULT (randomblob(16)),
+    entity INTEGER NOT NULL CHECK (entity IN (0, 1)),   -- 0 folder, 1 bookmark
+    parent INTEGER REFERENCES records(id) DEFERRABLE INITIALLY DEFERRED,
+    place INTEGER NOT NULL,
+    content INTEGER REFERENCES contents(id),
+    revision INTEGER NOT NULL,
+    CHECK (parent <> id),
+    CHECK ((id = 0) = (parent IS NULL)),
+    CHECK ((id = 0) = (content IS NULL))
+  );
+  CREATE UNIQUE INDEX siblings ON records(parent, place);
+  INSERT INTO records(id, entity, parent, place, content, revision) VALUES(0, 0, NULL, 0, NULL, 0);
+
+  CREATE TABLE tombstones(
+    id INTEGER PRIMARY KEY,
+    global_id BLOB NOT NULL,
+    entity INTEGER NOT NULL,
+    parent INTEGER NOT NULL,
+    place INTEGER NOT NULL,
+    content INTEGER NOT NULL REFERENCES contents(id),
+    revision INTEGER NOT NULL
+  );
+  CREATE INDEX tombstones_by_revision ON tombstones(revision);
+
+  CREATE TABLE clients(
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    identifier TEXT NOT NULL UNIQUE,
+    description BLOB NOT NULL,                   -- binary property list
+    registered REAL NOT NULL,                    -- seconds since 2001-01-01 00:00:00 UTC, as all times here
+    reset_pending INTEGER NOT NULL DEFAULT 0,    -- replace the client's records at its next session
+    synced_revision INTEGER,                     -- the truth that its base stands for; null: no base yet
+    sessions INTEGER NOT NULL DEFAULT 0,         -- finished ones
+    without_records INTEGER NOT NULL DEFAULT 0,  -- finished sessions in a row that took no records
+    handed_down INTEGER NOT NULL DEFAULT 0,      -- the last finished session handed something down
+    last_session REAL
+  );
+
+  CREATE TABLE client_values(
+    client INTEGER NOT NULL REFERENCES clients(id) ON DELETE CASCADE,
+    key TEXT NOT NULL,
+    value BLOB NOT NULL,                         -- binary property list
+    PRIMARY KEY (client, key)
+  ) WITHOUT ROWID;
+
+  CREATE TABLE base(
+    client INTEGER NOT NULL REFERENCES clients(id) ON DELETE CASCADE,
+    record INTEGER NOT NULL,
+    local_id TEXT,                               -- null for a record that the client does not hold
+    entity INTEGER NOT NULL,
+    parent INTEGER NOT NULL,
+    position INTEGER NOT NULL,
+    content INTEGER NOT NULL REFERENCES contents(id),
+    refused_revision INTEGER NOT NULL,
+    not_held INTEGER NOT NULL,
+    PRIMARY KEY (client, record)
+  ) WITHOUT ROWID;
+
+  CREATE TABLE sessions(
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    client TEXT NOT NULL,                        -- the identifier: the log outlives registrations
+    began REAL NOT NULL,
+    ended REAL,
+    mode INTEGER NOT NULL,                       -- 1 fast, 2 slow, 3 refresh, 4 replace
+    revision INTEGER NOT NULL,                   -- of the truth after it
+    taken INTEGER NOT NULL,                      -- records taken from the client
+    changed INTEGER NOT NULL,                    -- records of the truth changed
+    handed_down INTEGER NOT NULL,                -- changes offered to the client
+    refused INTEGER NOT NULL DEFAULT 0           -- changes that the client refused or ignored
+  );
+
+  -- One row for each record that a session changed. A side without a place is a record that was not there or deleted.
+  CREATE TABLE changes(
+    session INTEGER NOT NULL REFERENCES sessions(id),
+    record INTEGER NOT NULL,
+    entity INTEGER NOT NULL,
+    before_parent INTEGER,
+    before_place INTEGER,
+    before_content INTEGER REFERENCES contents(id),
+    after_parent INTEGER,
+    after_place INTEGER,
+    after_content INTEGER REFERENCES contents(id),
+    PRIMARY KEY (session, record)
+  ) WITHOUT ROWID;
+
+  CREATE TABLE losses(
+    id INTEGER PRIMARY KEY,
+    session INTEGER NOT NULL REFERENCES sessions(id),
+    record INTEGER NOT NULL,
+    attribute TEXT NOT NULL,
+    client_value TEXT NOT NULL,
+    truth_value TEXT NOT NULL,
+    client_won INTEGER NOT NULL
+  );
+
+  -- The plan of a client that the guard refused, and whether somebody approved it since.
+  CREATE TABLE refusals(
+    client INTEGER PRIMARY KEY REFERENCES clients(id) ON DELETE CASCADE,
+    digest TEXT NOT NULL,
+    deletions INTEGER NOT NULL,
+    live INTEGER NOT NULL,
+    refused REAL NOT NULL,
+    approved REAL
+  );
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1};
+
+constexpr const char* kVersionQuery = "PRAGMA user_version";
+
+}  // namespace
+
+std::span<const char* const> storeMigrations() { return kMigrations; }
+
+void refuseUnusableStore(Database& database, std::span<const char* const> steps) {
+  const std::int64_t version = database.integer(kVersionQuery, "read its version");
+  const std::int64_t application = database.integer("PRAGMA application_id", "read its kind");
+  const bool empty = database.integer("SELECT count(*) FROM sqlite_schema", "read its tables") == 0;
+  if (empty && version == 0 && application == 0) return;
+  if (application != kStoreApplicationId || version <= 0) {
+    throw storeException(database.path(), "this is a database, but not one of the sync engine's",
+                         "The file was left as it is. Move it away and sync again.");
+  }
+  if (version > static_cast<std::int64_t>(steps.size())) {
+    throw storeException(
+        database.path(),
+        "it is of version " + std::to_string(version) + ", and this program knows versions up to " +
+            std::to_string(steps.size()),
+        "The file was left as it is. Install the newer version of this program that wrote it.");
+  }
+}
+
+void migrate(Database& database, std::span<const char* const> steps) {
+  const auto taken = static_cast<std::size_t>(database.integer(kVersionQuery, "read its version"));
+  for (std::size_t version = taken; version < steps.size(); ++version) {
+    database.execute(steps[version], "bring it to its present form");
+    database.execute("PRAGMA user_version = " + std::to_string(version + 1), "record its version");
+  }
+}
+
+}  // namespace corvane::loomer

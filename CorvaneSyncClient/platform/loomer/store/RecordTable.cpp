@@ -1,0 +1,237 @@
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace corvane::loomer {
+
+namespace {
+
+constexpr const char* kReadRecords = "read the records";
+constexpr const char* kWriteRecords = "write the records";
+
+Entity entityOf(std::int64_t number) { return number == 0 ? Entity::folder : Entity::bookmark; }
+
+TruthRecord recordOf(const Statement& row, bool deleted) {
+  TruthRecord record;
+  record.id = row.integer(0);
+  record.entity = entityOf(row.integer(1));
+  record.parent = row.integer(2);
+  record.place = row.integer(3);
+  record.revision = row.integer(4);
+  record.content = {row.text(6), row.text(7), row.integer(8) != 0, row.integer(9) != 0};
+  record.deleted = deleted;
+  return record;
+}
+
+StoredTruth readRows(Statement& query, bool deleted) {
+  StoredTruth truth;
+  query.open();
+  while (query.next()) {
+    truth.records.push_back(recordOf(query, deleted));
+    truth.contents.push_back(query.integer(5));
+  }
+  return truth;
+}
+
+/// Both by ascending id.
+StoredTruth merged(StoredTruth live, StoredTruth dead) {
+  if (dead.records.empty()) return live;
+  StoredTruth all;
+  all.records.reserve(live.records.size() + dead.records.size());
+  all.contents.reserve(all.records.capacity());
+  std::size_t i = 0, j = 0;
+  while (i < live.records.size() || j < dead.records.size()) {
+    const bool takeLive =
+        j == dead.records.size() || (i < live.records.size() && live.records[i].id < dead.records[j].id);
+    StoredTruth& from = takeLive ? live : dead;
+    std::size_t& at = takeLive ? i : j;
+    all.records.push_back(std::move(from.records[at]));
+    all.contents.push_back(from.contents[at]);
+    ++at;
+  }
+  return all;
+}
+
+bool isLive(const std::optional<TruthRecord>& record) { return record && !record->deleted; }
+
+/// A place that no record is ever given, one for each record.
+std::int64_t parkingPlace(RecordId record) { return std::numeric_limits<std::int64_t>::min() + record; }
+
+template <typename Record, typename Key>
+std::optional<ContentId> storedRow(const std::vector<Record>& records, const std::vector<ContentId>& rows,
+                                   Key Record::*key, RecordId record, const Content& content) {
+  const auto found = std::lower_bound(records.begin(), records.end(), record,
+                                      [key](const Record& each, RecordId id) { return each.*key < id; });
+  if (found == records.end() || (*found).*key != record || !(found->content == content)) return std::nullopt;
+  return rows[static_cast<std::size_t>(found - records.begin())];
+}
+
+std::string uuidText(std::string_view bytes) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
+}
+
+}  // namespace
+
+ContentRows::ContentRows(Database& database, const std::vector<TruthRecord>& truth,
+                         const std::vector<ContentId>& truthRows, const std::vector<BaseRecord>& base,
+                         const std::vector<ContentId>& baseRows)
+    : _insert(database.query("INSERT INTO contents(name, url, tab_group, special) VALUES(?, ?, ?, ?)",
+                             kWriteRecords)),
+      _database(database),
+      _truth(truth),
+      _truthRows(truthRows),
+      _base(base),
+      _baseRows(baseRows) {}
+
+ContentId ContentRows::row(RecordId record, const Content& content) {
+  const auto own = _stored.find(record);
+  if (own != _stored.end() && own->second.content == content) return own->second.id;
+  if (const auto row = storedRow(_truth, _truthRows, &TruthRecord::id, record, content)) return *row;
+  if (const auto row = storedRow(_base, _baseRows, &BaseRecord::record, record, content)) return *row;
+  _insert.run(content.name, content.url, content.tabGroup, content.special);
+  const ContentId id = _database.lastInsertedRow();
+  _stored.insert_or_assign(record, Row{content, id});
+  return id;
+}
+
+TruthState RecordTable::state() {
+  Statement query = _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth",
+                                            "read its state");
+  if (!query.open().next())
+    throw storeException(_store.path(), "its counters are missing", kDamagedStoreRemedy);
+  return {query.integer(0), query.integer(1), query.integer(2)};
+}
+
+StoredTruth RecordTable::readAll() {
+  Statement live = _store.database().query(
+      "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group, c.special"
+      " FROM records r JOIN contents c ON c.id = r.content WHERE r.id > 0 ORDER BY r.id",
+      kReadRecords);
+  Statement dead = _store.database().query(
+      "SELECT t.id, t.entity, t.parent, t.place, t.revision, t.content, c.name, c.url, c.tab_group, c.special"
+      " FROM tombstones t JOIN contents c ON c.id = t.content ORDER BY t.id",
+      kReadRecords);
+  return merged(readRows(live, false), readRows(dead, true));
+}
+
+std::size_t RecordTable::liveCount() {
+  return static_cast<std::size_t>(
+      _store.database().integer("SELECT count(*) FROM records WHERE id > 0", kReadRecords));
+}
+
+String RecordTable::globalIdentifier(RecordId record) {
+  Statement query = _store.database().query(
+      "SELECT global_id FROM records WHERE id = ?1 UNION ALL SELECT global_id FROM tombstones WHERE id = ?1",
+      kReadRecords);
+  if (!query.open(record).next()) return String();
+  return uuidText(query.blob(0));
+}
+
+void RecordTable::apply(const std::vector<TruthChange>& changes, std::int64_t revision,
+                        ContentRows& contents) {
+  if (changes.empty()) return;
+  // Siblings may trade places: first everything that moves is parked, then each record goes where it belongs.
+  park(changes);
+  RecordId last = 0;
+  for (const TruthChange& change : changes) {
+    last = std::max(last, change.after.id);
+    if (change.after.deleted) {
+      bury(change, contents);
+    } else {
+      place(change, contents);
+    }
+  }
+  _store.database()
+      .query("UPDATE truth SET revision = ?, next_record = max(next_record, ? + 1)", kWriteRecords)
+      .run(revision, last);
+}
+
+void RecordTable::park(const std::vector<TruthChange>& changes) {
+  Statement update = _store.database().query("UPDATE records SET place = ? WHERE id = ?", kWriteRecords);
+  for (const TruthChange& change : changes) {
+    if (!isLive(change.before)) continue;
+    const bool moves = change.after.deleted || change.before->parent != change.after.parent ||
+                       change.before->place != change.after.place;
+    if (moves) update.run(parkingPlace(change.after.id), change.after.id);
+  }
+}
+
+void RecordTable::bury(const TruthChange& change, ContentRows& contents) {
+  const TruthRecord& after = change.after;
+  const ContentId content = contents.row(after.id, after.content);
+  Database& database = _store.database();
+  if (isLive(change.before)) {
+    database
+        .query(
+            "INSERT INTO tombstones(id, global_id, entity, parent, place, content, revision)"
+            " SELECT id, global_id, entity, ?, ?, ?, ? FROM records WHERE id = ?",
+            kWriteRecords)
+        .run(after.parent, after.place, content, after.revision, after.id);
+    database.query("DELETE FROM records WHERE id = ?", kWriteRecords).run(after.id);
+  } else {
+    database
+        .query("UPDATE tombstones SET parent = ?, place = ?, content = ?, revision = ? WHERE id = ?",
+               kWriteRecords)
+        .run(after.parent, after.place, content, after.revision, after.id);
+  }
+}
+
+void RecordTable::place(const TruthChange& change, ContentRows& contents) {
+  const TruthRecord& after = change.after;
+  const ContentId content = contents.row(after.id, after.content);
+  Database& database = _store.database();
+  if (isLive(change.before)) {
+    database
+        .query("UPDATE records SET parent = ?, place = ?, content = ?, revision = ? WHERE id = ?",
+               kWriteRecords)
+        .run(after.parent, after.place, content, after.revision, after.id);
+  } else if (change.before) {
+    database
+        .query(
+            "INSERT INTO records(id, global_id, entity, parent, place, content, revision)"
+            " SELECT id, global_id, entity, ?, ?, ?, ? FROM tombstones WHERE id = ?",
+            kWriteRecords)
+        .run(after.parent, after.place, content, after.revision, after.id);
+    database.query("DELETE FROM tombstones WHERE id = ?", kWriteRecords).run(after.id);
+  } else {
+    database
+        .query("INSERT INTO records(id, entity, parent, place, content, revision) VALUES(?, ?, ?, ?, ?, ?)",
+               kWriteRecords)
+        .run(after.id, static_cast<std::int64_t>(after.entity), after.parent, after.place, content,
+             after.revision);
+  }
+}
+
+void RecordTable::dropOldTombstones() {
+  Database& database = _store.database();
+  const std::int64_t passed =
+      database.integer("SELECT coalesce(min(coalesce(synced_revision, 0)), 0) FROM clients", kReadRecords);
+  std::optional<std::int64_t> forgotten;
+  {
+    Statement query = database.query(
+        "SELECT max(t.revision) FROM tombstones t WHERE t.revision <= ?1 AND NOT EXISTS"
+        " (SELECT 1 FROM clients c JOIN base b ON b.client = c.id WHERE b.record = t.id)",
+        kReadRecords);
+    if (query.open(passed).next()) forgotten = query.optionalInteger(0);
+  }
+  if (!forgotten) return;
+  database
+      .query(
+          "DELETE FROM tombstones WHERE revision <= ?1 AND NOT EXISTS"
+          " (SELECT 1 FROM clients c JOIN base b ON b.client = c.id WHERE b.record = tombstones.id)",
+          kWriteRecords)
+      .run(passed);
+  database.query("UPDATE truth SET forgotten_revision = max(forgotten_revision, ?)", kWriteRecords)
+      .run(*forgotten);
+}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+
+namespace corvane::loomer {
+
+/// The row of "contents" that holds what a record says.
+using ContentId = std::int64_t;
+
+/// Counters of the truth.
+struct TruthState {
+  std::int64_t revision = 0;           ///< of the last session that changed a record
+  RecordId nextRecord = 1;             ///< the first number never given
+  std::int64_t forgottenRevision = 0;  ///< the greatest revision of a tombstone that was dropped
+};
+
+/// The truth as it is stored: live records and tombstones by ascending id, and in `contents` the row of each.
+struct StoredTruth {
+  std::vector<TruthRecord> records;
+  std::vector<ContentId> contents;
+};
+
+/// One client's base as it is stored: by ascending record, and in `contents` the row of each.
+struct StoredBase {
+  std::vector<BaseRecord> records;
+  std::vector<ContentId> contents;
+};
+
+/// Finds the stored row of a record's content, so that what the truth, a base and the logs have in common is
+/// stored once; stores a new row where there is none.
+class ContentRows {
+ public:
+  /// Rows already stored. Both sides by ascending record; they and the rows must outlive this object.
+  ContentRows(Database& database, const std::vector<TruthRecord>& truth,
+              const std::vector<ContentId>& truthRows, const std::vector<BaseRecord>& base,
+              const std::vector<ContentId>& baseRows);
+
+  ContentId row(RecordId record, const Content& content);
+
+ private:
+  struct Row {
+    Content content;
+    ContentId id;
+  };
+  Statement _insert;
+  Database& _database;
+  const std::vector<TruthRecord>& _truth;
+  const std::vector<ContentId>& _truthRows;
+  const std::vector<BaseRecord>& _base;
+  const std::vector<ContentId>& _baseRows;
+  std::unordered_map<RecordId, Row> _stored;  // by this object; the newest of each record
+};
+
+/// The records of the truth.
+class RecordTable {
+ public:
+  explicit RecordTable(TruthStore& store) : _store(store) {}
+
+  TruthState state();
+  /// Everything, whatever its size.
+  StoredTruth readAll();
+  std::size_t liveCount();
+  /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
+  String globalIdentifier(RecordId record);
+
+  /// Brings the changed records to their new state, in the open transaction. Each change's `before` must be
+  /// what is stored. What breaks a law of the tree raises LoomerStoreException here or at the commit.
+  void apply(const std::vector<TruthChange>& changes, std::int64_t revision, ContentRows& contents);
+  /// Drops the tombstones that every registered client's base has passed and none refers to.
+  void dropOldTombstones();
+
+ private:
+  void park(const std::vector<TruthChange>& changes);
+  void bury(const TruthChange& change, ContentRows& contents);
+  void place(const TruthChange& change, ContentRows& contents);
+
+  TruthStore& _store;
+};
+
+}  // namespace corvane::loomer

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+
+namespace corvane::loomer {
+
+/// A client's plan that the guard refused. It stands until the client finishes a session.
+struct Refusal {
+  std::string digest;         ///< of exactly that plan
+  std::size_t deletions = 0;  ///< records that it would delete
+  std::size_t live = 0;       ///< of so many
+  Date refused;
+  std::optional<Date> approved;
+};
+
+class RefusalTable {
+ public:
+  explicit RefusalTable(TruthStore& store) : _store(store) {}
+
+  std::optional<Refusal> find(std::int64_t client);
+  /// Notes a refusal in place of an older one; an approval of the same plan stays.
+  void enter(std::int64_t client, const Refusal& refusal);
+  /// Lets the refused plan pass once. False when nothing was refused.
+  bool approve(std::int64_t client, Date now);
+  void remove(std::int64_t client);
+
+ private:
+  TruthStore& _store;
+};
+
+}  // namespace corvane::loomer

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
+
+namespace corvane::loomer {
+
+/// One finished session that changed something on either side. Quiet sessions are counted with their client
+/// and leave no row.
+struct SessionEntry {
+  std::int64_t id = 0;
+  String client;  ///< its identifier; the client may be unregistered since
+  Date began;
+  Date ended;
+  int mode = 0;                ///< a SessionKind
+  std::int64_t revision = 0;   ///< of the truth after it
+  std::size_t taken = 0;       ///< records that the client pushed
+  std::size_t changed = 0;     ///< records of the truth that it changed
+  std::size_t handedDown = 0;  ///< changes that the client was offered
+  std::size_t refused = 0;     ///< of those, how many it refused or ignored
+};
+
+/// One side of a logged change.
+struct LoggedState {
+  RecordId parent = kRoot;
+  std::int64_t place = 0;
+  Content content;
+};
+
+/// What one session did to one record. A side is nothing where the record did not exist or was deleted.
+struct LoggedChange {
+  std::int64_t session = 0;
+  RecordId record = 0;
+  Entity entity = Entity::bookmark;
+  std::optional<LoggedState> before;
+  std::optional<LoggedState> after;
+};
+
+/// What happened to the truth: who, when, which record, before and after, and what lost a conflict.
+class SessionLog {
+ public:
+  explicit SessionLog(TruthStore& store) : _store(store) {}
+
+  /// In the open transaction: enters the session, its changes and its losses, and answers the session's
+  /// number.
+  std::int64_t enter(const SessionEntry& session, const std::vector<TruthChange>& changes,
+                     const std::vector<Loss>& losses, ContentRows& contents);
+  /// Notes the end of a session that was entered.
+  void finish(std::int64_t session, Date ended, std::size_t refused);
+
+  /// Oldest first.
+  std::vector<SessionEntry> sessions();
+  /// By ascending record.
+  std::vector<LoggedChange> changes(std::int64_t session);
+  std::vector<Loss> losses(std::int64_t session);
+
+ private:
+  TruthStore& _store;
+};
+
+}  // namespace corvane::loomer

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <string>
+
+#include "CorvaneSyncClient/platform/loomer/store/Database.h"
+
+namespace corvane::loomer {
+
+/// The engine's store of one user: one SQLite file that holds the truth, the clients and the logs.
+///
+/// Opening makes the directory (0700, and those above it) and the file (0600) where they are missing, and
+/// brings an older store to the present form. A damaged store, a file that is no store and a newer store are
+/// refused with LoomerStoreException and left as they are. Damage beyond the file's head shows only when the
+/// damaged part is read; it then ends the operation in the same way.
+///
+/// Writers exclude one another across processes by SQLite's own write lock, which the system takes back from
+/// a process that dies. Readers never wait.
+class TruthStore {
+ public:
+  explicit TruthStore(std::string path);
+
+  const std::string& path() const { return _database.path(); }
+  Database& database() { return _database; }
+
+  /// Takes the lock and starts a transaction. Waits at most `seconds` for another writer, asking again
+  /// several times a second by the platform's clock; false when it still writes then.
+  bool begin(double seconds);
+
+  /// Runs `body` in the transaction that is open, else in one of its own that is committed, or rolled back
+  /// when `body` raises. Raises LoomerStoreException when another writer does not end in time.
+  template <typename Body>
+  void write(const Body& body) {
+    if (_database.inTransaction()) return body();
+    beginOrFail();
+    try {
+      body();
+      _database.commit();
+    } catch (...) {
+      _database.rollback();
+      throw;
+    }
+  }
+
+ private:
+  void beginOrFail();
+  void useWriteAheadLog();
+
+  Database _database;
+};
+
+}  // namespace corvane::loomer
