@@ -28,17 +28,18 @@ bool EmbeddedSessionDriver::sync() {
   } catch (const SessionCancelled& cancelled) {
     rollBack();
     if (session.refusal()) noteRefusal(*session.refusal());
-    cancel(cancelled.reason);
+    cancel(cancelled.reason, session.tookLock());
     return false;
   } catch (const PlatformException& exception) {
     if (exception.name() != LoomerStoreException) {
-      cancelQuietly(exception.reason());
+      cancelQuietly(exception.reason(), session.tookLock());
       throw;
     }
-    cancel(exception.reason());
+    cancel(exception.reason(), session.tookLock());
     return false;
   } catch (...) {
-    cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.");
+    cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.",
+                  session.tookLock());
     throw;
   }
 }
@@ -88,18 +89,40 @@ void EmbeddedSessionDriver::rollBack() noexcept {
   _client->dropHeldValues();
 }
 
-void EmbeddedSessionDriver::cancel(const std::string& reason) {
+void EmbeddedSessionDriver::cancel(const std::string& reason, bool tookLock) {
   rollBack();
   _lastError = reason;
-  _dataSource.sessionDriverWillCancelSession(*this);
+  _client->holdValuesBack();
+  try {
+    _dataSource.sessionDriverWillCancelSession(*this);
+  } catch (...) {
+    keepValues(tookLock);
+    throw;
+  }
+  keepValues(tookLock);
 }
 
-void EmbeddedSessionDriver::cancelQuietly(const std::string& reason) noexcept {
+void EmbeddedSessionDriver::cancelQuietly(const std::string& reason, bool tookLock) noexcept {
   try {
-    cancel(reason);
+    cancel(reason, tookLock);
   } catch (...) {
     // The exception that ended the session is the one to be known; it goes on to the caller.
   }
+}
+
+void EmbeddedSessionDriver::keepValues(bool tookLock) noexcept {
+  // Where another session would not let this one begin, it will not let it write now either: waiting on would
+  // only hold the caller up. Nothing was changed on either side, so that the values from before still hold.
+  constexpr double kPatienceSeconds = 60.0;
+  try {
+    if (_manager.store().begin(tookLock ? kPatienceSeconds : 0.0)) {
+      _client->storeHeldValues();
+      _manager.store().database().commit();
+    }
+  } catch (const PlatformException&) {
+    // The store is in trouble: `lastError` already says why the session failed.
+  }
+  rollBack();
 }
 
 }  // namespace corvane::loomer

@@ -28,8 +28,11 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   std::optional<RecordSchema> prepare();
   void findClient();
   void noteRefusal(const Refusal& refusal);
-  void cancel(const std::string& reason);
-  void cancelQuietly(const std::string& reason) noexcept;
+  /// Rolls the session back, tells the client, and keeps what the client stores then.
+  void cancel(const std::string& reason, bool tookLock);
+  /// As `cancel`; what the client raises then is dropped.
+  void cancelQuietly(const std::string& reason, bool tookLock) noexcept;
+  void keepValues(bool tookLock) noexcept;
   void rollBack() noexcept;
 
   EmbeddedManager& _manager;

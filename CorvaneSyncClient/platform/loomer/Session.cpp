@@ -67,6 +67,7 @@ void Session::takeLock() {
                "changed; sync again when that session has ended.",
                timeout)};
   }
+  _tookLock = true;
   const auto state = _clients.find(_client.clientIdentifier());
   if (!state || state->id != _client.row()) {
     throw SessionCancelled{

@@ -27,6 +27,8 @@ class Session {
 
   /// What the guard refused, to be noted once the session is rolled back.
   const std::optional<Refusal>& refusal() const { return _refused; }
+  /// Whether the session got as far as its transaction.
+  bool tookLock() const { return _tookLock; }
 
  private:
   void registerWithDataSource();
@@ -63,6 +65,7 @@ class Session {
   std::optional<Refusal> _refused;   // of this one
 
   std::optional<std::vector<ClientRecord>> _pushed;  // the client's whole tree
+  bool _tookLock = false;
   bool _tookRecords = false;
   std::size_t _taken = 0;
   StoredTruth _storedTruth;

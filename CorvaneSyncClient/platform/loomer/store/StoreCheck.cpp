@@ -6,9 +6,16 @@ namespace {
 
 constexpr const char* kCheck = "check it";
 
-void addRows(Statement& query, const std::string& problem, std::vector<std::string>& problems) {
-  query.open();
-  while (query.next()) problems.push_back(problem + query.text(0).toString());
+/// A damaged store may not even answer: that is a problem, too.
+void addRows(Database& database, const char* sql, const std::string& problem,
+             std::vector<std::string>& problems) {
+  try {
+    Statement query = database.query(sql, kCheck);
+    query.open();
+    while (query.next()) problems.push_back(problem + query.text(0).toString());
+  } catch (const PlatformException& exception) {
+    problems.push_back(exception.reason());
+  }
 }
 
 struct Rule {
@@ -41,13 +48,9 @@ constexpr Rule kRules[] = {
 
 std::vector<std::string> checkStore(TruthStore& store) {
   std::vector<std::string> problems;
-  Statement integrity = store.database().query("PRAGMA integrity_check", kCheck);
-  addRows(integrity, "", problems);
+  addRows(store.database(), "PRAGMA integrity_check", "", problems);
   if (problems == std::vector<std::string>{"ok"}) problems.clear();
-  for (const Rule& rule : kRules) {
-    Statement query = store.database().query(rule.sql, kCheck);
-    addRows(query, rule.problem, problems);
-  }
+  for (const Rule& rule : kRules) addRows(store.database(), rule.sql, rule.problem, problems);
   return problems;
 }
 

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
+
+namespace corvane {
+
+/// A client in memory: a tree that a test edits, and a data source that offers it to the engine, takes
+/// changes in by the browser's placement rule, and keeps them when the session finishes. What a test sets
+/// makes it misbehave.
+class ScriptedClient : public LoomerSessionDriverDataSource {
+ public:
+  struct Node {
+    bool folder = false;
+    String name;
+    String url;
+    std::string parent;  ///< empty for the root
+    int position = 0;
+    bool tabGroup = false;
+  };
+
+  explicit ScriptedClient(std::string name) : identifier(std::move(name)) {}
+
+  // Editing: at the end of the parent's children, or at the `at`-th place after the special folders.
+  std::string addFolder(const std::string& parent, const std::string& name, int at = -1);
+  std::string addBookmark(const std::string& parent, const std::string& name, const std::string& url,
+                          int at = -1);
+  std::string addSpecial(const std::string& name);
+  void rename(const std::string& id, const std::string& name);
+  void readdress(const std::string& id, const std::string& url);
+  void move(const std::string& id, const std::string& parent, int at = -1);
+  /// With everything in it.
+  void remove(const std::string& id);
+  void removeAll();
+  /// The id of the only node of this name; empty when there is none.
+  std::string find(const std::string& name) const;
+  /// "bar*[A(u) sub#[]] B(u)": names, addresses in round brackets, children in square ones, "*" special, "#"
+  /// tab group.
+  std::string text() const;
+
+  /// Runs a session of the current engine; answers its `lastError`, empty for a success.
+  std::string sync();
+
+  std::string identifier;
+  Url description;
+  Url schema;
+  std::map<std::string, Node> nodes;
+  std::map<std::string, std::vector<std::string>> children;
+
+  // What the client asks for and answers.
+  int mode = 0;  ///< a LoomerSyncMode; 0: refresh at first and after a cancelled session, slow when edited,
+                 ///< else fast
+  bool edited = true;
+  bool unmappedIds = false;  ///< keeps the engine's identifiers
+  double beginTimeout = 60.0;
+  double pullTimeout = 600.0;
+  std::vector<String> entityNames;
+  std::size_t chunk = 0;  ///< records in one answer; 0: all
+  String recordsError;
+  Dictionary changedRecords[2];                    ///< folders, bookmarks
+  std::function<int(const LoomerChange&)> answer;  ///< a LoomerChangeResult; nothing: accepted
+  std::function<void(const std::string&)> onCall;  ///< called with each entry of `calls`
+  std::function<String(const String&)> mapId;      ///< the id handed back for an addition
+  bool deleteAllAnswer = true, registerAnswer = true, pullAnswer = true, finishAnswer = true;
+  LoomerClient* set = nullptr;  ///< given to `_setClient`
+
+  std::vector<std::string> calls;  ///< of the last session
+  std::vector<LoomerChange> handedDown;
+  LoomerClient* sessionClient = nullptr;
+
+  String clientIdentifier() override;
+  std::optional<Url> clientDescriptionURL() override;
+  std::vector<Url> schemaBundleURLs() override;
+  std::vector<String> entityNamesToSync() override;
+  int preferredSyncModeForEntityName(const String& entityName) override;
+  double sessionBeginSessionTimeout() override;
+  double sessionPullChangesTimeout() override { return pullTimeout; }
+  Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
+                  const Dictionary* formattedRecord, String& error) override;
+  bool deleteAllRecordsForEntityName(const String& entityName, String& error) override;
+  bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) override;
+  bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) override;
+  bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) override;
+  void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
+
+ private:
+  using Nodes = std::map<std::string, Node>;
+  using Children = std::map<std::string, std::vector<std::string>>;
+
+  void note(const std::string& call);
+  std::vector<std::string>::iterator placeIn(std::vector<std::string>& siblings, int at);
+  std::string enter(Node node, int at);
+  void take(const LoomerChange& change, const std::string& id, bool folder);
+  void place(const std::string& id);
+  void unplace(const std::string& id);
+  void renumber();
+  Dictionary recordOf(const std::string& id) const;
+
+  int _nextId = 1;
+  Nodes _savedNodes;  // the saved ones come back when a session is cancelled
+  Children _savedChildren;
+  std::map<std::string, std::string> _mapped;  // engine's identifier to own
+  std::map<std::string, std::size_t> _sent;    // records sent, by entity
+};
+
+}  // namespace corvane

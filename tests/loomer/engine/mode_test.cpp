@@ -1,0 +1,134 @@
+#include <gmock/gmock.h>
+
+#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "tests/loomer/engine/EngineFixture.h"
+
+namespace corvane {
+namespace {
+
+using loomer::SessionKind;
+
+struct ModeRow {
+  const char* phrase;
+  int preferred;
+  loomer::ClientState client;
+  loomer::TruthState truth;
+  bool refusalStands;
+  SessionKind kind;
+};
+
+loomer::ClientState client(std::optional<std::int64_t> synced, std::int64_t withoutRecords = 0,
+                           bool handedDown = false, bool reset = false) {
+  loomer::ClientState state;
+  state.syncedRevision = synced;
+  state.sessionsWithoutRecords = withoutRecords;
+  state.handedDown = handedDown;
+  state.resetPending = reset;
+  return state;
+}
+
+TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
+  const loomer::TruthState truth{5, 10, 3};
+  const ModeRow rows[] = {
+      {"the mode asked for", 1, client(5), truth, false, SessionKind::fast},
+      {"slow over fast", 2, client(5), truth, false, SessionKind::slow},
+      {"refresh", 3, client(5), truth, false, SessionKind::refresh},
+      {"no base yet", 1, client(std::nullopt), truth, false, SessionKind::refresh},
+      {"a base older than the truth's memory", 1, client(2), truth, false, SessionKind::refresh},
+      {"a base just within the truth's memory", 1, client(3), truth, false, SessionKind::fast},
+      {"a base newer than the truth", 2, client(6), truth, false, SessionKind::refresh},
+      {"the session before handed something down", 1, client(5, 0, true), truth, false, SessionKind::slow},
+      {"refresh stays refresh after a session that handed down", 3, client(5, 0, true), truth, false,
+       SessionKind::refresh},
+      {"nineteen sessions without records", 1, client(5, 19), truth, false, SessionKind::slow},
+      {"eighteen sessions without records", 1, client(5, 18), truth, false, SessionKind::fast},
+      {"a pending reset", 1, client(5, 0, false, true), truth, false, SessionKind::replace},
+      {"a mode that is none", 7, client(5), truth, false, SessionKind::refresh},
+      {"refresh while a refusal stands", 3, client(5), truth, true, SessionKind::slow},
+      {"no base while a refusal stands", 3, client(std::nullopt), truth, true, SessionKind::refresh},
+  };
+  for (const ModeRow& row : rows) {
+    EXPECT_EQ(static_cast<int>(sessionKind(row.preferred, row.client, row.truth, row.refusalStands)),
+              static_cast<int>(row.kind))
+        << row.phrase;
+  }
+}
+
+class ModeSessionTest : public EngineTest {
+ protected:
+  static bool tookRecords(const ScriptedClient& client) {
+    return std::find(client.calls.begin(), client.calls.end(), "records folders") != client.calls.end();
+  }
+};
+
+TEST_F(ModeSessionTest, EveryTwentiethSessionInARowWithoutRecordsIsSlow) {
+  const auto client = makeClient("c");
+  client->addBookmark("", "A", "http://a/");
+  ASSERT_EQ(client->sync(), "");
+  client->mode = LoomerSyncModeFast;
+  for (int round = 0; round < 2; ++round) {
+    for (int session = 1; session <= 20; ++session) {
+      reopen();
+      ASSERT_EQ(client->sync(), "");
+      EXPECT_EQ(tookRecords(*client), session == 20) << session;
+    }
+  }
+}
+
+TEST_F(ModeSessionTest, FastSessionWithSomethingToHandDownAsksForTheRecordsToo) {
+  const auto a = makeClient("a"), b = makeClient("b");
+  a->addBookmark("", "A", "http://a/");
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(b->sync(), "");
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_TRUE(tookRecords(*b)) << "the session before this one handed something down";
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_FALSE(tookRecords(*b));
+  a->addBookmark("", "B", "http://b/");
+  ASSERT_EQ(a->sync(), "");
+  b->mode = LoomerSyncModeFast;
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_TRUE(tookRecords(*b));
+  EXPECT_EQ(b->text(), a->text());
+}
+
+TEST_F(ModeSessionTest, RefreshDeletesNothingThatTheClientLacks) {
+  const auto a = makeClient("a");
+  a->addBookmark("", "A", "http://a/");
+  a->addBookmark("", "B", "http://b/");
+  ASSERT_EQ(a->sync(), "");
+  a->remove(a->find("B"));
+  a->mode = LoomerSyncModeRefresh;
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(a->text(), "A(http://a/) B(http://b/)");
+}
+
+TEST_F(ModeSessionTest, TombstonesLiveUntilEveryRegisteredClientsBaseHasPassedThem) {
+  const auto a = makeClient("a"), b = makeClient("b");
+  a->addBookmark("", "A", "http://a/");
+  a->addBookmark("", "B", "http://b/");
+  ASSERT_EQ(a->sync(), "");
+  settle({a.get(), b.get()});
+  a->remove(a->find("B"));
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(number("SELECT count(*) FROM tombstones"), 1) << "the other client has not passed it";
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(b->text(), "A(http://a/)");
+  EXPECT_EQ(number("SELECT count(*) FROM tombstones"), 0);
+  EXPECT_EQ(number("SELECT forgotten_revision FROM truth"), number("SELECT revision FROM truth"));
+}
+
+TEST_F(ModeSessionTest, ClientWhoseBaseIsOlderThanTheTruthsMemoryRunsAsRefresh) {
+  const auto a = makeClient("a");
+  a->addBookmark("", "A", "http://a/");
+  a->addBookmark("", "B", "http://b/");
+  ASSERT_EQ(a->sync(), "");
+  store().database().execute("UPDATE truth SET revision = 9, forgotten_revision = 7", "restore");
+  a->remove(a->find("B"));
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(a->text(), "A(http://a/) B(http://b/)") << "neither resurrects nor wipes silently";
+}
+
+}  // namespace
+}  // namespace corvane
