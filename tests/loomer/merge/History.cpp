@@ -164,7 +164,7 @@ MergeInput History::inputFor(Client& client, Mode mode) const {
   return input;
 }
 
-MergeResult History::mergeChecked(const MergeInput& input, const Client& client) const {
+MergeResult History::mergeChecked(const MergeInput& input) const {
   MergeResult result = merge(input);
   requireSound(input, result);
   if (_truth.empty() && !input.replace) {
@@ -172,7 +172,6 @@ MergeResult History::mergeChecked(const MergeInput& input, const Client& client)
   }
   if (input.refresh || input.replace) require(result.deletedByAbsence == 0, "a refresh deletes");
   require(!result.deleteAllFirst || input.replace, "a client is emptied for no reason");
-  static_cast<void>(client);
   return result;
 }
 
@@ -186,7 +185,7 @@ void History::commit(const MergeResult& result) {
 void History::sync(std::size_t at, Mode mode) {
   Client& client = _clients.at(at);
   const MergeInput input = inputFor(client, mode);
-  const MergeResult result = mergeChecked(input, client);
+  const MergeResult result = mergeChecked(input);
   commit(result);
   client.base = result.base;
   client.simulation.apply(result, client.base);
@@ -195,7 +194,7 @@ void History::sync(std::size_t at, Mode mode) {
 
 void History::syncKilled(std::size_t at) {
   Client& client = _clients.at(at);
-  const MergeResult result = mergeChecked(inputFor(client, Mode::slow), client);
+  const MergeResult result = mergeChecked(inputFor(client, Mode::slow));
   std::vector<BaseRecord> uncommitted = result.base;
   client.simulation.apply(result, uncommitted);
 }

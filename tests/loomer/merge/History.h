@@ -39,7 +39,7 @@ class History {
   };
 
   MergeInput inputFor(Client& client, Mode mode) const;
-  MergeResult mergeChecked(const MergeInput& input, const Client& client) const;
+  MergeResult mergeChecked(const MergeInput& input) const;
   void commit(const MergeResult& result);
   void requireQuiet(Client& client);
 

@@ -27,7 +27,7 @@ const std::vector<Kind> kQuietEdits = {Kind::addBookmark, Kind::addBookmark, Kin
 
 /// Two rounds bring every client to one tree, and nothing changes afterwards.
 TEST(Laws, WhenEditsStopAllClientsHoldOneTreeAfterTwoRounds) {
-  checkTimes(6000, 60, [] {
+  checkTimes(3000, 60, [] {
     History history(*rc::gen::inRange<std::size_t>(2, 6));
     unsigned serial = 0;
     for (const Edit& edit : *editsOf(kEverything)) carryOut(history, edit, Titles::few, serial);
@@ -39,7 +39,7 @@ TEST(Laws, WhenEditsStopAllClientsHoldOneTreeAfterTwoRounds) {
 
 /// What one client changed, and nobody else touched, arrives at every other client as it was, order included.
 TEST(Laws, ChangesOfOneClientArriveAsTheyWere) {
-  checkTimes(4000, 40, [] {
+  checkTimes(1500, 40, [] {
     History history(3);
     unsigned serial = 0;
     for (const Edit& edit : *editsOf(kEverything)) carryOut(history, edit, Titles::few, serial);
@@ -100,7 +100,7 @@ TEST(Laws, NothingVanishesAndNothingAppearsTwice) {
                                    Kind::move,        Kind::move,        Kind::move,      Kind::reorder,
                                    Kind::erase,       Kind::sync,        Kind::sync,      Kind::sync,
                                    Kind::syncKilled,  Kind::refresh};
-  checkTimes(4000, 60, [&] {
+  checkTimes(2000, 60, [&] {
     History history(*rc::gen::inRange<std::size_t>(2, 5));
     unsigned serial = 0;
     growEqualTrees(history, serial);
@@ -135,7 +135,7 @@ TEST(Laws, NothingVanishesAndNothingAppearsTwice) {
 
 /// Killing a session after the file was saved, then syncing on, ends as if it had not been killed.
 TEST(Laws, AKilledSessionLeavesNoTrace) {
-  checkTimes(3000, 40, [] {
+  checkTimes(1500, 40, [] {
     const std::vector<Edit> edits = *editsOf(kQuietEdits);
     History killed(2);
     History whole(2);

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
-
 #include "tests/loomer/merge/History.h"
 #include "tests/loomer/merge/TreeText.h"
 
