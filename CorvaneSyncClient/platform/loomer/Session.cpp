@@ -156,6 +156,7 @@ void Session::writeTruth() {
 }
 
 void Session::handDown() {
+  if (!_plan.deleteAllFirst && _plan.clientChanges.empty()) return;
   HandingDown handingDown(_dataSource, _schema, _records, _input, _plan);
   handingDown.run();
   _refusedChanges = handingDown.refused();

@@ -96,7 +96,9 @@ std::string ScriptedClient::text() const {
       text += node.name.toString();
       if (node.position == kSpecial) text += '*';
       if (node.tabGroup) text += '#';
-      text += node.folder ? "[" + list(id) + "]" : "(" + node.url.toString() + ")";
+      text += node.folder ? '[' : '(';
+      text += node.folder ? list(id) : node.url.toString();
+      text += node.folder ? ']' : ')';
     }
     return text;
   };
