@@ -4,8 +4,8 @@ add_compile_options(-Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor
                     -Wunused -Wnull-dereference -Wformat=2 -Wimplicit-fallthrough)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-  # GCC 12 reports false positives of these two in inlined standard-library code when it optimises.
-  add_compile_options(-Wno-null-dereference -Wno-maybe-uninitialized)
+  # GCC 12 reports false positives of these in inlined standard-library code when it optimises.
+  add_compile_options(-Wno-null-dereference -Wno-maybe-uninitialized -Wno-restrict)
 endif()
 
 if(CORVANE_SANITIZE)
