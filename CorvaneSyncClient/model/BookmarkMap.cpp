@@ -57,9 +57,8 @@ void BookmarkMap::sortKeyChanged(const String& uid) {
   if (_listings.empty()) return;
   const auto listing = _listings.find(uid);
   if (listing == _listings.end()) return;
-  for (ChildIndex::Item* item = listing->second; item; item = ChildIndex::nextListing(*item)) {
-    ChildIndex::refresh(*item);
-  }
+  ChildIndex::markStale(listing->second);
+  _listings.erase(listing);
 }
 
 }  // namespace corvane

@@ -62,9 +62,10 @@ class BookmarkMap final : public Describable {
   /// Tells the lists that name `uid` that what stands there sorts differently now.
   void sortKeyChanged(const String& uid);
 
-  std::unordered_map<String, ChildIndex::Item*>
-      _listings;               // uid → the first of the indexed list items that name it
-  OrderedMap<Entry> _entries;  // destroyed before the listings, which its folders leave
+  // uid → the first of the indexed list items that name it and are fresh. The nodes go first, since their
+  // folders' lists take leave of it.
+  std::unordered_map<String, ChildIndex::Item*> _listings;
+  OrderedMap<Entry> _entries;
 };
 
 }  // namespace corvane

@@ -14,8 +14,10 @@ struct ChildIndex::Item {
   Item* parent = nullptr;
   Item* left = nullptr;
   Item* right = nullptr;
-  Item* nextSameUid = nullptr;
-  Item* previousSameUid = nullptr;
+  Item* nextSameUid = nullptr;  // in this list
+  Item* nextFresh = nullptr;    // in any list
+  Item* previousFresh = nullptr;
+  bool stale = false;
   std::array<Item*, kPlacementOrders> highest{};  // of the subtree, in each order; never null once linked
   std::uint32_t priority = 0;
 };
@@ -49,31 +51,29 @@ ChildIndex::~ChildIndex() {
     pending.pop_back();
     if (item->left) pending.push_back(item->left);
     if (item->right) pending.push_back(item->right);
-    leaveListing(*item);
-    delete item;
+    deleteItem(item);
   }
 }
 
 void ChildIndex::insert(const String& uid, const PlacementRule& rule) {
+  refreshStale();
   Item* next = firstToStopAt(rule);
   linkBefore(next, *newItem(uid));
 }
 
 bool ChildIndex::remove(const String& uid) {
-  const auto listing = _map._listings.find(uid);
-  if (listing == _map._listings.end()) return false;
-  bool removed = false;
-  for (Item* item = listing->second; item;) {
+  refreshStale();
+  const auto listed = _byUid.find(uid);
+  if (listed == _byUid.end()) return false;
+  Item* item = listed->second;
+  _byUid.erase(listed);
+  while (item) {
     Item* next = item->nextSameUid;
-    if (item->index == this) {
-      unlink(*item);
-      leaveListing(*item);
-      delete item;
-      removed = true;
-    }
+    unlink(*item);
+    deleteItem(item);
     item = next;
   }
-  return removed;
+  return true;
 }
 
 std::vector<String> ChildIndex::uids() const {
@@ -88,12 +88,23 @@ std::vector<String> ChildIndex::uids() const {
   return result;
 }
 
-void ChildIndex::refresh(Item& item) {
-  item.key = SiblingKey::of(item.index->_map.find(item.uid));
-  updateUpwards(&item);
+void ChildIndex::markStale(Item*& first) {
+  for (Item* item = std::exchange(first, nullptr); item;) {
+    Item* next = std::exchange(item->nextFresh, nullptr);
+    item->previousFresh = nullptr;
+    item->stale = true;
+    item->index->_stale.push_back(item);
+    item = next;
+  }
 }
 
-ChildIndex::Item* ChildIndex::nextListing(const Item& item) { return item.nextSameUid; }
+void ChildIndex::refreshStale() {
+  for (Item* item : std::exchange(_stale, {})) {
+    item->key = SiblingKey::of(_map.find(item->uid));
+    enterFresh(*item);
+    updateUpwards(item);
+  }
+}
 
 ChildIndex::Item* ChildIndex::newItem(const String& uid) {
   Item* item = new Item;
@@ -101,23 +112,30 @@ ChildIndex::Item* ChildIndex::newItem(const String& uid) {
   item->key = SiblingKey::of(_map.find(uid));
   item->index = this;
   item->priority = nextPriority();
-  enterListing(*item);
+  item->nextSameUid = std::exchange(_byUid[uid], item);
+  enterFresh(*item);
   return item;
 }
 
-void ChildIndex::enterListing(Item& item) {
+void ChildIndex::deleteItem(Item* item) {
+  if (!item->stale) leaveFresh(*item);
+  delete item;
+}
+
+void ChildIndex::enterFresh(Item& item) {
   Item*& first = _map._listings[item.uid];
-  item.nextSameUid = first;
-  if (first) first->previousSameUid = &item;
+  item.stale = false;
+  item.nextFresh = first;
+  if (first) first->previousFresh = &item;
   first = &item;
 }
 
-void ChildIndex::leaveListing(Item& item) {
-  if (item.nextSameUid) item.nextSameUid->previousSameUid = item.previousSameUid;
-  if (item.previousSameUid) {
-    item.previousSameUid->nextSameUid = item.nextSameUid;
-  } else if (item.nextSameUid) {
-    _map._listings[item.uid] = item.nextSameUid;
+void ChildIndex::leaveFresh(Item& item) {
+  if (item.nextFresh) item.nextFresh->previousFresh = item.previousFresh;
+  if (item.previousFresh) {
+    item.previousFresh->nextFresh = item.nextFresh;
+  } else if (item.nextFresh) {
+    _map._listings[item.uid] = item.nextFresh;
   } else {
     _map._listings.erase(item.uid);
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "CorvaneSyncClient/model/Placement.h"
@@ -13,7 +14,9 @@ class BookmarkMap;
 ///
 /// A treap (Seidel and Aragon, "Randomized search trees", 1996) over list places, in which every item knows
 /// the highest-ranking sibling of its subtree in each placement order. The ranks are those of the nodes that
-/// one map holds; the map tells the index when one changes.
+/// one map holds. When one changes, the map marks the items that name it stale; a list reads its stale items
+/// anew when it is next asked. An item that is stale already is not marked again, so that a uid may stay
+/// listed in any number of folders.
 class ChildIndex {
  public:
   struct Item;
@@ -31,15 +34,17 @@ class ChildIndex {
   std::vector<String> uids() const;
   BookmarkMap& map() const { return _map; }
 
-  /// Reads the item's sibling anew; called by the map for every item that names a changed uid.
-  static void refresh(Item& item);
-  /// The next item, in this list or another, that names the same uid; null at the end.
-  static Item* nextListing(const Item& item);
+  /// Marks all fresh items that name a uid, of whichever list, as stale: `first` is the first of them, as the
+  /// map keeps it, and becomes null.
+  static void markStale(Item*& first);
 
  private:
   Item* newItem(const String& uid);
-  void enterListing(Item& item);
-  void leaveListing(Item& item);
+  void deleteItem(Item* item);
+  /// Fresh items that name one uid form a chain that the map holds on to.
+  void enterFresh(Item& item);
+  void leaveFresh(Item& item);
+  void refreshStale();
   Item* firstToStopAt(const PlacementRule& rule) const;
   void linkBefore(Item* next, Item& item);
   void linkBelow(Item* parent, Item*& place, Item& item);
@@ -52,6 +57,8 @@ class ChildIndex {
 
   BookmarkMap& _map;
   Item* _root = nullptr;
+  std::unordered_map<String, Item*> _byUid;  // the first of the items that name a uid
+  std::vector<Item*> _stale;
   std::uint32_t _random = 0x9E3779B9u;
 };
 

@@ -56,8 +56,7 @@ void ChildList::assign(std::vector<String> uids) {
 void ChildList::add(const CorvaneBookmark& child, const CorvaneBookmark& folder, BookmarkMap& map,
                     BookmarkMap* folderMap) {
   if (!_present) return assign({child.uid()});
-  // Every sibling that the walk looks at is traced, so that with the diagnostic log on it has to be a walk.
-  if (folderMap == &map && !SCLogIsOn() && indexed(folderMap)) {
+  if (folderMap == &map && indexed(folderMap)) {
     _index->insert(child.uid(), PlacementRule(child, folder.uid().isSameInstance(kRootUid)));
     _stale = true;
     return;
@@ -90,6 +89,8 @@ std::vector<String>& ChildList::walkedList() {
 }
 
 bool ChildList::indexed(BookmarkMap* map) {
+  // Every sibling that a walk looks at is traced, so that with the diagnostic log on it has to be a walk.
+  if (SCLogIsOn()) return false;
   if (!_index && _uids.size() >= kIndexedLength) _index = std::make_unique<ChildIndex>(*map, _uids);
   return _index != nullptr;
 }

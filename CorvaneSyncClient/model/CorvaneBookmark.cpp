@@ -92,9 +92,10 @@ void CorvaneBookmark::replaceInParent(BookmarkMap& map) {
   parent->addChild(*this, map);
 }
 
-void CorvaneBookmark::writeCommonRecordValues(const RecordKeys& keys, Dictionary& record) const {
+void CorvaneBookmark::writeCommonRecordValues(const RecordKeys& keys, const String& parentKey,
+                                              Dictionary& record) const {
   if (_title) record.set(keys.name, _title);
-  if (_parentId && !(_parentId == kRootUid)) record.set(keys.parent, Array{_parentId});
+  if (_parentId && !(_parentId == kRootUid)) record.set(parentKey, Array{_parentId});
   record.set(keys.position, _position);
 }
 

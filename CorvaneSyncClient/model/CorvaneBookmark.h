@@ -91,17 +91,17 @@ class CorvaneBookmark : public Describable {
   void replaceInParent(BookmarkMap& map);
   /// The map that owns the node; null for one outside any map.
   BookmarkMap* owningMap() const { return _map; }
-  /// The keys under which a record of this node's entity carries its name, position and parent.
+  /// The keys under which a record of this node's entity carries its name and position.
   struct RecordKeys {
     const String& name;
     const String& position;
-    const String& parent;
   };
   /// The name, parent and position of a record for this node.
-  void writeCommonRecordValues(const RecordKeys& keys, Dictionary& record) const;
+  void writeCommonRecordValues(const RecordKeys& keys, const String& parentKey, Dictionary& record) const;
   /// Title and position of the three-way merge, with the class's own attribute between them.
   void mergeRecord(const RecordKeys& keys, const Dictionary& record, const CorvaneBookmark* original,
                    BookmarkMap& map);
+  /// A plain node has none.
   virtual void mergeOwnAttribute(const Dictionary& record, const CorvaneBookmark* original);
 
  private:

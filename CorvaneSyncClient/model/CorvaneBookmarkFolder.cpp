@@ -62,9 +62,8 @@ std::optional<Dictionary> CorvaneBookmarkFolder::vessynDictionaryRepresentation(
   if (!parentId()) return std::nullopt;
   Dictionary record;
   record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder);
-  writeCommonRecordValues({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position,
-                           LoomerRelationship_Bookmarks_Folder_Parent},
-                          record);
+  writeCommonRecordValues({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position},
+                          LoomerRelationship_Bookmarks_Folder_Parent, record);
   record.set(kTabGroupKey, _autoTab ? 1 : 0);
   return record;
 }
@@ -83,14 +82,14 @@ void CorvaneBookmarkFolder::updateWithVessynDictionary(const Dictionary& record,
 
 void CorvaneBookmarkFolder::applyChangesFromVessynDictionary(
     const Dictionary& record, const CorvaneBookmark* exceptingChangesFromOrigBookmark, BookmarkMap& map) {
-  mergeRecord({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position,
-               LoomerRelationship_Bookmarks_Folder_Parent},
-              record, exceptingChangesFromOrigBookmark, map);
+  mergeRecord({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position}, record,
+              exceptingChangesFromOrigBookmark, map);
 }
 
 void CorvaneBookmarkFolder::mergeOwnAttribute(const Dictionary& record, const CorvaneBookmark* original) {
   const CorvaneBookmarkFolder* originalFolder = original ? original->asFolder() : nullptr;
-  if (originalFolder && originalFolder->_autoTab != _autoTab) return;
+  const bool originalAutoTab = originalFolder && originalFolder->_autoTab;
+  if (original && originalAutoTab != _autoTab) return;
   takeAutoTab(record);
 }
 

@@ -43,9 +43,8 @@ std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(
   Dictionary record;
   record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark);
   writeCommonRecordValues(
-      {LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position,
-       LoomerRelationship_Bookmarks_Bookmark_Parent},
-      record);
+      {LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position},
+      LoomerRelationship_Bookmarks_Bookmark_Parent, record);
   if (!_url) return record;
   if (const std::optional<Url> url = urlForRecord()) {
     record.set(LoomerAttribute_Bookmarks_Bookmark_Url, *url);
@@ -75,19 +74,19 @@ void CorvaneBookmarkRecord::updateWithVessynDictionary(const Dictionary& record,
 
 void CorvaneBookmarkRecord::applyChangesFromVessynDictionary(
     const Dictionary& record, const CorvaneBookmark* exceptingChangesFromOrigBookmark, BookmarkMap& map) {
-  mergeRecord({LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position,
-               LoomerRelationship_Bookmarks_Bookmark_Parent},
-              record, exceptingChangesFromOrigBookmark, map);
+  mergeRecord({LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position}, record,
+              exceptingChangesFromOrigBookmark, map);
 }
 
 void CorvaneBookmarkRecord::mergeOwnAttribute(const Dictionary& record, const CorvaneBookmark* original) {
   const Value* url = record.find(LoomerAttribute_Bookmarks_Bookmark_Url);
   const CorvaneBookmarkRecord* originalRecord = original ? original->asRecord() : nullptr;
-  if (originalRecord && !(_url && _url == originalRecord->_url)) {
+  const String originalUrl = originalRecord ? originalRecord->_url : String();
+  if (original && !(_url && _url == originalUrl)) {
     SCLog(
         "NOT applying url change of bookmark %@. Sync Server has url: %@, Corvane has url %@, original has "
         "url %@",
-        uid(), url, _url, originalRecord->_url);
+        uid(), url, _url, originalUrl);
     return;
   }
   SCLog("applying url change of bookmark %@, new url: %@", uid(), url);

@@ -113,8 +113,16 @@ CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, cons
   if (folder->_autoTab) {
     SCLog("Corvane - creating object from Corvane record, setting auto tab to true for %@", title);
   }
-  _open.push_back({folder, entry.array(kChildrenKey.view()), 0, {}});
+  _open.push_back({folder, childrenToRead(entry), 0, {}});
   return folder;
+}
+
+// A file may name one list of children in any number of folders. Reading it again could only find duplicates;
+// it is walked again for their trace lines alone.
+const Array* CorvaneFileForm::childrenToRead(const Dictionary& entry) {
+  const Array* children = entry.array(kChildrenKey.view());
+  if (!children || children->empty()) return nullptr;
+  return _read.insert(children->identity()).second || SCLogIsOn() ? children : nullptr;
 }
 
 void CorvaneFileForm::markIfSpecial(CorvaneBookmarkFolder& folder, const String& title) {

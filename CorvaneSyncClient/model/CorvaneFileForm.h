@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
@@ -39,12 +41,14 @@ class CorvaneFileForm {
   /// The folder part, up to the children; null when the entry is skipped.
   CorvaneBookmarkFolder* openFolder(const Dictionary& entry, const String& parentId, std::int32_t position,
                                     bool isIgnoredBySync);
+  const Array* childrenToRead(const Dictionary& entry);
   void markIfSpecial(CorvaneBookmarkFolder& folder, const String& title);
   void readNextChild();
   void closeFolder();
 
   BookmarkMap& _map;
   std::vector<OpenFolder> _open;
+  std::unordered_set<const void*> _read;  // the lists of children begun, by identity
 };
 
 /// Writes a folder's entry with the whole subtree below it. A folder that is listed inside itself is left out

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "tests/model/ModelFixtures.h"
 
 namespace corvane {
@@ -78,6 +80,26 @@ TEST_F(ModelLogTest, PlacementIsTraced) {
                   "====== can insert called, parent uid Root, candidate a, previous b, candidate/previous "
                   "special NO/NO",
                   "Corvane - new children (Bar, A, B)"));
+}
+
+TEST_F(ModelLogTest, LongListsAreWalkedAndEverySiblingTraced) {
+  map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
+  std::vector<String> uids;
+  for (int i = 0; i < 100; ++i) {
+    const String uid = "u" + std::to_string(i);
+    map.insert(std::make_unique<CorvaneBookmarkRecord>(uid));
+    map.find(uid)->setTitle("t");
+    uids.push_back(uid);
+  }
+  folder("F").setChildren(uids);
+  taken();
+  CorvaneBookmarkRecord::bookmarkWithUid("NEW", bookmarkRecord("z", "F"), map);
+  const auto lines = taken();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const std::string& line) { return line.starts_with("====== "); }),
+            100);
+  uids.push_back("NEW");
+  EXPECT_EQ(*folder("F").children(), uids);
 }
 
 TEST_F(ModelLogTest, FirstChildIsTraced) {

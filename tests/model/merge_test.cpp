@@ -135,6 +135,17 @@ TEST_F(MergeTest, BrowsersAutoTabWins) {
   EXPECT_TRUE(toggled.find("F")->title() == "engine");
 }
 
+TEST_F(MergeTest, OriginalOfTheOtherKindHasNeitherUrlNorAutoTab) {
+  original->insert(std::make_unique<CorvaneBookmarkFolder>("A"));
+  original->insert(std::make_unique<CorvaneBookmarkRecord>("F"));
+  merge("A", bookmarkChange("engine", "http://new/", 1));
+  EXPECT_TRUE(bookmark("A").url() == "http://a/") << "a URL that the original lacks is the browser's change";
+  Dictionary record = folderRecord("engine", "Root");
+  record.set("is tab group", 1);
+  merge("F", record);
+  EXPECT_TRUE(folder("F").autoTab()) << "both were off: the engine's value is applied";
+}
+
 TEST_F(MergeTest, OverwriteOfFolderReadsThePositionUnderTheBookmarksKeyOnly) {
   // Overwrite of a folder whose record carries a position only under the folder position key: position
   // unchanged.

@@ -283,6 +283,38 @@ RC_GTEST_PROP(PlacementProperty, LongListsAnswerLikeTheWalk, ()) {
   list.check();
 }
 
+TEST_F(PlacementTest, UidListedInManyFoldersIsChangedWithoutVisitingThemAll) {
+  // A node that is built anew in one folder after another stays listed in those before.
+  constexpr int kFolders = 20'000;
+  std::vector<String> siblings;
+  for (int i = 0; i < 64; ++i)
+    siblings.push_back(add(("s" + std::to_string(i)).c_str(), kBookmark, "s", i).uid());
+  for (int i = 0; i < kFolders; ++i) {
+    const std::string uid = "f" + std::to_string(i);
+    parent(uid.c_str(), siblings);
+    Dictionary record = bookmarkRecord("moved", uid.c_str());
+    record.set(LoomerAttribute_Bookmarks_Bookmark_Position, i % 64);
+    CorvaneBookmarkRecord::bookmarkWithUid("A", record, map);
+  }
+  for (int i = 0; i < kFolders; ++i) {
+    CorvaneBookmarkFolder& folder = *map.findFolder("f" + std::to_string(i));
+    ASSERT_EQ(folder.children()->size(), 65u);
+    folder.removeChild(node("A"));
+    ASSERT_EQ(folder.children()->size(), 64u);
+  }
+}
+
+TEST_F(PlacementTest, CopyOfAChangedLongListIsUpToDate) {
+  std::vector<String> uids;
+  for (int i = 0; i < 100; ++i)
+    uids.push_back(add(("u" + std::to_string(i)).c_str(), kBookmark, "t", i * 2).uid());
+  parent("F", uids).addChild(add("NEW", kBookmark, "t", 31), map);
+  uids.insert(uids.begin() + 16, "NEW");
+  const auto copy = folder("F").copyWithZone();
+  EXPECT_EQ(*copy->asFolder()->children(), uids);
+  EXPECT_EQ(*map.scDeepMutableCopy()->findFolder("F")->children(), uids);
+}
+
 TEST_F(PlacementTest, HundredThousandChildrenInOneFolder) {
   constexpr int kChildren = 100'000;
   read(rootEntry({}));
