@@ -27,7 +27,7 @@ bool EmbeddedSessionDriver::sync() {
     return true;
   } catch (const SessionCancelled& cancelled) {
     rollBack();
-    if (session.refusal()) noteRefusal(*session.refusal());
+    if (session.refusal()) noteRefusal(*session.refusal(), session.refusedDeletions());
     cancel(cancelled.reason, session.tookLock());
     return false;
   } catch (const PlatformException& exception) {
@@ -76,9 +76,9 @@ void EmbeddedSessionDriver::findClient() {
              identifier, url ? url->text : String("there is none"))};
 }
 
-void EmbeddedSessionDriver::noteRefusal(const Refusal& refusal) {
+void EmbeddedSessionDriver::noteRefusal(const Refusal& refusal, const std::vector<RecordId>& deletions) {
   try {
-    RefusalTable(_manager.store()).enter(_client->row(), refusal);
+    RefusalTable(_manager.store()).enter(_client->row(), refusal, deletions);
   } catch (const PlatformException&) {
     // The session is refused all the same; the next one is refused again and noted then.
   }

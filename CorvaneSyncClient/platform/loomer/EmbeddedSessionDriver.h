@@ -27,7 +27,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
   std::optional<RecordSchema> prepare();
   void findClient();
-  void noteRefusal(const Refusal& refusal);
+  void noteRefusal(const Refusal& refusal, const std::vector<RecordId>& deletions);
   /// Rolls the session back, tells the client, and keeps what the client stores then.
   void cancel(const std::string& reason, bool tookLock);
   /// As `cancel`; what the client raises then is dropped.

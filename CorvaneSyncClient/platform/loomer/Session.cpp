@@ -136,6 +136,14 @@ void Session::guard() {
              refusal.deletions, refusal.live, _client.clientIdentifier(), _client.clientIdentifier())};
 }
 
+std::vector<RecordId> Session::refusedDeletions() const {
+  std::vector<RecordId> records;
+  for (const TruthChange& change : _plan.truthChanges) {
+    if (change.after.deleted && change.before && !change.before->deleted) records.push_back(change.after.id);
+  }
+  return records;
+}
+
 void Session::writeTruth() {
   _contents.emplace(_store.database(), _input.truth, _storedTruth.contents, _input.base,
                     _storedBase.contents);

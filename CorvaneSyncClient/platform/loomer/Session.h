@@ -27,6 +27,8 @@ class Session {
 
   /// What the guard refused, to be noted once the session is rolled back.
   const std::optional<Refusal>& refusal() const { return _refused; }
+  /// The records that the refused plan would delete.
+  std::vector<RecordId> refusedDeletions() const;
   /// Whether the session got as far as its transaction.
   bool tookLock() const { return _tookLock; }
 

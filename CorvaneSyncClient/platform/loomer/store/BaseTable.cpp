@@ -8,30 +8,50 @@ namespace corvane::loomer {
 namespace {
 constexpr const char* kReadBase = "read a client's base";
 constexpr const char* kWriteBase = "write a client's base";
+
+BaseRecord recordOf(const Statement& row) {
+  BaseRecord record;
+  record.record = row.integer(0);
+  record.localId = row.text(1);
+  record.entity = row.integer(2) == 0 ? Entity::folder : Entity::bookmark;
+  record.parent = row.integer(3);
+  record.position = static_cast<std::int32_t>(row.integer(4));
+  record.refusedRevision = row.integer(5);
+  record.notHeld = row.integer(6) != 0;
+  record.content = {row.text(8), row.text(9), row.integer(10) != 0, row.integer(11) != 0};
+  return record;
+}
+
 }  // namespace
 
+#define CORVANE_BASE_QUERY                                                                                   \
+  "SELECT b.record, b.local_id, b.entity, b.parent, b.position, b.refused_revision, b.not_held, b.content,"  \
+  " c.name, c.url, c.tab_group, c.special FROM base b JOIN contents c ON c.id = b.content WHERE b.client = " \
+  "?"
+
 StoredBase BaseTable::read(std::int64_t client) {
-  Statement query = _store.database().query(
-      "SELECT b.record, b.local_id, b.entity, b.parent, b.position, b.refused_revision, b.not_held, "
-      "b.content,"
-      " c.name, c.url, c.tab_group, c.special"
-      " FROM base b JOIN contents c ON c.id = b.content WHERE b.client = ? ORDER BY b.record",
-      kReadBase);
+  Statement query = _store.database().query(CORVANE_BASE_QUERY " ORDER BY b.record", kReadBase);
   StoredBase base;
   query.open(client);
   while (query.next()) {
-    BaseRecord& record = base.records.emplace_back();
-    record.record = query.integer(0);
-    record.localId = query.text(1);
-    record.entity = query.integer(2) == 0 ? Entity::folder : Entity::bookmark;
-    record.parent = query.integer(3);
-    record.position = static_cast<std::int32_t>(query.integer(4));
-    record.refusedRevision = query.integer(5);
-    record.notHeld = query.integer(6) != 0;
-    record.content = {query.text(8), query.text(9), query.integer(10) != 0, query.integer(11) != 0};
+    base.records.push_back(recordOf(query));
     base.contents.push_back(query.integer(7));
   }
   return base;
+}
+
+std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) {
+  Statement query = _store.database().query(CORVANE_BASE_QUERY " AND b.record = ?", kReadBase);
+  if (!query.open(client, record).next()) return std::nullopt;
+  return recordOf(query);
+}
+
+#undef CORVANE_BASE_QUERY
+
+std::size_t BaseTable::heldCount(std::int64_t client) {
+  Statement query =
+      _store.database().query("SELECT count(*) FROM base WHERE client = ? AND not_held = 0", kReadBase);
+  return query.open(client).next() ? static_cast<std::size_t>(query.integer(0)) : 0;
 }
 
 void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& before,

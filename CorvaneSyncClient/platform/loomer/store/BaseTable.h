@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
@@ -13,6 +14,10 @@ class BaseTable {
   explicit BaseTable(TruthStore& store) : _store(store) {}
 
   StoredBase read(std::int64_t client);
+  /// What the client's base says of one record; nothing when it does not name it.
+  std::optional<BaseRecord> find(std::int64_t client, RecordId record);
+  /// How many records the client held when its last session ended.
+  std::size_t heldCount(std::int64_t client);
   /// Makes `after` the client's base, in the open transaction; writes only what differs from `before` (by
   /// ascending record). Sorts `after` by record.
   void replace(std::int64_t client, const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,

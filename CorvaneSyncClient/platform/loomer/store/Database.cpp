@@ -10,11 +10,15 @@ namespace {
 // another session is not this: that happens in TruthStore, on the platform's clock.
 constexpr int kBusyMilliseconds = 5000;
 
+constexpr const char* kDamagedStoreRemedy =
+    "The file was left as it is. Put a backup of it in its place, or move it and the files beside it (-wal, "
+    "-shm) away: "
+    "the next session then builds a new store from the bookmarks of each client.";
+
+bool isDamage(int code) { return (code & 0xff) == SQLITE_CORRUPT || (code & 0xff) == SQLITE_NOTADB; }
+
 const char* remedyFor(int code) {
   switch (code & 0xff) {
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      return kDamagedStoreRemedy;
     case SQLITE_FULL:
       return "Make room on the disk and sync again.";
     case SQLITE_READONLY:
@@ -36,15 +40,15 @@ sqlite3_destructor_type lifetime(bool copied) { return copied ? SQLITE_TRANSIENT
 
 }  // namespace
 
-const char* const kDamagedStoreRemedy =
-    "The file was left as it is. Put a backup of it in its place, or move it and the files beside it (-wal, "
-    "-shm) away: "
-    "the next session then builds a new store from the bookmarks of each client.";
-
 PlatformException storeException(const std::string& path, const std::string& what,
                                  const std::string& remedy) {
   return PlatformException(LoomerStoreException,
                            "The bookmarks sync store " + path + ": " + what + ". " + remedy);
+}
+
+DamagedStoreException damagedStoreException(const std::string& path, const std::string& what) {
+  return DamagedStoreException(LoomerStoreException,
+                               storeException(path, what, kDamagedStoreRemedy).reason());
 }
 
 Statement::~Statement() { _database.giveBack(_sql, _statement); }
@@ -192,8 +196,9 @@ bool Database::inTransaction() const { return sqlite3_get_autocommit(_connection
 std::int64_t Database::lastInsertedRow() const { return sqlite3_last_insert_rowid(_connection); }
 
 void Database::fail(int code, const char* purpose) const {
-  throw storeException(_path, std::string("cannot ") + purpose + ": " + sqlite3_errmsg(_connection),
-                       remedyFor(code));
+  const std::string what = std::string("cannot ") + purpose + ": " + sqlite3_errmsg(_connection);
+  if (isDamage(code)) throw damagedStoreException(_path, what);
+  throw storeException(_path, what, remedyFor(code));
 }
 
 }  // namespace corvane::loomer

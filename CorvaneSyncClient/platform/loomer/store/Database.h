@@ -19,6 +19,12 @@ namespace corvane::loomer {
 /// operation, what SQLite said and what to do.
 inline constexpr const char* LoomerStoreException = "LoomerStoreException";
 
+/// A LoomerStoreException about a file that holds something else than what the engine wrote there.
+class DamagedStoreException : public PlatformException {
+ public:
+  using PlatformException::PlatformException;
+};
+
 /// Bytes to be stored as they are.
 struct Blob {
   std::string_view bytes;
@@ -128,7 +134,7 @@ class Database {
 /// A LoomerStoreException about the store at `path`: "what is wrong" and "what to do", each a sentence.
 PlatformException storeException(const std::string& path, const std::string& what, const std::string& remedy);
 
-/// What to do about a store that cannot be read.
-extern const char* const kDamagedStoreRemedy;
+/// The same about a store that cannot be read, with what to do about it.
+DamagedStoreException damagedStoreException(const std::string& path, const std::string& what);
 
 }  // namespace corvane::loomer

@@ -92,10 +92,10 @@ constexpr const char* kVersion1 = R"sql(
 
   CREATE TABLE sessions(
     id INTEGER PRIMARY KEY AUTOINCREMENT,
-    client TEXT NOT NULL,                        -- the identifier: the log outlives registrations
+    client TEXT NOT NULL,                        -- the identifier: the log outlives registrations; or who else
     began REAL NOT NULL,
     ended REAL,
-    mode INTEGER NOT NULL,                       -- 1 fast, 2 slow, 3 refresh, 4 replace
+    mode INTEGER NOT NULL,                       -- 1 fast, 2 slow, 3 refresh, 4 replace, 5 undo, 6 import
     revision INTEGER NOT NULL,                   -- of the truth after it
     taken INTEGER NOT NULL,                      -- records taken from the client
     changed INTEGER NOT NULL,                    -- records of the truth changed
@@ -136,6 +136,13 @@ constexpr const char* kVersion1 = R"sql(
     refused REAL NOT NULL,
     approved REAL
   );
+
+  -- What such a plan would delete.
+  CREATE TABLE refused_deletions(
+    client INTEGER NOT NULL REFERENCES refusals(client) ON DELETE CASCADE,
+    record INTEGER NOT NULL,
+    PRIMARY KEY (client, record)
+  ) WITHOUT ROWID;
 )sql";
 
 constexpr const char* kMigrations[] = {kVersion1};

@@ -106,8 +106,7 @@ ContentId ContentRows::row(RecordId record, const Content& content) {
 TruthState RecordTable::state() {
   Statement query = _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth",
                                             "read its state");
-  if (!query.open().next())
-    throw storeException(_store.path(), "its counters are missing", kDamagedStoreRemedy);
+  if (!query.open().next()) throw damagedStoreException(_store.path(), "its counters are missing");
   return {query.integer(0), query.integer(1), query.integer(2)};
 }
 
@@ -121,6 +120,31 @@ StoredTruth RecordTable::readAll() {
       " FROM tombstones t JOIN contents c ON c.id = t.content ORDER BY t.id",
       kReadRecords);
   return merged(readRows(live, false), readRows(dead, true));
+}
+
+std::optional<TruthRecord> RecordTable::find(RecordId record) {
+  Statement live = _store.database().query(
+      "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group, c.special"
+      " FROM records r JOIN contents c ON c.id = r.content WHERE r.id = ? AND r.id > 0",
+      kReadRecords);
+  if (live.open(record).next()) return recordOf(live, false);
+  Statement dead = _store.database().query(
+      "SELECT t.id, t.entity, t.parent, t.place, t.revision, t.content, c.name, c.url, c.tab_group, c.special"
+      " FROM tombstones t JOIN contents c ON c.id = t.content WHERE t.id = ?",
+      kReadRecords);
+  if (dead.open(record).next()) return recordOf(dead, true);
+  return std::nullopt;
+}
+
+std::vector<TruthRecord> RecordTable::children(RecordId folder) {
+  Statement query = _store.database().query(
+      "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group, c.special"
+      " FROM records r JOIN contents c ON c.id = r.content WHERE r.parent = ? ORDER BY r.place",
+      kReadRecords);
+  std::vector<TruthRecord> records;
+  query.open(folder);
+  while (query.next()) records.push_back(recordOf(query, false));
+  return records;
 }
 
 std::size_t RecordTable::liveCount() {

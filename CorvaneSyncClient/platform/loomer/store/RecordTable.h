@@ -64,6 +64,10 @@ class RecordTable {
   TruthState state();
   /// Everything, whatever its size.
   StoredTruth readAll();
+  /// The record, or its tombstone; nothing when there never was one or it is forgotten.
+  std::optional<TruthRecord> find(RecordId record);
+  /// The live records in a folder, in their order; those of kRoot stand directly in the root.
+  std::vector<TruthRecord> children(RecordId folder);
   std::size_t liveCount();
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
   String globalIdentifier(RecordId record);

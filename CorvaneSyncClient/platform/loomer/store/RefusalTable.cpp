@@ -13,7 +13,17 @@ std::optional<Refusal> RefusalTable::find(std::int64_t client) {
   return refusal;
 }
 
-void RefusalTable::enter(std::int64_t client, const Refusal& refusal) {
+std::vector<RecordId> RefusalTable::deletions(std::int64_t client) {
+  Statement query = _store.database().query(
+      "SELECT record FROM refused_deletions WHERE client = ? ORDER BY record", "read a refused plan");
+  std::vector<RecordId> records;
+  query.open(client);
+  while (query.next()) records.push_back(query.integer(0));
+  return records;
+}
+
+void RefusalTable::enter(std::int64_t client, const Refusal& refusal,
+                         const std::vector<RecordId>& deletions) {
   _store.write([&] {
     _store.database()
         .query(
@@ -23,6 +33,12 @@ void RefusalTable::enter(std::int64_t client, const Refusal& refusal) {
             " digest = excluded.digest",
             "note a refused plan")
         .run(client, refusal.digest, refusal.deletions, refusal.live, refusal.refused.seconds);
+    _store.database()
+        .query("DELETE FROM refused_deletions WHERE client = ?", "note a refused plan")
+        .run(client);
+    Statement insert = _store.database().query("INSERT INTO refused_deletions(client, record) VALUES(?, ?)",
+                                               "note a refused plan");
+    for (const RecordId record : deletions) insert.run(client, record);
   });
 }
 

@@ -2,8 +2,10 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 
 namespace corvane::loomer {
@@ -22,8 +24,11 @@ class RefusalTable {
   explicit RefusalTable(TruthStore& store) : _store(store) {}
 
   std::optional<Refusal> find(std::int64_t client);
-  /// Notes a refusal in place of an older one; an approval of the same plan stays.
-  void enter(std::int64_t client, const Refusal& refusal);
+  /// The records that the refused plan would delete, ascending.
+  std::vector<RecordId> deletions(std::int64_t client);
+  /// Notes a refusal, and the records that the plan would delete, in place of an older one; an approval of
+  /// the same plan stays.
+  void enter(std::int64_t client, const Refusal& refusal, const std::vector<RecordId>& deletions);
   /// Lets the refused plan pass once. False when nothing was refused.
   bool approve(std::int64_t client, Date now);
   void remove(std::int64_t client);

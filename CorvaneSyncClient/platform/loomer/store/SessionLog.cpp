@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 
+#include <limits>
+
 namespace corvane::loomer {
 
 namespace {
@@ -22,6 +24,20 @@ std::optional<LoggedState> stateAt(const Statement& row, int column) {
                      row.integer(column + 1),
                      {row.text(column + 2), row.text(column + 3), row.integer(column + 4) != 0,
                       row.integer(column + 5) != 0}};
+}
+
+SessionEntry entryOf(const Statement& row) {
+  const auto size = [&row](int column) { return static_cast<std::size_t>(row.integer(column)); };
+  return {row.integer(0),
+          row.text(1).toString(),
+          Date{row.real(2)},
+          Date{row.real(3)},
+          static_cast<int>(row.integer(4)),
+          row.integer(5),
+          size(6),
+          size(7),
+          size(8),
+          size(9)};
 }
 
 void enterChanges(Database& database, std::int64_t session, const std::vector<TruthChange>& changes,
@@ -73,37 +89,60 @@ void SessionLog::finish(std::int64_t session, Date ended, std::size_t refused) {
       .run(ended.seconds, refused, session);
 }
 
+#define CORVANE_SESSION_COLUMNS \
+  "id, client, began, ended, mode, revision, taken, changed, handed_down, refused"
+
 std::vector<SessionEntry> SessionLog::sessions() {
-  Statement query = _store.database().query(
-      "SELECT id, client, began, ended, mode, revision, taken, changed, handed_down, refused FROM sessions"
-      " ORDER BY id",
-      kReadLog);
+  Statement query =
+      _store.database().query("SELECT " CORVANE_SESSION_COLUMNS " FROM sessions ORDER BY id", kReadLog);
   std::vector<SessionEntry> sessions;
-  const auto size = [&](int column) { return static_cast<std::size_t>(query.integer(column)); };
   query.open();
-  while (query.next()) {
-    sessions.push_back({query.integer(0), query.text(1), Date{query.real(2)}, Date{query.real(3)},
-                        static_cast<int>(query.integer(4)), query.integer(5), size(6), size(7), size(8),
-                        size(9)});
-  }
+  while (query.next()) sessions.push_back(entryOf(query));
   return sessions;
 }
 
+void SessionLog::newestFirst(const std::function<bool(const SessionEntry&)>& take) {
+  Statement query =
+      _store.database().query("SELECT " CORVANE_SESSION_COLUMNS " FROM sessions ORDER BY id DESC", kReadLog);
+  query.open();
+  while (query.next() && take(entryOf(query))) continue;
+}
+
+std::optional<SessionEntry> SessionLog::session(std::int64_t id) {
+  Statement query =
+      _store.database().query("SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE id = ?", kReadLog);
+  if (!query.open(id).next()) return std::nullopt;
+  return entryOf(query);
+}
+
+#undef CORVANE_SESSION_COLUMNS
+
 std::vector<LoggedChange> SessionLog::changes(std::int64_t session) {
+  std::vector<LoggedChange> changes;
+  changesOf(session, std::nullopt, [&](const LoggedChange& change) {
+    changes.push_back(change);
+    return true;
+  });
+  return changes;
+}
+
+void SessionLog::changesOf(std::int64_t session, std::optional<RecordId> record,
+                           const std::function<bool(const LoggedChange&)>& take) {
+  // A range, so that one query serves both and uses the key.
   Statement query = _store.database().query(
       "SELECT c.record, c.entity, c.before_parent, c.before_place, b.name, b.url, b.tab_group, b.special,"
       " c.after_parent, c.after_place, a.name, a.url, a.tab_group, a.special"
       " FROM changes c LEFT JOIN contents b ON b.id = c.before_content LEFT JOIN contents a ON a.id = "
       "c.after_content"
-      " WHERE c.session = ? ORDER BY c.record",
+      " WHERE c.session = ? AND c.record BETWEEN ? AND ? ORDER BY c.record",
       kReadLog);
-  std::vector<LoggedChange> changes;
-  query.open(session);
+  constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+  constexpr std::int64_t kGreatest = std::numeric_limits<std::int64_t>::max();
+  query.open(session, record.value_or(kLeast), record.value_or(kGreatest));
   while (query.next()) {
-    changes.push_back({session, query.integer(0), query.integer(1) == 0 ? Entity::folder : Entity::bookmark,
-                       stateAt(query, 2), stateAt(query, 8)});
+    const Entity entity = query.integer(1) == 0 ? Entity::folder : Entity::bookmark;
+    if (!take({session, query.integer(0), entity, stateAt(query, 2), stateAt(query, 8)})) return;
   }
-  return changes;
 }
 
 std::vector<Loss> SessionLog::losses(std::int64_t session) {

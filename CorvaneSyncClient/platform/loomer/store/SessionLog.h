@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -53,6 +54,13 @@ class SessionLog {
 
   /// Oldest first.
   std::vector<SessionEntry> sessions();
+  /// Hands over the sessions, newest first, one at a time, until `take` answers false.
+  void newestFirst(const std::function<bool(const SessionEntry&)>& take);
+  std::optional<SessionEntry> session(std::int64_t id);
+  /// The session's changes by ascending record, of one record alone where one is named, one at a time, until
+  /// `take` answers false.
+  void changesOf(std::int64_t session, std::optional<RecordId> record,
+                 const std::function<bool(const LoggedChange&)>& take);
   /// By ascending record.
   std::vector<LoggedChange> changes(std::int64_t session);
   std::vector<Loss> losses(std::int64_t session);

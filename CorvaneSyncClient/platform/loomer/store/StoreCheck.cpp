@@ -1,56 +1,137 @@
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 
+#include "CorvaneSyncClient/platform/foundation/Format.h"
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+
 namespace corvane::loomer {
 
 namespace {
 
 constexpr const char* kCheck = "check it";
 
-/// A damaged store may not even answer: that is a problem, too.
-void addRows(Database& database, const char* sql, const std::string& problem,
-             std::vector<std::string>& problems) {
-  try {
-    Statement query = database.query(sql, kCheck);
-    query.open();
-    while (query.next()) problems.push_back(problem + query.text(0).toString());
-  } catch (const PlatformException& exception) {
-    problems.push_back(exception.reason());
-  }
-}
+constexpr const char* kRebuild =
+    "Put a backup of the store in its place; or save what can be read with `loomerctl export FILE`, move the "
+    "store and the files beside it (-wal, -shm) away, and sync: the clients' bookmarks build a new store. "
+    "Then look through FILE for what is missing.";
+constexpr const char* kResetClient =
+    "Run `loomerctl reset %@`: at its next session the client is given everything anew.";
+constexpr const char* kRegisterAgain =
+    "Unregister the client with `corvanetool --unregistersyncclient %@` and sync again.";
+constexpr const char* kNextSession =
+    "Sync a client whose bookmarks changed: the session that merges them sets this right.";
 
+/// Queries answer what is wrong with what, and the client's identifier for the remedy where there is one.
 struct Rule {
+  const char* name;
   const char* sql;
   const char* problem;
+  const char* remedy;
 };
 
 constexpr Rule kRules[] = {
-    {"SELECT \"table\" || ' row ' || rowid FROM pragma_foreign_key_check", "a reference leads nowhere: "},
-    {"SELECT r.id FROM records r LEFT JOIN records p ON p.id = r.parent"
+    {"reference", "SELECT \"table\" || ' row ' || coalesce(rowid, '') FROM pragma_foreign_key_check",
+     "a reference leads nowhere: ", kRebuild},
+    {"root missing", "SELECT 'root' WHERE NOT EXISTS (SELECT 1 FROM records WHERE id = 0)",
+     "a row is missing: ", kRebuild},
+    {"parent",
+     "SELECT r.id FROM records r LEFT JOIN records p ON p.id = r.parent"
      " WHERE r.id > 0 AND (p.id IS NULL OR p.entity <> 0)",
-     "the parent is no live folder: record "},
-    {"WITH RECURSIVE reached(id) AS (SELECT 0 UNION"
+     "the parent is no live folder: record ", kRebuild},
+    {"out of reach",
+     "WITH RECURSIVE reached(id) AS (SELECT 0 UNION"
      " SELECT r.id FROM records r JOIN reached ON r.parent = reached.id)"
      " SELECT id FROM records WHERE id NOT IN (SELECT id FROM reached)",
-     "cannot be reached from the root: record "},
-    {"SELECT min(id) || ' and ' || max(id) FROM records WHERE id > 0 GROUP BY parent, place HAVING count(*) "
-     "> 1",
-     "two siblings share a place: records "},
-    {"SELECT r.id FROM records r JOIN tombstones t ON t.id = r.id", "both live and deleted: record "},
-    {"SELECT b.client || ' record ' || b.record FROM base b"
+     "cannot be reached from the root, the folders above it form a circle or are gone: record ", kRebuild},
+    {"place taken twice",
+     "SELECT min(id) || ' and ' || max(id) FROM records NOT INDEXED WHERE id > 0 GROUP BY parent, place"
+     " HAVING count(*) > 1",
+     "two siblings share a place: records ", kRebuild},
+    {"special folder twice",
+     "SELECT min(r.id) || ' and ' || max(r.id) || ' (' || c.name || ')' FROM records r"
+     " JOIN contents c ON c.id = r.content WHERE c.special GROUP BY c.name HAVING count(*) > 1",
+     "two special folders have one title: records ", kNextSession},
+    {"special record",
+     "SELECT r.id FROM records r JOIN contents c ON c.id = r.content"
+     " WHERE c.special AND (r.entity <> 0 OR r.parent <> 0)",
+     "special, but no folder directly in the root: record ", kNextSession},
+    {"live and deleted", "SELECT r.id FROM records r JOIN tombstones t ON t.id = r.id",
+     "both live and deleted: record ", kRebuild},
+    {"counters",
+     "SELECT id FROM records WHERE id >= (SELECT next_record FROM truth)"
+     " OR revision > (SELECT revision FROM truth)",
+     "newer than the counters of the store: record ", kRebuild},
+    {"base of an unknown record",
+     "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
+     "b.client"
      " WHERE b.record NOT IN (SELECT id FROM records UNION ALL SELECT id FROM tombstones)",
-     "a base holds a record that is unknown: client "},
-    {"SELECT client || ' id ' || local_id FROM base WHERE local_id IS NOT NULL"
-     " GROUP BY client, local_id HAVING count(*) > 1",
-     "one local id stands for two records: client "},
+     "a base holds a record that is unknown: client ", kResetClient},
+    {"base of another kind",
+     "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
+     "b.client"
+     " JOIN records r ON r.id = b.record WHERE r.entity <> b.entity",
+     "a base takes a folder for a bookmark, or the other way round: client ", kResetClient},
+    {"local id twice",
+     "SELECT c.identifier || ' id ' || b.local_id, c.identifier FROM base b JOIN clients c ON c.id = b.client"
+     " WHERE b.local_id IS NOT NULL GROUP BY b.client, b.local_id HAVING count(*) > 1",
+     "one local id stands for two records: client ", kResetClient},
+    {"logged record", "SELECT DISTINCT record FROM changes WHERE record >= (SELECT next_record FROM truth)",
+     "the log tells of a record that there never was: record ", kRebuild},
 };
+
+void checkIntegrity(TruthStore& store, const std::function<void(StoreFinding)>& take) {
+  Statement query = store.database().query("PRAGMA integrity_check", kCheck);
+  query.open();
+  while (query.next()) {
+    const std::string line = query.text(0).toString();
+    if (line != "ok") take({"integrity", line, kRebuild});
+  }
+}
+
+void checkRule(TruthStore& store, const Rule& rule, const std::function<void(StoreFinding)>& take) {
+  Statement query = store.database().query(rule.sql, kCheck);
+  query.open();
+  while (query.next()) {
+    take({rule.name, rule.problem + query.text(0).toString(), format(rule.remedy, query.text(1))});
+  }
+}
+
+/// Descriptions and values of clients are property lists.
+void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& take) {
+  Statement query = store.database().query(
+      "SELECT identifier, 'description', description FROM clients UNION ALL"
+      " SELECT c.identifier, 'value ' || v.key, v.value FROM client_values v JOIN clients c ON c.id = "
+      "v.client",
+      kCheck);
+  query.open();
+  while (query.next()) {
+    try {
+      readPropertyList(query.blob(2));
+    } catch (const PropertyListException& exception) {
+      take({"unreadable value",
+            format("cannot be read (%@): client %@ %@", exception.reason(), query.text(0), query.text(1)),
+            format(kRegisterAgain, query.text(0))});
+    }
+  }
+}
 
 }  // namespace
 
+void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& take) {
+  const auto attempt = [&](const auto& check) {
+    try {
+      check();
+    } catch (const DamagedStoreException& exception) {
+      take({"unreadable", exception.reason(), kRebuild});
+    }
+  };
+  attempt([&] { checkIntegrity(store, take); });
+  for (const Rule& rule : kRules) attempt([&] { checkRule(store, rule, take); });
+  attempt([&] { checkValues(store, take); });
+}
+
 std::vector<std::string> checkStore(TruthStore& store) {
   std::vector<std::string> problems;
-  addRows(store.database(), "PRAGMA integrity_check", "", problems);
-  if (problems == std::vector<std::string>{"ok"}) problems.clear();
-  for (const Rule& rule : kRules) addRows(store.database(), rule.sql, rule.problem, problems);
+  findProblems(store, [&](const StoreFinding& finding) { problems.push_back(finding.problem); });
   return problems;
 }
 

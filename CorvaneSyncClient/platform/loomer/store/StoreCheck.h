@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -7,9 +8,20 @@
 
 namespace corvane::loomer {
 
-/// Looks the whole store over, changing nothing: SQLite's own integrity check, references, and that the truth
-/// is a forest: every parent is a live folder, no circles, no two siblings on one place. Answers one line for
-/// each problem, none when all is well.
+/// Something in the store that must not be.
+struct StoreFinding {
+  std::string rule;     ///< which rule is broken: a name for programs, such as "place taken twice"
+  std::string problem;  ///< what is wrong where, for people
+  std::string remedy;   ///< what to do, in sentences
+};
+
+/// Looks the whole store over, changing nothing, and hands over what it finds: SQLite's own integrity check,
+/// references, that the truth is a forest (every parent is a live folder, no circles, no two siblings on one
+/// place, special folders once), that the bases name known records and each local id once, and that stored
+/// values can be read. O(n log n). Damage that keeps a rule from being checked is a finding itself.
+void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& take);
+
+/// One line for each finding, none when all is well.
 std::vector<std::string> checkStore(TruthStore& store);
 
 }  // namespace corvane::loomer
