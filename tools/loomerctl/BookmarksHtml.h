@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/Date.h"
+
+// The bookmarks file that browsers exchange: HTML in which a definition list is a folder's contents, <DT><H3>
+// begins a folder and <DT><A HREF> is a bookmark. No standard says what it looks like; browsers write it each
+// in their own way and read what the others write.
+
+namespace corvane::loomerctl {
+
+/// The titles of the special folders: what the toolbar of a browser shows, and what its menu shows.
+inline constexpr const char* kToolbarTitle = "BookmarksBar";
+inline constexpr const char* kMenuTitle = "BookmarksMenu";
+
+/// One folder or bookmark of a file.
+struct HtmlNode {
+  static constexpr std::uint32_t kRoot = 0xFFFFFFFF;
+
+  bool folder = false;
+  std::string title;
+  std::string url;               ///< bookmarks only
+  std::uint32_t parent = kRoot;  ///< a folder that stands before it in the list
+  bool toolbar = false;          ///< marked as the folder that the browser's toolbar shows
+  bool tabGroup = false;         ///< marked as a folder that opens as a group of tabs
+};
+
+/// What a bookmarks file holds, in its order, parents before their contents. Takes any bytes: what is not
+/// understood is passed over, lists left open end with the file, descriptions and separators are ignored.
+/// UTF-8, with or without its mark, unless the file declares ISO-8859-1 or windows-1252 or is no UTF-8
+/// throughout. O(n) in time and memory, without recursion.
+std::vector<HtmlNode> parseBookmarksHtml(std::string_view bytes);
+
+/// The beginning of a bookmarks file, up to and with the opening of the root's list.
+std::string htmlHead();
+/// Its end.
+std::string htmlTail();
+/// A folder up to and with the opening of its list; `depth` 0 stands directly in the root. Dates are left out
+/// where they are not known.
+std::string htmlFolder(const HtmlNode& folder, std::size_t depth, std::optional<Date> added,
+                       std::optional<Date> modified);
+std::string htmlFolderEnd(std::size_t depth);
+std::string htmlBookmark(const HtmlNode& bookmark, std::size_t depth, std::optional<Date> added,
+                         std::optional<Date> modified);
+
+}  // namespace corvane::loomerctl

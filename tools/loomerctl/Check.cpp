@@ -1,0 +1,72 @@
+// `check`.
+
+#include <map>
+
+#include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/Json.h"
+#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using namespace loomer;
+
+// For people; one broken folder can put everything out of reach.
+constexpr std::size_t kShownOfEachRule = 20;
+
+bool writeFindings(JsonWriter& json, TruthStore& store) {
+  bool sound = true;
+  json.beginObject();
+  json.key("findings");
+  json.beginArray();
+  findProblems(store, [&](const StoreFinding& finding) {
+    sound = false;
+    json.beginObject();
+    json.member("rule", finding.rule);
+    json.member("problem", finding.problem);
+    json.member("remedy", finding.remedy);
+    json.endObject();
+  });
+  json.endArray();
+  json.member("sound", sound);
+  json.endObject();
+  json.finish();
+  return sound;
+}
+
+bool printFindings(Output& out, TruthStore& store) {
+  std::map<std::string, std::size_t> counts;    // by rule
+  std::map<std::string, std::string> remedies;  // text to itself once, in a stable order
+  std::size_t total = 0;
+  findProblems(store, [&](const StoreFinding& finding) {
+    ++total;
+    if (counts[finding.rule]++ < kShownOfEachRule)
+      out.write(printable(finding.problem) + '\n', Style::removed);
+    remedies.emplace(finding.remedy, finding.rule);
+  });
+  for (const auto& [rule, count] : counts) {
+    if (count <= kShownOfEachRule) continue;
+    out.write("… and " + grouped(count - kShownOfEachRule) + " more of the kind \"" + rule + "\"\n");
+  }
+  if (total == 0) {
+    out.write("The store is sound.\n");
+    return true;
+  }
+  out.write('\n' + countText(total, "finding", "findings") + ". What to do:\n", Style::heading);
+  for (const auto& [remedy, rule] : remedies) out.write("- " + rule + ": " + printable(remedy) + '\n');
+  return false;
+}
+
+}  // namespace
+
+Status checkStore(Invocation& run) {
+  const auto store = openStoreToRead();
+  if (!run.options.json) return printFindings(run.out, *store) ? statusFine : statusDamaged;
+  JsonWriter json(run.out);
+  return writeFindings(json, *store) ? statusFine : statusDamaged;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,211 @@
+// `plan`, `approve` and `reset`.
+
+#include <unordered_map>
+
+#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/ChangeText.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/Describe.h"
+#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using namespace loomer;
+
+/// What a client's next session hands down when the client has nothing new.
+struct NextSession {
+  SessionKind kind = SessionKind::fast;
+  bool first = false;  ///< the client never finished a session: it may hold some of this already
+  bool deleteAllFirst = false;
+  std::vector<LoggedChange>
+      changes;  ///< in the log's form, so that both read alike; in the order of handing down
+};
+
+LoggedChange loggedForm(const ClientChange& change, const BaseRecord& held) {
+  LoggedChange logged;
+  logged.record = change.record;
+  logged.entity = change.entity;
+  if (change.type != LoomerChangeTypeAdd) logged.before = {held.parent, held.position, held.content};
+  if (change.type != LoomerChangeTypeDelete) {
+    logged.after = {change.parent, change.position, change.content};
+  }
+  return logged;
+}
+
+/// By the planner of the sessions, with the base for the client's tree.
+NextSession nextSession(TruthStore& store, const ClientState& client) {
+  RecordTable records(store);
+  const TruthState truth = records.state();
+  NextSession next;
+  next.first = !client.syncedRevision;
+  next.kind = sessionKind(LoomerSyncModeFast, client, truth, false);
+  MergeInput input;
+  input.truth = records.readAll().records;
+  input.base = BaseTable(store).read(client.id).records;
+  input.refresh = next.kind == SessionKind::refresh;
+  input.replace = next.kind == SessionKind::replace;
+  input.nextRecord = truth.nextRecord;
+  input.revision = truth.revision + 1;
+  const MergeResult plan = merge(input);
+  next.deleteAllFirst = plan.deleteAllFirst;
+  std::unordered_map<RecordId, const BaseRecord*> held;
+  for (const BaseRecord& each : input.base) held.emplace(each.record, &each);
+  const BaseRecord nothing;
+  for (const ClientChange& change : plan.clientChanges) {
+    const auto base = held.find(change.record);
+    next.changes.push_back(loggedForm(change, base == held.end() ? nothing : *base->second));
+  }
+  return next;
+}
+
+void writeNext(JsonWriter& json, const NextSession& next) {
+  json.member("kind", kindName(static_cast<int>(next.kind)));
+  json.member("firstSession", next.first);
+  json.member("deleteAllFirst", next.deleteAllFirst);
+  json.key("changes");
+  json.beginArray();
+  for (const LoggedChange& change : next.changes) {
+    json.beginObject();
+    json.member("type", change.before ? (change.after ? "modify" : "delete") : "add");
+    json.member("record", change.record);
+    json.member("kind", entityName(change.entity));
+    writeState(json, "before", change.entity, change.before);
+    writeState(json, "after", change.entity, change.after);
+    json.endObject();
+  }
+  json.endArray();
+}
+
+void printNext(Output& out, RecordTable& records, const NextSession& next) {
+  if (next.deleteAllFirst) {
+    out.write("The client is reset: it deletes everything and is given all that is agreed.\n");
+  } else if (next.first) {
+    out.write("The client's first session compares everything. What it holds already is not given again.\n");
+  }
+  if (next.changes.empty()) return out.write("Nothing waits for the client.\n");
+  for (const LoggedChange& change : next.changes) printChange(out, records, change);
+  out.write(countText(next.changes.size(), "change waits", "changes wait") + " for the client.\n");
+}
+
+void writeRefused(JsonWriter& json, RecordTable& records, const Refusal& refusal,
+                  const std::vector<RecordId>& deletions) {
+  json.beginObject();
+  json.member("digest", std::string_view(refusal.digest));
+  json.member("deletions", refusal.deletions);
+  json.member("live", refusal.live);
+  json.member("refused", refusal.refused);
+  json.member("approved", refusal.approved);
+  json.key("deleted");
+  json.beginArray();
+  for (const RecordId each : deletions) {
+    const auto record = records.find(each);
+    if (!record) continue;
+    json.beginObject();
+    json.member("record", each);
+    json.member("kind", entityName(record->entity));
+    json.member("parent", record->parent);
+    writeContent(json, record->entity, record->content);
+    json.endObject();
+  }
+  json.endArray();
+  json.endObject();
+}
+
+void printRefused(Output& out, RecordTable& records, const ClientState& client, const Refusal& refusal,
+                  const std::vector<RecordId>& deletions) {
+  const std::string name = printable(client.identifier.view());
+  out.write("Refused " + timeText(refusal.refused) + ": the client lacks " + grouped(refusal.deletions) +
+                " of " + grouped(refusal.live) + " bookmarks and folders.\n",
+            Style::heading);
+  for (const RecordId each : deletions) {
+    const auto record = records.find(each);
+    if (!record) continue;
+    LoggedChange deletion;
+    deletion.record = each;
+    deletion.entity = record->entity;
+    deletion.before = {record->parent, record->place, record->content};
+    printChange(out, records, deletion);
+  }
+  if (refusal.approved) {
+    out.write("Approved " + timeText(*refusal.approved) +
+              ": the client's next session deletes them everywhere.\n");
+  } else {
+    out.write("`loomerctl approve " + name +
+              "` deletes them everywhere at the next session; `loomerctl reset " + name +
+              "` gives them back to the client.\n");
+  }
+}
+
+}  // namespace
+
+Status showPlan(Invocation& run) {
+  const auto store = openStoreToRead();
+  const ClientState client = clientNamed(*store, run.options.argument);
+  RecordTable records(*store);
+  RefusalTable refusals(*store);
+  // A pending reset comes before what was refused: nothing is taken from the client then.
+  const auto refusal = client.resetPending ? std::nullopt : refusals.find(client.id);
+  const std::vector<RecordId> deletions = refusal ? refusals.deletions(client.id) : std::vector<RecordId>();
+  if (!run.options.json) {
+    if (refusal) {
+      printRefused(run.out, records, client, *refusal, deletions);
+    } else {
+      printNext(run.out, records, nextSession(*store, client));
+    }
+    return statusFine;
+  }
+  JsonWriter json(run.out);
+  json.beginObject();
+  json.member("client", client.identifier);
+  json.key("refusedPlan");
+  if (refusal) {
+    writeRefused(json, records, *refusal, deletions);
+  } else {
+    json.null();
+    writeNext(json, nextSession(*store, client));
+  }
+  json.endObject();
+  json.finish();
+  return statusFine;
+}
+
+Status approvePlan(Invocation& run) {
+  const auto store = openStore();
+  store->write([&] {
+    const ClientState client = clientNamed(*store, run.options.argument);
+    RefusalTable refusals(*store);
+    const auto refusal = refusals.find(client.id);
+    if (!refusal) {
+      throw Refused{"There is nothing to approve: no session of \"" + run.options.argument +
+                    "\" was refused."};
+    }
+    if (client.resetPending) {
+      throw Refused{"The client \"" + run.options.argument +
+                    "\" will be given everything anew at its next session; there is nothing to approve."};
+    }
+    refusals.approve(client.id, Platform::current().clock.now());
+    run.out.write("The next session of " + printable(run.options.argument) + " may delete " +
+                  grouped(refusal->deletions) + " of " + grouped(refusal->live) +
+                  " bookmarks and folders everywhere, if that is still what it would do.\n");
+  });
+  return statusFine;
+}
+
+Status resetClient(Invocation& run) {
+  const auto store = openStore();
+  store->write([&] {
+    const ClientState client = clientNamed(*store, run.options.argument);
+    ClientTable(*store).setResetPending(client.id, true);
+  });
+  run.out.write("At its next session " + printable(run.options.argument) +
+                " is given everything anew. What it changed since its last session is lost then.\n");
+  return statusFine;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,302 @@
+#include "tools/loomerctl/CommandLine.h"
+
+#include <charconv>
+
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/Table.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+enum Option : unsigned { json = 1, session = 2, record = 4, limit = 8, force = 16 };
+
+struct Command {
+  const char* name;
+  const char* argument;  ///< what it must be given; empty for nothing
+  unsigned options;
+  const char* summary;
+  const char* help;  ///< what the summary leaves open; lines end with line ends
+  Status (*run)(Invocation&);
+};
+
+constexpr Command kCommands[] = {
+    {"status", "", json, "what the store holds and what is waiting",
+     "Shows the store's size, how many bookmarks, folders and clients it holds, the last session, and what\n"
+     "waits for the clients: pending resets and refused plans.\n",
+     showStatus},
+    {"clients", "", json, "the registered clients",
+     "One line for each client: what it holds, when it synced last, and what its next session waits for.\n",
+     showClients},
+    {"tree", "", json | record, "the agreed bookmarks",
+     "Shows folders before their contents, everything in its order, each with its number. With --record, "
+     "one\n"
+     "folder alone. As JSON, a flat list in the same order with depth and parent.\n",
+     showTree},
+    {"sessions", "", json | limit, "the sessions that changed something, newest first",
+     "Quiet sessions are counted with their clients and not listed.\n", showSessions},
+    {"changes", "", json | session | record | limit, "what the sessions changed, newest first",
+     "Shows each attribute before and after, and the values that lost a conflict. --limit counts records.\n",
+     showChanges},
+    {"show", "RECORD", json, "one record: where it is, who holds it, its history",
+     "RECORD is a number from `tree` or `changes`. Deleted records are shown while they are remembered.\n",
+     showRecord},
+    {"check", "", json, "looks the store over",
+     "Checks that the bookmarks form one tree, that the clients' bases and the logs fit it, and SQLite's "
+     "own\n"
+     "integrity. Says for each finding what to do. Changes nothing. Exits 3 when it finds something.\n",
+     checkStore},
+    {"plan", "CLIENT", json, "what a client's next session would hand down",
+     "The changes that the client would get if it has none of its own. Where its last session was refused\n"
+     "because it would have deleted too much, what that session would have deleted. Changes nothing.\n",
+     showPlan},
+    {"approve", "CLIENT", 0, "lets a client's refused plan pass once",
+     "For a session that was refused because the client lacks most of the bookmarks, when they are meant to\n"
+     "go. Serves for exactly the plan that `plan CLIENT` shows, and once.\n",
+     approvePlan},
+    {"undo", "SESSION", force, "brings back what a session changed or deleted",
+     "SESSION is a number from `sessions`. The outcome travels to every client at its next session, and can\n"
+     "be undone in its turn. What a later session changed again stays, unless --force is given.\n",
+     undoSession},
+    {"reset", "CLIENT", 0, "gives a client everything anew at its next session",
+     "The client's bookmarks are replaced by the agreed ones; what it changed since its last session is "
+     "lost.\n",
+     resetClient},
+    {"export", "FILE", 0, "writes a bookmarks file that browsers read",
+     "An HTML file with everything in its order, replacing FILE. \"-\" is standard output.\n", exportFile},
+    {"import", "FILE", 0, "adds what a browser's bookmarks file holds",
+     "Adds the folders and bookmarks of an exported HTML file that are not there already (same folder, "
+     "title\n"
+     "and address); they travel to every client. Makes a store where there is none. \"-\" is standard "
+     "input.\n"
+     "`undo` takes an import back.\n",
+     importFile},
+};
+
+struct OptionForm {
+  Option option;
+  const char* name;
+  const char* value;  ///< null for a switch
+  const char* summary;
+};
+
+constexpr OptionForm kOptions[] = {
+    {json, "--json", nullptr, "writes JSON, for programs"},
+    {session, "--session", "N", "that session alone"},
+    {record, "--record", "R", "that record alone"},
+    {limit, "--limit", "N", "at most so many"},
+    {force, "--force", nullptr, "also what was changed again since"},
+};
+
+constexpr const char* kStatuses =
+    "Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.\n";
+
+struct UsageError {
+  std::string reason;
+};
+
+const Command* commandNamed(const std::string& name) {
+  for (const Command& each : kCommands) {
+    if (name == each.name) return &each;
+  }
+  return nullptr;
+}
+
+std::string usageOf(const Command& command) {
+  std::string usage = std::string("loomerctl ") + command.name;
+  for (const OptionForm& each : kOptions) {
+    if (!(command.options & each.option)) continue;
+    usage += std::string(" [") + each.name + (each.value ? std::string(" ") + each.value : "") + ']';
+  }
+  if (*command.argument) usage += std::string(" ") + command.argument;
+  return usage;
+}
+
+void writeOptions(Output& out, unsigned options) {
+  Table table(out, {{"Options"}, {""}});
+  for (const OptionForm& each : kOptions) {
+    if (!(options & each.option)) continue;
+    table.add(
+        {std::string("  ") + each.name + (each.value ? std::string(" ") + each.value : ""), each.summary});
+  }
+  table.add({"  --help", "this text"});
+  table.finish();
+}
+
+void writeHelp(Output& out) {
+  out.write(
+      "Shows and repairs what the sync engine agreed on with the clients of your bookmarks.\n\n"
+      "usage: loomerctl COMMAND [OPTION]... [ARGUMENT]\n\n");
+  Table table(out, {{"Commands"}, {""}});
+  for (const Command& each : kCommands) {
+    const std::string argument = *each.argument ? std::string(" ") + each.argument : "";
+    table.add({std::string("  ") + each.name + argument, each.summary});
+  }
+  table.finish();
+  out.write("\n`loomerctl COMMAND --help` tells more about a command; loomerctl(1) tells everything.\n");
+  out.write(kStatuses);
+}
+
+void writeHelp(const Command& command, Output& out) {
+  out.write("usage: " + usageOf(command) + "\n\n" + command.help + '\n');
+  writeOptions(out, command.options);
+  out.write(std::string("\n") + kStatuses);
+}
+
+std::int64_t numberFrom(const std::string& name, const std::string& text, std::int64_t least) {
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error == std::errc() && end == text.data() + text.size() && number >= least) return number;
+  throw UsageError{name + " wants a number of at least " + std::to_string(least) + ", not \"" +
+                   printable(text) + '"'};
+}
+
+/// One run's arguments, as they are read.
+class Arguments {
+ public:
+  Arguments(const Command& command, const std::vector<std::string>& arguments)
+      : _command(command), _arguments(arguments) {}
+
+  Options read() {
+    bool optionsEnded = false;
+    for (_at = 1; _at < _arguments.size(); ++_at) {
+      const std::string& argument = _arguments[_at];
+      const bool isOption = !optionsEnded && argument.size() > 1 && argument[0] == '-';
+      if (isOption && argument == "--") {
+        optionsEnded = true;
+      } else if (isOption) {
+        readOption(argument);
+      } else {
+        takeArgument(argument);
+      }
+    }
+    if (*_command.argument && !_given) {
+      throw UsageError{std::string(_command.name) + " wants a " + _command.argument};
+    }
+    return _options;
+  }
+
+ private:
+  void readOption(const std::string& argument) {
+    const std::size_t equals = argument.find('=');
+    const std::string name = argument.substr(0, equals);
+    for (const OptionForm& each : kOptions) {
+      if (!(_command.options & each.option) || name != each.name) continue;
+      if (!each.value && equals != std::string::npos) throw UsageError{name + " takes no value"};
+      return enter(each, equals);
+    }
+    throw UsageError{std::string(_command.name) + " has no option \"" + printable(name) + '"'};
+  }
+
+  void enter(const OptionForm& form, std::size_t equals) {
+    if (form.option == json) _options.json = true;
+    if (form.option == force) _options.force = true;
+    if (!form.value) return;
+    std::string value;
+    if (equals != std::string::npos) {
+      value = _arguments[_at].substr(equals + 1);
+    } else if (++_at < _arguments.size()) {
+      value = _arguments[_at];
+    } else {
+      throw UsageError{std::string(form.name) + " wants a number behind it"};
+    }
+    const std::int64_t number = numberFrom(form.name, value, form.option == record ? 0 : 1);
+    if (form.option == session) _options.session = number;
+    if (form.option == record) _options.record = number;
+    if (form.option == limit) _options.limit = number;
+  }
+
+  void takeArgument(const std::string& argument) {
+    if (!*_command.argument || _given) {
+      throw UsageError{std::string(_command.name) + " does not know what to do with \"" +
+                       printable(argument) + '"'};
+    }
+    _given = true;
+    _options.argument = argument;
+  }
+
+  const Command& _command;
+  const std::vector<std::string>& _arguments;
+  std::size_t _at = 0;
+  bool _given = false;
+  Options _options;
+};
+
+bool asksForHelp(const std::vector<std::string>& arguments) {
+  for (const std::string& each : arguments) {
+    if (each == "--") return false;
+    if (each == "--help" || each == "-h") return true;
+  }
+  return false;
+}
+
+Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& err) {
+  if (arguments.empty()) {
+    writeHelp(err);
+    return statusUsage;
+  }
+  const Command* command = commandNamed(arguments[0]);
+  if (asksForHelp(arguments)) {
+    if (command) {
+      writeHelp(*command, out);
+    } else {
+      writeHelp(out);
+    }
+    return statusFine;
+  }
+  if (!command) throw UsageError{"there is no command \"" + printable(arguments[0]) + '"'};
+  Invocation run{Arguments(*command, arguments).read(), out};
+  return command->run(run);
+}
+
+Status complain(Output& err, const std::string& reason, Status status) {
+  err.write("loomerctl: " + printable(reason) + '\n');
+  return status;
+}
+
+Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Output& err) {
+  try {
+    const Status status = dispatch(arguments, out, err);
+    out.flush();
+    return status;
+  } catch (const OutputClosed&) {
+    return statusFine;  // the reader has seen enough
+  } catch (const OutputFailed& failure) {
+    return complain(err, failure.reason, statusRefused);
+  } catch (const UsageError& error) {
+    return complain(err, error.reason + ". `loomerctl --help` tells how it is used.", statusUsage);
+  } catch (const Refused& refused) {
+    return complain(err, refused.reason, statusRefused);
+  } catch (const loomer::DamagedStoreException& exception) {
+    return complain(err, exception.reason(), statusDamaged);
+  } catch (const PropertyListException& exception) {
+    return complain(err, "A stored value cannot be read: " + exception.reason() + ". Run `loomerctl check`.",
+                    statusDamaged);
+  } catch (const PlatformException& exception) {
+    return complain(err, exception.reason(), statusRefused);
+  }
+}
+
+/// After a failure: what was found until then, and the message. Where neither can be written, the status
+/// tells.
+void flushQuietly(Output& output) {
+  try {
+    output.flush();
+  } catch (const OutputClosed&) {
+  } catch (const OutputFailed&) {
+  }
+}
+
+}  // namespace
+
+Status runCommandLine(const std::vector<std::string>& arguments, Output& out, Output& err) {
+  const Status status = runAndComplain(arguments, out, err);
+  flushQuietly(out);
+  flushQuietly(err);
+  return status;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,124 @@
+#include "tools/loomerctl/ImportPlan.h"
+
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "CorvaneSyncClient/platform/loomer/TruthEdit.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using loomer::Content;
+using loomer::Entity;
+using loomer::RecordId;
+using loomer::TruthRecord;
+
+/// What makes two records of one folder the same.
+std::string likeness(RecordId parent, Entity entity, std::string_view title, std::string_view url) {
+  std::string key = std::to_string(parent);
+  key += entity == Entity::folder ? 'f' : 'b';
+  key += std::to_string(title.size());
+  key += ' ';
+  key += title;
+  key += url;
+  return key;
+}
+
+class Import {
+ public:
+  Import(const std::vector<TruthRecord>& truth, RecordId nextRecord, std::int64_t revision)
+      : _nextRecord(nextRecord), _revision(revision) {
+    std::vector<const TruthRecord*> live;
+    live.reserve(truth.size());
+    for (const TruthRecord& record : truth) {
+      if (!record.deleted) live.push_back(&record);
+    }
+    // Backwards, so that the first of equal siblings is the last of its list and taken first; a special
+    // folder before an ordinary one of its title.
+    std::sort(live.begin(), live.end(), [](const TruthRecord* a, const TruthRecord* b) {
+      if (a->content.special != b->content.special) return b->content.special;
+      return a->place > b->place;
+    });
+    for (const TruthRecord* record : live) {
+      const Content& content = record->content;
+      _known[likeness(record->parent, record->entity, content.name.view(), content.url.view())].push_back(
+          record->id);
+      if (content.special && isSpecialTitle(content.name)) _special[content.name == kMenuTitle] = true;
+      std::int64_t& last = _lastPlaces.try_emplace(record->parent, record->place).first->second;
+      last = std::max(last, record->place);
+    }
+  }
+
+  ImportPlan run(const std::vector<HtmlNode>& nodes) {
+    std::vector<RecordId> records;
+    records.reserve(nodes.size());
+    for (const HtmlNode& node : nodes) {
+      const RecordId parent = node.parent == HtmlNode::kRoot ? loomer::kRoot : records[node.parent];
+      records.push_back(join(node, parent));
+    }
+    return std::move(_plan);
+  }
+
+ private:
+  RecordId join(const HtmlNode& node, RecordId parent) {
+    const Entity entity = node.folder ? Entity::folder : Entity::bookmark;
+    const bool toolbar = node.toolbar && parent == loomer::kRoot && !_hasToolbar;
+    if (toolbar) _hasToolbar = true;
+    Content content;
+    content.name = toolbar ? std::string(kToolbarTitle) : node.title;
+    if (!node.folder) content.url = node.url;
+    content.tabGroup = node.tabGroup;
+    const auto known = _known.find(likeness(parent, entity, content.name.view(), content.url.view()));
+    if (known != _known.end() && !known->second.empty()) {
+      ++_plan.known;
+      const RecordId record = known->second.back();
+      known->second.pop_back();
+      return record;
+    }
+    content.special = makesSpecial(content, entity, parent);
+    return add(entity, parent, std::move(content));
+  }
+
+  static bool isSpecialTitle(const String& title) { return title == kToolbarTitle || title == kMenuTitle; }
+
+  /// Clients know the two special folders by their titles.
+  bool makesSpecial(const Content& content, Entity entity, RecordId parent) {
+    if (entity != Entity::folder || parent != loomer::kRoot) return false;
+    if (!isSpecialTitle(content.name)) return false;
+    bool& seen = _special[content.name == kMenuTitle];
+    return !std::exchange(seen, true);
+  }
+
+  RecordId add(Entity entity, RecordId parent, Content content) {
+    TruthRecord record;
+    record.id = _nextRecord++;
+    record.entity = entity;
+    record.parent = parent;
+    record.place = _lastPlaces[parent] += loomer::kPlaceSpread;
+    record.content = std::move(content);
+    record.revision = _revision;
+    ++(entity == Entity::folder ? _plan.folders : _plan.bookmarks);
+    _plan.changes.push_back({std::nullopt, std::move(record)});
+    return _plan.changes.back().after.id;
+  }
+
+  RecordId _nextRecord;
+  std::int64_t _revision;
+  std::unordered_map<std::string, std::vector<RecordId>> _known;  // by likeness
+  std::unordered_map<RecordId, std::int64_t> _lastPlaces;         // of each folder's contents
+  bool _hasToolbar = false;
+  bool _special[2] = {false, false};  // the toolbar's and the menu's folder are there
+  ImportPlan _plan;
+};
+
+}  // namespace
+
+ImportPlan planImport(const std::vector<TruthRecord>& truth, const std::vector<HtmlNode>& nodes,
+                      RecordId nextRecord, std::int64_t revision) {
+  return Import(truth, nextRecord, revision).run(nodes);
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,198 @@
+// `sessions` and `changes`.
+
+#include <limits>
+
+#include "tools/loomerctl/ChangeText.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/Describe.h"
+#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/Table.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using namespace loomer;
+
+std::int64_t limitOf(const Options& options) {
+  return options.limit.value_or(std::numeric_limits<std::int64_t>::max());
+}
+
+void writeSession(JsonWriter& json, const SessionEntry& session) {
+  json.beginObject();
+  json.member("session", session.id);
+  json.member("client", session.client);
+  json.member("began", session.began);
+  json.member("ended", session.ended);
+  json.member("kind", kindName(session.mode));
+  json.member("revision", session.revision);
+  json.member("taken", session.taken);
+  json.member("changed", session.changed);
+  json.member("handedDown", session.handedDown);
+  json.member("refused", session.refused);
+  json.endObject();
+}
+
+}  // namespace
+
+Status showSessions(Invocation& run) {
+  const auto store = openStoreToRead();
+  SessionLog log(*store);
+  std::int64_t left = limitOf(run.options);
+  if (run.options.json) {
+    JsonWriter json(run.out);
+    json.beginArray();
+    log.newestFirst([&](const SessionEntry& session) {
+      writeSession(json, session);
+      return --left > 0;
+    });
+    json.endArray();
+    json.finish();
+    return statusFine;
+  }
+  Table table(run.out, {{"SESSION", true},
+                        {"BEGAN"},
+                        {"BY"},
+                        {"KIND"},
+                        {"TAKEN", true},
+                        {"CHANGED", true},
+                        {"HANDED DOWN", true},
+                        {"REFUSED", true}});
+  bool any = false;
+  log.newestFirst([&](const SessionEntry& session) {
+    any = true;
+    table.add({std::to_string(session.id), timeText(session.began), printable(session.client.view()),
+               kindName(session.mode), grouped(session.taken), grouped(session.changed),
+               grouped(session.handedDown), grouped(session.refused)});
+    return --left > 0;
+  });
+  table.finish();
+  if (!any) run.out.write("No session changed anything yet.\n");
+  return statusFine;
+}
+
+namespace {
+
+/// What the changes are handed to, for people or for programs.
+class ChangePrinter {
+ public:
+  virtual ~ChangePrinter() = default;
+  virtual void begin() {}
+  virtual void change(const SessionEntry& session, const LoggedChange& change) = 0;
+  virtual void loss(const SessionEntry& session, const Loss& loss) = 0;
+  virtual void end() {}
+};
+
+class TextPrinter : public ChangePrinter {
+ public:
+  TextPrinter(Output& out, RecordTable& records) : _out(out), _records(records) {}
+
+  void change(const SessionEntry& session, const LoggedChange& change) override {
+    head(session);
+    printChange(_out, _records, change);
+  }
+  void loss(const SessionEntry& session, const Loss& loss) override {
+    head(session);
+    printLoss(_out, loss);
+  }
+
+ private:
+  void head(const SessionEntry& session) {
+    if (session.id == _session) return;
+    if (_session) _out.write("\n");
+    _session = session.id;
+    _out.write("Session " + std::to_string(session.id) + "  " + timeText(session.began) + "  " +
+                   printable(session.client.view()) + " (" + kindName(session.mode) + ")\n",
+               Style::heading);
+  }
+
+  Output& _out;
+  RecordTable& _records;
+  std::int64_t _session = 0;
+};
+
+class JsonPrinter : public ChangePrinter {
+ public:
+  explicit JsonPrinter(Output& out) : _json(out) {}
+
+  void begin() override { _json.beginArray(); }
+  void change(const SessionEntry& session, const LoggedChange& change) override {
+    head(session, change.record, change.before ? (change.after ? "changed" : "deleted") : "added");
+    _json.member("kind", entityName(change.entity));
+    writeState(_json, "before", change.entity, change.before);
+    writeState(_json, "after", change.entity, change.after);
+    _json.endObject();
+  }
+  void loss(const SessionEntry& session, const Loss& loss) override {
+    head(session, loss.record, "conflict");
+    _json.member("attribute", loss.attribute);
+    _json.member("clientValue", loss.clientValue);
+    _json.member("truthValue", loss.truthValue);
+    _json.member("clientWon", loss.clientWon);
+    _json.endObject();
+  }
+  void end() override {
+    _json.endArray();
+    _json.finish();
+  }
+
+ private:
+  void head(const SessionEntry& session, RecordId record, const char* type) {
+    _json.beginObject();
+    _json.member("session", session.id);
+    _json.member("began", session.began);
+    _json.member("client", session.client);
+    _json.member("record", record);
+    _json.member("type", type);
+  }
+
+  JsonWriter _json;
+};
+
+/// Hands one session's changes and losses to `to`; answers how many records of `left` are left.
+std::int64_t printSession(SessionLog& log, const SessionEntry& session, const Options& options,
+                          std::int64_t left, ChangePrinter& to) {
+  log.changesOf(session.id, options.record, [&](const LoggedChange& change) {
+    to.change(session, change);
+    return --left > 0;
+  });
+  if (left == 0) return 0;
+  for (const Loss& loss : log.losses(session.id)) {
+    if (options.record && loss.record != *options.record) continue;
+    to.loss(session, loss);
+    if (--left == 0) break;
+  }
+  return left;
+}
+
+}  // namespace
+
+Status showChanges(Invocation& run) {
+  const auto store = openStoreToRead();
+  SessionLog log(*store);
+  RecordTable records(*store);
+  TextPrinter text(run.out, records);
+  JsonPrinter json(run.out);
+  ChangePrinter& printer = run.options.json ? static_cast<ChangePrinter&>(json) : text;
+  const std::int64_t limit = limitOf(run.options);
+  std::int64_t left = limit;
+  const auto print = [&](const SessionEntry& session) {
+    left = printSession(log, session, run.options, left, printer);
+    return left > 0;
+  };
+  printer.begin();
+  if (!run.options.session) {
+    log.newestFirst(print);
+  } else if (const auto session = log.session(*run.options.session)) {
+    print(*session);
+  }
+  printer.end();
+  const bool filtered = run.options.session || run.options.record;
+  if (left < limit) return statusFine;
+  if (filtered) throw Refused{"The log holds no such changes."};
+  if (!run.options.json) run.out.write("No session changed anything yet.\n");
+  return statusFine;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace corvane::loomerctl {
+
+/// Nobody reads the output any more (the pipe was closed): the command ends quietly.
+struct OutputClosed {};
+
+/// The output could not be written for another reason.
+struct OutputFailed {
+  std::string reason;
+};
+
+enum class Style { plain, heading, folder, faint, added, removed };
+
+/// A file descriptor, buffered. Raises OutputClosed and OutputFailed.
+class Output {
+ public:
+  /// `colours`: styles become terminal escape sequences; without, they are left out.
+  Output(int descriptor, bool colours) : _descriptor(descriptor), _colours(colours) {}
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  void write(std::string_view text);
+  void write(std::string_view text, Style style);
+  /// Makes everything written so far visible. Whoever made the object calls it at the end.
+  void flush();
+
+ private:
+  int _descriptor;
+  bool _colours;
+  std::string _buffer;
+};
+
+}  // namespace corvane::loomerctl

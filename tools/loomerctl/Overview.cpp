@@ -1,0 +1,224 @@
+// `status` and `clients`.
+
+#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/Describe.h"
+#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/Table.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using namespace loomer;
+
+struct ClientView {
+  ClientState state;
+  String name;  ///< for people; absent where the description has none
+  std::size_t held = 0;
+  bool news = false;  ///< the truth changed since its last session
+  std::optional<Refusal> refusal;
+};
+
+std::vector<ClientView> clientViews(TruthStore& store) {
+  ClientTable clients(store);
+  BaseTable bases(store);
+  RefusalTable refusals(store);
+  const TruthState truth = RecordTable(store).state();
+  std::vector<ClientView> views;
+  for (ClientState& each : clients.all()) {
+    ClientView& view = views.emplace_back();
+    view.name = clients.description(each.id).string("DisplayName");
+    view.held = bases.heldCount(each.id);
+    view.news = mayHaveNews(each, truth);
+    view.refusal = refusals.find(each.id);
+    view.state = std::move(each);
+  }
+  return views;
+}
+
+std::string refusalText(const Refusal& refusal) {
+  return "refused: would delete " + grouped(refusal.deletions) + " of " + grouped(refusal.live) +
+         (refusal.approved ? ", approved" : "");
+}
+
+std::string nextText(const ClientView& view) {
+  if (view.state.resetPending) return "will be replaced";
+  if (view.refusal) return refusalText(*view.refusal);
+  if (!view.state.syncedRevision) return "first session";
+  return view.news ? "changes may be waiting" : "up to date";
+}
+
+void writeRefusal(JsonWriter& json, const std::optional<Refusal>& refusal) {
+  json.key("refusedPlan");
+  if (!refusal) return json.null();
+  json.beginObject();
+  json.member("deletions", refusal->deletions);
+  json.member("live", refusal->live);
+  json.member("refused", refusal->refused);
+  json.member("approved", refusal->approved);
+  json.endObject();
+}
+
+struct StoreView {
+  std::uint64_t bytes = 0;
+  std::int64_t formatVersion = 0;
+  TruthState truth;
+  std::int64_t folders = 0, bookmarks = 0, tombstones = 0, sessions = 0;
+  std::vector<ClientView> clients;
+  const ClientView* lastSynced = nullptr;
+};
+
+/// With the write-ahead log, which may hold the greater part.
+std::uint64_t bytesOnDisk(const std::string& path) {
+  std::uint64_t bytes = 0;
+  for (const char* suffix : {"", "-wal"}) {
+    std::error_code error;  // a log that is not there has no size
+    if (const auto file = Platform::current().files.attributes(path + suffix, error)) bytes += file->size;
+  }
+  return bytes;
+}
+
+StoreView storeView(TruthStore& store) {
+  Database& database = store.database();
+  StoreView view;
+  view.bytes = bytesOnDisk(store.path());
+  view.formatVersion = database.integer("PRAGMA user_version", "read its version");
+  view.truth = RecordTable(store).state();
+  view.folders =
+      database.integer("SELECT count(*) FROM records WHERE id > 0 AND entity = 0", "count the folders");
+  view.bookmarks = database.integer("SELECT count(*) FROM records WHERE entity = 1", "count the bookmarks");
+  view.tombstones = database.integer("SELECT count(*) FROM tombstones", "count the tombstones");
+  view.sessions = database.integer("SELECT count(*) FROM sessions", "count the sessions");
+  view.clients = clientViews(store);
+  for (const ClientView& each : view.clients) {
+    if (!each.state.lastSession) continue;
+    if (!view.lastSynced || *view.lastSynced->state.lastSession < *each.state.lastSession) {
+      view.lastSynced = &each;
+    }
+  }
+  return view;
+}
+
+void writeStatus(JsonWriter& json, const StoreView& view, const std::string& path) {
+  json.beginObject();
+  json.member("store", path);
+  json.member("bytes", view.bytes);
+  json.member("formatVersion", view.formatVersion);
+  json.member("revision", view.truth.revision);
+  json.member("folders", view.folders);
+  json.member("bookmarks", view.bookmarks);
+  json.member("deletedRemembered", view.tombstones);
+  json.member("loggedSessions", view.sessions);
+  json.member("clients", view.clients.size());
+  json.key("lastSession");
+  if (view.lastSynced) {
+    json.beginObject();
+    json.member("client", view.lastSynced->state.identifier);
+    json.member("ended", view.lastSynced->state.lastSession);
+    json.endObject();
+  } else {
+    json.null();
+  }
+  json.key("waiting");
+  json.beginArray();
+  for (const ClientView& each : view.clients) {
+    if (!each.state.resetPending && !each.refusal) continue;
+    json.beginObject();
+    json.member("client", each.state.identifier);
+    json.member("resetPending", each.state.resetPending);
+    writeRefusal(json, each.refusal);
+    json.endObject();
+  }
+  json.endArray();
+  json.endObject();
+  json.finish();
+}
+
+void printStatus(Output& out, const StoreView& view, const std::string& path) {
+  const auto line = [&out](const char* label, const std::string& text) {
+    std::string padded = label;
+    padded.resize(12, ' ');
+    out.write(padded, Style::heading);
+    out.write(text + '\n');
+  };
+  const auto count = [](std::int64_t number) { return static_cast<std::size_t>(number); };
+  line("Store", printable(path) + " (" + sizeText(view.bytes) + ")");
+  line("Bookmarks", countText(count(view.bookmarks), "bookmark", "bookmarks") + " in " +
+                        countText(count(view.folders), "folder", "folders") + "; " +
+                        countText(count(view.tombstones), "deletion", "deletions") + " remembered");
+  line("Clients", grouped(view.clients.size()));
+  line("Sessions", countText(count(view.sessions), "session", "sessions") + " in the log; revision " +
+                       std::to_string(view.truth.revision));
+  line("Last sync", view.lastSynced ? timeText(*view.lastSynced->state.lastSession) + ", " +
+                                          printable(view.lastSynced->state.identifier.view())
+                                    : "never");
+  for (const ClientView& each : view.clients) {
+    if (!each.state.resetPending && !each.refusal) continue;
+    line("Waiting", printable(each.state.identifier.view()) + ' ' + nextText(each));
+  }
+}
+
+}  // namespace
+
+Status showStatus(Invocation& run) {
+  const auto store = openStoreToRead();
+  const StoreView view = storeView(*store);
+  if (run.options.json) {
+    JsonWriter json(run.out);
+    writeStatus(json, view, store->path());
+  } else {
+    printStatus(run.out, view, store->path());
+  }
+  return statusFine;
+}
+
+namespace {
+
+void writeClients(JsonWriter& json, const std::vector<ClientView>& views) {
+  json.beginArray();
+  for (const ClientView& each : views) {
+    json.beginObject();
+    json.member("identifier", each.state.identifier);
+    json.member("name", each.name);
+    json.member("registered", each.state.registered);
+    json.member("lastSession", each.state.lastSession);
+    json.member("sessions", each.state.sessions);
+    json.member("held", each.held);
+    json.member("syncedRevision", each.state.syncedRevision);
+    json.member("changesMayWait", each.news);
+    json.member("resetPending", each.state.resetPending);
+    writeRefusal(json, each.refusal);
+    json.endObject();
+  }
+  json.endArray();
+  json.finish();
+}
+
+}  // namespace
+
+Status showClients(Invocation& run) {
+  const auto store = openStoreToRead();
+  const std::vector<ClientView> views = clientViews(*store);
+  if (run.options.json) {
+    JsonWriter json(run.out);
+    writeClients(json, views);
+    return statusFine;
+  }
+  if (views.empty()) run.out.write("No client is registered.\n");
+  Table table(run.out,
+              {{"CLIENT"}, {"NAME"}, {"HOLDS", true}, {"SESSIONS", true}, {"LAST SESSION"}, {"NEXT"}});
+  for (const ClientView& each : views) {
+    table.add({printable(each.state.identifier.view()), printable(each.name.view()), grouped(each.held),
+               grouped(static_cast<std::size_t>(each.state.sessions)),
+               each.state.lastSession ? timeText(*each.state.lastSession) : "never", nextText(each)});
+  }
+  table.finish();
+  return statusFine;
+}
+
+}  // namespace corvane::loomerctl

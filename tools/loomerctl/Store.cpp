@@ -1,0 +1,47 @@
+#include "tools/loomerctl/Store.h"
+
+#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/CommandLine.h"
+
+namespace corvane::loomerctl {
+
+std::string storePath() { return loomer::storePathForHome(Platform::current().process.homeDirectory()); }
+
+std::unique_ptr<loomer::TruthStore> openStore() {
+  const std::string path = storePath();
+  std::error_code error;
+  const auto attributes = Platform::current().files.attributes(path, error);
+  const bool missing = error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
+  if (!attributes && !missing)
+    throw Refused{"Cannot look at the store " + path + ": " + error.message() + '.'};
+  // An empty file is what is left of a store that was never finished.
+  if (!attributes || attributes->size == 0) {
+    throw Refused{"There is no store yet: " + path +
+                  " does not exist. The first sync, or `loomerctl import`, makes it."};
+  }
+  return std::make_unique<loomer::TruthStore>(path);
+}
+
+std::unique_ptr<loomer::TruthStore> openStoreToRead() {
+  auto store = openStore();
+  store->database().execute("BEGIN", "begin reading");
+  return store;
+}
+
+std::unique_ptr<loomer::TruthStore> openOrMakeStore() {
+  return std::make_unique<loomer::TruthStore>(storePath());
+}
+
+loomer::ClientState clientNamed(loomer::TruthStore& store, const std::string& identifier) {
+  loomer::ClientTable clients(store);
+  if (auto client = clients.find(identifier)) return *client;
+  std::string known;
+  for (const loomer::ClientState& each : clients.all()) {
+    known += (known.empty() ? "" : ", ") + each.identifier.toString();
+  }
+  throw Refused{"There is no client \"" + identifier + "\". " +
+                (known.empty() ? std::string("None is registered.") : "Registered: " + known + '.')};
+}
+
+}  // namespace corvane::loomerctl

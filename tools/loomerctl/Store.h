@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+
+namespace corvane::loomerctl {
+
+/// Where the user's store stands.
+std::string storePath();
+
+/// Opens the user's store to change it. Raises Refused where there is none.
+std::unique_ptr<loomer::TruthStore> openStore();
+
+/// Opens the user's store to read it as it is at this moment, whatever sessions do meanwhile. Raises Refused
+/// where there is none.
+std::unique_ptr<loomer::TruthStore> openStoreToRead();
+
+/// Opens the user's store, making it where there is none.
+std::unique_ptr<loomer::TruthStore> openOrMakeStore();
+
+/// The registered client. Raises Refused, with the names that there are, for any other.
+loomer::ClientState clientNamed(loomer::TruthStore& store, const std::string& identifier);
+
+}  // namespace corvane::loomerctl

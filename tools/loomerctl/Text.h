@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+namespace corvane::loomerctl {
+
+/// The text as a terminal may safely show it on one line: control characters become their pictures (U+2400
+/// and on), and what is no character, or turns the direction of writing around, becomes U+FFFD.
+std::string printable(std::string_view text);
+
+/// The same in double quotes; "(none)" for the absent string.
+std::string quoted(const String& text);
+
+/// Columns that a terminal needs for printable text: wide East Asian characters and pictographs take two,
+/// combining marks none.
+std::size_t displayWidth(std::string_view text);
+
+/// "512 bytes", "1.5 MB" (a thousand at each step).
+std::string sizeText(std::uint64_t bytes);
+
+/// "1 bookmark", "1,234 bookmarks".
+std::string countText(std::size_t count, const char* singular, const char* plural);
+
+/// "1,234,567".
+std::string grouped(std::size_t number);
+
+/// In the local zone: "2026-11-21 11:49:00 +0100".
+std::string timeText(Date date);
+
+}  // namespace corvane::loomerctl

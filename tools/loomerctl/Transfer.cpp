@@ -1,0 +1,156 @@
+// `export` and `import`.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <unordered_map>
+
+#include "CorvaneSyncClient/platform/loomer/TruthEdit.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/ImportPlan.h"
+#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/TreeWalk.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using namespace loomer;
+
+constexpr const char* kStandardStream = "-";
+
+struct Dates {
+  std::optional<Date> added;
+  std::optional<Date> modified;
+};
+
+/// When each record was added and changed last, as far as the log tells.
+std::unordered_map<RecordId, Dates> datesFromLog(TruthStore& store) {
+  Statement query = store.database().query(
+      "SELECT c.record, s.began, c.before_place IS NULL FROM sessions s JOIN changes c ON c.session = s.id"
+      " ORDER BY s.id",
+      "read the log of sessions");
+  std::unordered_map<RecordId, Dates> dates;
+  query.open();
+  while (query.next()) {
+    Dates& each = dates[query.integer(0)];
+    const Date began{query.real(1)};
+    if (query.integer(2) != 0 && !each.added) each.added = began;
+    each.modified = began;
+  }
+  return dates;
+}
+
+HtmlNode nodeOf(const TruthRecord& record) {
+  HtmlNode node;
+  node.folder = record.entity == Entity::folder;
+  node.title = record.content.name.toString();
+  node.url = record.content.url.toString();
+  node.toolbar = record.content.special && record.content.name == kToolbarTitle;
+  node.tabGroup = record.content.tabGroup;
+  return node;
+}
+
+/// Writes the file piece by piece to `write`; answers how many bookmarks it holds.
+template <typename Write>
+std::size_t writeFile(TruthStore& store, const Write& write) {
+  const auto dates = datesFromLog(store);
+  RecordTable records(store);
+  TreeWalk walk(records, kRoot);
+  std::size_t bookmarks = 0;
+  std::size_t open = 0;
+  write(htmlHead());
+  const auto close = [&] {
+    for (std::size_t i = 0; i < walk.closed() && open > 0; ++i) write(htmlFolderEnd(--open));
+  };
+  while (const TruthRecord* record = walk.next()) {
+    close();
+    const HtmlNode node = nodeOf(*record);
+    const auto known = dates.find(record->id);
+    const Dates when = known == dates.end() ? Dates() : known->second;
+    if (node.folder) {
+      write(htmlFolder(node, walk.depth(), when.added, when.modified));
+      ++open;
+    } else {
+      write(htmlBookmark(node, walk.depth(), when.added, when.modified));
+      ++bookmarks;
+    }
+  }
+  close();
+  write(htmlTail());
+  return bookmarks;
+}
+
+std::string readStandardInput() {
+  std::string bytes;
+  char buffer[1 << 16];
+  while (true) {
+    const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count == 0) return bytes;
+    if (count > 0) {
+      bytes.append(buffer, static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      throw Refused{"Cannot read standard input: " + std::system_category().message(errno) + '.'};
+    }
+  }
+}
+
+std::string readFile(const std::string& path) {
+  if (path == kStandardStream) return readStandardInput();
+  std::string bytes;
+  if (const std::error_code error = Platform::current().files.read(path, bytes)) {
+    throw Refused{"Cannot read " + path + ": " + error.message() + '.'};
+  }
+  return bytes;
+}
+
+/// The last component, which stands in the log.
+std::string nameOf(const std::string& path) {
+  return path == kStandardStream ? "standard input" : path.substr(path.rfind('/') + 1);
+}
+
+}  // namespace
+
+Status exportFile(Invocation& run) {
+  const auto store = openStoreToRead();
+  const std::string& path = run.options.argument;
+  if (path == kStandardStream) {
+    writeFile(*store, [&](const std::string& piece) { run.out.write(piece); });
+    return statusFine;
+  }
+  std::string bytes;
+  const std::size_t bookmarks = writeFile(*store, [&](const std::string& piece) { bytes += piece; });
+  if (const std::error_code error = Platform::current().files.writeAtomically(path, bytes)) {
+    throw Refused{"Cannot write " + path + ": " + error.message() + '.'};
+  }
+  run.out.write("Wrote " + countText(bookmarks, "bookmark", "bookmarks") + " to " + printable(path) + ".\n");
+  return statusFine;
+}
+
+Status importFile(Invocation& run) {
+  const std::string& path = run.options.argument;
+  const std::vector<HtmlNode> nodes = parseBookmarksHtml(readFile(path));
+  if (nodes.empty()) throw Refused{"There are no bookmarks in " + path + '.'};
+  const auto store = openOrMakeStore();
+  ImportPlan plan;
+  const auto session = editTruth(*store, "loomerctl import " + nameOf(path), SessionKind::importFile,
+                                 [&](const std::vector<TruthRecord>& truth, const TruthState& state) {
+                                   plan = planImport(truth, nodes, state.nextRecord, state.revision + 1);
+                                   return plan.changes;
+                                 });
+  if (!session) {
+    run.out.write("Everything in " + printable(path) + " is there already.\n");
+    return statusFine;
+  }
+  run.out.write("Added " + countText(plan.bookmarks, "bookmark", "bookmarks") + " and " +
+                countText(plan.folders, "folder", "folders") + " as session " + std::to_string(*session) +
+                "; " + grouped(plan.known) +
+                " were there already. Each client follows at its next session.\n");
+  return statusFine;
+}
+
+}  // namespace corvane::loomerctl
