@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/Value.h"
@@ -26,7 +27,7 @@ TEST(Value, TwoHundredThousandNestedContainersCompareAndPrintWithoutStack) {
   const Value c = nested(kDepth, 2);
   EXPECT_TRUE(a == b);
   EXPECT_FALSE(a == c);
-  EXPECT_EQ(description(a).size(), kDepth / 2 * 2 + kDepth / 2 * 6 + 1);  // "()", "{k = }" and "1"
+  EXPECT_EQ(description(a).size(), kDescriptionLimit + std::strlen("\u2026"));
 }
 
 TEST(Value, ContainersThatAreSharedOverAndOverCompareOnce) {
@@ -36,6 +37,42 @@ TEST(Value, ContainersThatAreSharedOverAndOverCompareOnce) {
     return value;
   };
   EXPECT_TRUE(build() == build());
+}
+
+// In full this text would take 3^100 characters.
+TEST(Value, ContainersThatAreSharedOverAndOverPrintWithinTheLimit) {
+  for (Value value : {Value("x"), Value(""), Value(Array()), Value(Dictionary())}) {
+    for (int i = 0; i < 100; ++i) value = Array{value, Dictionary{{"", value}}, value};
+    const std::string text = description(value);
+    EXPECT_EQ(text.size(), kDescriptionLimit + std::strlen("\u2026"));
+    EXPECT_TRUE(text.ends_with("\u2026"));
+  }
+}
+
+TEST(Value, ADescriptionIsCutBeyondTheLimit) {
+  const std::string fitting(kDescriptionLimit - 2, 'x');
+  EXPECT_EQ(description(Array{fitting}), "(" + fitting + ")");
+  EXPECT_EQ(description(Array{fitting + "y"}), "(" + fitting + "y\u2026");
+  EXPECT_EQ(description(Value(fitting + "abc")), fitting + "ab\u2026");
+  EXPECT_EQ(description(Value(Url{String(fitting + "abc")})), fitting + "ab\u2026");
+  EXPECT_EQ(description(Dictionary{{fitting + "abc", 1}, {"b", 2}}), "{" + fitting + "a\u2026");
+  const std::string data = description(Value(Data(std::string(kDescriptionLimit, '\x5a'))));
+  EXPECT_EQ(data.size(), kDescriptionLimit + std::strlen("\u2026"));
+  EXPECT_EQ(description(Value(Array(std::vector<Value>(100000, 7)))).size(),
+            kDescriptionLimit + std::strlen("\u2026"));
+}
+
+TEST(Value, ADescriptionIsCutBetweenCharacters) {
+  for (std::size_t shift = 0; shift < 4; ++shift) {
+    std::string text(shift, 'x');
+    while (text.size() <= kDescriptionLimit) text += "\U0001F600";
+    const std::string cut = description(Value(text));
+    EXPECT_EQ((cut.size() - std::strlen("\u2026") - shift) % 4, 0U) << shift;
+    EXPECT_GT(cut.size(), kDescriptionLimit - 4);
+  }
+  EXPECT_EQ(description(Value(std::string(20000, '\x80'))).size(),
+            kDescriptionLimit - 3 + std::strlen("\u2026"))
+      << "bytes that are no UTF-8";
 }
 
 TEST(Value, TypesAreNeverEqual) {

@@ -7,53 +7,13 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/BinaryPropertyListTrailer.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyListCodecs.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 
 namespace corvane {
 
 namespace {
-
-constexpr std::string_view kHeader = "bplist00";
-constexpr std::size_t kTrailerSize = 32;
-
-[[noreturn]] void fail(std::uint64_t offset, const std::string& cause) {
-  throw PropertyListException("binary property list, offset " + std::to_string(offset) + ": " + cause);
-}
-
-struct Trailer {
-  std::size_t offsetSize = 0;
-  std::size_t referenceSize = 0;
-  std::uint64_t count = 0;
-  std::uint64_t top = 0;
-  std::uint64_t table = 0;  // where the offset table stands; objects lie before it
-};
-
-// Everything in the trailer is checked here, before anything is allocated by its numbers.
-Trailer readTrailer(std::string_view bytes) {
-  if (!bytes.starts_with(kHeader)) fail(0, "only version 00 is known");
-  if (bytes.size() < kHeader.size() + kTrailerSize) fail(bytes.size(), "the data ends before the trailer");
-  const std::size_t start = bytes.size() - kTrailerSize;
-  const char* at = bytes.data() + start;
-  Trailer trailer;
-  trailer.offsetSize = static_cast<unsigned char>(at[6]);
-  trailer.referenceSize = static_cast<unsigned char>(at[7]);
-  trailer.count = loadBigEndian(at + 8, 8);
-  trailer.top = loadBigEndian(at + 16, 8);
-  trailer.table = loadBigEndian(at + 24, 8);
-  if (trailer.offsetSize < 1 || trailer.offsetSize > 8) fail(start + 6, "offsets must take 1 to 8 bytes");
-  if (trailer.referenceSize < 1 || trailer.referenceSize > 8) {
-    fail(start + 7, "object numbers must take 1 to 8 bytes");
-  }
-  if (trailer.table < kHeader.size() || trailer.table > start) {
-    fail(start + 24, "the offset table lies outside the data");
-  }
-  if (trailer.count > (start - trailer.table) / trailer.offsetSize) {
-    fail(start + 8, "the offset table reaches beyond the end of the data");
-  }
-  if (trailer.top >= trailer.count) fail(start + 16, "the top object does not exist");
-  return trailer;
-}
 
 enum Marker : unsigned {
   kSimple = 0x0,
@@ -73,13 +33,13 @@ class BinaryReader {
  public:
   explicit BinaryReader(std::string_view bytes)
       : _bytes(bytes),
-        _trailer(readTrailer(bytes)),
+        _trailer(readBinaryTrailer(bytes)),
         _budget(kOverlapAllowance * bytes.size()),
         _objects(_trailer.count),
         _heights(_trailer.count, kNotBuilt) {}
 
   Value read() {
-    const std::uint64_t end = _bytes.size() - kTrailerSize;
+    const std::uint64_t end = _bytes.size() - kBinaryTrailerSize;
     if (!find(_trailer.top, end)) open(_trailer.top);
     while (!_open.empty()) advance();
     return std::move(_objects[_trailer.top]);
@@ -119,9 +79,9 @@ class BinaryReader {
   std::uint64_t offsetOf(std::uint64_t object) const {
     const std::uint64_t entry = _trailer.table + object * _trailer.offsetSize;
     const std::uint64_t offset = loadBigEndian(_bytes.data() + entry, _trailer.offsetSize);
-    if (offset < kHeader.size() || offset >= _trailer.table) {
-      fail(entry, "object " + std::to_string(object) + " is said to be at " + std::to_string(offset) +
-                      ", where no objects are");
+    if (offset < kBinaryHeader.size() || offset >= _trailer.table) {
+      failBinary(entry, "object " + std::to_string(object) + " is said to be at " + std::to_string(offset) +
+                            ", where no objects are");
     }
     return offset;
   }
@@ -130,8 +90,8 @@ class BinaryReader {
   // `user` is the offset to blame for a bad number.
   const Value* find(std::uint64_t object, std::uint64_t user) {
     if (object >= _trailer.count) {
-      fail(user, "object " + std::to_string(object) + " is used, but there are only " +
-                     std::to_string(_trailer.count));
+      failBinary(user, "object " + std::to_string(object) + " is used, but there are only " +
+                           std::to_string(_trailer.count));
     }
     if (_heights[object] == kNotBuilt) {
       const std::uint64_t offset = offsetOf(object);
@@ -140,7 +100,7 @@ class BinaryReader {
       _objects[object] = readScalar(kind, offset);
       _heights[object] = kScalar;
     } else if (_heights[object] == kBeingBuilt) {
-      fail(offsetOf(object), "the container at this offset contains itself");
+      failBinary(offsetOf(object), "the container at this offset contains itself");
     }
     return &_objects[object];
   }
@@ -168,7 +128,7 @@ class BinaryReader {
 
   static void checkDepth(std::size_t depth, std::uint64_t offset) {
     if (depth > kPropertyListMaximumDepth) {
-      fail(offset, "containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
+      failBinary(offset, "containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
     }
   }
 
@@ -199,7 +159,7 @@ class BinaryReader {
     const String* text = value ? value->as<String>() : nullptr;
     if (!text) {
       const std::string type = value ? value->typeName() : "container";
-      fail(offsetOf(object), type + " as the key of a dictionary");
+      failBinary(offsetOf(object), type + " as the key of a dictionary");
     }
     return *text;
   }
@@ -223,7 +183,7 @@ class BinaryReader {
       case kReal:
         return readReal(offset);
       case kDate:
-        if (detailAt(offset) != 3) fail(offset, "a date must take 8 bytes");
+        if (detailAt(offset) != 3) failBinary(offset, "a date must take 8 bytes");
         return Date{readDouble(offset, "date")};
       case kData:
         return readData(offset);
@@ -251,13 +211,13 @@ class BinaryReader {
                        : detailAt(offset) == 0xF ? "fill"
                                                  : "unknown";
     static constexpr char kDigits[] = "0123456789abcdef";
-    fail(offset, std::string("object type 0x") + kDigits[kind] + kDigits[detailAt(offset)] + " (" + name +
-                     ") cannot be read");
+    failBinary(offset, std::string("object type 0x") + kDigits[kind] + kDigits[detailAt(offset)] + " (" +
+                           name + ") cannot be read");
   }
 
   Value readInteger(std::uint64_t offset) {
     const unsigned power = detailAt(offset);
-    if (power > 4) fail(offset, "an integer must take 1, 2, 4, 8 or 16 bytes");
+    if (power > 4) failBinary(offset, "an integer must take 1, 2, 4, 8 or 16 bytes");
     const std::size_t size = std::size_t{1} << power;
     const char* at = payload(offset, offset + 1, size, "integer");
     if (size < 8) return static_cast<std::int64_t>(loadBigEndian(at, size));
@@ -266,12 +226,12 @@ class BinaryReader {
     const std::uint64_t low = loadBigEndian(at + 8, 8);
     if (high == 0) return low;
     if (high == ~std::uint64_t{0} && (low >> 63) != 0) return static_cast<std::int64_t>(low);
-    fail(offset, "an integer larger than 64 bits cannot be read");
+    failBinary(offset, "an integer larger than 64 bits cannot be read");
   }
 
   Value readReal(std::uint64_t offset) {
     if (detailAt(offset) == 3) return readDouble(offset, "real");
-    if (detailAt(offset) != 2) fail(offset, "a real must take 4 or 8 bytes");
+    if (detailAt(offset) != 2) failBinary(offset, "a real must take 4 or 8 bytes");
     const char* at = payload(offset, offset + 1, 4, "real");
     return double{std::bit_cast<float>(static_cast<std::uint32_t>(loadBigEndian(at, 4)))};
   }
@@ -288,7 +248,7 @@ class BinaryReader {
   Value readAscii(std::uint64_t offset) {
     const Counted counted = readCount(offset, "string", 1);
     const std::string_view text = _bytes.substr(counted.start, counted.count);
-    if (!isAscii(text)) fail(offset, "a string marked as ASCII holds other bytes");
+    if (!isAscii(text)) failBinary(offset, "a string marked as ASCII holds other bytes");
     return String(text);
   }
 
@@ -327,7 +287,7 @@ class BinaryReader {
       if (counted.start >= _trailer.table) failBeyond(offset, type);
       const unsigned power = detailAt(counted.start);
       if (kindAt(counted.start) != kInteger || power > 3) {
-        fail(counted.start, std::string(type) + " without a count of 1, 2, 4 or 8 bytes");
+        failBinary(counted.start, std::string(type) + " without a count of 1, 2, 4 or 8 bytes");
       }
       const std::size_t size = std::size_t{1} << power;
       if (_trailer.table - counted.start - 1 < size) failBeyond(offset, type);
@@ -343,17 +303,17 @@ class BinaryReader {
   // overlap.
   const char* payload(std::uint64_t offset, std::uint64_t start, std::uint64_t size, const char* type) {
     if (size > _trailer.table - start) failBeyond(offset, type);
-    if (size > _budget) fail(offset, "the objects overlap");
+    if (size > _budget) failBinary(offset, "the objects overlap");
     _budget -= size;
     return _bytes.data() + start;
   }
 
   [[noreturn]] void failBeyond(std::uint64_t offset, const char* type) const {
-    fail(offset, std::string(type) + " reaches beyond the end of the objects");
+    failBinary(offset, std::string(type) + " reaches beyond the end of the objects");
   }
 
   std::string_view _bytes;
-  Trailer _trailer;
+  BinaryTrailer _trailer;
   std::uint64_t _budget;
   std::vector<Value> _objects;
   std::vector<std::uint32_t> _heights;

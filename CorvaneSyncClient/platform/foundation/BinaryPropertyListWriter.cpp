@@ -40,15 +40,19 @@ struct Object {
   }
 };
 
+// For addresses, which nobody else can choose.
 std::uint32_t mix(std::uint64_t bits) {
   bits *= 0x9E3779B97F4A7C15U;  // Fibonacci hashing: 2^64 divided by the golden ratio
   return static_cast<std::uint32_t>(bits >> 32);
 }
 
-std::uint32_t payloadHash(bool value) { return mix(value); }
-std::uint32_t payloadHash(std::int64_t value) { return mix(static_cast<std::uint64_t>(value)); }
-std::uint32_t payloadHash(std::uint64_t value) { return mix(value); }
-std::uint32_t payloadHash(double value) { return mix(std::bit_cast<std::uint64_t>(value)); }
+// Numbers come from others as texts do, who must not be able to choose ones that all collide.
+std::uint32_t payloadHash(std::uint64_t value) {
+  return hashOf({reinterpret_cast<const char*>(&value), sizeof value});
+}
+std::uint32_t payloadHash(bool value) { return value ? 1 : 0; }
+std::uint32_t payloadHash(std::int64_t value) { return payloadHash(static_cast<std::uint64_t>(value)); }
+std::uint32_t payloadHash(double value) { return payloadHash(std::bit_cast<std::uint64_t>(value)); }
 std::uint32_t payloadHash(const Date& value) { return payloadHash(value.seconds); }
 std::uint32_t payloadHash(const String& value) { return value.hash(); }
 std::uint32_t payloadHash(const Data& value) { return hashOf(value.bytes()); }

@@ -1,12 +1,33 @@
 #include "CorvaneSyncClient/platform/foundation/String.h"
 
+#include <sys/random.h>
+
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/foundation/SipHash.h"
 
 namespace corvane {
+
+namespace {
+
+// Files and records come from others, who must not be able to choose keys that all collide: each process
+// hashes in a way of its own.
+HashKey randomKey() {
+  HashKey key;
+  while (::getrandom(&key, sizeof key, 0) != static_cast<ssize_t>(sizeof key)) {
+    if (errno == EINTR) continue;
+    throw PlatformException(NSObjectNotAvailableException,
+                            "Can't get random bytes: " + std::system_category().message(errno));
+  }
+  return key;
+}
+
+}  // namespace
 
 SharedBytes* SharedBytes::makeUninitialized(std::size_t size) {
   if (size > std::numeric_limits<std::uint32_t>::max()) {
@@ -33,7 +54,8 @@ std::uint32_t SharedBytes::hash() const {
 }
 
 std::uint32_t hashOf(std::string_view text) {
-  const std::uint64_t wide = std::hash<std::string_view>()(text);
+  static const HashKey key = randomKey();
+  const std::uint64_t wide = sipHash(key, text);
   const auto folded = static_cast<std::uint32_t>(wide ^ (wide >> 32));
   return folded == 0 ? 1 : folded;  // 0 means "not computed yet"
 }

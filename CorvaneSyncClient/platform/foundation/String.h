@@ -22,7 +22,7 @@ class SharedBytes : public RefCounted {
   const char* bytes() const { return reinterpret_cast<const char*>(this + 1); }
   char* mutableBytes() { return reinterpret_cast<char*>(this + 1); }
   std::string_view view() const { return {bytes(), _size}; }
-  /// Computed at the first call and kept.
+  /// As `hashOf`; computed at the first call and kept.
   std::uint32_t hash() const;
 
  private:
@@ -71,7 +71,7 @@ class String {
   Ref<SharedBytes> _bytes;
 };
 
-/// The hash that `String::hash` answers for text that is not yet a String.
+/// The hash that `String::hash` answers for text that is not yet a String. Differs from process to process.
 std::uint32_t hashOf(std::string_view text);
 
 }  // namespace corvane

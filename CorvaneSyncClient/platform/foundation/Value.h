@@ -166,9 +166,15 @@ class Value {
   Variant _payload;
 };
 
-/// One line of text for logs and messages: strings as they are, numbers in C's shortest exact form, booleans
-/// 1 and 0, dates as `description(Date)`, data as "<0a1b>", arrays as "(a, b)", dictionaries as "{k = v; l =
-/// w}", URLs as their text.
+/// Bytes of a value's description, without the mark at a cut.
+inline constexpr std::size_t kDescriptionLimit = 16 * 1024;
+
+/// Text for logs and messages: strings as they are, numbers in C's shortest exact form, booleans 1 and 0,
+/// dates as `description(Date)`, data as "<0a1b>", arrays as "(a, b)", dictionaries as "{k = v; l = w}", URLs
+/// as their text. It adds no line breaks of its own; those in strings stay, and the log escapes them.
+///
+/// A text beyond `kDescriptionLimit` is cut between characters and ends in "…". It is more than a line of the
+/// log holds, and time and memory are bounded by it, however large the value is.
 std::string description(const Value& value);
 std::string description(const Array& array);
 std::string description(const Dictionary& dictionary);

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace corvane {
+
+// The two ends of the binary flavour, for its reader.
+
+inline constexpr std::string_view kBinaryHeader = "bplist00";
+inline constexpr std::size_t kBinaryTrailerSize = 32;
+
+struct BinaryTrailer {
+  std::size_t offsetSize = 0;     ///< bytes of an offset, 1 to 8
+  std::size_t referenceSize = 0;  ///< bytes of an object's number, 1 to 8
+  std::uint64_t count = 0;        ///< of objects
+  std::uint64_t top = 0;          ///< the number of the object that is the whole
+  std::uint64_t table = 0;        ///< where the offset table stands; objects lie before it
+};
+
+/// Raises PropertyListException for a fault at `offset`.
+[[noreturn]] void failBinary(std::uint64_t offset, const std::string& cause);
+
+/// Reads the trailer and checks all of it and the header, before anything is allocated by its numbers. Raises
+/// PropertyListException.
+BinaryTrailer readBinaryTrailer(std::string_view bytes);
+
+}  // namespace corvane
