@@ -72,6 +72,8 @@ TEST(OrderedMap, AnAbsentKeyIsNeverFound) {
     EXPECT_TRUE(map.remove("k0"));
     EXPECT_EQ(map.find(String()), nullptr);
     EXPECT_FALSE(map.remove(String()));
+    EXPECT_THROW(map.set(String(), 1), PlatformException) << "nor can it be set";
+    EXPECT_EQ(map.size(), static_cast<std::size_t>(count - 1));
   }
 }
 

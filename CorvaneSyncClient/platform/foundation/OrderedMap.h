@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/String.h"
 
 namespace corvane {
@@ -81,8 +82,10 @@ class OrderedMap {
   const V* find(const char* key) const { return find(std::string_view(key)); }
   bool contains(const String& key) const { return find(key) != nullptr; }
 
-  /// Sets the value under `key` (present, not the absent string), keeping the place of a key already there.
+  /// Sets the value under `key`, keeping the place of a key already there. Raises PlatformException
+  /// "NSInvalidArgumentException" for the absent string, which is no key.
   V& set(String key, V value) {
+    if (!key) throw PlatformException(NSInvalidArgumentException, "A key of a map must not be absent");
     const std::size_t at = locate(key);
     if (at != kNowhere) {
       _entries[at].value = std::move(value);

@@ -25,5 +25,7 @@ class PlatformException : public std::exception {
 /// Names shared by several subsystems.
 inline constexpr const char* NSObjectNotAvailableException = "NSObjectNotAvailableException";
 inline constexpr const char* NSGenericException = "NSGenericException";
+/// A programming error: an argument that the operation does not take.
+inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentException";
 
 }  // namespace corvane
