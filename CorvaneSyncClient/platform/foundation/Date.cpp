@@ -8,12 +8,12 @@ namespace corvane {
 
 namespace {
 
-// 0001-01-01 and 9999-12-31T23:59:59 in seconds since 2001: what a four-digit calendar year can show.
+// 0001-01-01 and 10000-01-01 in seconds since 2001: what four-digit calendar years begin with and end before.
 constexpr double kFirstShown = -63113904000.0;
-constexpr double kLastShown = 252423993599.0;
+constexpr double kFirstBeyond = 252423993600.0;
 
 std::string calendarText(const Date& date, std::tm* (*split)(const std::time_t*, std::tm*)) {
-  if (date.seconds >= kFirstShown && date.seconds < kLastShown) {
+  if (date.seconds >= kFirstShown && date.seconds < kFirstBeyond) {
     const auto time = static_cast<std::time_t>(std::floor(date.seconds + kSecondsFrom1970To2001));
     std::tm parts{};
     char text[64];
