@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
+
 namespace corvane {
 
 namespace {
@@ -14,8 +16,6 @@ int digitValue(char c) {
   if (c >= '0' && c <= '9') return c - '0' + 52;
   return c == '+' ? 62 : c == '/' ? 63 : -1;
 }
-
-bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 }  // namespace
 
@@ -42,7 +42,7 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
   std::size_t digits = 0;
   std::size_t padding = 0;
   for (const char c : text) {
-    if (isSpace(c)) continue;
+    if (isAsciiSpace(c)) continue;
     if (c == '=') {
       ++padding;
       continue;

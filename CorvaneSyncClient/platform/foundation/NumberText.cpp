@@ -3,6 +3,8 @@
 #include <charconv>
 #include <limits>
 
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
+
 namespace corvane {
 
 namespace {
@@ -15,13 +17,12 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(start, text.find_last_not_of(kSpace) + 1 - start);
 }
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 // Drops single underscores that stand between digits; leaves any others, which then read as no number.
 std::string withoutUnderscores(std::string_view text) {
   std::string kept;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool between = i > 0 && i + 1 < text.size() && isDigit(text[i - 1]) && isDigit(text[i + 1]);
+    const bool between =
+        i > 0 && i + 1 < text.size() && isAsciiDigit(text[i - 1]) && isAsciiDigit(text[i + 1]);
     if (text[i] != '_' || !between) kept += text[i];
   }
   return kept;

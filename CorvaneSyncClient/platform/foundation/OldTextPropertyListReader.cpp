@@ -11,6 +11,7 @@
 
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyListCodecs.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 
@@ -18,18 +19,8 @@ namespace corvane {
 
 namespace {
 
-bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool isOctal(char c) { return c >= '0' && c <= '7'; }
-
 bool isWord(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         std::string_view("_$/:.-").find(c) != std::string_view::npos;
-}
-
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+  return isAsciiLetter(c) || isAsciiDigit(c) || std::string_view("_$/:.-").find(c) != std::string_view::npos;
 }
 
 // Gathers the text of a quoted string; two escaped surrogates in a row become one code point.
@@ -89,7 +80,7 @@ class OldTextReader {
   void skipSpace() {
     while (!atEnd()) {
       const std::string_view rest = _text.substr(_at, 2);
-      if (isSpace(rest[0])) {
+      if (isAsciiSpace(rest[0])) {
         ++_at;
       } else if (rest == "//") {
         _at = std::min(_text.find_first_of("\n\r", _at), _text.size());
@@ -194,8 +185,8 @@ class OldTextReader {
     int high = -1;
     for (; next() != '>'; ++_at) {
       if (atEnd()) fail(start, "data without an end");
-      if (isSpace(next())) continue;
-      const int digit = hexValue(next());
+      if (isAsciiSpace(next())) continue;
+      const int digit = hexDigitValue(next());
       if (digit < 0) fail("data holds something that is no hexadecimal digit");
       if (high >= 0) bytes += static_cast<char>(high << 4 | digit);
       high = high >= 0 ? -1 : digit;
@@ -239,7 +230,7 @@ class OldTextReader {
   // Behind the backslash.
   char32_t readEscape() {
     if (atEnd()) fail("the data ends inside an escape");
-    if (isOctal(next())) return readOctal();
+    if (isOctalDigit(next())) return readOctal();
     const char c = _text[_at];
     if (c == 'U' || c == 'u') return readUnicode();
     static constexpr std::string_view kNames = "abfnrtv";
@@ -258,7 +249,7 @@ class OldTextReader {
   // One to three digits: a code point below 256.
   char32_t readOctal() {
     char32_t value = 0;
-    for (int i = 0; i < 3 && isOctal(next()); ++i, ++_at)
+    for (int i = 0; i < 3 && isOctalDigit(next()); ++i, ++_at)
       value = value * 8 + static_cast<char32_t>(next() - '0');
     return value & 0xFF;
   }
@@ -267,8 +258,8 @@ class OldTextReader {
   char32_t readUnicode() {
     const std::size_t start = _at++;
     char32_t unit = 0;
-    for (int i = 0; i < 4 && hexValue(next()) >= 0; ++i, ++_at) {
-      unit = unit << 4 | static_cast<char32_t>(hexValue(next()));
+    for (int i = 0; i < 4 && hexDigitValue(next()) >= 0; ++i, ++_at) {
+      unit = unit << 4 | static_cast<char32_t>(hexDigitValue(next()));
     }
     if (_at == start + 1) fail(start, "an escape without digits");
     return unit;

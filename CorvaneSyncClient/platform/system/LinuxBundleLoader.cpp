@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/system/DlopenBundle.h"
 
 namespace corvane {
@@ -31,8 +32,8 @@ std::string ownBundlePath(const std::string& executable, const std::string& brow
 }
 
 bool isLanguageName(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), [](unsigned char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+    return isAsciiLetter(c) || isAsciiDigit(c) || c == '_' || c == '-';
   });
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 
@@ -47,8 +48,6 @@ constexpr std::uint32_t kNetworkMagics[] = {
     0x786F4256,  // VirtualBox shared folders
     0xBACBACBC,  // VMware shared folders
 };
-
-bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
 
 /// The kernel writes blanks, tabs, line feeds and backslashes in paths as "\ooo".
 std::string withoutOctalEscapes(std::string_view text) {
