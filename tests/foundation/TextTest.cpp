@@ -32,7 +32,14 @@ TEST(Text, ComparesWithoutCase) {
       {"Kelvin sign", "\u212a", "k", 0},
       {"capital sharp s folds to the small one", "\u1e9e", "\u00df", 0},
       {"simple folding does not split", "\u00df", "ss", 1},
-      {"capital I with a dot is itself", "\u0130", "\u0130", 0},
+      {"capital I with a dot has no simple folding", "\u0130", "i", 1},
+      {"capital I with a dot is itself, not a lower case one", "\u0130", "\u012f", 1},
+      {"a Greek letter with iota below folds to the small one", "\u1f88", "\u1f80", 0},
+      {"and to no sequence", "\u1f88", "\u1f00\u03b9", 1},
+      {"a ligature is itself", "\ufb01", "fi", 1},
+      {"a common prefix that ends within a character", "x\u00e9", "x\u00c9", 0},
+      {"a common prefix that ends within a longer one", "x\u1f88a", "x\u1f80b", -1},
+      {"a common prefix of half a character", "x\xE1\xBE\x88", "x\xE1\xBE", -1},
       {"no locale: I is i", "I", "i", 0},
       {"no normalisation", "\u00e9", "e\u0301", 1},
       {"bytes that are no UTF-8 sort last", "\xFF", "\U0010FFFF", 1},
@@ -43,6 +50,20 @@ TEST(Text, ComparesWithoutCase) {
     EXPECT_EQ(sign(compareCaseInsensitive(row.a, row.b)), row.expected) << row.phrase;
     EXPECT_EQ(sign(compareCaseInsensitive(row.b, row.a)), -row.expected) << row.phrase;
   }
+}
+
+// The letters in front are the same, so that only what is skipped or backed up over can make a difference.
+RC_GTEST_PROP(Text, ACommonPrefixMakesNoDifference, ()) {
+  const auto piece =
+      rc::gen::element<std::string>("a", "A", "\u00e9", "\u00c9", "\u1f88", "\u1f80", "\U00010400", "\x80",
+                                    "\xE1", "\xE1\xBE", "\xFF", "\xED\xA0\x80");
+  const auto text = rc::gen::map(rc::gen::container<std::vector<std::string>>(piece), [](const auto& pieces) {
+    std::string joined;
+    for (const std::string& part : pieces) joined += part;
+    return joined;
+  });
+  const std::string a = *text, b = *text, prefix = *text + "|";
+  RC_ASSERT(sign(compareCaseInsensitive(prefix + a, prefix + b)) == sign(compareCaseInsensitive(a, b)));
 }
 
 RC_GTEST_PROP(Text, ComparisonOrdersAnyBytes,
