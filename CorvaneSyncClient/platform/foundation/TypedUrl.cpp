@@ -7,20 +7,18 @@
 #include <algorithm>
 #include <memory>
 
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 
 namespace corvane {
 
 namespace {
 
-bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
 
 std::string lowerCased(std::string_view text) {
   std::string lower(text);
-  for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+  for (char& c : lower) c = asciiLowerCase(c);
   return lower;
 }
 
@@ -43,25 +41,30 @@ Class classOf(const Utf8Step& step) {
   }
 }
 
-// The text without white space around it; nothing when white space, control characters or bytes that are no
-// UTF-8 stand inside, or when nothing is left.
-std::optional<std::string_view> trimmed(std::string_view text) {
+// The text without white space around it. Bytes that are no UTF-8 are none.
+std::string_view trimmed(std::string_view text) {
   std::size_t start = text.size();
   std::size_t end = 0;
-  bool spaceInside = false;
   for (std::size_t at = 0; at < text.size();) {
     const Utf8Step step = decodeUtf8(text, at);
-    const Class found = classOf(step);
-    if (found == Class::invalid || found == Class::control) return std::nullopt;
-    if (found == Class::ordinary) {
+    const std::size_t next = at + std::max<std::size_t>(step.length, 1);
+    if (classOf(step) != Class::space) {
       start = std::min(start, at);
-      spaceInside = spaceInside || (end != 0 && end != at);
-      end = at + step.length;
+      end = next;
     }
+    at = next;
+  }
+  return end == 0 ? std::string_view() : text.substr(start, end - start);
+}
+
+// Whether there is text at all, of ordinary characters alone.
+bool isOrdinary(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const Utf8Step step = decodeUtf8(text, at);
+    if (classOf(step) != Class::ordinary) return false;
     at += step.length;
   }
-  if (end == 0 || spaceInside) return std::nullopt;
-  return text.substr(start, end - start);
+  return !text.empty();
 }
 
 // ---- Escaping ----
@@ -90,10 +93,10 @@ std::string escaped(std::string_view text, std::string_view also = {}) {
 
 // Length of the scheme that the text starts with (RFC 3986, section 3.1), without the colon; 0 for none.
 std::size_t schemeLength(std::string_view text) {
-  if (text.empty() || !isAlpha(text[0])) return 0;
+  if (text.empty() || !isAsciiLetter(text[0])) return 0;
   std::size_t length = 1;
   while (length < text.size() &&
-         (isAlpha(text[length]) || isDigit(text[length]) || isOneOf(text[length], "+-."))) {
+         (isAsciiLetter(text[length]) || isAsciiDigit(text[length]) || isOneOf(text[length], "+-."))) {
     ++length;
   }
   return length < text.size() && text[length] == ':' ? length : 0;
@@ -127,7 +130,7 @@ Authority splitAuthority(std::string_view text) {
 // An empty port, as in "host:", is one by the grammar.
 bool isPort(std::string_view digits) {
   constexpr std::size_t kMostDigits = 5;
-  if (!std::all_of(digits.begin(), digits.end(), isDigit)) return false;
+  if (!std::all_of(digits.begin(), digits.end(), isAsciiDigit)) return false;
   digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
   if (digits.size() > kMostDigits) return false;
   unsigned number = 0;
@@ -146,7 +149,7 @@ std::optional<std::string> asciiHost(std::string_view host) {
   }
   const std::unique_ptr<char, decltype(&idn2_free)> owner(mapped, [](void* memory) { idn2_free(memory); });
   const std::string ascii = mapped;
-  const auto mayStand = [](char c) { return isAlpha(c) || isDigit(c) || isOneOf(c, "-._"); };
+  const auto mayStand = [](char c) { return isAsciiLetter(c) || isAsciiDigit(c) || isOneOf(c, "-._"); };
   if (ascii.empty() || !std::all_of(ascii.begin(), ascii.end(), mayStand)) return std::nullopt;
   return ascii;
 }
@@ -168,22 +171,14 @@ bool needsHost(std::string_view scheme) {
   return std::find(std::begin(kSchemes), std::end(kSchemes), lowerCased(scheme)) != std::end(kSchemes);
 }
 
-// Schemes whose text may start like a port: "tel:112", "javascript:0".
-bool mayStartWithDigits(std::string_view scheme) {
-  static constexpr std::string_view kSchemes[] = {"about",  "callto", "data", "feed", "javascript",
-                                                  "mailto", "sms",    "tel",  "urn"};
-  return std::find(std::begin(kSchemes), std::end(kSchemes), lowerCased(scheme)) != std::end(kSchemes);
-}
-
-// Tells "localhost:8080" and "example.com:80/x" from a scheme: what follows the colon is a port, or the name
-// is one that only a host has.
+// Tells "localhost:8080" and "example.com:80/x", where digits follow the colon of a name that a host may
+// have, from "com.example.app:open" and "tel:112", where the name is a scheme.
 bool isHostWithPort(std::string_view text, std::size_t nameLength) {
   const std::string_view name = text.substr(0, nameLength);
+  if (name.find('.') == std::string_view::npos && lowerCased(name) != "localhost") return false;
   const std::size_t start = nameLength + 1;
-  if (text.substr(start).starts_with("//") || mayStartWithDigits(name)) return false;
-  if (name.find('.') != std::string_view::npos || lowerCased(name) == "localhost") return true;
   const std::string_view port = text.substr(start, authorityEnd(text, start) - start);
-  return !port.empty() && isPort(port);
+  return !port.empty() && std::all_of(port.begin(), port.end(), isAsciiDigit);
 }
 
 // Where "scheme://" stands in front, with the host that follows it.
@@ -207,6 +202,31 @@ std::optional<std::string> repaired(std::string_view text) {
   return escaped(text);
 }
 
+// Places in a text, from `start` up to `end`.
+struct Span {
+  std::size_t start = 0;
+  std::size_t end = 0;
+  bool holds(std::size_t at) const { return at >= start && at < end; }
+};
+
+// Where the authority stands, behind "scheme://" or in front of a bare address; empty without one.
+Span authorityOf(std::string_view text) {
+  const std::size_t scheme = schemeLength(text);
+  if (scheme > 0 && text.substr(scheme).starts_with("://")) {
+    return {scheme + 3, authorityEnd(text, scheme + 3)};
+  }
+  if (scheme > 0 && !isHostWithPort(text, scheme)) return {};
+  return {0, authorityEnd(text, 0)};
+}
+
+// Where a host stands that IDNA has an ASCII form for; empty for any other.
+Span mappableHost(std::string_view text, const Span& authority) {
+  const Authority parts = splitAuthority(text.substr(authority.start, authority.end - authority.start));
+  if (isAscii(parts.host) || !asciiHost(parts.host)) return {};
+  const std::size_t start = authority.start + parts.user.size();
+  return {start, start + parts.host.size()};
+}
+
 bool isUrl(const std::string& text) {
   UriUriA uri;
   const char* errorPosition = nullptr;
@@ -220,29 +240,29 @@ bool isUrl(const std::string& text) {
 }  // namespace
 
 std::optional<Url> urlWithUserTypedString(std::string_view text) {
-  const auto typed = trimmed(text);
-  if (!typed) return std::nullopt;
-  auto url = repaired(*typed);
+  const std::string_view typed = trimmed(text);
+  if (!isOrdinary(typed)) return std::nullopt;
+  auto url = repaired(typed);
   if (!url || !isUrl(*url)) return std::nullopt;
   return Url{String(*url)};
 }
 
-std::string percentEscaped(std::string_view text) {
-  // Brackets may stand around an IPv6 literal alone, "#" before the fragment alone.
-  const std::size_t scheme = schemeLength(text);
-  const bool afterScheme = text.substr(scheme).starts_with("://");
-  const std::size_t hostStart = afterScheme ? scheme + 3 : 0;
-  const std::size_t hostEnd = afterScheme || text.starts_with('[') ? authorityEnd(text, hostStart) : 0;
+std::string percentEscaped(std::string_view given) {
+  const std::string_view text = trimmed(given);
+  const Span authority = authorityOf(text);
+  const Span host = mappableHost(text, authority);
+  const bool mayBeBracketed = authority.start > 0 || text.starts_with('[');
   const std::size_t fragment = text.find('#');
   std::string result;
   result.reserve(text.size());
   for (std::size_t at = 0; at < text.size(); ++at) {
     const char c = text[at];
-    const bool isEscape =
-        c == '%' && text.size() - at > 2 && isHexDigit(text[at + 1]) && isHexDigit(text[at + 2]);
-    const bool isBracket = isOneOf(c, "[]") && at >= hostStart && at < hostEnd;
-    const bool stays = isEscape || isBracket || at == fragment || isAlpha(c) || isDigit(c) ||
-                       isOneOf(c, "-._~:/?@!$&'()*+,;=");
+    const bool isEscape = c == '%' && text.size() - at > 2 && hexDigitValue(text[at + 1]) >= 0 &&
+                          hexDigitValue(text[at + 2]) >= 0;
+    // Brackets may stand around an IPv6 literal alone, "#" before the fragment alone.
+    const bool isBracket = mayBeBracketed && isOneOf(c, "[]") && authority.holds(at);
+    const bool stays = isEscape || isBracket || host.holds(at) || at == fragment || isAsciiLetter(c) ||
+                       isAsciiDigit(c) || isOneOf(c, "-._~:/?@!$&'()*+,;=");
     if (stays) {
       result += c;
     } else {

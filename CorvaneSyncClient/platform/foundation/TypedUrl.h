@@ -12,16 +12,19 @@ namespace corvane {
 ///
 /// White space around the text is dropped. Accepted are "scheme://…", opaque forms of any scheme
 /// ("javascript:", "data:", "mailto:", "about:", …), an absolute path (which becomes a file URL), and a bare
-/// host with optional port, path and query (which gains "http://"); "localhost:8080" and "example.com:80/x"
-/// are hosts, not schemes. A non-ASCII host goes through IDNA 2008 (RFC 5891), other non-ASCII text is
-/// percent-escaped as UTF-8. Text that needs no repair comes back byte for byte.
+/// host with optional port, path and query (which gains "http://"). What stands before a colon is a scheme,
+/// also where it has dots ("com.example.app:open"), unless it is "localhost" or has a dot and a port follows:
+/// "localhost:8080" and "example.com:80/x" are hosts. A non-ASCII host goes through IDNA 2008 (RFC 5891),
+/// other non-ASCII text is percent-escaped as UTF-8. Text that needs no repair comes back byte for byte.
 ///
 /// Answers nothing for raw white space or control characters inside, an empty host, a bad port, a bad IPv6
 /// literal, or anything that is no URL by the grammar of RFC 3986 after these repairs.
 std::optional<Url> urlWithUserTypedString(std::string_view text);
 
-/// Escapes every byte that may not stand in a URL (RFC 3986), and every byte of a non-ASCII character, as
-/// "%XX". Escapes that are there already, and the delimiters of a URL, stay.
+/// The text without white space around it, every byte that may not stand in a URL (RFC 3986) and every byte
+/// of a non-ASCII character written as "%XX". Escapes that are there already and the delimiters of a URL
+/// stay, and so does a non-ASCII host that IDNA can take: `urlWithUserTypedString` turns it into its ASCII
+/// form. White space alone leaves nothing, which is no URL.
 std::string percentEscaped(std::string_view text);
 
 }  // namespace corvane
