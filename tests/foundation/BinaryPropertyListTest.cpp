@@ -59,9 +59,7 @@ TEST(BinaryPropertyList, ReadsEveryKindOfScalar) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.phrase);
-    PropertyListFormat format = PropertyListFormat::xml;
-    EXPECT_EQ(readPropertyList(withObject(row.hex), &format), row.expected);
-    EXPECT_EQ(format, PropertyListFormat::binary);
+    EXPECT_EQ(readPropertyList(withObject(row.hex)), row.expected);
     EXPECT_EQ(again(row.expected), row.expected);
   }
 }

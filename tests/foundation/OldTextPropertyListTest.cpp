@@ -39,9 +39,7 @@ TEST(OldTextPropertyList, ReadsEveryForm) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
-    PropertyListFormat format = PropertyListFormat::xml;
-    EXPECT_EQ(readPropertyList(row.text, &format), row.expected);
-    EXPECT_EQ(format, PropertyListFormat::oldText);
+    EXPECT_EQ(readPropertyList(row.text), row.expected);
   }
 }
 

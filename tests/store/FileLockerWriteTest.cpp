@@ -48,9 +48,7 @@ TEST_F(FileLockerWriteTest, LockFileHoldsWhoAndWhen) {
   ASSERT_EQ(locker.lock(), Result::acquired);
   EXPECT_EQ(lockOnDisk(), ownDetails());
   EXPECT_EQ(locker.lockFileContentsDictionary(), ownDetails());
-  PropertyListFormat format = PropertyListFormat::binary;
-  readPropertyList(contentsOf(lockFile), &format);
-  EXPECT_EQ(format, PropertyListFormat::xml);
+  EXPECT_TRUE(contentsOf(lockFile).starts_with("<?xml"));
   locker.unlock();
 }
 

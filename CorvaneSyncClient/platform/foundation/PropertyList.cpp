@@ -6,6 +6,8 @@ namespace corvane {
 
 namespace {
 
+enum class Flavour { binary, xml, oldText };
+
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 bool isUtf16(std::string_view bytes) {
@@ -18,26 +20,24 @@ bool startsWithData(std::string_view text) {
   return inside.find_first_not_of(" \t\r\n0123456789abcdefABCDEF") == std::string_view::npos;
 }
 
-PropertyListFormat formatOf(std::string_view bytes) {
-  if (bytes.starts_with("bplist")) return PropertyListFormat::binary;
-  if (isUtf16(bytes)) return PropertyListFormat::xml;
+Flavour flavourOf(std::string_view bytes) {
+  if (bytes.starts_with("bplist")) return Flavour::binary;
+  if (isUtf16(bytes)) return Flavour::xml;
   if (bytes.starts_with(kUtf8Mark)) bytes.remove_prefix(kUtf8Mark.size());
   const std::size_t start = bytes.find_first_not_of(" \t\r\n");
-  if (start == std::string_view::npos || bytes[start] != '<') return PropertyListFormat::oldText;
-  return startsWithData(bytes.substr(start)) ? PropertyListFormat::oldText : PropertyListFormat::xml;
+  if (start == std::string_view::npos || bytes[start] != '<') return Flavour::oldText;
+  return startsWithData(bytes.substr(start)) ? Flavour::oldText : Flavour::xml;
 }
 
 }  // namespace
 
-Value readPropertyList(std::string_view bytes, PropertyListFormat* format) {
-  const PropertyListFormat found = formatOf(bytes);
-  if (format) *format = found;
-  switch (found) {
-    case PropertyListFormat::binary:
+Value readPropertyList(std::string_view bytes) {
+  switch (flavourOf(bytes)) {
+    case Flavour::binary:
       return readBinaryPropertyList(bytes);
-    case PropertyListFormat::xml:
+    case Flavour::xml:
       return readXmlPropertyList(bytes);
-    case PropertyListFormat::oldText:
+    case Flavour::oldText:
       break;
   }
   return readOldTextPropertyList(bytes);

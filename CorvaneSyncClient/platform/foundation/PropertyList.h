@@ -8,8 +8,6 @@
 
 namespace corvane {
 
-enum class PropertyListFormat { binary, xml, oldText };
-
 /// Bytes that are no property list. Its reason names the flavour, the offset (in bytes, from 0; for XML also
 /// the line) and the cause, as in "binary property list, offset 1034: string reaches beyond the end of the
 /// data".
@@ -21,9 +19,8 @@ class PropertyListException : public PlatformException {
 
 /// Reads a property list of any flavour: binary (version 00), XML, or the old plain text. Raises
 /// PropertyListException. Takes hostile input: time stays near linear and memory within a small multiple of
-/// the input, whatever the bytes. Nesting beyond `kPropertyListMaximumDepth` containers is refused. `format`,
-/// where given, receives the flavour.
-Value readPropertyList(std::string_view bytes, PropertyListFormat* format = nullptr);
+/// the input, whatever the bytes. Nesting beyond `kPropertyListMaximumDepth` containers is refused.
+Value readPropertyList(std::string_view bytes);
 
 /// Writes the binary flavour: equal scalars and shared containers stand once, dictionaries keep their order.
 /// Raises PropertyListException for what no property list can hold: a URL, and text that is no UTF-8.
