@@ -75,6 +75,9 @@ TEST(SyslogLog, controlCharactersAreEscaped) {
       {"\u2028\u2029", "\\u2028\\u2029"},
       {"back\\slash and 50%", "back\\slash and 50%"},
       {"\xff\xc3\xe2\x80", "\xff\xc3\xe2\x80"},
+      {"\xE2\nFAKE LINE", "\xE2\\nFAKE LINE"},
+      {"\xF0\x9F\x8C\n", "\xF0\x9F\x8C\\n"},
+      {"\xC3\x1b[2J", "\xC3\\x1b[2J"},
       {"", ""},
   };
   for (const Row& row : rows) EXPECT_EQ(logLine(row.message), row.expected);

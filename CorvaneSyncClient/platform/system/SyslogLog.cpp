@@ -2,19 +2,15 @@
 
 #include <syslog.h>
 
+#include <algorithm>
+
+#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+
 namespace corvane {
 
 namespace {
 
 constexpr std::size_t kRoomForMark = 64;
-
-/// How many bytes the UTF-8 character that begins with `first` has; 1 for a byte that begins none.
-std::size_t characterSize(unsigned char first) {
-  if (first >= 0xF0 && first < 0xF8) return 4;
-  if (first >= 0xE0 && first < 0xF0) return 3;
-  if (first >= 0xC2 && first < 0xE0) return 2;
-  return 1;
-}
 
 /// `code` in two hexadecimal digits.
 std::string hexadecimal(unsigned code) {
@@ -43,8 +39,9 @@ std::string logLine(std::string_view message) {
   std::string line;
   std::size_t cut = 0;  // where the line ends if it turns out too long
   for (std::size_t i = 0; i < message.size();) {
+    // Bytes that are no UTF-8 come one by one, so that none takes what follows it along.
     const std::string_view character =
-        message.substr(i, characterSize(static_cast<unsigned char>(message[i])));
+        message.substr(i, std::max<std::size_t>(decodeUtf8(message, i).length, 1));
     line += lineForm(character);
     if (line.size() <= kLogLineLimit - kRoomForMark) cut = line.size();
     if (line.size() > kLogLineLimit) {
