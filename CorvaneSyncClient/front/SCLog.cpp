@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/front/SCLog.h"
 
+#include <exception>
+
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane {
@@ -11,8 +13,13 @@ enum class Switch { notYetRead = -1, off = 0, on = 1 };
 Switch diagnosticSwitch = Switch::notYetRead;
 
 Switch readSwitch() {
-  const std::optional<Value> preference = Platform::current().preferences.value("com.keldra.Corvane", "SCLog");
-  return preference && preference->string() == "YES" ? Switch::on : Switch::off;
+  try {
+    const std::optional<Value> preference =
+        Platform::current().preferences.value("com.keldra.Corvane", "SCLog");
+    return preference && preference->string() == "YES" ? Switch::on : Switch::off;
+  } catch (const std::exception&) {
+    return Switch::off;  // a trace must not be what a run fails of
+  }
 }
 
 }  // namespace

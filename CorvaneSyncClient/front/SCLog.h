@@ -6,18 +6,18 @@
 
 namespace corvane {
 
-// The switchable diagnostic log. It stands on platform/ alone, and is the one header of front/ that every subsystem may
-// include. What must always be seen goes to `systemLog` instead.
+// The switchable diagnostic log. It stands on platform/ alone, and is the one header of front/ that every
+// subsystem may include. What must always be seen goes to `systemLog` instead.
 
-/// Whether the user's preference "SCLog" of domain "com.keldra.Corvane" is the string "YES". Read at the first call and
-/// never again in this process.
+/// Whether the user's preference "SCLog" of domain "com.keldra.Corvane" is the string "YES". Read at the
+/// first call and never again in this process; a store that fails counts as "NO".
 bool SCLogIsOn();
 
 /// Writes one trace line, already built, whether or not the log is on.
 void SCLogWrite(std::string_view message);
 
-/// Writes a formatted trace line to the system log if diagnostics are on. Otherwise the arguments are not even
-/// described.
+/// Writes a formatted trace line to the system log if diagnostics are on. Otherwise the arguments are not
+/// even described.
 template <typename... Arguments>
 void SCLog(std::string_view text, const Arguments&... arguments) {
   if (SCLogIsOn()) SCLogWrite(format(text, arguments...));

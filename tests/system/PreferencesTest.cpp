@@ -63,9 +63,10 @@ TEST(Preferences, whatReadsAsTrue) {
                              Value("True"), Value("1"), Value("-2"), Value("+4"), Value("0.1")}) {
     EXPECT_TRUE(readsAsTrue(value)) << description(value);
   }
-  for (const Value& value : {Value(false), Value(0), Value(0.0), Value("NO"), Value("Y"), Value("false"),
-                             Value("0"), Value("0.0"), Value(""), Value(" 1"), Value("1x"), Value(Array{}),
-                             Value(Dictionary{}), Value(Date{1.0}), Value(Data("1"))}) {
+  for (const Value& value :
+       {Value(false), Value(0), Value(0.0), Value("NO"), Value("Y"), Value("false"), Value("0"), Value("0.0"),
+        Value("nan"), Value("inf"), Value("-infinity"), Value(""), Value(" 1"), Value("1x"), Value(Array{}),
+        Value(Dictionary{}), Value(Date{1.0}), Value(Data("1"))}) {
     EXPECT_FALSE(readsAsTrue(value)) << description(value);
   }
 }
@@ -87,6 +88,17 @@ TEST_F(PropertyListPreferencesFiles, anyFlavour) {
   EXPECT_EQ(valueFrom(writeBinaryPropertyList(values)), Value("text"));
   EXPECT_EQ(valueFrom(writeXmlPropertyList(values)), Value("text"));
   EXPECT_EQ(valueFrom("{ Key = text; }"), Value("text"));
+}
+
+TEST_F(PropertyListPreferencesFiles, aUserWithoutAHomeHasNone) {
+  struct Homeless : FakeProcessInfo {
+    std::string homeDirectory() override {
+      throw PlatformException(NSObjectNotAvailableException, "no home");
+    }
+  } process;
+  PropertyListPreferences preferences(platform.files, process);
+  EXPECT_EQ(preferences.value("d", "Key"), std::nullopt);
+  EXPECT_FALSE(preferences.booleanUserDefault("Key"));
 }
 
 TEST_F(PropertyListPreferencesFiles, anUnreadableFileCountsAsAbsent) {

@@ -46,6 +46,30 @@ TEST(SCLogSwitch, yesLogsEachCallAndPercentSignsInArgumentsLiterally) {
   EXPECT_EQ(logged({{"SCLog", "YES"}}), "1 consulted\nfirst 1\n100% of %@ %s and 2%\nthird");
 }
 
+struct FailingPreferences : Preferences {
+  std::optional<Value> value(const std::string&, const std::string&) override {
+    ++consultations;
+    throw std::runtime_error("broken");
+  }
+  bool booleanUserDefault(const std::string&) override { return false; }
+  int consultations = 0;
+};
+
+TEST(SCLogSwitch, aStoreThatFailsSwitchesOffAndIsConsultedOnce) {
+  EXPECT_EQ(answerOfChild([] {
+              FakePlatform fakes;
+              FailingPreferences preferences;
+              Platform platform{fakes.clock, fakes.uuids, fakes.process,       fakes.files,
+                                preferences, fakes.log,   fakes.notifications, fakes.bundles};
+              const PlatformScope scope(platform);
+              SCLog("first");
+              SCLog("second");
+              return std::to_string(preferences.consultations) + " consulted, " +
+                     std::to_string(fakes.log.diagnostics.size()) + " logged";
+            }),
+            "1 consulted, 0 logged");
+}
+
 class CountedDescription final : public Describable {
  public:
   std::string description() const override { return std::to_string(++count); }

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/system/Preferences.h"
 
 #include <charconv>
+#include <cmath>
 
 #include "CorvaneSyncClient/platform/foundation/Text.h"
 
@@ -8,12 +9,12 @@ namespace corvane {
 
 namespace {
 
-/// Whether the whole text is a decimal number, and not 0.
+/// Whether the whole text is a finite decimal number, and not 0.
 bool isNumberOtherThanZero(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size() && number != 0;
+  return error == std::errc() && end == text.data() + text.size() && std::isfinite(number) && number != 0;
 }
 
 }  // namespace

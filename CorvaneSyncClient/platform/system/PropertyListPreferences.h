@@ -7,7 +7,8 @@
 namespace corvane {
 
 /// Preferences in property lists of any flavour under the home directory. Every call reads the file anew; a
-/// file that cannot be read, is no property list, or holds no dictionary counts as absent.
+/// file that cannot be read, is no property list, or holds no dictionary counts as absent, and so do all
+/// files of a user without a home.
 class PropertyListPreferences : public Preferences {
  public:
   /// Both must outlive this object.
