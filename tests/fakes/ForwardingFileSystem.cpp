@@ -19,7 +19,6 @@ bool isMutating(FileOperation operation) {
     case FileOperation::copy:
     case FileOperation::write:
     case FileOperation::writeAtomically:
-    case FileOperation::setModificationDate:
       return true;
     default:
       return false;
@@ -106,11 +105,6 @@ std::error_code ForwardingFileSystem::copy(const std::string& from, const std::s
   return _files.copy(from, to);
 }
 
-std::error_code ForwardingFileSystem::list(const std::string& path, std::vector<std::string>& names) {
-  if (const std::error_code error = enter(FileOperation::list, path)) return error;
-  return _files.list(path, names);
-}
-
 std::error_code ForwardingFileSystem::read(const std::string& path, std::string& contents) {
   if (const std::error_code error = enter(FileOperation::read, path)) return error;
   return _files.read(path, contents);
@@ -124,11 +118,6 @@ std::error_code ForwardingFileSystem::write(const std::string& path, std::string
 std::error_code ForwardingFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
   if (const std::error_code error = enter(FileOperation::writeAtomically, path)) return error;
   return _files.writeAtomically(path, contents);
-}
-
-std::error_code ForwardingFileSystem::setModificationDate(const std::string& path, Date date) {
-  if (const std::error_code error = enter(FileOperation::setModificationDate, path)) return error;
-  return _files.setModificationDate(path, date);
 }
 
 std::optional<FileSystem::Volume> ForwardingFileSystem::volume(const std::string& path) {

@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/front/SingleRunLock.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "tests/fakes/Files.h"
 #include "tests/fakes/StrictPlatform.h"
 
 namespace corvane {
@@ -29,7 +30,7 @@ class SingleRunLockTest : public ::testing::Test {
   /// A lock that somebody else took so long ago.
   void lockOfAge(double seconds) {
     ASSERT_FALSE(platform.realFiles.makeDirectory(path(), 0700));
-    ASSERT_FALSE(platform.realFiles.setModificationDate(path(), Date{platform.clock.time.seconds - seconds}));
+    ASSERT_FALSE(setModificationDate(path(), Date{platform.clock.time.seconds - seconds}));
   }
   std::optional<Date> date() {
     std::error_code error;

@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/fakes/Files.h"
 
 namespace corvane {
 
@@ -92,7 +93,7 @@ SessionTest::SessionTest() {
 void SessionTest::writeBookmarks(const Dictionary& bookmarks, const std::string& name) {
   const std::string path = directory() + "/" + name;
   ASSERT_FALSE(platform.realFiles.write(path, writeBinaryPropertyList(bookmarks)));
-  ASSERT_FALSE(platform.realFiles.setModificationDate(path, Date{_nextDate}));
+  ASSERT_FALSE(setModificationDate(path, Date{_nextDate}));
   _nextDate += 1.0;
 }
 

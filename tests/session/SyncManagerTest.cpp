@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/fakes/Files.h"
 #include "tests/session/SessionTest.h"
 
 namespace corvane {
@@ -83,7 +84,7 @@ TEST_F(SyncManagerTest, TestClientOfTheMainFileNeedsTheFile) {
 TEST_F(SyncManagerTest, TestClientsNeverCreateFiles) {
   EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Other.plist"));
   std::vector<std::string> names;
-  ASSERT_FALSE(platform.realFiles.list(directory(), names));
+  ASSERT_FALSE(listDirectory(directory(), names));
   EXPECT_THAT(names, IsEmpty());
 }
 

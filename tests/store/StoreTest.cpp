@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/fakes/Files.h"
 
 namespace corvane {
 
@@ -80,7 +81,7 @@ Date StoreTest::dateOf(const std::string& path) {
 }
 
 void StoreTest::setDate(const std::string& path, double seconds) {
-  EXPECT_FALSE(LinuxFileSystem().setModificationDate(path, Date{seconds})) << path;
+  EXPECT_FALSE(setModificationDate(path, Date{seconds})) << path;
 }
 
 std::vector<std::string> StoreTest::listing(const std::string& directory) {

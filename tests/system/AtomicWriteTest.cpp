@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -12,6 +14,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "tests/fakes/Files.h"
 #include "tests/fakes/TemporaryDirectory.h"
 
 namespace {
@@ -22,11 +25,16 @@ struct Fault {
   int error = 0;
 };
 std::map<std::string, Fault>* faults = nullptr;
+constexpr int kNeverReturns = -1;  ///< in place of an error: the process stands still until it is killed
+std::string lastRenamed;           ///< the name that the last rename took away
 
 bool failsNow(const char* function) {
   if (!faults) return false;
   const auto found = faults->find(function);
   if (found == faults->end() || --found->second.callsUntil != 0) return false;
+  if (found->second.error == kNeverReturns) {
+    while (true) pause();
+  }
   errno = found->second.error;
   return true;
 }
@@ -45,7 +53,13 @@ ssize_t write(int file, const void* bytes, size_t size) {
 
 int rename(const char* from, const char* to) noexcept {
   if (failsNow("rename")) return -1;
+  lastRenamed = from;
   return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+  if (failsNow("stat")) return -1;
+  return fstatat(AT_FDCWD, path, status, 0);
 }
 
 int fchmod(int file, mode_t mode) noexcept {
@@ -54,11 +68,6 @@ int fchmod(int file, mode_t mode) noexcept {
 
 int fchown(int file, uid_t user, gid_t group) noexcept {
   return failsNow("fchown") ? -1 : static_cast<int>(syscall(SYS_fchown, file, user, group));
-}
-
-int linkat(int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept {
-  if (failsNow("linkat")) return -1;
-  return static_cast<int>(syscall(SYS_linkat, fromDirectory, from, toDirectory, to, flags));
 }
 
 }  // extern "C"
@@ -77,7 +86,7 @@ class AtomicWrite : public testing::Test {
   }
   std::vector<std::string> names() {
     std::vector<std::string> result;
-    EXPECT_FALSE(files.list(directory.path(), result));
+    EXPECT_FALSE(listDirectory(directory.path(), result));
     return result;
   }
   std::error_code writeWith(std::map<std::string, Fault> given, const std::string& text) {
@@ -110,7 +119,7 @@ TEST_F(AtomicWrite, everyFailureLeavesTheOldFileAndNoOther) {
       {"the mode cannot be kept", "fchmod", 1, EIO},
       {"the file does not reach the disk", "fsync", 1, EIO},
       {"the new file cannot take the place", "rename", 1, EACCES},
-      {"the directory does not reach the disk", "fsync", 2, EIO},
+      {"the old file cannot be looked at", "stat", 1, EACCES},
   };
   ASSERT_FALSE(files.write(path, "the old contents"));
   ASSERT_EQ(chmod(path.c_str(), 0640), 0);
@@ -125,7 +134,7 @@ TEST_F(AtomicWrite, everyFailureLeavesTheOldFileAndNoOther) {
 
 TEST_F(AtomicWrite, everyFailureLeavesNothingWhereNothingWas) {
   for (const auto& [function, call] : std::multimap<std::string, int>{
-           {"write", 1}, {"write", 2}, {"fsync", 1}, {"rename", 1}, {"fsync", 2}}) {
+           {"write", 1}, {"write", 2}, {"fsync", 1}, {"rename", 1}, {"stat", 1}}) {
     EXPECT_TRUE(writeWith({{function, {call, EIO}}}, "new contents")) << function;
     EXPECT_EQ(names(), std::vector<std::string>{}) << function;
   }
@@ -136,9 +145,17 @@ TEST_F(AtomicWrite, interruptionsAndShortWritesAreCarriedThrough) {
   EXPECT_EQ(contents(), "some longer contents");
 }
 
-TEST_F(AtomicWrite, worksWithoutHardLinksAndWithoutDirectoryFsync) {
+TEST_F(AtomicWrite, worksWithoutDirectoryFsync) {
+  for (const int error : {EINVAL, ENOTSUP}) {
+    ASSERT_FALSE(files.write(path, "old"));
+    EXPECT_FALSE(writeWith({{"fsync", {2, error}}}, "new")) << error;
+    EXPECT_EQ(contents(), "new");
+  }
+}
+
+TEST_F(AtomicWrite, aDirectoryThatDoesNotReachTheDiskIsToldAndTheNewFileStands) {
   ASSERT_FALSE(files.write(path, "old"));
-  EXPECT_FALSE(writeWith({{"linkat", {1, EPERM}}, {"fsync", {2, EINVAL}}}, "new"));
+  EXPECT_EQ(writeWith({{"fsync", {2, EIO}}}, "new"), std::errc::io_error);
   EXPECT_EQ(contents(), "new");
   EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }
@@ -177,13 +194,6 @@ TEST_F(AtomicWrite, aLinkItselfIsReplaced) {
   EXPECT_EQ(target, "target");
 }
 
-TEST_F(AtomicWrite, aLinkComesBackWhenTheDirectoryDoesNotReachTheDisk) {
-  ASSERT_EQ(symlink("target", path.c_str()), 0);
-  EXPECT_TRUE(writeWith({{"fsync", {2, EIO}}}, "new"));
-  EXPECT_EQ(files.symbolicLinkDestination(path), "target");
-  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
-}
-
 TEST_F(AtomicWrite, aDirectoryIsNotReplaced) {
   ASSERT_FALSE(files.makeDirectory(path, 0700));
   EXPECT_EQ(files.writeAtomically(path, "new"), std::errc::is_a_directory);
@@ -194,11 +204,81 @@ TEST_F(AtomicWrite, aMissingDirectoryIsAnError) {
   EXPECT_EQ(files.writeAtomically(directory / "none/f", "new"), std::errc::no_such_file_or_directory);
 }
 
+/// A process that stands still in the middle of an atomic write, with its temporary file complete.
+class StuckWriter {
+ public:
+  explicit StuckWriter(const std::string& path) : _child(fork()) {
+    if (_child != 0) return;
+    std::map<std::string, Fault> given{{"rename", {1, kNeverReturns}}};
+    faults = &given;
+    LinuxFileSystem().writeAtomically(path, "half done");
+    _exit(1);
+  }
+  void kill() {
+    if (_child <= 0) return;
+    ::kill(std::exchange(_child, 0), SIGKILL);
+    wait(nullptr);
+  }
+  ~StuckWriter() { kill(); }
+
+ private:
+  pid_t _child;
+};
+
+class KilledWriter : public AtomicWrite {
+ protected:
+  /// Waits until `count` names stand in the directory.
+  bool waitForNames(std::size_t count) {
+    for (int i = 0; i < 10'000 && names().size() != count; ++i) usleep(1000);
+    return names().size() == count;
+  }
+};
+
+TEST_F(KilledWriter, itsLeftoversGoAtTheNextWrite) {
+  ASSERT_FALSE(files.write(path, "old"));
+  StuckWriter writer(path);
+  ASSERT_TRUE(waitForNames(2));
+  writer.kill();
+  EXPECT_EQ(contents(), "old");
+  EXPECT_TRUE(names().front().starts_with(".corvane-")) << names().front();
+  EXPECT_EQ(writeWith({{"fsync", {1, EIO}}}, "new"), std::errc::io_error);
+  EXPECT_EQ(names().size(), 2u) << "a write that fails removes nothing";
+  ASSERT_FALSE(files.writeAtomically(path, "new"));
+  EXPECT_EQ(contents(), "new");
+  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+}
+
+TEST_F(KilledWriter, theFileOfALivingWriterStays) {
+  StuckWriter writer(path);
+  ASSERT_TRUE(waitForNames(1));
+  ASSERT_FALSE(files.writeAtomically(path, "new"));
+  EXPECT_EQ(names().size(), 2u);
+  writer.kill();
+  ASSERT_FALSE(files.writeAtomically(path, "newer"));
+  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+}
+
+TEST_F(KilledWriter, leftoversOfOtherFilesStay) {
+  StuckWriter writer(directory / "Other.plist");
+  ASSERT_TRUE(waitForNames(1));
+  writer.kill();
+  for (const char* name : {".corvane-", ".corvane-1-1.tmp", ".corvane-notes.tmp"}) {
+    ASSERT_FALSE(files.write(directory / name, ""));
+  }
+  ASSERT_FALSE(files.writeAtomically(path, "new"));
+  EXPECT_EQ(names().size(), 5u);
+  ASSERT_FALSE(files.writeAtomically(directory / "Other.plist", "new"));
+  EXPECT_EQ(names(), (std::vector<std::string>{".corvane-", ".corvane-1-1.tmp", ".corvane-notes.tmp",
+                                               "Bookmarks.plist", "Other.plist"}));
+}
+
 TEST_F(AtomicWrite, namesLeftBehindAreNotUsed) {
+  ASSERT_FALSE(files.writeAtomically(path, "old"));
   // What an earlier process with this process's number may have left behind.
-  for (int i = 1; i <= 50; ++i) {
-    ASSERT_FALSE(files.write(
-        directory / (".corvane-" + std::to_string(getpid()) + "-" + std::to_string(i) + ".tmp"), "leftover"));
+  const std::size_t number = lastRenamed.rfind('-') + 1;
+  const int last = std::stoi(lastRenamed.substr(number));
+  for (int i = last + 1; i <= last + 50; ++i) {
+    ASSERT_FALSE(files.write(lastRenamed.substr(0, number) + std::to_string(i) + ".tmp", "leftover"));
   }
   ASSERT_FALSE(files.writeAtomically(path, "new"));
   EXPECT_EQ(contents(), "new");

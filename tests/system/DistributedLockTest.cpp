@@ -6,6 +6,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/system/DistributedLock.h"
+#include "tests/fakes/Files.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/system/ChildProcess.h"
 
@@ -77,7 +78,7 @@ TEST_F(DistributedLockTest, ofManyProcessesOneGetsIt) {
 TEST_F(DistributedLockTest, lockDateIsTheTimeOfTaking) {
   EXPECT_EQ(lock().lockDate(), std::nullopt);
   ASSERT_TRUE(lock().tryLock());
-  ASSERT_FALSE(platform.realFiles.setModificationDate(path, Date{1234.5}));
+  ASSERT_FALSE(setModificationDate(path, Date{1234.5}));
   EXPECT_EQ(lock().lockDate(), Date{1234.5});
 }
 

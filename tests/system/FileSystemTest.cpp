@@ -2,11 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <functional>
-#include <limits>
+#include <filesystem>
 
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "tests/fakes/Files.h"
 #include "tests/fakes/ForwardingFileSystem.h"
 #include "tests/fakes/TemporaryDirectory.h"
 
@@ -29,9 +28,14 @@ class FileSystemContract : public testing::TestWithParam<bool> {
     EXPECT_TRUE(found) << path << ": " << error.message();
     return found.value_or(FileAttributes{});
   }
+  static mode_t modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+  }
   std::vector<std::string> listed() {
     std::vector<std::string> names;
-    EXPECT_FALSE(files().list(directory.path(), names));
+    EXPECT_FALSE(listDirectory(directory.path(), names));
     return names;
   }
 
@@ -70,16 +74,28 @@ TEST_P(FileSystemContract, tellsWhyItCannotRead) {
   EXPECT_EQ(&files().read(directory / "none", bytes).category(), &std::system_category());
 }
 
+// Two GiB and one byte, none of them on disk.
+TEST_P(FileSystemContract, refusesToReadHugeFiles) {
+  ASSERT_FALSE(files().write(directory / "huge", ""));
+  std::filesystem::resize_file(directory / "huge", (std::uintmax_t{2} << 30) + 1);
+  std::string bytes = "untouched";
+  EXPECT_EQ(files().read(directory / "huge", bytes), std::errc::file_too_large);
+  EXPECT_EQ(bytes, "untouched");
+}
+
+TEST_P(FileSystemContract, attributesIfKnown) {
+  ASSERT_FALSE(files().write(directory / "f", ""));
+  EXPECT_EQ(files().attributesIfKnown(directory / "f")->kind, FileKind::regular);
+  EXPECT_FALSE(files().attributesIfKnown(directory / "none"));
+}
+
 TEST_P(FileSystemContract, attributes) {
   ASSERT_FALSE(files().write(directory / "f", "12345"));
-  ASSERT_EQ(chmod((directory / "f").c_str(), 0640), 0);
   ASSERT_EQ(symlink("f", (directory / "link").c_str()), 0);
   ASSERT_EQ(symlink("none", (directory / "dangling").c_str()), 0);
   ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
   EXPECT_EQ(attributesOf(directory / "f").kind, FileKind::regular);
-  EXPECT_EQ(attributesOf(directory / "f").size, 5u);
-  EXPECT_EQ(attributesOf(directory / "f").mode, 0640u);
-  EXPECT_EQ(attributesOf(directory / "link").size, 5u);  // links are followed
+  EXPECT_EQ(attributesOf(directory / "link").kind, FileKind::regular);  // links are followed
   EXPECT_EQ(attributesOf(directory.path()).kind, FileKind::directory);
   EXPECT_EQ(attributesOf(directory / "fifo").kind, FileKind::other);
   std::error_code error;
@@ -94,23 +110,14 @@ TEST_P(FileSystemContract, datesKeepTheirFractionsBothWays) {
   const double dates[] = {0.0,  1000.0,         800'000'000.125,  800'000'000.1234567, 817'000'123.000000119,
                           -0.5, -978'307'200.0, -1'000'000'000.25};
   for (const double seconds : dates) {
-    ASSERT_FALSE(files().setModificationDate(directory / "f", Date{seconds}));
+    ASSERT_FALSE(setModificationDate(directory / "f", Date{seconds}));
     EXPECT_EQ(attributesOf(directory / "f").modificationDate.seconds, seconds);
   }
 }
 
-TEST_P(FileSystemContract, refusesDatesThatTheSystemCannotHold) {
-  ASSERT_FALSE(files().write(directory / "f", ""));
-  for (const double seconds : {std::numeric_limits<double>::quiet_NaN(), 1e300, -1e300}) {
-    EXPECT_EQ(files().setModificationDate(directory / "f", Date{seconds}), std::errc::invalid_argument)
-        << seconds;
-  }
-  EXPECT_EQ(files().setModificationDate(directory / "none", Date{0}), std::errc::no_such_file_or_directory);
-}
-
 TEST_P(FileSystemContract, makesOneDirectoryOnce) {
   EXPECT_FALSE(files().makeDirectory(directory / "d", 0700));
-  EXPECT_EQ(attributesOf(directory / "d").mode, 0700u);
+  EXPECT_EQ(modeOf(directory / "d"), 0700u);
   EXPECT_EQ(files().makeDirectory(directory / "d", 0700), std::errc::file_exists);
   EXPECT_EQ(files().makeDirectory(directory / "x/y", 0700), std::errc::no_such_file_or_directory);
 }
@@ -138,20 +145,11 @@ TEST_P(FileSystemContract, copyKeepsContentsAndMode) {
   ASSERT_EQ(chmod((directory / "a").c_str(), 0604), 0);
   EXPECT_FALSE(files().copy(directory / "a", directory / "b"));
   EXPECT_EQ(contents(directory / "b"), "text");
-  EXPECT_EQ(attributesOf(directory / "b").mode, 0604u);
+  EXPECT_EQ(modeOf(directory / "b"), 0604u);
   EXPECT_EQ(files().copy(directory / "a", directory / "b"), std::errc::file_exists);
   EXPECT_EQ(files().copy(directory.path(), directory / "c"), std::errc::is_a_directory);
   EXPECT_EQ(files().copy(directory / "none", directory / "c"), std::errc::no_such_file_or_directory);
   EXPECT_EQ(listed(), (std::vector<std::string>{"a", "b"}));
-}
-
-TEST_P(FileSystemContract, listsSortedAndWithHiddenNames) {
-  for (const char* name : {"b", "a", ".h", "ä"}) ASSERT_FALSE(files().write(directory / name, ""));
-  EXPECT_EQ(listed(), (std::vector<std::string>{".h", "a", "b", "ä"}));
-  std::vector<std::string> names{"untouched"};
-  EXPECT_EQ(files().list(directory / "none", names), std::errc::no_such_file_or_directory);
-  EXPECT_EQ(files().list(directory / "a", names), std::errc::not_a_directory);
-  EXPECT_EQ(names, std::vector<std::string>{"untouched"});
 }
 
 TEST_P(FileSystemContract, writesAtomically) {

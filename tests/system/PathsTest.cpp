@@ -21,6 +21,12 @@ TEST(Paths, joined) {
   }
 }
 
+TEST(Paths, withoutTrailingSlashes) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"/a/b//", "/a/b"}, {"/a", "/a"}, {"//", "/"}, {"", ""}};
+  for (const auto& [path, expected] : rows) EXPECT_EQ(withoutTrailingSlashes(path), expected) << path;
+}
+
 TEST(Paths, standardized) {
   struct Row {
     const char* path;

@@ -1,59 +1,91 @@
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 
+#include <charconv>
+#include <climits>
+#include <memory>
+
+#include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 
 // An atomic write in steps: a temporary file beside the target takes the contents and reaches the disk; a
-// second hard link keeps hold of the old file; a rename puts the new file in its place; the directory reaches
-// the disk; the second link goes. Should the directory not reach the disk, the second link is renamed back.
+// rename puts it in the target's place; the directory reaches the disk. Then the temporary files go that
+// writers of the same target left behind when they were killed.
 
 namespace corvane {
 
 namespace {
+
+constexpr int kNameTries = 1000;
 
 /// A name in the target's directory that is removed again when this object goes, unless it was given up.
 class TemporaryName {
  public:
   TemporaryName() = default;
   explicit TemporaryName(std::string path) : _path(std::move(path)) {}
-  TemporaryName(TemporaryName&& other) noexcept : _path(std::exchange(other._path, {})) {}
+  TemporaryName(const TemporaryName&) = delete;
   TemporaryName& operator=(TemporaryName&& other) noexcept {
     std::swap(_path, other._path);
     return *this;
   }
   ~TemporaryName() {
-    if (!_path.empty()) ::unlink(_path.c_str());  // nothing better can be done about a name that stays
+    if (!_path.empty())
+      ::unlink(_path.c_str());  // a name that stays is a leftover, which a later write removes
   }
 
   const std::string& path() const { return _path; }
-  explicit operator bool() const { return !_path.empty(); }
   void giveUp() { _path.clear(); }
 
  private:
   std::string _path;
 };
 
-constexpr int kNameTries = 1000;
+std::error_code errorOf(int result) { return result == 0 ? std::error_code() : lastSystemError(); }
 
-std::string directoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+/// The directory that holds `path`, and the last component.
+struct Place {
+  std::string directory;
+  std::string name;
+
+  explicit Place(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    directory = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    name = slash == std::string::npos ? path : path.substr(slash + 1);
+  }
+};
+
+/// Where process ids mean what they mean here: this machine, and the set of processes that this one sees.
+std::string processSpace() {
+  char host[HOST_NAME_MAX + 1] = {};
+  ::gethostname(host, sizeof host - 1);  // without a name all nameless machines look the same
+  struct stat space {};
+  ::stat("/proc/self/ns/pid", &space);  // 0 without that file system
+  return std::string(host) + '/' + std::to_string(space.st_ino);
 }
 
-/// A hidden name that no other write of this process has had. Names left behind by a crashed process of the
-/// same id are passed over by whoever creates the file.
-std::string nextHiddenName(const std::string& directory) {
+/// How the names of temporary files for one target begin: with a hash of the target's name, which could
+/// itself be too long, and of where the process id that follows is one. The same in every process.
+std::string temporaryPrefix(const std::string& targetName) {
+  const std::uint64_t hash = sipHash({}, targetName + '/' + processSpace());
+  char digits[17];
+  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash));
+  return std::string(".corvane-") + digits + '-';
+}
+
+/// A name that no other write of this process has had. Names left behind by a killed process of the same id
+/// are passed over by whoever creates the file.
+std::string nextTemporaryName(const std::string& prefix) {
   static unsigned counter = 0;
-  return joinedPath(directory,
-                    ".corvane-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) + ".tmp");
+  return prefix + std::to_string(::getpid()) + '-' + std::to_string(++counter) + ".tmp";
 }
 
-std::error_code createTemporary(const std::string& directory, mode_t mode, FileDescriptor& file,
-                                TemporaryName& name) {
+std::error_code createTemporary(const Place& place, mode_t mode, FileDescriptor& file, TemporaryName& name) {
+  const std::string prefix = temporaryPrefix(place.name);
   for (int i = 0; i < kNameTries; ++i) {
-    const std::string path = nextHiddenName(directory);
+    const std::string path = joinedPath(place.directory, nextTemporaryName(prefix));
     file = FileDescriptor(retryingInterrupted(
         [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode); }));
     if (file) {
@@ -65,63 +97,78 @@ std::error_code createTemporary(const std::string& directory, mode_t mode, FileD
   return {EEXIST, std::system_category()};
 }
 
+/// The process that made the temporary file `name`; 0 when it is none of this target's.
+pid_t makerOf(std::string_view name, const std::string& prefix) {
+  if (!name.starts_with(prefix) || !name.ends_with(".tmp")) return 0;
+  name.remove_prefix(prefix.size());
+  pid_t process = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
+  return error == std::errc() && process > 0 && *end == '-' ? process : 0;
+}
+
+/// Removes temporary files for the target whose makers are dead. No failure is told: the write itself is
+/// done, and what stays now goes at the next one.
+void removeLeftovers(const Place& place) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(place.directory.c_str()), &::closedir);
+  if (!directory) return;
+  const std::string prefix = temporaryPrefix(place.name);
+  while (const dirent* entry = ::readdir(directory.get())) {
+    const pid_t maker = makerOf(entry->d_name, prefix);
+    if (maker != 0 && ::kill(maker, 0) != 0 && errno == ESRCH) {
+      ::unlinkat(::dirfd(directory.get()), entry->d_name, 0);
+    }
+  }
+}
+
 /// Gives `file` the old file's owner, as far as permitted, and its mode.
 std::error_code takeOver(const FileDescriptor& file, const struct stat& old) {
-  if (::fchown(file.number(), old.st_uid, old.st_gid) != 0 &&
-      ::fchown(file.number(), static_cast<uid_t>(-1), old.st_gid) != 0) {
-    errno = 0;  // an ordinary user cannot give files away: the new file is then the user's own
-  }
-  return ::fchmod(file.number(), old.st_mode & 07777) == 0 ? std::error_code() : lastSystemError();
+  // An ordinary user cannot give files away, and a group only to one of the user's: what cannot be kept
+  // becomes the user's own.
+  [[maybe_unused]] const bool isKept = ::fchown(file.number(), old.st_uid, old.st_gid) == 0 ||
+                                       ::fchown(file.number(), static_cast<uid_t>(-1), old.st_gid) == 0;
+  return errorOf(::fchmod(file.number(), old.st_mode & 07777));
 }
 
 std::error_code synchronize(const FileDescriptor& file) {
-  return retryingInterrupted([&] { return ::fsync(file.number()); }) == 0 ? std::error_code()
-                                                                          : lastSystemError();
+  return errorOf(retryingInterrupted([&] { return ::fsync(file.number()); }));
 }
 
-/// Some file systems have no fsync for directories and answer EINVAL: there is nothing to wait for then.
+/// Some file systems have no fsync for directories and say so: there is nothing to wait for then.
 std::error_code synchronizeDirectory(const FileDescriptor& directory) {
   const std::error_code error = synchronize(directory);
-  return error.value() == EINVAL ? std::error_code() : error;
+  return error.value() == EINVAL || error.value() == ENOTSUP ? std::error_code() : error;
 }
 
-/// A second link to what stands at `path`; none where nothing stands there or the file system has no hard
-/// links.
-TemporaryName keepHold(const std::string& path, const std::string& directory) {
-  for (int i = 0; i < kNameTries; ++i) {
-    const std::string name = nextHiddenName(directory);
-    if (::linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name.c_str(), 0) == 0) return TemporaryName(name);
-    if (errno != EEXIST) break;
-  }
-  return TemporaryName();
+/// What stands at `path`, links followed; `hasOld` tells whether it is a regular file. Nothing being there is
+/// no error.
+std::error_code examineOld(const std::string& path, struct stat& old, bool& hasOld) {
+  hasOld = ::stat(path.c_str(), &old) == 0;
+  if (!hasOld) return errno == ENOENT ? std::error_code() : lastSystemError();
+  hasOld = S_ISREG(old.st_mode);
+  return {};
 }
 
-std::error_code replace(const std::string& path, const std::string& directoryPath, TemporaryName& temporary) {
-  FileDescriptor directory(
-      retryingInterrupted([&] { return ::open(directoryPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+std::error_code putInPlace(const std::string& path, const Place& place, TemporaryName& temporary) {
+  const FileDescriptor directory(retryingInterrupted(
+      [&] { return ::open(place.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (!directory) return lastSystemError();
-  struct stat before {};
-  const bool stood = ::lstat(path.c_str(), &before) == 0;
-  TemporaryName old = keepHold(path, directoryPath);
   if (::rename(temporary.path().c_str(), path.c_str()) != 0) return lastSystemError();
   temporary.giveUp();
-  const std::error_code error = synchronizeDirectory(directory);
-  if (error && old && ::rename(old.path().c_str(), path.c_str()) == 0) old.giveUp();
-  if (error && !stood) ::unlink(path.c_str());  // the fsync's failure is the one to tell
-  return error;
+  return synchronizeDirectory(directory);
 }
 
 }  // namespace
 
 std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
+  const Place place(path);
   struct stat old {};
-  const bool hasOld = ::stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
-  const std::string directory = directoryOf(path);
+  bool hasOld = false;
+  if (const std::error_code error = examineOld(path, old, hasOld)) return error;
 
   FileDescriptor file;
   TemporaryName temporary;
   // Where an old file has its mode to pass on, nobody else may look in before the new one has it.
-  if (const std::error_code error = createTemporary(directory, hasOld ? 0600 : 0666, file, temporary))
+  if (const std::error_code error = createTemporary(place, hasOld ? 0600 : 0666, file, temporary))
     return error;
   if (const std::error_code error = writeAll(file, contents)) return error;
   if (hasOld) {
@@ -129,7 +176,9 @@ std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::s
   }
   if (const std::error_code error = synchronize(file)) return error;
   if (const std::error_code error = file.close()) return error;
-  return replace(path, directory, temporary);
+  if (const std::error_code error = putInPlace(path, place, temporary)) return error;
+  removeLeftovers(place);
+  return {};
 }
 
 }  // namespace corvane

@@ -1,23 +1,19 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Date.h"
 
 namespace corvane {
 
-enum class FileKind { regular, directory, symbolicLink, other };
+enum class FileKind { regular, directory, other };
 
 struct FileAttributes {
   FileKind kind = FileKind::regular;
   Date modificationDate;  ///< sub-second, as stat answers it
-  std::uint64_t size = 0;
-  unsigned mode = 0;  ///< permission bits
 };
 
 /// Everything that the tool does to files. Operations answer an error code of the system category
@@ -29,6 +25,11 @@ class FileSystem {
 
   /// What stands at `path`, symbolic links followed; nothing, with `error` set, when it cannot be told.
   virtual std::optional<FileAttributes> attributes(const std::string& path, std::error_code& error) = 0;
+  /// As `attributes`, for those who do not care for the cause.
+  std::optional<FileAttributes> attributesIfKnown(const std::string& path) {
+    std::error_code error;
+    return attributes(path, error);
+  }
   /// One level of a symbolic link as it is stored; nothing when `path` is no link.
   virtual std::optional<std::string> symbolicLinkDestination(const std::string& path) = 0;
 
@@ -41,20 +42,21 @@ class FileSystem {
   virtual std::error_code rename(const std::string& from, const std::string& to) = 0;
   /// Copies a regular file's contents and mode; the target must not exist.
   virtual std::error_code copy(const std::string& from, const std::string& to) = 0;
-  /// The names in a directory, without "." and "..", sorted.
-  virtual std::error_code list(const std::string& path, std::vector<std::string>& names) = 0;
 
+  /// Reads all of a regular file. `std::errc::file_too_large` beyond 2 GiB, `std::errc::not_enough_memory`
+  /// where memory does not suffice. `contents` stays as it was on failure.
   virtual std::error_code read(const std::string& path, std::string& contents) = 0;
   /// Writes a new file in place (an old one is truncated), without the guarantees of `writeAtomically`.
   virtual std::error_code write(const std::string& path, std::string_view contents) = 0;
   /// Replaces the file at `path` (a symbolic link itself, not its target) by one with these contents:
   /// temporary file in the same directory, fsync, the old file's mode and where permitted its owner, rename,
-  /// fsync of the directory. Readers see the old file or the new one; once this answers, the new one is
-  /// durable. On failure the old file stands and the temporary file is gone. A new file gets 0666 less the
-  /// umask.
+  /// fsync of the directory. Readers see the old file or the new one; once this answers without an error, the
+  /// new one is durable. A new file gets 0666 less the umask.
+  ///
+  /// On failure the old file stands and the temporary file is gone, but for one case: when the directory's
+  /// fsync fails, the new file stands already and may not survive a loss of power. A process that is killed
+  /// leaves its temporary file, which the next write of the same file on the same machine removes.
   virtual std::error_code writeAtomically(const std::string& path, std::string_view contents) = 0;
-  /// Sets the modification date (and access date), sub-second.
-  virtual std::error_code setModificationDate(const std::string& path, Date date) = 0;
 
   /// The mount point of the file system that holds `path`, and whether that file system is local.
   struct Volume {
@@ -67,6 +69,9 @@ class FileSystem {
 
 /// `path` with a last component added: exactly one slash between them.
 std::string joinedPath(std::string_view directory, std::string_view name);
+
+/// `path` without slashes at its end; "/" stays.
+std::string withoutTrailingSlashes(std::string path);
 
 /// `path` with ".", "..", doubled and trailing slashes, and a leading "~" (the given home) resolved, by text
 /// alone.

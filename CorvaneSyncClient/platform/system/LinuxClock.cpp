@@ -5,11 +5,12 @@
 #include <cmath>
 #include <ctime>
 
+#include "CorvaneSyncClient/platform/system/Timespec.h"
+
 namespace corvane {
 
 namespace {
 
-constexpr long kNanosecondsPerSecond = 1'000'000'000;
 constexpr double kLongestSleep = 1.0e9;  // some thirty years; keeps the sum below within range
 
 }  // namespace
@@ -17,8 +18,7 @@ constexpr double kLongestSleep = 1.0e9;  // some thirty years; keeps the sum bel
 Date LinuxClock::now() {
   timespec time{};
   clock_gettime(CLOCK_REALTIME, &time);  // cannot fail for this clock
-  return Date{static_cast<double>(time.tv_sec) - kSecondsFrom1970To2001 +
-              static_cast<double>(time.tv_nsec) / kNanosecondsPerSecond};
+  return dateOf(time);
 }
 
 void LinuxClock::sleep(double seconds) {

@@ -1,48 +1,27 @@
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cmath>
-#include <memory>
+#include <new>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/Timespec.h"
 
 namespace corvane {
 
 namespace {
 
 constexpr std::size_t kChunk = 256 * 1024;
-constexpr long kNanosecondsPerSecond = 1'000'000'000;
+constexpr std::uint64_t kLargestFile = std::uint64_t{2} << 30;
+// Up to here a file's own word for its size is believed before its bytes have come.
+constexpr std::uint64_t kMostReserved = std::uint64_t{64} << 20;
 
 FileKind kindOf(mode_t mode) {
   if (S_ISREG(mode)) return FileKind::regular;
   if (S_ISDIR(mode)) return FileKind::directory;
-  if (S_ISLNK(mode)) return FileKind::symbolicLink;
   return FileKind::other;
-}
-
-/// Summed in extended precision, so that the date is the double nearest to what the system keeps.
-Date dateOf(const timespec& time) {
-  const long double whole =
-      static_cast<long double>(time.tv_sec) - static_cast<long double>(kSecondsFrom1970To2001);
-  return Date{static_cast<double>(whole + static_cast<long double>(time.tv_nsec) / kNanosecondsPerSecond)};
-}
-
-/// The nearest nanosecond; nothing for a date outside the system's range and for one that is no number.
-std::optional<timespec> timeOf(const Date& date) {
-  const double whole = std::floor(date.seconds);
-  if (!(std::fabs(whole) < 9.0e18)) return std::nullopt;
-  timespec time{};
-  time.tv_sec = static_cast<time_t>(whole) + static_cast<time_t>(kSecondsFrom1970To2001);
-  time.tv_nsec = std::lround((date.seconds - whole) * kNanosecondsPerSecond);
-  if (time.tv_nsec == kNanosecondsPerSecond) {
-    time.tv_nsec = 0;
-    ++time.tv_sec;
-  }
-  return time;
 }
 
 /// Opens a regular file for reading. Anything else is refused, and a FIFO without a writer does not block.
@@ -52,6 +31,28 @@ std::error_code openRegular(const std::string& path, FileDescriptor& file, struc
   if (!file || fstat(file.number(), &status) != 0) return lastSystemError();
   if (S_ISREG(status.st_mode)) return {};
   return {S_ISDIR(status.st_mode) ? EISDIR : EINVAL, std::system_category()};
+}
+
+/// Reads to the end. `expected` is the size that the file claims; memory grows with what really comes.
+std::error_code readAll(const FileDescriptor& file, std::uint64_t expected, std::string& bytes) {
+  if (expected > kLargestFile) return {EFBIG, std::system_category()};
+  // One byte more than the file seems to have shows its end without another enlargement.
+  bytes.reserve(std::min(expected + 1, kMostReserved));
+  std::size_t size = 0;
+  while (true) {
+    if (size == bytes.size()) {
+      const std::size_t larger = size + std::max(size, kChunk);
+      bytes.resize(size < bytes.capacity() ? std::min(larger, bytes.capacity()) : larger);
+    }
+    const ssize_t count =
+        retryingInterrupted([&] { return ::read(file.number(), bytes.data() + size, bytes.size() - size); });
+    if (count < 0) return lastSystemError();
+    if (count == 0) break;
+    size += static_cast<std::size_t>(count);
+    if (size > kLargestFile) return {EFBIG, std::system_category()};
+  }
+  bytes.resize(size);
+  return {};
 }
 
 std::error_code copyContents(const FileDescriptor& from, const FileDescriptor& to) {
@@ -106,10 +107,11 @@ std::optional<FileAttributes> LinuxFileSystem::attributes(const std::string& pat
     return std::nullopt;
   }
   error.clear();
-  return FileAttributes{kindOf(status.st_mode), dateOf(status.st_mtim),
-                        static_cast<std::uint64_t>(status.st_size), status.st_mode & 07777u};
+  return FileAttributes{kindOf(status.st_mode), dateOf(status.st_mtim)};
 }
 
+// No link (EINVAL) and nothing there (ENOENT) are what callers ask about. Any other failure (no permission, a
+// disk's error) will meet the operation that then uses the path itself, and is told there.
 std::optional<std::string> LinuxFileSystem::symbolicLinkDestination(const std::string& path) {
   std::string destination(256, '\0');
   while (true) {
@@ -143,42 +145,20 @@ std::error_code LinuxFileSystem::copy(const std::string& from, const std::string
   return error;
 }
 
-std::error_code LinuxFileSystem::list(const std::string& path, std::vector<std::string>& names) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), &::closedir);
-  if (!directory) return lastSystemError();
-  std::vector<std::string> found;
-  while (true) {
-    errno = 0;
-    const dirent* entry = ::readdir(directory.get());
-    if (!entry) break;
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") found.emplace_back(name);
-  }
-  if (errno != 0) return lastSystemError();
-  std::sort(found.begin(), found.end());
-  names = std::move(found);
-  return {};
-}
-
 std::error_code LinuxFileSystem::read(const std::string& path, std::string& contents) {
   FileDescriptor file;
   struct stat status {};
   if (const std::error_code error = openRegular(path, file, status)) return error;
-  std::string bytes;
-  std::size_t size = 0;
-  // One byte more than the file seems to have shows its end without another enlargement.
-  bytes.resize(static_cast<std::size_t>(status.st_size) + 1);
-  while (true) {
-    const ssize_t count =
-        retryingInterrupted([&] { return ::read(file.number(), bytes.data() + size, bytes.size() - size); });
-    if (count < 0) return lastSystemError();
-    if (count == 0) break;
-    size += static_cast<std::size_t>(count);
-    if (size == bytes.size()) bytes.resize(size * 2 + kChunk);
+  try {
+    std::string bytes;
+    if (const std::error_code error = readAll(file, static_cast<std::uint64_t>(status.st_size), bytes)) {
+      return error;
+    }
+    contents = std::move(bytes);
+    return {};
+  } catch (const std::bad_alloc&) {
+    return {ENOMEM, std::system_category()};
   }
-  bytes.resize(size);
-  contents = std::move(bytes);
-  return {};
 }
 
 std::error_code LinuxFileSystem::write(const std::string& path, std::string_view contents) {
@@ -189,13 +169,6 @@ std::error_code LinuxFileSystem::write(const std::string& path, std::string_view
   if (!error) error = file.close();
   if (error && isNew) ::unlink(path.c_str());  // the first failure is the one to tell
   return error;
-}
-
-std::error_code LinuxFileSystem::setModificationDate(const std::string& path, Date date) {
-  const std::optional<timespec> time = timeOf(date);
-  if (!time) return {EINVAL, std::system_category()};
-  const timespec times[] = {*time, *time};
-  return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0 ? std::error_code() : lastSystemError();
 }
 
 }  // namespace corvane

@@ -13,11 +13,9 @@ class LinuxFileSystem : public FileSystem {
   std::error_code remove(const std::string& path) override;
   std::error_code rename(const std::string& from, const std::string& to) override;
   std::error_code copy(const std::string& from, const std::string& to) override;
-  std::error_code list(const std::string& path, std::vector<std::string>& names) override;
   std::error_code read(const std::string& path, std::string& contents) override;
   std::error_code write(const std::string& path, std::string_view contents) override;
   std::error_code writeAtomically(const std::string& path, std::string_view contents) override;
-  std::error_code setModificationDate(const std::string& path, Date date) override;
   std::optional<Volume> volume(const std::string& path) override;
 };
 

@@ -45,11 +45,6 @@ std::optional<Account> ownAccount() {
   return Account{textOrEmpty(entry.pw_name), textOrEmpty(entry.pw_gecos), textOrEmpty(entry.pw_dir)};
 }
 
-std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
 /// The directory that an environment variable names; nothing when it names none.
 std::optional<std::string> directoryInEnvironment(const char* variable) {
   const std::string path = textOrEmpty(std::getenv(variable));

@@ -37,6 +37,11 @@ std::string joinedPath(std::string_view directory, std::string_view name) {
   return path;
 }
 
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
 std::string standardizedPath(std::string_view givenPath, std::string_view homeDirectory) {
   const std::string path = expandingHome(givenPath, homeDirectory);
   if (path.empty()) return path;

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <memory>
+#include <vector>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
@@ -50,7 +51,8 @@ class TreeRemover {
 
   std::error_code removeFiles() {
     // The stream gets a descriptor of its own, since closing it closes that.
-    FileDescriptor own(::openat(_directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor own(retryingInterrupted(
+        [&] { return ::openat(_directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!own) return lastSystemError();
     const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(own.number()), &::closedir);
     if (!stream) return lastSystemError();
@@ -111,11 +113,6 @@ class TreeRemover {
   std::vector<Level> _levels;
   FileDescriptor _directory;  // the innermost level
 };
-
-std::string withoutTrailingSlashes(const std::string& path) {
-  const std::size_t last = path.find_last_not_of('/');
-  return last == std::string::npos ? path : path.substr(0, last + 1);
-}
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/fakes/Files.h"
 #include "tests/session/ScriptedLoomer.h"
 #include "tests/tool/scenario/Session.h"
 
@@ -83,7 +84,7 @@ class Run {
   void writeBookmarks(const Dictionary& bookmarks, const std::optional<Date>& date) {
     const std::string path = bookmarksPath();
     require(_platform.realFiles.write(path, writeBinaryPropertyList(bookmarks)), path);
-    if (date) require(_platform.realFiles.setModificationDate(path, *date), path);
+    if (date) require(setModificationDate(path, *date), path);
   }
 
   std::error_code beforeFileOperation(const ForwardingFileSystem::Call& call) {
@@ -125,7 +126,7 @@ class Run {
   Array backups() {
     const std::string path = directory() + "/backup";
     std::vector<std::string> names;
-    if (std::filesystem::is_directory(path)) require(_platform.realFiles.list(path, names), path);
+    if (std::filesystem::is_directory(path)) require(listDirectory(path, names), path);
     return stringArray(names);
   }
 
