@@ -103,6 +103,12 @@ TEST_F(Bundles, withoutAUsableLibrary) {
     EXPECT_FALSE(bundle->hasClass("NuvoloClient")) << name;
     EXPECT_EQ(bundle->classMethod("NuvoloClient", "startSync"), nullptr) << name;
   }
+  // A bundle without a library is nothing special.
+  ASSERT_EQ(platform.log.messages.size(), 1u);
+  const std::string library = root + "/Broken.bundle/libBroken.so";
+  EXPECT_TRUE(platform.log.messages[0].starts_with("Can't open library " + library + ": "))
+      << platform.log.messages[0];
+  EXPECT_NE(platform.log.messages[0].find("file too short"), std::string::npos) << "the system's own cause";
 }
 
 TEST_F(Bundles, resources) {

@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/ExportedSymbols.h"
+#include "CorvaneSyncClient/platform/system/SystemLog.h"
 
 namespace corvane {
 
@@ -42,7 +43,9 @@ std::vector<std::string> DlopenBundle::resourceDirectories() const {
 bool DlopenBundle::load() {
   for (const std::string& path : libraryPaths()) {
     if (_library) break;
+    if (!_files.attributesIfKnown(path)) continue;
     _library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (!_library) systemLog("Can't open library %@: %@", path, dlerror());
   }
   return _library != nullptr;
 }
@@ -62,8 +65,7 @@ Bundle::ClassMethod DlopenBundle::classMethod(const std::string& className, cons
 std::optional<std::string> DlopenBundle::resource(const std::string& name, const std::string& type) {
   for (const std::string& directory : resourceDirectories()) {
     const std::string path = joinedPath(directory, name + "." + type);
-    std::error_code error;
-    const std::optional<FileAttributes> attributes = _files.attributes(path, error);
+    const std::optional<FileAttributes> attributes = _files.attributesIfKnown(path);
     if (attributes && attributes->kind == FileKind::regular) return path;
   }
   return std::nullopt;

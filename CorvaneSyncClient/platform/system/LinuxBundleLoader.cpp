@@ -74,8 +74,7 @@ LinuxBundleLoader::LinuxBundleLoader(FileSystem& files, const std::string& execu
       _own(files, ownBundlePath(executable, _browser), _languages) {}
 
 bool LinuxBundleLoader::isDirectory(const std::string& path) {
-  std::error_code error;
-  const std::optional<FileAttributes> attributes = _files.attributes(path, error);
+  const std::optional<FileAttributes> attributes = _files.attributesIfKnown(path);
   return attributes && attributes->kind == FileKind::directory;
 }
 
