@@ -3,7 +3,6 @@
 #include "CorvaneSyncClient/platform/loomer/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
-#include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Commands.h"
 #include "tools/loomerctl/Describe.h"
 #include "tools/loomerctl/Store.h"
@@ -65,7 +64,7 @@ void writeRefusal(JsonWriter& json, const std::optional<Refusal>& refusal) {
 }
 
 struct StoreView {
-  std::uint64_t bytes = 0;
+  std::int64_t bytes = 0;
   std::int64_t formatVersion = 0;
   TruthState truth;
   std::int64_t folders = 0, bookmarks = 0, tombstones = 0, sessions = 0;
@@ -73,20 +72,11 @@ struct StoreView {
   const ClientView* lastSynced = nullptr;
 };
 
-/// With the write-ahead log, which may hold the greater part.
-std::uint64_t bytesOnDisk(const std::string& path) {
-  std::uint64_t bytes = 0;
-  for (const char* suffix : {"", "-wal"}) {
-    std::error_code error;  // a log that is not there has no size
-    if (const auto file = Platform::current().files.attributes(path + suffix, error)) bytes += file->size;
-  }
-  return bytes;
-}
-
 StoreView storeView(TruthStore& store) {
   Database& database = store.database();
   StoreView view;
-  view.bytes = bytesOnDisk(store.path());
+  view.bytes = database.integer("PRAGMA page_count", "read its size") *
+               database.integer("PRAGMA page_size", "read its size");
   view.formatVersion = database.integer("PRAGMA user_version", "read its version");
   view.truth = RecordTable(store).state();
   view.folders =
@@ -147,7 +137,7 @@ void printStatus(Output& out, const StoreView& view, const std::string& path) {
     out.write(text + '\n');
   };
   const auto count = [](std::int64_t number) { return static_cast<std::size_t>(number); };
-  line("Store", printable(path) + " (" + sizeText(view.bytes) + ")");
+  line("Store", printable(path) + " (" + sizeText(static_cast<std::uint64_t>(view.bytes)) + ")");
   line("Bookmarks", countText(count(view.bookmarks), "bookmark", "bookmarks") + " in " +
                         countText(count(view.folders), "folder", "folders") + "; " +
                         countText(count(view.tombstones), "deletion", "deletions") + " remembered");

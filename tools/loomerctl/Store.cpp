@@ -1,5 +1,8 @@
 #include "tools/loomerctl/Store.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandLine.h"
@@ -11,12 +14,11 @@ std::string storePath() { return loomer::storePathForHome(Platform::current().pr
 std::unique_ptr<loomer::TruthStore> openStore() {
   const std::string path = storePath();
   std::error_code error;
-  const auto attributes = Platform::current().files.attributes(path, error);
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
   const bool missing = error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
-  if (!attributes && !missing)
-    throw Refused{"Cannot look at the store " + path + ": " + error.message() + '.'};
+  if (error && !missing) throw Refused{"Cannot look at the store " + path + ": " + error.message() + '.'};
   // An empty file is what is left of a store that was never finished.
-  if (!attributes || attributes->size == 0) {
+  if (missing || size == 0) {
     throw Refused{"There is no store yet: " + path +
                   " does not exist. The first sync, or `loomerctl import`, makes it."};
   }
