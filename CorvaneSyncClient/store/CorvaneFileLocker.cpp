@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -22,21 +23,13 @@ PlatformException notAvailable(std::string reason) {
   return PlatformException(NSObjectNotAvailableException, std::move(reason));
 }
 
-const Dictionary* pointerTo(const std::optional<Dictionary>& dictionary) {
-  return dictionary ? &*dictionary : nullptr;
-}
-
 std::optional<std::int32_t> processIdIn(const Dictionary& lockDictionary) {
-  const Value* value = lockDictionary.find(kLockFileProcessID);
-  if (!value || value->as<bool>()) return std::nullopt;
-  return value->integer32();
+  return lockDictionary.integer32(kLockFileProcessID);
 }
 
 std::optional<Date> modificationDateOf(const std::string& path) {
-  std::error_code error;
-  const auto attributes = Platform::current().files.attributes(path, error);
-  if (!attributes) return std::nullopt;
-  return attributes->modificationDate;
+  const auto attributes = Platform::current().files.attributesIfKnown(path);
+  return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
 }
 
 // The file system's own idea of now: the date of a file just made in `directory`.
@@ -52,14 +45,13 @@ std::optional<Date> currentDateOnFileSystem(const std::string& directory) {
 std::error_code makeDirectoryWithIntermediates(const std::string& path) {
   FileSystem& files = Platform::current().files;
   std::vector<std::string> missing;
-  std::error_code error;
-  for (std::string at = path; !at.empty() && !files.attributes(at, error);) {
+  for (std::string at = path; !at.empty() && !files.attributesIfKnown(at);) {
     missing.push_back(at);
     const std::size_t slash = at.find_last_of('/');
     at.resize(slash == std::string::npos ? 0 : slash);
   }
   for (; !missing.empty(); missing.pop_back()) {
-    error = files.makeDirectory(missing.back(), kEverybody);
+    const std::error_code error = files.makeDirectory(missing.back(), kEverybody);
     if (error && error != std::errc::file_exists) return error;
   }
   return {};
@@ -229,16 +221,19 @@ void CorvaneFileLocker::writeLockFile() {
   throw notAvailable(format("Could not write lock info file for file in %@", _path));
 }
 
-// Whether "details.plist" was written and can be read back.
+// Whether "details.plist" was written and can be read back. The system log says which file was not, and why.
 bool CorvaneFileLocker::tryWritingLockFile(const Dictionary& lockDictionary) const {
-  std::string contents;
+  std::string cause;
   try {
-    contents = writeXmlPropertyList(lockDictionary);
-  } catch (const PropertyListException&) {
-    return false;  // a name that XML cannot carry; the dictionary is logged after the last try
+    const std::error_code error =
+        Platform::current().files.writeAtomically(lockFilePath(), writeXmlPropertyList(lockDictionary));
+    if (!error && lockFileContentsDictionary()) return true;
+    cause = error ? error.message() : "it cannot be read back";
+  } catch (const PropertyListException& exception) {
+    cause = exception.reason();  // a name that XML cannot carry
   }
-  if (Platform::current().files.writeAtomically(lockFilePath(), contents)) return false;
-  return lockFileContentsDictionary().has_value();
+  systemLog("Could not write %@: %@", lockFilePath(), cause);
+  return false;
 }
 
 std::optional<Dictionary> CorvaneFileLocker::lockFileContentsDictionary() const {

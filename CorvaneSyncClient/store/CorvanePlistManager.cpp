@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/store/CorvanePlistManager.h"
 
 #include "CorvaneSyncClient/front/SCLog.h"
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -21,22 +22,21 @@ std::string localized(const char* key, const Arguments&... arguments) {
                 arguments...);
 }
 
-std::optional<FileAttributes> attributesOf(const std::string& path) {
-  std::error_code error;
-  return Platform::current().files.attributes(path, error);
+std::optional<FileAttributes> attributesIfKnown(const std::string& path) {
+  return Platform::current().files.attributesIfKnown(path);
 }
 
 bool isFile(const std::string& path) {
-  const auto attributes = attributesOf(path);
+  const auto attributes = attributesIfKnown(path);
   return attributes && attributes->kind != FileKind::directory;
 }
 
 double secondsOf(const std::optional<Date>& date) { return date ? date->seconds : 0.0; }
-const Date* pointerTo(const std::optional<Date>& date) { return date ? &*date : nullptr; }
 
+// The number under `key`, booleans as 1 and 0; null for anything else.
 const Value* numberIn(const Dictionary& dictionary, const char* key) {
   const Value* value = dictionary.find(key);
-  return value && value->isNumber() && !value->as<bool>() ? value : nullptr;
+  return value && value->isNumber() ? value : nullptr;
 }
 
 void reportUnreadable(const std::string& path, const std::string& cause) {
@@ -55,7 +55,7 @@ CorvanePlistManager::CorvanePlistManager(std::string directory, std::string file
     : _directory(std::move(directory)),
       _filename(std::move(filename)),
       _path(format("%@/%@", _directory, _filename)) {
-  if (attributesOf(_directory)) return;
+  if (attributesIfKnown(_directory)) return;
   const std::error_code error = Platform::current().files.makeDirectory(_directory, kOwnerWrites);
   if (!error || error == std::errc::file_exists) return;
   throw PlatformException(NSObjectNotAvailableException,
@@ -125,6 +125,8 @@ void CorvanePlistManager::_saveGuarded(const Dictionary* bookmarks, bool checkIf
   } catch (const PlatformException& exception) {
     SCLog("Exception %@ occured trying to save bookmarks: %@", exception.name(), exception.reason());
     save.raised = std::current_exception();
+  } catch (...) {
+    save.raised = std::current_exception();  // memory that ran out, for one: the lock must not stay behind
   }
 }
 
@@ -140,12 +142,12 @@ void CorvanePlistManager::_save(const Dictionary* bookmarks, bool checkIfModifie
   if (save.backUp) _saveBackups();
   save.notify = _write(bookmarks);
   if (!save.notify) return;
-  const auto attributes = attributesOf(target);
+  const auto attributes = attributesIfKnown(target);
   save.date = attributes ? attributes->modificationDate : Platform::current().clock.now();
 }
 
 bool CorvanePlistManager::_isUnchanged(const std::string& target) const {
-  const auto attributes = attributesOf(target);
+  const auto attributes = attributesIfKnown(target);
   std::optional<Date> date;
   if (attributes) date = attributes->modificationDate;
   SCLog("SaveBookmarks: mod date %@ (%24.18f), attribute date is %@ (%24.18f)", pointerTo(_modificationDate),
@@ -183,7 +185,7 @@ std::string CorvanePlistManager::_backupPath(int number) const {
 void CorvanePlistManager::_saveBackups() const {
   FileSystem& files = Platform::current().files;
   const std::string directory = format("%@/backup", _directory);
-  if (const auto attributes = attributesOf(directory)) {
+  if (const auto attributes = attributesIfKnown(directory)) {
     if (attributes->kind != FileKind::directory) return;
   } else if (files.makeDirectory(directory, kDefaultMode)) {
     return;

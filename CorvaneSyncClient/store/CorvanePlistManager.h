@@ -21,7 +21,8 @@ namespace corvane {
 /// When the user default "SaveCorvaneBookmarksBackupFiles" is true, a save first copies the old file to
 /// "backup/NAME_1.plist" in the same directory, and shifts earlier copies on up to number 5.
 ///
-/// Raises PlatformException only. For one thread; outlives its lockers, each of which lives for one save.
+/// Raises PlatformException only, but for what the standard library raises (std::bad_alloc). For one thread;
+/// outlives its lockers, each of which lives for one save.
 class CorvanePlistManager final : public CorvaneFileLockerDelegate {
  public:
   /// `initWithDirectory:filename:` Makes the directory if nothing stands there (one level, mode 0755). Raises
@@ -53,7 +54,7 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   ///
   /// Raises NSObjectNotAvailableException when the lock cannot be had within ten seconds, and
   /// NSGenericException when it was stolen meanwhile, by then with the file written. What is raised while
-  /// checking, backing up and writing passes through once the lock is given up.
+  /// checking, backing up and writing, of whatever type, passes through once the lock is given up.
   ///
   /// A symbolic link at the path is itself replaced by a regular file, while dates are those of the link's
   /// old target.

@@ -31,6 +31,13 @@ class FileLockerWriteTest : public StoreTest {
     return "Couldn't write file lock dictionary for " + lockDirectory +
            " - possible bad dictionary format? Dictionary is " + description(details);
   }
+  // The lines of tries that failed, in order, the third one without its last line.
+  std::vector<std::string> triesThatFailed(std::size_t tries, const std::string& cause) const {
+    const std::string line = "Could not write " + lockFile + ": " + cause;
+    std::vector<std::string> lines{line, kTwoTriesLeft, line, kOneTryLeft, line};
+    lines.resize(std::min(2 * tries, lines.size()));
+    return lines;
+  }
   std::string couldNotWriteReason() const {
     return "NSObjectNotAvailableException: Could not write lock info file for file in " + guarded;
   }
@@ -106,6 +113,7 @@ struct WriteCase {
   const char* phrase;
   FileOperation failing;
   int failures;
+  const char* cause;  // as the system log tells it
   friend void PrintTo(const WriteCase& row, std::ostream* out) { *out << row.phrase; }
 };
 
@@ -120,11 +128,11 @@ class FileLockerWriteTable : public FileLockerWriteTest, public testing::WithPar
 
 TEST_P(FileLockerWriteTable, IsTriedThreeTimesOneSecondApart) {
   failTries();
-  const std::vector<std::string> lines{kTwoTriesLeft, kOneTryLeft};
   const std::vector<double> seconds{1.0, 1.0};
   const int retries = std::min(GetParam().failures, 2);
   const Dictionary details = ownDetails();
-  platform.log.expectMessages({lines.begin(), lines.begin() + retries});
+  platform.log.expectMessages(
+      triesThatFailed(static_cast<std::size_t>(GetParam().failures), GetParam().cause));
   if (GetParam().failures < 3) {
     EXPECT_EQ(locker.lock(), Result::acquired);
     EXPECT_EQ(lockOnDisk(), details) << "the date is that of the first try";
@@ -140,11 +148,11 @@ TEST_P(FileLockerWriteTable, IsTriedThreeTimesOneSecondApart) {
 }
 
 const WriteCase kWriteCases[] = {
-    {"writing fails once", FileOperation::writeAtomically, 1},
-    {"writing fails twice", FileOperation::writeAtomically, 2},
-    {"writing fails three times", FileOperation::writeAtomically, 3},
-    {"reading back fails once", FileOperation::read, 1},
-    {"reading back fails three times", FileOperation::read, 3},
+    {"writing fails once", FileOperation::writeAtomically, 1, "Input/output error"},
+    {"writing fails twice", FileOperation::writeAtomically, 2, "Input/output error"},
+    {"writing fails three times", FileOperation::writeAtomically, 3, "Input/output error"},
+    {"reading back fails once", FileOperation::read, 1, "it cannot be read back"},
+    {"reading back fails three times", FileOperation::read, 3, "it cannot be read back"},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, FileLockerWriteTable, testing::ValuesIn(kWriteCases));
@@ -155,7 +163,8 @@ TEST_F(FileLockerWriteTest, FailedWriteThatCannotBeUndone) {
   platform.files.failAlways(FileOperation::writeAtomically, std::errc::no_space_on_device);
   platform.files.failAlways(FileOperation::remove, std::errc::permission_denied);
   platform.files.failAlways(FileOperation::rename, std::errc::permission_denied);
-  platform.log.expectMessages({kTwoTriesLeft, kOneTryLeft, couldNotWrite(ownDetails()),
+  platform.log.expectMessages(triesThatFailed(3, "No space left on device"));
+  platform.log.expectMessages({couldNotWrite(ownDetails()),
                                "Ignoring exception NSObjectNotAvailableException trying to remove lock after "
                                "failing to write file: Can't "
                                "remove existing lock for " +
@@ -168,7 +177,15 @@ TEST_F(FileLockerWriteTest, FailedWriteThatCannotBeUndone) {
 // A dictionary that the lock file's flavour cannot carry fails like a write.
 TEST_F(FileLockerWriteTest, NameThatXmlCannotCarry) {
   platform.process.name = "bell\x07";
-  platform.log.expectMessages({kTwoTriesLeft, kOneTryLeft, couldNotWrite(ownDetails())});
+  std::string cause;
+  try {
+    writeXmlPropertyList(ownDetails());
+  } catch (const PropertyListException& exception) {
+    cause = exception.reason();
+  }
+  ASSERT_NE(cause, "");
+  platform.log.expectMessages(triesThatFailed(3, cause));
+  platform.log.expectMessages({couldNotWrite(ownDetails())});
   EXPECT_EQ(raisedBy([&] { locker.lock(); }), couldNotWriteReason());
 }
 

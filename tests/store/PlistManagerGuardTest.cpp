@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <new>
 
 #include "tests/store/PlistManagerTest.h"
 
@@ -121,9 +122,11 @@ const StolenCase kStolenCases[] = {
        return Dictionary{{kLockFileDate, "today"},
                          {kLockFileProcessName, 1},
                          {kLockFileHostname, Array{"a"}},
-                         {kLockFileProcessID, true}};
+                         {kLockFileProcessID, "31"}};
      },
      "at (null) by (null) on host (null) with pid (null)"},
+    {"a boolean is a number", [] { return detailsOf(true); },
+     "at 2023-03-08 20:26:40 +0000 by browser on host localhost with pid 1"},
     {"without lock info", nullptr, "by another process"},
 };
 
@@ -215,6 +218,17 @@ TEST_P(PlistManagerRaiseTable, IsRaisedAgainAfterTheNotification) {
   EXPECT_EQ(fileOnDisk(), row.written ? mine : bookmarksOf(1));
   EXPECT_EQ(lockOnDisk(), std::nullopt);
   if (fs::exists(guarded + "/backup")) leftOnDisk.push_back("backup/");
+}
+
+// What is no exception of the system's own gives the lock up as well, and passes on as it is.
+TEST_F(PlistManagerGuardTest, MemoryThatRunsOutLeavesNoLockBehind) {
+  putFile(bookmarksOf(1), 1000);
+  duringTheWrite([] { throw std::bad_alloc(); });
+  EXPECT_THROW(manager.saveBookmarks(&mine, false), std::bad_alloc);
+  EXPECT_EQ(fileOnDisk(), bookmarksOf(1));
+  EXPECT_EQ(lockOnDisk(), std::nullopt);
+  EXPECT_EQ(save(), "") << "the next save needs no waiting";
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(0));
 }
 
 // When the lock was stolen besides, the theft is what is raised, and nobody is told of a change.
