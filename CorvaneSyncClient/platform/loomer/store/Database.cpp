@@ -122,7 +122,20 @@ void Statement::bind(int index, bool copied, const std::optional<std::int64_t>& 
   check(sqlite3_bind_null(_statement, index));
 }
 
+namespace {
+
+// There is one thread, and nobody asks for memory statistics: without both SQLite takes no locks of its own.
+// Ignored by a library that somebody has begun to use already, which is then as right and a little slower.
+void configureLibrary() {
+  static const bool configured = sqlite3_config(SQLITE_CONFIG_SINGLETHREAD) == SQLITE_OK &&
+                                 sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) == SQLITE_OK;
+  static_cast<void>(configured);
+}
+
+}  // namespace
+
 Database::Database(std::string path) : _path(std::move(path)) {
+  configureLibrary();
   const int code =
       sqlite3_open_v2(_path.c_str(), &_connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (code != SQLITE_OK) {
