@@ -1,10 +1,25 @@
+#include <malloc.h>
+
 #include "CorvaneSyncClient/front/CommandLine.h"
 #include "CorvaneSyncClient/front/Commands.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
-// One command a run. The services are the process's and live until it ends; what a command makes lives on the
-// stack of that command.
+namespace {
+
+// A run allocates a great many small objects, keeps most of them, and ends: giving memory back to the system
+// in between, and taking large blocks from it one by one, only costs time.
+void tuneAllocator() {
+  mallopt(M_MXFAST, 0);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TOP_PAD, 16 << 20);
+}
+
+}  // namespace
+
+// One command a run. The services are the process's and live until it ends, and so does what a command makes.
 int main(int argc, char** argv) {
+  tuneAllocator();
   const corvane::PlatformScope services(corvane::linuxPlatform());
   return corvane::runCommand(corvane::parseCommandLine(argc, argv));
 }
