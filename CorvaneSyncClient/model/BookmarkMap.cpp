@@ -46,6 +46,7 @@ std::string BookmarkMap::description() const {
   std::string text = "{";
   const char* separator = "";
   for (const auto& [uid, entry] : _entries) {
+    if (text.size() > kDescriptionLimit) return text + "…";
     text +=
         format("%@%@ = %@", separator, uid, entry.node ? entry.node->description() : entry.marker.toString());
     separator = "; ";

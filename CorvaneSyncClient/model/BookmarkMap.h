@@ -52,7 +52,7 @@ class BookmarkMap final : public Describable {
   /// A snapshot: every node copied, every marker kept, in the same order.
   std::unique_ptr<BookmarkMap> scDeepMutableCopy() const;
 
-  /// "{uid = node; …}".
+  /// "{uid = node; uid = node}", cut with "…" beyond kDescriptionLimit.
   std::string description() const override;
 
  private:

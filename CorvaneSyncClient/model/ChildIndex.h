@@ -32,7 +32,6 @@ class ChildIndex {
   /// Removes every occurrence of `uid`; answers whether there was one.
   bool remove(const String& uid);
   std::vector<String> uids() const;
-  BookmarkMap& map() const { return _map; }
 
   /// Marks all fresh items that name a uid, of whichever list, as stale: `first` is the first of them, as the
   /// map keeps it, and becomes null.

@@ -77,9 +77,15 @@ void ChildList::remove(const String& uid, BookmarkMap* folderMap) {
 
 std::string ChildList::description() const {
   if (!_present) return "(null)";
-  Array list;
-  for (const String& uid : *uids()) list.append(uid);
-  return corvane::description(list);
+  std::string text = "(";
+  const char* separator = "";
+  for (const String& uid : *uids()) {
+    if (text.size() > kDescriptionLimit) return text + "…";
+    text += separator;
+    text += uid.view();
+    separator = ", ";
+  }
+  return text + ")";
 }
 
 std::vector<String>& ChildList::walkedList() {

@@ -29,7 +29,7 @@ class ChildList final : public Describable {
   /// Removes every occurrence of `uid`.
   void remove(const String& uid, BookmarkMap* folderMap);
 
-  /// "(uid, uid)", "(null)" when absent.
+  /// "(uid, uid)", "(null)" when absent; cut with "…" beyond kDescriptionLimit.
   std::string description() const override;
 
  private:

@@ -110,6 +110,16 @@ TEST_F(ModelLogTest, FirstChildIsTraced) {
                                    "Corvane - new children (A)"));
 }
 
+TEST_F(ModelLogTest, LongDescriptionsAreCut) {
+  CorvaneBookmarkFolder folder("F");
+  folder.setChildren(std::vector<String>(100'000, "some-uid"));
+  EXPECT_LT(folder.description().size(), kDescriptionLimit + 200);
+  EXPECT_TRUE(folder.description().ends_with("…"));
+  for (int i = 0; i < 10'000; ++i)
+    map.insert(std::make_unique<CorvaneBookmarkRecord>("u" + std::to_string(i)));
+  EXPECT_LT(map.description().size(), kDescriptionLimit + 200);
+}
+
 TEST_F(ModelLogTest, MergeDecisionsAreTraced) {
   // Merge with an original whose title equals the current title: the engine's title is applied (and logged)
   // even if it is the same.
