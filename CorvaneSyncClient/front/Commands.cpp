@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 #include "CorvaneSyncClient/front/Registration.h"
 #include "CorvaneSyncClient/front/SingleRunLock.h"
@@ -16,8 +17,15 @@ namespace {
 constexpr int kYes = 0;
 constexpr int kNo = 1;
 
+// What a run made lives until the process ends, which gives it all back at once: taking a million nodes apart
+// one by one would cost as much as reading them.
+CorvaneSyncManager* keepUntilExit(std::unique_ptr<CorvaneSyncManager> manager) {
+  static auto& kept = *new std::vector<std::unique_ptr<CorvaneSyncManager>>;
+  return kept.emplace_back(std::move(manager)).get();
+}
+
 bool syncClient(const String& clientId) {
-  const std::unique_ptr<CorvaneSyncManager> manager = CorvaneSyncManager::initWithClientId(clientId);
+  CorvaneSyncManager* manager = keepUntilExit(CorvaneSyncManager::initWithClientId(clientId));
   return manager && manager->sync();
 }
 
