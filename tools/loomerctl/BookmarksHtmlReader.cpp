@@ -54,7 +54,7 @@ class Tokenizer {
         skipDeclaration();
         continue;
       }
-      readTag(tag);
+      if (!readTag(tag)) continue;
       if (!tag.closing && (tag.name == "script" || tag.name == "style")) skipRaw(tag.name);
       return true;
     }
@@ -82,17 +82,18 @@ class Tokenizer {
     _at = static_cast<std::size_t>(found - _html.begin());
   }
 
-  void readTag(Tag& tag) {
+  /// False for a tag that the end of the file cuts off.
+  bool readTag(Tag& tag) {
     tag.attributes.clear();
     tag.closing = _html[_at] == '/';
     if (tag.closing) ++_at;
     tag.name = lowered(takeWhile([](char c) { return !isSpace(c) && c != '>' && c != '/'; }));
     while (true) {
       takeWhile([](char c) { return isSpace(c) || c == '/'; });
-      if (_at == _html.size()) return;
+      if (_at == _html.size()) return false;
       if (_html[_at] == '>') {
         ++_at;
-        return;
+        return true;
       }
       readAttribute(tag);
     }

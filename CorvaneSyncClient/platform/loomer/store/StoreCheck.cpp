@@ -1,5 +1,8 @@
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 
+#include <set>
+#include <sstream>
+
 #include "CorvaneSyncClient/platform/foundation/Format.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 
@@ -31,6 +34,14 @@ struct Rule {
 constexpr Rule kRules[] = {
     {"reference", "SELECT \"table\" || ' row ' || coalesce(rowid, '') FROM pragma_foreign_key_check",
      "a reference leads nowhere: ", kRebuild},
+    {"content",
+     "SELECT what FROM (SELECT 'record ' || id AS what, content FROM records WHERE id > 0"
+     " UNION ALL SELECT 'tombstone ' || id, content FROM tombstones"
+     " UNION ALL SELECT 'base row ' || client || ', ' || record, content FROM base"
+     " UNION ALL SELECT 'change ' || session || ', ' || record, before_content FROM changes"
+     " UNION ALL SELECT 'change ' || session || ', ' || record, after_content FROM changes)"
+     " WHERE content NOT IN (SELECT id FROM contents)",
+     "what it says is missing: ", kRebuild},
     {"root missing", "SELECT 'root' WHERE NOT EXISTS (SELECT 1 FROM records WHERE id = 0)",
      "a row is missing: ", kRebuild},
     {"parent",
@@ -78,12 +89,15 @@ constexpr Rule kRules[] = {
      "the log tells of a record that there never was: record ", kRebuild},
 };
 
+/// One row can hold several lines.
 void checkIntegrity(TruthStore& store, const std::function<void(StoreFinding)>& take) {
   Statement query = store.database().query("PRAGMA integrity_check", kCheck);
   query.open();
   while (query.next()) {
-    const std::string line = query.text(0).toString();
-    if (line != "ok") take({"integrity", line, kRebuild});
+    std::istringstream lines(query.text(0).toString());
+    for (std::string line; std::getline(lines, line);) {
+      if (line != "ok" && !line.starts_with("***")) take({"integrity", line, kRebuild});
+    }
   }
 }
 
@@ -117,11 +131,12 @@ void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& tak
 }  // namespace
 
 void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& take) {
+  std::set<std::string> damage;  // several rules meet the same
   const auto attempt = [&](const auto& check) {
     try {
       check();
     } catch (const DamagedStoreException& exception) {
-      take({"unreadable", exception.reason(), kRebuild});
+      if (damage.insert(exception.reason()).second) take({"unreadable", exception.reason(), kRebuild});
     }
   };
   attempt([&] { checkIntegrity(store, take); });

@@ -1,0 +1,61 @@
+// Bookmarks files are read whatever they hold, and what was read survives being written and read again.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "fuzz/Require.h"
+#include "tools/loomerctl/BookmarksHtml.h"
+
+namespace {
+
+using corvane::require;
+using corvane::loomerctl::HtmlNode;
+
+/// The nodes as a file. They are in the order of the file, so that a folder ends where a node of another one
+/// follows.
+std::string fileOf(const std::vector<HtmlNode>& nodes) {
+  using namespace corvane::loomerctl;
+  std::string file = htmlHead();
+  std::vector<std::uint32_t> open;
+  const auto closeUpTo = [&](std::uint32_t parent) {
+    while (!open.empty() && open.back() != parent) {
+      open.pop_back();
+      file += htmlFolderEnd(open.size());
+    }
+  };
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    closeUpTo(nodes[i].parent);
+    if (nodes[i].folder) {
+      file += htmlFolder(nodes[i], open.size(), std::nullopt, std::nullopt);
+      open.push_back(static_cast<std::uint32_t>(i));
+    } else {
+      file += htmlBookmark(nodes[i], open.size(), std::nullopt, std::nullopt);
+    }
+  }
+  closeUpTo(HtmlNode::kRoot);
+  return file + htmlTail();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace corvane;
+  const auto nodes =
+      loomerctl::parseBookmarksHtml(std::string_view(reinterpret_cast<const char*>(data), size));
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    const HtmlNode& node = nodes[i];
+    const bool inRoot = node.parent == HtmlNode::kRoot;
+    require(inRoot || (node.parent < i && nodes[node.parent].folder), "parents are folders and come first");
+    require(isValidUtf8(node.title) && isValidUtf8(node.url), "texts are UTF-8");
+  }
+  const auto again = loomerctl::parseBookmarksHtml(fileOf(nodes));
+  require(again.size() == nodes.size(), "as many nodes come back");
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    require(again[i].folder == nodes[i].folder && again[i].parent == nodes[i].parent, "the tree comes back");
+    require(again[i].title == nodes[i].title && again[i].url == nodes[i].url, "the texts come back");
+    require(again[i].toolbar == nodes[i].toolbar && again[i].tabGroup == nodes[i].tabGroup,
+            "the marks come back");
+  }
+  return 0;
+}

@@ -1,0 +1,138 @@
+// Reading bookmarks files as browsers write them.
+
+#include <gmock/gmock.h>
+
+#include "tests/ctl/HtmlFiles.h"
+#include "tools/loomerctl/BookmarksHtml.h"
+#include "tools/loomerctl/HtmlText.h"
+
+namespace corvane::loomerctl {
+namespace {
+
+/// "Bar*[A(http://a/) Sub#[]]": titles, addresses in round brackets, "*" toolbar, "#" tab group.
+std::string outline(const std::vector<HtmlNode>& nodes) {
+  std::string text;
+  std::vector<std::uint32_t> open;
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    const HtmlNode& node = nodes[i];
+    while (!open.empty() && open.back() != node.parent) {
+      text += ']';
+      open.pop_back();
+    }
+    if (!text.empty() && text.back() != '[') text += ' ';
+    text += node.title + (node.toolbar ? "*" : "") + (node.tabGroup ? "#" : "");
+    if (node.folder) {
+      text += '[';
+      open.push_back(static_cast<std::uint32_t>(i));
+    } else {
+      text += '(' + node.url + ')';
+    }
+  }
+  return text + std::string(open.size(), ']');
+}
+
+struct HtmlRow {
+  const char* phrase;
+  std::string html;
+  const char* outline;
+};
+
+class HtmlReaderTest : public testing::TestWithParam<HtmlRow> {};
+
+TEST_P(HtmlReaderTest, Reads) {
+  EXPECT_EQ(outline(parseBookmarksHtml(GetParam().html)), GetParam().outline) << GetParam().phrase;
+}
+
+const HtmlRow kRows[] = {
+    {"a file with a toolbar folder, dates and icons", htmlFile(kToolbarStyle),
+     "Toolbar*[News[Caf\xC3\xA9 & more(http://a.example/?x=1&copy=2)] Plain(http://b.example/)] "
+     "Loose(http://c.example/)"},
+    {"a file with descriptions, separators and an introduction", htmlFile(kDescribedStyle),
+     "Menu(place:sort=8) Work[Inner[Deep(http://deep.example/)] After(http://after.example/)] Empty[] "
+     "Last(http://l.example/)"},
+    {"a file of the oldest kind: upper case, no closing of items, line ends of two characters",
+     htmlFile(kOldStyle),
+     "Links[One(http://one.example/) Two(http://two.example/)] Three(http://three.example/)"},
+    {"a file without a root heading, folders by list alone", htmlFile(kBareStyle),
+     "Favourites[Home(https://home.example/)] Reading[] Root(https://root.example/)"},
+    {"unclosed tags", "<DL><DT><A HREF=\"http://a/\">A<DT><H3>F<DL><DT><A HREF=\"http://b/\">B",
+     "A(http://a/) F[B(http://b/)]"},
+    {"upper and lower case",
+     "<dl><dt><a href='http://a/'>A</A><dT><h3>F</H3><Dl><dt><A hReF='http://b/'>B</a></dL></DL>",
+     "A(http://a/) F[B(http://b/)]"},
+    {"attributes unquoted",
+     "<DL><DT><A HREF=http://a/b?c=d ADD_DATE=12 >A</A><DT><H3 PERSONAL_TOOLBAR_FOLDER=true>T</H3><DL></DL>",
+     "A(http://a/b?c=d) T*[]"},
+    {"a toolbar flag of false", "<DT><H3 PERSONAL_TOOLBAR_FOLDER=\"false\">T</H3><DL></DL>", "T[]"},
+    {"<DD> descriptions ignored, links in them too",
+     "<DL><DT><A HREF=\"http://a/\">A</A><DD>Text <A HREF=\"http://no/\">no</A> more<DT><A "
+     "HREF=\"http://b/\">B</A></DL>",
+     "A(http://a/) B(http://b/)"},
+    {"a description between a folder's title and its list",
+     "<DL><DT><H3>F</H3><DD>About F<DL><DT><A HREF=\"http://b/\">B</A></DL></DL>", "F[B(http://b/)]"},
+    {"<HR> ignored", "<DL><DT><A HREF=\"http://a/\">A</A><HR><DT><A HREF=\"http://b/\">B</A></DL>",
+     "A(http://a/) B(http://b/)"},
+    {"nested <DL> without a heading belongs to the folder around it",
+     "<DL><DL><DT><A HREF=\"http://a/\">A</A></DL><DT><A HREF=\"http://b/\">B</A></DL>",
+     "A(http://a/) B(http://b/)"},
+    {"lists closed too often",
+     "</DL></DL><DL><DT><H3>F</H3><DL></DL></DL></DL></DL><DT><A HREF=\"http://a/\">A</A>",
+     "F[] A(http://a/)"},
+    {"a folder without a list", "<DL><DT><H3>F</H3><DT><A HREF=\"http://a/\">A</A></DL>", "F[] A(http://a/)"},
+    {"CRLF", "<DL><p>\r\n<DT><A HREF=\"http://a/\">A\r\n title</A>\r\n</DL><p>\r\n", "A title(http://a/)"},
+    {"BOM", "\xEF\xBB\xBF<DL><DT><A HREF=\"http://a/\">\xC3\xA9</A></DL>", "\xC3\xA9(http://a/)"},
+    {"ISO-8859-1 charset meta",
+     "<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=ISO-8859-1\"><DL><DT><A "
+     "HREF=\"http://a/\">\xE9 \x80</A></DL>",
+     "\xC3\xA9 \xE2\x82\xAC(http://a/)"},
+    {"no UTF-8 and no word of it", "<DL><DT><A HREF=\"http://a/\">\xE9</A></DL>", "\xC3\xA9(http://a/)"},
+    {"entities",
+     "<DL><DT><A HREF=\"http://a/?a=1&amp;b=2\">&lt;&quot;&#39;&#x20AC;&#8211;&eacute;&hellip;&gt;</A></DL>",
+     "<\"'\xE2\x82\xAC\xE2\x80\x93\xC3\xA9\xE2\x80\xA6>(http://a/?a=1&b=2)"},
+    {"what looks like an entity and is none",
+     "<DL><DT><A HREF=\"http://a/?x&copy=1&lt\">AT&T &nosuch; &#xZZ; &#0;</A></DL>",
+     "AT&T &nosuch; &#xZZ; \xEF\xBF\xBD(http://a/?x&copy=1&lt)"},
+    {"inline tags and comments in titles",
+     "<DL><DT><A HREF=\"http://a/\">A <b>bold</b><!-- no <DT> --> title</A></DL>", "A bold title(http://a/)"},
+    {"scripts and style sheets",
+     "<script>if (a<b) \"<DT><A HREF='http://no/'>\"</script><style><DT></style><DL><DT><A "
+     "HREF='http://a/'>A</A></DL>",
+     "A(http://a/)"},
+    {"a mark inside the page is no bookmark",
+     "<DL><DT><A NAME=\"x\">Mark</A><DT><A HREF=\"http://a/\">A</A></DL>", "A(http://a/)"},
+    {"an address with white space inside", "<DL><DT><A HREF=\" javascript:void\n(0) \">J</A></DL>",
+     "J(javascript:void(0))"},
+    {"a quote left open", "<DL><DT><A HREF=\"http://a/>A</A><DT><A HREF='http://b/'>B</A></DL>",
+     "A(http://a/) B(http://b/)"},
+    {"a tag cut off", "<DL><DT><A HREF=\"http://a/\">A</A><DT><A HREF=\"http", "A(http://a/)"},
+    {"nothing", "", ""},
+    {"no bookmarks file at all", "<html><body><p>Hello & goodbye</p></body></html>", ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(Files, HtmlReaderTest, testing::ValuesIn(kRows),
+                         [](const auto& test) { return std::to_string(test.index); });
+
+TEST(HtmlReaderScaleTest, DeepAndLongFilesNeedNoStackAndNoSquareOfTheirLength) {
+  std::string deep;
+  for (int i = 0; i < 200'000; ++i) deep += "<DT><H3>F</H3><DL>";
+  EXPECT_EQ(parseBookmarksHtml(deep).size(), 200'000u);
+  std::string quotes;
+  for (int i = 0; i < 200'000; ++i) quotes += "<DT><A HREF=\"x>A</A><DT><A HREF='x>";
+  EXPECT_FALSE(parseBookmarksHtml(quotes).empty());
+  std::string open;
+  for (int i = 0; i < 200'000; ++i) open += "<script <!-- < & &# <style";
+  parseBookmarksHtml(open);
+}
+
+TEST(HtmlTextTest, WhateverIsEscapedReadsBack) {
+  const char* texts[] = {
+      "plain", "a  b",  " blank ends ", "tab\tline\nend\r", "<&>\"'", "\xC3\xA9\xF0\x9F\x98\x80",
+      "&amp;", "&#32;", "\x01\x1f",     "a &copy; b",       "   ",    ""};
+  for (const char* text : texts) {
+    EXPECT_EQ(htmlTitle(htmlEscaped(text)), text);
+    EXPECT_EQ(htmlAttribute(htmlEscaped(text)), text);
+  }
+}
+
+}  // namespace
+}  // namespace corvane::loomerctl

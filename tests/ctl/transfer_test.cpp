@@ -1,0 +1,127 @@
+// `export` and `import`.
+
+#include <gmock/gmock.h>
+
+#include "tests/ctl/CtlFixture.h"
+#include "tests/ctl/HtmlFiles.h"
+
+namespace corvane {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+constexpr const char* kShape =
+    "[(r['depth'], r['kind'], r['title'], r.get('url'), r.get('special'), r.get('tabGroup')) for r in d]";
+
+class TransferTest : public CtlTest {};
+
+TEST_F(TransferTest, ExportThenImportIntoAnEmptyStoreGivesTheSameTree) {
+  seed();
+  const std::string odd = a->addFolder(a->find("BookmarksBar"), "  two  blanks & <tags> \"q\" ");
+  a->nodes.at(odd).tabGroup = true;
+  a->addBookmark(odd, "line\nend\ttab", "http://x/?a=1&amp=2&copy;=3");
+  a->addBookmark(odd, "caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80", "javascript:alert(\"x\")");
+  a->addBookmark(odd, "", "http://untitled/");
+  a->addFolder("", "Same");
+  a->addBookmark(a->addFolder("", "Same"), "In the second", "http://2/");
+  a->addBookmark("", "Twice", "http://t/");
+  a->addBookmark("", "Twice", "http://t/");
+  a->addSpecial("BookmarksMenu");
+  ASSERT_EQ(a->sync(), "");
+  const std::string before = json({"tree"}, kShape);
+  const std::string file = platform.directory / "bookmarks.html";
+  EXPECT_EQ(ctl({"export", file}).status, 0);
+  useEmptyHome();
+  const Run run = ctl({"import", file});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(json({"tree"}, kShape), before);
+  EXPECT_EQ(json({"check"}, "d['sound']"), "True");
+}
+
+TEST_F(TransferTest, ImportingTheSameFileAgainAddsNothing) {
+  seed();
+  const std::string file = ctl({"export", "-"}).out;
+  const Run again = ctl({"import", "-"}, file);
+  EXPECT_EQ(again.status, 0);
+  EXPECT_THAT(again.out, HasSubstr("is there already"));
+  EXPECT_EQ(json({"tree"}, "len(d)"), "6");
+}
+
+TEST_F(TransferTest, ExportSaysWhatBrowsersExpect) {
+  seed();
+  const std::string file = ctl({"export", "-"}).out;
+  EXPECT_THAT(
+      file,
+      StartsWith(htmlFile("<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=UTF-8\">\n")));
+  EXPECT_THAT(file, HasSubstr(" PERSONAL_TOOLBAR_FOLDER=\"true\">BookmarksBar</H3>\n    <DL><p>\n"));
+  EXPECT_THAT(file, MatchesRegex("(.|\n)*<DT><A HREF=\"http://d/\" ADD_DATE=\"[0-9]+\" "
+                                 "LAST_MODIFIED=\"[0-9]+\">Daily</A>\n(.|\n)*"));
+}
+
+TEST_F(TransferTest, ImportMergesAndTravelsToEveryClient) {
+  seed();
+  const Run run = ctl({"import", "-"},
+                      htmlFile("<DL><p><DT><H3 PERSONAL_TOOLBAR_FOLDER=\"true\">Bookmarks Toolbar</H3><DL><p>"
+                               "<DT><H3>News</H3><DL><p><DT><A HREF=\"http://d/\">Daily</A>"
+                               "<DT><A HREF=\"http://m/\">Monthly</A></DL></DL>"
+                               "<DT><A HREF=\"http://z/\">Another Zoo</A></DL>"));
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.out, HasSubstr("Added 2 bookmarks and 0 folders as session"));
+  EXPECT_THAT(run.out, HasSubstr("3 were there already"));
+  settle({a.get(), b.get()});
+  const char* merged =
+      "BookmarksBar*[News[Daily(http://d/) Weekly(http://w/) Monthly(http://m/)] Shop(http://s/)] "
+      "Zoo(http://z/) "
+      "Another Zoo(http://z/)";
+  EXPECT_EQ(a->text(), merged);
+  EXPECT_EQ(b->text(), merged);
+}
+
+TEST_F(TransferTest, ImportIsASessionOfItsOwnThatCanBeUndone) {
+  seed();
+  const std::string before = a->text();
+  const std::string file = platform.directory / "from browser.html";
+  writeFile(file, htmlFile(kDescribedStyle));
+  ASSERT_EQ(ctl({"import", file}).status, 0);
+  settle({a.get(), b.get()});
+  EXPECT_THAT(b->text(),
+              HasSubstr("Work[Inner[Deep(http://deep.example/)] After(http://after.example/)] Empty[]"));
+  const std::string expression =
+      "[(s['client'], s['kind'], s['changed']) for s in d if s['kind'] == 'import']";
+  EXPECT_EQ(json({"sessions"}, expression), "[('loomerctl import from browser.html', 'import', 7)]");
+  const std::string session = json({"sessions"}, "[s['session'] for s in d if s['kind'] == 'import'][0]");
+  EXPECT_EQ(ctl({"undo", session}).status, 0);
+  settle({a.get(), b.get()});
+  EXPECT_EQ(a->text(), before);
+  EXPECT_EQ(b->text(), before);
+}
+
+TEST_F(TransferTest, FilesThatCannotBeUsedAreRefusedAndMakeNoStore) {
+  useEmptyHome();
+  EXPECT_EQ(ctl({"import", platform.directory / "none.html"}).status, 1);
+  const Run nothing = ctl({"import", "-"}, "just text");
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_THAT(nothing.err, HasSubstr("There are no bookmarks in -"));
+  EXPECT_EQ(::access((home + "/Library").c_str(), F_OK), -1);
+}
+
+TEST_F(TransferTest, ExportThatCannotBeWrittenIsRefused) {
+  seed();
+  const Run run = ctl({"export", "/nowhere/at/all.html"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err,
+              AllOf(HasSubstr("Cannot write /nowhere/at/all.html"), HasSubstr("No such file or directory")));
+}
+
+TEST_F(TransferTest, ToolbarFolderOfAFileMakesTheSpecialOneWhereThereIsNone) {
+  useEmptyHome();
+  ASSERT_EQ(ctl({"import", "-"}, htmlFile(kToolbarStyle)).status, 0);
+  EXPECT_EQ(json({"tree"}, "[(r['title'], r['special']) for r in d if r['kind'] == 'folder']"),
+            "[('BookmarksBar', True), ('News', False)]");
+}
+
+}  // namespace
+}  // namespace corvane
