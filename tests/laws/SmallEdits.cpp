@@ -1,0 +1,131 @@
+#include "tests/laws/SmallEdits.h"
+
+#include <functional>
+#include <set>
+
+namespace corvane::loomer::test {
+namespace {
+
+constexpr const char* kRoot = ClientSimulation::kRootUid;
+
+class Enumeration {
+ public:
+  Enumeration(const ClientSimulation& start, std::string side) : _side(std::move(side)) {
+    for (const auto& [uid, entry] : start.entries()) _original.insert(uid);
+    keep({start, ""});
+  }
+
+  std::vector<Outcome> run(std::size_t edits) {
+    std::size_t begin = 0;
+    for (std::size_t step = 0; step < edits; ++step) {
+      const std::size_t end = _outcomes.size();
+      for (std::size_t at = begin; at < end; ++at) editAll(at);
+      begin = end;
+    }
+    return std::move(_outcomes);
+  }
+
+ private:
+  using Change = std::function<void(ClientSimulation&)>;
+
+  void editAll(std::size_t at) {
+    const Outcome from = _outcomes[at];
+    for (const std::string& folder : from.simulation.uids(Entity::folder)) addInto(from, folder);
+    edit(from, "add the common bookmark", [](ClientSimulation& client) {
+      for (const auto& [uid, entry] : client.entries()) {
+        if (entry.title == kCommonTitle) return;
+      }
+      client.add(kRoot, client.entries().at(kRoot).children.size(), Entity::bookmark, kCommonTitle,
+                 "http://common");
+    });
+    for (const auto& [uid, entry] : from.simulation.entries()) {
+      if (uid != kRoot) editEntry(from, uid);
+    }
+  }
+
+  void addInto(const Outcome& from, const std::string& folder) {
+    const std::size_t size = from.simulation.entries().at(folder).children.size();
+    for (const Entity entity : {Entity::bookmark, Entity::folder}) {
+      for (std::size_t index = 0; index <= size; index += std::max<std::size_t>(size, 1)) {
+        const char* const kind = entity == Entity::folder ? "folder" : "bookmark";
+        edit(from, std::string("add a ") + kind + " to " + folder + " at " + std::to_string(index),
+             [&](ClientSimulation& client) { addNew(client, folder, index, entity); });
+      }
+    }
+  }
+
+  void editEntry(const Outcome& from, const std::string& uid) {
+    const ClientSimulation::Entry& entry = from.simulation.entries().at(uid);
+    edit(from, "rename " + uid, [&](ClientSimulation& client) { client.rename(uid, uid.substr(1) + _side); });
+    if (entry.entity == Entity::bookmark) {
+      edit(from, "re-address " + uid,
+           [&](ClientSimulation& client) { client.readdress(uid, "http://" + _side); });
+    }
+    edit(from, "delete " + uid, [&](ClientSimulation& client) { client.erase(uid); });
+    edit(from, "nest " + uid, [&](ClientSimulation& client) { nest(client, uid); });
+    for (const std::string& folder : from.simulation.uids(Entity::folder)) {
+      const std::size_t size = from.simulation.entries().at(folder).children.size();
+      for (std::size_t index = 0; index <= size; ++index) {
+        edit(from, "move " + uid + " to " + folder + " at " + std::to_string(index),
+             [&](ClientSimulation& client) { client.move(uid, folder, index); });
+      }
+    }
+  }
+
+  std::string addNew(ClientSimulation& client, const std::string& folder, std::size_t index, Entity entity) {
+    const std::string title = "new" + _side + std::to_string(client.entries().size());
+    return client.add(folder, index, entity, title, "http://" + title);
+  }
+
+  void nest(ClientSimulation& client, const std::string& uid) {
+    const std::string parent = client.entries().at(uid).parent;
+    const std::vector<std::string>& siblings = client.entries().at(parent).children;
+    const auto index =
+        static_cast<std::size_t>(std::find(siblings.begin(), siblings.end(), uid) - siblings.begin());
+    client.move(uid, addNew(client, parent, index, Entity::folder), 0);
+  }
+
+  void edit(const Outcome& from, const std::string& words, const Change& change) {
+    Outcome to{from.simulation, from.edits + (from.edits.empty() ? "" : "; ") + words};
+    change(to.simulation);
+    keep(std::move(to));
+  }
+
+  void keep(Outcome outcome) {
+    if (_seen.insert(keyOf(outcome.simulation)).second) _outcomes.push_back(std::move(outcome));
+  }
+
+  /// The tree, in which new entries have no names.
+  std::string keyOf(const ClientSimulation& client) const {
+    std::string key;
+    const std::function<void(const std::string&)> write = [&](const std::string& uid) {
+      const ClientSimulation::Entry& entry = client.entries().at(uid);
+      if (_original.contains(uid)) {
+        key += uid + "=" + entry.title.toString() + "@" + entry.url.toString();
+      } else {
+        const bool renamed = !entry.title.view().starts_with("new");
+        const bool readdressed = entry.url == "http://" + _side;
+        key += entry.title == kCommonTitle ? "common" : renamed ? "renamed" : "new";
+        if (readdressed) key += "@";
+      }
+      key += entry.entity == Entity::folder ? "(" : ",";
+      for (const std::string& child : entry.children) write(child);
+      if (entry.entity == Entity::folder) key += ")";
+    };
+    write(kRoot);
+    return key;
+  }
+
+  std::string _side;
+  std::set<std::string> _original;
+  std::set<std::string> _seen;
+  std::vector<Outcome> _outcomes;
+};
+
+}  // namespace
+
+std::vector<Outcome> outcomesOf(const ClientSimulation& start, std::size_t edits, const std::string& side) {
+  return Enumeration(start, side).run(edits);
+}
+
+}  // namespace corvane::loomer::test

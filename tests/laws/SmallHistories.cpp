@@ -1,0 +1,238 @@
+#include "tests/laws/SmallHistories.h"
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "tests/laws/SmallEdits.h"
+#include "tests/laws/SmallLaws.h"
+#include "tests/loomer/merge/History.h"
+
+namespace corvane::loomer::test {
+namespace {
+
+constexpr std::size_t kExamples = 20;
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+struct Truth {
+  std::vector<TruthRecord> records;
+  std::int64_t revision = 0;
+};
+
+struct Side {
+  ClientSimulation simulation;
+  std::vector<BaseRecord> base;
+  std::vector<BaseRecord> baseBefore = {};  ///< of the last session: it names what that session deleted
+};
+
+MergeResult mergeFor(const Truth& truth, Side& side) {
+  MergeInput input;
+  input.truth = truth.records;
+  input.base = side.base;
+  input.client = side.simulation.read();
+  input.refresh = side.base.empty();
+  for (const TruthRecord& record : truth.records)
+    input.nextRecord = std::max(input.nextRecord, record.id + 1);
+  input.revision = truth.revision + 1;
+  MergeResult result = merge(input);
+  requireSound(input, result);
+  return result;
+}
+
+MergeResult sync(Truth& truth, Side& side) {
+  MergeResult result = mergeFor(truth, side);
+  truth.records = changedTruth(truth.records, result.truthChanges);
+  ++truth.revision;
+  side.baseBefore = std::move(side.base);
+  side.base = result.base;
+  side.simulation.apply(result, side.base);
+  return result;
+}
+
+void requireQuiet(const Truth& truth, Side& side) {
+  const MergeResult result = mergeFor(truth, side);
+  require(result.truthChanges.empty(), "a session with nothing new changes the truth");
+  require(result.clientChanges.empty(), "a session with nothing new hands something down");
+}
+
+Facts factsOf(const Truth& truth) {
+  std::vector<TruthRecord> live;
+  std::copy_if(truth.records.begin(), truth.records.end(), std::back_inserter(live),
+               [](const TruthRecord& record) { return !record.deleted; });
+  std::sort(live.begin(), live.end(), [](const auto& a, const auto& b) { return a.place < b.place; });
+  std::map<RecordId, std::size_t> counts;
+  Facts facts;
+  for (const TruthRecord& record : live) {
+    facts[record.id] = {record.parent, counts[record.parent]++, record.content.name.toString(),
+                        record.content.url.toString(), record.entity};
+  }
+  return facts;
+}
+
+/// What a side's tree said when it synced, by the records that its session found for its entries.
+Facts factsOf(const ClientSimulation& simulation, const Side& synced) {
+  std::map<std::string, RecordId> records{{ClientSimulation::kRootUid, kRoot}};
+  for (const auto* const base : {&synced.baseBefore, &synced.base}) {
+    for (const BaseRecord& record : *base) records[record.localId.toString()] = record.record;
+  }
+  Facts facts;
+  for (const auto& [folder, entry] : simulation.entries()) {
+    std::size_t index = 0;
+    for (const std::string& uid : entry.children) {
+      const ClientSimulation::Entry& child = simulation.entries().at(uid);
+      facts[records.at(uid)] = {records.at(folder), index++, child.title.toString(), child.url.toString(),
+                                child.entity};
+    }
+  }
+  return facts;
+}
+
+std::string printTruth(const Truth& truth) {
+  const Facts facts = factsOf(truth);
+  const auto print = [&](const auto& self, RecordId folder) -> std::string {
+    std::map<std::size_t, RecordId> children;
+    for (const auto& [id, fact] : facts) {
+      if (fact.parent == folder) children[fact.index] = id;
+    }
+    std::string text = "(";
+    for (const auto& [index, id] : children) {
+      const Fact& fact = facts.at(id);
+      text += " " + fact.title + (fact.entity == Entity::folder ? self(self, id) : "@" + fact.url);
+    }
+    return text + ")";
+  };
+  return print(print, kRoot);
+}
+
+/// All histories from one forest.
+class Forest {
+ public:
+  Forest(const std::string& text, const SmallHistoryScope& scope, SmallHistoryCounts& counts)
+      : _text(text),
+        _scope(scope),
+        _counts(counts),
+        _a{ClientSimulation("A"), {}},
+        _b{ClientSimulation("B"), {}} {
+    grow();
+    sync(_truth, _a);
+    sync(_truth, _b);
+    _origin = factsOf(_truth);
+    _start = _b.simulation.print();
+  }
+
+  void run() {
+    ++_counts.forests;
+    const std::vector<Outcome> outcomesOfA = outcomesOf(_a.simulation, _scope.editsOfA, "A");
+    const std::vector<Outcome> outcomesOfB = outcomesOf(_b.simulation, _scope.editsOfB, "B");
+    _counts.outcomes += outcomesOfA.size() + outcomesOfB.size();
+    for (const Outcome& ofA : outcomesOfA) {
+      const std::uint64_t first = _counts.pairs;
+      _counts.pairs += outcomesOfB.size();
+      const std::uint64_t skip = (_scope.parts + _scope.part - first % _scope.parts) % _scope.parts;
+      if (skip < outcomesOfB.size()) runWith(ofA, outcomesOfB, skip);
+    }
+  }
+
+ private:
+  void grow() {
+    std::string folder = ClientSimulation::kRootUid;
+    std::string last;
+    std::size_t made = 0;
+    for (const char letter : _text) {
+      if (letter == '(') {
+        folder = last;
+      } else if (letter == ')') {
+        folder = _a.simulation.entries().at(folder).parent;
+      } else {
+        const std::string title = letter + std::to_string(++made);
+        const std::size_t end = _a.simulation.entries().at(folder).children.size();
+        last = _a.simulation.add(folder, end, letter == 'f' ? Entity::folder : Entity::bookmark, title,
+                                 "http://" + title);
+      }
+    }
+  }
+
+  void runWith(const Outcome& ofA, const std::vector<Outcome>& outcomesOfB, std::uint64_t skip) {
+    Truth truth = _truth;
+    Side a{ofA.simulation, _a.base};
+    Facts factsOfA;
+    try {
+      const MergeResult result = sync(truth, a);
+      require(result.clientChanges.empty(), "A, who alone changed anything, is handed something down");
+      require(printTruth(truth) == ofA.simulation.print(), "A's edits did not arrive as they were");
+      factsOfA = factsOf(ofA.simulation, a);
+    } catch (const std::exception& failure) {
+      return fail(ofA, outcomesOfB.front(), failure);
+    }
+    for (std::uint64_t i = skip; i < outcomesOfB.size(); i += _scope.parts) {
+      try {
+        runHistory(truth, a, factsOfA, ofA, outcomesOfB[i]);
+      } catch (const std::exception& failure) {
+        fail(ofA, outcomesOfB[i], failure);
+      }
+    }
+  }
+
+  void runHistory(Truth truth, Side a, const Facts& factsOfA, const Outcome& ofA, const Outcome& ofB) {
+    ++_counts.histories;
+    Side b{ofB.simulation, _b.base};
+    sync(truth, b);
+    const MergeResult second = sync(truth, a);
+    require(second.truthChanges.empty(), "A, who has nothing new, changes the truth");
+    const std::string end = printTruth(truth);
+    require(a.simulation.print() == end && b.simulation.print() == end, "the clients hold different trees");
+    requireQuiet(truth, a);
+    requireQuiet(truth, b);
+    if (ofB.edits.empty()) require(end == ofA.simulation.print(), "A's edits did not reach B as they were");
+    if (ofA.edits.empty()) require(end == ofB.simulation.print(), "B's edits did not reach A as they were");
+    requireLawful({_origin, factsOfA, factsOf(ofB.simulation, b), factsOf(truth)});
+  }
+
+  void fail(const Outcome& ofA, const Outcome& ofB, const std::exception& failure) {
+    ++_counts.failures;
+    if (_counts.examples.size() >= kExamples) return;
+    _counts.examples.push_back(std::string(failure.what()) + "\n  start: " + _start + "\n  A: " + ofA.edits +
+                               "\n     " + ofA.simulation.print() + "\n  B: " + ofB.edits + "\n     " +
+                               ofB.simulation.print());
+  }
+
+  std::string _text;
+  const SmallHistoryScope& _scope;
+  SmallHistoryCounts& _counts;
+  Truth _truth;
+  Side _a;
+  Side _b;
+  Facts _origin;
+  std::string _start;
+};
+
+}  // namespace
+
+std::vector<std::string> forests(std::size_t nodes) {
+  // By the first tree of the forest: a bookmark, or a folder with a smaller forest in it.
+  std::vector<std::vector<std::string>> known{{""}};
+  while (known.size() <= nodes) {
+    const std::size_t size = known.size();
+    std::vector<std::string> found;
+    for (const std::string& rest : known[size - 1]) found.push_back("b" + rest);
+    for (std::size_t inside = 0; inside < size; ++inside) {
+      for (const std::string& content : known[inside]) {
+        for (const std::string& rest : known[size - 1 - inside]) found.push_back("f(" + content + ")" + rest);
+      }
+    }
+    known.push_back(std::move(found));
+  }
+  return known[nodes];
+}
+
+SmallHistoryCounts runSmallHistories(const SmallHistoryScope& scope) {
+  SmallHistoryCounts counts;
+  for (const std::string& text : forests(scope.nodes)) Forest(text, scope, counts).run();
+  return counts;
+}
+
+}  // namespace corvane::loomer::test

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tests/loomer/merge/ClientSimulation.h"
+
+// Every small history of two clients, checked against what the laws demand of it.
+//
+// Both clients hold one tree; each side edits its own; A syncs, B syncs, A syncs. A session sees what a
+// side's edits came to and not how they came about, so edit sequences that come to the same tree are one
+// history. Which of the two syncs first is covered by taking every pair of outcomes both ways round, and the
+// order of the second round by demanding that B's session in it does nothing.
+
+namespace corvane::loomer::test {
+
+/// Which histories are run.
+struct SmallHistoryScope {
+  std::size_t nodes = 3;     ///< the tree that both start from has exactly so many entries
+  std::size_t editsOfA = 2;  ///< at most so many edits
+  std::size_t editsOfB = 2;
+  // Of the pairs, counted from 0, those whose number leaves `part` when divided by `parts`.
+  std::uint64_t part = 0;
+  std::uint64_t parts = 1;
+};
+
+struct SmallHistoryCounts {
+  std::uint64_t forests = 0;
+  std::uint64_t outcomes = 0;   ///< of one side's edits, over all forests and both sides
+  std::uint64_t pairs = 0;      ///< all of the scope, those of other parts included
+  std::uint64_t histories = 0;  ///< that were run
+  std::uint64_t failures = 0;
+  std::vector<std::string> examples;  ///< the first failures, as text to replay by hand
+};
+
+/// Every forest of folders and bookmarks with that many entries, as text: "f(b)b" is a folder with a bookmark
+/// in it and a bookmark beside it. 2, 6, 22, 90, … of them (the large Schröder numbers).
+std::vector<std::string> forests(std::size_t nodes);
+
+/// Runs them all. Failures do not end the run.
+SmallHistoryCounts runSmallHistories(const SmallHistoryScope& scope);
+
+}  // namespace corvane::loomer::test
