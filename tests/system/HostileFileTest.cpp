@@ -21,14 +21,15 @@ std::size_t largestSeen = 0;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Kept out of line: the compiler takes a free that it sees inside for one that does not fit its new.
+__attribute__((noinline)) void* operator new(std::size_t size) {
   largestSeen = std::max(largestSeen, size);
   void* memory = size <= largestAllowed ? std::malloc(size) : nullptr;
   if (!memory) throw std::bad_alloc();
   return memory;
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 extern "C" int fstat(int file, struct stat* status) noexcept {
   const int result = fstatat(file, "", status, AT_EMPTY_PATH);
