@@ -8,7 +8,7 @@ namespace corvane::loomer {
 
 HandingDown::HandingDown(LoomerSessionDriverDataSource& dataSource, const RecordSchema& schema,
                          RecordTable& records, const MergeInput& input, MergeResult& plan)
-    : _dataSource(dataSource), _schema(schema), _records(records), _input(input), _plan(plan) {
+    : _dataSource(dataSource), _schema(schema), _input(input), _plan(plan) {
   for (std::size_t i = 0; i < plan.base.size(); ++i) {
     const BaseRecord& each = plan.base[i];
     _basePlaces.emplace(each.record, i);

@@ -46,7 +46,6 @@ class HandingDown {
 
   LoomerSessionDriverDataSource& _dataSource;
   const RecordSchema& _schema;
-  RecordTable& _records;
   const MergeInput& _input;
   MergeResult& _plan;
   double _began = 0.0;    // seconds
