@@ -108,6 +108,41 @@ TEST_F(DistributedLockTest, unlockingALockThatIsGoneIsNoError) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+TEST_F(DistributedLockTest, aLockThatAnotherBrokeAndTookIsHis) {
+  DistributedLock first = lock();
+  // So that the file system's clock ticks between the two: a lock is only broken long after it was taken.
+  platform.files.before(FileOperation::attributes, 1,
+                        [this] { EXPECT_FALSE(setModificationDate(path, Date{1000.0})); });
+  ASSERT_TRUE(first.tryLock());
+  DistributedLock second = lock();
+  second.breakLock();
+  ASSERT_TRUE(second.tryLock());
+  platform.log.expectMessages(
+      {"Lock " + path + " was broken and taken by another process, so it is not given up"});
+  first.unlock();
+  EXPECT_TRUE(std::filesystem::is_directory(path));
+  second.unlock();
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(DistributedLockTest, aLockTakenAgainIsGivenUp) {
+  DistributedLock mine = lock();
+  ASSERT_TRUE(mine.tryLock());
+  lock().breakLock();
+  mine.unlock();  // gone
+  ASSERT_TRUE(mine.tryLock());
+  mine.unlock();
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(DistributedLockTest, aLockWhoseDateCannotBeReadIsGivenUp) {
+  DistributedLock mine = lock();
+  platform.files.fail(FileOperation::attributes, 1, std::errc::io_error);
+  ASSERT_TRUE(mine.tryLock());
+  mine.unlock();
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 TEST_F(DistributedLockTest, takingItWhereNothingCanBeMade) {
   std::filesystem::remove(platform.process.temporary);
   EXPECT_EQ(raisedBy([&] { lock().tryLock(); }),

@@ -7,12 +7,27 @@ namespace corvane {
 
 bool DistributedLock::tryLock() {
   const std::error_code error = Platform::current().files.makeDirectory(_path, 0700);
-  if (!error) return true;
+  if (!error) {
+    _taken = lockDate();
+    return true;
+  }
   if (error == std::errc::file_exists) return false;
   throw PlatformException(NSObjectNotAvailableException, "Can't take lock " + _path + ": " + error.message());
 }
 
+// Nothing is ever put into the directory, so that its date stays that of its making.
+bool DistributedLock::isAnothers() {
+  const std::optional<Date> date = lockDate();
+  return _taken && date && !(*date == *_taken);
+}
+
 void DistributedLock::unlock() {
+  const bool isLost = isAnothers();
+  _taken.reset();
+  if (isLost) {
+    systemLog("Lock %@ was broken and taken by another process, so it is not given up", _path);
+    return;
+  }
   const std::error_code error = Platform::current().files.remove(_path);
   if (error && error != std::errc::no_such_file_or_directory) {
     systemLog("Can't remove lock %@: %@", _path, error.message());
