@@ -76,7 +76,8 @@ TEST(ProcessInfo, homeDirectory) {
   const passwd* entry = getpwuid(geteuid());
   ASSERT_TRUE(entry);
   for (const std::optional<std::string>& unset :
-       {std::optional<std::string>(), std::optional<std::string>("")}) {
+       {std::optional<std::string>(), std::optional<std::string>(""), std::optional<std::string>("home/ada"),
+        std::optional<std::string>(".")}) {  // a relative path names no home
     const ScopedVariable home("HOME", unset);
     EXPECT_EQ(process.homeDirectory(), entry->pw_dir);
   }

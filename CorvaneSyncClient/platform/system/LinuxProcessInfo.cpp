@@ -95,12 +95,12 @@ std::string LinuxProcessInfo::fullUserName() {
 
 std::string LinuxProcessInfo::homeDirectory() {
   const std::string home = textOrEmpty(std::getenv("HOME"));
-  if (!home.empty()) return withoutTrailingSlashes(home);
+  if (home.starts_with('/')) return withoutTrailingSlashes(home);
   const std::optional<Account> account = ownAccount();
   if (account && !account->home.empty()) return withoutTrailingSlashes(account->home);
   throw PlatformException(
       NSObjectNotAvailableException,
-      "Can't find the home directory: HOME is not set and user " + userName() + " has none");
+      "Can't find the home directory: HOME names none and user " + userName() + " has none");
 }
 
 std::string LinuxProcessInfo::temporaryDirectory() {
