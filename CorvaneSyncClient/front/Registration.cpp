@@ -1,13 +1,12 @@
 #include "CorvaneSyncClient/front/Registration.h"
 
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
-#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SystemLog.h"
+#include "CorvaneSyncClient/session/ClientIdentity.h"
 
 namespace corvane {
 
 namespace {
-
-constexpr const char* kMainClientId = "com.keldra.Corvane";
 
 // The client of that id; null when it is not registered, or cannot be where `registerIfMissing` asks for
 // that.
@@ -15,9 +14,7 @@ LoomerClient* registeredClient(const String& clientId, bool registerIfMissing) {
   LoomerManager& manager = LoomerManager::sharedManager();
   LoomerClient* client = manager.clientWithIdentifier(clientId);
   if (client || !registerIfMissing) return client;
-  const auto description =
-      Platform::current().bundles.ownBundle().resource("CorvaneClientDescription", "plist");
-  return manager.registerClientWithIdentifier(clientId, description.value_or(""));
+  return manager.registerClientWithIdentifier(clientId, ownClientDescription().value_or(""));
 }
 
 }  // namespace
@@ -39,7 +36,7 @@ int unregisterSyncClient(const String& clientId) {
 int canRegister() { return 1; }
 
 int isRegistered() {
-  if (!registeredClient(kMainClientId, false)) systemLog("Corvane Sync Client is not registered");
+  if (!registeredClient(String(kMainClientId), false)) systemLog("Corvane Sync Client is not registered");
   return 1;
 }
 

@@ -6,6 +6,7 @@
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 #include "CorvaneSyncClient/store/CorvanePlistManager.h"
 
@@ -13,8 +14,6 @@ namespace corvane {
 
 namespace {
 
-constexpr std::string_view kMainClientId = "com.keldra.Corvane";
-constexpr std::string_view kTestClientPrefix = "com.keldra.Corvane.";
 constexpr const char* kBookmarksFileName = "Bookmarks.plist";
 constexpr const char* kClientDescriptionInBrowser =
     "Contents/CorvaneSyncClient.app/Contents/Resources/CorvaneClientDescription.plist";
@@ -29,9 +28,9 @@ constexpr unsigned kDefaultMode = 0777;  // less the umask
 // The version that saves write: that of the file checked last.
 std::int32_t currentBookmarkFileVersion = kNewestVersion;
 
-std::optional<FileAttributes> attributesOf(const std::string& path) {
-  std::error_code error;
-  return Platform::current().files.attributes(path, error);
+// Whether attributes that could not be had mean that there is nothing. Any other failure may hide a file.
+bool isNothingThere(const std::error_code& error) {
+  return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
 }
 
 std::string localized(const char* key, const char* table) {
@@ -41,8 +40,11 @@ std::string localized(const char* key, const char* table) {
 // The name of the client's file; nothing for an id of neither form.
 std::optional<std::string> fileNameForClientId(const String& clientId) {
   if (clientId == kMainClientId) return kBookmarksFileName;
-  if (!clientId.view().starts_with(kTestClientPrefix)) return std::nullopt;
-  return std::string(clientId.view().substr(kTestClientPrefix.size()));
+  std::string_view name = clientId.view();
+  if (!name.starts_with(kMainClientId)) return std::nullopt;
+  name.remove_prefix(kMainClientId.size());
+  if (!name.starts_with('.')) return std::nullopt;
+  return std::string(name.substr(1));
 }
 
 const Dictionary* pointerTo(const std::optional<Dictionary>& dictionary) {
@@ -75,37 +77,49 @@ std::unique_ptr<CorvaneSyncManager> CorvaneSyncManager::initWithClientId(const S
   return manager;
 }
 
-// Answers whether the client may go on. The main client always may: what is wrong with its file shows when
-// the file is read or saved.
+// Answers whether the client may go on. The main client always may, and any client whose file cannot be told
+// to be missing: what is wrong with the file shows when it is read or saved.
 bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, const std::string& fileName) {
+  Platform& platform = Platform::current();
   const std::string path =
-      standardizedPath(joinedPath(directory, fileName), Platform::current().process.homeDirectory());
-  const auto file = attributesOf(path);
-  if (file && file->kind != FileKind::directory) return true;
+      standardizedPath(joinedPath(directory, fileName), platform.process.homeDirectory());
+  std::error_code error;
+  const auto file = platform.files.attributes(path, error);
+  if (file ? file->kind == FileKind::regular : !isNothingThere(error)) return true;
+  const bool isSpecial = file && file->kind == FileKind::other;
+  if (isSpecial) {
+    systemLog("Can't sync bookmarks file %@: it is not a regular file; syncing bookmarks will fail", path);
+  }
   if (_clientId != kMainClientId) {
     SCLog("No Test Corvane Sync Client for %@, file %@ does not exist", _clientId, path);
     return false;
   }
-  _makeBookmarksFile(directory, path);
+  // In a directory that is there, a way to the file that leads through another file is a broken link of
+  // somebody's: it is left alone.
+  const bool isBrokenWay = error == std::errc::not_a_directory;
+  if (!isSpecial && _makeDirectory(directory) && !isBrokenWay) _makeBookmarksFile(path);
   return true;
 }
 
-void CorvaneSyncManager::_makeBookmarksFile(const std::string& directory, const std::string& path) {
+bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
   FileSystem& files = Platform::current().files;
-  if (const auto attributes = attributesOf(directory)) {
-    if (attributes->kind != FileKind::directory) {
-      systemLog(
-          "CorvaneSyncManager couldn't create directory %@ because a file with that name already exists; "
-          "syncing bookmarks will fail",
-          directory);
-      return;
-    }
-  } else if (files.makeDirectory(directory, kDefaultMode)) {
-    systemLog("CorvaneSyncManager failed to create directory %@; syncing bookmarks will fail", directory);
-    return;
+  if (const auto attributes = files.attributesIfKnown(directory)) {
+    if (attributes->kind == FileKind::directory) return true;
+    systemLog(
+        "CorvaneSyncManager couldn't create directory %@ because a file with that name already exists; "
+        "syncing bookmarks will fail",
+        directory);
+    return false;
   }
-  // A file that cannot be written cannot be read either, which ends the run.
-  files.writeAtomically(path, writeXmlPropertyList(Dictionary()));
+  if (!files.makeDirectory(directory, kDefaultMode)) return true;
+  systemLog("CorvaneSyncManager failed to create directory %@; syncing bookmarks will fail", directory);
+  return false;
+}
+
+void CorvaneSyncManager::_makeBookmarksFile(const std::string& path) {
+  const std::error_code error =
+      Platform::current().files.writeAtomically(path, writeXmlPropertyList(Dictionary()));
+  if (error) systemLog("Could not make bookmarks file %@: %@", path, error.message());
 }
 
 bool CorvaneSyncManager::sync() {
@@ -128,20 +142,18 @@ bool CorvaneSyncManager::sync() {
 }
 
 void CorvaneSyncManager::_checkAndSetBookmarkFileVersion(const Dictionary& bookmarks) {
-  if (const Value* value = bookmarks.find(kVersionKey)) return _checkVersionNumber(*value);
+  if (const Value* value = bookmarks.find(kVersionKey)) return _checkVersion(*value);
   SCLog("%@ - version key not found in Bookmarks, using default value of %d", _clientId, kNewestVersion);
   currentBookmarkFileVersion = kNewestVersion;
 }
 
-// Versions below 0 pass, and are written back as they are; 0 stands for no version at all.
-void CorvaneSyncManager::_checkVersionNumber(const Value& value) {
-  const std::int32_t version = value.isNumber() ? value.integer32().value_or(0) : 0;
-  if (value.isNumber()) SCLog("%@ - version key in Bookmarks is %d", _clientId, version);
-  if (version == 0) {
-    SCLog("%@ - cannot sync Bookmarks with invalid version key. Version is not an NSNumber: value is %@",
-          _clientId, value);
-    _raiseUnknownVersion();
-  }
+// Versions below 0 pass, and are written back as they are. 0 is no version; nor is a number that is no
+// integer.
+void CorvaneSyncManager::_checkVersion(const Value& value) {
+  if (!value.isNumber()) _raiseInvalidVersion(value);
+  const std::int32_t version = value.integer32().value_or(0);
+  SCLog("%@ - version key in Bookmarks is %d", _clientId, version);
+  if (version == 0) _raiseInvalidVersion(value);
   if (version > kNewestVersion) {
     SCLog(
         "%@ - cannot sync Bookmarks with version %d, this client can only synchronize versions %d and "
@@ -152,15 +164,20 @@ void CorvaneSyncManager::_checkVersionNumber(const Value& value) {
   currentBookmarkFileVersion = version;
 }
 
+void CorvaneSyncManager::_raiseInvalidVersion(const Value& value) {
+  SCLog("%@ - cannot sync Bookmarks with invalid version key. Version is not an NSNumber: value is %@",
+        _clientId, value);
+  _raiseUnknownVersion();
+}
+
 void CorvaneSyncManager::_raiseUnknownVersion() {
   throw PlatformException(
       "CorvaneBookmarksUnknownVersionException",
-      localized(
-          "The Corvane Bookmarks file cannot be synchronized. The Bookmarks file is from a version of "
-          "Corvane "
-          "that is incompatible with this version of Loomer. If a new version of Corvane has been installed, "
-          "you must install the latest version of Loomer.",
-          "CorvaneSyncClient"));
+      localized("The Corvane Bookmarks file cannot be synchronized. The Bookmarks file is from a version of "
+                "Corvane that is incompatible with this version of Loomer. If a new version of Corvane has "
+                "been installed, "
+                "you must install the latest version of Loomer.",
+                "CorvaneSyncClient"));
 }
 
 std::unique_ptr<BookmarkMap> CorvaneSyncManager::_mapBookmarks(const std::optional<Dictionary>& bookmarks) {
@@ -174,13 +191,11 @@ std::unique_ptr<BookmarkMap> CorvaneSyncManager::_mapBookmarks(const std::option
 std::string CorvaneSyncManager::_corvaneBookmarksInvalidMessage() {
   return localized(
       "The required version of Corvane needed to Sync bookmarks has never been run. Please make sure you "
-      "have "
-      "installed the latest release of Corvane and run it at least once before syncing your bookmarks.",
+      "have installed the latest release of Corvane and run it at least once before syncing your bookmarks.",
       kDefaultStringsTable);
 }
 
-std::optional<Date> CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks,
-                                                      bool /*checkIfModified*/) {
+Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*checkIfModified*/) {
   SCLog("dict is %@", bookmarks);
   std::optional<Dictionary> dictionary = _dictionaryForDisk(bookmarks);
   SCLog("dict for disk is %@", pointerTo(dictionary));
@@ -190,7 +205,7 @@ std::optional<Date> CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmar
     if (const std::optional<Date> date = _saveOnce(std::exchange(dictionary, std::nullopt))) {
       SCLog("%@ - Engine pushed changes and we modified bookmarks file at %@", _clientId,
             localDescription(*date));
-      return date;
+      return *date;
     }
     if (_driverController->pulledTheTruth()) {
       throw PlatformException("CorvaneBookmarksCannotSaveException",
@@ -204,7 +219,7 @@ std::optional<Date> CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmar
 }
 
 std::optional<Dictionary> CorvaneSyncManager::_dictionaryForDisk(const BookmarkMap& bookmarks) {
-  const CorvaneBookmark* root = bookmarks.find(kRootUid);
+  const CorvaneBookmarkFolder* root = bookmarks.root();
   return root ? std::optional(root->corvaneDictionaryRepresentation(bookmarks)) : std::nullopt;
 }
 

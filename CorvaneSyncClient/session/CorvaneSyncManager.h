@@ -28,7 +28,8 @@ class CorvaneSyncManager {
   static std::unique_ptr<CorvaneSyncManager> initWithClientId(const String& clientId);
   /// `initWithClientId:inDirectory:` None for an id of neither form and for a test client without a file; a
   /// log says which. For the main client, a missing file is made, as an empty dictionary, and so is its
-  /// directory. Raises NSObjectNotAvailableException when there is no directory and none can be made.
+  /// directory; what cannot be told to be missing is left alone. Raises NSObjectNotAvailableException when
+  /// there is no directory and none can be made.
   static std::unique_ptr<CorvaneSyncManager> initWithClientId(const String& clientId,
                                                               const std::string& inDirectory);
   ~CorvaneSyncManager();
@@ -42,15 +43,16 @@ class CorvaneSyncManager {
   /// any session, and passes on what `saveBookmarks`, the engine and the file store raise.
   bool sync();
 
-  /// `saveBookmarks:checkIfModified:` Writes the tree of `bookmarks` to the file; the file's new modification
-  /// date. The second argument is not used: the file's date is checked unless the engine has replaced all
-  /// records.
+  /// `saveBookmarks:checkIfModified:` Writes the tree of `bookmarks` to the file and answers the file's new
+  /// modification date, or raises. The second argument is not used: the file's date is checked unless the
+  /// engine has replaced all records.
   ///
   /// When the file changed meanwhile, it is read again, the session's pulled changes are replayed on it and
   /// the result is saved, up to ten saves in all. Raises "CorvaneSyncClientSaveException" after the tenth,
   /// "CorvaneBookmarksCannotSaveException" when an unchecked save fails, and
-  /// "CorvaneBookmarksInvalidException" when the changed file cannot be mapped.
-  std::optional<Date> saveBookmarks(const BookmarkMap& bookmarks, bool checkIfModified);
+  /// "CorvaneBookmarksInvalidException" when the changed file cannot be mapped; passes on what the file store
+  /// raises.
+  Date saveBookmarks(const BookmarkMap& bookmarks, bool checkIfModified);
 
   /// Whether the feed agent is left asleep after a session; it is woken unless somebody sets this.
   void _setIsPrivateSync(bool isPrivateSync) { _isPrivateSync = isPrivateSync; }
@@ -61,12 +63,15 @@ class CorvaneSyncManager {
   explicit CorvaneSyncManager(String clientId);
 
   bool _findOrMakeBookmarksFile(const std::string& directory, const std::string& fileName);
-  void _makeBookmarksFile(const std::string& directory, const std::string& path);
+  /// Whether the directory is there now.
+  bool _makeDirectory(const std::string& directory);
+  void _makeBookmarksFile(const std::string& path);
 
   /// Raises "CorvaneBookmarksUnknownVersionException" unless the file's version is one that can be synced,
   /// which then becomes the process's current one.
   void _checkAndSetBookmarkFileVersion(const Dictionary& bookmarks);
-  void _checkVersionNumber(const Value& value);
+  void _checkVersion(const Value& value);
+  [[noreturn]] void _raiseInvalidVersion(const Value& value);
   [[noreturn]] void _raiseUnknownVersion();
   /// Builds the tree of a file's contents. Raises "CorvaneBookmarksInvalidException" when it cannot be built,
   /// which is so when there are no contents.

@@ -1,11 +1,10 @@
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 
-#include <cstdio>
-
 #include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
-#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/loomer/FileUrl.h"
+#include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 
 namespace corvane {
@@ -15,24 +14,6 @@ namespace {
 constexpr const char* kSchemaPath =
     "/System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema";
 const String kModDateOnLastSync = "modDateOnLastSync";
-
-// Every byte of the path that is no unreserved character of RFC 3986 (nor a slash) is escaped.
-Url fileUrl(std::string_view path) {
-  constexpr std::string_view kUnescaped =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~/";
-  std::string text = "file://";
-  for (const char byte : path) {
-    if (kUnescaped.find(byte) != std::string_view::npos) {
-      text += byte;
-    } else {
-      char escaped[4];
-      std::snprintf(escaped, sizeof escaped, "%%%02X",
-                    static_cast<unsigned>(static_cast<unsigned char>(byte)));
-      text += escaped;
-    }
-  }
-  return Url{text};
-}
 
 // The stored date of the last sync; values of other types count as none.
 std::optional<Date> storedDate(LoomerSessionDriver& driver) {
@@ -61,11 +42,11 @@ void SessionDriverController::setOrigBookmarkDictionary(std::shared_ptr<const Bo
 void SessionDriverController::setCurrentDiskModDate(std::optional<Date> date) { _currentDiskModDate = date; }
 
 std::optional<Url> SessionDriverController::clientDescriptionURL() {
-  const auto path = Platform::current().bundles.ownBundle().resource("CorvaneClientDescription", "plist");
-  return path ? std::optional(fileUrl(*path)) : std::nullopt;
+  const auto path = ownClientDescription();
+  return path ? std::optional(loomer::fileUrl(*path)) : std::nullopt;
 }
 
-std::vector<Url> SessionDriverController::schemaBundleURLs() { return {fileUrl(kSchemaPath)}; }
+std::vector<Url> SessionDriverController::schemaBundleURLs() { return {loomer::fileUrl(kSchemaPath)}; }
 
 std::vector<String> SessionDriverController::entityNamesToSync() {
   return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};

@@ -32,7 +32,7 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   SessionDriverController& operator=(const SessionDriverController&) = delete;
 
   /// Gives the bookmarks as the session finds them, never null, and makes the working map from them. The map
-  /// already held changes nothing.
+  /// already held changes nothing; it is shared because that can only be asked of a giver who still has it.
   void setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks);
   /// The file's modification date when it was read; absent when it is not known.
   void setCurrentDiskModDate(std::optional<Date> date);
@@ -70,8 +70,9 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   bool deleteAllRecordsForEntityName(const String& entityName, String& error) override;
   bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) override;
   bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) override;
-  /// Saves what changed and keeps the file's date with the client; a date that could not be had is forgotten
-  /// there, which makes the next session a refresh.
+  /// Saves what changed and keeps the new file's date with the client; what the save raises passes through,
+  /// and the date stays. When nothing changed, the date that the client has stays, and one that has none gets
+  /// the date of the file as it was read.
   bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) override;
   void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
 

@@ -26,6 +26,12 @@ Dictionary asDictionary(const SyncRecords& records) {
   return dictionary;
 }
 
+// A change that names no record is taken in like any other, but there is nothing to file it under.
+template <typename V>
+void fileUnder(const String& identifier, V value, OrderedMap<V>& collection) {
+  if (identifier) collection.set(identifier, std::move(value));
+}
+
 int answerUnknownType(const LoomerChange& change) {
   systemLog("Asked to apply a change that's not an add, modify, or delete: %@", change);
   return LoomerChangeError;
@@ -72,10 +78,10 @@ int SessionDriverController::_applyFolderChange(const LoomerChange& change, cons
       _deletedFolders.push_back(identifier);
       return LoomerChangeAccepted;
     case LoomerChangeTypeModify:
-      _modifiedFolders.set(identifier, record);
+      fileUnder(identifier, record, _modifiedFolders);
       return LoomerChangeAccepted;
     case LoomerChangeTypeAdd:
-      _addedFolderGlobalToLocalIdMapper.set(identifier, newUid);
+      fileUnder(identifier, newUid, _addedFolderGlobalToLocalIdMapper);
       _addedFolders.set(newUid, record);
       return LoomerChangeAccepted;
     default:
@@ -93,9 +99,10 @@ int SessionDriverController::_applyBookmarkChange(const LoomerChange& change, co
       return LoomerChangeAccepted;
     case LoomerChangeTypeModify:
       _modifyCurrentBookmark(identifier, record);
-      _modifiedBookmarks.set(identifier, record);
+      fileUnder(identifier, record, _modifiedBookmarks);
       return LoomerChangeAccepted;
     case LoomerChangeTypeAdd:
+      // A bookmark is built from any record as things are; one that were not would not be filed.
       if (!CorvaneBookmarkRecord::bookmarkWithUid(newUid, record, *_currentBookmarkDictionary)) {
         return LoomerChangeRefused;
       }
@@ -145,8 +152,7 @@ bool SessionDriverController::deleteAllRecordsForEntityName(const String& entity
 }
 
 bool SessionDriverController::_isDeletedByDeleteAll(const String& uid, bool folders) const {
-  const CorvaneBookmark* root = _currentBookmarkDictionary->find(kRootUid);
-  if (root && root->uid() == uid) return false;
+  if (uid == kRootUid) return false;
   const CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid);
   if (!bookmark || bookmark->isIgnoredBySync()) return false;
   return folders ? bookmark->asFolder() != nullptr : bookmark->asRecord() != nullptr;
@@ -166,8 +172,9 @@ void SessionDriverController::_postProcessFolders() {
 
 Dictionary SessionDriverController::_localIdRemappedFolderFromRecord(const Dictionary& record) const {
   Dictionary remapped = record;
-  if (const String* parent = _addedFolderGlobalToLocalIdMapper.find(folderParentInRecord(record))) {
-    remapped.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{*parent});
+  const String parent = folderParentInRecord(record);
+  if (const String* uid = parent ? _addedFolderGlobalToLocalIdMapper.find(parent) : nullptr) {
+    remapped.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{*uid});
   }
   std::vector<Value> children;
   if (const Array* identifiers = record.array(LoomerRelationship_Bookmarks_Folder_Children.view())) {

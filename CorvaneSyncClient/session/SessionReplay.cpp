@@ -14,11 +14,6 @@ bool areEqualIds(const String& a, const String& b) { return a && b && a == b; }
 
 String parentIdOf(const CorvaneBookmark* bookmark) { return bookmark ? bookmark->parentId() : String(); }
 
-// Whether a bookmark is not what it was; one that was a folder has changed, whatever else it has kept.
-bool hasChanged(const CorvaneBookmark& original, const CorvaneBookmark& bookmark) {
-  return !original.asRecord() || !original.isEqual(bookmark);
-}
-
 }  // namespace
 
 void SessionDriverController::applyChangesToDictionary(BookmarkMap& bookmarks) {
@@ -44,7 +39,7 @@ void SessionDriverController::_deleteReplayed(const String& uid, BookmarkMap& ma
   const CorvaneBookmark* original = _origBookmarkDictionary->find(uid);
   if (!original) {
     SCLog("%@ - can't find original bookmark with uid %@, will try to remove with impunity", _clientId, uid);
-  } else if (!(uid == kRootUid) && bookmark->asRecord() && hasChanged(*original, *bookmark)) {
+  } else if (!(uid == kRootUid) && bookmark->asRecord() && !original->isEqual(*bookmark)) {
     SCLog(
         "%@ - attribute(s) changed for bookmark record with uid %@ in Corvane, so will not delete. Original "
         "bookmark %@, Corvane bookmark %@",

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
+#include <filesystem>
 #include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
@@ -12,6 +14,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+namespace fs = std::filesystem;
 
 constexpr const char* kMain = "com.keldra.Corvane";
 constexpr const char* kFeedFramework = "/System/Library/Frameworks/Nuvolo.framework";
@@ -128,17 +131,120 @@ TEST_F(SyncManagerTest, SaysThatAFileStandsInTheDirectorysPlace) {
                                " because a file with that name already exists; syncing bookmarks will fail"});
   const auto manager = CorvaneSyncManager::initWithClientId(kMain, file);
   ASSERT_TRUE(manager);  // creation goes on
-  platform.log.expectedMessages.clear();
-  platform.log.messages.clear();
+  platform.log.expectMessages(
+      {"Could not read bookmarks file " + file + "/Bookmarks.plist: Not a directory"});
   EXPECT_FALSE(manager->sync());
-  platform.log.messages.clear();  // what the store says of the unreadable file
+}
+
+struct UntoldCase {
+  const char* phrase;
+  std::errc code;
+  const char* cause;
+};
+
+class UntoldTest : public SyncManagerTest, public ::testing::WithParamInterface<UntoldCase> {};
+
+// A file whose attributes cannot be had may well be there: it is not replaced, and the read tells the cause.
+TEST_P(UntoldTest, FileIsLeftAlone) {
+  writeBookmarks(root({leaf("a", "A")}));
+  for (const char* clientId : {kMain, "com.keldra.Corvane.Bookmarks.plist"}) {
+    platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+      const bool isFile = call.operation == FileOperation::attributes && call.path == bookmarksPath();
+      return isFile ? std::make_error_code(GetParam().code) : std::error_code();
+    };
+    platform.log.expectMessages(
+        {"Could not read bookmarks file " + bookmarksPath() + ": " + GetParam().cause});
+    EXPECT_FALSE(syncs(clientId));
+    EXPECT_EQ(platform.files.count(FileOperation::writeAtomically), 0);
+    EXPECT_EQ(tree(*mapped(*savedBookmarks())), "Root(a)");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Causes, UntoldTest,
+    ::testing::Values(UntoldCase{"InputOutput", std::errc::io_error, "Input/output error"},
+                      UntoldCase{"NoPermission", std::errc::permission_denied, "Permission denied"},
+                      UntoldCase{"Loop", std::errc::too_many_symbolic_link_levels,
+                                 "Too many levels of symbolic links"}),
+    [](const auto& test) { return test.param.phrase; });
+
+TEST_F(SyncManagerTest, LinkThatLeadsInACircleIsLeftAlone) {
+  fs::create_symlink("Bookmarks.plist", bookmarksPath());
+  platform.log.expectMessages(
+      {"Could not read bookmarks file " + bookmarksPath() + ": Too many levels of symbolic links"});
+  EXPECT_FALSE(syncs(kMain));
+  EXPECT_TRUE(fs::is_symlink(bookmarksPath()));
+}
+
+TEST_F(SyncManagerTest, LinkThroughAFileIsLeftAlone) {
+  ASSERT_FALSE(platform.realFiles.write(directory() + "/file", "x"));
+  fs::create_symlink("file/inside", bookmarksPath());
+  platform.log.expectMessages({"Could not read bookmarks file " + bookmarksPath() + ": Not a directory"});
+  EXPECT_FALSE(syncs(kMain));
+  EXPECT_TRUE(fs::is_symlink(bookmarksPath()));
+}
+
+// A link to nothing is nothing, and is replaced as a save would replace it.
+TEST_F(SyncManagerTest, LinkToNothingIsReplaced) {
+  fs::create_symlink("nowhere", bookmarksPath());
+  EXPECT_TRUE(CorvaneSyncManager::initWithClientId(kMain));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(bookmarksPath())));
+  EXPECT_FALSE(fs::exists(directory() + "/nowhere"));
+}
+
+TEST_F(SyncManagerTest, DirectoryInTheFilesPlaceStands) {
+  fs::create_directory(bookmarksPath());
+  platform.log.expectMessages({"Could not make bookmarks file " + bookmarksPath() + ": Is a directory",
+                               "Could not read bookmarks file " + bookmarksPath() + ": Is a directory"});
+  EXPECT_FALSE(syncs(kMain));
+  EXPECT_TRUE(fs::is_directory(bookmarksPath()));
+}
+
+TEST_F(SyncManagerTest, SaysWhyTheFileCannotBeMade) {
+  platform.files.failAlways(FileOperation::writeAtomically, std::errc::permission_denied);
+  platform.log.expectMessages({"Could not make bookmarks file " + bookmarksPath() + ": Permission denied"});
+  EXPECT_FALSE(syncs(kMain));
+}
+
+// What is no regular file is never written over.
+TEST_F(SyncManagerTest, SpecialFilesAreLeftAloneAndNamed) {
+  const auto makeFifo = [this] { ASSERT_EQ(mkfifo(bookmarksPath().c_str(), 0600), 0); };
+  const auto makeSocket = [this] { ASSERT_EQ(mknod(bookmarksPath().c_str(), S_IFSOCK | 0600, 0), 0); };
+  const std::string isSpecial = "Can't sync bookmarks file " + bookmarksPath() +
+                                ": it is not a regular file; syncing bookmarks will fail";
+  for (const std::function<void()>& make :
+       {std::function<void()>(makeFifo), std::function<void()>(makeSocket)}) {
+    make();
+    struct stat before {};
+    ASSERT_EQ(lstat(bookmarksPath().c_str(), &before), 0);
+    platform.log.expectMessages({isSpecial});
+    EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Bookmarks.plist"));
+    platform.log.expectMessages({isSpecial});
+    const auto manager = CorvaneSyncManager::initWithClientId(kMain);
+    ASSERT_TRUE(manager);
+    struct stat after {};
+    ASSERT_EQ(lstat(bookmarksPath().c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    fs::remove(bookmarksPath());
+  }
+}
+
+TEST_F(SyncManagerTest, SyncOfASpecialFileFails) {
+  ASSERT_EQ(mkfifo(bookmarksPath().c_str(), 0600), 0);
+  platform.log.expectMessages({"Can't sync bookmarks file " + bookmarksPath() +
+                                   ": it is not a regular file; syncing bookmarks will fail",
+                               "Could not read bookmarks file " + bookmarksPath() + ": Invalid argument"});
+  EXPECT_FALSE(syncs(kMain));
+  EXPECT_TRUE(fs::is_fifo(bookmarksPath()));
 }
 
 TEST_F(SyncManagerTest, AnswersFalseForAFileThatHoldsNoDictionary) {
   ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), "no property list at all"));
+  platform.log.expectMessages({"Could not read bookmarks file " + bookmarksPath() +
+                               ": plain-text property list, offset 3: text after the value"});
   EXPECT_FALSE(syncs(kMain));
   EXPECT_TRUE(loomer.registrations.empty());
-  platform.log.messages.clear();  // what the store says of the unreadable file
 }
 
 TEST_F(SyncManagerTest, RegistersTheClientByTheBrowsersBundle) {
@@ -232,6 +338,41 @@ INSTANTIATE_TEST_SUITE_P(
                                   std::nullopt,
                                   {version("0")}}),
     [](const auto& test) { return test.param.phrase; });
+
+// Absent: version = 1, also when the process has synced a file of another version before.
+TEST_F(SyncManagerTest, AbsentVersionForgetsTheOneBefore) {
+  loomer.script = [](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
+    String error;
+    dataSource.deleteAllRecordsForEntityName(LoomerEntity_Bookmarks_Bookmark, error);
+    return dataSource.sessionDriverWillFinishSession(driver, error);
+  };
+  Dictionary bookmarks = root({leaf("a", "A")});
+  bookmarks.set("WebBookmarkFileVersion", -5);
+  writeBookmarks(bookmarks);
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_EQ(savedBookmarks()->find("WebBookmarkFileVersion")->integer32(), -5);
+  writeBookmarks(root({leaf("a", "A")}));
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_EQ(savedBookmarks()->find("WebBookmarkFileVersion")->integer32(), 1);
+}
+
+// The data source is given the date of the file that was read: the mode follows from it.
+TEST_F(SyncManagerTest, HandsTheFilesDateToTheDataSource) {
+  writeBookmarks(root({leaf("a", "A")}));
+  int mode = 0;
+  loomer.script = [&mode](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
+    String error;
+    dataSource.sessionDriverDidRegisterClient(driver, error);
+    mode = dataSource.preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder);
+    return true;
+  };
+  loomer.client.values.set("modDateOnLastSync", fileDate());
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_EQ(mode, 1);
+  loomer.client.values.set("modDateOnLastSync", Date{fileDate().seconds - 1.0});
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_EQ(mode, 2);
+}
 
 TEST_F(SyncManagerTest, VersionMessageIsLocalized) {
   writeBookmarks(Dictionary{{"WebBookmarkFileVersion", 7}});

@@ -1,10 +1,10 @@
 #include "CorvaneSyncClient/platform/loomer/FileUrl.h"
 
-#include <string_view>
-
 namespace corvane::loomer {
 
 namespace {
+
+constexpr std::string_view kScheme = "file://";
 
 int hexDigit(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
@@ -26,8 +26,23 @@ std::string unescaped(std::string_view text) {
 
 }  // namespace
 
+Url fileUrl(std::string_view path) {
+  constexpr std::string_view kUnescaped =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~/";
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string text(kScheme);
+  for (const char byte : path) {
+    if (kUnescaped.find(byte) != std::string_view::npos) {
+      text += byte;
+    } else {
+      const auto code = static_cast<unsigned char>(byte);
+      text += {'%', kDigits[code / 16], kDigits[code % 16]};
+    }
+  }
+  return Url{text};
+}
+
 std::optional<std::string> pathOfFileUrl(const Url& url) {
-  constexpr std::string_view kScheme = "file://";
   std::string_view text = url.text.view();
   if (!text.starts_with(kScheme)) return std::nullopt;
   text.remove_prefix(kScheme.size());
