@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/front/Commands.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "tests/fakes/Files.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/session/ScriptedLoomer.h"
 
@@ -102,6 +103,35 @@ TEST_F(CommandsTest, SecondSyncIsRefused) {
   EXPECT_EQ(second, 1);
 }
 
+// A lock path that cannot be removed: "Failed to break the stale lock!", status 1.
+TEST_F(CommandsTest, LockThatCannotBeRemovedIsStatusOne) {
+  const std::string lock = platform.process.temporary + "/com.keldra.Corvane.SyncClient.IsRunning";
+  ASSERT_FALSE(platform.realFiles.makeDirectory(lock, 0700));
+  platform.clock.time = Date{lockDate().seconds + 1000.0};
+  platform.files.failAlways(FileOperation::remove, std::errc::permission_denied);
+  bool ran = false;
+  sessionDoes([&ran] { return ran = true; });
+  EXPECT_EQ(sync(kMain), 1);
+  EXPECT_FALSE(ran);
+  EXPECT_TRUE(isLocked());
+  EXPECT_EQ(platform.log.diagnostics.back(), "Failed to break the stale lock!");
+}
+
+// A run whose lock was broken and taken by another leaves that one's lock alone.
+TEST_F(CommandsTest, SuccessorsLockIsLeftAlone) {
+  const std::string lock = platform.process.temporary + "/com.keldra.Corvane.SyncClient.IsRunning";
+  sessionDoes([&] {
+    EXPECT_FALSE(platform.realFiles.remove(lock));
+    EXPECT_FALSE(platform.realFiles.makeDirectory(lock, 0700));
+    EXPECT_FALSE(setModificationDate(lock, Date{1000.0}));
+    return true;
+  });
+  platform.log.expectMessages(
+      {"Lock " + lock + " was broken and taken by another process, so it is not given up"});
+  EXPECT_EQ(sync(kMain), 0);
+  EXPECT_EQ(lockDate(), Date{1000.0});
+}
+
 // --issyncing with no lock: status 1, and no lock remains afterwards.
 TEST_F(CommandsTest, ProbeWithoutALock) {
   EXPECT_EQ(runCommand({Command::isSyncing, String()}), 1);
@@ -110,11 +140,10 @@ TEST_F(CommandsTest, ProbeWithoutALock) {
 
 TEST_F(CommandsTest, ProbeThatFailsIsAnUncaughtException) {
   platform.files.failAlways(FileOperation::makeDirectory, std::errc::read_only_file_system);
+  platform.log.expectMessages({"Uncaught exception running corvanetool: Can't take lock " +
+                               platform.process.temporary +
+                               "/com.keldra.Corvane.SyncClient.IsRunning: Read-only file system"});
   EXPECT_EQ(runCommand({Command::isSyncing, String()}), 1);
-  ASSERT_EQ(platform.log.messages.size(), 1u);
-  EXPECT_THAT(platform.log.messages[0],
-              ::testing::StartsWith("Uncaught exception running corvanetool: Can't take lock"));
-  platform.log.messages.clear();
 }
 
 TEST_F(CommandsTest, UnknownCommandShowsTheUsage) {

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "CorvaneSyncClient/platform/loomer/FileUrl.h"
 #include "tests/session/SessionTest.h"
 
 namespace corvane {
@@ -44,6 +45,12 @@ TEST_F(DataSourceTest, TellsWhoTheClientIs) {
               ElementsAre(LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark));
   EXPECT_EQ(controller->sessionBeginSessionTimeout(), 60.0);
   EXPECT_EQ(controller->sessionPullChangesTimeout(), 600.0);
+}
+
+TEST_F(DataSourceTest, UrlsOfPathsLeadBackToThem) {
+  for (const char* path : {"/", "/a b/c", "/50%41/%", "/\xC3\xA4\xFF\x01", "/a?b#c;d=e&f+g~h.i-j_k"}) {
+    EXPECT_EQ(loomer::pathOfFileUrl(loomer::fileUrl(path)), path);
+  }
 }
 
 TEST_F(DataSourceTest, MissingDescriptionIsNoUrl) {
@@ -142,6 +149,19 @@ TEST_F(DataSourceTest, FirstQuietSessionStoresTheFilesDate) {
   begin(root({}));
   register_();
   didPull();
+  finish();
+  EXPECT_EQ(stored(), fileDate());
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 1);
+}
+
+// A session that saved keeps the new file's date itself, too: the file is no newer than that.
+TEST_F(DataSourceTest, SavingSessionKeepsTheNewDate) {
+  begin(root({leaf("a", "A")}));
+  loomer.client.values.set(kKey, Date{7.0});
+  register_();
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 2);
+  manager->sync();  // reads the file, so that the save finds it unchanged
+  applyBookmark(LoomerChangeTypeDelete, "a");
   finish();
   EXPECT_EQ(stored(), fileDate());
   EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 1);

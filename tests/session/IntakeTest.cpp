@@ -54,6 +54,8 @@ TEST_F(IntakeTest, AddOfAnotherEntityHandsBackAUid) {
 }
 
 // A modify for a bookmark whose parent is unchanged does not remove it from its parent before updating it.
+// That shows nowhere, since the update itself takes the bookmark out and puts it back: here, that it stands
+// there once and in its new place.
 TEST_F(IntakeTest, ModifyInTheSameParentPlacesTheBookmarkOnce) {
   begin(root({leaf("a", "A"), leaf("b", "B"), leaf("c", "C")}));
   EXPECT_EQ(applyBookmark(kModify, "a", atPosition(bookmarkRecord("New", "Root"), 2)), 1);
@@ -72,6 +74,31 @@ TEST_F(IntakeTest, ModifyOfAMissingBookmarkIsFiled) {
   EXPECT_EQ(applyBookmark(kModify, "ghost", bookmarkRecord("New", "Root")), 1);
   EXPECT_EQ(tree(working()), "Root");
   EXPECT_EQ(replayed(root({leaf("ghost", "Old")}))->find("ghost")->title(), "New");
+}
+
+// The engine names every record; a change without an identifier is taken in, and harms nothing.
+TEST_F(IntakeTest, ChangesWithoutAnIdentifierAreAccepted) {
+  begin(root({leaf("a", "A")}));
+  EXPECT_EQ(applyFolder(kAdd, String(), folderRecord("F")), 1);
+  EXPECT_EQ(remapped, "UUID-1");
+  EXPECT_EQ(applyFolder(kModify, String(), folderRecord("G")), 1);
+  EXPECT_EQ(applyFolder(kDelete, String()), 1);
+  EXPECT_EQ(applyBookmark(kModify, String(), bookmarkRecord("B")), 1);
+  EXPECT_EQ(applyBookmark(kDelete, String()), 1);
+  EXPECT_EQ(applyBookmark(kAdd, String(), bookmarkRecord("C")), 1);
+  didPull();
+  EXPECT_EQ(tree(working()), "Root(a UUID-2 UUID-1)");
+  EXPECT_EQ(tree(*replayed(root({leaf("b", "B")}))), "Root(b UUID-2 UUID-1)");
+}
+
+// A bookmark that hangs under another bookmark is listed by nobody.
+TEST_F(IntakeTest, DeletesABookmarkWhoseParentIsABookmark) {
+  begin(root({leaf("a", "A"), leaf("b", "B")}));
+  applyBookmark(kModify, "a", bookmarkRecord("A", "b"));
+  EXPECT_EQ(working().find("a")->parentId(), "b");
+  EXPECT_EQ(applyBookmark(kDelete, "a"), 1);
+  EXPECT_FALSE(working().find("a"));
+  EXPECT_EQ(tree(working()), "Root(b)");
 }
 
 // Deleting a folder leaves its children's entries in the working map.

@@ -207,6 +207,24 @@ TEST_F(ReplayTest, FolderModificationsAreReplayedTranslated) {
   EXPECT_EQ(map->find("f")->title(), "Renamed");
 }
 
+// Modified folders come before added bookmarks: one without a position finds its place by title among folders
+// that bear their new names. The browser reordered the folder, so the engine leaves it where it is.
+TEST_F(ReplayTest, FoldersAreModifiedBeforeBookmarksAreAdded) {
+  begin(root({leaf("x", "X"), folder("f", "Alpha"), folder("g", "Gamma")}));
+  applyFolder(kModify, "f", folderRecord("Omega", "Root"));
+  applyBookmark(kAdd, "e1", bookmarkRecord("Beta", "Root"));
+  EXPECT_EQ(tree(*replayed(root({folder("f", "Alpha"), folder("g", "Gamma")}))), "Root(UUID-1 f g)");
+}
+
+// Bookmarks are added before others are modified: one without a position finds its place among the old
+// titles.
+TEST_F(ReplayTest, BookmarksAreAddedBeforeOthersAreModified) {
+  begin(root({leaf("x", "X"), leaf("a", "Alpha"), leaf("g", "Gamma")}));
+  applyBookmark(kModify, "a", bookmarkRecord("Omega", "Root"));
+  applyBookmark(kAdd, "e1", bookmarkRecord("Beta", "Root"));
+  EXPECT_EQ(tree(*replayed(root({leaf("a", "Alpha"), leaf("g", "Gamma")}))), "Root(a UUID-1 g)");
+}
+
 TEST_F(ReplayTest, CanBeRepeatedOnOtherMaps) {
   begin(root({folder("f", "F", {leaf("a", "A")}), leaf("b", "B")}));
   applyFolder(kAdd, "e1", folderRecord("New"));

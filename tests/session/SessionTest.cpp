@@ -142,7 +142,7 @@ void ControllerTest::begin(const Dictionary& bookmarks) {
   driver->_setClient(&loomer.client);
 }
 
-int ControllerTest::apply(int type, const char* identifier, std::optional<Dictionary> record,
+int ControllerTest::apply(int type, const String& identifier, std::optional<Dictionary> record,
                           const String& entity) {
   remapped = String();
   return controller->applyChange(LoomerChange(type, identifier, std::move(record)), entity, remapped, nullptr,

@@ -66,11 +66,11 @@ class ControllerTest : public SessionTest {
  protected:
   /// The session begins with these bookmarks, on disk too.
   void begin(const Dictionary& bookmarks);
-  int apply(int type, const char* identifier, std::optional<Dictionary> record, const String& entity);
-  int applyFolder(int type, const char* identifier, std::optional<Dictionary> record = std::nullopt) {
+  int apply(int type, const String& identifier, std::optional<Dictionary> record, const String& entity);
+  int applyFolder(int type, const String& identifier, std::optional<Dictionary> record = std::nullopt) {
     return apply(type, identifier, std::move(record), LoomerEntity_Bookmarks_Folder);
   }
-  int applyBookmark(int type, const char* identifier, std::optional<Dictionary> record = std::nullopt) {
+  int applyBookmark(int type, const String& identifier, std::optional<Dictionary> record = std::nullopt) {
     return apply(type, identifier, std::move(record), LoomerEntity_Bookmarks_Bookmark);
   }
   bool deleteAll(const String& entity);

@@ -47,6 +47,27 @@ class SyncManagerSaveTest : public SessionTest {
     return "";
   }
 
+  /// No bookmarks can be written from now on.
+  void fillDisk() {
+    platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+      const bool isFile = call.operation == FileOperation::writeAtomically && call.path == bookmarksPath();
+      return isFile ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
+    };
+  }
+  /// Declares what the store says of one write on a full disk.
+  void expectFailedWrite() {
+    platform.log.expectMessages(
+        {"Could not write bookmarks file " + bookmarksPath() + ": No space left on device",
+         "SaveBookmarks - error trying to serialize the following: "
+         "{WebBookmarkType = WebBookmarkTypeList; WebBookmarkFileVersion = 1}"});
+  }
+
+  /// Declares what the store says of a file that holds the word "rubbish".
+  void expectRubbish() {
+    platform.log.expectMessages({"Could not read bookmarks file " + bookmarksPath() +
+                                 ": it holds a value of type string in place of a dictionary"});
+  }
+
   std::string savedTree() { return tree(*mapped(*savedBookmarks())); }
   Date storedDate() {
     const Value* date = loomer.client.values.find("modDateOnLastSync");
@@ -106,36 +127,64 @@ TEST_F(SyncManagerSaveTest, EngineThatReplacesEverythingOverridesTheBrowser) {
 
 TEST_F(SyncManagerSaveTest, FailedUncheckedSaveIsNotTriedAgain) {
   deletesAll = true;
-  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
-    const bool isFile = call.operation == FileOperation::writeAtomically && call.path == bookmarksPath();
-    return isFile ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
-  };
+  fillDisk();
+  expectFailedWrite();
   EXPECT_EQ(raised(), "CorvaneBookmarksCannotSaveException: Could not save bookmarks file.");
   EXPECT_EQ(diagnosed(kReloading), 0);
-  platform.log.messages.clear();  // what the store says of the failed write
 }
 
 TEST_F(SyncManagerSaveTest, MessagesAreLocalized) {
   platform.bundles.own.localizedTexts["Corvane Sync Client"]["Could not save bookmarks file."] =
       "Nicht gesichert.";
   deletesAll = true;
-  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
-    const bool isFile = call.operation == FileOperation::writeAtomically && call.path == bookmarksPath();
-    return isFile ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
-  };
+  fillDisk();
+  expectFailedWrite();
   EXPECT_EQ(raised(), "CorvaneBookmarksCannotSaveException: Nicht gesichert.");
-  platform.log.messages.clear();
 }
 
 TEST_F(SyncManagerSaveTest, ChangedFileThatCannotBeMappedIsInvalid) {
   beforeFinish = [this] { ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), "rubbish")); };
+  expectRubbish();
   EXPECT_EQ(raised(),
             "CorvaneBookmarksInvalidException: The required version of Corvane needed to Sync bookmarks has "
             "never been "
             "run. Please make sure you have installed the latest release of Corvane and run it at least once "
             "before "
             "syncing your bookmarks.");
-  platform.log.messages.clear();  // what the store says of the unreadable file
+}
+
+// The reload after the tenth save is performed too: what it raises comes before giving up.
+TEST_F(SyncManagerSaveTest, FileThatCannotBeMappedAfterTheTenthSaveIsInvalid) {
+  platform.files.intercept = [this, save = 0](const ForwardingFileSystem::Call& call) mutable {
+    if (call.operation == FileOperation::makeDirectory && call.path == directory() + "/lock") {
+      ++save;
+      if (save < 10) writeBookmarks(root({leaf("a", "A")}));
+      if (save == 10) {
+        EXPECT_FALSE(platform.realFiles.write(bookmarksPath(), "rubbish"));
+      }
+    }
+    return std::error_code();
+  };
+  expectRubbish();
+  EXPECT_THAT(raised(), ::testing::StartsWith("CorvaneBookmarksInvalidException: "));
+  EXPECT_EQ(diagnosed(kReloading), 10);
+  EXPECT_EQ(diagnosed(kGivingUp), 0);
+}
+
+// What the lock raises while the second save is tried ends the run; the first one's merge is not written.
+TEST_F(SyncManagerSaveTest, LockThatCannotBeHadAtTheSecondSaveRaises) {
+  loomer.client.values.set("modDateOnLastSync", Date{5.0});
+  platform.files.intercept = [this, save = 0](const ForwardingFileSystem::Call& call) mutable {
+    if (call.operation != FileOperation::makeDirectory || call.path != directory() + "/lock")
+      return std::error_code();
+    ++save;
+    if (save == 1) writeBookmarks(root({leaf("a", "A"), leaf("c", "C")}));
+    return save == 2 ? std::make_error_code(std::errc::read_only_file_system) : std::error_code();
+  };
+  EXPECT_THAT(raised(), ::testing::StartsWith("NSObjectNotAvailableException: "));
+  EXPECT_EQ(diagnosed(kReloading), 1);
+  EXPECT_EQ(savedTree(), "Root(a c)");
+  EXPECT_EQ(storedDate(), Date{5.0});
 }
 
 TEST_F(SyncManagerSaveTest, VanishedFileIsGivenUpAfterTenSaves) {
