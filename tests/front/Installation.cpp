@@ -12,6 +12,8 @@
 #include <system_error>
 #include <thread>
 
+#include "tests/fakes/PrivateSyslog.h"
+
 namespace corvane {
 
 namespace {
@@ -48,6 +50,8 @@ Installation::Installation() {
   fs::copy(CORVANE_HOLDING_AGENT, agent / "libNuvolo.so");
 }
 
+std::vector<std::string> Installation::systemLog() const { return linesOfPrivateSyslog(systemLogFile()); }
+
 bool Installation::isLocked() const { return fs::exists(lock()); }
 
 void Installation::makeLockOfAge(int seconds) const {
@@ -76,6 +80,7 @@ ToolRun::ToolRun(const Installation& installation, std::vector<std::string> argu
   setenv("TMPDIR", fs::path(installation.lock()).parent_path().c_str(), 1);
   setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
   setenv("LC_ALL", "C", 1);
+  usePrivateSyslog(installation.systemLogFile());
   if (holding) setenv("CORVANE_TEST_HOLD", _pipe.c_str(), 1);
   redirect(installation.standardOutput(), STDOUT_FILENO);
   redirect(installation.standardError(), STDERR_FILENO);

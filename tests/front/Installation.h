@@ -23,6 +23,10 @@ class Installation {
   std::string standardError() const { return _directory / "stderr"; }
   std::string standardOutput() const { return _directory / "stdout"; }
 
+  /// What all runs wrote to the system log, which is one of their own.
+  std::vector<std::string> systemLog() const;
+  std::string systemLogFile() const { return _directory / "syslog"; }
+
   bool isLocked() const;
   /// Makes the lock of a run that took it so many seconds ago.
   void makeLockOfAge(int seconds) const;

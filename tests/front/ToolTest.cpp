@@ -19,14 +19,18 @@ std::string contents(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// A line in the system log that a test does not declare fails it.
 class ToolTest : public ::testing::Test {
  protected:
+  void TearDown() override { EXPECT_EQ(installation.systemLog(), expectedLog); }
+
   /// What a run said on standard output and standard error together.
   std::string said() const {
     return contents(installation.standardOutput()) + contents(installation.standardError());
   }
 
   Installation installation;
+  std::vector<std::string> expectedLog;
 };
 
 TEST_F(ToolTest, SyncsAndSaysNothing) {
@@ -51,6 +55,25 @@ TEST_F(ToolTest, ImproperClientIdsFailWithoutALock) {
   EXPECT_EQ(statusOf(installation, {"--sync", "\xC3(", "--entitynames", "x"}), 1);
   EXPECT_FALSE(installation.isLocked());
   EXPECT_EQ(said(), "");
+  expectedLog = {
+      "Corvane Sync Client - asked to sync client id com.example.Other, but com.keldra.Corvane(.afilename) "
+      "is required",
+      "CorvaneSyncClient called to sync, but without a proper client id"};
+}
+
+// A file that is no property list: status 1, and the log names file and cause.
+TEST_F(ToolTest, UnreadableFilesAreNamedInTheLog) {
+  std::filesystem::create_directories(std::filesystem::path(installation.bookmarks()).parent_path());
+  std::ofstream(installation.bookmarks()) << "rubbish";
+  EXPECT_EQ(statusOf(installation, kSync), 1);
+  EXPECT_EQ(contents(installation.bookmarks()), "rubbish");
+  expectedLog = {"Could not read bookmarks file " + installation.bookmarks() +
+                 ": it holds a value of type string in place of a dictionary"};
+}
+
+TEST_F(ToolTest, SaysThatNoAccountIsRegistered) {
+  EXPECT_EQ(statusOf(installation, {"--isregistered"}), 1);
+  expectedLog = {"Corvane Sync Client is not registered"};
 }
 
 TEST_F(ToolTest, ProbesTheLock) {
