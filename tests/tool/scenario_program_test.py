@@ -26,8 +26,14 @@ class ScenarioProgramTest(unittest.TestCase):
         return subprocess.run([PROGRAM, *files], capture_output=True, check=False)
 
     def compare(self, scenario, expected):
-        files = self.write("s.plist", scenario), self.write("e.plist", expected, sort_keys=False)
-        return subprocess.run([sys.executable, RUNNER, PROGRAM, *files], capture_output=True, text=True, check=False)
+        with tempfile.TemporaryDirectory() as folder:
+            self.write(os.path.join(folder, "s.plist"), scenario)
+            self.write(os.path.join(folder, "s.expected.plist"), expected, sort_keys=False)
+            return self.run_folder(folder)
+
+    def run_folder(self, folder):
+        command = [sys.executable, RUNNER, PROGRAM, folder]
+        return subprocess.run(command, capture_output=True, text=True, check=False)
 
     def result(self, scenario):
         return plistlib.loads(self.run_program(self.write("r.plist", scenario)).stdout)
@@ -59,6 +65,21 @@ class ScenarioProgramTest(unittest.TestCase):
         self.assertEqual(run.returncode, 2)
         self.assertIn(missing.encode(), run.stderr)
 
+    def test_rubbish_is_named(self):
+        for content in (b"rubbish", b"", b"bplist00 and then nothing", b"<plist><dict>"):
+            path = os.path.join(self.directory.name, "rubbish.plist")
+            with open(path, "wb") as file:
+                file.write(content)
+            run = self.run_program(path)
+            self.assertEqual(run.returncode, 2, content)
+            self.assertEqual(run.stdout, b"")
+            self.assertIn(f"corvane-scenario: {path}: ".encode(), run.stderr)
+
+    def test_no_file_at_all_shows_the_usage(self):
+        run = self.run_program()
+        self.assertEqual(run.returncode, 2)
+        self.assertTrue(run.stderr.startswith(b"usage: corvane-scenario FILE..."))
+
     def test_unusable_client_has_no_session(self):
         result = self.result({"ClientId": "com.example.Other"})
         self.assertIs(result["Created"], False)
@@ -69,7 +90,8 @@ class ScenarioProgramTest(unittest.TestCase):
     def test_session_that_fails_still_counts_as_run(self):
         result = self.result({"SessionResult": False, "SessionError": "no"})
         self.assertIs(result["Synced"], False)
-        self.assertIn("Corvane Sync Client got the following error when attempting a sync: no", result["SystemLog"])
+        line = "Corvane Sync Client got the following error when attempting a sync: no"
+        self.assertIn(line, result["SystemLog"])
 
     def test_comparison_accepts_what_is_equal(self):
         run = self.compare({}, self.result({}))
@@ -83,6 +105,28 @@ class ScenarioProgramTest(unittest.TestCase):
             self.assertEqual(run.returncode, 1)
             self.assertIn(key, run.stdout)
 
+    def test_differences_bear_the_scenarios_names(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for name, created in (("right", True), ("wrong", False), ("wrong too", False)):
+                self.write(os.path.join(folder, name + ".plist"), {})
+                expected = self.result({})
+                expected["Created"] = created
+                self.write(os.path.join(folder, name + ".expected.plist"), expected, sort_keys=False)
+            run = self.run_folder(folder)
+            self.assertEqual(run.returncode, 1)
+            self.assertEqual(
+                run.stdout,
+                "wrong: Created: expected False, is True\nwrong too: Created: expected False, is True\n",
+            )
+
+    def test_scenarios_and_expectations_come_in_pairs(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertIn("no scenarios", self.run_folder(folder).stderr)
+            self.write(os.path.join(folder, "lonely.plist"), {})
+            run = self.run_folder(folder)
+            self.assertEqual(run.returncode, 1)
+            self.assertIn("lonely", run.stderr)
+
     def test_comparison_wants_every_key(self):
         expected = self.result({})
         del expected["Notifications"]
@@ -90,7 +134,11 @@ class ScenarioProgramTest(unittest.TestCase):
 
     def test_comparison_wants_the_working_maps_order(self):
         def entry(uid):
-            return {"WebBookmarkType": "WebBookmarkTypeLeaf", "WebBookmarkUUID": uid, "URLString": "http://a.example/"}
+            return {
+                "WebBookmarkType": "WebBookmarkTypeLeaf",
+                "WebBookmarkUUID": uid,
+                "URLString": "http://a.example/",
+            }
 
         scenario = {"Bookmarks": {"Children": [entry("a"), entry("b")]}}
         expected = self.result(scenario)
@@ -100,7 +148,7 @@ class ScenarioProgramTest(unittest.TestCase):
         self.assertEqual(run.returncode, 1)
         self.assertIn("WorkingMap: expected the order ['b', 'a', 'Root']", run.stdout)
 
-    def test_comparison_takes_the_words_for_the_date_of_the_save_for_dates_of_the_run_alone(self):
+    def test_save_date_words_stand_for_dates_of_the_run_alone(self):
         scenario = {"Steps": [{"Call": "deleteAllRecords", "Entity": "Folder"}, {"Call": "willFinish"}]}
         expected = self.result(scenario)
         expected["ClientValues"]["modDateOnLastSync"] = "(date of the save)"

@@ -1,4 +1,5 @@
-// corvane-scenario FILE…: runs scripted sessions and prints what happened as an XML property list.
+// corvane-scenario FILE…: runs scripted sessions and prints what happened as an XML property list. kUsage
+// tells its exit statuses.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,6 +24,13 @@ using namespace corvane::scenario;
 constexpr int kRan = 0;
 constexpr int kFailed = 1;
 constexpr int kMalformed = 2;
+
+constexpr const char* kUsage =
+    "usage: corvane-scenario FILE...\n"
+    "\n"
+    "Exit status: 0 when the sessions ran, whatever they answered;\n"
+    "1 when one did not run to its end or the result cannot be written;\n"
+    "2 when a scenario cannot be read or is malformed, or none is named.\n";
 
 void complain(const std::string& file, const std::string& cause) {
   std::fprintf(stderr, "corvane-scenario: %s: %s\n", file.c_str(), cause.c_str());
@@ -113,7 +121,7 @@ int printResults(const std::vector<std::string>& files, const std::vector<Scenar
 int main(int argc, char** argv) {
   const std::vector<std::string> files(argv + (argc > 0 ? 1 : 0), argv + argc);
   if (files.empty()) {
-    std::fputs("usage: corvane-scenario FILE...\n", stderr);
+    std::fputs(kUsage, stderr);
     return kMalformed;
   }
   std::vector<Scenario> scenarios;

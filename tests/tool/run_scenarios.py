@@ -1,16 +1,21 @@
 #!/usr/bin/env python3
-"""run_scenario.py PROGRAM SCENARIO EXPECTED: runs a scripted session and compares the outcome with what is expected.
+"""run_scenarios.py PROGRAM FOLDER: runs the scripted sessions of a folder and compares the outcomes.
 
-The two property lists must be equal, and the working map's entries must stand in the same order besides. Where the
-expected client values say "(date of the save)", any date within the run will do. Exit status 0 when they agree.
+Each NAME.plist is a session and its NAME.expected.plist what is expected of it. The two property lists
+must be equal, and the working map's entries must stand in the same order besides. Where the expected client
+values say "(date of the save)", any date within the run will do. Every difference is printed behind its
+scenario's name. Exit status 0 when all agree.
 """
 
 import datetime
+import os
 import plistlib
 import subprocess
 import sys
 
 DATE_OF_THE_SAVE = "(date of the save)"
+EXPECTED = ".expected.plist"
+SCENARIO = ".plist"
 
 
 def now():
@@ -63,21 +68,44 @@ def fill_in_save_dates(expected, actual, begin, end):
             values[key] = date
 
 
-def main():
-    program, scenario, expectation = sys.argv[1:]
-    begin = now()
-    run = subprocess.run([program, scenario], stdout=subprocess.PIPE, check=False)
-    end = now()
+def names_in(folder):
+    """The scenarios of a folder; each must have its expectation, and each expectation its scenario."""
+    files = os.listdir(folder)
+    expected = {file.removesuffix(EXPECTED) for file in files if file.endswith(EXPECTED)}
+    scenarios = {file.removesuffix(SCENARIO) for file in files
+                 if file.endswith(SCENARIO) and not file.endswith(EXPECTED)}
+    if alone := sorted(expected ^ scenarios):
+        sys.exit(f"{folder}: without a scenario or without an expectation: {', '.join(alone)}")
+    if not scenarios:
+        sys.exit(f"{folder}: there are no scenarios")
+    return sorted(scenarios)
+
+
+def results(program, files):
+    run = subprocess.run([program, *files], stdout=subprocess.PIPE, check=False)
     if run.returncode != 0:
         sys.exit(f"{program} ended with status {run.returncode}")
-    actual = plistlib.loads(run.stdout)
-    with open(expectation, "rb") as file:
-        expected = plistlib.load(file)
-    fill_in_save_dates(expected, actual, begin, end)
-    found = list(differences(expected, actual, "")) or list(order_differences(expected, actual))
-    for difference in found:
-        print(difference)
-    sys.exit(1 if found else 0)
+    result = plistlib.loads(run.stdout)
+    return [result] if len(files) == 1 else result
+
+
+def main():
+    program, folder = sys.argv[1:]
+    names = names_in(folder)
+    begin = now()
+    actuals = results(program, [os.path.join(folder, name + SCENARIO) for name in names])
+    end = now()
+    if len(actuals) != len(names):
+        sys.exit(f"{program} answered {len(actuals)} results for {len(names)} scenarios")
+    failed = False
+    for name, actual in zip(names, actuals):
+        with open(os.path.join(folder, name + EXPECTED), "rb") as file:
+            expected = plistlib.load(file)
+        fill_in_save_dates(expected, actual, begin, end)
+        for difference in list(differences(expected, actual, "")) or order_differences(expected, actual):
+            print(f"{name}: {difference}")
+            failed = True
+    sys.exit(1 if failed else 0)
 
 
 if __name__ == "__main__":
