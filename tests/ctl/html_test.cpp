@@ -75,6 +75,9 @@ const HtmlRow kRows[] = {
     {"nested <DL> without a heading belongs to the folder around it",
      "<DL><DL><DT><A HREF=\"http://a/\">A</A></DL><DT><A HREF=\"http://b/\">B</A></DL>",
      "A(http://a/) B(http://b/)"},
+    {"a bookmark between a folder's title and a list",
+     "<DL><DT><H3>F</H3><A HREF=\"http://a/\">A</A><DL><DT><A HREF=\"http://b/\">B</A></DL></DL>",
+     "F[] A(http://a/) B(http://b/)"},
     {"lists closed too often",
      "</DL></DL><DL><DT><H3>F</H3><DL></DL></DL></DL></DL><DT><A HREF=\"http://a/\">A</A>",
      "F[] A(http://a/)"},
@@ -105,6 +108,7 @@ const HtmlRow kRows[] = {
     {"a quote left open", "<DL><DT><A HREF=\"http://a/>A</A><DT><A HREF='http://b/'>B</A></DL>",
      "A(http://a/) B(http://b/)"},
     {"a tag cut off", "<DL><DT><A HREF=\"http://a/\">A</A><DT><A HREF=\"http", "A(http://a/)"},
+    {"a byte of zero", std::string("<DT><A HREF=\"x\0y\">A</A>", 23), "A(x\xEF\xBF\xBDy)"},
     {"nothing", "", ""},
     {"no bookmarks file at all", "<html><body><p>Hello & goodbye</p></body></html>", ""},
 };

@@ -218,6 +218,7 @@ class Reader {
     const std::string_view* address = tag.attribute("href");
     if (!address) return endTitle();  // a mark inside the page
     startNode(false).url = htmlAttribute(*address);
+    _heading = kNone;  // a list from here on is not the contents of the folder before this
   }
 
   void endTitle() {

@@ -84,7 +84,8 @@ Utf8Step reference(std::string_view text) {
 std::size_t takeCharacter(std::string_view text, std::string& to) {
   Utf8Step step = text[0] == '&' ? reference(text) : Utf8Step{};
   if (!step) step = decodeUtf8(text, 0);
-  if (!step || isSurrogate(step.codePoint)) step = {kReplacement, step ? step.length : 1};
+  const bool isText = step && step.codePoint != 0 && !isSurrogate(step.codePoint);
+  if (!isText) step = {kReplacement, step ? step.length : 1};
   appendUtf8(to, step.codePoint);
   return step.length;
 }

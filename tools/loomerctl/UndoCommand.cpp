@@ -23,6 +23,11 @@ std::int64_t sessionNumber(const std::string& text) {
 /// Raises Refused for a session that is not in the log or changed no agreed bookmark.
 void checkUndoable(TruthStore& store, std::int64_t number) {
   const auto session = SessionLog(store).session(number);
+  if (SessionLog(store).isPruned(number)) {
+    throw Refused{
+        "Session " + std::to_string(number) +
+        " is too old to be undone: the log keeps the last 90 days or 1,000 sessions, whichever is more."};
+  }
   if (!session) {
     throw Refused{"The log holds no session " + std::to_string(number) +
                   ". `loomerctl sessions` shows the numbers."};
