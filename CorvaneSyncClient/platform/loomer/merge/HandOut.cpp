@@ -124,7 +124,12 @@ class HandOut {
 
   bool differsAtClient(Index node) const {
     const Node& at = _trees.nodes[node];
-    return !at.client || _trees.clientParent[node] != _trees.parent[node] || at.client->content != at.content;
+    if (!at.client || _trees.clientParent[node] != _trees.parent[node]) return true;
+    Content held = at.client->content;
+    // An address that could not be sent, because it is none, is what the user typed: it stays until somebody
+    // changes the one that the client is known to have had.
+    if (at.entity == Entity::bookmark) held.url = sentContent(at).url;
+    return held != at.content;
   }
 
   void numberFolder(Index folder, const std::vector<std::uint32_t>& ranks) {
