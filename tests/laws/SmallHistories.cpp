@@ -108,26 +108,37 @@ std::string printTruth(const Truth& truth) {
   return print(print, kRoot);
 }
 
+/// The tree that the text says, at client A.
+ClientSimulation grown(const std::string& text) {
+  ClientSimulation client("A");
+  std::string folder = ClientSimulation::kRootUid;
+  std::string last;
+  std::size_t made = 0;
+  for (const char letter : text) {
+    if (letter == '(') {
+      folder = last;
+    } else if (letter == ')') {
+      folder = client.entries().at(folder).parent;
+    } else {
+      const std::string title = letter + std::to_string(++made);
+      const std::size_t end = client.entries().at(folder).children.size();
+      last = client.add(folder, end, letter == 'f' ? Entity::folder : Entity::bookmark, title,
+                        "http://" + title);
+    }
+  }
+  return client;
+}
+
 /// All histories from one forest.
 class Forest {
  public:
   Forest(const std::string& text, const SmallHistoryScope& scope, SmallHistoryCounts& counts)
-      : _text(text),
-        _scope(scope),
-        _counts(counts),
-        _a{ClientSimulation("A"), {}},
-        _b{ClientSimulation("B"), {}} {
-    grow();
-    sync(_truth, _a);
-    sync(_truth, _b);
-    _origin = factsOf(_truth);
-    _start = _b.simulation.print();
-  }
+      : _scope(scope), _counts(counts), _sides(grown(text)) {}
 
   void run() {
     ++_counts.forests;
-    const std::vector<Outcome> outcomesOfA = outcomesOf(_a.simulation, _scope.editsOfA, "A");
-    const std::vector<Outcome> outcomesOfB = outcomesOf(_b.simulation, _scope.editsOfB, "B");
+    const std::vector<Outcome> outcomesOfA = outcomesOf(_sides.a(), _scope.editsOfA, "A");
+    const std::vector<Outcome> outcomesOfB = outcomesOf(_sides.b(), _scope.editsOfB, "B");
     _counts.outcomes += outcomesOfA.size() + outcomesOfB.size();
     for (const Outcome& ofA : outcomesOfA) {
       const std::uint64_t first = _counts.pairs;
@@ -138,79 +149,93 @@ class Forest {
   }
 
  private:
-  void grow() {
-    std::string folder = ClientSimulation::kRootUid;
-    std::string last;
-    std::size_t made = 0;
-    for (const char letter : _text) {
-      if (letter == '(') {
-        folder = last;
-      } else if (letter == ')') {
-        folder = _a.simulation.entries().at(folder).parent;
-      } else {
-        const std::string title = letter + std::to_string(++made);
-        const std::size_t end = _a.simulation.entries().at(folder).children.size();
-        last = _a.simulation.add(folder, end, letter == 'f' ? Entity::folder : Entity::bookmark, title,
-                                 "http://" + title);
-      }
-    }
-  }
-
   void runWith(const Outcome& ofA, const std::vector<Outcome>& outcomesOfB, std::uint64_t skip) {
-    Truth truth = _truth;
-    Side a{ofA.simulation, _a.base};
-    Facts factsOfA;
+    std::unique_ptr<TwoSides::AfterA> afterA;
     try {
-      const MergeResult result = sync(truth, a);
-      require(result.clientChanges.empty(), "A, who alone changed anything, is handed something down");
-      require(printTruth(truth) == ofA.simulation.print(), "A's edits did not arrive as they were");
-      factsOfA = factsOf(ofA.simulation, a);
+      afterA = _sides.syncA(ofA.simulation);
     } catch (const std::exception& failure) {
       return fail(ofA, outcomesOfB.front(), failure);
     }
     for (std::uint64_t i = skip; i < outcomesOfB.size(); i += _scope.parts) {
+      ++_counts.histories;
       try {
-        runHistory(truth, a, factsOfA, ofA, outcomesOfB[i]);
+        _sides.run(*afterA, outcomesOfB[i].simulation);
       } catch (const std::exception& failure) {
         fail(ofA, outcomesOfB[i], failure);
       }
     }
   }
 
-  void runHistory(Truth truth, Side a, const Facts& factsOfA, const Outcome& ofA, const Outcome& ofB) {
-    ++_counts.histories;
-    Side b{ofB.simulation, _b.base};
-    sync(truth, b);
-    const MergeResult second = sync(truth, a);
-    require(second.truthChanges.empty(), "A, who has nothing new, changes the truth");
-    const std::string end = printTruth(truth);
-    require(a.simulation.print() == end && b.simulation.print() == end, "the clients hold different trees");
-    requireQuiet(truth, a);
-    requireQuiet(truth, b);
-    if (ofB.edits.empty()) require(end == ofA.simulation.print(), "A's edits did not reach B as they were");
-    if (ofA.edits.empty()) require(end == ofB.simulation.print(), "B's edits did not reach A as they were");
-    requireLawful({_origin, factsOfA, factsOf(ofB.simulation, b), factsOf(truth)});
-  }
-
   void fail(const Outcome& ofA, const Outcome& ofB, const std::exception& failure) {
     ++_counts.failures;
     if (_counts.examples.size() >= kExamples) return;
-    _counts.examples.push_back(std::string(failure.what()) + "\n  start: " + _start + "\n  A: " + ofA.edits +
-                               "\n     " + ofA.simulation.print() + "\n  B: " + ofB.edits + "\n     " +
-                               ofB.simulation.print());
+    _counts.examples.push_back(std::string(failure.what()) + "\n  start: " + _sides.b().print() +
+                               "\n  A: " + ofA.edits + "\n     " + ofA.simulation.print() +
+                               "\n  B: " + ofB.edits + "\n     " + ofB.simulation.print());
   }
 
-  std::string _text;
   const SmallHistoryScope& _scope;
   SmallHistoryCounts& _counts;
-  Truth _truth;
-  Side _a;
-  Side _b;
-  Facts _origin;
-  std::string _start;
+  TwoSides _sides;
 };
 
 }  // namespace
+
+struct TwoSides::State {
+  Truth truth;
+  Side a;
+  Side b;
+  Facts origin;
+  std::string printed;
+};
+
+struct TwoSides::AfterA {
+  Truth truth;
+  Side a;
+  Facts facts;
+  std::string edited;  ///< A's tree when it synced
+};
+
+TwoSides::TwoSides(const ClientSimulation& start)
+    : _state(std::make_unique<State>(State{{}, {start, {}}, {ClientSimulation("B"), {}}, {}, {}})) {
+  sync(_state->truth, _state->a);
+  sync(_state->truth, _state->b);
+  _state->origin = factsOf(_state->truth);
+  _state->printed = printTruth(_state->truth);
+}
+
+TwoSides::~TwoSides() = default;
+
+const ClientSimulation& TwoSides::a() const { return _state->a.simulation; }
+const ClientSimulation& TwoSides::b() const { return _state->b.simulation; }
+
+std::unique_ptr<TwoSides::AfterA> TwoSides::syncA(const ClientSimulation& ofA) const {
+  auto after = std::make_unique<AfterA>(AfterA{_state->truth, {ofA, _state->a.base}, {}, ofA.print()});
+  const MergeResult result = sync(after->truth, after->a);
+  require(result.clientChanges.empty(), "A, who alone changed anything, is handed something down");
+  require(printTruth(after->truth) == after->edited, "A's edits did not arrive as they were");
+  after->facts = factsOf(ofA, after->a);
+  return after;
+}
+
+void TwoSides::run(const ClientSimulation& ofA, const ClientSimulation& ofB) const { run(*syncA(ofA), ofB); }
+
+void TwoSides::run(const AfterA& afterA, const ClientSimulation& ofB) const {
+  Truth truth = afterA.truth;
+  Side a = afterA.a;
+  Side b{ofB, _state->b.base};
+  sync(truth, b);
+  const MergeResult second = sync(truth, a);
+  require(second.truthChanges.empty(), "A, who has nothing new, changes the truth");
+  const std::string end = printTruth(truth);
+  require(a.simulation.print() == end && b.simulation.print() == end, "the clients hold different trees");
+  requireQuiet(truth, a);
+  requireQuiet(truth, b);
+  const std::string edited = ofB.print();
+  if (edited == _state->printed) require(end == afterA.edited, "A's edits did not reach B as they were");
+  if (afterA.edited == _state->printed) require(end == edited, "B's edits did not reach A as they were");
+  requireLawful({_state->origin, afterA.facts, factsOf(ofB, b), factsOf(truth)});
+}
 
 std::vector<std::string> forests(std::size_t nodes) {
   // By the first tree of the forest: a bookmark, or a folder with a smaller forest in it.

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,32 @@ struct SmallHistoryCounts {
   std::uint64_t histories = 0;  ///< that were run
   std::uint64_t failures = 0;
   std::vector<std::string> examples;  ///< the first failures, as text to replay by hand
+};
+
+/// Two clients that hold one tree, to run histories from.
+class TwoSides {
+ public:
+  /// What A's session came to: the truth, and A after it.
+  struct AfterA;
+
+  explicit TwoSides(const ClientSimulation& start);
+  ~TwoSides();
+  TwoSides(const TwoSides&) = delete;
+  TwoSides& operator=(const TwoSides&) = delete;
+
+  /// What each side holds, to be edited.
+  const ClientSimulation& a() const;
+  const ClientSimulation& b() const;
+  /// One history, judged: raises std::logic_error with what does not hold.
+  void run(const ClientSimulation& ofA, const ClientSimulation& ofB) const;
+
+  /// The same in two steps, for many histories with the same A.
+  std::unique_ptr<AfterA> syncA(const ClientSimulation& ofA) const;
+  void run(const AfterA& afterA, const ClientSimulation& ofB) const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> _state;
 };
 
 /// Every forest of folders and bookmarks with that many entries, as text: "f(b)b" is a folder with a bookmark

@@ -76,13 +76,16 @@ void carryOut(History& history, const Edit& edit, Titles titles, unsigned& seria
   const std::size_t at = edit.client % history.size();
   switch (edit.kind) {
     case EditKind::sync:
-      return history.sync(at);
+      history.sync(at);
+      return;
     case EditKind::syncKilled:
       return history.syncKilled(at);
     case EditKind::refresh:
-      return history.sync(at, History::Mode::refresh);
+      history.sync(at, History::Mode::refresh);
+      return;
     case EditKind::replace:
-      return history.sync(at, History::Mode::replace);
+      history.sync(at, History::Mode::replace);
+      return;
     default:
       return carryOutAt(history.client(at), edit, titles, serial);
   }

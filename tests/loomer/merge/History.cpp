@@ -182,7 +182,7 @@ void History::commit(const MergeResult& result) {
   ++_sessions;
 }
 
-void History::sync(std::size_t at, Mode mode) {
+MergeResult History::sync(std::size_t at, Mode mode) {
   Client& client = _clients.at(at);
   const MergeInput input = inputFor(client, mode);
   const MergeResult result = mergeChecked(input);
@@ -190,6 +190,7 @@ void History::sync(std::size_t at, Mode mode) {
   client.base = result.base;
   client.simulation.apply(result, client.base);
   requireQuiet(client);
+  return result;
 }
 
 void History::syncKilled(std::size_t at) {

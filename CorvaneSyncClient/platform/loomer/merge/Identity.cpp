@@ -104,8 +104,9 @@ class Identification {
       if (found == _nodeOfRecord.end()) continue;
       Node& node = _trees.nodes[found->second];
       if (node.entity != record.entity || node.base || node.notHeld) continue;
-      if (!record.notHeld && (!record.localId || _nodeOfLocalId.contains(record.localId))) continue;
-      if (record.localId) _nodeOfLocalId.emplace(record.localId, found->second);
+      const bool usableId = record.localId && record.localId != kRootLocalId;
+      if (!record.notHeld && (!usableId || _nodeOfLocalId.contains(record.localId))) continue;
+      if (usableId) _nodeOfLocalId.emplace(record.localId, found->second);
       (record.notHeld ? node.notHeld : node.base) = &record;
       // A client is told to delete everything before it is given everything anew: it held nothing then.
       if (_input.replace) node.base = nullptr;

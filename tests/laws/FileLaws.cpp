@@ -1,0 +1,261 @@
+#include "tests/laws/FileLaws.h"
+
+#include <rapidcheck.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <ostream>
+#include <set>
+#include <stdexcept>
+#include <vector>
+
+#include "tests/laws/FileWorld.h"
+
+namespace corvane {
+
+namespace {
+
+using loomer::Entity;
+
+enum class StepKind : int {
+  addBookmark,
+  addFolder,
+  addHidden,
+  rename,
+  readdress,
+  toggle,
+  move,
+  erase,
+  sync,
+  syncWhile,
+  syncKilled
+};
+
+struct Step {
+  StepKind kind = StepKind::sync;
+  unsigned client = 0;
+  unsigned entry = 0;
+  unsigned folder = 0;
+  unsigned index = 0;
+};
+
+std::ostream& operator<<(std::ostream& out, const Step& step) {
+  static constexpr std::array kNames = {"addBookmark", "addFolder", "addHidden", "rename",
+                                        "readdress",   "toggle",    "move",      "erase",
+                                        "sync",        "syncWhile", "syncKilled"};
+  return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
+             << step.entry << ", " << step.folder << ", " << step.index << "}";
+}
+
+rc::Gen<std::vector<Step>> steps(std::vector<StepKind> kinds) {
+  const auto number = rc::gen::inRange(0U, 12U);
+  return rc::gen::container<std::vector<Step>>(
+      rc::gen::construct<Step>(rc::gen::elementOf(std::move(kinds)), number, number, number, number));
+}
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+/// A world whose browsers edit at random, and what must come of it.
+class RandomWorld {
+ public:
+  explicit RandomWorld(std::size_t clients) : _world(clients) {
+    // Something that nobody deletes keeps the guard against emptied files out of these histories.
+    edit({StepKind::addBookmark, 0, 0, 0, 0});
+    _anchor = "t1";
+  }
+
+  FileWorld& world() { return _world; }
+
+  void carryOut(const Step& step) {
+    const std::size_t client = step.client % _world.size();
+    switch (step.kind) {
+      case StepKind::sync:
+        return _world.sync(client);
+      case StepKind::syncKilled:
+        return _world.syncKilled(client, static_cast<int>(step.index) + 1);
+      case StepKind::syncWhile:
+        return _world.syncWhile(client, [&] {
+          edit({step.folder % 2 == 0 ? StepKind::addBookmark : StepKind::rename, step.client, step.entry,
+                step.folder, step.index});
+        });
+      default:
+        return edit(step);
+    }
+  }
+
+  void edit(const Step& step) {
+    const std::size_t client = step.client % _world.size();
+    BrowserFile file = _world.file(client);
+    const auto notesBefore = file.notes();
+    const std::vector<std::size_t> folders = file.visible(true);
+    const std::vector<std::size_t> all = file.visible(false);
+    const std::size_t folder = folders[step.folder % folders.size()];
+    if (step.kind <= StepKind::addHidden) {
+      const Entity entity = step.kind == StepKind::addFolder ? Entity::folder : Entity::bookmark;
+      file.add(folder, step.index, entity, newTitle(), newUid(client), step.kind == StepKind::addHidden);
+      if (step.kind == StepKind::addHidden) _hidden.insert(lastTitle());
+    } else if (all.size() > 1) {
+      change(file, step, all[1 + step.entry % (all.size() - 1)], folder);
+    }
+    _world.write(client, file);
+  }
+
+  /// The laws at rest: every title that nobody deleted is there once.
+  void requireNothingLost() {
+    std::map<std::string, int> counts;
+    const BrowserFile file = _world.file(0);
+    for (const std::size_t at : file.visible(false)) ++counts[file.title(at)];
+    for (const auto& [title, count] : counts) require(count == 1, title + " is there more than once");
+    for (const std::string& title : _given) {
+      if (_gone.contains(title) || _hidden.contains(title)) continue;
+      require(counts.contains(title), title + " vanished though nobody deleted it");
+    }
+  }
+
+  /// What the browser alone knows stays with its entry, in its file.
+  void requireNotesKept() {
+    for (std::size_t client = 0; client < _world.size(); ++client) {
+      for (const std::string& note : _world.file(client).notes()) {
+        const std::string uid = note.substr(0, note.find(':'));
+        require(note == uid + ": note of " + uid, "a note changed hands: " + note);
+        require(uid.starts_with("c" + std::to_string(client) + "-"), "a note went to another file: " + note);
+      }
+      for (const auto& [uid, title] : _titles) {
+        if (uid.starts_with("c" + std::to_string(client) + "-")) requireNoteOf(client, uid);
+      }
+    }
+  }
+
+ private:
+  void change(BrowserFile& file, const Step& step, std::size_t entry, std::size_t folder) {
+    const bool isBookmark = !file.at(entry).isFolder;
+    if (step.kind == StepKind::rename) {
+      // What is called otherwise now was not deleted; nor is what another client still calls by this name.
+      _gone.insert(file.title(entry));
+      file.rename(entry, newTitle());
+      _gone.insert(lastTitle());
+    }
+    if (step.kind == StepKind::readdress && isBookmark)
+      file.readdress(entry, "http://example.com/" + newTitle(false));
+    if (step.kind == StepKind::toggle && !isBookmark) file.toggle(entry);
+    if (holdsAnchor(file, entry)) return;
+    if (step.kind == StepKind::move) file.move(entry, folder, step.index);
+    if (step.kind == StepKind::erase) {
+      noteGone(file, entry);
+      file.erase(entry);
+    }
+  }
+
+  bool holdsAnchor(const BrowserFile& file, std::size_t entry) const {
+    std::vector<std::size_t> below{entry};
+    for (std::size_t i = 0; i < below.size(); ++i) {
+      if (file.title(below[i]) == _anchor) return true;
+      const auto& children = file.at(below[i]).children;
+      below.insert(below.end(), children.begin(), children.end());
+    }
+    return false;
+  }
+
+  void noteGone(const BrowserFile& file, std::size_t entry) {
+    std::vector<std::size_t> below{entry};
+    for (std::size_t i = 0; i < below.size(); ++i) {
+      _gone.insert(file.title(below[i]));
+      _titles.erase(file.at(below[i]).keys.string("WebBookmarkUUID").toString());
+      const auto& children = file.at(below[i]).children;
+      below.insert(below.end(), children.begin(), children.end());
+    }
+  }
+
+  void requireNoteOf(std::size_t client, const std::string& uid) {
+    const auto notes = _world.file(client).notes();
+    const std::string& title = _titles.at(uid);
+    // An entry that another client deleted is gone with its note.
+    if (_gone.contains(title)) return;
+    require(std::find(notes.begin(), notes.end(), uid + ": note of " + uid) != notes.end(),
+            "the note of " + uid + " is gone");
+  }
+
+  std::string newTitle(bool given = true) {
+    const std::string title = "t" + std::to_string(++_serial);
+    if (given) _given.push_back(title);
+    return title;
+  }
+  std::string lastTitle() const { return "t" + std::to_string(_serial); }
+  std::string newUid(std::size_t client) {
+    const std::string uid = "c" + std::to_string(client) + "-" + std::to_string(_serial);
+    _titles[uid] = lastTitle();
+    return uid;
+  }
+
+  FileWorld _world;
+  unsigned _serial = 0;
+  std::string _anchor;
+  std::vector<std::string> _given;
+  std::set<std::string> _gone;                 ///< titles that may be missing at the end
+  std::set<std::string> _hidden;               ///< titles that do not sync
+  std::map<std::string, std::string> _titles;  ///< the first title of what a browser added, by uid
+};
+
+const std::vector<StepKind> kEdits = {StepKind::addBookmark, StepKind::addBookmark, StepKind::addFolder,
+                                      StepKind::addHidden,   StepKind::rename,      StepKind::readdress,
+                                      StepKind::toggle,      StepKind::move,        StepKind::move,
+                                      StepKind::move,        StepKind::erase};
+
+std::vector<StepKind> editsAndSessions() {
+  std::vector<StepKind> kinds = kEdits;
+  kinds.insert(kinds.end(), {StepKind::sync, StepKind::sync, StepKind::sync, StepKind::sync,
+                             StepKind::syncWhile, StepKind::syncKilled});
+  return kinds;
+}
+
+/// One session of every client, in an order that is drawn.
+void roundInAnyOrder(FileWorld& world) {
+  std::vector<std::size_t> order(world.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  for (std::size_t i = 0; i + 1 < order.size(); ++i) {
+    std::swap(order[i], order[*rc::gen::inRange(i, order.size())]);
+  }
+  for (const std::size_t client : order) world.sync(client);
+}
+
+}  // namespace
+
+void filesConverge() {
+  RandomWorld random(*rc::gen::inRange<std::size_t>(2, 5));
+  for (const Step& step : *steps(editsAndSessions())) random.carryOut(step);
+  roundInAnyOrder(random.world());
+  roundInAnyOrder(random.world());
+  random.world().requireConverged();
+  random.world().requireSound();
+  random.requireNothingLost();
+  random.requireNotesKept();
+}
+
+void undoRestoresEveryFile() {
+  RandomWorld random(*rc::gen::inRange<std::size_t>(2, 4));
+  FileWorld& world = random.world();
+  for (const Step& step : *steps(editsAndSessions())) random.carryOut(step);
+  world.round();
+  world.round();
+  world.requireConverged();
+  const std::string before = world.file(0).print();
+  const std::int64_t revision = world.revision();
+  for (Step step : *steps(kEdits)) {
+    step.client = 1;
+    random.carryOut(step);
+  }
+  world.sync(1);
+  if (world.revision() == revision) return;
+  world.round();
+  require(world.undoLast(), "there is no session to undo");
+  world.round();
+  world.requireConverged();
+  world.requireSound();
+  const std::string after = world.file(0).print();
+  require(after == before, "undoing does not restore the tree\n" + before + "\n" + after);
+}
+
+}  // namespace corvane

@@ -1,0 +1,163 @@
+#include "tests/laws/FileWorld.h"
+
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/Undo.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
+#include "CorvaneSyncClient/session/CorvaneSyncManager.h"
+#include "tests/fakes/Files.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr const char* kMainClient = "com.keldra.Corvane";
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+void requireDone(const std::error_code& error, const std::string& path) {
+  if (error) throw std::system_error(error, path);
+}
+
+}  // namespace
+
+FileWorld::FileWorld(std::size_t clients) : _clients(clients) {
+  _home.platform.makeDirectories(_home.platform.process.home + "/Library/Corvane");
+  const Dictionary empty{{"WebBookmarkFileVersion", 1},
+                         {"WebBookmarkType", "WebBookmarkTypeList"},
+                         {"WebBookmarkUUID", "Root"},
+                         {"Children", Array()}};
+  for (std::size_t client = 0; client < clients; ++client) {
+    requireDone(_home.platform.realFiles.write(path(client), writeBinaryPropertyList(empty)), path(client));
+  }
+}
+
+std::string FileWorld::name(std::size_t client) const {
+  return client == 0 ? "Bookmarks.plist" : "browser" + std::to_string(client) + ".plist";
+}
+
+std::string FileWorld::path(std::size_t client) const {
+  return _home.platform.process.home + "/Library/Corvane/" + name(client);
+}
+
+std::string FileWorld::bytes(std::size_t client) const {
+  std::string bytes;
+  LinuxFileSystem files;
+  requireDone(files.read(path(client), bytes), path(client));
+  return bytes;
+}
+
+BrowserFile FileWorld::file(std::size_t client) const {
+  const Value contents = readPropertyList(bytes(client));
+  require(contents.as<Dictionary>(), path(client) + " holds no dictionary");
+  return BrowserFile(*contents.as<Dictionary>());
+}
+
+Date FileWorld::date(std::size_t client) const {
+  LinuxFileSystem files;
+  std::error_code error;
+  const auto attributes = files.attributes(path(client), error);
+  requireDone(error, path(client));
+  return attributes->modificationDate;
+}
+
+void FileWorld::write(std::size_t client, const BrowserFile& contents) {
+  const Date before = date(client);
+  requireDone(_home.platform.realFiles.write(path(client), writeBinaryPropertyList(contents.contents())),
+              path(client));
+  requireDone(setModificationDate(path(client), Date{before.seconds + 1.0}), path(client));
+}
+
+bool FileWorld::run(std::size_t client) {
+  ++_sessions;
+  const std::string id = client == 0 ? kMainClient : std::string(kMainClient) + "." + name(client);
+  const auto manager = CorvaneSyncManager::initWithClientId(String(id));
+  require(manager != nullptr, "there is no client " + id);
+  return manager->sync();
+}
+
+void FileWorld::sync(std::size_t client) {
+  const bool succeeded = run(client);
+  const std::vector<std::string>& log = _home.platform.log.messages;
+  require(succeeded, "a session fails: " + (log.empty() ? std::string("for no reason") : log.back()));
+}
+
+void FileWorld::syncWhile(std::size_t client, const std::function<void()>& browser) {
+  bool wrote = false;
+  _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+    const bool takesLock = call.operation == FileOperation::makeDirectory && call.path.ends_with("/lock");
+    if (takesLock && !wrote) {
+      wrote = true;
+      browser();
+    }
+    return std::error_code();
+  };
+  sync(client);
+  _home.platform.files.intercept = nullptr;
+}
+
+void FileWorld::syncKilled(std::size_t client, int operation) {
+  _home.close();
+  const std::string copy = _home.storePath + ".before";
+  std::filesystem::copy_file(_home.storePath, copy, std::filesystem::copy_options::overwrite_existing);
+  _home.open();
+  int seen = 0;
+  _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+    if (isMutating(call.operation) && ++seen == operation) throw Killed{};
+    return std::error_code();
+  };
+  try {
+    run(client);
+  } catch (const Killed&) {
+    // What a process that dies here would not have done any more, it undoes as far as it is in the store.
+  }
+  _home.platform.files.intercept = nullptr;
+  _home.close();
+  std::filesystem::rename(copy, _home.storePath);
+  // The directory's lock of a process that is gone: its holder is not this process.
+  std::filesystem::remove_all(_home.platform.process.home + "/Library/Corvane/lock");
+  _home.open();
+}
+
+void FileWorld::round() {
+  for (std::size_t client = 0; client < _clients; ++client) sync(client);
+}
+
+bool FileWorld::undoLast() {
+  std::int64_t last = 0;
+  loomer::SessionLog(_home.store()).newestFirst([&](const loomer::SessionEntry& entry) {
+    if (entry.changed > 0) last = entry.id;
+    return last == 0;
+  });
+  if (last == 0) return false;
+  loomer::undoSession(_home.store(), "somebody", last, false);
+  return true;
+}
+
+std::int64_t FileWorld::revision() { return loomer::RecordTable(_home.store()).state().revision; }
+
+std::size_t FileWorld::live() { return loomer::RecordTable(_home.store()).liveCount(); }
+
+void FileWorld::requireConverged() {
+  const std::string tree = file(0).print();
+  for (std::size_t client = 1; client < _clients; ++client) {
+    const std::string other = file(client).print();
+    require(other == tree, "two clients hold different trees:\n" + tree + "\n" + other);
+  }
+  const std::int64_t revisionBefore = revision();
+  for (std::size_t client = 0; client < _clients; ++client) {
+    const std::string before = bytes(client);
+    const Date dateBefore = date(client);
+    sync(client);
+    require(bytes(client) == before && date(client) == dateBefore,
+            "a session with nothing new writes the file");
+  }
+  require(revision() == revisionBefore, "a session with nothing new changes the truth");
+}
+
+}  // namespace corvane

@@ -1,0 +1,134 @@
+#include <rapidcheck.h>
+
+#include <memory>
+#include <set>
+#include <stdexcept>
+
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "tests/laws/EngineHome.h"
+#include "tests/laws/FileLaws.h"
+#include "tests/loomer/engine/ScriptedClient.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr std::size_t kClients = 3;
+constexpr std::size_t kPicky = 2;  // the client that does not take everything
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+/// Three clients in memory on a real engine, one of which refuses and ignores what it is handed at random.
+class PickyWorld {
+ public:
+  PickyWorld() {
+    for (std::size_t i = 0; i < kClients; ++i) {
+      _clients.push_back(std::make_unique<ScriptedClient>("com.example.client" + std::to_string(i)));
+      _clients.back()->description = Url{"file://" + _home.descriptionPath};
+      _clients.back()->schema = Url{"file://" + std::string(EngineHome::kSchema)};
+    }
+    _clients[0]->addBookmark("", "anchor", "http://anchor");
+    sync(0);
+    _clients[kPicky]->answer = [this](const LoomerChange&) {
+      // A stream of its own: what is answered must not depend on when RapidCheck draws.
+      _answers = _answers * 1103515245U + 12345U;
+      const unsigned drawn = (_answers >> 16U) % 6U;
+      return drawn == 0 ? LoomerChangeRefused : drawn == 1 ? LoomerChangeIgnored : LoomerChangeAccepted;
+    };
+  }
+
+  void seedAnswers(unsigned seed) { _answers = seed; }
+
+  void sync(std::size_t at) {
+    const std::string error = _clients[at]->sync();
+    require(error.empty(), "a session fails: " + error);
+  }
+
+  void step(unsigned kind, std::size_t at, unsigned entry, unsigned folder, int index) {
+    ScriptedClient& client = *_clients[at];
+    client.edited = true;
+    if (kind >= 7) return sync(at);
+    std::vector<std::string> folders{""};
+    std::vector<std::string> all;
+    for (const auto& [id, node] : client.nodes) {
+      if (node.folder) folders.push_back(id);
+      if (node.name != "anchor") all.push_back(id);
+    }
+    const std::string parent = folders[folder % folders.size()];
+    const int place = index % (static_cast<int>(client.children[parent].size()) + 1);
+    const std::string title = "t" + std::to_string(++_serial);
+    if (kind <= 1) client.addBookmark(parent, given(title), "http://" + title, place);
+    if (kind == 2) client.addFolder(parent, given(title), place);
+    if (kind <= 2 || all.empty()) return;
+    const std::string id = all[entry % all.size()];
+    if (kind == 3 && !client.nodes.at(id).folder) client.readdress(id, "http://" + title);
+    if (kind == 4 || kind == 5) move(client, id, parent);
+    if (kind == 6) remove(client, id);
+  }
+
+  void requireNothingLost() {
+    const std::string tree = _clients[0]->text();
+    require(_clients[1]->text() == tree,
+            "two clients that take everything differ:\n" + tree + "\n" + _clients[1]->text());
+    std::multiset<std::string> titles;
+    for (const auto& [id, node] : _clients[0]->nodes) titles.insert(node.name.toString());
+    for (const std::string& title : titles) require(titles.count(title) == 1, title + " is there twice");
+    for (const std::string& title : _given) {
+      require(_gone.contains(title) || titles.contains(title), title + " vanished though nobody deleted it");
+    }
+    _home.requireSound();
+  }
+
+ private:
+  const char* given(const std::string& title) { return _given.insert(title).first->c_str(); }
+
+  static void move(ScriptedClient& client, const std::string& id, const std::string& parent) {
+    for (std::string at = parent; !at.empty(); at = client.nodes.at(at).parent) {
+      if (at == id) return;
+    }
+    client.move(id, parent);
+  }
+
+  void remove(ScriptedClient& client, const std::string& id) {
+    std::vector<std::string> below{id};
+    for (std::size_t i = 0; i < below.size(); ++i) {
+      const auto children = client.children.find(below[i]);
+      if (children != client.children.end()) {
+        below.insert(below.end(), children->second.begin(), children->second.end());
+      }
+    }
+    for (const std::string& each : below) {
+      if (client.nodes.at(each).name == "anchor") return;
+    }
+    for (const std::string& each : below) _gone.insert(client.nodes.at(each).name.toString());
+    client.remove(id);
+  }
+
+  EngineHome _home;
+  std::vector<std::unique_ptr<ScriptedClient>> _clients;
+  unsigned _serial = 0;
+  unsigned _answers = 1;
+  std::set<std::string> _given;
+  std::set<std::string> _gone;
+};
+
+}  // namespace
+
+void refusedRecordsStay() {
+  PickyWorld world;
+  world.seedAnswers(*rc::gen::inRange(0U, 100'000U));
+  using Step = std::tuple<unsigned, std::size_t, unsigned, unsigned, int>;
+  const auto steps = *rc::gen::container<std::vector<Step>>(
+      rc::gen::tuple(rc::gen::inRange(0U, 11U), rc::gen::inRange(std::size_t{0}, kClients),
+                     rc::gen::inRange(0U, 12U), rc::gen::inRange(0U, 12U), rc::gen::inRange(0, 12)));
+  for (const auto& [kind, client, entry, folder, index] : steps)
+    world.step(kind, client, entry, folder, index);
+  for (int round = 0; round < 2; ++round) {
+    for (const std::size_t client : {kPicky, std::size_t{0}, std::size_t{1}}) world.sync(client);
+  }
+  world.requireNothingLost();
+}
+
+}  // namespace corvane

@@ -1,0 +1,36 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/laws/FileLaws.h"
+#include "tests/laws/TwoSidedLaw.h"
+#include "tests/loomer/merge/Properties.h"
+
+// The laws that take both sides of a history, a real engine or real files to check. RapidCheck prints its
+// seed; RC_PARAMS="seed=…" replays one. CORVANE_LAWS=N runs N times as many histories.
+
+namespace corvane {
+namespace {
+
+int times(int count) {
+  const char* const factor = std::getenv("CORVANE_LAWS");
+  return factor ? count * std::max(1, std::atoi(factor)) : count;
+}
+
+TEST(TwoSides, BothArriveAndKeepTheirOrder) {
+  loomer::test::checkTimes(times(1000), 40, loomer::test::bothSidesArrive);
+}
+
+TEST(TwoSides, MovesNeverMeetTheGuard) {
+  loomer::test::checkTimes(times(300), 60, loomer::test::movesNeverMeetTheGuard);
+}
+
+TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40), 40, refusedRecordsStay); }
+
+TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
+
+TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(20), 30, undoRestoresEveryFile); }
+
+}  // namespace
+}  // namespace corvane
