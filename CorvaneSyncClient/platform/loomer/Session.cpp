@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/HandingDown.h"
 #include "CorvaneSyncClient/platform/loomer/SessionGuard.h"
+#include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -190,6 +191,7 @@ void Session::finish() {
   _state.lastSession = now;
   _clients.finishSession(_state);
   if (news || _entry) _records.dropOldTombstones();
+  if (_entry) pruneLog(_store, now, kPrunedRows + _plan.truthChanges.size());
   _store.database().commit();
 }
 

@@ -41,7 +41,8 @@ struct UndoResult {
   std::vector<UndoNote> notes;
 };
 
-/// Undoes a session: enters what `planUndo` says as a new session. `author` stands in the log.
+/// Undoes a session: enters what `planUndo` says as a new session. `author` stands in the log. Raises
+/// LoomerStoreException, changing nothing, when the log has forgotten the session.
 UndoResult undoSession(TruthStore& store, const String& author, std::int64_t session, bool force);
 
 }  // namespace corvane::loomer

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+
 namespace corvane::loomer {
 
 namespace {
@@ -64,9 +66,16 @@ void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& befo
       "refused_revision,"
       " not_held) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
       kWriteBase);
+  ReleasedContents released(_store);
   auto old = before.begin();
+  const auto release = [&] {
+    if (released.isNeeded()) released.add(old->record, contents.row(old->record, old->content));
+  };
   const auto removeUpTo = [&](RecordId record) {
-    for (; old != before.end() && old->record < record; ++old) remove.run(client, old->record);
+    for (; old != before.end() && old->record < record; ++old) {
+      remove.run(client, old->record);
+      release();
+    }
   };
   for (const BaseRecord& now : after) {
     removeUpTo(now.record);
@@ -76,9 +85,12 @@ void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& befo
                 std::int64_t{now.position}, contents.row(now.record, now.content), now.refusedRevision,
                 now.notHeld);
     }
-    if (known) ++old;
+    if (!known) continue;
+    if (!(old->content == now.content)) release();
+    ++old;
   }
   removeUpTo(std::numeric_limits<RecordId>::max());
+  released.drop();
 }
 
 }  // namespace corvane::loomer

@@ -9,10 +9,11 @@ namespace {
 // parent's constraint waits for the commit; places are taken through parking numbers (see RecordTable),
 // because SQLite checks uniqueness at each statement.
 //
-// What a record says is a row of "contents" that is written once, never changed and never removed: the
-// record, the bases of the clients and both sides of the change log refer to the same row. Every content that
-// the truth ever held stays in the change log anyway. References to it are no foreign keys: looking each one up
-// would cost a first session a fifth of its time, and the check of the store tells of one that leads nowhere.
+// What a record says is a row of "contents" that is written once, never changed, and removed only with the last
+// that refers to it: the record, the bases of the clients and both sides of the change log refer to the same row.
+// Every content that the truth ever held stays as long as the log tells of it. References to it are no foreign
+// keys: looking each one up would cost a first session a fifth of its time, and the check of the store tells of
+// one that leads nowhere.
 constexpr const char* kVersion1 = R"sql(
   PRAGMA application_id = 0x4c6f6f6d;
 
@@ -146,7 +147,15 @@ constexpr const char* kVersion1 = R"sql(
   ) WITHOUT ROWID;
 )sql";
 
-constexpr const char* kMigrations[] = {kVersion1};
+// The log forgets. A first session's changes have nothing before them, so that the index costs it nothing.
+constexpr const char* kVersion2 = R"sql(
+  -- Of this session and those before it the log tells nothing any more, even where rows are left to be dropped.
+  ALTER TABLE truth ADD COLUMN pruned_session INTEGER NOT NULL DEFAULT 0;
+  CREATE INDEX changes_by_before ON changes(before_content) WHERE before_content IS NOT NULL;
+  CREATE INDEX losses_by_session ON losses(session);
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1, kVersion2};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 

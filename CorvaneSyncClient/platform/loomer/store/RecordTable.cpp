@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+
 namespace corvane::loomer {
 
 namespace {
@@ -248,12 +250,17 @@ void RecordTable::dropOldTombstones() {
     if (query.open(passed).next()) forgotten = query.optionalInteger(0);
   }
   if (!forgotten) return;
-  database
-      .query(
-          "DELETE FROM tombstones WHERE revision <= ?1 AND NOT EXISTS"
-          " (SELECT 1 FROM clients c JOIN base b ON b.client = c.id WHERE b.record = tombstones.id)",
-          kWriteRecords)
-      .run(passed);
+  ReleasedContents released(_store);
+  {
+    Statement remove = database.query(
+        "DELETE FROM tombstones WHERE revision <= ?1 AND NOT EXISTS"
+        " (SELECT 1 FROM clients c JOIN base b ON b.client = c.id WHERE b.record = tombstones.id)"
+        " RETURNING id, content",
+        kWriteRecords);
+    remove.open(passed);
+    while (remove.next()) released.add(remove.integer(0), remove.integer(1));
+  }
+  released.drop();
   database.query("UPDATE truth SET forgotten_revision = max(forgotten_revision, ?)", kWriteRecords)
       .run(*forgotten);
 }

@@ -91,10 +91,15 @@ void SessionLog::finish(std::int64_t session, Date ended, std::size_t refused) {
 
 #define CORVANE_SESSION_COLUMNS \
   "id, client, began, ended, mode, revision, taken, changed, handed_down, refused"
+#define CORVANE_IN_LOG "id > (SELECT pruned_session FROM truth)"
+
+bool SessionLog::isPruned(std::int64_t session) {
+  return session > 0 && session <= _store.database().integer("SELECT pruned_session FROM truth", kReadLog);
+}
 
 std::vector<SessionEntry> SessionLog::sessions() {
-  Statement query =
-      _store.database().query("SELECT " CORVANE_SESSION_COLUMNS " FROM sessions ORDER BY id", kReadLog);
+  Statement query = _store.database().query(
+      "SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE " CORVANE_IN_LOG " ORDER BY id", kReadLog);
   std::vector<SessionEntry> sessions;
   query.open();
   while (query.next()) sessions.push_back(entryOf(query));
@@ -102,20 +107,21 @@ std::vector<SessionEntry> SessionLog::sessions() {
 }
 
 void SessionLog::newestFirst(const std::function<bool(const SessionEntry&)>& take) {
-  Statement query =
-      _store.database().query("SELECT " CORVANE_SESSION_COLUMNS " FROM sessions ORDER BY id DESC", kReadLog);
+  Statement query = _store.database().query(
+      "SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE " CORVANE_IN_LOG " ORDER BY id DESC", kReadLog);
   query.open();
   while (query.next() && take(entryOf(query))) continue;
 }
 
 std::optional<SessionEntry> SessionLog::session(std::int64_t id) {
-  Statement query =
-      _store.database().query("SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE id = ?", kReadLog);
+  Statement query = _store.database().query(
+      "SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE " CORVANE_IN_LOG " AND id = ?", kReadLog);
   if (!query.open(id).next()) return std::nullopt;
   return entryOf(query);
 }
 
 #undef CORVANE_SESSION_COLUMNS
+#undef CORVANE_IN_LOG
 
 std::vector<LoggedChange> SessionLog::changes(std::int64_t session) {
   std::vector<LoggedChange> changes;
@@ -128,6 +134,7 @@ std::vector<LoggedChange> SessionLog::changes(std::int64_t session) {
 
 void SessionLog::changesOf(std::int64_t session, std::optional<RecordId> record,
                            const std::function<bool(const LoggedChange&)>& take) {
+  if (isPruned(session)) return;
   // A range, so that one query serves both and uses the key.
   Statement query = _store.database().query(
       "SELECT c.record, c.entity, c.before_parent, c.before_place, b.name, b.url, b.tab_group, b.special,"
@@ -146,6 +153,7 @@ void SessionLog::changesOf(std::int64_t session, std::optional<RecordId> record,
 }
 
 std::vector<Loss> SessionLog::losses(std::int64_t session) {
+  if (isPruned(session)) return {};
   Statement query = _store.database().query(
       "SELECT record, attribute, client_value, truth_value, client_won FROM losses WHERE session = ? ORDER "
       "BY id",

@@ -40,7 +40,8 @@ struct LoggedChange {
   std::optional<LoggedState> after;
 };
 
-/// What happened to the truth: who, when, which record, before and after, and what lost a conflict.
+/// What happened to the truth: who, when, which record, before and after, and what lost a conflict. Sessions
+/// that are dropped, or of which the dropping has begun (see LogPruning.h), are not in it any more.
 class SessionLog {
  public:
   explicit SessionLog(TruthStore& store) : _store(store) {}
@@ -52,6 +53,8 @@ class SessionLog {
   /// Notes the end of a session that was entered.
   void finish(std::int64_t session, Date ended, std::size_t refused);
 
+  /// Whether the session was in the log and is dropped.
+  bool isPruned(std::int64_t session);
   /// Oldest first.
   std::vector<SessionEntry> sessions();
   /// Hands over the sessions, newest first, one at a time, until `take` answers false.
