@@ -171,6 +171,9 @@ def run(scenario, point, number):
         home.age_lock()
         sync_on(home, scenario.client)
         home.must_be_sound()
+        if "Library/Corvane/lock" in point.what and not killed:
+            # A lock directory that cannot be deleted is moved aside, where it stays by design.
+            shutil.rmtree(os.path.join(home.path, "Library", "Corvane", ".staleLockDirectory"), ignore_errors=True)
         end = outcome(home)
         if status == 0 or killed or end != scenario.cancelled_end:
             compare(end, scenario.end)

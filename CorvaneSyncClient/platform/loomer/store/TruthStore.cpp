@@ -52,9 +52,20 @@ void narrowMode(const std::string& store, const std::string& path, mode_t mode) 
   }
 }
 
+/// A side file may be gone at any time: the last process that closes the store removes both.
+void narrowSideFile(const std::string& store, const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT) return;
+    failWith(store, "look at " + path, errno);
+  }
+  if ((status.st_mode & 07777) == kFileMode || chmod(path.c_str(), kFileMode) == 0 || errno == ENOENT) return;
+  failWith(store, "close " + path + " to other users", errno);
+}
+
 /// Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
-/// the same mode. An existing file is not opened here: closing it again would drop the locks that this
-/// process holds on it.
+/// the same mode, but leaves those that stand there already as they are. An existing file is not opened here:
+/// closing it again would drop the locks that this process holds on it.
 void prepareFile(const std::string& path) {
   const std::string directory = path.substr(0, path.rfind('/'));
   makeDirectories(path, directory);
@@ -66,6 +77,7 @@ void prepareFile(const std::string& path) {
     failWith(path, "create it", errno);
   }
   narrowMode(path, path, kFileMode);
+  for (const char* suffix : {"-wal", "-shm"}) narrowSideFile(path, path + suffix);
 }
 
 std::string prepared(std::string path) {
