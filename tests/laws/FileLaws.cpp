@@ -89,13 +89,13 @@ class RandomWorld {
   void edit(const Step& step) {
     const std::size_t client = step.client % _world.size();
     BrowserFile file = _world.file(client);
-    const auto notesBefore = file.notes();
     const std::vector<std::size_t> folders = file.visible(true);
     const std::vector<std::size_t> all = file.visible(false);
     const std::size_t folder = folders[step.folder % folders.size()];
     if (step.kind <= StepKind::addHidden) {
       const Entity entity = step.kind == StepKind::addFolder ? Entity::folder : Entity::bookmark;
-      file.add(folder, step.index, entity, newTitle(), newUid(client), step.kind == StepKind::addHidden);
+      const std::string title = newTitle();
+      file.add(folder, step.index, entity, title, newUid(client), step.kind == StepKind::addHidden);
       if (step.kind == StepKind::addHidden) _hidden.insert(lastTitle());
     } else if (all.size() > 1) {
       change(file, step, all[1 + step.entry % (all.size() - 1)], folder);

@@ -7,11 +7,15 @@
 #include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
 
 // How many changes a client is handed for one bookmark that another client inserted, in folders of three
-// sizes. At either end there is always a free number. In the middle there is none, since a client that just
-// read its file counts its children from 0 without gaps; then a child may share its neighbour's number if its
-// title sorts the right way (after the left one's, or before the right one's: the odds are two in three and
-// more for random titles). Failing that, the neighbours on the shorter way to a pair whose titles sort by
-// chance give way, half of them at each step: so the number of changes does not grow with the folder.
+// sizes.
+//
+// At either end there is always a free number: one change. In the middle there is none, since a client that
+// just read its file counts its children from 0 without gaps. The insertion then shares the number of a
+// neighbour if its title sorts the right way (after the left one's or before the right one's); with random
+// titles that fails only when the left one sorts after it and the right one before it, one time in six. Then
+// a neighbour gives way by one, which works likewise if the titles allow, and so on: the chance of each
+// further change falls like one over a factorial. So the average stays well below 2, eight changes come
+// less than once in a hundred thousand insertions, and neither depends on the size of the folder.
 
 namespace corvane::loomer::test {
 namespace {
@@ -79,8 +83,8 @@ TEST_P(InsertionCost, StaysSmallWhereverItIs) {
               atEnd, atFront, static_cast<double>(sum) / static_cast<double>(insertions), most, insertions);
   EXPECT_EQ(atEnd, 1U);
   EXPECT_EQ(atFront, 1U);
-  EXPECT_LE(sum, 3 * insertions);
-  EXPECT_LE(most, 12U);
+  EXPECT_LE(sum, 2 * insertions);
+  EXPECT_LE(most, 8U);
 }
 INSTANTIATE_TEST_SUITE_P(Sizes, InsertionCost, testing::Values(10, 1'000, 100'000));
 

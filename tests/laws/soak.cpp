@@ -1,0 +1,132 @@
+// corvane-soak [--seed S] [--minutes M] [--law NAME]
+//
+// Drives random histories against every law until the time is up, in memory and over real files in turn, and
+// prints how many. A failure is shrunk and printed with the command that replays it; the exit status is then
+// 1. Without --seed one is drawn and printed; with --law one law alone is driven.
+
+#include <rapidcheck.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/laws/FileLaws.h"
+#include "tests/laws/TwoSidedLaw.h"
+#include "tests/loomer/merge/Laws.h"
+
+namespace {
+
+using namespace corvane;
+using Clock = std::chrono::steady_clock;
+
+struct Law {
+  const char* name;
+  std::function<void()> check;
+  int histories;  ///< in one turn
+  int size;       ///< of the largest history, in edits
+  std::uint64_t done = 0;
+  double seconds = 0;
+};
+
+std::vector<Law> allLaws() {
+  return {{"convergence", loomer::test::clientsConverge, 500, 80},
+          {"arrival", loomer::test::changesArrive, 300, 60},
+          {"conservation", loomer::test::nothingVanishes, 300, 80},
+          {"killing", loomer::test::killedSessionsLeaveNoTrace, 300, 60},
+          {"both-sides", loomer::test::bothSidesArrive, 300, 60},
+          {"guard", loomer::test::movesNeverMeetTheGuard, 200, 80},
+          {"refusal", refusedRecordsStay, 20, 60},
+          {"files", filesConverge, 10, 60},
+          {"undo", undoRestoresEveryFile, 10, 40}};
+}
+
+struct Options {
+  std::uint64_t seed = std::random_device{}();
+  double minutes = 1;
+  std::string law;
+};
+
+/// One turn of a law; false when it does not hold.
+bool drive(Law& law, std::uint64_t seed) {
+  rc::detail::TestParams params;
+  params.seed = seed;
+  params.maxSuccess = law.histories;
+  params.maxSize = law.size;
+  rc::detail::TestMetadata metadata;
+  metadata.id = law.name;
+  metadata.description = law.name;
+  const auto began = Clock::now();
+  const rc::detail::TestResult result = rc::detail::checkTestable(law.check, metadata, params);
+  law.seconds += std::chrono::duration<double>(Clock::now() - began).count();
+  if (result.is<rc::detail::SuccessResult>()) {
+    law.done += static_cast<std::uint64_t>(law.histories);
+    return true;
+  }
+  std::ostringstream text;
+  rc::detail::printResultMessage(result, text);
+  std::printf("%s does not hold:\n%s\nreplay: corvane-soak --seed %llu --minutes 0 --law %s\n", law.name,
+              text.str().c_str(), static_cast<unsigned long long>(seed), law.name);
+  return false;
+}
+
+/// Turns until the time is up, at least one of each law. The seed of a turn is the first one plus the number
+/// of turns before it, so that a turn can be replayed alone.
+bool soak(std::vector<Law>& laws, const Options& options) {
+  const auto end = Clock::now() + std::chrono::duration<double>(options.minutes * 60);
+  std::uint64_t seed = options.seed;
+  do {
+    for (Law& law : laws) {
+      if (!drive(law, seed)) return false;
+    }
+    ++seed;
+  } while (Clock::now() < end);
+  return true;
+}
+
+bool readOptions(int argc, char** argv, Options& options) {
+  for (int i = 1; i < argc; i += 2) {
+    if (i + 1 == argc) return false;
+    const std::string name = argv[i];
+    char* rest = nullptr;
+    if (name == "--seed") {
+      options.seed = std::strtoull(argv[i + 1], &rest, 10);
+    } else if (name == "--minutes") {
+      options.minutes = std::strtod(argv[i + 1], &rest);
+    } else if (name == "--law") {
+      options.law = argv[i + 1];
+    } else {
+      return false;
+    }
+    if (rest && (rest == argv[i + 1] || *rest != '\0')) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  std::vector<Law> laws = allLaws();
+  const bool understood = readOptions(argc, argv, options);
+  if (!options.law.empty()) std::erase_if(laws, [&](const Law& law) { return law.name != options.law; });
+  if (!understood || laws.empty()) {
+    std::fputs("usage: corvane-soak [--seed S] [--minutes M] [--law NAME]\nlaws:", stderr);
+    for (const Law& law : allLaws()) std::fprintf(stderr, " %s", law.name);
+    std::fputs("\n", stderr);
+    return 2;
+  }
+  std::printf("seed %llu\n", static_cast<unsigned long long>(options.seed));
+  const bool lawful = soak(laws, options);
+  for (const Law& law : laws) {
+    std::printf("%-12s %10llu histories %8.1f s\n", law.name, static_cast<unsigned long long>(law.done),
+                law.seconds);
+  }
+  return lawful ? 0 : 1;
+}
