@@ -188,5 +188,15 @@ TEST(Total, ATruthOrBaseThatMakesNoSenseIsMadeSense) {
   }
 }
 
+TEST(Total, TheRootIsNoRecordOfTheClientWhateverTheBaseSays) {
+  MergeInput input;
+  input.truth = {{.id = 1, .place = 5, .content = named("new name")}};
+  input.base = {{.localId = "Root", .record = 1, .content = named("old name")}};
+  const MergeResult result = merge(input);
+  ASSERT_EQ(result.clientChanges.size(), 1U);
+  EXPECT_EQ(result.clientChanges[0].type, LoomerChangeTypeAdd);
+  EXPECT_FALSE(result.clientChanges[0].localId);
+}
+
 }  // namespace
 }  // namespace corvane::loomer::test
