@@ -220,7 +220,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--all", action="store_true")
     parser.add_argument("--points", type=int, default=120)
-    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 30))
+    parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--only")
     parser.add_argument("programs")
