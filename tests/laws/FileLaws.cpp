@@ -94,9 +94,13 @@ class RandomWorld {
     const std::size_t folder = folders[step.folder % folders.size()];
     if (step.kind <= StepKind::addHidden) {
       const Entity entity = step.kind == StepKind::addFolder ? Entity::folder : Entity::bookmark;
+      const bool hidden = step.kind == StepKind::addHidden;
       const std::string title = newTitle();
-      file.add(folder, step.index, entity, title, newUid(client), step.kind == StepKind::addHidden);
-      if (step.kind == StepKind::addHidden) _hidden.insert(lastTitle());
+      const std::string uid = newUid(client);
+      file.add(folder, step.index, entity, title, uid, hidden);
+      if (hidden) _hidden.insert(title);
+      // Who deletes a folder elsewhere cannot know what is hidden in it: that goes with the folder.
+      if (hidden && folder != 0) _titles.erase(uid);
     } else if (all.size() > 1) {
       change(file, step, all[1 + step.entry % (all.size() - 1)], folder);
     }
