@@ -11,8 +11,8 @@ namespace corvane {
 /// One change that the engine hands to a client.
 class LoomerChange final : public Describable {
  public:
-  /// `initWithChangeType:recordIdentifier:changes:`; `type` is a LoomerChangeType, though any number can be carried;
-  /// `record` is the whole record after the change, absent for a deletion.
+  /// `initWithChangeType:recordIdentifier:changes:`; `type` is a LoomerChangeType, though any number can be
+  /// carried; `record` is the whole record after the change, absent for a deletion.
   LoomerChange(int type, String recordIdentifier, std::optional<Dictionary> record)
       : _type(type), _recordIdentifier(std::move(recordIdentifier)), _record(std::move(record)) {}
 

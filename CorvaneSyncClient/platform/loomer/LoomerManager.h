@@ -12,20 +12,22 @@ class LoomerManager {
  public:
   virtual ~LoomerManager() = default;
 
-  /// The current engine: the one that a LoomerManagerScope made current, else the embedded engine of the user's store,
-  /// made at the first call. Raises PlatformException when the store cannot be opened (damaged, newer, not permitted).
+  /// The current engine: the one that a LoomerManagerScope made current, else the embedded engine of the
+  /// user's store, made at the first call. Raises PlatformException when the store cannot be opened (damaged,
+  /// newer, not permitted).
   static LoomerManager& sharedManager();
 
   /// The registered client, owned by the manager and valid until it is unregistered; null when there is none.
   virtual LoomerClient* clientWithIdentifier(const String& identifier) = 0;
-  /// `registerClientWithIdentifier:descriptionFilePath:`: registers the client that the property list describes, or
-  /// answers the existing registration with its description renewed. Null, with a line in the system log that names
-  /// path and cause, when the description cannot be used.
+  /// `registerClientWithIdentifier:descriptionFilePath:`: registers the client that the property list
+  /// describes, or answers the existing registration with its description renewed. Null, with a line in the
+  /// system log that names path and cause, when the description cannot be used.
   virtual LoomerClient* registerClientWithIdentifier(const String& identifier,
                                                      const std::string& descriptionFilePath) = 0;
-  /// `registerClientWithIdentifier:descriptionBundleId:descriptionBundleRelativePath:`: as above, the description named
-  /// by a bundle's identifier and a path relative to that bundle.
-  virtual LoomerClient* registerClientWithIdentifier(const String& identifier, const String& descriptionBundleId,
+  /// `registerClientWithIdentifier:descriptionBundleId:descriptionBundleRelativePath:`: as above, the
+  /// description named by a bundle's identifier and a path relative to that bundle.
+  virtual LoomerClient* registerClientWithIdentifier(const String& identifier,
+                                                     const String& descriptionBundleId,
                                                      const std::string& descriptionBundleRelativePath) = 0;
   /// Removes the client's base, values and pending reset, never the truth. `client` is gone afterwards.
   virtual void unregisterClient(LoomerClient& client) = 0;

@@ -39,15 +39,19 @@ class LoomerSessionDriverDataSource {
   virtual double sessionBeginSessionTimeout() = 0;
   virtual double sessionPullChangesTimeout() = 0;
 
-  /// `recordsForEntityName:moreComing:error:`: records by local id. Asked again while `moreComing` is set to true.
+  /// `recordsForEntityName:moreComing:error:`: records by local id. Asked again while `moreComing` is set to
+  /// true.
   virtual Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) = 0;
   /// `changedRecordsForEntityName:moreComing:error:`: as above, the records changed since the last session.
-  virtual Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) = 0;
+  virtual Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing,
+                                                 String& error) = 0;
 
-  /// `applyChange:forEntityName:remappedRecordIdentifier:formattedRecord:error:` answers a LoomerChangeResult.
-  /// `remappedRecordIdentifier` receives the client's own id for an added record and is otherwise left alone.
-  virtual int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
-                          const Dictionary* formattedRecord, String& error) = 0;
+  /// `applyChange:forEntityName:remappedRecordIdentifier:formattedRecord:error:` answers a
+  /// LoomerChangeResult. `remappedRecordIdentifier` receives the client's own id for an added record and is
+  /// otherwise left alone.
+  virtual int applyChange(const LoomerChange& change, const String& entityName,
+                          String& remappedRecordIdentifier, const Dictionary* formattedRecord,
+                          String& error) = 0;
   /// `deleteAllRecordsForEntityName:error:`; false cancels the session.
   virtual bool deleteAllRecordsForEntityName(const String& entityName, String& error) = 0;
 
@@ -57,7 +61,8 @@ class LoomerSessionDriverDataSource {
   virtual bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) = 0;
   /// `sessionDriver:willFinishSessionAndReturnError:`
   virtual bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) = 0;
-  /// `sessionDriverWillCancelSession:`; what it stores with the client is kept though the session is rolled back.
+  /// `sessionDriverWillCancelSession:`; what it stores with the client is kept though the session is rolled
+  /// back.
   virtual void sessionDriverWillCancelSession(LoomerSessionDriver& driver) = 0;
 };
 
@@ -70,13 +75,13 @@ class LoomerSessionDriver {
   static std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource);
 
-  /// The client that the session runs for, not owned (the manager owns it); null leaves it to the data source's
-  /// identifier and description.
+  /// The client that the session runs for, not owned (the manager owns it); null leaves it to the data
+  /// source's identifier and description.
   virtual void _setClient(LoomerClient* client) = 0;
   /// The session's client; null before there is one.
   virtual LoomerClient* client() = 0;
-  /// Runs the session. False when it did not succeed: `lastError` says why and nothing has changed. Exceptions of the
-  /// data source pass through after the session was cancelled.
+  /// Runs the session. False when it did not succeed: `lastError` says why and nothing has changed.
+  /// Exceptions of the data source pass through after the session was cancelled.
   virtual bool sync() = 0;
   /// Why the last `sync` answered false; absent after a success.
   virtual String lastError() = 0;

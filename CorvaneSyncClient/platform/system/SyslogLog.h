@@ -12,7 +12,7 @@ namespace corvane {
 class SyslogLog : public SystemLog {
  public:
   SyslogLog();
-  ~SyslogLog();
+  ~SyslogLog() override;
   SyslogLog(const SyslogLog&) = delete;
   SyslogLog& operator=(const SyslogLog&) = delete;
 

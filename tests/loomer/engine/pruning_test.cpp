@@ -123,6 +123,21 @@ TEST_F(PruningTest, ContentsThatOnlyAnAbsentClientsBaseRefersToGoWithIt) {
   EXPECT_EQ(contentRows(), 1);
 }
 
+TEST_F(PruningTest, UnregisteringDropsContentsThatOnlyItsBaseReferredTo) {
+  const auto a = makeClient("a"), b = makeClient("b");
+  const std::string renamed = a->addBookmark("", "Old", "http://old/");
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(b->sync(), "");
+  a->rename(renamed, "New");
+  ASSERT_EQ(a->sync(), "");
+  enterSessions(kKeptSessions);
+  pass(91 * kDay);
+  prune();
+  EXPECT_EQ(contentRows(), 2);
+  manager().unregisterClient(*manager().clientWithIdentifier("b"));
+  EXPECT_EQ(contentRows(), 1);
+}
+
 TEST_F(PruningTest, ALargeSessionGoesInPartsAndIsOutOfTheLogAtOnce) {
   const auto a = makeClient("a");
   for (int i = 0; i < 25; ++i) a->addBookmark("", "B" + std::to_string(i), "http://b/");

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 
 namespace corvane::loomer {
 
@@ -71,7 +72,16 @@ Dictionary ClientTable::description(std::int64_t client) {
 
 void ClientTable::remove(std::int64_t client) {
   _store.write([&] {
-    _store.database().query("DELETE FROM clients WHERE id = ?", "unregister a client").run(client);
+    Database& database = _store.database();
+    ReleasedContents released(_store);
+    if (released.isNeeded()) {
+      Statement base =
+          database.query("SELECT record, content FROM base WHERE client = ?", "unregister a client");
+      base.open(client);
+      while (base.next()) released.add(base.integer(0), base.integer(1));
+    }
+    database.query("DELETE FROM clients WHERE id = ?", "unregister a client").run(client);
+    released.drop();
   });
 }
 
