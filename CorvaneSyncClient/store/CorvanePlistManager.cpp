@@ -169,6 +169,11 @@ bool CorvanePlistManager::_writeContents(const Dictionary& bookmarks) const {
         Platform::current().files.writeAtomically(_path, writeBinaryPropertyList(bookmarks));
     if (!error) return true;
     cause = error.message();
+    // The new file stands: whoever took it for not written would apply the same changes to it again.
+    if (error.category() == notDurableCategory()) {
+      throw PlatformException(NSGenericException,
+                              format("Could not write bookmarks file %@: %@", _path, cause));
+    }
   } catch (const PropertyListException& exception) {
     cause = exception.reason();
   }

@@ -190,6 +190,18 @@ TEST_F(PlistManagerSaveTest, ValueThatNoPropertyListCanHoldIsAFailedWrite) {
   leftOnDisk = {};
 }
 
+TEST_F(PlistManagerSaveTest, FileThatIsWrittenButNotDurableEndsTheSave) {
+  const Dictionary bookmarks{{"Title", "mine"}};
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    const bool isFile = call.operation == FileOperation::writeAtomically && call.path == manager.path();
+    return isFile ? std::error_code(EIO, notDurableCategory()) : std::error_code();
+  };
+  const std::string raised = raisedBy([&] { manager.saveBookmarks(&bookmarks, true); });
+  EXPECT_EQ(raised.substr(0, raised.find(':')), "NSGenericException");
+  EXPECT_NE(raised.find("may not survive a loss of power"), std::string::npos) << raised;
+  leftOnDisk = {};
+}
+
 TEST_F(PlistManagerSaveTest, NoDictionaryIsAFailedWrite) {
   platform.log.expectMessages({"SaveBookmarks - error trying to serialize the following: (null)"});
   EXPECT_EQ(manager.saveBookmarks(nullptr, false), std::nullopt);

@@ -156,6 +156,8 @@ TEST_F(AtomicWrite, worksWithoutDirectoryFsync) {
 TEST_F(AtomicWrite, aDirectoryThatDoesNotReachTheDiskIsToldAndTheNewFileStands) {
   ASSERT_FALSE(files.write(path, "old"));
   EXPECT_EQ(writeWith({{"fsync", {2, EIO}}}, "new"), std::errc::io_error);
+  EXPECT_EQ(writeWith({{"fsync", {2, EIO}}}, "new").category(), notDurableCategory());
+  EXPECT_NE(writeWith({{"fsync", {1, EIO}}}, "newer").category(), notDurableCategory());
   EXPECT_EQ(contents(), "new");
   EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }

@@ -154,10 +154,27 @@ std::error_code putInPlace(const std::string& path, const Place& place, Temporar
   if (!directory) return lastSystemError();
   if (::rename(temporary.path().c_str(), path.c_str()) != 0) return lastSystemError();
   temporary.giveUp();
-  return synchronizeDirectory(directory);
+  const std::error_code error = synchronizeDirectory(directory);
+  return error ? std::error_code(error.value(), notDurableCategory()) : error;
 }
 
+class NotDurableCategory : public std::error_category {
+ public:
+  const char* name() const noexcept override { return "not durable"; }
+  std::string message(int number) const override {
+    return "it is written, but may not survive a loss of power: " + std::system_category().message(number);
+  }
+  std::error_condition default_error_condition(int number) const noexcept override {
+    return std::system_category().default_error_condition(number);
+  }
+};
+
 }  // namespace
+
+const std::error_category& notDurableCategory() {
+  static const NotDurableCategory category;
+  return category;
+}
 
 std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
   const Place place(path);

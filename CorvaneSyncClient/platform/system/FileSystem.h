@@ -16,6 +16,9 @@ struct FileAttributes {
   Date modificationDate;  ///< sub-second, as stat answers it
 };
 
+/// Errors, by errno, of files that were written and could not be made durable.
+const std::error_category& notDurableCategory();
+
 /// Everything that the tool does to files. Operations answer an error code of the system category
 /// (`message()` is the system's text; false when all went well) and leave no half-done work of their own
 /// behind on failure.
@@ -54,8 +57,9 @@ class FileSystem {
   /// new one is durable. A new file gets 0666 less the umask.
   ///
   /// On failure the old file stands and the temporary file is gone, but for one case: when the directory's
-  /// fsync fails, the new file stands already and may not survive a loss of power. A process that is killed
-  /// leaves its temporary file, which the next write of the same file on the same machine removes.
+  /// fsync fails, the new file stands already and may not survive a loss of power; the error then is one of
+  /// `notDurableCategory`. A process that is killed leaves its temporary file, which the next write of the same
+  /// file on the same machine removes.
   virtual std::error_code writeAtomically(const std::string& path, std::string_view contents) = 0;
 
   /// The mount point of the file system that holds `path`, and whether that file system is local.
