@@ -58,8 +58,8 @@ class FileSystem {
   ///
   /// On failure the old file stands and the temporary file is gone, but for one case: when the directory's
   /// fsync fails, the new file stands already and may not survive a loss of power; the error then is one of
-  /// `notDurableCategory`. A process that is killed leaves its temporary file, which the next write of the same
-  /// file on the same machine removes.
+  /// `notDurableCategory`. A process that is killed leaves its temporary file, which the next write of the
+  /// same file on the same machine removes.
   virtual std::error_code writeAtomically(const std::string& path, std::string_view contents) = 0;
 
   /// The mount point of the file system that holds `path`, and whether that file system is local.
