@@ -1,0 +1,37 @@
+#pragma once
+
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+namespace corvane {
+
+/// The online service's switches for this computer, as the command line meets them. Everything raises
+/// PlatformException where the account's file cannot be read.
+class DotPeltoSessionProxy {
+ public:
+  virtual ~DotPeltoSessionProxy() = default;
+
+  /// The current proxy: the one that a DotPeltoSessionProxyScope made current, else that of the user's
+  /// account.
+  static DotPeltoSessionProxy& current();
+
+  /// `isComputerEnabledForSyncing`: an account is set, and the service has answered this computer once.
+  virtual bool isComputerEnabledForSyncing() = 0;
+  /// `dataclassIsEnabledForSyncing:`. Raises PlatformException when the service does not answer.
+  virtual bool dataclassIsEnabledForSyncing(const String& dataclass) = 0;
+  /// `setDataclass:isEnabledForSyncing:error:`; false with `error` set when the service did not take it.
+  virtual bool setDataclass(const String& dataclass, bool isEnabledForSyncing, String& error) = 0;
+};
+
+/// Makes a proxy current for as long as this object lives, then the one before it again.
+class DotPeltoSessionProxyScope {
+ public:
+  explicit DotPeltoSessionProxyScope(DotPeltoSessionProxy& proxy);
+  ~DotPeltoSessionProxyScope();
+  DotPeltoSessionProxyScope(const DotPeltoSessionProxyScope&) = delete;
+  DotPeltoSessionProxyScope& operator=(const DotPeltoSessionProxyScope&) = delete;
+
+ private:
+  DotPeltoSessionProxy* _before;
+};
+
+}  // namespace corvane

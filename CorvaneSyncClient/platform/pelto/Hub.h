@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+namespace corvane::pelto {
+
+/// The name of every exception about the online service. The reason says what was tried, with which server,
+/// what went wrong and what to do; never a password.
+inline constexpr const char* DotPeltoException = "DotPeltoException";
+
+/// One record as the service keeps it. Siblings are ordered by `position`, then by name, folders first, then
+/// by id.
+struct HubRecord {
+  String id;            ///< an upper-case UUID, the same on every computer
+  bool folder = false;  ///< else a bookmark
+  String parent;        ///< the folder's id; absent directly under the root
+  std::int32_t position = 0;
+  String name;  ///< may be absent, here and below
+  String url;
+  bool tabGroup = false;
+  bool special = false;
+  bool deleted = false;  ///< a tombstone: of the rest only the id counts
+};
+
+/// A state of an account: which account, its revision, and the mark that the push to that revision bore. Two
+/// states with one number but different marks are of different pasts: the service was restored from a backup.
+struct HubSeen {
+  String account;  ///< an upper-case UUID, given when the account was made
+  std::int64_t revision = 0;
+  String mark;  ///< an upper-case UUID; absent at revision 0
+  friend bool operator==(const HubSeen&, const HubSeen&) = default;
+};
+
+/// What a computer learns at the beginning of an exchange.
+struct HubNews {
+  HubSeen now;
+  bool enabled = false;  ///< whether this computer is to sync the data class; when not, nothing else is read
+  /// Whether the state that was asked from belongs to this account's past. When not, the service was emptied
+  /// or restored, or the account is another one.
+  bool continues = false;
+  /// Whether `records` are all live ones, rather than those that changed since the state asked from.
+  bool whole = false;
+  std::vector<HubRecord> records;  ///< folders and bookmarks in any order
+  std::int64_t room = 0;           ///< how many live records more the account may hold
+};
+
+/// What one computer gives: applied whole or not at all.
+struct HubPush {
+  HubSeen expected;  ///< the state that the changes were made from
+  String mark;       ///< a fresh upper-case UUID
+  std::vector<HubRecord> records;
+};
+
+/// The versioned record store of one account at the online service. It merges nothing. Everything raises
+/// DotPeltoException when the service cannot be reached, refuses, or does not answer in time.
+class Hub {
+ public:
+  virtual ~Hub() = default;
+
+  /// The account's state, and what changed since `seen` (nothing: never seen before), all of one moment.
+  virtual HubNews news(const std::optional<HubSeen>& seen) = 0;
+  /// Makes the account's next revision of `push`, in one transaction. False, with nothing changed, when the
+  /// account is not in the expected state any more.
+  virtual bool push(const HubPush& push) = 0;
+  /// Whether a push with that mark became part of the account's past: tells how one ended whose end nobody
+  /// heard.
+  virtual bool hasPush(const String& mark) = 0;
+
+  /// The service's setting of this computer and account. A computer never heard of has everything off.
+  virtual bool isEnabled(const String& dataClass) = 0;
+  virtual void setEnabled(const String& dataClass, bool enabled) = 0;
+};
+
+}  // namespace corvane::pelto
