@@ -25,10 +25,11 @@ function(corvane_add_resource file directory)
   install(FILES "${CMAKE_SOURCE_DIR}/resources/${file}" DESTINATION "${directory}")
 endfunction()
 
-# Whatever resources/ holds: localised string tables and the client description for the client's bundle, the schema for
-# the place where a session looks for it.
+# Whatever resources/ holds: localised string tables and the client description with its image for the client's bundle,
+# the schema for the place where a session looks for it.
 file(GLOB resources RELATIVE "${CMAKE_SOURCE_DIR}/resources" CONFIGURE_DEPENDS
-  "${CMAKE_SOURCE_DIR}/resources/*.plist" "${CMAKE_SOURCE_DIR}/resources/*.lproj/*.strings")
+  "${CMAKE_SOURCE_DIR}/resources/*.plist" "${CMAKE_SOURCE_DIR}/resources/*.png"
+  "${CMAKE_SOURCE_DIR}/resources/*.lproj/*.strings")
 foreach(resource IN LISTS resources)
   get_filename_component(directory "${resource}" DIRECTORY)
   string(REGEX REPLACE "/$" "" destination "${CORVANE_CLIENT_CONTENTS}/Resources/${directory}")

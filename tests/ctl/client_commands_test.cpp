@@ -88,7 +88,7 @@ TEST_F(RefusedPlanTest, PlanShowsWhatWasRefused) {
   EXPECT_THAT(ctl({"plan", "a"}).out,
               AllOf(HasSubstr("the client lacks 6 of 6"), HasSubstr("\"Daily\" \"http://d/\""),
                     HasSubstr("loomerctl approve a")));
-  EXPECT_THAT(ctl({"status"}).out, HasSubstr("a refused: would delete 6 of 6"));
+  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a) refused: would delete 6 of 6"));
 }
 
 TEST_F(RefusedPlanTest, ApprovalServesOnceForExactlyThatPlan) {

@@ -6,6 +6,9 @@
 #include <fstream>
 #include <iterator>
 
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "tests/fakes/StrictPlatform.h"
 #include "tests/front/Installation.h"
 
 namespace corvane {
@@ -142,6 +145,57 @@ TEST_F(ToolTest, LockShortOf300SecondsStands) {
   EXPECT_EQ(statusOf(installation, kSync), 1);
   ASSERT_TRUE(installation.isLocked());
   EXPECT_EQ(std::filesystem::last_write_time(installation.lock()), before);
+}
+
+// What the store holds of the main client.
+struct StoredClient {
+  std::int64_t row = 0;
+  Dictionary description;
+};
+
+StoredClient storedClient(const Installation& installation) {
+  StrictPlatform platform;
+  loomer::TruthStore store(loomer::storePathForHome(installation.home()));
+  loomer::ClientTable clients(store);
+  const std::vector<loomer::ClientState> all = clients.all();
+  EXPECT_EQ(all.size(), 1u);
+  if (all.size() != 1) return {};
+  EXPECT_EQ(all[0].identifier, "com.keldra.Corvane");
+  return {all[0].id, clients.description(all[0].id)};
+}
+
+Dictionary propertyList(const std::string& path) {
+  const Value value = readPropertyList(contents(path));
+  return *value.as<Dictionary>();
+}
+
+// A registration names the description among the tool's own resources, a session names it by the browser's
+// bundle: both are the same client.
+TEST_F(ToolTest, RegistrationAndSessionsMeanTheSameClient) {
+  const Dictionary description =
+      propertyList(std::string(CORVANE_RESOURCES) + "/CorvaneClientDescription.plist");
+  ASSERT_EQ(statusOf(installation, {"--registersyncclient", "com.keldra.Corvane"}), 0);
+  const StoredClient registered = storedClient(installation);
+  EXPECT_EQ(registered.description, description);
+  ASSERT_EQ(statusOf(installation, kSync), 0);
+  EXPECT_EQ(storedClient(installation).row, registered.row);
+  EXPECT_EQ(storedClient(installation).description, description);
+}
+
+TEST_F(ToolTest, SessionRegistersTheSameDescriptionAsARegistration) {
+  ASSERT_EQ(statusOf(installation, kSync), 0);
+  const StoredClient synced = storedClient(installation);
+  ASSERT_EQ(statusOf(installation, {"--registersyncclient", "com.keldra.Corvane"}), 0);
+  EXPECT_EQ(storedClient(installation).description, synced.description);
+}
+
+// Tool and image lie where the description says, in the bundle as it is built.
+TEST(ClientBundleTest, HoldsWhatItsDescriptionNames) {
+  const auto resources = std::filesystem::path(CORVANE_TOOL).parent_path().parent_path() / "Resources";
+  const Dictionary description = propertyList(resources / "CorvaneClientDescription.plist");
+  EXPECT_EQ(description.string("DisplayName"), "Corvane");
+  EXPECT_TRUE(std::filesystem::equivalent(resources / description.string("ToolPath").view(), CORVANE_TOOL));
+  EXPECT_TRUE(contents(resources / description.string("ImagePath").view()).starts_with("\x89PNG\r\n\x1a\n"));
 }
 
 TEST_F(ToolTest, RegistersAndUnregistersAClient) {

@@ -40,6 +40,12 @@ std::vector<ClientView> clientViews(TruthStore& store) {
   return views;
 }
 
+/// "Corvane (com.keldra.Corvane)".
+std::string nameText(const ClientView& view) {
+  const std::string identifier = printable(view.state.identifier.view());
+  return view.name ? printable(view.name.view()) + " (" + identifier + ')' : identifier;
+}
+
 std::string refusalText(const Refusal& refusal) {
   return "refused: would delete " + grouped(refusal.deletions) + " of " + grouped(refusal.live) +
          (refusal.approved ? ", approved" : "");
@@ -109,6 +115,7 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
   if (view.lastSynced) {
     json.beginObject();
     json.member("client", view.lastSynced->state.identifier);
+    json.member("name", view.lastSynced->name);
     json.member("ended", view.lastSynced->state.lastSession);
     json.endObject();
   } else {
@@ -120,6 +127,7 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
     if (!each.state.resetPending && !each.refusal) continue;
     json.beginObject();
     json.member("client", each.state.identifier);
+    json.member("name", each.name);
     json.member("resetPending", each.state.resetPending);
     writeRefusal(json, each.refusal);
     json.endObject();
@@ -144,12 +152,12 @@ void printStatus(Output& out, const StoreView& view, const std::string& path) {
   line("Clients", grouped(view.clients.size()));
   line("Sessions", countText(count(view.sessions), "session", "sessions") + " in the log; revision " +
                        std::to_string(view.truth.revision));
-  line("Last sync", view.lastSynced ? timeText(*view.lastSynced->state.lastSession) + ", " +
-                                          printable(view.lastSynced->state.identifier.view())
-                                    : "never");
+  line("Last sync", view.lastSynced
+                        ? timeText(*view.lastSynced->state.lastSession) + ", " + nameText(*view.lastSynced)
+                        : "never");
   for (const ClientView& each : view.clients) {
     if (!each.state.resetPending && !each.refusal) continue;
-    line("Waiting", printable(each.state.identifier.view()) + ' ' + nextText(each));
+    line("Waiting", nameText(each) + ' ' + nextText(each));
   }
 }
 

@@ -12,8 +12,8 @@ bool isBookmarksEntity(const String& name) {
   return name == LoomerEntity_Bookmarks_Folder || name == LoomerEntity_Bookmarks_Bookmark;
 }
 
-/// What is wrong with the description; empty when nothing is.
-std::string problemOf(const Dictionary& description) {
+/// What is wrong with the data class and its entities; empty when nothing is, here and below.
+std::string problemOfRecords(const Dictionary& description) {
   const String dataClass = description.string("DataClass");
   if (!dataClass) return "it names no data class under \"DataClass\"";
   if (!(dataClass == LoomerDataClass_Bookmarks)) {
@@ -24,6 +24,17 @@ std::string problemOf(const Dictionary& description) {
   if (!entities || entities->empty()) return "it names no entities under \"Entities\"";
   for (const Value& entity : *entities) {
     if (!isBookmarksEntity(entity.string())) return format("the schema has no entity \"%@\"", entity);
+  }
+  return {};
+}
+
+std::string problemOf(const Dictionary& description) {
+  if (std::string problem = problemOfRecords(description); !problem.empty()) return problem;
+  for (const char* key : {"DisplayName", "ToolPath"}) {
+    if (description.string(key).empty()) return format("it has no text under \"%@\"", key);
+  }
+  if (description.find("ImagePath") && description.string("ImagePath").empty()) {
+    return "what it has under \"ImagePath\" is no path";
   }
   return {};
 }

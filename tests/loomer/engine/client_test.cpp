@@ -61,6 +61,17 @@ TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndOneLogLineEach) {
   const auto with = [](const char* dataClass, Array entities) {
     return writeXmlPropertyList(Dictionary{{"DataClass", dataClass}, {"Entities", entities}});
   };
+  const Dictionary usable = *readPropertyList(contents(descriptionPath)).as<Dictionary>();
+  const auto without = [&usable](const char* key) {
+    Dictionary description = usable;
+    description.remove(key);
+    return writeXmlPropertyList(description);
+  };
+  const auto changed = [&usable](const char* key, const Value& value) {
+    Dictionary description = usable;
+    description.set(key, value);
+    return writeXmlPropertyList(description);
+  };
   const Row rows[] = {
       {"no dictionary", writeXmlPropertyList(Array{1}), "it is no dictionary but a array"},
       {"no data class", writeXmlPropertyList(Dictionary{}), "it names no data class"},
@@ -68,6 +79,12 @@ TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndOneLogLineEach) {
       {"no entities", with("com.keldra.Bookmarks", {}), "it names no entities"},
       {"an entity that the schema lacks", with("com.keldra.Bookmarks", {"com.keldra.bookmarks.Tag"}),
        "com.keldra.bookmarks.Tag"},
+      {"no name", without("DisplayName"), "it has no text under \"DisplayName\""},
+      {"an empty name", changed("DisplayName", ""), "it has no text under \"DisplayName\""},
+      {"a name that is no text", changed("DisplayName", 7), "it has no text under \"DisplayName\""},
+      {"no tool", without("ToolPath"), "it has no text under \"ToolPath\""},
+      {"an image that is no path", changed("ImagePath", Array{}),
+       "what it has under \"ImagePath\" is no path"},
       {"no property list", "bplist00garbage", "offset"},
   };
   for (const Row& row : rows) {
@@ -81,6 +98,14 @@ TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndOneLogLineEach) {
     EXPECT_EQ(manager().clientWithIdentifier("a"), nullptr);
   }
   platform.log.messages.clear();
+}
+
+TEST_F(ClientTest, ImageIsNotNeeded) {
+  Dictionary description = *readPropertyList(contents(descriptionPath)).as<Dictionary>();
+  description.remove("ImagePath");
+  platform.realFiles.write(descriptionPath, writeXmlPropertyList(description));
+  EXPECT_NE(enter("a"), nullptr);
+  EXPECT_EQ(storedDescription("a"), description);
 }
 
 TEST_F(ClientTest, UnregisteringRemovesBaseValuesAndResetButNeverTheTruth) {
