@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-const String kRootUid = "Root";
+const String kRootUid = LoomerRootIdentifier;
 
 namespace {
 

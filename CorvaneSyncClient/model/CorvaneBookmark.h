@@ -7,6 +7,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/Format.h"
 #include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
 
 namespace corvane {
 
@@ -19,9 +20,9 @@ class CorvaneBookmarkRecord;
 extern const String kRootUid;
 
 /// Given to every node built from an engine record until the record's own position is read: placed by title.
-inline constexpr std::int32_t kUnknownPosition = -1000;
+inline constexpr std::int32_t kUnknownPosition = LoomerPositionByTitle;
 /// Marks the bookmarks bar and the bookmarks menu directly under the root.
-inline constexpr std::int32_t kSpecialPosition = -2;
+inline constexpr std::int32_t kSpecialPosition = LoomerPositionSpecial;
 
 /// What every node of the bookmark tree has. Nodes live in one BookmarkMap, which owns them, and refer to
 /// each other by uid alone. Abstract in spirit: the operations that belong to folders and bookmarks only log

@@ -126,7 +126,7 @@ const Array* CorvaneFileForm::childrenToRead(const Dictionary& entry) {
 }
 
 void CorvaneFileForm::markIfSpecial(CorvaneBookmarkFolder& folder, const String& title) {
-  if (!(title == "BookmarksBar") && !(title == "BookmarksMenu")) return;
+  if (!(title == LoomerTitleBookmarksBar) && !(title == LoomerTitleBookmarksMenu)) return;
   const String marker = format("%@-SpecialBookmarkKey", title);
   if (_map.contains(marker)) {
     SCLog(

@@ -14,10 +14,6 @@
 
 namespace corvane::loomerctl {
 
-/// The titles of the special folders: what the toolbar of a browser shows, and what its menu shows.
-inline constexpr const char* kToolbarTitle = "BookmarksBar";
-inline constexpr const char* kMenuTitle = "BookmarksMenu";
-
 /// One folder or bookmark of a file.
 struct HtmlNode {
   static constexpr std::uint32_t kRoot = 0xFFFFFFFF;

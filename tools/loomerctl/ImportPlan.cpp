@@ -5,7 +5,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/loomer/TruthEdit.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Places.h"
 
 namespace corvane::loomerctl {
 
@@ -46,7 +47,8 @@ class Import {
       const Content& content = record->content;
       _known[likeness(record->parent, record->entity, content.name.view(), content.url.view())].push_back(
           record->id);
-      if (content.special && isSpecialTitle(content.name)) _special[content.name == kMenuTitle] = true;
+      if (content.special && isSpecialTitle(content.name))
+        _special[content.name == LoomerTitleBookmarksMenu] = true;
       std::int64_t& last = _lastPlaces.try_emplace(record->parent, record->place).first->second;
       last = std::max(last, record->place);
     }
@@ -68,7 +70,7 @@ class Import {
     const bool toolbar = node.toolbar && parent == loomer::kRoot && !_hasToolbar;
     if (toolbar) _hasToolbar = true;
     Content content;
-    content.name = toolbar ? std::string(kToolbarTitle) : node.title;
+    content.name = toolbar ? std::string(LoomerTitleBookmarksBar) : node.title;
     if (!node.folder) content.url = node.url;
     content.tabGroup = node.tabGroup;
     const auto known = _known.find(likeness(parent, entity, content.name.view(), content.url.view()));
@@ -82,13 +84,15 @@ class Import {
     return add(entity, parent, std::move(content));
   }
 
-  static bool isSpecialTitle(const String& title) { return title == kToolbarTitle || title == kMenuTitle; }
+  static bool isSpecialTitle(const String& title) {
+    return title == LoomerTitleBookmarksBar || title == LoomerTitleBookmarksMenu;
+  }
 
   /// Clients know the two special folders by their titles.
   bool makesSpecial(const Content& content, Entity entity, RecordId parent) {
     if (entity != Entity::folder || parent != loomer::kRoot) return false;
     if (!isSpecialTitle(content.name)) return false;
-    bool& seen = _special[content.name == kMenuTitle];
+    bool& seen = _special[content.name == LoomerTitleBookmarksMenu];
     return !std::exchange(seen, true);
   }
 

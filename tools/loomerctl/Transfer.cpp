@@ -50,7 +50,7 @@ HtmlNode nodeOf(const TruthRecord& record) {
   node.folder = record.entity == Entity::folder;
   node.title = record.content.name.toString();
   node.url = record.content.url.toString();
-  node.toolbar = record.content.special && record.content.name == kToolbarTitle;
+  node.toolbar = record.content.special && record.content.name == LoomerTitleBookmarksBar;
   node.tabGroup = record.content.tabGroup;
   return node;
 }

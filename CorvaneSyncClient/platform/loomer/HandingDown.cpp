@@ -93,7 +93,7 @@ String HandingDown::parentIdentifier(RecordId parent) const {
 void HandingDown::accept(const ClientChange& change, const String& localId) {
   if (_held) _held->taken(change);
   if (change.type != LoomerChangeTypeAdd) return;
-  if (localId.empty() || localId == kRootLocalId || !_takenIds.insert(localId).second) {
+  if (localId.empty() || localId == LoomerRootIdentifier || !_takenIds.insert(localId).second) {
     cancel(change, "it handed back the identifier \"" + localId.toString() + "\", which is in use");
   }
   _pending.erase(change.record);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "CorvaneSyncClient/platform/foundation/String.h"
 
 namespace corvane {
@@ -19,6 +21,19 @@ extern const String LoomerAttribute_Bookmarks_Bookmark_Name;
 extern const String LoomerAttribute_Bookmarks_Bookmark_Url;
 extern const String LoomerAttribute_Bookmarks_Bookmark_Position;
 extern const String LoomerRelationship_Bookmarks_Bookmark_Parent;
+
+// Values that mean something of their own in sync records.
+
+/// Stands for the root where a record names its parent; no record bears it.
+inline constexpr const char* LoomerRootIdentifier = "Root";
+/// The position of the two special folders, wherever they stand in the root's list.
+inline constexpr std::int32_t LoomerPositionSpecial = -2;
+/// The position of what is to be placed by its title.
+inline constexpr std::int32_t LoomerPositionByTitle = -1000;
+/// The titles that make a folder directly in the root special: what a browser shows in its toolbar and its
+/// menu.
+inline constexpr const char* LoomerTitleBookmarksBar = "BookmarksBar";
+inline constexpr const char* LoomerTitleBookmarksMenu = "BookmarksMenu";
 
 /// How much a session exchanges.
 enum LoomerSyncMode : int {

@@ -17,7 +17,7 @@ class Intake {
       moreComing = false;
       for (const auto& [localId, value] : ask(schema, moreComing)) {
         const auto* record = value.as<Dictionary>();
-        if (record && !(localId == kRootLocalId)) enter(schema, localId, *record);
+        if (record && !(localId == LoomerRootIdentifier)) enter(schema, localId, *record);
       }
     } while (moreComing);
   }

@@ -179,7 +179,7 @@ ClientRecord clientRecord(const EntitySchema& schema, const String& localId, con
   result.entity = schema.entity;
   if (const Array* parents = record.array(schema.parentKey.view()); parents && !parents->empty()) {
     const String parent = (*parents)[0].string();
-    if (!(parent == kRootLocalId)) result.parentLocalId = parent;
+    if (!(parent == LoomerRootIdentifier)) result.parentLocalId = parent;
   }
   result.position = record.integer32(schema.positionKey.view()).value_or(0);
   result.content.name = record.string(schema.nameKey.view());

@@ -49,7 +49,4 @@ ClientRecord clientRecord(const EntitySchema& schema, const String& localId, con
 Dictionary recordDictionary(const EntitySchema& schema, const Content& content, std::int32_t position,
                             const String& parentLocalId);
 
-/// The local id that stands for the root in parents; no record bears it.
-inline constexpr const char* kRootLocalId = "Root";
-
 }  // namespace corvane::loomer

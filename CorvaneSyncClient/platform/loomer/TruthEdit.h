@@ -10,9 +10,6 @@
 
 namespace corvane::loomer {
 
-/// The distance between the places of new siblings, so that others fit between them later.
-inline constexpr std::int64_t kPlaceSpread = std::int64_t{1} << 20;
-
 /// What a change of the truth by a person rather than by a client has to say: from the truth (by ascending
 /// id, tombstones included) and its counters to the changes, each with `state.revision + 1` as its revision.
 using TruthPlanner =

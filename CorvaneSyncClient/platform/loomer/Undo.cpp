@@ -7,7 +7,8 @@
 #include <unordered_set>
 
 #include "CorvaneSyncClient/platform/loomer/TruthEdit.h"
-#include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Forest.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Places.h"
 
 namespace corvane::loomer {
 

@@ -73,7 +73,7 @@ class SpecialFolders {
   bool isCandidate(Index node) const {
     const Node& at = _trees.nodes[node];
     if (!at.lives || at.entity != Entity::folder || _trees.parent[node] != kRootNode) return false;
-    return at.content.name == "BookmarksBar" || at.content.name == "BookmarksMenu" ||
+    return at.content.name == LoomerTitleBookmarksBar || at.content.name == LoomerTitleBookmarksMenu ||
            (at.content.special && at.content.name);
   }
 

@@ -140,7 +140,7 @@ class HandOut {
       const Node& at = _trees.nodes[node];
       _changes[node] = differsAtClient(node);
       if (at.content.special) {
-        _number[node] = _changes[node] ? kSpecialPosition : at.client->position;
+        _number[node] = _changes[node] ? LoomerPositionSpecial : at.client->position;
         continue;
       }
       const bool listed = isListedIn(node, folder);
@@ -174,7 +174,7 @@ class HandOut {
       const auto twin = special.find(_trees.nodes[node].content.name);
       if (twin == special.end()) continue;
       _changes[twin->second] = true;
-      _number[twin->second] = kSpecialPosition;
+      _number[twin->second] = LoomerPositionSpecial;
     }
   }
 

@@ -12,9 +12,6 @@
 namespace corvane::loomer {
 namespace {
 
-/// The client's own name for its root, which is no record.
-constexpr std::string_view kRootLocalId = "Root";
-
 /// What two records must share to be taken for one.
 struct Likeness {
   enum class Kind : std::uint8_t { folder, bookmark, bookmarkByAddress };
@@ -104,7 +101,7 @@ class Identification {
       if (found == _nodeOfRecord.end()) continue;
       Node& node = _trees.nodes[found->second];
       if (node.entity != record.entity || node.base || node.notHeld) continue;
-      const bool usableId = record.localId && record.localId != kRootLocalId;
+      const bool usableId = record.localId && record.localId != LoomerRootIdentifier;
       if (!record.notHeld && (!usableId || _nodeOfLocalId.contains(record.localId))) continue;
       if (usableId) _nodeOfLocalId.emplace(record.localId, found->second);
       (record.notHeld ? node.notHeld : node.base) = &record;
@@ -157,7 +154,7 @@ class Identification {
     seen.reserve(pushed.size());
     _trees.held.reserve(pushed.size());
     for (const ClientRecord& record : pushed) {
-      if (!record.localId || record.localId == kRootLocalId) continue;
+      if (!record.localId || record.localId == LoomerRootIdentifier) continue;
       if (seen.emplace(record.localId, true).second) _trees.held.push_back(record);
     }
   }

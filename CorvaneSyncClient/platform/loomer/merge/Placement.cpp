@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
 
 // Which numbers can stay? Let s(i) count the pairs of neighbours up to child i that need different numbers.
@@ -16,8 +17,7 @@ namespace {
 using Number = std::int64_t;
 constexpr Number kGreatest = std::numeric_limits<std::int32_t>::max();
 
-/// Numbers with a meaning of their own: a special folder's, and "to be placed by title".
-bool hasMeaning(Number number) { return number == -2 || number == -1000; }
+bool hasMeaning(Number number) { return number == LoomerPositionSpecial || number == LoomerPositionByTitle; }
 
 Number above(Number number) {
   do ++number;

@@ -1,3 +1,5 @@
+#include "CorvaneSyncClient/platform/loomer/merge/Places.h"
+
 #include <limits>
 
 #include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
@@ -11,13 +13,12 @@ namespace corvane::loomer {
 namespace {
 
 using Place = std::int64_t;
-constexpr Place kSpread = Place{1} << 20;
 /// Places stay this far from the ends of the number range, so that no distance between two overflows.
 constexpr Place kFarthest = std::numeric_limits<Place>::max() / 4;
 
 void numberAfresh(Trees& trees, std::span<const Index> children) {
   Place place = 0;
-  for (const Index child : children) trees.nodes[child].place = place += kSpread;
+  for (const Index child : children) trees.nodes[child].place = place += kPlaceSpread;
 }
 
 /// Numbers the run [begin, end) between its neighbours. Answers false if there is no room.
@@ -26,11 +27,11 @@ bool numberRun(Trees& trees, std::span<const Index> children, std::size_t begin,
   const bool first = begin == 0;
   const bool last = end == children.size();
   Place below = first ? 0 : trees.nodes[children[begin - 1]].place;
-  Place step = kSpread;
+  Place step = kPlaceSpread;
   if (!last) {
     const Place above = trees.nodes[children[end]].place;
-    if (first) below = above - (count + 1) * kSpread;
-    step = std::min(kSpread, (above - below) / (count + 1));
+    if (first) below = above - (count + 1) * kPlaceSpread;
+    step = std::min(kPlaceSpread, (above - below) / (count + 1));
   }
   if (step == 0 || below < -kFarthest || below + count * step > kFarthest) return false;
   for (std::size_t i = begin; i < end; ++i) trees.nodes[children[i]].place = below += step;
