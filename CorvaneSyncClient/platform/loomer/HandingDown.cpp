@@ -59,7 +59,7 @@ void HandingDown::handDown(const ClientChange& change) {
   }
 }
 
-bool HandingDown::canBeHeld(const ClientChange& change) const {
+bool HandingDown::canBeHeld(const ClientChange& change) {
   if (change.type == LoomerChangeTypeDelete) return true;
   const bool parentHeld =
       change.parent == kRoot || _localIds.contains(change.parent) || _pending.contains(change.parent);

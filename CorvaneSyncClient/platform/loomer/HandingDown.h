@@ -32,7 +32,7 @@ class HandingDown {
  private:
   void deleteAll();
   void handDown(const ClientChange& change);
-  bool canBeHeld(const ClientChange& change) const;
+  bool canBeHeld(const ClientChange& change);
   int apply(const ClientChange& change, String& localId);
   String parentIdentifier(RecordId parent) const;
   void accept(const ClientChange& change, const String& localId);

@@ -15,15 +15,34 @@ HeldTree::HeldTree(const MergeInput& input, const MergeResult& plan) {
   }
   if (!input.client) return;
   for (const ClientRecord& each : *input.client) _pushed.emplace(each.localId, &each);
-  for (const ClientRecord& each : *input.client) {
+  hangUpFolders(*input.client);
+}
+
+/// What hangs on nothing or in a circle hangs under the root, as the merge takes it.
+void HeldTree::hangUpFolders(const std::vector<ClientRecord>& pushed) {
+  std::vector<const ClientRecord*> folders;
+  for (const ClientRecord& each : pushed) {
     const RecordId record = recordOf(each.localId);
-    if (record != kRoot) _parents.insert_or_assign(record, recordOf(each.parentLocalId));
+    if (each.entity != Entity::folder || record == kRoot) continue;
+    if (_nodes.emplace(record, static_cast<Index>(folders.size() + 1)).second) folders.push_back(&each);
   }
+  Parents parents{kNoNode};
+  for (const ClientRecord* const folder : folders) {
+    const Index parent = nodeOf(recordOf(folder->parentLocalId));
+    parents.push_back(parent == kNoNode ? kRootNode : parent);
+  }
+  for (const Index node : nodesOnCircles(parents)) parents[node] = kRootNode;
+  _folders = MovableForest(parents);
 }
 
 RecordId HeldTree::recordOf(const String& localId) const {
   const auto found = localId ? _records.find(localId) : _records.end();
   return found == _records.end() ? kRoot : found->second;
+}
+
+Index HeldTree::nodeOf(RecordId folder) const {
+  const auto found = _nodes.find(folder);
+  return found == _nodes.end() ? kNoNode : found->second;
 }
 
 BaseRecord HeldTree::before(const ClientChange& change) const {
@@ -45,22 +64,16 @@ BaseRecord HeldTree::before(const ClientChange& change) const {
 }
 
 void HeldTree::taken(const ClientChange& change) {
-  if (change.type == LoomerChangeTypeDelete) {
-    _parents.erase(change.record);
-  } else {
-    _parents.insert_or_assign(change.record, change.parent);
-  }
+  if (change.entity != Entity::folder) return;
+  const auto [known, isNew] = _nodes.try_emplace(change.record);
+  if (isNew) known->second = _folders.add();
+  _folders.hang(known->second, change.type == LoomerChangeTypeDelete ? kNoNode : nodeOf(change.parent));
 }
 
-bool HeldTree::wouldCloseCircle(RecordId record, RecordId parent) const {
-  std::size_t steps = 0;  // bounded, should the client's own tree hold a circle
-  for (RecordId at = parent; at != kRoot && steps <= _parents.size(); ++steps) {
-    if (at == record) return true;
-    const auto next = _parents.find(at);
-    if (next == _parents.end()) return false;
-    at = next->second;
-  }
-  return steps > _parents.size();
+bool HeldTree::wouldCloseCircle(RecordId folder, RecordId parent) {
+  const Index node = nodeOf(folder);
+  const Index above = nodeOf(parent);
+  return node != kNoNode && above != kNoNode && _folders.isAtOrAbove(node, above);
 }
 
 }  // namespace corvane::loomer
