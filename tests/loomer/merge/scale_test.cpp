@@ -42,9 +42,9 @@ Side flat() {
   return side;
 }
 
-Side deep() {
+Side deep(std::size_t depth = kDepth) {
   Side side;
-  for (std::size_t i = 0; i < kDepth; ++i) side.add(Entity::folder, static_cast<RecordId>(i), 0);
+  for (std::size_t i = 0; i < depth; ++i) side.add(Entity::folder, static_cast<RecordId>(i), 0);
   return side;
 }
 
@@ -131,6 +131,24 @@ TEST(Scale, FoldersNestedDeeplyTheOtherWayRoundOnEachSide) {
   for (const TruthRecord& record : truth) ++children[static_cast<std::size_t>(record.parent)];
   EXPECT_GT(children[kRoot], 0U);
   EXPECT_EQ(truth.size(), kDepth);
+}
+
+TEST(Scale, OneRefusedMoveHoldsBackFolderAfterFolder) {
+  // The client holds the first folder at the bottom of a deep tree and would not let it go to the root, where
+  // the truth has it, with every other folder in it: each that stays keeps the next one from moving.
+  Side side = deep(kChildren);
+  for (std::size_t i = 0; i < kChildren; ++i) {
+    const auto id = static_cast<RecordId>(i + 1);
+    const bool outermost = i + 1 == kChildren;
+    side.truth[i].parent = i == 0 ? kRoot : RecordId{1};
+    side.truth[i].revision = 2;
+    side.base[i].parent = outermost ? kRoot : id + 1;
+    side.client[i].parentLocalId = outermost ? String() : String(std::to_string(id + 1));
+  }
+  side.base[0].refusedRevision = 2;
+  const MergeResult result = merge(side.input());
+  EXPECT_TRUE(result.truthChanges.empty());
+  EXPECT_TRUE(result.clientChanges.empty());
 }
 
 }  // namespace

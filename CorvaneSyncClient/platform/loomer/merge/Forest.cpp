@@ -46,4 +46,80 @@ std::vector<Index> nodesOnCircles(const Parents& parents) {
   return found;
 }
 
+namespace {
+
+/// One walk upwards, which goes on where it was after a circle was opened. A node whose way leads out is
+/// settled for good, since only nodes on circles change; one on a circle falls back for good. So each node
+/// that can fall back is walked by once, and what lies between those never changes: it is skipped by ways
+/// that only get shorter.
+class CircleOpening {
+ public:
+  CircleOpening(Parents& parents, const Parents& fallbacks)
+      : _parents(parents),
+        _fallbacks(fallbacks),
+        _next(parents.size()),
+        _states(parents.size(), State::open) {
+    for (std::size_t i = 0; i < parents.size(); ++i) {
+      const auto node = static_cast<Index>(i);
+      const bool ends = parents[node] == kNoNode;
+      if (ends) _states[node] = State::settled;
+      _next[node] = ends || fallbacks[node] != kNoNode ? node : parents[node];
+    }
+  }
+
+  std::vector<Index> run() {
+    for (std::size_t start = 0; start < _parents.size(); ++start) walkFrom(static_cast<Index>(start));
+    return std::move(_fallen);
+  }
+
+ private:
+  enum class State : std::uint8_t { open, onWay, settled };
+
+  void walkFrom(Index start) {
+    Index at = unfixedFrom(start);
+    while (_states[at] != State::settled) {
+      if (_states[at] == State::onWay) {
+        openCircle(at);
+      } else {
+        _states[at] = State::onWay;
+        _way.push_back(at);
+        at = _parents[at];
+      }
+      at = unfixedFrom(at);
+    }
+    for (const Index node : _way) _states[node] = State::settled;
+    _way.clear();
+  }
+
+  /// The end of the way so far, from `first` on, is the circle.
+  void openCircle(Index first) {
+    Index last = kNoNode;
+    while (last != first) {
+      last = _way.back();
+      _way.pop_back();
+      _parents[last] = _next[last] = _fallbacks[last];
+      _fallen.push_back(last);
+    }
+  }
+
+  /// The first node, from this one upwards, that can still fall back or hangs nowhere.
+  Index unfixedFrom(Index node) {
+    while (_next[node] != node) node = _next[node] = _next[_next[node]];
+    return node;
+  }
+
+  Parents& _parents;
+  const Parents& _fallbacks;
+  std::vector<Index> _next;  // towards the first that is not fixed; itself for those
+  std::vector<State> _states;
+  std::vector<Index> _way;
+  std::vector<Index> _fallen;
+};
+
+}  // namespace
+
+std::vector<Index> openCircles(Parents& parents, const Parents& fallbacks) {
+  return CircleOpening(parents, fallbacks).run();
+}
+
 }  // namespace corvane::loomer

@@ -51,4 +51,10 @@ class SiblingLists {
 /// Every node that lies on a circle, those of one circle next to one another. O(n), without recursion.
 std::vector<Index> nodesOnCircles(const Parents& parents);
 
+/// Opens every circle: each node on it that has a fallback (not kNoNode) is hung there, and so on with the
+/// circles that close then, until there is none. Answers the nodes that fell back. Nodes without a fallback,
+/// and those that fell back, must form no circle among themselves. O(n log n), without recursion, however
+/// many circles follow one another.
+std::vector<Index> openCircles(Parents& parents, const Parents& fallbacks);
+
 }  // namespace corvane::loomer

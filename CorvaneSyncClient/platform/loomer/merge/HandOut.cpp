@@ -77,20 +77,16 @@ class HandOut {
   /// with what moves: that then stays too.
   void decideGoals() {
     _goal.assign(_trees.nodes.size(), kNoNode);
+    Parents fallbacks(_trees.nodes.size(), kNoNode);
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
-      if (_standing[node] == Standing::given) _goal[node] = _trees.parent[node];
       if (_standing[node] == Standing::refused) _goal[node] = _trees.clientParent[node];
+      if (_standing[node] != Standing::given) continue;
+      _goal[node] = _trees.parent[node];
+      if (_trees.nodes[node].client) fallbacks[node] = _trees.clientParent[node];
     }
-    bool circles = true;
-    while (circles) {
-      circles = false;
-      for (const Index node : nodesOnCircles(_goal)) {
-        if (_standing[node] == Standing::refused || !_trees.nodes[node].client) continue;
-        circles = true;
-        _standing[node] = Standing::refused;
-        _goal[node] = _trees.clientParent[node];
-      }
-    }
+    // What cannot fall back forms no circle alone: what was refused hangs in the client's own tree, and what
+    // is new to the client, under which nothing there hangs, in the merged one.
+    for (const Index node : openCircles(_goal, fallbacks)) _standing[node] = Standing::refused;
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
       if (_goal[node] != kNoNode && _standing[_goal[node]] == Standing::absent) _goal[node] = kRootNode;
     }
