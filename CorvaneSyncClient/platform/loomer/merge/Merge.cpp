@@ -25,9 +25,10 @@
 //
 // What is lost, and when. Only where both sides changed one thing to different values does one of them lose:
 // the truth's, or in a refresh the client's. Two exceptions: a deletion loses to any change of the other
-// side, and of two moves that close a circle the client's loses. Every losing value is in `losses`. Two
+// side, and of two moves that close a circle the client's loses. Every losing value is in `losses`. Three
 // things are not conflicts and leave no trace there: an insertion that is parted from its right neighbour by
-// another insertion, and a deletion on both sides.
+// another insertion, a deletion on both sides, and a new place among its siblings for what the other side
+// deleted.
 //
 // Cost: everything is a walk over the nodes, a sort of siblings, a hash look-up or a heaviest rising
 // subsequence, so O(n log n) in the number of records, in O(n) memory, without recursion. Undoing circles

@@ -2,7 +2,10 @@
 
 // What lives, and where.
 //
-// A record lives or dies by what the two sides did to it; then every folder above a living record lives.
+// A record lives or dies by what the two sides did to it; then every folder above a living record lives. What
+// counts is what the record says and its folder. Its place among its siblings does not: order is a relation
+// of siblings to one another, so that whoever moves one past the others has changed none of them, and which
+// of two traded places cannot even be told. A deletion on one side stands against a reorder on the other.
 // Parents merge like any value. Two moves that are harmless alone may close a circle together: then the
 // client's moves on that circle are undone, which may revive a folder or close another circle, so the step is
 // repeated. It ends: every circle holds a move of the client, since the truth alone and the client's tree
