@@ -1,0 +1,41 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <system_error>
+
+namespace corvane {
+
+// Files and directories that are the user's own, closed to all others.
+
+inline constexpr mode_t kPrivateDirectoryMode = 0700;
+inline constexpr mode_t kPrivateFileMode = 0600;
+
+/// What a path is called that an operation below failed on, and why; no error when all went well.
+struct PrivateFileError {
+  std::string path;
+  std::error_code error;
+  explicit operator bool() const { return static_cast<bool>(error); }
+};
+
+/// Makes the directory with those above it that are missing, all for the user alone, and
+/// closes it to others where it stood there open.
+PrivateFileError makePrivateDirectory(const std::string& path);
+/// Gives what stands at `path` this mode where it has another one.
+PrivateFileError setMode(const std::string& path, mode_t mode);
+
+/// New files are the user's alone for as long as this object lives, also those that others of this process
+/// make.
+class PrivateUmask {
+ public:
+  PrivateUmask();
+  ~PrivateUmask();
+  PrivateUmask(const PrivateUmask&) = delete;
+  PrivateUmask& operator=(const PrivateUmask&) = delete;
+
+ private:
+  mode_t _before;
+};
+
+}  // namespace corvane
