@@ -14,6 +14,9 @@ namespace corvane::pelto {
 /// what went wrong and what to do; never a password.
 inline constexpr const char* DotPeltoException = "DotPeltoException";
 
+/// The data class whose records the service keeps.
+inline constexpr const char* kHubDataClass = "com.keldra.Bookmarks";
+
 /// One record as the service keeps it. Siblings are ordered by `position`, then by name, folders first, then
 /// by id.
 struct HubRecord {

@@ -1,0 +1,392 @@
+#include "CorvaneSyncClient/platform/pelto/HubConnection.h"
+
+#include <libpq-fe.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "CorvaneSyncClient/platform/foundation/Ascii.h"
+#include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
+
+// The library is asked for everything without blocking, and this file waits. It keeps SIGPIPE from the
+// process by itself.
+
+namespace corvane::pelto {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+/// What went wrong, and what to do about it.
+struct Trouble {
+  std::string what;
+  std::string remedy;
+};
+
+constexpr const char* kLater = "Nothing was lost here; sync again later.";
+
+Deadline after(double seconds) {
+  return steady_clock::now() +
+         std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+/// The part of the time until `deadline` for the first of `count` tries.
+Deadline shareOf(Deadline deadline, std::size_t count) {
+  const steady_clock::time_point now = steady_clock::now();
+  return now + (deadline - now) / static_cast<steady_clock::rep>(count);
+}
+
+/// Waits for the socket; the events that came, 0 at the deadline.
+short awaitSocket(int socket, short events, Deadline deadline) {
+  while (true) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
+    if (left <= 0) return 0;
+    pollfd waited{socket, events, 0};
+    const int count = ::poll(&waited, 1, static_cast<int>(std::min<std::int64_t>(left, 60'000)));
+    if (count > 0) return waited.revents;
+    if (count < 0 && errno != EINTR) return POLLERR;  // a socket that is none: the library will say so
+  }
+}
+
+/// The library takes parameters that the address leaves open from variables such as PGHOSTADDR, PGSERVICE and
+/// PGSSLMODE, and there is no other way to keep it from that: an empty parameter counts as open.
+void forgetEnvironment() {
+  std::vector<std::string> names;
+  for (char** variable = environ; variable && *variable; ++variable) {
+    const std::string_view text(*variable);
+    if (text.starts_with("PG")) names.emplace_back(text.substr(0, text.find('=')));
+  }
+  for (const std::string& name : names) ::unsetenv(name.c_str());
+}
+
+std::string secondsText(double seconds) {
+  const std::string text = std::to_string(std::lround(seconds * 10));
+  const std::string whole = text.size() > 1 ? text.substr(0, text.size() - 1) : "0";
+  return (text.back() == '0' ? whole : whole + '.' + text.back()) + (whole == "1" ? " second" : " seconds");
+}
+
+/// The first line of what a server or the library says, without control characters and full stop.
+std::string firstLine(std::string_view message) {
+  std::string line(message.substr(0, message.find('\n')));
+  for (char& c : line) {
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f') c = ' ';
+  }
+  while (line.ends_with('.') || line.ends_with(' ')) line.pop_back();
+  return line;
+}
+
+/// The error code in a verbose message such as "connection to … failed: FATAL:  28P01: no such user"; empty
+/// when it came from no server. `message` is left with what stands behind it.
+std::string takeSqlState(std::string_view& message) {
+  constexpr std::string_view kMark = ":  ";
+  for (std::size_t at = message.find(kMark); at != std::string_view::npos; at = message.find(kMark, at + 1)) {
+    const std::string_view state = message.substr(at + kMark.size(), 5);
+    const std::string_view rest = message.substr(std::min(at + kMark.size() + 5, message.size()));
+    const bool isState = state.size() == 5 && std::all_of(state.begin(), state.end(), [](char c) {
+                           return isAsciiDigit(c) || (c >= 'A' && c <= 'Z');
+                         });
+    if (!isState || !rest.starts_with(": ")) continue;
+    message = rest.substr(2);
+    return std::string(state);
+  }
+  return {};
+}
+
+bool mentions(std::string_view message, std::string_view word) {
+  return message.find(word) != std::string_view::npos;
+}
+
+bool isRefusal(const std::string& state) { return state.starts_with("28") || state == "42501"; }
+
+/// Whether no other address of the same service would answer better.
+bool isFinal(const std::string& state) { return isRefusal(state) || state == "3D000"; }
+
+Trouble connectionTrouble(const std::string& state, std::string_view message) {
+  if (isRefusal(state)) {
+    return {"the server refused the user: " + firstLine(message),
+            "Check the account's name and password and the server's pg_hba.conf, and set the account again."};
+  }
+  if (state == "3D000") {
+    return {"there is no such database: " + firstLine(message),
+            "Check the database in the account's address, or set the service up: docs/hub.md."};
+  }
+  if (!state.empty()) return {"the server refused: " + firstLine(message), kLater};
+
+  constexpr std::string_view kIntroduction = "failed: ";
+  const std::size_t introduction = message.find(kIntroduction);
+  if (introduction != std::string_view::npos) message.remove_prefix(introduction + kIntroduction.size());
+  const std::string cause = firstLine(message);
+  if (mentions(message, "password")) {
+    return {"the server wants a password: " + cause, "Set the account again with its password."};
+  }
+  if (mentions(message, "SSL") || mentions(message, "certificate")) {
+    return {"TLS did not succeed: " + cause,
+            "Check the server's certificate and host name, and sslrootcert in the account's address. Nothing "
+            "was sent."};
+  }
+  return {"it can't be reached: " + cause, kLater};
+}
+
+Trouble statementTrouble(const std::string& state, const PGresult* result, double seconds) {
+  const char* primary = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+  const char* constraint = PQresultErrorField(result, PG_DIAG_CONSTRAINT_NAME);
+  const std::string message = firstLine(primary ? primary : "it gave no reason");
+  if (constraint && std::string_view(constraint) == "accounts_record_limit") {
+    return {"the account is full: it holds as many records as it may",
+            "Delete bookmarks that nobody needs, or have the account's limit raised: docs/hub.md."};
+  }
+  if (state == "42P01" || state == "42883" || state == "42703" || state == "3F000") {
+    return {"its database holds no bookmarks service: " + message, "Set it up: docs/hub.md."};
+  }
+  if (state == "42501") {
+    return {"the user has no account there: " + message, "Have the account made: docs/hub.md."};
+  }
+  if (state == "57014") return {"it took longer than " + secondsText(seconds), kLater};
+  if (state == "55P03") return {"another computer of this account keeps it busy", kLater};
+  if (state.starts_with("57P") || state == "25P03") return {"the server cut it off: " + message, kLater};
+  return {"the server says: " + message + " (" + state + ")",
+          "Nothing was lost here; sync again, and if it keeps failing, tell whoever runs the server."};
+}
+
+}  // namespace
+
+PlatformException hubException(const HubAddress& address, const std::string& purpose, const std::string& what,
+                               const std::string& remedy) {
+  return PlatformException(DotPeltoException, "Can't " + purpose + " at the online service (" +
+                                                  address.description() + "): " + what + ". " + remedy);
+}
+
+HubRows::HubRows(pg_result* result, const HubAddress& address) : _result(result), _address(address) {}
+
+void HubRows::Deleter::operator()(pg_result* result) const { PQclear(result); }
+
+int HubRows::count() const { return PQntuples(_result.get()); }
+
+bool HubRows::isNull(int row, int column) const { return PQgetisnull(_result.get(), row, column) == 1; }
+
+/// The value's bytes, `size` of them unless that is -1.
+const char* HubRows::value(int row, int column, int size) const {
+  if (row < PQntuples(_result.get()) && column < PQnfields(_result.get()) &&
+      (size < 0 || PQgetlength(_result.get(), row, column) == size))
+    return PQgetvalue(_result.get(), row, column);
+  throw hubException(_address, "understand the answer", "it is not of the form that was asked for",
+                     "Tell whoever runs the server.");
+}
+
+std::int64_t HubRows::big(int row, int column) const {
+  return static_cast<std::int64_t>(loadBigEndian(value(row, column, 8), 8));
+}
+
+std::int32_t HubRows::integer(int row, int column) const {
+  return static_cast<std::int32_t>(loadBigEndian(value(row, column, 4), 4));
+}
+
+bool HubRows::boolean(int row, int column) const { return *value(row, column, 1) != 0; }
+
+String HubRows::bytes(int row, int column) const {
+  if (isNull(row, column)) return String();
+  const char* bytes = value(row, column, -1);
+  return String(std::string_view(bytes, static_cast<std::size_t>(PQgetlength(_result.get(), row, column))));
+}
+
+String HubRows::uuid(int row, int column) const {
+  if (isNull(row, column)) return String();
+  UuidBytes bytes;
+  std::copy_n(value(row, column, bytes.size()), bytes.size(), bytes.begin());
+  return uuidString(bytes);
+}
+
+namespace {
+
+constexpr const char* kConnect = "connect";
+
+/// The parameters of one attempt in the form that the library takes.
+class Parameters {
+ public:
+  Parameters(const HubAddress& address, const HubHost& host) {
+    for (const auto& [name, value] : address.parameters) add(name.c_str(), value);
+    add("host", host.name);
+    add("hostaddr", host.address);
+    add("port", host.port);
+    add("client_encoding", "UTF8");
+    add("application_name", "corvanetool");
+    add("passfile", "/dev/null");  // passwords come from the account alone
+    add("gssencmode", "disable");  // it would take the place of TLS, and of checking who the server is
+    _names.push_back(nullptr);
+    _values.push_back(nullptr);
+  }
+  const char* const* names() const { return _names.data(); }
+  const char* const* values() const { return _values.data(); }
+
+ private:
+  /// Both must outlive this object, literals or parts of the address and the host.
+  void add(const char* name, const std::string& value) { add(name, value.c_str()); }
+  void add(const char* name, const char* value) {
+    _names.push_back(name);
+    _values.push_back(value);
+  }
+
+  std::vector<const char*> _names;
+  std::vector<const char*> _values;
+};
+
+struct ConnectionDeleter {
+  void operator()(pg_conn* connection) const { PQfinish(connection); }
+};
+using Connection = std::unique_ptr<pg_conn, ConnectionDeleter>;
+
+/// Drives the attempt until it ends; false at the deadline.
+bool awaitConnection(pg_conn* connection, Deadline deadline) {
+  PostgresPollingStatusType status = PGRES_POLLING_WRITING;
+  while (status == PGRES_POLLING_READING || status == PGRES_POLLING_WRITING) {
+    const short events = status == PGRES_POLLING_READING ? POLLIN : POLLOUT;
+    if (awaitSocket(PQsocket(connection), events, deadline) == 0) return false;
+    status = PQconnectPoll(connection);
+  }
+  return true;
+}
+
+/// How one attempt ended: with a connection, or with what went wrong.
+struct Attempt {
+  Connection connection;
+  Trouble trouble;
+  bool isFinal = false;
+};
+
+Attempt attemptConnection(const HubAddress& address, const HubHost& host, Deadline deadline) {
+  const Parameters parameters(address, host);
+  Connection connection(PQconnectStartParams(parameters.names(), parameters.values(), 0));
+  if (!connection) throw std::bad_alloc();
+  // Makes messages name the error codes, which is the only way to learn them of a failed connection.
+  PQsetErrorVerbosity(connection.get(), PQERRORS_VERBOSE);
+  PQsetNoticeProcessor(
+      connection.get(), [](void*, const char*) {}, nullptr);
+  if (PQstatus(connection.get()) != CONNECTION_BAD && !awaitConnection(connection.get(), deadline)) {
+    return {nullptr, {"it did not answer in time", kLater}, false};
+  }
+  if (PQstatus(connection.get()) == CONNECTION_OK && PQsetnonblocking(connection.get(), 1) == 0)
+    return {std::move(connection), {}, true};
+  std::string_view message = PQerrorMessage(connection.get());
+  const std::string state = takeSqlState(message);
+  return {nullptr, connectionTrouble(state, message), isFinal(state)};
+}
+
+/// The host by each of its numeric addresses.
+std::vector<HubHost> lookedUp(const HubHost& host, Deadline deadline, Trouble& trouble) {
+  if (!host.needsLookup()) return {host};
+  const HostAddresses found = lookUpHost(host.name, deadline);
+  std::vector<HubHost> hosts;
+  for (const std::string& address : found.numeric) hosts.push_back({host.name, address, host.port});
+  if (hosts.empty())
+    trouble = {"the server " + host.name + " can't be found: " + found.problem,
+               "Check the network and the account's address. Nothing was lost here; sync again later."};
+  return hosts;
+}
+
+Attempt connect(const HubAddress& address, Deadline deadline) {
+  Attempt last;
+  for (std::size_t i = 0; i < address.hosts.size(); ++i) {
+    const Deadline hostDeadline = shareOf(deadline, address.hosts.size() - i);
+    const std::vector<HubHost> hosts = lookedUp(address.hosts[i], hostDeadline, last.trouble);
+    for (std::size_t j = 0; j < hosts.size(); ++j) {
+      last = attemptConnection(address, hosts[j], shareOf(hostDeadline, hosts.size() - j));
+      if (last.connection || last.isFinal) return last;
+    }
+  }
+  return last;
+}
+
+}  // namespace
+
+HubConnection::HubConnection(const HubAddress& address, const HubPatience& patience)
+    : _address(address), _patience(patience) {
+  forgetEnvironment();
+  Attempt attempt = connect(address, after(patience.connect));
+  if (!attempt.connection)
+    throw hubException(address, kConnect, attempt.trouble.what, attempt.trouble.remedy);
+  _connection = attempt.connection.release();
+}
+
+HubConnection::~HubConnection() { PQfinish(_connection); }
+
+void HubConnection::run(const std::string& statements, const char* purpose) {
+  if (PQsendQuery(_connection, statements.c_str()) == 0) failCutOff(purpose);
+  const HubRows ignored(awaitLastResult(purpose), _address);
+}
+
+HubRows HubConnection::run(const char* statement, const std::vector<HubValue>& parameters,
+                           const char* purpose) {
+  constexpr int kBinary = 1;
+  std::vector<Oid> types;
+  std::vector<const char*> values;
+  std::vector<int> lengths;
+  const std::vector<int> formats(parameters.size(), kBinary);
+  for (const HubValue& parameter : parameters) {
+    types.push_back(static_cast<Oid>(parameter.type));
+    values.push_back(parameter.isNull ? nullptr : parameter.bytes.data());
+    lengths.push_back(static_cast<int>(parameter.bytes.size()));
+  }
+  if (PQsendQueryParams(_connection, statement, static_cast<int>(parameters.size()), types.data(),
+                        values.data(), lengths.data(), formats.data(), kBinary) == 0)
+    failCutOff(purpose);
+  return HubRows(awaitLastResult(purpose), _address);
+}
+
+void HubConnection::awaitSending(Deadline deadline, const char* purpose) {
+  while (true) {
+    const int left = PQflush(_connection);
+    if (left == 0) return;
+    if (left < 0) failCutOff(purpose);
+    const short events = awaitSocket(PQsocket(_connection), POLLIN | POLLOUT, deadline);
+    if (events == 0) failTimedOut(purpose);
+    // A server that answers early may not read on before it got rid of the answer.
+    if ((events & POLLIN) != 0 && PQconsumeInput(_connection) == 0) failCutOff(purpose);
+  }
+}
+
+pg_result* HubConnection::nextResult(Deadline deadline, const char* purpose) {
+  while (PQisBusy(_connection) != 0) {
+    if (awaitSocket(PQsocket(_connection), POLLIN, deadline) == 0) failTimedOut(purpose);
+    if (PQconsumeInput(_connection) == 0) failCutOff(purpose);
+  }
+  return PQgetResult(_connection);
+}
+
+pg_result* HubConnection::awaitLastResult(const char* purpose) {
+  struct Clear {
+    void operator()(pg_result* result) const { PQclear(result); }
+  };
+  const Deadline deadline = after(_patience.statement);
+  awaitSending(deadline, purpose);
+  std::unique_ptr<pg_result, Clear> last;
+  while (pg_result* result = nextResult(deadline, purpose)) {
+    last.reset(result);
+    const ExecStatusType status = PQresultStatus(result);
+    if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) continue;
+    const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
+    if (!state) failCutOff(purpose);
+    const Trouble trouble = statementTrouble(state, result, _patience.statement);
+    throw hubException(_address, purpose, trouble.what, trouble.remedy);
+  }
+  if (!last) failCutOff(purpose);
+  return last.release();
+}
+
+void HubConnection::failCutOff(const char* purpose) const {
+  throw hubException(_address, purpose,
+                     "the connection was cut off: " + firstLine(PQerrorMessage(_connection)), kLater);
+}
+
+void HubConnection::failTimedOut(const char* purpose) const {
+  throw hubException(_address, purpose, "it took longer than " + secondsText(_patience.statement), kLater);
+}
+
+}  // namespace corvane::pelto

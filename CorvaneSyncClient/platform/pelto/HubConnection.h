@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/pelto/HostLookup.h"
+#include "CorvaneSyncClient/platform/pelto/HubAddress.h"
+#include "CorvaneSyncClient/platform/pelto/HubValues.h"
+
+struct pg_conn;
+struct pg_result;
+
+namespace corvane::pelto {
+
+/// How long to wait for the service, in seconds.
+struct HubPatience {
+  double connect = 5.0;     ///< for a connection: names, addresses, TLS and password together
+  double statement = 15.0;  ///< for one statement, from sending its first byte to its last answer
+};
+
+/// What a statement answered. Accessors raise DotPeltoException where the column is not what they read.
+class HubRows {
+ public:
+  HubRows(pg_result* result, const HubAddress& address);
+
+  int count() const;
+  bool isNull(int row, int column) const;
+  std::int64_t big(int row, int column) const;
+  std::int32_t integer(int row, int column) const;
+  bool boolean(int row, int column) const;
+  /// The absent string for NULL, here and below.
+  String bytes(int row, int column) const;
+  /// In the string form.
+  String uuid(int row, int column) const;
+
+ private:
+  const char* value(int row, int column, int size) const;
+
+  struct Deleter {
+    void operator()(pg_result* result) const;
+  };
+  std::unique_ptr<pg_result, Deleter> _result;
+  const HubAddress& _address;
+};
+
+/// A connection to the service: with HubAddress the only code that speaks libpq. It sets up nothing on the
+/// server that outlives a transaction, so that poolers may stand in between, and no statement waits beyond
+/// its deadline. Every failure raises DotPeltoException; the connection is then of no more use, and the
+/// server undoes the transaction that was open. One thread.
+class HubConnection {
+ public:
+  /// Connects. Of several servers and addresses each gets its part of the time; the first that answers is
+  /// taken. Keeps a reference to `address`.
+  HubConnection(const HubAddress& address, const HubPatience& patience);
+  ~HubConnection();
+  HubConnection(const HubConnection&) = delete;
+  HubConnection& operator=(const HubConnection&) = delete;
+
+  /// Runs statements without parameters, whose rows nobody wants. `purpose` ("read what changed") is for
+  /// messages.
+  void run(const std::string& statements, const char* purpose);
+  /// Runs one statement.
+  HubRows run(const char* statement, const std::vector<HubValue>& parameters, const char* purpose);
+
+ private:
+  void awaitSending(Deadline deadline, const char* purpose);
+  pg_result* awaitLastResult(const char* purpose);
+  pg_result* nextResult(Deadline deadline, const char* purpose);
+  [[noreturn]] void failCutOff(const char* purpose) const;
+  [[noreturn]] void failTimedOut(const char* purpose) const;
+
+  const HubAddress& _address;
+  HubPatience _patience;
+  pg_conn* _connection = nullptr;
+};
+
+/// A DotPeltoException about the service at `address`: "read what changed", "what is wrong" and "What to do."
+PlatformException hubException(const HubAddress& address, const std::string& purpose, const std::string& what,
+                               const std::string& remedy);
+
+}  // namespace corvane::pelto

@@ -1,0 +1,321 @@
+#include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+// Every call is one transaction (news: a second one, at most once a day, that notes the computer), begun with
+// limits that end with it. The server's limits are the client's, so that a statement that nobody waits for
+// any more ends there too, and the locks of a computer that fell silent are given back.
+//
+// Pushes of one account queue at its row: begin_push updates it under the condition that it is in the
+// expected state. In a READ COMMITTED transaction whoever waited sees the row as the winner left it, finds
+// the condition false and is told so; there is no other lock, so that nothing can deadlock or fail to
+// serialise.
+
+namespace corvane::pelto {
+
+namespace {
+
+constexpr int kRowsAtOnce = 5000;
+// Of names and addresses. A slow line carries it within the time for one statement.
+constexpr std::size_t kBytesAtOnce = 1 << 20;
+
+constexpr const char* kReading = "ISOLATION LEVEL REPEATABLE READ, READ ONLY";
+constexpr const char* kWriting = "ISOLATION LEVEL READ COMMITTED, READ WRITE";
+constexpr const char* kReadNews = "read what is new";
+constexpr const char* kGiveChanges = "give changes";
+constexpr const char* kAskForPush = "ask how an earlier push ended";
+constexpr const char* kReadSetting = "read the setting of this computer";
+constexpr const char* kChangeSetting = "change the setting of this computer";
+constexpr const char* kNoteComputer = "note this computer";
+
+std::string beginning(const char* kind, const HubPatience& patience) {
+  const auto statement = std::lround(patience.statement * 1000);
+  return std::string("BEGIN ") + kind + "; SET LOCAL statement_timeout = " + std::to_string(statement) +
+         "; SET LOCAL lock_timeout = " + std::to_string(std::max(statement * 2 / 3, 1L)) +
+         "; SET LOCAL idle_in_transaction_session_timeout = " + std::to_string(statement * 2);
+}
+
+/// This computer's name as far as the service keeps it.
+String computerName() {
+  std::string name = Platform::current().process.hostName().substr(0, 255);
+  for (char& c : name) {
+    if (c < ' ' || c > '~') c = '?';
+  }
+  return name;
+}
+
+/// Records on their way to the service, column by column.
+class RecordBatch {
+ public:
+  bool isEmpty() const { return _rows == 0; }
+  bool isFull() const { return _rows >= kRowsAtOnce || _bytes >= kBytesAtOnce; }
+
+  void add(const HubRecord& record) {
+    ++_rows;
+    _bytes += record.name.view().size() + record.url.view().size();
+    _ids.add(record.id);
+    _folders.add(record.folder);
+    _parents.add(record.parent);
+    _positions.add(record.position);
+    _names.add(record.name);
+    _urls.add(record.url);
+    _tabGroups.add(record.tabGroup);
+    _specials.add(record.special);
+    _deletions.add(record.deleted);
+  }
+
+  /// The parameters of put_records; leaves the batch empty.
+  std::vector<HubValue> take() {
+    _rows = 0;
+    _bytes = 0;
+    return {_ids.take(),  _folders.take(),   _parents.take(),  _positions.take(), _names.take(),
+            _urls.take(), _tabGroups.take(), _specials.take(), _deletions.take()};
+  }
+
+ private:
+  int _rows = 0;
+  std::size_t _bytes = 0;
+  HubArray _ids{HubType::uuids};
+  HubArray _folders{HubType::booleans};
+  HubArray _parents{HubType::uuids};
+  HubArray _positions{HubType::integers};
+  HubArray _names{HubType::byteses};
+  HubArray _urls{HubType::byteses};
+  HubArray _tabGroups{HubType::booleans};
+  HubArray _specials{HubType::booleans};
+  HubArray _deletions{HubType::booleans};
+};
+
+HubRecord recordIn(const HubRows& rows, int row) {
+  HubRecord record;
+  record.id = rows.uuid(row, 1);
+  record.folder = rows.boolean(row, 2);
+  record.parent = rows.uuid(row, 3);
+  record.position = rows.integer(row, 4);
+  record.name = rows.bytes(row, 5);
+  record.url = rows.bytes(row, 6);
+  record.tabGroup = rows.boolean(row, 7);
+  record.special = rows.boolean(row, 8);
+  record.deleted = rows.boolean(row, 9);
+  return record;
+}
+
+}  // namespace
+
+struct PostgresHub::State {
+  std::int64_t account = 0;
+  HubSeen now;
+  std::int64_t room = 0;
+  std::int64_t forgottenRevision = 0;
+  bool hasSeen = false;  ///< whether the state asked from stands in the account's past
+  bool isEnabled = false;
+  bool isNoted = false;  ///< the computer, under its present name, within the last day
+};
+
+PostgresHub::PostgresHub(std::string_view url, String computer, HubPatience patience)
+    : _address(parseHubAddress(url)), _computer(std::move(computer)), _patience(patience) {}
+
+HubConnection& PostgresHub::connected() {
+  if (!_connection) {
+    _connection = std::make_unique<HubConnection>(_address, _patience);
+    checkVersion(*_connection);
+  }
+  return *_connection;
+}
+
+void PostgresHub::checkVersion(HubConnection& connection) {
+  constexpr const char* kPurpose = "read its version";
+  const HubRows rows = connection.run("SELECT number, oldest_client FROM corvane_hub.version", {}, kPurpose);
+  if (rows.count() != 1) {
+    throw hubException(_address, kPurpose, "its database is not set up completely",
+                       "Set it up: docs/hub.md.");
+  }
+  const std::int32_t version = rows.integer(0, 0), oldestClient = rows.integer(0, 1);
+  if (version < kHubVersion) {
+    throw hubException(_address, "use what is kept",
+                       "it is of version " + std::to_string(version) + ", and this program needs version " +
+                           std::to_string(kHubVersion),
+                       "Have the service brought up to date with hub-setup: docs/hub.md.");
+  }
+  if (oldestClient > kHubVersion) {
+    throw hubException(_address, "use what is kept",
+                       "it is of version " + std::to_string(version) +
+                           ", which serves programs from version " + std::to_string(oldestClient) +
+                           ", and this program is of version " + std::to_string(kHubVersion),
+                       "Install a newer version of this program.");
+  }
+}
+
+/// Runs `work` in a transaction. It commits when `work` answers a value that is not false, and else rolls
+/// back. When anything fails the connection is dropped, and the server rolls back.
+template <typename Work>
+auto PostgresHub::inTransaction(const char* kind, const char* purpose, Work work) {
+  try {
+    HubConnection& connection = connected();
+    connection.run(beginning(kind, _patience), purpose);
+    auto answer = work(connection);
+    connection.run(answer ? "COMMIT" : "ROLLBACK", purpose);
+    return answer;
+  } catch (...) {
+    _connection.reset();
+    throw;
+  }
+}
+
+PostgresHub::State PostgresHub::readState(HubConnection& connection, const std::optional<HubSeen>& seen) {
+  const HubRows rows = connection.run(
+      "SELECT a.id, a.uid, a.revision, a.mark, a.record_limit - a.live_records, a.forgotten_revision,"
+      " EXISTS(SELECT FROM corvane_hub.pushes p WHERE p.account = a.id AND p.revision = $1 AND p.mark = $2),"
+      " COALESCE((SELECT s.enabled FROM corvane_hub.settings s"
+      "   WHERE s.account = a.id AND s.computer = $3 AND s.data_class = $4), false),"
+      " EXISTS(SELECT FROM corvane_hub.computers c WHERE c.account = a.id AND c.id = $3 AND c.name = $5"
+      "   AND c.last_seen > now() - interval '1 day')"
+      " FROM corvane_hub.accounts a WHERE a.role = session_user",
+      {bigValue(seen ? seen->revision : 0), uuidValue(seen ? seen->mark : String()), uuidValue(_computer),
+       textValue(kHubDataClass), textValue(computerName())},
+      kReadNews);
+  if (rows.count() != 1) {
+    throw hubException(_address, kReadNews, "the user has no account there",
+                       "Have the account made: docs/hub.md.");
+  }
+  State state;
+  state.account = rows.big(0, 0);
+  state.now = {rows.uuid(0, 1), rows.big(0, 2), rows.uuid(0, 3)};
+  state.room = rows.big(0, 4);
+  state.forgottenRevision = rows.big(0, 5);
+  state.hasSeen = seen && seen->account == state.now.account &&
+                  (rows.boolean(0, 6) || (seen->revision == 0 && !seen->mark));
+  state.isEnabled = rows.boolean(0, 7);
+  state.isNoted = rows.boolean(0, 8);
+  return state;
+}
+
+// Pages follow the index by (revision, id), each as long as a page may be in rows and in bytes.
+void PostgresHub::readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision,
+                              HubNews& news) {
+  std::int64_t revision = sinceRevision;
+  String id = "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF";
+  while (true) {
+    const HubRows rows = connection.run(
+        "SELECT revision, id, folder, parent, position, name, url, tab_group, special, deleted FROM ("
+        "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
+        "    OVER (ORDER BY revision, id ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS bytes_before"
+        "  FROM (SELECT * FROM corvane_hub.records"
+        "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND $4)"
+        "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
+        " WHERE COALESCE(bytes_before, 0) < $6",
+        {bigValue(state.account), bigValue(revision), uuidValue(id), booleanValue(news.whole),
+         bigValue(kRowsAtOnce), bigValue(kBytesAtOnce)},
+        kReadNews);
+    const int count = rows.count();
+    if (count == 0) return;
+    news.records.reserve(news.records.size() + static_cast<std::size_t>(count));
+    for (int row = 0; row < count; ++row) news.records.push_back(recordIn(rows, row));
+    revision = rows.big(count - 1, 0);
+    id = news.records.back().id;
+  }
+}
+
+HubNews PostgresHub::news(const std::optional<HubSeen>& seen) {
+  bool isNoted = true;
+  HubNews found = *inTransaction(kReading, kReadNews, [&](HubConnection& connection) {
+    const State state = readState(connection, seen);
+    HubNews news;
+    news.now = state.now;
+    news.enabled = state.isEnabled;
+    if (!state.isEnabled) return std::make_optional(std::move(news));
+    isNoted = state.isNoted;
+    news.room = state.room;
+    news.continues = state.hasSeen;
+    news.whole = !news.continues || seen->revision < state.forgottenRevision;
+    const std::int64_t since = news.whole ? 0 : seen->revision;
+    if (since < state.now.revision) {
+      // Whatever the statistics say of an account that has just grown: a page is read along the index.
+      connection.run(
+          "SET LOCAL enable_seqscan = off; SET LOCAL enable_bitmapscan = off; SET LOCAL enable_sort = off",
+          kReadNews);
+      readRecords(connection, state, since, news);
+    }
+    return std::make_optional(std::move(news));
+  });
+  if (!isNoted) noteComputer();
+  return found;
+}
+
+void PostgresHub::noteComputer() {
+  try {
+    inTransaction(kWriting, kNoteComputer, [&](HubConnection& connection) {
+      connection.run("SELECT corvane_hub.note_computer($1, $2)",
+                     {uuidValue(_computer), textValue(computerName())}, kNoteComputer);
+      return true;
+    });
+  } catch (const PlatformException&) {
+    // The administrator's list is a day older then; the exchange goes on.
+  }
+}
+
+bool PostgresHub::push(const HubPush& push) {
+  return inTransaction(kWriting, kGiveChanges, [&](HubConnection& connection) {
+    const HubRows rows =
+        connection.run("SELECT corvane_hub.begin_push($1, $2, $3, $4, $5)",
+                       {uuidValue(push.expected.account), bigValue(push.expected.revision),
+                        uuidValue(push.expected.mark), uuidValue(push.mark), uuidValue(_computer)},
+                       kGiveChanges);
+    if (!rows.boolean(0, 0)) return false;
+    putRecords(connection, push.records);
+    return true;
+  });
+}
+
+// Deletions go first: an account at its limit takes a push that deletes as much as it adds.
+void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRecord>& records) {
+  RecordBatch batch;
+  const auto send = [&] {
+    if (batch.isEmpty()) return;
+    connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)", batch.take(),
+                   kGiveChanges);
+  };
+  for (const bool deleted : {true, false}) {
+    for (const HubRecord& record : records) {
+      if (record.deleted != deleted) continue;
+      batch.add(record);
+      if (batch.isFull()) send();
+    }
+    send();
+  }
+}
+
+bool PostgresHub::hasPush(const String& mark) {
+  return *inTransaction(kReading, kAskForPush, [&](HubConnection& connection) {
+    const HubRows rows = connection.run(
+        "SELECT EXISTS(SELECT FROM corvane_hub.pushes"
+        " WHERE account = (SELECT corvane_hub.my_account()) AND mark = $1)",
+        {uuidValue(mark)}, kAskForPush);
+    return std::make_optional(rows.boolean(0, 0));
+  });
+}
+
+bool PostgresHub::isEnabled(const String& dataClass) {
+  return *inTransaction(kReading, kReadSetting, [&](HubConnection& connection) {
+    const HubRows rows = connection.run(
+        "SELECT EXISTS(SELECT FROM corvane_hub.settings WHERE account = (SELECT corvane_hub.my_account())"
+        " AND computer = $1 AND data_class = $2 AND enabled)",
+        {uuidValue(_computer), textValue(dataClass)}, kReadSetting);
+    return std::make_optional(rows.boolean(0, 0));
+  });
+}
+
+void PostgresHub::setEnabled(const String& dataClass, bool enabled) {
+  inTransaction(kWriting, kChangeSetting, [&](HubConnection& connection) {
+    connection.run(
+        "SELECT corvane_hub.set_enabled($1, $2, $3, $4)",
+        {uuidValue(_computer), textValue(computerName()), textValue(dataClass), booleanValue(enabled)},
+        kChangeSetting);
+    return true;
+  });
+}
+
+}  // namespace corvane::pelto

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "CorvaneSyncClient/platform/pelto/HubConnection.h"
+
+namespace corvane::pelto {
+
+/// The version of the service's schema that this program was written for, the number of the last script of
+/// resources/hub/. A service of a later version tells whether it still serves this one.
+inline constexpr std::int32_t kHubVersion = 1;
+
+/// A Hub in PostgreSQL (resources/hub/ holds its schema). It connects at the first call, keeps the connection
+/// for the following ones and drops it when one fails; the next call connects anew. One thread.
+///
+/// A push whose end nobody heard (the connection was cut off while the transaction was being committed)
+/// raises like any other failure; `hasPush` tells how it ended.
+class PostgresHub : public Hub {
+ public:
+  /// `computer` is this computer's identifier, an upper-case UUID. Raises DotPeltoException for an address
+  /// that cannot be used; nobody is asked yet.
+  PostgresHub(std::string_view url, String computer, HubPatience patience = {});
+
+  HubNews news(const std::optional<HubSeen>& seen) override;
+  bool push(const HubPush& push) override;
+  bool hasPush(const String& mark) override;
+  bool isEnabled(const String& dataClass) override;
+  void setEnabled(const String& dataClass, bool enabled) override;
+
+ private:
+  /// What one look at the account tells.
+  struct State;
+
+  template <typename Work>
+  auto inTransaction(const char* kind, const char* purpose, Work work);
+  HubConnection& connected();
+  void checkVersion(HubConnection& connection);
+  State readState(HubConnection& connection, const std::optional<HubSeen>& seen);
+  void readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision, HubNews& news);
+  void noteComputer();
+  void putRecords(HubConnection& connection, const std::vector<HubRecord>& records);
+
+  HubAddress _address;
+  String _computer;
+  HubPatience _patience;
+  std::unique_ptr<HubConnection> _connection;
+};
+
+}  // namespace corvane::pelto
