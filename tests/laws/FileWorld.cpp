@@ -58,6 +58,19 @@ BrowserFile FileWorld::file(std::size_t client) const {
   return BrowserFile(*contents.as<Dictionary>());
 }
 
+namespace {
+
+/// What a session has noted beside the store so far outlives it when it is killed.
+void copyNotes(const std::filesystem::path& from, const std::filesystem::path& to) {
+  for (const auto& each : std::filesystem::directory_iterator(from)) {
+    if (!each.path().filename().string().starts_with("HandedDown-")) continue;
+    std::filesystem::copy_file(each.path(), to / each.path().filename(),
+                               std::filesystem::copy_options::overwrite_existing);
+  }
+}
+
+}  // namespace
+
 Date FileWorld::date(std::size_t client) const {
   LinuxFileSystem files;
   std::error_code error;
@@ -102,13 +115,17 @@ void FileWorld::syncWhile(std::size_t client, const std::function<void()>& brows
 }
 
 void FileWorld::syncKilled(std::size_t client, int operation) {
+  namespace fs = std::filesystem;
   _home.close();
-  const std::string copy = _home.storePath + ".before";
-  std::filesystem::copy_file(_home.storePath, copy, std::filesystem::copy_options::overwrite_existing);
+  const fs::path directory = fs::path(_home.storePath).parent_path();
+  const fs::path copy = directory.string() + ".before";
+  fs::copy(directory, copy, fs::copy_options::recursive);
   _home.open();
   int seen = 0;
   _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
-    if (isMutating(call.operation) && ++seen == operation) throw Killed{};
+    if (!isMutating(call.operation)) return std::error_code();
+    copyNotes(directory, copy);
+    if (++seen == operation) throw Killed{};
     return std::error_code();
   };
   try {
@@ -118,9 +135,10 @@ void FileWorld::syncKilled(std::size_t client, int operation) {
   }
   _home.platform.files.intercept = nullptr;
   _home.close();
-  std::filesystem::rename(copy, _home.storePath);
+  fs::remove_all(directory);
+  fs::rename(copy, directory);
   // The directory's lock of a process that is gone: its holder is not this process.
-  std::filesystem::remove_all(_home.platform.process.home + "/Library/Corvane/lock");
+  fs::remove_all(_home.platform.process.home + "/Library/Corvane/lock");
   _home.open();
 }
 

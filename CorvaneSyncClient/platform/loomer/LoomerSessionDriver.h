@@ -64,6 +64,21 @@ class LoomerSessionDriverDataSource {
   /// `sessionDriverWillCancelSession:`; what it stores with the client is kept though the session is rolled
   /// back.
   virtual void sessionDriverWillCancelSession(LoomerSessionDriver& driver) = 0;
+
+  // What a client that keeps a history of its own can tell besides. A file cannot, which the answers here
+  // say.
+
+  /// Whether the client tells every change and every deletion since it was last asked: it need never be
+  /// looked at whole, and what it lacks was deleted on purpose.
+  virtual bool tellsEveryChange() { return false; }
+  /// Whether the client was put back to an earlier state: what it holds may be older than what it is known to
+  /// have held.
+  virtual bool wasRestored() { return false; }
+  /// Told before the session finishes: the changes that it handed down go by this mark.
+  virtual void willTakeChanges(const String& /*mark*/) {}
+  /// Whether the client has durably taken the changes of that mark; nothing when it cannot tell. Asked after
+  /// a session of which nobody knows how it ended.
+  virtual std::optional<bool> tookChanges(const String& /*mark*/) { return std::nullopt; }
 };
 
 /// Runs one session for a data source.

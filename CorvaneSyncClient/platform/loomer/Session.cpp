@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "CorvaneSyncClient/platform/loomer/HandedDown.h"
 #include "CorvaneSyncClient/platform/loomer/HandingDown.h"
 #include "CorvaneSyncClient/platform/loomer/SessionGuard.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
@@ -11,7 +12,12 @@ namespace corvane::loomer {
 
 Session::Session(TruthStore& store, LoomerSessionDriver& driver, LoomerSessionDriverDataSource& dataSource,
                  EmbeddedClient& client, const RecordSchema& schema)
-    : _store(store), _driver(driver), _dataSource(dataSource), _client(client), _schema(schema) {}
+    : _store(store),
+      _driver(driver),
+      _dataSource(dataSource),
+      _client(client),
+      _schema(schema),
+      _noteFile(store.path(), client.row()) {}
 
 void Session::run() {
   registerWithDataSource();
@@ -86,8 +92,21 @@ void Session::takeLock() {
   _state = *state;
   _truth = _records.state();
   _standing = _refusals.find(_state.id);
-  _kind = sessionKind(_preferredMode, _state, _truth, _standing.has_value());
+  _kind = sessionKind(_preferredMode, _state, _truth, _standing.has_value(), _dataSource.tellsEveryChange());
+  readNote();
   _client.storeHeldValues();
+}
+
+/// Where a session was killed while the client saved, this one looks at what the client holds.
+void Session::readNote() {
+  _note = _noteFile.read();
+  if (!_note) return;
+  if (!isOfNextSession(*_note, _state)) {
+    _noteFile.remove();
+    _note.reset();
+  } else if (_kind == SessionKind::fast) {
+    _kind = SessionKind::slow;
+  }
 }
 
 void Session::takeRecords() {
@@ -114,17 +133,36 @@ void Session::mingle() {
   _storedTruth = _records.readAll();
   _storedBase = _bases.read(_state.id);
   _input.truth = std::move(_storedTruth.records);
-  _input.base = std::move(_storedBase.records);
+  _baseIsNewer = wasTaken();
+  if (_baseIsNewer) {
+    _input.base = withTaken(*_note, _storedBase.records);
+    if (!_dataSource.wasRestored()) _kind = SessionKind::slow;
+  } else {
+    _input.base = std::move(_storedBase.records);
+  }
   _input.client = std::move(_pushed);
   _input.refresh = _kind == SessionKind::refresh;
+  _input.restored = _dataSource.wasRestored();
   _input.replace = _kind == SessionKind::replace;
   _input.nextRecord = _truth.nextRecord;
   _input.revision = _truth.revision + 1;
   _plan = merge(_input);
 }
 
+/// The base as the store has it.
+const std::vector<BaseRecord>& Session::storedBase() const {
+  return _baseIsNewer ? _storedBase.records : _input.base;
+}
+
+/// Whether the client holds what a session that never ended handed down to it.
+bool Session::wasTaken() {
+  if (!_note || !_pushed) return false;
+  const std::optional<bool> told = _dataSource.tookChanges(_note->mark);
+  return told ? *told : showTaken(*_note, _storedBase.records, *_pushed);
+}
+
 void Session::guard() {
-  if (!mustBeApproved(_plan)) return;
+  if (_dataSource.tellsEveryChange() || !mustBeApproved(_plan)) return;
   Refusal refusal{planDigest(_plan), _plan.deletedByAbsence, _plan.liveBefore, _began, std::nullopt};
   if (_standing && _standing->approved && _standing->digest == refusal.digest) return;
   _refused = refusal;
@@ -146,13 +184,13 @@ std::vector<RecordId> Session::refusedDeletions() const {
 }
 
 void Session::writeTruth() {
-  _contents.emplace(_store.database(), _input.truth, _storedTruth.contents, _input.base,
+  _contents.emplace(_store.database(), _input.truth, _storedTruth.contents, storedBase(),
                     _storedBase.contents);
   const bool changesTruth = !_plan.truthChanges.empty();
-  const bool handsDown = _plan.deleteAllFirst || !_plan.clientChanges.empty();
+  _handsDown = _plan.deleteAllFirst || !_plan.clientChanges.empty();
   if (changesTruth) _truth.revision = _input.revision;
   _records.apply(_plan.truthChanges, _input.revision, *_contents);
-  if (!changesTruth && !handsDown && !_plan.baseChanged && _plan.losses.empty()) return;
+  if (!changesTruth && !_handsDown && !_plan.baseChanged && _plan.losses.empty()) return;
   SessionEntry entry;
   entry.client = _state.identifier;
   entry.began = _began;
@@ -165,34 +203,65 @@ void Session::writeTruth() {
 }
 
 void Session::handDown() {
-  if (!_plan.deleteAllFirst && _plan.clientChanges.empty()) return;
+  if (!_handsDown) return;
   HandingDown handingDown(_dataSource, _schema, _records, _input, _plan);
   handingDown.run();
   _refusedChanges = handingDown.refused();
 }
 
-void Session::writeBase() { _bases.replace(_state.id, _input.base, _plan.base, *_contents); }
+void Session::writeBase() { _bases.replace(_state.id, storedBase(), _plan.base, *_contents); }
 
+/// All that can fail in the store comes before the client saves, but for the commit itself.
 void Session::finish() {
   String error;
   checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error, "take the changes in");
+  noteSession();
+  noteHandedDown();
   error = String();
   checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error, "finish the session");
+  commit();
+  if (_note || _handsDown) _noteFile.remove();
+}
 
+void Session::noteSession() {
   const Date now = Platform::current().clock.now();
   if (_entry) _log.finish(*_entry, now, _refusedChanges);
   if (_standing) _refusals.remove(_state.id);
   const bool news = _state.syncedRevision != _truth.revision;
-  _state.resetPending = false;
-  _state.syncedRevision = _truth.revision;
-  ++_state.sessions;
-  _state.sessionsWithoutRecords = _tookRecords ? 0 : _state.sessionsWithoutRecords + 1;
-  _state.handedDown = _plan.deleteAllFirst || !_plan.clientChanges.empty();
-  _state.lastSession = now;
-  _clients.finishSession(_state);
+  ClientState after = _state;
+  after.resetPending = false;
+  after.syncedRevision = _truth.revision;
+  ++after.sessions;
+  after.sessionsWithoutRecords = _tookRecords ? 0 : _state.sessionsWithoutRecords + 1;
+  after.handedDown = _handsDown;
+  after.lastSession = now;
+  _clients.finishSession(after);
   if (news || _entry) _records.dropOldTombstones();
   if (_entry) pruneLog(_store, now, kPrunedRows + _plan.truthChanges.size());
-  _store.database().commit();
+}
+
+/// A client that is given everything anew is given it once more after a session that was killed.
+void Session::noteHandedDown() {
+  if (!_handsDown || _plan.deleteAllFirst) return;
+  HandedDown note = noteOf(_input, _plan);
+  note.mark = Platform::current().uuids.newUuid();
+  note.registered = _state.registered;
+  note.sessions = _state.sessions;
+  note.syncedRevision = _state.syncedRevision;
+  _dataSource.willTakeChanges(note.mark);
+  _noteFile.write(note);
+}
+
+void Session::commit() {
+  try {
+    _store.database().commit();
+  } catch (const PlatformException& exception) {
+    if (!_handsDown) throw;
+    throw PlatformException(exception.name(),
+                            exception.reason() +
+                                " The client has saved the changes that it was handed down; "
+                                "the next session notices that and loses nothing.");
+  }
 }
 
 void Session::checkAnswer(bool answer, const String& error, const char* callback) const {

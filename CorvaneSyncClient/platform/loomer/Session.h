@@ -8,6 +8,7 @@
 #include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 
@@ -36,14 +37,20 @@ class Session {
   void registerWithDataSource();
   void chooseMode();
   void takeLock();
+  void readNote();
   void takeRecords();
   bool isQuiet() const;
   void mingle();
+  bool wasTaken();
+  const std::vector<BaseRecord>& storedBase() const;
   void guard();
   void writeTruth();
   void handDown();
   void writeBase();
   void finish();
+  void noteSession();
+  void noteHandedDown();
+  void commit();
   void checkAnswer(bool answer, const String& error, const char* callback) const;
 
   TruthStore& _store;
@@ -65,6 +72,8 @@ class Session {
   TruthState _truth;
   std::optional<Refusal> _standing;  // the guard's refusal of the client's last plan
   std::optional<Refusal> _refused;   // of this one
+  HandedDownFile _noteFile;
+  std::optional<HandedDown> _note;  // of a session that never ended
 
   std::optional<std::vector<ClientRecord>> _pushed;  // the client's whole tree
   bool _tookLock = false;
@@ -72,10 +81,12 @@ class Session {
   std::size_t _taken = 0;
   StoredTruth _storedTruth;
   StoredBase _storedBase;
+  bool _baseIsNewer = false;  // than the store's: taken over from the note
   MergeInput _input;
   MergeResult _plan;
   std::optional<ContentRows> _contents;
   std::optional<std::int64_t> _entry;  // in the log of sessions
+  bool _handsDown = false;
   std::size_t _refusedChanges = 0;
 };
 

@@ -15,7 +15,7 @@ bool isBaseUsable(const ClientState& client, const TruthState& truth) {
 }
 
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
-                        bool refusalStands) {
+                        bool refusalStands, bool tellsEveryChange) {
   if (client.resetPending) return SessionKind::replace;
   if (!isBaseUsable(client, truth)) return SessionKind::refresh;
   const bool known = preferredMode >= LoomerSyncModeFast && preferredMode <= LoomerSyncModeRefresh;
@@ -25,6 +25,7 @@ SessionKind sessionKind(int preferredMode, const ClientState& client, const Trut
   // records again.
   if (preferred == SessionKind::refresh) return refusalStands ? SessionKind::slow : SessionKind::refresh;
   // The browser may have written while the last session handed something down.
+  if (tellsEveryChange) return preferred;
   const bool look = client.handedDown || client.sessionsWithoutRecords >= kSessionsWithoutRecords;
   return look ? SessionKind::slow : preferred;
 }

@@ -22,9 +22,10 @@ bool isBaseUsable(const ClientState& client, const TruthState& truth);
 
 /// The kind of the client's next session. `preferredMode` is the strongest LoomerSyncMode asked for; a number
 /// that is none counts as refresh, in which nothing is ever deleted for being missing. `refusalStands`: the
-/// guard refused the client's last plan, and the client finished no session since.
+/// guard refused the client's last plan, and the client finished no session since. `tellsEveryChange`: the
+/// client need never be looked at whole.
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
-                        bool refusalStands);
+                        bool refusalStands, bool tellsEveryChange);
 
 /// Whether a fast session of this client may have something to hand down.
 bool mayHaveNews(const ClientState& client, const TruthState& truth);

@@ -48,7 +48,7 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"no base while a refusal stands", 3, client(std::nullopt), truth, true, SessionKind::refresh},
   };
   for (const ModeRow& row : rows) {
-    EXPECT_EQ(static_cast<int>(sessionKind(row.preferred, row.client, row.truth, row.refusalStands)),
+    EXPECT_EQ(static_cast<int>(sessionKind(row.preferred, row.client, row.truth, row.refusalStands, false)),
               static_cast<int>(row.kind))
         << row.phrase;
   }

@@ -1,0 +1,129 @@
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "CorvaneSyncClient/platform/loomer/store/Database.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+constexpr std::int64_t kVersion = 1;
+constexpr const char* kRead = "read what was handed down";
+constexpr const char* kWrite = "note what is handed down";
+
+// The last step makes the file one to be read.
+constexpr const char* kForm = R"sql(
+  CREATE TABLE session(mark TEXT NOT NULL, registered REAL NOT NULL, sessions INTEGER NOT NULL, synced_revision INTEGER);
+  CREATE TABLE held(
+    record INTEGER PRIMARY KEY,
+    local_id TEXT,
+    entity INTEGER NOT NULL,
+    parent INTEGER NOT NULL,
+    position INTEGER NOT NULL,
+    refused_revision INTEGER NOT NULL,
+    not_held INTEGER NOT NULL,
+    name TEXT,
+    url TEXT,
+    tab_group INTEGER NOT NULL,
+    special INTEGER NOT NULL
+  );
+  CREATE TABLE gone(record INTEGER PRIMARY KEY);
+  PRAGMA user_version = 1;
+)sql";
+
+void writeSession(Database& database, const HandedDown& handedDown) {
+  database.query("INSERT INTO session VALUES(?, ?, ?, ?)", kWrite)
+      .run(handedDown.mark, handedDown.registered.seconds, handedDown.sessions, handedDown.syncedRevision);
+}
+
+void writeRecords(Database& database, const HandedDown& handedDown) {
+  Statement held = database.query("INSERT INTO held VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", kWrite);
+  for (const BaseRecord& each : handedDown.held) {
+    held.run(each.record, each.localId, static_cast<std::int64_t>(each.entity), each.parent,
+             std::int64_t{each.position}, each.refusedRevision, each.notHeld, each.content.name,
+             each.content.url, each.content.tabGroup, each.content.special);
+  }
+  Statement gone = database.query("INSERT INTO gone VALUES(?)", kWrite);
+  for (const RecordId record : handedDown.gone) gone.run(record);
+}
+
+HandedDown readSession(Database& database) {
+  Statement query = database.query("SELECT mark, registered, sessions, synced_revision FROM session", kRead);
+  HandedDown handedDown;
+  if (!query.open().next()) throw damagedStoreException(database.path(), "it names no session");
+  handedDown.mark = query.text(0);
+  handedDown.registered = Date{query.real(1)};
+  handedDown.sessions = query.integer(2);
+  handedDown.syncedRevision = query.optionalInteger(3);
+  return handedDown;
+}
+
+BaseRecord recordOf(const Statement& row) {
+  BaseRecord record;
+  record.record = row.integer(0);
+  record.localId = row.text(1);
+  record.entity = row.integer(2) == 0 ? Entity::folder : Entity::bookmark;
+  record.parent = row.integer(3);
+  record.position = static_cast<std::int32_t>(row.integer(4));
+  record.refusedRevision = row.integer(5);
+  record.notHeld = row.integer(6) != 0;
+  record.content = {row.text(7), row.text(8), row.integer(9) != 0, row.integer(10) != 0};
+  return record;
+}
+
+void readRecords(Database& database, HandedDown& handedDown) {
+  Statement held = database.query("SELECT * FROM held ORDER BY record", kRead);
+  held.open();
+  while (held.next()) handedDown.held.push_back(recordOf(held));
+  Statement gone = database.query("SELECT record FROM gone ORDER BY record", kRead);
+  gone.open();
+  while (gone.next()) handedDown.gone.push_back(gone.integer(0));
+}
+
+}  // namespace
+
+HandedDownFile::HandedDownFile(const std::string& storePath, std::int64_t client)
+    : _path(storePath.substr(0, storePath.rfind('/') + 1) + "HandedDown-" + std::to_string(client) + ".db") {}
+
+std::optional<HandedDown> HandedDownFile::read() const noexcept {
+  try {
+    if (access(_path.c_str(), F_OK) != 0) return std::nullopt;
+    Database database(_path);
+    if (database.integer("PRAGMA user_version", kRead) != kVersion) return std::nullopt;
+    HandedDown handedDown = readSession(database);
+    readRecords(database, handedDown);
+    return handedDown;
+  } catch (const PlatformException&) {
+    return std::nullopt;
+  }
+}
+
+void HandedDownFile::write(const HandedDown& handedDown) const {
+  remove();
+  const int file = open(_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (file < 0) {
+    throw storeException(_path, "cannot create it: " + std::system_category().message(errno),
+                         "Give yourself permission to write there, and sync again.");
+  }
+  close(file);  // nothing was written that closing could lose
+  Database database(_path);
+  // Extra: the directory is made durable as well.
+  database.execute("PRAGMA synchronous = EXTRA; BEGIN IMMEDIATE", kWrite);
+  database.execute(kForm, kWrite);
+  writeSession(database, handedDown);
+  writeRecords(database, handedDown);
+  database.commit();
+}
+
+void HandedDownFile::remove() const noexcept {
+  unlink(_path.c_str());
+  unlink((_path + "-journal").c_str());
+}
+
+}  // namespace corvane::loomer

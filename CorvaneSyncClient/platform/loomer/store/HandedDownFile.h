@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+
+namespace corvane::loomer {
+
+/// What a session has handed down to a client, which is about to save it: what the client's base is to say
+/// once it has.
+struct HandedDown {
+  String mark;  ///< names this handing down; a fresh UUID
+  // Which session this is: the next one of that registration, over that base.
+  Date registered;
+  std::int64_t sessions = 0;
+  std::optional<std::int64_t> syncedRevision;
+
+  std::vector<BaseRecord> held;  ///< records of which the base is to say something else, by ascending record
+  std::vector<RecordId> gone;    ///< records that the base is to name no more, ascending
+};
+
+/// The file beside the store in which a session notes what it has handed down, durably, before the client
+/// saves; it goes with the commit. Where it still stands, a session was killed in between, and the client may
+/// hold what the store does not know of: local ids of additions above all, by which alone a record is met
+/// again that the user has changed since.
+///
+/// It is a small SQLite database, so that it is there whole or not at all, at any size.
+class HandedDownFile {
+ public:
+  HandedDownFile(const std::string& storePath, std::int64_t client);
+
+  /// Nothing where there is no such file, or none that can be read: the store is right without it.
+  std::optional<HandedDown> read() const noexcept;
+  /// Durable when it returns. Raises LoomerStoreException.
+  void write(const HandedDown& handedDown) const;
+  /// A file that cannot be removed is of an earlier session for every later one, which does not use it.
+  void remove() const noexcept;
+
+ private:
+  std::string _path;
+};
+
+}  // namespace corvane::loomer
