@@ -1,0 +1,221 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "tests/loomer/engine/EngineFixture.h"
+
+namespace corvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Sessions that are killed after the client has saved and before the engine has committed.
+class KilledSave : public EngineTest {
+ protected:
+  KilledSave() {
+    a->sync();
+    b->sync();
+  }
+
+  /// What the session noted stands beside a store that knows nothing of the session.
+  void syncKilledAfterSaving(ScriptedClient& client) {
+    close();
+    const fs::path directory = fs::path(storePath).parent_path();
+    const fs::path copy = directory.string() + ".before";
+    fs::copy(directory, copy, fs::copy_options::recursive);
+    reopen();
+    client.onCall = [&](const std::string& call) {
+      if (call != "will finish") return;
+      for (const auto& each : notes()) {
+        fs::copy_file(each, copy / each.filename(), fs::copy_options::overwrite_existing);
+      }
+    };
+    EXPECT_EQ(client.sync(), "");
+    client.onCall = nullptr;
+    client.edited = true;
+    close();
+    fs::remove_all(directory);
+    fs::rename(copy, directory);
+    reopen();
+  }
+
+  /// As above, but for the saving.
+  void syncKilledBeforeSaving(ScriptedClient& client) {
+    const auto nodes = client.nodes;
+    const auto children = client.children;
+    syncKilledAfterSaving(client);
+    client.nodes = nodes;
+    client.children = children;
+  }
+
+  std::vector<fs::path> notes() const {
+    std::vector<fs::path> found;
+    for (const auto& each : fs::directory_iterator(fs::path(storePath).parent_path())) {
+      if (each.path().filename().string().starts_with("HandedDown-")) found.push_back(each.path());
+    }
+    return found;
+  }
+
+  std::unique_ptr<ScriptedClient> a = makeClient("a"), b = makeClient("b");
+};
+
+TEST_F(KilledSave, LeavesANoteThatTheNextSessionClears) {
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  EXPECT_EQ(notes().size(), 1u);
+  EXPECT_EQ(fs::status(notes().at(0)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  settle({b.get(), a.get()});
+  EXPECT_TRUE(notes().empty());
+  EXPECT_EQ(b->text(), "New(http://new/)");
+  EXPECT_EQ(a->text(), b->text());
+}
+
+TEST_F(KilledSave, AdditionThatTheUserMovedAndChangedSinceIsTheSameRecord) {
+  a->addFolder("", "F");
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  const std::string added = b->find("New");
+  b->rename(added, "Mine");
+  b->readdress(added, "http://mine/");
+  b->move(added, b->find("F"));
+  settle({b.get(), a.get()});
+  EXPECT_EQ(a->text(), "F[Mine(http://mine/)]");
+  EXPECT_EQ(b->text(), a->text());
+}
+
+TEST_F(KilledSave, AdditionThatTheUserDeletedSinceStaysDeleted) {
+  a->addBookmark("", "One", "http://one/");
+  a->addBookmark("", "Two", "http://two/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  b->remove(b->find("One"));
+  settle({b.get(), a.get()});
+  EXPECT_EQ(a->text(), "Two(http://two/)");
+  EXPECT_EQ(b->text(), a->text());
+}
+
+TEST_F(KilledSave, FirstSessionsAdditionThatTheUserDeletedSinceStaysDeleted) {
+  a->addBookmark("", "One", "http://one/");
+  a->addBookmark("", "Two", "http://two/");
+  ASSERT_EQ(a->sync(), "");
+  const auto c = makeClient("c");
+  c->addBookmark("", "Own", "http://own/");
+  syncKilledAfterSaving(*c);
+  c->remove(c->find("One"));
+  c->rename(c->find("Own"), "Still my own");
+  settle({c.get(), a.get(), b.get()});
+  EXPECT_EQ(a->text(), c->text());
+  EXPECT_EQ(a->find("One"), "");
+  EXPECT_NE(a->find("Two"), "");
+  EXPECT_NE(a->find("Still my own"), "");
+  EXPECT_EQ(a->nodes.size(), 2u);
+}
+
+TEST_F(KilledSave, ValueThatCameWithItDoesNotOverrideANewerOne) {
+  a->addBookmark("", "First", "http://1/");
+  settle({a.get(), b.get()});
+  a->rename(a->find("First"), "Second");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  ASSERT_EQ(b->text(), "Second(http://1/)");
+  a->rename(a->find("Second"), "Third");
+  ASSERT_EQ(a->sync(), "");
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "Third(http://1/)");
+  EXPECT_EQ(a->text(), b->text());
+}
+
+TEST_F(KilledSave, WhatTheClientItselfHadChangedIsStillItsChange) {
+  a->addBookmark("", "Title", "http://1/");
+  settle({a.get(), b.get()});
+  a->readdress(a->find("Title"), "http://2/");
+  ASSERT_EQ(a->sync(), "");
+  b->rename(b->find("Title"), "Better title");
+  b->addBookmark("", "Own", "http://own/");
+  syncKilledAfterSaving(*b);
+  settle({b.get(), a.get()});
+  EXPECT_EQ(a->text(), "Better title(http://2/) Own(http://own/)");
+  EXPECT_EQ(b->text(), a->text());
+}
+
+TEST_F(KilledSave, OrderThatCameWithItDoesNotOverrideANewerOne) {
+  for (const char* name : {"1", "2", "3", "4"}) a->addBookmark("", name, "http://x/");
+  settle({a.get(), b.get()});
+  a->addBookmark("", "5", "http://x/", 1);
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  ASSERT_EQ(b->text(), "1(http://x/) 5(http://x/) 2(http://x/) 3(http://x/) 4(http://x/)");
+  a->move(a->find("5"), "", 3);
+  ASSERT_EQ(a->sync(), "");
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "1(http://x/) 2(http://x/) 3(http://x/) 5(http://x/) 4(http://x/)");
+  EXPECT_EQ(a->text(), b->text());
+}
+
+TEST_F(KilledSave, BeforeItHasSavedCountsForNothing) {
+  a->addBookmark("", "Old", "http://old/");
+  settle({a.get(), b.get()});
+  a->rename(a->find("Old"), "Renamed");
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledBeforeSaving(*b);
+  ASSERT_EQ(b->text(), "Old(http://old/)");
+  b->readdress(b->find("Old"), "http://b/");
+  settle({b.get(), a.get()});
+  EXPECT_EQ(a->text(), "Renamed(http://b/) New(http://new/)");
+  EXPECT_EQ(b->text(), a->text());
+}
+
+TEST_F(KilledSave, AQuietSessionAfterItLooksAtTheRecords) {
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  b->mode = LoomerSyncModeFast;
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(number("SELECT mode FROM sessions ORDER BY id DESC LIMIT 1"), LoomerSyncModeSlow);
+  EXPECT_EQ(b->text(), "New(http://new/)");
+}
+
+TEST_F(KilledSave, NotesOfOtherSessionsAndDamagedOnesAreNotUsed) {
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  const fs::path note = notes().at(0);
+  const fs::path kept = note.string() + ".kept";
+  fs::copy_file(note, kept);
+  settle({b.get(), a.get()});
+  b->remove(b->find("New"));
+  settle({b.get(), a.get()});
+  fs::rename(kept, note);
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "");
+  EXPECT_TRUE(notes().empty());
+
+  a->addBookmark("", "Newer", "http://newer/");
+  ASSERT_EQ(a->sync(), "");
+  std::ofstream(note) << "no database";
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "Newer(http://newer/)");
+}
+
+TEST_F(KilledSave, RefusedChangesAreNotTakenForHeld) {
+  a->addBookmark("", "Taken", "http://t/");
+  a->addBookmark("", "Refused", "http://r/");
+  ASSERT_EQ(a->sync(), "");
+  b->answer = [](const LoomerChange& change) {
+    const String name =
+        change.record() ? change.record()->string(LoomerAttribute_Bookmarks_Bookmark_Name.view()) : String();
+    return static_cast<int>(name == "Refused" ? LoomerChangeRefused : LoomerChangeAccepted);
+  };
+  syncKilledAfterSaving(*b);
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "Taken(http://t/)");
+  EXPECT_EQ(a->nodes.size(), 2u) << "a refused record is not deleted";
+}
+
+}  // namespace
+}  // namespace corvane
