@@ -60,12 +60,15 @@ BrowserFile FileWorld::file(std::size_t client) const {
 
 namespace {
 
-/// What a session has noted beside the store so far outlives it when it is killed.
-void copyNotes(const std::filesystem::path& from, const std::filesystem::path& to) {
-  for (const auto& each : std::filesystem::directory_iterator(from)) {
-    if (!each.path().filename().string().starts_with("HandedDown-")) continue;
-    std::filesystem::copy_file(each.path(), to / each.path().filename(),
-                               std::filesystem::copy_options::overwrite_existing);
+/// The store as a process that is killed now leaves it. The file of shared memory is made anew from the
+/// others.
+void copyStore(const std::filesystem::path& from, const std::filesystem::path& to) {
+  namespace fs = std::filesystem;
+  fs::remove_all(to);
+  fs::create_directory(to);
+  for (const auto& each : fs::directory_iterator(from)) {
+    if (each.path().string().ends_with("-shm")) continue;
+    fs::copy_file(each.path(), to / each.path().filename());
   }
 }
 
@@ -115,16 +118,13 @@ void FileWorld::syncWhile(std::size_t client, const std::function<void()>& brows
 }
 
 void FileWorld::syncKilled(std::size_t client, int operation) {
-  namespace fs = std::filesystem;
-  _home.close();
-  const fs::path directory = fs::path(_home.storePath).parent_path();
-  const fs::path copy = directory.string() + ".before";
-  fs::copy(directory, copy, fs::copy_options::recursive);
-  _home.open();
+  const std::filesystem::path directory = std::filesystem::path(_home.storePath).parent_path();
+  const std::filesystem::path copy = directory.string() + ".killed";
+  copyStore(directory, copy);
   int seen = 0;
   _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
     if (!isMutating(call.operation)) return std::error_code();
-    copyNotes(directory, copy);
+    copyStore(directory, copy);
     if (++seen == operation) throw Killed{};
     return std::error_code();
   };
@@ -135,10 +135,10 @@ void FileWorld::syncKilled(std::size_t client, int operation) {
   }
   _home.platform.files.intercept = nullptr;
   _home.close();
-  fs::remove_all(directory);
-  fs::rename(copy, directory);
+  std::filesystem::remove_all(directory);
+  std::filesystem::rename(copy, directory);
   // The directory's lock of a process that is gone: its holder is not this process.
-  fs::remove_all(_home.platform.process.home + "/Library/Corvane/lock");
+  std::filesystem::remove_all(_home.platform.process.home + "/Library/Corvane/lock");
   _home.open();
 }
 

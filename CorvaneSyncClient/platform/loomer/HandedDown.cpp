@@ -34,22 +34,28 @@ std::vector<BaseRecord> baseOfNews(MergeInput& input) {
 
 }  // namespace
 
-HandedDown noteOf(MergeInput& input, const MergeResult& plan) {
+BaseDifference handedDifference(MergeInput& input, const MergeResult& plan) {
   const std::vector<BaseRecord> answered = sorted(plan.base);
   const std::vector<BaseRecord> news = plan.truthChanges.empty() ? answered : sorted(baseOfNews(input));
-  HandedDown note;
-  for (BaseRecord record : news) {
-    const BaseRecord* const answer = find(answered, record.record);
-    if (!answer) continue;  // the client has deleted it
-    if (answer->notHeld || answer->refusedRevision != 0) record = *answer;
-    record.localId = answer->localId;
-    const BaseRecord* const before = find(input.base, record.record);
-    if (!before || !(*before == record)) note.held.push_back(std::move(record));
+  std::vector<BaseRecord> after;
+  for (const BaseRecord& told : news) {
+    const BaseRecord* const answer = find(answered, told.record);
+    const BaseRecord* const before = find(input.base, told.record);
+    if (!answer) {
+      if (before)
+        after.push_back(*before);  // the client has deleted it, of which the truth then knows nothing
+    } else if (answer->notHeld || answer->refusedRevision != 0) {
+      after.push_back(*answer);
+    } else {
+      after.push_back(told);
+      after.back().localId = answer->localId;
+    }
   }
   for (const BaseRecord& before : input.base) {
-    if (!find(news, before.record) && !find(answered, before.record)) note.gone.push_back(before.record);
+    // What was deleted and lives again because the client has changed it.
+    if (find(answered, before.record) && !find(news, before.record)) after.push_back(before);
   }
-  return note;
+  return differenceOf(input.base, sorted(std::move(after)));
 }
 
 bool isOfNextSession(const HandedDown& handedDown, const ClientState& client) {
@@ -57,16 +63,16 @@ bool isOfNextSession(const HandedDown& handedDown, const ClientState& client) {
          handedDown.syncedRevision == client.syncedRevision;
 }
 
-bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base,
+bool showTaken(const BaseDifference& handed, const std::vector<BaseRecord>& base,
                const std::vector<ClientRecord>& pushed) {
   std::unordered_map<String, const ClientRecord*> byLocalId;
   for (const ClientRecord& each : pushed) byLocalId.emplace(each.localId, &each);
   const auto parentId = [&](RecordId parent) {
-    const BaseRecord* const folder = find(handedDown.held, parent);
+    const BaseRecord* const folder = find(handed.held, parent);
     const BaseRecord* const before = folder ? folder : find(base, parent);
     return before ? before->localId : String();
   };
-  return std::any_of(handedDown.held.begin(), handedDown.held.end(), [&](const BaseRecord& after) {
+  return std::any_of(handed.held.begin(), handed.held.end(), [&](const BaseRecord& after) {
     if (after.notHeld || !after.localId) return false;
     const auto found = byLocalId.find(after.localId);
     if (found == byLocalId.end()) return false;
@@ -81,14 +87,27 @@ bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base
   });
 }
 
-std::vector<BaseRecord> withTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base) {
+BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after) {
+  BaseDifference difference;
+  for (const BaseRecord& each : after) {
+    const BaseRecord* const known = find(before, each.record);
+    if (!known || !(*known == each)) difference.held.push_back(each);
+  }
+  for (const BaseRecord& each : before) {
+    if (!find(after, each.record)) difference.gone.push_back(each.record);
+  }
+  return difference;
+}
+
+std::vector<BaseRecord> withDifference(const BaseDifference& difference,
+                                       const std::vector<BaseRecord>& base) {
   std::vector<BaseRecord> records;
-  records.reserve(base.size() + handedDown.held.size());
+  records.reserve(base.size() + difference.held.size());
   std::copy_if(base.begin(), base.end(), std::back_inserter(records), [&](const BaseRecord& each) {
-    return !find(handedDown.held, each.record) &&
-           !std::binary_search(handedDown.gone.begin(), handedDown.gone.end(), each.record);
+    return !find(difference.held, each.record) &&
+           !std::binary_search(difference.gone.begin(), difference.gone.end(), each.record);
   });
-  records.insert(records.end(), handedDown.held.begin(), handedDown.held.end());
+  records.insert(records.end(), difference.held.begin(), difference.held.end());
   return sorted(std::move(records));
 }
 

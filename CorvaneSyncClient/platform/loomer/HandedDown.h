@@ -5,21 +5,23 @@
 
 namespace corvane::loomer {
 
-/// What a session notes before the client saves: the base that the client would have after it if it had
-/// changed nothing itself, for what it changed is rolled back with a session that is killed, and must count
-/// as changed again at the next. `plan` is the session's, its base filled with the client's answers. Merges
-/// once more where the client changed the truth. Leaves `input` as it was.
-HandedDown noteOf(MergeInput& input, const MergeResult& plan);
+/// What a session notes before the client saves: the difference to the base that the client would have after
+/// it if it had changed nothing itself, for what it changed is rolled back with a session that is killed, and
+/// must count as changed again at the next. `plan` is the session's, its base filled with the client's
+/// answers. Merges once more where the client changed the truth. Leaves `input` as it was.
+BaseDifference handedDifference(MergeInput& input, const MergeResult& plan);
 
 /// Whether the session is the next one of that client, so that the note is of one that never ended.
 bool isOfNextSession(const HandedDown& handedDown, const ClientState& client);
 
-/// Whether the client's records show that it has taken what was handed down: they hold an addition by its new
-/// local id, or a value that came with it.
-bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base,
+/// Whether the client's records show that it has taken the difference: they hold an addition by its new local
+/// id, or a value that came with it. `base` is the one without it.
+bool showTaken(const BaseDifference& handed, const std::vector<BaseRecord>& base,
                const std::vector<ClientRecord>& pushed);
 
-/// The base of a client that has taken it. Both sides by ascending record.
-std::vector<BaseRecord> withTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base);
+// Bases are by ascending record, here and above.
+
+BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after);
+std::vector<BaseRecord> withDifference(const BaseDifference& difference, const std::vector<BaseRecord>& base);
 
 }  // namespace corvane::loomer

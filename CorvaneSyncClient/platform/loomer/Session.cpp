@@ -133,13 +133,7 @@ void Session::mingle() {
   _storedTruth = _records.readAll();
   _storedBase = _bases.read(_state.id);
   _input.truth = std::move(_storedTruth.records);
-  _baseIsNewer = wasTaken();
-  if (_baseIsNewer) {
-    _input.base = withTaken(*_note, _storedBase.records);
-    if (!_dataSource.wasRestored()) _kind = SessionKind::slow;
-  } else {
-    _input.base = std::move(_storedBase.records);
-  }
+  takeBase();
   _input.client = std::move(_pushed);
   _input.refresh = _kind == SessionKind::refresh;
   _input.restored = _dataSource.wasRestored();
@@ -149,16 +143,28 @@ void Session::mingle() {
   _plan = merge(_input);
 }
 
-/// The base as the store has it.
-const std::vector<BaseRecord>& Session::storedBase() const {
-  return _baseIsNewer ? _storedBase.records : _input.base;
+/// The store's base, or the newer one that sessions have left which never ended.
+void Session::takeBase() {
+  if (!_note || !_pushed) {
+    _input.base = std::move(_storedBase.records);
+    return;
+  }
+  _baseIsNewer = true;
+  _input.base = withDifference(_note->known, _storedBase.records);
+  const bool taken = wasTaken();
+  if (taken) _input.base = withDifference(_note->handed, _input.base);
+  if ((taken || !_note->known.isEmpty()) && !_dataSource.wasRestored()) _kind = SessionKind::slow;
 }
 
 /// Whether the client holds what a session that never ended handed down to it.
 bool Session::wasTaken() {
-  if (!_note || !_pushed) return false;
   const std::optional<bool> told = _dataSource.tookChanges(_note->mark);
-  return told ? *told : showTaken(*_note, _storedBase.records, *_pushed);
+  return told ? *told : showTaken(_note->handed, _input.base, *_pushed);
+}
+
+/// The base as the store has it.
+const std::vector<BaseRecord>& Session::storedBase() const {
+  return _baseIsNewer ? _storedBase.records : _input.base;
 }
 
 void Session::guard() {
@@ -243,11 +249,13 @@ void Session::noteSession() {
 /// A client that is given everything anew is given it once more after a session that was killed.
 void Session::noteHandedDown() {
   if (!_handsDown || _plan.deleteAllFirst) return;
-  HandedDown note = noteOf(_input, _plan);
+  HandedDown note;
   note.mark = Platform::current().uuids.newUuid();
   note.registered = _state.registered;
   note.sessions = _state.sessions;
   note.syncedRevision = _state.syncedRevision;
+  if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
+  note.handed = handedDifference(_input, _plan);
   _dataSource.willTakeChanges(note.mark);
   _noteFile.write(note);
 }

@@ -41,6 +41,7 @@ class Session {
   void takeRecords();
   bool isQuiet() const;
   void mingle();
+  void takeBase();
   bool wasTaken();
   const std::vector<BaseRecord>& storedBase() const;
   void guard();

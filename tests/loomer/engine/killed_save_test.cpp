@@ -180,6 +180,34 @@ TEST_F(KilledSave, AQuietSessionAfterItLooksAtTheRecords) {
   EXPECT_EQ(b->text(), "New(http://new/)");
 }
 
+TEST_F(KilledSave, AndKilledAgainBeforeSavingIsStillKnown) {
+  a->addBookmark("", "One", "http://one/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  a->rename(a->find("One"), "Uno");
+  a->addBookmark("", "Two", "http://two/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledBeforeSaving(*b);
+  b->readdress(b->find("One"), "http://b/");
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "Uno(http://b/) Two(http://two/)");
+  EXPECT_EQ(a->text(), b->text());
+}
+
+TEST_F(KilledSave, AndKilledAgainAfterSavingIsStillKnown) {
+  a->addBookmark("", "One", "http://one/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  a->addBookmark("", "Two", "http://two/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  b->readdress(b->find("One"), "http://b/");
+  b->rename(b->find("Two"), "Zwei");
+  settle({b.get(), a.get()});
+  EXPECT_EQ(b->text(), "One(http://b/) Zwei(http://two/)");
+  EXPECT_EQ(a->text(), b->text());
+}
+
 TEST_F(KilledSave, NotesOfOtherSessionsAndDamagedOnesAreNotUsed) {
   a->addBookmark("", "New", "http://new/");
   ASSERT_EQ(a->sync(), "");

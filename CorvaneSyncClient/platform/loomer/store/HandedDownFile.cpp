@@ -21,7 +21,8 @@ constexpr const char* kWrite = "note what is handed down";
 constexpr const char* kForm = R"sql(
   CREATE TABLE session(mark TEXT NOT NULL, registered REAL NOT NULL, sessions INTEGER NOT NULL, synced_revision INTEGER);
   CREATE TABLE held(
-    record INTEGER PRIMARY KEY,
+    known INTEGER NOT NULL,   -- of which difference: 1 the one that was known before, 0 the one handed down
+    record INTEGER NOT NULL,
     local_id TEXT,
     entity INTEGER NOT NULL,
     parent INTEGER NOT NULL,
@@ -31,9 +32,10 @@ constexpr const char* kForm = R"sql(
     name TEXT,
     url TEXT,
     tab_group INTEGER NOT NULL,
-    special INTEGER NOT NULL
-  );
-  CREATE TABLE gone(record INTEGER PRIMARY KEY);
+    special INTEGER NOT NULL,
+    PRIMARY KEY (known, record)
+  ) WITHOUT ROWID;
+  CREATE TABLE gone(known INTEGER NOT NULL, record INTEGER NOT NULL, PRIMARY KEY (known, record)) WITHOUT ROWID;
   PRAGMA user_version = 1;
 )sql";
 
@@ -42,15 +44,15 @@ void writeSession(Database& database, const HandedDown& handedDown) {
       .run(handedDown.mark, handedDown.registered.seconds, handedDown.sessions, handedDown.syncedRevision);
 }
 
-void writeRecords(Database& database, const HandedDown& handedDown) {
-  Statement held = database.query("INSERT INTO held VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", kWrite);
-  for (const BaseRecord& each : handedDown.held) {
-    held.run(each.record, each.localId, static_cast<std::int64_t>(each.entity), each.parent,
+void writeDifference(Database& database, bool known, const BaseDifference& difference) {
+  Statement held = database.query("INSERT INTO held VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", kWrite);
+  for (const BaseRecord& each : difference.held) {
+    held.run(known, each.record, each.localId, static_cast<std::int64_t>(each.entity), each.parent,
              std::int64_t{each.position}, each.refusedRevision, each.notHeld, each.content.name,
              each.content.url, each.content.tabGroup, each.content.special);
   }
-  Statement gone = database.query("INSERT INTO gone VALUES(?)", kWrite);
-  for (const RecordId record : handedDown.gone) gone.run(record);
+  Statement gone = database.query("INSERT INTO gone VALUES(?, ?)", kWrite);
+  for (const RecordId record : difference.gone) gone.run(known, record);
 }
 
 HandedDown readSession(Database& database) {
@@ -77,13 +79,18 @@ BaseRecord recordOf(const Statement& row) {
   return record;
 }
 
-void readRecords(Database& database, HandedDown& handedDown) {
-  Statement held = database.query("SELECT * FROM held ORDER BY record", kRead);
-  held.open();
-  while (held.next()) handedDown.held.push_back(recordOf(held));
-  Statement gone = database.query("SELECT record FROM gone ORDER BY record", kRead);
-  gone.open();
-  while (gone.next()) handedDown.gone.push_back(gone.integer(0));
+BaseDifference readDifference(Database& database, bool known) {
+  BaseDifference difference;
+  Statement held = database.query(
+      "SELECT record, local_id, entity, parent, position, refused_revision, not_held, name, url, tab_group,"
+      " special FROM held WHERE known = ? ORDER BY record",
+      kRead);
+  held.open(known);
+  while (held.next()) difference.held.push_back(recordOf(held));
+  Statement gone = database.query("SELECT record FROM gone WHERE known = ? ORDER BY record", kRead);
+  gone.open(known);
+  while (gone.next()) difference.gone.push_back(gone.integer(0));
+  return difference;
 }
 
 }  // namespace
@@ -97,7 +104,8 @@ std::optional<HandedDown> HandedDownFile::read() const noexcept {
     Database database(_path);
     if (database.integer("PRAGMA user_version", kRead) != kVersion) return std::nullopt;
     HandedDown handedDown = readSession(database);
-    readRecords(database, handedDown);
+    handedDown.known = readDifference(database, true);
+    handedDown.handed = readDifference(database, false);
     return handedDown;
   } catch (const PlatformException&) {
     return std::nullopt;
@@ -117,7 +125,8 @@ void HandedDownFile::write(const HandedDown& handedDown) const {
   database.execute("PRAGMA synchronous = EXTRA; BEGIN IMMEDIATE", kWrite);
   database.execute(kForm, kWrite);
   writeSession(database, handedDown);
-  writeRecords(database, handedDown);
+  writeDifference(database, true, handedDown.known);
+  writeDifference(database, false, handedDown.handed);
   database.commit();
 }
 

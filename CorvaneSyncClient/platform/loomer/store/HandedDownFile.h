@@ -10,8 +10,14 @@
 
 namespace corvane::loomer {
 
-/// What a session has handed down to a client, which is about to save it: what the client's base is to say
-/// once it has.
+/// From one base of a client to another.
+struct BaseDifference {
+  std::vector<BaseRecord> held;  ///< records of which the other says something else, by ascending record
+  std::vector<RecordId> gone;    ///< records that the other does not name, ascending
+  bool isEmpty() const { return held.empty() && gone.empty(); }
+};
+
+/// What a session has handed down to a client, which is about to save it.
 struct HandedDown {
   String mark;  ///< names this handing down; a fresh UUID
   // Which session this is: the next one of that registration, over that base.
@@ -19,8 +25,8 @@ struct HandedDown {
   std::int64_t sessions = 0;
   std::optional<std::int64_t> syncedRevision;
 
-  std::vector<BaseRecord> held;  ///< records of which the base is to say something else, by ascending record
-  std::vector<RecordId> gone;    ///< records that the base is to name no more, ascending
+  BaseDifference known;   ///< from the store's base to the one that sessions killed before had left
+  BaseDifference handed;  ///< from there to the one that the client has once it has saved
 };
 
 /// The file beside the store in which a session notes what it has handed down, durably, before the client
