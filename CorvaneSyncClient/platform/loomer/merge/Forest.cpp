@@ -4,15 +4,28 @@
 
 namespace corvane::loomer {
 
-SiblingLists::SiblingLists(const Parents& parents) : _starts(parents.size() + 1, 0) {
+namespace {
+
+std::vector<Index> indexes(std::size_t count) {
+  std::vector<Index> all(count);
+  std::iota(all.begin(), all.end(), Index{0});
+  return all;
+}
+
+}  // namespace
+
+SiblingLists::SiblingLists(const Parents& parents) : SiblingLists(parents, indexes(parents.size())) {}
+
+SiblingLists::SiblingLists(const Parents& parents, const std::vector<Index>& sequence)
+    : _starts(parents.size() + 1, 0) {
   for (const Index parent : parents) {
     if (parent != kNoNode) ++_starts[parent + 1];
   }
   std::partial_sum(_starts.begin(), _starts.end(), _starts.begin());
   _children.resize(_starts.back());
   std::vector<std::size_t> next(_starts.begin(), _starts.end());
-  for (std::size_t node = 0; node < parents.size(); ++node) {
-    if (parents[node] != kNoNode) _children[next[parents[node]]++] = static_cast<Index>(node);
+  for (const Index node : sequence) {
+    if (parents[node] != kNoNode) _children[next[parents[node]]++] = node;
   }
 }
 

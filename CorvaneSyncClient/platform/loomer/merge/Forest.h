@@ -22,6 +22,8 @@ class SiblingLists {
   SiblingLists() = default;
   /// The children in the order of their indexes.
   explicit SiblingLists(const Parents& parents);
+  /// The children in the order in which they stand in `sequence`, each once.
+  SiblingLists(const Parents& parents, const std::vector<Index>& sequence);
   template <typename Precedes>
   SiblingLists(const Parents& parents, Precedes precedes) : SiblingLists(parents) {
     for (std::size_t parent = 0; parent + 1 < _starts.size(); ++parent) {

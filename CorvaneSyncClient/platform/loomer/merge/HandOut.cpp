@@ -30,10 +30,7 @@ class HandOut {
     decideGoals();
     rankAll();
     numberFolders();
-    writeDeletions(Entity::folder);
-    writeChanges(Entity::folder);
-    writeDeletions(Entity::bookmark);
-    writeChanges(Entity::bookmark);
+    writeClientChanges();
     writeBase();
   }
 
@@ -174,10 +171,19 @@ class HandOut {
     }
   }
 
+  void writeClientChanges() {
+    const std::vector<Index> held = _trees.clientOrder.topDown();
+    const std::vector<Index> goal =
+        SiblingLists(_goal, [this](Index a, Index b) { return _rank[a] > _rank[b]; }).topDown();
+    for (const Entity entity : {Entity::folder, Entity::bookmark}) {
+      writeDeletions(held, entity);
+      writeChanges(goal, entity);
+    }
+  }
+
   /// The client's entries that it is not to hold any more, children before their folders.
-  void writeDeletions(Entity entity) {
-    const std::vector<Index> topDown = _trees.clientOrder.topDown();
-    for (auto node = topDown.rbegin(); node != topDown.rend(); ++node) {
+  void writeDeletions(const std::vector<Index>& held, Entity entity) {
+    for (auto node = held.rbegin(); node != held.rend(); ++node) {
       const Node& at = _trees.nodes[*node];
       if (!at.client || _standing[*node] != Standing::absent || at.entity != entity) continue;
       ClientChange change;
@@ -191,9 +197,8 @@ class HandOut {
 
   /// Additions and modifications, folders before what is in them, the siblings of one folder from the
   /// greatest number to the smallest.
-  void writeChanges(Entity entity) {
-    const SiblingLists goal(_goal, [this](Index a, Index b) { return _rank[a] > _rank[b]; });
-    for (const Index node : goal.topDown()) {
+  void writeChanges(const std::vector<Index>& goal, Entity entity) {
+    for (const Index node : goal) {
       const Node& at = _trees.nodes[node];
       if (_standing[node] != Standing::given || !_changes[node] || at.entity != entity) continue;
       ClientChange change;
@@ -230,16 +235,18 @@ class HandOut {
   }
 
   void writeBase() {
+    std::size_t same = 0;
+    _result.base.reserve(_trees.nodes.size());
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
-      if (_trees.nodes[node].lives || _standing[node] == Standing::refused) {
-        _result.base.push_back(baseOf(node));
-      }
+      const Node& at = _trees.nodes[node];
+      if (!at.lives && _standing[node] != Standing::refused) continue;
+      _result.base.push_back(baseOf(node));
+      const BaseRecord* const before = at.base ? at.base : at.notHeld;
+      if (before && *before == _result.base.back()) ++same;
     }
-    const auto byRecord = [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; };
-    std::sort(_result.base.begin(), _result.base.end(), byRecord);
-    std::vector<BaseRecord> before = _trees.input.base;
-    std::sort(before.begin(), before.end(), byRecord);
-    _result.baseChanged = before != _result.base;
+    _result.baseChanged = same != _result.base.size() || same != _trees.input.base.size();
+    std::sort(_result.base.begin(), _result.base.end(),
+              [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
   }
 
   /// In the root numbers below are left to the special folders.

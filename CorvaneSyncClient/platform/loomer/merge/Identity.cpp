@@ -115,57 +115,46 @@ class Identification {
   }
 
   void readClient() {
-    if (!_input.replace && _input.client) {
-      readPushed(*_input.client);
-    } else if (!_input.replace) {
-      readHeldByBase();
-    }
-    const std::size_t count = _trees.held.size() + 1;
-    std::unordered_map<String, Index> byLocalId;
-    byLocalId.reserve(count);
-    for (std::size_t i = 0; i < _trees.held.size(); ++i) {
-      byLocalId.emplace(_trees.held[i].localId, static_cast<Index>(i + 1));
-    }
-    _heldParent.assign(count, kRootNode);
-    _heldParent[kRootNode] = kNoNode;
-    for (std::size_t i = 1; i < count; ++i) {
-      const auto parent = byLocalId.find(heldRecord(i).parentLocalId);
-      if (parent != byLocalId.end() && heldRecord(parent->second).entity == Entity::folder) {
-        _heldParent[i] = parent->second;
-      }
-    }
-    cutCircles(_heldParent);
+    hangUpHeld(readHeld());
     _heldOrder = SiblingLists(_heldParent, [this](Index a, Index b) {
       return precedesAmongSiblings(heldRecord(a), heldRecord(b));
     });
-    for (std::size_t i = 1; i < count; ++i) {
-      Content& content = _trees.held[i - 1].content;
-      const bool folder = heldRecord(i).entity == Entity::folder;
-      if (folder) content.url = String();
-      content.tabGroup = content.tabGroup && folder;
-      content.special = content.special && folder && _heldParent[i] == kRootNode;
-    }
-    _nodeOfHeld.assign(count, kNoNode);
+    _heldTopDown = _heldOrder.topDown();
+    takeSenselessValuesOut();
+    _nodeOfHeld.assign(_trees.held.size() + 1, kNoNode);
     _nodeOfHeld[kRootNode] = kRootNode;
   }
 
-  void readPushed(const std::vector<ClientRecord>& pushed) {
-    std::unordered_map<String, bool> seen;
-    seen.reserve(pushed.size());
-    _trees.held.reserve(pushed.size());
-    for (const ClientRecord& record : pushed) {
-      if (!record.localId || record.localId == LoomerRootIdentifier) continue;
-      if (seen.emplace(record.localId, true).second) _trees.held.push_back(record);
+  using HeldByLocalId = std::unordered_map<String, Index>;
+
+  /// Finds what the client holds, each local id once.
+  HeldByLocalId readHeld() {
+    HeldByLocalId byLocalId;
+    if (_input.replace) return byLocalId;
+    const std::size_t count = _input.client ? _input.client->size() : _input.base.size();
+    byLocalId.reserve(count);
+    _trees.held.reserve(count);
+    const auto read = [&](const ClientRecord& record) {
+      if (!record.localId || record.localId == LoomerRootIdentifier) return;
+      const bool isNew = byLocalId.emplace(record.localId, lastHeld() + 1).second;
+      if (isNew) _trees.held.push_back(&record);
+    };
+    if (_input.client) {
+      for (const ClientRecord& record : *_input.client) read(record);
+    } else {
+      makeRecordsOfBase();
+      for (const ClientRecord& record : _trees.made) read(record);
     }
+    return byLocalId;
   }
 
   /// A client that pushed nothing holds what its base says, as far as that hangs together.
-  void readHeldByBase() {
+  void makeRecordsOfBase() {
     for (const Index node : _trees.baseOrder.topDown()) {
       const BaseRecord* const base = _trees.nodes[node].base;
       if (!base) continue;
       const BaseRecord* const parent = _trees.nodes[_trees.baseParent[node]].base;
-      _trees.held.push_back({.localId = base->localId,
+      _trees.made.push_back({.localId = base->localId,
                              .parentLocalId = parent ? parent->localId : String(),
                              .entity = base->entity,
                              .position = base->position,
@@ -173,8 +162,37 @@ class Identification {
     }
   }
 
+  /// What hangs on nothing, on a bookmark or in a circle hangs under the root.
+  void hangUpHeld(const HeldByLocalId& byLocalId) {
+    _heldParent.assign(_trees.held.size() + 1, kRootNode);
+    _heldParent[kRootNode] = kNoNode;
+    for (Index held = 1; held <= lastHeld(); ++held) {
+      const auto parent = byLocalId.find(heldRecord(held).parentLocalId);
+      if (parent != byLocalId.end() && heldRecord(parent->second).entity == Entity::folder) {
+        _heldParent[held] = parent->second;
+      }
+    }
+    cutCircles(_heldParent);
+  }
+
+  /// A folder has no address, a bookmark does not open as tabs, and special are folders in the root alone.
+  void takeSenselessValuesOut() {
+    for (Index held = 1; held <= lastHeld(); ++held) {
+      const ClientRecord& record = heldRecord(held);
+      const bool folder = record.entity == Entity::folder;
+      Content content = record.content;
+      if (folder) content.url = String();
+      content.tabGroup = content.tabGroup && folder;
+      content.special = content.special && folder && _heldParent[held] == kRootNode;
+      if (content == record.content) continue;
+      _trees.made.push_back(record);
+      _trees.made.back().content = std::move(content);
+      _trees.held[held - 1] = &_trees.made.back();
+    }
+  }
+
   void claimKnown() {
-    for (Index held = 1; held <= _trees.held.size(); ++held) {
+    for (Index held = 1; held <= lastHeld(); ++held) {
       const auto found = _nodeOfLocalId.find(heldRecord(held).localId);
       if (found == _nodeOfLocalId.end()) continue;
       const Node& node = _trees.nodes[found->second];
@@ -183,7 +201,7 @@ class Identification {
   }
 
   void matchUnknown() {
-    for (const Index folder : _heldOrder.topDown()) {
+    for (const Index folder : _heldTopDown) {
       std::vector<Index> unknown;
       for (const Index held : _heldOrder.of(folder)) {
         if (_nodeOfHeld[held] == kNoNode) unknown.push_back(held);
@@ -256,13 +274,11 @@ class Identification {
     _trees.truthParent.resize(_trees.nodes.size(), kNoNode);
     _trees.baseParent.resize(_trees.nodes.size(), kNoNode);
     _trees.clientParent.assign(_trees.nodes.size(), kNoNode);
-    for (Index held = 1; held <= _trees.held.size(); ++held) {
+    for (Index held = 1; held <= lastHeld(); ++held) {
       _trees.clientParent[_nodeOfHeld[held]] = _nodeOfHeld[_heldParent[held]];
     }
-    const auto precedes = [this](Index a, Index b) {
-      return precedesAmongSiblings(*_trees.nodes[a].client, *_trees.nodes[b].client);
-    };
-    _trees.clientOrder = SiblingLists(_trees.clientParent, precedes);
+    for (Index& held : _heldTopDown) held = _nodeOfHeld[held];
+    _trees.clientOrder = SiblingLists(_trees.clientParent, _heldTopDown);
   }
 
   /// The folder with that id, kNoNode if there is none.
@@ -273,7 +289,8 @@ class Identification {
     return folder ? found->second : kNoNode;
   }
 
-  const ClientRecord& heldRecord(std::size_t held) const { return _trees.held[held - 1]; }
+  const ClientRecord& heldRecord(Index held) const { return *_trees.held[held - 1]; }
+  Index lastHeld() const { return static_cast<Index>(_trees.held.size()); }
   Index lastNode() const { return static_cast<Index>(_trees.nodes.size() - 1); }
   /// Nodes below this index are the root and what the truth knows.
   std::size_t truthNodeCount() const { return _trees.truthParent.size(); }
@@ -286,6 +303,7 @@ class Identification {
   // The client's own tree; its indexes are those of `held` plus one, its root is 0.
   Parents _heldParent;
   SiblingLists _heldOrder;
+  std::vector<Index> _heldTopDown;
   std::vector<Index> _nodeOfHeld;
 };
 

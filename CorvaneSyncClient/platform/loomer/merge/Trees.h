@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string_view>
 #include <vector>
 
@@ -44,7 +45,9 @@ struct Trees {
 
   const MergeInput& input;
   /// What the client holds, each local id once, with the values that make no sense for an entity taken out.
-  std::vector<ClientRecord> held;
+  /// They stand in the input or in `made`.
+  std::vector<const ClientRecord*> held;
+  std::deque<ClientRecord> made;
   std::vector<Node> nodes;  ///< the first is the root
   // Where each side has the nodes that it has, and where they are after the merge (kNoNode: dead).
   Parents truthParent, baseParent, clientParent, parent;
