@@ -1,65 +1,350 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
-#include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
-#include "tests/fakes/StrictPlatform.h"
-#include "tests/pelto/PostgresServer.h"
+#include "tests/pelto/HubFixture.h"
+
+// What Hub promises, with nothing in the way.
 
 namespace corvane::pelto {
 namespace {
 
 using testing::HasSubstr;
 
-class HubTest : public testing::Test {
- protected:
-  StrictPlatform platform;
-  PostgresServer& server = postgresServer();
-  std::string url = server.addAccount();
-  PostgresHub hub{url, newUuidString()};
-
-  static HubRecord bookmark(const char* name, const char* address, const String& parent = {}) {
-    HubRecord record;
-    record.id = newUuidString();
-    record.parent = parent;
-    record.name = name;
-    record.url = address;
-    return record;
-  }
-  /// Pushes onto the present state.
-  static bool give(Hub& to, std::vector<HubRecord> records, const std::optional<HubSeen>& expected = {}) {
-    const HubSeen from = expected ? *expected : to.news({}).now;
-    return to.push({from, newUuidString(), std::move(records)});
-  }
-};
-
-TEST_F(HubTest, NewAccountIsEmptyAndOff) {
+TEST_F(HubTest, NewAccountIsEmpty) {
   const HubNews news = hub.news({});
-  EXPECT_FALSE(news.enabled);
   EXPECT_EQ(news.now.revision, 0);
   EXPECT_FALSE(news.now.mark);
-  EXPECT_EQ(news.now.account.view().size(), 36u);
+  EXPECT_TRUE(uuidBytes(news.now.account.view()));
+  EXPECT_EQ(news.room, 1'000'000) << "the limit that every account has";
+  EXPECT_EQ(text(news.records), "");
 }
 
 TEST_F(HubTest, PushedRecordsComeBackAsTheyWere) {
-  hub.setEnabled(kHubDataClass, true);
-  HubRecord folder = bookmark("Folder", "");
-  folder.folder = true;
-  folder.url = String();
-  folder.special = true;
-  HubRecord record = bookmark("Name", "http://a/", folder.id);
+  HubRecord place = folder("Folder");
+  place.special = true;
+  HubRecord record = bookmark("Name", "http://a/", place.id);
   record.position = -7;
-  record.tabGroup = true;
-  ASSERT_TRUE(give(hub, {folder, record}));
+  HubRecord group = folder("", place.id);
+  group.tabGroup = true;
+  group.position = std::numeric_limits<std::int32_t>::max();
+  const std::vector<HubRecord> given{place, record, group, bookmark({}, {}), bookmark("", "")};
+  const String mark = give(given);
 
   const HubNews news = hub.news({});
-  EXPECT_TRUE(news.enabled);
   EXPECT_TRUE(news.whole);
+  EXPECT_FALSE(news.continues);
   EXPECT_EQ(news.now.revision, 1);
+  EXPECT_EQ(news.now.mark, mark);
+  EXPECT_EQ(news.room, 999'995);
+  EXPECT_EQ(text(news.records), text(given));
+}
+
+TEST_F(HubTest, TextsOfEveryKindSurvive) {
+  using std::string_literals::operator""s;
+  const std::vector<HubRecord> given{
+      bookmark("zero\0byte"s, "\0"s),
+      bookmark("\xF0\x9F\x94\x96 bookmark", "http://\xF0\x9F\x94\x96/"),
+      bookmark("\xED\xA0\xBD unpaired surrogate", "\xED\xB2\xA9"),
+      bookmark("\xFF\xFE\x80 no UTF-8", "\xC3"),
+      bookmark("{\"a\",NULL} \\x00 'quoted' $1 %s", "NULL"),
+      bookmark(std::string(1 << 20, 'n'), std::string((1 << 20) + 1, '\0')),
+      bookmark("line\nbreak\r\ttab", " "),
+  };
+  give(given);
+  EXPECT_EQ(text(hub.news({}).records), text(given));
+  EXPECT_EQ(
+      number("SELECT count(*) FROM corvane_hub.readable_records('" + user + "') WHERE name IS NOT NULL"), 7)
+      << "the administrator can read them all";
+}
+
+TEST_F(HubTest, NewsTellsWhatChangedSince) {
+  HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"), c = bookmark("C", "http://c/");
+  give({a, b, c});
+  const HubSeen first = hub.news({}).now;
+  b.name = "B, renamed";
+  give({b, tombstone(c)});
+  const HubNews news = hub.news(first);
+  EXPECT_TRUE(news.continues);
+  EXPECT_FALSE(news.whole);
+  EXPECT_EQ(text(news.records), text({b, tombstone(c)}));
   EXPECT_EQ(news.room, 999'998);
-  ASSERT_EQ(news.records.size(), 2u);
+
+  EXPECT_EQ(text(hub.news({}).records), text({a, b})) << "who asks for all hears of no tombstones";
+  const HubNews again = hub.news(news.now);
+  EXPECT_TRUE(again.continues);
+  EXPECT_EQ(text(again.records), "");
+  EXPECT_EQ(again.now, news.now);
+}
+
+TEST_F(HubTest, EmptyAccountThatWasSeenGoesOn) {
+  const HubSeen empty = hub.news({}).now;
+  const HubRecord a = bookmark("A", "http://a/");
+  give({a});
+  const HubNews news = hub.news(empty);
+  EXPECT_TRUE(news.continues);
+  EXPECT_FALSE(news.whole);
+  EXPECT_EQ(text(news.records), text({a}));
+}
+
+TEST_F(HubTest, DeletedRecordLivesAgainWhenItIsGivenAgain) {
+  const HubRecord a = bookmark("A", "http://a/");
+  give({a});
+  give({tombstone(a)});
+  EXPECT_EQ(held(), "");
+  EXPECT_EQ(hub.news({}).room, 1'000'000);
+  give({a});
+  EXPECT_EQ(held(), text({a}));
+  EXPECT_EQ(hub.news({}).room, 999'999);
+}
+
+TEST_F(HubTest, PushOntoAnotherStateChangesNothing) {
+  give({bookmark("A", "http://a/")});
+  give({bookmark("B", "http://b/")});
+  const HubSeen now = hub.news({}).now;
+  const std::string before = held();
+  const std::pair<const char*, HubSeen> cases[] = {
+      {"an older revision", {now.account, now.revision - 1, now.mark}},
+      {"a newer revision", {now.account, now.revision + 1, now.mark}},
+      {"the first revision", {now.account, 0, {}}},
+      {"the same revision of another past", {now.account, now.revision, newUuidString()}},
+      {"the same revision without a mark", {now.account, now.revision, {}}},
+      {"another account", {newUuidString(), now.revision, now.mark}},
+  };
+  for (const auto& [phrase, expected] : cases) {
+    SCOPED_TRACE(phrase);
+    const String mark = newUuidString();
+    EXPECT_FALSE(hub.push({expected, mark, {bookmark("C", "http://c/")}}));
+    EXPECT_FALSE(hub.hasPush(mark));
+    EXPECT_EQ(hub.news({}).now, now);
+    EXPECT_EQ(held(), before);
+  }
+}
+
+TEST_F(HubTest, PushesOfThePastAreKnownByTheirMarks) {
+  const String first = give({bookmark("A", "http://a/")}), second = give({});
+  EXPECT_TRUE(hub.hasPush(first));
+  EXPECT_TRUE(hub.hasPush(second)) << "a push of no records is one too";
+  EXPECT_FALSE(hub.hasPush(newUuidString()));
+}
+
+TEST_F(HubTest, FailedPushLeavesNothing) {
+  const HubSeen now = hub.news({}).now;
+  const HubRecord a = bookmark("A", "http://a/");
+  const String mark = newUuidString();
+  EXPECT_THAT(failureOf([&] {
+                hub.push({now, mark, {a, a}});
+              }),
+              HasSubstr("Can't give changes"))
+      << "one record twice in a push is a mistake";
+  EXPECT_EQ(hub.news({}).now, now);
+  EXPECT_EQ(held(), "");
+  EXPECT_FALSE(hub.hasPush(mark));
+  HubRecord nameless = a;
+  nameless.id = "not a UUID";
+  EXPECT_THAT(failureOf([&] { hub.push({now, mark, {nameless}}); }), HasSubstr("no UUID"));
+  EXPECT_TRUE(hub.push({now, mark, {a}})) << "the failed one is not in the way";
+}
+
+TEST_F(HubTest, ManyRecordsComeInPages) {
+  std::vector<HubRecord> given;
+  for (int i = 0; i < 12'001; ++i) given.push_back(bookmark("record " + std::to_string(i), "http://a/"));
+  give(given);
+  EXPECT_EQ(text(hub.news({}).records), text(given));
+
+  const HubSeen seen = hub.news({}).now;
+  for (HubRecord& record : given) record.position = 1;
+  std::vector<HubRecord> half(given.begin(), given.begin() + 6'000), rest(given.begin() + 6'000, given.end());
+  give(half);
+  give(rest);
+  EXPECT_EQ(text(hub.news(seen).records), text(given)) << "a page ends within a revision";
+}
+
+TEST_F(HubTest, LargeRecordsComeInPages) {
+  std::vector<HubRecord> given;
+  for (int i = 0; i < 20; ++i) given.push_back(bookmark(std::string(300'000 + i, 'n'), "http://a/"));
+  give(given);
+  EXPECT_EQ(text(hub.news({}).records), text(given));
+}
+
+TEST_F(HubTest, FullAccountRefusesAdditionsAndTakesDeletions) {
+  const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
+                  c = bookmark("C", "http://c/"), d = bookmark("D", "http://d/");
+  give({a, b, c});
+  administer("UPDATE corvane_hub.accounts SET record_limit = 3 WHERE id = $");
+  const HubNews news = hub.news({});
+  EXPECT_EQ(news.room, 0);
+  EXPECT_THAT(failureOf([&] {
+                hub.push({news.now, newUuidString(), {d}});
+              }),
+              HasSubstr("the account is full"));
+  EXPECT_EQ(hub.news({}).now, news.now);
+  EXPECT_EQ(held(), text({a, b, c}));
+
+  HubRecord renamed = a;
+  renamed.name = "A, renamed";
+  give({renamed});
+  EXPECT_EQ(held(), text({renamed, b, c})) << "changes are no additions";
+  give({d, tombstone(b)});
+  EXPECT_EQ(held(), text({renamed, c, d})) << "as much added as deleted";
+  give({tombstone(c), tombstone(d), tombstone(bookmark("never seen", {}))});
+  EXPECT_EQ(hub.news({}).room, 2);
+  EXPECT_EQ(number("SELECT live_records FROM corvane_hub.accounts WHERE id = $"),
+            number("SELECT count(*) FROM corvane_hub.records WHERE account = $ AND NOT deleted"));
+}
+
+TEST_F(HubTest, SettingsAreThoseOfOneComputer) {
+  PostgresHub other(url, newUuidString());
+  EXPECT_FALSE(other.isEnabled(kHubDataClass)) << "never heard of";
+  EXPECT_TRUE(hub.isEnabled(kHubDataClass));
+  EXPECT_FALSE(hub.isEnabled("com.keldra.Contacts"));
+  give({bookmark("A", "http://a/")});
+
+  const HubNews off = other.news({});
+  EXPECT_FALSE(off.enabled);
+  EXPECT_EQ(text(off.records), "") << "nothing is read where the class is off";
+  other.setEnabled(kHubDataClass, true);
+  EXPECT_TRUE(other.isEnabled(kHubDataClass));
+  EXPECT_TRUE(other.news({}).enabled);
+  hub.setEnabled(kHubDataClass, false);
+  EXPECT_FALSE(hub.isEnabled(kHubDataClass));
+  EXPECT_TRUE(other.isEnabled(kHubDataClass));
+}
+
+TEST_F(HubTest, ComputersAreNotedOnceADayUnderTheirPresentName) {
+  const std::string noted =
+      "SELECT extract(epoch FROM now() - last_seen)::bigint FROM corvane_hub.computers "
+      "WHERE account = $ AND name = '";
+  EXPECT_LT(number(noted + "testhost'"), 100);
+  administer("UPDATE corvane_hub.computers SET last_seen = now() - interval '5 hours' WHERE account = $");
+  hub.news({});
+  EXPECT_GT(number(noted + "testhost'"), 10'000) << "seen today already";
+  administer("UPDATE corvane_hub.computers SET last_seen = now() - interval '25 hours' WHERE account = $");
+  hub.news({});
+  EXPECT_LT(number(noted + "testhost'"), 100);
+  platform.process.host = "n\xC3\xA4me\n";
+  hub.news({});
+  EXPECT_LT(number(noted + "n??me?'"), 100);
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $"), 1);
+}
+
+TEST_F(HubTest, ComputerThatCannotBeNotedSyncsAllTheSame) {
+  give({bookmark("A", "http://a/")});
+  administer("UPDATE corvane_hub.computers SET name = 'another' WHERE account = $");
+  administer("ALTER TABLE corvane_hub.computers ADD CONSTRAINT refuse CHECK (name <> 'testhost') NOT VALID");
+  EXPECT_EQ(hub.news({}).records.size(), 1u);
+  administer("ALTER TABLE corvane_hub.computers DROP CONSTRAINT refuse");
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $ AND name = 'another'"), 1);
+}
+
+TEST_F(HubTest, AccountKeepsAThousandComputersAtMost) {
+  administer(
+      "INSERT INTO corvane_hub.computers SELECT $, gen_random_uuid(), 'old', "
+      "now() - n * interval '1 minute' FROM generate_series(1, 1005) AS n");
+  PostgresHub(url, newUuidString()).setEnabled(kHubDataClass, true);
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $"), 1000);
+  EXPECT_TRUE(hub.isEnabled(kHubDataClass)) << "those seen last stay";
+}
+
+class RestoredHubTest : public HubTest {
+ protected:
+  static constexpr const char* kTables[] = {"accounts", "records", "pushes"};
+
+  void backUp() {
+    for (const std::string table : kTables) {
+      administer("DROP TABLE IF EXISTS backup_" + user + "_" + table + "; CREATE TABLE backup_" + user + "_" +
+                 table + " AS SELECT * FROM corvane_hub." + table + " WHERE " +
+                 (table == "accounts" ? "id" : "account") + " = $");
+    }
+  }
+  void restore() {
+    administer("DELETE FROM corvane_hub.records WHERE account = $");
+    administer("DELETE FROM corvane_hub.pushes WHERE account = $");
+    administer(
+        "UPDATE corvane_hub.accounts a SET (revision, mark, live_records, forgotten_revision) ="
+        " (SELECT b.revision, b.mark, b.live_records, b.forgotten_revision FROM backup_" +
+        user + "_accounts b) WHERE id = $");
+    for (const std::string table : {"records", "pushes"})
+      administer("INSERT INTO corvane_hub." + table + " SELECT * FROM backup_" + user + "_" + table);
+  }
+};
+
+TEST_F(RestoredHubTest, StateSeenAfterTheBackupIsOfAnotherPast) {
+  const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/");
+  give({a});
+  const HubSeen before = hub.news({}).now;
+  backUp();
+  give({b});
+  const HubSeen after = hub.news({}).now;
+  restore();
+
+  HubNews news = hub.news(after);
+  EXPECT_FALSE(news.continues);
+  EXPECT_TRUE(news.whole);
+  EXPECT_EQ(text(news.records), text({a}));
+  EXPECT_TRUE(hub.news(before).continues);
+  EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
+
+  give({bookmark("C", "http://c/")});
+  news = hub.news(after);
+  EXPECT_EQ(news.now.revision, after.revision) << "the same number";
+  EXPECT_FALSE(news.continues) << "of another past";
+  EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
+}
+
+TEST_F(RestoredHubTest, AccountMadeAnewIsAnotherOne) {
+  const HubRecord a = bookmark("A", "http://a/");
+  const HubSeen empty = hub.news({}).now;
+  give({a});
+  const HubSeen seen = hub.news({}).now;
+  server.hubAccount("remove", user);
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE id = '" + a.id.toString() + "'"), 0);
+  PostgresHub again(server.addAccount(user), computer);
+  again.setEnabled(kHubDataClass, true);
+  for (const HubSeen& past : {empty, seen}) {
+    const HubNews news = again.news(past);
+    EXPECT_FALSE(news.continues);
+    EXPECT_TRUE(news.whole);
+    EXPECT_EQ(text(news.records), "");
+  }
+}
+
+TEST_F(HubTest, OldTombstonesAreForgottenAndWhoMissedThemIsGivenAll) {
+  const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
+                  c = bookmark("C", "http://c/");
+  give({a, b, c});
+  const HubSeen early = hub.news({}).now;
+  give({tombstone(a)});
+  const HubSeen late = hub.news({}).now;
+  administer("UPDATE corvane_hub.records SET changed = now() - interval '401 days' WHERE account = $");
+  give({tombstone(b)});
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE account = $ AND deleted"), 1)
+      << "the old tombstone went, the fresh one stays";
+
+  const HubNews forEarly = hub.news(early);
+  EXPECT_TRUE(forEarly.continues);
+  EXPECT_TRUE(forEarly.whole);
+  EXPECT_EQ(text(forEarly.records), text({c}));
+  const HubNews forLate = hub.news(late);
+  EXPECT_TRUE(forLate.continues);
+  EXPECT_FALSE(forLate.whole);
+  EXPECT_EQ(text(forLate.records), text({tombstone(b)}));
+}
+
+TEST_F(HubTest, OldPushesAreForgottenButForTheNewestThousand) {
+  give({bookmark("A", "http://a/")});
+  const HubSeen first = hub.news({}).now;
+  administer(
+      "INSERT INTO corvane_hub.pushes SELECT $, n, gen_random_uuid(), gen_random_uuid(), now() - interval "
+      "'500 days' FROM generate_series(2, 1300) AS n;");
+  administer("UPDATE corvane_hub.pushes SET at = now() - interval '500 days' WHERE account = $");
+  administer(
+      "UPDATE corvane_hub.accounts a SET revision = 1300, mark = (SELECT p.mark FROM corvane_hub.pushes p "
+      "WHERE p.account = a.id AND p.revision = 1300) WHERE id = $");
+  give({});
+  EXPECT_EQ(number("SELECT min(revision) FROM corvane_hub.pushes WHERE account = $"), 101)
+      << "a little at a time";
+  EXPECT_FALSE(hub.news(first).continues) << "forgotten counts as never seen";
+  for (int i = 0; i < 4; ++i) give({});
+  EXPECT_EQ(number("SELECT min(revision) FROM corvane_hub.pushes WHERE account = $"), 306);
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.pushes WHERE account = $"), 1000);
 }
 
 }  // namespace
