@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
 
+#include <algorithm>
+
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/FileUrl.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -63,9 +65,23 @@ void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std:
          meaning.toString() + "\"");
 }
 
-bool declares(const EntitySchema& schema, const String& key) {
-  return key == schema.nameKey || key == schema.urlKey || key == schema.tabGroupKey ||
-         key == schema.positionKey || key == schema.parentKey;
+std::string listed(const std::vector<String>& keys) {
+  std::string text;
+  for (const String& key : keys) text += (text.empty() ? "\"" : ", \"") + key.toString() + '"';
+  return text;
+}
+
+/// The merge takes two records without a common id for one by just these attributes: a schema that declares
+/// others would promise what no session keeps.
+void checkIdentity(const EntitySchema& schema, std::vector<String> declared, const std::string& where) {
+  std::vector<String> needed{schema.nameKey, schema.parentKey};
+  if (schema.entity == Entity::bookmark) needed.push_back(schema.urlKey);
+  const auto byText = [](const String& a, const String& b) { return a.view() < b.view(); };
+  std::sort(needed.begin(), needed.end(), byText);
+  std::sort(declared.begin(), declared.end(), byText);
+  if (declared == needed) return;
+  reject("the identity attributes of " + where + " are " + (declared.empty() ? "none" : listed(declared)) +
+         ", but records are told apart by " + listed(needed));
 }
 
 void checkComplete(const EntitySchema& schema, const String& ordering, const std::string& where) {
@@ -78,11 +94,9 @@ void checkComplete(const EntitySchema& schema, const String& ordering, const std
   if (schema.entity == Entity::folder && !schema.tabGroupKey) {
     reject(where + " has no attribute that tells groups of tabs");
   }
-  if (schema.identityKeys.empty()) reject(where + " has no identity attributes");
-  for (const String& key : schema.identityKeys) {
-    if (!declares(schema, key))
-      reject(where + " does not declare its identity attribute \"" + key.toString() + "\"");
-  }
+  // The numbers that the engine gives siblings leave out this one alone.
+  if (schema.entity == Entity::folder && schema.specialPosition != LoomerPositionSpecial)
+    reject("the special position of " + where + " is not " + std::to_string(LoomerPositionSpecial));
 }
 
 EntitySchema readEntity(const Dictionary& dictionary) {
@@ -94,7 +108,6 @@ EntitySchema readEntity(const Dictionary& dictionary) {
     reject(where + " is of the unknown kind \"" + kind.toString() + "\"");
   schema.entity = kind == "folder" ? Entity::folder : Entity::bookmark;
   schema.parentKey = required(dictionary, "ParentRelationship", where);
-  schema.identityKeys = strings(dictionary, "IdentityAttributes");
   schema.specialPosition = dictionary.integer32("SpecialPosition");
   if (const Array* attributes = dictionary.array("Attributes")) {
     for (const Value& attribute : *attributes) {
@@ -102,6 +115,7 @@ EntitySchema readEntity(const Dictionary& dictionary) {
     }
   }
   checkComplete(schema, required(dictionary, "OrderingAttribute", where), where);
+  checkIdentity(schema, strings(dictionary, "IdentityAttributes"), where);
   return schema;
 }
 

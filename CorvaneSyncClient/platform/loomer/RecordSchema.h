@@ -18,8 +18,7 @@ struct EntitySchema {
   String tabGroupKey;  ///< absent for bookmarks
   String positionKey;
   std::vector<String> positionAliases;  ///< further keys under which the position is handed down
-  String parentKey;                  ///< an array of one local id; left out by records directly in the root
-  std::vector<String> identityKeys;  ///< what tells two records apart when no id does
+  String parentKey;  ///< an array of one local id; left out by records directly in the root
   std::optional<std::int32_t> specialPosition;  ///< the position by which the special folders are known
 };
 

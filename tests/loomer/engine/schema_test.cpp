@@ -71,7 +71,20 @@ TEST_F(SchemaTest, MalformedSchemaFailsTheSessionWithPathAndCause) {
        "<key>OrderingAttribute</key>\n\t\t\t<string>folder position<",
        "<key>OrderingAttribute</key>\n\t\t\t<string>folder name<", "is not its position"},
       {"an identity attribute that is not declared", "<array>\n\t\t\t\t<string>url</string>",
-       "<array>\n\t\t\t\t<string>address</string>", "identity attribute \"address\""},
+       "<array>\n\t\t\t\t<string>address</string>",
+       "the identity attributes of the entity com.keldra.bookmarks.Bookmark are \"address\", \"name\", "
+       "\"parent\", "
+       "but records are told apart by \"name\", \"parent\", \"url\""},
+      {"an identity attribute more", "<array>\n\t\t\t\t<string>folder name</string>",
+       "<array>\n\t\t\t\t<string>is tab group</string>\n\t\t\t\t<string>folder name</string>",
+       "are \"folder name\", \"is tab group\", \"parent\", but records are told apart by \"folder name\", "
+       "\"parent\""},
+      {"an identity attribute less", "<array>\n\t\t\t\t<string>folder name</string>", "<array>",
+       "are \"parent\", but records are told apart by"},
+      {"no identity attributes", "IdentityAttributes", "Identity", "are none, but records are told apart by"},
+      {"another special position", "<integer>-2</integer>", "<integer>-3</integer>",
+       "the special position of the entity com.keldra.bookmarks.Folder is not -2"},
+      {"no special position", "SpecialPosition", "Special", "is not -2"},
       {"no parent", "ParentRelationship", "Parents", "has no \"ParentRelationship\""},
   };
   for (const Row& row : rows) {
