@@ -11,6 +11,14 @@ namespace {
 constexpr const char* kReadBase = "read a client's base";
 constexpr const char* kWriteBase = "write a client's base";
 
+// What `recordOf` reads, of one client.
+const std::string kBase =
+    "SELECT b.record, b.local_id, b.entity, b.parent, b.position, b.refused_revision, b.not_held,"
+    " b.content, c.name, c.url, c.tab_group, c.special"
+    " FROM base b JOIN contents c ON c.id = b.content WHERE b.client = ?";
+const std::string kEvery = kBase + " ORDER BY b.record";
+const std::string kOne = kBase + " AND b.record = ?";
+
 BaseRecord recordOf(const Statement& row) {
   BaseRecord record;
   record.record = row.integer(0);
@@ -26,13 +34,8 @@ BaseRecord recordOf(const Statement& row) {
 
 }  // namespace
 
-#define CORVANE_BASE_QUERY                                                                                   \
-  "SELECT b.record, b.local_id, b.entity, b.parent, b.position, b.refused_revision, b.not_held, b.content,"  \
-  " c.name, c.url, c.tab_group, c.special FROM base b JOIN contents c ON c.id = b.content WHERE b.client = " \
-  "?"
-
 StoredBase BaseTable::read(std::int64_t client) {
-  Statement query = _store.database().query(CORVANE_BASE_QUERY " ORDER BY b.record", kReadBase);
+  Statement query = _store.database().query(kEvery.c_str(), kReadBase);
   StoredBase base;
   query.open(client);
   while (query.next()) {
@@ -43,12 +46,10 @@ StoredBase BaseTable::read(std::int64_t client) {
 }
 
 std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) {
-  Statement query = _store.database().query(CORVANE_BASE_QUERY " AND b.record = ?", kReadBase);
+  Statement query = _store.database().query(kOne.c_str(), kReadBase);
   if (!query.open(client, record).next()) return std::nullopt;
   return recordOf(query);
 }
-
-#undef CORVANE_BASE_QUERY
 
 std::size_t BaseTable::heldCount(std::int64_t client) {
   Statement query =

@@ -7,6 +7,13 @@ namespace corvane::loomer {
 
 namespace {
 
+// What `clientOf` reads.
+const std::string kClients =
+    "SELECT id, identifier, registered, reset_pending, synced_revision, sessions, without_records,"
+    " handed_down, last_session FROM clients";
+const std::string kEvery = kClients + " ORDER BY identifier";
+const std::string kOne = kClients + " WHERE identifier = ?";
+
 ClientState clientOf(const Statement& row) {
   ClientState client;
   client.id = row.integer(0);
@@ -21,29 +28,21 @@ ClientState clientOf(const Statement& row) {
   return client;
 }
 
-#define CORVANE_CLIENT_COLUMNS                                                                           \
-  "id, identifier, registered, reset_pending, synced_revision, sessions, without_records, handed_down, " \
-  "last_session"
-
 }  // namespace
 
 std::optional<ClientState> ClientTable::find(const String& identifier) {
-  Statement query = _store.database().query(
-      "SELECT " CORVANE_CLIENT_COLUMNS " FROM clients WHERE identifier = ?", "read a client");
+  Statement query = _store.database().query(kOne.c_str(), "read a client");
   if (!query.open(identifier).next()) return std::nullopt;
   return clientOf(query);
 }
 
 std::vector<ClientState> ClientTable::all() {
-  Statement query = _store.database().query(
-      "SELECT " CORVANE_CLIENT_COLUMNS " FROM clients ORDER BY identifier", "read the clients");
+  Statement query = _store.database().query(kEvery.c_str(), "read the clients");
   std::vector<ClientState> clients;
   query.open();
   while (query.next()) clients.push_back(clientOf(query));
   return clients;
 }
-
-#undef CORVANE_CLIENT_COLUMNS
 
 void ClientTable::enter(const String& identifier, const Dictionary& description, Date now) {
   const std::string bytes = writeBinaryPropertyList(description);

@@ -103,7 +103,8 @@ class Database {
   ~Database();
 
   const std::string& path() const { return _path; }
-  /// `sql` and `purpose` ("read the clients", for messages) must be literals: they are kept by address.
+  /// `sql` and `purpose` ("read the clients", for messages) must be literals or constants that live as long:
+  /// they are kept by address.
   Statement query(const char* sql, const char* purpose);
   /// Runs any number of statements without parameters.
   void execute(const std::string& sql, const char* purpose);

@@ -12,6 +12,21 @@ namespace {
 constexpr const char* kReadRecords = "read the records";
 constexpr const char* kWriteRecords = "write the records";
 
+std::string selectFrom(const std::string& table) {
+  return "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group,"
+         " c.special FROM " +
+         table + " r JOIN contents c ON c.id = r.content";
+}
+
+// What `recordOf` reads. The root, which has no content, is not among the live ones.
+const std::string kLive = selectFrom("records");
+const std::string kDead = selectFrom("tombstones");
+const std::string kEveryLive = kLive + " ORDER BY r.id";
+const std::string kEveryDead = kDead + " ORDER BY r.id";
+const std::string kOneLive = kLive + " WHERE r.id = ?";
+const std::string kOneDead = kDead + " WHERE r.id = ?";
+const std::string kLiveInFolder = kLive + " WHERE r.parent = ? ORDER BY r.place";
+
 Entity entityOf(std::int64_t number) { return number == 0 ? Entity::folder : Entity::bookmark; }
 
 TruthRecord recordOf(const Statement& row, bool deleted) {
@@ -113,36 +128,21 @@ TruthState RecordTable::state() {
 }
 
 StoredTruth RecordTable::readAll() {
-  Statement live = _store.database().query(
-      "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group, c.special"
-      " FROM records r JOIN contents c ON c.id = r.content WHERE r.id > 0 ORDER BY r.id",
-      kReadRecords);
-  Statement dead = _store.database().query(
-      "SELECT t.id, t.entity, t.parent, t.place, t.revision, t.content, c.name, c.url, c.tab_group, c.special"
-      " FROM tombstones t JOIN contents c ON c.id = t.content ORDER BY t.id",
-      kReadRecords);
+  Statement live = _store.database().query(kEveryLive.c_str(), kReadRecords);
+  Statement dead = _store.database().query(kEveryDead.c_str(), kReadRecords);
   return merged(readRows(live, false), readRows(dead, true));
 }
 
 std::optional<TruthRecord> RecordTable::find(RecordId record) {
-  Statement live = _store.database().query(
-      "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group, c.special"
-      " FROM records r JOIN contents c ON c.id = r.content WHERE r.id = ? AND r.id > 0",
-      kReadRecords);
+  Statement live = _store.database().query(kOneLive.c_str(), kReadRecords);
   if (live.open(record).next()) return recordOf(live, false);
-  Statement dead = _store.database().query(
-      "SELECT t.id, t.entity, t.parent, t.place, t.revision, t.content, c.name, c.url, c.tab_group, c.special"
-      " FROM tombstones t JOIN contents c ON c.id = t.content WHERE t.id = ?",
-      kReadRecords);
+  Statement dead = _store.database().query(kOneDead.c_str(), kReadRecords);
   if (dead.open(record).next()) return recordOf(dead, true);
   return std::nullopt;
 }
 
 std::vector<TruthRecord> RecordTable::children(RecordId folder) {
-  Statement query = _store.database().query(
-      "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group, c.special"
-      " FROM records r JOIN contents c ON c.id = r.content WHERE r.parent = ? ORDER BY r.place",
-      kReadRecords);
+  Statement query = _store.database().query(kLiveInFolder.c_str(), kReadRecords);
   std::vector<TruthRecord> records;
   query.open(folder);
   while (query.next()) records.push_back(recordOf(query, false));

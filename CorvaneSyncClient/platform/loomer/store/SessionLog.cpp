@@ -26,6 +26,14 @@ std::optional<LoggedState> stateAt(const Statement& row, int column) {
                       row.integer(column + 5) != 0}};
 }
 
+// What `entryOf` reads, of what the log has not forgotten.
+const std::string kSessions =
+    "SELECT id, client, began, ended, mode, revision, taken, changed, handed_down, refused FROM sessions"
+    " WHERE id > (SELECT pruned_session FROM truth)";
+const std::string kOldestFirst = kSessions + " ORDER BY id";
+const std::string kNewestFirst = kSessions + " ORDER BY id DESC";
+const std::string kOne = kSessions + " AND id = ?";
+
 SessionEntry entryOf(const Statement& row) {
   const auto size = [&row](int column) { return static_cast<std::size_t>(row.integer(column)); };
   return {row.integer(0),
@@ -89,17 +97,12 @@ void SessionLog::finish(std::int64_t session, Date ended, std::size_t refused) {
       .run(ended.seconds, refused, session);
 }
 
-#define CORVANE_SESSION_COLUMNS \
-  "id, client, began, ended, mode, revision, taken, changed, handed_down, refused"
-#define CORVANE_IN_LOG "id > (SELECT pruned_session FROM truth)"
-
 bool SessionLog::isPruned(std::int64_t session) {
   return session > 0 && session <= _store.database().integer("SELECT pruned_session FROM truth", kReadLog);
 }
 
 std::vector<SessionEntry> SessionLog::sessions() {
-  Statement query = _store.database().query(
-      "SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE " CORVANE_IN_LOG " ORDER BY id", kReadLog);
+  Statement query = _store.database().query(kOldestFirst.c_str(), kReadLog);
   std::vector<SessionEntry> sessions;
   query.open();
   while (query.next()) sessions.push_back(entryOf(query));
@@ -107,21 +110,16 @@ std::vector<SessionEntry> SessionLog::sessions() {
 }
 
 void SessionLog::newestFirst(const std::function<bool(const SessionEntry&)>& take) {
-  Statement query = _store.database().query(
-      "SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE " CORVANE_IN_LOG " ORDER BY id DESC", kReadLog);
+  Statement query = _store.database().query(kNewestFirst.c_str(), kReadLog);
   query.open();
   while (query.next() && take(entryOf(query))) continue;
 }
 
 std::optional<SessionEntry> SessionLog::session(std::int64_t id) {
-  Statement query = _store.database().query(
-      "SELECT " CORVANE_SESSION_COLUMNS " FROM sessions WHERE " CORVANE_IN_LOG " AND id = ?", kReadLog);
+  Statement query = _store.database().query(kOne.c_str(), kReadLog);
   if (!query.open(id).next()) return std::nullopt;
   return entryOf(query);
 }
-
-#undef CORVANE_SESSION_COLUMNS
-#undef CORVANE_IN_LOG
 
 std::vector<LoggedChange> SessionLog::changes(std::int64_t session) {
   std::vector<LoggedChange> changes;
