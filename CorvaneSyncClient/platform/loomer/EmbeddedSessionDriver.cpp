@@ -2,6 +2,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/Session.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -27,8 +28,7 @@ bool EmbeddedSessionDriver::sync() {
     return true;
   } catch (const SessionCancelled& cancelled) {
     rollBack();
-    if (session.refusal()) noteRefusal(*session.refusal(), session.refusedDeletions());
-    cancel(cancelled.reason, session.tookLock());
+    cancel(cancelled.reason + noteRefusal(session), session.tookLock());
     return false;
   } catch (const PlatformException& exception) {
     if (exception.name() != LoomerStoreException) {
@@ -76,11 +76,16 @@ void EmbeddedSessionDriver::findClient() {
              identifier, url ? url->text : String("there is none"))};
 }
 
-void EmbeddedSessionDriver::noteRefusal(const Refusal& refusal, const std::vector<RecordId>& deletions) {
+std::string EmbeddedSessionDriver::noteRefusal(const Session& session) {
+  if (!session.refusal()) return {};
   try {
-    RefusalTable(_manager.store()).enter(_client->row(), refusal, deletions);
-  } catch (const PlatformException&) {
-    // The session is refused all the same; the next one is refused again and noted then.
+    RefusalTable(_manager.store()).enter(_client->row(), *session.refusal(), session.refusedDeletions());
+    return {};
+  } catch (const PlatformException& exception) {
+    // The session is refused all the same. A cancelled client asks for refresh, which gives back what it
+    // lacks.
+    return " But there is nothing to approve, since what was refused could not be noted: " +
+           exception.reason() + " The next session may give the records back to the client.";
   }
 }
 

@@ -5,9 +5,10 @@
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
-#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 
 namespace corvane::loomer {
+
+class Session;
 
 /// Runs sessions of the embedded engine for one data source. One transaction spans a session: whatever ends
 /// it early, the store is as it was before.
@@ -27,7 +28,9 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
   std::optional<RecordSchema> prepare();
   void findClient();
-  void noteRefusal(const Refusal& refusal, const std::vector<RecordId>& deletions);
+  /// Notes what the guard refused, so that it can be looked at and approved. Answers what there is to say
+  /// when that fails; nothing when the guard refused nothing.
+  std::string noteRefusal(const Session& session);
   /// Rolls the session back, tells the client, and keeps what the client stores then.
   void cancel(const std::string& reason, bool tookLock);
   /// As `cancel`; what the client raises then is dropped.

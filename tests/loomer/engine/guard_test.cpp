@@ -64,6 +64,19 @@ TEST_F(GuardSessionTest, RefusedPlanStaysRefusedAlthoughACancelledClientAsksForR
   EXPECT_EQ(live(), 6);
 }
 
+TEST_F(GuardSessionTest, RefusalThatCannotBeNotedSaysSo) {
+  store().database().execute(
+      "CREATE TRIGGER full BEFORE INSERT ON refusals BEGIN SELECT raise(ABORT, 'no space'); END", "test");
+  const std::string error = a->sync();
+  EXPECT_THAT(error, HasSubstr("lacks 6 of 6"));
+  EXPECT_THAT(error, HasSubstr("there is nothing to approve"));
+  EXPECT_THAT(error, HasSubstr("no space")) << "the cause";
+  EXPECT_FALSE(approve());
+  store().database().execute("DROP TRIGGER full", "test");
+  EXPECT_EQ(a->sync(), "");
+  EXPECT_EQ(a->nodes.size(), 6u) << "the next session gives them back";
+}
+
 TEST_F(GuardSessionTest, ApprovalServesOnce) {
   EXPECT_FALSE(approve()) << "nothing was refused yet";
   EXPECT_NE(a->sync(), "");
