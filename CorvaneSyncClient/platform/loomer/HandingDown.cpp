@@ -46,7 +46,10 @@ void HandingDown::deleteAll() {
 }
 
 void HandingDown::handDown(const ClientChange& change) {
-  if (!canBeHeld(change)) return leaveOut(change);
+  if (!canBeHeld(change)) {
+    ++_refused;
+    return leaveOut(change);
+  }
   String localId;
   switch (apply(change, localId)) {
     case LoomerChangeAccepted:

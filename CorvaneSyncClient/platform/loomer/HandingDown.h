@@ -26,7 +26,8 @@ class HandingDown {
   /// Raises SessionCancelled when the client answers an error, hands back an identifier that is in use, or
   /// takes longer than it said it would.
   void run();
-  /// Changes that the client refused or ignored.
+  /// Changes that the client did not take: it refused or ignored them, or they hang on what it did not take
+  /// and were not offered.
   std::size_t refused() const { return _refused; }
 
  private:

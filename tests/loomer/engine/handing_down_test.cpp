@@ -175,6 +175,8 @@ TEST_P(DeclinedChange, WhatHangsOnADeclinedFolderIsNotOffered) {
   ASSERT_EQ(b->sync(), "");
   EXPECT_EQ(b->text(), "B(http://b/)");
   EXPECT_EQ(b->handedDown.size(), 2u);
+  EXPECT_EQ(number("SELECT handed_down FROM sessions WHERE client = 'b'"), 4);
+  EXPECT_EQ(number("SELECT refused FROM sessions WHERE client = 'b'"), 3) << "one declined, two left out";
   b->answer = nullptr;
   b->mode = LoomerSyncModeSlow;
   ASSERT_EQ(b->sync(), "");

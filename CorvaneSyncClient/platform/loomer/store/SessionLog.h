@@ -20,8 +20,8 @@ struct SessionEntry {
   std::int64_t revision = 0;   ///< of the truth after it
   std::size_t taken = 0;       ///< records that the client pushed
   std::size_t changed = 0;     ///< records of the truth that it changed
-  std::size_t handedDown = 0;  ///< changes that the client was offered
-  std::size_t refused = 0;     ///< of those, how many it refused or ignored
+  std::size_t handedDown = 0;  ///< changes that the client was to take
+  std::size_t refused = 0;     ///< of those, how many it did not: refused, ignored, or hanging on such a one
 };
 
 /// One side of a logged change.
