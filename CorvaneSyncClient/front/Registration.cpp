@@ -1,12 +1,18 @@
 #include "CorvaneSyncClient/front/Registration.h"
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+#include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 
 namespace corvane {
 
 namespace {
+
+constexpr int kYes = 0;
+constexpr int kNo = 1;
 
 // The client of that id; null when it is not registered, or cannot be where `registerIfMissing` asks for
 // that.
@@ -17,31 +23,58 @@ LoomerClient* registeredClient(const String& clientId, bool registerIfMissing) {
   return manager.registerClientWithIdentifier(clientId, ownClientDescription().value_or(""));
 }
 
+bool mainClientIsRegistered(bool registerIfMissing) {
+  if (registeredClient(String(kMainClientId), registerIfMissing)) return true;
+  systemLog("Corvane Sync Client is not registered");
+  return false;
+}
+
+// Switches bookmarks at the online service on or off. `enabling` is the word for it in messages.
+int switchBookmarks(bool enabled, const char* enabling) {
+  String error;
+  try {
+    if (DotPeltoSessionProxy::current().setDataclass(LoomerDataClass_Bookmarks, enabled, error)) return kYes;
+    systemLog("Error %@ bookmarks with .Pelto: %@", enabling, error);
+  } catch (const PlatformException& exception) {
+    systemLog("Error %@ data class with .Pelto: %@", enabling, exception.reason());
+  }
+  return kNo;
+}
+
 }  // namespace
 
 int registerSyncClient(const String& clientId) {
   unregisterSyncClient(clientId);
-  return registeredClient(clientId, true) ? 0 : 1;
+  return registeredClient(clientId, true) ? kYes : kNo;
 }
 
 int unregisterSyncClient(const String& clientId) {
   LoomerClient* client = registeredClient(clientId, false);
-  if (!client) return 1;
+  if (!client) return kNo;
   LoomerManager::sharedManager().unregisterClient(*client);
-  return 0;
+  return kYes;
 }
 
-// A computer without an account at the online service is enabled for nothing there.
-
-int canRegister() { return 1; }
+int canRegister() { return DotPeltoSessionProxy::current().isComputerEnabledForSyncing() ? kYes : kNo; }
 
 int isRegistered() {
-  if (!registeredClient(String(kMainClientId), false)) systemLog("Corvane Sync Client is not registered");
-  return 1;
+  if (!mainClientIsRegistered(false)) return kNo;
+  try {
+    return DotPeltoSessionProxy::current().dataclassIsEnabledForSyncing(LoomerDataClass_Bookmarks) ? kYes
+                                                                                                   : kNo;
+  } catch (const PlatformException& exception) {
+    systemLog("Error checking if bookmarks data class is enabled with .Pelto: %@", exception.reason());
+    return kNo;
+  }
 }
 
-int registerWithService() { return 1; }
+int registerWithService() {
+  if (!DotPeltoSessionProxy::current().isComputerEnabledForSyncing()) return kNo;
+  if (!mainClientIsRegistered(true)) return kNo;
+  return switchBookmarks(true, "enabling");
+}
 
-int unregisterFromService() { return 1; }
+// Asks neither whether the computer is enabled nor for the client: what is on can always be switched off.
+int unregisterFromService() { return switchBookmarks(false, "disabling"); }
 
 }  // namespace corvane

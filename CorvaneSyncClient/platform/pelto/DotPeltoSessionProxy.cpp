@@ -1,0 +1,53 @@
+#include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
+
+#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+
+namespace corvane {
+
+namespace {
+
+DotPeltoSessionProxy* currentProxy = nullptr;
+
+/// Over the user's account, read anew at each question.
+class AccountProxy : public DotPeltoSessionProxy {
+ public:
+  bool isComputerEnabledForSyncing() override {
+    const auto account = pelto::userAccount();
+    return account && account->reached;
+  }
+
+  bool dataclassIsEnabledForSyncing(const String& dataclass) override {
+    const auto account = pelto::userAccount();
+    return account && pelto::hubOf(*account)->isEnabled(dataclass);
+  }
+
+  bool setDataclass(const String& dataclass, bool isEnabledForSyncing, String& error) override {
+    const auto account = pelto::userAccount();
+    if (!account) {
+      error = "No account at the online service is set on this computer. `loomerctl account set` sets one.";
+      return false;
+    }
+    try {
+      pelto::hubOf(*account)->setEnabled(dataclass, isEnabledForSyncing);
+      return true;
+    } catch (const PlatformException& exception) {
+      error = exception.reason();
+      return false;
+    }
+  }
+};
+
+}  // namespace
+
+DotPeltoSessionProxy& DotPeltoSessionProxy::current() {
+  static AccountProxy proxy;
+  return currentProxy ? *currentProxy : proxy;
+}
+
+DotPeltoSessionProxyScope::DotPeltoSessionProxyScope(DotPeltoSessionProxy& proxy) : _before(currentProxy) {
+  currentProxy = &proxy;
+}
+
+DotPeltoSessionProxyScope::~DotPeltoSessionProxyScope() { currentProxy = _before; }
+
+}  // namespace corvane

@@ -1,0 +1,76 @@
+#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+
+#include <utility>
+
+#include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::pelto {
+
+namespace {
+
+HubMaker& currentMaker() {
+  static HubMaker maker = [](const Account& account) {
+    return std::make_unique<PostgresHub>(account.url, account.computer);
+  };
+  return maker;
+}
+
+/// What the user did to the account meanwhile stands: only a file that still holds it is written.
+void noteReached(const Account& account) {
+  try {
+    auto kept = userAccount();
+    if (!kept || kept->url != account.url || !(kept->computer == account.computer)) return;
+    kept->reached = Platform::current().clock.now();
+    writeAccount(userAccountPath(), *kept);
+  } catch (const PlatformException& exception) {
+    // What the service answered counts for more than the note of it.
+    systemLog("The online service answered, but that cannot be noted: %@", exception.reason());
+  }
+}
+
+/// A hub that notes the first answer.
+class NotingHub : public Hub {
+ public:
+  NotingHub(const Account& account, std::unique_ptr<Hub> hub) : _account(account), _hub(std::move(hub)) {}
+
+  HubNews news(const std::optional<HubSeen>& seen) override { return noted(_hub->news(seen)); }
+  bool push(const HubPush& push) override { return noted(_hub->push(push)); }
+  bool hasPush(const String& mark) override { return noted(_hub->hasPush(mark)); }
+  bool isEnabled(const String& dataClass) override { return noted(_hub->isEnabled(dataClass)); }
+  void setEnabled(const String& dataClass, bool enabled) override {
+    _hub->setEnabled(dataClass, enabled);
+    note();
+  }
+
+ private:
+  template <typename T>
+  T noted(T answer) {
+    note();
+    return answer;
+  }
+  void note() {
+    if (!_noted) noteReached(_account);
+    _noted = true;
+  }
+
+  Account _account;
+  std::unique_ptr<Hub> _hub;
+  bool _noted = false;
+};
+
+}  // namespace
+
+std::string userAccountPath() { return accountPathForHome(Platform::current().process.homeDirectory()); }
+
+std::optional<Account> userAccount() { return readAccount(userAccountPath()); }
+
+std::unique_ptr<Hub> hubOf(const Account& account) {
+  return std::make_unique<NotingHub>(account, currentMaker()(account));
+}
+
+HubMakerScope::HubMakerScope(HubMaker maker) : _before(std::exchange(currentMaker(), std::move(maker))) {}
+
+HubMakerScope::~HubMakerScope() { currentMaker() = std::move(_before); }
+
+}  // namespace corvane::pelto

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "CorvaneSyncClient/platform/pelto/Account.h"
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
+
+namespace corvane::pelto {
+
+/// Where the current user's account is kept.
+std::string userAccountPath();
+
+/// The current user's account; nothing when none is set. Raises DotPeltoException.
+std::optional<Account> userAccount();
+
+/// The way to the service that the account names. Nobody is asked before the first call on the hub. The
+/// service's first answer, a refusal included in what the hub answers without raising, is noted as `reached`
+/// in the current user's account file if that still holds this account; where that fails, the system log
+/// says so.
+std::unique_ptr<Hub> hubOf(const Account& account);
+
+/// Makes the hub of an account, contacting nobody.
+using HubMaker = std::function<std::unique_ptr<Hub>(const Account&)>;
+
+/// Has `hubOf` use another maker for as long as this object lives, then the one before it again. Without any,
+/// hubs are PostgreSQL servers.
+class HubMakerScope {
+ public:
+  explicit HubMakerScope(HubMaker maker);
+  ~HubMakerScope();
+  HubMakerScope(const HubMakerScope&) = delete;
+  HubMakerScope& operator=(const HubMakerScope&) = delete;
+
+ private:
+  HubMaker _before;
+};
+
+}  // namespace corvane::pelto

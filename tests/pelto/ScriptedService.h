@@ -1,0 +1,67 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+
+namespace corvane {
+
+/// An online service that knows every account and keeps their switches, in the place of the real one for as
+/// long as this object lives.
+class ScriptedService {
+ public:
+  /// Not empty: it does not answer, for this reason.
+  std::string problem;
+  /// The data classes that are switched on.
+  std::set<std::string> enabled;
+  /// What it was asked, in order, also when it did not answer.
+  std::vector<std::string> calls;
+  /// Done before each answer.
+  std::function<void()> meanwhile = [] {};
+
+ private:
+  class ScriptedHub : public pelto::Hub {
+   public:
+    explicit ScriptedHub(ScriptedService& service) : _service(service) {}
+
+    pelto::HubNews news(const std::optional<pelto::HubSeen>&) override {
+      _service.answer("news");
+      return {};
+    }
+    bool push(const pelto::HubPush&) override {
+      _service.answer("push");
+      return false;
+    }
+    bool hasPush(const String&) override {
+      _service.answer("has push");
+      return false;
+    }
+    bool isEnabled(const String& dataClass) override {
+      _service.answer("enabled? " + dataClass.toString());
+      return _service.enabled.contains(dataClass.toString());
+    }
+    void setEnabled(const String& dataClass, bool on) override {
+      _service.answer((on ? "on " : "off ") + dataClass.toString());
+      if (on) {
+        _service.enabled.insert(dataClass.toString());
+      } else {
+        _service.enabled.erase(dataClass.toString());
+      }
+    }
+
+   private:
+    ScriptedService& _service;
+  };
+
+  void answer(const std::string& call) {
+    calls.push_back(call);
+    meanwhile();
+    if (!problem.empty()) throw PlatformException(pelto::DotPeltoException, problem);
+  }
+
+  pelto::HubMakerScope _scope{[this](const pelto::Account&) { return std::make_unique<ScriptedHub>(*this); }};
+};
+
+}  // namespace corvane
