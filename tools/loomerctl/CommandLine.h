@@ -28,7 +28,7 @@ struct Options {
   std::optional<std::int64_t> session;
   std::optional<std::int64_t> record;
   std::optional<std::int64_t> limit;  ///< at least 1
-  std::string argument;               ///< CLIENT, RECORD, SESSION or FILE; empty for commands without one
+  std::string argument;  ///< CLIENT, RECORD, SESSION, FILE or URL; empty for commands without one
 };
 
 /// What a command runs with.

@@ -23,6 +23,11 @@ Status checkStore(Invocation& run);
 Status showPlan(Invocation& run);
 Status approvePlan(Invocation& run);
 Status resetClient(Invocation& run);
+// AccountCommands.cpp
+Status setAccount(Invocation& run);
+Status showAccount(Invocation& run);
+Status testAccount(Invocation& run);
+Status removeAccount(Invocation& run);
 // UndoCommand.cpp
 Status undoSession(Invocation& run);
 // Transfer.cpp

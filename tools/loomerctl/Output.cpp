@@ -60,4 +60,11 @@ void Output::flush() {
   _buffer.clear();
 }
 
+void writeField(Output& out, const char* label, const std::string& text) {
+  std::string padded = label;
+  padded.resize(12, ' ');
+  out.write(padded, Style::heading);
+  out.write(text + '\n');
+}
+
 }  // namespace corvane::loomerctl

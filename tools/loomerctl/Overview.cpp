@@ -138,12 +138,7 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
 }
 
 void printStatus(Output& out, const StoreView& view, const std::string& path) {
-  const auto line = [&out](const char* label, const std::string& text) {
-    std::string padded = label;
-    padded.resize(12, ' ');
-    out.write(padded, Style::heading);
-    out.write(text + '\n');
-  };
+  const auto line = [&out](const char* label, const std::string& text) { writeField(out, label, text); };
   const auto count = [](std::int64_t number) { return static_cast<std::size_t>(number); };
   line("Store", printable(path) + " (" + sizeText(static_cast<std::uint64_t>(view.bytes)) + ")");
   line("Bookmarks", countText(count(view.bookmarks), "bookmark", "bookmarks") + " in " +

@@ -11,18 +11,21 @@ namespace corvane::loomerctl {
 
 std::string storePath() { return loomer::storePathForHome(Platform::current().process.homeDirectory()); }
 
-std::unique_ptr<loomer::TruthStore> openStore() {
+std::unique_ptr<loomer::TruthStore> openStoreIfAny() {
   const std::string path = storePath();
   std::error_code error;
   const std::uintmax_t size = std::filesystem::file_size(path, error);
   const bool missing = error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
   if (error && !missing) throw Refused{"Cannot look at the store " + path + ": " + error.message() + '.'};
   // An empty file is what is left of a store that was never finished.
-  if (missing || size == 0) {
-    throw Refused{"There is no store yet: " + path +
-                  " does not exist. The first sync, or `loomerctl import`, makes it."};
-  }
+  if (missing || size == 0) return nullptr;
   return std::make_unique<loomer::TruthStore>(path);
+}
+
+std::unique_ptr<loomer::TruthStore> openStore() {
+  if (auto store = openStoreIfAny()) return store;
+  throw Refused{"There is no store yet: " + storePath() +
+                " does not exist. The first sync, or `loomerctl import`, makes it."};
 }
 
 std::unique_ptr<loomer::TruthStore> openStoreToRead() {

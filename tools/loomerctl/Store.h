@@ -10,6 +10,9 @@ namespace corvane::loomerctl {
 /// Where the user's store stands.
 std::string storePath();
 
+/// Opens the user's store to change it; null where there is none. Raises Refused where that cannot be told.
+std::unique_ptr<loomer::TruthStore> openStoreIfAny();
+
 /// Opens the user's store to change it. Raises Refused where there is none.
 std::unique_ptr<loomer::TruthStore> openStore();
 

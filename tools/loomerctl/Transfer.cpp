@@ -1,8 +1,5 @@
 // `export` and `import`.
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <system_error>
 #include <unordered_map>
 
@@ -11,6 +8,7 @@
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Commands.h"
 #include "tools/loomerctl/ImportPlan.h"
+#include "tools/loomerctl/Input.h"
 #include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/TreeWalk.h"
@@ -20,8 +18,6 @@ namespace corvane::loomerctl {
 namespace {
 
 using namespace loomer;
-
-constexpr const char* kStandardStream = "-";
 
 struct Dates {
   std::optional<Date> added;
@@ -83,20 +79,6 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
   close();
   write(htmlTail());
   return bookmarks;
-}
-
-std::string readStandardInput() {
-  std::string bytes;
-  char buffer[1 << 16];
-  while (true) {
-    const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
-    if (count == 0) return bytes;
-    if (count > 0) {
-      bytes.append(buffer, static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      throw Refused{"Cannot read standard input: " + std::system_category().message(errno) + '.'};
-    }
-  }
 }
 
 std::string readFile(const std::string& path) {

@@ -1,0 +1,139 @@
+// `account set`, `show`, `test` and `remove`.
+
+#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/Input.h"
+#include "tools/loomerctl/Json.h"
+#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using pelto::Account;
+
+/// The engine's client that stands for the online service.
+constexpr const char* kServiceClient = "com.keldra.Pelto";
+
+/// What the service says when it is asked whether this computer syncs bookmarks.
+struct Answer {
+  std::optional<bool> enabled;  ///< nothing: it does not answer
+  std::string problem;          ///< why it does not
+};
+
+Answer ask(const Account& account) {
+  try {
+    return {pelto::hubOf(account)->isEnabled(LoomerDataClass_Bookmarks), {}};
+  } catch (const PlatformException& exception) {
+    return {std::nullopt, exception.reason()};
+  }
+}
+
+const char* answerText(bool enabled) {
+  return enabled ? "The service answers. Bookmarks are synced with it.\n"
+                 : "The service answers. Bookmarks are not synced with it; `corvanetool --register` switches "
+                   "them on.\n";
+}
+
+Account accountOrRefuse() {
+  if (auto account = pelto::userAccount()) return *std::move(account);
+  throw Refused{"No account is set. `loomerctl account set` sets one."};
+}
+
+/// The account that is to be replaced. One whose file cannot be read is no loss, but worth a word.
+std::optional<Account> accountBefore(Output& out) {
+  try {
+    return pelto::userAccount();
+  } catch (const PlatformException& exception) {
+    out.write("The earlier account is replaced unread: " + printable(exception.reason()) + '\n');
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+Status setAccount(Invocation& run) {
+  Account account;
+  account.url = run.options.argument == kStandardStream
+                    ? readSecretLine("URL of the account (not shown as you type): ")
+                    : run.options.argument;
+  pelto::checkAccountUrl(account.url);
+  const std::optional<Account> before = accountBefore(run.out);
+  account.computer = before ? before->computer : Platform::current().uuids.newUuid();
+  if (before && before->url == account.url) account.reached = before->reached;
+  pelto::writeAccount(pelto::userAccountPath(), account);
+  run.out.write("The account is " + printable(pelto::withoutSecrets(account.url)) + ".\n");
+  run.out.flush();  // the service may take its time
+  const Answer answer = ask(account);
+  if (answer.enabled) {
+    run.out.write(answerText(*answer.enabled));
+  } else {
+    run.out.write("It is kept, though the service can't be used now: " + printable(answer.problem) +
+                  "\n`loomerctl account test` asks again.\n");
+  }
+  return statusFine;
+}
+
+Status showAccount(Invocation& run) {
+  const Account account = accountOrRefuse();
+  const Answer answer = ask(account);
+  const auto kept = pelto::userAccount();  // an answer is noted there
+  const std::optional<Date> reached = kept ? kept->reached : std::nullopt;
+  const std::string service = pelto::withoutSecrets(account.url);
+  if (run.options.json) {
+    JsonWriter json(run.out);
+    json.beginObject();
+    json.member("service", service);
+    json.member("computer", account.computer);
+    json.member("reached", reached);
+    json.member("problem", answer.enabled ? String() : String(answer.problem));
+    json.member("bookmarksEnabled", answer.enabled);
+    json.endObject();
+    json.finish();
+    return statusFine;
+  }
+  writeField(run.out, "Account", printable(service));
+  writeField(run.out, "Computer", printable(account.computer.view()));
+  writeField(run.out, "Reached", reached ? timeText(*reached) : "never");
+  writeField(run.out, "Now", answer.enabled ? "the service answers" : printable(answer.problem));
+  if (answer.enabled) writeField(run.out, "Bookmarks", *answer.enabled ? "switched on" : "switched off");
+  return statusFine;
+}
+
+Status testAccount(Invocation& run) {
+  const Answer answer = ask(accountOrRefuse());
+  if (!answer.enabled) throw Refused{answer.problem};
+  run.out.write(answerText(*answer.enabled));
+  return statusFine;
+}
+
+namespace {
+
+/// What the engine noted about the exchange with the service goes with the account.
+bool unregisterServiceClient() {
+  const auto store = openStoreIfAny();
+  if (!store) return false;
+  bool registered = false;
+  store->write([&] {
+    loomer::ClientTable clients(*store);
+    const auto client = clients.find(kServiceClient);
+    if (client) clients.remove(client->id);
+    registered = client.has_value();
+  });
+  return registered;
+}
+
+}  // namespace
+
+Status removeAccount(Invocation& run) {
+  const bool removed = pelto::removeAccount(pelto::userAccountPath());
+  const bool unregistered = unregisterServiceClient();
+  if (!removed && !unregistered) throw Refused{"There is no account to remove."};
+  run.out.write("The account is removed. The bookmarks stay, here and at the service.\n");
+  return statusFine;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,109 @@
+#include "tools/loomerctl/Input.h"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <optional>
+#include <system_error>
+
+#include "tools/loomerctl/CommandLine.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+[[noreturn]] void refuse(int error) {
+  throw Refused{"Cannot read standard input: " + std::system_category().message(error) + '.'};
+}
+
+/// Reads what there is, at most `size` bytes; 0 at the end.
+std::size_t readSome(char* bytes, std::size_t size) {
+  while (true) {
+    const ssize_t count = ::read(STDIN_FILENO, bytes, size);
+    if (count >= 0) return static_cast<std::size_t>(count);
+    if (errno != EINTR) refuse(errno);
+  }
+}
+
+/// Standard input, a terminal, handing on each key as it is typed and showing none, for as long as this
+/// object lives. Keys that would end the program come as characters, so that none of them leaves the terminal
+/// like that.
+class SilentTerminal {
+ public:
+  SilentTerminal() {
+    if (tcgetattr(STDIN_FILENO, &_before) != 0) refuse(errno);
+    termios silent = _before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
+    silent.c_cc[VMIN] = 1;
+    silent.c_cc[VTIME] = 0;
+    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0) refuse(errno);
+  }
+  /// A terminal that cannot be set back has been closed.
+  ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &_before); }
+  SilentTerminal(const SilentTerminal&) = delete;
+  SilentTerminal& operator=(const SilentTerminal&) = delete;
+
+ private:
+  termios _before{};
+};
+
+// ASCII.
+constexpr char kEndOfText = 3;             // control-C
+constexpr char kEndOfTransmission = 4;     // control-D
+constexpr char kNegativeAcknowledge = 21;  // control-U
+constexpr char kDelete = 127;
+
+/// Nothing when the user breaks off.
+std::optional<std::string> lineFromTerminal() {
+  const SilentTerminal terminal;
+  std::string line;
+  char key = 0;
+  while (readSome(&key, 1) == 1 && key != '\n' && key != '\r' && key != kEndOfTransmission) {
+    if (key == kEndOfText) return std::nullopt;
+    if (key == kNegativeAcknowledge) {
+      line.clear();
+    } else if (key != kDelete && key != '\b') {
+      line += key;
+    } else if (!line.empty()) {
+      line.pop_back();
+    }
+  }
+  return line;
+}
+
+std::string trimmed(const std::string& line) {
+  static constexpr const char* kWhiteSpace = " \t\r\n";
+  const std::size_t first = line.find_first_not_of(kWhiteSpace);
+  if (first == std::string::npos) return "";
+  return line.substr(first, line.find_last_not_of(kWhiteSpace) + 1 - first);
+}
+
+}  // namespace
+
+std::string readStandardInput() {
+  std::string bytes;
+  char buffer[1 << 16];
+  while (const std::size_t count = readSome(buffer, sizeof buffer)) bytes.append(buffer, count);
+  return bytes;
+}
+
+std::string readSecretLine(const char* prompt) {
+  std::optional<std::string> line;
+  if (isatty(STDIN_FILENO) == 1) {
+    std::fputs(prompt, stderr);
+    line = lineFromTerminal();
+    std::fputs("\n", stderr);
+  } else {
+    line = readStandardInput();
+    line->resize(std::min(line->find('\n'), line->size()));
+  }
+  if (!line) throw Refused{"Broken off; nothing was changed."};
+  const std::string text = trimmed(*line);
+  if (text.empty()) throw Refused{"Standard input held nothing."};
+  return text;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+namespace corvane::loomerctl {
+
+/// The argument that stands for standard input or output instead of a file.
+inline constexpr const char* kStandardStream = "-";
+
+/// All of standard input. Raises Refused when it cannot be read.
+std::string readStandardInput();
+
+/// The first line of standard input, without white space around it. From a terminal it is asked for with
+/// `prompt` on standard error, and what is typed is not shown. Raises Refused when it cannot be read, holds
+/// nothing, or the user breaks off.
+std::string readSecretLine(const char* prompt);
+
+}  // namespace corvane::loomerctl
