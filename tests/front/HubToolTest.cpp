@@ -108,6 +108,14 @@ TEST_F(HubToolTest, ErrorsSayWhatIsWrongAndShowNoPassword) {
                           about("Error enabling bookmarks with .Pelto: ")));
 }
 
+TEST_F(HubToolTest, MissingPasswordIsToldInTheLogAlone) {
+  server.addAccount("walter");
+  Computer computer("postgresql://walter@127.0.0.1:" + std::to_string(server.port()) + "/hub");
+  EXPECT_EQ(computer.run("--unregister"), 1);
+  EXPECT_THAT(computer.systemLog(), ElementsAre(AllOf(StartsWith("Error disabling bookmarks with .Pelto: "),
+                                                      HasSubstr("the server wants a password"))));
+}
+
 TEST_F(HubToolTest, DatabaseWithoutTheServiceCannotBeSwitchedOn) {
   server.makeDatabase("empty");
   Computer computer(server.administratorUrl("empty"));

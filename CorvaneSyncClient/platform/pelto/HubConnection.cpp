@@ -218,7 +218,9 @@ class Parameters {
     add("port", host.port);
     add("client_encoding", "UTF8");
     add("application_name", "corvanetool");
-    add("passfile", "/dev/null");  // passwords come from the account alone
+    // Passwords come from the account alone. A file that cannot be is passed over; of one that is no plain
+    // file the library warns on standard error.
+    add("passfile", "/dev/null/none");
     add("gssencmode", "disable");  // it would take the place of TLS, and of checking who the server is
     _names.push_back(nullptr);
     _values.push_back(nullptr);
