@@ -26,7 +26,7 @@ void requireDone(const std::error_code& error, const std::string& path) {
 
 }  // namespace
 
-FileWorld::FileWorld(std::size_t clients) : _clients(clients) {
+FileWorld::FileWorld(std::size_t clients) : _clients(clients), _newest(clients) {
   _home.platform.makeDirectories(_home.platform.process.home + "/Library/Corvane");
   const Dictionary empty{{"WebBookmarkFileVersion", 1},
                          {"WebBookmarkType", "WebBookmarkTypeList"},
@@ -83,10 +83,12 @@ Date FileWorld::date(std::size_t client) const {
 }
 
 void FileWorld::write(std::size_t client, const BrowserFile& contents) {
-  const Date before = date(client);
+  // A session saves with the date of the moment, which is older than those given here.
+  Date& newest = _newest.at(client);
+  newest.seconds = std::max(newest.seconds, date(client).seconds) + 1.0;
   requireDone(_home.platform.realFiles.write(path(client), writeBinaryPropertyList(contents.contents())),
               path(client));
-  requireDone(setModificationDate(path(client), Date{before.seconds + 1.0}), path(client));
+  requireDone(setModificationDate(path(client), newest), path(client));
 }
 
 bool FileWorld::run(std::size_t client) {

@@ -52,6 +52,7 @@ class FileWorld {
 
   EngineHome _home;
   std::size_t _clients;
+  std::vector<Date> _newest;  ///< date of each file so far
   std::int64_t _sessions = 0;
 };
 
