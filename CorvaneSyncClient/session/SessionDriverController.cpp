@@ -4,6 +4,7 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 #include "CorvaneSyncClient/platform/loomer/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 
@@ -11,8 +12,6 @@ namespace corvane {
 
 namespace {
 
-constexpr const char* kSchemaPath =
-    "/System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema";
 const String kModDateOnLastSync = "modDateOnLastSync";
 
 // The stored date of the last sync; values of other types count as none.
@@ -46,7 +45,7 @@ std::optional<Url> SessionDriverController::clientDescriptionURL() {
   return path ? std::optional(loomer::fileUrl(*path)) : std::nullopt;
 }
 
-std::vector<Url> SessionDriverController::schemaBundleURLs() { return {loomer::fileUrl(kSchemaPath)}; }
+std::vector<Url> SessionDriverController::schemaBundleURLs() { return {loomer::bookmarksSchemaUrl()}; }
 
 std::vector<String> SessionDriverController::entityNamesToSync() {
   return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};

@@ -60,7 +60,10 @@ void EmbeddedManager::unregisterClient(LoomerClient& client) {
 
 std::unique_ptr<LoomerSessionDriver> EmbeddedManager::sessionDriverWithDataSource(
     LoomerSessionDriverDataSource& dataSource) {
-  return std::make_unique<EmbeddedSessionDriver>(*this, dataSource);
+  auto driver = std::make_unique<EmbeddedSessionDriver>(*this, dataSource);
+  if (!_makeHub) return driver;
+  return std::make_unique<ExchangingSessionDriver>(std::move(driver),
+                                                   std::make_unique<HubExchange>(*this, _makeHub));
 }
 
 }  // namespace corvane::loomer

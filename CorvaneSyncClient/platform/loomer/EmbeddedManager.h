@@ -5,6 +5,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedClient.h"
+#include "CorvaneSyncClient/platform/loomer/HubExchange.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
 
 namespace corvane::loomer {
@@ -27,11 +28,15 @@ class EmbeddedManager : public LoomerManager {
   std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource) override;
 
+  /// From here on sessions run between two exchanges with the online service.
+  void useHub(HubMaker makeHub) { _makeHub = std::move(makeHub); }
+
   TruthStore& store() { return _store; }
 
  private:
   TruthStore _store;
   ClientTable _table{_store};
+  HubMaker _makeHub;
   std::map<std::string, std::unique_ptr<EmbeddedClient>>
       _clients;  // by identifier; those that were asked for
 };

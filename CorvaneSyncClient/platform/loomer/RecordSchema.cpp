@@ -11,6 +11,8 @@ namespace corvane::loomer {
 namespace {
 
 constexpr std::string_view kSystemLibrary = "/System/Library/";
+constexpr const char* kBookmarksSchema =
+    "/System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema";
 constexpr const char* kBrowserBundle = "com.keldra.Corvane";
 
 [[noreturn]] void fail(const std::string& path, const std::string& cause) {
@@ -170,6 +172,8 @@ const EntitySchema* RecordSchema::named(const String& name) const {
   }
   return nullptr;
 }
+
+Url bookmarksSchemaUrl() { return fileUrl(kBookmarksSchema); }
 
 RecordSchema readRecordSchema(const std::vector<Url>& urls) {
   if (urls.empty()) throw SchemaProblem{"The client names no sync schema. Install the program again."};

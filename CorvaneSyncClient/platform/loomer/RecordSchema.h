@@ -36,6 +36,9 @@ struct SchemaProblem {
   std::string reason;
 };
 
+/// Where the schema of bookmarks is installed.
+Url bookmarksSchemaUrl();
+
 /// Reads the first of the files that `urls` name. A path under /System/Library is looked for at the root
 /// first, then in the installation around the browser's bundle. Raises SchemaProblem.
 RecordSchema readRecordSchema(const std::vector<Url>& urls);

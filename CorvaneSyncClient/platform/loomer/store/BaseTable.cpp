@@ -94,4 +94,12 @@ void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& befo
   released.drop();
 }
 
+void BaseTable::offerAgain(std::int64_t client) {
+  _store.write([&] {
+    _store.database()
+        .query("UPDATE base SET refused_revision = 0 WHERE client = ? AND not_held", kWriteBase)
+        .run(client);
+  });
+}
+
 }  // namespace corvane::loomer

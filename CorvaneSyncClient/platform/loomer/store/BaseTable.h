@@ -22,6 +22,8 @@ class BaseTable {
   /// ascending record). Sorts `after` by record.
   void replace(std::int64_t client, const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,
                ContentRows& contents);
+  /// Has what the client was offered in vain, and does not hold, offered to it once more.
+  void offerAgain(std::int64_t client);
 
  private:
   TruthStore& _store;

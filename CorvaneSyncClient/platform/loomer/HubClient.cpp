@@ -1,0 +1,191 @@
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+
+#include <unordered_map>
+
+#include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+using pelto::HubRecord;
+
+constexpr const char* kSeenKey = "seen";
+constexpr const char* kAccountKey = "account";
+constexpr const char* kRevisionKey = "revision";
+constexpr const char* kMarkKey = "mark";
+constexpr const char* kLeftOutKey = "left out";
+constexpr std::size_t kRecordsAtOnce = 10'000;
+constexpr double kBeginTimeoutSeconds = 60.0;
+// Changes are only collected; what takes time is the push, which has limits of its own.
+constexpr double kPullTimeoutSeconds = 3600.0;
+
+Entity entityOf(const HubRecord& record) { return record.folder ? Entity::folder : Entity::bookmark; }
+
+Dictionary dictionaryOf(const EntitySchema& schema, const HubRecord& record) {
+  const Content content{record.name, record.url, record.tabGroup, record.special};
+  return recordDictionary(schema, content, record.position, record.parent);
+}
+
+HubRecord hubRecord(const ClientRecord& record) {
+  return {.id = record.localId,
+          .folder = record.entity == Entity::folder,
+          .parent = record.parentLocalId,
+          .position = record.position,
+          .name = record.content.name,
+          .url = record.content.url,
+          .tabGroup = record.content.tabGroup,
+          .special = record.content.special};
+}
+
+void storeSeen(LoomerClient& client, const pelto::HubSeen& seen) {
+  Dictionary value{{kAccountKey, seen.account}, {kRevisionKey, seen.revision}};
+  if (seen.mark) value.set(kMarkKey, seen.mark);
+  client.setObject(Value(std::move(value)), kSeenKey);
+}
+
+}  // namespace
+
+std::optional<pelto::HubSeen> seenByHubClient(LoomerClient& client) {
+  const std::optional<Value> value = client.objectForKey(kSeenKey);
+  const Dictionary* const stored = value ? value->as<Dictionary>() : nullptr;
+  if (!stored) return std::nullopt;
+  const Value* const revision = stored->find(kRevisionKey);
+  const auto* const number = revision ? revision->as<std::int64_t>() : nullptr;
+  return pelto::HubSeen{stored->string(kAccountKey), number ? *number : 0, stored->string(kMarkKey)};
+}
+
+bool leftOutOfHub(LoomerClient& client) { return client.objectForKey(kLeftOutKey).has_value(); }
+
+HubClient::HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen,
+                     pelto::HubNews news)
+    : _store(store),
+      _hub(hub),
+      _schema(readRecordSchema({bookmarksSchemaUrl()})),
+      _seen(std::move(seen)),
+      _news(std::move(news)) {}
+
+std::vector<String> HubClient::entityNamesToSync() {
+  return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};
+}
+
+bool HubClient::wasRestored() { return _seen && !_news.continues; }
+
+int HubClient::preferredSyncModeForEntityName(const String&) {
+  if (!_news.continues) return LoomerSyncModeRefresh;
+  const bool changed = _news.whole || !_news.records.empty() || _offersAgain;
+  return changed ? LoomerSyncModeSlow : LoomerSyncModeFast;
+}
+
+double HubClient::sessionBeginSessionTimeout() { return kBeginTimeoutSeconds; }
+
+double HubClient::sessionPullChangesTimeout() { return kPullTimeoutSeconds; }
+
+bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String&) {
+  const auto state = ClientTable(_store).find(kHubClientIdentifier);
+  _client = state ? state->id : 0;
+  _offersAgain = _news.room > 0 && leftOutOfHub(*driver.client());
+  return true;
+}
+
+Dictionary HubClient::recordsForEntityName(const String& entityName, bool& moreComing, String&) {
+  if (!_hasTree) readTree();
+  const EntitySchema& schema = *_schema.named(entityName);
+  std::size_t& next = _given[static_cast<std::size_t>(schema.entity)];
+  Dictionary records;
+  for (; next < _tree.size(); ++next) {
+    if (entityOf(_tree[next]) != schema.entity) continue;
+    if (records.size() == kRecordsAtOnce) {
+      moreComing = true;
+      break;
+    }
+    records.set(_tree[next].id, dictionaryOf(schema, _tree[next]));
+  }
+  return records;
+}
+
+/// What the service holds: all that it told, or what the base says where it told nothing newer.
+void HubClient::readTree() {
+  _hasTree = true;
+  if (_offersAgain) BaseTable(_store).offerAgain(_client);
+  if (_news.whole) {
+    _tree = std::move(_news.records);
+    return;
+  }
+  std::unordered_map<String, const HubRecord*> newer;
+  for (const HubRecord& record : _news.records) newer.emplace(record.id, &record);
+  _tree = recordsOfBase();
+  std::erase_if(_tree, [&](const HubRecord& record) { return newer.contains(record.id); });
+  for (const HubRecord& record : _news.records) {
+    if (!record.deleted) _tree.push_back(record);
+  }
+}
+
+std::vector<HubRecord> HubClient::recordsOfBase() {
+  std::vector<HubRecord> records;
+  for (const ClientRecord& record : clientTree(BaseTable(_store).read(_client).records, {})) {
+    records.push_back(hubRecord(record));
+  }
+  return records;
+}
+
+Dictionary HubClient::changedRecordsForEntityName(const String&, bool&, String&) { return {}; }
+
+int HubClient::applyChange(const LoomerChange& change, const String& entityName, String&,
+                           const Dictionary* formattedRecord, String&) {
+  if (change.type() == LoomerChangeTypeDelete) return erase(change.recordIdentifier());
+  return put(*_schema.named(entityName), change.recordIdentifier(), *formattedRecord,
+             change.type() == LoomerChangeTypeAdd);
+}
+
+int HubClient::erase(const String& id) {
+  HubRecord& tombstone = _push.emplace_back();
+  tombstone.id = id;
+  tombstone.deleted = true;
+  ++_news.room;
+  return LoomerChangeAccepted;
+}
+
+int HubClient::put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew) {
+  if (isNew && _news.room <= 0) {
+    ++_leftOut;
+    return LoomerChangeRefused;
+  }
+  if (isNew) --_news.room;
+  _push.push_back(hubRecord(clientRecord(schema, id, record)));
+  return LoomerChangeAccepted;
+}
+
+bool HubClient::deleteAllRecordsForEntityName(const String& entityName, String&) {
+  if (!_hasTree) readTree();
+  const EntitySchema& schema = *_schema.named(entityName);
+  for (const HubRecord& record : _tree) {
+    if (entityOf(record) == schema.entity) erase(record.id);
+  }
+  return true;
+}
+
+bool HubClient::sessionDriverDidPull(LoomerSessionDriver&, String&) { return true; }
+
+bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
+  pelto::HubSeen seen = _news.now;
+  if (!_push.empty()) {
+    _overtaken = !_hub.push({_news.now, _mark, std::move(_push)});
+    if (_overtaken) {
+      error = "another computer gave changes in the meantime";
+      return false;
+    }
+    ++seen.revision;
+    seen.mark = _mark;
+  }
+  if (seen != _seen) storeSeen(*driver.client(), seen);
+  if (_leftOut > 0) driver.client()->setObject(Value(true), kLeftOutKey);
+  if (_leftOut == 0 && _offersAgain) driver.client()->setObject(std::nullopt, kLeftOutKey);
+  return true;
+}
+
+void HubClient::sessionDriverWillCancelSession(LoomerSessionDriver&) {}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
+
+namespace corvane::loomer {
+
+/// The online service's name among the engine's clients.
+inline constexpr const char* kHubClientIdentifier = "com.keldra.Pelto";
+
+/// The state of the service that the client's base stands for; nothing before the first exchange.
+std::optional<pelto::HubSeen> seenByHubClient(LoomerClient& client);
+
+/// Whether something stayed out of the service because the account had no room.
+bool leftOutOfHub(LoomerClient& client);
+
+/// One session of the online service as a client of the engine. Its tree is what its base says with the news
+/// from the service on top; what it is handed down becomes one push. It keeps the service's ids as its local
+/// ids, and takes the engine's identifiers for additions, so that a record has one id on every computer.
+class HubClient : public LoomerSessionDriverDataSource {
+ public:
+  /// `hub` and `store` must outlive this object. `seen` is the state from which `news` were asked.
+  HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen, pelto::HubNews news);
+
+  /// Whether the session was cancelled because another computer gave changes in between.
+  bool wasOvertaken() const { return _overtaken; }
+  /// Additions that the account had no room for.
+  std::size_t leftOut() const { return _leftOut; }
+
+  String clientIdentifier() override { return kHubClientIdentifier; }
+  std::optional<Url> clientDescriptionURL() override { return std::nullopt; }
+  std::vector<Url> schemaBundleURLs() override { return {bookmarksSchemaUrl()}; }
+  std::vector<String> entityNamesToSync() override;
+  int preferredSyncModeForEntityName(const String& entityName) override;
+  double sessionBeginSessionTimeout() override;
+  double sessionPullChangesTimeout() override;
+  Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
+                  const Dictionary* formattedRecord, String& error) override;
+  bool deleteAllRecordsForEntityName(const String& entityName, String& error) override;
+  bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) override;
+  bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) override;
+  bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) override;
+  void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
+  bool tellsEveryChange() override { return true; }
+  bool wasRestored() override;
+  void willTakeChanges(const String& mark) override { _mark = mark; }
+  std::optional<bool> tookChanges(const String& mark) override { return _hub.hasPush(mark); }
+
+ private:
+  void readTree();
+  std::vector<pelto::HubRecord> recordsOfBase();
+  int erase(const String& id);
+  int put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew);
+
+  TruthStore& _store;
+  pelto::Hub& _hub;
+  RecordSchema _schema;
+  std::optional<pelto::HubSeen> _seen;
+  pelto::HubNews _news;
+  std::int64_t _client = 0;  // its row in the store
+
+  bool _hasTree = false;
+  std::vector<pelto::HubRecord> _tree;
+  std::array<std::size_t, 2> _given{};  // how far each entity's records were given
+
+  String _mark;
+  std::vector<pelto::HubRecord> _push;
+  bool _offersAgain = false;  // what there was no room for before
+  std::size_t _leftOut = 0;
+  bool _overtaken = false;
+};
+
+}  // namespace corvane::loomer

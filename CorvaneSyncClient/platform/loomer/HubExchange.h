@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+
+namespace corvane::loomer {
+
+class EmbeddedManager;
+
+/// Makes the way to the online service, contacting nobody; null when there is no account.
+using HubMaker = std::function<std::unique_ptr<pelto::Hub>()>;
+
+/// Exchanges changes between the truth and the online service, around the sessions of one run. Whatever goes
+/// wrong there ends the exchanges of this object with one line in the system log and nothing else: the next
+/// run catches up.
+class HubExchange {
+ public:
+  /// `manager` must outlive this object.
+  HubExchange(EmbeddedManager& manager, HubMaker makeHub);
+  ~HubExchange();
+
+  /// Takes in what the service has that this computer has not seen, and gives what it lacks.
+  void run();
+  /// Gives what the service lacks; asks it nothing where it lacks nothing.
+  void giveNews();
+
+ private:
+  void exchange();
+  /// Answers false when another computer was faster, or another account was met than before: to be repeated.
+  bool exchangeOnce();
+  bool runSession(LoomerClient& client, HubClient source);
+  LoomerClient& hubClient();
+  bool hasNewsForHub();
+
+  EmbeddedManager& _manager;
+  HubMaker _makeHub;
+  std::unique_ptr<pelto::Hub> _hub;
+  bool _ended = false;  // nothing more is exchanged: there is no account, it is switched off, or it failed
+};
+
+/// Runs a client's sessions between two exchanges with the online service.
+class ExchangingSessionDriver : public LoomerSessionDriver {
+ public:
+  ExchangingSessionDriver(std::unique_ptr<LoomerSessionDriver> driver, std::unique_ptr<HubExchange> exchange);
+
+  void _setClient(LoomerClient* client) override { _driver->_setClient(client); }
+  LoomerClient* client() override { return _driver->client(); }
+  bool sync() override;
+  String lastError() override { return _driver->lastError(); }
+
+ private:
+  std::unique_ptr<LoomerSessionDriver> _driver;
+  std::unique_ptr<HubExchange> _exchange;
+};
+
+}  // namespace corvane::loomer

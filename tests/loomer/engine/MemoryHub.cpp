@@ -1,0 +1,86 @@
+#include "tests/loomer/engine/MemoryHub.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace corvane {
+
+class MemoryHub::Connection : public pelto::Hub {
+ public:
+  explicit Connection(MemoryHub& hub) : _hub(hub) {}
+
+  pelto::HubNews news(const std::optional<pelto::HubSeen>& seen) override {
+    note("news");
+    const State& state = _hub.state;
+    pelto::HubNews news;
+    news.now = state.now;
+    news.enabled = _hub.enabled;
+    if (!news.enabled) return news;
+    news.continues = seen && seen->account == state.now.account && isOfThePast(*seen);
+    news.whole = !news.continues || seen->revision < state.forgotten;
+    news.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
+    for (const auto& [id, record] : state.records) {
+      const bool isNew = news.whole || state.revisions.at(id) > seen->revision;
+      if (isNew && !(news.whole && record.deleted)) news.records.push_back(record);
+    }
+    return news;
+  }
+
+  bool push(const pelto::HubPush& push) override {
+    note("push");
+    State& state = _hub.state;
+    if (!(push.expected == state.now)) return false;
+    const std::int64_t revision = ++state.now.revision;
+    state.now.mark = push.mark;
+    state.marks[revision] = push.mark.toString();
+    for (const pelto::HubRecord& record : push.records) {
+      state.records[record.id.toString()] = record;
+      state.revisions[record.id.toString()] = revision;
+    }
+    note("pushed");
+    return true;
+  }
+
+  bool hasPush(const String& mark) override {
+    note("has push");
+    return std::any_of(_hub.state.marks.begin(), _hub.state.marks.end(),
+                       [&](const auto& each) { return mark == each.second; });
+  }
+
+  bool isEnabled(const String&) override { return _hub.enabled; }
+  void setEnabled(const String&, bool enabled) override { _hub.enabled = enabled; }
+
+ private:
+  bool isOfThePast(const pelto::HubSeen& seen) const {
+    const auto found = _hub.state.marks.find(seen.revision);
+    return seen.revision == 0 ? !seen.mark : found != _hub.state.marks.end() && seen.mark == found->second;
+  }
+
+  void note(const std::string& call) {
+    _hub.calls.push_back(call);
+    if (_hub.onCall) _hub.onCall(call);
+  }
+
+  MemoryHub& _hub;
+};
+
+MemoryHub::MemoryHub() { state.now.account = "0A000000-0000-4000-8000-000000000001"; }
+
+std::unique_ptr<pelto::Hub> MemoryHub::connect() { return std::make_unique<Connection>(*this); }
+
+void MemoryHub::dropTombstones() {
+  std::erase_if(state.records, [&](const auto& each) {
+    if (!each.second.deleted) return false;
+    state.forgotten = std::max(state.forgotten, state.revisions.at(each.first));
+    return true;
+  });
+}
+
+std::size_t MemoryHub::live() const {
+  return static_cast<std::size_t>(std::count_if(state.records.begin(), state.records.end(),
+                                                [](const auto& each) { return !each.second.deleted; }));
+}
+
+void failAsService(const std::string& reason) { throw PlatformException(pelto::DotPeltoException, reason); }
+
+}  // namespace corvane

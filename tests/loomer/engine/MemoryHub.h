@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
+
+namespace corvane {
+
+/// One account of an online service in memory, shared by the computers of a test. A test makes it fail, and
+/// puts it back to earlier states.
+class MemoryHub {
+ public:
+  struct State {
+    pelto::HubSeen now;
+    std::map<std::string, pelto::HubRecord> records;  ///< tombstones included
+    std::map<std::string, std::int64_t> revisions;    ///< of each record
+    std::map<std::int64_t, std::string> marks;        ///< of each revision
+    std::int64_t forgotten = 0;                       ///< the newest tombstone dropped
+  };
+
+  MemoryHub();
+
+  /// The account as one more computer reaches it. This object must outlive it.
+  std::unique_ptr<pelto::Hub> connect();
+  /// Forgets tombstones, as a service does after a long time.
+  void dropTombstones();
+  std::size_t live() const;
+
+  State state;
+  bool enabled = true;
+  std::int64_t limit = 1'000'000;
+
+  /// Called with "news", "push", "pushed" and "has push"; what it raises, the call raises. At "pushed" the
+  /// push stands already.
+  std::function<void(const std::string&)> onCall;
+  std::vector<std::string> calls;
+
+ private:
+  class Connection;
+};
+
+/// What a test has the service raise.
+[[noreturn]] void failAsService(const std::string& reason);
+
+}  // namespace corvane

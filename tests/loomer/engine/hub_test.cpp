@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
+#include "tests/loomer/engine/EngineFixture.h"
+#include "tests/loomer/engine/MemoryHub.h"
+
+namespace corvane {
+namespace {
+
+/// A computer: a store of its own with one bookmarks client, which syncs with the service.
+class Computer {
+ public:
+  Computer(std::unique_ptr<ScriptedClient> scripted, const std::string& home, MemoryHub& hub)
+      : client(std::move(scripted)),
+        _manager(std::make_unique<loomer::EmbeddedManager>(loomer::storePathForHome(home))) {
+    _manager->useHub([&hub] { return hub.connect(); });
+  }
+
+  /// Answers the session's error, empty for a success.
+  std::string sync() {
+    const LoomerManagerScope current(*_manager);
+    return client->sync();
+  }
+  loomer::TruthStore& store() { return _manager->store(); }
+  std::int64_t number(const char* sql) { return store().database().integer(sql, "test"); }
+  std::string text() const { return client->text(); }
+  std::string find(const std::string& name) const { return client->find(name); }
+
+  std::unique_ptr<ScriptedClient> client;
+
+ private:
+  std::unique_ptr<loomer::EmbeddedManager> _manager;
+};
+
+class HubTest : public EngineTest {
+ protected:
+  std::unique_ptr<Computer> makeComputer(const std::string& name) {
+    return std::make_unique<Computer>(makeClient(name), platform.directory / ("home of " + name), hub);
+  }
+
+  void TearDown() override {
+    for (Computer* computer : {a.get(), b.get()}) {
+      EXPECT_EQ(loomer::checkStore(computer->store()), std::vector<std::string>());
+    }
+    EngineTest::TearDown();
+  }
+
+  /// Two rounds, after which both computers and the service agree and nothing moves any more.
+  void settle() {
+    for (int round = 0; round < 2; ++round) {
+      ASSERT_EQ(a->sync(), "");
+      ASSERT_EQ(b->sync(), "");
+    }
+    ASSERT_EQ(a->sync(), "");
+    EXPECT_EQ(a->text(), b->text());
+    const auto revision = hub.state.now.revision;
+    ASSERT_EQ(a->sync(), "");
+    ASSERT_EQ(b->sync(), "");
+    EXPECT_EQ(hub.state.now.revision, revision) << "a session with nothing new changes the service";
+    EXPECT_EQ(a->client->handedDown.size() + b->client->handedDown.size(), 0u);
+  }
+
+  /// The service fails at the first `call` from here on.
+  void failOnce(const std::string& call) {
+    hub.onCall = [this, call](const std::string& now) {
+      if (now != call) return;
+      hub.onCall = nullptr;
+      failAsService("it was cut off.");
+    };
+  }
+
+  void expectAlone(int times = 1, const std::string& reason = "it was cut off.") {
+    for (int i = 0; i < times; ++i) {
+      platform.log.expectMessages(
+          {"Bookmarks were synced on this computer alone, not with the online service: " + reason});
+    }
+  }
+
+  MemoryHub hub;
+  std::unique_ptr<Computer> a = makeComputer("a"), b = makeComputer("b");
+};
+
+TEST_F(HubTest, WhatOneComputerAddsArrivesAtTheOtherInItsOrder) {
+  const std::string folder = a->client->addFolder("", "F");
+  a->client->addBookmark(folder, "1", "http://1/");
+  a->client->addBookmark(folder, "2", "http://2/");
+  a->client->addBookmark("", "3", "http://3/");
+  settle();
+  EXPECT_EQ(b->text(), "F[1(http://1/) 2(http://2/)] 3(http://3/)");
+}
+
+TEST_F(HubTest, EditsMovesAndDeletionsOfBothSidesMeet) {
+  const std::string folder = a->client->addFolder("", "F");
+  for (const char* name : {"1", "2", "3", "4"}) a->client->addBookmark(folder, name, "http://x/");
+  settle();
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("3"));
+  b->client->readdress(b->find("1"), "http://one/");
+  b->client->move(b->find("4"), b->find("F"), 0);
+  b->client->move(b->find("2"), "");
+  settle();
+  EXPECT_EQ(a->text(), "F[4(http://x/) one(http://one/)] 2(http://x/)");
+}
+
+TEST_F(HubTest, FirstSessionsOfTwoHistoriesMakeOne) {
+  for (Computer* computer : {a.get(), b.get()}) {
+    const std::string bar = computer->client->addSpecial("BookmarksBar");
+    computer->client->addBookmark(bar, "Same", "http://same/");
+  }
+  a->client->addBookmark("", "Of a", "http://a/");
+  b->client->addBookmark("", "Of b", "http://b/");
+  settle();
+  EXPECT_EQ(a->client->nodes.size(), 4u) << a->text();
+  EXPECT_EQ(hub.live(), 4u);
+}
+
+TEST_F(HubTest, QuietSessionAsksOnceAndStoresNothing) {
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  const auto sessions = a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'");
+  hub.calls.clear();
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.calls, std::vector<std::string>{"news"});
+  EXPECT_EQ(a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'"), sessions);
+}
+
+TEST_F(HubTest, SwitchedOffNothingLeavesTheComputer) {
+  hub.enabled = false;
+  a->client->addBookmark("", "1", "http://1/");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.calls, std::vector<std::string>{"news"});
+  EXPECT_EQ(hub.state.now.revision, 0);
+  hub.enabled = true;
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/)");
+}
+
+TEST_F(HubTest, OfflineTheComputerSyncsAloneAndCatchesUp) {
+  settle();
+  hub.onCall = [](const std::string&) { failAsService("there is no network."); };
+  a->client->addBookmark("", "1", "http://1/");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(a->number("SELECT count(*) FROM records WHERE id > 0"), 1);
+  EXPECT_EQ(platform.log.messages.size(), 1u) << "one line and no more";
+  expectAlone(1, "there is no network.");
+  hub.onCall = nullptr;
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/)");
+}
+
+TEST_F(HubTest, ComputersThatGiveAtOneMomentTakeTurns) {
+  settle();
+  a->client->addBookmark("", "Of a", "http://a/");
+  b->client->addBookmark("", "Of b", "http://b/");
+  hub.onCall = [this](const std::string& call) {
+    if (call != "push") return;
+    hub.onCall = nullptr;
+    ASSERT_EQ(b->sync(), "");
+  };
+  ASSERT_EQ(a->sync(), "");
+  settle();
+  EXPECT_EQ(a->client->nodes.size(), 2u);
+}
+
+TEST_F(HubTest, CutOffBeforeThePushItIsGivenAgain) {
+  a->client->addBookmark("", "1", "http://1/");
+  failOnce("push");
+  ASSERT_EQ(a->sync(), "");
+  expectAlone();
+  EXPECT_EQ(hub.live(), 0u);
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/)");
+}
+
+class CutOffAfterThePush : public HubTest {
+ protected:
+  /// The push stands, and the computer does not hear of it.
+  void syncCutOff() {
+    failOnce("pushed");
+    ASSERT_EQ(a->sync(), "");
+    expectAlone();
+  }
+};
+
+TEST_F(CutOffAfterThePush, NothingIsThereTwice) {
+  a->client->addBookmark("", "1", "http://1/");
+  syncCutOff();
+  EXPECT_EQ(hub.live(), 1u);
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/)");
+}
+
+TEST_F(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
+  a->client->addBookmark("", "1", "http://1/");
+  a->client->addBookmark("", "2", "http://2/");
+  settle();
+  a->client->rename(a->find("1"), "one");
+  a->client->rename(a->find("2"), "two");
+  a->client->addBookmark("", "3", "http://3/");
+  syncCutOff();
+  ASSERT_EQ(b->sync(), "");
+  b->client->rename(b->find("two"), "zwei");
+  b->client->remove(b->find("3"));
+  ASSERT_EQ(b->sync(), "");
+  a->client->rename(a->find("one"), "uno");
+  settle();
+  EXPECT_EQ(a->text(), "uno(http://1/) zwei(http://2/)");
+}
+
+TEST_F(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  a->client->readdress(a->find("1"), "http://one/");
+  hub.onCall = [](const std::string& call) {
+    if (call == "pushed") throw 1;
+  };
+  EXPECT_THROW(a->sync(), int);
+  hub.onCall = nullptr;
+  a->client->readdress(a->find("1"), "http://uno/");
+  settle();
+  EXPECT_EQ(b->text(), "1(http://uno/)");
+}
+
+TEST_F(HubTest, EmptiedServiceIsFilledAgain) {
+  a->client->addBookmark("", "1", "http://1/");
+  a->client->addBookmark("", "2", "http://2/");
+  settle();
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  b->client->rename(b->find("2"), "two");
+  platform.log.expectMessages(
+      {"The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
+       "deleted for being missing there",
+       "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
+       "deleted for being missing there"});
+  settle();
+  EXPECT_EQ(a->text(), "1(http://1/) two(http://2/)");
+  EXPECT_EQ(hub.live(), 2u);
+}
+
+TEST_F(HubTest, RestoredServiceTakesNothingBack) {
+  const std::string folder = a->client->addFolder("", "F");
+  for (const char* name : {"1", "2", "3"}) a->client->addBookmark(folder, name, "http://x/");
+  settle();
+  const MemoryHub::State backup = hub.state;
+  a->client->rename(a->find("1"), "one");
+  a->client->move(a->find("2"), "");
+  a->client->addBookmark("", "4", "http://4/");
+  settle();
+  hub.state = backup;
+  // Another revision of the same number makes the numbers alone look as if nothing had happened.
+  b->client->addBookmark("", "5", "http://5/");
+  const std::string line =
+      "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
+      "deleted for being missing there";
+  platform.log.expectMessages({line, line});
+  ASSERT_EQ(b->sync(), "");
+  b->client->addBookmark("", "6", "http://6/");
+  settle();
+  EXPECT_EQ(a->text(), "F[one(http://x/) 3(http://x/)] 2(http://x/) 4(http://4/) 5(http://5/) 6(http://6/)");
+  EXPECT_EQ(hub.live(), 7u);
+}
+
+TEST_F(HubTest, AnotherAccountIsMetAnew) {
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  hub.state = {};
+  hub.state.now.account = "0B000000-0000-4000-8000-000000000002";
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(hub.live(), 1u);
+}
+
+TEST_F(HubTest, ComputerThatStayedAwayForLongHearsOfEveryDeletion) {
+  for (const char* name : {"1", "2", "3"}) a->client->addBookmark("", name, "http://x/");
+  settle();
+  a->client->remove(a->find("2"));
+  ASSERT_EQ(a->sync(), "");
+  hub.dropTombstones();
+  settle();
+  EXPECT_EQ(b->text(), "1(http://x/) 3(http://x/)");
+}
+
+TEST_F(HubTest, WhatAUserDeletedNeedsNoApprovalOnTheOthersComputers) {
+  for (int i = 0; i < 60; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  settle();
+  for (int i = 0; i < 29; ++i) a->client->remove(a->find(std::to_string(i)));
+  ASSERT_EQ(a->sync(), "");
+  for (int i = 29; i < 44; ++i) a->client->remove(a->find(std::to_string(i)));
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 16u) << "44 of 60 at once";
+}
+
+TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
+  hub.limit = 2;
+  for (const char* name : {"1", "2", "3"}) a->client->addBookmark("", name, "http://x/");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 2u);
+  platform.log.expectMessages(
+      {"The account at the online service is full: 1 bookmarks and folders stay on this computer"});
+  a->client->rename(a->client->find("3"), "three");
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(b->text(), "2(http://x/) three(http://x/)") << "changes still go";
+  EXPECT_EQ(a->client->nodes.size(), 3u);
+  hub.limit = 3;
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 3u);
+}
+
+}  // namespace
+}  // namespace corvane
