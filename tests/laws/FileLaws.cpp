@@ -136,7 +136,7 @@ class RandomWorld {
  private:
   void change(BrowserFile& file, const Step& step, std::size_t entry, std::size_t folder) {
     const bool isBookmark = !file.at(entry).isFolder;
-    if (step.kind == StepKind::rename) {
+    if (step.kind == StepKind::rename && file.title(entry) != _anchor) {
       // What is called otherwise now was not deleted; nor is what another client still calls by this name.
       _gone.insert(file.title(entry));
       file.rename(entry, newTitle());
