@@ -1,0 +1,200 @@
+#include <functional>
+
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "tests/pelto/HubFixture.h"
+
+// One account's credentials, whatever is tried with them, see and touch that account alone, and within it
+// nothing but what the functions allow.
+
+namespace corvane::pelto {
+namespace {
+
+/// SQLSTATE of what the statements end with; empty when the server takes them.
+std::string stateOf(const std::string& url, const std::string& statements) {
+  try {
+    runSql(url, statements);
+    return {};
+  } catch (const PostgresError& error) {
+    return error.state();
+  }
+}
+
+constexpr const char* kNotPermitted = "42501";
+
+class IsolationTest : public HubTest {
+ protected:
+  IsolationTest() { PostgresHub(other, computer).setEnabled(kHubDataClass, true); }
+  ~IsolationTest() override { EXPECT_EQ(everything(), before) << "somebody else's rows changed"; }
+
+  /// All rows of the account that somebody else tries to reach.
+  std::string everything() {
+    std::string rows;
+    for (const std::string table : {"accounts", "records", "pushes", "computers", "settings"}) {
+      rows += server.administer("SELECT string_agg(t::text, E'\\n' ORDER BY t::text) FROM corvane_hub." +
+                                table + " AS t WHERE " + (table == "accounts" ? "id" : "account") +
+                                " = (SELECT id FROM corvane_hub.accounts WHERE role = '" + user + "')") +
+              "\n";
+    }
+    return rows;
+  }
+  std::string accountNumber() {
+    return server.administer("SELECT id FROM corvane_hub.accounts WHERE role = '" + user + "'");
+  }
+
+  const HubRecord record = bookmark("Private", "http://private/");
+  const std::string other = server.addAccount();
+  const std::string before = (give({record}), everything());
+};
+
+TEST_F(IsolationTest, SeesItsOwnRowsAlone) {
+  for (const std::string table : {"accounts", "records", "pushes", "computers", "settings"}) {
+    SCOPED_TRACE(table);
+    const std::string key = table == "accounts" ? "id" : "account";
+    EXPECT_EQ(runSql(other,
+                     "SELECT count(*) FROM corvane_hub." + table + " WHERE " + key + " = " + accountNumber()),
+              "0");
+    EXPECT_EQ(runSql(other, "SELECT count(DISTINCT " + key + ") <= 1 FROM corvane_hub." + table), "t");
+    EXPECT_NE(runSql(url, "SELECT count(*) FROM corvane_hub." + table), "0") << "the owner does see them";
+  }
+  EXPECT_EQ(runSql(other, "SELECT count(*) FROM corvane_hub.accounts"), "1");
+}
+
+TEST_F(IsolationTest, WritesToNoTable) {
+  const std::string number = accountNumber();
+  for (const std::string& who : {other, url}) {
+    for (const std::string table : {"accounts", "records", "pushes", "computers", "settings", "version"}) {
+      SCOPED_TRACE(table);
+      const std::string name = "corvane_hub." + table;
+      EXPECT_EQ(stateOf(who, "INSERT INTO " + name + " DEFAULT VALUES"), kNotPermitted);
+      EXPECT_EQ(stateOf(who, "DELETE FROM " + name), kNotPermitted);
+      EXPECT_EQ(stateOf(who, "TRUNCATE " + name), kNotPermitted);
+      EXPECT_EQ(stateOf(who, "SELECT * FROM " + name + " FOR UPDATE"), kNotPermitted);
+      EXPECT_EQ(stateOf(who, "BEGIN; LOCK " + name + " IN ACCESS EXCLUSIVE MODE"), kNotPermitted);
+      EXPECT_EQ(stateOf(who, "ALTER TABLE " + name + " DISABLE ROW LEVEL SECURITY"), kNotPermitted);
+      EXPECT_EQ(stateOf(who, "DROP TABLE " + name), kNotPermitted);
+    }
+    EXPECT_EQ(stateOf(who, "UPDATE corvane_hub.accounts SET revision = 0, mark = NULL"), kNotPermitted);
+    EXPECT_EQ(stateOf(who, "UPDATE corvane_hub.accounts SET record_limit = 2000000"), kNotPermitted);
+    EXPECT_EQ(stateOf(who, "UPDATE corvane_hub.records SET name = NULL"), kNotPermitted);
+    EXPECT_EQ(stateOf(who, "UPDATE corvane_hub.settings SET enabled = false"), kNotPermitted);
+    EXPECT_EQ(stateOf(who, "COPY corvane_hub.records FROM STDIN"), kNotPermitted);
+    EXPECT_EQ(stateOf(who, "DROP POLICY own ON corvane_hub.records"), kNotPermitted);
+    EXPECT_EQ(stateOf(who, "CREATE POLICY all_rows ON corvane_hub.records USING (true)"), kNotPermitted);
+  }
+}
+
+TEST_F(IsolationTest, PartitionsAreNoWayAround) {
+  for (int part = 0; part < 64; ++part) {
+    EXPECT_EQ(stateOf(other, "SELECT * FROM corvane_hub.records_" + std::to_string(part)), kNotPermitted);
+  }
+  for (int part = 0; part < 16; ++part) {
+    EXPECT_EQ(stateOf(other, "SELECT * FROM corvane_hub.pushes_" + std::to_string(part)), kNotPermitted);
+  }
+}
+
+TEST_F(IsolationTest, FunctionsActForTheCallerAlone) {
+  const HubSeen now = hub.news({}).now;
+  PostgresHub stranger(other, computer);
+  EXPECT_FALSE(stranger.push({now, newUuidString(), {tombstone(record)}})) << "another account's state";
+  EXPECT_FALSE(stranger.hasPush(now.mark));
+  EXPECT_FALSE(stranger.news(now).continues);
+
+  give(stranger, {tombstone(record), bookmark("Own", "http://own/")});
+  stranger.setEnabled(kHubDataClass, false);
+  EXPECT_EQ(held(), text({record})) << "one id in two accounts is two records";
+}
+
+TEST_F(IsolationTest, RecordsAreWrittenWithinAPushAlone) {
+  const std::string put = "SELECT corvane_hub.put_records(ARRAY['" + record.id.toString() +
+                          "'::uuid], ARRAY[false], ARRAY[NULL::uuid], ARRAY[0], ARRAY[NULL::bytea], "
+                          "ARRAY[NULL::bytea], ARRAY[false], "
+                          "ARRAY[false], ARRAY[true])";
+  constexpr const char* kNoPush = "55000";
+  for (const std::string& who : {url, other}) {
+    EXPECT_EQ(stateOf(who, put), kNoPush);
+    EXPECT_EQ(stateOf(who, "BEGIN; " + put), kNoPush);
+  }
+}
+
+TEST_F(IsolationTest, FunctionsOfTheAdministratorAreNotToBeCalled) {
+  const std::string calls[] = {
+      "corvane_hub.forget_old(" + accountNumber() + ")",       "corvane_hub.add_account('another', 'secret')",
+      "corvane_hub.change_password('" + user + "', 'secret')", "corvane_hub.remove_account('" + user + "')",
+      "corvane_hub.readable_records('" + user + "')",          "corvane_hub.readable('abc'::bytea)",
+  };
+  for (const std::string& call : calls) EXPECT_EQ(stateOf(other, "SELECT " + call), kNotPermitted) << call;
+}
+
+TEST_F(IsolationTest, NoOtherRoleIsToBeHad) {
+  const std::string statements[] = {
+      "SET ROLE corvane_hub_owner",
+      "SET ROLE administrator",
+      "SET ROLE " + user,
+      "SET SESSION AUTHORIZATION " + user,
+      "GRANT corvane_hub_owner TO CURRENT_USER",
+      "GRANT " + user + " TO CURRENT_USER",
+      "ALTER ROLE " + user + " PASSWORD 'secret'",
+      "ALTER ROLE CURRENT_USER BYPASSRLS",
+      "ALTER ROLE CURRENT_USER CONNECTION LIMIT -1",
+      "CREATE ROLE another",
+      "DROP ROLE " + user,
+      "SELECT * FROM pg_authid",
+      "SELECT pg_read_file('postgresql.conf')",
+      "COPY (SELECT 1) TO PROGRAM 'true'",
+      "SELECT pg_terminate_backend(pid) FROM pg_stat_get_activity(NULL) WHERE pid <> pg_backend_pid()"
+      " AND usesysid = (SELECT oid FROM pg_roles WHERE rolname = '" +
+          user + "')",
+  };
+  hub.news({});  // a connection of the owner's stands
+  for (const std::string& statement : statements)
+    EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
+
+  // The group's role is everybody's, and gives nothing more: policies go by who logged in.
+  EXPECT_EQ(
+      runSql(other, "SET ROLE corvane_account; SELECT count(*) FROM corvane_hub.records WHERE account = " +
+                        accountNumber()),
+      "0");
+  EXPECT_EQ(stateOf(other, "SET row_security = off; SELECT * FROM corvane_hub.records"), kNotPermitted);
+}
+
+TEST_F(IsolationTest, NothingElseIsToBeStored) {
+  const std::string statements[] = {
+      "CREATE TABLE corvane_hub.mine(a int)",
+      "CREATE FUNCTION corvane_hub.mine() RETURNS int LANGUAGE sql AS 'SELECT 1'",
+      "CREATE TABLE public.mine(a int)",
+      "CREATE TEMPORARY TABLE mine(a int)",
+      "CREATE SCHEMA mine",
+      "CREATE DATABASE mine",
+      "SELECT lo_create(0)",
+      "SELECT lo_from_bytea(0, 'abc')",
+      "SELECT lo_creat(-1)",
+  };
+  for (const std::string& statement : statements)
+    EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
+}
+
+TEST_F(IsolationTest, OperatorsThatLeakSeeNoForeignRow) {
+  // Division by zero would tell of a row that the policy hides, were it tried first.
+  EXPECT_EQ(
+      stateOf(other, "SELECT * FROM corvane_hub.records WHERE 1 / (account - " + accountNumber() + ") = 0"),
+      "");
+  EXPECT_EQ(stateOf(other, "SELECT * FROM corvane_hub.accounts WHERE 1 / (id - " + accountNumber() + ") = 0"),
+            "");
+}
+
+TEST_F(IsolationTest, RoleWithoutAnAccountHasNothing) {
+  administer(
+      "CREATE ROLE stranger LOGIN PASSWORD 'secret'; CREATE ROLE member LOGIN PASSWORD 'secret' IN ROLE "
+      "corvane_account");
+  PostgresHub stranger(server.url("stranger", "secret"), computer),
+      member(server.url("member", "secret"), computer);
+  EXPECT_THAT(failureOf([&] { stranger.news({}); }), testing::HasSubstr("the server refused the user"));
+  EXPECT_THAT(failureOf([&] { member.news({}); }), testing::HasSubstr("the user has no account there"));
+  EXPECT_FALSE(member.hasPush(newUuidString()));
+  EXPECT_FALSE(member.push({hub.news({}).now, newUuidString(), {}}));
+  EXPECT_NE(failureOf([&] { member.setEnabled(kHubDataClass, true); }), "");
+  administer("DROP ROLE stranger; DROP ROLE member");
+}
+
+}  // namespace
+}  // namespace corvane::pelto
