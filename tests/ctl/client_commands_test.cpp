@@ -1,4 +1,4 @@
-// `plan`, `approve` and `reset`, and how commands that write wait for sessions.
+// `plan`, `approve`, `giveback` and `reset`, and how commands that write wait for sessions.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -52,7 +52,7 @@ TEST_F(ClientCommandsTest, PlanOfAClientThatNeverSynced) {
 
 TEST_F(ClientCommandsTest, UnknownClientsAreRefusedWithTheNamesThatThereAre) {
   seed();
-  for (const char* command : {"plan", "approve", "reset"}) {
+  for (const char* command : {"plan", "approve", "giveback", "reset"}) {
     const Run run = ctl({command, "nobody"});
     EXPECT_EQ(run.status, 1) << command;
     EXPECT_THAT(run.err, HasSubstr("There is no client \"nobody\". Registered: a, b.")) << command;
@@ -61,7 +61,9 @@ TEST_F(ClientCommandsTest, UnknownClientsAreRefusedWithTheNamesThatThereAre) {
 
 TEST_F(ClientCommandsTest, ResetReplacesTheClientAtItsNextSession) {
   seed();
-  EXPECT_EQ(ctl({"reset", "b"}).status, 0);
+  const Run run = ctl({"reset", "b"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, AllOf(HasSubstr("entries hidden from sync"), HasSubstr("loomerctl giveback")));
   EXPECT_EQ(json({"plan", "b"}, "d['kind'], d['deleteAllFirst'], len(d['changes'])"), "replace True 6");
   b->addBookmark("", "Lost", "http://l/");
   ASSERT_EQ(b->sync(), "");
@@ -105,6 +107,36 @@ TEST_F(RefusedPlanTest, ApprovalServesOnceForExactlyThatPlan) {
   EXPECT_EQ(a->text(), "Other(http://o/)");
   EXPECT_EQ(ctl({"approve", "a"}).status, 1);
   EXPECT_EQ(json({"check"}, "d['sound']"), "True");
+}
+
+TEST_F(RefusedPlanTest, GiveBackBringsBackWhatIsLacking) {
+  refuse();
+  EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("`loomerctl giveback a`"));
+  const Run run = ctl({"giveback", "a"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.out, HasSubstr("At its next session a is given back whatever it lacks."));
+  EXPECT_EQ(json({"plan", "a"}, "d['refusedPlan'], d['kind'], d['givesBack'], d['deleteAllFirst']"),
+            "None refresh True False");
+  EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("is given back whatever it lacks then"));
+  EXPECT_EQ(json({"clients"}, "[c['giveBackPending'] for c in d]"), "[True, False]");
+  EXPECT_EQ(json({"status"}, "[(w['client'], w['giveBackPending']) for w in d['waiting']]"), "[('a', True)]");
+  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a) will be given back what it lacks"));
+  const Run approved = ctl({"approve", "a"});
+  EXPECT_EQ(approved.status, 1);
+  EXPECT_THAT(approved.err, HasSubstr("there is nothing to approve"));
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(a->text(), b->text());
+  EXPECT_EQ(json({"clients"}, "[c['giveBackPending'] for c in d]"), "[False, False]") << "it serves once";
+  EXPECT_EQ(json({"status"}, "d['waiting']"), "[]");
+}
+
+TEST_F(ClientCommandsTest, NothingIsGivenBackToAClientThatIsReset) {
+  seed();
+  ASSERT_EQ(ctl({"reset", "b"}).status, 0);
+  const Run run = ctl({"giveback", "b"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("nothing to give back"));
+  EXPECT_EQ(number("SELECT sum(give_back_pending) FROM clients"), 0);
 }
 
 TEST_F(RefusedPlanTest, ResetComesBeforeARefusedPlan) {

@@ -1,4 +1,4 @@
-// `plan`, `approve` and `reset`.
+// `plan`, `approve`, `giveback` and `reset`.
 
 #include <unordered_map>
 
@@ -23,6 +23,7 @@ struct NextSession {
   SessionKind kind = SessionKind::fast;
   bool first = false;  ///< the client never finished a session: it may hold some of this already
   bool deleteAllFirst = false;
+  bool givesBack = false;  ///< whatever the client lacks is given back to it
   std::vector<LoggedChange>
       changes;  ///< in the log's form, so that both read alike; in the order of handing down
 };
@@ -54,6 +55,7 @@ NextSession nextSession(TruthStore& store, const ClientState& client) {
   input.revision = truth.revision + 1;
   const MergeResult plan = merge(input);
   next.deleteAllFirst = plan.deleteAllFirst;
+  next.givesBack = client.giveBackPending && !next.deleteAllFirst;
   std::unordered_map<RecordId, const BaseRecord*> held;
   for (const BaseRecord& each : input.base) held.emplace(each.record, &each);
   const BaseRecord nothing;
@@ -68,6 +70,7 @@ void writeNext(JsonWriter& json, const NextSession& next) {
   json.member("kind", kindName(static_cast<int>(next.kind)));
   json.member("firstSession", next.first);
   json.member("deleteAllFirst", next.deleteAllFirst);
+  json.member("givesBack", next.givesBack);
   json.key("changes");
   json.beginArray();
   for (const LoggedChange& change : next.changes) {
@@ -85,6 +88,8 @@ void writeNext(JsonWriter& json, const NextSession& next) {
 void printNext(Output& out, RecordTable& records, const NextSession& next) {
   if (next.deleteAllFirst) {
     out.write("The client is reset: it deletes everything and is given all that is agreed.\n");
+  } else if (next.givesBack) {
+    out.write("The client is given back whatever it lacks then. Nothing is deleted because it lacks it.\n");
   } else if (next.first) {
     out.write("The client's first session compares everything. What it holds already is not given again.\n");
   }
@@ -137,7 +142,7 @@ void printRefused(Output& out, RecordTable& records, const ClientState& client, 
               ": the client's next session deletes them everywhere.\n");
   } else {
     out.write("`loomerctl approve " + name +
-              "` deletes them everywhere at the next session; `loomerctl reset " + name +
+              "` deletes them everywhere at the next session; `loomerctl giveback " + name +
               "` gives them back to the client.\n");
   }
 }
@@ -149,8 +154,9 @@ Status showPlan(Invocation& run) {
   const ClientState client = clientNamed(*store, run.options.argument);
   RecordTable records(*store);
   RefusalTable refusals(*store);
-  // A pending reset comes before what was refused: nothing is taken from the client then.
-  const auto refusal = client.resetPending ? std::nullopt : refusals.find(client.id);
+  // What is pending comes before what was refused: nothing is deleted for the client then.
+  const bool pending = client.resetPending || client.giveBackPending;
+  const auto refusal = pending ? std::nullopt : refusals.find(client.id);
   const std::vector<RecordId> deletions = refusal ? refusals.deletions(client.id) : std::vector<RecordId>();
   if (!run.options.json) {
     if (refusal) {
@@ -175,6 +181,16 @@ Status showPlan(Invocation& run) {
   return statusFine;
 }
 
+namespace {
+
+void refuseWhereReset(const ClientState& client, const std::string& wanted) {
+  if (!client.resetPending) return;
+  throw Refused{"The client \"" + printable(client.identifier.view()) +
+                "\" will be given everything anew at its next session; there is nothing to " + wanted + '.'};
+}
+
+}  // namespace
+
 Status approvePlan(Invocation& run) {
   const auto store = openStore();
   store->write([&] {
@@ -185,9 +201,10 @@ Status approvePlan(Invocation& run) {
       throw Refused{"There is nothing to approve: no session of \"" + run.options.argument +
                     "\" was refused."};
     }
-    if (client.resetPending) {
+    refuseWhereReset(client, "approve");
+    if (client.giveBackPending) {
       throw Refused{"The client \"" + run.options.argument +
-                    "\" will be given everything anew at its next session; there is nothing to approve."};
+                    "\" will be given back what it lacks at its next session; there is nothing to approve."};
     }
     refusals.approve(client.id, Platform::current().clock.now());
     run.out.write("The next session of " + printable(run.options.argument) + " may delete " +
@@ -197,14 +214,29 @@ Status approvePlan(Invocation& run) {
   return statusFine;
 }
 
+Status giveBack(Invocation& run) {
+  const auto store = openStore();
+  store->write([&] {
+    const ClientState client = clientNamed(*store, run.options.argument);
+    refuseWhereReset(client, "give back");
+    ClientTable(*store).setGiveBackPending(client.id, true);
+  });
+  run.out.write("At its next session " + printable(run.options.argument) +
+                " is given back whatever it lacks. Nothing is deleted because it lacks it.\n");
+  return statusFine;
+}
+
 Status resetClient(Invocation& run) {
   const auto store = openStore();
   store->write([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
     ClientTable(*store).setResetPending(client.id, true);
   });
-  run.out.write("At its next session " + printable(run.options.argument) +
-                " is given everything anew. What it changed since its last session is lost then.\n");
+  run.out.write(
+      "At its next session " + printable(run.options.argument) +
+      " is given everything anew. What it changed since its last session is lost then, and so is"
+      " whatever its file holds that is not synced: entries hidden from sync, and what other programs"
+      " noted with an entry. `loomerctl giveback` keeps all that.\n");
   return statusFine;
 }
 

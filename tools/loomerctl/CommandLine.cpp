@@ -27,7 +27,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"status", "", json, "what the store holds and what is waiting",
      "Shows the store's size, how many bookmarks, folders and clients it holds, the last session, and what\n"
-     "waits for the clients: pending resets and refused plans.\n",
+     "waits for the clients: what they are given back, pending resets, and refused plans.\n",
      showStatus},
     {"clients", "", json, "the registered clients",
      "One line for each client: what it holds, when it synced last, and what its next session waits for.\n",
@@ -62,9 +62,15 @@ constexpr Command kCommands[] = {
      "SESSION is a number from `sessions`. The outcome travels to every client at its next session, and can\n"
      "be undone in its turn. What a later session changed again stays, unless --force is given.\n",
      undoSession},
+    {"giveback", "CLIENT", 0, "gives a client back what it lacks at its next session",
+     "Nothing is deleted because the client lacks it; what it added or changed arrives as ever, and what\n"
+     "else its file holds stays as it is. For a session that was refused because the client lacks most of\n"
+     "the bookmarks, when they are not meant to go.\n",
+     giveBack},
     {"reset", "CLIENT", 0, "gives a client everything anew at its next session",
-     "The client's bookmarks are replaced by the agreed ones; what it changed since its last session is "
-     "lost.\n",
+     "The client deletes everything and is given the agreed bookmarks. What it changed since its last\n"
+     "session is lost, and so is whatever its file holds that is not synced: entries hidden from sync, and\n"
+     "what other programs noted with an entry. `giveback` keeps all that.\n",
      resetClient},
     {"export", "FILE", 0, "writes a bookmarks file that browsers read",
      "An HTML file with everything in its order, replacing FILE. \"-\" is standard output.\n", exportFile},

@@ -51,8 +51,14 @@ std::string refusalText(const Refusal& refusal) {
          (refusal.approved ? ", approved" : "");
 }
 
+/// Whether somebody decided, or has to decide, about the client's next session.
+bool isWaiting(const ClientView& view) {
+  return view.state.resetPending || view.state.giveBackPending || view.refusal;
+}
+
 std::string nextText(const ClientView& view) {
   if (view.state.resetPending) return "will be replaced";
+  if (view.state.giveBackPending) return "will be given back what it lacks";
   if (view.refusal) return refusalText(*view.refusal);
   if (!view.state.syncedRevision) return "first session";
   return view.news ? "changes may be waiting" : "up to date";
@@ -124,11 +130,12 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
   json.key("waiting");
   json.beginArray();
   for (const ClientView& each : view.clients) {
-    if (!each.state.resetPending && !each.refusal) continue;
+    if (!isWaiting(each)) continue;
     json.beginObject();
     json.member("client", each.state.identifier);
     json.member("name", each.name);
     json.member("resetPending", each.state.resetPending);
+    json.member("giveBackPending", each.state.giveBackPending);
     writeRefusal(json, each.refusal);
     json.endObject();
   }
@@ -151,7 +158,7 @@ void printStatus(Output& out, const StoreView& view, const std::string& path) {
                         ? timeText(*view.lastSynced->state.lastSession) + ", " + nameText(*view.lastSynced)
                         : "never");
   for (const ClientView& each : view.clients) {
-    if (!each.state.resetPending && !each.refusal) continue;
+    if (!isWaiting(each)) continue;
     line("Waiting", nameText(each) + ' ' + nextText(each));
   }
 }
@@ -185,6 +192,7 @@ void writeClients(JsonWriter& json, const std::vector<ClientView>& views) {
     json.member("syncedRevision", each.state.syncedRevision);
     json.member("changesMayWait", each.news);
     json.member("resetPending", each.state.resetPending);
+    json.member("giveBackPending", each.state.giveBackPending);
     writeRefusal(json, each.refusal);
     json.endObject();
   }

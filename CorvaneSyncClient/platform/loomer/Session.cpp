@@ -153,7 +153,8 @@ void Session::takeBase() {
   _input.base = withDifference(_note->known, _storedBase.records);
   const bool taken = wasTaken();
   if (taken) _input.base = withDifference(_note->handed, _input.base);
-  if ((taken || !_note->known.isEmpty()) && !_dataSource.wasRestored()) _kind = SessionKind::slow;
+  if (_dataSource.wasRestored() || _state.giveBackPending) return;
+  if (taken || !_note->known.isEmpty()) _kind = SessionKind::slow;
 }
 
 /// Whether the client holds what a session that never ended handed down to it.
@@ -172,13 +173,17 @@ void Session::guard() {
   Refusal refusal{planDigest(_plan), _plan.deletedByAbsence, _plan.liveBefore, _began, std::nullopt};
   if (_standing && _standing->approved && _standing->digest == refusal.digest) return;
   _refused = refusal;
+  const char* const another =
+      "The plan that was approved was another one: the client or the agreed bookmarks "
+      "have changed since. ";
+  const String client = _client.clientIdentifier();
   throw SessionCancelled{
       format("The client lacks %d of %d bookmarks and folders, so that this session would delete them "
-             "everywhere. Nothing was "
-             "changed. If they are meant to go, run `loomerctl approve %@` and sync again; to give them back "
-             "to the client, run "
-             "`loomerctl reset %@` and sync again.",
-             refusal.deletions, refusal.live, _client.clientIdentifier(), _client.clientIdentifier())};
+             "everywhere. Nothing was changed. %@If they are meant to go, look at `loomerctl plan %@`, run "
+             "`loomerctl approve %@` and sync again; to give them back to the client, run "
+             "`loomerctl giveback %@` and sync again.",
+             refusal.deletions, refusal.live, _standing && _standing->approved ? another : "", client, client,
+             client)};
 }
 
 std::vector<RecordId> Session::refusedDeletions() const {
@@ -235,7 +240,7 @@ void Session::noteSession() {
   if (_standing) _refusals.remove(_state.id);
   const bool news = _state.syncedRevision != _truth.revision;
   ClientState after = _state;
-  after.resetPending = false;
+  after.resetPending = after.giveBackPending = false;
   after.syncedRevision = _truth.revision;
   ++after.sessions;
   after.sessionsWithoutRecords = _tookRecords ? 0 : _state.sessionsWithoutRecords + 1;

@@ -17,7 +17,7 @@ bool isBaseUsable(const ClientState& client, const TruthState& truth) {
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
                         bool refusalStands, bool tellsEveryChange) {
   if (client.resetPending) return SessionKind::replace;
-  if (!isBaseUsable(client, truth)) return SessionKind::refresh;
+  if (client.giveBackPending || !isBaseUsable(client, truth)) return SessionKind::refresh;
   const bool known = preferredMode >= LoomerSyncModeFast && preferredMode <= LoomerSyncModeRefresh;
   const auto preferred = known ? static_cast<SessionKind>(preferredMode) : SessionKind::refresh;
   // A refused session was cancelled, after which clients ask for refresh. That would hand everything back

@@ -8,6 +8,7 @@ namespace corvane {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(GuardTest, WhatMustBeApproved) {
   struct Row {
@@ -110,8 +111,11 @@ TEST_F(GuardSessionTest, AnotherPlanNeedsAnotherApproval) {
   EXPECT_NE(a->sync(), "");
   EXPECT_TRUE(approve());
   a->addBookmark("", "new", "http://n/");
-  EXPECT_THAT(a->sync(), HasSubstr("lacks 6 of 6"));
+  const std::string error = a->sync();
+  EXPECT_THAT(error, HasSubstr("lacks 6 of 6"));
+  EXPECT_THAT(error, HasSubstr("approved was another one"));
   EXPECT_EQ(live(), 6);
+  EXPECT_THAT(a->sync(), Not(HasSubstr("approved"))) << "it was said, and nothing is approved any more";
 }
 
 TEST_F(GuardSessionTest, MovesAreNoDeletions) {
@@ -120,6 +124,32 @@ TEST_F(GuardSessionTest, MovesAreNoDeletions) {
   const std::string folder = b->addFolder("", "F");
   for (int i = 0; i < 6; ++i) b->move(b->find("B" + std::to_string(i)), folder);
   EXPECT_EQ(b->sync(), "");
+}
+
+TEST_F(GuardSessionTest, WhatIsLackingIsGivenBackWithoutDeletingAnything) {
+  a->addBookmark("", "new", "http://n/");
+  EXPECT_THAT(a->sync(), HasSubstr("loomerctl giveback a"));
+  loomer::ClientTable(store()).setGiveBackPending(manager().clientWithIdentifier("a")->row(), true);
+  EXPECT_EQ(a->sync(), "");
+  EXPECT_EQ(a->nodes.size(), 7u);
+  EXPECT_EQ(live(), 7) << "what the client added arrives too";
+  EXPECT_THAT(a->calls, Not(testing::Contains("delete all folders")));
+  EXPECT_EQ(number("SELECT sum(give_back_pending) FROM clients"), 0);
+  EXPECT_EQ(number("SELECT count(*) FROM refusals"), 0);
+  a->remove(a->find("new"));
+  EXPECT_EQ(a->sync(), "");
+  EXPECT_EQ(live(), 6) << "it serves once";
+}
+
+TEST_F(GuardSessionTest, GivingBackWaitsForASessionThatFinishes) {
+  EXPECT_NE(a->sync(), "");
+  loomer::ClientTable(store()).setGiveBackPending(manager().clientWithIdentifier("a")->row(), true);
+  a->finishAnswer = false;
+  EXPECT_NE(a->sync(), "");
+  EXPECT_EQ(number("SELECT sum(give_back_pending) FROM clients"), 1);
+  a->finishAnswer = true;
+  EXPECT_EQ(a->sync(), "");
+  EXPECT_EQ(a->nodes.size(), 6u);
 }
 
 TEST_F(GuardSessionTest, PendingResetGivesEverythingBack) {

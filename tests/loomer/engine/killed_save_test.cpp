@@ -98,6 +98,18 @@ TEST_F(KilledSave, AdditionThatTheUserDeletedSinceStaysDeleted) {
   EXPECT_EQ(b->text(), a->text());
 }
 
+TEST_F(KilledSave, AdditionThatTheUserDeletedSinceIsGivenBackWhereThatWasAskedFor) {
+  a->addBookmark("", "One", "http://one/");
+  a->addBookmark("", "Two", "http://two/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  b->remove(b->find("One"));
+  loomer::ClientTable(store()).setGiveBackPending(manager().clientWithIdentifier("b")->row(), true);
+  settle({b.get(), a.get()});
+  EXPECT_EQ(a->text(), "One(http://one/) Two(http://two/)");
+  EXPECT_EQ(b->text(), a->text());
+}
+
 TEST_F(KilledSave, FirstSessionsAdditionThatTheUserDeletedSinceStaysDeleted) {
   a->addBookmark("", "One", "http://one/");
   a->addBookmark("", "Two", "http://two/");

@@ -27,6 +27,11 @@ loomer::ClientState client(std::optional<std::int64_t> synced, std::int64_t with
   return state;
 }
 
+loomer::ClientState givenBack(loomer::ClientState state) {
+  state.giveBackPending = true;
+  return state;
+}
+
 TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
   const loomer::TruthState truth{5, 10, 3};
   const ModeRow rows[] = {
@@ -43,6 +48,10 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"nineteen sessions without records", 1, client(5, 19), truth, false, SessionKind::slow},
       {"eighteen sessions without records", 1, client(5, 18), truth, false, SessionKind::fast},
       {"a pending reset", 1, client(5, 0, false, true), truth, false, SessionKind::replace},
+      {"what it lacks is to be given back", 1, givenBack(client(5)), truth, false, SessionKind::refresh},
+      {"to be given back while a refusal stands", 2, givenBack(client(5)), truth, true, SessionKind::refresh},
+      {"a pending reset before giving back", 1, givenBack(client(5, 0, false, true)), truth, false,
+       SessionKind::replace},
       {"a mode that is none", 7, client(5), truth, false, SessionKind::refresh},
       {"refresh while a refusal stands", 3, client(5), truth, true, SessionKind::slow},
       {"no base while a refusal stands", 3, client(std::nullopt), truth, true, SessionKind::refresh},

@@ -10,7 +10,7 @@ namespace {
 // What `clientOf` reads.
 const std::string kClients =
     "SELECT id, identifier, registered, reset_pending, synced_revision, sessions, without_records,"
-    " handed_down, last_session FROM clients";
+    " handed_down, last_session, give_back_pending FROM clients";
 const std::string kEvery = kClients + " ORDER BY identifier";
 const std::string kOne = kClients + " WHERE identifier = ?";
 
@@ -25,6 +25,7 @@ ClientState clientOf(const Statement& row) {
   client.sessionsWithoutRecords = row.integer(6);
   client.handedDown = row.integer(7) != 0;
   if (!row.isNull(8)) client.lastSession = Date{row.real(8)};
+  client.giveBackPending = row.integer(9) != 0;
   return client;
 }
 
@@ -92,15 +93,24 @@ void ClientTable::setResetPending(std::int64_t client, bool pending) {
   });
 }
 
+void ClientTable::setGiveBackPending(std::int64_t client, bool pending) {
+  _store.write([&] {
+    _store.database()
+        .query("UPDATE clients SET give_back_pending = ? WHERE id = ?", "note what a client is given back")
+        .run(pending, client);
+  });
+}
+
 void ClientTable::finishSession(const ClientState& after) {
   _store.write([&] {
     _store.database()
         .query(
-            "UPDATE clients SET reset_pending = ?, synced_revision = ?, sessions = ?, without_records = ?,"
-            " handed_down = ?, last_session = ? WHERE id = ?",
+            "UPDATE clients SET reset_pending = ?, give_back_pending = ?, synced_revision = ?, sessions = ?,"
+            " without_records = ?, handed_down = ?, last_session = ? WHERE id = ?",
             "note a finished session")
-        .run(after.resetPending, after.syncedRevision, after.sessions, after.sessionsWithoutRecords,
-             after.handedDown, after.lastSession.value_or(Date{}).seconds, after.id);
+        .run(after.resetPending, after.giveBackPending, after.syncedRevision, after.sessions,
+             after.sessionsWithoutRecords, after.handedDown, after.lastSession.value_or(Date{}).seconds,
+             after.id);
   });
 }
 

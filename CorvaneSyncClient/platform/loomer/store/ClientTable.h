@@ -15,6 +15,7 @@ struct ClientState {
   String identifier;
   Date registered;
   bool resetPending = false;                   ///< its records are to be replaced at its next session
+  bool giveBackPending = false;                ///< what it lacks at its next session is given back to it
   std::optional<std::int64_t> syncedRevision;  ///< the truth that its base stands for; nothing: no base yet
   std::int64_t sessions = 0;                   ///< finished ones
   std::int64_t sessionsWithoutRecords = 0;     ///< finished ones in a row that took no records
@@ -36,9 +37,10 @@ class ClientTable {
   /// list.
   void enter(const String& identifier, const Dictionary& description, Date now);
   Dictionary description(std::int64_t client);
-  /// Takes the client out with its base, its values and its pending reset.
+  /// Takes the client out with its base, its values and what is pending for it.
   void remove(std::int64_t client);
   void setResetPending(std::int64_t client, bool pending);
+  void setGiveBackPending(std::int64_t client, bool pending);
   /// Notes a finished session.
   void finishSession(const ClientState& after);
 

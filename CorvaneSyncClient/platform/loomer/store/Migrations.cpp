@@ -155,7 +155,13 @@ constexpr const char* kVersion2 = R"sql(
   CREATE INDEX losses_by_session ON losses(session);
 )sql";
 
-constexpr const char* kMigrations[] = {kVersion1, kVersion2};
+// A client may be given back what it lacks.
+constexpr const char* kVersion3 = R"sql(
+  -- Delete nothing because the client lacks it, at its next session.
+  ALTER TABLE clients ADD COLUMN give_back_pending INTEGER NOT NULL DEFAULT 0;
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 
