@@ -135,14 +135,18 @@ TEST_F(HubOfUserTest, EveryKindOfAnswerIsNoted) {
   }
 }
 
-TEST_F(HubOfUserTest, FirstAnswerOfAHubIsNotedAlone) {
+TEST_F(HubOfUserTest, FirstAnswerOfADayIsNotedAlone) {
+  constexpr double kDay = 24.0 * 60 * 60;
   setAccount();
   const auto hub = pelto::hubOf(account());
   hub->isEnabled(kBookmarks);
   const auto first = account().reached;
-  platform.clock.time.seconds += 60;
-  hub->isEnabled(kBookmarks);
+  platform.clock.time.seconds += kDay - 1;
+  pelto::hubOf(account())->isEnabled(kBookmarks);
   EXPECT_EQ(account().reached, first);
+  platform.clock.time.seconds += 1;
+  hub->isEnabled(kBookmarks);
+  EXPECT_EQ(account().reached, first) << "one hub notes once";
   pelto::hubOf(account())->isEnabled(kBookmarks);
   EXPECT_EQ(account().reached, platform.clock.now());
 }

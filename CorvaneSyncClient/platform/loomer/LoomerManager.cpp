@@ -1,19 +1,33 @@
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane {
 
 namespace {
+
 LoomerManager* currentManager = nullptr;
+
+std::unique_ptr<pelto::Hub> hubOfUser() {
+  const auto account = pelto::userAccount();
+  return account ? pelto::hubOf(*account) : nullptr;
 }
+
+std::unique_ptr<LoomerManager> managerOfUser() {
+  auto manager = std::make_unique<loomer::EmbeddedManager>(
+      loomer::storePathForHome(Platform::current().process.homeDirectory()));
+  manager->useHub(hubOfUser);
+  return manager;
+}
+
+}  // namespace
 
 LoomerManager& LoomerManager::sharedManager() {
   if (currentManager) return *currentManager;
-  static loomer::EmbeddedManager embedded(
-      loomer::storePathForHome(Platform::current().process.homeDirectory()));
-  return embedded;
+  static const std::unique_ptr<LoomerManager> manager = managerOfUser();
+  return *manager;
 }
 
 LoomerManagerScope::LoomerManagerScope(LoomerManager& manager) : _before(currentManager) {

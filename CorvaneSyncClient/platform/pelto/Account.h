@@ -13,7 +13,7 @@ namespace corvane::pelto {
 struct Account {
   std::string url;  ///< `postgresql://…`, the password in it: a secret
   String computer;  ///< this computer's identifier there, an upper-case UUID made with the account
-  std::optional<Date> reached;  ///< when the service last answered; nothing: never yet
+  std::optional<Date> reached;  ///< when the service last answered, to the day; nothing: never yet
 };
 
 /// Where the account of the user with this home directory is kept.

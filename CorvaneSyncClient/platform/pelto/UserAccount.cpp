@@ -1,5 +1,6 @@
 #include "CorvaneSyncClient/platform/pelto/UserAccount.h"
 
+#include <cmath>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
@@ -8,6 +9,9 @@
 namespace corvane::pelto {
 
 namespace {
+
+// Writing the file costs as much as a short session.
+constexpr double kNotedForSeconds = 24.0 * 60 * 60;
 
 HubMaker& currentMaker() {
   static HubMaker maker = [](const Account& account) {
@@ -21,7 +25,9 @@ void noteReached(const Account& account) {
   try {
     auto kept = userAccount();
     if (!kept || kept->url != account.url || !(kept->computer == account.computer)) return;
-    kept->reached = Platform::current().clock.now();
+    const Date now = Platform::current().clock.now();
+    if (kept->reached && std::abs(now.seconds - kept->reached->seconds) < kNotedForSeconds) return;
+    kept->reached = now;
     writeAccount(userAccountPath(), *kept);
   } catch (const PlatformException& exception) {
     // What the service answered counts for more than the note of it.
