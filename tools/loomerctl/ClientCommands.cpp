@@ -24,8 +24,8 @@ struct NextSession {
   bool first = false;  ///< the client never finished a session: it may hold some of this already
   bool deleteAllFirst = false;
   bool givesBack = false;  ///< whatever the client lacks is given back to it
-  std::vector<LoggedChange>
-      changes;  ///< in the log's form, so that both read alike; in the order of handing down
+  /// In the log's form, so that both read alike; in the order of handing down.
+  std::vector<LoggedChange> changes;
 };
 
 LoggedChange loggedForm(const ClientChange& change, const BaseRecord& held) {

@@ -71,8 +71,8 @@ void EmbeddedSessionDriver::findClient() {
   }
   if (_client) return;
   throw SessionCancelled{
-      format("The client %@ is not registered, and its description (%@) cannot be used to register "
-             "it. Install the client again.",
+      format("The client %@ is not registered, and its description (%@) cannot be used to register it. "
+             "Install the client again.",
              identifier, url ? url->text : String("there is none"))};
 }
 

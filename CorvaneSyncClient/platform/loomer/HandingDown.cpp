@@ -39,8 +39,7 @@ void HandingDown::deleteAll() {
     if (_dataSource.deleteAllRecordsForEntityName(entity.name, error) && !error) continue;
     throw SessionCancelled{
         format("The client could not delete all records of %@ to be given the agreed ones: %@. Nothing was "
-               "changed; remove the "
-               "cause and sync again.",
+               "changed; remove the cause and sync again.",
                entity.name, error ? error : String("it gave no reason"))};
   }
 }
@@ -159,8 +158,8 @@ std::int64_t HandingDown::revisionOf(RecordId record) const {
 void HandingDown::checkTime() {
   if (!(Platform::current().clock.now().seconds - _began > _timeout)) return;
   throw SessionCancelled{
-      format("The client took longer than %.0f seconds to take the changes in. Nothing was changed; "
-             "sync again when the computer is less busy.",
+      format("The client took longer than %.0f seconds to take the changes in. Nothing was changed; sync "
+             "again when the computer is less busy.",
              _timeout)};
 }
 
@@ -169,8 +168,8 @@ void HandingDown::cancel(const ClientChange& change, const std::string& what) co
                      : change.type == LoomerChangeTypeModify ? "the change"
                                                              : "the deletion";
   throw SessionCancelled{
-      format("The client could not take %@ of record %d (%@): %@. Nothing was changed; remove the "
-             "cause and sync again.",
+      format("The client could not take %@ of record %d (%@): %@. Nothing was changed; remove the cause and "
+             "sync again.",
              kind, change.record, change.content.name, what)};
 }
 

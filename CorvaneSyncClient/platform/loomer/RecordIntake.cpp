@@ -44,8 +44,8 @@ class Intake {
       records[known->second] = clientRecord(schema, localId, dictionary);
     } else {
       throw SessionCancelled{
-          format("The client gave the identifier %@ to a folder and to a bookmark. Nothing was "
-                 "changed; give one of the two another identifier and sync again.",
+          format("The client gave the identifier %@ to a folder and to a bookmark. Nothing was changed; give "
+                 "one of the two another identifier and sync again.",
                  localId)};
     }
   }

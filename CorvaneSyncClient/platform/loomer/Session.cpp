@@ -49,8 +49,8 @@ void Session::chooseMode() {
   for (const String& name : _dataSource.entityNamesToSync()) {
     if (!_schema.named(name)) {
       throw SessionCancelled{
-          format("The client syncs the entity %@, which the sync schema does not have. Nothing was "
-                 "changed; install the client again.",
+          format("The client syncs the entity %@, which the sync schema does not have. Nothing was changed; "
+                 "install the client again.",
                  name)};
     }
     std::erase(missing, name);
@@ -61,8 +61,7 @@ void Session::chooseMode() {
   if (missing.empty()) return;
   // Records of an entity that is left out would look deleted.
   throw SessionCancelled{
-      format("The client does not sync the entity %@. Nothing was changed; install the client "
-             "again.",
+      format("The client does not sync the entity %@. Nothing was changed; install the client again.",
              missing.front())};
 }
 
@@ -70,23 +69,22 @@ void Session::takeLock() {
   const double timeout = _dataSource.sessionBeginSessionTimeout();
   if (!_store.begin(timeout)) {
     throw SessionCancelled{
-        format("Another sync session was still running after %.0f seconds of waiting. Nothing was "
-               "changed; sync again when that session has ended.",
+        format("Another sync session was still running after %.0f seconds of waiting. Nothing was changed; "
+               "sync again when that session has ended.",
                timeout)};
   }
   _tookLock = true;
   const auto state = _clients.find(_client.clientIdentifier());
   if (!state || state->id != _client.row()) {
     throw SessionCancelled{
-        format("The client %@ was unregistered meanwhile. Nothing was changed; register it and sync "
-               "again.",
+        format("The client %@ was unregistered meanwhile. Nothing was changed; register it and sync again.",
                _client.clientIdentifier())};
   }
   if (state->sessions != _sessionsBefore) {
     // What the client read before that session must not be taken for what it holds after it.
     throw SessionCancelled{
-        format("Another session of the client %@ ended while this one waited. Nothing was changed; "
-               "sync again.",
+        format("Another session of the client %@ ended while this one waited. Nothing was changed; sync "
+               "again.",
                _client.clientIdentifier())};
   }
   _state = *state;
@@ -174,8 +172,7 @@ void Session::guard() {
   if (_standing && _standing->approved && _standing->digest == refusal.digest) return;
   _refused = refusal;
   const char* const another =
-      "The plan that was approved was another one: the client or the agreed bookmarks "
-      "have changed since. ";
+      "The plan that was approved was another one: the client or the agreed bookmarks have changed since. ";
   const String client = _client.clientIdentifier();
   throw SessionCancelled{
       format("The client lacks %d of %d bookmarks and folders, so that this session would delete them "
@@ -272,8 +269,8 @@ void Session::commit() {
     if (!_handsDown) throw;
     throw PlatformException(exception.name(),
                             exception.reason() +
-                                " The client has saved the changes that it was handed down; "
-                                "the next session notices that and loses nothing.");
+                                " The client has saved the changes that it was handed down; the next session "
+                                "notices that and loses nothing.");
   }
 }
 

@@ -304,8 +304,7 @@ UndoResult undoSession(TruthStore& store, const String& author, std::int64_t ses
     throw storeException(
         store.path(),
         "session " + std::to_string(session) +
-            " is too old to be undone: the log keeps the last 90 days or 1,000 sessions, whichever "
-            "is more",
+            " is too old to be undone: the log keeps the last 90 days or 1,000 sessions, whichever is more",
         "Nothing was changed. Put right by hand what that session changed.");
   }
   UndoResult result;

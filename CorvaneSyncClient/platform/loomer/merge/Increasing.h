@@ -5,10 +5,8 @@
 
 namespace corvane::loomer {
 
-enum class Rise : std::uint8_t {
-  strict,
-  level
-};  ///< whether equal neighbours are allowed in the subsequence
+/// Whether equal neighbours are allowed in the subsequence (`level`).
+enum class Rise : std::uint8_t { strict, level };
 
 /// The heaviest subsequence of `values` that rises: one flag for each value, true where it belongs. `weights`
 /// holds one positive weight for each value; an empty one weighs each value 1, which makes it the longest

@@ -8,20 +8,17 @@
 // client holds now. What differs between the base and a side is what that side changed. Each of the steps
 // below stands in a file of its own; between them goes `Trees`, one node for each record that any side knows.
 //
-//  1. Identity    Client records are matched to records of the truth: by the base, the rest by likeness, top
-//  down.
+//  1. Identity    Client records are matched to records of the truth: by the base, the rest by likeness,
+//                 top down.
 //  2. Structure   Who lives, under which parent. A record that one side deleted and the other changed lives,
-//  and so does
-//                 every folder above a living record. A move of the client that closes a circle with moves in
-//                 the truth is undone.
+//                 and so does every folder above a living record. A move of the client that closes a circle
+//                 with moves in the truth is undone.
 //  3. Content     Attributes, each on its own.
-//  4. Order       Siblings: what a side moved is what lies outside a longest subsequence in the base's order;
-//  it goes
-//                 where its neighbour went.
+//  4. Order       Siblings: what a side moved is what lies outside a longest subsequence in the base's
+//                 order; it goes where its neighbour went.
 //  5. Places      The truth's own numbers for that order; what stays in order keeps its number.
-//  6. HandOut     The fewest changes that bring the client there, in an order in which it can carry them out,
-//  with the
-//                 numbers that make it list siblings in their order (Placement).
+//  6. HandOut     The fewest changes that bring the client there, in an order in which it can carry them
+//                 out, with the numbers that make it list siblings in their order (Placement).
 //
 // What is lost, and when. Only where both sides changed one thing to different values does one of them lose:
 // the truth's, or in a refresh the client's. Two exceptions: a deletion loses to any change of the other

@@ -63,9 +63,8 @@ void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& befo
             [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
   Statement remove = _store.database().query("DELETE FROM base WHERE client = ? AND record = ?", kWriteBase);
   Statement enter = _store.database().query(
-      "INSERT OR REPLACE INTO base(client, record, local_id, entity, parent, position, content, "
-      "refused_revision,"
-      " not_held) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      "INSERT OR REPLACE INTO base(client, record, local_id, entity, parent, position, content,"
+      " refused_revision, not_held) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
       kWriteBase);
   ReleasedContents released(_store);
   auto old = before.begin();

@@ -12,8 +12,7 @@ constexpr int kBusyMilliseconds = 5000;
 
 constexpr const char* kDamagedStoreRemedy =
     "The file was left as it is. Put a backup of it in its place, or move it and the files beside it (-wal, "
-    "-shm) away: "
-    "the next session then builds a new store from the bookmarks of each client.";
+    "-shm) away: the next session then builds a new store from the bookmarks of each client.";
 
 bool isDamage(int code) { return (code & 0xff) == SQLITE_CORRUPT || (code & 0xff) == SQLITE_NOTADB; }
 

@@ -137,8 +137,8 @@ void SessionLog::changesOf(std::int64_t session, std::optional<RecordId> record,
   Statement query = _store.database().query(
       "SELECT c.record, c.entity, c.before_parent, c.before_place, b.name, b.url, b.tab_group, b.special,"
       " c.after_parent, c.after_place, a.name, a.url, a.tab_group, a.special"
-      " FROM changes c LEFT JOIN contents b ON b.id = c.before_content LEFT JOIN contents a ON a.id = "
-      "c.after_content"
+      " FROM changes c LEFT JOIN contents b ON b.id = c.before_content"
+      " LEFT JOIN contents a ON a.id = c.after_content"
       " WHERE c.session = ? AND c.record BETWEEN ? AND ? ORDER BY c.record",
       kReadLog);
   constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();

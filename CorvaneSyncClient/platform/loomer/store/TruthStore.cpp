@@ -55,9 +55,9 @@ TruthStore::TruthStore(std::string path) : _database(prepared(std::move(path))) 
   refuseUnusableStore(_database, storeMigrations());
   useWriteAheadLog();
   _database.execute(
-      "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA cell_size_check = ON; PRAGMA "
-      "trusted_schema = OFF;"
-      "PRAGMA temp_store = MEMORY; PRAGMA cache_size = -32768; PRAGMA journal_size_limit = 4194304;",
+      "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA cell_size_check = ON;"
+      "PRAGMA trusted_schema = OFF; PRAGMA temp_store = MEMORY; PRAGMA cache_size = -32768;"
+      "PRAGMA journal_size_limit = 4194304;",
       "prepare the connection");
   if (_database.integer("PRAGMA user_version", "read its version") <
       static_cast<std::int64_t>(storeMigrations().size())) {
