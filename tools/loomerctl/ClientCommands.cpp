@@ -45,7 +45,7 @@ NextSession nextSession(TruthStore& store, const ClientState& client) {
   const TruthState truth = records.state();
   NextSession next;
   next.first = !client.syncedRevision;
-  next.kind = sessionKind(LoomerSyncModeFast, client, truth, false, false);
+  next.kind = sessionKind(LoomerSyncModeFast, client, truth, false);
   MergeInput input;
   input.truth = records.readAll().records;
   input.base = BaseTable(store).read(client.id).records;

@@ -82,10 +82,9 @@ std::string EmbeddedSessionDriver::noteRefusal(const Session& session) {
     RefusalTable(_manager.store()).enter(_client->row(), *session.refusal(), session.refusedDeletions());
     return {};
   } catch (const PlatformException& exception) {
-    // The session is refused all the same. A cancelled client asks for refresh, which gives back what it
-    // lacks.
-    return " But there is nothing to approve, since what was refused could not be noted: " +
-           exception.reason() + " The next session may give the records back to the client.";
+    // The session is refused all the same, and so is the next one, which may be noted.
+    return " But there is nothing to approve yet, since what was refused could not be noted: " +
+           exception.reason();
   }
 }
 
@@ -122,6 +121,7 @@ void EmbeddedSessionDriver::keepValues(bool tookLock) noexcept {
   try {
     if (_manager.store().begin(tookLock ? kPatienceSeconds : 0.0)) {
       _client->storeHeldValues();
+      ClientTable(_manager.store()).setCancelled(_client->row());
       _manager.store().database().commit();
     }
   } catch (const PlatformException&) {

@@ -90,7 +90,7 @@ void Session::takeLock() {
   _state = *state;
   _truth = _records.state();
   _standing = _refusals.find(_state.id);
-  _kind = sessionKind(_preferredMode, _state, _truth, _standing.has_value(), _dataSource.tellsEveryChange());
+  _kind = sessionKind(_preferredMode, _state, _truth, _dataSource.tellsEveryChange());
   readNote();
   _client.storeHeldValues();
 }

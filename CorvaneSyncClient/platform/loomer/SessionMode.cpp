@@ -15,15 +15,16 @@ bool isBaseUsable(const ClientState& client, const TruthState& truth) {
 }
 
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
-                        bool refusalStands, bool tellsEveryChange) {
+                        bool tellsEveryChange) {
   if (client.resetPending) return SessionKind::replace;
   if (client.giveBackPending || !isBaseUsable(client, truth)) return SessionKind::refresh;
   const bool known = preferredMode >= LoomerSyncModeFast && preferredMode <= LoomerSyncModeRefresh;
   const auto preferred = known ? static_cast<SessionKind>(preferredMode) : SessionKind::refresh;
-  // A refused session was cancelled, after which clients ask for refresh. That would hand everything back
-  // before anybody has decided; the plan stays what it was until it is approved, or the client has its
-  // records again.
-  if (preferred == SessionKind::refresh) return refusalStands ? SessionKind::slow : SessionKind::refresh;
+  // A client asks for refresh after a cancelled session. That would hand back what it has deleted, or, after
+  // one that the guard refused, everything before anybody has decided. The base is what it was, so that what
+  // the client changed since is still known.
+  const bool asksBecauseCancelled = !tellsEveryChange && client.cancelled;
+  if (preferred == SessionKind::refresh) return asksBecauseCancelled ? SessionKind::slow : preferred;
   // The browser may have written while the last session handed something down.
   if (tellsEveryChange) return preferred;
   const bool look = client.handedDown || client.sessionsWithoutRecords >= kSessionsWithoutRecords;

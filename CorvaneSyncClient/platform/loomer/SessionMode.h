@@ -21,11 +21,10 @@ enum class SessionKind : int {
 bool isBaseUsable(const ClientState& client, const TruthState& truth);
 
 /// The kind of the client's next session. `preferredMode` is the strongest LoomerSyncMode asked for; a number
-/// that is none counts as refresh, in which nothing is ever deleted for being missing. `refusalStands`: the
-/// guard refused the client's last plan, and the client finished no session since. `tellsEveryChange`: the
-/// client need never be looked at whole.
+/// that is none counts as refresh, in which nothing is ever deleted for being missing. `tellsEveryChange`:
+/// the client need never be looked at whole.
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
-                        bool refusalStands, bool tellsEveryChange);
+                        bool tellsEveryChange);
 
 /// Whether a fast session of this client may have something to hand down.
 bool mayHaveNews(const ClientState& client, const TruthState& truth);

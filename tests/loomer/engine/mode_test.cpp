@@ -13,7 +13,6 @@ struct ModeRow {
   int preferred;
   loomer::ClientState client;
   loomer::TruthState truth;
-  bool refusalStands;
   SessionKind kind;
 };
 
@@ -32,32 +31,36 @@ loomer::ClientState givenBack(loomer::ClientState state) {
   return state;
 }
 
+loomer::ClientState cancelled(loomer::ClientState state) {
+  state.cancelled = true;
+  return state;
+}
+
 TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
   const loomer::TruthState truth{5, 10, 3};
   const ModeRow rows[] = {
-      {"the mode asked for", 1, client(5), truth, false, SessionKind::fast},
-      {"slow over fast", 2, client(5), truth, false, SessionKind::slow},
-      {"refresh", 3, client(5), truth, false, SessionKind::refresh},
-      {"no base yet", 1, client(std::nullopt), truth, false, SessionKind::refresh},
-      {"a base older than the truth's memory", 1, client(2), truth, false, SessionKind::refresh},
-      {"a base just within the truth's memory", 1, client(3), truth, false, SessionKind::fast},
-      {"a base newer than the truth", 2, client(6), truth, false, SessionKind::refresh},
-      {"the session before handed something down", 1, client(5, 0, true), truth, false, SessionKind::slow},
-      {"refresh stays refresh after a session that handed down", 3, client(5, 0, true), truth, false,
+      {"the mode asked for", 1, client(5), truth, SessionKind::fast},
+      {"slow over fast", 2, client(5), truth, SessionKind::slow},
+      {"refresh", 3, client(5), truth, SessionKind::refresh},
+      {"no base yet", 1, client(std::nullopt), truth, SessionKind::refresh},
+      {"a base older than the truth's memory", 1, client(2), truth, SessionKind::refresh},
+      {"a base just within the truth's memory", 1, client(3), truth, SessionKind::fast},
+      {"a base newer than the truth", 2, client(6), truth, SessionKind::refresh},
+      {"the session before handed something down", 1, client(5, 0, true), truth, SessionKind::slow},
+      {"refresh stays refresh after a session that handed down", 3, client(5, 0, true), truth,
        SessionKind::refresh},
-      {"nineteen sessions without records", 1, client(5, 19), truth, false, SessionKind::slow},
-      {"eighteen sessions without records", 1, client(5, 18), truth, false, SessionKind::fast},
-      {"a pending reset", 1, client(5, 0, false, true), truth, false, SessionKind::replace},
-      {"what it lacks is to be given back", 1, givenBack(client(5)), truth, false, SessionKind::refresh},
-      {"to be given back while a refusal stands", 2, givenBack(client(5)), truth, true, SessionKind::refresh},
-      {"a pending reset before giving back", 1, givenBack(client(5, 0, false, true)), truth, false,
+      {"nineteen sessions without records", 1, client(5, 19), truth, SessionKind::slow},
+      {"eighteen sessions without records", 1, client(5, 18), truth, SessionKind::fast},
+      {"a pending reset", 1, client(5, 0, false, true), truth, SessionKind::replace},
+      {"what it lacks is to be given back", 1, givenBack(client(5)), truth, SessionKind::refresh},
+      {"a pending reset before giving back", 1, givenBack(client(5, 0, false, true)), truth,
        SessionKind::replace},
-      {"a mode that is none", 7, client(5), truth, false, SessionKind::refresh},
-      {"refresh while a refusal stands", 3, client(5), truth, true, SessionKind::slow},
-      {"no base while a refusal stands", 3, client(std::nullopt), truth, true, SessionKind::refresh},
+      {"a mode that is none", 7, client(5), truth, SessionKind::refresh},
+      {"refresh after a cancelled session", 3, cancelled(client(5)), truth, SessionKind::slow},
+      {"no base after a cancelled session", 3, cancelled(client(std::nullopt)), truth, SessionKind::refresh},
   };
   for (const ModeRow& row : rows) {
-    EXPECT_EQ(static_cast<int>(sessionKind(row.preferred, row.client, row.truth, row.refusalStands, false)),
+    EXPECT_EQ(static_cast<int>(sessionKind(row.preferred, row.client, row.truth, false)),
               static_cast<int>(row.kind))
         << row.phrase;
   }
@@ -137,6 +140,12 @@ TEST_F(ModeSessionTest, ClientWhoseBaseIsOlderThanTheTruthsMemoryRunsAsRefresh) 
   a->remove(a->find("B"));
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(a->text(), "A(http://a/) B(http://b/)") << "neither resurrects nor wipes silently";
+}
+
+TEST(ModeTest, AClientThatTellsEveryChangeIsTakenAtItsWord) {
+  const loomer::TruthState truth{5, 10, 3};
+  EXPECT_EQ(sessionKind(1, client(5, 19, true), truth, true), SessionKind::fast);
+  EXPECT_EQ(sessionKind(3, cancelled(client(5)), truth, true), SessionKind::refresh);
 }
 
 }  // namespace

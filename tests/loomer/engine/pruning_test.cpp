@@ -194,13 +194,14 @@ TEST_F(PruningTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
     store().database().execute(
         "DROP INDEX losses_by_session; DROP INDEX changes_by_before; ALTER TABLE truth DROP COLUMN "
         "pruned_session; ALTER TABLE clients DROP COLUMN give_back_pending;"
+        "ALTER TABLE clients DROP COLUMN cancelled;"
         "PRAGMA user_version = 1",
         "test");
   });
   reopen();
   EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(loomer::storeMigrations().size()));
   EXPECT_EQ(number("SELECT pruned_session FROM truth"), 0);
-  EXPECT_EQ(number("SELECT give_back_pending FROM clients"), 0);
+  EXPECT_EQ(number("SELECT give_back_pending + cancelled FROM clients"), 0);
   EXPECT_EQ(loomer::SessionLog(store()).sessions().size(), 1u);
   a->addBookmark("", "B", "http://b/");
   ASSERT_EQ(a->sync(), "");

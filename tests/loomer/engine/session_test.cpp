@@ -321,5 +321,19 @@ TEST_F(SessionTest, LogKeepsWhatLostAConflictWithBothSides) {
   EXPECT_EQ(first->text(), "F[A(http://a/)] Second's(http://b/)");
 }
 
+TEST_F(SessionTest, WhatWasDeletedBeforeACancelledSessionStaysDeleted) {
+  const auto a = makeClient("a"), b = makeClient("b");
+  a->addBookmark("", "A", "http://a/");
+  a->addBookmark("", "B", "http://b/");
+  settle({a.get(), b.get()});
+  a->remove(a->find("A"));
+  a->finishAnswer = false;
+  ASSERT_NE(a->sync(), "");
+  a->finishAnswer = true;
+  settle({a.get(), b.get()});
+  EXPECT_EQ(b->text(), "B(http://b/)");
+  EXPECT_EQ(number("SELECT sum(cancelled) FROM clients"), 0);
+}
+
 }  // namespace
 }  // namespace corvane

@@ -10,7 +10,7 @@ namespace {
 // What `clientOf` reads.
 const std::string kClients =
     "SELECT id, identifier, registered, reset_pending, synced_revision, sessions, without_records,"
-    " handed_down, last_session, give_back_pending FROM clients";
+    " handed_down, last_session, give_back_pending, cancelled FROM clients";
 const std::string kEvery = kClients + " ORDER BY identifier";
 const std::string kOne = kClients + " WHERE identifier = ?";
 
@@ -26,6 +26,7 @@ ClientState clientOf(const Statement& row) {
   client.handedDown = row.integer(7) != 0;
   if (!row.isNull(8)) client.lastSession = Date{row.real(8)};
   client.giveBackPending = row.integer(9) != 0;
+  client.cancelled = row.integer(10) != 0;
   return client;
 }
 
@@ -101,11 +102,20 @@ void ClientTable::setGiveBackPending(std::int64_t client, bool pending) {
   });
 }
 
+void ClientTable::setCancelled(std::int64_t client) {
+  _store.write([&] {
+    _store.database()
+        .query("UPDATE clients SET cancelled = 1 WHERE id = ?", "note a cancelled session")
+        .run(client);
+  });
+}
+
 void ClientTable::finishSession(const ClientState& after) {
   _store.write([&] {
     _store.database()
         .query(
-            "UPDATE clients SET reset_pending = ?, give_back_pending = ?, synced_revision = ?, sessions = ?,"
+            "UPDATE clients SET cancelled = 0, reset_pending = ?, give_back_pending = ?, synced_revision = "
+            "?, sessions = ?,"
             " without_records = ?, handed_down = ?, last_session = ? WHERE id = ?",
             "note a finished session")
         .run(after.resetPending, after.giveBackPending, after.syncedRevision, after.sessions,

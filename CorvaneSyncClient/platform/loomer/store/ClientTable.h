@@ -15,6 +15,7 @@ struct ClientState {
   String identifier;
   Date registered;
   bool resetPending = false;                   ///< its records are to be replaced at its next session
+  bool cancelled = false;                      ///< its last session was, after which it asks for refresh
   bool giveBackPending = false;                ///< what it lacks at its next session is given back to it
   std::optional<std::int64_t> syncedRevision;  ///< the truth that its base stands for; nothing: no base yet
   std::int64_t sessions = 0;                   ///< finished ones
@@ -41,6 +42,8 @@ class ClientTable {
   void remove(std::int64_t client);
   void setResetPending(std::int64_t client, bool pending);
   void setGiveBackPending(std::int64_t client, bool pending);
+  /// Notes that the client's session was cancelled; until one finishes.
+  void setCancelled(std::int64_t client);
   /// Notes a finished session.
   void finishSession(const ClientState& after);
 

@@ -161,7 +161,12 @@ constexpr const char* kVersion3 = R"sql(
   ALTER TABLE clients ADD COLUMN give_back_pending INTEGER NOT NULL DEFAULT 0;
 )sql";
 
-constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3};
+constexpr const char* kVersion4 = R"sql(
+  -- The last session was cancelled.
+  ALTER TABLE clients ADD COLUMN cancelled INTEGER NOT NULL DEFAULT 0;
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 
