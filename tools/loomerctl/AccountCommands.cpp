@@ -1,6 +1,6 @@
 // `account set`, `show`, `test` and `remove`.
 
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
 #include "CorvaneSyncClient/platform/pelto/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Commands.h"
@@ -15,9 +15,6 @@ namespace {
 
 using pelto::Account;
 
-/// The engine's client that stands for the online service.
-constexpr const char* kServiceClient = "com.keldra.Pelto";
-
 /// What the service says when it is asked whether this computer syncs bookmarks.
 struct Answer {
   std::optional<bool> enabled;  ///< nothing: it does not answer
@@ -26,7 +23,11 @@ struct Answer {
 
 Answer ask(const Account& account) {
   try {
-    return {pelto::hubOf(account)->isEnabled(LoomerDataClass_Bookmarks), {}};
+    const auto hub = pelto::hubOf(account);
+    const bool enabled = hub->isEnabled(LoomerDataClass_Bookmarks);
+    // A user without an account there has everything off. The news, which hold nothing then, tell.
+    if (!enabled) hub->news(std::nullopt);
+    return {enabled, {}};
   } catch (const PlatformException& exception) {
     return {std::nullopt, exception.reason()};
   }
@@ -119,7 +120,7 @@ bool unregisterServiceClient() {
   bool registered = false;
   store->write([&] {
     loomer::ClientTable clients(*store);
-    const auto client = clients.find(kServiceClient);
+    const auto client = clients.find(loomer::kHubClientIdentifier);
     if (client) clients.remove(client->id);
     registered = client.has_value();
   });

@@ -57,8 +57,9 @@ constexpr char kNegativeAcknowledge = 21;  // control-U
 constexpr char kDelete = 127;
 
 /// Nothing when the user breaks off.
-std::optional<std::string> lineFromTerminal() {
+std::optional<std::string> lineFromTerminal(const char* prompt) {
   const SilentTerminal terminal;
+  std::fputs(prompt, stderr);  // now, since what is typed before is dropped
   std::string line;
   char key = 0;
   while (readSome(&key, 1) == 1 && key != '\n' && key != '\r' && key != kEndOfTransmission) {
@@ -93,8 +94,7 @@ std::string readStandardInput() {
 std::string readSecretLine(const char* prompt) {
   std::optional<std::string> line;
   if (isatty(STDIN_FILENO) == 1) {
-    std::fputs(prompt, stderr);
-    line = lineFromTerminal();
+    line = lineFromTerminal(prompt);
     std::fputs("\n", stderr);
   } else {
     line = readStandardInput();

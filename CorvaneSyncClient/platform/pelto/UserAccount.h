@@ -16,10 +16,10 @@ std::string userAccountPath();
 /// The current user's account; nothing when none is set. Raises DotPeltoException.
 std::optional<Account> userAccount();
 
-/// The way to the service that the account names. Nobody is asked before the first call on the hub. The
-/// service's first answer, a refusal included in what the hub answers without raising, is noted as `reached`
-/// in the current user's account file if that still holds this account; where that fails, the system log
-/// says so.
+/// The way to the service that the account names. Nobody is asked before the first call on the hub. That the
+/// service answered, also with no, is noted as `reached` in the current user's account file if that still
+/// holds this account; at most once a day, so that a sync that finds nothing new writes nothing either. Where
+/// it cannot be noted, the system log says so.
 std::unique_ptr<Hub> hubOf(const Account& account);
 
 /// Makes the hub of an account, contacting nobody.
