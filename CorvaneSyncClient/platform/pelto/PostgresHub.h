@@ -37,7 +37,8 @@ class PostgresHub : public Hub {
   auto inTransaction(const char* kind, const char* purpose, Work work);
   HubConnection& connected();
   void checkVersion(HubConnection& connection);
-  State readState(HubConnection& connection, const std::optional<HubSeen>& seen);
+  State readState(HubConnection& connection);
+  bool isOfThePast(HubConnection& connection, const State& state, const HubSeen& seen);
   void readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision, HubNews& news);
   void noteComputer();
   void putRecords(HubConnection& connection, const std::vector<HubRecord>& records);
