@@ -24,6 +24,17 @@ std::vector<BaseRecord> sorted(std::vector<BaseRecord> records) {
   return records;
 }
 
+/// Whether the client's record has a value that came with the change.
+bool showsChange(const BaseRecord& before, const BaseRecord& after, const ClientRecord& now,
+                 const std::vector<BaseRecord>& base) {
+  const auto came = [&](auto Content::*value) {
+    return before.content.*value != after.content.*value && now.content.*value == after.content.*value;
+  };
+  if (came(&Content::name) || came(&Content::url) || came(&Content::tabGroup)) return true;
+  const BaseRecord* const folder = find(base, after.parent);
+  return before.parent != after.parent && now.parentLocalId == (folder ? folder->localId : String());
+}
+
 /// The base of a client to which the truth is handed down and which has changed nothing.
 std::vector<BaseRecord> baseOfNews(MergeInput& input) {
   std::optional<std::vector<ClientRecord>> pushed = std::exchange(input.client, std::nullopt);
@@ -63,27 +74,29 @@ bool isOfNextSession(const HandedDown& handedDown, const ClientState& client) {
          handedDown.syncedRevision == client.syncedRevision;
 }
 
-bool showTaken(const BaseDifference& handed, const std::vector<BaseRecord>& base,
+std::vector<String> addedIds(const MergeResult& plan) {
+  const std::vector<BaseRecord> base = sorted(plan.base);
+  std::vector<String> added;
+  for (const ClientChange& change : plan.clientChanges) {
+    if (change.type != LoomerChangeTypeAdd) continue;
+    const BaseRecord* const record = find(base, change.record);
+    if (record && !record->notHeld) added.push_back(record->localId);
+  }
+  return added;
+}
+
+bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base,
                const std::vector<ClientRecord>& pushed) {
   std::unordered_map<String, const ClientRecord*> byLocalId;
   for (const ClientRecord& each : pushed) byLocalId.emplace(each.localId, &each);
-  const auto parentId = [&](RecordId parent) {
-    const BaseRecord* const folder = find(handed.held, parent);
-    const BaseRecord* const before = folder ? folder : find(base, parent);
-    return before ? before->localId : String();
-  };
-  return std::any_of(handed.held.begin(), handed.held.end(), [&](const BaseRecord& after) {
-    if (after.notHeld || !after.localId) return false;
-    const auto found = byLocalId.find(after.localId);
-    if (found == byLocalId.end()) return false;
+  if (!handedDown.added.empty()) {
+    return std::any_of(handedDown.added.begin(), handedDown.added.end(),
+                       [&](const String& localId) { return byLocalId.contains(localId); });
+  }
+  return std::any_of(handedDown.handed.held.begin(), handedDown.handed.held.end(), [&](const auto& after) {
+    const auto found = after.notHeld ? byLocalId.end() : byLocalId.find(after.localId);
     const BaseRecord* const before = find(base, after.record);
-    if (!before || before->notHeld) return true;
-    const ClientRecord& now = *found->second;
-    const auto came = [&](auto Content::*value) {
-      return before->content.*value != after.content.*value && now.content.*value == after.content.*value;
-    };
-    return came(&Content::name) || came(&Content::url) || came(&Content::tabGroup) ||
-           (before->parent != after.parent && now.parentLocalId == parentId(after.parent));
+    return found != byLocalId.end() && before && showsChange(*before, after, *found->second, base);
   });
 }
 

@@ -14,9 +14,13 @@ BaseDifference handedDifference(MergeInput& input, const MergeResult& plan);
 /// Whether the session is the next one of that client, so that the note is of one that never ended.
 bool isOfNextSession(const HandedDown& handedDown, const ClientState& client);
 
-/// Whether the client's records show that it has taken the difference: they hold an addition by its new local
-/// id, or a value that came with it. `base` is the one without it.
-bool showTaken(const BaseDifference& handed, const std::vector<BaseRecord>& base,
+/// The client's ids of what the plan gave it.
+std::vector<String> addedIds(const MergeResult& plan);
+
+/// Whether the client's records show that it has taken what was handed down to it: they hold one of the
+/// additions, or, where there was none, a value that came with it. An addition that is missing then counts as
+/// deleted by the user, so that nothing less will do. `base` is the one without what was handed down.
+bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base,
                const std::vector<ClientRecord>& pushed);
 
 // Bases are by ascending record, here and above.

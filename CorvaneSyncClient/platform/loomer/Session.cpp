@@ -158,7 +158,7 @@ void Session::takeBase() {
 /// Whether the client holds what a session that never ended handed down to it.
 bool Session::wasTaken() {
   const std::optional<bool> told = _dataSource.tookChanges(_note->mark);
-  return told ? *told : showTaken(_note->handed, _input.base, *_pushed);
+  return told ? *told : showTaken(*_note, _input.base, *_pushed);
 }
 
 /// The base as the store has it.
@@ -258,6 +258,7 @@ void Session::noteHandedDown() {
   note.syncedRevision = _state.syncedRevision;
   if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
   note.handed = handedDifference(_input, _plan);
+  note.added = addedIds(_plan);
   _dataSource.willTakeChanges(note.mark);
   _noteFile.write(note);
 }

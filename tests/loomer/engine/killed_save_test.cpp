@@ -182,6 +182,31 @@ TEST_F(KilledSave, BeforeItHasSavedCountsForNothing) {
   EXPECT_EQ(b->text(), a->text());
 }
 
+TEST_F(KilledSave, FirstSessionBeforeItHasSavedDeletesNothing) {
+  a->addBookmark("", "Same", "http://same/");
+  a->addBookmark("", "Of a", "http://a/");
+  settle({a.get(), b.get()});
+  const auto c = makeClient("c");
+  c->addBookmark("", "Same", "http://same/");
+  syncKilledBeforeSaving(*c);
+  settle({c.get(), a.get(), b.get()});
+  EXPECT_EQ(a->nodes.size(), 2u) << "what was never saved was not deleted";
+  EXPECT_EQ(c->text(), a->text());
+}
+
+TEST_F(KilledSave, ValuesAloneDoNotShowThatAnAdditionWasTaken) {
+  a->addBookmark("", "Old", "http://old/");
+  settle({a.get(), b.get()});
+  a->rename(a->find("Old"), "Renamed");
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledBeforeSaving(*b);
+  b->rename(b->find("Old"), "Renamed");
+  settle({b.get(), a.get()});
+  EXPECT_EQ(a->text(), "Renamed(http://old/) New(http://new/)");
+  EXPECT_EQ(b->text(), a->text());
+}
+
 TEST_F(KilledSave, AQuietSessionAfterItLooksAtTheRecords) {
   a->addBookmark("", "New", "http://new/");
   ASSERT_EQ(a->sync(), "");

@@ -35,6 +35,7 @@ constexpr const char* kForm = R"sql(
     special INTEGER NOT NULL,
     PRIMARY KEY (known, record)
   ) WITHOUT ROWID;
+  CREATE TABLE added(local_id TEXT PRIMARY KEY) WITHOUT ROWID;
   CREATE TABLE gone(known INTEGER NOT NULL, record INTEGER NOT NULL, PRIMARY KEY (known, record)) WITHOUT ROWID;
   PRAGMA user_version = 1;
 )sql";
@@ -79,6 +80,19 @@ BaseRecord recordOf(const Statement& row) {
   return record;
 }
 
+void writeAdded(Database& database, const std::vector<String>& added) {
+  Statement statement = database.query("INSERT INTO added VALUES(?)", kWrite);
+  for (const String& localId : added) statement.run(localId);
+}
+
+std::vector<String> readAdded(Database& database) {
+  Statement statement = database.query("SELECT local_id FROM added", kRead);
+  std::vector<String> added;
+  statement.open();
+  while (statement.next()) added.push_back(statement.text(0));
+  return added;
+}
+
 BaseDifference readDifference(Database& database, bool known) {
   BaseDifference difference;
   Statement held = database.query(
@@ -106,6 +120,7 @@ std::optional<HandedDown> HandedDownFile::read() const noexcept {
     HandedDown handedDown = readSession(database);
     handedDown.known = readDifference(database, true);
     handedDown.handed = readDifference(database, false);
+    handedDown.added = readAdded(database);
     return handedDown;
   } catch (const PlatformException&) {
     return std::nullopt;
@@ -127,6 +142,7 @@ void HandedDownFile::write(const HandedDown& handedDown) const {
   writeSession(database, handedDown);
   writeDifference(database, true, handedDown.known);
   writeDifference(database, false, handedDown.handed);
+  writeAdded(database, handedDown.added);
   database.commit();
 }
 

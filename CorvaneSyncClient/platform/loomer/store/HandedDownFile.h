@@ -27,6 +27,8 @@ struct HandedDown {
 
   BaseDifference known;   ///< from the store's base to the one that sessions killed before had left
   BaseDifference handed;  ///< from there to the one that the client has once it has saved
+  /// The client's own ids of the records that it was given: nothing bore them before.
+  std::vector<String> added;
 };
 
 /// The file beside the store in which a session notes what it has handed down, durably, before the client
