@@ -1,0 +1,169 @@
+#include "bench/hubload/Computer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <map>
+
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
+#include "bench/hubload/Traffic.h"
+
+namespace corvane::hubload {
+
+namespace {
+
+constexpr int kComplaintsShown = 3;
+
+/// Adds the time that it lives to a sum of seconds.
+class Stopwatch {
+ public:
+  explicit Stopwatch(double& sum) : _sum(sum) {}
+  ~Stopwatch() { _sum += std::chrono::duration<double>(std::chrono::steady_clock::now() - _began).count(); }
+  Stopwatch(const Stopwatch&) = delete;
+  Stopwatch& operator=(const Stopwatch&) = delete;
+
+ private:
+  double& _sum;
+  std::chrono::steady_clock::time_point _began = std::chrono::steady_clock::now();
+};
+
+/// What a session had to do with the service.
+struct Dealings {
+  double seconds = 0;
+  std::size_t taken = 0;  ///< records
+  int given = 0;          ///< pushes
+  int overtaken = 0;      ///< pushes for which another computer was faster
+};
+
+/// Notes what passes through it.
+class NotedHub : public pelto::Hub {
+ public:
+  NotedHub(std::unique_ptr<pelto::Hub> hub, Dealings& dealings) : _hub(std::move(hub)), _dealings(dealings) {}
+  ~NotedHub() override {
+    const Stopwatch timed(_dealings.seconds);
+    _hub.reset();
+  }
+
+  pelto::HubNews news(const std::optional<pelto::HubSeen>& seen) override {
+    const Stopwatch timed(_dealings.seconds);
+    pelto::HubNews news = _hub->news(seen);
+    _dealings.taken += news.records.size();
+    return news;
+  }
+  bool push(const pelto::HubPush& push) override {
+    const Stopwatch timed(_dealings.seconds);
+    const bool isTaken = _hub->push(push);
+    ++(isTaken ? _dealings.given : _dealings.overtaken);
+    return isTaken;
+  }
+  bool hasPush(const String& mark) override {
+    const Stopwatch timed(_dealings.seconds);
+    return _hub->hasPush(mark);
+  }
+  bool isEnabled(const String& dataClass) override { return _hub->isEnabled(dataClass); }
+  void setEnabled(const String& dataClass, bool enabled) override { _hub->setEnabled(dataClass, enabled); }
+
+ private:
+  std::unique_ptr<pelto::Hub> _hub;
+  Dealings& _dealings;
+};
+
+/// Stands for a client's session, which changes the truth.
+class EditingDriver : public LoomerSessionDriver {
+ public:
+  EditingDriver(loomer::EmbeddedManager& manager, const loomer::TruthPlanner& edit, double& seconds)
+      : _manager(manager), _edit(edit), _seconds(seconds) {}
+
+  void _setClient(LoomerClient*) override {}
+  LoomerClient* client() override { return nullptr; }
+  bool sync() override {
+    const Stopwatch timed(_seconds);
+    if (_edit) loomer::editTruth(_manager.store(), "browser", loomer::SessionKind::slow, _edit);
+    return true;
+  }
+  String lastError() override { return {}; }
+
+ private:
+  loomer::EmbeddedManager& _manager;
+  const loomer::TruthPlanner& _edit;
+  double& _seconds;
+};
+
+Kind kindOf(const Dealings& dealings) {
+  if (dealings.given > 0) return Kind::edit;
+  return dealings.taken > 0 ? Kind::take : Kind::quiet;
+}
+
+/// Everything in a folder, in order; equal texts are equal trees.
+std::string treeText(loomer::RecordTable& records, loomer::RecordId folder) {
+  std::string text;
+  for (const loomer::TruthRecord& record : records.children(folder)) {
+    const loomer::Content& content = record.content;
+    text += record.entity == loomer::Entity::folder ? 'f' : 'b';
+    for (const String& part : {content.name, content.url}) {
+      text += (part ? std::to_string(part.view().size()) : "-") + ' ';
+      text += part.view();
+    }
+    text += content.tabGroup ? 't' : '-';
+    text += content.special ? 's' : '-';
+    if (record.entity == loomer::Entity::folder) text += '[' + treeText(records, record.id) + ']';
+  }
+  return text;
+}
+
+}  // namespace
+
+void Complaints::write(SystemLog::Kind, std::string_view message) {
+  if (++_count <= kComplaintsShown) {
+    std::fprintf(stderr, "corvane-hubload: %.*s\n", static_cast<int>(message.size()), message.data());
+  }
+}
+
+Computer::Computer(int account, int number, std::string url, const std::string& home,
+                   const Complaints& complaints)
+    : _account(account),
+      _number(number),
+      _url(std::move(url)),
+      _identifier(newUuidString()),
+      _store(loomer::storePathForHome(home)),
+      _complaints(complaints) {}
+
+void Computer::switchOn() { pelto::PostgresHub(_url, _identifier).setEnabled(pelto::kHubDataClass, true); }
+
+Sample Computer::sync(const loomer::TruthPlanner& edit) {
+  Sample sample;
+  Dealings dealings;
+  const int complaints = _complaints.count();
+  const Traffic before = traffic();
+  double whole = 0, edited = 0;
+  {
+    const Stopwatch timed(whole);
+    loomer::EmbeddedManager manager(_store);
+    auto exchange = std::make_unique<loomer::HubExchange>(manager, [&] {
+      return std::make_unique<NotedHub>(std::make_unique<pelto::PostgresHub>(_url, _identifier), dealings);
+    });
+    loomer::ExchangingSessionDriver driver(std::make_unique<EditingDriver>(manager, edit, edited),
+                                           std::move(exchange));
+    driver.sync();
+  }
+  sample.kind = kindOf(dealings);
+  sample.failed = _complaints.count() > complaints;
+  sample.retries = dealings.overtaken;
+  sample.seconds = whole - edited;
+  sample.serviceSeconds = dealings.seconds;
+  sample.sent = traffic().sent - before.sent;
+  sample.received = traffic().received - before.received;
+  return sample;
+}
+
+Digest Computer::digest() const {
+  loomer::TruthStore store(_store);
+  loomer::RecordTable records(store);
+  return {_account, _number, static_cast<std::int64_t>(records.liveCount()),
+          std::hash<std::string>()(treeText(records, loomer::kRoot))};
+}
+
+}  // namespace corvane::hubload
