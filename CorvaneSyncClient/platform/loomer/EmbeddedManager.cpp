@@ -2,6 +2,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/ClientDescription.h"
 #include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -54,7 +55,10 @@ LoomerClient* EmbeddedManager::registerClientWithIdentifier(
 
 void EmbeddedManager::unregisterClient(LoomerClient& client) {
   const String identifier = client.clientIdentifier();
-  if (const auto state = _table.find(identifier)) _table.remove(state->id);
+  if (const auto state = _table.find(identifier)) {
+    _table.remove(state->id);
+    HandedDownFile(_store.path(), state->id).remove();
+  }
   _clients.erase(identifier.toString());
 }
 

@@ -267,6 +267,14 @@ TEST_F(KilledSave, NotesOfOtherSessionsAndDamagedOnesAreNotUsed) {
   EXPECT_EQ(b->text(), "Newer(http://newer/)");
 }
 
+TEST_F(KilledSave, ItsNoteGoesWithTheRegistration) {
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  syncKilledAfterSaving(*b);
+  manager().unregisterClient(*manager().clientWithIdentifier("b"));
+  EXPECT_TRUE(notes().empty());
+}
+
 TEST_F(KilledSave, RefusedChangesAreNotTakenForHeld) {
   a->addBookmark("", "Taken", "http://t/");
   a->addBookmark("", "Refused", "http://r/");
