@@ -85,6 +85,11 @@ CuttingProxy::CuttingProxy(int serverPort) : _serverPort(serverPort) {
 }
 
 CuttingProxy::~CuttingProxy() {
+  {
+    const std::lock_guard lock(_mutex);
+    _isStopping = true;
+    _changed.notify_all();
+  }
   ::close(_stop[1]);
   _thread.join();
   ::close(_stop[0]);
@@ -104,6 +109,7 @@ void CuttingProxy::cutAt(int message, Moment moment, std::function<void()> actio
   _isSilent = false;
   _moment = moment;
   _action = std::move(action);
+  _changed.notify_all();
 }
 
 void CuttingProxy::fallSilentAt(int message) {
@@ -149,15 +155,10 @@ void CuttingProxy::relay(int client, int server) {
 bool CuttingProxy::isCut(int number, Moment moment) {
   std::function<void()> action;
   {
-    const std::lock_guard lock(_mutex);
+    std::unique_lock lock(_mutex);
     if (_cut == 0 || number != _cut || moment != _moment) return false;
-    if (_isSilent) {
-      pollfd waited{_stop[0], POLLIN, 0};
-      // Until the client gives up, which is for its own deadline to bring about, or the relay ends.
-      retryingInterrupted([&] { return ::poll(&waited, 1, 2000); });
-      return true;
-    }
     action = _action;
+    _changed.wait(lock, [this] { return !_isSilent || _isStopping; });
   }
   if (action) action();
   return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -28,7 +29,8 @@ class CuttingProxy {
   /// Begins to count anew. At the message of that number, from 1, `action` is called in the relay's thread
   /// and the connection is cut; 0: never.
   void cutAt(int message, Moment moment = Moment::before, std::function<void()> action = {});
-  /// From that message on nothing is carried any more, and nobody is told.
+  /// From that message on nothing is carried any more, and both sides' connections stay open, until the next
+  /// call of `cutAt`.
   void fallSilentAt(int message);
   /// Messages since then.
   int messages() const { return _messages; }
@@ -47,6 +49,8 @@ class CuttingProxy {
   std::mutex _mutex;  ///< guards what follows
   int _cut = 0;
   bool _isSilent = false;
+  bool _isStopping = false;
+  std::condition_variable _changed;
   Moment _moment = Moment::before;
   std::function<void()> _action;
   std::thread _thread;

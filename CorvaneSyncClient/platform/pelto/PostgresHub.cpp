@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -33,9 +34,20 @@ constexpr const char* kNoteComputer = "note this computer";
 
 std::string beginning(const char* kind, const HubPatience& patience) {
   const auto statement = std::lround(patience.statement * 1000);
-  return std::string("BEGIN ") + kind + "; SET LOCAL statement_timeout = " + std::to_string(statement) +
-         "; SET LOCAL lock_timeout = " + std::to_string(std::max(statement * 2 / 3, 1L)) +
-         "; SET LOCAL idle_in_transaction_session_timeout = " + std::to_string(statement * 2);
+  const std::pair<const char*, long> settings[] = {
+      {"statement_timeout", statement},
+      {"lock_timeout", std::max(statement * 2 / 3, 1L)},
+      {"idle_in_transaction_session_timeout", statement * 2},
+      // The limits above do not hold while the server waits for the rest of a statement: this computer may be
+      // gone by then. Seconds.
+      {"tcp_keepalives_idle", 20},
+      {"tcp_keepalives_interval", 5},
+      {"tcp_keepalives_count", 3},
+  };
+  std::string statements = std::string("BEGIN ") + kind;
+  for (const auto& [name, value] : settings)
+    statements += std::string("; SET LOCAL ") + name + " = " + std::to_string(value);
+  return statements;
 }
 
 /// This computer's name as far as the service keeps it.

@@ -1,0 +1,274 @@
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "tests/pelto/CuttingProxy.h"
+#include "tests/pelto/HubFixture.h"
+
+// Servers that are not there, refuse, keep silent, prove the wrong thing or were set up otherwise: each
+// failure tells what it was and what to do, in time, and never a password.
+
+namespace corvane::pelto {
+namespace {
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A port that takes connections and never says a word.
+class SilentPort {
+ public:
+  SilentPort() : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(::bind(_socket, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    EXPECT_EQ(::listen(_socket, 16), 0);
+    EXPECT_EQ(::getsockname(_socket, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    _number = std::to_string(ntohs(address.sin_port));
+  }
+  ~SilentPort() { ::close(_socket); }
+  const std::string& number() const { return _number; }
+
+ private:
+  int _socket;
+  std::string _number;
+};
+
+class TroubleTest : public HubTest {
+ protected:
+  /// Every call fails in the same way; the reason.
+  std::string failureWith(const std::string& address, HubPatience patience = {}) {
+    PostgresHub troubled(address, computer, patience);
+    const std::string reason = failureOf([&] { troubled.news({}); });
+    EXPECT_NE(failureOf([&] { troubled.push({{newUuidString(), 0, {}}, newUuidString(), {}}); }), "");
+    EXPECT_NE(failureOf([&] { troubled.hasPush(newUuidString()); }), "");
+    EXPECT_NE(failureOf([&] { troubled.isEnabled(kHubDataClass); }), "");
+    EXPECT_NE(failureOf([&] { troubled.setEnabled(kHubDataClass, true); }), "");
+    EXPECT_THAT(reason, Not(HasSubstr(password))) << "a secret";
+    EXPECT_THAT(reason, HasSubstr("the online service ("));
+    return reason;
+  }
+  std::string replaced(std::string text, const std::string& what, const std::string& with) const {
+    const std::size_t at = text.find(what);
+    EXPECT_NE(at, std::string::npos) << what;
+    return text.replace(at, what.size(), with);
+  }
+  std::string port() const { return ":" + std::to_string(server.port()); }
+
+  const std::string password = url.substr(url.find(user + ":") + user.size() + 1,
+                                          url.find('@') - url.find(user + ":") - user.size() - 1);
+};
+
+TEST_F(TroubleTest, WrongPassword) {
+  EXPECT_THAT(failureWith(replaced(url, password, "wrong-password")),
+              AllOf(HasSubstr("Can't connect at the online service (127.0.0.1, port "),
+                    HasSubstr("database hub, user " + user + ")"),
+                    HasSubstr("the server refused the user: password authentication failed"),
+                    HasSubstr("set the account again"), Not(HasSubstr("wrong-password"))));
+}
+
+TEST_F(TroubleTest, NoPassword) {
+  EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
+}
+
+TEST_F(TroubleTest, UnknownUser) {
+  EXPECT_THAT(failureWith(replaced(url, user + ":", "nobody:")), HasSubstr("the server refused the user"));
+}
+
+TEST_F(TroubleTest, MissingDatabase) {
+  EXPECT_THAT(failureWith(replaced(url, "/hub", "/nowhere")),
+              AllOf(HasSubstr("there is no such database"), HasSubstr("docs/hub.md")));
+}
+
+TEST_F(TroubleTest, MissingSchema) {
+  server.makeDatabase("bare");
+  EXPECT_THAT(failureWith(replaced(url, "/hub", "/bare")),
+              AllOf(HasSubstr("its database holds no bookmarks service"), HasSubstr("docs/hub.md")));
+}
+
+TEST_F(TroubleTest, OtherVersions) {
+  const auto set = [&](int number, int oldestClient) {
+    administer("UPDATE corvane_hub.version SET number = " + std::to_string(number) +
+               ", oldest_client = " + std::to_string(oldestClient));
+  };
+  set(kHubVersion - 1, 1);
+  EXPECT_THAT(failureWith(url), AllOf(HasSubstr("it is of version 0, and this program needs version 1"),
+                                      HasSubstr("hub-setup")));
+  set(99, kHubVersion + 1);
+  EXPECT_THAT(failureWith(url),
+              AllOf(HasSubstr("it is of version 99"), HasSubstr("Install a newer version")));
+  set(99, kHubVersion);
+  EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).news({}); }), "")
+      << "newer, but it still serves this one";
+  administer("DELETE FROM corvane_hub.version");
+  EXPECT_THAT(failureWith(url), HasSubstr("not set up completely"));
+  administer("INSERT INTO corvane_hub.version VALUES(1, 1)");
+  EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).news({}); }), "");
+}
+
+TEST_F(TroubleTest, NobodyListens) {
+  std::string free;
+  { free = SilentPort().number(); }
+  EXPECT_THAT(failureWith(replaced(url, port(), ":" + free)),
+              HasSubstr("it can't be reached: Connection refused"));
+  EXPECT_THAT(failureWith("postgresql:///hub?host=" + server.directory() + "/nowhere"),
+              AllOf(HasSubstr("it can't be reached"), HasSubstr(server.directory() + "/nowhere")));
+}
+
+TEST_F(TroubleTest, UnknownHost) {
+  EXPECT_THAT(failureWith("postgresql://a:" + password + "@no_such..host/hub"),
+              HasSubstr("the server no_such..host can't be found: "));
+}
+
+TEST_F(TroubleTest, ServerThatNeverAnswersIsGivenUpInTime) {
+  const SilentPort silent;
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_THAT(failureWith(replaced(url, port(), ":" + silent.number()), {0.2, 15.0}),
+              HasSubstr("it did not answer in time"));
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(5 * 200))
+      << "each of five calls";
+}
+
+TEST_F(TroubleTest, SilentServerLeavesTimeForTheNextOne) {
+  const SilentPort silent;
+  const std::string two =
+      replaced(url, "@127.0.0.1" + port(), "@127.0.0.1:" + silent.number() + ",127.0.0.1" + port());
+  EXPECT_EQ(failureOf([&] { PostgresHub(two, computer, {4.0, 15.0}).news({}); }), "");
+}
+
+TEST_F(TroubleTest, EachAddressOfAHostIsTried) {
+  // "localhost" stands for addresses of both families; the server listens on one of them.
+  EXPECT_EQ(failureOf([&] { PostgresHub(replaced(url, "127.0.0.1", "localhost"), computer).news({}); }), "");
+}
+
+TEST_F(TroubleTest, SocketOfThisComputer) {
+  const std::string socket = "postgresql://" + user + ":" + password + "@" +
+                             "/hub?host=" + server.directory() + "&port=" + std::to_string(server.port());
+  EXPECT_EQ(failureOf([&] { PostgresHub(socket, computer).news({}); }), "");
+}
+
+TEST_F(TroubleTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
+  CuttingProxy proxy(server.port());
+  PostgresHub patient(url, computer);
+  for (const int message : {2, 4, 9, 10, 15, 20, 21}) {
+    SCOPED_TRACE(message);
+    const HubPush push{patient.news({}).now, newUuidString(), {bookmark("A", "http://a/")}};
+    PostgresHub hasty(proxy.through(url), computer, {0.3, 0.3});
+    proxy.fallSilentAt(message);
+    EXPECT_THAT(failureOf([&] { hasty.push(push); }),
+                ContainsRegex("it took longer than 0.3 seconds|it did not answer in time"));
+    EXPECT_EQ(patient.news({}).now, push.expected);
+    proxy.cutAt(0);
+  }
+}
+
+TEST_F(TroubleTest, AccountThatIsKeptBusyIsGivenUpInTime) {
+  std::thread other([this] {
+    administer(
+        "BEGIN; SELECT FROM corvane_hub.accounts WHERE id = $ FOR UPDATE; SELECT pg_sleep(2); ROLLBACK");
+  });
+  while (number("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'PgSleep'") == 0)
+    std::this_thread::yield();
+  PostgresHub hasty(url, computer, {5.0, 0.6});
+  const HubSeen now = hub.news({}).now;
+  EXPECT_THAT(failureOf([&] {
+                hasty.push({now, newUuidString(), {}});
+              }),
+              HasSubstr("another computer of this account keeps it busy"));
+  EXPECT_EQ(failureOf([&] { hasty.news({}); }), "") << "reading waits for nobody";
+  other.join();
+  EXPECT_TRUE(hasty.push({now, newUuidString(), {}}));
+}
+
+TEST_F(TroubleTest, ComputerThatFellSilentGivesTheAccountFree) {
+  CuttingProxy proxy(server.port());
+  const HubSeen now = hub.news({}).now;
+  std::thread other([&] {
+    PostgresHub silent(proxy.through(url), "C0000000-0000-4000-8000-000000000002", {5.0, 0.4});
+    HubPush push{
+        {server.administer("SELECT upper(uid::text) FROM corvane_hub.accounts WHERE role = '" + user + "'"),
+         0,
+         {}},
+        newUuidString(),
+        {bookmark("A", "http://a/")}};
+    // The push has begun when its records would be sent; the connection stays open all the while.
+    proxy.fallSilentAt(16);
+    EXPECT_NE(failureOf([&] { silent.push(push); }), "");
+  });
+  while (proxy.messages() < 16) std::this_thread::yield();
+  bool isTaken = false;
+  EXPECT_EQ(failureOf([&] { isTaken = hub.push({now, newUuidString(), {}}); }), "");
+  EXPECT_TRUE(isTaken) << "the server ended the transaction of who said no more";
+  proxy.cutAt(0);
+  other.join();
+}
+
+TEST_F(TroubleTest, EnvironmentHasNoSay) {
+  const SilentPort silent;
+  const std::pair<const char*, std::string> variables[] = {
+      {"PGHOSTADDR", "192.0.2.1"},        {"PGSERVICE", "nowhere"},    {"PGSSLMODE", "require"},
+      {"PGOPTIONS", "-c nonsense=1"},     {"PGPORT", silent.number()}, {"PGREQUIRESSL", "1"},
+      {"PGPASSFILE", "/nowhere"},         {"PGUSER", "nobody"},        {"PGCHANNELBINDING", "require"},
+      {"PGTARGETSESSIONATTRS", "standby"}};
+  for (const auto& [name, value] : variables) {
+    ::setenv(name, value.c_str(), 1);
+    EXPECT_EQ(failureOf([&] { PostgresHub(url, computer, {0.5, 15.0}).news({}); }), "") << name;
+    EXPECT_EQ(::getenv(name), nullptr);
+  }
+}
+
+TEST_F(TroubleTest, PasswordsComeFromTheAccountAlone) {
+  const std::string file = platform.directory / "pgpass";
+  std::ofstream(file) << "*:*:*:*:" << password << '\n';
+  ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+  ::setenv("PGPASSFILE", file.c_str(), 1);
+  EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
+}
+
+class EncryptedTest : public TroubleTest {
+ protected:
+  /// A key and a certificate for "hub.example.org" that nobody else has signed; the server uses them.
+  void encrypt() {
+    const std::string key = server.directory() + "/data/server.key";
+    const std::string command =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj "
+        "/CN=hub.example.org"
+        " -addext subjectAltName=DNS:hub.example.org -keyout " +
+        key + " -out " + certificate + " 2>/dev/null && chmod 600 " + key +
+        " && chown --reference=" + server.directory() + "/data " + key + " " + certificate;
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    for (const std::string on : {"ALTER SYSTEM SET ssl = on", "SELECT pg_reload_conf()"}) administer(on);
+    while (server.administer("SHOW ssl") != "on") std::this_thread::yield();
+  }
+  std::string encrypted(const std::string& host, const std::string& authority) const {
+    return "postgresql://" + user + ":" + password + "@" + host + port() +
+           "/hub?hostaddr=127.0.0.1&sslmode=verify-full&sslrootcert=" + authority;
+  }
+  const std::string certificate = server.directory() + "/data/server.crt";
+};
+
+TEST_F(EncryptedTest, ServerMustProveItsName) {
+  EXPECT_THAT(failureWith(encrypted("hub.example.org", certificate)),
+              AllOf(HasSubstr("TLS did not succeed"), HasSubstr("Nothing was sent")))
+      << "a server without TLS";
+  encrypt();
+  EXPECT_EQ(failureOf([&] { PostgresHub(encrypted("hub.example.org", certificate), computer).news({}); }),
+            "");
+  EXPECT_THAT(failureWith(encrypted("other.example.org", certificate)),
+              AllOf(HasSubstr("TLS did not succeed"), HasSubstr("does not match host name")));
+  EXPECT_THAT(failureWith(encrypted("hub.example.org", "/etc/ssl/certs/ca-certificates.crt")),
+              AllOf(HasSubstr("TLS did not succeed"), ContainsRegex("certificate")));
+  EXPECT_THAT(failureWith(encrypted("hub.example.org", "/nowhere.crt")), HasSubstr("TLS did not succeed"));
+}
+
+}  // namespace
+}  // namespace corvane::pelto
