@@ -48,6 +48,7 @@ CREATE TABLE corvane_hub.records(
   tab_group boolean NOT NULL,
   special boolean NOT NULL,
   deleted boolean NOT NULL,      -- a tombstone: of the rest only the id counts
+  was_live boolean NOT NULL,     -- before it was written last
   revision bigint NOT NULL,      -- of the push that wrote it
   changed timestamptz NOT NULL,
   PRIMARY KEY (account, id)
@@ -165,11 +166,7 @@ END $$;
 CREATE FUNCTION corvane_hub.put_records(ids uuid[], folders boolean[], parents uuid[], positions integer[], names bytea[],
                                         urls bytea[], tab_groups boolean[], specials boolean[], deletions boolean[])
 RETURNS void
-LANGUAGE plpgsql SECURITY DEFINER
-SET search_path = pg_catalog, pg_temp
--- Whatever the statistics say of a partition that has just been filled: each record is looked up by its key.
-SET enable_seqscan = off SET enable_hashjoin = off SET enable_mergejoin = off
-SET plan_cache_mode = force_custom_plan AS $$
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
 DECLARE
   me bigint;
   now_at bigint;
@@ -180,24 +177,20 @@ BEGIN
   IF me IS NULL THEN
     RAISE EXCEPTION 'this transaction has not begun a push' USING ERRCODE = 'object_not_in_prerequisite_state';
   END IF;
-  WITH given AS MATERIALIZED (
-    SELECT * FROM unnest(ids, folders, parents, positions, names, urls, tab_groups, specials, deletions)
-      AS g(id, folder, parent, position, name, url, tab_group, special, deleted)
-  ), before AS MATERIALIZED (
-    SELECT count(*) AS live FROM given g JOIN corvane_hub.records r ON r.account = me AND r.id = g.id
-    WHERE NOT r.deleted
-  ), written AS (
+  WITH written AS (
     INSERT INTO corvane_hub.records AS r
     SELECT me, g.id, g.folder, CASE WHEN NOT g.deleted THEN g.parent END, g.position,
            CASE WHEN NOT g.deleted THEN g.name END, CASE WHEN NOT g.deleted THEN g.url END,
-           g.tab_group, g.special, g.deleted, now_at, now()
-    FROM given g ORDER BY g.id
+           g.tab_group, g.special, g.deleted, false, now_at, now()
+    FROM unnest(ids, folders, parents, positions, names, urls, tab_groups, specials, deletions)
+      AS g(id, folder, parent, position, name, url, tab_group, special, deleted)
+    ORDER BY g.id
     ON CONFLICT (account, id) DO UPDATE
     SET folder = excluded.folder, parent = excluded.parent, position = excluded.position, name = excluded.name,
         url = excluded.url, tab_group = excluded.tab_group, special = excluded.special, deleted = excluded.deleted,
-        revision = excluded.revision, changed = excluded.changed
-  )
-  SELECT count(*) FILTER (WHERE NOT g.deleted) - (SELECT live FROM before) INTO more FROM given g;
+        was_live = NOT r.deleted, revision = excluded.revision, changed = excluded.changed
+    RETURNING r.deleted, r.was_live)
+  SELECT count(*) FILTER (WHERE NOT w.deleted) - count(*) FILTER (WHERE w.was_live) INTO more FROM written w;
   UPDATE corvane_hub.accounts SET live_records = live_records + more WHERE id = me;
 END $$;
 

@@ -129,24 +129,6 @@ std::string findPrograms() {
   throw std::runtime_error("there is no PostgreSQL server: install the package postgresql");
 }
 
-/// A port that nobody listens on, below those that the system gives to outgoing connections.
-int freePort() {
-  std::random_device random;
-  for (int i = 0; i < 1000; ++i) {
-    const int port = 15000 + static_cast<int>(random() % 17000);
-    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (probe < 0) failSystem("socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool isFree = ::bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(probe);
-    if (isFree) return port;
-  }
-  throw std::runtime_error("no port is free");
-}
-
 /// The server's process by its own note, as long as it really is one over this directory; 0 when there is
 /// none.
 pid_t serverOver(const std::string& directory) {
@@ -186,6 +168,24 @@ struct ResultDeleter {
 };
 
 }  // namespace
+
+// Below those that the system gives to outgoing connections, which would take it between two starts.
+int freePort() {
+  std::random_device random;
+  for (int i = 0; i < 1000; ++i) {
+    const int port = 15000 + static_cast<int>(random() % 17000);
+    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) failSystem("socket");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool isFree = ::bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(probe);
+    if (isFree) return port;
+  }
+  throw std::runtime_error("no port is free");
+}
 
 std::string runSql(const std::string& url, const std::string& statements) {
   const std::unique_ptr<PGconn, ConnectionDeleter> connection(PQconnectdb(url.c_str()));
@@ -317,13 +317,17 @@ void PostgresServer::makeDatabase(const std::string& name) {
   administer("CREATE DATABASE \"" + name + "\"", "postgres");
 }
 
-std::string PostgresServer::setUpHub(const std::string& database) {
-  return outputOf({CORVANE_SCRIPTS "/hub-setup", administratorUrl(database)}, _programs);
+std::string PostgresServer::run(const std::vector<std::string>& arguments) const {
+  return outputOf(arguments, _programs);
+}
+
+std::string PostgresServer::setUpHub(const std::string& database, const std::string& script) {
+  return run({script.empty() ? CORVANE_SCRIPTS "/hub-setup" : script, administratorUrl(database)});
 }
 
 std::string PostgresServer::hubAccount(const std::string& action, const std::string& name,
                                        const std::string& database) {
-  return outputOf({CORVANE_SCRIPTS "/hub-account", administratorUrl(database), action, name}, _programs);
+  return run({CORVANE_SCRIPTS "/hub-account", administratorUrl(database), action, name});
 }
 
 std::string PostgresServer::addAccount(const std::string& name, const std::string& database) {

@@ -24,6 +24,9 @@ class PostgresError : public std::runtime_error {
 /// there is none. Raises PostgresError.
 std::string runSql(const std::string& url, const std::string& statements);
 
+/// A port of the loopback interface that nobody listens on at this moment.
+int freePort();
+
 /// A PostgreSQL server of the test's own, in a private directory, on the loopback interface and on a socket
 /// in that directory. It starts when this object is made, with the online service set up in the database
 /// "hub", and ends with it, without leaving anything behind; also when the test is killed. Making one takes a
@@ -44,9 +47,12 @@ class PostgresServer {
 
   /// An empty database.
   void makeDatabase(const std::string& name);
-  /// Runs scripts/hub-setup on it; what it printed. Raises with what it printed when it fails.
-  std::string setUpHub(const std::string& database);
-  /// Runs scripts/hub-account on `database`; what it printed. Raises with what it printed when it fails.
+  /// Runs a program with the server's programs in its path; what it printed. Raises with what it printed when
+  /// it fails.
+  std::string run(const std::vector<std::string>& arguments) const;
+  /// Runs scripts/hub-setup (or the copy of it at `script`) on the database, as `run` does.
+  std::string setUpHub(const std::string& database, const std::string& script = {});
+  /// Runs scripts/hub-account on the database, as `run` does.
   std::string hubAccount(const std::string& action, const std::string& name,
                          const std::string& database = "hub");
 
@@ -62,6 +68,9 @@ class PostgresServer {
   /// The directory of initdb, psql and the others.
   const std::string& programs() const { return _programs; }
 
+  /// What the server has logged so far.
+  std::string log() const;
+
   /// SIGKILL, as in a loss of power. Returns when the server is gone.
   void kill();
   /// Ends it in order, cutting off whoever is connected.
@@ -75,7 +84,6 @@ class PostgresServer {
   void launch();
   bool awaitAnswer();
   void end(int signal);
-  std::string log() const;
 
   std::string _programs;
   std::string _directory;

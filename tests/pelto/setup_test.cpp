@@ -1,0 +1,235 @@
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
+
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "tests/pelto/HubFixture.h"
+
+// Setting a server up, its accounts, a pooler in front of it, and the fixture itself.
+
+namespace corvane::pelto {
+namespace {
+
+using testing::HasSubstr;
+
+template <typename Work>
+std::string messageOf(Work work) {
+  try {
+    work();
+    return {};
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+}
+
+class SetupTest : public HubTest {};
+
+TEST_F(SetupTest, RunningItAgainChangesNothing) {
+  const HubRecord a = bookmark("A", "http://a/");
+  give({a});
+  const std::string schema =
+      "SELECT md5(string_agg(concat(c.relname, c.relkind, c.relacl), ',' ORDER BY "
+      "c.relname)) FROM pg_class c WHERE c.relnamespace = 'corvane_hub'::regnamespace";
+  const std::string before = server.administer(schema);
+  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 1.\n");
+  EXPECT_EQ(server.administer(schema), before);
+  EXPECT_EQ(held(), text({a}));
+}
+
+TEST_F(SetupTest, SeveralAtOnceMakeOne) {
+  server.makeDatabase("together");
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([this] { EXPECT_EQ(messageOf([&] { server.setUpHub("together"); }), ""); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "together"), "1");
+}
+
+TEST_F(SetupTest, NewerServiceIsRefused) {
+  server.makeDatabase("newer");
+  server.setUpHub("newer");
+  server.administer("UPDATE corvane_hub.version SET number = 7", "newer");
+  EXPECT_THAT(messageOf([&] { server.setUpHub("newer"); }),
+              HasSubstr("the schema is of version 7, and these scripts know versions up to 1"));
+  EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "newer"), "7");
+}
+
+/// The scripts as they are installed, in one directory, with a migration more.
+class MigrationTest : public SetupTest {
+ protected:
+  void install(const std::string& migration) {
+    const std::string copy = "cp " CORVANE_SCRIPTS "/hub-setup " CORVANE_SCRIPTS "/../resources/hub/*.sql " +
+                             platform.directory.path();
+    ASSERT_EQ(std::system(copy.c_str()), 0);
+    std::ofstream(platform.directory / "002-more.sql") << migration;
+  }
+  std::string setUp() {
+    return messageOf([&] { server.setUpHub(database, platform.directory / "hub-setup"); });
+  }
+  std::string answer(const std::string& sql) { return server.administer(sql, database); }
+
+  const std::string database = "migrated" + std::to_string(++_databases);
+
+ private:
+  static inline int _databases = 0;
+};
+
+TEST_F(MigrationTest, MissingOnesAreAppliedOnce) {
+  server.makeDatabase(database);
+  server.setUpHub(database);
+  PostgresHub old(server.addAccount(user + "_old", database), computer);
+  give(old, {});
+  install("CREATE TABLE corvane_hub.more(a int); INSERT INTO corvane_hub.more VALUES(1);");
+  EXPECT_EQ(setUp(), "");
+  EXPECT_EQ(setUp(), "");
+  EXPECT_EQ(answer("SELECT count(*) FROM corvane_hub.more"), "1");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
+  EXPECT_EQ(failureOf([&] { give(old, {}); }), "")
+      << "a service that moved on under a program that it serves";
+}
+
+TEST_F(MigrationTest, FailedOneLeavesTheVersionBefore) {
+  server.makeDatabase(database);
+  install("CREATE TABLE corvane_hub.more(a int); SELECT 1 / 0;");
+  EXPECT_THAT(setUp(), HasSubstr("division by zero"));
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "1");
+  EXPECT_EQ(answer("SELECT to_regclass('corvane_hub.more') IS NULL"), "t");
+  install("CREATE TABLE corvane_hub.more(a int);");
+  EXPECT_EQ(setUp(), "");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
+}
+
+TEST_F(SetupTest, OrdinaryUserMayNotSetUp) {
+  EXPECT_THAT(messageOf([&] { runSql(url, "SELECT 1"); }), "");
+  const std::string script = CORVANE_SCRIPTS "/hub-setup";
+  EXPECT_THAT(messageOf([&] { server.run({script, url}); }), HasSubstr("this needs a superuser"));
+}
+
+TEST_F(SetupTest, PasswordIsChangedAndTheOldOneIsWorthNothing) {
+  const std::string printed = server.hubAccount("password", user);
+  EXPECT_THAT(failureOf([&] { PostgresHub(url, computer).news({}); }),
+              HasSubstr("the server refused the user"));
+  const std::string fresh = server.url(user, printed.substr(0, printed.find('\n')));
+  EXPECT_EQ(failureOf([&] { PostgresHub(fresh, computer).news({}); }), "");
+}
+
+TEST_F(SetupTest, AccountsThatAreNotThereOrThereAlready) {
+  EXPECT_THAT(messageOf([&] { server.hubAccount("add", user); }), HasSubstr("already exists"));
+  EXPECT_THAT(messageOf([&] { server.hubAccount("remove", "no_such"); }),
+              HasSubstr("there is no account no_such"));
+  EXPECT_THAT(messageOf([&] { server.hubAccount("password", "administrator"); }),
+              HasSubstr("there is no account administrator"))
+      << "only accounts get passwords here";
+  EXPECT_THAT(messageOf([&] { server.hubAccount("remove", "administrator"); }),
+              HasSubstr("there is no account"));
+}
+
+TEST_F(SetupTest, NamesAreNoStatements) {
+  const std::string name = "o'hara\"; DROP SCHEMA corvane_hub CASCADE; --";
+  server.hubAccount("add", name);
+  EXPECT_EQ(
+      number("SELECT count(*) FROM corvane_hub.accounts WHERE role = 'o''hara\"; DROP SCHEMA corvane_hub "
+             "CASCADE; --'"),
+      1);
+  server.hubAccount("remove", name);
+  EXPECT_EQ(hub.news({}).now.revision, 0);
+}
+
+TEST_F(SetupTest, PasswordsStayOutOfTheServersLog) {
+  for (const std::string on : {"ALTER SYSTEM SET log_statement = 'all'", "SELECT pg_reload_conf()"})
+    administer(on);
+  while (server.administer("SHOW log_statement") != "all") std::this_thread::yield();
+  const std::string printed = server.hubAccount("password", user);
+  const std::string password = printed.substr(0, printed.find('\n'));
+  EXPECT_THAT(server.log(), HasSubstr("SHOW log_statement")) << "statements do stand there";
+  EXPECT_THAT(server.log(), testing::Not(HasSubstr(password)));
+  administer("ALTER SYSTEM RESET log_statement");
+  administer("SELECT pg_reload_conf()");
+}
+
+/// pgbouncer, which hands one connection to the server from transaction to transaction.
+class Pooler {
+ public:
+  Pooler(const PostgresServer& server, const std::string& directory, const std::string& user,
+         const std::string& password)
+      : _port(freePort()) {
+    const std::string file = directory + "/pooler.ini";
+    std::ofstream(directory + "/users") << '"' << user << "\" \"" << password << "\"\n";
+    std::ofstream(file) << "[databases]\nhub = host=127.0.0.1 port=" << server.port()
+                        << "\n[pgbouncer]\nlisten_addr = 127.0.0.1\nlisten_port = " << _port
+                        << "\nunix_socket_dir =\nauth_type = scram-sha-256\nauth_file = " << directory
+                        << "/users\npool_mode = transaction\ndefault_pool_size = 1\nlogfile = " << directory
+                        << "/pooler.log\n"
+                        << (::geteuid() == 0 ? "user = postgres\n" : "");
+    const std::string open = "chmod 777 " + directory + " && chmod 644 " + directory + "/users " + file;
+    EXPECT_EQ(std::system(open.c_str()), 0);
+    _process = ::fork();
+    if (_process == 0) {
+      ::execl("/usr/sbin/pgbouncer", "pgbouncer", "-q", file.c_str(), nullptr);
+      ::_exit(127);
+    }
+  }
+  ~Pooler() {
+    ::kill(_process, SIGTERM);
+    EXPECT_EQ(::waitpid(_process, nullptr, 0), _process);
+  }
+  int port() const { return _port; }
+
+ private:
+  int _port;
+  pid_t _process;
+};
+
+TEST_F(SetupTest, PoolerMayHandTheConnectionOnBetweenTransactions) {
+  const std::string password = url.substr(url.find(user + ":") + user.size() + 1,
+                                          url.find('@') - url.find(user + ":") - user.size() - 1);
+  const Pooler pooler(server, platform.directory.path(), user, password);
+  const std::string pooled =
+      "postgresql://" + user + ":" + password + "@127.0.0.1:" + std::to_string(pooler.port()) + "/hub";
+  for (int i = 0; i < 500 && !messageOf([&] { runSql(pooled, "SELECT 1"); }).empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+
+  std::vector<std::unique_ptr<PostgresHub>> hubs;
+  for (int i = 0; i < 4; ++i) hubs.push_back(std::make_unique<PostgresHub>(pooled, newUuidString()));
+  std::vector<HubRecord> given;
+  for (int round = 0; round < 5; ++round) {
+    for (const auto& one : hubs) {
+      one->setEnabled(kHubDataClass, true);
+      for (int i = 0; i < 300; ++i) given.push_back(bookmark("pooled", "http://a/"));
+      give(*one, given);
+      ASSERT_EQ(text(one->news({}).records), text(given));
+    }
+  }
+  EXPECT_EQ(runSql(pooled, "SHOW statement_timeout"), "0") << "nothing outlives a transaction";
+  EXPECT_EQ(number("SELECT count(*) FROM pg_stat_activity WHERE usename = '" + user + "'"), 2)
+      << "the pooler's one connection, and that of this test's own hub";
+}
+
+}  // namespace
+
+TEST(PostgresServerTest, LeavesNothingBehindAlsoWhenTheTestIsKilled) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    PostgresServer server;
+    const std::string directory = server.directory();
+    if (::write(ends[1], directory.data(), directory.size()) < 0) ::_exit(1);
+    ::raise(SIGKILL);
+  }
+  ::close(ends[1]);
+  char buffer[4096];
+  const ssize_t size = ::read(ends[0], buffer, sizeof buffer);
+  ::close(ends[0]);
+  ASSERT_GT(size, 0);
+  const std::string directory(buffer, static_cast<std::size_t>(size));
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  for (int i = 0; i < 1000 && ::access(directory.c_str(), F_OK) == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_NE(::access(directory.c_str(), F_OK), 0) << directory;
+}
+
+}  // namespace corvane::pelto
