@@ -201,6 +201,9 @@ LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
 DECLARE
   me bigint := corvane_hub.my_account();
 BEGIN
+  IF me IS NULL THEN
+    RAISE EXCEPTION 'role % has no account', session_user USING ERRCODE = 'insufficient_privilege';
+  END IF;
   INSERT INTO corvane_hub.computers AS c VALUES(me, computer, computer_name, now())
     ON CONFLICT (account, id) DO UPDATE SET name = excluded.name, last_seen = excluded.last_seen;
   DELETE FROM corvane_hub.computers c WHERE c.account = me AND c.id IN (

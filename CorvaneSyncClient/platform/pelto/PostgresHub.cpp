@@ -176,6 +176,13 @@ auto PostgresHub::inTransaction(const char* kind, const char* purpose, Work work
   }
 }
 
+/// The rows are of a query of the user's own account, which answers one row when there is one.
+void PostgresHub::requireAccount(const HubRows& rows, const char* purpose) const {
+  if (rows.count() == 1) return;
+  throw hubException(_address, purpose, "the user has no account there",
+                     "Have the account made: docs/hub.md.");
+}
+
 PostgresHub::State PostgresHub::readState(HubConnection& connection) {
   const HubRows rows = connection.run(
       "SELECT a.id, a.uid, a.revision, a.mark, a.record_limit - a.live_records, a.forgotten_revision,"
@@ -185,10 +192,7 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
       "   AND c.last_seen > now() - interval '1 day')"
       " FROM corvane_hub.accounts a WHERE a.role = session_user",
       {uuidValue(_computer), textValue(kHubDataClass), textValue(computerName())}, kReadNews);
-  if (rows.count() != 1) {
-    throw hubException(_address, kReadNews, "the user has no account there",
-                       "Have the account made: docs/hub.md.");
-  }
+  requireAccount(rows, kReadNews);
   State state;
   state.account = rows.big(0, 0);
   state.now = {rows.uuid(0, 1), rows.big(0, 2), rows.uuid(0, 3)};
@@ -310,9 +314,10 @@ void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRec
 bool PostgresHub::hasPush(const String& mark) {
   return *inTransaction(kReading, kAskForPush, [&](HubConnection& connection) {
     const HubRows rows = connection.run(
-        "SELECT EXISTS(SELECT FROM corvane_hub.pushes"
-        " WHERE account = (SELECT corvane_hub.my_account()) AND mark = $1)",
+        "SELECT EXISTS(SELECT FROM corvane_hub.pushes p WHERE p.account = a.id AND p.mark = $1)"
+        " FROM corvane_hub.accounts a WHERE a.role = session_user",
         {uuidValue(mark)}, kAskForPush);
+    requireAccount(rows, kAskForPush);
     return std::make_optional(rows.boolean(0, 0));
   });
 }
@@ -320,9 +325,11 @@ bool PostgresHub::hasPush(const String& mark) {
 bool PostgresHub::isEnabled(const String& dataClass) {
   return *inTransaction(kReading, kReadSetting, [&](HubConnection& connection) {
     const HubRows rows = connection.run(
-        "SELECT EXISTS(SELECT FROM corvane_hub.settings WHERE account = (SELECT corvane_hub.my_account())"
-        " AND computer = $1 AND data_class = $2 AND enabled)",
+        "SELECT EXISTS(SELECT FROM corvane_hub.settings s WHERE s.account = a.id"
+        " AND s.computer = $1 AND s.data_class = $2 AND s.enabled)"
+        " FROM corvane_hub.accounts a WHERE a.role = session_user",
         {uuidValue(_computer), textValue(dataClass)}, kReadSetting);
+    requireAccount(rows, kReadSetting);
     return std::make_optional(rows.boolean(0, 0));
   });
 }

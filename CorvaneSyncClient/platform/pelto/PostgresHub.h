@@ -37,6 +37,7 @@ class PostgresHub : public Hub {
   auto inTransaction(const char* kind, const char* purpose, Work work);
   HubConnection& connected();
   void checkVersion(HubConnection& connection);
+  void requireAccount(const HubRows& rows, const char* purpose) const;
   State readState(HubConnection& connection);
   bool isOfThePast(HubConnection& connection, const State& state, const HubSeen& seen);
   void readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision, HubNews& news);
