@@ -102,8 +102,32 @@ TEST_F(MigrationTest, FailedOneLeavesTheVersionBefore) {
   EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
 }
 
+TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
+  const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/");
+  give({a});
+  const HubSeen before = hub.news({}).now;
+  const std::string dump = platform.directory / "dump";
+  server.run({server.programs() + "/pg_dump", "--file=" + dump, server.administratorUrl()});
+  give({b});
+  const HubSeen after = hub.news({}).now;
+
+  server.makeDatabase("restored");
+  server.run({server.programs() + "/psql", "-X", "-q", "-v", "ON_ERROR_STOP=1", "-f", dump,
+              server.administratorUrl("restored")});
+  server.setUpHub("restored");
+  std::string elsewhere = url;
+  PostgresHub restored(elsewhere.replace(elsewhere.rfind("/hub"), 4, "/restored"), computer);
+  EXPECT_TRUE(restored.news(before).continues);
+  const HubNews news = restored.news(after);
+  EXPECT_FALSE(news.continues);
+  EXPECT_EQ(text(news.records), text({a}));
+  give(restored, {a, b});
+  EXPECT_EQ(text(restored.news({}).records), text({a, b}));
+  EXPECT_THROW(runSql(elsewhere, "CREATE TEMPORARY TABLE mine(a int)"), PostgresError)
+      << "the database is closed too";
+}
+
 TEST_F(SetupTest, OrdinaryUserMayNotSetUp) {
-  EXPECT_THAT(messageOf([&] { runSql(url, "SELECT 1"); }), "");
   const std::string script = CORVANE_SCRIPTS "/hub-setup";
   EXPECT_THAT(messageOf([&] { server.run({script, url}); }), HasSubstr("this needs a superuser"));
 }
