@@ -174,11 +174,11 @@ TEST_F(TroubleTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
 TEST_F(TroubleTest, AccountThatIsKeptBusyIsGivenUpInTime) {
   std::thread other([this] {
     administer(
-        "BEGIN; SELECT FROM corvane_hub.accounts WHERE id = $ FOR UPDATE; SELECT pg_sleep(2); ROLLBACK");
+        "BEGIN; SELECT FROM corvane_hub.accounts WHERE id = $ FOR UPDATE; SELECT pg_sleep(5); ROLLBACK");
   });
   while (number("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'PgSleep'") == 0)
     std::this_thread::yield();
-  PostgresHub hasty(url, computer, {5.0, 0.6});
+  PostgresHub hasty(url, computer, {5.0, 3.0});
   const HubSeen now = hub.news({}).now;
   EXPECT_THAT(failureOf([&] {
                 hasty.push({now, newUuidString(), {}});
@@ -193,7 +193,7 @@ TEST_F(TroubleTest, ComputerThatFellSilentGivesTheAccountFree) {
   CuttingProxy proxy(server.port());
   const HubSeen now = hub.news({}).now;
   std::thread other([&] {
-    PostgresHub silent(proxy.through(url), "C0000000-0000-4000-8000-000000000002", {5.0, 0.4});
+    PostgresHub silent(proxy.through(url), "C0000000-0000-4000-8000-000000000002", {5.0, 2.0});
     HubPush push{
         {server.administer("SELECT upper(uid::text) FROM corvane_hub.accounts WHERE role = '" + user + "'"),
          0,
@@ -221,7 +221,7 @@ TEST_F(TroubleTest, EnvironmentHasNoSay) {
       {"PGTARGETSESSIONATTRS", "standby"}};
   for (const auto& [name, value] : variables) {
     ::setenv(name, value.c_str(), 1);
-    EXPECT_EQ(failureOf([&] { PostgresHub(url, computer, {0.5, 15.0}).news({}); }), "") << name;
+    EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).news({}); }), "") << name;
     EXPECT_EQ(::getenv(name), nullptr);
   }
 }
