@@ -65,7 +65,7 @@ TEST_F(AccountTest, SetWritesAFileForTheUserAloneAndAsksTheService) {
   struct stat status {};
   ASSERT_EQ(stat(accountFile().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
-  EXPECT_THAT(service.calls, ElementsAre("enabled? com.keldra.Bookmarks", "news"));
+  EXPECT_THAT(service.calls, ElementsAre("enabled? com.keldra.Bookmarks"));
 }
 
 TEST_F(AccountTest, SetAgainKeepsTheComputer) {

@@ -23,11 +23,7 @@ struct Answer {
 
 Answer ask(const Account& account) {
   try {
-    const auto hub = pelto::hubOf(account);
-    const bool enabled = hub->isEnabled(LoomerDataClass_Bookmarks);
-    // A user without an account there has everything off. The news, which hold nothing then, tell.
-    if (!enabled) hub->news(std::nullopt);
-    return {enabled, {}};
+    return {pelto::hubOf(account)->isEnabled(LoomerDataClass_Bookmarks), {}};
   } catch (const PlatformException& exception) {
     return {std::nullopt, exception.reason()};
   }
