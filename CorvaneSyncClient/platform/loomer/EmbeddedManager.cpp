@@ -65,9 +65,9 @@ void EmbeddedManager::unregisterClient(LoomerClient& client) {
 std::unique_ptr<LoomerSessionDriver> EmbeddedManager::sessionDriverWithDataSource(
     LoomerSessionDriverDataSource& dataSource) {
   auto driver = std::make_unique<EmbeddedSessionDriver>(*this, dataSource);
-  if (!_makeHub) return driver;
+  if (!_openHub) return driver;
   return std::make_unique<ExchangingSessionDriver>(std::move(driver),
-                                                   std::make_unique<HubExchange>(*this, _makeHub));
+                                                   std::make_unique<HubExchange>(*this, _openHub));
 }
 
 }  // namespace corvane::loomer

@@ -29,14 +29,14 @@ class EmbeddedManager : public LoomerManager {
       LoomerSessionDriverDataSource& dataSource) override;
 
   /// From here on sessions run between two exchanges with the online service.
-  void useHub(HubMaker makeHub) { _makeHub = std::move(makeHub); }
+  void useHub(HubOpener openHub) { _openHub = std::move(openHub); }
 
   TruthStore& store() { return _store; }
 
  private:
   TruthStore _store;
   ClientTable _table{_store};
-  HubMaker _makeHub;
+  HubOpener _openHub;
   std::map<std::string, std::unique_ptr<EmbeddedClient>>
       _clients;  // by identifier; those that were asked for
 };

@@ -19,15 +19,15 @@ std::optional<ClientState> stateOf(TruthStore& store) {
 
 }  // namespace
 
-HubExchange::HubExchange(EmbeddedManager& manager, HubMaker makeHub)
-    : _manager(manager), _makeHub(std::move(makeHub)) {}
+HubExchange::HubExchange(EmbeddedManager& manager, HubOpener openHub)
+    : _manager(manager), _openHub(std::move(openHub)) {}
 
 HubExchange::~HubExchange() = default;
 
 void HubExchange::run() {
   if (_ended) return;
   try {
-    if (!_hub) _hub = _makeHub();
+    if (!_hub) _hub = _openHub();
     if (_hub) return exchange();
   } catch (const PlatformException& exception) {
     systemLog("Bookmarks were synced on this computer alone, not with the online service: %@",

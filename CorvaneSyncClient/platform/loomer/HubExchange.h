@@ -9,8 +9,8 @@ namespace corvane::loomer {
 
 class EmbeddedManager;
 
-/// Makes the way to the online service, contacting nobody; null when there is no account.
-using HubMaker = std::function<std::unique_ptr<pelto::Hub>()>;
+/// Opens the way to the online service, contacting nobody; null when there is no account.
+using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 
 /// Exchanges changes between the truth and the online service, around the sessions of one run. Whatever goes
 /// wrong there ends the exchanges of this object with one line in the system log and nothing else: the next
@@ -18,7 +18,7 @@ using HubMaker = std::function<std::unique_ptr<pelto::Hub>()>;
 class HubExchange {
  public:
   /// `manager` must outlive this object.
-  HubExchange(EmbeddedManager& manager, HubMaker makeHub);
+  HubExchange(EmbeddedManager& manager, HubOpener openHub);
   ~HubExchange();
 
   /// Takes in what the service has that this computer has not seen, and gives what it lacks.
@@ -35,7 +35,7 @@ class HubExchange {
   bool hasNewsForHub();
 
   EmbeddedManager& _manager;
-  HubMaker _makeHub;
+  HubOpener _openHub;
   std::unique_ptr<pelto::Hub> _hub;
   bool _ended = false;  // nothing more is exchanged: there is no account, it is switched off, or it failed
 };

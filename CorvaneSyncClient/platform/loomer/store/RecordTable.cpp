@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 
 namespace corvane::loomer {
@@ -84,18 +85,6 @@ std::optional<ContentId> storedRow(const std::vector<Record>& records, const std
   return rows[static_cast<std::size_t>(found - records.begin())];
 }
 
-std::string uuidText(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
-}
-
 }  // namespace
 
 ContentRows::ContentRows(Database& database, const std::vector<TruthRecord>& truth,
@@ -159,7 +148,13 @@ String RecordTable::globalIdentifier(RecordId record) {
       "SELECT global_id FROM records WHERE id = ?1 UNION ALL SELECT global_id FROM tombstones WHERE id = ?1",
       kReadRecords);
   if (!query.open(record).next()) return String();
-  return uuidText(query.blob(0));
+  UuidBytes bytes;
+  const std::string_view stored = query.blob(0);
+  if (stored.size() != bytes.size()) {
+    throw damagedStoreException(_store.path(), "the record " + std::to_string(record) + " has no identifier");
+  }
+  std::copy(stored.begin(), stored.end(), bytes.begin());
+  return uuidString(bytes);
 }
 
 void RecordTable::apply(const std::vector<TruthChange>& changes, std::int64_t revision,
