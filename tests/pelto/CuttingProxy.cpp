@@ -174,6 +174,8 @@ bool CuttingProxy::carryMessages(std::string& pending, bool& isStarted, int clie
     if (pending.size() < size) return true;
     const std::string message = pending.substr(0, size);
     pending.erase(0, size);
+    // A farewell may come when the next connection's messages are being counted already.
+    if (isStarted && message[0] == 'X') return sendAll(server, message);
     const int number = ++_messages;
     if (isCut(number, Moment::before)) {
       reset(client);

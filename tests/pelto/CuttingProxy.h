@@ -32,7 +32,7 @@ class CuttingProxy {
   /// From that message on nothing is carried any more, and both sides' connections stay open, until the next
   /// call of `cutAt`.
   void fallSilentAt(int message);
-  /// Messages since then.
+  /// Messages since then, those that end a connection in order not counted.
   int messages() const { return _messages; }
 
  private:
