@@ -116,29 +116,35 @@ CREATE POLICY own ON corvane_hub.settings USING (account = (SELECT corvane_hub.m
 
 -- Drops what is older than 400 days, a little at each push: tombstones, and pushes but for the newest thousand. A computer
 -- whose state is older than a dropped tombstone is given all records, one whose push is gone counts as never seen.
+--
+-- What is old is found along an index and dropped by its key, one after the other: in one statement, an account that grew
+-- since the last statistics were taken would be read whole at each push.
 CREATE FUNCTION corvane_hub.forget_old(me bigint) RETURNS void
 LANGUAGE plpgsql SECURITY DEFINER
-SET search_path = pg_catalog, pg_temp SET enable_seqscan = off SET plan_cache_mode = force_custom_plan AS $$
+SET search_path = pg_catalog, pg_temp
+SET enable_seqscan = off SET enable_bitmapscan = off SET enable_sort = off SET plan_cache_mode = force_custom_plan AS $$
 DECLARE
+  last_kept bigint := (SELECT a.revision - 1000 FROM corvane_hub.accounts a WHERE a.id = me);
   forgotten bigint;
+  old record;
 BEGIN
-  WITH dropped AS (
-    DELETE FROM corvane_hub.records r WHERE r.account = me AND r.id IN (
-      SELECT old.id FROM corvane_hub.records old
-      WHERE old.account = me AND old.deleted AND old.changed < now() - interval '400 days'
-      ORDER BY old.changed LIMIT 1000)
-    RETURNING r.revision)
-  SELECT max(revision) INTO forgotten FROM dropped;
+  FOR old IN
+    SELECT r.id, r.revision FROM corvane_hub.records r
+    WHERE r.account = me AND r.deleted AND r.changed < now() - interval '400 days' ORDER BY r.changed LIMIT 1000
+  LOOP
+    DELETE FROM corvane_hub.records r WHERE r.account = me AND r.id = old.id;
+    forgotten := greatest(forgotten, old.revision);
+  END LOOP;
   IF forgotten IS NOT NULL THEN
     UPDATE corvane_hub.accounts SET forgotten_revision = greatest(forgotten_revision, forgotten) WHERE id = me;
   END IF;
-  DELETE FROM corvane_hub.pushes p WHERE p.account = me AND p.revision IN (
-    SELECT oldest.revision FROM (
-      SELECT old.revision, old.at FROM corvane_hub.pushes old
-      WHERE old.account = me
-        AND old.revision <= (SELECT a.revision - 1000 FROM corvane_hub.accounts a WHERE a.id = me)
-      ORDER BY old.revision LIMIT 100) AS oldest
-    WHERE oldest.at < now() - interval '400 days');
+  FOR old IN
+    SELECT p.revision, p.at FROM corvane_hub.pushes p
+    WHERE p.account = me AND p.revision <= last_kept ORDER BY p.revision LIMIT 100
+  LOOP
+    EXIT WHEN old.at >= now() - interval '400 days';
+    DELETE FROM corvane_hub.pushes p WHERE p.account = me AND p.revision = old.revision;
+  END LOOP;
 END $$;
 
 -- Begins the account's next revision: false when the account is not in the expected state any more. Of two transactions

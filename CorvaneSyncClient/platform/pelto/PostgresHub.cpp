@@ -59,6 +59,9 @@ String computerName() {
   return name;
 }
 
+/// What counts for the size of a page or a batch.
+std::size_t sizeOf(const HubRecord& record) { return record.name.view().size() + record.url.view().size(); }
+
 /// Records on their way to the service, column by column.
 class RecordBatch {
  public:
@@ -67,7 +70,7 @@ class RecordBatch {
 
   void add(const HubRecord& record) {
     ++_rows;
-    _bytes += record.name.view().size() + record.url.view().size();
+    _bytes += sizeOf(record);
     _ids.add(record.id);
     _folders.add(record.folder);
     _parents.add(record.parent);
@@ -234,9 +237,13 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, std
          bigValue(kRowsAtOnce), bigValue(kBytesAtOnce)},
         kReadNews);
     const int count = rows.count();
-    if (count == 0) return;
+    std::size_t bytes = 0;
     news.records.reserve(news.records.size() + static_cast<std::size_t>(count));
-    for (int row = 0; row < count; ++row) news.records.push_back(recordIn(rows, row));
+    for (int row = 0; row < count; ++row) {
+      news.records.push_back(recordIn(rows, row));
+      bytes += sizeOf(news.records.back());
+    }
+    if (count < kRowsAtOnce && bytes < kBytesAtOnce) return;
     revision = rows.big(count - 1, 0);
     id = news.records.back().id;
   }
