@@ -45,7 +45,8 @@ class PlanTest : public HubTest {
         "DELETE FROM corvane_hub.accounts WHERE role LIKE 'other%'");
   }
 
-  /// With ten records, three pushes and a computer each, all like this account's.
+  /// With ten records, forty pushes and a computer each: enough that no partition is so small that the server
+  /// would rather read it whole.
   void addOtherAccounts() {
     administer(
         "INSERT INTO corvane_hub.accounts(role) SELECT 'other' || n FROM generate_series(1, 600) AS n;"
@@ -54,7 +55,7 @@ class PlanTest : public HubTest {
         "    jsonb_build_object('account', o.id, 'id', gen_random_uuid()))).*"
         "  FROM (SELECT r FROM corvane_hub.records r WHERE account = $ LIMIT 10) AS few(own), others o;"
         "INSERT INTO corvane_hub.pushes SELECT o.id, n, gen_random_uuid(), gen_random_uuid(), now()"
-        "  FROM others o, generate_series(1, 3) AS n;"
+        "  FROM others o, generate_series(1, 40) AS n;"
         "INSERT INTO corvane_hub.computers SELECT id, '" +
         computer.toString() +
         "', 'one of them', now() FROM others;"
