@@ -52,6 +52,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
   bool tellsEveryChange() override { return true; }
   bool wasRestored() override;
+  bool identifiersAreGlobal() override { return true; }
   void willTakeChanges(const String& mark) override { _mark = mark; }
   std::optional<bool> tookChanges(const String& mark) override { return _hub.hasPush(mark); }
 

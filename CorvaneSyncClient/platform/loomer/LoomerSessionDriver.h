@@ -74,6 +74,9 @@ class LoomerSessionDriverDataSource {
   /// Whether the client was put back to an earlier state: what it holds may be older than what it is known to
   /// have held.
   virtual bool wasRestored() { return false; }
+  /// Whether the client's ids are the records' own, the same in every store: a record is met again by its id
+  /// alone, also after it was deleted, and goes by it from then on.
+  virtual bool identifiersAreGlobal() { return false; }
   /// Told before the session finishes: the changes that it handed down go by this mark.
   virtual void willTakeChanges(const String& /*mark*/) {}
   /// Whether the client has durably taken the changes of that mark; nothing when it cannot tell. Asked after

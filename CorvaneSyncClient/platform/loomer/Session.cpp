@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "CorvaneSyncClient/platform/loomer/GlobalIdentifiers.h"
 #include "CorvaneSyncClient/platform/loomer/HandedDown.h"
 #include "CorvaneSyncClient/platform/loomer/HandingDown.h"
 #include "CorvaneSyncClient/platform/loomer/SessionGuard.h"
@@ -132,6 +133,7 @@ void Session::mingle() {
   _storedBase = _bases.read(_state.id);
   _input.truth = std::move(_storedTruth.records);
   takeBase();
+  meetByIdentifier();
   _input.client = std::move(_pushed);
   _input.refresh = _kind == SessionKind::refresh;
   _input.restored = _dataSource.wasRestored();
@@ -153,6 +155,15 @@ void Session::takeBase() {
   if (taken) _input.base = withDifference(_note->handed, _input.base);
   if (_dataSource.wasRestored() || _state.giveBackPending) return;
   if (taken || !_note->known.isEmpty()) _kind = SessionKind::slow;
+}
+
+void Session::meetByIdentifier() {
+  if (!_pushed || !_dataSource.identifiersAreGlobal()) return;
+  auto met = baseMetByIdentifier(_records, _input.base, *_pushed);
+  if (!met) return;
+  if (!_baseIsNewer) _storedBase.records = std::move(_input.base);
+  _baseIsNewer = true;
+  _input.base = std::move(*met);
 }
 
 /// Whether the client holds what a session that never ended handed down to it.
@@ -217,7 +228,10 @@ void Session::handDown() {
   _refusedChanges = handingDown.refused();
 }
 
-void Session::writeBase() { _bases.replace(_state.id, storedBase(), _plan.base, *_contents); }
+void Session::writeBase() {
+  _bases.replace(_state.id, storedBase(), _plan.base, *_contents);
+  if (_dataSource.identifiersAreGlobal()) adoptIdentifiers(_records, storedBase(), _plan.base);
+}
 
 /// All that can fail in the store comes before the client saves, but for the commit itself.
 void Session::finish() {

@@ -43,6 +43,7 @@ class Session {
   void mingle();
   void takeBase();
   bool wasTaken();
+  void meetByIdentifier();
   const std::vector<BaseRecord>& storedBase() const;
   void guard();
   void writeTruth();

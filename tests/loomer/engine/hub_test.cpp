@@ -1,12 +1,19 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "CorvaneSyncClient/platform/loomer/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/loomer/engine/EngineFixture.h"
 #include "tests/loomer/engine/MemoryHub.h"
 
 namespace corvane {
 namespace {
+
+constexpr const char* kPutBack =
+    "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
+    "deleted for being missing there";
 
 /// A computer: a store of its own with one bookmarks client, which syncs with the service.
 class Computer {
@@ -24,6 +31,14 @@ class Computer {
   }
   loomer::TruthStore& store() { return _manager->store(); }
   std::int64_t number(const char* sql) { return store().database().integer(sql, "test"); }
+  /// The records' identifiers, the same in every store.
+  std::vector<std::string> identifiers() {
+    std::vector<std::string> found;
+    for (const auto& [identifier, record] : loomer::RecordTable(store()).byGlobalIdentifier())
+      found.push_back(identifier.toString());
+    std::sort(found.begin(), found.end());
+    return found;
+  }
   std::string text() const { return client->text(); }
   std::string find(const std::string& name) const { return client->find(name); }
 
@@ -230,14 +245,37 @@ TEST_F(HubTest, EmptiedServiceIsFilledAgain) {
   hub.state = {};
   hub.state.now.account = account;
   b->client->rename(b->find("2"), "two");
-  platform.log.expectMessages(
-      {"The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
-       "deleted for being missing there",
-       "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
-       "deleted for being missing there"});
+  platform.log.expectMessages({kPutBack, kPutBack});
   settle();
   EXPECT_EQ(a->text(), "1(http://1/) two(http://2/)");
   EXPECT_EQ(hub.live(), 2u);
+}
+
+TEST_F(HubTest, EmptiedServiceIsFilledWithTheSameRecordsWhateverWasDoneToThemSince) {
+  b->client->addFolder("", "F");
+  b->client->addBookmark("", "1", "http://1/");
+  settle();
+  EXPECT_EQ(a->identifiers(), b->identifiers());
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  a->client->rename(a->find("1"), "one");
+  a->client->readdress(a->find("one"), "http://one/");
+  a->client->move(a->find("one"), a->find("F"));
+  platform.log.expectMessages({kPutBack, kPutBack});
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 2u) << b->text();
+  EXPECT_EQ(a->identifiers(), b->identifiers());
+}
+
+TEST_F(HubTest, FirstSessionsOfTwoHistoriesAgreeOnIdentifiers) {
+  for (Computer* computer : {a.get(), b.get()}) {
+    const std::string folder = computer->client->addFolder("", "F");
+    computer->client->addBookmark(folder, "Same", "http://same/");
+  }
+  settle();
+  EXPECT_EQ(a->identifiers().size(), 2u);
+  EXPECT_EQ(a->identifiers(), b->identifiers());
 }
 
 TEST_F(HubTest, RestoredServiceTakesNothingBack) {
@@ -252,10 +290,7 @@ TEST_F(HubTest, RestoredServiceTakesNothingBack) {
   hub.state = backup;
   // Another revision of the same number makes the numbers alone look as if nothing had happened.
   b->client->addBookmark("", "5", "http://5/");
-  const std::string line =
-      "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
-      "deleted for being missing there";
-  platform.log.expectMessages({line, line});
+  platform.log.expectMessages({kPutBack, kPutBack});
   ASSERT_EQ(b->sync(), "");
   b->client->addBookmark("", "6", "http://6/");
   settle();

@@ -85,6 +85,16 @@ std::optional<ContentId> storedRow(const std::vector<Record>& records, const std
   return rows[static_cast<std::size_t>(found - records.begin())];
 }
 
+/// The text of an identifier as the store holds it.
+String identifierOf(const TruthStore& store, RecordId record, std::string_view stored) {
+  UuidBytes bytes;
+  if (stored.size() != bytes.size()) {
+    throw damagedStoreException(store.path(), "the record " + std::to_string(record) + " has no identifier");
+  }
+  std::copy(stored.begin(), stored.end(), bytes.begin());
+  return uuidString(bytes);
+}
+
 }  // namespace
 
 ContentRows::ContentRows(Database& database, const std::vector<TruthRecord>& truth,
@@ -148,13 +158,29 @@ String RecordTable::globalIdentifier(RecordId record) {
       "SELECT global_id FROM records WHERE id = ?1 UNION ALL SELECT global_id FROM tombstones WHERE id = ?1",
       kReadRecords);
   if (!query.open(record).next()) return String();
-  UuidBytes bytes;
-  const std::string_view stored = query.blob(0);
-  if (stored.size() != bytes.size()) {
-    throw damagedStoreException(_store.path(), "the record " + std::to_string(record) + " has no identifier");
+  return identifierOf(_store, record, query.blob(0));
+}
+
+std::unordered_map<String, RecordId> RecordTable::byGlobalIdentifier() {
+  Statement query = _store.database().query(
+      "SELECT global_id, id FROM tombstones UNION ALL SELECT global_id, id FROM records WHERE id > 0",
+      kReadRecords);
+  std::unordered_map<String, RecordId> records;
+  query.open();
+  while (query.next()) {
+    const RecordId record = query.integer(1);
+    records.insert_or_assign(identifierOf(_store, record, query.blob(0)), record);
   }
-  std::copy(stored.begin(), stored.end(), bytes.begin());
-  return uuidString(bytes);
+  return records;
+}
+
+void RecordTable::setGlobalIdentifier(RecordId record, const String& identifier) {
+  const auto bytes = uuidBytes(identifier.view());
+  if (!bytes) return;
+  const Blob blob{{bytes->data(), bytes->size()}};
+  _store.database()
+      .query("UPDATE records SET global_id = ?1 WHERE id = ?2 AND global_id <> ?1", kWriteRecords)
+      .run(blob, record);
 }
 
 void RecordTable::apply(const std::vector<TruthChange>& changes, std::int64_t revision,

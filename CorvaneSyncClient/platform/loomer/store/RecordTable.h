@@ -71,6 +71,10 @@ class RecordTable {
   std::size_t liveCount();
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
   String globalIdentifier(RecordId record);
+  /// Every record and tombstone by that identifier.
+  std::unordered_map<String, RecordId> byGlobalIdentifier();
+  /// Gives a live record the identifier that it has in other stores; a text that is no UUID is none.
+  void setGlobalIdentifier(RecordId record, const String& identifier);
 
   /// Brings the changed records to their new state, in the open transaction. Each change's `before` must be
   /// what is stored. What breaks a law of the tree raises LoomerStoreException here or at the commit.

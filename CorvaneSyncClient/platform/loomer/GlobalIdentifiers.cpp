@@ -1,0 +1,58 @@
+#include "CorvaneSyncClient/platform/loomer/GlobalIdentifiers.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace corvane::loomer {
+
+namespace {
+
+bool precedes(const BaseRecord& each, RecordId record) { return each.record < record; }
+
+/// In records by ascending number; null for one that is not there.
+const BaseRecord* find(const std::vector<BaseRecord>& base, RecordId record) {
+  const auto found = std::lower_bound(base.begin(), base.end(), record, precedes);
+  return found != base.end() && found->record == record ? &*found : nullptr;
+}
+
+}  // namespace
+
+std::optional<std::vector<BaseRecord>> baseMetByIdentifier(RecordTable& records,
+                                                           const std::vector<BaseRecord>& base,
+                                                           const std::vector<ClientRecord>& pushed) {
+  std::unordered_set<String> known;
+  for (const BaseRecord& each : base) known.insert(each.localId);
+  std::vector<BaseRecord> met;
+  std::optional<std::unordered_map<String, RecordId>> byIdentifier;
+  for (const ClientRecord& each : pushed) {
+    if (known.contains(each.localId)) continue;
+    if (!byIdentifier) byIdentifier = records.byGlobalIdentifier();
+    const auto found = byIdentifier->find(each.localId);
+    if (found == byIdentifier->end()) continue;
+    const BaseRecord* const before = find(base, found->second);
+    if (before && !before->notHeld) continue;
+    BaseRecord& record = met.emplace_back(before ? *before : BaseRecord());
+    record.localId = each.localId;
+    record.record = found->second;
+    record.entity = each.entity;
+    record.notHeld = true;
+  }
+  if (met.empty()) return std::nullopt;
+  std::sort(met.begin(), met.end(), [](const auto& a, const auto& b) { return a.record < b.record; });
+  std::vector<BaseRecord> all;
+  all.reserve(base.size() + met.size());
+  std::set_union(met.begin(), met.end(), base.begin(), base.end(), std::back_inserter(all),
+                 [](const auto& a, const auto& b) { return a.record < b.record; });
+  return all;
+}
+
+void adoptIdentifiers(RecordTable& records, const std::vector<BaseRecord>& before,
+                      const std::vector<BaseRecord>& after) {
+  for (const BaseRecord& each : after) {
+    if (each.notHeld || !each.localId) continue;
+    const BaseRecord* const known = find(before, each.record);
+    if (!known || known->localId != each.localId) records.setGlobalIdentifier(each.record, each.localId);
+  }
+}
+
+}  // namespace corvane::loomer
