@@ -56,7 +56,9 @@ BaseDifference handedDifference(MergeInput& input, const MergeResult& plan) {
       if (before)
         after.push_back(*before);  // the client has deleted it, of which the truth then knows nothing
     } else if (answer->notHeld || answer->refusedRevision != 0) {
+      // Who refused it is asked once more: what it noted of that went with the session.
       after.push_back(*answer);
+      after.back().refusedRevision = 0;
     } else {
       after.push_back(told);
       after.back().localId = answer->localId;

@@ -345,5 +345,33 @@ TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
   EXPECT_EQ(b->client->nodes.size(), 3u);
 }
 
+TEST_F(HubTest, WhatAFullAccountLeftOutOfAPushThatWasCutOffIsOfferedAgain) {
+  hub.limit = 1;
+  for (const char* name : {"1", "2"}) a->client->addBookmark("", name, "http://x/");
+  failOnce("pushed");
+  ASSERT_EQ(a->sync(), "");
+  expectAlone();
+  EXPECT_EQ(hub.live(), 1u);
+  hub.limit = 2;
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 2u);
+}
+
+TEST_F(HubTest, WhatAFullAccountLeftOutAndAnotherComputerGaveKeepsItsPlace) {
+  hub.limit = 1;
+  for (const char* name : {"1", "2"}) a->client->addBookmark("", name, "http://x/");
+  ASSERT_EQ(a->sync(), "");
+  platform.log.expectMessages(
+      {"The account at the online service is full: 1 bookmarks and folders stay on this computer"});
+  hub.limit = 2;
+  b->client->addBookmark("", "1", "http://x/");
+  ASSERT_EQ(b->sync(), "");
+  ASSERT_EQ(a->sync(), "");
+  hub.limit = 3;
+  a->client->addBookmark("", "3", "http://x/", 0);
+  settle();
+  EXPECT_EQ(b->text(), "3(http://x/) 1(http://x/) 2(http://x/)");
+}
+
 }  // namespace
 }  // namespace corvane

@@ -39,8 +39,9 @@ class HandOut {
     return node.entity == Entity::folder && !node.content.name;
   }
 
+  /// Of an addition that the client refused, nothing counts any more once it holds the record all the same.
   std::int64_t refusedRevision(const Node& node) const {
-    const BaseRecord* const base = node.base ? node.base : node.notHeld;
+    const BaseRecord* const base = node.base || node.client ? node.base : node.notHeld;
     return base ? base->refusedRevision : 0;
   }
 
