@@ -8,23 +8,14 @@
 
 namespace corvane {
 
-/// One user's home with the embedded engine over a store in it, and an installation with the real resources.
-/// Everything but the clock and the uids is real. For histories that need a fresh home each.
-class EngineHome {
+/// An installation with the real resources. Everything but the clock and the uids is real.
+class EngineInstallation {
  public:
-  EngineHome();
-  EngineHome(const EngineHome&) = delete;
-  EngineHome& operator=(const EngineHome&) = delete;
-
-  /// Closes the engine and opens it again, as between two runs of the tool.
-  void open();
-  void close();
-  loomer::TruthStore& store() { return _manager->store(); }
-  /// Raises std::logic_error if the store has a fault: the truth is no forest, or a base names what is not.
-  void requireSound();
+  EngineInstallation();
+  EngineInstallation(const EngineInstallation&) = delete;
+  EngineInstallation& operator=(const EngineInstallation&) = delete;
 
   FakePlatform platform;
-  std::string storePath;
   std::string descriptionPath;
 
   /// Where clients say that the schema of their records is.
@@ -33,7 +24,28 @@ class EngineHome {
 
  private:
   void install(const std::string& resource, const std::string& to);
+};
 
+/// Copies the store in a directory as a process that is killed now leaves it. Replaces what is in `to`.
+void copyStore(const std::string& from, const std::string& to);
+
+/// Raises std::logic_error if the store has a fault: the truth is no forest, or a base names what is not.
+void requireSound(loomer::TruthStore& store);
+
+/// One user's home with the embedded engine over a store in it. For histories that need a fresh home each.
+class EngineHome : public EngineInstallation {
+ public:
+  EngineHome();
+
+  /// Closes the engine and opens it again, as between two runs of the tool.
+  void open();
+  void close();
+  loomer::TruthStore& store() { return _manager->store(); }
+  void requireSound() { corvane::requireSound(store()); }
+
+  std::string storePath;
+
+ private:
   std::unique_ptr<loomer::EmbeddedManager> _manager;
   std::unique_ptr<LoomerManagerScope> _scope;
 };

@@ -58,22 +58,6 @@ BrowserFile FileWorld::file(std::size_t client) const {
   return BrowserFile(*contents.as<Dictionary>());
 }
 
-namespace {
-
-/// The store as a process that is killed now leaves it. The file of shared memory is made anew from the
-/// others.
-void copyStore(const std::filesystem::path& from, const std::filesystem::path& to) {
-  namespace fs = std::filesystem;
-  fs::remove_all(to);
-  fs::create_directory(to);
-  for (const auto& each : fs::directory_iterator(from)) {
-    if (each.path().string().ends_with("-shm")) continue;
-    fs::copy_file(each.path(), to / each.path().filename());
-  }
-}
-
-}  // namespace
-
 Date FileWorld::date(std::size_t client) const {
   LinuxFileSystem files;
   std::error_code error;
@@ -122,11 +106,11 @@ void FileWorld::syncWhile(std::size_t client, const std::function<void()>& brows
 void FileWorld::syncKilled(std::size_t client, int operation) {
   const std::filesystem::path directory = std::filesystem::path(_home.storePath).parent_path();
   const std::filesystem::path copy = directory.string() + ".killed";
-  copyStore(directory, copy);
+  copyStore(directory.string(), copy.string());
   int seen = 0;
   _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
     if (!isMutating(call.operation)) return std::error_code();
-    copyStore(directory, copy);
+    copyStore(directory.string(), copy.string());
     if (++seen == operation) throw Killed{};
     return std::error_code();
   };

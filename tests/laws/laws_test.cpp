@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "tests/laws/ComputersLaw.h"
 #include "tests/laws/FileLaws.h"
 #include "tests/laws/TwoSidedLaw.h"
 #include "tests/loomer/merge/Properties.h"
@@ -29,6 +30,10 @@ TEST(TwoSides, MovesNeverMeetTheGuard) {
 TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40), 40, refusedRecordsStay); }
 
 TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
+
+TEST(Computers, ConvergeWhateverHappensToTheService) {
+  loomer::test::checkTimes(times(40), 40, computersConverge);
+}
 
 TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(20), 30, undoRestoresEveryFile); }
 

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/laws/ComputersLaw.h"
 #include "tests/laws/FileLaws.h"
 #include "tests/laws/TwoSidedLaw.h"
 #include "tests/loomer/merge/Laws.h"
@@ -44,7 +45,8 @@ std::vector<Law> allLaws() {
           {"guard", loomer::test::movesNeverMeetTheGuard, 200, 80},
           {"refusal", refusedRecordsStay, 20, 60},
           {"files", filesConverge, 10, 60},
-          {"undo", undoRestoresEveryFile, 10, 40}};
+          {"undo", undoRestoresEveryFile, 10, 40},
+          {"computers", computersConverge, 20, 60}};
 }
 
 struct Options {

@@ -1,0 +1,167 @@
+#include "tests/laws/ComputerWorld.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+
+namespace corvane {
+
+namespace {
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+std::string directoryOf(const std::string& path) {
+  return std::filesystem::path(path).parent_path().string();
+}
+
+}  // namespace
+
+ComputerWorld::ComputerWorld(const std::vector<std::size_t>& clients) {
+  backups.push_back(hub.state);
+  for (const std::size_t count : clients) addComputer(count);
+}
+
+void ComputerWorld::addComputer(std::size_t clients) {
+  const std::size_t number = _computers.size();
+  Computer computer;
+  computer.storePath =
+      loomer::storePathForHome(_installation.platform.directory / ("home" + std::to_string(number)));
+  computer.manager = open(computer);
+  _computers.push_back(std::move(computer));
+  for (std::size_t i = 0; i < clients; ++i) {
+    const std::string name = "com.example.c" + std::to_string(number) + "." + std::to_string(i);
+    Client& client = _clients.emplace_back();
+    client.computer = number;
+    client.scripted = std::make_unique<ScriptedClient>(name);
+    client.scripted->description = Url{"file://" + _installation.descriptionPath};
+    client.scripted->schema = Url{"file://" + std::string(EngineInstallation::kSchema)};
+  }
+}
+
+void ComputerWorld::join() { addComputer(1); }
+
+std::unique_ptr<loomer::EmbeddedManager> ComputerWorld::open(const Computer& computer) {
+  auto manager = std::make_unique<loomer::EmbeddedManager>(computer.storePath);
+  manager->useHub([this] { return hub.connect(); });
+  return manager;
+}
+
+bool ComputerWorld::shareComputer(std::size_t client, std::size_t other) const {
+  return _clients[client].computer == _clients[other].computer;
+}
+
+bool ComputerWorld::allHaveMet() const {
+  return std::all_of(_clients.begin(), _clients.end(), [](const Client& client) { return client.hasMet; });
+}
+
+bool ComputerWorld::isMeetingPending() {
+  return std::any_of(_computers.begin(), _computers.end(), [this](Computer& computer) {
+    LoomerClient* const client = computer.manager->clientWithIdentifier(loomer::kHubClientIdentifier);
+    const auto seen = client ? loomer::seenByHubClient(*client) : std::nullopt;
+    return seen && !hub.connect()->news(seen).continues;
+  });
+}
+
+std::string ComputerWorld::syncWith(loomer::EmbeddedManager& manager, std::size_t client) {
+  const LoomerManagerScope scope(manager);
+  const std::int64_t revision = hub.state.now.revision;
+  const std::size_t complaints = _installation.platform.log.messages.size();
+  const std::string error = _clients[client].scripted->sync();
+  const bool inTouch = hub.enabled && _installation.platform.log.messages.size() == complaints;
+  LoomerClient* const service = manager.clientWithIdentifier(loomer::kHubClientIdentifier);
+  const bool tookAll = service && !loomer::leftOutOfHub(*service);
+  if (error.empty() && inTouch && tookAll) _clients[client].hasMet = true;
+  if (hub.state.now.revision != revision) backups.push_back(hub.state);
+  return error;
+}
+
+std::string ComputerWorld::trySync(std::size_t client) {
+  return syncWith(*computerOf(client).manager, client);
+}
+
+void ComputerWorld::sync(std::size_t client) {
+  const std::string error = trySync(client);
+  require(error.empty(), "a session fails: " + error);
+}
+
+void ComputerWorld::atFirst(const std::string& call, std::function<void()> act) {
+  hub.onCall = [this, call, act = std::move(act)](const std::string& now) {
+    if (now != call) return;
+    const std::function<void()> once = act;
+    hub.onCall = nullptr;
+    once();
+  };
+}
+
+void ComputerWorld::syncCutOff(std::size_t client, const std::string& call) {
+  atFirst(call, [] { failAsService("it was cut off."); });
+  sync(client);
+  hub.onCall = nullptr;
+}
+
+void ComputerWorld::syncKilled(std::size_t client, const std::string& call) {
+  const std::string directory = directoryOf(computerOf(client).storePath);
+  const std::string copy = directory + ".killed";
+  atFirst(call, [&] {
+    copyStore(directory, copy);
+    throw Killed{};
+  });
+  try {
+    sync(client);
+  } catch (const Killed&) {
+    // What a process that dies here would not have done any more, it undoes as far as it is in the store.
+    computerOf(client).manager.reset();
+    std::filesystem::remove_all(directory);
+    std::filesystem::rename(copy, directory);
+    computerOf(client).manager = open(computerOf(client));
+  }
+  hub.onCall = nullptr;
+}
+
+void ComputerWorld::syncCrossed(std::size_t client, const std::string& call, std::size_t other) {
+  atFirst(call, [&] {
+    const auto process = open(computerOf(other));
+    const std::string error = syncWith(*process, other);
+    require(error.empty(), "a session in another one's call fails: " + error);
+  });
+  sync(client);
+  hub.onCall = nullptr;
+}
+
+void ComputerWorld::syncCancelled(std::size_t client) {
+  ScriptedClient& scripted = *_clients[client].scripted;
+  scripted.finishAnswer = false;
+  require(!trySync(client).empty(), "a session succeeds though its client cannot save");
+  scripted.finishAnswer = true;
+}
+
+void ComputerWorld::restart(std::size_t client) {
+  Computer& computer = computerOf(client);
+  computer.manager.reset();
+  computer.manager = open(computer);
+}
+
+void ComputerWorld::restore(const MemoryHub::State& state) { hub.state = state; }
+
+void ComputerWorld::requireConverged() {
+  const std::string tree = client(0).text();
+  for (std::size_t i = 1; i < clientCount(); ++i) {
+    require(client(i).text() == tree, "two clients hold different trees:\n" + tree + "\n" + client(i).text());
+  }
+  const std::int64_t revision = hub.state.now.revision;
+  _installation.platform.log.messages.clear();
+  for (std::size_t i = 0; i < clientCount(); ++i) {
+    sync(i);
+    require(client(i).handedDown.empty(), "a session with nothing new hands something down");
+  }
+  require(hub.state.now.revision == revision, "a session with nothing new changes the service");
+  const std::vector<std::string>& messages = _installation.platform.log.messages;
+  require(messages.empty(), "somebody complains: " + (messages.empty() ? "" : messages.front()));
+  for (Computer& computer : _computers) requireSound(computer.manager->store());
+}
+
+}  // namespace corvane

@@ -1,0 +1,306 @@
+#include "tests/laws/ComputersLaw.h"
+
+#include <rapidcheck.h>
+
+#include <array>
+#include <map>
+#include <ostream>
+#include <set>
+#include <stdexcept>
+
+#include "tests/laws/ComputerWorld.h"
+
+namespace corvane {
+
+namespace {
+
+enum class StepKind : int {
+  addBookmark,
+  addFolder,
+  rename,
+  readdress,
+  toggle,
+  move,
+  erase,
+  sync,
+  syncCutOff,
+  syncKilled,
+  syncCrossed,
+  syncCancelled,
+  restart,
+  dropTombstones,
+  emptyService,
+  restoreService,
+  switchService,
+  fillAccount,
+  emptyAccount
+};
+
+struct Step {
+  StepKind kind = StepKind::sync;
+  unsigned client = 0;
+  unsigned entry = 0;
+  unsigned folder = 0;
+  unsigned index = 0;
+};
+
+std::ostream& operator<<(std::ostream& out, const Step& step) {
+  static constexpr std::array kNames = {"addBookmark",   "addFolder",      "rename",       "readdress",
+                                        "toggle",        "move",           "erase",        "sync",
+                                        "syncCutOff",    "syncKilled",     "syncCrossed",  "syncCancelled",
+                                        "restart",       "dropTombstones", "emptyService", "restoreService",
+                                        "switchService", "fillAccount",    "emptyAccount"};
+  return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
+             << step.entry << ", " << step.folder << ", " << step.index << "}";
+}
+
+constexpr std::array kCalls = {"news", "push", "pushed", "has push"};
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+/// Computers whose users edit at random, and what must come of it. An entry's title is what it is known by
+/// for ever, and after a dot the number of its last renaming.
+class RandomComputers {
+ public:
+  explicit RandomComputers(const std::vector<std::size_t>& clients) : _world(clients) {
+    for (std::size_t i = 0; i < _world.clientCount(); ++i) bookmarkInCommon(_world.client(i));
+    _serial = kInCommon;
+    for (int i = 1; i <= kInCommon; ++i) _live.insert("n" + std::to_string(i));
+  }
+
+  ComputerWorld& world() { return _world; }
+
+  void carryOut(const Step& step) {
+    const std::size_t client = step.client % _world.clientCount();
+    const char* const call = kCalls[step.index % kCalls.size()];
+    switch (step.kind) {
+      case StepKind::sync:
+        return _world.sync(client);
+      case StepKind::syncCutOff:
+        return _world.syncCutOff(client, call);
+      case StepKind::syncKilled:
+        return _world.syncKilled(client, call);
+      case StepKind::syncCrossed:
+        return syncCrossed(client, step.entry % _world.clientCount(), call);
+      case StepKind::syncCancelled:
+        return _world.syncCancelled(client);
+      case StepKind::restart:
+        return _world.restart(client);
+      case StepKind::dropTombstones:
+        return _world.hub.dropTombstones();
+      case StepKind::emptyService:
+        return restore(0);
+      case StepKind::restoreService:
+        return restore(step.entry * 31U);
+      case StepKind::switchService:
+        _world.hub.enabled = !_world.hub.enabled;
+        return;
+      case StepKind::fillAccount:
+        _world.hub.limit = static_cast<std::int64_t>(_world.hub.live() + step.index % 3);
+        return;
+      case StepKind::emptyAccount:
+        _world.hub.limit = kAmple;
+        return;
+      default:
+        return edit(_world.client(client), step);
+    }
+  }
+
+  /// Edits stop; the service works.
+  void settle() {
+    _world.hub.enabled = true;
+    _world.hub.limit = kAmple;
+    const int rounds = _world.isMeetingPending() ? 3 : 2;
+    for (int round = 0; round < rounds; ++round) roundInAnyOrder();
+    _world.requireConverged();
+  }
+
+  void roundInAnyOrder() {
+    std::vector<std::size_t> order(_world.clientCount());
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+    for (std::size_t i = 0; i + 1 < order.size(); ++i) {
+      std::swap(order[i], order[*rc::gen::inRange(i, order.size())]);
+    }
+    for (const std::size_t client : order) _world.sync(client);
+  }
+
+  void requireNothingLost() {
+    std::map<std::string, int> counts;
+    for (const auto& [id, node] : _world.client(0).nodes) ++counts[identityOf(node)];
+    for (const auto& [identity, count] : counts) {
+      require(count == 1, identity + " is there more than once: " + _world.client(0).text());
+    }
+    for (const std::string& identity : _live) {
+      require(counts.contains(identity),
+              identity + " vanished though nobody deleted it: " + _world.client(0).text());
+    }
+  }
+
+  /// A computer that joins is given the very tree that is there, and gives nothing.
+  void requireJoining() {
+    const std::int64_t revision = _world.hub.state.now.revision;
+    _world.join();
+    const std::size_t last = _world.clientCount() - 1;
+    _world.sync(last);
+    require(_world.client(last).text() == _world.client(0).text(), "a new computer is given another tree:\n" +
+                                                                       _world.client(0).text() + "\n" +
+                                                                       _world.client(last).text());
+    require(_world.hub.state.now.revision == revision, "a new computer changes the service");
+  }
+
+ private:
+  static constexpr int kInCommon = 5;
+  static constexpr std::int64_t kAmple = 1'000'000;
+  static constexpr const char* kAnchor = "n1";  // never deleted: keeps the guard out of these histories
+
+  using Node = ScriptedClient::Node;
+
+  static std::string identityOf(const Node& node) {
+    const std::string name = node.name.toString();
+    return name.substr(0, name.find('.'));
+  }
+
+  /// What every client holds before it syncs for the first time.
+  static void bookmarkInCommon(ScriptedClient& client) {
+    const std::string bar = client.addSpecial("BookmarksBar");
+    client.addBookmark("", kAnchor, "http://n1/");
+    client.addBookmark(bar, "n2", "http://n2/");
+    client.addBookmark(bar, "n3", "http://n3/");
+    const std::string folder = client.addFolder("", "n4");
+    client.addBookmark(folder, "n5", "http://n5/");
+  }
+
+  /// Before all have met, an edit of what they have in common makes two different things of it.
+  bool mayBeEdited(const Node& node) {
+    return std::stoi(identityOf(node).substr(1)) > kInCommon || _world.allHaveMet();
+  }
+
+  /// As above: who meets an emptied service without ever having met another computer's entries has a history
+  /// of its own.
+  void restore(std::size_t backup) {
+    if (_world.allHaveMet()) _world.restore(_world.backups[backup % _world.backups.size()]);
+  }
+
+  void syncCrossed(std::size_t client, std::size_t other, const std::string& call) {
+    // In a push the computer's own store is locked, and another process of it waits.
+    const bool waits = _world.shareComputer(client, other) && call != "news";
+    if (client == other || waits) return _world.sync(client);
+    _world.syncCrossed(client, call, other);
+  }
+
+  void edit(ScriptedClient& client, const Step& step) {
+    std::vector<std::string> folders{""};
+    std::vector<std::string> all;
+    for (const auto& [id, node] : client.nodes) {
+      if (node.folder) folders.push_back(id);
+      if (node.position >= 0) all.push_back(id);
+    }
+    const std::string folder = folders[step.folder % folders.size()];
+    if (step.kind <= StepKind::addFolder) return add(client, step, folder);
+    if (all.empty()) return;
+    const std::string id = all[step.entry % all.size()];
+    Node& node = client.nodes.at(id);
+    if (!mayBeEdited(node)) return;
+    const std::string version = std::to_string(++_versions);
+    if (step.kind == StepKind::rename) client.rename(id, identityOf(node) + "." + version);
+    if (step.kind == StepKind::readdress && !node.folder) client.readdress(id, "http://v" + version + "/");
+    if (step.kind == StepKind::toggle && node.folder) {
+      node.tabGroup = !node.tabGroup;
+      client.edited = true;
+    }
+    if (step.kind == StepKind::move) move(client, id, folder, step.index);
+    if (step.kind == StepKind::erase) erase(client, id);
+  }
+
+  void add(ScriptedClient& client, const Step& step, const std::string& folder) {
+    const std::string name = "n" + std::to_string(++_serial);
+    const int at = static_cast<int>(step.index % (ordinaryChildren(client, folder) + 1));
+    _live.insert(name);
+    if (step.kind == StepKind::addFolder) {
+      client.addFolder(folder, name, at);
+    } else {
+      client.addBookmark(folder, name, "http://" + name + "/", at);
+    }
+  }
+
+  static std::size_t ordinaryChildren(ScriptedClient& client, const std::string& folder) {
+    const std::vector<std::string>& siblings = client.children[folder];
+    return static_cast<std::size_t>(
+        std::count_if(siblings.begin(), siblings.end(),
+                      [&](const std::string& id) { return client.nodes.at(id).position >= 0; }));
+  }
+
+  static void move(ScriptedClient& client, const std::string& id, const std::string& folder, unsigned index) {
+    if (client.nodes.at(id).name == kAnchor && !folder.empty()) return;
+    for (std::string at = folder; !at.empty(); at = client.nodes.at(at).parent) {
+      if (at == id) return;
+    }
+    const bool stays = client.nodes.at(id).parent == folder;
+    const std::size_t places = ordinaryChildren(client, folder) + (stays ? 0 : 1);
+    client.move(id, folder, static_cast<int>(index % places));
+  }
+
+  void erase(ScriptedClient& client, const std::string& id) {
+    std::vector<std::string> below{id};
+    for (std::size_t i = 0; i < below.size(); ++i) {
+      const Node& node = client.nodes.at(below[i]);
+      if (identityOf(node) == kAnchor || !mayBeEdited(node)) return;
+      const auto children = client.children.find(below[i]);
+      if (children != client.children.end()) {
+        below.insert(below.end(), children->second.begin(), children->second.end());
+      }
+    }
+    for (const std::string& each : below) _live.erase(identityOf(client.nodes.at(each)));
+    client.remove(id);
+  }
+
+  ComputerWorld _world;
+  int _serial = 0;
+  int _versions = 0;
+  std::set<std::string> _live;  ///< what nobody deleted
+};
+
+rc::Gen<std::vector<Step>> steps() {
+  using enum StepKind;
+  const auto number = rc::gen::inRange(0U, 12U);
+  const auto kind = rc::gen::weightedElement<StepKind>({{4, addBookmark},
+                                                        {2, addFolder},
+                                                        {2, rename},
+                                                        {1, readdress},
+                                                        {1, toggle},
+                                                        {6, move},
+                                                        {2, erase},
+                                                        {9, sync},
+                                                        {3, syncCutOff},
+                                                        {3, syncKilled},
+                                                        {3, syncCrossed},
+                                                        {1, syncCancelled},
+                                                        {1, restart},
+                                                        {1, dropTombstones},
+                                                        {1, emptyService},
+                                                        {1, restoreService},
+                                                        {1, switchService},
+                                                        {1, fillAccount},
+                                                        {1, emptyAccount}});
+  return rc::gen::container<std::vector<Step>>(
+      rc::gen::construct<Step>(kind, number, number, number, number));
+}
+
+}  // namespace
+
+void computersConverge() {
+  const auto clients = *rc::gen::withSize([](int) {
+    return rc::gen::mapcat(rc::gen::inRange<std::size_t>(2, 6), [](std::size_t computers) {
+      return rc::gen::container<std::vector<std::size_t>>(computers, rc::gen::inRange<std::size_t>(1, 3));
+    });
+  });
+  RandomComputers random(clients);
+  for (const Step& step : *steps()) random.carryOut(step);
+  random.settle();
+  random.requireNothingLost();
+  random.requireJoining();
+}
+
+}  // namespace corvane
