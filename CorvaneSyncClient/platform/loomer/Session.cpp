@@ -2,11 +2,10 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/loomer/GlobalIdentifiers.h"
 #include "CorvaneSyncClient/platform/loomer/HandedDown.h"
-#include "CorvaneSyncClient/platform/loomer/HandingDown.h"
 #include "CorvaneSyncClient/platform/loomer/SessionGuard.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -22,21 +21,18 @@ Session::Session(TruthStore& store, LoomerSessionDriver& driver, LoomerSessionDr
 
 void Session::run() {
   registerWithDataSource();
-  chooseMode();
-  takeLock();
-  takeRecords();
-  if (!isQuiet()) {
-    mingle();
+  takeLock(preferredMode());
+  TakenRecords taken = takeRecords();
+  if (_start.kind == SessionKind::replace || taken.tree) {
+    _mingling.emplace(_store, _dataSource, _start, std::move(taken));
     guard();
-    writeTruth();
-    handDown();
-    writeBase();
+    _mingling->carryOut(_schema);
   }
   finish();
 }
 
 void Session::registerWithDataSource() {
-  _began = Platform::current().clock.now();
+  _start.began = Platform::current().clock.now();
   const auto state = _clients.find(_client.clientIdentifier());
   _sessionsBefore = state ? state->sessions : 0;
   _client.holdValuesBack();
@@ -44,9 +40,11 @@ void Session::registerWithDataSource() {
   checkAnswer(_dataSource.sessionDriverDidRegisterClient(_driver, error), error, "begin the session");
 }
 
-void Session::chooseMode() {
+/// The strongest mode that is asked for.
+int Session::preferredMode() {
   std::vector<String> missing;
   for (const EntitySchema& entity : _schema.entities) missing.push_back(entity.name);
+  int preferred = LoomerSyncModeFast;
   for (const String& name : _dataSource.entityNamesToSync()) {
     if (!_schema.named(name)) {
       throw SessionCancelled{
@@ -57,16 +55,16 @@ void Session::chooseMode() {
     std::erase(missing, name);
     const int mode = _dataSource.preferredSyncModeForEntityName(name);
     const bool known = mode >= LoomerSyncModeFast && mode <= LoomerSyncModeRefresh;
-    _preferredMode = std::max(_preferredMode, known ? mode : static_cast<int>(LoomerSyncModeRefresh));
+    preferred = std::max(preferred, known ? mode : static_cast<int>(LoomerSyncModeRefresh));
   }
-  if (missing.empty()) return;
+  if (missing.empty()) return preferred;
   // Records of an entity that is left out would look deleted.
   throw SessionCancelled{
       format("The client does not sync the entity %@. Nothing was changed; install the client again.",
              missing.front())};
 }
 
-void Session::takeLock() {
+void Session::takeLock(int preferredMode) {
   const double timeout = _dataSource.sessionBeginSessionTimeout();
   if (!_store.begin(timeout)) {
     throw SessionCancelled{
@@ -88,98 +86,48 @@ void Session::takeLock() {
                "again.",
                _client.clientIdentifier())};
   }
-  _state = *state;
-  _truth = _records.state();
-  _standing = _refusals.find(_state.id);
-  _kind = sessionKind(_preferredMode, _state, _truth, _dataSource.tellsEveryChange());
+  _start.client = *state;
+  _start.truth = RecordTable(_store).state();
+  _start.kind = sessionKind(preferredMode, _start.client, _start.truth, _dataSource.tellsEveryChange());
+  _standing = _refusals.find(_start.client.id);
   readNote();
   _client.storeHeldValues();
 }
 
 /// Where a session was killed while the client saved, this one looks at what the client holds.
 void Session::readNote() {
-  _note = _noteFile.read();
-  if (!_note) return;
-  if (!isOfNextSession(*_note, _state)) {
+  _start.note = _noteFile.read();
+  if (!_start.note) return;
+  if (!isOfNextSession(*_start.note, _start.client)) {
     _noteFile.remove();
-    _note.reset();
-  } else if (_kind == SessionKind::fast) {
-    _kind = SessionKind::slow;
+    _start.note.reset();
+  } else if (_start.kind == SessionKind::fast) {
+    _start.kind = SessionKind::slow;
   }
 }
 
-void Session::takeRecords() {
-  if (_kind == SessionKind::replace) return;
+TakenRecords Session::takeRecords() {
+  if (_start.kind == SessionKind::replace) return {};
+  const bool news = mayHaveNews(_start.client, _start.truth);
   std::vector<ClientRecord> changed;
-  if (_kind == SessionKind::fast) {
+  if (_start.kind == SessionKind::fast) {
     changed = loomer::takeRecords(_dataSource, _schema, true);
-    _taken = changed.size();
-    if (changed.empty() && !mayHaveNews(_state, _truth)) return;
+    if (changed.empty() && !news) return {};
   }
   // To hand something down, the engine must know the client's present order.
-  if (_kind != SessionKind::fast || mayHaveNews(_state, _truth)) {
-    _pushed = loomer::takeRecords(_dataSource, _schema, false);
-    _taken = _pushed->size();
-    _tookRecords = true;
-  } else {
-    _pushed = clientTree(_bases.read(_state.id).records, changed);
+  _tookAllRecords = _start.kind != SessionKind::fast || news;
+  if (!_tookAllRecords) {
+    return {clientTree(BaseTable(_store).read(_start.client.id).records, changed), changed.size()};
   }
-}
-
-bool Session::isQuiet() const { return _kind != SessionKind::replace && !_pushed; }
-
-void Session::mingle() {
-  _storedTruth = _records.readAll();
-  _storedBase = _bases.read(_state.id);
-  _input.truth = std::move(_storedTruth.records);
-  takeBase();
-  meetByIdentifier();
-  _input.client = std::move(_pushed);
-  _input.refresh = _kind == SessionKind::refresh;
-  _input.restored = _dataSource.wasRestored();
-  _input.replace = _kind == SessionKind::replace;
-  _input.nextRecord = _truth.nextRecord;
-  _input.revision = _truth.revision + 1;
-  _plan = merge(_input);
-}
-
-/// The store's base, or the newer one that sessions have left which never ended.
-void Session::takeBase() {
-  if (!_note || !_pushed) {
-    _input.base = std::move(_storedBase.records);
-    return;
-  }
-  _baseIsNewer = true;
-  _input.base = withDifference(_note->known, _storedBase.records);
-  const bool taken = wasTaken();
-  if (taken) _input.base = withDifference(_note->handed, _input.base);
-  if (_dataSource.wasRestored() || _state.giveBackPending) return;
-  if (taken || !_note->known.isEmpty()) _kind = SessionKind::slow;
-}
-
-void Session::meetByIdentifier() {
-  if (!_pushed || !_dataSource.identifiersAreGlobal()) return;
-  auto met = baseMetByIdentifier(_records, _input.base, *_pushed);
-  if (!met) return;
-  if (!_baseIsNewer) _storedBase.records = std::move(_input.base);
-  _baseIsNewer = true;
-  _input.base = std::move(*met);
-}
-
-/// Whether the client holds what a session that never ended handed down to it.
-bool Session::wasTaken() {
-  const std::optional<bool> told = _dataSource.tookChanges(_note->mark);
-  return told ? *told : showTaken(*_note, _input.base, *_pushed);
-}
-
-/// The base as the store has it.
-const std::vector<BaseRecord>& Session::storedBase() const {
-  return _baseIsNewer ? _storedBase.records : _input.base;
+  std::vector<ClientRecord> all = loomer::takeRecords(_dataSource, _schema, false);
+  const std::size_t count = all.size();
+  return {std::move(all), count};
 }
 
 void Session::guard() {
-  if (_dataSource.tellsEveryChange() || !mustBeApproved(_plan)) return;
-  Refusal refusal{planDigest(_plan), _plan.deletedByAbsence, _plan.liveBefore, _began, std::nullopt};
+  const MergeResult& plan = _mingling->plan();
+  if (_dataSource.tellsEveryChange() || !mustBeApproved(plan)) return;
+  Refusal refusal{planDigest(plan), plan.deletedByAbsence, plan.liveBefore, _start.began, std::nullopt};
   if (_standing && _standing->approved && _standing->digest == refusal.digest) return;
   _refused = refusal;
   const char* const another =
@@ -196,41 +144,10 @@ void Session::guard() {
 
 std::vector<RecordId> Session::refusedDeletions() const {
   std::vector<RecordId> records;
-  for (const TruthChange& change : _plan.truthChanges) {
+  for (const TruthChange& change : _mingling->plan().truthChanges) {
     if (change.after.deleted && change.before && !change.before->deleted) records.push_back(change.after.id);
   }
   return records;
-}
-
-void Session::writeTruth() {
-  _contents.emplace(_store.database(), _input.truth, _storedTruth.contents, storedBase(),
-                    _storedBase.contents);
-  const bool changesTruth = !_plan.truthChanges.empty();
-  _handsDown = _plan.deleteAllFirst || !_plan.clientChanges.empty();
-  if (changesTruth) _truth.revision = _input.revision;
-  _records.apply(_plan.truthChanges, _input.revision, *_contents);
-  if (!changesTruth && !_handsDown && !_plan.baseChanged && _plan.losses.empty()) return;
-  SessionEntry entry;
-  entry.client = _state.identifier;
-  entry.began = _began;
-  entry.mode = static_cast<int>(_kind);
-  entry.revision = _truth.revision;
-  entry.taken = _taken;
-  entry.changed = _plan.truthChanges.size();
-  entry.handedDown = _plan.clientChanges.size();
-  _entry = _log.enter(entry, _plan.truthChanges, _plan.losses, *_contents);
-}
-
-void Session::handDown() {
-  if (!_handsDown) return;
-  HandingDown handingDown(_dataSource, _schema, _records, _input, _plan);
-  handingDown.run();
-  _refusedChanges = handingDown.refused();
-}
-
-void Session::writeBase() {
-  _bases.replace(_state.id, storedBase(), _plan.base, *_contents);
-  if (_dataSource.identifiersAreGlobal()) adoptIdentifiers(_records, storedBase(), _plan.base);
 }
 
 /// All that can fail in the store comes before the client saves, but for the commit itself.
@@ -242,46 +159,40 @@ void Session::finish() {
   error = String();
   checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error, "finish the session");
   commit();
-  if (_note || _handsDown) _noteFile.remove();
+  if (_start.note || handsDown()) _noteFile.remove();
 }
 
 void Session::noteSession() {
   const Date now = Platform::current().clock.now();
-  if (_entry) _log.finish(*_entry, now, _refusedChanges);
-  if (_standing) _refusals.remove(_state.id);
-  const bool news = _state.syncedRevision != _truth.revision;
-  ClientState after = _state;
+  const std::optional<std::int64_t> entry = _mingling ? _mingling->entry() : std::nullopt;
+  if (entry) SessionLog(_store).finish(*entry, now, _mingling->refused());
+  if (_standing) _refusals.remove(_start.client.id);
+  const std::int64_t revision = _mingling ? _mingling->revision() : _start.truth.revision;
+  const bool news = _start.client.syncedRevision != revision;
+  ClientState after = _start.client;
   after.resetPending = after.giveBackPending = false;
-  after.syncedRevision = _truth.revision;
+  after.syncedRevision = revision;
   ++after.sessions;
-  after.sessionsWithoutRecords = _tookRecords ? 0 : _state.sessionsWithoutRecords + 1;
-  after.handedDown = _handsDown;
+  after.sessionsWithoutRecords = _tookAllRecords ? 0 : after.sessionsWithoutRecords + 1;
+  after.handedDown = handsDown();
   after.lastSession = now;
   _clients.finishSession(after);
-  if (news || _entry) _records.dropOldTombstones();
-  if (_entry) pruneLog(_store, now, kPrunedRows + _plan.truthChanges.size());
+  if (news || entry) RecordTable(_store).dropOldTombstones();
+  if (entry) pruneLog(_store, now, kPrunedRows + _mingling->plan().truthChanges.size());
 }
 
-/// A client that is given everything anew is given it once more after a session that was killed.
 void Session::noteHandedDown() {
-  if (!_handsDown || _plan.deleteAllFirst) return;
-  HandedDown note;
-  note.mark = Platform::current().uuids.newUuid();
-  note.registered = _state.registered;
-  note.sessions = _state.sessions;
-  note.syncedRevision = _state.syncedRevision;
-  if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
-  note.handed = handedDifference(_input, _plan);
-  note.added = addedIds(_plan);
-  _dataSource.willTakeChanges(note.mark);
-  _noteFile.write(note);
+  const auto note = _mingling ? _mingling->noteForNextSession() : std::nullopt;
+  if (!note) return;
+  _dataSource.willTakeChanges(note->mark);
+  _noteFile.write(*note);
 }
 
 void Session::commit() {
   try {
     _store.database().commit();
   } catch (const PlatformException& exception) {
-    if (!_handsDown) throw;
+    if (!handsDown()) throw;
     throw PlatformException(exception.name(),
                             exception.reason() +
                                 " The client has saved the changes that it was handed down; the next session "

@@ -1,16 +1,12 @@
 #pragma once
 
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedClient.h"
+#include "CorvaneSyncClient/platform/loomer/Mingling.h"
 #include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
-#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
-#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
-#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
-#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 
 namespace corvane::loomer {
 
@@ -35,23 +31,15 @@ class Session {
 
  private:
   void registerWithDataSource();
-  void chooseMode();
-  void takeLock();
+  int preferredMode();
+  void takeLock(int preferredMode);
   void readNote();
-  void takeRecords();
-  bool isQuiet() const;
-  void mingle();
-  void takeBase();
-  bool wasTaken();
-  void meetByIdentifier();
-  const std::vector<BaseRecord>& storedBase() const;
+  TakenRecords takeRecords();
   void guard();
-  void writeTruth();
-  void handDown();
-  void writeBase();
   void finish();
   void noteSession();
   void noteHandedDown();
+  bool handsDown() const { return _mingling && _mingling->handsDown(); }
   void commit();
   void checkAnswer(bool answer, const String& error, const char* callback) const;
 
@@ -61,35 +49,16 @@ class Session {
   EmbeddedClient& _client;
   const RecordSchema& _schema;
   ClientTable _clients{_store};
-  RecordTable _records{_store};
-  BaseTable _bases{_store};
-  SessionLog _log{_store};
   RefusalTable _refusals{_store};
+  HandedDownFile _noteFile;
 
-  Date _began;
   std::int64_t _sessionsBefore = 0;  // of the client, when the data source was registered
-  int _preferredMode = LoomerSyncModeFast;
-  SessionKind _kind = SessionKind::fast;
-  ClientState _state;
-  TruthState _truth;
+  bool _tookLock = false;
+  SessionStart _start;
   std::optional<Refusal> _standing;  // the guard's refusal of the client's last plan
   std::optional<Refusal> _refused;   // of this one
-  HandedDownFile _noteFile;
-  std::optional<HandedDown> _note;  // of a session that never ended
-
-  std::optional<std::vector<ClientRecord>> _pushed;  // the client's whole tree
-  bool _tookLock = false;
-  bool _tookRecords = false;
-  std::size_t _taken = 0;
-  StoredTruth _storedTruth;
-  StoredBase _storedBase;
-  bool _baseIsNewer = false;  // than the store's: taken over from the note
-  MergeInput _input;
-  MergeResult _plan;
-  std::optional<ContentRows> _contents;
-  std::optional<std::int64_t> _entry;  // in the log of sessions
-  bool _handsDown = false;
-  std::size_t _refusedChanges = 0;
+  bool _tookAllRecords = false;
+  std::optional<Mingling> _mingling;  // none in a quiet session
 };
 
 }  // namespace corvane::loomer

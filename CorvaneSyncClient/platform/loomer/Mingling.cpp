@@ -1,0 +1,117 @@
+#include "CorvaneSyncClient/platform/loomer/Mingling.h"
+
+#include "CorvaneSyncClient/platform/loomer/GlobalIdentifiers.h"
+#include "CorvaneSyncClient/platform/loomer/HandedDown.h"
+#include "CorvaneSyncClient/platform/loomer/HandingDown.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+Mingling::Mingling(TruthStore& store, LoomerSessionDriverDataSource& dataSource, const SessionStart& start,
+                   TakenRecords taken)
+    : _store(store),
+      _dataSource(dataSource),
+      _records(store),
+      _start(start),
+      _kind(start.kind),
+      _taken(taken.count),
+      _storedTruth(_records.readAll()),
+      _storedBase(BaseTable(store).read(start.client.id)) {
+  _input.truth = std::move(_storedTruth.records);
+  _input.client = std::move(taken.tree);
+  takeBase();
+  meetByIdentifier();
+  _input.refresh = _kind == SessionKind::refresh;
+  _input.restored = _dataSource.wasRestored();
+  _input.replace = _kind == SessionKind::replace;
+  _input.nextRecord = _start.truth.nextRecord;
+  _input.revision = _start.truth.revision + 1;
+  _plan = merge(_input);
+}
+
+/// The store's base, or the newer one that sessions have left which never ended.
+void Mingling::takeBase() {
+  const std::optional<HandedDown>& note = _start.note;
+  if (!note || !_input.client) {
+    _input.base = std::move(_storedBase.records);
+    return;
+  }
+  _baseIsNewer = true;
+  _input.base = withDifference(note->known, _storedBase.records);
+  const bool taken = wasTaken();
+  if (taken) _input.base = withDifference(note->handed, _input.base);
+  if (_dataSource.wasRestored() || _start.client.giveBackPending) return;
+  if (taken || !note->known.isEmpty()) _kind = SessionKind::slow;
+}
+
+/// Whether the client holds what a session that never ended handed down to it.
+bool Mingling::wasTaken() {
+  const std::optional<bool> told = _dataSource.tookChanges(_start.note->mark);
+  return told ? *told : showTaken(*_start.note, _input.base, *_input.client);
+}
+
+/// Enters what the client pushed under identifiers that only the truth knows into the base.
+void Mingling::meetByIdentifier() {
+  if (!_input.client || !_dataSource.identifiersAreGlobal()) return;
+  auto met = baseMetByIdentifier(_records, _input.base, *_input.client);
+  if (!met) return;
+  if (!_baseIsNewer) _storedBase.records = std::move(_input.base);
+  _baseIsNewer = true;
+  _input.base = std::move(*met);
+}
+
+const std::vector<BaseRecord>& Mingling::baseInStore() const {
+  return _baseIsNewer ? _storedBase.records : _input.base;
+}
+
+void Mingling::carryOut(const RecordSchema& schema) {
+  ContentRows contents(_store.database(), _input.truth, _storedTruth.contents, baseInStore(),
+                       _storedBase.contents);
+  writeTruth(contents);
+  handDown(schema);
+  writeBase(contents);
+}
+
+void Mingling::writeTruth(ContentRows& contents) {
+  _records.apply(_plan.truthChanges, _input.revision, contents);
+  if (_plan.truthChanges.empty() && !handsDown() && !_plan.baseChanged && _plan.losses.empty()) return;
+  SessionEntry entry;
+  entry.client = _start.client.identifier;
+  entry.began = _start.began;
+  entry.mode = static_cast<int>(_kind);
+  entry.revision = revision();
+  entry.taken = _taken;
+  entry.changed = _plan.truthChanges.size();
+  entry.handedDown = _plan.clientChanges.size();
+  _entry = SessionLog(_store).enter(entry, _plan.truthChanges, _plan.losses, contents);
+}
+
+void Mingling::handDown(const RecordSchema& schema) {
+  if (!handsDown()) return;
+  HandingDown handingDown(_dataSource, schema, _records, _input, _plan);
+  handingDown.run();
+  _refused = handingDown.refused();
+}
+
+void Mingling::writeBase(ContentRows& contents) {
+  BaseTable(_store).replace(_start.client.id, baseInStore(), _plan.base, contents);
+  if (!_dataSource.identifiersAreGlobal()) return;
+  adoptIdentifiers(_records, baseInStore(), _plan.base);
+}
+
+/// A client that is given everything anew is given it once more after a session that was killed.
+std::optional<HandedDown> Mingling::noteForNextSession() {
+  if (!handsDown() || _plan.deleteAllFirst) return std::nullopt;
+  HandedDown note;
+  note.mark = Platform::current().uuids.newUuid();
+  note.registered = _start.client.registered;
+  note.sessions = _start.client.sessions;
+  note.syncedRevision = _start.client.syncedRevision;
+  if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
+  note.handed = handedDifference(_input, _plan);
+  note.added = addedIds(_plan);
+  return note;
+}
+
+}  // namespace corvane::loomer
