@@ -103,6 +103,7 @@ std::string treeText(loomer::RecordTable& records, loomer::RecordId folder) {
   for (const loomer::TruthRecord& record : records.children(folder)) {
     const loomer::Content& content = record.content;
     text += record.entity == loomer::Entity::folder ? 'f' : 'b';
+    text += records.globalIdentifier(record.id).view();
     for (const String& part : {content.name, content.url}) {
       text += (part ? std::to_string(part.view().size()) : "-") + ' ';
       text += part.view();
