@@ -33,16 +33,24 @@ Mingling::Mingling(TruthStore& store, LoomerSessionDriverDataSource& dataSource,
 /// The store's base, or the newer one that sessions have left which never ended.
 void Mingling::takeBase() {
   const std::optional<HandedDown>& note = _start.note;
-  if (!note || !_input.client) {
+  if (!note || !_input.client || wasUndone(*note)) {
     _input.base = std::move(_storedBase.records);
     return;
   }
   _baseIsNewer = true;
   _input.base = withDifference(note->known, _storedBase.records);
   const bool taken = wasTaken();
+  _knownMark = taken ? note->mark : note->knownMark;
   if (taken) _input.base = withDifference(note->handed, _input.base);
   if (_dataSource.wasRestored() || _start.client.giveBackPending) return;
   if (taken || !note->known.isEmpty()) _kind = SessionKind::slow;
+}
+
+/// Whether the client denies all that the note tells: it was put back to a state before. What it lacks of
+/// that was not deleted.
+bool Mingling::wasUndone(const HandedDown& note) {
+  return note.knownMark && _dataSource.tookChanges(note.mark) == false &&
+         _dataSource.tookChanges(note.knownMark) == false;
 }
 
 /// Whether the client holds what a session that never ended handed down to it.
@@ -108,6 +116,7 @@ std::optional<HandedDown> Mingling::noteForNextSession() {
   note.registered = _start.client.registered;
   note.sessions = _start.client.sessions;
   note.syncedRevision = _start.client.syncedRevision;
+  note.knownMark = _knownMark;
   if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
   note.handed = handedDifference(_input, _plan);
   note.added = addedIds(_plan);

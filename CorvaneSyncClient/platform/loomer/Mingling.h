@@ -62,6 +62,7 @@ class Mingling {
 
  private:
   void takeBase();
+  bool wasUndone(const HandedDown& note);
   bool wasTaken();
   void meetByIdentifier();
   const std::vector<BaseRecord>& baseInStore() const;
@@ -78,6 +79,7 @@ class Mingling {
   StoredTruth _storedTruth;   // its records go into `_input`
   StoredBase _storedBase;     // so do these, unless that base is newer
   bool _baseIsNewer = false;  // than the store's: with what the note tells, or what was met by its identifier
+  String _knownMark;          // of the newest handing down that the note tells of and that was taken
   MergeInput _input;
   MergeResult _plan;
   std::optional<std::int64_t> _entry;

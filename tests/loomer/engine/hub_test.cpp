@@ -223,6 +223,23 @@ TEST_F(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
   EXPECT_EQ(a->text(), "uno(http://1/) zwei(http://2/)");
 }
 
+TEST_F(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
+  ASSERT_EQ(a->sync(), "");
+  a->client->addBookmark("", "1", "http://1/");
+  syncCutOff();
+  a->client->addBookmark("", "2", "http://2/");
+  failOnce("news");
+  ASSERT_EQ(a->sync(), "");
+  expectAlone();
+  syncCutOff();  // knows of the first one, and gives the second bookmark
+  EXPECT_EQ(hub.live(), 2u);
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/) 2(http://2/)");
+}
+
 TEST_F(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
   a->client->addBookmark("", "1", "http://1/");
   settle();

@@ -19,7 +19,8 @@ constexpr const char* kWrite = "note what is handed down";
 
 // The last step makes the file one to be read.
 constexpr const char* kForm = R"sql(
-  CREATE TABLE session(mark TEXT NOT NULL, registered REAL NOT NULL, sessions INTEGER NOT NULL, synced_revision INTEGER);
+  CREATE TABLE session(mark TEXT NOT NULL, registered REAL NOT NULL, sessions INTEGER NOT NULL,
+    synced_revision INTEGER, known_mark TEXT);
   CREATE TABLE held(
     known INTEGER NOT NULL,   -- of which difference: 1 the one that was known before, 0 the one handed down
     record INTEGER NOT NULL,
@@ -41,8 +42,9 @@ constexpr const char* kForm = R"sql(
 )sql";
 
 void writeSession(Database& database, const HandedDown& handedDown) {
-  database.query("INSERT INTO session VALUES(?, ?, ?, ?)", kWrite)
-      .run(handedDown.mark, handedDown.registered.seconds, handedDown.sessions, handedDown.syncedRevision);
+  database.query("INSERT INTO session VALUES(?, ?, ?, ?, ?)", kWrite)
+      .run(handedDown.mark, handedDown.registered.seconds, handedDown.sessions, handedDown.syncedRevision,
+           handedDown.knownMark);
 }
 
 void writeDifference(Database& database, bool known, const BaseDifference& difference) {
@@ -57,13 +59,15 @@ void writeDifference(Database& database, bool known, const BaseDifference& diffe
 }
 
 HandedDown readSession(Database& database) {
-  Statement query = database.query("SELECT mark, registered, sessions, synced_revision FROM session", kRead);
+  Statement query =
+      database.query("SELECT mark, registered, sessions, synced_revision, known_mark FROM session", kRead);
   HandedDown handedDown;
   if (!query.open().next()) throw damagedStoreException(database.path(), "it names no session");
   handedDown.mark = query.text(0);
   handedDown.registered = Date{query.real(1)};
   handedDown.sessions = query.integer(2);
   handedDown.syncedRevision = query.optionalInteger(3);
+  handedDown.knownMark = query.text(4);
   return handedDown;
 }
 

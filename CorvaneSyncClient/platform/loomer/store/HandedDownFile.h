@@ -25,6 +25,7 @@ struct HandedDown {
   std::int64_t sessions = 0;
   std::optional<std::int64_t> syncedRevision;
 
+  String knownMark;       ///< of the newest handing down in `known`; absent where there is none
   BaseDifference known;   ///< from the store's base to the one that sessions killed before had left
   BaseDifference handed;  ///< from there to the one that the client has once it has saved
   /// The client's own ids of the records that it was given: nothing bore them before.
