@@ -1,7 +1,10 @@
 // `export` and `import`.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
+#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "tests/ctl/CtlFixture.h"
 #include "tests/ctl/HtmlFiles.h"
 
@@ -104,7 +107,7 @@ TEST_F(TransferTest, FilesThatCannotBeUsedAreRefusedAndMakeNoStore) {
   EXPECT_EQ(ctl({"import", platform.directory / "none.html"}).status, 1);
   const Run nothing = ctl({"import", "-"}, "just text");
   EXPECT_EQ(nothing.status, 1);
-  EXPECT_THAT(nothing.err, HasSubstr("There are no bookmarks in -"));
+  EXPECT_THAT(nothing.err, HasSubstr("There are no bookmarks in standard input."));
   EXPECT_EQ(::access((home + "/Library").c_str(), F_OK), -1);
 }
 
@@ -114,6 +117,38 @@ TEST_F(TransferTest, ExportThatCannotBeWrittenIsRefused) {
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.err,
               AllOf(HasSubstr("Cannot write /nowhere/at/all.html"), HasSubstr("No such file or directory")));
+}
+
+TEST_F(TransferTest, ExportIntoAPipeGoesThroughItAndDoesNotReplaceIt) {
+  seed();
+  const std::string path = platform.directory / "pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  const FileDescriptor pipe(open(path.c_str(), O_RDWR | O_NONBLOCK));  // what is exported fits into it
+  ASSERT_TRUE(pipe);
+  EXPECT_EQ(ctl({"export", path}).status, 0);
+  std::string bytes(1 << 16, 0);
+  const ssize_t count = read(pipe.number(), bytes.data(), bytes.size());
+  ASSERT_GT(count, 0);
+  bytes.resize(static_cast<std::size_t>(count));
+  EXPECT_EQ(bytes, ctl({"export", "-"}).out);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_TRUE(S_ISFIFO(status.st_mode));
+}
+
+TEST_F(TransferTest, ImportReadsAPipe) {
+  useEmptyHome();
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const FileDescriptor readEnd(ends[0]);
+  {
+    const FileDescriptor writeEnd(ends[1]);
+    ASSERT_FALSE(writeAll(writeEnd, htmlFile("<DL><p><DT><A HREF=\"http://z/\">Zoo</A></DL>")));
+  }
+  const std::string descriptors = "/proc/" + std::to_string(getpid()) + "/fd/";
+  const Run run = ctl({"import", descriptors + std::to_string(readEnd.number())});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(json({"tree"}, "[r['title'] for r in d]"), "['Zoo']");
 }
 
 TEST_F(TransferTest, ToolbarFolderOfAFileMakesTheSpecialOneWhereThereIsNone) {

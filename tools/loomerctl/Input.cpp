@@ -1,31 +1,40 @@
 #include "tools/loomerctl/Input.h"
 
+#include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <optional>
-#include <system_error>
 
+#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "tools/loomerctl/CommandLine.h"
 
 namespace corvane::loomerctl {
 
 namespace {
 
-[[noreturn]] void refuse(int error) {
-  throw Refused{"Cannot read standard input: " + std::system_category().message(error) + '.'};
+constexpr const char* kStandardInput = "standard input";
+
+[[noreturn]] void refuse(const std::string& name, std::error_code error) {
+  throw Refused{"Cannot read " + name + ": " + error.message() + '.'};
 }
 
 /// Reads what there is, at most `size` bytes; 0 at the end.
-std::size_t readSome(char* bytes, std::size_t size) {
-  while (true) {
-    const ssize_t count = ::read(STDIN_FILENO, bytes, size);
-    if (count >= 0) return static_cast<std::size_t>(count);
-    if (errno != EINTR) refuse(errno);
+std::size_t readSome(int descriptor, const std::string& name, char* bytes, std::size_t size) {
+  const ssize_t count = retryingInterrupted([&] { return ::read(descriptor, bytes, size); });
+  if (count < 0) refuse(name, lastSystemError());
+  return static_cast<std::size_t>(count);
+}
+
+std::string readAll(int descriptor, const std::string& name) {
+  std::string bytes;
+  char buffer[1 << 16];
+  while (const std::size_t count = readSome(descriptor, name, buffer, sizeof buffer)) {
+    bytes.append(buffer, count);
   }
+  return bytes;
 }
 
 /// Standard input, a terminal, handing on each key as it is typed and showing none, for as long as this
@@ -34,12 +43,12 @@ std::size_t readSome(char* bytes, std::size_t size) {
 class SilentTerminal {
  public:
   SilentTerminal() {
-    if (tcgetattr(STDIN_FILENO, &_before) != 0) refuse(errno);
+    if (tcgetattr(STDIN_FILENO, &_before) != 0) refuse(kStandardInput, lastSystemError());
     termios silent = _before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
     silent.c_cc[VMIN] = 1;
     silent.c_cc[VTIME] = 0;
-    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0) refuse(errno);
+    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0) refuse(kStandardInput, lastSystemError());
   }
   /// A terminal that cannot be set back has been closed.
   ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &_before); }
@@ -62,7 +71,8 @@ std::optional<std::string> lineFromTerminal(const char* prompt) {
   std::fputs(prompt, stderr);  // now, since what is typed before is dropped
   std::string line;
   char key = 0;
-  while (readSome(&key, 1) == 1 && key != '\n' && key != '\r' && key != kEndOfTransmission) {
+  while (readSome(STDIN_FILENO, kStandardInput, &key, 1) == 1 && key != '\n' && key != '\r' &&
+         key != kEndOfTransmission) {
     if (key == kEndOfText) return std::nullopt;
     if (key == kNegativeAcknowledge) {
       line.clear();
@@ -84,11 +94,13 @@ std::string trimmed(const std::string& line) {
 
 }  // namespace
 
-std::string readStandardInput() {
-  std::string bytes;
-  char buffer[1 << 16];
-  while (const std::size_t count = readSome(buffer, sizeof buffer)) bytes.append(buffer, count);
-  return bytes;
+std::string inputName(const std::string& path) { return path == kStandardStream ? kStandardInput : path; }
+
+std::string readInput(const std::string& path) {
+  if (path == kStandardStream) return readAll(STDIN_FILENO, kStandardInput);
+  const FileDescriptor file(retryingInterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+  if (!file) refuse(path, lastSystemError());
+  return readAll(file.number(), path);
 }
 
 std::string readSecretLine(const char* prompt) {
@@ -97,7 +109,7 @@ std::string readSecretLine(const char* prompt) {
     line = lineFromTerminal(prompt);
     std::fputs("\n", stderr);
   } else {
-    line = readStandardInput();
+    line = readInput(kStandardStream);
     line->resize(std::min(line->find('\n'), line->size()));
   }
   if (!line) throw Refused{"Broken off; nothing was changed."};

@@ -81,18 +81,15 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
   return bookmarks;
 }
 
-std::string readFile(const std::string& path) {
-  if (path == kStandardStream) return readStandardInput();
-  std::string bytes;
-  if (const std::error_code error = Platform::current().files.read(path, bytes)) {
-    throw Refused{"Cannot read " + path + ": " + error.message() + '.'};
-  }
-  return bytes;
-}
-
 /// The last component, which stands in the log.
-std::string nameOf(const std::string& path) {
-  return path == kStandardStream ? "standard input" : path.substr(path.rfind('/') + 1);
+std::string lastComponent(const std::string& name) { return name.substr(name.rfind('/') + 1); }
+
+/// What stands at the path is replaced, but for a pipe or a device: that takes what is written.
+std::error_code write(const std::string& path, const std::string& bytes) {
+  FileSystem& files = Platform::current().files;
+  const auto present = files.attributesIfKnown(path);
+  if (present && present->kind == FileKind::other) return files.write(path, bytes);
+  return files.writeAtomically(path, bytes);
 }
 
 }  // namespace
@@ -106,7 +103,7 @@ Status exportFile(Invocation& run) {
   }
   std::string bytes;
   const std::size_t bookmarks = writeFile(*store, [&](const std::string& piece) { bytes += piece; });
-  if (const std::error_code error = Platform::current().files.writeAtomically(path, bytes)) {
+  if (const std::error_code error = write(path, bytes)) {
     throw Refused{"Cannot write " + path + ": " + error.message() + '.'};
   }
   run.out.write("Wrote " + countText(bookmarks, "bookmark", "bookmarks") + " to " + printable(path) + ".\n");
@@ -115,17 +112,18 @@ Status exportFile(Invocation& run) {
 
 Status importFile(Invocation& run) {
   const std::string& path = run.options.argument;
-  const std::vector<HtmlNode> nodes = parseBookmarksHtml(readFile(path));
-  if (nodes.empty()) throw Refused{"There are no bookmarks in " + path + '.'};
+  const std::vector<HtmlNode> nodes = parseBookmarksHtml(readInput(path));
+  const std::string name = inputName(path);
+  if (nodes.empty()) throw Refused{"There are no bookmarks in " + name + '.'};
   const auto store = openOrMakeStore();
   ImportPlan plan;
-  const auto session = editTruth(*store, "loomerctl import " + nameOf(path), SessionKind::importFile,
+  const auto session = editTruth(*store, "loomerctl import " + lastComponent(name), SessionKind::importFile,
                                  [&](const std::vector<TruthRecord>& truth, const TruthState& state) {
                                    plan = planImport(truth, nodes, state.nextRecord, state.revision + 1);
                                    return plan.changes;
                                  });
   if (!session) {
-    run.out.write("Everything in " + printable(path) + " is there already.\n");
+    run.out.write("Everything in " + printable(name) + " is there already.\n");
     return statusFine;
   }
   run.out.write("Added " + countText(plan.bookmarks, "bookmark", "bookmarks") + " and " +
