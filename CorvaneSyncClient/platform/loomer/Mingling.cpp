@@ -83,7 +83,7 @@ void Mingling::carryOut(const RecordSchema& schema) {
 
 void Mingling::writeTruth(ContentRows& contents) {
   _records.apply(_plan.truthChanges, _input.revision, contents);
-  if (_plan.truthChanges.empty() && !handsDown() && !_plan.baseChanged && _plan.losses.empty()) return;
+  if (_plan.truthChanges.empty() && !handsDown() && _plan.losses.empty()) return;
   SessionEntry entry;
   entry.client = _start.client.identifier;
   entry.began = _start.began;

@@ -80,6 +80,17 @@ TEST_F(SessionTest, SlowSessionWithNothingNewWritesNeitherRecordsNorBase) {
   EXPECT_EQ(number("SELECT count(*) FROM temp.touched"), 3) << "one record, one content, one base row";
 }
 
+TEST_F(SessionTest, SessionThatFindsOtherNumbersInTheSameOrderIsNotInTheLog) {
+  seed();
+  for (auto& [id, node] : first->nodes) node.position = node.position * 2 + 5;
+  first->mode = LoomerSyncModeSlow;
+  const std::int64_t logged = number("SELECT count(*) FROM sessions");
+  const std::int64_t greatest = number("SELECT max(position) FROM base WHERE client = 1");
+  ASSERT_EQ(first->sync(), "");
+  EXPECT_GT(number("SELECT max(position) FROM base WHERE client = 1"), greatest);
+  EXPECT_EQ(number("SELECT count(*) FROM sessions"), logged);
+}
+
 TEST_F(SessionTest, AsksUntilNothingMoreComes) {
   first = makeClient("first");
   for (int i = 0; i < 7; ++i) first->addBookmark("", "B" + std::to_string(i), "http://b/");

@@ -33,7 +33,7 @@ TEST(HandingDown, WhatWasRefusedIsNotOfferedAgainUntilItChanges) {
   EXPECT_EQ(merged.changes(), "");
   EXPECT_EQ(merged.heldByClient(), "a b");
   EXPECT_EQ(merged.truth(), "a b=x");
-  EXPECT_FALSE(merged.result().baseChanged);
+  EXPECT_EQ(merged.result().base, merged.input().base);
   merged.input().truth[1].revision = 2;
   merged.run();
   EXPECT_EQ(merged.changes(), "~b");

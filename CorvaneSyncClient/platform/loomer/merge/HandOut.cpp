@@ -236,16 +236,12 @@ class HandOut {
   }
 
   void writeBase() {
-    std::size_t same = 0;
     _result.base.reserve(_trees.nodes.size());
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
       const Node& at = _trees.nodes[node];
       if (!at.lives && _standing[node] != Standing::refused) continue;
       _result.base.push_back(baseOf(node));
-      const BaseRecord* const before = at.base ? at.base : at.notHeld;
-      if (before && *before == _result.base.back()) ++same;
     }
-    _result.baseChanged = same != _result.base.size() || same != _trees.input.base.size();
     std::sort(_result.base.begin(), _result.base.end(),
               [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
   }

@@ -115,7 +115,6 @@ struct MergeResult {
   /// The client's base after the session if it accepts every change: additions carry an absent local id until
   /// the client has told its own.
   std::vector<BaseRecord> base;
-  bool baseChanged = false;  ///< whether `base` differs from the one given
   std::vector<Loss> losses;
   /// How many live records the client's missing records would delete, of how many live ones: for the guard.
   std::size_t deletedByAbsence = 0;
