@@ -32,7 +32,7 @@ TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40)
 TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
 
 TEST(Computers, ConvergeWhateverHappensToTheService) {
-  loomer::test::checkTimes(times(40), 40, computersConverge);
+  loomer::test::checkTimes(times(25), 40, computersConverge);
 }
 
 TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(20), 30, undoRestoresEveryFile); }
