@@ -28,10 +28,17 @@ CREATE TABLE corvane_hub.accounts(
   pushed_in xid8,                                  -- the transaction of the last push
   live_records bigint NOT NULL DEFAULT 0,
   record_limit bigint NOT NULL DEFAULT 1000000,
+  live_bytes bigint NOT NULL DEFAULT 0,            -- of the live records' names and urls
+  byte_limit bigint NOT NULL DEFAULT 1073741824,
+  tombstones bigint NOT NULL DEFAULT 0,
   forgotten_revision bigint NOT NULL DEFAULT 0,    -- the greatest revision of a tombstone that was dropped
   created timestamptz NOT NULL DEFAULT now(),
   CONSTRAINT accounts_live_records CHECK (live_records >= 0),
   CONSTRAINT accounts_record_limit CHECK (live_records <= record_limit),
+  CONSTRAINT accounts_live_bytes CHECK (live_bytes >= 0),
+  CONSTRAINT accounts_byte_limit CHECK (live_bytes <= byte_limit),
+  CONSTRAINT accounts_tombstones CHECK (tombstones >= 0),
+  CONSTRAINT accounts_tombstone_limit CHECK (tombstones <= 3 * record_limit),
   CONSTRAINT accounts_mark CHECK ((revision = 0) = (mark IS NULL))
 ) WITH (fillfactor = 70);
 
@@ -48,10 +55,10 @@ CREATE TABLE corvane_hub.records(
   tab_group boolean NOT NULL,
   special boolean NOT NULL,
   deleted boolean NOT NULL,      -- a tombstone: of the rest only the id counts
-  was_live boolean NOT NULL,     -- before it was written last
   revision bigint NOT NULL,      -- of the push that wrote it
   changed timestamptz NOT NULL,
-  PRIMARY KEY (account, id)
+  PRIMARY KEY (account, id),
+  CONSTRAINT records_length CHECK (COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0) <= 1048576)
 ) PARTITION BY HASH (account);
 CREATE INDEX records_by_revision ON corvane_hub.records(account, revision, id);
 CREATE INDEX tombstones_by_age ON corvane_hub.records(account, changed) WHERE deleted;
@@ -114,8 +121,8 @@ CREATE POLICY own ON corvane_hub.pushes USING (account = (SELECT corvane_hub.my_
 CREATE POLICY own ON corvane_hub.computers USING (account = (SELECT corvane_hub.my_account()));
 CREATE POLICY own ON corvane_hub.settings USING (account = (SELECT corvane_hub.my_account()));
 
--- Drops what is older than 400 days, a little at each push: tombstones, and pushes but for the newest thousand. A computer
--- whose state is older than a dropped tombstone is given all records, one whose push is gone counts as never seen.
+-- Drops what is older than 400 days, a little at each push: tombstones, and pushes but for the newest thousand. Where there
+-- are more tombstones than the account may hold records, the oldest ones go whatever their age. A computer whose state is older than a dropped tombstone is given all records, one whose push is gone counts as never seen.
 --
 -- What is old is found along an index and dropped by its key, one after the other: in one statement, an account that grew
 -- since the last statistics were taken would be read whole at each push.
@@ -125,18 +132,23 @@ SET search_path = pg_catalog, pg_temp
 SET enable_seqscan = off SET enable_bitmapscan = off SET enable_sort = off SET plan_cache_mode = force_custom_plan AS $$
 DECLARE
   last_kept bigint := (SELECT a.revision - 1000 FROM corvane_hub.accounts a WHERE a.id = me);
+  kept_since timestamptz := (SELECT CASE WHEN a.tombstones > a.record_limit THEN 'infinity'
+                                    ELSE now() - interval '400 days' END FROM corvane_hub.accounts a WHERE a.id = me);
   forgotten bigint;
+  count bigint := 0;
   old record;
 BEGIN
   FOR old IN
     SELECT r.id, r.revision FROM corvane_hub.records r
-    WHERE r.account = me AND r.deleted AND r.changed < now() - interval '400 days' ORDER BY r.changed LIMIT 1000
+    WHERE r.account = me AND r.deleted AND r.changed < kept_since ORDER BY r.changed LIMIT 1000
   LOOP
     DELETE FROM corvane_hub.records r WHERE r.account = me AND r.id = old.id;
     forgotten := greatest(forgotten, old.revision);
+    count := count + 1;
   END LOOP;
   IF forgotten IS NOT NULL THEN
-    UPDATE corvane_hub.accounts SET forgotten_revision = greatest(forgotten_revision, forgotten) WHERE id = me;
+    UPDATE corvane_hub.accounts
+      SET forgotten_revision = greatest(forgotten_revision, forgotten), tombstones = tombstones - count WHERE id = me;
   END IF;
   FOR old IN
     SELECT p.revision, p.at FROM corvane_hub.pushes p
@@ -168,36 +180,65 @@ BEGIN
 END $$;
 
 -- Writes records into the push that this transaction began; the arrays are as long as one another, no id stands in them
--- twice. Raises check_violation on accounts_record_limit when the account would hold more live records than it may.
+-- twice. A tombstone of what the account never held is dropped. Raises check_violation: on accounts_record_limit,
+-- accounts_byte_limit or accounts_tombstone_limit when the account would hold more than it may, on records_length for a
+-- record that is too long, and on records_kind for a folder that becomes a bookmark or the reverse. That is refused over
+-- tombstones as well, since a computer that never heard of the tombstone would see the kind change all the same.
+--
+-- What was there before is looked up by its key, one record after the other, whatever the statistics say: hence the join
+-- to one row each.
 CREATE FUNCTION corvane_hub.put_records(ids uuid[], folders boolean[], parents uuid[], positions integer[], names bytea[],
                                         urls bytea[], tab_groups boolean[], specials boolean[], deletions boolean[])
 RETURNS void
-LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
+LANGUAGE plpgsql SECURITY DEFINER
+SET search_path = pg_catalog, pg_temp
+SET enable_hashjoin = off SET enable_mergejoin = off SET enable_seqscan = off SET enable_bitmapscan = off
+SET plan_cache_mode = force_custom_plan AS $$
 DECLARE
   me bigint;
   now_at bigint;
-  more bigint;
+  changes record;
 BEGIN
   SELECT a.id, a.revision INTO me, now_at FROM corvane_hub.accounts a
     WHERE a.role = session_user AND a.pushed_in = pg_current_xact_id();
   IF me IS NULL THEN
     RAISE EXCEPTION 'this transaction has not begun a push' USING ERRCODE = 'object_not_in_prerequisite_state';
   END IF;
-  WITH written AS (
-    INSERT INTO corvane_hub.records AS r
-    SELECT me, g.id, g.folder, CASE WHEN NOT g.deleted THEN g.parent END, g.position,
-           CASE WHEN NOT g.deleted THEN g.name END, CASE WHEN NOT g.deleted THEN g.url END,
-           g.tab_group, g.special, g.deleted, false, now_at, now()
+  WITH given AS MATERIALIZED (
+    SELECT g.*, r.id IS NOT NULL AS is_known, r.folder AS was_folder, COALESCE(NOT r.deleted, false) AS was_live,
+           COALESCE(octet_length(r.name), 0) + COALESCE(octet_length(r.url), 0) AS had_bytes
     FROM unnest(ids, folders, parents, positions, names, urls, tab_groups, specials, deletions)
       AS g(id, folder, parent, position, name, url, tab_group, special, deleted)
+    LEFT JOIN LATERAL (SELECT * FROM corvane_hub.records each WHERE each.account = me AND each.id = g.id LIMIT 1) AS r
+      ON true
+  ), written AS (
+    INSERT INTO corvane_hub.records AS r
+    SELECT me, g.id, CASE WHEN g.deleted THEN g.was_folder ELSE g.folder END, CASE WHEN NOT g.deleted THEN g.parent END,
+           g.position, CASE WHEN NOT g.deleted THEN g.name END, CASE WHEN NOT g.deleted THEN g.url END,
+           g.tab_group, g.special, g.deleted, now_at, now()
+    FROM given g
+    WHERE g.is_known OR NOT g.deleted
     ORDER BY g.id
     ON CONFLICT (account, id) DO UPDATE
     SET folder = excluded.folder, parent = excluded.parent, position = excluded.position, name = excluded.name,
         url = excluded.url, tab_group = excluded.tab_group, special = excluded.special, deleted = excluded.deleted,
-        was_live = NOT r.deleted, revision = excluded.revision, changed = excluded.changed
-    RETURNING r.deleted, r.was_live)
-  SELECT count(*) FILTER (WHERE NOT w.deleted) - count(*) FILTER (WHERE w.was_live) INTO more FROM written w;
-  UPDATE corvane_hub.accounts SET live_records = live_records + more WHERE id = me;
+        revision = excluded.revision, changed = excluded.changed
+  )
+  SELECT count(*) FILTER (WHERE NOT g.deleted) - count(*) FILTER (WHERE g.was_live) AS live,
+         count(*) FILTER (WHERE g.deleted AND g.is_known) - count(*) FILTER (WHERE g.is_known AND NOT g.was_live)
+           AS tombstones,
+         COALESCE(sum(COALESCE(octet_length(g.name), 0) + COALESCE(octet_length(g.url), 0)) FILTER (WHERE NOT g.deleted), 0)
+           - COALESCE(sum(g.had_bytes), 0) AS bytes,
+         bool_or(NOT g.deleted AND g.folder <> g.was_folder) AS kind
+    INTO changes FROM given g;
+  IF changes.kind THEN
+    RAISE EXCEPTION 'a folder can not become a bookmark, nor a bookmark a folder'
+      USING ERRCODE = 'check_violation', CONSTRAINT = 'records_kind';
+  END IF;
+  UPDATE corvane_hub.accounts
+    SET live_records = live_records + changes.live, live_bytes = live_bytes + changes.bytes,
+        tombstones = tombstones + changes.tombstones
+    WHERE id = me;
 END $$;
 
 -- Enters the computer, or its present name and the day. An account has at most a thousand computers: the one that was
@@ -238,8 +279,10 @@ LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp SET password_encryption =
 DECLARE
   account_uid uuid;
 BEGIN
-  EXECUTE format('CREATE ROLE %I LOGIN CONNECTION LIMIT 50 PASSWORD %L IN ROLE corvane_account', account_name,
+  EXECUTE format('CREATE ROLE %I LOGIN CONNECTION LIMIT 5 PASSWORD %L IN ROLE corvane_account', account_name,
                  account_password);
+  -- Needs a superuser to be changed, unlike the limits in time.
+  EXECUTE format('ALTER ROLE %I SET temp_file_limit = %L', account_name, '64MB');
   INSERT INTO corvane_hub.accounts(role) VALUES(account_name) RETURNING uid INTO account_uid;
   RETURN account_uid;
 END $$;

@@ -12,5 +12,18 @@ BEGIN
   EXECUTE format('GRANT CONNECT ON DATABASE %I TO corvane_account', current_database());
   IF to_regnamespace('public') IS NOT NULL THEN REVOKE ALL ON SCHEMA public FROM PUBLIC; END IF;
 END $$;
-REVOKE EXECUTE ON FUNCTION pg_catalog.lo_creat(integer), pg_catalog.lo_create(oid), pg_catalog.lo_from_bytea(oid, bytea)
-  FROM PUBLIC;
+
+-- Nor may it make large objects, or take advisory locks, which would keep others waiting and fill the server's one table
+-- of locks.
+DO $$
+DECLARE
+  each regprocedure;
+BEGIN
+  FOR each IN
+    SELECT p.oid FROM pg_proc p
+    WHERE p.pronamespace = 'pg_catalog'::regnamespace
+      AND (p.proname ~ '^pg_(try_)?advisory_' OR p.proname IN ('lo_creat', 'lo_create', 'lo_from_bytea'))
+  LOOP
+    EXECUTE format('REVOKE EXECUTE ON FUNCTION %s FROM PUBLIC', each);
+  END LOOP;
+END $$;

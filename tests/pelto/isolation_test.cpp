@@ -173,6 +173,37 @@ TEST_F(IsolationTest, NothingElseIsToBeStored) {
     EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
 }
 
+TEST_F(IsolationTest, NobodyElseIsKeptWaiting) {
+  const std::string statements[] = {
+      "SELECT pg_advisory_lock(1)",
+      "SELECT pg_advisory_lock(1, 2)",
+      "SELECT pg_advisory_lock_shared(1)",
+      "SELECT pg_advisory_xact_lock(1)",
+      "SELECT pg_advisory_xact_lock_shared(1, 2)",
+      "SELECT pg_try_advisory_lock(1)",
+      "SELECT pg_try_advisory_lock_shared(1, 2)",
+      "SELECT pg_try_advisory_xact_lock(1)",
+      "BEGIN; LOCK pg_catalog.pg_authid IN ACCESS SHARE MODE",
+      "BEGIN; LOCK pg_catalog.pg_class IN SHARE MODE",
+  };
+  for (const std::string& statement : statements)
+    EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
+}
+
+TEST_F(IsolationTest, TakesNoMoreOfTheServerThanItsPart) {
+  EXPECT_EQ(runSql(other, "SHOW temp_file_limit"), "64MB");
+  constexpr const char* kTooMuch = "53400";
+  EXPECT_EQ(
+      stateOf(other,
+              "SELECT count(*) FROM (SELECT n FROM generate_series(1, 20000000) n ORDER BY 1 OFFSET 0) s"),
+      kTooMuch);
+  EXPECT_EQ(stateOf(other, "SET temp_file_limit = -1"), kNotPermitted);
+  for (const std::string change : {"SET temp_file_limit = -1", "RESET temp_file_limit", "RESET ALL"})
+    stateOf(other, "ALTER ROLE CURRENT_USER " + change);
+  EXPECT_EQ(runSql(other, "SHOW temp_file_limit"), "64MB");
+  EXPECT_EQ(runSql(other, "SELECT rolconnlimit FROM pg_roles WHERE rolname = CURRENT_USER"), "5");
+}
+
 TEST_F(IsolationTest, OperatorsThatLeakSeeNoForeignRow) {
   // Division by zero would tell of a row that the policy hides, were it tried first.
   EXPECT_EQ(

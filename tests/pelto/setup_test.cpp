@@ -34,9 +34,25 @@ TEST_F(SetupTest, RunningItAgainChangesNothing) {
       "SELECT md5(string_agg(concat(c.relname, c.relkind, c.relacl), ',' ORDER BY "
       "c.relname)) FROM pg_class c WHERE c.relnamespace = 'corvane_hub'::regnamespace";
   const std::string before = server.administer(schema);
-  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 1.\n");
+  EXPECT_THAT(server.setUpHub("hub"), HasSubstr("The online service in this database is of version 1.\n"));
   EXPECT_EQ(server.administer(schema), before);
   EXPECT_EQ(held(), text({a}));
+}
+
+TEST_F(SetupTest, DatabasesThatAccountsMayConnectToAreNamed) {
+  server.makeDatabase("another");
+  const std::string warning = "the accounts may also connect to these databases of the server:";
+  EXPECT_THAT(server.setUpHub("hub"), testing::ContainsRegex(warning + " another, .*postgres"));
+  const std::string open = "SELECT datname FROM pg_database WHERE has_database_privilege('" + user +
+                           "', oid, 'CONNECT') AND datallowconn AND datname <> 'hub' LIMIT 1";
+  std::vector<std::string> closed;
+  for (std::string each = server.administer(open); !each.empty(); each = server.administer(open)) {
+    server.administer("REVOKE CONNECT ON DATABASE \"" + each + "\" FROM PUBLIC");
+    closed.push_back(each);
+  }
+  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 1.\n");
+  for (const std::string& each : closed)
+    server.administer("GRANT CONNECT ON DATABASE \"" + each + "\" TO PUBLIC");
 }
 
 TEST_F(SetupTest, SeveralAtOnceMakeOne) {

@@ -1,5 +1,6 @@
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace corvane {
@@ -35,6 +36,22 @@ char* encodeUtf8(char* to, char32_t codePoint) {
 void appendUtf8(std::string& text, char32_t codePoint) {
   char bytes[4];
   text.append(bytes, encodeUtf8(bytes, codePoint));
+}
+
+std::string repairedUtf8(std::string_view bytes) {
+  constexpr char32_t kReplacement = 0xFFFD;
+  std::string text;
+  text.reserve(bytes.size());
+  for (std::size_t at = 0; at < bytes.size();) {
+    const Utf8Step step = decodeUtf8(bytes, at);
+    if (step) {
+      text.append(bytes, at, step.length);
+    } else {
+      appendUtf8(text, kReplacement);
+    }
+    at += std::max<std::size_t>(step.length, 1);
+  }
+  return text;
 }
 
 bool isAscii(std::string_view bytes) {

@@ -13,6 +13,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Utf8.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 
@@ -135,13 +136,31 @@ Trouble connectionTrouble(const std::string& state, std::string_view message) {
   return {"it can't be reached: " + cause, kLater};
 }
 
+constexpr const char* kMakeRoom =
+    "Delete bookmarks that nobody needs, or have the account's limit raised: docs/hub.md.";
+constexpr const char* kReport = "That is a mistake of this program: please report it.";
+
+/// What the service refuses by a constraint of its own.
+struct Refusal {
+  const char* constraint;
+  const char* what;
+  const char* remedy;
+};
+constexpr Refusal kRefusals[] = {
+    {"accounts_record_limit", "the account is full: it holds as many records as it may", kMakeRoom},
+    {"accounts_byte_limit", "the account is full: it holds as much text as it may", kMakeRoom},
+    {"accounts_tombstone_limit", "the account is full: it remembers as many deletions as it may", kMakeRoom},
+    {"records_length", "a bookmark is too long: its name and address have more than 1048576 bytes", kReport},
+    {"records_kind", "a bookmark was to become a folder, or a folder a bookmark", kReport},
+};
+
 Trouble statementTrouble(const std::string& state, const PGresult* result, double seconds) {
   const char* primary = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
   const char* constraint = PQresultErrorField(result, PG_DIAG_CONSTRAINT_NAME);
   const std::string message = firstLine(primary ? primary : "it gave no reason");
-  if (constraint && std::string_view(constraint) == "accounts_record_limit") {
-    return {"the account is full: it holds as many records as it may",
-            "Delete bookmarks that nobody needs, or have the account's limit raised: docs/hub.md."};
+  for (const Refusal& refusal : kRefusals) {
+    if (constraint && std::string_view(constraint) == refusal.constraint)
+      return {refusal.what, refusal.remedy};
   }
   if (state == "42P01" || state == "42883" || state == "42703" || state == "3F000") {
     return {"its database holds no bookmarks service: " + message, "Set it up: docs/hub.md."};
@@ -191,10 +210,10 @@ std::int32_t HubRows::integer(int row, int column) const {
 
 bool HubRows::boolean(int row, int column) const { return *value(row, column, 1) != 0; }
 
-String HubRows::bytes(int row, int column) const {
+String HubRows::textOfBytes(int row, int column) const {
   if (isNull(row, column)) return String();
   const char* bytes = value(row, column, -1);
-  return String(std::string_view(bytes, static_cast<std::size_t>(PQgetlength(_result.get(), row, column))));
+  return repairedUtf8({bytes, static_cast<std::size_t>(PQgetlength(_result.get(), row, column))});
 }
 
 String HubRows::uuid(int row, int column) const {

@@ -34,7 +34,8 @@ class HubRows {
   std::int32_t integer(int row, int column) const;
   bool boolean(int row, int column) const;
   /// The absent string for NULL, here and below.
-  String bytes(int row, int column) const;
+  /// Whatever is no UTF-8 comes as U+FFFD: such bytes are nothing that this program can have given.
+  String textOfBytes(int row, int column) const;
   /// In the string form.
   String uuid(int row, int column) const;
 

@@ -110,8 +110,8 @@ HubRecord recordIn(const HubRows& rows, int row) {
   record.folder = rows.boolean(row, 2);
   record.parent = rows.uuid(row, 3);
   record.position = rows.integer(row, 4);
-  record.name = rows.bytes(row, 5);
-  record.url = rows.bytes(row, 6);
+  record.name = rows.textOfBytes(row, 5);
+  record.url = rows.textOfBytes(row, 6);
   record.tabGroup = rows.boolean(row, 7);
   record.special = rows.boolean(row, 8);
   record.deleted = rows.boolean(row, 9);
