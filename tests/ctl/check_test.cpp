@@ -77,6 +77,21 @@ const BrokenStore kBrokenStores[] = {
      "live and deleted", "both live and deleted: record 1", kRebuild},
     {"counters behind the records", "UPDATE truth SET next_record = 2", "counters", "newer than the counters",
      kRebuild},
+    {"counters behind a tombstone",
+     "INSERT INTO tombstones SELECT 900, randomblob(16), entity, parent, place, content, revision FROM "
+     "records WHERE id = 1",
+     "counters", "newer than the counters of the store: record 900", kRebuild},
+    {"an identifier cut short", "UPDATE records SET global_id = x'0102' WHERE id = 1", "identifier",
+     "the identifier is none: record 1", kRebuild},
+    {"an identifier that is no bytes", "UPDATE records SET global_id = '0123456789abcdef' WHERE id = 1",
+     "identifier", "the identifier is none: record 1", kRebuild},
+    {"an identifier twice",
+     "UPDATE records SET global_id = (SELECT global_id FROM records WHERE id = 1) WHERE id = 2",
+     "identifier twice", "two records have one identifier: records 1 and 2", kRebuild},
+    {"an identifier of a live and a deleted record",
+     "INSERT INTO tombstones SELECT 900, global_id, entity, parent, place, content, revision FROM records "
+     "WHERE id = 1; UPDATE truth SET next_record = 901",
+     "identifier twice", "records 1 and 900", kRebuild},
     {"bases that name records the truth does not have",
      "UPDATE base SET record = 88 WHERE record = 1 AND client = (SELECT id FROM clients WHERE identifier = "
      "'a')",

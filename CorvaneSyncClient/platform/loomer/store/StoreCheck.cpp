@@ -68,9 +68,19 @@ constexpr Rule kRules[] = {
     {"live and deleted", "SELECT r.id FROM records r JOIN tombstones t ON t.id = r.id",
      "both live and deleted: record ", kRebuild},
     {"counters",
-     "SELECT id FROM records WHERE id >= (SELECT next_record FROM truth)"
-     " OR revision > (SELECT revision FROM truth)",
+     "SELECT id FROM (SELECT id, revision FROM records UNION ALL SELECT id, revision FROM tombstones)"
+     " WHERE id >= (SELECT next_record FROM truth) OR revision > (SELECT revision FROM truth)",
      "newer than the counters of the store: record ", kRebuild},
+    {"identifier",
+     "SELECT id FROM (SELECT id, global_id FROM records UNION ALL SELECT id, global_id FROM tombstones)"
+     " WHERE typeof(global_id) <> 'blob' OR length(global_id) <> 16",
+     "the identifier is none: record ", kRebuild},
+    {"identifier twice",
+     "SELECT min(id) || ' and ' || max(id)"
+     " FROM (SELECT id, global_id FROM records UNION ALL"
+     " SELECT id, global_id FROM tombstones WHERE id NOT IN (SELECT id FROM records))"
+     " GROUP BY global_id HAVING count(*) > 1",
+     "two records have one identifier: records ", kRebuild},
     {"base of an unknown record",
      "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
      "b.client"
