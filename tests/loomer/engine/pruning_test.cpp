@@ -2,7 +2,6 @@
 
 #include "CorvaneSyncClient/platform/loomer/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
-#include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
@@ -184,27 +183,6 @@ TEST_F(PruningTest, AClockThatJumpsAYearNeitherEmptiesTheLogNorStopsThePruning) 
   pass((365 + 91) * kDay);
   prune();
   EXPECT_EQ(oldest(), 11) << "a session from the future is as old as the one after it";
-}
-
-TEST_F(PruningTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
-  const auto a = makeClient("a");
-  a->addBookmark("", "A", "http://a/");
-  ASSERT_EQ(a->sync(), "");
-  store().write([&] {
-    store().database().execute(
-        "DROP INDEX losses_by_session; DROP INDEX changes_by_before; ALTER TABLE truth DROP COLUMN "
-        "pruned_session; ALTER TABLE clients DROP COLUMN give_back_pending;"
-        "ALTER TABLE clients DROP COLUMN cancelled;"
-        "PRAGMA user_version = 1",
-        "test");
-  });
-  reopen();
-  EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(loomer::storeMigrations().size()));
-  EXPECT_EQ(number("SELECT pruned_session FROM truth"), 0);
-  EXPECT_EQ(number("SELECT give_back_pending + cancelled FROM clients"), 0);
-  EXPECT_EQ(loomer::SessionLog(store()).sessions().size(), 1u);
-  a->addBookmark("", "B", "http://b/");
-  ASSERT_EQ(a->sync(), "");
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 
 #include <cstdio>
+#include <regex>
 
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/loomer/engine/EngineFixture.h"
+#include "tests/loomer/engine/FirstVersionStore.h"
 
 namespace corvane {
 namespace {
@@ -27,6 +31,18 @@ class StoreTest : public EngineTest {
     }
     EXPECT_EQ(contents(storePath), before) << "it is never overwritten";
     platform.realFiles.remove(storePath);
+  }
+  /// Every table and index as it is defined, without comments and white space.
+  std::string form() {
+    loomer::Statement query =
+        store().database().query("SELECT name, coalesce(sql, '') FROM sqlite_schema ORDER BY name", "test");
+    std::string text;
+    query.open();
+    while (query.next()) {
+      const std::string sql = std::regex_replace(query.text(1).toString(), std::regex("--[^\n]*|\\s"), "");
+      text += query.text(0).toString() + ' ' + sql + '\n';
+    }
+    return text;
   }
   void fill(int bookmarks) {
     const auto client = makeClient("a");
@@ -117,6 +133,31 @@ TEST_F(StoreTest, ConnectionIsDurableAndChecksReferences) {
   loomer::Statement mode = store().database().query("PRAGMA journal_mode", "test");
   ASSERT_TRUE(mode.open().next());
   EXPECT_EQ(mode.text(0), "wal");
+}
+
+TEST_F(StoreTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
+  const std::string present = form();
+  close();
+  for (const char* suffix : {"-wal", "-shm"}) platform.realFiles.remove(storePath + suffix);
+  platform.realFiles.write(storePath, "");
+  loomer::Database(storePath).execute(kFirstVersionStore, "make an old store");
+  reopen();
+  EXPECT_EQ(form(), present);
+  EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(loomer::storeMigrations().size()));
+  EXPECT_EQ(manager().clientWithIdentifier("a")->objectForKey("key"), Value("kept"));
+  EXPECT_EQ(loomer::SessionLog(store()).sessions().size(), 2u);
+  EXPECT_EQ(loomer::RefusalTable(store()).deletions(2).size(), 3u);
+  const auto a = makeClient("a"), b = makeClient("b");
+  for (ScriptedClient* client : {a.get(), b.get()}) {
+    client->addBookmark(client->addFolder("", "F"), "A", "http://a/");
+    client->mode = LoomerSyncModeSlow;
+  }
+  b->addBookmark("", "Old", "http://old/");
+  EXPECT_EQ(a->sync(), "");
+  EXPECT_EQ(b->sync(), "");
+  EXPECT_EQ(number("SELECT revision FROM truth"), 2) << "nobody has anything new";
+  EXPECT_EQ(a->text(), "F[A(http://a/)]");
+  EXPECT_EQ(b->text(), "F[A(http://a/)]");
 }
 
 TEST_F(StoreTest, MigrationsTakeOnlyTheStepsNotTakenYet) {
