@@ -3,19 +3,9 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+
 namespace corvane::loomer {
-
-namespace {
-
-bool precedes(const BaseRecord& each, RecordId record) { return each.record < record; }
-
-/// In records by ascending number; null for one that is not there.
-const BaseRecord* find(const std::vector<BaseRecord>& base, RecordId record) {
-  const auto found = std::lower_bound(base.begin(), base.end(), record, precedes);
-  return found != base.end() && found->record == record ? &*found : nullptr;
-}
-
-}  // namespace
 
 std::optional<std::vector<BaseRecord>> baseMetByIdentifier(RecordTable& records,
                                                            const std::vector<BaseRecord>& base,
@@ -29,7 +19,7 @@ std::optional<std::vector<BaseRecord>> baseMetByIdentifier(RecordTable& records,
     if (!byIdentifier) byIdentifier = records.byGlobalIdentifier();
     const auto found = byIdentifier->find(each.localId);
     if (found == byIdentifier->end()) continue;
-    const BaseRecord* const before = find(base, found->second);
+    const BaseRecord* const before = findRecord(base, found->second);
     if (before && !before->notHeld) continue;
     BaseRecord& record = met.emplace_back(before ? *before : BaseRecord());
     record.localId = each.localId;
@@ -50,7 +40,7 @@ void adoptIdentifiers(RecordTable& records, const std::vector<BaseRecord>& befor
                       const std::vector<BaseRecord>& after) {
   for (const BaseRecord& each : after) {
     if (each.notHeld || !each.localId) continue;
-    const BaseRecord* const known = find(before, each.record);
+    const BaseRecord* const known = findRecord(before, each.record);
     if (!known || known->localId != each.localId) records.setGlobalIdentifier(each.record, each.localId);
   }
 }

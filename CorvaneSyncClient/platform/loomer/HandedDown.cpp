@@ -4,18 +4,13 @@
 #include <unordered_map>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+
 namespace corvane::loomer {
 
 namespace {
 
 bool precedes(const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; }
-
-/// In records by ascending number; null for one that is not there.
-const BaseRecord* find(const std::vector<BaseRecord>& records, RecordId record) {
-  const auto found = std::lower_bound(records.begin(), records.end(), record,
-                                      [](const BaseRecord& each, RecordId id) { return each.record < id; });
-  return found != records.end() && found->record == record ? &*found : nullptr;
-}
 
 std::vector<BaseRecord> sorted(std::vector<BaseRecord> records) {
   if (!std::is_sorted(records.begin(), records.end(), precedes)) {
@@ -31,7 +26,7 @@ bool showsChange(const BaseRecord& before, const BaseRecord& after, const Client
     return before.content.*value != after.content.*value && now.content.*value == after.content.*value;
   };
   if (came(&Content::name) || came(&Content::url) || came(&Content::tabGroup)) return true;
-  const BaseRecord* const folder = find(base, after.parent);
+  const BaseRecord* const folder = findRecord(base, after.parent);
   return before.parent != after.parent && now.parentLocalId == (folder ? folder->localId : String());
 }
 
@@ -50,8 +45,8 @@ BaseDifference handedDifference(MergeInput& input, const MergeResult& plan) {
   const std::vector<BaseRecord> news = plan.truthChanges.empty() ? answered : sorted(baseOfNews(input));
   std::vector<BaseRecord> after;
   for (const BaseRecord& told : news) {
-    const BaseRecord* const answer = find(answered, told.record);
-    const BaseRecord* const before = find(input.base, told.record);
+    const BaseRecord* const answer = findRecord(answered, told.record);
+    const BaseRecord* const before = findRecord(input.base, told.record);
     if (!answer) {
       if (before)
         after.push_back(*before);  // the client has deleted it, of which the truth then knows nothing
@@ -66,7 +61,7 @@ BaseDifference handedDifference(MergeInput& input, const MergeResult& plan) {
   }
   for (const BaseRecord& before : input.base) {
     // What was deleted and lives again because the client has changed it.
-    if (find(answered, before.record) && !find(news, before.record)) after.push_back(before);
+    if (findRecord(answered, before.record) && !findRecord(news, before.record)) after.push_back(before);
   }
   return differenceOf(input.base, sorted(std::move(after)));
 }
@@ -81,7 +76,7 @@ std::vector<String> addedIds(const MergeResult& plan) {
   std::vector<String> added;
   for (const ClientChange& change : plan.clientChanges) {
     if (change.type != LoomerChangeTypeAdd) continue;
-    const BaseRecord* const record = find(base, change.record);
+    const BaseRecord* const record = findRecord(base, change.record);
     if (record && !record->notHeld) added.push_back(record->localId);
   }
   return added;
@@ -97,7 +92,7 @@ bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base
   }
   return std::any_of(handedDown.handed.held.begin(), handedDown.handed.held.end(), [&](const auto& after) {
     const auto found = after.notHeld ? byLocalId.end() : byLocalId.find(after.localId);
-    const BaseRecord* const before = find(base, after.record);
+    const BaseRecord* const before = findRecord(base, after.record);
     return found != byLocalId.end() && before && showsChange(*before, after, *found->second, base);
   });
 }
@@ -105,11 +100,11 @@ bool showTaken(const HandedDown& handedDown, const std::vector<BaseRecord>& base
 BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after) {
   BaseDifference difference;
   for (const BaseRecord& each : after) {
-    const BaseRecord* const known = find(before, each.record);
+    const BaseRecord* const known = findRecord(before, each.record);
     if (!known || !(*known == each)) difference.held.push_back(each);
   }
   for (const BaseRecord& each : before) {
-    if (!find(after, each.record)) difference.gone.push_back(each.record);
+    if (!findRecord(after, each.record)) difference.gone.push_back(each.record);
   }
   return difference;
 }
@@ -119,7 +114,7 @@ std::vector<BaseRecord> withDifference(const BaseDifference& difference,
   std::vector<BaseRecord> records;
   records.reserve(base.size() + difference.held.size());
   std::copy_if(base.begin(), base.end(), std::back_inserter(records), [&](const BaseRecord& each) {
-    return !find(difference.held, each.record) &&
+    return !findRecord(difference.held, each.record) &&
            !std::binary_search(difference.gone.begin(), difference.gone.end(), each.record);
   });
   records.insert(records.end(), difference.held.begin(), difference.held.end());

@@ -11,15 +11,17 @@ namespace {
 constexpr const char* kReadBase = "read a client's base";
 constexpr const char* kWriteBase = "write a client's base";
 
-// What `recordOf` reads, of one client.
+// What `baseRecordOf` reads, of one client, and the row of the content.
 const std::string kBase =
     "SELECT b.record, b.local_id, b.entity, b.parent, b.position, b.refused_revision, b.not_held,"
-    " b.content, c.name, c.url, c.tab_group, c.special"
+    " c.name, c.url, c.tab_group, c.special, b.content"
     " FROM base b JOIN contents c ON c.id = b.content WHERE b.client = ?";
 const std::string kEvery = kBase + " ORDER BY b.record";
 const std::string kOne = kBase + " AND b.record = ?";
 
-BaseRecord recordOf(const Statement& row) {
+}  // namespace
+
+BaseRecord baseRecordOf(const Statement& row) {
   BaseRecord record;
   record.record = row.integer(0);
   record.localId = row.text(1);
@@ -28,19 +30,23 @@ BaseRecord recordOf(const Statement& row) {
   record.position = static_cast<std::int32_t>(row.integer(4));
   record.refusedRevision = row.integer(5);
   record.notHeld = row.integer(6) != 0;
-  record.content = {row.text(8), row.text(9), row.integer(10) != 0, row.integer(11) != 0};
+  record.content = {row.text(7), row.text(8), row.integer(9) != 0, row.integer(10) != 0};
   return record;
 }
 
-}  // namespace
+const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record) {
+  const auto found = std::lower_bound(base.begin(), base.end(), record,
+                                      [](const BaseRecord& each, RecordId id) { return each.record < id; });
+  return found != base.end() && found->record == record ? &*found : nullptr;
+}
 
 StoredBase BaseTable::read(std::int64_t client) {
   Statement query = _store.database().query(kEvery.c_str(), kReadBase);
   StoredBase base;
   query.open(client);
   while (query.next()) {
-    base.records.push_back(recordOf(query));
-    base.contents.push_back(query.integer(7));
+    base.records.push_back(baseRecordOf(query));
+    base.contents.push_back(query.integer(11));
   }
   return base;
 }
@@ -48,7 +54,7 @@ StoredBase BaseTable::read(std::int64_t client) {
 std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) {
   Statement query = _store.database().query(kOne.c_str(), kReadBase);
   if (!query.open(client, record).next()) return std::nullopt;
-  return recordOf(query);
+  return baseRecordOf(query);
 }
 
 std::size_t BaseTable::heldCount(std::int64_t client) {

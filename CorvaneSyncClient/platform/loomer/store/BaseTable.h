@@ -7,6 +7,13 @@
 
 namespace corvane::loomer {
 
+/// The base record in a row of the columns record, local_id, entity, parent, position, refused_revision,
+/// not_held, name, url, tab_group and special.
+BaseRecord baseRecordOf(const Statement& row);
+
+/// In a base by ascending record; null for one that it does not name.
+const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
+
 /// The clients' bases: which local id stands for which record, and what the client held when its last session
 /// ended.
 class BaseTable {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 
 namespace corvane::loomer {
 
@@ -71,19 +71,6 @@ HandedDown readSession(Database& database) {
   return handedDown;
 }
 
-BaseRecord recordOf(const Statement& row) {
-  BaseRecord record;
-  record.record = row.integer(0);
-  record.localId = row.text(1);
-  record.entity = row.integer(2) == 0 ? Entity::folder : Entity::bookmark;
-  record.parent = row.integer(3);
-  record.position = static_cast<std::int32_t>(row.integer(4));
-  record.refusedRevision = row.integer(5);
-  record.notHeld = row.integer(6) != 0;
-  record.content = {row.text(7), row.text(8), row.integer(9) != 0, row.integer(10) != 0};
-  return record;
-}
-
 void writeAdded(Database& database, const std::vector<String>& added) {
   Statement statement = database.query("INSERT INTO added VALUES(?)", kWrite);
   for (const String& localId : added) statement.run(localId);
@@ -104,7 +91,7 @@ BaseDifference readDifference(Database& database, bool known) {
       " special FROM held WHERE known = ? ORDER BY record",
       kRead);
   held.open(known);
-  while (held.next()) difference.held.push_back(recordOf(held));
+  while (held.next()) difference.held.push_back(baseRecordOf(held));
   Statement gone = database.query("SELECT record FROM gone WHERE known = ? ORDER BY record", kRead);
   gone.open(known);
   while (gone.next()) difference.gone.push_back(gone.integer(0));
