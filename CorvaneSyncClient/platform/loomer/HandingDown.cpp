@@ -49,6 +49,7 @@ void HandingDown::handDown(const ClientChange& change) {
     ++_refused;
     return leaveOut(change);
   }
+  if (isIdentifierTaken(change)) return refuse(change);
   String localId;
   switch (apply(change, localId)) {
     case LoomerChangeAccepted:
@@ -68,6 +69,12 @@ bool HandingDown::canBeHeld(const ClientChange& change) {
   if (!parentHeld) return false;
   const bool folderMoves = _held && change.type == LoomerChangeTypeModify && change.entity == Entity::folder;
   return !folderMoves || !_held->wouldCloseCircle(change.record, change.parent);
+}
+
+/// Another record bears the identifier, as after somebody made a folder of a bookmark.
+bool HandingDown::isIdentifierTaken(const ClientChange& change) const {
+  return change.type == LoomerChangeTypeAdd && _dataSource.identifiersAreGlobal() &&
+         _takenIds.contains(_pending.at(change.record));
 }
 
 int HandingDown::apply(const ClientChange& change, String& localId) {

@@ -34,6 +34,7 @@ class HandingDown {
   void deleteAll();
   void handDown(const ClientChange& change);
   bool canBeHeld(const ClientChange& change);
+  bool isIdentifierTaken(const ClientChange& change) const;
   int apply(const ClientChange& change, String& localId);
   String parentIdentifier(RecordId parent) const;
   void accept(const ClientChange& change, const String& localId);

@@ -5,6 +5,7 @@
 #include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 
 namespace corvane::loomer {
 
@@ -17,6 +18,7 @@ constexpr const char* kAccountKey = "account";
 constexpr const char* kRevisionKey = "revision";
 constexpr const char* kMarkKey = "mark";
 constexpr const char* kLeftOutKey = "left out";
+constexpr const char* kPostponedKey = "postponed";
 constexpr std::size_t kRecordsAtOnce = 10'000;
 constexpr double kBeginTimeoutSeconds = 60.0;
 // Changes are only collected; what takes time is the push, which has limits of its own.
@@ -59,13 +61,16 @@ std::optional<pelto::HubSeen> seenByHubClient(LoomerClient& client) {
 
 bool leftOutOfHub(LoomerClient& client) { return client.objectForKey(kLeftOutKey).has_value(); }
 
+bool postponedForHub(LoomerClient& client) { return client.objectForKey(kPostponedKey).has_value(); }
+
 HubClient::HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen,
-                     pelto::HubNews news)
+                     pelto::HubNews news, std::size_t mostRecords)
     : _store(store),
       _hub(hub),
       _schema(readRecordSchema({bookmarksSchemaUrl()})),
       _seen(std::move(seen)),
-      _news(std::move(news)) {}
+      _news(std::move(news)),
+      _mostRecords(mostRecords) {}
 
 std::vector<String> HubClient::entityNamesToSync() {
   return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};
@@ -86,8 +91,23 @@ double HubClient::sessionPullChangesTimeout() { return kPullTimeoutSeconds; }
 bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String&) {
   const auto state = ClientTable(_store).find(kHubClientIdentifier);
   _client = state ? state->id : 0;
-  _offersAgain = _news.room > 0 && leftOutOfHub(*driver.client());
+  _offersAgain = postponedForHub(*driver.client()) || (_news.room > 0 && leftOutOfHub(*driver.client()));
+  askForPushes();
   return true;
+}
+
+/// Now, because later the store is locked for everybody.
+void HubClient::askForPushes() {
+  const auto note = HandedDownFile(_store.path(), _client).read();
+  if (!note) return;
+  for (const String& mark : {note->mark, note->knownMark}) {
+    if (mark) _pushesAskedFor.emplace(mark, _hub.hasPush(mark));
+  }
+}
+
+std::optional<bool> HubClient::tookChanges(const String& mark) {
+  const auto asked = _pushesAskedFor.find(mark);
+  return asked != _pushesAskedFor.end() && asked->second;
 }
 
 Dictionary HubClient::recordsForEntityName(const String& entityName, bool& moreComing, String&) {
@@ -140,15 +160,27 @@ int HubClient::applyChange(const LoomerChange& change, const String& entityName,
              change.type() == LoomerChangeTypeAdd);
 }
 
+bool HubClient::isPushFull() {
+  if (_push.size() < _mostRecords) return false;
+  ++_postponed;
+  return true;
+}
+
 int HubClient::erase(const String& id) {
+  if (isPushFull()) return LoomerChangeRefused;
+  bury(id);
+  return LoomerChangeAccepted;
+}
+
+void HubClient::bury(const String& id) {
   HubRecord& tombstone = _push.emplace_back();
   tombstone.id = id;
   tombstone.deleted = true;
   ++_news.room;
-  return LoomerChangeAccepted;
 }
 
 int HubClient::put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew) {
+  if (isPushFull()) return LoomerChangeRefused;
   if (isNew && _news.room <= 0) {
     ++_leftOut;
     return LoomerChangeRefused;
@@ -162,9 +194,18 @@ bool HubClient::deleteAllRecordsForEntityName(const String& entityName, String&)
   if (!_hasTree) readTree();
   const EntitySchema& schema = *_schema.named(entityName);
   for (const HubRecord& record : _tree) {
-    if (entityOf(record) == schema.entity) erase(record.id);
+    if (entityOf(record) == schema.entity) bury(record.id);
   }
   return true;
+}
+
+/// What was noted before stands unless it was offered once more.
+void HubClient::noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const {
+  if (count > 0) {
+    client.setObject(Value(true), key);
+  } else if (_offersAgain) {
+    client.setObject(std::nullopt, key);
+  }
 }
 
 bool HubClient::sessionDriverDidPull(LoomerSessionDriver&, String&) { return true; }
@@ -181,8 +222,8 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
     seen.mark = _mark;
   }
   if (seen != _seen) storeSeen(*driver.client(), seen);
-  if (_leftOut > 0) driver.client()->setObject(Value(true), kLeftOutKey);
-  if (_leftOut == 0 && _offersAgain) driver.client()->setObject(std::nullopt, kLeftOutKey);
+  noteWhatIsLeft(*driver.client(), kLeftOutKey, _leftOut);
+  noteWhatIsLeft(*driver.client(), kPostponedKey, _postponed);
   return true;
 }
 

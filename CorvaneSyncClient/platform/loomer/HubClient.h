@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
@@ -20,19 +21,25 @@ std::optional<pelto::HubSeen> seenByHubClient(LoomerClient& client);
 
 /// Whether something stayed out of the service because the account had no room.
 bool leftOutOfHub(LoomerClient& client);
+/// Whether something was left for the next push.
+bool postponedForHub(LoomerClient& client);
 
 /// One session of the online service as a client of the engine. Its tree is what its base says with the news
 /// from the service on top; what it is handed down becomes one push. It keeps the service's ids as its local
 /// ids, and takes the engine's identifiers for additions, so that a record has one id on every computer.
 class HubClient : public LoomerSessionDriverDataSource {
  public:
-  /// `hub` and `store` must outlive this object. `seen` is the state from which `news` were asked.
-  HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen, pelto::HubNews news);
+  /// `hub` and `store` must outlive this object. `seen` is the state from which `news` were asked. The push
+  /// takes no more records than `mostRecords`; the rest is left for the next one.
+  HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen, pelto::HubNews news,
+            std::size_t mostRecords);
 
   /// Whether the session was cancelled because another computer gave changes in between.
   bool wasOvertaken() const { return _overtaken; }
   /// Additions that the account had no room for.
   std::size_t leftOut() const { return _leftOut; }
+  /// Changes that are left for the next push.
+  std::size_t postponed() const { return _postponed; }
 
   String clientIdentifier() override { return kHubClientIdentifier; }
   std::optional<Url> clientDescriptionURL() override { return std::nullopt; }
@@ -54,12 +61,16 @@ class HubClient : public LoomerSessionDriverDataSource {
   bool wasRestored() override;
   bool identifiersAreGlobal() override { return true; }
   void willTakeChanges(const String& mark) override { _mark = mark; }
-  std::optional<bool> tookChanges(const String& mark) override { return _hub.hasPush(mark); }
+  std::optional<bool> tookChanges(const String& mark) override;
 
  private:
+  void askForPushes();
   void readTree();
   std::vector<pelto::HubRecord> recordsOfBase();
+  void noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const;
+  bool isPushFull();
   int erase(const String& id);
+  void bury(const String& id);
   int put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew);
 
   TruthStore& _store;
@@ -76,7 +87,10 @@ class HubClient : public LoomerSessionDriverDataSource {
   String _mark;
   std::vector<pelto::HubRecord> _push;
   bool _offersAgain = false;  // what there was no room for before
+  std::size_t _mostRecords;
+  std::unordered_map<String, bool> _pushesAskedFor;  // by mark: whether they are part of the account's past
   std::size_t _leftOut = 0;
+  std::size_t _postponed = 0;
   bool _overtaken = false;
 };
 

@@ -1,8 +1,12 @@
 #include "CorvaneSyncClient/platform/loomer/HubExchange.h"
 
+#include <algorithm>
+#include <exception>
+
 #include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -13,6 +17,17 @@ namespace {
 constexpr int kAttempts = 20;
 constexpr double kPauseSeconds = 0.05;
 
+// Records in one push.
+constexpr std::size_t kFirstPush = 2'000;
+constexpr std::size_t kSmallestPush = 250;
+constexpr std::size_t kLargestPush = 128'000;
+// A push that takes less could be larger, one that takes more should be smaller.
+constexpr double kQuickSeconds = 4.0;
+constexpr double kSlowSeconds = 15.0;
+constexpr double kGivingSeconds = 90.0;
+
+double secondsNow() { return Platform::current().clock.now().seconds; }
+
 std::optional<ClientState> stateOf(TruthStore& store) {
   return ClientTable(store).find(String(kHubClientIdentifier));
 }
@@ -20,71 +35,94 @@ std::optional<ClientState> stateOf(TruthStore& store) {
 }  // namespace
 
 HubExchange::HubExchange(EmbeddedManager& manager, HubOpener openHub)
-    : _manager(manager), _openHub(std::move(openHub)) {}
+    : _manager(manager), _openHub(std::move(openHub)), _mostRecords(kFirstPush) {}
 
 HubExchange::~HubExchange() = default;
 
-void HubExchange::run() {
+void HubExchange::takeIn() { guarded(&HubExchange::exchange); }
+
+void HubExchange::giveNews() { guarded(&HubExchange::giveEverything); }
+
+void HubExchange::guarded(void (HubExchange::*work)()) {
   if (_ended) return;
   try {
     if (!_hub) _hub = _openHub();
-    if (_hub) return exchange();
-  } catch (const PlatformException& exception) {
+    if (_hub) return (this->*work)();
+  } catch (const std::exception& exception) {
     systemLog("Bookmarks were synced on this computer alone, not with the online service: %@",
-              exception.reason());
+              exception.what());
   }
   _ended = true;
 }
 
-void HubExchange::giveNews() {
-  if (!_ended && hasNewsForHub()) run();
-}
-
 void HubExchange::exchange() {
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-    if (exchangeOnce()) return;
+    const Outcome outcome = exchangeOnce();
+    _hasMore = outcome == Outcome::more;
+    if (outcome != Outcome::overtaken) return;
     Platform::current().clock.sleep(kPauseSeconds * attempt);
   }
   throw PlatformException(pelto::DotPeltoException, "other computers gave changes all the time. Sync again.");
 }
 
-bool HubExchange::exchangeOnce() {
+void HubExchange::giveEverything() {
+  if (!_hasMore && !hasNewsForHub()) return;
+  const double began = secondsNow();
+  do {
+    exchange();
+  } while (_hasMore && secondsNow() - began < kGivingSeconds);
+}
+
+HubExchange::Outcome HubExchange::exchangeOnce() {
   LoomerClient& client = hubClient();
   const std::optional<pelto::HubSeen> seen = seenByHubClient(client);
   pelto::HubNews news = _hub->news(seen);
   if (!news.enabled) {
     _ended = true;
-    return true;
+    return Outcome::done;
   }
   if (seen && seen->account != news.now.account) {
     _manager.unregisterClient(client);  // its base is of another account
-    return false;
+    return Outcome::overtaken;
   }
-  if (seen && !news.continues) {
-    systemLog(
-        "The online service was put back to an earlier state: bookmarks are met with it anew, and "
-        "nothing is deleted for being missing there");
-  }
-  const bool hasRoomForMore = news.room > 0 && leftOutOfHub(client);
-  if (seen == news.now && !hasRoomForMore && !hasNewsForHub()) return true;
-  return runSession(client, HubClient(_manager.store(), *_hub, seen, std::move(news)));
+  const bool offersAgain = postponedForHub(client) || (news.room > 0 && leftOutOfHub(client));
+  if (seen == news.now && !offersAgain && !hasNewsForHub()) return Outcome::done;
+  return runSession(client, HubClient(_manager.store(), *_hub, seen, std::move(news), _mostRecords));
 }
 
-bool HubExchange::runSession(LoomerClient& client, HubClient source) {
+HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
   const std::int64_t sessionsBefore = stateOf(_manager.store())->sessions;
+  const bool wasRestored = source.wasRestored();
   EmbeddedSessionDriver driver(_manager, source);
   driver._setClient(&client);
+  const double began = secondsNow();
   if (driver.sync()) {
-    if (source.leftOut() > 0) {
-      systemLog("The account at the online service is full: %d bookmarks and folders stay on this computer",
-                source.leftOut());
-    }
-    return true;
+    suitPush(secondsNow() - began, source.postponed() > 0);
+    report(source, wasRestored);
+    return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
   const auto state = stateOf(_manager.store());
   const bool otherProcessWasFaster = !state || state->sessions != sessionsBefore;
-  if (source.wasOvertaken() || otherProcessWasFaster) return false;
+  if (source.wasOvertaken() || otherProcessWasFaster) return Outcome::overtaken;
   throw PlatformException(pelto::DotPeltoException, driver.lastError().toString());
+}
+
+/// The next push in view of how long the last one took.
+void HubExchange::suitPush(double seconds, bool wasFull) {
+  if (seconds < kQuickSeconds && wasFull) _mostRecords = std::min(_mostRecords * 2, kLargestPush);
+  if (seconds > kSlowSeconds) _mostRecords = std::max(_mostRecords / 2, kSmallestPush);
+}
+
+void HubExchange::report(const HubClient& source, bool wasRestored) {
+  if (wasRestored) {
+    systemLog(
+        "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
+        "deleted for being missing there");
+  }
+  if (source.leftOut() > 0 && source.postponed() == 0) {
+    systemLog("The account at the online service is full: %d bookmarks and folders stay on this computer",
+              BaseTable(_manager.store()).notHeldCount(stateOf(_manager.store())->id));
+  }
 }
 
 LoomerClient& HubExchange::hubClient() {
@@ -100,7 +138,8 @@ LoomerClient& HubExchange::hubClient() {
 
 bool HubExchange::hasNewsForHub() {
   const auto state = stateOf(_manager.store());
-  return !state || mayHaveNews(*state, RecordTable(_manager.store()).state());
+  return !state || state->resetPending || state->giveBackPending ||
+         mayHaveNews(*state, RecordTable(_manager.store()).state());
 }
 
 ExchangingSessionDriver::ExchangingSessionDriver(std::unique_ptr<LoomerSessionDriver> driver,
@@ -108,7 +147,7 @@ ExchangingSessionDriver::ExchangingSessionDriver(std::unique_ptr<LoomerSessionDr
     : _driver(std::move(driver)), _exchange(std::move(exchange)) {}
 
 bool ExchangingSessionDriver::sync() {
-  _exchange->run();
+  _exchange->takeIn();
   const bool succeeded = _driver->sync();
   if (succeeded) _exchange->giveNews();
   return succeeded;

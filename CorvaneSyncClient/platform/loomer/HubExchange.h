@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 
@@ -15,28 +16,42 @@ using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 /// Exchanges changes between the truth and the online service, around the sessions of one run. Whatever goes
 /// wrong there ends the exchanges of this object with one line in the system log and nothing else: the next
 /// run catches up.
+///
+/// A push holds the store's lock up, so that much is given in several, each as large as the line to the
+/// service lets it be in a few seconds.
 class HubExchange {
  public:
   /// `manager` must outlive this object.
   HubExchange(EmbeddedManager& manager, HubOpener openHub);
   ~HubExchange();
 
-  /// Takes in what the service has that this computer has not seen, and gives what it lacks.
-  void run();
-  /// Gives what the service lacks; asks it nothing where it lacks nothing.
+  /// Takes in what the service has that this computer has not seen, and gives it one push of what it lacks.
+  void takeIn();
+  /// Gives what the service lacks, for a minute or two at most; asks it nothing where it lacks nothing.
   void giveNews();
 
  private:
+  enum class Outcome {
+    done,
+    more,       ///< there is more to give
+    overtaken,  ///< another computer or process was faster, or another account was met than before
+  };
+
+  void guarded(void (HubExchange::*work)());
   void exchange();
-  /// Answers false when another computer was faster, or another account was met than before: to be repeated.
-  bool exchangeOnce();
-  bool runSession(LoomerClient& client, HubClient source);
+  void giveEverything();
+  Outcome exchangeOnce();
+  Outcome runSession(LoomerClient& client, HubClient source);
+  void suitPush(double seconds, bool wasFull);
+  void report(const HubClient& source, bool wasRestored);
   LoomerClient& hubClient();
   bool hasNewsForHub();
 
   EmbeddedManager& _manager;
   HubOpener _openHub;
   std::unique_ptr<pelto::Hub> _hub;
+  std::size_t _mostRecords;  // in one push
+  bool _hasMore = false;     // to give than the last push took
   bool _ended = false;  // nothing more is exchanged: there is no account, it is switched off, or it failed
 };
 

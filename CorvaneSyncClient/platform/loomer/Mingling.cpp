@@ -43,7 +43,7 @@ void Mingling::takeBase() {
   _knownMark = taken ? note->mark : note->knownMark;
   if (taken) _input.base = withDifference(note->handed, _input.base);
   if (_dataSource.wasRestored() || _start.client.giveBackPending) return;
-  if (taken || !note->known.isEmpty()) _kind = SessionKind::slow;
+  if (_knownMark) _kind = SessionKind::slow;
 }
 
 /// Whether the client denies all that the note tells: it was put back to a state before. What it lacks of
@@ -109,15 +109,15 @@ void Mingling::writeBase(ContentRows& contents) {
 }
 
 /// A client that is given everything anew is given it once more after a session that was killed.
-std::optional<HandedDown> Mingling::noteForNextSession() {
-  if (!handsDown() || _plan.deleteAllFirst) return std::nullopt;
+std::optional<HandedDown> Mingling::noteForNextSession(String mark) {
+  if (_plan.deleteAllFirst) return std::nullopt;
   HandedDown note;
-  note.mark = Platform::current().uuids.newUuid();
+  note.mark = std::move(mark);
   note.registered = _start.client.registered;
   note.sessions = _start.client.sessions;
   note.syncedRevision = _start.client.syncedRevision;
-  note.knownMark = _knownMark;
   if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
+  note.knownMark = _knownMark;
   note.handed = handedDifference(_input, _plan);
   note.added = addedIds(_plan);
   return note;

@@ -56,9 +56,9 @@ class Mingling {
   std::optional<std::int64_t> entry() const { return _entry; }
   /// Changes that the client did not take.
   std::size_t refused() const { return _refused; }
-  /// What is to be noted before the client saves, once it has answered; nothing where a session that is
-  /// killed then leaves nothing to be known.
-  std::optional<HandedDown> noteForNextSession();
+  /// What is to be noted, under that mark, before the client saves, once it has answered; nothing where a
+  /// session that is killed then leaves nothing to be known.
+  std::optional<HandedDown> noteForNextSession(String mark);
 
  private:
   void takeBase();

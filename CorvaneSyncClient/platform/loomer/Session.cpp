@@ -182,10 +182,10 @@ void Session::noteSession() {
 }
 
 void Session::noteHandedDown() {
-  const auto note = _mingling ? _mingling->noteForNextSession() : std::nullopt;
-  if (!note) return;
-  _dataSource.willTakeChanges(note->mark);
-  _noteFile.write(*note);
+  if (!handsDown()) return;
+  const String mark = Platform::current().uuids.newUuid();
+  _dataSource.willTakeChanges(mark);
+  if (const auto note = _mingling->noteForNextSession(mark)) _noteFile.write(*note);
 }
 
 void Session::commit() {

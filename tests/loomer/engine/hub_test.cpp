@@ -390,5 +390,107 @@ TEST_F(HubTest, WhatAFullAccountLeftOutAndAnotherComputerGaveKeepsItsPlace) {
   EXPECT_EQ(b->text(), "3(http://x/) 1(http://x/) 2(http://x/)");
 }
 
+TEST_F(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
+  settle();
+  for (int i = 0; i < 30; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  const MemoryHub::State before = hub.state;
+  syncCutOff();
+  a->client->addBookmark("", "Later", "http://later/");
+  for (const char* call : {"news", "push"}) {
+    failOnce(call);
+    ASSERT_EQ(a->sync(), "");
+    expectAlone();
+  }
+  hub.state = before;
+  settle();
+  EXPECT_EQ(a->client->nodes.size(), 31u);
+  EXPECT_EQ(hub.live(), 31u);
+}
+
+TEST_F(HubTest, MuchIsGivenInSeveralPushes) {
+  for (int i = 0; i < 2400; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 2400u);
+  EXPECT_EQ(hub.state.now.revision, 2) << "2,000 records, and the others";
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(b->text(), a->text());
+}
+
+TEST_F(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
+  for (int i = 0; i < 3500; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  hub.onCall = [this](const std::string& call) {
+    if (call == "push") platform.clock.time.seconds += 60;
+  };
+  ASSERT_EQ(a->sync(), "");
+  const std::size_t first = hub.live();
+  EXPECT_GE(first, 2000u);
+  EXPECT_LT(first, 3500u);
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_GT(hub.live(), first) << "what was given is kept";
+  hub.onCall = nullptr;
+  settle();
+  EXPECT_EQ(hub.live(), 3500u);
+}
+
+TEST_F(HubTest, DeletionsAndChangesAreLeftForTheNextPushToo) {
+  for (int i = 0; i < 3000; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  settle();
+  for (int i = 0; i < 1200; ++i) a->client->remove(a->find(std::to_string(i)));
+  ASSERT_EQ(a->sync(), "");
+  for (int i = 1200; i < 3000; ++i) a->client->readdress(a->find(std::to_string(i)), "http://y/");
+  settle();
+  EXPECT_EQ(hub.live(), 1800u);
+  EXPECT_EQ(b->client->nodes.size(), 1800u);
+}
+
+TEST_F(HubTest, ResetReplacesWhatTheServiceHolds) {
+  const std::string folder = a->client->addFolder("", "F");
+  a->client->addBookmark(folder, "1", "http://1/");
+  settle();
+  loomer::ClientTable clients(a->store());
+  clients.setResetPending(clients.find(loomer::kHubClientIdentifier)->id, true);
+  settle();
+  EXPECT_FALSE(clients.find(loomer::kHubClientIdentifier)->resetPending) << "also when there is no news";
+  EXPECT_EQ(b->text(), "F[1(http://1/)]");
+  EXPECT_EQ(hub.live(), 2u);
+}
+
+TEST_F(HubTest, RecordThatBecameAnotherKindDoesNotKeepTheRestFromBeingExchanged) {
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  pelto::HubRecord& record = hub.state.records.begin()->second;
+  record.folder = true;
+  record.url = String();
+  hub.state.revisions.begin()->second = ++hub.state.now.revision;
+  hub.state.now.mark = "0C000000-0000-4000-8000-000000000003";
+  hub.state.marks[hub.state.now.revision] = hub.state.now.mark.toString();
+  a->client->rename(a->find("1"), "changed here");
+  a->client->addBookmark("", "2", "http://2/");
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(a->sync(), "");
+    ASSERT_EQ(b->sync(), "");
+  }
+  EXPECT_NE(b->find("2"), "");
+}
+
+TEST_F(HubTest, AnEarlierStateIsToldOnceARun) {
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  int pushes = 0;
+  hub.onCall = [&](const std::string& call) {
+    if (call != "push" || ++pushes > 3) return;
+    ++hub.state.now.revision;
+    hub.state.now.mark = "0D000000-0000-4000-8000-00000000000" + std::to_string(pushes);
+    hub.state.marks[hub.state.now.revision] = hub.state.now.mark.toString();
+  };
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(pushes, 4) << "it was overtaken three times";
+  EXPECT_EQ(platform.log.messages.size(), 1u);
+  platform.log.expectMessages(platform.log.messages);
+}
+
 }  // namespace
 }  // namespace corvane

@@ -57,10 +57,14 @@ std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) 
   return baseRecordOf(query);
 }
 
-std::size_t BaseTable::heldCount(std::int64_t client) {
+std::size_t BaseTable::heldCount(std::int64_t client) { return count(client, false); }
+
+std::size_t BaseTable::notHeldCount(std::int64_t client) { return count(client, true); }
+
+std::size_t BaseTable::count(std::int64_t client, bool notHeld) {
   Statement query =
-      _store.database().query("SELECT count(*) FROM base WHERE client = ? AND not_held = 0", kReadBase);
-  return query.open(client).next() ? static_cast<std::size_t>(query.integer(0)) : 0;
+      _store.database().query("SELECT count(*) FROM base WHERE client = ? AND not_held = ?", kReadBase);
+  return query.open(client, notHeld).next() ? static_cast<std::size_t>(query.integer(0)) : 0;
 }
 
 void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& before,
@@ -102,7 +106,7 @@ void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& befo
 void BaseTable::offerAgain(std::int64_t client) {
   _store.write([&] {
     _store.database()
-        .query("UPDATE base SET refused_revision = 0 WHERE client = ? AND not_held", kWriteBase)
+        .query("UPDATE base SET refused_revision = 0 WHERE client = ? AND refused_revision <> 0", kWriteBase)
         .run(client);
   });
 }

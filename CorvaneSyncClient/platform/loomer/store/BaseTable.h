@@ -25,14 +25,18 @@ class BaseTable {
   std::optional<BaseRecord> find(std::int64_t client, RecordId record);
   /// How many records the client held when its last session ended.
   std::size_t heldCount(std::int64_t client);
+  /// How many records the client was offered in vain.
+  std::size_t notHeldCount(std::int64_t client);
   /// Makes `after` the client's base, in the open transaction; writes only what differs from `before` (by
   /// ascending record). Sorts `after` by record.
   void replace(std::int64_t client, const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,
                ContentRows& contents);
-  /// Has what the client was offered in vain, and does not hold, offered to it once more.
+  /// Has what the client was offered in vain offered to it once more.
   void offerAgain(std::int64_t client);
 
  private:
+  std::size_t count(std::int64_t client, bool notHeld);
+
   TruthStore& _store;
 };
 

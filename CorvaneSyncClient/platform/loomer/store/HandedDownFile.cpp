@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 
 namespace corvane::loomer {
 
@@ -40,6 +42,30 @@ constexpr const char* kForm = R"sql(
   CREATE TABLE gone(known INTEGER NOT NULL, record INTEGER NOT NULL, PRIMARY KEY (known, record)) WITHOUT ROWID;
   PRAGMA user_version = 1;
 )sql";
+
+// The one that is there stands until another is whole.
+constexpr const char* kFreshSuffix = ".new";
+
+[[noreturn]] void failWith(const std::string& path, const std::string& operation) {
+  throw storeException(path, "cannot " + operation + ": " + std::system_category().message(errno),
+                       "Give yourself permission to write there, and sync again.");
+}
+
+/// What is not there or cannot be removed shows when it is written anew.
+void removeDatabase(const std::string& path) noexcept {
+  unlink(path.c_str());
+  unlink((path + "-journal").c_str());
+}
+
+void createEmpty(const std::string& path) {
+  const FileDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  if (!file) failWith(path, "create it");
+}
+
+void makeDurable(const std::string& directory) {
+  const FileDescriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened || fsync(opened.number()) != 0) failWith(directory, "make it durable");
+}
 
 void writeSession(Database& database, const HandedDown& handedDown) {
   database.query("INSERT INTO session VALUES(?, ?, ?, ?, ?)", kWrite)
@@ -74,6 +100,18 @@ HandedDown readSession(Database& database) {
 void writeAdded(Database& database, const std::vector<String>& added) {
   Statement statement = database.query("INSERT INTO added VALUES(?)", kWrite);
   for (const String& localId : added) statement.run(localId);
+}
+
+void fill(const std::string& path, const HandedDown& handedDown) {
+  Database database(path);
+  // Durable at the commit, but for the name, which changes afterwards.
+  database.execute("PRAGMA synchronous = FULL; BEGIN IMMEDIATE", kWrite);
+  database.execute(kForm, kWrite);
+  writeSession(database, handedDown);
+  writeDifference(database, true, handedDown.known);
+  writeDifference(database, false, handedDown.handed);
+  writeAdded(database, handedDown.added);
+  database.commit();
 }
 
 std::vector<String> readAdded(Database& database) {
@@ -119,27 +157,17 @@ std::optional<HandedDown> HandedDownFile::read() const noexcept {
 }
 
 void HandedDownFile::write(const HandedDown& handedDown) const {
-  remove();
-  const int file = open(_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (file < 0) {
-    throw storeException(_path, "cannot create it: " + std::system_category().message(errno),
-                         "Give yourself permission to write there, and sync again.");
-  }
-  close(file);  // nothing was written that closing could lose
-  Database database(_path);
-  // Extra: the directory is made durable as well.
-  database.execute("PRAGMA synchronous = EXTRA; BEGIN IMMEDIATE", kWrite);
-  database.execute(kForm, kWrite);
-  writeSession(database, handedDown);
-  writeDifference(database, true, handedDown.known);
-  writeDifference(database, false, handedDown.handed);
-  writeAdded(database, handedDown.added);
-  database.commit();
+  const std::string fresh = _path + kFreshSuffix;
+  removeDatabase(fresh);
+  createEmpty(fresh);
+  fill(fresh, handedDown);
+  if (std::rename(fresh.c_str(), _path.c_str()) != 0) failWith(_path, "put it in its place");
+  makeDurable(_path.substr(0, _path.rfind('/')));
 }
 
 void HandedDownFile::remove() const noexcept {
-  unlink(_path.c_str());
-  unlink((_path + "-journal").c_str());
+  removeDatabase(_path);
+  removeDatabase(_path + kFreshSuffix);
 }
 
 }  // namespace corvane::loomer
