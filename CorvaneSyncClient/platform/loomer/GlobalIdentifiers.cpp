@@ -38,10 +38,19 @@ std::optional<std::vector<BaseRecord>> baseMetByIdentifier(RecordTable& records,
 
 void adoptIdentifiers(RecordTable& records, const std::vector<BaseRecord>& before,
                       const std::vector<BaseRecord>& after) {
+  std::vector<const BaseRecord*> met;
   for (const BaseRecord& each : after) {
     if (each.notHeld || !each.localId) continue;
     const BaseRecord* const known = findRecord(before, each.record);
-    if (!known || known->localId != each.localId) records.setGlobalIdentifier(each.record, each.localId);
+    if (!known || known->localId != each.localId) met.push_back(&each);
+  }
+  if (met.empty()) return;
+  const std::unordered_map<String, RecordId> bearers = records.byGlobalIdentifier();
+  for (const BaseRecord* each : met) {
+    const auto bearer = bearers.find(each->localId);
+    if (bearer != bearers.end() && bearer->second == each->record) continue;
+    if (bearer != bearers.end()) records.makeGlobalIdentifier(bearer->second);
+    records.setGlobalIdentifier(each->record, each->localId);
   }
 }
 

@@ -17,7 +17,8 @@ std::optional<std::vector<BaseRecord>> baseMetByIdentifier(RecordTable& records,
                                                            const std::vector<BaseRecord>& base,
                                                            const std::vector<ClientRecord>& pushed);
 
-/// Gives each record that has a new local id that one for its identifier, in the open transaction.
+/// Gives each record that has a new local id that one for its identifier, in the open transaction. Another
+/// record that bore it gets a fresh one.
 void adoptIdentifiers(RecordTable& records, const std::vector<BaseRecord>& before,
                       const std::vector<BaseRecord>& after);
 

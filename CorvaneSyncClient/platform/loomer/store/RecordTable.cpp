@@ -183,6 +183,12 @@ void RecordTable::setGlobalIdentifier(RecordId record, const String& identifier)
       .run(blob, record);
 }
 
+void RecordTable::makeGlobalIdentifier(RecordId record) {
+  Database& database = _store.database();
+  database.query("UPDATE records SET global_id = randomblob(16) WHERE id = ?", kWriteRecords).run(record);
+  database.query("UPDATE tombstones SET global_id = randomblob(16) WHERE id = ?", kWriteRecords).run(record);
+}
+
 void RecordTable::apply(const std::vector<TruthChange>& changes, std::int64_t revision,
                         ContentRows& contents) {
   if (changes.empty()) return;

@@ -75,6 +75,8 @@ class RecordTable {
   std::unordered_map<String, RecordId> byGlobalIdentifier();
   /// Gives a live record the identifier that it has in other stores; a text that is no UUID is none.
   void setGlobalIdentifier(RecordId record, const String& identifier);
+  /// Gives a record or tombstone a fresh one.
+  void makeGlobalIdentifier(RecordId record);
 
   /// Brings the changed records to their new state, in the open transaction. Each change's `before` must be
   /// what is stored. What breaks a law of the tree raises LoomerStoreException here or at the commit.
