@@ -1,3 +1,13 @@
+# corvane_plain_test(NAME target...)
+# Marks a test as one that the sanitizers cannot run, and the targets that it needs.
+
+add_custom_target(plain_tests)
+
+function(corvane_plain_test name)
+  set_property(TEST "${name}" APPEND PROPERTY LABELS plain)
+  add_dependencies(plain_tests ${ARGN})
+endfunction()
+
 # corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [TIMEOUT seconds])
 # One GoogleTest program; every test case in it becomes a test of its own, with a name prefix NAME.
 
