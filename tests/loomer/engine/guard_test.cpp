@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <map>
+
 #include "CorvaneSyncClient/platform/loomer/SessionGuard.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "tests/loomer/engine/EngineFixture.h"
@@ -33,6 +35,53 @@ TEST(GuardTest, WhatMustBeApproved) {
     plan.liveBefore = row.live;
     EXPECT_EQ(loomer::mustBeApproved(plan), row.refused) << row.phrase;
   }
+}
+
+TEST(GuardTest, DigestTellsAnyTwoPlansApart) {
+  struct Row {
+    const char* phrase;
+    void (*change)(loomer::MergeResult& plan);
+  };
+  using Plan = loomer::MergeResult;
+  const Row rows[] = {
+      {"one deletion less", [](Plan& plan) { plan.truthChanges.pop_back(); }},
+      {"another record", [](Plan& plan) { plan.truthChanges[0].after.id = 9; }},
+      {"it lives", [](Plan& plan) { plan.truthChanges[0].after.deleted = false; }},
+      {"another folder", [](Plan& plan) { plan.truthChanges[0].after.parent = 7; }},
+      {"another place", [](Plan& plan) { plan.truthChanges[0].after.place = 11; }},
+      {"another title", [](Plan& plan) { plan.truthChanges[0].after.content.name = "B"; }},
+      {"no title", [](Plan& plan) { plan.truthChanges[0].after.content.name = String(); }},
+      {"an empty title", [](Plan& plan) { plan.truthChanges[0].after.content.name = ""; }},
+      {"a letter that goes from the title to the address",
+       [](Plan& plan) {
+         plan.truthChanges[0].after.content.name = "";
+         plan.truthChanges[0].after.content.url = "Ahttp://a/";
+       }},
+      {"another address", [](Plan& plan) { plan.truthChanges[0].after.content.url = "http://b/"; }},
+      {"a tab group", [](Plan& plan) { plan.truthChanges[0].after.content.tabGroup = true; }},
+      {"special", [](Plan& plan) { plan.truthChanges[0].after.content.special = true; }},
+  };
+  const auto plan = [] {
+    Plan made;
+    for (loomer::RecordId id = 1; id <= 2; ++id) {
+      loomer::TruthRecord after;
+      after.id = id;
+      after.deleted = true;
+      after.content = {"A", "http://a/", false, false};
+      made.truthChanges.push_back({std::nullopt, after});
+    }
+    return made;
+  };
+  std::map<std::string, const char*> digests{{loomer::planDigest(plan()), "as it was"}};
+  for (const Row& row : rows) {
+    Plan changed = plan();
+    row.change(changed);
+    const auto [known, isNew] = digests.emplace(loomer::planDigest(changed), row.phrase);
+    EXPECT_TRUE(isNew) << row.phrase << " is taken for: " << known->second;
+  }
+  Plan later = plan();
+  later.truthChanges[0].after.revision = 5;
+  EXPECT_EQ(loomer::planDigest(later), loomer::planDigest(plan())) << "the same plan later is the same plan";
 }
 
 class GuardSessionTest : public EngineTest {
