@@ -292,8 +292,8 @@ struct UsageRow {
 TEST_F(ReadingTest, Usage) {
   const UsageRow wrong[] = {
       {"nothing", {}, 2, "usage: loomerctl COMMAND"},
-      {"unknown command", {"frobnicate"}, 2, "there is no command \"frobnicate\""},
-      {"unknown option", {"tree", "--all"}, 2, "tree has no option \"--all\""},
+      {"unknown command", {"frobnicate"}, 2, "there is no command \"frobnicate\". `loomerctl --help` tells"},
+      {"unknown option", {"tree", "--all"}, 2, "tree has no option \"--all\". `loomerctl tree --help` tells"},
       {"an option of another command", {"status", "--force"}, 2, "status has no option \"--force\""},
       {"argument missing", {"show"}, 2, "show wants a RECORD"},
       {"one argument too many", {"show", "1", "2"}, 2, "does not know what to do with \"2\""},

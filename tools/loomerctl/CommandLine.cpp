@@ -290,6 +290,12 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
   return command->run(run);
 }
 
+/// The command line that tells how to use what the arguments name.
+std::string helpFor(const std::vector<std::string>& arguments) {
+  const Command* const command = commandOf(arguments);
+  return std::string("loomerctl ") + (command ? std::string(command->name) + ' ' : "") + "--help";
+}
+
 Status complain(Output& err, const std::string& reason, Status status) {
   err.write("loomerctl: " + printable(reason) + '\n');
   return status;
@@ -305,7 +311,7 @@ Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Ou
   } catch (const OutputFailed& failure) {
     return complain(err, failure.reason, statusRefused);
   } catch (const UsageError& error) {
-    return complain(err, error.reason + ". `loomerctl --help` tells how it is used.", statusUsage);
+    return complain(err, error.reason + ". `" + helpFor(arguments) + "` tells how it is used.", statusUsage);
   } catch (const Refused& refused) {
     return complain(err, refused.reason, statusRefused);
   } catch (const loomer::DamagedStoreException& exception) {
