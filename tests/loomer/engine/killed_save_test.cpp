@@ -73,6 +73,18 @@ TEST_F(KilledSave, LeavesANoteThatTheNextSessionClears) {
   EXPECT_EQ(a->text(), b->text());
 }
 
+TEST_F(KilledSave, ASessionThatEndsTakesItsNoteAlong) {
+  a->addBookmark("", "New", "http://new/");
+  ASSERT_EQ(a->sync(), "");
+  std::size_t noted = 0;
+  b->onCall = [&](const std::string& call) {
+    if (call == "will finish") noted = notes().size();
+  };
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(noted, 1u);
+  EXPECT_TRUE(notes().empty());
+}
+
 TEST_F(KilledSave, AdditionThatTheUserMovedAndChangedSinceIsTheSameRecord) {
   a->addFolder("", "F");
   a->addBookmark("", "New", "http://new/");
