@@ -134,26 +134,30 @@ class Undo {
     return at != kNoNode && !_after[at].deleted && _after[at].entity == Entity::folder;
   }
 
-  /// The nearest living folder above a dead one; the root where nobody remembers.
-  RecordId livingAbove(RecordId id) const {
-    std::unordered_set<RecordId> passed;  // tombstones of different sessions may point at one another
-    while (!isLiveFolder(id)) {
-      const Index at = indexOf(id);
-      if (at == kNoNode || !passed.insert(id).second) return kRoot;
-      id = _after[at].parent;
+  /// The nearest living folder above a dead one; the root where nobody remembers, or where tombstones of
+  /// different sessions point at one another.
+  RecordId livingAbove(RecordId dead) {
+    std::vector<RecordId> way;
+    RecordId above = dead;
+    while (!isLiveFolder(above)) {
+      const auto [known, isNew] = _livingAbove.emplace(above, kRoot);
+      if (!isNew) {
+        above = known->second;
+        break;
+      }
+      way.push_back(above);
+      const Index at = indexOf(above);
+      above = at == kNoNode ? kRoot : _after[at].parent;
     }
-    return id;
+    for (const RecordId passed : way) _livingAbove[passed] = above;
+    return above;
   }
 
   void hangOnLivingFolders() {
-    std::unordered_map<RecordId, RecordId> instead;
     for (const Index at : _hung) {
       TruthRecord& record = _after[at];
       if (isLiveFolder(record.parent)) continue;
-      const auto known = instead.find(record.parent);
-      const RecordId above = known != instead.end() ? known->second : livingAbove(record.parent);
-      instead.emplace(record.parent, above);
-      record.parent = above;
+      record.parent = livingAbove(record.parent);
       record.place = kLastPlace;
       note(record, "comes back at the end of the nearest folder above, since its own was deleted since");
     }
@@ -286,9 +290,10 @@ class Undo {
   const std::vector<TruthRecord>& _truth;
   std::vector<TruthRecord> _after;  // `_truth`, then records that even the tombstones have forgotten
   bool _force;
-  std::unordered_map<RecordId, Index> _index;  // in `_after`
-  std::unordered_set<Index> _going;            // the session's additions
-  std::vector<Index> _hung;                    // what gets its old folder or place back
+  std::unordered_map<RecordId, Index> _index;           // in `_after`
+  std::unordered_set<Index> _going;                     // the session's additions
+  std::vector<Index> _hung;                             // what gets its old folder or place back
+  std::unordered_map<RecordId, RecordId> _livingAbove;  // of the dead folders that were asked for
   std::vector<UndoNote> _notes;
 };
 
