@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "tests/ctl/CtlFixture.h"
 #include "tests/pelto/ScriptedService.h"
 #include "tools/loomerctl/CommandLine.h"
@@ -174,6 +175,27 @@ TEST_F(AccountTest, RemoveForgetsTheAccountAndWhatTheEngineNotedOfTheService) {
   EXPECT_EQ(number("SELECT count(*) FROM client_values WHERE key = 'seen'"), 0);
   EXPECT_EQ(number("SELECT count(*) FROM records"), records);
   EXPECT_EQ(here({"account", "remove"}).status, 1);
+}
+
+TEST_F(AccountTest, RemoveTakesTheNoteOfASessionWithTheService) {
+  manager().registerClientWithIdentifier("com.keldra.Pelto", descriptionPath);
+  const auto client = loomer::ClientTable(manager().store()).find("com.keldra.Pelto");
+  const loomer::HandedDownFile note(manager().store().path(), client->id);
+  loomer::HandedDown handedDown;
+  handedDown.mark = kComputer;
+  note.write(handedDown);
+  ASSERT_TRUE(note.read());
+  EXPECT_EQ(here({"account", "remove"}).status, 0);
+  EXPECT_FALSE(note.read());
+}
+
+TEST_F(AccountTest, PasswordAmongTheArgumentsIsWorthAWord) {
+  EXPECT_THAT(here({"account", "set", kUrl}).err,
+              AllOf(HasSubstr("shell's history"), HasSubstr("loomerctl account set -")));
+  EXPECT_THAT(here({"account", "set", "postgresql://ada@localhost/corvane?password=geheim"}).err,
+              HasSubstr("loomerctl account set -"));
+  EXPECT_EQ(here({"account", "set", "postgresql://ada@localhost/corvane"}).err, "") << "there is none";
+  EXPECT_EQ(ctl({"account", "set", "-"}, std::string(kNobodyThere) + "\n").err, "");
 }
 
 TEST_F(AccountTest, RemoveTakesAlsoAFileThatCannotBeRead) {

@@ -25,7 +25,9 @@ class ServiceToolTest : public ::testing::Test {
  protected:
   void setAccount(std::optional<Date> reached) {
     const StrictPlatform platform;
-    pelto::writeAccount(accountFile(), {kNobodyThere, "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01", reached});
+    const pelto::Account account{kNobodyThere, "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01", {}};
+    pelto::writeAccount(accountFile(), account);
+    if (reached) pelto::noteAccountReached(accountFile(), account, *reached);
   }
   std::string accountFile() const { return pelto::accountPathForHome(installation.home()); }
   std::optional<int> run(const char* command) { return statusOf(installation, {command}); }

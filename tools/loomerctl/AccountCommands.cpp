@@ -58,9 +58,13 @@ Status setAccount(Invocation& run) {
                     ? readSecretLine("URL of the account (not shown as you type): ")
                     : run.options.argument;
   pelto::checkAccountUrl(account.url);
+  if (run.options.argument != kStandardStream && pelto::holdsPassword(account.url)) {
+    run.err.write(
+        "loomerctl: The password stays in the shell's history, and was in the list of processes: `loomerctl "
+        "account set -` asks for the address instead.\n");
+  }
   const std::optional<Account> before = accountBefore(run.out);
   account.computer = before ? before->computer : Platform::current().uuids.newUuid();
-  if (before && before->url == account.url) account.reached = before->reached;
   pelto::writeAccount(pelto::userAccountPath(), account);
   run.out.write("The account is " + printable(pelto::withoutSecrets(account.url)) + ".\n");
   run.out.flush();  // the service may take its time
@@ -113,14 +117,9 @@ namespace {
 bool unregisterServiceClient() {
   const auto store = openStoreIfAny();
   if (!store) return false;
-  bool registered = false;
-  store->write([&] {
-    loomer::ClientTable clients(*store);
-    const auto client = clients.find(loomer::kHubClientIdentifier);
-    if (client) clients.remove(client->id);
-    registered = client.has_value();
-  });
-  return registered;
+  const auto client = loomer::ClientTable(*store).find(loomer::kHubClientIdentifier);
+  if (client) loomer::forgetClient(*store, client->id);
+  return client.has_value();
 }
 
 }  // namespace

@@ -286,7 +286,7 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
     return statusFine;
   }
   if (!command) throw UsageError{unknownCommand(arguments[0])};
-  Invocation run{Arguments(*command, arguments).read(), out};
+  Invocation run{Arguments(*command, arguments).read(), out, err};
   return command->run(run);
 }
 

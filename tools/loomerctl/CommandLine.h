@@ -35,6 +35,7 @@ struct Options {
 struct Invocation {
   Options options;
   Output& out;
+  Output& err;
 };
 
 /// Does what the arguments (without the program's name) ask for and answers the exit status. Results go to

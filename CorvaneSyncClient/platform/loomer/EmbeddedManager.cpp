@@ -2,7 +2,6 @@
 
 #include "CorvaneSyncClient/platform/loomer/ClientDescription.h"
 #include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
-#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -55,10 +54,7 @@ LoomerClient* EmbeddedManager::registerClientWithIdentifier(
 
 void EmbeddedManager::unregisterClient(LoomerClient& client) {
   const String identifier = client.clientIdentifier();
-  if (const auto state = _table.find(identifier)) {
-    _table.remove(state->id);
-    HandedDownFile(_store.path(), state->id).remove();
-  }
+  if (const auto state = _table.find(identifier)) forgetClient(_store, state->id);
   _clients.erase(identifier.toString());
 }
 

@@ -1,11 +1,9 @@
 #include "CorvaneSyncClient/platform/pelto/Account.h"
 
-#include <sys/stat.h>
-
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/PrivateFiles.h"
 
@@ -15,6 +13,7 @@ namespace {
 
 constexpr const char* kUrlKey = "URL";
 constexpr const char* kComputerKey = "Computer";
+constexpr const char* kAccountKey = "Account";  // a hash of what the note is about
 constexpr const char* kReachedKey = "Reached";
 
 constexpr const char* kPermissionRemedy = "Give yourself permission to read and write there.";
@@ -23,19 +22,6 @@ constexpr const char* kSetAgainRemedy = "Set the account again with `loomerctl a
 [[noreturn]] void fail(const std::string& path, const std::string& what, const std::string& remedy) {
   throw PlatformException(DotPeltoException,
                           "The online service's account in " + path + ": " + what + ". " + remedy);
-}
-
-/// Whoever may read the file may read every bookmark and change it.
-void refuseOpenFile(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0)
-    fail(path, "can't look at it: " + lastSystemError().message(), kPermissionRemedy);
-  if (!S_ISREG(status.st_mode)) fail(path, "it is not a file", "Move it away and set the account again.");
-  if ((status.st_mode & 077) != 0) {
-    fail(path, "other users may read or write it",
-         "Have the account's password changed if somebody may have seen it, and set the account again with "
-         "`loomerctl account set`.");
-  }
 }
 
 Account accountIn(const std::string& path, const std::string& contents) {
@@ -49,30 +35,38 @@ Account accountIn(const std::string& path, const std::string& contents) {
   const String url = entries ? entries->string(kUrlKey) : String();
   const String computer = entries ? entries->string(kComputerKey) : String();
   if (!url || !uuidBytes(computer.view())) fail(path, "it is no account", kSetAgainRemedy);
-  return {url.toString(), computer, entries->date(kReachedKey)};
+  return {url.toString(), computer, {}};
 }
 
-}  // namespace
+std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-std::string accountPathForHome(const std::string& homeDirectory) {
-  return joinedPath(homeDirectory, "Library/Application Support/Loomer/Account.plist");
+std::string notePathOf(const std::string& path) {
+  return joinedPath(directoryOf(path), "AccountReached.plist");
 }
 
-std::optional<Account> readAccount(const std::string& path) {
+/// What stands in a note for the account that it is about.
+std::int64_t hashOf(const Account& account) {
+  return static_cast<std::int64_t>(sipHash({}, account.computer.toString() + ' ' + account.url));
+}
+
+/// Nothing also where the note cannot be read: the next answer is noted anew.
+std::optional<Date> reachedIn(const std::string& notePath, const Account& account) {
   std::string contents;
-  const std::error_code error = Platform::current().files.read(path, contents);
-  if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+  if (readPrivateFile(notePath, contents)) return std::nullopt;
+  try {
+    const Value value = readPropertyList(contents);
+    const Dictionary* const entries = value.as<Dictionary>();
+    const Value* const noted = entries ? entries->find(kAccountKey) : nullptr;
+    const auto* const hash = noted ? noted->as<std::int64_t>() : nullptr;
+    return hash && *hash == hashOf(account) ? entries->date(kReachedKey) : std::nullopt;
+  } catch (const PropertyListException&) {
     return std::nullopt;
-  if (error) fail(path, "can't read it: " + error.message(), kPermissionRemedy);
-  refuseOpenFile(path);
-  return accountIn(path, contents);
+  }
 }
 
-void writeAccount(const std::string& path, const Account& account) {
-  Dictionary entries{{kUrlKey, account.url}, {kComputerKey, account.computer}};
-  if (account.reached) entries.set(kReachedKey, *account.reached);
-
-  if (const auto problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))
+/// Makes the directory where it is missing.
+void writePrivately(const std::string& path, const Dictionary& entries) {
+  if (const auto problem = makePrivateDirectory(directoryOf(path)))
     fail(path, "can't make " + problem.path + ": " + problem.error.message(), kPermissionRemedy);
   // An old file passes its mode on to the new one.
   const auto problem = setMode(path, kPrivateFileMode);
@@ -83,11 +77,48 @@ void writeAccount(const std::string& path, const Account& account) {
     fail(path, "can't write it: " + error.message(), kPermissionRemedy);
 }
 
-bool removeAccount(const std::string& path) {
+bool removeIfThere(const std::string& path) {
   const std::error_code error = Platform::current().files.remove(path);
   if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) return false;
   if (error) fail(path, "can't remove it: " + error.message(), kPermissionRemedy);
   return true;
+}
+
+}  // namespace
+
+std::string accountPathForHome(const std::string& homeDirectory) {
+  return joinedPath(homeDirectory, "Library/Application Support/Loomer/Account.plist");
+}
+
+std::optional<Account> readAccount(const std::string& path) {
+  std::string contents;
+  const std::error_code error = readPrivateFile(path, contents);
+  if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+    return std::nullopt;
+  // Whoever may read the file may read every bookmark and change it.
+  if (error == std::errc::operation_not_permitted) {
+    fail(path, "it belongs to another user, or other users may read or write it",
+         "Have the account's password changed if somebody may have seen it, and set the account again with "
+         "`loomerctl account set`.");
+  }
+  if (error) fail(path, "can't read it: " + error.message(), kPermissionRemedy);
+  Account account = accountIn(path, contents);
+  account.reached = reachedIn(notePathOf(path), account);
+  return account;
+}
+
+void writeAccount(const std::string& path, const Account& account) {
+  writePrivately(path, Dictionary{{kUrlKey, account.url}, {kComputerKey, account.computer}});
+}
+
+void noteAccountReached(const std::string& path, const Account& account, Date when) {
+  writePrivately(notePathOf(path), Dictionary{{kAccountKey, hashOf(account)}, {kReachedKey, when}});
+}
+
+bool removeAccount(const std::string& path) {
+  const bool removed = removeIfThere(path);
+  removeIfThere(notePathOf(path));
+  return removed;
 }
 
 }  // namespace corvane::pelto

@@ -159,6 +159,11 @@ HubAddress parseHubAddress(std::string_view url) {
 
 void checkAccountUrl(std::string_view url) { parseHubAddress(url); }
 
+bool holdsPassword(std::string_view url) {
+  const HubAddress address = parseHubAddress(url);
+  return !address.parameter("password").empty() || !address.parameter("sslpassword").empty();
+}
+
 std::string withoutSecrets(std::string_view url) {
   try {
     return parseHubAddress(url).description();

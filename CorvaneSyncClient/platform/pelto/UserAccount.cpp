@@ -20,15 +20,15 @@ HubMaker& currentMaker() {
   return maker;
 }
 
-/// What the user did to the account meanwhile stands: only a file that still holds it is written.
+/// An account that the user has replaced or removed meanwhile needs no note; one that he replaces or removes
+/// at this very moment is left alone by it.
 void noteReached(const Account& account) {
   try {
-    auto kept = userAccount();
+    const auto kept = userAccount();
     if (!kept || kept->url != account.url || !(kept->computer == account.computer)) return;
     const Date now = Platform::current().clock.now();
     if (kept->reached && std::abs(now.seconds - kept->reached->seconds) < kNotedForSeconds) return;
-    kept->reached = now;
-    writeAccount(userAccountPath(), *kept);
+    noteAccountReached(userAccountPath(), account, now);
   } catch (const PlatformException& exception) {
     // What the service answered counts for more than the note of it.
     systemLog("The online service answered, but that cannot be noted: %@", exception.reason());

@@ -17,8 +17,8 @@ std::string userAccountPath();
 std::optional<Account> userAccount();
 
 /// The way to the service that the account names. Nobody is asked before the first call on the hub. That the
-/// service answered, also with no, is noted as `reached` in the current user's account file if that still
-/// holds this account; at most once a day, so that a sync that finds nothing new writes nothing either. Where
+/// service answered, also with no, is noted as `reached` beside the current user's account if that still
+/// is this one; at most once a day, so that a sync that finds nothing new writes nothing either. Where
 /// it cannot be noted, the system log says so.
 std::unique_ptr<Hub> hubOf(const Account& account);
 

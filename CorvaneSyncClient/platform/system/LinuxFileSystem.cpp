@@ -146,9 +146,15 @@ std::error_code LinuxFileSystem::copy(const std::string& from, const std::string
 }
 
 std::error_code LinuxFileSystem::read(const std::string& path, std::string& contents) {
+  return readRegular(path, contents, [](const struct stat&) { return std::error_code(); });
+}
+
+std::error_code readRegular(const std::string& path, std::string& contents,
+                            const std::function<std::error_code(const struct stat&)>& check) {
   FileDescriptor file;
   struct stat status {};
   if (const std::error_code error = openRegular(path, file, status)) return error;
+  if (const std::error_code error = check(status)) return error;
   try {
     std::string bytes;
     if (const std::error_code error = readAll(file, static_cast<std::uint64_t>(status.st_size), bytes)) {

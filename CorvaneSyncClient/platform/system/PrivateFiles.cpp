@@ -1,12 +1,14 @@
 #include "CorvaneSyncClient/platform/system/PrivateFiles.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 
 namespace corvane {
 
@@ -37,6 +39,15 @@ PrivateFileError setMode(const std::string& path, mode_t mode) {
   if (::stat(path.c_str(), &status) != 0) return failureOf(path);
   if ((status.st_mode & 07777) != mode && ::chmod(path.c_str(), mode) != 0) return failureOf(path);
   return {};
+}
+
+std::error_code readPrivateFile(const std::string& path, std::string& contents) {
+  return readRegular(path, contents, [](const struct stat& status) -> std::error_code {
+    const uid_t user = ::geteuid();
+    const bool isOwn = status.st_uid == user || user == 0;
+    if (isOwn && (status.st_mode & 077) == 0) return {};
+    return {EPERM, std::system_category()};
+  });
 }
 
 PrivateUmask::PrivateUmask() : _before(::umask(077)) {}

@@ -25,6 +25,11 @@ PrivateFileError makePrivateDirectory(const std::string& path);
 /// Gives what stands at `path` this mode where it has another one.
 PrivateFileError setMode(const std::string& path, mode_t mode);
 
+/// As `FileSystem::read`, of a file that is the user's own and closed to all others, all told by one open
+/// file; `std::errc::operation_not_permitted` for any other. Root may act for the user whom the file belongs
+/// to.
+std::error_code readPrivateFile(const std::string& path, std::string& contents);
+
 /// New files are the user's alone for as long as this object lives, also those that others of this process
 /// make.
 class PrivateUmask {

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 
 namespace corvane::loomer {
@@ -153,6 +154,11 @@ void ClientTable::setValue(std::int64_t client, const String& key, const std::op
             "store a client's value")
         .run(client, key, Blob{bytes});
   });
+}
+
+void forgetClient(TruthStore& store, std::int64_t client) {
+  ClientTable(store).remove(client);
+  HandedDownFile(store.path(), client).remove();
 }
 
 }  // namespace corvane::loomer

@@ -57,4 +57,7 @@ class ClientTable {
   TruthStore& _store;
 };
 
+/// Takes the client out, and with it the note of what a session has handed down to it.
+void forgetClient(TruthStore& store, std::int64_t client);
+
 }  // namespace corvane::loomer
