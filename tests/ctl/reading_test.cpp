@@ -88,6 +88,8 @@ TEST_F(ReadingTest, ClientsTellWhatTheirNextSessionWaitsFor) {
             "[('a', 7, False), ('b', 6, True)]");
   ASSERT_EQ(ctl({"reset", "b"}).status, 0);
   EXPECT_EQ(json({"clients"}, "[c['resetPending'] for c in d]"), "[False, True]");
+  EXPECT_EQ(json({"clients"}, "d[0]['name'], d[0]['tool'], d[0]['image']"),
+            "Corvane ../Linux/corvanetool Corvane.png");
   const std::string text = ctl({"clients"}).out;
   EXPECT_THAT(text, AllOf(HasSubstr("up to date"), HasSubstr("will be replaced")));
   EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (b) will be replaced"));

@@ -17,7 +17,8 @@ using namespace loomer;
 
 struct ClientView {
   ClientState state;
-  String name;  ///< for people; absent where the description has none
+  String name;         ///< for people; absent where the description has none
+  String tool, image;  ///< paths relative to the description; absent likewise
   std::size_t held = 0;
   bool news = false;  ///< the truth changed since its last session
   std::optional<Refusal> refusal;
@@ -31,7 +32,10 @@ std::vector<ClientView> clientViews(TruthStore& store) {
   std::vector<ClientView> views;
   for (ClientState& each : clients.all()) {
     ClientView& view = views.emplace_back();
-    view.name = clients.description(each.id).string("DisplayName");
+    const Dictionary description = clients.description(each.id);
+    view.name = description.string("DisplayName");
+    view.tool = description.string("ToolPath");
+    view.image = description.string("ImagePath");
     view.held = bases.heldCount(each.id);
     view.news = mayHaveNews(each, truth);
     view.refusal = refusals.find(each.id);
@@ -185,6 +189,8 @@ void writeClients(JsonWriter& json, const std::vector<ClientView>& views) {
     json.beginObject();
     json.member("identifier", each.state.identifier);
     json.member("name", each.name);
+    json.member("tool", each.tool);
+    json.member("image", each.image);
     json.member("registered", each.state.registered);
     json.member("lastSession", each.state.lastSession);
     json.member("sessions", each.state.sessions);
