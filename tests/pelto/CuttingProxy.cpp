@@ -7,7 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
@@ -42,9 +44,10 @@ bool sendAll(int to, std::string_view bytes) {
 }
 
 /// What has arrived; nothing at the end.
-std::string receiveSome(int from) {
+std::string receiveSome(int from, std::size_t most = 65536) {
   char buffer[65536];
-  const ssize_t count = retryingInterrupted([&] { return ::recv(from, buffer, sizeof buffer, 0); });
+  const ssize_t count =
+      retryingInterrupted([&] { return ::recv(from, buffer, std::min(most, sizeof buffer), 0); });
   return count > 0 ? std::string(buffer, static_cast<std::size_t>(count)) : std::string();
 }
 
@@ -133,6 +136,14 @@ void CuttingProxy::serve() {
   }
 }
 
+/// What has arrived, after the time that the line takes for it.
+std::string CuttingProxy::carried(int from) const {
+  const int most = _bytesAtOnce;
+  if (most == 0) return receiveSome(from);
+  std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return receiveSome(from, static_cast<std::size_t>(most));
+}
+
 void CuttingProxy::relay(int client, int server) {
   std::string pending;
   bool isStarted = false;
@@ -140,11 +151,11 @@ void CuttingProxy::relay(int client, int server) {
     pollfd waited[] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {_stop[0], POLLIN, 0}};
     if (retryingInterrupted([&] { return ::poll(waited, 3, -1); }) < 0 || waited[2].revents != 0) return;
     if (waited[1].revents != 0) {
-      const std::string bytes = receiveSome(server);
+      const std::string bytes = carried(server);
       if (bytes.empty() || !sendAll(client, bytes)) return;
     }
     if (waited[0].revents != 0) {
-      const std::string bytes = receiveSome(client);
+      const std::string bytes = carried(client);
       pending += bytes;
       if (bytes.empty() || !carryMessages(pending, isStarted, client, server)) return;
     }

@@ -10,7 +10,8 @@
 namespace corvane {
 
 /// A relay to a PostgreSQL server that counts the messages of its clients and, at one of them, does
-/// something and cuts the connection. One connection at a time. What goes through it must not be encrypted.
+/// something and cuts the connection; it may be slow. One connection at a time. What goes through it must not
+/// be encrypted.
 class CuttingProxy {
  public:
   enum class Moment {
@@ -32,12 +33,15 @@ class CuttingProxy {
   /// From that message on nothing is carried any more, and both sides' connections stay open, until the next
   /// call of `cutAt`.
   void fallSilentAt(int message);
+  /// From here on the line carries so many bytes in a hundredth of a second, one way or the other; 0: any.
+  void slowDownTo(int bytes) { _bytesAtOnce = bytes; }
   /// Messages since then, those that end a connection in order not counted.
   int messages() const { return _messages; }
 
  private:
   void serve();
   void relay(int client, int server);
+  std::string carried(int from) const;
   bool carryMessages(std::string& pending, bool& isStarted, int client, int server);
   bool isCut(int number, Moment moment);
 
@@ -46,6 +50,7 @@ class CuttingProxy {
   int _port = 0;
   int _stop[2] = {-1, -1};
   std::atomic<int> _messages = 0;
+  std::atomic<int> _bytesAtOnce = 0;
   std::mutex _mutex;  ///< guards what follows
   int _cut = 0;
   bool _isSilent = false;

@@ -171,6 +171,20 @@ TEST_F(TroubleTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
   }
 }
 
+TEST_F(TroubleTest, SlowLineCarriesMuchInSmallPortions) {
+  CuttingProxy proxy(server.port());
+  proxy.slowDownTo(2000);
+  // The time for one statement is enough for a quarter of it all.
+  PostgresHub slow(proxy.through(url), computer, {5.0, 4.0});
+  std::vector<HubRecord> records;
+  for (int i = 0; i < 4000; ++i) records.push_back(bookmark(std::string(250, 'n'), {}));
+  EXPECT_EQ(failureOf([&] { give(slow, records); }), "");
+  EXPECT_EQ(held(), text(records));
+  std::string read;
+  EXPECT_EQ(failureOf([&] { read = text(slow.news({}).records); }), "");
+  EXPECT_EQ(read, text(records));
+}
+
 TEST_F(TroubleTest, AccountThatIsKeptBusyIsGivenUpInTime) {
   std::thread other([this] {
     administer(

@@ -181,12 +181,17 @@ void HubClient::bury(const String& id) {
 
 int HubClient::put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew) {
   if (isPushFull()) return LoomerChangeRefused;
+  HubRecord given = hubRecord(clientRecord(schema, id, record));
+  if (given.name.view().size() + given.url.view().size() > pelto::kLongestHubRecord) {
+    ++_tooLong;
+    return LoomerChangeRefused;
+  }
   if (isNew && _news.room <= 0) {
     ++_leftOut;
     return LoomerChangeRefused;
   }
   if (isNew) --_news.room;
-  _push.push_back(hubRecord(clientRecord(schema, id, record)));
+  _push.push_back(std::move(given));
   return LoomerChangeAccepted;
 }
 

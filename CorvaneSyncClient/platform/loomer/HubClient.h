@@ -38,6 +38,8 @@ class HubClient : public LoomerSessionDriverDataSource {
   bool wasOvertaken() const { return _overtaken; }
   /// Additions that the account had no room for.
   std::size_t leftOut() const { return _leftOut; }
+  /// Additions and changes that are too long for the service.
+  std::size_t tooLong() const { return _tooLong; }
   /// Changes that are left for the next push.
   std::size_t postponed() const { return _postponed; }
 
@@ -90,6 +92,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::size_t _mostRecords;
   std::unordered_map<String, bool> _pushesAskedFor;  // by mark: whether they are part of the account's past
   std::size_t _leftOut = 0;
+  std::size_t _tooLong = 0;
   std::size_t _postponed = 0;
   bool _overtaken = false;
 };

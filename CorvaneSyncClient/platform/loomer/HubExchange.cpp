@@ -119,9 +119,14 @@ void HubExchange::report(const HubClient& source, bool wasRestored) {
         "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
         "deleted for being missing there");
   }
-  if (source.leftOut() > 0 && source.postponed() == 0) {
+  if (source.postponed() > 0) return;  // the push that gives the rest will tell
+  if (source.tooLong() > 0) {
+    systemLog("%d bookmarks and folders are too long for the online service and stay on this computer",
+              source.tooLong());
+  }
+  if (source.leftOut() > 0) {
     systemLog("The account at the online service is full: %d bookmarks and folders stay on this computer",
-              BaseTable(_manager.store()).notHeldCount(stateOf(_manager.store())->id));
+              BaseTable(_manager.store()).notHeldCount(stateOf(_manager.store())->id) - source.tooLong());
   }
 }
 

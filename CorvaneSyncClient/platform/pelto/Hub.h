@@ -17,6 +17,9 @@ inline constexpr const char* DotPeltoException = "DotPeltoException";
 /// The data class whose records the service keeps.
 inline constexpr const char* kHubDataClass = "com.keldra.Bookmarks";
 
+/// Bytes of a record's name and url together: the service takes none with more.
+inline constexpr std::size_t kLongestHubRecord = 1 << 20;
+
 /// One record as the service keeps it. Siblings are ordered by `position`, then by name, folders first, then
 /// by id.
 struct HubRecord {

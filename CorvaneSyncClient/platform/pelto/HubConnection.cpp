@@ -351,6 +351,8 @@ HubRows HubConnection::run(const char* statement, const std::vector<HubValue>& p
   std::vector<int> lengths;
   const std::vector<int> formats(parameters.size(), kBinary);
   for (const HubValue& parameter : parameters) {
+    if (parameter.bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+      throw hubException(_address, purpose, "it is too long for one statement", kReport);
     types.push_back(static_cast<Oid>(parameter.type));
     values.push_back(parameter.isNull ? nullptr : parameter.bytes.data());
     lengths.push_back(static_cast<int>(parameter.bytes.size()));

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <utility>
 
@@ -19,9 +20,14 @@ namespace corvane::pelto {
 
 namespace {
 
-constexpr int kRowsAtOnce = 5000;
-// Of names and addresses. A slow line carries it within the time for one statement.
-constexpr std::size_t kBytesAtOnce = 1 << 20;
+// What goes into one statement at first, which a line of 256 kbit/s carries in half the time for one, and
+// what at most: names and addresses, and records, which take about 100 bytes more each.
+constexpr std::size_t kFirstBytes = 128 << 10;
+constexpr std::size_t kMostBytes = 1 << 20;
+constexpr std::size_t kBytesForARow = 128;
+constexpr std::size_t kMostRows = 5000;
+// Of the time for one statement: what is done within it may be twice as much the next time.
+constexpr double kShortTime = 1.0 / 15;
 
 constexpr const char* kReading = "ISOLATION LEVEL REPEATABLE READ, READ ONLY";
 constexpr const char* kWriting = "ISOLATION LEVEL READ COMMITTED, READ WRITE";
@@ -62,11 +68,34 @@ String computerName() {
 /// What counts for the size of a page or a batch.
 std::size_t sizeOf(const HubRecord& record) { return record.name.view().size() + record.url.view().size(); }
 
+/// How much goes into one statement: little on a slow line, more for as long as statements take a moment.
+class Portion {
+ public:
+  explicit Portion(const HubPatience& patience) : _shortSeconds(patience.statement * kShortTime) {}
+
+  std::size_t rows() const { return std::min(_bytes / kBytesForARow, kMostRows); }
+  std::size_t bytes() const { return _bytes; }
+
+  /// Answers what `statement` does, and goes by how long it took.
+  template <typename Statement>
+  auto measured(Statement statement) {
+    const auto begin = std::chrono::steady_clock::now();
+    auto answer = statement();
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    if (taken.count() < _shortSeconds) _bytes = std::min(_bytes * 2, kMostBytes);
+    return answer;
+  }
+
+ private:
+  double _shortSeconds;
+  std::size_t _bytes = kFirstBytes;
+};
+
 /// Records on their way to the service, column by column.
 class RecordBatch {
  public:
   bool isEmpty() const { return _rows == 0; }
-  bool isFull() const { return _rows >= kRowsAtOnce || _bytes >= kBytesAtOnce; }
+  bool isFull(const Portion& portion) const { return _rows >= portion.rows() || _bytes >= portion.bytes(); }
 
   void add(const HubRecord& record) {
     ++_rows;
@@ -91,7 +120,7 @@ class RecordBatch {
   }
 
  private:
-  int _rows = 0;
+  std::size_t _rows = 0;
   std::size_t _bytes = 0;
   HubArray _ids{HubType::uuids};
   HubArray _folders{HubType::booleans};
@@ -224,18 +253,24 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, std
                               HubNews& news) {
   std::int64_t revision = sinceRevision;
   String id = "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF";
+  Portion portion(_patience);
   while (true) {
-    const HubRows rows = connection.run(
-        "SELECT revision, id, folder, parent, position, name, url, tab_group, special, deleted FROM ("
-        "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
-        "    OVER (ORDER BY revision, id ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS bytes_before"
-        "  FROM (SELECT * FROM corvane_hub.records"
-        "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND $4)"
-        "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
-        " WHERE COALESCE(bytes_before, 0) < $6",
-        {bigValue(state.account), bigValue(revision), uuidValue(id), booleanValue(news.whole),
-         bigValue(kRowsAtOnce), bigValue(kBytesAtOnce)},
-        kReadNews);
+    const auto rowsAtOnce = static_cast<std::int64_t>(portion.rows());
+    const std::size_t bytesAtOnce = portion.bytes();
+    const auto readPage = [&] {
+      return connection.run(
+          "SELECT revision, id, folder, parent, position, name, url, tab_group, special, deleted FROM ("
+          "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
+          "    OVER (ORDER BY revision, id ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS bytes_before"
+          "  FROM (SELECT * FROM corvane_hub.records"
+          "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND $4)"
+          "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
+          " WHERE COALESCE(bytes_before, 0) < $6",
+          {bigValue(state.account), bigValue(revision), uuidValue(id), booleanValue(news.whole),
+           bigValue(rowsAtOnce), bigValue(static_cast<std::int64_t>(bytesAtOnce))},
+          kReadNews);
+    };
+    const HubRows rows = portion.measured(readPage);
     const int count = rows.count();
     std::size_t bytes = 0;
     news.records.reserve(news.records.size() + static_cast<std::size_t>(count));
@@ -243,7 +278,7 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, std
       news.records.push_back(recordIn(rows, row));
       bytes += sizeOf(news.records.back());
     }
-    if (count < kRowsAtOnce && bytes < kBytesAtOnce) return;
+    if (count < rowsAtOnce && bytes < bytesAtOnce) return;
     revision = rows.big(count - 1, 0);
     id = news.records.back().id;
   }
@@ -303,16 +338,19 @@ bool PostgresHub::push(const HubPush& push) {
 // Deletions go first: an account at its limit takes a push that deletes as much as it adds.
 void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRecord>& records) {
   RecordBatch batch;
+  Portion portion(_patience);
   const auto send = [&] {
     if (batch.isEmpty()) return;
-    connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)", batch.take(),
-                   kGiveChanges);
+    portion.measured([&] {
+      return connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)",
+                            batch.take(), kGiveChanges);
+    });
   };
   for (const bool deleted : {true, false}) {
     for (const HubRecord& record : records) {
       if (record.deleted != deleted) continue;
       batch.add(record);
-      if (batch.isFull()) send();
+      if (batch.isFull(portion)) send();
     }
     send();
   }

@@ -362,6 +362,22 @@ TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
   EXPECT_EQ(b->client->nodes.size(), 3u);
 }
 
+TEST_F(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) {
+  const std::string longest(pelto::kLongestHubRecord - 1, 'u');
+  a->client->addBookmark("", "1", longest);
+  a->client->addBookmark("", "2", longest + "u");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 1u);
+  platform.log.expectMessages(
+      {"1 bookmarks and folders are too long for the online service and stay on this computer"});
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(b->text(), "1(" + longest + ")");
+  ASSERT_EQ(a->sync(), "") << "and nothing is said of it again";
+  a->client->rename(a->client->find("2"), "");
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 2u);
+}
+
 TEST_F(HubTest, WhatAFullAccountLeftOutOfAPushThatWasCutOffIsOfferedAgain) {
   hub.limit = 1;
   for (const char* name : {"1", "2"}) a->client->addBookmark("", name, "http://x/");
