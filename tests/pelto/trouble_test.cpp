@@ -250,6 +250,14 @@ TEST_F(TroubleTest, PasswordsComeFromTheAccountAlone) {
 
 class EncryptedTest : public TroubleTest {
  protected:
+  ~EncryptedTest() override { switchEncryption("off"); }
+
+  void switchEncryption(const std::string& to) {
+    for (const std::string& statement :
+         {"ALTER SYSTEM SET ssl = " + to, std::string("SELECT pg_reload_conf()")})
+      administer(statement);
+    while (server.administer("SHOW ssl") != to) std::this_thread::yield();
+  }
   /// A key and a certificate for "hub.example.org" that nobody else has signed; the server uses them.
   void encrypt() {
     const std::string key = server.directory() + "/data/server.key";
@@ -260,8 +268,7 @@ class EncryptedTest : public TroubleTest {
         key + " -out " + certificate + " 2>/dev/null && chmod 600 " + key +
         " && chown --reference=" + server.directory() + "/data " + key + " " + certificate;
     ASSERT_EQ(std::system(command.c_str()), 0);
-    for (const std::string on : {"ALTER SYSTEM SET ssl = on", "SELECT pg_reload_conf()"}) administer(on);
-    while (server.administer("SHOW ssl") != "on") std::this_thread::yield();
+    switchEncryption("on");
   }
   std::string encrypted(const std::string& host, const std::string& authority) const {
     return "postgresql://" + user + ":" + password + "@" + host + port() +
@@ -269,6 +276,31 @@ class EncryptedTest : public TroubleTest {
   }
   const std::string certificate = server.directory() + "/data/server.crt";
 };
+
+TEST_F(EncryptedTest, ClientCertificatesComeFromTheAccountAlone) {
+  encrypt();
+  const std::string home = platform.directory.path();
+  ASSERT_EQ(std::system(("mkdir " + home + "/.postgresql && cp " + certificate + " " + home +
+                         "/.postgresql/postgresql.crt")
+                            .c_str()),
+            0);
+  const std::string before = ::getenv("HOME") ? ::getenv("HOME") : "";
+  ::setenv("HOME", home.c_str(), 1);
+  const std::string address = encrypted("hub.example.org", certificate);
+  EXPECT_EQ(failureOf([&] { PostgresHub(address, computer).news({}); }), "")
+      << "a certificate without a key would be an error";
+  EXPECT_THAT(failureOf([&] { PostgresHub(address + "&sslcert=" + certificate, computer); }),
+              HasSubstr("Give both sslcert and sslkey."));
+  EXPECT_EQ(failureOf([&] {
+              PostgresHub(
+                  address + "&sslcert=" + certificate + "&sslkey=" + server.directory() + "/data/server.key",
+                  computer)
+                  .news({});
+            }),
+            "")
+      << "what the account names is used";
+  ::setenv("HOME", before.c_str(), 1);
+}
 
 TEST_F(EncryptedTest, ServerMustProveItsName) {
   EXPECT_THAT(failureWith(encrypted("hub.example.org", certificate)),

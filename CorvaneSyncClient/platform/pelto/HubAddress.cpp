@@ -98,6 +98,9 @@ void secure(HubAddress& address) {
     refuse("sslmode=" + mode + " does not check who the server is, and it is another computer",
            "Leave sslmode out or set it to verify-full.");
   }
+  if (address.parameter("sslcert").empty() != address.parameter("sslkey").empty())
+    refuse("it names a client's certificate without its key, or a key alone",
+           "Give both sslcert and sslkey.");
   if (mode.empty()) address.parameters.emplace_back("sslmode", isRemote ? "verify-full" : "prefer");
   if (isRemote && address.parameter("sslrootcert").empty() && ::access(kSystemCertificates, R_OK) == 0)
     address.parameters.emplace_back("sslrootcert", kSystemCertificates);

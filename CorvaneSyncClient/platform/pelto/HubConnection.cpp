@@ -237,9 +237,14 @@ class Parameters {
     add("port", host.port);
     add("client_encoding", "UTF8");
     add("application_name", "corvanetool");
-    // Passwords come from the account alone. A file that cannot be is passed over; of one that is no plain
-    // file the library warns on standard error.
-    add("passfile", "/dev/null/none");
+    // Passwords and client certificates come from the account alone, and not from where the library looks for
+    // them otherwise. A file that cannot be is passed over; of one that is no plain file the library warns on
+    // standard error.
+    constexpr const char* kNoFile = "/dev/null/none";
+    add("passfile", kNoFile);
+    for (const char* name : {"sslcert", "sslkey"}) {
+      if (address.parameter(name).empty()) add(name, kNoFile);
+    }
     add("gssencmode", "disable");  // it would take the place of TLS, and of checking who the server is
     _names.push_back(nullptr);
     _values.push_back(nullptr);
