@@ -2,6 +2,7 @@
 
 #include <unordered_map>
 
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
@@ -45,7 +46,8 @@ NextSession nextSession(TruthStore& store, const ClientState& client) {
   const TruthState truth = records.state();
   NextSession next;
   next.first = !client.syncedRevision;
-  next.kind = sessionKind(LoomerSyncModeFast, client, truth, false);
+  const bool tellsEveryChange = client.identifier == kHubClientIdentifier;
+  next.kind = sessionKind(LoomerSyncModeFast, client, truth, tellsEveryChange);
   MergeInput input;
   input.truth = records.readAll().records;
   input.base = BaseTable(store).read(client.id).records;
