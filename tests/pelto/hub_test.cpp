@@ -14,6 +14,7 @@ TEST_F(HubTest, NewAccountIsEmpty) {
   EXPECT_FALSE(news.now.mark);
   EXPECT_TRUE(uuidBytes(news.now.account.view()));
   EXPECT_EQ(news.room, 1'000'000) << "the limit that every account has";
+  EXPECT_EQ(news.roomForBytes, std::int64_t{1} << 30);
   EXPECT_EQ(text(news.records), "");
 }
 

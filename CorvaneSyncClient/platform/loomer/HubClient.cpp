@@ -182,15 +182,18 @@ void HubClient::bury(const String& id) {
 int HubClient::put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew) {
   if (isPushFull()) return LoomerChangeRefused;
   HubRecord given = hubRecord(clientRecord(schema, id, record));
-  if (given.name.view().size() + given.url.view().size() > pelto::kLongestHubRecord) {
+  const std::size_t bytes = given.name.view().size() + given.url.view().size();
+  if (bytes > pelto::kLongestHubRecord) {
     ++_tooLong;
     return LoomerChangeRefused;
   }
-  if (isNew && _news.room <= 0) {
+  // What a changed record held before is not known here: it counts as new until the service has told.
+  if ((isNew && _news.room <= 0) || _news.roomForBytes < static_cast<std::int64_t>(bytes)) {
     ++_leftOut;
     return LoomerChangeRefused;
   }
   if (isNew) --_news.room;
+  _news.roomForBytes -= static_cast<std::int64_t>(bytes);
   _push.push_back(std::move(given));
   return LoomerChangeAccepted;
 }

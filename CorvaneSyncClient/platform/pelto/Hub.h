@@ -54,6 +54,7 @@ struct HubNews {
   bool whole = false;
   std::vector<HubRecord> records;  ///< folders and bookmarks in any order
   std::int64_t room = 0;           ///< how many live records more the account may hold
+  std::int64_t roomForBytes = 0;   ///< and how many bytes of their names and addresses
 };
 
 /// What one computer gives: applied whole or not at all.

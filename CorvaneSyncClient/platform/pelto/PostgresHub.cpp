@@ -153,6 +153,7 @@ struct PostgresHub::State {
   std::int64_t account = 0;
   HubSeen now;
   std::int64_t room = 0;
+  std::int64_t roomForBytes = 0;
   std::int64_t forgottenRevision = 0;
   bool isEnabled = false;
   bool isNoted = false;  ///< the computer, under its present name, within the last day
@@ -217,7 +218,8 @@ void PostgresHub::requireAccount(const HubRows& rows, const char* purpose) const
 
 PostgresHub::State PostgresHub::readState(HubConnection& connection) {
   const HubRows rows = connection.run(
-      "SELECT a.id, a.uid, a.revision, a.mark, a.record_limit - a.live_records, a.forgotten_revision,"
+      "SELECT a.id, a.uid, a.revision, a.mark, a.record_limit - a.live_records, a.byte_limit - a.live_bytes,"
+      " a.forgotten_revision,"
       " COALESCE((SELECT s.enabled FROM corvane_hub.settings s"
       "   WHERE s.account = a.id AND s.computer = $1 AND s.data_class = $2), false),"
       " EXISTS(SELECT FROM corvane_hub.computers c WHERE c.account = a.id AND c.id = $1 AND c.name = $3"
@@ -229,9 +231,10 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
   state.account = rows.big(0, 0);
   state.now = {rows.uuid(0, 1), rows.big(0, 2), rows.uuid(0, 3)};
   state.room = rows.big(0, 4);
-  state.forgottenRevision = rows.big(0, 5);
-  state.isEnabled = rows.boolean(0, 6);
-  state.isNoted = rows.boolean(0, 7);
+  state.roomForBytes = rows.big(0, 5);
+  state.forgottenRevision = rows.big(0, 6);
+  state.isEnabled = rows.boolean(0, 7);
+  state.isNoted = rows.boolean(0, 8);
   return state;
 }
 
@@ -294,6 +297,7 @@ HubNews PostgresHub::news(const std::optional<HubSeen>& seen) {
     if (!state.isEnabled) return std::make_optional(std::move(news));
     isNoted = state.isNoted;
     news.room = state.room;
+    news.roomForBytes = state.roomForBytes;
     news.continues = seen && isOfThePast(connection, state, *seen);
     news.whole = !news.continues || seen->revision < state.forgottenRevision;
     const std::int64_t since = news.whole ? 0 : seen->revision;

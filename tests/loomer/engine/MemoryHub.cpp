@@ -19,6 +19,7 @@ class MemoryHub::Connection : public pelto::Hub {
     news.continues = seen && seen->account == state.now.account && isOfThePast(*seen);
     news.whole = !news.continues || seen->revision < state.forgotten;
     news.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
+    news.roomForBytes = _hub.byteLimit - static_cast<std::int64_t>(_hub.liveBytes());
     for (const auto& [id, record] : state.records) {
       const bool isNew = news.whole || state.revisions.at(id) > seen->revision;
       if (isNew && !(news.whole && record.deleted)) news.records.push_back(record);
@@ -74,6 +75,14 @@ void MemoryHub::dropTombstones() {
     state.forgotten = std::max(state.forgotten, state.revisions.at(each.first));
     return true;
   });
+}
+
+std::size_t MemoryHub::liveBytes() const {
+  std::size_t bytes = 0;
+  for (const auto& [id, record] : state.records) {
+    if (!record.deleted) bytes += record.name.view().size() + record.url.view().size();
+  }
+  return bytes;
 }
 
 std::size_t MemoryHub::live() const {

@@ -29,10 +29,13 @@ class MemoryHub {
   /// Forgets tombstones, as a service does after a long time.
   void dropTombstones();
   std::size_t live() const;
+  /// Of the live records' names and addresses.
+  std::size_t liveBytes() const;
 
   State state;
   bool enabled = true;
   std::int64_t limit = 1'000'000;
+  std::int64_t byteLimit = 1 << 30;
 
   /// Called with "news", "push", "pushed" and "has push"; what it raises, the call raises. At "pushed" the
   /// push stands already.

@@ -508,5 +508,18 @@ TEST_F(HubTest, AnEarlierStateIsToldOnceARun) {
   platform.log.expectMessages(platform.log.messages);
 }
 
+TEST_F(HubTest, AccountFullOfBytesLeavesOutWhatDoesNotFit) {
+  hub.byteLimit = 40;
+  a->client->addBookmark("", "Short", "http://s/");
+  a->client->addBookmark("", "Long", "http://a-rather-long-address.example.com/");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 1u);
+  platform.log.expectMessages(
+      {"The account at the online service is full: 1 bookmarks and folders stay on this computer"});
+  hub.byteLimit = 400;
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 2u);
+}
+
 }  // namespace
 }  // namespace corvane
