@@ -55,7 +55,8 @@ inline constexpr const char* kLockFileHostname = "LockFileHostname";        ///<
 inline constexpr const char* kCurrentDateOnFileSystem = "CurrentDateOnFileSystemKey";
 inline constexpr const char* kLockFileDateOnFileSystem = "LockFileDateOnFileSystemKey";
 
-/// Is asked and told by lockers. Each call can be left unimplemented, which is not the same as an answer.
+/// Is asked and told by lockers. A delegate need not take every call; not taking one is not the same as an
+/// answer.
 class CorvaneFileLockerDelegate {
  public:
   virtual ~CorvaneFileLockerDelegate() = default;
