@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "CorvaneSyncClient/platform/foundation/BinaryPropertyListTrailer.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "tests/foundation/BinaryPlistBuilder.h"
 
@@ -200,18 +201,60 @@ TEST(BinaryPropertyListWriter, AKeyAndAnEqualStringStandOnce) {
   EXPECT_EQ(objectCount(writeBinaryPropertyList(Dictionary{{"k", "k"}})), 2U);
 }
 
-TEST(BinaryPropertyListWriter, WidthsAreMinimal) {
-  const auto sizes = [](std::size_t count) {
-    std::vector<Value> values;
-    for (std::size_t i = 0; i < count; ++i) values.emplace_back(static_cast<std::int64_t>(i));
-    const std::string bytes = writeBinaryPropertyList(Array(values));
-    EXPECT_EQ(readPropertyList(bytes), Value(Array(values)));
-    return std::pair(int{bytes[bytes.size() - 26]}, int{bytes[bytes.size() - 25]});
+TEST(BinaryPropertyListWriter, NumbersTakeOneTwoFourOrEightBytes) {
+  const struct {
+    std::uint64_t number;
+    std::size_t width;
+  } rows[] = {
+      {0, 1},
+      {0xFF, 1},
+      {0x100, 2},
+      {0xFFFF, 2},
+      {0x10000, 4},
+      {0xFFFFFF, 4},
+      {0x1000000, 4},
+      {0xFFFFFFFF, 4},
+      {0x100000000, 8},
+      {0xFFFFFFFFFF, 8},
+      {0xFFFFFFFFFFFF, 8},
+      {0xFFFFFFFFFFFFFF, 8},
+      {std::numeric_limits<std::uint64_t>::max(), 8},
   };
-  EXPECT_EQ(sizes(10), std::pair(1, 1));     // offsets below 256, 11 objects
-  EXPECT_EQ(sizes(255), std::pair(2, 1));    // 256 objects: numbers up to 255
-  EXPECT_EQ(sizes(256), std::pair(2, 2));    // 257 objects
-  EXPECT_EQ(sizes(65536), std::pair(3, 3));  // 65,537 objects
+  for (const auto& row : rows) EXPECT_EQ(binaryWidthFor(row.number), row.width) << row.number;
+}
+
+using Widths = std::pair<int, int>;  // of an offset and of an object's number
+
+Widths widthsOf(const std::string& bytes) { return {bytes[bytes.size() - 26], bytes[bytes.size() - 25]}; }
+
+// An array of so many different numbers, which makes for one object more.
+Widths widthsOfNumbers(std::size_t count) {
+  std::vector<Value> values;
+  for (std::size_t i = 0; i < count; ++i) values.emplace_back(static_cast<std::int64_t>(i));
+  const std::string bytes = writeBinaryPropertyList(Array(values));
+  EXPECT_EQ(readPropertyList(bytes), Value(Array(values)));
+  return widthsOf(bytes);
+}
+
+TEST(BinaryPropertyListWriter, ObjectNumbersAreWideEnoughForTheirCount) {
+  EXPECT_EQ(widthsOfNumbers(10), Widths(1, 1));
+  EXPECT_EQ(widthsOfNumbers(254), Widths(2, 1));    // 255 objects
+  EXPECT_EQ(widthsOfNumbers(255), Widths(2, 2));    // 256
+  EXPECT_EQ(widthsOfNumbers(65534), Widths(4, 2));  // 65,535
+  EXPECT_EQ(widthsOfNumbers(65535), Widths(4, 4));  // 65,536
+}
+
+TEST(BinaryPropertyListWriter, OffsetsAreWideEnoughForWhereTheTableStands) {
+  const struct {
+    std::size_t size;  // of the data that is the only object, behind the header, its marker and its count
+    std::size_t table;
+    int width;
+  } rows[] = {{244, 0xFF, 1}, {245, 0x100, 2}, {65523, 0xFFFF, 2}, {65524, 0x10000, 4}};
+  for (const auto& row : rows) {
+    const std::string bytes = writeBinaryPropertyList(Data(std::string(row.size, 'x')));
+    EXPECT_EQ(widthsOf(bytes).first, row.width) << row.size;
+    EXPECT_EQ(bytes.size(), row.table + static_cast<std::size_t>(row.width) + 32) << row.size;
+  }
 }
 
 TEST(BinaryPropertyListWriter, IntegersTakeAsFewBytesAsTheirSignAllows) {

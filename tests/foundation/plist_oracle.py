@@ -115,6 +115,13 @@ def whole_seconds(value):
     return value
 
 
+def check_widths(written):
+    """The widths that every reader takes, and numbers that hold how many objects there are and where the table is."""
+    offset_size, reference_size, count, _, table = struct.unpack(">6xBBQQQ", written[-32:])
+    for size, number in ((offset_size, table), (reference_size, count)):
+        assert size == next(width for width in (1, 2, 4, 8) if number < 256**width), f"{number} in {size} bytes"
+
+
 def check(convert, folder, value, python_format):
     source, target = folder / "in.plist", folder / "out.plist"
     source.write_bytes(plistlib.dumps(value, fmt=python_format, sort_keys=False))
@@ -122,6 +129,8 @@ def check(convert, folder, value, python_format):
         subprocess.run([convert, source, target, name], check=True, timeout=60)
         written = target.read_bytes()
         assert written.startswith(b"bplist00" if name == "binary" else b"<?xml"), "not the flavour asked for"
+        if name == "binary":
+            check_widths(written)
         expected = value if name == "binary" else whole_seconds(value)
         assert same(plistlib.loads(written), expected), f"{python_format} to {name} changed the value"
 
@@ -136,6 +145,12 @@ def main():
                 generator = Generator(seed + number, for_xml=python_format == plistlib.FMT_XML)
                 check(convert, Path(folder), generator.document(), python_format)
                 check(convert, Path(folder), generator.deep(), python_format)
+        for count in (254, 255, 65534, 65535):  # numbers of one array, which is one object more
+            check(convert, Path(folder), list(range(count)), plistlib.FMT_BINARY)
+        for size in (244, 245, 65523, 65524):  # the table behind one object stands at 255, 256, 65,535 and 65,536
+            check(convert, Path(folder), bytes(size), plistlib.FMT_BINARY)
+        bookmarks = [{"URLString": f"http://host{number}.example/"} for number in range(1800)]
+        check(convert, Path(folder), {"Children": bookmarks}, plistlib.FMT_BINARY)  # just over 64 KiB
     print("all agree")
 
 

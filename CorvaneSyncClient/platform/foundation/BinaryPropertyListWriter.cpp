@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/BinaryPropertyListTrailer.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 
@@ -177,20 +178,10 @@ class ObjectTable {
   std::size_t _textSize = 0;
 };
 
-// Bytes that hold `number`: 1, 2, 4 or 8.
-std::size_t widthFor(std::uint64_t number) {
-  return number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : number <= 0xFFFFFFFF ? 4 : 8;
-}
-
-// Bytes that hold `number`, as few as can be.
-std::size_t narrowWidthFor(std::uint64_t number) {
-  return number == 0 ? 1 : static_cast<std::size_t>(std::bit_width(number) + 7) / 8;
-}
-
 class BinaryWriter {
  public:
   explicit BinaryWriter(const Value& value)
-      : _table(value), _referenceSize(narrowWidthFor(_table.objects().size() - 1)) {}
+      : _table(value), _referenceSize(binaryWidthFor(_table.objects().size())) {}
 
   std::string write() {
     _text = "bplist00";
@@ -219,7 +210,7 @@ class BinaryWriter {
   void appendMarkerAndCount(unsigned kind, std::uint64_t count) {
     if (count < 15) return appendMarker(kind, static_cast<unsigned>(count));
     appendMarker(kind, 15);
-    appendSized(count, widthFor(count));
+    appendSized(count, binaryWidthFor(count));
   }
 
   // An integer object of `size` bytes.
@@ -262,7 +253,7 @@ class BinaryWriter {
   // Eight bytes are read with a sign, fewer without.
   void writeInteger(std::int64_t number) {
     const auto bits = static_cast<std::uint64_t>(number);
-    appendSized(bits, number < 0 ? 8 : widthFor(bits));
+    appendSized(bits, number < 0 ? 8 : binaryWidthFor(bits));
   }
 
   void writeLargeInteger(std::uint64_t number) {
@@ -308,9 +299,11 @@ class BinaryWriter {
     }
   }
 
+  // Offsets and object numbers are wide enough for where the table stands and for how many objects there are,
+  // though neither is written in that width: readers are known that demand it.
   void writeEnd(const std::vector<std::uint64_t>& offsets) {
     const std::uint64_t table = _text.size();
-    const std::size_t offsetSize = narrowWidthFor(offsets.back());
+    const std::size_t offsetSize = binaryWidthFor(table);
     for (const std::uint64_t offset : offsets) append(offset, offsetSize);
     _text.append(6, '\0');
     append(offsetSize, 1);
