@@ -6,6 +6,7 @@
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/StandardDirectories.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 #include "CorvaneSyncClient/store/CorvanePlistManager.h"
@@ -111,6 +112,7 @@ bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
         directory);
     return false;
   }
+  makeStandardDirectoriesAbove(directory);
   if (!files.makeDirectory(directory, kDefaultMode)) return true;
   systemLog("CorvaneSyncManager failed to create directory %@; syncing bookmarks will fail", directory);
   return false;

@@ -18,10 +18,7 @@ constexpr const char* kMain = "com.keldra.Corvane";
 
 class CommandsTest : public ::testing::Test {
  protected:
-  CommandsTest() {
-    platform.makeDirectories(platform.process.home + "/Library");
-    platform.preferences.domains[kMain].set("SCLog", "YES");
-  }
+  CommandsTest() { platform.preferences.domains[kMain].set("SCLog", "YES"); }
 
   std::optional<FileAttributes> lockAttributes() {
     std::error_code error;

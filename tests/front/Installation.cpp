@@ -36,7 +36,7 @@ void redirect(const std::string& path, int descriptor) {
 Installation::Installation() {
   const fs::path top = _directory.path();
   fs::create_directories(top / "tmp");
-  fs::create_directories(top / "home/Library");
+  fs::create_directory(top / "home");
   fs::create_directories(top / "bin");
   fs::create_directories(top / kContents / "Linux");
   fs::copy(CORVANE_TOOL, top / kContents / "Linux/corvanetool");

@@ -117,6 +117,29 @@ TEST_F(SyncManagerTest, MakesTheDirectoryOneLevelDeep) {
   EXPECT_TRUE(savedBookmarks());
 }
 
+TEST_F(SyncManagerTest, FindsTheUsersLibraryInAnEmptyHome) {
+  const std::string library = platform.process.home + "/Library";
+  ASSERT_FALSE(platform.realFiles.remove(library));
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_TRUE(savedBookmarks());
+  EXPECT_EQ(fs::status(library).permissions(), fs::perms::owner_all);
+}
+
+TEST_F(SyncManagerTest, SaysWhyTheUsersLibraryCannotBeMade) {
+  fs::remove_all(platform.process.home);
+  const std::string library = platform.process.home + "/Library";
+  platform.log.expectMessages(
+      {"Can't make directory " + library + ": No such file or directory",
+       "CorvaneSyncManager failed to create directory " + directory() + "; syncing bookmarks will fail"});
+  EXPECT_THROW(CorvaneSyncManager::initWithClientId(kMain), PlatformException);
+}
+
+TEST_F(SyncManagerTest, TestClientsNeverCreateDirectories) {
+  ASSERT_FALSE(platform.realFiles.remove(platform.process.home + "/Library"));
+  EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Other.plist"));
+  EXPECT_TRUE(fs::is_empty(platform.process.home));
+}
+
 TEST_F(SyncManagerTest, SaysThatTheDirectoryCannotBeMade) {
   const std::string deep = directory() + "/a/b";
   platform.log.expectMessages(
