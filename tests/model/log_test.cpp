@@ -46,9 +46,9 @@ TEST_F(ModelLogTest, SecondSpecialFolderAndAutoTabsAreTraced) {
 
 TEST_F(ModelLogTest, EscapedUrlShowsBothTexts) {
   // Only a rejected text is escaped, and the escape log line shows both texts.
-  read(rootEntry({bookmarkEntry("A", "a", "http://e.com/a b"), bookmarkEntry("B", "b", "http://e.com/ab")}));
-  node("A").vessynDictionaryRepresentation(map);
-  node("B").vessynDictionaryRepresentation(map);
+  read(rootEntry({bookmarkEntry("A", "a", "http://e.com/a b"), bookmarkEntry("B", "b", "http://e.com/ab"),
+                  bookmarkEntry("C", "c", " http://e.com/ab ")}));
+  for (const char* uid : {"A", "B", "C"}) node(uid).vessynDictionaryRepresentation(map);
   EXPECT_THAT(taken(), ElementsAre("Escaped bad url \"http://e.com/a b\" into \"http://e.com/a%20b\""));
 }
 

@@ -57,6 +57,14 @@ TEST_F(RecordFormTest, UrlWithSpaceIsEscapedWhenTheParserRejectsIt) {
   EXPECT_EQ(urlSentFor("http://example.com/a b").text, "http://example.com/a%20b");
 }
 
+TEST_F(RecordFormTest, AcceptedUrlWithASpaceIsNotEscaped) {
+  EXPECT_EQ(urlSentFor(" http://example.com/ab ").text, "http://example.com/ab");
+}
+
+TEST_F(RecordFormTest, RejectedUrlIsEscapedWithTheSpacesAtItsEnds) {
+  EXPECT_EQ(urlSentFor("http://example.com/a b ").text, "http://example.com/a%20b%20");
+}
+
 TEST_F(RecordFormTest, ParsableUrlTravelsAsTyped) {
   EXPECT_EQ(urlSentFor("javascript:alert(1)").text, "javascript:alert(1)");
 }

@@ -219,14 +219,6 @@ Span authorityOf(std::string_view text) {
   return {0, authorityEnd(text, 0)};
 }
 
-// Where a host stands that IDNA has an ASCII form for; empty for any other.
-Span mappableHost(std::string_view text, const Span& authority) {
-  const Authority parts = splitAuthority(text.substr(authority.start, authority.end - authority.start));
-  if (isAscii(parts.host) || !asciiHost(parts.host)) return {};
-  const std::size_t start = authority.start + parts.user.size();
-  return {start, start + parts.host.size()};
-}
-
 bool isUrl(const std::string& text) {
   UriUriA uri;
   const char* errorPosition = nullptr;
@@ -247,10 +239,8 @@ std::optional<Url> urlWithUserTypedString(std::string_view text) {
   return Url{String(*url)};
 }
 
-std::string percentEscaped(std::string_view given) {
-  const std::string_view text = trimmed(given);
+std::string percentEscaped(std::string_view text) {
   const Span authority = authorityOf(text);
-  const Span host = mappableHost(text, authority);
   const bool mayBeBracketed = authority.start > 0 || text.starts_with('[');
   const std::size_t fragment = text.find('#');
   std::string result;
@@ -261,8 +251,8 @@ std::string percentEscaped(std::string_view given) {
                           hexDigitValue(text[at + 2]) >= 0;
     // Brackets may stand around an IPv6 literal alone, "#" before the fragment alone.
     const bool isBracket = mayBeBracketed && isOneOf(c, "[]") && authority.holds(at);
-    const bool stays = isEscape || isBracket || host.holds(at) || at == fragment || isAsciiLetter(c) ||
-                       isAsciiDigit(c) || isOneOf(c, "-._~:/?@!$&'()*+,;=");
+    const bool stays = isEscape || isBracket || at == fragment || isAsciiLetter(c) || isAsciiDigit(c) ||
+                       isOneOf(c, "-._~:/?@!$&'()*+,;=");
     if (stays) {
       result += c;
     } else {

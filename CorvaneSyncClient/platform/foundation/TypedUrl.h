@@ -21,10 +21,9 @@ namespace corvane {
 /// literal, or anything that is no URL by the grammar of RFC 3986 after these repairs.
 std::optional<Url> urlWithUserTypedString(std::string_view text);
 
-/// The text without white space around it, every byte that may not stand in a URL (RFC 3986) and every byte
-/// of a non-ASCII character written as "%XX". Escapes that are there already and the delimiters of a URL
-/// stay, and so does a non-ASCII host that IDNA can take: `urlWithUserTypedString` turns it into its ASCII
-/// form. White space alone leaves nothing, which is no URL.
+/// The text with every byte that may not stand in a URL (RFC 3986) and every byte of a non-ASCII character
+/// written as "%XX": the text as it is, white space at its ends and a non-ASCII host included. Escapes that
+/// are there already and the delimiters of a URL stay.
 std::string percentEscaped(std::string_view text);
 
 }  // namespace corvane
