@@ -26,6 +26,7 @@ struct BrokenStore {
   const char* rule;
   const char* problem;
   const char* remedy;
+  friend void PrintTo(const BrokenStore& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class BrokenStoreTest : public CtlTest, public testing::WithParamInterface<BrokenStore> {};
@@ -124,8 +125,7 @@ const BrokenStore kBrokenStores[] = {
      "integrity", "2nd reference to page", kRebuild},
 };
 
-INSTANTIATE_TEST_SUITE_P(Rules, BrokenStoreTest, testing::ValuesIn(kBrokenStores),
-                         [](const auto& test) { return std::to_string(test.index); });
+INSTANTIATE_TEST_SUITE_P(Rules, BrokenStoreTest, testing::ValuesIn(kBrokenStores));
 
 TEST_F(CheckTest, ManyFindingsOfOneKindAreCounted) {
   a = makeClient("a");

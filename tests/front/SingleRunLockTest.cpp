@@ -54,6 +54,7 @@ struct AgeCase {
   const char* phrase;
   double age;  // seconds
   bool taken;
+  friend void PrintTo(const AgeCase& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class AgeTest : public SingleRunLockTest, public ::testing::WithParamInterface<AgeCase> {};
@@ -75,12 +76,12 @@ TEST_P(AgeTest, DecidesWhetherTheLockIsStale) {
 // A lock taken 299 seconds ago: "already syncing", the lock is untouched.
 // A lock taken 300 seconds ago or earlier: broken and retaken.
 INSTANTIATE_TEST_SUITE_P(Ages, AgeTest,
-                         ::testing::Values(AgeCase{"JustNow", 0.0, false},
-                                           AgeCase{"Seconds299", 299.0, false},
-                                           AgeCase{"FractionShort", 299.875, false},
-                                           AgeCase{"Seconds300", 300.0, true}, AgeCase{"Long", 86400.0, true},
-                                           AgeCase{"InTheFuture", -1000.0, false}),
-                         [](const auto& test) { return test.param.phrase; });
+                         ::testing::Values(AgeCase{"just now", 0.0, false},
+                                           AgeCase{"299 seconds", 299.0, false},
+                                           AgeCase{"a fraction short of 300 seconds", 299.875, false},
+                                           AgeCase{"300 seconds", 300.0, true},
+                                           AgeCase{"a day", 86400.0, true},
+                                           AgeCase{"in the future", -1000.0, false}));
 
 // A lock path that cannot be removed: "Failed to break the stale lock!".
 TEST_F(SingleRunLockTest, UnremovableLockIsNotTaken) {

@@ -49,8 +49,7 @@ TEST_P(StringTables, GermanHasEveryMessageWithItsArguments) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Tables, StringTables,
-                         ::testing::Values("CorvaneSyncClient", "Corvane Sync Client", "Localizable"),
-                         [](const auto& test) { return std::to_string(test.index); });
+                         ::testing::Values("CorvaneSyncClient", "Corvane Sync Client", "Localizable"));
 
 }  // namespace
 }  // namespace corvane

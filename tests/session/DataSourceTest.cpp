@@ -65,6 +65,7 @@ struct ModeCase {
   std::optional<Value> stored;
   std::optional<Date> disk;
   int mode;
+  friend void PrintTo(const ModeCase& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class ModeTest : public DataSourceTest, public ::testing::WithParamInterface<ModeCase> {};
@@ -81,16 +82,15 @@ TEST_P(ModeTest, ComparesTheDates) {
 constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 INSTANTIATE_TEST_SUITE_P(
     Modes, ModeTest,
-    ::testing::Values(ModeCase{"NothingStored", std::nullopt, Date{100.0}, 3},
-                      ModeCase{"Equal", Value(Date{100.0}), Date{100.0}, 1},
-                      ModeCase{"OneSecondOlder", Value(Date{99.0}), Date{100.0}, 2},
-                      ModeCase{"FractionOlder", Value(Date{100.25}), Date{100.5}, 2},
-                      ModeCase{"Newer", Value(Date{101.0}), Date{100.0}, 1},
-                      ModeCase{"StoredUncomparable", Value(Date{kNotANumber}), Date{100.0}, 2},
-                      ModeCase{"FileUncomparable", Value(Date{100.0}), Date{kNotANumber}, 2},
-                      ModeCase{"FileDateUnknown", Value(Date{100.0}), std::nullopt, 2},
-                      ModeCase{"StoredIsNoDate", Value("yesterday"), Date{100.0}, 3}),
-    [](const auto& test) { return test.param.phrase; });
+    ::testing::Values(ModeCase{"nothing stored", std::nullopt, Date{100.0}, 3},
+                      ModeCase{"equal", Value(Date{100.0}), Date{100.0}, 1},
+                      ModeCase{"stored one second older", Value(Date{99.0}), Date{100.0}, 2},
+                      ModeCase{"stored a fraction older", Value(Date{100.25}), Date{100.5}, 2},
+                      ModeCase{"stored newer", Value(Date{101.0}), Date{100.0}, 1},
+                      ModeCase{"stored uncomparable", Value(Date{kNotANumber}), Date{100.0}, 2},
+                      ModeCase{"file uncomparable", Value(Date{100.0}), Date{kNotANumber}, 2},
+                      ModeCase{"file date unknown", Value(Date{100.0}), std::nullopt, 2},
+                      ModeCase{"stored is no date", Value("yesterday"), Date{100.0}, 3}));
 
 TEST_F(DataSourceTest, ModeBeforeRegistrationIsRefresh) {
   begin(root({}));

@@ -163,6 +163,7 @@ struct UntoldCase {
   const char* phrase;
   std::errc code;
   const char* cause;
+  friend void PrintTo(const UntoldCase& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class UntoldTest : public SyncManagerTest, public ::testing::WithParamInterface<UntoldCase> {};
@@ -185,11 +186,10 @@ TEST_P(UntoldTest, FileIsLeftAlone) {
 
 INSTANTIATE_TEST_SUITE_P(
     Causes, UntoldTest,
-    ::testing::Values(UntoldCase{"InputOutput", std::errc::io_error, "Input/output error"},
-                      UntoldCase{"NoPermission", std::errc::permission_denied, "Permission denied"},
-                      UntoldCase{"Loop", std::errc::too_many_symbolic_link_levels,
-                                 "Too many levels of symbolic links"}),
-    [](const auto& test) { return test.param.phrase; });
+    ::testing::Values(UntoldCase{"input or output error", std::errc::io_error, "Input/output error"},
+                      UntoldCase{"no permission", std::errc::permission_denied, "Permission denied"},
+                      UntoldCase{"a loop of links", std::errc::too_many_symbolic_link_levels,
+                                 "Too many levels of symbolic links"}));
 
 TEST_F(SyncManagerTest, LinkThatLeadsInACircleIsLeftAlone) {
   fs::create_symlink("Bookmarks.plist", bookmarksPath());
@@ -304,6 +304,7 @@ struct VersionCase {
   std::optional<Value> version;
   std::optional<int> written;  // none: rejected
   std::vector<std::string> diagnostics;
+  friend void PrintTo(const VersionCase& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class VersionTest : public SyncManagerTest, public ::testing::WithParamInterface<VersionCase> {};
@@ -344,23 +345,21 @@ TEST_P(VersionTest, IsCheckedAndWrittenBack) {
 
 INSTANTIATE_TEST_SUITE_P(
     Versions, VersionTest,
-    ::testing::Values(VersionCase{"One", Value(1), 1, {version("1")}},
-                      VersionCase{"Absent",
-                                  std::nullopt,
-                                  1,
-                                  {kPrefix + "version key not found in Bookmarks, using default value of 1"}},
-                      VersionCase{"Negative", Value(-5), -5, {version("-5")}},
-                      VersionCase{"RealTruncates", Value(1.9), 1, {version("1")}},
-                      VersionCase{"LowBits", Value(std::int64_t{0x1'0000'0001}), 1, {version("1")}},
-                      VersionCase{"True", Value(true), 1, {version("1")}},
-                      VersionCase{"Zero", Value(0), std::nullopt, {version("0"), invalidVersion("0")}},
-                      VersionCase{"Two", Value(2), std::nullopt, {version("2"), tooNew("2")}},
-                      VersionCase{"Text", Value("1"), std::nullopt, {invalidVersion("1")}},
-                      VersionCase{"NotANumber",
-                                  Value(std::numeric_limits<double>::quiet_NaN()),
-                                  std::nullopt,
-                                  {version("0")}}),
-    [](const auto& test) { return test.param.phrase; });
+    ::testing::Values(
+        VersionCase{"one", Value(1), 1, {version("1")}},
+        VersionCase{"absent",
+                    std::nullopt,
+                    1,
+                    {kPrefix + "version key not found in Bookmarks, using default value of 1"}},
+        VersionCase{"negative", Value(-5), -5, {version("-5")}},
+        VersionCase{"a real truncates", Value(1.9), 1, {version("1")}},
+        VersionCase{"low bits of a larger integer", Value(std::int64_t{0x1'0000'0001}), 1, {version("1")}},
+        VersionCase{"true", Value(true), 1, {version("1")}},
+        VersionCase{"zero", Value(0), std::nullopt, {version("0"), invalidVersion("0")}},
+        VersionCase{"two", Value(2), std::nullopt, {version("2"), tooNew("2")}},
+        VersionCase{"text", Value("1"), std::nullopt, {invalidVersion("1")}},
+        VersionCase{
+            "not a number", Value(std::numeric_limits<double>::quiet_NaN()), std::nullopt, {version("0")}}));
 
 // Absent: version = 1, also when the process has synced a file of another version before.
 TEST_F(SyncManagerTest, AbsentVersionForgetsTheOneBefore) {

@@ -93,6 +93,7 @@ TEST_F(HandingDownTest, ClientThatHandsNoIdentifierBackKeepsTheEngines) {
 struct Declined {
   const char* phrase;
   int answer;
+  friend void PrintTo(const Declined& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class DeclinedChange : public HandingDownTest, public testing::WithParamInterface<Declined> {};

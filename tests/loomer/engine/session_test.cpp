@@ -119,6 +119,7 @@ struct Failure {
   const char* phrase;
   std::function<void(ScriptedClient&)> arrange;
   const char* reason;
+  friend void PrintTo(const Failure& row, std::ostream* out) { *out << row.phrase; }
 };
 
 class CancelledSession : public SessionTest, public testing::WithParamInterface<Failure> {};
