@@ -104,6 +104,9 @@ bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, 
 
 bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
   FileSystem& files = Platform::current().files;
+  makeStandardDirectoriesAbove(directory);
+  // Made first and looked at afterwards, since another process may make it at the same moment.
+  if (!files.makeDirectory(directory, kDefaultMode)) return true;
   if (const auto attributes = files.attributesIfKnown(directory)) {
     if (attributes->kind == FileKind::directory) return true;
     systemLog(
@@ -112,8 +115,6 @@ bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
         directory);
     return false;
   }
-  makeStandardDirectoriesAbove(directory);
-  if (!files.makeDirectory(directory, kDefaultMode)) return true;
   systemLog("CorvaneSyncManager failed to create directory %@; syncing bookmarks will fail", directory);
   return false;
 }

@@ -140,6 +140,17 @@ TEST_F(SyncManagerTest, TestClientsNeverCreateDirectories) {
   EXPECT_TRUE(fs::is_empty(platform.process.home));
 }
 
+TEST_F(SyncManagerTest, ADirectoryThatAnotherRunMakesAtTheSameMomentIsTaken) {
+  const std::string deep = directory() + "/a";
+  platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+    // The other run is just a moment faster.
+    if (call.operation == FileOperation::makeDirectory && call.path == deep) fs::create_directory(deep);
+    return std::error_code();
+  };
+  ASSERT_TRUE(CorvaneSyncManager::initWithClientId(kMain, deep));
+  EXPECT_TRUE(fs::exists(deep + "/Bookmarks.plist"));
+}
+
 TEST_F(SyncManagerTest, SaysThatTheDirectoryCannotBeMade) {
   const std::string deep = directory() + "/a/b";
   platform.log.expectMessages(

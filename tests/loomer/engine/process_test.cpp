@@ -1,9 +1,13 @@
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
+#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
 namespace corvane {
@@ -77,6 +81,53 @@ TEST_F(ProcessTest, OneSessionAtATimeForOneStoreAcrossProcesses) {
   EXPECT_EQ(b->sync(), "");
   EXPECT_GE(platform.clock.sleeps.size(), 3u);
   EXPECT_EQ(b->text(), "A(http://a/)") << "what the other session committed is seen";
+}
+
+/// Keeps the store from being opened, as another process does while it makes it.
+class OpeningElsewhere {
+ public:
+  explicit OpeningElsewhere(const std::string& storePath)
+      : _lock(open((storePath + "-lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    EXPECT_EQ(flock(_lock.number(), LOCK_EX | LOCK_NB), 0);
+  }
+  void end() { _lock = FileDescriptor(); }
+
+ private:
+  FileDescriptor _lock;
+};
+
+TEST_F(ProcessTest, AStoreThatAnotherProcessIsHalfwayThroughMakingIsWaitedFor) {
+  close();
+  for (const char* suffix : {"", "-wal", "-shm"}) platform.realFiles.remove(storePath + suffix);
+  platform.realFiles.write(storePath, "");
+  const auto markAs = [this](std::int64_t application) {
+    loomer::Database(storePath).execute("PRAGMA application_id = " + std::to_string(application), "test");
+  };
+  markAs(loomer::kStoreApplicationId);  // whose version still is none, as of no store of the engine's
+  OpeningElsewhere elsewhere(storePath);
+  platform.clock.onSleep = [&] {
+    if (platform.clock.sleeps.size() != 3) return;
+    markAs(0);
+    elsewhere.end();
+  };
+  reopen();
+  EXPECT_EQ(platform.clock.sleeps.size(), 3u);
+  EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(loomer::storeMigrations().size()));
+}
+
+TEST_F(ProcessTest, AStoreThatSomebodyKeepsFromBeingOpenedIsGivenUpAfterAMinute) {
+  close();
+  const OpeningElsewhere elsewhere(storePath);
+  const Date began = platform.clock.now();
+  try {
+    loomer::EmbeddedManager refused(storePath);
+    ADD_FAILURE() << "opened";
+  } catch (const PlatformException& exception) {
+    EXPECT_EQ(exception.name(), loomer::LoomerStoreException);
+    EXPECT_THAT(exception.reason(), testing::HasSubstr(storePath));
+    EXPECT_THAT(exception.reason(), testing::HasSubstr("opening it for more than a minute"));
+  }
+  EXPECT_NEAR(platform.clock.now().seconds - began.seconds, 60.0, 0.2);
 }
 
 class KilledSession : public ProcessTest, public testing::WithParamInterface<const char*> {};

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,6 +19,22 @@ namespace {
 constexpr double kPollSeconds = 0.1;
 // Registering and storing values outside a session: as long as a session may wait for another one.
 constexpr double kWriteTimeoutSeconds = 60.0;
+// Who brings the store to its present form may have to wait for a session that long.
+constexpr double kOpenTimeoutSeconds = 60.0;
+
+/// Asks `done` several times a second, by the platform's clock, for at most `seconds`; its last answer.
+template <typename Condition>
+bool waitUntil(const Condition& done, double seconds) {
+  Clock& clock = Platform::current().clock;
+  double waited = 0.0;
+  while (!done()) {
+    if (!(waited < seconds)) return false;
+    const double step = std::min(kPollSeconds, seconds - waited);
+    clock.sleep(step);
+    waited += step;
+  }
+  return true;
+}
 
 [[noreturn]] void failWith(const std::string& path, const std::string& operation, std::error_code error) {
   throw storeException(path, "cannot " + operation + ": " + error.message(),
@@ -31,27 +48,45 @@ void narrowSideFile(const std::string& store, const std::string& path) {
     failWith(store, "close " + path + " to other users", problem.error);
 }
 
+/// SQLite's own locks do not make opening one step: its busy handler does not cover the switch to the
+/// write-ahead log, and between the file's making and its first commit another process finds neither nothing
+/// nor a store. The lock is on a file of its own, since closing any descriptor of the store itself would drop
+/// SQLite's locks on it.
+FileDescriptor lockForOpening(const std::string& path) {
+  if (const PrivateFileError problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))
+    failWith(path, "make " + problem.path + " a directory of the user's own", problem.error);
+  const std::string lockPath = path + "-lock";
+  FileDescriptor file(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode));
+  if (!file) failWith(path, "open " + lockPath, lastSystemError());
+  const auto isLocked = [&] {
+    if (flock(file.number(), LOCK_EX | LOCK_NB) == 0) return true;
+    if (errno != EWOULDBLOCK) failWith(path, "lock " + lockPath, lastSystemError());
+    return false;
+  };
+  if (waitUntil(isLocked, kOpenTimeoutSeconds)) return file;
+  throw storeException(path, "another process has been opening it for more than a minute",
+                       "Wait until that process has ended and try again.");
+}
+
 /// Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
 /// the same mode, but leaves those that stand there already as they are. An existing file is not opened here:
 /// closing it again would drop the locks that this process holds on it.
-void prepareFile(const std::string& path) {
-  if (const PrivateFileError problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))
-    failWith(path, "make " + problem.path + " a directory of the user's own", problem.error);
+std::string prepared(std::string path) {
   const FileDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode));
   if (!file && errno != EEXIST) failWith(path, "create it", lastSystemError());
   if (const PrivateFileError problem = setMode(path, kPrivateFileMode))
     failWith(path, "close it to other users", problem.error);
   for (const char* suffix : {"-wal", "-shm"}) narrowSideFile(path, path + suffix);
-}
-
-std::string prepared(std::string path) {
-  prepareFile(path);
   return path;
 }
 
 }  // namespace
 
-TruthStore::TruthStore(std::string path) : _database(prepared(std::move(path))) {
+// The lock ends with the full expression: once the store is open.
+TruthStore::TruthStore(std::string path) : TruthStore(path, lockForOpening(path)) {}
+
+TruthStore::TruthStore(std::string path, const FileDescriptor& /*openingLock*/)
+    : _database(prepared(std::move(path))) {
   refuseUnusableStore(_database, storeMigrations());
   useWriteAheadLog();
   _database.execute(
@@ -66,15 +101,7 @@ TruthStore::TruthStore(std::string path) : _database(prepared(std::move(path))) 
 }
 
 bool TruthStore::begin(double seconds) {
-  Clock& clock = Platform::current().clock;
-  double waited = 0.0;
-  while (!_database.tryBegin()) {
-    if (!(waited < seconds)) return false;
-    const double step = std::min(kPollSeconds, seconds - waited);
-    clock.sleep(step);
-    waited += step;
-  }
-  return true;
+  return waitUntil([this] { return _database.tryBegin(); }, seconds);
 }
 
 void TruthStore::beginOrFail() {

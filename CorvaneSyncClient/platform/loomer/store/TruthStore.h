@@ -3,6 +3,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 
 namespace corvane::loomer {
 
@@ -12,6 +13,10 @@ namespace corvane::loomer {
 /// brings an older store to the present form. A damaged store, a file that is no store and a newer store are
 /// refused with LoomerStoreException and left as they are. Damage beyond the file's head shows only when the
 /// damaged part is read; it then ends the operation in the same way.
+///
+/// Opening is one step under an exclusive lock on a file beside the store ("-lock"), for which it waits a
+/// minute at most: who opens it at the same moment finds no store or a whole one. A process that dies loses
+/// that lock, and the file stays.
 ///
 /// Writers exclude one another across processes by SQLite's own write lock, which the system takes back from
 /// a process that dies. Readers never wait.
@@ -42,6 +47,9 @@ class TruthStore {
   }
 
  private:
+  /// Opens the store while `openingLock` keeps others from it.
+  TruthStore(std::string path, const FileDescriptor& openingLock);
+
   void beginOrFail();
   void useWriteAheadLog();
 
