@@ -186,6 +186,26 @@ class PutBack(HubTest):
         self.require_once("Common", "Renamed", "Later", "Later still")
         self.assertEqual(len(self.first.titles()), 4)
 
+    def test_an_emptied_table_is_asked_about(self):
+        titles = [f"Bookmark {i}" for i in range(6)]
+        for title in titles:
+            self.first.add(title)
+        self.settle()
+        before = self.first.tree(FIRST)
+        self.service.ask("sql", self.database,
+                         "DELETE FROM corvane_hub.records; UPDATE corvane_hub.accounts SET live_records = 0,"
+                         " live_bytes = 0, tombstones = 0, revision = revision + 1, forgotten_revision = revision + 1")
+        for computer in self.computers:
+            line = self.sync_alone(computer)
+            self.assertIn("lacks 8 of 8", line)
+            self.assertIn("`loomerctl approve com.keldra.Pelto`", line)
+            self.assertIn("lacks 8 of 8", computer.control("plan", "com.keldra.Pelto")[1])
+        self.assertEqual(self.first.tree(FIRST), before)
+        status, output = self.first.control("giveback", "com.keldra.Pelto")
+        self.assertEqual(status, 0, output)
+        self.settle()
+        self.require_once("Common", "Other", *titles)
+
 
 if __name__ == "__main__":
     main()

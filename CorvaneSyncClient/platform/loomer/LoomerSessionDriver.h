@@ -69,7 +69,7 @@ class LoomerSessionDriverDataSource {
   // say.
 
   /// Whether the client tells every change and every deletion since it was last asked: it need never be
-  /// looked at whole, and what it lacks was deleted on purpose.
+  /// looked at whole. The guard judges the deletions all the same.
   virtual bool tellsEveryChange() { return false; }
   /// Whether the client was put back to an earlier state: what it holds may be older than what it is known to
   /// have held.

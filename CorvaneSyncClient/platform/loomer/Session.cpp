@@ -126,7 +126,7 @@ TakenRecords Session::takeRecords() {
 
 void Session::guard() {
   const MergeResult& plan = _mingling->plan();
-  if (_dataSource.tellsEveryChange() || !mustBeApproved(plan)) return;
+  if (!mustBeApproved(plan)) return;
   Refusal refusal{planDigest(plan), plan.deletedByAbsence, plan.liveBefore, _start.began, std::nullopt};
   if (_standing && _standing->approved && _standing->digest == refusal.digest) return;
   _refused = refusal;
@@ -134,12 +134,12 @@ void Session::guard() {
       "The plan that was approved was another one: the client or the agreed bookmarks have changed since. ";
   const String client = _client.clientIdentifier();
   throw SessionCancelled{
-      format("The client lacks %d of %d bookmarks and folders, so that this session would delete them "
+      format("The client %@ lacks %d of %d bookmarks and folders, so that this session would delete them "
              "everywhere. Nothing was changed. %@If they are meant to go, look at `loomerctl plan %@`, run "
              "`loomerctl approve %@` and sync again; to give them back to the client, run "
              "`loomerctl giveback %@` and sync again.",
-             refusal.deletions, refusal.live, _standing && _standing->approved ? another : "", client, client,
-             client)};
+             client, refusal.deletions, refusal.live, _standing && _standing->approved ? another : "", client,
+             client, client)};
 }
 
 std::vector<RecordId> Session::refusedDeletions() const {

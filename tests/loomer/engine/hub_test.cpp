@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/loomer/engine/EngineFixture.h"
 #include "tests/loomer/engine/MemoryHub.h"
@@ -335,14 +336,125 @@ TEST_F(HubTest, ComputerThatStayedAwayForLongHearsOfEveryDeletion) {
   EXPECT_EQ(b->text(), "1(http://x/) 3(http://x/)");
 }
 
-TEST_F(HubTest, WhatAUserDeletedNeedsNoApprovalOnTheOthersComputers) {
-  for (int i = 0; i < 60; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
-  settle();
-  for (int i = 0; i < 29; ++i) a->client->remove(a->find(std::to_string(i)));
+/// Computers of which one deletes so much that the others ask.
+class BulkDeletion : public HubTest {
+ protected:
+  void bookmarkEverywhere(int count) {
+    for (int i = 0; i < count; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+    settle();
+  }
+  void remove(int from, int to) {
+    for (int i = from; i < to; ++i) a->client->remove(a->find(std::to_string(i)));
+    ASSERT_EQ(a->sync(), "") << "the guard of the file lets it pass";
+  }
+  /// What the rows of the account are when somebody has emptied its table.
+  void emptyTable() {
+    hub.state.records.clear();
+    hub.state.revisions.clear();
+    hub.state.forgotten = ++hub.state.now.revision;
+    hub.state.now.mark = "0E000000-0000-4000-8000-000000000004";
+    hub.state.marks[hub.state.now.revision] = hub.state.now.mark.toString();
+  }
+  /// The computer syncs on its own, and says of how many of how many it asks.
+  void expectRefused(Computer& computer, const std::string& howMany) {
+    const std::size_t before = computer.client->nodes.size();
+    const auto service = hub.state.now;
+    ASSERT_EQ(computer.sync(), "") << "the session of the file goes on";
+    EXPECT_EQ(computer.client->nodes.size(), before);
+    EXPECT_EQ(hub.state.now, service) << "nothing changes on either side";
+    EXPECT_EQ(computer.number("SELECT count(*) FROM records WHERE id > 0"),
+              static_cast<std::int64_t>(before));
+    ASSERT_EQ(platform.log.messages.size(), 1u);
+    const std::string said = platform.log.messages.front();
+    EXPECT_TRUE(
+        said.starts_with("Bookmarks were synced on this computer alone, not with the online service: "
+                         "The client com.keldra.Pelto lacks " +
+                         howMany + " bookmarks and folders"))
+        << said;
+    for (const char* command : {"plan", "approve", "giveback"})
+      EXPECT_NE(said.find("`loomerctl " + std::string(command) + " com.keldra.Pelto`"), std::string::npos)
+          << said;
+    platform.log.messages.clear();
+  }
+  std::int64_t service(Computer& computer) {
+    return loomer::ClientTable(computer.store()).find(loomer::kHubClientIdentifier)->id;
+  }
+  void approve(Computer& computer) {
+    EXPECT_TRUE(loomer::RefusalTable(computer.store()).approve(service(computer), platform.clock.now()));
+  }
+};
+
+TEST_F(BulkDeletion, AnEmptiedTableDeletesNothingHereUntilSomebodyApproves) {
+  bookmarkEverywhere(102);
+  emptyTable();
+  for (Computer* computer : {a.get(), b.get()}) {
+    expectRefused(*computer, "102 of 102");
+    expectRefused(*computer, "102 of 102");
+  }
+  a->client->addBookmark("", "Later", "http://later/");
+  expectRefused(*a, "102 of 102");
+  loomer::ClientTable(a->store()).setGiveBackPending(service(*a), true);
   ASSERT_EQ(a->sync(), "");
-  for (int i = 29; i < 44; ++i) a->client->remove(a->find(std::to_string(i)));
+  EXPECT_EQ(hub.live(), 103u) << "one computer gives everything back";
   settle();
-  EXPECT_EQ(b->client->nodes.size(), 16u) << "44 of 60 at once";
+  EXPECT_EQ(b->client->nodes.size(), 103u) << "and the others need not be asked any more";
+}
+
+TEST_F(BulkDeletion, WhatWasDeletedElsewhereSinceTheLastExchangeIsAskedForAsOne) {
+  bookmarkEverywhere(60);
+  remove(0, 29);
+  remove(29, 44);
+  expectRefused(*b, "44 of 60");
+  approve(*b);
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 16u);
+}
+
+TEST_F(BulkDeletion, OfAllThereWasIsAskedForHoweverLittle) {
+  bookmarkEverywhere(5);
+  remove(0, 4);
+  remove(4, 5);
+  expectRefused(*b, "5 of 5");
+}
+
+TEST_F(BulkDeletion, AnApprovalServesForNothingElse) {
+  bookmarkEverywhere(60);
+  remove(0, 29);
+  remove(29, 44);
+  expectRefused(*b, "44 of 60");
+  approve(*b);
+  remove(44, 50);
+  expectRefused(*b, "50 of 60");
+  approve(*b);
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 10u);
+}
+
+TEST_F(BulkDeletion, WithinTheGuardsLimitsNobodyIsAsked) {
+  bookmarkEverywhere(60);
+  remove(0, 30);
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 30u);
+  remove(30, 50);
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 10u);
+}
+
+TEST_F(BulkDeletion, WhatThisComputerDeletesItselfIsAskedForOnceAtMost) {
+  bookmarkEverywhere(60);
+  for (int i = 0; i < 44; ++i) a->client->remove(a->find(std::to_string(i)));
+  EXPECT_NE(a->sync(), "");
+  loomer::ClientTable clients(a->store());
+  EXPECT_TRUE(loomer::RefusalTable(a->store()).approve(clients.find("a")->id, platform.clock.now()));
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 16u);
+}
+
+TEST_F(BulkDeletion, AServiceThatIsGivenEverythingAnewDeletesNothingElsewhere) {
+  bookmarkEverywhere(60);
+  loomer::ClientTable(a->store()).setResetPending(service(*a), true);
+  settle();
+  EXPECT_EQ(b->client->nodes.size(), 60u);
 }
 
 TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
