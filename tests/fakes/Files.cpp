@@ -37,4 +37,12 @@ std::error_code setModificationDate(const std::string& path, Date date) {
   return {errno, std::system_category()};
 }
 
+unsigned modeOf(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777u : 0;
+}
+
+ScopedUmask::ScopedUmask(unsigned mask) : _before(::umask(mask)) {}
+ScopedUmask::~ScopedUmask() { ::umask(_before); }
+
 }  // namespace corvane

@@ -16,4 +16,19 @@ std::error_code listDirectory(const std::string& path, std::vector<std::string>&
 /// Sets the modification date (and access date) to the nearest nanosecond.
 std::error_code setModificationDate(const std::string& path, Date date);
 
+/// The permissions of what stands at `path`, links followed; 0 when nothing does.
+unsigned modeOf(const std::string& path);
+
+/// Sets this process's mask of permissions for as long as this object lives.
+class ScopedUmask {
+ public:
+  explicit ScopedUmask(unsigned mask);
+  ~ScopedUmask();
+  ScopedUmask(const ScopedUmask&) = delete;
+  ScopedUmask& operator=(const ScopedUmask&) = delete;
+
+ private:
+  unsigned _before;
+};
+
 }  // namespace corvane

@@ -66,6 +66,13 @@ TEST(CommandLine, IsRecognised) {
   }
 }
 
+// The form takes five arguments, the program's name among them: a name can be called anything and is no
+// option.
+TEST(CommandLine, ProgramNameIsNoPartOfTheSyncForm) {
+  const char* const argv[] = {"--sync", "X", "--entitynames", "Z"};
+  EXPECT_EQ(parseCommandLine(4, argv).command, Command::unknown);
+}
+
 TEST(CommandLine, NotEvenAProgramNameIsNoCommand) {
   EXPECT_EQ(parseCommandLine(0, nullptr).command, Command::unknown);
 }

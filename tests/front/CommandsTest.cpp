@@ -82,6 +82,35 @@ TEST_F(CommandsTest, ExceptionReleasesTheLockAndIsLogged) {
   EXPECT_FALSE(isLocked());
 }
 
+// A system log that calls a test before each message.
+class WatchedLog : public SystemLog {
+ public:
+  explicit WatchedLog(std::function<void()> onMessage) : _onMessage(std::move(onMessage)) {}
+  void write(Kind kind, std::string_view) override {
+    if (kind == Kind::message) _onMessage();
+  }
+
+ private:
+  std::function<void()> _onMessage;
+};
+
+TEST_F(CommandsTest, ExceptionIsLoggedAfterTheLockIsReleased) {
+  std::vector<bool> lockedAtMessages;
+  WatchedLog log([&] { lockedAtMessages.push_back(isLocked()); });
+  Platform watched{platform.clock,         platform.uuids,       platform.process,
+                   platform.files,         platform.preferences, log,
+                   platform.notifications, platform.bundles};
+  const PlatformScope scope(watched);
+  bool lockedInSession = false;
+  sessionDoes([&]() -> bool {
+    lockedInSession = isLocked();
+    throw PlatformException("AName", "a reason");
+  });
+  EXPECT_EQ(sync(kMain), 1);
+  EXPECT_TRUE(lockedInSession);
+  EXPECT_THAT(lockedAtMessages, ElementsAre(false));
+}
+
 TEST_F(CommandsTest, OtherExceptionsPassThroughWithTheLockReleased) {
   sessionDoes([]() -> bool { throw std::runtime_error("foreign"); });
   EXPECT_THROW(sync(kMain), std::runtime_error);

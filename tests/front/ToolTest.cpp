@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -137,14 +138,21 @@ TEST_F(ToolTest, LockOf300SecondsIsBroken) {
   EXPECT_FALSE(installation.isLocked());
 }
 
-// A lock taken 299 seconds ago: "already syncing", status 1, the lock is untouched. The machine may take a
-// second to start a process, which is why the age here leaves it some.
-TEST_F(ToolTest, LockShortOf300SecondsStands) {
-  installation.makeLockOfAge(299 - 60);
-  const auto before = std::filesystem::last_write_time(installation.lock());
-  EXPECT_EQ(statusOf(installation, kSync), 1);
-  ASSERT_TRUE(installation.isLocked());
-  EXPECT_EQ(std::filesystem::last_write_time(installation.lock()), before);
+// A lock taken 299 seconds ago: "already syncing", status 1, the lock is untouched. What a run found counts
+// once the lock was still short of 300 seconds when the run had ended; a machine that took longer tries
+// again.
+TEST_F(ToolTest, LockOf299SecondsStands) {
+  for (bool counts = false; !counts;) {
+    std::filesystem::remove(installation.lock());
+    installation.makeLockOfAge(299);
+    const auto date = std::filesystem::last_write_time(installation.lock());
+    const std::optional<int> status = statusOf(installation, kSync);
+    counts = std::filesystem::file_time_type::clock::now() - date < std::chrono::seconds(300);
+    if (!counts) continue;
+    EXPECT_EQ(status, 1);
+    ASSERT_TRUE(installation.isLocked());
+    EXPECT_EQ(std::filesystem::last_write_time(installation.lock()), date);
+  }
 }
 
 // What the store holds of the main client.

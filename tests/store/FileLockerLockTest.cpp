@@ -92,6 +92,17 @@ TEST_F(FileLockerLockTest, WaitsUntilTheHolderGivesUp) {
   locker.unlock();
 }
 
+// A try that found the lock held is waiting too, with a timeout that leaves no time to sleep.
+TEST_F(FileLockerLockTest, TimeoutOfZeroWaitsWithoutSleeping) {
+  putLock(detailsOf(kLivingProcess));
+  delegate.answers = {Action::waitAgain};
+  delegate.whileAnswering = [this] { std::filesystem::remove_all(lockDirectory); };
+  CorvaneFileLocker locker(guarded, &delegate, 0);
+  EXPECT_EQ(locker.lock(), Result::acquiredAfterWaiting);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(0));
+  locker.unlock();
+}
+
 // The holder dies while it is waited for: broken at the first poll that sees it.
 TEST_F(FileLockerLockTest, BreaksWhenTheHolderDiesMeanwhile) {
   putLock(detailsOf(kLivingProcess));

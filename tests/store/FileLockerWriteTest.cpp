@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <map>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/fakes/Files.h"
 #include "tests/store/StoreTest.h"
 
 namespace corvane {
@@ -229,6 +231,16 @@ TEST_F(FileLockerWriteTest, StaleDirectoryThatCannotBeMadeFailsTheRemoval) {
 TEST_F(FileLockerWriteTest, StaleDirectoryIsMadeWithIntermediateDirectories) {
   EXPECT_TRUE(locker.createStaleLockDirectoryIfNeeded(guarded + "/a/b"));
   leftOnDisk = {"a/", "a/b/", "a/b/.staleLockDirectory/"};
+}
+
+// Default attributes: everything that the umask leaves.
+TEST_F(FileLockerWriteTest, StaleDirectoryHasTheDefaultMode) {
+  for (const auto& [mask, mode] : std::map<unsigned, unsigned>{{0, 0777}, {0027, 0750}}) {
+    const ScopedUmask umask(mask);
+    EXPECT_TRUE(locker.createStaleLockDirectoryIfNeeded(guarded));
+    EXPECT_EQ(modeOf(guarded + "/.staleLockDirectory"), mode);
+    std::filesystem::remove(guarded + "/.staleLockDirectory");
+  }
 }
 
 // Nothing ever empties ".staleLockDirectory": moved-aside lock directories accumulate.

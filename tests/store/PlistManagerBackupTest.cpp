@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <map>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/fakes/Files.h"
 #include "tests/store/PlistManagerTest.h"
 
 namespace corvane {
@@ -63,6 +65,17 @@ TEST_F(PlistManagerBackupTest, FirstSaveHasNothingToCopy) {
   save(2);
   EXPECT_EQ(versions(), std::vector<int>{1});
   expectLeft({"Bookmarks.plist_1.plist"});
+}
+
+// Default attributes: everything that the umask leaves.
+TEST_F(PlistManagerBackupTest, DirectoryHasTheDefaultMode) {
+  for (const auto& [mask, mode] : std::map<unsigned, unsigned>{{0, 0777}, {0027, 0750}}) {
+    const ScopedUmask umask(mask);
+    save(1);
+    EXPECT_EQ(modeOf(guarded + "/backup"), mode);
+    fs::remove_all(guarded + "/backup");
+  }
+  leftOnDisk = {"Bookmarks.plist"};
 }
 
 TEST_F(PlistManagerBackupTest, OffByDefault) {

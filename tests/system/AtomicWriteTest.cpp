@@ -95,11 +95,6 @@ class AtomicWrite : public testing::Test {
     faults = nullptr;
     return error;
   }
-  mode_t modeOf(const std::string& file) {
-    struct stat status {};
-    EXPECT_EQ(stat(file.c_str(), &status), 0);
-    return status.st_mode & 07777;
-  }
 
   TemporaryDirectory directory;
   std::string path = directory / "Bookmarks.plist";

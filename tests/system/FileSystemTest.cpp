@@ -28,11 +28,6 @@ class FileSystemContract : public testing::TestWithParam<bool> {
     EXPECT_TRUE(found) << path << ": " << error.message();
     return found.value_or(FileAttributes{});
   }
-  static mode_t modeOf(const std::string& path) {
-    struct stat status {};
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-  }
   std::vector<std::string> listed() {
     std::vector<std::string> names;
     EXPECT_FALSE(listDirectory(directory.path(), names));
