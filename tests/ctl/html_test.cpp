@@ -128,14 +128,39 @@ TEST(HtmlReaderScaleTest, DeepAndLongFilesNeedNoStackAndNoSquareOfTheirLength) {
   parseBookmarksHtml(open);
 }
 
+constexpr const char* kTexts[] = {
+    "plain", "a  b",  " blank ends ", "\ttab\t",    "<&>\"'", "\xC3\xA9\xF0\x9F\x98\x80",
+    "&amp;", "&#32;", "\x01\x1f",     "a &copy; b", "   ",    ""};
+
 TEST(HtmlTextTest, WhateverIsEscapedReadsBack) {
-  const char* texts[] = {
-      "plain", "a  b",  " blank ends ", "tab\tline\nend\r", "<&>\"'", "\xC3\xA9\xF0\x9F\x98\x80",
-      "&amp;", "&#32;", "\x01\x1f",     "a &copy; b",       "   ",    ""};
-  for (const char* text : texts) {
-    EXPECT_EQ(htmlTitle(htmlEscaped(text)), text);
-    EXPECT_EQ(htmlAttribute(htmlEscaped(text)), text);
+  for (const char* text : kTexts) {
+    EXPECT_EQ(htmlTitle(htmlEscapedTitle(text)), text);
+    EXPECT_EQ(htmlAttribute(htmlEscapedAttribute(text)), text);
   }
+  EXPECT_EQ(htmlAttribute(htmlEscapedAttribute("tab\tline\nend\r")), "tab\tline\nend\r");
+}
+
+TEST(HtmlTextTest, TitlesHoldNoNumericReferences) {
+  for (const char* text : kTexts) {
+    const std::string written = htmlEscapedTitle(text);
+    EXPECT_EQ(written.find("&#"), std::string::npos) << written;
+  }
+  EXPECT_EQ(htmlEscapedTitle(" \ta\x01  b\t "), " \ta\x01  b\t ");
+}
+
+TEST(HtmlTextTest, LineEndInATitleIsWrittenAsABlank) {
+  EXPECT_EQ(htmlEscapedTitle("a\nb\r\nc\f"), "a b  c ");
+}
+
+TEST(HtmlTextTest, WhiteSpaceThatBreaksTheLineOfATitleIsLayout) {
+  EXPECT_EQ(htmlTitle("\n    a\r\n\tb  c\n"), "a b  c");
+  EXPECT_EQ(htmlTitle(" \n \t"), "");
+}
+
+TEST(HtmlTextTest, CollapsedTextIsWhatAPageShows) {
+  EXPECT_EQ(whiteSpaceCollapsed("\n a \t b\fc \r"), "a b c");
+  EXPECT_EQ(whiteSpaceCollapsed("a b"), "a b");
+  EXPECT_EQ(whiteSpaceCollapsed(" \t "), "");
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ TEST_F(TransferTest, ExportThenImportIntoAnEmptyStoreGivesTheSameTree) {
   seed();
   const std::string odd = a->addFolder(a->find("BookmarksBar"), "  two  blanks & <tags> \"q\" ");
   a->nodes.at(odd).tabGroup = true;
-  a->addBookmark(odd, "line\nend\ttab", "http://x/?a=1&amp=2&copy;=3");
+  a->addBookmark(odd, "\ttab\tand tab ", "http://x/?a=1&amp=2&copy;=3\n\t");
   a->addBookmark(odd, "caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80", "javascript:alert(\"x\")");
   a->addBookmark(odd, "", "http://untitled/");
   a->addFolder("", "Same");
@@ -51,6 +51,35 @@ TEST_F(TransferTest, ImportingTheSameFileAgainAddsNothing) {
   EXPECT_EQ(again.status, 0);
   EXPECT_THAT(again.out, HasSubstr("is there already"));
   EXPECT_EQ(json({"tree"}, "len(d)"), "6");
+}
+
+// Another program takes our export and exports it again: it has collapsed the white space of titles.
+TEST_F(TransferTest, ImportOfAnExportThatAnotherProgramMadeOfOursDoublesNothing) {
+  a = makeClient("a");
+  const std::string folder = a->addFolder("", "  two  blanks ");
+  a->addBookmark(folder, "\ttab\tand line\nend ", "http://x/");
+  a->addBookmark(folder, "tab and line end", "http://x/");
+  a->addBookmark(folder, " only  in ours", "http://y/");
+  ASSERT_EQ(a->sync(), "");
+  const std::string file = htmlFile(
+      "<DL><p><DT><H3>two blanks</H3><DL><p><DT><A HREF=\"http://x/\">tab and line end</A>"
+      "<DT><A HREF=\"http://x/\">tab and line end</A><DT><A HREF=\"http://y/\">only in ours</A></DL></DL>");
+  EXPECT_THAT(ctl({"import", "-"}, file).out, HasSubstr("is there already"));
+  const std::string onceMore = htmlFile(
+      "<DL><p><DT><H3>two blanks</H3><DL><p><DT><A HREF=\"http://x/\">tab and line end</A>"
+      "<DT><A HREF=\"http://x/\">tab and line end</A><DT><A HREF=\"http://x/\">tab and line "
+      "end</A></DL></DL>");
+  EXPECT_THAT(ctl({"import", "-"}, onceMore).out, HasSubstr("Added 1 bookmark and 0 folders"));
+}
+
+TEST_F(TransferTest, TitleThatIsThereExactlyGoesBeforeOneThatDiffersInWhiteSpace) {
+  a = makeClient("a");
+  a->addBookmark(a->addFolder("", "F  x"), "Wide", "http://wide/");
+  a->addBookmark(a->addFolder("", "F x"), "Narrow", "http://narrow/");
+  ASSERT_EQ(a->sync(), "");
+  const std::string file =
+      htmlFile("<DL><p><DT><H3>F x</H3><DL><p><DT><A HREF=\"http://narrow/\">Narrow</A></DL></DL>");
+  EXPECT_THAT(ctl({"import", "-"}, file).out, HasSubstr("is there already"));
 }
 
 TEST_F(TransferTest, ExportSaysWhatBrowsersExpect) {

@@ -46,7 +46,7 @@ std::string htmlFolder(const HtmlNode& folder, std::size_t depth, std::optional<
   const std::string indent = indentation(depth);
   return indent + "<DT><H3" + dates(added, modified) +
          (folder.toolbar ? " PERSONAL_TOOLBAR_FOLDER=\"true\"" : "") +
-         (folder.tabGroup ? " TAB_GROUP=\"true\"" : "") + '>' + htmlEscaped(folder.title) + "</H3>\n" +
+         (folder.tabGroup ? " TAB_GROUP=\"true\"" : "") + '>' + htmlEscapedTitle(folder.title) + "</H3>\n" +
          indent + "<DL><p>\n";
 }
 
@@ -54,8 +54,8 @@ std::string htmlFolderEnd(std::size_t depth) { return indentation(depth) + "</DL
 
 std::string htmlBookmark(const HtmlNode& bookmark, std::size_t depth, std::optional<Date> added,
                          std::optional<Date> modified) {
-  return indentation(depth) + "<DT><A HREF=\"" + htmlEscaped(bookmark.url) + '"' + dates(added, modified) +
-         '>' + htmlEscaped(bookmark.title) + "</A>\n";
+  return indentation(depth) + "<DT><A HREF=\"" + htmlEscapedAttribute(bookmark.url) + '"' + dates(added, modified) +
+         '>' + htmlEscapedTitle(bookmark.title) + "</A>\n";
 }
 
 }  // namespace corvane::loomerctl

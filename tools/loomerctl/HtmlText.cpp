@@ -1,5 +1,6 @@
 #include "tools/loomerctl/HtmlText.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -47,7 +48,10 @@ constexpr NamedCharacter kNamed[] = {
     {"permil", 0x2030}, {"lsaquo", 0x2039}, {"rsaquo", 0x203A}, {"euro", 0x20AC},   {"trade", 0x2122},
     {"larr", 0x2190},   {"uarr", 0x2191},   {"rarr", 0x2192},   {"darr", 0x2193},   {"minus", 0x2212}};
 
-bool isHtmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
+constexpr std::string_view kHtmlSpaces = " \t\n\r\f";
+
+bool isHtmlSpace(char c) { return kHtmlSpaces.find(c) != std::string_view::npos; }
+bool isLineEnd(char c) { return c == '\n' || c == '\r' || c == '\f'; }
 
 std::optional<char32_t> namedCharacter(std::string_view name) {
   for (const NamedCharacter& each : kNamed) {
@@ -80,73 +84,114 @@ Utf8Step reference(std::string_view text) {
   return {*character, end + 1};
 }
 
-/// Adds the character at the start of `text`, its reference resolved; answers how many bytes it took.
-std::size_t takeCharacter(std::string_view text, std::string& to) {
-  Utf8Step step = text[0] == '&' ? reference(text) : Utf8Step{};
-  if (!step) step = decodeUtf8(text, 0);
+/// The character at `at`, U+FFFD for what is none.
+Utf8Step characterAt(std::string_view text, std::size_t at) {
+  const Utf8Step step = decodeUtf8(text, at);
   const bool isText = step && step.codePoint != 0 && !isSurrogate(step.codePoint);
-  if (!isText) step = {kReplacement, step ? step.length : 1};
+  return isText ? step : Utf8Step{kReplacement, step ? step.length : 1};
+}
+
+/// Adds the character, escaped where it has a meaning in HTML.
+void appendEscaped(char32_t codePoint, std::string& to) {
+  switch (codePoint) {
+    case '&':
+      to += "&amp;";
+      break;
+    case '<':
+      to += "&lt;";
+      break;
+    case '>':
+      to += "&gt;";
+      break;
+    case '"':
+      to += "&quot;";
+      break;
+    default:
+      appendUtf8(to, codePoint);
+  }
+}
+
+/// Adds the character at the start of `html`, its reference resolved; answers how many bytes it took.
+std::size_t takeCharacter(std::string_view html, std::string& to) {
+  Utf8Step step = html[0] == '&' ? reference(html) : Utf8Step{};
+  if (!step) step = characterAt(html, 0);
   appendUtf8(to, step.codePoint);
   return step.length;
 }
 
 }  // namespace
 
-std::string htmlEscaped(std::string_view text) {
+std::string htmlEscapedTitle(std::string_view text) {
   std::string result;
   result.reserve(text.size());
   for (std::size_t at = 0; at < text.size();) {
-    const Utf8Step step = decodeUtf8(text, at);
-    const bool valid = step && !isSurrogate(step.codePoint);
-    const char32_t codePoint = valid ? step.codePoint : kReplacement;
-    const bool dropped = codePoint == ' ' && (at == 0 || at + 1 == text.size() || text[at - 1] == ' ');
-    if (codePoint == '&') {
-      result += "&amp;";
-    } else if (codePoint == '<') {
-      result += "&lt;";
-    } else if (codePoint == '>') {
-      result += "&gt;";
-    } else if (codePoint == '"') {
-      result += "&quot;";
-    } else if (codePoint == 0) {
-      appendUtf8(result, kReplacement);  // no reference means it
-    } else if (dropped || codePoint < ' ') {
-      result += "&#" + std::to_string(static_cast<std::uint32_t>(codePoint)) + ';';
-    } else {
-      appendUtf8(result, codePoint);
-    }
-    at += step ? step.length : 1;
+    const Utf8Step step = characterAt(text, at);
+    appendEscaped(isLineEnd(text[at]) ? U' ' : step.codePoint, result);
+    at += step.length;
   }
   return result;
 }
 
-std::string htmlTitle(std::string_view text) {
+std::string htmlEscapedAttribute(std::string_view text) {
   std::string result;
-  bool blank = false;
+  result.reserve(text.size());
   for (std::size_t at = 0; at < text.size();) {
-    if (isHtmlSpace(text[at])) {
-      blank = true;
-      ++at;
+    const Utf8Step step = characterAt(text, at);
+    const bool dropped = step.codePoint == ' ' && (at == 0 || at + 1 == text.size() || text[at - 1] == ' ');
+    if (dropped || step.codePoint < ' ') {
+      result += "&#" + std::to_string(static_cast<std::uint32_t>(step.codePoint)) + ';';
+    } else {
+      appendEscaped(step.codePoint, result);
+    }
+    at += step.length;
+  }
+  return result;
+}
+
+std::string htmlTitle(std::string_view html) {
+  std::string result;
+  for (std::size_t at = 0; at < html.size();) {
+    if (!isHtmlSpace(html[at])) {
+      at += takeCharacter(html.substr(at), result);
       continue;
     }
-    if (blank && !result.empty()) result += ' ';
-    blank = false;
-    at += takeCharacter(text.substr(at), result);
+    const std::size_t end = std::min(html.find_first_not_of(kHtmlSpaces, at), html.size());
+    const std::string_view space = html.substr(at, end - at);
+    if (std::none_of(space.begin(), space.end(), isLineEnd)) {
+      result += space;
+    } else if (at > 0 && end < html.size()) {
+      result += ' ';
+    }
+    at = end;
   }
   return result;
 }
 
-std::string htmlAttribute(std::string_view text) {
-  while (!text.empty() && isHtmlSpace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isHtmlSpace(text.back())) text.remove_suffix(1);
+std::string htmlAttribute(std::string_view html) {
+  while (!html.empty() && isHtmlSpace(html.front())) html.remove_prefix(1);
+  while (!html.empty() && isHtmlSpace(html.back())) html.remove_suffix(1);
   std::string result;
-  for (std::size_t at = 0; at < text.size();) {
-    if (text[at] != ' ' && isHtmlSpace(text[at])) {
+  for (std::size_t at = 0; at < html.size();) {
+    if (html[at] != ' ' && isHtmlSpace(html[at])) {
       ++at;
     } else {
-      at += takeCharacter(text.substr(at), result);
+      at += takeCharacter(html.substr(at), result);
     }
   }
+  return result;
+}
+
+std::string whiteSpaceCollapsed(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (!isHtmlSpace(text[at])) {
+      result += text[at];
+    } else if (!result.empty() && result.back() != ' ') {
+      result += ' ';
+    }
+  }
+  if (result.ends_with(' ')) result.pop_back();
   return result;
 }
 

@@ -5,17 +5,26 @@
 
 namespace corvane::loomerctl {
 
-/// Text for between tags or into a quoted attribute: what has a meaning in HTML is escaped, and so is white
-/// space that a reader would drop. Bytes that are no UTF-8 become U+FFFD.
-std::string htmlEscaped(std::string_view text);
+/// A title for between tags. Nothing but what has a meaning in HTML is escaped: browsers know no other
+/// references in titles and would show them as they stand. White space stays as it is, but a line end, which
+/// some of them would take for the end of the bookmark, becomes a blank. Bytes that are no UTF-8 become
+/// U+FFFD.
+std::string htmlEscapedTitle(std::string_view text);
 
-/// What a piece of HTML text says, as UTF-8: runs of white space are one blank, none at the ends; then
-/// character references are resolved. References need their semicolon (addresses are full of "&copy=2");
+/// A value for a quoted attribute. White space that a reader would drop is escaped too.
+std::string htmlEscapedAttribute(std::string_view text);
+
+/// What the HTML between a title's tags says, as UTF-8. White space that breaks the line is layout: one
+/// blank, and nothing at the ends; any other stays, so that titles come back as `htmlEscapedTitle` wrote
+/// them. Then character references are resolved. They need their semicolon (addresses are full of "&copy=2");
 /// those that mean nothing stay as they are.
-std::string htmlTitle(std::string_view text);
+std::string htmlTitle(std::string_view html);
 
 /// The same for an attribute's value: white space stays, except line ends and tabs, and at the ends.
-std::string htmlAttribute(std::string_view text);
+std::string htmlAttribute(std::string_view html);
+
+/// The text as HTML is shown: each run of white space is one blank, and there is none at the ends.
+std::string whiteSpaceCollapsed(std::string_view text);
 
 /// Bytes of the encoding that browsers mean by ISO-8859-1, which is windows-1252 (WHATWG Encoding), as UTF-8.
 std::string utf8FromLatin1(std::string_view bytes);

@@ -1,12 +1,15 @@
 #include "tools/loomerctl/ImportPlan.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Places.h"
+#include "tools/loomerctl/HtmlText.h"
 
 namespace corvane::loomerctl {
 
@@ -17,7 +20,7 @@ using loomer::Entity;
 using loomer::RecordId;
 using loomer::TruthRecord;
 
-/// What makes two records of one folder the same.
+/// What makes two records the same.
 std::string likeness(RecordId parent, Entity entity, std::string_view title, std::string_view url) {
   std::string key = std::to_string(parent);
   key += entity == Entity::folder ? 'f' : 'b';
@@ -27,6 +30,50 @@ std::string likeness(RecordId parent, Entity entity, std::string_view title, std
   key += url;
   return key;
 }
+
+/// The live records by what makes them the same, each to be taken once.
+class KnownRecords {
+ public:
+  /// Of records that are alike, the one that is added last is taken first.
+  void add(const TruthRecord& record) {
+    const Content& content = record.content;
+    const Likenesses like(record.parent, record.entity, content.name.view(), content.url.view());
+    _byTitle[like.exact].push_back(record.id);
+    _byShownTitle[like.shown].push_back(record.id);
+  }
+
+  std::optional<RecordId> take(RecordId parent, Entity entity, const Content& wanted) {
+    const Likenesses like(parent, entity, wanted.name.view(), wanted.url.view());
+    const auto exact = takeFrom(_byTitle, like.exact);
+    return exact ? exact : takeFrom(_byShownTitle, like.shown);
+  }
+
+ private:
+  using Stacks = std::unordered_map<std::string, std::vector<RecordId>>;
+
+  struct Likenesses {
+    Likenesses(RecordId parent, Entity entity, std::string_view title, std::string_view url)
+        : exact(likeness(parent, entity, title, url)),
+          shown(likeness(parent, entity, whiteSpaceCollapsed(title), url)) {}
+    std::string exact;
+    std::string shown;
+  };
+
+  std::optional<RecordId> takeFrom(Stacks& stacks, const std::string& key) {
+    const auto found = stacks.find(key);
+    if (found == stacks.end()) return std::nullopt;
+    for (std::vector<RecordId>& stack = found->second; !stack.empty();) {
+      const RecordId record = stack.back();
+      stack.pop_back();
+      if (_taken.insert(record).second) return record;
+    }
+    return std::nullopt;
+  }
+
+  Stacks _byTitle;
+  Stacks _byShownTitle;
+  std::unordered_set<RecordId> _taken;
+};
 
 class Import {
  public:
@@ -45,8 +92,7 @@ class Import {
     });
     for (const TruthRecord* record : live) {
       const Content& content = record->content;
-      _known[likeness(record->parent, record->entity, content.name.view(), content.url.view())].push_back(
-          record->id);
+      _known.add(*record);
       if (content.special && isSpecialTitle(content.name))
         _special[content.name == LoomerTitleBookmarksMenu] = true;
       std::int64_t& last = _lastPlaces.try_emplace(record->parent, record->place).first->second;
@@ -73,12 +119,9 @@ class Import {
     content.name = toolbar ? std::string(LoomerTitleBookmarksBar) : node.title;
     if (!node.folder) content.url = node.url;
     content.tabGroup = node.tabGroup;
-    const auto known = _known.find(likeness(parent, entity, content.name.view(), content.url.view()));
-    if (known != _known.end() && !known->second.empty()) {
+    if (const auto record = _known.take(parent, entity, content)) {
       ++_plan.known;
-      const RecordId record = known->second.back();
-      known->second.pop_back();
-      return record;
+      return *record;
     }
     content.special = makesSpecial(content, entity, parent);
     return add(entity, parent, std::move(content));
@@ -111,8 +154,8 @@ class Import {
 
   RecordId _nextRecord;
   std::int64_t _revision;
-  std::unordered_map<std::string, std::vector<RecordId>> _known;  // by likeness
-  std::unordered_map<RecordId, std::int64_t> _lastPlaces;         // of each folder's contents
+  KnownRecords _known;
+  std::unordered_map<RecordId, std::int64_t> _lastPlaces;  // of each folder's contents
   bool _hasToolbar = false;
   bool _special[2] = {false, false};  // the toolbar's and the menu's folder are there
   ImportPlan _plan;

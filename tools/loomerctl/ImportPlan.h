@@ -19,8 +19,10 @@ struct ImportPlan {
 /// added behind its siblings in the file's order.
 ///
 /// A folder is there already when its parent has one of the same title; a bookmark when its folder has one of
-/// the same title and address. One to one: a file with two equal bookmarks in one folder leaves two there.
-/// The file's toolbar folder is the special one. Pure; O(n) in the number of records and nodes.
+/// the same title and address. Where none has exactly that title, one counts that differs in white space
+/// alone: programs collapse it in what they export. One to one: a file with two equal bookmarks in one folder
+/// leaves two there. The file's toolbar folder is the special one. Pure; O(n) in the number of records and
+/// nodes.
 ImportPlan planImport(const std::vector<loomer::TruthRecord>& truth, const std::vector<HtmlNode>& nodes,
                       loomer::RecordId nextRecord, std::int64_t revision);
 
