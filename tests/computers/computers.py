@@ -16,6 +16,11 @@ EVERYWHERE = "CORVANE_EVERYWHERE" in os.environ
 ALONE = "Bookmarks were synced on this computer alone, not with the online service: "
 
 
+def preloadable(path):
+    """The library by a name of this process's: in LD_PRELOAD a name ends at a blank or a colon, and a path may hold both."""
+    return f"/proc/{os.getpid()}/fd/{os.open(path, os.O_RDONLY)}"
+
+
 class Service:
     """The private server, and the relay before it, in a process of their own."""
 
@@ -193,7 +198,7 @@ class GivingAndTaking(HubTest):
 
 
 def main():
-    HubTest.programs, HubTest.log_library = os.path.abspath(sys.argv.pop(1)), os.path.abspath(sys.argv.pop(1))
+    HubTest.programs, HubTest.log_library = os.path.abspath(sys.argv.pop(1)), preloadable(sys.argv.pop(1))
     HubTest.service = Service(os.path.abspath(sys.argv.pop(1)))
     try:
         program = unittest.main(verbosity=1, exit=False)

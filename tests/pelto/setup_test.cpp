@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -77,9 +78,12 @@ TEST_F(SetupTest, NewerServiceIsRefused) {
 class MigrationTest : public SetupTest {
  protected:
   void install(const std::string& migration) {
-    const std::string copy = "cp " CORVANE_SCRIPTS "/hub-setup " CORVANE_SCRIPTS "/../resources/hub/*.sql " +
-                             platform.directory.path();
-    ASSERT_EQ(std::system(copy.c_str()), 0);
+    namespace fs = std::filesystem;
+    const auto copy = [&](const fs::path& file) {
+      fs::copy(file, platform.directory / file.filename().string(), fs::copy_options::overwrite_existing);
+    };
+    copy(CORVANE_SCRIPTS "/hub-setup");
+    for (const auto& file : fs::directory_iterator(CORVANE_SCRIPTS "/../resources/hub")) copy(file);
     std::ofstream(platform.directory / "002-more.sql") << migration;
   }
   std::string setUp() {
@@ -204,8 +208,8 @@ class Pooler {
                         << "/users\npool_mode = transaction\ndefault_pool_size = 1\nlogfile = " << directory
                         << "/pooler.log\n"
                         << (::geteuid() == 0 ? "user = postgres\n" : "");
-    const std::string open = "chmod 777 " + directory + " && chmod 644 " + directory + "/users " + file;
-    EXPECT_EQ(std::system(open.c_str()), 0);
+    EXPECT_EQ(::chmod(directory.c_str(), 0777), 0);
+    for (const std::string& each : {directory + "/users", file}) EXPECT_EQ(::chmod(each.c_str(), 0644), 0);
     _process = ::fork();
     if (_process == 0) {
       ::execl("/usr/sbin/pgbouncer", "pgbouncer", "-q", file.c_str(), nullptr);

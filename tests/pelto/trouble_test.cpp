@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -264,9 +265,9 @@ class EncryptedTest : public TroubleTest {
     const std::string command =
         "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj "
         "/CN=hub.example.org"
-        " -addext subjectAltName=DNS:hub.example.org -keyout " +
-        key + " -out " + certificate + " 2>/dev/null && chmod 600 " + key +
-        " && chown --reference=" + server.directory() + "/data " + key + " " + certificate;
+        " -addext subjectAltName=DNS:hub.example.org -keyout '" +
+        key + "' -out '" + certificate + "' 2>/dev/null && chmod 600 '" + key + "' && chown --reference='" +
+        server.directory() + "/data' '" + key + "' '" + certificate + "'";
     ASSERT_EQ(std::system(command.c_str()), 0);
     switchEncryption("on");
   }
@@ -280,10 +281,8 @@ class EncryptedTest : public TroubleTest {
 TEST_F(EncryptedTest, ClientCertificatesComeFromTheAccountAlone) {
   encrypt();
   const std::string home = platform.directory.path();
-  ASSERT_EQ(std::system(("mkdir " + home + "/.postgresql && cp " + certificate + " " + home +
-                         "/.postgresql/postgresql.crt")
-                            .c_str()),
-            0);
+  std::filesystem::create_directory(home + "/.postgresql");
+  std::filesystem::copy(certificate, home + "/.postgresql/postgresql.crt");
   const std::string before = ::getenv("HOME") ? ::getenv("HOME") : "";
   ::setenv("HOME", home.c_str(), 1);
   const std::string address = encrypted("hub.example.org", certificate);
