@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 #include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
@@ -144,9 +145,9 @@ std::optional<std::string> asciiHost(std::string_view host) {
   if (isAscii(host)) return std::string(host);
   const std::string terminated(host);
   char* mapped = nullptr;
-  if (idn2_to_ascii_8z(terminated.c_str(), &mapped, IDN2_NFC_INPUT | IDN2_NONTRANSITIONAL) != IDN2_OK) {
-    return std::nullopt;
-  }
+  const int code = idn2_to_ascii_8z(terminated.c_str(), &mapped, IDN2_NFC_INPUT | IDN2_NONTRANSITIONAL);
+  if (code == IDN2_MALLOC) throw std::bad_alloc();
+  if (code != IDN2_OK) return std::nullopt;
   const std::unique_ptr<char, decltype(&idn2_free)> owner(mapped, [](void* memory) { idn2_free(memory); });
   const std::string ascii = mapped;
   const auto mayStand = [](char c) { return isAsciiLetter(c) || isAsciiDigit(c) || isOneOf(c, "-._"); };
@@ -222,9 +223,9 @@ Span authorityOf(std::string_view text) {
 bool isUrl(const std::string& text) {
   UriUriA uri;
   const char* errorPosition = nullptr;
-  if (uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), &errorPosition) != URI_SUCCESS) {
-    return false;
-  }
+  const int code = uriParseSingleUriExA(&uri, text.data(), text.data() + text.size(), &errorPosition);
+  if (code == URI_ERROR_MALLOC) throw std::bad_alloc();
+  if (code != URI_SUCCESS) return false;
   uriFreeUriMembersA(&uri);
   return true;
 }

@@ -28,7 +28,7 @@ bool EmbeddedSessionDriver::sync() {
     return true;
   } catch (const SessionCancelled& cancelled) {
     rollBack();
-    cancel(cancelled.reason + noteRefusal(session), session.tookLock());
+    cancel(cancelled.reason() + noteRefusal(session), session.tookLock());
     return false;
   } catch (const PlatformException& exception) {
     if (exception.name() != LoomerStoreException) {
@@ -49,9 +49,9 @@ std::optional<RecordSchema> EmbeddedSessionDriver::prepare() {
     findClient();
     return readRecordSchema(_dataSource.schemaBundleURLs());
   } catch (const SessionCancelled& cancelled) {
-    _lastError = cancelled.reason;
+    _lastError = cancelled.reason();
   } catch (const SchemaProblem& problem) {
-    _lastError = problem.reason;
+    _lastError = problem.reason();
   } catch (const PlatformException& exception) {
     if (exception.name() != LoomerStoreException) throw;
     _lastError = exception.reason();

@@ -28,6 +28,10 @@ constexpr double kGivingSeconds = 90.0;
 
 double secondsNow() { return Platform::current().clock.now().seconds; }
 
+void reportAlone(const char* cause) {
+  systemLog("Bookmarks were synced on this computer alone, not with the online service: %@", cause);
+}
+
 std::optional<ClientState> stateOf(TruthStore& store) {
   return ClientTable(store).find(String(kHubClientIdentifier));
 }
@@ -49,8 +53,9 @@ void HubExchange::guarded(void (HubExchange::*work)()) {
     if (!_hub) _hub = _openHub();
     if (_hub) return (this->*work)();
   } catch (const std::exception& exception) {
-    systemLog("Bookmarks were synced on this computer alone, not with the online service: %@",
-              exception.what());
+    reportAlone(exception.what());
+  } catch (...) {
+    reportAlone("an exception of an unknown kind.");
   }
   _ended = true;
 }

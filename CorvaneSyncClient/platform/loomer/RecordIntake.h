@@ -9,8 +9,10 @@
 namespace corvane::loomer {
 
 /// The reason why a session cannot go on, for people: what, why, what to do. Cancels the session.
-struct SessionCancelled {
-  std::string reason;
+class SessionCancelled : public PlatformException {
+ public:
+  explicit SessionCancelled(std::string reason)
+      : PlatformException("LoomerSessionCancelledException", std::move(reason)) {}
 };
 
 /// Takes in all records of the schema's entities (`changedOnly`: the changed ones), asking until nothing more

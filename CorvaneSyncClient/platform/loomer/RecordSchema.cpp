@@ -150,7 +150,7 @@ RecordSchema readFile(const std::string& path, const std::string& bytes) {
   } catch (const PropertyListException& exception) {
     fail(path, exception.reason());
   } catch (const SchemaProblem& problem) {
-    fail(path, problem.reason);
+    fail(path, problem.reason());
   }
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/Value.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
 
@@ -31,9 +32,11 @@ struct RecordSchema {
   const EntitySchema* named(const String& name) const;
 };
 
-/// A schema that cannot be used; `reason` names the path and the cause.
-struct SchemaProblem {
-  std::string reason;
+/// A schema that cannot be used; the reason names the path and the cause.
+class SchemaProblem : public PlatformException {
+ public:
+  explicit SchemaProblem(std::string reason)
+      : PlatformException("LoomerSchemaException", std::move(reason)) {}
 };
 
 /// Where the schema of bookmarks is installed.

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <new>
 
 #include "CorvaneSyncClient/platform/loomer/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
@@ -15,6 +19,8 @@ namespace {
 constexpr const char* kPutBack =
     "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
     "deleted for being missing there";
+
+constexpr auto kWhole = std::filesystem::copy_options::recursive;
 
 /// A computer: a store of its own with one bookmarks client, which syncs with the service.
 class Computer {
@@ -245,11 +251,15 @@ TEST_F(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   a->client->readdress(a->find("1"), "http://one/");
-  hub.onCall = [](const std::string& call) {
-    if (call == "pushed") throw 1;
+  // What a run leaves on the disk that is killed there.
+  const std::string killed = platform.directory / "home of a, killed";
+  hub.onCall = [&](const std::string& call) {
+    if (call == "pushed") std::filesystem::copy(platform.directory / "home of a", killed, kWhole);
   };
-  EXPECT_THROW(a->sync(), int);
+  ASSERT_EQ(a->sync(), "");
   hub.onCall = nullptr;
+  ASSERT_TRUE(std::filesystem::exists(killed));
+  a = std::make_unique<Computer>(std::move(a->client), killed, hub);
   a->client->readdress(a->find("1"), "http://uno/");
   settle();
   EXPECT_EQ(b->text(), "1(http://uno/)");
@@ -314,6 +324,56 @@ TEST_F(HubTest, RestoredServiceTakesNothingBack) {
   settle();
   EXPECT_EQ(a->text(), "F[one(http://x/) 3(http://x/)] 2(http://x/) 4(http://4/) 5(http://5/) 6(http://6/)");
   EXPECT_EQ(hub.live(), 7u);
+}
+
+TEST_F(HubTest, WhateverKindOfExceptionEndsAnExchangeIsOneLineInTheLog) {
+  struct Row {
+    const char* phrase;
+    std::function<void()> raise;
+    const char* told;
+  };
+  const Row rows[] = {
+      {"the platform's", [] { failAsService("it was cut off."); }, "it was cut off."},
+      {"the schema's", [] { throw loomer::SchemaProblem("no schema."); }, "no schema."},
+      {"a cancelled session's", [] { throw loomer::SessionCancelled("cancelled."); }, "cancelled."},
+      {"the language's", [] { throw std::bad_alloc(); }, "std::bad_alloc"},
+      {"nobody's", [] { throw 7; }, "an exception of an unknown kind."},
+  };
+  for (const char* call : {"news", "push"}) {
+    for (const Row& row : rows) {
+      SCOPED_TRACE(std::string(row.phrase) + " at " + call);
+      a->client->addBookmark("", row.phrase, "http://x/");
+      hub.onCall = [&](const std::string& now) {
+        if (now == call) row.raise();
+      };
+      expectAlone(1, row.told);
+      EXPECT_EQ(a->sync(), "") << "the file is synced all the same";
+      hub.onCall = nullptr;
+    }
+  }
+  settle();
+}
+
+TEST_F(HubTest, AMissingOrDamagedSchemaEndsTheExchangeAlone) {
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  const std::string elsewhere = platform.directory / "Elsewhere.syncschema";
+  platform.realFiles.write(elsewhere, contents(schemaPath));
+  a->client->schema = Url{"file://" + elsewhere};
+  a->client->addBookmark("", "2", "http://2/");
+  platform.realFiles.write(schemaPath, "damaged");
+  expectAlone(1,
+              "The sync schema " + schemaPath +
+                  " cannot be used: it is no dictionary but a string. Install the program again to bring the "
+                  "file back.");
+  EXPECT_EQ(a->sync(), "");
+  platform.realFiles.remove(schemaPath);
+  expectAlone(1, "The sync schema " + schemaPath +
+                     " cannot be used: No such file or directory. Install the program again to bring the "
+                     "file back.");
+  EXPECT_EQ(a->sync(), "");
+  platform.realFiles.write(schemaPath, contents(elsewhere));
+  settle();
 }
 
 TEST_F(HubTest, AnotherAccountIsMetAnew) {
