@@ -15,20 +15,25 @@ constexpr std::size_t kIndexedLength = 64;
 const char* yesOrNo(bool value) { return value ? "YES" : "NO"; }
 
 // The reference form of placement: the place of the first sibling that the child stops before.
-std::size_t placeByWalking(const std::vector<String>& uids, const CorvaneBookmark& child,
-                           const CorvaneBookmark& folder, const BookmarkMap& map) {
-  const PlacementRule rule(child, folder.uid().isSameInstance(kRootUid));
-  for (std::size_t i = 0; i < uids.size(); ++i) {
-    const SiblingKey sibling = SiblingKey::of(map.find(uids[i]));
-    if (rule.order() != PlacementOrder::byPosition) {
-      SCLog(
-          "====== can insert called, parent uid %@, candidate %@, previous %@, candidate/previous special "
-          "%@/%@",
-          folder.uid(), child.title(), sibling.title, yesOrNo(child.special()), yesOrNo(sibling.special));
-    }
-    if (rule.stopsBefore(sibling)) return i;
+std::size_t placeByWalking(const std::vector<String>& uids, const PlacementRule& rule,
+                           const BookmarkMap& map) {
+  std::size_t place = 0;
+  while (place < uids.size() && !rule.stopsBefore(SiblingKey::of(map.find(uids[place])))) ++place;
+  return place;
+}
+
+// Placement by title is traced sibling by sibling, up to the one that the child stops before.
+void tracePlacementByTitle(const std::vector<String>& uids, const PlacementRule& rule,
+                           const CorvaneBookmark& child, const CorvaneBookmark& folder,
+                           const BookmarkMap& map) {
+  for (const String& uid : uids) {
+    const SiblingKey sibling = SiblingKey::of(map.find(uid));
+    SCLog(
+        "====== can insert called, parent uid %@, candidate %@, previous %@, candidate/previous special "
+        "%@/%@",
+        folder.uid(), child.title(), sibling.title, yesOrNo(child.special()), yesOrNo(sibling.special));
+    if (rule.stopsBefore(sibling)) return;
   }
-  return uids.size();
 }
 
 }  // namespace
@@ -56,19 +61,22 @@ void ChildList::assign(std::vector<String> uids) {
 void ChildList::add(const CorvaneBookmark& child, const CorvaneBookmark& folder, BookmarkMap& map,
                     BookmarkMap* folderMap) {
   if (!_present) return assign({child.uid()});
-  if (folderMap == &map && indexed(folderMap)) {
-    _index->insert(child.uid(), PlacementRule(child, folder.uid().isSameInstance(kRootUid)));
+  const PlacementRule rule(child, folder.uid().isSameInstance(kRootUid));
+  if (rule.order() != PlacementOrder::byPosition && SCLogIsOn())
+    tracePlacementByTitle(*uids(), rule, child, folder, map);
+  if (folderMap == &map && indexed(*folderMap)) {
+    _index->insert(child.uid(), rule);
     _stale = true;
     return;
   }
   std::vector<String>& list = walkedList();
-  const std::size_t place = placeByWalking(list, child, folder, map);
+  const std::size_t place = placeByWalking(list, rule, map);
   list.insert(list.begin() + static_cast<std::ptrdiff_t>(place), child.uid());
 }
 
 void ChildList::remove(const String& uid, BookmarkMap* folderMap) {
   if (!_present) return;
-  if (folderMap && indexed(folderMap)) {
+  if (folderMap && indexed(*folderMap)) {
     _stale = _index->remove(uid) || _stale;
     return;
   }
@@ -94,10 +102,8 @@ std::vector<String>& ChildList::walkedList() {
   return _uids;
 }
 
-bool ChildList::indexed(BookmarkMap* map) {
-  // Every sibling that a walk looks at is traced, so that with the diagnostic log on it has to be a walk.
-  if (SCLogIsOn()) return false;
-  if (!_index && _uids.size() >= kIndexedLength) _index = std::make_unique<ChildIndex>(*map, _uids);
+bool ChildList::indexed(BookmarkMap& map) {
+  if (!_index && _uids.size() >= kIndexedLength) _index = std::make_unique<ChildIndex>(map, _uids);
   return _index != nullptr;
 }
 

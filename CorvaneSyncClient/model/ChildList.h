@@ -34,7 +34,7 @@ class ChildList final : public Describable {
 
  private:
   /// Makes the index if the list is long enough for one; answers whether there is one.
-  bool indexed(BookmarkMap* map);
+  bool indexed(BookmarkMap& map);
   /// The plain list, with the index given up.
   std::vector<String>& walkedList();
 

@@ -74,18 +74,24 @@ CorvaneBookmarkRecord* CorvaneFileForm::readRecord(const Dictionary& entry, cons
   return record;
 }
 
-template <typename Node>
-Node* CorvaneFileForm::readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
-                                  bool isIgnoredBySync) {
+String CorvaneFileForm::uidToTake(const Dictionary& entry, const String& parentId) const {
   const String uid = parentId ? entry.string(kUuidKey.view()) : kRootUid;
   if (!uid) {
     SCLog("Corvane - skipping Corvane entry for bookmark with no uid, dict is %@", entry);
-    return nullptr;
+    return String();
   }
   if (_map.contains(uid)) {
     SCLog("Corvane - skipping Corvane entry for bookmark with duplicate uid %@, dict is %@", uid, entry);
-    return nullptr;
+    return String();
   }
+  return uid;
+}
+
+template <typename Node>
+Node* CorvaneFileForm::readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
+                                  bool isIgnoredBySync) {
+  const String uid = uidToTake(entry, parentId);
+  if (!uid) return nullptr;
   auto owned = std::make_unique<Node>(uid);
   Node* node = owned.get();
   node->_initialCorvaneDictionaryRepresentation = withoutChildren(entry);
@@ -113,16 +119,23 @@ CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, cons
   if (folder->_autoTab) {
     SCLog("Corvane - creating object from Corvane record, setting auto tab to true for %@", title);
   }
-  _open.push_back({folder, childrenToRead(entry), 0, {}});
+  _open.push_back({folder, childrenToRead(entry, folder->uid()), 0, {}});
   return folder;
 }
 
-// A file may name one list of children in any number of folders. Reading it again could only find duplicates;
-// it is walked again for their trace lines alone.
-const Array* CorvaneFileForm::childrenToRead(const Dictionary& entry) {
+// A file may name one list of children in any number of folders. It is read once: by then every uid in it is
+// taken, so that all there is to a second reading are the trace lines of what is skipped.
+const Array* CorvaneFileForm::childrenToRead(const Dictionary& entry, const String& folderUid) {
   const Array* children = entry.array(kChildrenKey.view());
   if (!children || children->empty()) return nullptr;
-  return _read.insert(children->identity()).second || SCLogIsOn() ? children : nullptr;
+  if (_read.insert(children->identity()).second) return children;
+  if (!SCLogIsOn()) return nullptr;
+  for (const Value& child : *children) {
+    const Dictionary* skipped = child.as<Dictionary>();
+    const String type = skipped ? skipped->string(kTypeKey.view()) : String();
+    if (type == kTypeList || type == kTypeLeaf) uidToTake(*skipped, folderUid);
+  }
+  return nullptr;
 }
 
 void CorvaneFileForm::markIfSpecial(CorvaneBookmarkFolder& folder, const String& title) {
@@ -173,7 +186,7 @@ Dictionary CorvaneFileFormWriter::writeFolder(const CorvaneBookmarkFolder& folde
       continue;
     }
     Dictionary entry = finish(innermost);
-    _written[innermost.folder] = entry;
+    _written[innermost.folder] = Written{entry, innermost.firstTabGroup, _tabGroups.size()};
     _open.pop_back();
     if (_open.empty()) return entry;
     _open.back().children.emplace_back(std::move(entry));
@@ -185,7 +198,7 @@ void CorvaneFileFormWriter::open(const CorvaneBookmarkFolder& folder) {
   for (const String& key : {kTitleKey, kAutoTabKey, kTypeKey}) entry.remove(key);
   if (folder.parentId() && folder.title()) entry.set(kTitleKey, folder.title());
   _written.emplace(&folder, std::nullopt);
-  _open.push_back({&folder, std::move(entry), 0, {}});
+  _open.push_back({&folder, std::move(entry), _tabGroups.size(), 0, {}});
 }
 
 void CorvaneFileFormWriter::writeNextChild() {
@@ -203,19 +216,30 @@ void CorvaneFileFormWriter::writeNextChild() {
   if (begun == _written.end()) {
     open(*folder);
   } else if (begun->second) {
-    parent.children.emplace_back(*begun->second);
+    parent.children.emplace_back(begun->second->entry);
+    traceTabGroupsAgain(*begun->second);
   }
 }
 
-Dictionary CorvaneFileFormWriter::finish(OpenFolder& open) const {
+Dictionary CorvaneFileFormWriter::finish(OpenFolder& open) {
   const auto* children = open.folder->children();
   if (children && !children->empty()) open.entry.set(kChildrenKey, Array(std::move(open.children)));
   if (open.folder->autoTab()) {
     open.entry.set(kAutoTabKey, true);
-    SCLog("Corvane - creating Corvane record, auto tab is true for %@", open.folder->title());
+    traceTabGroup(*open.folder);
   }
   open.entry.set(kTypeKey, kTypeList);
   return std::move(open.entry);
+}
+
+void CorvaneFileFormWriter::traceTabGroup(const CorvaneBookmarkFolder& folder) {
+  if (!SCLogIsOn()) return;
+  SCLog("Corvane - creating Corvane record, auto tab is true for %@", folder.title());
+  _tabGroups.push_back(&folder);
+}
+
+void CorvaneFileFormWriter::traceTabGroupsAgain(const Written& written) {
+  for (std::size_t i = written.firstTabGroup; i < written.endOfTabGroups; ++i) traceTabGroup(*_tabGroups[i]);
 }
 
 CorvaneBookmarkFolder* CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,

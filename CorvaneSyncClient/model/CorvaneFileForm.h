@@ -34,6 +34,8 @@ class CorvaneFileForm {
     std::vector<String> built;
   };
 
+  /// The uid that the entry's node gets; absent, with a trace line, when the entry is skipped for its uid.
+  String uidToTake(const Dictionary& entry, const String& parentId) const;
   /// The part common to all nodes; null when the entry is skipped.
   template <typename Node>
   Node* readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
@@ -41,7 +43,7 @@ class CorvaneFileForm {
   /// The folder part, up to the children; null when the entry is skipped.
   CorvaneBookmarkFolder* openFolder(const Dictionary& entry, const String& parentId, std::int32_t position,
                                     bool isIgnoredBySync);
-  const Array* childrenToRead(const Dictionary& entry);
+  const Array* childrenToRead(const Dictionary& entry, const String& folderUid);
   void markIfSpecial(CorvaneBookmarkFolder& folder, const String& title);
   void readNextChild();
   void closeFolder();
@@ -63,19 +65,30 @@ class CorvaneFileFormWriter {
   struct OpenFolder {
     const CorvaneBookmarkFolder* folder;
     Dictionary entry;
+    std::size_t firstTabGroup;
     std::size_t next = 0;
     std::vector<Value> children;
+  };
+  /// A folder's entry, and which of `_tabGroups` are in it.
+  struct Written {
+    Dictionary entry;
+    std::size_t firstTabGroup;
+    std::size_t endOfTabGroups;
   };
 
   void open(const CorvaneBookmarkFolder& folder);
   /// Writes the next child of the innermost open folder, or opens it.
   void writeNextChild();
-  Dictionary finish(OpenFolder& open) const;
+  Dictionary finish(OpenFolder& open);
+  void traceTabGroup(const CorvaneBookmarkFolder& folder);
+  /// Traces the groups of tabs of an entry that is written in another place too.
+  void traceTabGroupsAgain(const Written& written);
 
   const BookmarkMap& _map;
   std::vector<OpenFolder> _open;
-  /// Folders begun: an open one has no entry yet. A folder listed twice is written once and shared.
-  std::unordered_map<const CorvaneBookmarkFolder*, std::optional<Dictionary>> _written;
+  /// Folders begun: an open one has no entry yet. The entry of a folder that is listed twice is shared.
+  std::unordered_map<const CorvaneBookmarkFolder*, std::optional<Written>> _written;
+  std::vector<const CorvaneBookmarkFolder*> _tabGroups;  // as traced: an entry's own stand in one row
 };
 
 }  // namespace corvane

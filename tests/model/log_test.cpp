@@ -44,6 +44,48 @@ TEST_F(ModelLogTest, SecondSpecialFolderAndAutoTabsAreTraced) {
   EXPECT_THAT(taken(), ElementsAre("Corvane - creating Corvane record, auto tab is true for Tabs"));
 }
 
+TEST_F(ModelLogTest, TabGroupsAreTracedAsOftenAsTheyAreWritten) {
+  const auto tabs = [](const char* uid, const char* title) {
+    return with(folderEntry(uid, title), "WebBookmarkAutoTab", true);
+  };
+  read(rootEntry({tabs("F", "outer"), folderEntry("H", "h"), tabs("G", "inner"), folderEntry("I", "i")}));
+  folder("F").setChildren({"G"});
+  folder("H").setChildren({"G", "F", "G"});
+  folder("I").setChildren({"H"});
+  map.root()->setChildren({"F", "H", "I"});
+  taken();
+  const Dictionary file = written();
+  const auto line = [](const std::string& title) {
+    return "Corvane - creating Corvane record, auto tab is true for " + title;
+  };
+  EXPECT_THAT(taken(), ElementsAre(line("inner"), line("outer"),                                // F
+                                   line("inner"), line("inner"), line("outer"), line("inner"),  // H
+                                   line("inner"), line("inner"), line("outer"), line("inner")));
+  EXPECT_EQ(writtenUids(*(*file.array("Children"))[1].as<Dictionary>()),
+            (std::vector<std::string>{"G", "F", "G"}));
+}
+
+TEST_F(ModelLogTest, EntriesOfASharedListAreTracedForEveryFolderThatNamesIt) {
+  const Dictionary a = bookmarkEntry("A", "a");
+  const Dictionary noUid = without(a, "WebBookmarkUUID");
+  const Dictionary nameless = without(folderEntry("N", ""), "Title");
+  const Array shared{a, noUid, nameless, with(a, "WebBookmarkType", "Other"), 5};
+  read(rootEntry(
+      {with(folderEntry("F", "f"), "Children", shared), with(folderEntry("G", "g"), "Children", shared)}));
+  const std::string noUidLine =
+      "Corvane - skipping Corvane entry for bookmark with no uid, dict is " + description(noUid);
+  EXPECT_THAT(
+      taken(),
+      ElementsAre(
+          noUidLine, "Corvane - skipping Corvane dict for folder without name: " + description(nameless),
+          "Corvane - skipping Corvane entry for bookmark with duplicate uid A, dict is " + description(a),
+          noUidLine,
+          "Corvane - skipping Corvane entry for bookmark with duplicate uid N, dict is " +
+              description(nameless)));
+  EXPECT_EQ(childrenOf("F"), std::vector<std::string>{"A"});
+  EXPECT_TRUE(childrenOf("G").empty());
+}
+
 TEST_F(ModelLogTest, EscapedUrlShowsBothTexts) {
   // Only a rejected text is escaped, and the escape log line shows both texts.
   read(rootEntry({bookmarkEntry("A", "a", "http://e.com/a b"), bookmarkEntry("B", "b", "http://e.com/ab"),
@@ -82,23 +124,28 @@ TEST_F(ModelLogTest, PlacementIsTraced) {
                   "Corvane - new children (Bar, A, B)"));
 }
 
-TEST_F(ModelLogTest, LongListsAreWalkedAndEverySiblingTraced) {
+TEST_F(ModelLogTest, EverySiblingUpToThePlaceIsTracedInLongListsToo) {
   map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
   std::vector<String> uids;
   for (int i = 0; i < 100; ++i) {
     const String uid = "u" + std::to_string(i);
     map.insert(std::make_unique<CorvaneBookmarkRecord>(uid));
-    map.find(uid)->setTitle("t");
+    map.find(uid)->setTitle(i < 60 ? "a" : "m");
     uids.push_back(uid);
   }
   folder("F").setChildren(uids);
-  taken();
-  CorvaneBookmarkRecord::bookmarkWithUid("NEW", bookmarkRecord("z", "F"), map);
-  const auto lines = taken();
-  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                          [](const std::string& line) { return line.starts_with("====== "); }),
-            100);
-  uids.push_back("NEW");
+  const auto siblingsTraced = [this] {
+    const auto lines = taken();
+    return std::count_if(lines.begin(), lines.end(),
+                         [](const std::string& line) { return line.starts_with("====== "); });
+  };
+  siblingsTraced();
+  CorvaneBookmarkRecord::bookmarkWithUid("LAST", bookmarkRecord("z", "F"), map);
+  EXPECT_EQ(siblingsTraced(), 100);
+  CorvaneBookmarkRecord::bookmarkWithUid("MIDDLE", bookmarkRecord("c", "F"), map);
+  EXPECT_EQ(siblingsTraced(), 61);
+  uids.push_back("LAST");
+  uids.insert(uids.begin() + 60, "MIDDLE");
   EXPECT_EQ(*folder("F").children(), uids);
 }
 
@@ -108,6 +155,15 @@ TEST_F(ModelLogTest, FirstChildIsTraced) {
   folder("F").addChild(node("A"), map);
   EXPECT_THAT(taken(), ElementsAre("Corvane - addChild called for child uid A, children (null)",
                                    "Corvane - new children (A)"));
+}
+
+TEST_F(ModelLogTest, ChildWithoutAUidIsTracedAndNoMore) {
+  map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
+  folder("F").addChild(CorvaneBookmarkRecord{String()}, map);
+  folder("F").setChildren({"A"});
+  folder("F").addChild(CorvaneBookmarkRecord{String()}, map);
+  EXPECT_THAT(taken(), ElementsAre("Corvane - addChild called for child uid (null), children (null)",
+                                   "Corvane - addChild called for child uid (null), children (A)"));
 }
 
 TEST_F(ModelLogTest, LongDescriptionsAreCut) {
@@ -144,6 +200,30 @@ TEST_F(ModelLogTest, MergeDecisionsAreTraced) {
   EXPECT_THAT(refused,
               Contains("NOT applying url change of bookmark A. Sync Server has url: http://b/, Corvane has "
                        "url http://mine/, original has url http://a/"));
+}
+
+TEST_F(ModelLogTest, AutoTabThatAMergeSetsIsTraced) {
+  read(rootEntry({folderEntry("F", "f")}));
+  const auto original = map.scDeepMutableCopy();
+  Dictionary record = folderRecord("f", "Root");
+  record.set("is tab group", 1);
+  const std::string line = "Autotab key in Engine record found for modified record, setting auto tab to true";
+  taken();
+  node("F").applyChangesFromVessynDictionary(record, original->find("F"), map);
+  EXPECT_THAT(taken(), ElementsAre("applying title change of bookmark F, new title: f", line,
+                                   "Corvane - addChild called for child uid F, children ()",
+                                   "Corvane - new children (F)"));
+  node("F").applyChangesFromVessynDictionary(record, original->find("F"), map);
+  EXPECT_THAT(taken(), testing::Not(Contains(line))) << "what the browser changed is kept";
+  record.set("is tab group", 0);
+  node("F").applyChangesFromVessynDictionary(record, nullptr, map);
+  EXPECT_THAT(taken(), testing::Not(Contains(line)));
+  EXPECT_FALSE(folder("F").autoTab());
+}
+
+TEST_F(ModelLogTest, FolderWithoutANameIsTracedBeforeItsUidIsLookedAt) {
+  EXPECT_EQ(CorvaneBookmarkFolder::bookmarkWithUid(String(), Dictionary{}, map), nullptr);
+  EXPECT_THAT(taken(), ElementsAre("Corvane - skipping record dict for folder without name: {}"));
 }
 
 }  // namespace
