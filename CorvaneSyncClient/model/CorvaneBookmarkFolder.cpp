@@ -20,6 +20,7 @@ CorvaneBookmarkFolder* CorvaneBookmarkFolder::bookmarkWithUid(const String& uid,
     SCLog("Corvane - skipping record dict for folder without name: %@", record);
     return nullptr;
   }
+  if (!uid) return nullptr;
   auto owned = std::make_unique<CorvaneBookmarkFolder>(uid);
   CorvaneBookmarkFolder* folder = owned.get();
   folder->setPosition(kUnknownPosition);

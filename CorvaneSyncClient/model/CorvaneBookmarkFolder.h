@@ -20,7 +20,7 @@ class CorvaneBookmarkFolder : public CorvaneBookmark {
                                                               BookmarkMap& map);
   /// `bookmarkWithUid:dictionary:map:`: builds a folder from an engine record, enters it in `map` in place of
   /// whatever was there, and places it in its parent if the map holds that. Null, with the map untouched, for
-  /// a nameless record.
+  /// a nameless record and for an absent uid.
   static CorvaneBookmarkFolder* bookmarkWithUid(const String& uid, const Dictionary& record,
                                                 BookmarkMap& map);
 

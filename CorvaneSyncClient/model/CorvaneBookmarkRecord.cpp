@@ -10,6 +10,7 @@ namespace corvane {
 
 CorvaneBookmarkRecord* CorvaneBookmarkRecord::bookmarkWithUid(const String& uid, const Dictionary& record,
                                                               BookmarkMap& map) {
+  if (!uid) return nullptr;
   auto owned = std::make_unique<CorvaneBookmarkRecord>(uid);
   CorvaneBookmarkRecord* bookmark = owned.get();
   bookmark->setPosition(kUnknownPosition);

@@ -9,8 +9,8 @@ class CorvaneBookmarkRecord : public CorvaneBookmark {
  public:
   using CorvaneBookmark::CorvaneBookmark;
 
-  /// As the folder's operations of the same names; a bookmark's record needs no name, so the second never
-  /// answers null.
+  /// As the folder's operations of the same names; a bookmark's record needs no name, so that the second
+  /// answers null for an absent uid alone.
   static CorvaneBookmarkRecord* bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
                                                               const String& parentId, std::int32_t position,
                                                               BookmarkMap& map);

@@ -147,5 +147,13 @@ TEST_F(RecordFormTest, SetUrlTakesStringsAndUrlsAndKeepsTheOldOneOtherwise) {
       {"setURL called with an unknown type integer", "setURL called with an unknown type (null)"});
 }
 
+TEST_F(RecordFormTest, NothingIsBuiltUnderAnAbsentUid) {
+  read(rootEntry({bookmarkEntry("A", "a")}));
+  EXPECT_EQ(CorvaneBookmarkFolder::bookmarkWithUid(String(), folderRecord("f", "Root"), map), nullptr);
+  EXPECT_EQ(CorvaneBookmarkRecord::bookmarkWithUid(String(), bookmarkRecord("b", "Root"), map), nullptr);
+  EXPECT_EQ(map.keys(), (std::vector<String>{"Root", "A"}));
+  EXPECT_EQ(childrenOf("Root"), std::vector<std::string>{"A"});
+}
+
 }  // namespace
 }  // namespace corvane
