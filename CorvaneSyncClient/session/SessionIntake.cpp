@@ -205,7 +205,7 @@ void SessionDriverController::_applyHeldAsideFolder(const Dictionary& record, co
   SCLog("_applyHeldAsideFolder:%@ withLocalId:%@", record, withLocalId);
   BookmarkMap& map = *_currentBookmarkDictionary;
   const String parent = folderParentInRecord(record);
-  if (parent && !map.find(parent)) {
+  if (parent && !map.findFolder(parent)) {
     systemLog(
         "Broken invariant: record %@ should have the parent of id %@ in the bookmark dictionary.  It does "
         "not.",

@@ -53,7 +53,7 @@ TopDownFolders topDownFolders(const SyncRecords& folders, const BookmarkMap& map
   std::size_t arrival = 0;
   for (const auto& folder : folders) {
     const String parent = folderParentInRecord(folder.value);
-    if (parent ? map.find(parent) != nullptr : isNamedAsRoot(folder.value)) {
+    if (parent ? map.findFolder(parent) != nullptr : isNamedAsRoot(folder.value)) {
       taken.push_back({0, arrival});
     } else if (!parent) {
       result.parentless.push_back(folder.key);

@@ -61,6 +61,21 @@ TEST_F(PostProcessingTest, ModifiedFolderWithAMissingParentIsSkipped) {
   EXPECT_EQ(tree(working()), "Root(f)");
 }
 
+// A parent id that names a bookmark names no parent: nothing is created under it or moved there.
+TEST_F(PostProcessingTest, BookmarkIsNoParent) {
+  begin(root({leaf("a", "A"), folder("f", "F", {leaf("b", "B")})}));
+  applyFolder(kAdd, "e1", folderRecord("Under a bookmark", "a"));
+  const Dictionary record = folderRecord("New", "a");
+  applyFolder(kModify, "f", record);
+  platform.log.expectMessages({"Broken invariant: record " + description(record) +
+                               " should have the parent of id a in the bookmark dictionary.  It does not."});
+  didPull();
+  EXPECT_EQ(tree(working()), "Root(a f(b))");
+  EXPECT_EQ(working().find("f")->parentId(), "Root");
+  EXPECT_FALSE(working().find("UUID-1"));
+  EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys done.  keys == ()"), 1);
+}
+
 // A pulled root folder record (no parent, name "/") updates the existing "Root" folder rather than creating a
 // second root.
 TEST_F(PostProcessingTest, RootRecordUpdatesTheRoot) {

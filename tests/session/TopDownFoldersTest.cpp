@@ -20,7 +20,7 @@ TopDownFolders passByPass(const SyncRecords& folders, const BookmarkMap& map) {
       const String parent = folderParentInRecord(record);
       const bool drop = !parent && !isNamedAsRoot(record);
       const bool isPlaced = std::find(result.keys.begin(), result.keys.end(), parent) != result.keys.end();
-      const bool place = !drop && (!parent || map.find(parent) || isPlaced);
+      const bool place = !drop && (!parent || map.findFolder(parent) || isPlaced);
       if (drop) result.parentless.push_back(key);
       if (place) result.keys.push_back(key);
       if (drop || place) pending.erase(std::find(pending.begin(), pending.end(), key));
