@@ -3,6 +3,7 @@
 #include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 
@@ -20,7 +21,9 @@ Dictionary withParentFilledIn(const std::optional<Dictionary>& record) {
   return filled;
 }
 
-Dictionary asDictionary(const SyncRecords& records) {
+// A collection for a trace line. Each is made by the first change of its kind: an empty one is none.
+std::optional<Dictionary> asDictionary(const SyncRecords& records) {
+  if (records.empty()) return std::nullopt;
   Dictionary dictionary;
   for (const auto& record : records) dictionary.set(record.key, record.value);
   return dictionary;
@@ -189,8 +192,10 @@ Dictionary SessionDriverController::_localIdRemappedFolderFromRecord(const Dicti
 }
 
 void SessionDriverController::_fillOutAddedFoldersTopDownKeys() {
-  if (SCLogIsOn())
-    SCLog("_fillOutAddedFoldersTopDownKeys.  _addedFolders is %@", asDictionary(_addedFolders));
+  if (SCLogIsOn()) {
+    const std::optional<Dictionary> added = asDictionary(_addedFolders);
+    SCLog("_fillOutAddedFoldersTopDownKeys.  _addedFolders is %@", pointerTo(added));
+  }
   TopDownFolders folders = topDownFolders(_addedFolders, *_currentBookmarkDictionary);
   for (const String& uid : folders.parentless) {
     systemLog("No parent specified for non-root folder.  Skipping %@", *_addedFolders.find(uid));

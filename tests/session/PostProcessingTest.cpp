@@ -136,6 +136,14 @@ TEST_F(PostProcessingTest, RecordWithoutChildrenKeepsNone) {
       SizeIs(1));
 }
 
+TEST_F(PostProcessingTest, CollectionNeverMadeIsTracedAsNothing) {
+  begin(root({folder("f", "F")}));
+  applyFolder(kModify, "f", folderRecord("New", "Root"));
+  didPull();
+  EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys.  _addedFolders is (null)"), 1);
+  EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys done.  keys == ()"), 1) << "these are made each time";
+}
+
 TEST_F(PostProcessingTest, ModifiedFolderMovesWithItsContents) {
   begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
   applyFolder(kModify, "f", folderRecord("F", "g"));
