@@ -95,10 +95,8 @@ bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, 
     SCLog("No Test Corvane Sync Client for %@, file %@ does not exist", _clientId, path);
     return false;
   }
-  // In a directory that is there, a way to the file that leads through another file is a broken link of
-  // somebody's: it is left alone.
-  const bool isBrokenWay = error == std::errc::not_a_directory;
-  if (!isSpecial && _makeDirectory(directory) && !isBrokenWay) _makeBookmarksFile(path);
+  // A link that leads nowhere, through another file included, is replaced as a save would replace it.
+  if (!isSpecial && _makeDirectory(directory)) _makeBookmarksFile(path);
   return true;
 }
 

@@ -210,20 +210,25 @@ TEST_F(SyncManagerTest, LinkThatLeadsInACircleIsLeftAlone) {
   EXPECT_TRUE(fs::is_symlink(bookmarksPath()));
 }
 
-TEST_F(SyncManagerTest, LinkThroughAFileIsLeftAlone) {
-  ASSERT_FALSE(platform.realFiles.write(directory() + "/file", "x"));
-  fs::create_symlink("file/inside", bookmarksPath());
-  platform.log.expectMessages({"Could not read bookmarks file " + bookmarksPath() + ": Not a directory"});
-  EXPECT_FALSE(syncs(kMain));
-  EXPECT_TRUE(fs::is_symlink(bookmarksPath()));
-}
-
 // A link to nothing is nothing, and is replaced as a save would replace it.
 TEST_F(SyncManagerTest, LinkToNothingIsReplaced) {
   fs::create_symlink("nowhere", bookmarksPath());
   EXPECT_TRUE(CorvaneSyncManager::initWithClientId(kMain));
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(bookmarksPath())));
   EXPECT_FALSE(fs::exists(directory() + "/nowhere"));
+}
+
+TEST_F(SyncManagerTest, LinkThroughAFileIsReplacedAsALinkToNothingIs) {
+  ASSERT_FALSE(platform.realFiles.write(directory() + "/file", "x"));
+  fs::create_symlink("file/inside", bookmarksPath());
+  EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Bookmarks.plist"));
+  EXPECT_TRUE(fs::is_symlink(bookmarksPath())) << "test clients never create files";
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(bookmarksPath())));
+  EXPECT_TRUE(savedBookmarks()->empty());
+  std::string other;
+  ASSERT_FALSE(platform.realFiles.read(directory() + "/file", other));
+  EXPECT_EQ(other, "x");
 }
 
 TEST_F(SyncManagerTest, DirectoryInTheFilesPlaceStands) {

@@ -191,6 +191,18 @@ TEST_F(AtomicWrite, aLinkItselfIsReplaced) {
   EXPECT_EQ(target, "target");
 }
 
+TEST_F(AtomicWrite, aLinkThatLeadsNowhereIsReplaced) {
+  ASSERT_FALSE(files.write(directory / "file", "file"));
+  for (const char* target : {"none", "file/inside"}) {
+    ASSERT_EQ(symlink(target, path.c_str()), 0);
+    EXPECT_FALSE(files.writeAtomically(path, "new")) << target;
+    EXPECT_FALSE(std::filesystem::is_symlink(path)) << target;
+    EXPECT_EQ(contents(), "new");
+    ASSERT_FALSE(files.remove(path));
+  }
+  EXPECT_EQ(files.writeAtomically(directory / "file/inside", "new"), std::errc::not_a_directory);
+}
+
 TEST_F(AtomicWrite, aDirectoryIsNotReplaced) {
   ASSERT_FALSE(files.makeDirectory(path, 0700));
   EXPECT_EQ(files.writeAtomically(path, "new"), std::errc::is_a_directory);

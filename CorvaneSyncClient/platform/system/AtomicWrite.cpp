@@ -140,10 +140,10 @@ std::error_code synchronizeDirectory(const FileDescriptor& directory) {
 }
 
 /// What stands at `path`, links followed; `hasOld` tells whether it is a regular file. Nothing being there is
-/// no error.
+/// no error, be it for a link that leads nowhere or through a file.
 std::error_code examineOld(const std::string& path, struct stat& old, bool& hasOld) {
   hasOld = ::stat(path.c_str(), &old) == 0;
-  if (!hasOld) return errno == ENOENT ? std::error_code() : lastSystemError();
+  if (!hasOld) return errno == ENOENT || errno == ENOTDIR ? std::error_code() : lastSystemError();
   hasOld = S_ISREG(old.st_mode);
   return {};
 }
