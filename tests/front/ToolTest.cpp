@@ -214,5 +214,23 @@ TEST_F(ToolTest, RegistersAndUnregistersAClient) {
   EXPECT_EQ(statusOf(installation, {"--unregistersyncclient", "com.keldra.Corvane"}), 1);
 }
 
+// The cause is a trace line: with diagnostics off, a registration that fails answers 1 and no more.
+TEST_F(ToolTest, RegistrationThatFailsSaysNothing) {
+  const auto description = std::filesystem::canonical(installation.tool()).parent_path().parent_path() /
+                           "Resources/CorvaneClientDescription.plist";
+  std::ofstream(description) << "( rubbish )";
+  const std::vector<std::string> registers = {"--registersyncclient", "com.keldra.Corvane"};
+  EXPECT_EQ(statusOf(installation, registers), 1);
+  EXPECT_EQ(statusOf(installation, {"--registersyncclient", ""}), 1);
+  EXPECT_EQ(said(), "");
+  EXPECT_EQ(installation.systemLog(), std::vector<std::string>{});
+
+  std::filesystem::create_directories(installation.home() + "/Library/Preferences");
+  std::ofstream(installation.home() + "/Library/Preferences/com.keldra.Corvane.plist") << "{ SCLog = YES; }";
+  EXPECT_EQ(statusOf(installation, registers), 1);
+  expectedLog = {"Loomer - cannot register client com.keldra.Corvane with description " +
+                 description.string() + ": it is no dictionary but a array"};
+}
+
 }  // namespace
 }  // namespace corvane

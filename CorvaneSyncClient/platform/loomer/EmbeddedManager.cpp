@@ -1,10 +1,17 @@
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 
+#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/platform/loomer/ClientDescription.h"
 #include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
+
+namespace {
+
+constexpr const char* kCannotRegister = "Loomer - cannot register client %@ with description %@: %@";
+
+}  // namespace
 
 std::string storePathForHome(const std::string& homeDirectory) {
   return joinedPath(homeDirectory, "Library/Application Support/Loomer/Truth.db");
@@ -26,18 +33,25 @@ EmbeddedClient* EmbeddedManager::clientWithIdentifier(const String& identifier) 
   return client.get();
 }
 
-LoomerClient* EmbeddedManager::registerClientWithIdentifier(const String& identifier,
-                                                            const std::string& descriptionFilePath) {
-  std::string problem;
+EmbeddedClient* EmbeddedManager::registerClient(const String& identifier,
+                                                const std::string& descriptionFilePath,
+                                                std::string& problem) {
   const auto description = readClientDescription(descriptionFilePath, problem);
-  if (!description || !identifier || identifier.empty()) {
-    if (description) problem = "the client has no identifier";
-    systemLog("Loomer - cannot register client %@ with description %@: %@", identifier, descriptionFilePath,
-              problem);
+  if (!description) return nullptr;
+  if (identifier.empty()) {
+    problem = "the client has no identifier";
     return nullptr;
   }
   _table.enter(identifier, *description, Platform::current().clock.now());
   return clientWithIdentifier(identifier);
+}
+
+LoomerClient* EmbeddedManager::registerClientWithIdentifier(const String& identifier,
+                                                            const std::string& descriptionFilePath) {
+  std::string problem;
+  LoomerClient* client = registerClient(identifier, descriptionFilePath, problem);
+  if (!client) SCLog(kCannotRegister, identifier, descriptionFilePath, problem);
+  return client;
 }
 
 LoomerClient* EmbeddedManager::registerClientWithIdentifier(
@@ -49,7 +63,11 @@ LoomerClient* EmbeddedManager::registerClientWithIdentifier(
               identifier, descriptionBundleRelativePath, descriptionBundleId);
     return nullptr;
   }
-  return registerClientWithIdentifier(identifier, joinedPath(bundle->path(), descriptionBundleRelativePath));
+  const std::string path = joinedPath(bundle->path(), descriptionBundleRelativePath);
+  std::string problem;
+  LoomerClient* client = registerClient(identifier, path, problem);
+  if (!client) systemLog(kCannotRegister, identifier, path, problem);
+  return client;
 }
 
 void EmbeddedManager::unregisterClient(LoomerClient& client) {

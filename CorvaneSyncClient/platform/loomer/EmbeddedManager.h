@@ -24,6 +24,10 @@ class EmbeddedManager : public LoomerManager {
                                              const std::string& descriptionFilePath) override;
   LoomerClient* registerClientWithIdentifier(const String& identifier, const String& descriptionBundleId,
                                              const std::string& descriptionBundleRelativePath) override;
+  /// As `registerClientWithIdentifier:descriptionFilePath:`, with the cause given to the caller in place of
+  /// the log.
+  EmbeddedClient* registerClient(const String& identifier, const std::string& descriptionFilePath,
+                                 std::string& problem);
   void unregisterClient(LoomerClient& client) override;
   std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource) override;

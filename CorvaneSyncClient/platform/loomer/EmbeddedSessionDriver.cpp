@@ -66,14 +66,13 @@ void EmbeddedSessionDriver::findClient() {
   if (_client) return;
   const auto url = _dataSource.clientDescriptionURL();
   const auto path = url ? pathOfFileUrl(*url) : std::nullopt;
-  if (path && _manager.registerClientWithIdentifier(identifier, *path)) {
-    _client = _manager.clientWithIdentifier(identifier);
-  }
+  std::string problem = "it cannot be found";
+  if (path) _client = _manager.registerClient(identifier, *path, problem);
   if (_client) return;
   throw SessionCancelled{
-      format("The client %@ is not registered, and its description (%@) cannot be used to register it. "
-             "Install the client again.",
-             identifier, url ? url->text : String("there is none"))};
+      format("The client %@ is not registered, and its description (%@) cannot be used to "
+             "register it: %@. Install the client again.",
+             identifier, url ? url->text : String("there is none"), problem)};
 }
 
 std::string EmbeddedSessionDriver::noteRefusal(const Session& session) {

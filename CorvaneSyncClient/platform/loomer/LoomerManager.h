@@ -21,11 +21,13 @@ class LoomerManager {
   virtual LoomerClient* clientWithIdentifier(const String& identifier) = 0;
   /// `registerClientWithIdentifier:descriptionFilePath:`: registers the client that the property list
   /// describes, or answers the existing registration with its description renewed. Null, with a line in the
-  /// system log that names path and cause, when the description cannot be used.
+  /// diagnostic log that names path and cause, when the description cannot be used: saying so is the
+  /// caller's, who may have to keep silent.
   virtual LoomerClient* registerClientWithIdentifier(const String& identifier,
                                                      const std::string& descriptionFilePath) = 0;
   /// `registerClientWithIdentifier:descriptionBundleId:descriptionBundleRelativePath:`: as above, the
-  /// description named by a bundle's identifier and a path relative to that bundle.
+  /// description named by a bundle's identifier and a path relative to that bundle; the line is one in the
+  /// system log.
   virtual LoomerClient* registerClientWithIdentifier(const String& identifier,
                                                      const String& descriptionBundleId,
                                                      const std::string& descriptionBundleRelativePath) = 0;

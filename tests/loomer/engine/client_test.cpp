@@ -52,7 +52,9 @@ TEST_F(ClientTest, RegisteringAgainRenewsADescriptionThatDiffers) {
   EXPECT_EQ(client->objectForKey("kept"), Value(7));
 }
 
-TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndOneLogLineEach) {
+// By its path a client may be registered for a command that must not say anything; by its bundle it is
+// registered for a session.
+TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndABundlesOneLogLine) {
   struct Row {
     const char* phrase;
     std::string bytes;
@@ -92,7 +94,11 @@ TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndOneLogLineEach) {
     platform.realFiles.write(descriptionPath, row.bytes);
     platform.log.messages.clear();
     EXPECT_EQ(enter("a"), nullptr);
-    ASSERT_EQ(platform.log.messages.size(), 1u);
+    EXPECT_TRUE(platform.log.messages.empty()) << "by its path";
+    EXPECT_EQ(
+        manager().registerClientWithIdentifier("a", "com.keldra.Corvane", "CorvaneClientDescription.plist"),
+        nullptr);
+    ASSERT_EQ(platform.log.messages.size(), 1u) << "by its bundle";
     EXPECT_THAT(platform.log.messages[0], testing::HasSubstr(descriptionPath));
     EXPECT_THAT(platform.log.messages[0], testing::HasSubstr(row.cause));
     EXPECT_EQ(manager().clientWithIdentifier("a"), nullptr);

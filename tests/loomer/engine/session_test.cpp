@@ -249,10 +249,9 @@ TEST_F(SessionTest, RegistersTheClientFromTheDescription) {
 TEST_F(SessionTest, NoClientIsAnErrorAndNoSessionBegins) {
   first = makeClient("new");
   first->description = Url{"file:///nowhere/description.plist"};
-  platform.log.expectMessages(
-      {"Loomer - cannot register client new with description /nowhere/description.plist: No "
-       "such file or directory"});
-  EXPECT_THAT(first->sync(), HasSubstr("file:///nowhere/description.plist"));
+  EXPECT_THAT(first->sync(),
+              HasSubstr("its description (file:///nowhere/description.plist) cannot be used to "
+                        "register it: No such file or directory."));
   EXPECT_THAT(first->calls, ElementsAre());
 }
 
