@@ -139,6 +139,16 @@ TEST_F(FileFormTest, UnknownKeysSurviveButNotInsideTheUriDictionary) {
   EXPECT_EQ(*children[1].as<Dictionary>()->dictionary("Sync"), sync);
 }
 
+// A folder's title stands under "Title", and what stands under "title" in its entry is unknown; a bookmark's
+// own titles stand under "title", and its "Title" is unknown.
+TEST_F(FileFormTest, KeysThatMeanATitleInTheOtherKindOnlySurvive) {
+  read(rootEntry({with(folderEntry("F", "f"), "title", "the folder's"),
+                  with(bookmarkEntry("A", "a"), "Title", "the bookmark's")}));
+  EXPECT_TRUE(writtenChild(0).string("title") == "the folder's");
+  EXPECT_TRUE(writtenChild(0).string("Title") == "f");
+  EXPECT_TRUE(writtenChild(1).string("Title") == "the bookmark's");
+}
+
 TEST_F(FileFormTest, AutoTabIsWrittenOnlyWhenTrue) {
   // A folder with "WebBookmarkAutoTab" false is written without that key.
   read(rootEntry({with(folderEntry("F", "f"), "WebBookmarkAutoTab", false),

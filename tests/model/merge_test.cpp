@@ -60,6 +60,47 @@ TEST_F(MergeTest, LocalPositionKeepsPlaceWhileOtherFieldsAreDecided) {
   EXPECT_TRUE(moved.find("A")->asRecord()->url() == "http://new/");
 }
 
+// The lists stand in another order than the positions, so that any re-placing shows.
+TEST_F(MergeTest, NodeWithALocalPositionStaysWhereItIsListed) {
+  BookmarkMap moved;
+  CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(
+      rootEntry({bookmarkEntry("A", "a", "http://a/"), folderEntry("F", "f"), bookmarkEntry("X", "x"),
+                 bookmarkEntry("Y", "y")}),
+      String(), 0, moved);
+  const std::vector<String> listed{"X", "A", "Y", "F"};
+  moved.root()->setChildren(listed);
+  moved.find("A")->applyChangesFromVessynDictionary(bookmarkChange("a", "http://a/", 1), original->find("A"),
+                                                    moved);
+  EXPECT_EQ(*moved.root()->children(), listed);
+  Dictionary record = folderRecord("f", "Root");
+  record.set(LoomerAttribute_Bookmarks_Folder_Position, 3);
+  moved.find("F")->applyChangesFromVessynDictionary(record, original->find("F"), moved);
+  EXPECT_EQ(*moved.root()->children(), listed);
+}
+
+TEST_F(MergeTest, RecordWithoutAPositionPlacesTheNodeAnewAllTheSame) {
+  Dictionary bookmarkRecord = bookmarkChange("a", "http://a/", 0);
+  bookmarkRecord.remove(LoomerAttribute_Bookmarks_Bookmark_Position);
+  const struct {
+    const char* uid;
+    Dictionary record;
+  } rows[] = {{"A", bookmarkRecord}, {"F", folderRecord("f", "Root")}};
+  for (const auto& row : rows) {
+    for (const bool overwrites : {false, true}) {
+      SCOPED_TRACE(std::string(row.uid) + (overwrites ? " overwritten" : " merged"));
+      map.root()->setChildren({"F", "X", "Y", "A"});
+      if (overwrites) {
+        node(row.uid).updateWithVessynDictionary(row.record, map);
+      } else {
+        merge(row.uid, row.record);
+      }
+      const bool isA = std::string(row.uid) == "A";
+      EXPECT_EQ(childrenOf("Root"), (isA ? std::vector<std::string>{"A", "F", "X", "Y"}
+                                         : std::vector<std::string>{"X", "Y", "A", "F"}));
+    }
+  }
+}
+
 TEST_F(MergeTest, WithoutOriginalEveryEngineValueIsApplied) {
   // Merge with no original: all engine values applied; an engine record without a name clears the title.
   node("A").setTitle("renamed");

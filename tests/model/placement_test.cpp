@@ -150,6 +150,15 @@ TEST_F(PlacementTest, FirstChildMakesTheList) {
   EXPECT_EQ(childrenOf("F"), std::vector<std::string>{"A"});
 }
 
+TEST_F(PlacementTest, ChildWithoutAUidIsNotPlaced) {
+  const CorvaneBookmarkRecord nameless{String()};
+  map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
+  folder("F").addChild(nameless, map);
+  EXPECT_EQ(folder("F").children(), nullptr);
+  parent("G", {"b"}).addChild(nameless, map);
+  EXPECT_EQ(childrenOf("G"), std::vector<std::string>{"b"});
+}
+
 TEST_F(PlacementTest, RemovingTakesOutEveryOccurrence) {
   // Removing a child whose uid is listed twice removes both.
   add("A", kBookmark, "a", 0);
@@ -193,7 +202,7 @@ std::size_t literalPlace(const std::vector<String>& uids, const CorvaneBookmark&
 }
 
 // Random edits of one long list of the root, and of a second folder that lists some of the same uids, with
-// siblings that are renamed, moved, replaced and missing in between.
+// siblings that are renamed, moved, replaced, made special and missing in between.
 class LongList {
  public:
   LongList() {
@@ -210,7 +219,7 @@ class LongList {
 
   void step() {
     const int i = *rc::gen::inRange(0, 120);
-    switch (*rc::gen::inRange(0, 6)) {
+    switch (*rc::gen::inRange(0, 7)) {
       case 0:
         return change(i);
       case 1:
@@ -224,6 +233,8 @@ class LongList {
       case 4:
         if (map.find(uid(i))) add(*map.findFolder("Other"), other, i, false);
         return;
+      case 5:
+        return makeSpecial(i);
       default:
         if (map.find(uid(i))) add(*map.root(), expected, i, true);
     }
@@ -255,6 +266,16 @@ class LongList {
     map.find(uid(i))->updateWithVessynDictionary(record, map);
   }
 
+  // As the engine's record of a special folder does: it is special once it has its place in the root.
+  void makeSpecial(int i) {
+    Dictionary record = folderRecord(*rc::gen::element("a", "B", "z"), "Root");
+    record.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
+    CorvaneBookmarkFolder::bookmarkWithUid(uid(i), record, map);
+    std::erase(expected, uid(i));
+    const std::size_t place = literalPlace(expected, *map.find(uid(i)), true, map);
+    expected.insert(expected.begin() + static_cast<std::ptrdiff_t>(place), uid(i));
+  }
+
   void add(CorvaneBookmarkFolder& folder, std::vector<String>& list, int i, bool inRoot) {
     const CorvaneBookmark& child = *map.find(uid(i));
     const std::size_t place = literalPlace(list, child, inRoot, map);
@@ -281,6 +302,21 @@ RC_GTEST_PROP(PlacementProperty, LongListsAnswerLikeTheWalk, ()) {
     if (*rc::gen::inRange(0, 8) == 0) list.check();
   }
   list.check();
+}
+
+TEST_F(PlacementTest, LongListIsToldThatAListedFolderBecameSpecial) {
+  read(rootEntry({}));
+  std::vector<String> uids;
+  for (int i = 0; i < 100; ++i)
+    uids.push_back(add(("u" + std::to_string(i)).c_str(), kBookmark, "m", i).uid());
+  map.root()->setChildren(uids);
+  Dictionary record = folderRecord("z", "Root");
+  record.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
+  CorvaneBookmarkFolder::bookmarkWithUid("S", record, map);
+  ASSERT_EQ(childrenOf("Root").front(), "S");
+  map.root()->addChild(add("NEW", kBookmark, "a", kUnknownPosition), map);
+  uids.insert(uids.begin(), {"S", "NEW"});
+  EXPECT_EQ(*map.root()->children(), uids) << "the new one goes behind the special folder";
 }
 
 TEST_F(PlacementTest, UidListedInManyFoldersIsChangedWithoutVisitingThemAll) {

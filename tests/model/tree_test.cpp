@@ -21,6 +21,60 @@ TEST_F(TreeTest, NodesWithAbsentTitlesAreEqualOnlyToThemselves) {
   EXPECT_TRUE(a.isEqual(b));
 }
 
+TEST_F(TreeTest, NodesOfEveryKindAreEqualToThemselvesWhateverTheyLack) {
+  const CorvaneBookmark plain("U");
+  const CorvaneBookmarkFolder folder("U");
+  const CorvaneBookmarkRecord record("U");
+  EXPECT_TRUE(plain.isEqual(plain));
+  EXPECT_TRUE(folder.isEqual(folder));
+  EXPECT_TRUE(record.isEqual(record));
+}
+
+TEST_F(TreeTest, ParentsAbsentOnBothSidesAreNotEqual) {
+  CorvaneBookmark a("U");
+  CorvaneBookmark b("U");
+  a.setTitle("T");
+  b.setTitle("T");
+  EXPECT_FALSE(a.isEqual(b));
+  a.setParentId("P");
+  EXPECT_FALSE(a.isEqual(b));
+  EXPECT_FALSE(b.isEqual(a));
+}
+
+TEST_F(TreeTest, ListsOfChildrenAbsentOnBothSidesAreNotEqual) {
+  CorvaneBookmarkFolder a("U");
+  CorvaneBookmarkFolder b("U");
+  for (CorvaneBookmarkFolder* folder : {&a, &b}) {
+    folder->setTitle("T");
+    folder->setParentId("P");
+  }
+  EXPECT_FALSE(a.isEqual(b));
+  a.setChildren({});
+  EXPECT_FALSE(a.isEqual(b));
+  EXPECT_FALSE(b.isEqual(a));
+  b.setChildren({});
+  EXPECT_TRUE(a.isEqual(b)) << "empty lists are equal";
+}
+
+TEST_F(TreeTest, SpecialIgnoredAndTheKeptEntryTakeNoPartInEquality) {
+  read(rootEntry({folderEntry("F", "BookmarksBar"), bookmarkEntry("A", "a")}));
+  BookmarkMap other;
+  CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(
+      rootEntry({folderEntry("First", "BookmarksBar"),
+                 with(with(folderEntry("F", "BookmarksBar"), "ShouldOmitFromUI", true), "Sync", "mine"),
+                 with(with(bookmarkEntry("A", "a"), "ShouldOmitFromUI", true), "Sync", "mine")}),
+      String(), 0, other);
+  ASSERT_NE(node("F").special(), other.find("F")->special());
+  for (const char* uid : {"F", "A"}) {
+    SCOPED_TRACE(uid);
+    ASSERT_NE(node(uid).isIgnoredBySync(), other.find(uid)->isIgnoredBySync());
+    ASSERT_NE(node(uid).initialCorvaneDictionaryRepresentation(),
+              other.find(uid)->initialCorvaneDictionaryRepresentation());
+    EXPECT_TRUE(node(uid).isEqual(*other.find(uid)));
+    EXPECT_TRUE(other.find(uid)->isEqual(node(uid)));
+  }
+}
+
 TEST_F(TreeTest, EqualityComparesUidTitleAndParent) {
   const auto make = [](const char* uid, const char* title, const char* parent) {
     auto made = std::make_unique<CorvaneBookmark>(uid);
@@ -111,6 +165,20 @@ TEST_F(TreeTest, DeepMutableCopyKeepsNodesMarkersAndOrder) {
   copy->findFolder("Bar")->setChildren({});
   EXPECT_TRUE(source.find("A")->title() == "a");
   EXPECT_EQ(source.findFolder("Bar")->children()->size(), 1u);
+}
+
+TEST_F(TreeTest, MarkerStandsUnderItselfInACopyToo) {
+  read(rootEntry({folderEntry("Bar", "BookmarksBar"), folderEntry("Menu", "BookmarksMenu")}));
+  const auto copy = map.scDeepMutableCopy();
+  for (const BookmarkMap* each : {&map, copy.get()}) {
+    std::vector<std::pair<std::string, std::string>> markers;
+    for (const auto& [key, entry] : *each) {
+      if (!entry.node) markers.emplace_back(key.toString(), entry.marker.toString());
+    }
+    const std::string bar = "BookmarksBar-SpecialBookmarkKey";
+    const std::string menu = "BookmarksMenu-SpecialBookmarkKey";
+    EXPECT_EQ(markers, (std::vector<std::pair<std::string, std::string>>{{bar, bar}, {menu, menu}}));
+  }
 }
 
 TEST_F(TreeTest, RootStaysTheRootConstantAfterCopying) {

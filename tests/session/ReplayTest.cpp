@@ -7,6 +7,7 @@
 namespace corvane {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
@@ -132,6 +133,22 @@ TEST_F(ReplayTest, EngineMovesWhatTheBrowserLeft) {
   EXPECT_EQ(diagnosed(kId + "apply move for bookmark with uid a"), 1);
 }
 
+// The browser reordered the bookmark, so that merging its attributes does not place it: the move does.
+TEST_F(ReplayTest, MovedBookmarkThatTheBrowserReorderedIsListedInItsNewFolder) {
+  begin(root({folder("f", "F", {leaf("a", "A"), leaf("b", "B")}), folder("g", "G", {leaf("c", "C")})}));
+  applyBookmark(kModify, "a", atPosition(bookmarkRecord("A", "g"), 0));
+  const auto map = replayed(
+      root({folder("f", "F", {leaf("b", "B"), leaf("a", "A")}), folder("g", "G", {leaf("c", "C")})}));
+  EXPECT_EQ(tree(*map), "Root(f(b) g(c a))");
+}
+
+TEST_F(ReplayTest, MovedFolderThatTheBrowserReorderedIsListedInItsNewFolder) {
+  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  applyFolder(kModify, "f", folderRecord("F", "g"));
+  didPull();
+  EXPECT_EQ(tree(*replayed(root({folder("g", "G"), folder("f", "F", {leaf("a", "A")})}))), "Root(g(f(a)))");
+}
+
 // A bookmark moved both in the browser and by the engine stays where the browser put it, and the engine's
 // other attribute changes are still merged.
 TEST_F(ReplayTest, BrowsersMoveWins) {
@@ -205,6 +222,66 @@ TEST_F(ReplayTest, FolderModificationsAreReplayedTranslated) {
   const auto map = replayed(root({folder("f", "F")}));
   EXPECT_EQ(tree(*map), "Root(UUID-1(f))");
   EXPECT_EQ(map->find("f")->title(), "Renamed");
+}
+
+// Deletions come before additions: a folder without a position finds its place by title among those that
+// are left.
+TEST_F(ReplayTest, FoldersAndBookmarksAreDeletedBeforeFoldersAreAdded) {
+  const struct {
+    Value entry;
+    String entity;
+  } doomed[] = {{folder("x", "Zeta"), LoomerEntity_Bookmarks_Folder},
+                {leaf("x", "Zeta"), LoomerEntity_Bookmarks_Bookmark}};
+  for (const auto& each : doomed) {
+    const Dictionary file = root({each.entry, folder("g", "Alpha")});
+    begin(file);
+    applyFolder(kAdd, "e1", folderRecord("Beta", "Root"));
+    const std::string added = remapped.toString();
+    apply(kDelete, "x", std::nullopt, each.entity);
+    didPull();
+    EXPECT_EQ(tree(*replayed(file)), "Root(g " + added + ")") << each.entity.view();
+  }
+}
+
+// Within each phase, changes are replayed in the order in which they arrived, whatever they are called.
+TEST_F(ReplayTest, EachPhaseIsReplayedInTheOrderOfArrival) {
+  const Dictionary file = root({folder("p", "P"), folder("z", "Z"), folder("m", "M"), folder("b", "B"),
+                                leaf("q", "Q"), leaf("y", "Y"), leaf("n", "N"), leaf("c", "C")});
+  begin(file);
+  platform.uuids.given = {"u9", "u1", "u8", "u2"};
+  applyFolder(kDelete, "p");
+  applyFolder(kDelete, "b");
+  applyFolder(kModify, "z", folderRecord("Z2", "Root"));
+  applyFolder(kModify, "m", folderRecord("M2", "Root"));
+  applyFolder(kAdd, "e9", folderRecord("Nine", "Root"));
+  applyFolder(kAdd, "e1", folderRecord("One", "Root"));
+  applyBookmark(kDelete, "q");
+  applyBookmark(kDelete, "c");
+  applyBookmark(kModify, "y", bookmarkRecord("Y2", "Root"));
+  applyBookmark(kModify, "n", bookmarkRecord("N2", "Root"));
+  applyBookmark(kAdd, "e8", bookmarkRecord("Eight", "Root"));
+  applyBookmark(kAdd, "e2", bookmarkRecord("Two", "Root"));
+  platform.log.diagnostics.clear();
+  replayed(file);
+  std::vector<std::string> replays;
+  for (const std::string& line : platform.log.diagnostics) {
+    for (const char* begins : {"apply delete called for bookmark with uid ",
+                               "apply add called for bookmark with uid ", "applying title change of "}) {
+      if (line.find(begins) != std::string::npos) replays.push_back(line);
+    }
+  }
+  EXPECT_THAT(replays, ElementsAre(kId + "apply delete called for bookmark with uid p",
+                                   kId + "apply delete called for bookmark with uid b",
+                                   kId + "apply delete called for bookmark with uid q",
+                                   kId + "apply delete called for bookmark with uid c",
+                                   kId + "apply add called for bookmark with uid u9",
+                                   kId + "apply add called for bookmark with uid u1",
+                                   "applying title change of bookmark z, new title: Z2",
+                                   "applying title change of bookmark m, new title: M2",
+                                   kId + "apply add called for bookmark with uid u8",
+                                   kId + "apply add called for bookmark with uid u2",
+                                   "applying title change of bookmark y, new title: Y2",
+                                   "applying title change of bookmark n, new title: N2"));
 }
 
 // Modified folders come before added bookmarks: one without a position finds its place by title among folders

@@ -1,7 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
+#include <ctime>
+#include <optional>
+
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "tests/session/SessionTest.h"
+#include "tests/system/ScopedVariable.h"
 
 namespace corvane {
 namespace {
@@ -11,6 +16,24 @@ constexpr const char* kReloading =
 constexpr const char* kSaved =
     "com.keldra.Corvane - Engine pushed changes and we modified bookmarks file at ";
 constexpr const char* kGivingUp = "com.keldra.Corvane - Could not save bookmarks file, giving up";
+const std::string kRequiredVersion =
+    "The required version of Corvane needed to Sync bookmarks has never been run. Please make sure you have "
+    "installed the latest release of Corvane and run it at least once before syncing your bookmarks.";
+
+// Sets the process's time zone for a scope.
+class ScopedTimeZone {
+ public:
+  explicit ScopedTimeZone(const char* zone) : _variable(std::in_place, "TZ", zone) { tzset(); }
+  ~ScopedTimeZone() {
+    _variable.reset();
+    tzset();
+  }
+  ScopedTimeZone(const ScopedTimeZone&) = delete;
+  ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
+
+ private:
+  std::optional<ScopedVariable> _variable;
+};
 
 // Sessions that delete bookmark "a" and finish.
 class SyncManagerSaveTest : public SessionTest {
@@ -89,6 +112,21 @@ TEST_F(SyncManagerSaveTest, SavesOnceWhenNobodyInterferes) {
   EXPECT_EQ(diagnosticsWith("dict for disk is {").size(), 1u);
 }
 
+// The success line shows the new file's date on the user's clock, with the clock's distance from UTC.
+TEST_F(SyncManagerSaveTest, SuccessLineTellsTheDateInTheUsersZone) {
+  constexpr int kAhead = 5 * 3600 + 45 * 60;  // Kathmandu
+  const ScopedTimeZone zone("NPT-5:45");
+  EXPECT_TRUE(sync());
+  constexpr std::time_t kReferenceDate = 978'307'200;  // 2001-01-01 00:00:00 UTC
+  const std::time_t shown =
+      kReferenceDate + static_cast<std::time_t>(std::floor(fileDate().seconds)) + kAhead;
+  std::tm fields{};
+  gmtime_r(&shown, &fields);
+  char text[32];
+  ASSERT_NE(std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &fields), 0u);
+  EXPECT_EQ(diagnosed(kSaved + std::string(text) + " +0545"), 1);
+}
+
 // A save that fails three times because the file keeps changing and then succeeds: three reload-and-merge
 // passes, one success line, the date of the fourth save returned.
 TEST_F(SyncManagerSaveTest, MergesThreeTimesAndSavesTheFourth) {
@@ -145,12 +183,17 @@ TEST_F(SyncManagerSaveTest, MessagesAreLocalized) {
 TEST_F(SyncManagerSaveTest, ChangedFileThatCannotBeMappedIsInvalid) {
   beforeFinish = [this] { ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), "rubbish")); };
   expectRubbish();
-  EXPECT_EQ(raised(),
-            "CorvaneBookmarksInvalidException: The required version of Corvane needed to Sync bookmarks has "
-            "never been "
-            "run. Please make sure you have installed the latest release of Corvane and run it at least once "
-            "before "
-            "syncing your bookmarks.");
+  EXPECT_EQ(raised(), "CorvaneBookmarksInvalidException: " + kRequiredVersion);
+}
+
+TEST_F(SyncManagerSaveTest, RequiredVersionMessageIsLocalizedInTheDefaultTable) {
+  platform.bundles.own.localizedTexts["Localizable"][kRequiredVersion] = "Nie benutzt.";
+  for (const char* other : {"CorvaneSyncClient", "Corvane Sync Client"}) {
+    platform.bundles.own.localizedTexts[other][kRequiredVersion] = "from another table";
+  }
+  beforeFinish = [this] { ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), "rubbish")); };
+  expectRubbish();
+  EXPECT_EQ(raised(), "CorvaneBookmarksInvalidException: Nie benutzt.");
 }
 
 // The reload after the tenth save is performed too: what it raises comes before giving up.
