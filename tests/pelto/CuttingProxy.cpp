@@ -52,13 +52,30 @@ std::string receiveSome(int from, std::size_t most = 65536) {
 }
 
 /// Reads the server's answer up to "ready for query", its last message, or to the connection's end.
-void awaitAnswer(int server) {
+std::string awaitAnswer(int server) {
   std::string answer;
   while (answer.size() < 6 || answer.compare(answer.size() - 6, 5, std::string("Z\0\0\0\5", 5)) != 0) {
     const std::string more = receiveSome(server);
-    if (more.empty()) return;
+    if (more.empty()) break;
     answer += more;
   }
+  return answer;
+}
+
+/// Sends the answer without its end, and its rows for as long as somebody takes them.
+void sendForEver(int client, const std::string& answer) {
+  std::string beforeRows, rows;
+  for (std::size_t at = 0; at + 5 <= answer.size();) {
+    const std::string message = answer.substr(at, 1 + loadBigEndian(answer.data() + at + 1, 4));
+    at += message.size();
+    if (message[0] == 'D') {
+      rows += message;
+    } else if (rows.empty()) {
+      beforeRows += message;
+    }
+  }
+  bool isTaken = !rows.empty() && sendAll(client, beforeRows);
+  while (isTaken) isTaken = sendAll(client, rows);
 }
 
 /// What is passed on piece by piece must not wait for the other side's acknowledgement.
@@ -196,11 +213,16 @@ bool CuttingProxy::carryMessages(std::string& pending, bool& isStarted, int clie
     // A query, or the end of one given in pieces.
     const bool isAnswered = isStarted && (message[0] == 'Q' || message[0] == 'S');
     if (!isStarted) isStarted = loadBigEndian(message.data() + 4, 4) != kEncryptionRequest;
+    std::string answer;
     {
       const std::lock_guard lock(_mutex);
-      if (isAnswered && number == _cut && _moment == Moment::after) awaitAnswer(server);
+      if (isAnswered && number == _cut && _moment != Moment::before) answer = awaitAnswer(server);
     }
     if (isCut(number, Moment::after)) return false;
+    if (isCut(number, Moment::endless)) {
+      sendForEver(client, answer);
+      return false;
+    }
   }
 }
 

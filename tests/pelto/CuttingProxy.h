@@ -15,8 +15,9 @@ namespace corvane {
 class CuttingProxy {
  public:
   enum class Moment {
-    before,  ///< the server never sees the message; the client's connection is reset
-    after,   ///< the server has answered it, the client never hears of that; the connection is closed
+    before,   ///< the server never sees the message; the client's connection is reset
+    after,    ///< the server has answered it, the client never hears of that; the connection is closed
+    endless,  ///< the client hears the rows of the server's answer again and again, until it closes
   };
 
   explicit CuttingProxy(int serverPort);

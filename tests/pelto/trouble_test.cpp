@@ -249,6 +249,69 @@ TEST_F(TroubleTest, PasswordsComeFromTheAccountAlone) {
   EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
 }
 
+TEST_F(TroubleTest, AnswerWhoseRowsNeverEndIsGivenUp) {
+  give({bookmark("A", "http://a/")});
+  CuttingProxy proxy(server.port());
+  PostgresHub flooded(proxy.through(url), computer, {5.0, 4.0});
+  flooded.news({});
+  proxy.cutAt(0);
+  flooded.news({});
+  const int messages = proxy.messages();
+  int endless = 0;
+  for (int message = 1; message <= messages; ++message) {
+    SCOPED_TRACE(message);
+    proxy.cutAt(0);
+    EXPECT_EQ(failureOf([&] { flooded.news({}); }), "");
+    proxy.cutAt(message, CuttingProxy::Moment::endless);
+    const std::string reason = failureOf([&] { flooded.news({}); });
+    if (reason.find("it gives more than was asked for") != std::string::npos) ++endless;
+  }
+  EXPECT_EQ(endless, 2) << "that of the account, and that of the records";
+}
+
+/// A service that has always one more page of records, and makes what it likes of the account's limits.
+class EndlessTest : public TroubleTest {
+ protected:
+  static void SetUpTestSuite() {
+    postgresServer().makeDatabase("endless");
+    postgresServer().setUpHub("endless");
+    postgresServer().administer(
+        "DROP TABLE corvane_hub.records;"
+        "CREATE VIEW corvane_hub.records AS SELECT a.id AS account,"
+        "  (extract(epoch FROM clock_timestamp()) * 1000000)::bigint * 1000 + n AS revision,"
+        "  gen_random_uuid() AS id, false AS folder, NULL::uuid AS parent, n AS position,"
+        "  'title'::bytea AS name, 'http://a/'::bytea AS url, false AS tab_group, false AS special,"
+        "  false AS deleted FROM corvane_hub.accounts a, generate_series(1, 6000) AS n;"
+        "GRANT SELECT ON corvane_hub.records TO corvane_account",
+        "endless");
+  }
+
+  EndlessTest() { PostgresHub(address, computer).setEnabled(kHubDataClass, true); }
+
+  std::string failureWithLimits(const std::string& records, const std::string& bytes,
+                                HubPatience patience = {}) {
+    server.administer(
+        "UPDATE corvane_hub.accounts SET revision = 1, mark = gen_random_uuid(), record_limit = " + records +
+            ", byte_limit = " + bytes + " WHERE role = '" + user + "_endless'",
+        "endless");
+    return failureOf([&] { PostgresHub(address, computer, patience).news({}); });
+  }
+
+  const std::string address = server.addAccount(user + "_endless", "endless");
+};
+
+TEST_F(EndlessTest, NoMoreIsTakenThanTheAccountMayHold) {
+  const std::string most = "1000000000000000";
+  for (const auto& [records, bytes] : {std::pair<std::string, std::string>{"3000", most}, {most, "20000"}})
+    EXPECT_THAT(failureWithLimits(records, bytes), HasSubstr("it gives more than the account may hold"));
+}
+
+TEST_F(EndlessTest, ExchangeEndsInTimeAlthoughEachPageDoes) {
+  const std::string most = "1000000000000000";
+  EXPECT_THAT(failureWithLimits(most, most, {5.0, 15.0, 1.0}),
+              HasSubstr("the whole exchange took longer than 1 second"));
+}
+
 class EncryptedTest : public TroubleTest {
  protected:
   ~EncryptedTest() override { switchEncryption("off"); }

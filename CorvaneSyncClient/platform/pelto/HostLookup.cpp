@@ -39,6 +39,11 @@ HostAddresses addressesOf(const std::string& name, int flags) {
 
 }  // namespace
 
+Deadline after(double seconds) {
+  return std::chrono::steady_clock::now() +
+         std::chrono::duration_cast<Deadline::duration>(std::chrono::duration<double>(seconds));
+}
+
 HostAddresses lookUpHost(const std::string& name, Deadline deadline) {
   // Never the business of a name server (RFC 6761).
   if (::strcasecmp(name.c_str(), "localhost") == 0) return {{"127.0.0.1", "::1"}, {}};

@@ -8,6 +8,9 @@ namespace corvane::pelto {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
+/// In so many seconds from now.
+Deadline after(double seconds);
+
 struct HostAddresses {
   std::vector<std::string> numeric;  ///< in the order to try them
   std::string problem;               ///< why there are none, as the system puts it

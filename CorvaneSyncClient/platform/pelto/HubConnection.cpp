@@ -10,6 +10,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <optional>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
@@ -33,11 +35,6 @@ struct Trouble {
 };
 
 constexpr const char* kLater = "Nothing was lost here; sync again later.";
-
-Deadline after(double seconds) {
-  return steady_clock::now() +
-         std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(seconds));
-}
 
 /// The part of the time until `deadline` for the first of `count` tries.
 Deadline shareOf(Deadline deadline, std::size_t count) {
@@ -139,6 +136,7 @@ Trouble connectionTrouble(const std::string& state, std::string_view message) {
 constexpr const char* kMakeRoom =
     "Delete bookmarks that nobody needs, or have the account's limit raised: docs/hub.md.";
 constexpr const char* kReport = "That is a mistake of this program: please report it.";
+constexpr const char* kMoreThanAsked = "it gives more than was asked for";
 
 /// What the service refuses by a constraint of its own.
 struct Refusal {
@@ -190,6 +188,10 @@ void HubRows::Deleter::operator()(pg_result* result) const { PQclear(result); }
 int HubRows::count() const { return PQntuples(_result.get()); }
 
 bool HubRows::isNull(int row, int column) const { return PQgetisnull(_result.get(), row, column) == 1; }
+
+std::size_t HubRows::length(int row, int column) const {
+  return static_cast<std::size_t>(PQgetlength(_result.get(), row, column));
+}
 
 /// The value's bytes, `size` of them unless that is -1.
 const char* HubRows::value(int row, int column, int size) const {
@@ -332,10 +334,10 @@ Attempt connect(const HubAddress& address, Deadline deadline) {
 
 }  // namespace
 
-HubConnection::HubConnection(const HubAddress& address, const HubPatience& patience)
-    : _address(address), _patience(patience) {
+HubConnection::HubConnection(const HubAddress& address, const HubPatience& patience, Deadline end)
+    : _address(address), _patience(patience), _end(end) {
   forgetEnvironment();
-  Attempt attempt = connect(address, after(patience.connect));
+  Attempt attempt = connect(address, std::min(after(patience.connect), end));
   if (!attempt.connection)
     throw hubException(address, kConnect, attempt.trouble.what, attempt.trouble.remedy);
   _connection = attempt.connection.release();
@@ -345,11 +347,21 @@ HubConnection::~HubConnection() { PQfinish(_connection); }
 
 void HubConnection::run(const std::string& statements, const char* purpose) {
   if (PQsendQuery(_connection, statements.c_str()) == 0) failCutOff(purpose);
-  const HubRows ignored(awaitLastResult(purpose), _address);
+  awaitResults(purpose, [](const HubRows&) {});
 }
 
 HubRows HubConnection::run(const char* statement, const std::vector<HubValue>& parameters,
                            const char* purpose) {
+  std::optional<HubRows> only;
+  forEachRow(statement, parameters, purpose, [&](HubRows row) {
+    if (only) failMalformed(purpose, kMoreThanAsked);
+    only.emplace(std::move(row));
+  });
+  return only ? std::move(*only) : HubRows(nullptr, _address);
+}
+
+void HubConnection::forEachRow(const char* statement, const std::vector<HubValue>& parameters,
+                               const char* purpose, const std::function<void(HubRows)>& take) {
   constexpr int kBinary = 1;
   std::vector<Oid> types;
   std::vector<const char*> values;
@@ -365,7 +377,7 @@ HubRows HubConnection::run(const char* statement, const std::vector<HubValue>& p
   if (PQsendQueryParams(_connection, statement, static_cast<int>(parameters.size()), types.data(),
                         values.data(), lengths.data(), formats.data(), kBinary) == 0)
     failCutOff(purpose);
-  return HubRows(awaitLastResult(purpose), _address);
+  awaitResults(purpose, take);
 }
 
 void HubConnection::awaitSending(Deadline deadline, const char* purpose) {
@@ -388,24 +400,26 @@ pg_result* HubConnection::nextResult(Deadline deadline, const char* purpose) {
   return PQgetResult(_connection);
 }
 
-pg_result* HubConnection::awaitLastResult(const char* purpose) {
-  struct Clear {
-    void operator()(pg_result* result) const { PQclear(result); }
-  };
-  const Deadline deadline = after(_patience.statement);
+void HubConnection::awaitResults(const char* purpose, const std::function<void(HubRows)>& take) {
+  PQsetSingleRowMode(_connection);  // fails only where nothing was sent
+  const Deadline deadline = std::min(after(_patience.statement), _end);
   awaitSending(deadline, purpose);
-  std::unique_ptr<pg_result, Clear> last;
-  while (pg_result* result = nextResult(deadline, purpose)) {
-    last.reset(result);
+  bool isComplete = false;
+  while (pg_result* const result = nextResult(deadline, purpose)) {
+    HubRows rows(result, _address);
     const ExecStatusType status = PQresultStatus(result);
-    if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) continue;
+    isComplete = status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
+    if (isComplete) continue;
+    if (status == PGRES_SINGLE_TUPLE) {
+      take(std::move(rows));
+      continue;
+    }
     const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
     if (!state) failCutOff(purpose);
     const Trouble trouble = statementTrouble(state, result, _patience.statement);
     throw hubException(_address, purpose, trouble.what, trouble.remedy);
   }
-  if (!last) failCutOff(purpose);
-  return last.release();
+  if (!isComplete) failCutOff(purpose);
 }
 
 void HubConnection::failCutOff(const char* purpose) const {
@@ -414,7 +428,14 @@ void HubConnection::failCutOff(const char* purpose) const {
 }
 
 void HubConnection::failTimedOut(const char* purpose) const {
-  throw hubException(_address, purpose, "it took longer than " + secondsText(_patience.statement), kLater);
+  const std::string what = steady_clock::now() < _end
+                               ? "it took longer than " + secondsText(_patience.statement)
+                               : "the whole exchange took longer than " + secondsText(_patience.exchange);
+  throw hubException(_address, purpose, what, kLater);
+}
+
+void HubConnection::failMalformed(const char* purpose, const std::string& what) const {
+  throw hubException(_address, purpose, what, "Tell whoever runs the server.");
 }
 
 }  // namespace corvane::pelto

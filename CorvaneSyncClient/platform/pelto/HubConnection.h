@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,15 +22,20 @@ namespace corvane::pelto {
 struct HubPatience {
   double connect = 5.0;     ///< for a connection: names, addresses, TLS and password together
   double statement = 15.0;  ///< for one statement, from sending its first byte to its last answer
+  double exchange = 900.0;  ///< for everything that is asked of it
 };
 
-/// What a statement answered. Accessors raise DotPeltoException where the column is not what they read.
+/// What a statement answered: one row, or none. Accessors raise DotPeltoException where the column is not
+/// what they read.
 class HubRows {
  public:
+  /// Takes `result` over; null: no row.
   HubRows(pg_result* result, const HubAddress& address);
 
   int count() const;
   bool isNull(int row, int column) const;
+  /// How many bytes the value has; 0 for NULL.
+  std::size_t length(int row, int column) const;
   std::int64_t big(int row, int column) const;
   std::int32_t integer(int row, int column) const;
   bool boolean(int row, int column) const;
@@ -56,8 +62,8 @@ class HubRows {
 class HubConnection {
  public:
   /// Connects. Of several servers and addresses each gets its part of the time; the first that answers is
-  /// taken. Keeps a reference to `address`.
-  HubConnection(const HubAddress& address, const HubPatience& patience);
+  /// taken. Keeps a reference to `address`. Whatever is asked, nothing is waited for beyond `end`.
+  HubConnection(const HubAddress& address, const HubPatience& patience, Deadline end);
   ~HubConnection();
   HubConnection(const HubConnection&) = delete;
   HubConnection& operator=(const HubConnection&) = delete;
@@ -65,18 +71,26 @@ class HubConnection {
   /// Runs statements without parameters, whose rows nobody wants. `purpose` ("read what changed") is for
   /// messages.
   void run(const std::string& statements, const char* purpose);
-  /// Runs one statement.
+  /// Runs one statement that answers one row at most.
   HubRows run(const char* statement, const std::vector<HubValue>& parameters, const char* purpose);
+  /// Runs one statement and hands its rows over one by one, as they come: none waits in memory for the
+  /// others. What `take` raises ends it.
+  void forEachRow(const char* statement, const std::vector<HubValue>& parameters, const char* purpose,
+                  const std::function<void(HubRows)>& take);
+
+  /// Raises for a service that gives what nobody can have given it: `what` it did.
+  [[noreturn]] void failMalformed(const char* purpose, const std::string& what) const;
 
  private:
   void awaitSending(Deadline deadline, const char* purpose);
-  pg_result* awaitLastResult(const char* purpose);
+  void awaitResults(const char* purpose, const std::function<void(HubRows)>& take);
   pg_result* nextResult(Deadline deadline, const char* purpose);
   [[noreturn]] void failCutOff(const char* purpose) const;
   [[noreturn]] void failTimedOut(const char* purpose) const;
 
   const HubAddress& _address;
   HubPatience _patience;
+  Deadline _end;
   pg_conn* _connection = nullptr;
 };
 

@@ -29,6 +29,13 @@ constexpr std::size_t kMostRows = 5000;
 // Of the time for one statement: what is done within it may be twice as much the next time.
 constexpr double kShortTime = 1.0 / 15;
 
+// What an account may hold is for the service to say, but a computer is not filled up on its word: four times
+// what the service gives an account at first. Names and addresses, and live records, to which come up to
+// three times as many tombstones.
+constexpr std::int64_t kMostBytesTaken = std::int64_t{4} << 30;
+constexpr std::int64_t kMostRecordsTaken = 4'000'000;
+constexpr std::int64_t kTombstonesForARecord = 3;
+
 constexpr const char* kReading = "ISOLATION LEVEL REPEATABLE READ, READ ONLY";
 constexpr const char* kWriting = "ISOLATION LEVEL READ COMMITTED, READ WRITE";
 constexpr const char* kReadNews = "read what is new";
@@ -65,7 +72,7 @@ String computerName() {
   return name;
 }
 
-/// What counts for the size of a page or a batch.
+/// What counts for the size of a batch.
 std::size_t sizeOf(const HubRecord& record) { return record.name.view().size() + record.url.view().size(); }
 
 /// How much goes into one statement: little on a slow line, more for as long as statements take a moment.
@@ -76,14 +83,13 @@ class Portion {
   std::size_t rows() const { return std::min(_bytes / kBytesForARow, kMostRows); }
   std::size_t bytes() const { return _bytes; }
 
-  /// Answers what `statement` does, and goes by how long it took.
+  /// Runs `statement`, and goes by how long it took.
   template <typename Statement>
-  auto measured(Statement statement) {
+  void measure(Statement statement) {
     const auto begin = std::chrono::steady_clock::now();
-    auto answer = statement();
+    statement();
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
     if (taken.count() < _shortSeconds) _bytes = std::min(_bytes * 2, kMostBytes);
-    return answer;
   }
 
  private:
@@ -133,19 +139,34 @@ class RecordBatch {
   HubArray _deletions{HubType::booleans};
 };
 
-HubRecord recordIn(const HubRows& rows, int row) {
+HubRecord recordIn(const HubRows& row) {
   HubRecord record;
-  record.id = rows.uuid(row, 1);
-  record.folder = rows.boolean(row, 2);
-  record.parent = rows.uuid(row, 3);
-  record.position = rows.integer(row, 4);
-  record.name = rows.textOfBytes(row, 5);
-  record.url = rows.textOfBytes(row, 6);
-  record.tabGroup = rows.boolean(row, 7);
-  record.special = rows.boolean(row, 8);
-  record.deleted = rows.boolean(row, 9);
+  record.id = row.uuid(0, 1);
+  record.folder = row.boolean(0, 2);
+  record.parent = row.uuid(0, 3);
+  record.position = row.integer(0, 4);
+  record.name = row.textOfBytes(0, 5);
+  record.url = row.textOfBytes(0, 6);
+  record.tabGroup = row.boolean(0, 7);
+  record.special = row.boolean(0, 8);
+  record.deleted = row.boolean(0, 9);
   return record;
 }
+
+/// How much has been read, of how much there may be at most.
+struct Allowance {
+  std::size_t rows = 0;
+  std::size_t bytes = 0;
+  std::size_t mostRows;
+  std::size_t mostBytes;
+
+  bool isUsedUp() const { return rows >= mostRows || bytes >= mostBytes; }
+  bool isExceeded() const { return rows > mostRows || bytes > mostBytes; }
+  void take(const HubRows& row) {
+    ++rows;
+    bytes += row.length(0, 5) + row.length(0, 6);
+  }
+};
 
 }  // namespace
 
@@ -154,17 +175,22 @@ struct PostgresHub::State {
   HubSeen now;
   std::int64_t room = 0;
   std::int64_t roomForBytes = 0;
+  std::int64_t recordLimit = 0;
+  std::int64_t byteLimit = 0;
   std::int64_t forgottenRevision = 0;
   bool isEnabled = false;
   bool isNoted = false;  ///< the computer, under its present name, within the last day
 };
 
 PostgresHub::PostgresHub(std::string_view url, String computer, HubPatience patience)
-    : _address(parseHubAddress(url)), _computer(std::move(computer)), _patience(patience) {}
+    : _address(parseHubAddress(url)),
+      _computer(std::move(computer)),
+      _patience(patience),
+      _end(after(patience.exchange)) {}
 
 HubConnection& PostgresHub::connected() {
   if (!_connection) {
-    _connection = std::make_unique<HubConnection>(_address, _patience);
+    _connection = std::make_unique<HubConnection>(_address, _patience, _end);
     checkVersion(*_connection);
   }
   return *_connection;
@@ -223,7 +249,8 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
       " COALESCE((SELECT s.enabled FROM corvane_hub.settings s"
       "   WHERE s.account = a.id AND s.computer = $1 AND s.data_class = $2), false),"
       " EXISTS(SELECT FROM corvane_hub.computers c WHERE c.account = a.id AND c.id = $1 AND c.name = $3"
-      "   AND c.last_seen > now() - interval '1 day')"
+      "   AND c.last_seen > now() - interval '1 day'),"
+      " a.record_limit, a.byte_limit"
       " FROM corvane_hub.accounts a WHERE a.role = session_user",
       {uuidValue(_computer), textValue(kHubDataClass), textValue(computerName())}, kReadNews);
   requireAccount(rows, kReadNews);
@@ -235,6 +262,8 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
   state.forgottenRevision = rows.big(0, 6);
   state.isEnabled = rows.boolean(0, 7);
   state.isNoted = rows.boolean(0, 8);
+  state.recordLimit = std::clamp<std::int64_t>(rows.big(0, 9), 0, kMostRecordsTaken);
+  state.byteLimit = std::clamp<std::int64_t>(rows.big(0, 10), 0, kMostBytesTaken);
   return state;
 }
 
@@ -251,39 +280,45 @@ bool PostgresHub::isOfThePast(HubConnection& connection, const State& state, con
       .boolean(0, 0);
 }
 
-// Pages follow the index by (revision, id), each as long as a page may be in rows and in bytes.
+// Pages follow the index by (revision, id), each as long as a page may be in rows and in bytes. The last row
+// of a page may exceed the bytes.
+constexpr const char* kReadPage =
+    "SELECT revision, id, folder, parent, position, name, url, tab_group, special, deleted FROM ("
+    "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
+    "    OVER (ORDER BY revision, id ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS bytes_before"
+    "  FROM (SELECT * FROM corvane_hub.records"
+    "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND $4)"
+    "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
+    " WHERE COALESCE(bytes_before, 0) < $6";
+
 void PostgresHub::readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision,
                               HubNews& news) {
   std::int64_t revision = sinceRevision;
   String id = "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF";
   Portion portion(_patience);
-  while (true) {
-    const auto rowsAtOnce = static_cast<std::int64_t>(portion.rows());
-    const std::size_t bytesAtOnce = portion.bytes();
-    const auto readPage = [&] {
-      return connection.run(
-          "SELECT revision, id, folder, parent, position, name, url, tab_group, special, deleted FROM ("
-          "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
-          "    OVER (ORDER BY revision, id ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS bytes_before"
-          "  FROM (SELECT * FROM corvane_hub.records"
-          "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND $4)"
-          "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
-          " WHERE COALESCE(bytes_before, 0) < $6",
-          {bigValue(state.account), bigValue(revision), uuidValue(id), booleanValue(news.whole),
-           bigValue(rowsAtOnce), bigValue(static_cast<std::int64_t>(bytesAtOnce))},
-          kReadNews);
+  const std::int64_t mostRecords = state.recordLimit * (news.whole ? 1 : 1 + kTombstonesForARecord);
+  Allowance account{.mostRows = static_cast<std::size_t>(mostRecords),
+                    .mostBytes = static_cast<std::size_t>(state.byteLimit)};
+  for (bool isLast = false; !isLast;) {
+    Allowance page{.mostRows = portion.rows(), .mostBytes = portion.bytes()};
+    const auto take = [&](const HubRows& row) {
+      if (page.isUsedUp()) connection.failMalformed(kReadNews, "it gives more than was asked for");
+      page.take(row);
+      account.take(row);
+      if (account.isExceeded())
+        connection.failMalformed(kReadNews, "it gives more than the account may hold");
+      news.records.push_back(recordIn(row));
+      revision = row.big(0, 0);
+      id = news.records.back().id;
     };
-    const HubRows rows = portion.measured(readPage);
-    const int count = rows.count();
-    std::size_t bytes = 0;
-    news.records.reserve(news.records.size() + static_cast<std::size_t>(count));
-    for (int row = 0; row < count; ++row) {
-      news.records.push_back(recordIn(rows, row));
-      bytes += sizeOf(news.records.back());
-    }
-    if (count < rowsAtOnce && bytes < bytesAtOnce) return;
-    revision = rows.big(count - 1, 0);
-    id = news.records.back().id;
+    portion.measure([&] {
+      connection.forEachRow(kReadPage,
+                            {bigValue(state.account), bigValue(revision), uuidValue(id),
+                             booleanValue(news.whole), bigValue(static_cast<std::int64_t>(page.mostRows)),
+                             bigValue(static_cast<std::int64_t>(page.mostBytes))},
+                            kReadNews, take);
+    });
+    isLast = !page.isUsedUp();
   }
 }
 
@@ -345,9 +380,9 @@ void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRec
   Portion portion(_patience);
   const auto send = [&] {
     if (batch.isEmpty()) return;
-    portion.measured([&] {
-      return connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)",
-                            batch.take(), kGiveChanges);
+    portion.measure([&] {
+      connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)", batch.take(),
+                     kGiveChanges);
     });
   };
   for (const bool deleted : {true, false}) {

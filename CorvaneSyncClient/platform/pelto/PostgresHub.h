@@ -15,6 +15,9 @@ inline constexpr std::int32_t kHubVersion = 1;
 /// A Hub in PostgreSQL (resources/hub/ holds its schema). It connects at the first call, keeps the connection
 /// for the following ones and drops it when one fails; the next call connects anew. One thread.
 ///
+/// It serves one exchange: when its time is over, all calls fail. However much the service gives, no more is
+/// taken than an account may hold; a single row can be as long as the library takes (2 GiB).
+///
 /// A push whose end nobody heard (the connection was cut off while the transaction was being committed)
 /// raises like any other failure; `hasPush` tells how it ended.
 class PostgresHub : public Hub {
@@ -47,6 +50,7 @@ class PostgresHub : public Hub {
   HubAddress _address;
   String _computer;
   HubPatience _patience;
+  Deadline _end;
   std::unique_ptr<HubConnection> _connection;
 };
 
