@@ -31,7 +31,7 @@ class Judge {
     requireContents();
     requireParents();
     requireCommonOnce();
-    requireUnmovedOrder();
+    requireAgreedOrder();
     requireInsertionsTogether(_history.a);
     requireInsertionsTogether(_history.b);
   }
@@ -152,38 +152,25 @@ class Judge {
     }
   }
 
-  /// Whether a side left a child's order to every other child alone that it left in the folder.
-  bool isSurelyUnmoved(const Facts& side, RecordId id) const {
-    const Fact& before = _history.origin.at(id);
-    const Fact* const now = in(side, id);
-    if (!now || now->parent != before.parent) return false;
-    for (const auto& [other, otherBefore] : _history.origin) {
-      const Fact* const otherNow = in(side, other);
-      if (other == id || otherBefore.parent != before.parent || !otherNow) continue;
-      if (otherNow->parent != now->parent) continue;
-      if ((otherBefore.index < before.index) != (otherNow->index < now->index)) return false;
+  // Two siblings that both sides order alike keep that order.
+  void requireAgreedOrder() const {
+    for (const auto& [parent, siblings] : _end) {
+      for (std::size_t i = 0; i < siblings.size(); ++i) {
+        for (std::size_t j = i + 1; j < siblings.size(); ++j) {
+          const bool turned = hasBefore(_history.a, siblings[j], siblings[i], parent) &&
+                              hasBefore(_history.b, siblings[j], siblings[i], parent);
+          require(!turned, siblings[j],
+                  "and " + std::to_string(siblings[i]) + " stand as neither side had them");
+        }
+      }
     }
-    return true;
   }
 
-  void requireUnmovedOrder() const {
-    std::vector<RecordId> unmoved;
-    for (const auto& [id, before] : _history.origin) {
-      const Fact* const end = in(_history.end, id);
-      if (end && end->parent == before.parent && isSurelyUnmoved(_history.a, id) &&
-          isSurelyUnmoved(_history.b, id)) {
-        unmoved.push_back(id);
-      }
-    }
-    for (const RecordId x : unmoved) {
-      for (const RecordId y : unmoved) {
-        const Fact& before = _history.origin.at(x);
-        if (before.parent != _history.origin.at(y).parent || before.index >= _history.origin.at(y).index)
-          continue;
-        require(_history.end.at(x).index < _history.end.at(y).index, x,
-                "and " + std::to_string(y) + " changed their order though nobody moved either");
-      }
-    }
+  static bool hasBefore(const Facts& side, RecordId left, RecordId right, RecordId parent) {
+    const Fact* const first = in(side, left);
+    const Fact* const second = in(side, right);
+    return first && second && first->parent == parent && second->parent == parent &&
+           first->index < second->index;
   }
 
   // What a side added side by side stands side by side, in its order. What both sides added counts for

@@ -21,6 +21,7 @@
 #include "tests/laws/FileLaws.h"
 #include "tests/laws/TwoSidedLaw.h"
 #include "tests/loomer/merge/Laws.h"
+#include "tests/loomer/merge/OrderLaws.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ struct Law {
 
 std::vector<Law> allLaws() {
   return {{"convergence", loomer::test::clientsConverge, 500, 80},
+          {"order", loomer::test::ordersKeepTheirRules, 5000, 100},
           {"arrival", loomer::test::changesArrive, 300, 60},
           {"conservation", loomer::test::nothingVanishes, 300, 80},
           {"killing", loomer::test::killedSessionsLeaveNoTrace, 300, 60},

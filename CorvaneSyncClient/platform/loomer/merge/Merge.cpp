@@ -14,8 +14,8 @@
 //                 and so does every folder above a living record. A move of the client that closes a circle
 //                 with moves in the truth is undone.
 //  3. Content     Attributes, each on its own.
-//  4. Order       Siblings: what a side moved is what lies outside a longest subsequence in the base's
-//                 order; it goes where its neighbour went.
+//  4. Order       Siblings: what both sides order alike keeps that order; of two that they order differently,
+//                 the side that turned them round decides.
 //  5. Places      The truth's own numbers for that order; what stays in order keeps its number.
 //  6. HandOut     The fewest changes that bring the client there, in an order in which it can carry them
 //                 out, with the numbers that make it list siblings in their order (Placement).

@@ -1,58 +1,51 @@
+#include <algorithm>
+#include <numeric>
+#include <queue>
+
 #include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
+#include "CorvaneSyncClient/platform/loomer/merge/LostTurns.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
 
 // The order of siblings, merged three ways.
 //
-// Of the children that both sides have, those outside a longest subsequence in the base's order are the ones
-// a side moved. One side leads: the client, or the truth in a refresh. Its order stands, but what only the
-// other side moved goes right after the sibling that precedes it there. What one side alone has in the folder
-// then follows the sibling that precedes it on that side. So a one-sided change arrives exactly, and what was
-// inserted together stays together.
+// Of the siblings that both sides have, the two lists are read side by side, and one of the two heads is
+// taken at each step. Whatever is taken, nothing that is left stands before it on both sides, so that two
+// siblings that both sides order alike keep that order: the result is a linear extension of what the sides
+// agree on. Where the heads differ, the two sides order this pair differently, so one of them turned it round
+// since the base; that side's head is taken. So a one-sided reorder arrives exactly, and moves of different
+// siblings both arrive, as far as the first rule leaves room.
+//
+// A sibling is disputed if both sides moved it, or if the base does not know it. Its place is the leading
+// side's: the client's, or the truth's in a refresh. The following side's list is read past disputed
+// siblings.
+//
+// What one side alone has in the folder goes in as runs, each whole: behind the last sibling that it stands
+// behind on its side and that still precedes its next neighbour. Where the merge turned the two neighbours of
+// a run round, it stays right behind the first. So a run lies between its neighbours wherever these keep
+// their order, and what was put behind or before everything stays there.
 
 namespace corvane::loomer {
 namespace {
 
-/// Puts every run of owned nodes of `list` right after the other node that precedes it there, or first if
-/// there is none. The other nodes of `list` are in `into`.
-class Weaver {
- public:
-  explicit Weaver(std::size_t nodeCount) : _runs(nodeCount) {}
+using Rank = std::int64_t;
+constexpr Rank kUnranked = -1;
 
-  template <typename Owned>
-  std::vector<Index> weave(const std::vector<Index>& into, const std::vector<Index>& list, Owned isOwned) {
-    std::vector<Index> woven;
-    woven.reserve(into.size() + list.size());
-    std::size_t at = 0;
-    while (at < list.size() && isOwned(list[at])) woven.push_back(list[at++]);
-    for (const Index node : list) _runs[node] = {0, 0};
-    while (at < list.size()) {
-      const Index before = list[at++];
-      const std::size_t begin = at;
-      while (at < list.size() && isOwned(list[at])) ++at;
-      _runs[before] = {begin, at};
-    }
-    for (const Index node : into) {
-      woven.push_back(node);
-      const auto [begin, end] = _runs[node];
-      woven.insert(woven.end(), list.begin() + static_cast<std::ptrdiff_t>(begin),
-                   list.begin() + static_cast<std::ptrdiff_t>(end));
-      _runs[node] = {0, 0};
-    }
-    return woven;
-  }
-
- private:
-  std::vector<std::pair<std::size_t, std::size_t>> _runs;
+/// Siblings that one side alone has, next to one another in its list.
+struct Run {
+  std::size_t after = 0;  ///< how many of the siblings that both sides have go before it
+  std::size_t begin = 0;
+  std::size_t end = 0;
 };
 
 class OrderMerge {
  public:
   explicit OrderMerge(Trees& trees)
       : _trees(trees),
-        _weaver(trees.nodes.size()),
         _rank(trees.nodes.size(), 0),
+        _baseRank(trees.nodes.size(), kUnranked),
         _movedByClient(trees.nodes.size(), false),
-        _movedInTruth(trees.nodes.size(), false) {}
+        _movedInTruth(trees.nodes.size(), false),
+        _taken(trees.nodes.size(), false) {}
 
   void run() {
     _trees.order = SiblingLists(_trees.parent);
@@ -79,6 +72,15 @@ class OrderMerge {
     return special;
   }
 
+  std::vector<Index> mergedOrder(Index folder) {
+    const std::vector<Index> truth = staying(_trees.truthOrder.of(folder), folder);
+    const std::vector<Index> client = staying(_trees.clientOrder.of(folder), folder);
+    if (truth == client || client.empty()) return truth;
+    if (truth.empty()) return client;
+    const std::vector<Index> shared = sharedOrder(folder, inBoth(truth), inBoth(client));
+    return withRuns(shared, truth, client);
+  }
+
   /// Those of a side's children of `folder` that are there after the merge and may stand anywhere.
   std::vector<Index> staying(std::span<const Index> children, Index folder) const {
     std::vector<Index> result;
@@ -93,113 +95,180 @@ class OrderMerge {
     return _trees.truthParent[node] == parent && _trees.clientParent[node] == parent;
   }
 
-  bool isInAll(Index node) const { return isInBoth(node) && _trees.baseParent[node] == _trees.parent[node]; }
-
-  template <typename Wanted>
-  static std::vector<Index> only(const std::vector<Index>& list, Wanted wanted) {
+  std::vector<Index> inBoth(const std::vector<Index>& list) const {
     std::vector<Index> result;
     result.reserve(list.size());
-    std::copy_if(list.begin(), list.end(), std::back_inserter(result), wanted);
+    std::copy_if(list.begin(), list.end(), std::back_inserter(result),
+                 [this](Index node) { return isInBoth(node); });
     return result;
   }
 
-  /// Ranks the nodes of `list` by their place in it.
-  void rank(std::span<const Index> list) {
-    for (std::size_t i = 0; i < list.size(); ++i) _rank[list[i]] = static_cast<std::int64_t>(i);
+  // --- The siblings that both sides have
+
+  bool isInBase(Index node) const { return _baseRank[node] != kUnranked; }
+  bool isDisputed(Index node) const {
+    return !isInBase(node) || (_movedByClient[node] && _movedInTruth[node]);
   }
 
-  /// Marks what is outside the longest subsequence of `list` that rises in the present ranks.
-  template <typename Wanted>
-  void markMoved(const std::vector<Index>& list, std::vector<bool>& moved, Wanted wanted) const {
-    const std::vector<Index> compared = only(list, wanted);
-    std::vector<std::int64_t> ranks;
-    ranks.reserve(compared.size());
-    for (const Index node : compared) ranks.push_back(_rank[node]);
-    const std::vector<bool> stays = heaviestRising(ranks, Rise::strict);
-    for (std::size_t i = 0; i < compared.size(); ++i) moved[compared[i]] = !stays[i];
-  }
-
-  std::vector<Index> mergedOrder(Index folder) {
-    const std::vector<Index> truth = staying(_trees.truthOrder.of(folder), folder);
-    const std::vector<Index> client = staying(_trees.clientOrder.of(folder), folder);
-    if (truth == client || client.empty()) return truth;
-    if (truth.empty()) return client;
-    const auto inBoth = [this](Index node) { return isInBoth(node); };
-    const auto alone = [this](Index node) { return !isInBoth(node); };
-    std::vector<Index> order = sharedOrder(folder, only(truth, inBoth), only(client, inBoth));
-    order = _weaver.weave(order, client, alone);
-    return _weaver.weave(order, truth, alone);
-  }
-
-  /// The order of the children that both sides have.
   std::vector<Index> sharedOrder(Index folder, const std::vector<Index>& truth,
                                  const std::vector<Index>& client) {
     if (truth == client) return truth;
-    rank(_trees.baseOrder.of(folder));
-    const auto inAll = [this](Index node) { return isInAll(node); };
-    markMoved(client, _movedByClient, inAll);
-    markMoved(truth, _movedInTruth, inAll);
-    const bool clientLeads = !_trees.input.refresh;
-    const std::vector<Index>& leading = clientLeads ? client : truth;
-    const std::vector<Index>& following = clientLeads ? truth : client;
-    const std::vector<bool>& movedByLeader = clientLeads ? _movedByClient : _movedInTruth;
-    const std::vector<bool>& movedByFollower = clientLeads ? _movedInTruth : _movedByClient;
-    const auto follows = [&](Index node) {
-      return isInAll(node) && movedByFollower[node] && !movedByLeader[node];
-    };
-    const std::vector<Index> frame = only(leading, [&](Index node) { return !follows(node); });
-    std::vector<Index> order = _weaver.weave(frame, following, follows);
+    rankInBase(folder);
+    markMoved(client, _movedByClient);
+    markMoved(truth, _movedInTruth);
+    std::vector<Index> order =
+        _trees.input.refresh ? readSideBySide(truth, client) : readSideBySide(client, truth);
     recordLosses(order, truth, client);
     return order;
   }
 
-  /// What both sides moved, or what was met again in another order, lost the place that the side that did not
-  /// lead gave it.
+  void rank(const std::vector<Index>& list) {
+    for (std::size_t i = 0; i < list.size(); ++i) _rank[list[i]] = static_cast<Rank>(i);
+  }
+
+  void rankInBase(Index folder) {
+    Rank next = 0;
+    for (const Index node : _trees.baseOrder.of(folder)) {
+      if (isInBoth(node) && _trees.parent[node] == folder && !isSpecial(node)) _baseRank[node] = next++;
+    }
+  }
+
+  /// Marks what is outside the longest subsequence of `list` that stands in the base's order.
+  void markMoved(const std::vector<Index>& list, std::vector<bool>& moved) const {
+    std::vector<Index> compared;
+    std::vector<Rank> ranks;
+    for (const Index node : list) {
+      if (!isInBase(node)) continue;
+      compared.push_back(node);
+      ranks.push_back(_baseRank[node]);
+    }
+    const std::vector<bool> stays = heaviestRising(ranks, Rise::strict);
+    for (std::size_t i = 0; i < compared.size(); ++i) moved[compared[i]] = !stays[i];
+  }
+
+  std::vector<Index> readSideBySide(const std::vector<Index>& leading, const std::vector<Index>& following) {
+    rank(leading);
+    std::vector<Index> order;
+    order.reserve(leading.size());
+    // Of the disputed siblings that the following list was read past, those still to come, the first in the
+    // leading list on top: what both sides have behind one of them has to wait for it.
+    std::priority_queue<Rank, std::vector<Rank>, std::greater<>> passed;
+    auto follower = following.begin();
+    for (const Index leader : leading) {
+      while (!_taken[leader]) {
+        for (; follower != following.end() && (_taken[*follower] || isDisputed(*follower)); ++follower) {
+          if (!_taken[*follower]) passed.push(_rank[*follower]);
+        }
+        while (!passed.empty() && _taken[leading[static_cast<std::size_t>(passed.top())]]) passed.pop();
+        const bool followerMayGo = follower != following.end() && !isDisputed(leader) &&
+                                   (passed.empty() || passed.top() > _rank[*follower]);
+        // The base has the leader's head first: it is the following side that turned the two round.
+        const bool followerGoes = followerMayGo && _baseRank[leader] < _baseRank[*follower];
+        order.push_back(followerGoes ? *follower : leader);
+        _taken[order.back()] = true;
+      }
+    }
+    return order;
+  }
+
+  // --- What one side alone has
+
+  std::vector<Index> withRuns(const std::vector<Index>& shared, const std::vector<Index>& truth,
+                              const std::vector<Index>& client) {
+    rank(shared);
+    const std::vector<Run> ofTruth = runsIn(truth, shared.size());
+    const std::vector<Run> ofClient = runsIn(client, shared.size());
+    std::vector<Index> order;
+    order.reserve(truth.size() + client.size());
+    auto nextOfTruth = ofTruth.begin();
+    auto nextOfClient = ofClient.begin();
+    for (std::size_t at = 0;; ++at) {
+      for (; nextOfTruth != ofTruth.end() && nextOfTruth->after == at; ++nextOfTruth) {
+        append(order, truth, *nextOfTruth);
+      }
+      for (; nextOfClient != ofClient.end() && nextOfClient->after == at; ++nextOfClient) {
+        append(order, client, *nextOfClient);
+      }
+      if (at == shared.size()) return order;
+      order.push_back(shared[at]);
+    }
+  }
+
+  static void append(std::vector<Index>& order, const std::vector<Index>& list, const Run& run) {
+    order.insert(order.end(), list.begin() + static_cast<std::ptrdiff_t>(run.begin),
+                 list.begin() + static_cast<std::ptrdiff_t>(run.end));
+  }
+
+  /// The runs of `list` by the place where they go; those of one place in the list's order. What both sides
+  /// have is ranked by the merged order.
+  std::vector<Run> runsIn(const std::vector<Index>& list, std::size_t sharedCount) const {
+    // The list is read from its end. `standing` is a union-find: of the first k of the merged order, the last
+    // one that stands before the run in the list, counted from 1; 0 is the folder's beginning.
+    std::vector<std::size_t> standing(sharedCount + 1);
+    std::iota(standing.begin(), standing.end(), std::size_t{0});
+    std::vector<Run> runs;
+    std::size_t successor = sharedCount + 1;
+    for (std::size_t end = list.size();;) {
+      std::size_t begin = end;
+      while (begin > 0 && !isInBoth(list[begin - 1])) --begin;
+      const std::size_t predecessor = begin == 0 ? 0 : static_cast<std::size_t>(_rank[list[begin - 1]]) + 1;
+      if (begin < end) {
+        const bool keptTheirOrder = predecessor < successor;
+        runs.push_back({keptTheirOrder ? lastStanding(standing, successor - 1) : predecessor, begin, end});
+      }
+      if (begin == 0) break;
+      standing[predecessor] = predecessor - 1;
+      successor = predecessor;
+      end = begin - 1;
+    }
+    std::reverse(runs.begin(), runs.end());
+    std::stable_sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) { return a.after < b.after; });
+    return runs;
+  }
+
+  static std::size_t lastStanding(std::vector<std::size_t>& standing, std::size_t at) {
+    while (standing[at] != at) at = standing[at] = standing[standing[at]];
+    return at;
+  }
+
+  // --- For the change log
+
+  /// Notes what a side turned round and the merge did not, "after" one sibling against "before" it.
   void recordLosses(const std::vector<Index>& order, const std::vector<Index>& truth,
                     const std::vector<Index>& client) {
-    const bool clientWon = !_trees.input.refresh;
-    const std::vector<Index>& lost = clientWon ? truth : client;
-    const auto isDisputed = [this](Index node) {
-      return !isInAll(node) || (_movedByClient[node] && _movedInTruth[node]);
-    };
     rank(order);
-    std::vector<std::int64_t> ranks;
-    std::vector<std::uint64_t> weights;
-    for (const Index node : lost) {
-      ranks.push_back(_rank[node]);
-      weights.push_back(isDisputed(node) ? 1 : lost.size() + 1);
+    for (const LostTurn& turn : lostTurns(sideOf(truth, _movedInTruth))) {
+      const std::string name = nameOf(truth[turn.other]);
+      _trees.losses.push_back({_trees.idOf(truth[turn.sibling]), "order",
+                               (turn.behind ? "before " : "after ") + name,
+                               (turn.behind ? "after " : "before ") + name, true});
     }
-    const std::vector<bool> stands = heaviestRising(ranks, Rise::strict, weights);
-    std::vector<Index> losers;
-    for (std::size_t i = 0; i < lost.size(); ++i) {
-      if (!stands[i] && isDisputed(lost[i])) losers.push_back(lost[i]);
-    }
-    if (losers.empty()) return;
-    std::vector<std::string> byClient = neighbours(losers, client);
-    std::vector<std::string> inTruth = neighbours(losers, truth);
-    for (std::size_t i = 0; i < losers.size(); ++i) {
-      _trees.losses.push_back(
-          {_trees.idOf(losers[i]), "order", std::move(byClient[i]), std::move(inTruth[i]), clientWon});
+    for (const LostTurn& turn : lostTurns(sideOf(client, _movedByClient))) {
+      const std::string name = nameOf(client[turn.other]);
+      _trees.losses.push_back({_trees.idOf(client[turn.sibling]), "order",
+                               (turn.behind ? "after " : "before ") + name,
+                               (turn.behind ? "before " : "after ") + name, false});
     }
   }
 
-  /// For people: "after NAME" or "first", for each of `nodes`, which are in `list`.
-  std::vector<std::string> neighbours(const std::vector<Index>& nodes, const std::vector<Index>& list) {
-    rank(list);
-    std::vector<std::string> result;
-    result.reserve(nodes.size());
-    for (const Index node : nodes) {
-      const auto at = static_cast<std::size_t>(_rank[node]);
-      result.push_back(at == 0 ? "first" : "after " + _trees.nodes[list[at - 1]].content.name.toString());
+  OrderedSide sideOf(const std::vector<Index>& list, const std::vector<bool>& moved) const {
+    OrderedSide side;
+    for (const Index node : list) {
+      const std::optional<std::size_t> inBase =
+          isInBase(node) ? std::optional(static_cast<std::size_t>(_baseRank[node])) : std::nullopt;
+      side.push_back({static_cast<std::size_t>(_rank[node]), inBase, moved[node], isDisputed(node)});
     }
-    return result;
+    return side;
   }
+
+  std::string nameOf(Index node) const { return _trees.nodes[node].content.name.toString(); }
 
   Trees& _trees;
-  Weaver _weaver;
-  std::vector<std::int64_t> _rank;
+  std::vector<Rank> _rank;
+  std::vector<Rank> _baseRank;
   std::vector<bool> _movedByClient;
   std::vector<bool> _movedInTruth;
+  std::vector<bool> _taken;
 };
 
 }  // namespace
