@@ -50,8 +50,19 @@ class Judge {
     return now.title != before.title || now.url != before.url || now.parent != before.parent;
   }
 
-  // Nothing vanishes that no client deleted; what one side deleted goes unless the other changed it or put
-  // something into it; nothing is invented.
+  /// Whether a record that the other side deleted is changed on this one, or lies in a folder of which that
+  /// holds: a changed folder comes back with what it held.
+  bool comesBack(RecordId id, const Facts& side, const Facts& other) const {
+    for (RecordId at = id; at != kRoot; at = side.at(at).parent) {
+      const Fact* const before = in(_history.origin, at);
+      if (!before || in(other, at)) return false;
+      if (isChanged(side.at(at), *before)) return true;
+    }
+    return false;
+  }
+
+  // Nothing vanishes that no client deleted; what one side deleted goes unless the other changed it, or a
+  // folder above it that went with it, or put something into it; nothing is invented.
   void requireLives() const {
     for (const auto& [id, fact] : _history.end) {
       require(in(_history.origin, id) || in(_history.a, id) || in(_history.b, id), id, "was invented");
@@ -63,8 +74,8 @@ class Judge {
       if (a && b) require(lives, id, "vanished though nobody deleted it");
       if (!a && !b) require(!lives, id, "lives though both deleted it");
       if ((a == nullptr) == (b == nullptr)) continue;
-      if (isChanged(a ? *a : *b, before)) {
-        require(lives, id, "vanished though one side changed it");
+      if (a ? comesBack(id, _history.a, _history.b) : comesBack(id, _history.b, _history.a)) {
+        require(lives, id, "vanished though one side changed it, or what held it");
       } else {
         require(!lives || _end.contains(id), id, "lives though it was deleted and holds nothing");
       }

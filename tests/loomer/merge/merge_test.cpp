@@ -194,6 +194,34 @@ const Row kDeleting[] = {
      "deletion of F: client kept, truth deleted, client wins; deletion of G: client kept, truth deleted, "
      "client wins; "
      "deletion of a: client kept, truth deleted, client wins"},
+    {"a folder renamed by the client and deleted in the truth comes back with what it held",
+     {"F(a G(b)) c", "c", "F=x(a G(b)) c"},
+     "F=x(a G(b)) c",
+     "",
+     "deletion of F: client kept, truth deleted, client wins; deletion of a: client kept, truth deleted, "
+     "client wins; "
+     "deletion of G: client kept, truth deleted, client wins; deletion of b: client kept, truth deleted, "
+     "client wins"},
+    {"a folder renamed in the truth and deleted by the client comes back with what it held",
+     {"F(a G(b)) c", "F=x(a G(b)) c", "c"},
+     "F=x(a G(b)) c",
+     "+F +G +a +b",
+     "deletion of F: client deleted, truth kept, truth wins; deletion of a: client deleted, truth kept, "
+     "truth wins; "
+     "deletion of G: client deleted, truth kept, truth wins; deletion of b: client deleted, truth kept, "
+     "truth wins"},
+    {"a folder moved on one side and deleted on the other comes back with what it held",
+     {"F(a) D()", "D()", "D(F(a))"},
+     "D(F(a))",
+     "",
+     "deletion of F: client kept, truth deleted, client wins; deletion of a: client kept, truth deleted, "
+     "client wins"},
+    {"what the client moved out of a folder that it deleted does not go back",
+     {"F(a b)", "F=x(a b)", "a"},
+     "F=x(b) a",
+     "+F +b",
+     "deletion of F: client deleted, truth kept, truth wins; deletion of b: client deleted, truth kept, "
+     "truth wins"},
     {"what the client moved out of a folder deleted in the truth is not lost",
      {"F(a b) c", "c", "F(b) a c"},
      "a c",
@@ -211,6 +239,16 @@ const Row kDeleting[] = {
     {"in a refresh what the truth deleted is deleted", {"a b", "b", "a b", true}, "b", "-a"},
 };
 INSTANTIATE_TEST_SUITE_P(Deleting, Mingling, ::testing::ValuesIn(kDeleting));
+
+TEST(Deleting, WhatWasDeletedBeforeAFolderDoesNotComeBackWithIt) {
+  MergeCase merged({"F(a b)", "", "F=x(a b)"});
+  for (TruthRecord& record : merged.input().truth) {
+    if (record.id == merged.record("a")) record.revision = 1;
+  }
+  merged.run();
+  EXPECT_EQ(merged.truth(), "F=x(b)");
+  EXPECT_EQ(merged.changes(), "-a");
+}
 
 const Row kMoving[] = {
     {"moved on the client", {"F(a) G()", "F(a) G()", "F() G(a)"}, "F() G(a)", ""},

@@ -2,14 +2,15 @@
 
 // What lives, and where.
 //
-// A record lives or dies by what the two sides did to it; then every folder above a living record lives. What
-// counts is what the record says and its folder. Its place among its siblings does not: order is a relation
-// of siblings to one another, so that whoever moves one past the others has changed none of them, and which
-// of two traded places cannot even be told. A deletion on one side stands against a reorder on the other.
-// Parents merge like any value. Two moves that are harmless alone may close a circle together: then the
-// client's moves on that circle are undone, which may revive a folder or close another circle, so the step is
-// repeated. It ends: every circle holds a move of the client, since the truth alone and the client's tree
-// alone have none, and each pass undoes some for good.
+// A record lives or dies by what the two sides did to it. A folder that one side deleted and the other
+// changed brings back what went with it; then every folder above a living record lives. What counts is what
+// the record says and its folder. Its place among its siblings does not: order is a relation of siblings to
+// one another, so that whoever moves one past the others has changed none of them, and which of two traded
+// places cannot even be told. A deletion on one side stands against a reorder on the other. Parents merge
+// like any value. Two moves that are harmless alone may close a circle together: then the client's moves on
+// that circle are undone, which may revive a folder or close another circle, so the step is repeated. It
+// ends: every circle holds a move of the client, since the truth alone and the client's tree alone have none,
+// and each pass undoes some for good.
 
 namespace corvane::loomer {
 namespace {
@@ -31,6 +32,7 @@ class Structure {
       _livesAlone[node] = livesAlone(node);
       _chosen[node] = chooseParent(node);
     }
+    reviveContents();
     hangUp();
     undoCircles();
     for (Index node = 1; node < _trees.nodes.size(); ++node) recordLosses(node);
@@ -69,6 +71,33 @@ class Structure {
     if (!at.isLiveInTruth()) return at.client && changedByClient(node);
     if (at.client || !at.base || !_trees.input.client || _trees.input.refresh) return true;
     return _unread[node] || changedInTruth(node);
+  }
+
+  bool isMissingAtClient(Index node) const {
+    const Node& at = _trees.nodes[node];
+    return at.isLiveInTruth() && !at.client && at.base && _trees.input.client && !_trees.input.refresh;
+  }
+
+  /// A folder that one side deleted and the other changed comes back with what it held: with all that went in
+  /// the same deletion. In the truth that is one revision; of a client's deletions all that is known is that
+  /// they came between the same two sessions.
+  void reviveContents() {
+    for (const Index node : _trees.clientOrder.topDown()) {
+      const Index above = _trees.clientParent[node];
+      if (node == kRootNode || _livesAlone[node] || !isTombstone(node) || !isTombstone(above)) continue;
+      const bool wentTogether = _trees.nodes[node].truth->revision == _trees.nodes[above].truth->revision;
+      _livesAlone[node] = wentTogether && _livesAlone[above];
+    }
+    for (const Index node : _trees.truthOrder.topDown()) {
+      const Index above = _trees.truthParent[node];
+      if (node == kRootNode || !isMissingAtClient(node) || !isMissingAtClient(above)) continue;
+      if (_livesAlone[above]) _livesAlone[node] = true;
+    }
+  }
+
+  bool isTombstone(Index node) const {
+    const Node& at = _trees.nodes[node];
+    return at.truth && at.truth->deleted;
   }
 
   /// kNoNode for what no side has any more.
