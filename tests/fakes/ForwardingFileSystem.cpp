@@ -16,9 +16,12 @@ bool isMutating(FileOperation operation) {
     case FileOperation::makeDirectory:
     case FileOperation::remove:
     case FileOperation::rename:
+    case FileOperation::renameWithoutReplacing:
+    case FileOperation::moveAside:
     case FileOperation::copy:
     case FileOperation::write:
     case FileOperation::writeAtomically:
+    case FileOperation::writeNewAtomically:
       return true;
     default:
       return false;
@@ -80,6 +83,12 @@ std::optional<FileAttributes> ForwardingFileSystem::attributes(const std::string
   return error ? std::nullopt : _files.attributes(path, error);
 }
 
+std::optional<FileAttributes> ForwardingFileSystem::ownAttributes(const std::string& path,
+                                                                  std::error_code& error) {
+  error = enter(FileOperation::ownAttributes, path);
+  return error ? std::nullopt : _files.ownAttributes(path, error);
+}
+
 std::optional<std::string> ForwardingFileSystem::symbolicLinkDestination(const std::string& path) {
   if (enter(FileOperation::symbolicLinkDestination, path)) return std::nullopt;
   return _files.symbolicLinkDestination(path);
@@ -100,6 +109,21 @@ std::error_code ForwardingFileSystem::rename(const std::string& from, const std:
   return _files.rename(from, to);
 }
 
+std::error_code ForwardingFileSystem::renameWithoutReplacing(const std::string& from, const std::string& to) {
+  if (const std::error_code error = enter(FileOperation::renameWithoutReplacing, from, to)) return error;
+  return _files.renameWithoutReplacing(from, to);
+}
+
+std::error_code ForwardingFileSystem::moveAside(const std::string& path, std::string& aside) {
+  if (const std::error_code error = enter(FileOperation::moveAside, path)) return error;
+  return _files.moveAside(path, aside);
+}
+
+std::unique_ptr<FileSystem::Hold> ForwardingFileSystem::hold(const std::string& path) {
+  if (enter(FileOperation::hold, path)) return nullptr;
+  return _files.hold(path);
+}
+
 std::error_code ForwardingFileSystem::copy(const std::string& from, const std::string& to) {
   if (const std::error_code error = enter(FileOperation::copy, from, to)) return error;
   return _files.copy(from, to);
@@ -118,6 +142,11 @@ std::error_code ForwardingFileSystem::write(const std::string& path, std::string
 std::error_code ForwardingFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
   if (const std::error_code error = enter(FileOperation::writeAtomically, path)) return error;
   return _files.writeAtomically(path, contents);
+}
+
+std::error_code ForwardingFileSystem::writeNewAtomically(const std::string& path, std::string_view contents) {
+  if (const std::error_code error = enter(FileOperation::writeNewAtomically, path)) return error;
+  return _files.writeNewAtomically(path, contents);
 }
 
 std::optional<FileSystem::Volume> ForwardingFileSystem::volume(const std::string& path) {

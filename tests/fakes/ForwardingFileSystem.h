@@ -11,14 +11,19 @@ namespace corvane {
 
 enum class FileOperation {
   attributes,
+  ownAttributes,
   symbolicLinkDestination,
   makeDirectory,
   remove,
   rename,
+  renameWithoutReplacing,
+  moveAside,
+  hold,
   copy,
   read,
   write,
   writeAtomically,
+  writeNewAtomically,
   volume,
 };
 
@@ -33,7 +38,7 @@ class ForwardingFileSystem : public FileSystem {
     FileOperation operation;
     int number;  ///< how many calls of this operation there were, this one included
     std::string path;
-    std::string target;  ///< `to` of rename and copy
+    std::string target;  ///< `to` of renames and copy
   };
 
   /// `files` must outlive this object.
@@ -59,14 +64,19 @@ class ForwardingFileSystem : public FileSystem {
   std::vector<Call> calls;  ///< every call, failed ones included
 
   std::optional<FileAttributes> attributes(const std::string& path, std::error_code& error) override;
+  std::optional<FileAttributes> ownAttributes(const std::string& path, std::error_code& error) override;
   std::optional<std::string> symbolicLinkDestination(const std::string& path) override;
   std::error_code makeDirectory(const std::string& path, unsigned mode) override;
   std::error_code remove(const std::string& path) override;
   std::error_code rename(const std::string& from, const std::string& to) override;
+  std::error_code renameWithoutReplacing(const std::string& from, const std::string& to) override;
+  std::error_code moveAside(const std::string& path, std::string& aside) override;
+  std::unique_ptr<Hold> hold(const std::string& path) override;
   std::error_code copy(const std::string& from, const std::string& to) override;
   std::error_code read(const std::string& path, std::string& contents) override;
   std::error_code write(const std::string& path, std::string_view contents) override;
   std::error_code writeAtomically(const std::string& path, std::string_view contents) override;
+  std::error_code writeNewAtomically(const std::string& path, std::string_view contents) override;
   std::optional<Volume> volume(const std::string& path) override;
 
  private:

@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -25,8 +26,9 @@ struct Fault {
   int error = 0;
 };
 std::map<std::string, Fault>* faults = nullptr;
-constexpr int kNeverReturns = -1;  ///< in place of an error: the process stands still until it is killed
-std::string lastRenamed;           ///< the name that the last rename took away
+constexpr int kNeverReturns = -1;       ///< in place of an error: the process stands still until it is killed
+std::function<void()> beforeRenameat2;  ///< called once, before the next one
+std::string lastRenamed;                ///< the name that the last rename took away
 
 bool failsNow(const char* function) {
   if (!faults) return false;
@@ -55,6 +57,16 @@ int rename(const char* from, const char* to) noexcept {
   if (failsNow("rename")) return -1;
   lastRenamed = from;
   return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to, unsigned flags) noexcept {
+  if (beforeRenameat2) std::exchange(beforeRenameat2, nullptr)();
+  if (failsNow("renameat2")) return -1;
+  return static_cast<int>(syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, flags));
+}
+
+int link(const char* from, const char* to) noexcept {
+  return failsNow("link") ? -1 : static_cast<int>(syscall(SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
 int stat(const char* path, struct stat* status) noexcept {
@@ -211,6 +223,79 @@ TEST_F(AtomicWrite, aDirectoryIsNotReplaced) {
 
 TEST_F(AtomicWrite, aMissingDirectoryIsAnError) {
   EXPECT_EQ(files.writeAtomically(directory / "none/f", "new"), std::errc::no_such_file_or_directory);
+}
+
+class NewFile : public AtomicWrite {
+ protected:
+  std::error_code writeNewWith(std::map<std::string, Fault> given, const std::string& text) {
+    faults = &given;
+    const std::error_code error = files.writeNewAtomically(path, text);
+    faults = nullptr;
+    return error;
+  }
+
+  // How a file system fails that does not know the rename, and one that has no links either.
+  const std::map<std::string, Fault> knowsNoSuchRename{{"renameat2", {1, EINVAL}}};
+  const std::map<std::string, Fault> hasNoLinksEither{{"renameat2", {1, EINVAL}}, {"link", {1, EPERM}}};
+};
+
+// Somebody makes the file between the look for it and the renaming: his stands.
+TEST_F(NewFile, oneThatComesInTheLastMomentStands) {
+  for (const auto& faultsOfFileSystem :
+       {std::map<std::string, Fault>{}, knowsNoSuchRename, hasNoLinksEither}) {
+    beforeRenameat2 = [this] { ASSERT_FALSE(files.write(path, "somebody's")); };
+    EXPECT_EQ(writeNewWith(faultsOfFileSystem, "mine"), std::errc::file_exists);
+    EXPECT_EQ(contents(), "somebody's");
+    EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+    std::filesystem::remove(path);
+  }
+}
+
+TEST_F(NewFile, isMadeOnEveryFileSystem) {
+  for (const auto& faultsOfFileSystem :
+       {std::map<std::string, Fault>{}, knowsNoSuchRename, hasNoLinksEither}) {
+    EXPECT_FALSE(writeNewWith(faultsOfFileSystem, "new"));
+    EXPECT_EQ(contents(), "new");
+    EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
+    std::filesystem::remove(path);
+  }
+}
+
+TEST_F(NewFile, directoriesAreRenamedOnEveryFileSystem) {
+  ASSERT_FALSE(files.makeDirectory(directory / "a", 0700));
+  ASSERT_FALSE(files.makeDirectory(directory / "b", 0700));
+  std::map<std::string, Fault> given = knowsNoSuchRename;
+  faults = &given;
+  EXPECT_EQ(files.renameWithoutReplacing(directory / "a", directory / "b"), std::errc::file_exists);
+  given = knowsNoSuchRename;
+  EXPECT_FALSE(files.renameWithoutReplacing(directory / "a", directory / "c"));
+  EXPECT_EQ(names(), (std::vector<std::string>{"b", "c"}));
+}
+
+TEST_F(NewFile, everyFailureLeavesNothing) {
+  for (const auto& [function, call] :
+       std::multimap<std::string, int>{{"write", 1}, {"write", 2}, {"fsync", 1}, {"renameat2", 1}}) {
+    EXPECT_EQ(writeNewWith({{function, {call, EIO}}}, "new contents").value(), EIO) << function;
+    EXPECT_EQ(names(), std::vector<std::string>{}) << function;
+  }
+  EXPECT_EQ(writeNewWith({{"fsync", {2, EIO}}}, "new").category(), notDurableCategory());
+}
+
+// A link that leads nowhere, through a file included, is nothing; one that leads in a circle is something.
+TEST_F(NewFile, takesThePlaceOfALinkToNothingAlone) {
+  ASSERT_FALSE(files.write(directory / "file", ""));
+  for (const char* target : {"nowhere", "file/inside"}) {
+    ASSERT_EQ(symlink(target, path.c_str()), 0);
+    EXPECT_FALSE(files.writeNewAtomically(path, "new")) << target;
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path)));
+    std::filesystem::remove(path);
+  }
+  for (const char* target : {"Bookmarks.plist", "file"}) {
+    ASSERT_EQ(symlink(target, path.c_str()), 0);
+    EXPECT_EQ(files.writeNewAtomically(path, "new"), std::errc::file_exists) << target;
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
+    std::filesystem::remove(path);
+  }
 }
 
 /// A process that stands still in the middle of an atomic write, with its temporary file complete.

@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 #include "tests/fakes/Files.h"
 #include "tests/fakes/ForwardingFileSystem.h"
 #include "tests/fakes/TemporaryDirectory.h"
+#include "tests/system/ChildProcess.h"
 
 namespace corvane {
 namespace {
@@ -135,6 +139,117 @@ TEST_P(FileSystemContract, renameReplaces) {
   EXPECT_EQ(files().rename(directory / "a", directory / "b"), std::errc::no_such_file_or_directory);
 }
 
+TEST_P(FileSystemContract, renameWithoutReplacingReplacesNothing) {
+  ASSERT_FALSE(files().write(directory / "a", "new"));
+  ASSERT_FALSE(files().write(directory / "b", "old"));
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  ASSERT_EQ(symlink("nowhere", (directory / "link").c_str()), 0);
+  for (const char* standing : {"b", "d", "link"}) {
+    EXPECT_EQ(files().renameWithoutReplacing(directory / "a", directory / standing), std::errc::file_exists);
+  }
+  EXPECT_EQ(contents(directory / "b"), "old");
+  EXPECT_FALSE(files().renameWithoutReplacing(directory / "a", directory / "c"));
+  EXPECT_EQ(contents(directory / "c"), "new");
+  EXPECT_FALSE(files().renameWithoutReplacing(directory / "d", directory / "e"));
+  EXPECT_EQ(files().renameWithoutReplacing(directory / "a", directory / "f"),
+            std::errc::no_such_file_or_directory);
+  EXPECT_EQ(listed(), (std::vector<std::string>{"b", "c", "e", "link"}));
+}
+
+TEST_P(FileSystemContract, ownAttributesAreThoseOfTheLink) {
+  ASSERT_EQ(symlink("none", (directory / "link").c_str()), 0);
+  std::error_code error;
+  const std::optional<FileAttributes> link = files().ownAttributes(directory / "link", error);
+  ASSERT_TRUE(link);
+  EXPECT_EQ(link->kind, FileKind::other);
+  EXPECT_FALSE(files().ownAttributes(directory / "none", error));
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+}
+
+// A directory keeps its identity whatever is done to it, and one made in its place has another, though it
+// gets the same inode number at once.
+TEST_P(FileSystemContract, identityTellsADirectoryFromItsSuccessor) {
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  const FileIdentity first = attributesOf(directory / "d").identity;
+  ASSERT_FALSE(files().write(directory / "d/f", ""));
+  ASSERT_FALSE(setModificationDate(directory / "d", Date{1000.0}));
+  ASSERT_FALSE(files().rename(directory / "d", directory / "e"));
+  EXPECT_EQ(attributesOf(directory / "e").identity, first);
+  ASSERT_FALSE(files().remove(directory / "e"));
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  EXPECT_NE(attributesOf(directory / "d").identity, first);
+}
+
+TEST_P(FileSystemContract, movesAsideToANameOfItsOwn) {
+  std::vector<std::string> asides(3);
+  for (std::string& aside : asides) {
+    ASSERT_FALSE(files().makeDirectory(directory / "lock", 0700));
+    ASSERT_FALSE(files().moveAside(directory / "lock", aside));
+    EXPECT_EQ(std::filesystem::path(aside).parent_path(), directory.path());
+    EXPECT_EQ(attributesOf(aside).kind, FileKind::directory);
+  }
+  EXPECT_EQ(listed().size(), 3u);
+  EXPECT_EQ(files().moveAside(directory / "lock", asides[0]), std::errc::no_such_file_or_directory);
+}
+
+// What a killed process had moved aside goes when the next one moves something aside, contents and all.
+TEST_P(FileSystemContract, whatAKilledProcessMovedAsideGoesTheNextTime) {
+  ASSERT_FALSE(files().makeDirectory(directory / "lock", 0700));
+  ASSERT_FALSE(files().write(directory / "lock/details.plist", "details"));
+  const std::string left = answerOfChild([this] {
+    std::string aside;
+    files().moveAside(directory / "lock", aside);
+    return aside;
+  });
+  ASSERT_TRUE(files().attributesIfKnown(left));
+  ASSERT_FALSE(files().makeDirectory(directory / "lock", 0700));
+  std::string aside;
+  ASSERT_FALSE(files().moveAside(directory / "lock", aside));
+  EXPECT_FALSE(files().attributesIfKnown(left));
+}
+
+TEST_P(FileSystemContract, holdKeepsOthersOutUntilItIsDropped) {
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  std::unique_ptr<FileSystem::Hold> first = files().hold(directory / "d");
+  ASSERT_TRUE(first);
+  // It follows the directory, and says nothing about another one of the same name.
+  ASSERT_FALSE(files().rename(directory / "d", directory / "e"));
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  EXPECT_TRUE(files().hold(directory / "d"));
+  EXPECT_FALSE(files().hold(directory / "e")) << "after two seconds";
+  first.reset();
+  EXPECT_TRUE(files().hold(directory / "e"));
+  EXPECT_FALSE(files().hold(directory / "none"));
+}
+
+// Whoever waits for a hold on what stands at a path gets one on what stands there then.
+TEST_P(FileSystemContract, holdIsOnWhatStandsThereInTheEnd) {
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  std::unique_ptr<FileSystem::Hold> first = files().hold(directory / "d");
+  std::thread other([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    LinuxFileSystem().rename(directory / "d", directory / "e");
+    LinuxFileSystem().makeDirectory(directory / "d", 0700);
+    first.reset();
+  });
+  const std::unique_ptr<FileSystem::Hold> second = files().hold(directory / "d");
+  other.join();
+  EXPECT_TRUE(second);
+  EXPECT_TRUE(files().hold(directory / "e"));
+}
+
+// A process that ends, however it ends, gives its hold up.
+TEST_P(FileSystemContract, holdGoesWithItsProcess) {
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  EXPECT_EQ(answerOfChild([this] {
+              const auto hold = files().hold(directory / "d");
+              if (hold) kill(getpid(), SIGKILL);
+              return "not held";
+            }),
+            "exit 9");
+  EXPECT_TRUE(files().hold(directory / "d"));
+}
+
 TEST_P(FileSystemContract, copyKeepsContentsAndMode) {
   ASSERT_FALSE(files().write(directory / "a", "text"));
   ASSERT_EQ(chmod((directory / "a").c_str(), 0604), 0);
@@ -152,6 +267,15 @@ TEST_P(FileSystemContract, writesAtomically) {
   EXPECT_FALSE(files().writeAtomically(directory / "f", "two"));
   EXPECT_EQ(contents(directory / "f"), "two");
   EXPECT_EQ(listed(), std::vector<std::string>{"f"});
+}
+
+TEST_P(FileSystemContract, writesNewFilesAtomicallyAndReplacesNothing) {
+  EXPECT_FALSE(files().writeNewAtomically(directory / "f", "one"));
+  EXPECT_EQ(files().writeNewAtomically(directory / "f", "two"), std::errc::file_exists);
+  EXPECT_EQ(contents(directory / "f"), "one");
+  ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
+  EXPECT_EQ(files().writeNewAtomically(directory / "d", "two"), std::errc::is_a_directory);
+  EXPECT_EQ(listed(), (std::vector<std::string>{"d", "f"}));
 }
 
 TEST_P(FileSystemContract, volumeOfAnExistingPath) {

@@ -1,15 +1,9 @@
-#include <dirent.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 
-#include <charconv>
-#include <climits>
-#include <memory>
-
-#include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/TemporaryNames.h"
 
 // An atomic write in steps: a temporary file beside the target takes the contents and reaches the disk; a
 // rename puts it in the target's place; the directory reaches the disk. Then the temporary files go that
@@ -18,8 +12,6 @@
 namespace corvane {
 
 namespace {
-
-constexpr int kNameTries = 1000;
 
 /// A name in the target's directory that is removed again when this object goes, unless it was given up.
 class TemporaryName {
@@ -45,47 +37,9 @@ class TemporaryName {
 
 std::error_code errorOf(int result) { return result == 0 ? std::error_code() : lastSystemError(); }
 
-/// The directory that holds `path`, and the last component.
-struct Place {
-  std::string directory;
-  std::string name;
-
-  explicit Place(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    directory = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-    name = slash == std::string::npos ? path : path.substr(slash + 1);
-  }
-};
-
-/// Where process ids mean what they mean here: this machine, and the set of processes that this one sees.
-std::string processSpace() {
-  char host[HOST_NAME_MAX + 1] = {};
-  ::gethostname(host, sizeof host - 1);  // without a name all nameless machines look the same
-  struct stat space {};
-  ::stat("/proc/self/ns/pid", &space);  // 0 without that file system
-  return std::string(host) + '/' + std::to_string(space.st_ino);
-}
-
-/// How the names of temporary files for one target begin: with a hash of the target's name, which could
-/// itself be too long, and of where the process id that follows is one. The same in every process.
-std::string temporaryPrefix(const std::string& targetName) {
-  const std::uint64_t hash = sipHash({}, targetName + '/' + processSpace());
-  char digits[17];
-  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash));
-  return std::string(".corvane-") + digits + '-';
-}
-
-/// A name that no other write of this process has had. Names left behind by a killed process of the same id
-/// are passed over by whoever creates the file.
-std::string nextTemporaryName(const std::string& prefix) {
-  static unsigned counter = 0;
-  return prefix + std::to_string(::getpid()) + '-' + std::to_string(++counter) + ".tmp";
-}
-
 std::error_code createTemporary(const Place& place, mode_t mode, FileDescriptor& file, TemporaryName& name) {
-  const std::string prefix = temporaryPrefix(place.name);
-  for (int i = 0; i < kNameTries; ++i) {
-    const std::string path = joinedPath(place.directory, nextTemporaryName(prefix));
+  for (int i = 0; i < kTemporaryNameTries; ++i) {
+    const std::string path = nextTemporaryPath(place);
     file = FileDescriptor(retryingInterrupted(
         [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode); }));
     if (file) {
@@ -95,29 +49,6 @@ std::error_code createTemporary(const Place& place, mode_t mode, FileDescriptor&
     if (errno != EEXIST) return lastSystemError();
   }
   return {EEXIST, std::system_category()};
-}
-
-/// The process that made the temporary file `name`; 0 when it is none of this target's.
-pid_t makerOf(std::string_view name, const std::string& prefix) {
-  if (!name.starts_with(prefix) || !name.ends_with(".tmp")) return 0;
-  name.remove_prefix(prefix.size());
-  pid_t process = 0;
-  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
-  return error == std::errc() && process > 0 && *end == '-' ? process : 0;
-}
-
-/// Removes temporary files for the target whose makers are dead. No failure is told: the write itself is
-/// done, and what stays now goes at the next one.
-void removeLeftovers(const Place& place) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(place.directory.c_str()), &::closedir);
-  if (!directory) return;
-  const std::string prefix = temporaryPrefix(place.name);
-  while (const dirent* entry = ::readdir(directory.get())) {
-    const pid_t maker = makerOf(entry->d_name, prefix);
-    if (maker != 0 && ::kill(maker, 0) != 0 && errno == ESRCH) {
-      ::unlinkat(::dirfd(directory.get()), entry->d_name, 0);
-    }
-  }
 }
 
 /// Gives `file` the old file's owner, as far as permitted, and its mode.
@@ -148,14 +79,50 @@ std::error_code examineOld(const std::string& path, struct stat& old, bool& hasO
   return {};
 }
 
-std::error_code putInPlace(const std::string& path, const Place& place, TemporaryName& temporary) {
+/// A temporary file with these contents that has reached the disk; with the mode and owner of `old`, if there
+/// is one.
+std::error_code writeTemporary(const Place& place, std::string_view contents, const struct stat* old,
+                               TemporaryName& temporary) {
+  FileDescriptor file;
+  // Where an old file has its mode to pass on, nobody else may look in before the new one has it.
+  if (const std::error_code error = createTemporary(place, old ? 0600 : 0666, file, temporary)) return error;
+  if (const std::error_code error = writeAll(file, contents)) return error;
+  if (old) {
+    if (const std::error_code error = takeOver(file, *old)) return error;
+  }
+  if (const std::error_code error = synchronize(file)) return error;
+  return file.close();
+}
+
+/// Whether a symbolic link stands at `path` that leads to nothing, or through a file.
+bool leadsNowhere(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode) &&
+         ::stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+std::error_code renameOverNothing(const std::string& from, const std::string& to) {
+  LinuxFileSystem files;
+  const std::error_code error = files.renameWithoutReplacing(from, to);
+  return error == std::errc::file_exists && leadsNowhere(to) ? files.rename(from, to) : error;
+}
+
+std::error_code renameOverAnything(const std::string& from, const std::string& to) {
+  return LinuxFileSystem().rename(from, to);
+}
+
+std::error_code putInPlace(const std::string& path, const Place& place, TemporaryName& temporary,
+                           std::error_code (*rename)(const std::string& from, const std::string& to)) {
   const FileDescriptor directory(retryingInterrupted(
       [&] { return ::open(place.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (!directory) return lastSystemError();
-  if (::rename(temporary.path().c_str(), path.c_str()) != 0) return lastSystemError();
+  if (const std::error_code error = rename(temporary.path(), path)) return error;
   temporary.giveUp();
-  const std::error_code error = synchronizeDirectory(directory);
-  return error ? std::error_code(error.value(), notDurableCategory()) : error;
+  if (const std::error_code error = synchronizeDirectory(directory)) {
+    return {error.value(), notDurableCategory()};
+  }
+  removeLeftovers(place);
+  return {};
 }
 
 class NotDurableCategory : public std::error_category {
@@ -181,21 +148,22 @@ std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::s
   struct stat old {};
   bool hasOld = false;
   if (const std::error_code error = examineOld(path, old, hasOld)) return error;
-
-  FileDescriptor file;
   TemporaryName temporary;
-  // Where an old file has its mode to pass on, nobody else may look in before the new one has it.
-  if (const std::error_code error = createTemporary(place, hasOld ? 0600 : 0666, file, temporary))
+  if (const std::error_code error = writeTemporary(place, contents, hasOld ? &old : nullptr, temporary)) {
     return error;
-  if (const std::error_code error = writeAll(file, contents)) return error;
-  if (hasOld) {
-    if (const std::error_code error = takeOver(file, old)) return error;
   }
-  if (const std::error_code error = synchronize(file)) return error;
-  if (const std::error_code error = file.close()) return error;
-  if (const std::error_code error = putInPlace(path, place, temporary)) return error;
-  removeLeftovers(place);
-  return {};
+  return putInPlace(path, place, temporary, &renameOverAnything);
+}
+
+std::error_code LinuxFileSystem::writeNewAtomically(const std::string& path, std::string_view contents) {
+  const Place place(path);
+  struct stat there {};
+  if (::stat(path.c_str(), &there) == 0) {
+    return {S_ISDIR(there.st_mode) ? EISDIR : EEXIST, std::system_category()};
+  }
+  TemporaryName temporary;
+  if (const std::error_code error = writeTemporary(place, contents, nullptr, temporary)) return error;
+  return putInPlace(path, place, temporary, &renameOverNothing);
 }
 
 }  // namespace corvane

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,9 +13,20 @@ namespace corvane {
 
 enum class FileKind { regular, directory, other };
 
+/// Tells a file or directory from all others, also from those that are made in its place once it is gone:
+/// inode numbers are used again at once, but not with the same time of birth. Unchanged by whatever is done
+/// to the file.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t birth = 0;  ///< nanoseconds since 1970; 0 where the file system does not keep it
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
 struct FileAttributes {
   FileKind kind = FileKind::regular;
   Date modificationDate;  ///< sub-second, as stat answers it
+  FileIdentity identity;
 };
 
 /// Errors, by errno, of files that were written and could not be made durable.
@@ -33,6 +46,8 @@ class FileSystem {
     std::error_code error;
     return attributes(path, error);
   }
+  /// As `attributes`, of a symbolic link itself where it is one.
+  virtual std::optional<FileAttributes> ownAttributes(const std::string& path, std::error_code& error) = 0;
   /// One level of a symbolic link as it is stored; nothing when `path` is no link.
   virtual std::optional<std::string> symbolicLinkDestination(const std::string& path) = 0;
 
@@ -43,6 +58,26 @@ class FileSystem {
   virtual std::error_code remove(const std::string& path) = 0;
   /// rename(2): replaces an existing target.
   virtual std::error_code rename(const std::string& from, const std::string& to) = 0;
+  /// As `rename`, but `std::errc::file_exists` when anything stands at `to`. Atomic where the file system
+  /// knows such a rename or, for files, links; elsewhere what comes to stand there in the same instant may be
+  /// replaced.
+  virtual std::error_code renameWithoutReplacing(const std::string& from, const std::string& to) = 0;
+  /// Renames what stands at `path` to a name in the same directory that nothing else has, and answers that
+  /// name in `aside`. What a killed process moved aside and left there is removed by the next call for the
+  /// same path on the same machine.
+  virtual std::error_code moveAside(const std::string& path, std::string& aside) = 0;
+
+  /// See `hold`.
+  class Hold {
+   public:
+    virtual ~Hold() = default;
+  };
+  /// Keeps all others who ask for it from getting a hold on the file or directory that stands at `path`,
+  /// whatever its name becomes, until the answer is dropped or the process ends. Others' holds are waited for
+  /// two seconds. Empty when they last longer, when nothing stands there that may be opened for reading, and
+  /// on file systems that cannot do it (NFS does not, for directories).
+  virtual std::unique_ptr<Hold> hold(const std::string& path) = 0;
+
   /// Copies a regular file's contents and mode; the target must not exist.
   virtual std::error_code copy(const std::string& from, const std::string& to) = 0;
 
@@ -61,6 +96,10 @@ class FileSystem {
   /// `notDurableCategory`. A process that is killed leaves its temporary file, which the next write of the
   /// same file on the same machine removes.
   virtual std::error_code writeAtomically(const std::string& path, std::string_view contents) = 0;
+  /// As `writeAtomically`, but replaces nothing: `std::errc::file_exists`, or `is_a_directory`, when
+  /// something stands at `path`, and by `renameWithoutReplacing` also if it came only while the contents were
+  /// written. A symbolic link that leads nowhere counts as nothing, and is replaced.
+  virtual std::error_code writeNewAtomically(const std::string& path, std::string_view contents) = 0;
 
   /// The mount point of the file system that holds `path`, and whether that file system is local.
   struct Volume {

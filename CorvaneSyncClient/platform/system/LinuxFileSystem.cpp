@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <new>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/TemporaryNames.h"
 #include "CorvaneSyncClient/platform/system/Timespec.h"
 
 namespace corvane {
@@ -22,6 +24,27 @@ FileKind kindOf(mode_t mode) {
   if (S_ISREG(mode)) return FileKind::regular;
   if (S_ISDIR(mode)) return FileKind::directory;
   return FileKind::other;
+}
+
+timespec timeOf(const struct statx_timestamp& time) { return {time.tv_sec, static_cast<long>(time.tv_nsec)}; }
+
+std::int64_t nanosecondsOf(const struct statx_timestamp& time) {
+  return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
+}
+
+FileIdentity identityOf(const struct statx& status) {
+  return {makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino,
+          status.stx_mask & STATX_BTIME ? nanosecondsOf(status.stx_btime) : 0};
+}
+
+std::optional<FileAttributes> attributesOf(const std::string& path, int flags, std::error_code& error) {
+  struct statx status {};
+  if (::statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS | STATX_BTIME, &status) != 0) {
+    error = lastSystemError();
+    return std::nullopt;
+  }
+  error.clear();
+  return FileAttributes{kindOf(status.stx_mode), dateOf(timeOf(status.stx_mtime)), identityOf(status)};
 }
 
 /// Opens a regular file for reading. Anything else is refused, and a FIFO without a writer does not block.
@@ -101,13 +124,12 @@ std::error_code writeAll(const FileDescriptor& file, std::string_view contents) 
 }
 
 std::optional<FileAttributes> LinuxFileSystem::attributes(const std::string& path, std::error_code& error) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) {
-    error = lastSystemError();
-    return std::nullopt;
-  }
-  error.clear();
-  return FileAttributes{kindOf(status.st_mode), dateOf(status.st_mtim)};
+  return attributesOf(path, 0, error);
+}
+
+std::optional<FileAttributes> LinuxFileSystem::ownAttributes(const std::string& path,
+                                                             std::error_code& error) {
+  return attributesOf(path, AT_SYMLINK_NOFOLLOW, error);
 }
 
 // No link (EINVAL) and nothing there (ENOENT) are what callers ask about. Any other failure (no permission, a
@@ -131,6 +153,30 @@ std::error_code LinuxFileSystem::makeDirectory(const std::string& path, unsigned
 
 std::error_code LinuxFileSystem::rename(const std::string& from, const std::string& to) {
   return ::rename(from.c_str(), to.c_str()) == 0 ? std::error_code() : lastSystemError();
+}
+
+std::error_code LinuxFileSystem::renameWithoutReplacing(const std::string& from, const std::string& to) {
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return {};
+  if (errno != EINVAL) return lastSystemError();
+  // The file system does not know this rename. A link replaces nothing either, but directories have none, nor
+  // has every file system.
+  if (::link(from.c_str(), to.c_str()) == 0) {
+    return ::unlink(from.c_str()) == 0 ? std::error_code() : lastSystemError();
+  }
+  struct stat status {};
+  if (::lstat(to.c_str(), &status) == 0) return {EEXIST, std::system_category()};
+  return rename(from, to);
+}
+
+std::error_code LinuxFileSystem::moveAside(const std::string& path, std::string& aside) {
+  const Place place(path);
+  removeLeftovers(place);
+  for (int i = 0; i < kTemporaryNameTries; ++i) {
+    aside = nextTemporaryPath(place);
+    const std::error_code error = renameWithoutReplacing(path, aside);
+    if (error != std::errc::file_exists) return error;
+  }
+  return {EEXIST, std::system_category()};
 }
 
 std::error_code LinuxFileSystem::copy(const std::string& from, const std::string& to) {
