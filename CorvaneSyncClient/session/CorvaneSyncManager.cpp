@@ -117,10 +117,12 @@ bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
   return false;
 }
 
+// A file that the browser makes at the same time is the one to sync.
 void CorvaneSyncManager::_makeBookmarksFile(const std::string& path) {
   const std::error_code error =
-      Platform::current().files.writeAtomically(path, writeXmlPropertyList(Dictionary()));
-  if (error) systemLog("Could not make bookmarks file %@: %@", path, error.message());
+      Platform::current().files.writeNewAtomically(path, writeXmlPropertyList(Dictionary()));
+  if (error && error != std::errc::file_exists)
+    systemLog("Could not make bookmarks file %@: %@", path, error.message());
 }
 
 bool CorvaneSyncManager::sync() {

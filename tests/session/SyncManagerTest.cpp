@@ -191,6 +191,7 @@ TEST_P(UntoldTest, FileIsLeftAlone) {
         {"Could not read bookmarks file " + bookmarksPath() + ": " + GetParam().cause});
     EXPECT_FALSE(syncs(clientId));
     EXPECT_EQ(platform.files.count(FileOperation::writeAtomically), 0);
+    EXPECT_EQ(platform.files.count(FileOperation::writeNewAtomically), 0);
     EXPECT_EQ(tree(*mapped(*savedBookmarks())), "Root(a)");
   }
 }
@@ -239,8 +240,22 @@ TEST_F(SyncManagerTest, DirectoryInTheFilesPlaceStands) {
   EXPECT_TRUE(fs::is_directory(bookmarksPath()));
 }
 
+// The browser makes its file after the look for one: it is not replaced, and is the one that is synced.
+TEST_F(SyncManagerTest, FileThatComesMeanwhileIsNotReplaced) {
+  const std::string browsers = writeBinaryPropertyList(root({leaf("a", "A")}));
+  const auto browserWrites = [&] { ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), browsers)); };
+  platform.files.before(FileOperation::writeAtomically, 1, browserWrites);
+  platform.files.before(FileOperation::writeNewAtomically, 1, browserWrites);
+  const auto manager = CorvaneSyncManager::initWithClientId(kMain);
+  ASSERT_TRUE(manager);
+  std::string contents;
+  ASSERT_FALSE(platform.realFiles.read(bookmarksPath(), contents));
+  EXPECT_EQ(contents, browsers);
+  EXPECT_TRUE(manager->sync());
+}
+
 TEST_F(SyncManagerTest, SaysWhyTheFileCannotBeMade) {
-  platform.files.failAlways(FileOperation::writeAtomically, std::errc::permission_denied);
+  platform.files.failAlways(FileOperation::writeNewAtomically, std::errc::permission_denied);
   platform.log.expectMessages({"Could not make bookmarks file " + bookmarksPath() + ": Permission denied"});
   EXPECT_FALSE(syncs(kMain));
 }
