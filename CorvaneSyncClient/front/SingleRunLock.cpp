@@ -9,7 +9,10 @@ namespace {
 
 constexpr const char* kLockName = "com.keldra.Corvane.SyncClient.IsRunning";
 constexpr double kStaleAfterSeconds = 300.0;
+constexpr int kTries = 100;
 constexpr const char* kAlreadySyncing = "CorvaneSyncClient called to sync, but is already syncing";
+
+bool isGone(const std::error_code& error) { return error == std::errc::no_such_file_or_directory; }
 
 }  // namespace
 
@@ -18,14 +21,27 @@ SingleRunLock::SingleRunLock()
           joinedPath(Platform::current().process.temporaryDirectory(), kLockName))) {}
 
 bool SingleRunLock::acquire() {
-  if (_lock.tryLock()) return true;
-  if (!isStale(_lock.lockDate())) {
+  std::optional<Date> holdersDate;
+  std::error_code error;
+  if (tryOrLook(holdersDate, error)) return true;
+  if (isGone(error) || !isStale(holdersDate)) {
     SCLog(kAlreadySyncing);
     return false;
   }
   if (!breakStaleLock()) return false;
   if (_lock.tryLock()) return true;
   SCLog(kAlreadySyncing);
+  return false;
+}
+
+// Takes the lock, or reads when its holder took it. A lock that is gone at the look is tried again; a lock
+// that is gone every time belongs to many short runs, of which one is always syncing.
+bool SingleRunLock::tryOrLook(std::optional<Date>& holdersDate, std::error_code& error) {
+  for (int i = 0; i < kTries; ++i) {
+    if (_lock.tryLock()) return true;
+    holdersDate = _lock.lockDate(error);
+    if (!isGone(error)) return false;
+  }
   return false;
 }
 
@@ -48,9 +64,13 @@ bool SingleRunLock::breakStaleLock() {
   }
 }
 
+void SingleRunLock::release() {
+  if (const std::optional<std::string> problem = _lock.unlock()) SCLog("%@", *problem);
+}
+
 bool SingleRunLock::isHeld() {
   if (!_lock.tryLock()) return true;
-  _lock.unlock();
+  release();
   return false;
 }
 

@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <limits>
 
@@ -105,9 +107,100 @@ TEST_F(SingleRunLockTest, SomebodyElseMayBeFasterAfterTheBreak) {
   EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kBroken, kAlreadySyncing));
 }
 
+// Two runs judge one lock stale; the slower one leaves the faster one's new lock alone and reports "already
+// syncing".
+TEST_F(SingleRunLockTest, SlowerOfTwoBreakersLeavesTheFastersLock) {
+  lockOfAge(1000.0);
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    // The first step after the look, whichever it is.
+    if (call.operation == FileOperation::remove || call.operation == FileOperation::hold) {
+      platform.files.intercept = nullptr;
+      EXPECT_FALSE(platform.realFiles.remove(path()));
+      lockOfAge(0.0);
+    }
+    return std::error_code();
+  };
+  EXPECT_FALSE(SingleRunLock().acquire());
+  EXPECT_TRUE(isThere());
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kBroken, kAlreadySyncing));
+}
+
+// A holder that gives up between the try and the look leaves nothing, which is no stale lock.
+TEST_F(SingleRunLockTest, LockThatIsGoneAtTheLookIsTriedAgain) {
+  lockOfAge(0.0);
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    if (call.operation == FileOperation::attributes || call.operation == FileOperation::ownAttributes) {
+      platform.files.intercept = nullptr;
+      EXPECT_FALSE(platform.realFiles.remove(path()));
+    }
+    return std::error_code();
+  };
+  EXPECT_TRUE(SingleRunLock().acquire());
+  EXPECT_THAT(platform.log.diagnostics, IsEmpty());
+}
+
+// One that is never there to be looked at belongs to runs that come and go, and is tried a limited number of
+// times.
+TEST_F(SingleRunLockTest, LockThatIsGoneAtEveryLookIsSomebodySyncing) {
+  platform.files.failAlways(FileOperation::makeDirectory, std::errc::file_exists);
+  EXPECT_FALSE(SingleRunLock().acquire());
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre(kAlreadySyncing));
+  EXPECT_LT(platform.files.count(FileOperation::makeDirectory), 1000);
+}
+
+// Releasing is unconditional: a directory that somebody touched, or made a file in, goes.
+TEST_F(SingleRunLockTest, IsReleasedWhateverWasDoneToTheDirectory) {
+  SingleRunLock lock;
+  ASSERT_TRUE(lock.acquire());
+  ASSERT_FALSE(platform.realFiles.write(path() + "/file", ""));
+  ASSERT_FALSE(setModificationDate(path(), Date{1000.0}));
+  lock.release();
+  EXPECT_FALSE(isThere());
+  EXPECT_THAT(platform.log.diagnostics, IsEmpty());
+}
+
+// A lock that cannot be given up is told in the diagnostic log alone.
+TEST_F(SingleRunLockTest, ReleaseThatFailsIsADiagnosticLine) {
+  SingleRunLock lock;
+  ASSERT_TRUE(lock.acquire());
+  platform.files.failAlways(FileOperation::remove, std::errc::permission_denied);
+  lock.release();
+  EXPECT_THAT(platform.log.diagnostics, ElementsAre("Can't remove lock " + path() + ": Permission denied"));
+}
+
+// Of runs that find one stale lock, one gets it and all others report "already syncing".
+TEST_F(SingleRunLockTest, OfManyRunsThatBreakAStaleLockOneGetsIt) {
+  constexpr int kRounds = 40;
+  for (int round = 0; round < kRounds; ++round) {
+    platform.clock.time = linuxPlatform().clock.now();
+    lockOfAge(1000.0);
+    int gate[2];
+    ASSERT_EQ(pipe(gate), 0);
+    std::vector<pid_t> runs(4);
+    for (pid_t& run : runs) {
+      run = fork();
+      if (run != 0) continue;
+      close(gate[1]);
+      char byte = 0;
+      const bool isOpen = read(gate[0], &byte, 1) == 0;
+      _exit(isOpen && SingleRunLock().acquire() ? 0 : 1);
+    }
+    close(gate[0]);
+    close(gate[1]);
+    int taken = 0;
+    for (const pid_t run : runs) {
+      int status = 0;
+      ASSERT_EQ(waitpid(run, &status, 0), run);
+      taken += status == 0;
+    }
+    ASSERT_EQ(taken, 1) << "in round " << round;
+    ASSERT_FALSE(platform.realFiles.remove(path()));
+  }
+}
+
 TEST_F(SingleRunLockTest, UnreadableDateCountsAsStale) {
   lockOfAge(0.0);
-  platform.files.fail(FileOperation::attributes, 1, std::errc::permission_denied);
+  platform.files.fail(FileOperation::ownAttributes, 1, std::errc::permission_denied);
   EXPECT_TRUE(SingleRunLock().acquire());
   EXPECT_THAT(platform.log.diagnostics, ElementsAre(kStale, kBroken));
 }

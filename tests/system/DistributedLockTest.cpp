@@ -16,8 +16,32 @@ namespace {
 class DistributedLockTest : public testing::Test {
  protected:
   DistributedLock lock() { return DistributedLock::lockWithPath(path); }
+  /// A lock that has been looked at, and can be broken.
+  DistributedLock judged() {
+    DistributedLock result = lock();
+    std::error_code error;
+    EXPECT_TRUE(result.lockDate(error)) << error.message();
+    return result;
+  }
+  /// Another process breaks the lock and takes it.
+  void anotherBreaksAndTakes() {
+    std::filesystem::remove_all(path);
+    ASSERT_FALSE(platform.realFiles.makeDirectory(path, 0700));
+  }
+  FileIdentity identity() {
+    std::error_code error;
+    const auto attributes = platform.realFiles.ownAttributes(path, error);
+    EXPECT_TRUE(attributes) << error.message();
+    return attributes ? attributes->identity : FileIdentity();
+  }
+  std::vector<std::string> left() {
+    std::vector<std::string> names;
+    EXPECT_FALSE(listDirectory(platform.process.temporary, names));
+    return names;
+  }
 
   StrictPlatform platform;
+  const std::string name = "com.keldra.Corvane.SyncClient.IsRunning";
   std::string path = platform.process.temporary + "/com.keldra.Corvane.SyncClient.IsRunning";
 };
 
@@ -76,10 +100,21 @@ TEST_F(DistributedLockTest, ofManyProcessesOneGetsIt) {
 }
 
 TEST_F(DistributedLockTest, lockDateIsTheTimeOfTaking) {
-  EXPECT_EQ(lock().lockDate(), std::nullopt);
+  std::error_code error;
+  EXPECT_EQ(lock().lockDate(error), std::nullopt);
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
   ASSERT_TRUE(lock().tryLock());
   ASSERT_FALSE(setModificationDate(path, Date{1234.5}));
-  EXPECT_EQ(lock().lockDate(), Date{1234.5});
+  EXPECT_EQ(lock().lockDate(error), Date{1234.5});
+  EXPECT_FALSE(error);
+}
+
+// A link that leads nowhere stands in the way like anything else, and has a date of its own.
+TEST_F(DistributedLockTest, aLinkToNothingIsALock) {
+  std::filesystem::create_symlink("nowhere", path);
+  EXPECT_FALSE(lock().tryLock());
+  judged().breakLock();
+  EXPECT_TRUE(lock().tryLock());
 }
 
 TEST_F(DistributedLockTest, breakingRemovesWhateverStands) {
@@ -93,35 +128,115 @@ TEST_F(DistributedLockTest, breakingRemovesWhateverStands) {
   lock().breakLock();  // already gone counts as done
 }
 
-TEST_F(DistributedLockTest, aLockPathThatCannotBeRemoved) {
+// Between the look and the break another breaks the lock and takes it: it is his.
+TEST_F(DistributedLockTest, breakingSparesWhatWasTakenSinceTheLook) {
   ASSERT_TRUE(lock().tryLock());
-  platform.files.failAlways(FileOperation::remove, std::errc::permission_denied);
-  EXPECT_EQ(raisedBy([&] { lock().breakLock(); }),
-            "NSGenericException: Can't break lock " + path + ": Permission denied");
-  platform.log.expectMessages({"Can't remove lock " + path + ": Permission denied"});
-  lock().unlock();
-  EXPECT_FALSE(lock().tryLock());
+  DistributedLock slower = judged();
+  anotherBreaksAndTakes();
+  const FileIdentity anothers = identity();
+  slower.breakLock();
+  EXPECT_EQ(identity(), anothers);
+  EXPECT_EQ(left(), std::vector<std::string>{name});
+}
+
+// The same in the very last moment, by a program that knows of no holds: what was moved aside is put back.
+TEST_F(DistributedLockTest, whatIsAnothersIsPutBack) {
+  ASSERT_TRUE(lock().tryLock());
+  DistributedLock slower = judged();
+  FileIdentity anothers;
+  platform.files.before(FileOperation::moveAside, 1, [&] {
+    anotherBreaksAndTakes();
+    ASSERT_FALSE(platform.realFiles.write(path + "/contents", ""));
+    anothers = identity();
+  });
+  slower.breakLock();
+  EXPECT_EQ(identity(), anothers);
+  EXPECT_TRUE(std::filesystem::exists(path + "/contents"));
+  EXPECT_EQ(left(), std::vector<std::string>{name});
+}
+
+// And a third one takes the lock before it is put back: the third one's is not replaced.
+TEST_F(DistributedLockTest, whatAThirdOneMadeMeanwhileIsNotReplaced) {
+  ASSERT_TRUE(lock().tryLock());
+  DistributedLock slower = judged();
+  FileIdentity thirds;
+  platform.files.before(FileOperation::moveAside, 1, [&] { anotherBreaksAndTakes(); });
+  platform.files.before(FileOperation::renameWithoutReplacing, 1, [&] {
+    ASSERT_FALSE(platform.realFiles.makeDirectory(path, 0700));
+    thirds = identity();
+  });
+  slower.breakLock();
+  EXPECT_EQ(identity(), thirds);
+  EXPECT_EQ(left(), std::vector<std::string>{name});
+}
+
+// What is gone, whenever it goes, counts as broken.
+TEST_F(DistributedLockTest, breakingWhatIsGoneIsDone) {
+  for (const FileOperation operation :
+       {FileOperation::hold, FileOperation::moveAside, FileOperation::remove}) {
+    ASSERT_TRUE(lock().tryLock());
+    DistributedLock slower = judged();
+    platform.files.before(operation, 1, [&] { std::filesystem::remove_all(path); });
+    EXPECT_EQ(raisedBy([&] { slower.breakLock(); }), "");
+    EXPECT_EQ(left(), std::vector<std::string>());
+  }
+}
+
+// Those who break a lock hold on to it, so that each sees what the other has made of it.
+TEST_F(DistributedLockTest, removingHasAHoldOnTheLock) {
+  DistributedLock mine = lock();
+  ASSERT_TRUE(mine.tryLock());
+  int held = 0;
+  platform.files.before(FileOperation::moveAside, 1, [&] {
+    held += answerOfChild([&] { return LinuxFileSystem().hold(path) ? "had" : "not had"; }) == "not had";
+  });
+  mine.unlock();
+  EXPECT_EQ(held, 1);
+}
+
+TEST_F(DistributedLockTest, aLockPathThatCannotBeRemoved) {
+  DistributedLock mine = lock();
+  ASSERT_TRUE(mine.tryLock());
+  for (const FileOperation operation : {FileOperation::remove, FileOperation::moveAside}) {
+    platform.files.failAlways(operation, std::errc::permission_denied);
+    EXPECT_EQ(raisedBy([&] { judged().breakLock(); }),
+              "NSGenericException: Can't break lock " + path + ": Permission denied");
+    EXPECT_EQ(lock().unlock(), "Can't remove lock " + path + ": Permission denied");
+    EXPECT_FALSE(lock().tryLock());
+    EXPECT_EQ(left(), std::vector<std::string>{name});
+    platform.files.heal();
+  }
 }
 
 TEST_F(DistributedLockTest, unlockingALockThatIsGoneIsNoError) {
-  lock().unlock();
+  EXPECT_EQ(lock().unlock(), std::nullopt);
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+// Whatever was done to the directory meanwhile, it is given up.
+TEST_F(DistributedLockTest, aLockThatWasTouchedOrHoldsAFileIsGivenUp) {
+  DistributedLock mine = lock();
+  ASSERT_TRUE(mine.tryLock());
+  ASSERT_FALSE(platform.realFiles.write(path + "/.nfs0001", "somebody's"));
+  ASSERT_FALSE(setModificationDate(path, Date{1000.0}));
+  EXPECT_EQ(mine.unlock(), std::nullopt);
+  EXPECT_EQ(left(), std::vector<std::string>());
+}
+
+// A lock is told by what it is: a successor's with the very same date and inode number is the successor's.
 TEST_F(DistributedLockTest, aLockThatAnotherBrokeAndTookIsHis) {
   DistributedLock first = lock();
-  // So that the file system's clock ticks between the two: a lock is only broken long after it was taken.
-  platform.files.before(FileOperation::attributes, 1,
-                        [this] { EXPECT_FALSE(setModificationDate(path, Date{1000.0})); });
   ASSERT_TRUE(first.tryLock());
+  std::error_code error;
+  const Date date = *lock().lockDate(error);
   DistributedLock second = lock();
-  second.breakLock();
+  judged().breakLock();
   ASSERT_TRUE(second.tryLock());
-  platform.log.expectMessages(
-      {"Lock " + path + " was broken and taken by another process, so it is not given up"});
-  first.unlock();
+  ASSERT_FALSE(setModificationDate(path, date));
+  EXPECT_EQ(first.unlock(),
+            "Lock " + path + " was broken and taken by another process, so it is not given up");
   EXPECT_TRUE(std::filesystem::is_directory(path));
-  second.unlock();
+  EXPECT_EQ(second.unlock(), std::nullopt);
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
@@ -135,9 +250,9 @@ TEST_F(DistributedLockTest, aLockTakenAgainIsGivenUp) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(DistributedLockTest, aLockWhoseDateCannotBeReadIsGivenUp) {
+TEST_F(DistributedLockTest, aLockThatCouldNotBeToldIsGivenUp) {
   DistributedLock mine = lock();
-  platform.files.fail(FileOperation::attributes, 1, std::errc::io_error);
+  platform.files.fail(FileOperation::ownAttributes, 1, std::errc::io_error);
   ASSERT_TRUE(mine.tryLock());
   mine.unlock();
   EXPECT_FALSE(std::filesystem::exists(path));

@@ -1,50 +1,63 @@
 #include "CorvaneSyncClient/platform/system/DistributedLock.h"
 
+#include "CorvaneSyncClient/platform/foundation/Format.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/system/LockDirectory.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane {
 
 bool DistributedLock::tryLock() {
-  const std::error_code error = Platform::current().files.makeDirectory(_path, 0700);
-  if (!error) {
-    _taken = lockDate();
-    return true;
-  }
+  std::error_code error = Platform::current().files.makeDirectory(_path, 0700);
   if (error == std::errc::file_exists) return false;
-  throw PlatformException(NSObjectNotAvailableException, "Can't take lock " + _path + ": " + error.message());
+  if (error) {
+    throw PlatformException(NSObjectNotAvailableException,
+                            "Can't take lock " + _path + ": " + error.message());
+  }
+  _taken = identity(error);
+  return true;
 }
 
-// Nothing is ever put into the directory, so that its date stays that of its making.
-bool DistributedLock::isAnothers() {
-  const std::optional<Date> date = lockDate();
-  return _taken && date && !(*date == *_taken);
-}
-
-void DistributedLock::unlock() {
-  const bool isLost = isAnothers();
-  _taken.reset();
-  if (isLost) {
-    systemLog("Lock %@ was broken and taken by another process, so it is not given up", _path);
-    return;
+std::optional<std::string> DistributedLock::unlock() {
+  const std::optional<FileIdentity> taken = std::exchange(_taken, std::nullopt);
+  std::error_code error;
+  const std::optional<FileIdentity> standing = identity(error);
+  if (taken && standing && standing != taken) {
+    return format("Lock %@ was broken and taken by another process, so it is not given up", _path);
   }
-  const std::error_code error = Platform::current().files.remove(_path);
-  if (error && error != std::errc::no_such_file_or_directory) {
-    systemLog("Can't remove lock %@: %@", _path, error.message());
-  }
+  error = remove(taken);
+  return error ? std::optional(format("Can't remove lock %@: %@", _path, error.message())) : std::nullopt;
 }
 
 void DistributedLock::breakLock() {
-  const std::error_code error = Platform::current().files.remove(_path);
-  if (error && error != std::errc::no_such_file_or_directory) {
+  if (const std::error_code error = remove(_lookedAt)) {
     throw PlatformException(NSGenericException, "Can't break lock " + _path + ": " + error.message());
   }
 }
 
-std::optional<Date> DistributedLock::lockDate() {
-  std::error_code error;
-  const std::optional<FileAttributes> attributes = Platform::current().files.attributes(_path, error);
-  return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
+std::optional<Date> DistributedLock::lockDate(std::error_code& error) {
+  const std::optional<FileAttributes> attributes = Platform::current().files.ownAttributes(_path, error);
+  _lookedAt.reset();
+  if (!attributes) return std::nullopt;
+  _lookedAt = attributes->identity;
+  return attributes->modificationDate;
+}
+
+std::optional<FileIdentity> DistributedLock::identity(std::error_code& error) {
+  const std::optional<FileAttributes> attributes = Platform::current().files.ownAttributes(_path, error);
+  return attributes ? std::optional(attributes->identity) : std::nullopt;
+}
+
+// Removes `lock`, or whatever stands there where that is absent. What cannot be deleted goes on being a lock.
+std::error_code DistributedLock::remove(const std::optional<FileIdentity>& lock) {
+  FileSystem& files = Platform::current().files;
+  const std::unique_ptr<FileSystem::Hold> hold = files.hold(_path);
+  std::string aside;
+  if (const std::error_code error = takeLockDirectory(_path, lock, aside)) return error;
+  if (aside.empty()) return {};
+  const std::error_code error = files.remove(aside);
+  if (error) files.renameWithoutReplacing(aside, _path);  // the first failure is the one to tell
+  return error;
 }
 
 }  // namespace corvane
