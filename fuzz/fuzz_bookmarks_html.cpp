@@ -1,4 +1,5 @@
-// Bookmarks files are read whatever they hold, and what was read survives being written and read again.
+// Bookmarks files are read whatever they hold, unless they are no text of their character set, and what was
+// read survives being written and read again.
 
 #include <cstddef>
 #include <cstdint>
@@ -6,6 +7,9 @@
 #include "CorvaneSyncClient/platform/foundation/Text.h"
 #include "fuzz/Require.h"
 #include "tools/loomerctl/BookmarksHtml.h"
+#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/ForeignFile.h"
+#include "tools/loomerctl/HtmlCharacterSet.h"
 #include "tools/loomerctl/HtmlText.h"
 
 namespace {
@@ -42,15 +46,23 @@ std::string fileOf(const std::vector<HtmlNode>& nodes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace corvane;
-  const auto nodes =
-      loomerctl::parseBookmarksHtml(std::string_view(reinterpret_cast<const char*>(data), size));
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  loomerctl::foreignKind(bytes);
+  std::string html;
+  try {
+    html = loomerctl::htmlAsUtf8(bytes, "file");
+  } catch (const loomerctl::Refused&) {
+    return 0;
+  }
+  require(isValidUtf8(html), "what is decoded is UTF-8");
+  const auto nodes = loomerctl::parseBookmarksHtml(html).nodes;
   for (std::size_t i = 0; i < nodes.size(); ++i) {
     const HtmlNode& node = nodes[i];
     const bool inRoot = node.parent == HtmlNode::kRoot;
     require(inRoot || (node.parent < i && nodes[node.parent].folder), "parents are folders and come first");
     require(isValidUtf8(node.title) && isValidUtf8(node.url), "texts are UTF-8");
   }
-  const auto again = loomerctl::parseBookmarksHtml(fileOf(nodes));
+  const auto again = loomerctl::parseBookmarksHtml(fileOf(nodes)).nodes;
   require(again.size() == nodes.size(), "as many nodes come back");
   for (std::size_t i = 0; i < nodes.size(); ++i) {
     require(again[i].folder == nodes[i].folder && again[i].parent == nodes[i].parent, "the tree comes back");

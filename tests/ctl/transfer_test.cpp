@@ -12,8 +12,10 @@ namespace corvane {
 namespace {
 
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr const char* kShape =
@@ -136,8 +138,60 @@ TEST_F(TransferTest, FilesThatCannotBeUsedAreRefusedAndMakeNoStore) {
   EXPECT_EQ(ctl({"import", platform.directory / "none.html"}).status, 1);
   const Run nothing = ctl({"import", "-"}, "just text");
   EXPECT_EQ(nothing.status, 1);
-  EXPECT_THAT(nothing.err, HasSubstr("There are no bookmarks in standard input."));
+  EXPECT_THAT(nothing.err,
+              HasSubstr("There are no bookmarks in standard input. `import` takes a bookmarks file"));
   EXPECT_EQ(::access((home + "/Library").c_str(), F_OK), -1);
+}
+
+TEST_F(TransferTest, ImportSaysWhatItLeavesOut) {
+  useEmptyHome();
+  const std::string line = "Left out: 2 tags, 1 keyword, 2 descriptions, 2 separators.\n";
+  EXPECT_THAT(ctl({"import", "-"}, htmlFile(kDescribedStyle)).out, EndsWith(" next session.\n" + line));
+  EXPECT_THAT(ctl({"import", "-"}, htmlFile(kDescribedStyle)).out, EndsWith(" is there already.\n" + line));
+  EXPECT_THAT(ctl({"import", "-"}, htmlFile(kToolbarStyle)).out, Not(HasSubstr("Left out")));
+}
+
+TEST_F(TransferTest, ImportSaysWhatKindOfFileItWantsWhenItGetsAnother) {
+  useEmptyHome();
+  const struct {
+    std::string bytes;
+    const char* kind;
+  } rows[] = {
+      {"", "empty"},
+      {" \r\n", "empty"},
+      {"\xEF\xBB\xBF", "empty"},
+      {std::string("SQLite format 3\0\x10", 17), "an SQLite database"},
+      {"bplist00\xD0", "a binary property list"},
+      {std::string("mozLz40\0x", 9), "a compressed JSON file"},
+      {"\x1F\x8B\x08", "a gzip archive"},
+      {"PK\x03\x04", "a ZIP archive"},
+      {"\n{\n \"guid\": \"<DT><A HREF='http://a/'>\"}", "a JSON file"},
+      {"[{\"a\": 1}]", "a JSON file"},
+      {"<?xml version=\"1.0\"?>\n<!-- x -->\n<plist version=\"1.0\"><dict/></plist>",
+       "a property list in XML"},
+      {"<plist/>", "a property list in XML"},
+      {"<?xml version=\"1.0\"?>\n<xbel/>", "an XBEL file"},
+  };
+  for (const auto& row : rows) {
+    const Run run = ctl({"import", "-"}, row.bytes);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "loomerctl: standard input is " + std::string(row.kind) +
+                           ". `import` takes a bookmarks file in HTML, as browsers export it.\n");
+  }
+  EXPECT_EQ(ctl({"import", platform.directory / ""}).err,
+            "loomerctl: " + (platform.directory / "") +
+                " is a directory. `import` takes a bookmarks file in HTML, as browsers export it.\n");
+}
+
+TEST_F(TransferTest, ImportReadsTheDeclaredCharacterSetAndRefusesWhatItCannotDecode) {
+  useEmptyHome();
+  const std::string begin = "<META CHARSET=\"windows-1251\"><DL><DT><A HREF=\"http://a/\">\xCF\xF0";
+  EXPECT_EQ(
+      ctl({"import", "-"}, htmlFile(begin + "\x98</A></DL>")).err,
+      "loomerctl: standard input cannot be read in the character set \"windows-1251\", which it declares: "
+      "the bytes at offset 95, line 2, are no character of it.\n");
+  ASSERT_EQ(ctl({"import", "-"}, htmlFile(begin + "</A></DL>")).status, 0);
+  EXPECT_EQ(json({"tree"}, "[r['title'] for r in d]"), "['\xD0\x9F\xD1\x80']");
 }
 
 TEST_F(TransferTest, ExportThatCannotBeWrittenIsRefused) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -26,11 +27,23 @@ struct HtmlNode {
   bool tabGroup = false;         ///< marked as a folder that opens as a group of tabs
 };
 
-/// What a bookmarks file holds, in its order, parents before their contents. Takes any bytes: what is not
-/// understood is passed over, lists left open end with the file, descriptions and separators are ignored.
-/// UTF-8, with or without its mark, unless the file declares ISO-8859-1 or windows-1252 or is no UTF-8
-/// throughout. O(n) in time and memory, without recursion.
-std::vector<HtmlNode> parseBookmarksHtml(std::string_view bytes);
+/// How much a file says of its bookmarks and folders that HtmlNode does not hold.
+struct HtmlLeftOut {
+  std::size_t tags = 0;
+  std::size_t keywords = 0;
+  std::size_t descriptions = 0;
+  std::size_t separators = 0;
+};
+
+struct HtmlBookmarks {
+  std::vector<HtmlNode> nodes;  ///< in the file's order, parents before their contents
+  HtmlLeftOut leftOut;
+};
+
+/// What a bookmarks file holds. Takes any text: what is not understood is passed over, and lists left open
+/// end with the file. Bytes that are no UTF-8, and zeros, become U+FFFD. O(n) in time and memory, without
+/// recursion.
+HtmlBookmarks parseBookmarksHtml(std::string_view html);
 
 /// The beginning of a bookmarks file, up to and with the opening of the root's list.
 std::string htmlHead();

@@ -54,8 +54,8 @@ std::string htmlFolderEnd(std::size_t depth) { return indentation(depth) + "</DL
 
 std::string htmlBookmark(const HtmlNode& bookmark, std::size_t depth, std::optional<Date> added,
                          std::optional<Date> modified) {
-  return indentation(depth) + "<DT><A HREF=\"" + htmlEscapedAttribute(bookmark.url) + '"' + dates(added, modified) +
-         '>' + htmlEscapedTitle(bookmark.title) + "</A>\n";
+  return indentation(depth) + "<DT><A HREF=\"" + htmlEscapedAttribute(bookmark.url) + '"' +
+         dates(added, modified) + '>' + htmlEscapedTitle(bookmark.title) + "</A>\n";
 }
 
 }  // namespace corvane::loomerctl

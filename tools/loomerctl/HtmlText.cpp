@@ -50,7 +50,6 @@ constexpr NamedCharacter kNamed[] = {
 
 constexpr std::string_view kHtmlSpaces = " \t\n\r\f";
 
-bool isHtmlSpace(char c) { return kHtmlSpaces.find(c) != std::string_view::npos; }
 bool isLineEnd(char c) { return c == '\n' || c == '\r' || c == '\f'; }
 
 std::optional<char32_t> namedCharacter(std::string_view name) {
@@ -192,16 +191,6 @@ std::string whiteSpaceCollapsed(std::string_view text) {
     }
   }
   if (result.ends_with(' ')) result.pop_back();
-  return result;
-}
-
-std::string utf8FromLatin1(std::string_view bytes) {
-  std::string result;
-  result.reserve(bytes.size());
-  for (const char each : bytes) {
-    const auto byte = static_cast<unsigned char>(each);
-    appendUtf8(result, byte >= 0x80 && byte <= 0x9F ? kWindows1252[byte - 0x80] : byte);
-  }
   return result;
 }
 

@@ -5,6 +5,9 @@
 
 namespace corvane::loomerctl {
 
+/// What counts as white space in HTML: the blank, the tab, line and page ends.
+constexpr bool isHtmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
+
 /// A title for between tags. Nothing but what has a meaning in HTML is escaped: browsers know no other
 /// references in titles and would show them as they stand. White space stays as it is, but a line end, which
 /// some of them would take for the end of the bookmark, becomes a blank. Bytes that are no UTF-8 become
@@ -25,8 +28,5 @@ std::string htmlAttribute(std::string_view html);
 
 /// The text as HTML is shown: each run of white space is one blank, and there is none at the ends.
 std::string whiteSpaceCollapsed(std::string_view text);
-
-/// Bytes of the encoding that browsers mean by ISO-8859-1, which is windows-1252 (WHATWG Encoding), as UTF-8.
-std::string utf8FromLatin1(std::string_view bytes);
 
 }  // namespace corvane::loomerctl

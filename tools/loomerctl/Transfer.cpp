@@ -7,6 +7,8 @@
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/ForeignFile.h"
+#include "tools/loomerctl/HtmlCharacterSet.h"
 #include "tools/loomerctl/ImportPlan.h"
 #include "tools/loomerctl/Input.h"
 #include "tools/loomerctl/Store.h"
@@ -92,6 +94,36 @@ std::error_code write(const std::string& path, const std::string& bytes) {
   return files.writeAtomically(path, bytes);
 }
 
+/// Raises Refused, with what it wants instead, for anything but a bookmarks file.
+HtmlBookmarks readBookmarksFile(const std::string& path) {
+  const std::string name = inputName(path);
+  const auto refuse = [](const std::string& cause) {
+    throw Refused{cause + " `import` takes a bookmarks file in HTML, as browsers export it."};
+  };
+  const auto present = Platform::current().files.attributesIfKnown(path);
+  if (path != kStandardStream && present && present->kind == FileKind::directory) {
+    refuse(name + " is a directory.");
+  }
+  const std::string bytes = readInput(path);
+  if (const char* kind = foreignKind(bytes)) refuse(name + " is " + kind + '.');
+  HtmlBookmarks bookmarks = parseBookmarksHtml(htmlAsUtf8(bytes, name));
+  if (bookmarks.nodes.empty()) refuse("There are no bookmarks in " + name + '.');
+  return bookmarks;
+}
+
+/// One line; nothing where nothing is left out.
+std::string leftOutText(const HtmlLeftOut& leftOut) {
+  std::string text;
+  const auto add = [&text](std::size_t count, const char* singular, const char* plural) {
+    if (count > 0) text += (text.empty() ? "Left out: " : ", ") + countText(count, singular, plural);
+  };
+  add(leftOut.tags, "tag", "tags");
+  add(leftOut.keywords, "keyword", "keywords");
+  add(leftOut.descriptions, "description", "descriptions");
+  add(leftOut.separators, "separator", "separators");
+  return text.empty() ? text : text + ".\n";
+}
+
 }  // namespace
 
 Status exportFile(Invocation& run) {
@@ -112,24 +144,24 @@ Status exportFile(Invocation& run) {
 
 Status importFile(Invocation& run) {
   const std::string& path = run.options.argument;
-  const std::vector<HtmlNode> nodes = parseBookmarksHtml(readInput(path));
+  const HtmlBookmarks file = readBookmarksFile(path);
   const std::string name = inputName(path);
-  if (nodes.empty()) throw Refused{"There are no bookmarks in " + name + '.'};
   const auto store = openOrMakeStore();
   ImportPlan plan;
   const auto session = editTruth(*store, "loomerctl import " + lastComponent(name), SessionKind::importFile,
                                  [&](const std::vector<TruthRecord>& truth, const TruthState& state) {
-                                   plan = planImport(truth, nodes, state.nextRecord, state.revision + 1);
+                                   plan = planImport(truth, file.nodes, state.nextRecord, state.revision + 1);
                                    return plan.changes;
                                  });
-  if (!session) {
+  if (session) {
+    run.out.write("Added " + countText(plan.bookmarks, "bookmark", "bookmarks") + " and " +
+                  countText(plan.folders, "folder", "folders") + " as session " + std::to_string(*session) +
+                  "; " + grouped(plan.known) +
+                  " were there already. Each client follows at its next session.\n");
+  } else {
     run.out.write("Everything in " + printable(name) + " is there already.\n");
-    return statusFine;
   }
-  run.out.write("Added " + countText(plan.bookmarks, "bookmark", "bookmarks") + " and " +
-                countText(plan.folders, "folder", "folders") + " as session " + std::to_string(*session) +
-                "; " + grouped(plan.known) +
-                " were there already. Each client follows at its next session.\n");
+  run.out.write(leftOutText(file.leftOut));
   return statusFine;
 }
 

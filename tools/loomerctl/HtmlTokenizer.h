@@ -1,0 +1,54 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace corvane::loomerctl {
+
+/// The text with the letters of ASCII in lower case.
+std::string asciiLowered(std::string_view text);
+
+struct Tag {
+  std::string name;  ///< in lower case
+  bool closing = false;
+  std::vector<std::pair<std::string, std::string_view>> attributes;  ///< names in lower case, values raw
+
+  /// The first of that name; null for none.
+  const std::string_view* attribute(std::string_view wanted) const;
+  /// Set, and not to "false".
+  bool flag(std::string_view wanted) const;
+};
+
+/// Splits HTML, in any character set that has ASCII's characters in ASCII's places, into tags and the text
+/// between them. Comments, declarations, and what scripts and style sheets say are passed over. O(n).
+class HtmlTokenizer {
+ public:
+  explicit HtmlTokenizer(std::string_view html) : _html(html) {}
+
+  /// The next piece: a tag (true, in `tag`) or text (false, in `text`); nothing more when `text` is empty.
+  bool next(Tag& tag, std::string_view& text);
+
+ private:
+  bool startsMarkup(std::size_t at) const;
+  void moveBehind(std::string_view end);
+  void skipDeclaration();
+  void skipRaw(const std::string& name);
+  bool readTag(Tag& tag);
+  void readAttribute(Tag& tag);
+  std::string_view readValue();
+
+  template <typename Predicate>
+  std::string_view takeWhile(Predicate holds) {
+    const std::size_t begin = _at;
+    while (_at < _html.size() && holds(_html[_at])) ++_at;
+    return _html.substr(begin, _at - begin);
+  }
+
+  std::string_view _html;
+  std::size_t _at = 0;
+  bool _noneLeft[2] = {false, false};  // closing quotes, single and double
+};
+
+}  // namespace corvane::loomerctl
