@@ -47,7 +47,7 @@ class NotedHub : public pelto::Hub {
     _hub.reset();
   }
 
-  pelto::HubNews news(const std::optional<pelto::HubSeen>& seen) override {
+  pelto::HubNews news(const std::vector<pelto::HubSeen>& seen) override {
     const Stopwatch timed(_dealings.seconds);
     pelto::HubNews news = _hub->news(seen);
     _dealings.taken += news.records.size();

@@ -81,9 +81,11 @@ class PlanTest : public HubTest {
     std::vector<HubRecord> half(all.records.begin(), all.records.begin() + kRecords / 2);
     const String mark = give(fresh, half);
     EXPECT_TRUE(fresh.hasPush(mark));
-    EXPECT_EQ(fresh.news(all.now).records.size(), half.size());
+    EXPECT_EQ(fresh.news({all.now}).records.size(), half.size());
     give(fresh, {bookmark("one more", "http://more/"), tombstone(half.front())});
-    EXPECT_EQ(fresh.news(fresh.news({}).now).records.size(), 0u);
+    EXPECT_EQ(fresh.news({fresh.news({}).now}).records.size(), 0u);
+    const HubSeen lost{all.now.account, all.now.revision + 5, newUuidString()};
+    EXPECT_EQ(fresh.news({lost, all.now}).common, all.now);
   }
 
   static void expectOwnRowsAlone(const ExplainedPlan& plan, const std::string& records,
@@ -135,7 +137,7 @@ TEST_F(PlanTest, QuietExchangeTouchesNeitherRecordsNorPushes) {
   const HubSeen seen = hub.news({}).now;
   PostgresHub fresh(url, computer);
   const ExplainedPlans plans(server);
-  EXPECT_EQ(fresh.news(seen).records.size(), 0u);
+  EXPECT_EQ(fresh.news({seen}).records.size(), 0u);
   const std::vector<ExplainedPlan> all = plans.all();
   EXPECT_GT(rowsIn(all), 0);
   for (const ExplainedPlan& plan : all) {
@@ -155,7 +157,7 @@ TEST_F(PlanTest, OneEditReadsAFewRowsHoweverManyThereAre) {
     PostgresHub giver(url, computer), taker(url, computer);
     const ExplainedPlans plans(server);
     EXPECT_TRUE(giver.push({before.now, newUuidString(), {edited}}));
-    EXPECT_EQ(text(taker.news(before.now).records), text({edited}));
+    EXPECT_EQ(text(taker.news({before.now}).records), text({edited}));
     const std::vector<ExplainedPlan> all = plans.all();
     EXPECT_GT(rowsIn(all), 3);
     EXPECT_LT(rowsIn(all), 40) << textOf(all);
@@ -167,7 +169,7 @@ TEST_F(PlanTest, StatementsOfAnExchangeOpenOnePartitionOfEachTable) {
   PostgresHub giver(url, computer), taker(url, computer);
   const ExplainedPlans plans(server);
   EXPECT_TRUE(giver.push({before.now, newUuidString(), {bookmark("new", "http://new/")}}));
-  EXPECT_EQ(taker.news(before.now).records.size(), 1u);
+  EXPECT_EQ(taker.news({before.now}).records.size(), 1u);
   int parts = 0;
   for (const ExplainedPlan& plan : plans.all()) {
     for (const char* table : {"records_", "pushes_"}) {

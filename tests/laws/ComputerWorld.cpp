@@ -62,7 +62,7 @@ bool ComputerWorld::isMeetingPending() {
   return std::any_of(_computers.begin(), _computers.end(), [this](Computer& computer) {
     LoomerClient* const client = computer.manager->clientWithIdentifier(loomer::kHubClientIdentifier);
     const auto seen = client ? loomer::seenByHubClient(*client) : std::nullopt;
-    return seen && !hub.connect()->news(seen).continues;
+    return seen && !hub.connect()->news({*seen}).common;
   });
 }
 

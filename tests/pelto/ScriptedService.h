@@ -26,7 +26,7 @@ class ScriptedService {
    public:
     explicit ScriptedHub(ScriptedService& service) : _service(service) {}
 
-    pelto::HubNews news(const std::optional<pelto::HubSeen>&) override {
+    pelto::HubNews news(const std::vector<pelto::HubSeen>&) override {
       _service.answer("news");
       return {};
     }

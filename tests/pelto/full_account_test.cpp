@@ -37,10 +37,10 @@ TEST_F(FullAccountTest, FillsInOnePushRefusesMoreAndEmptiesInOnePush) {
         hub.push({all.now, newUuidString(), {more}});
       }),
       testing::AllOf(testing::HasSubstr("the account is full"), testing::HasSubstr("Delete bookmarks")));
-  EXPECT_EQ(hub.news(all.now).now, all.now);
+  EXPECT_EQ(hub.news({all.now}).now, all.now);
 
   ASSERT_TRUE(hub.push({all.now, newUuidString(), {tombstone(records[0]), more, tombstone(records[1])}}));
-  const HubNews changed = hub.news(all.now);
+  const HubNews changed = hub.news({all.now});
   EXPECT_EQ(text(changed.records), text({tombstone(records[0]), tombstone(records[1]), more}));
   EXPECT_EQ(changed.room, 1);
 
@@ -49,7 +49,7 @@ TEST_F(FullAccountTest, FillsInOnePushRefusesMoreAndEmptiesInOnePush) {
   const HubNews emptied = hub.news({});
   EXPECT_EQ(text(emptied.records), text({more}));
   EXPECT_EQ(emptied.room, kLimit - 1);
-  EXPECT_EQ(hub.news(changed.now).records.size(), static_cast<std::size_t>(kLimit)) << "every tombstone";
+  EXPECT_EQ(hub.news({changed.now}).records.size(), static_cast<std::size_t>(kLimit)) << "every tombstone";
 }
 
 }  // namespace

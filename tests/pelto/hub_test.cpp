@@ -31,7 +31,7 @@ TEST_F(HubTest, PushedRecordsComeBackAsTheyWere) {
 
   const HubNews news = hub.news({});
   EXPECT_TRUE(news.whole);
-  EXPECT_FALSE(news.continues);
+  EXPECT_FALSE(news.common);
   EXPECT_EQ(news.now.revision, 1);
   EXPECT_EQ(news.now.mark, mark);
   EXPECT_EQ(news.room, 999'995);
@@ -115,15 +115,15 @@ TEST_F(HubTest, NewsTellsWhatChangedSince) {
   const HubSeen first = hub.news({}).now;
   b.name = "B, renamed";
   give({b, tombstone(c)});
-  const HubNews news = hub.news(first);
-  EXPECT_TRUE(news.continues);
+  const HubNews news = hub.news({first});
+  EXPECT_TRUE(news.common);
   EXPECT_FALSE(news.whole);
   EXPECT_EQ(text(news.records), text({b, tombstone(c)}));
   EXPECT_EQ(news.room, 999'998);
 
   EXPECT_EQ(text(hub.news({}).records), text({a, b})) << "who asks for all hears of no tombstones";
-  const HubNews again = hub.news(news.now);
-  EXPECT_TRUE(again.continues);
+  const HubNews again = hub.news({news.now});
+  EXPECT_TRUE(again.common);
   EXPECT_EQ(text(again.records), "");
   EXPECT_EQ(again.now, news.now);
 }
@@ -132,8 +132,8 @@ TEST_F(HubTest, EmptyAccountThatWasSeenGoesOn) {
   const HubSeen empty = hub.news({}).now;
   const HubRecord a = bookmark("A", "http://a/");
   give({a});
-  const HubNews news = hub.news(empty);
-  EXPECT_TRUE(news.continues);
+  const HubNews news = hub.news({empty});
+  EXPECT_TRUE(news.common);
   EXPECT_FALSE(news.whole);
   EXPECT_EQ(text(news.records), text({a}));
 }
@@ -208,7 +208,7 @@ TEST_F(HubTest, ManyRecordsComeInPages) {
   std::vector<HubRecord> half(given.begin(), given.begin() + 6'000), rest(given.begin() + 6'000, given.end());
   give(half);
   give(rest);
-  EXPECT_EQ(text(hub.news(seen).records), text(given)) << "a page ends within a revision";
+  EXPECT_EQ(text(hub.news({seen}).records), text(given)) << "a page ends within a revision";
 }
 
 TEST_F(HubTest, LargeRecordsComeInPages) {
@@ -293,7 +293,7 @@ TEST_F(HubTest, TombstonesOfAnAccountAreBounded) {
   give({});
   EXPECT_EQ(tombstones(), 0) << "more than the account may hold records: dropped before their time";
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE account = $"), 0);
-  EXPECT_TRUE(hub.news(seen).whole);
+  EXPECT_TRUE(hub.news({seen}).whole);
 
   administer("UPDATE corvane_hub.accounts SET tombstones = 6 WHERE id = $");
   const HubRecord last = bookmark("C", "http://c/");
@@ -391,18 +391,53 @@ TEST_F(RestoredHubTest, StateSeenAfterTheBackupIsOfAnotherPast) {
   const HubSeen after = hub.news({}).now;
   restore();
 
-  HubNews news = hub.news(after);
-  EXPECT_FALSE(news.continues);
+  HubNews news = hub.news({after});
+  EXPECT_FALSE(news.common);
   EXPECT_TRUE(news.whole);
   EXPECT_EQ(text(news.records), text({a}));
-  EXPECT_TRUE(hub.news(before).continues);
+  EXPECT_TRUE(hub.news({before}).common);
   EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
 
   give({bookmark("C", "http://c/")});
-  news = hub.news(after);
+  news = hub.news({after});
   EXPECT_EQ(news.now.revision, after.revision) << "the same number";
-  EXPECT_FALSE(news.continues) << "of another past";
+  EXPECT_FALSE(news.common) << "of another past";
   EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
+}
+
+TEST_F(RestoredHubTest, NewestStateThatBothKnowIsFoundAndWhatChangedSinceIsTold) {
+  const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
+                  c = bookmark("C", "http://c/"), d = bookmark("D", "http://d/");
+  const HubSeen empty = hub.news({}).now;
+  give({a, b, c});
+  const HubSeen first = hub.news({}).now;
+  give({tombstone(c)});
+  const HubSeen second = hub.news({}).now;
+  backUp();
+  give({d});
+  const HubSeen lost = hub.news({}).now;
+  restore();
+  give({tombstone(b)});
+
+  const HubNews news = hub.news({lost, second, first, empty});
+  EXPECT_EQ(news.common, second);
+  EXPECT_TRUE(news.whole);
+  EXPECT_EQ(text(news.records), text({a, tombstone(b)})) << "what was deleted before needs not be told";
+  for (const HubRecord& record : news.records) EXPECT_EQ(record.revision, record.deleted ? 3 : 1);
+  EXPECT_EQ(news.past, std::vector<HubSeen>()) << "there are none between";
+  EXPECT_EQ(hub.news({lost, first}).past, std::vector<HubSeen>{second});
+  EXPECT_EQ(hub.news({lost, empty}).common, empty) << "every account began so";
+}
+
+TEST_F(HubTest, WhoComesLateIsToldOfThePastMoreSparselyTheFartherBack) {
+  const HubSeen empty = hub.news({}).now;
+  for (int i = 0; i < 200; ++i) give({});
+  const std::vector<HubSeen> past = hub.news({}).past;
+  ASSERT_EQ(past.size(), 65u);
+  for (int i = 0; i < 64; ++i) EXPECT_EQ(past[static_cast<std::size_t>(i)].revision, 199 - i);
+  EXPECT_EQ(past.back().revision, 200 - 128);
+  EXPECT_TRUE(hub.news({past.back()}).common);
+  EXPECT_EQ(hub.news({past[2], empty}).past, (std::vector<HubSeen>{past[0], past[1]}));
 }
 
 TEST_F(RestoredHubTest, AccountMadeAnewIsAnotherOne) {
@@ -415,8 +450,8 @@ TEST_F(RestoredHubTest, AccountMadeAnewIsAnotherOne) {
   PostgresHub again(server.addAccount(user), computer);
   again.setEnabled(kHubDataClass, true);
   for (const HubSeen& past : {empty, seen}) {
-    const HubNews news = again.news(past);
-    EXPECT_FALSE(news.continues);
+    const HubNews news = again.news({past});
+    EXPECT_FALSE(news.common);
     EXPECT_TRUE(news.whole);
     EXPECT_EQ(text(news.records), "");
   }
@@ -434,12 +469,12 @@ TEST_F(HubTest, OldTombstonesAreForgottenAndWhoMissedThemIsGivenAll) {
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE account = $ AND deleted"), 1)
       << "the old tombstone went, the fresh one stays";
 
-  const HubNews forEarly = hub.news(early);
-  EXPECT_TRUE(forEarly.continues);
+  const HubNews forEarly = hub.news({early});
+  EXPECT_TRUE(forEarly.common);
   EXPECT_TRUE(forEarly.whole);
   EXPECT_EQ(text(forEarly.records), text({c}));
-  const HubNews forLate = hub.news(late);
-  EXPECT_TRUE(forLate.continues);
+  const HubNews forLate = hub.news({late});
+  EXPECT_TRUE(forLate.common);
   EXPECT_FALSE(forLate.whole);
   EXPECT_EQ(text(forLate.records), text({tombstone(b)}));
 }
@@ -457,7 +492,7 @@ TEST_F(HubTest, OldPushesAreForgottenButForTheNewestThousand) {
   give({});
   EXPECT_EQ(number("SELECT min(revision) FROM corvane_hub.pushes WHERE account = $"), 101)
       << "a little at a time";
-  EXPECT_FALSE(hub.news(first).continues) << "forgotten counts as never seen";
+  EXPECT_FALSE(hub.news({first}).common) << "forgotten counts as never seen";
   for (int i = 0; i < 4; ++i) give({});
   EXPECT_EQ(number("SELECT min(revision) FROM corvane_hub.pushes WHERE account = $"), 306);
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.pushes WHERE account = $"), 1000);

@@ -97,7 +97,7 @@ TEST_F(IsolationTest, FunctionsActForTheCallerAlone) {
   PostgresHub stranger(other, computer);
   EXPECT_FALSE(stranger.push({now, newUuidString(), {tombstone(record)}})) << "another account's state";
   EXPECT_FALSE(stranger.hasPush(now.mark));
-  EXPECT_FALSE(stranger.news(now).continues);
+  EXPECT_FALSE(stranger.news({now}).common);
 
   give(stranger, {tombstone(record), bookmark("Own", "http://own/")});
   stranger.setEnabled(kHubDataClass, false);

@@ -159,9 +159,9 @@ TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
   server.setUpHub("restored");
   std::string elsewhere = url;
   PostgresHub restored(elsewhere.replace(elsewhere.rfind("/hub"), 4, "/restored"), computer);
-  EXPECT_TRUE(restored.news(before).continues);
-  const HubNews news = restored.news(after);
-  EXPECT_FALSE(news.continues);
+  EXPECT_TRUE(restored.news({before}).common);
+  const HubNews news = restored.news({after});
+  EXPECT_FALSE(news.common);
   EXPECT_EQ(text(news.records), text({a}));
   give(restored, {a, b});
   EXPECT_EQ(text(restored.news({}).records), text({a, b}));

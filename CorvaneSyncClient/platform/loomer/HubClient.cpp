@@ -76,10 +76,10 @@ std::vector<String> HubClient::entityNamesToSync() {
   return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};
 }
 
-bool HubClient::wasRestored() { return _seen && !_news.continues; }
+bool HubClient::wasRestored() { return _seen && !_news.common; }
 
 int HubClient::preferredSyncModeForEntityName(const String&) {
-  if (!_news.continues) return LoomerSyncModeRefresh;
+  if (!_news.common) return LoomerSyncModeRefresh;
   const bool changed = _news.whole || !_news.records.empty() || _offersAgain;
   return changed ? LoomerSyncModeSlow : LoomerSyncModeFast;
 }

@@ -81,7 +81,7 @@ void HubExchange::giveEverything() {
 HubExchange::Outcome HubExchange::exchangeOnce() {
   LoomerClient& client = hubClient();
   const std::optional<pelto::HubSeen> seen = seenByHubClient(client);
-  pelto::HubNews news = _hub->news(seen);
+  pelto::HubNews news = _hub->news(seen ? std::vector{*seen} : std::vector<pelto::HubSeen>());
   if (!news.enabled) {
     _ended = true;
     return Outcome::done;

@@ -32,6 +32,8 @@ struct HubRecord {
   bool tabGroup = false;
   bool special = false;
   bool deleted = false;  ///< a tombstone: of the rest only the id counts
+  /// Of the account when the record was written; only in what the service tells.
+  std::int64_t revision = 0;
 };
 
 /// A state of an account: which account, its revision, and the mark that the push to that revision bore. Two
@@ -47,10 +49,15 @@ struct HubSeen {
 struct HubNews {
   HubSeen now;
   bool enabled = false;  ///< whether this computer is to sync the data class; when not, nothing else is read
-  /// Whether the state that was asked from belongs to this account's past. When not, the service was emptied
-  /// or restored, or the account is another one.
-  bool continues = false;
-  /// Whether `records` are all live ones, rather than those that changed since the state asked from.
+  /// The newest of the states asked with that belongs to this account's past. Where it is not the first one,
+  /// the service was put back to it, or to a later state that the computer has not seen; where there is none,
+  /// the account is another one.
+  std::optional<HubSeen> common;
+  /// States between that one (or the account's beginning) and the present one, newest first: those just
+  /// before the present one, and farther back one here and there.
+  std::vector<HubSeen> past;
+  /// Whether `records` are all live ones, rather than those that changed since the first state asked with.
+  /// Where the service was put back, the tombstones of what was deleted since `common` are among them.
   bool whole = false;
   std::vector<HubRecord> records;  ///< folders and bookmarks in any order
   std::int64_t room = 0;           ///< how many live records more the account may hold
@@ -64,14 +71,19 @@ struct HubPush {
   std::vector<HubRecord> records;
 };
 
+/// Of which of the past revisions between the two, without them, a computer is told: the newest 64, then the
+/// one at each doubling of the distance from `now`. Descending.
+std::vector<std::int64_t> toldRevisions(std::int64_t since, std::int64_t now);
+
 /// The versioned record store of one account at the online service. It merges nothing. Everything raises
 /// DotPeltoException when the service cannot be reached, refuses, or does not answer in time.
 class Hub {
  public:
   virtual ~Hub() = default;
 
-  /// The account's state, and what changed since `seen` (nothing: never seen before), all of one moment.
-  virtual HubNews news(const std::optional<HubSeen>& seen) = 0;
+  /// The account's state, and what changed since the first of `seen`, the states that the computer has seen,
+  /// newest first (empty: none so far), all of one moment.
+  virtual HubNews news(const std::vector<HubSeen>& seen) = 0;
   /// Makes the account's next revision of `push`, in one transaction. False, with nothing changed, when the
   /// account is not in the expected state any more.
   virtual bool push(const HubPush& push) = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -141,6 +142,7 @@ class RecordBatch {
 
 HubRecord recordIn(const HubRows& row) {
   HubRecord record;
+  record.revision = row.big(0, 0);
   record.id = row.uuid(0, 1);
   record.folder = row.boolean(0, 2);
   record.parent = row.uuid(0, 3);
@@ -180,6 +182,15 @@ struct PostgresHub::State {
   std::int64_t forgottenRevision = 0;
   bool isEnabled = false;
   bool isNoted = false;  ///< the computer, under its present name, within the last day
+};
+
+/// After which revisions live records and tombstones are told.
+struct PostgresHub::Since {
+  std::int64_t revision = 0;
+  std::int64_t deletions = kNever;
+
+  static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
+  bool isLiveAlone() const { return deletions == kNever; }
 };
 
 PostgresHub::PostgresHub(std::string_view url, String computer, HubPatience patience)
@@ -267,17 +278,53 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
   return state;
 }
 
-/// Whether the account was in that state once. A quiet exchange asks nothing for that. Else a statement of
-/// its own names the account by its number, so that the server opens the account's partition alone: opening
-/// all of them costs a new connection more than everything else.
-bool PostgresHub::isOfThePast(HubConnection& connection, const State& state, const HubSeen& seen) {
-  if (seen == state.now) return true;
-  if (seen.account != state.now.account) return false;
-  if (seen.revision == 0 && !seen.mark) return true;
-  return connection
-      .run("SELECT EXISTS(SELECT FROM corvane_hub.pushes WHERE account = $1 AND revision = $2 AND mark = $3)",
-           {bigValue(state.account), bigValue(seen.revision), uuidValue(seen.mark)}, kReadNews)
-      .boolean(0, 0);
+/// The newest of those states, which are of one account, that this account was in. A quiet exchange asks
+/// nothing for that, and one with a service that was not put back for the first state alone.
+std::optional<HubSeen> PostgresHub::newestCommon(HubConnection& connection, const State& state,
+                                                 const std::vector<HubSeen>& seen) {
+  if (seen.empty() || seen.front().account != state.now.account) return std::nullopt;
+  if (seen.front() == state.now) return state.now;
+  const auto first = newestOf(connection, state, {seen.front()});
+  return first || seen.size() == 1 ? first : newestOf(connection, state, seen);
+}
+
+/// A statement of its own names the account by its number, so that the server opens the account's partition
+/// alone: opening all of them costs a new connection more than everything else.
+std::optional<HubSeen> PostgresHub::newestOf(HubConnection& connection, const State& state,
+                                             const std::vector<HubSeen>& seen) {
+  std::optional<HubSeen> beginning;
+  HubArray marks(HubType::uuids);
+  for (const HubSeen& each : seen) {
+    if (each.mark) {
+      marks.add(each.mark);
+    } else {
+      beginning = each;
+    }
+  }
+  const HubRows rows = connection.run(
+      "SELECT revision, mark FROM corvane_hub.pushes WHERE account = $1 AND mark = ANY($2)"
+      " ORDER BY revision DESC LIMIT 1",
+      {bigValue(state.account), marks.take()}, kReadNews);
+  return rows.count() == 1 ? HubSeen{state.now.account, rows.big(0, 0), rows.uuid(0, 1)} : beginning;
+}
+
+/// States of the past that the computer need not have seen.
+void PostgresHub::readPast(HubConnection& connection, const State& state, HubNews& news) {
+  std::string revisions;
+  const auto told = toldRevisions(news.common ? news.common->revision : 0, state.now.revision);
+  for (const std::int64_t each : told) {
+    revisions += (revisions.empty() ? "{" : ",") + std::to_string(each);
+  }
+  if (revisions.empty()) return;
+  const auto take = [&](const HubRows& row) {
+    if (news.past.size() == told.size())
+      connection.failMalformed(kReadNews, "it gives more than was asked for");
+    news.past.push_back({state.now.account, row.big(0, 0), row.uuid(0, 1)});
+  };
+  connection.forEachRow(
+      "SELECT revision, mark FROM corvane_hub.pushes WHERE account = $1 AND revision = ANY($2::bigint[])"
+      " ORDER BY revision DESC",
+      {bigValue(state.account), textValue(revisions + "}")}, kReadNews, take);
 }
 
 // Pages follow the index by (revision, id), each as long as a page may be in rows and in bytes. The last row
@@ -287,16 +334,15 @@ constexpr const char* kReadPage =
     "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
     "    OVER (ORDER BY revision, id ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS bytes_before"
     "  FROM (SELECT * FROM corvane_hub.records"
-    "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND $4)"
+    "        WHERE account = $1 AND (revision, id) > ($2, $3) AND NOT (deleted AND revision <= $4)"
     "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
     " WHERE COALESCE(bytes_before, 0) < $6";
 
-void PostgresHub::readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision,
-                              HubNews& news) {
-  std::int64_t revision = sinceRevision;
+void PostgresHub::readRecords(HubConnection& connection, const State& state, Since since, HubNews& news) {
+  std::int64_t revision = since.revision;
   String id = "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF";
   Portion portion(_patience);
-  const std::int64_t mostRecords = state.recordLimit * (news.whole ? 1 : 1 + kTombstonesForARecord);
+  const std::int64_t mostRecords = state.recordLimit * (since.isLiveAlone() ? 1 : 1 + kTombstonesForARecord);
   Allowance account{.mostRows = static_cast<std::size_t>(mostRecords),
                     .mostBytes = static_cast<std::size_t>(state.byteLimit)};
   for (bool isLast = false; !isLast;) {
@@ -314,7 +360,7 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, std
     portion.measure([&] {
       connection.forEachRow(kReadPage,
                             {bigValue(state.account), bigValue(revision), uuidValue(id),
-                             booleanValue(news.whole), bigValue(static_cast<std::int64_t>(page.mostRows)),
+                             bigValue(since.deletions), bigValue(static_cast<std::int64_t>(page.mostRows)),
                              bigValue(static_cast<std::int64_t>(page.mostBytes))},
                             kReadNews, take);
     });
@@ -322,7 +368,7 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, std
   }
 }
 
-HubNews PostgresHub::news(const std::optional<HubSeen>& seen) {
+HubNews PostgresHub::news(const std::vector<HubSeen>& seen) {
   bool isNoted = true;
   HubNews found = *inTransaction(kReading, kReadNews, [&](HubConnection& connection) {
     const State state = readState(connection);
@@ -333,10 +379,14 @@ HubNews PostgresHub::news(const std::optional<HubSeen>& seen) {
     isNoted = state.isNoted;
     news.room = state.room;
     news.roomForBytes = state.roomForBytes;
-    news.continues = seen && isOfThePast(connection, state, *seen);
-    news.whole = !news.continues || seen->revision < state.forgottenRevision;
-    const std::int64_t since = news.whole ? 0 : seen->revision;
-    if (since < state.now.revision) {
+    news.common = newestCommon(connection, state, seen);
+    const bool continues = news.common && *news.common == seen.front();
+    news.whole = !continues || news.common->revision < state.forgottenRevision;
+    readPast(connection, state, news);
+    Since since;
+    if (!news.whole) since.revision = since.deletions = news.common->revision;
+    if (!continues && news.common) since.deletions = news.common->revision;
+    if (since.revision < state.now.revision) {
       // Whatever the statistics say of an account that has just grown: a page is read along the index.
       connection.run(
           "SET LOCAL enable_seqscan = off; SET LOCAL enable_bitmapscan = off; SET LOCAL enable_sort = off",

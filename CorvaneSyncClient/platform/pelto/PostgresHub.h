@@ -26,7 +26,7 @@ class PostgresHub : public Hub {
   /// that cannot be used; nobody is asked yet.
   PostgresHub(std::string_view url, String computer, HubPatience patience = {});
 
-  HubNews news(const std::optional<HubSeen>& seen) override;
+  HubNews news(const std::vector<HubSeen>& seen) override;
   bool push(const HubPush& push) override;
   bool hasPush(const String& mark) override;
   bool isEnabled(const String& dataClass) override;
@@ -35,6 +35,7 @@ class PostgresHub : public Hub {
  private:
   /// What one look at the account tells.
   struct State;
+  struct Since;
 
   template <typename Work>
   auto inTransaction(const char* kind, const char* purpose, Work work);
@@ -42,8 +43,12 @@ class PostgresHub : public Hub {
   void checkVersion(HubConnection& connection);
   void requireAccount(const HubRows& rows, const char* purpose) const;
   State readState(HubConnection& connection);
-  bool isOfThePast(HubConnection& connection, const State& state, const HubSeen& seen);
-  void readRecords(HubConnection& connection, const State& state, std::int64_t sinceRevision, HubNews& news);
+  std::optional<HubSeen> newestCommon(HubConnection& connection, const State& state,
+                                      const std::vector<HubSeen>& seen);
+  std::optional<HubSeen> newestOf(HubConnection& connection, const State& state,
+                                  const std::vector<HubSeen>& seen);
+  void readPast(HubConnection& connection, const State& state, HubNews& news);
+  void readRecords(HubConnection& connection, const State& state, Since since, HubNews& news);
   void noteComputer();
   void putRecords(HubConnection& connection, const std::vector<HubRecord>& records);
 

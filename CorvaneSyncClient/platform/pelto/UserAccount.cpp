@@ -40,7 +40,7 @@ class NotingHub : public Hub {
  public:
   NotingHub(const Account& account, std::unique_ptr<Hub> hub) : _account(account), _hub(std::move(hub)) {}
 
-  HubNews news(const std::optional<HubSeen>& seen) override { return noted(_hub->news(seen)); }
+  HubNews news(const std::vector<HubSeen>& seen) override { return noted(_hub->news(seen)); }
   bool push(const HubPush& push) override { return noted(_hub->push(push)); }
   bool hasPush(const String& mark) override { return noted(_hub->hasPush(mark)); }
   bool isEnabled(const String& dataClass) override { return noted(_hub->isEnabled(dataClass)); }

@@ -9,20 +9,28 @@ class MemoryHub::Connection : public pelto::Hub {
  public:
   explicit Connection(MemoryHub& hub) : _hub(hub) {}
 
-  pelto::HubNews news(const std::optional<pelto::HubSeen>& seen) override {
+  pelto::HubNews news(const std::vector<pelto::HubSeen>& seen) override {
     note("news");
     const State& state = _hub.state;
     pelto::HubNews news;
     news.now = state.now;
     news.enabled = _hub.enabled;
     if (!news.enabled) return news;
-    news.continues = seen && seen->account == state.now.account && isOfThePast(*seen);
-    news.whole = !news.continues || seen->revision < state.forgotten;
+    news.common = newestCommon(seen);
+    const bool continues = news.common && *news.common == seen.front();
+    news.whole = !continues || news.common->revision < state.forgotten;
+    for (const std::int64_t each : pelto::toldRevisions(revisionOf(news.common), state.now.revision)) {
+      news.past.push_back({state.now.account, each, String(state.marks.at(each))});
+    }
     news.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
     news.roomForBytes = _hub.byteLimit - static_cast<std::int64_t>(_hub.liveBytes());
     for (const auto& [id, record] : state.records) {
-      const bool isNew = news.whole || state.revisions.at(id) > seen->revision;
-      if (isNew && !(news.whole && record.deleted)) news.records.push_back(record);
+      const std::int64_t revision = state.revisions.at(id);
+      const bool isNew = news.common && revision > news.common->revision;
+      const bool isTold = news.whole ? !record.deleted || (isNew && !continues) : isNew;
+      if (!isTold) continue;
+      news.records.push_back(record);
+      news.records.back().revision = revision;
     }
     return news;
   }
@@ -55,6 +63,19 @@ class MemoryHub::Connection : public pelto::Hub {
   bool isOfThePast(const pelto::HubSeen& seen) const {
     const auto found = _hub.state.marks.find(seen.revision);
     return seen.revision == 0 ? !seen.mark : found != _hub.state.marks.end() && seen.mark == found->second;
+  }
+
+  std::optional<pelto::HubSeen> newestCommon(const std::vector<pelto::HubSeen>& seen) const {
+    std::optional<pelto::HubSeen> newest;
+    for (const pelto::HubSeen& each : seen) {
+      if (!(each.account == _hub.state.now.account) || !isOfThePast(each)) continue;
+      if (!newest || each.revision > newest->revision) newest = each;
+    }
+    return newest;
+  }
+
+  static std::int64_t revisionOf(const std::optional<pelto::HubSeen>& state) {
+    return state ? state->revision : 0;
   }
 
   void note(const std::string& call) {
