@@ -13,8 +13,9 @@ BEGIN
   IF to_regnamespace('public') IS NOT NULL THEN REVOKE ALL ON SCHEMA public FROM PUBLIC; END IF;
 END $$;
 
--- Nor may it make large objects, or take advisory locks, which would keep others waiting and fill the server's one table
--- of locks.
+-- Nor may it make large objects; take advisory locks, which would keep others waiting and fill the server's one table of
+-- locks; write into the log of changes, which is kept for standby servers; or have to do with the transactions' numbers, of
+-- which there is one series for the whole server: whoever asks for one uses it up, and sees how much the others do.
 DO $$
 DECLARE
   each regprocedure;
@@ -22,8 +23,15 @@ BEGIN
   FOR each IN
     SELECT p.oid FROM pg_proc p
     WHERE p.pronamespace = 'pg_catalog'::regnamespace
-      AND (p.proname ~ '^pg_(try_)?advisory_' OR p.proname IN ('lo_creat', 'lo_create', 'lo_from_bytea'))
+      AND (p.proname ~ '^pg_(try_)?advisory_' OR p.proname IN ('lo_creat', 'lo_create', 'lo_from_bytea')
+           OR p.proname IN ('pg_logical_emit_message', 'pg_export_snapshot', 'pg_last_committed_xact')
+           OR p.proname ~ '^(txid_|pg_xact_|pg_current_(xact|snapshot)|pg_(snapshot|visible)_)')
   LOOP
     EXECUTE format('REVOKE EXECUTE ON FUNCTION %s FROM PUBLIC', each);
   END LOOP;
 END $$;
+GRANT EXECUTE ON FUNCTION pg_current_xact_id() TO corvane_hub_owner;
+
+-- Nor programs of its own.
+REVOKE USAGE ON LANGUAGE plpgsql FROM PUBLIC;
+GRANT USAGE ON LANGUAGE plpgsql TO corvane_hub_owner;

@@ -173,6 +173,30 @@ TEST_F(IsolationTest, NothingElseIsToBeStored) {
     EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
 }
 
+TEST_F(IsolationTest, NoProgramsAreRunAndNoNumbersOfTheServersTakenOrSeen) {
+  const std::string statements[] = {
+      "DO 'BEGIN END'",
+      "CREATE FUNCTION pg_temp.mine() RETURNS int LANGUAGE plpgsql AS 'BEGIN RETURN 1; END'",
+      "SELECT pg_logical_emit_message(false, 'a', 'text')",
+      "SELECT pg_logical_emit_message(true, 'a', '\\x00'::bytea)",
+      "SELECT pg_current_xact_id()",
+      "SELECT pg_current_xact_id_if_assigned()",
+      "SELECT pg_current_snapshot()",
+      "SELECT pg_xact_status('3')",
+      "SELECT pg_visible_in_snapshot('3', '1:2:')",
+      "SELECT pg_snapshot_xmax('1:2:')",
+      "SELECT pg_xact_commit_timestamp('3')",
+      "SELECT pg_last_committed_xact()",
+      "SELECT pg_export_snapshot()",
+      "SELECT txid_current()",
+      "SELECT txid_current_if_assigned()",
+      "SELECT txid_current_snapshot()",
+      "SELECT txid_status(3)",
+  };
+  for (const std::string& statement : statements)
+    EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
+}
+
 TEST_F(IsolationTest, NobodyElseIsKeptWaiting) {
   const std::string statements[] = {
       "SELECT pg_advisory_lock(1)",
@@ -202,6 +226,28 @@ TEST_F(IsolationTest, TakesNoMoreOfTheServerThanItsPart) {
     stateOf(other, "ALTER ROLE CURRENT_USER " + change);
   EXPECT_EQ(runSql(other, "SHOW temp_file_limit"), "64MB");
   EXPECT_EQ(runSql(other, "SELECT rolconnlimit FROM pg_roles WHERE rolname = CURRENT_USER"), "5");
+}
+
+TEST_F(IsolationTest, ExpectationsOfThePlannerTellNothingOfOthers) {
+  const std::string third = server.addAccount();
+  PostgresHub hubOfThird(third, computer);
+  hubOfThird.setEnabled(kHubDataClass, true);
+  std::vector<HubRecord> records;
+  for (int i = 0; i < 2000; ++i) records.push_back(bookmark("Secret", "http://secret/"));
+  give(hubOfThird, records);
+  server.administer("ANALYZE");
+  const auto plan = [&](const std::string& condition) {
+    return runSql(other, "EXPLAIN SELECT FROM corvane_hub.records WHERE " + condition);
+  };
+  EXPECT_EQ(plan("name = 'Secret'"), plan("name = 'Nobody'"));
+  EXPECT_EQ(plan("url = 'http://secret/'"), plan("url = 'http://nobody/'"));
+  EXPECT_EQ(plan("name > 'Nobody'"), plan("name > 'Zebra'"));
+  EXPECT_EQ(server.administer("SELECT string_agg(DISTINCT a.attname, ' ') FROM pg_statistic s"
+                              " JOIN pg_attribute a ON a.attrelid = s.starelid AND a.attnum = s.staattnum"
+                              " JOIN pg_class c ON c.oid = s.starelid"
+                              " WHERE c.relnamespace = 'corvane_hub'::regnamespace AND c.relkind <> 'i'"),
+            "account id")
+      << "nothing is told but whose rows they are, and the accounts' numbers";
 }
 
 TEST_F(IsolationTest, OperatorsThatLeakSeeNoForeignRow) {

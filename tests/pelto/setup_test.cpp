@@ -28,6 +28,12 @@ std::string messageOf(Work work) {
   }
 }
 
+/// How many columns have statistics that tell of what accounts hold.
+constexpr const char* kTellingStatistics =
+    "SELECT count(*) FROM pg_statistic s JOIN pg_attribute a ON a.attrelid = s.starelid AND a.attnum = "
+    "s.staattnum JOIN pg_class c ON c.oid = s.starelid WHERE c.relnamespace = 'corvane_hub'::regnamespace"
+    " AND c.relkind <> 'i' AND a.attname NOT IN ('account', 'id')";
+
 class SetupTest : public HubTest {};
 
 TEST_F(SetupTest, RunningItAgainChangesNothing) {
@@ -37,7 +43,7 @@ TEST_F(SetupTest, RunningItAgainChangesNothing) {
       "SELECT md5(string_agg(concat(c.relname, c.relkind, c.relacl), ',' ORDER BY "
       "c.relname)) FROM pg_class c WHERE c.relnamespace = 'corvane_hub'::regnamespace";
   const std::string before = server.administer(schema);
-  EXPECT_THAT(server.setUpHub("hub"), HasSubstr("The online service in this database is of version 1.\n"));
+  EXPECT_THAT(server.setUpHub("hub"), HasSubstr("The online service in this database is of version 2.\n"));
   EXPECT_EQ(server.administer(schema), before);
   EXPECT_EQ(held(), text({a}));
 }
@@ -53,7 +59,7 @@ TEST_F(SetupTest, DatabasesThatAccountsMayConnectToAreNamed) {
     server.administer("REVOKE CONNECT ON DATABASE \"" + each + "\" FROM PUBLIC");
     closed.push_back(each);
   }
-  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 1.\n");
+  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 2.\n");
   for (const std::string& each : closed)
     server.administer("GRANT CONNECT ON DATABASE \"" + each + "\" TO PUBLIC");
 }
@@ -64,7 +70,7 @@ TEST_F(SetupTest, SeveralAtOnceMakeOne) {
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([this] { EXPECT_EQ(messageOf([&] { server.setUpHub("together"); }), ""); });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "together"), "1");
+  EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "together"), "2");
 }
 
 TEST_F(SetupTest, NewerServiceIsRefused) {
@@ -72,7 +78,7 @@ TEST_F(SetupTest, NewerServiceIsRefused) {
   server.setUpHub("newer");
   server.administer("UPDATE corvane_hub.version SET number = 7", "newer");
   EXPECT_THAT(messageOf([&] { server.setUpHub("newer"); }),
-              HasSubstr("the schema is of version 7, and these scripts know versions up to 1"));
+              HasSubstr("the schema is of version 7, and these scripts know versions up to 2"));
   EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "newer"), "7");
 }
 
@@ -92,7 +98,7 @@ class MigrationTest : public SetupTest {
     fs::create_directories(directory);
     copy(CORVANE_SCRIPTS "/hub-setup");
     for (const auto& file : fs::directory_iterator(CORVANE_SCRIPTS "/../resources/hub")) copy(file);
-    std::ofstream(directory / "002-more.sql") << migration;
+    std::ofstream(directory / "003-more.sql") << migration;
   }
   std::string setUp() {
     return messageOf([&] { server.setUpHub(database, directory / "hub-setup"); });
@@ -115,7 +121,7 @@ TEST_F(MigrationTest, MissingOnesAreAppliedOnce) {
   EXPECT_EQ(setUp(), "");
   EXPECT_EQ(setUp(), "");
   EXPECT_EQ(answer("SELECT count(*) FROM corvane_hub.more"), "1");
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
   EXPECT_EQ(failureOf([&] { give(old, {}); }), "")
       << "a service that moved on under a program that it serves";
 }
@@ -124,11 +130,11 @@ TEST_F(MigrationTest, FailedOneLeavesTheVersionBefore) {
   server.makeDatabase(database);
   install("CREATE TABLE corvane_hub.more(a int); SELECT 1 / 0;");
   EXPECT_THAT(setUp(), HasSubstr("division by zero"));
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "1");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
   EXPECT_EQ(answer("SELECT to_regclass('corvane_hub.more') IS NULL"), "t");
   install("CREATE TABLE corvane_hub.more(a int);");
   EXPECT_EQ(setUp(), "");
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
 }
 
 // As for the server's user, where somebody starts the script for him within a home that is closed.
@@ -141,7 +147,23 @@ TEST_F(MigrationTest, DirectoryThatCannotBeReachedFromOutsideServes) {
   command.insert(command.end(), {"./hub-setup", server.administratorUrl(database)});
   EXPECT_EQ(messageOf([&] { server.run(command); }), "");
   EXPECT_EQ(::chmod((platform.directory / "closed").c_str(), 0700), 0);
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
+}
+
+TEST_F(MigrationTest, StatisticsThatAreThereAlreadyGo) {
+  server.makeDatabase(database);
+  install("SELECT 1;");
+  for (const char* later : {"002-neighbours.sql", "003-more.sql"}) std::filesystem::remove(directory / later);
+  EXPECT_EQ(setUp(), "");
+  PostgresHub older(server.addAccount(user + "_older", database), computer);
+  give(older, {bookmark("A", "http://a/")});
+  answer("ANALYZE");
+  EXPECT_NE(answer(kTellingStatistics), "0");
+  server.setUpHub(database);
+  EXPECT_EQ(answer(kTellingStatistics), "0");
+  answer("ANALYZE");
+  EXPECT_EQ(answer(kTellingStatistics), "0");
+  EXPECT_EQ(failureOf([&] { give(older, {bookmark("B", "http://b/")}); }), "");
 }
 
 TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
@@ -157,6 +179,8 @@ TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
   server.run({server.programs() + "/psql", "-X", "-q", "-v", "ON_ERROR_STOP=1", "-f", dump,
               server.administratorUrl("restored")});
   server.setUpHub("restored");
+  server.administer("ANALYZE", "restored");
+  EXPECT_EQ(server.administer(kTellingStatistics, "restored"), "0");
   std::string elsewhere = url;
   PostgresHub restored(elsewhere.replace(elsewhere.rfind("/hub"), 4, "/restored"), computer);
   EXPECT_TRUE(restored.news({before}).common);
@@ -180,6 +204,59 @@ TEST_F(SetupTest, PasswordIsChangedAndTheOldOneIsWorthNothing) {
               HasSubstr("the server refused the user"));
   const std::string fresh = server.url(user, printed.substr(0, printed.find('\n')));
   EXPECT_EQ(failureOf([&] { PostgresHub(fresh, computer).news({}); }), "");
+}
+
+/// A session of the account's that has begun a push and keeps it open.
+class OpenSessionTest : public SetupTest {
+ protected:
+  OpenSessionTest() {
+    while (number("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'PgSleep'") == 0)
+      std::this_thread::yield();
+  }
+  ~OpenSessionTest() override { _session.join(); }
+
+  std::int64_t sessions() {
+    return number("SELECT count(*) FROM pg_stat_activity WHERE usename = '" + user + "'");
+  }
+  /// What the session was told at its end; empty when it came to its own.
+  std::string end() {
+    _session.join();
+    _session = std::thread([] {});
+    return _end;
+  }
+
+ private:
+  std::string _end;
+  std::thread _session{[this] {
+    try {
+      runSql(url,
+             "BEGIN; SELECT corvane_hub.begin_push(uid, revision, mark, gen_random_uuid(), "
+             "gen_random_uuid()) FROM corvane_hub.accounts; SELECT pg_sleep(15)");
+    } catch (const PostgresError& error) {
+      _end = error.what();
+    }
+  }};
+};
+
+constexpr const char* kEnded = "terminating connection due to administrator command";
+
+TEST_F(OpenSessionTest, EndsWithItsPassword) {
+  server.hubAccount("password", user);
+  EXPECT_EQ(sessions(), 0) << "the computers' connections too";
+  EXPECT_THAT(end(), HasSubstr(kEnded));
+}
+
+TEST_F(OpenSessionTest, EndsWithItsAccountInsteadOfKeepingItFromBeingRemoved) {
+  server.hubAccount("remove", user);
+  EXPECT_EQ(sessions(), 0);
+  EXPECT_THAT(end(), HasSubstr(kEnded));
+}
+
+TEST_F(SetupTest, WhatAccountsGrantOneAnotherKeepsNoneFromBeingRemoved) {
+  const std::string other = user + "_other";
+  runSql(server.addAccount(other), "ALTER DEFAULT PRIVILEGES GRANT SELECT ON TABLES TO " + user);
+  EXPECT_EQ(messageOf([&] { server.hubAccount("remove", user); }), "");
+  EXPECT_EQ(messageOf([&] { server.hubAccount("remove", other); }), "");
 }
 
 TEST_F(SetupTest, AccountsThatAreNotThereOrThereAlready) {

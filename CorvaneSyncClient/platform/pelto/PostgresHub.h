@@ -8,8 +8,9 @@
 
 namespace corvane::pelto {
 
-/// The version of the service's schema that this program was written for, the number of the last script of
-/// resources/hub/. A service of a later version tells whether it still serves this one.
+/// The version of the service's schema that this program needs: the number of the last script of
+/// resources/hub/ of which it uses anything. A service of a later version tells whether it still serves this
+/// one.
 inline constexpr std::int32_t kHubVersion = 1;
 
 /// A Hub in PostgreSQL (resources/hub/ holds its schema). It connects at the first call, keeps the connection
