@@ -3,17 +3,20 @@
 
 Each NAME.plist is a session and its NAME.expected.plist what is expected of it. The two property lists
 must be equal, and the working map's entries must stand in the same order besides. Where the expected client
-values say "(date of the save)", any date within the run will do. Every difference is printed behind its
+values or a line of a log say "(date of the save)", any date within the run will do, and where a line says
+"(home)", any absolute path. Every difference is printed behind its
 scenario's name. Exit status 0 when all agree.
 """
 
 import datetime
 import os
 import plistlib
+import re
 import subprocess
 import sys
 
 DATE_OF_THE_SAVE = "(date of the save)"
+HOME = "(home)"
 EXPECTED = ".expected.plist"
 SCENARIO = ".plist"
 
@@ -57,15 +60,40 @@ def order_differences(expected, actual):
         yield f"WorkingMap: expected the order {wanted}, is {found}"
 
 
+def is_of_the_run(date, begin, end):
+    # Dates come with whole seconds, and a file system's clock may lag behind by a tick.
+    return begin.replace(microsecond=0) - datetime.timedelta(seconds=1) <= date <= end
+
+
 def fill_in_save_dates(expected, actual, begin, end):
     """Replaces the words for the date of the save by the actual date where that is one of the run."""
-    # Dates come with whole seconds, and a file system's clock may lag behind by a tick.
-    begin = begin.replace(microsecond=0) - datetime.timedelta(seconds=1)
     values = expected.get("ClientValues", {})
     for key, value in values.items():
         date = actual.get("ClientValues", {}).get(key)
-        if value == DATE_OF_THE_SAVE and isinstance(date, datetime.datetime) and begin <= date <= end:
+        if value == DATE_OF_THE_SAVE and isinstance(date, datetime.datetime) and is_of_the_run(date, begin, end):
             values[key] = date
+
+
+def stands_for(line, found, begin, end):
+    """Whether a line of a log is the expected one, with a path and a date of the run in place of the words."""
+    pattern = re.escape(line).replace(re.escape(HOME), "/.+").replace(re.escape(DATE_OF_THE_SAVE), "(?P<date>.+)")
+    match = re.fullmatch(pattern, found)
+    if not match or "date" not in match.groupdict():
+        return match is not None
+    try:
+        date = datetime.datetime.strptime(match["date"], "%Y-%m-%d %H:%M:%S %z")
+    except ValueError:
+        return False
+    return is_of_the_run(date.astimezone(datetime.timezone.utc).replace(tzinfo=None), begin, end)
+
+
+def fill_in_logs(expected, actual, begin, end):
+    """Replaces expected lines of the logs by the actual ones that they stand for."""
+    for log in ("SystemLog", "DiagnosticLog"):
+        lines = expected.get(log, [])
+        for index, pair in enumerate(zip(lines, actual.get(log, []))):
+            if stands_for(*pair, begin, end):
+                lines[index] = pair[1]
 
 
 def names_in(folder):
@@ -102,6 +130,7 @@ def main():
         with open(os.path.join(folder, name + EXPECTED), "rb") as file:
             expected = plistlib.load(file)
         fill_in_save_dates(expected, actual, begin, end)
+        fill_in_logs(expected, actual, begin, end)
         for difference in list(differences(expected, actual, "")) or order_differences(expected, actual):
             print(f"{name}: {difference}")
             failed = True

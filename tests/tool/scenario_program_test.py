@@ -160,6 +160,30 @@ class ScenarioProgramTest(unittest.TestCase):
         expected["ClientValues"]["modDateOnLastSync"] = "(date of the save)"
         self.assertEqual(self.compare(quiet, expected).returncode, 1)
 
+    def test_words_in_log_lines_stand_for_paths_and_for_dates_of_the_run_alone(self):
+        scenario = {
+            "Preferences": {"SCLog": "YES"},
+            "Bookmarks": {},
+            "Steps": [{"Call": "deleteAllRecords", "Entity": "Folder"}, {"Call": "willFinish"}],
+        }
+        read = "read bookmarks at (home)/Library/Corvane/Bookmarks.plist with mod date "
+        saved = "com.keldra.Corvane - Engine pushed changes and we modified bookmarks file at (date of the save)"
+        then = "2001-01-01 00:16:40 +0000 ( 1000.000000000000000000)"
+        for line, status in (
+            (read + then, 0),
+            (read + then.replace("1000.", "1001."), 1),
+            (read.replace("Library", "Elsewhere") + then, 1),
+            (read + "(date of the save) ( 1000.000000000000000000)", 1),
+            (read + "(date of the save)", 1),
+        ):
+            expected = self.result(scenario)
+            expected["ClientValues"]["modDateOnLastSync"] = "(date of the save)"
+            log = expected["DiagnosticLog"]
+            log[0] = line
+            log[[text[:40] for text in log].index(saved[:40])] = saved
+            run = self.compare(scenario, expected)
+            self.assertEqual(run.returncode, status, line + run.stdout)
+
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
