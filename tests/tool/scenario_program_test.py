@@ -116,7 +116,10 @@ class ScenarioProgramTest(unittest.TestCase):
             self.assertEqual(run.returncode, 1)
             self.assertEqual(
                 run.stdout,
-                "wrong: Created: expected False, is True\nwrong too: Created: expected False, is True\n",
+                "wrong: Created: expected False, is True\n"
+                "wrong too: Created: expected False, is True\n"
+                "with the diagnostic log on, wrong: Created: expected False, is True\n"
+                "with the diagnostic log on, wrong too: Created: expected False, is True\n",
             )
 
     def test_scenarios_and_expectations_come_in_pairs(self):
