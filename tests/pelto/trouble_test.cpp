@@ -198,10 +198,74 @@ TEST_F(TroubleTest, AccountThatIsKeptBusyIsGivenUpInTime) {
   EXPECT_THAT(failureOf([&] {
                 hasty.push({now, newUuidString(), {}});
               }),
-              HasSubstr("another computer of this account keeps it busy"));
+              HasSubstr("an earlier change of this account has not ended there"));
   EXPECT_EQ(failureOf([&] { hasty.news({}); }), "") << "reading waits for nobody";
   other.join();
   EXPECT_TRUE(hasty.push({now, newUuidString(), {}}));
+}
+
+/// A server whose transactions go wrong a number of times when they give changes.
+class ConflictTest : public TroubleTest {
+ protected:
+  ConflictTest() {
+    server.administer(
+        "CREATE SEQUENCE public.conflicts;"
+        "CREATE FUNCTION public.conflict() RETURNS trigger LANGUAGE plpgsql SECURITY DEFINER AS $$ BEGIN"
+        "  IF nextval('public.conflicts') <= TG_ARGV[1]::int THEN"
+        "    RAISE EXCEPTION 'it is in the way' USING ERRCODE = TG_ARGV[0];"
+        "  END IF; RETURN NEW; END $$");
+  }
+  ~ConflictTest() override {
+    server.administer("DROP FUNCTION public.conflict CASCADE; DROP SEQUENCE public.conflicts");
+  }
+
+  /// What becomes of a push in whose way `times` others are.
+  std::string pushWithConflicts(const std::string& state, int times) {
+    server.administer(
+        "ALTER SEQUENCE public.conflicts RESTART; DROP TRIGGER IF EXISTS conflict ON corvane_hub.accounts;"
+        "CREATE TRIGGER conflict BEFORE UPDATE ON corvane_hub.accounts FOR EACH ROW"
+        " EXECUTE FUNCTION public.conflict('" +
+        state + "', " + std::to_string(times) + ")");
+    return failureOf([&] { give({bookmark(state, {})}); });
+  }
+};
+
+TEST_F(ConflictTest, TransactionsThatGotInAnothersWayAreRunAgain) {
+  for (const char* state : {"40001", "40P01"}) {
+    EXPECT_EQ(pushWithConflicts(state, 3), "") << state;
+    EXPECT_THAT(held(), HasSubstr(state));
+  }
+}
+
+TEST_F(ConflictTest, ThatIsNotTriedForEver) {
+  for (const char* state : {"40001", "40P01"})
+    EXPECT_THAT(pushWithConflicts(state, 1000), HasSubstr("it is in the way (" + std::string(state) + ")"));
+  EXPECT_EQ(held(), "");
+}
+
+TEST_F(TroubleTest, StandbyThatDoesNotFollowIsNoOtherComputer) {
+  const auto awaitStandby = [&](const std::string& name) {
+    administer("ALTER SYSTEM SET synchronous_standby_names = '" + name + "'");
+    administer("SELECT pg_reload_conf()");
+    while (server.administer("SHOW synchronous_standby_names") != name) std::this_thread::yield();
+  };
+  const HubSeen now = hub.news({}).now;
+  awaitStandby("nobody");
+  std::thread other([&] {
+    EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).push({now, newUuidString(), {}}); }), "");
+  });
+  while (number("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'SyncRep' AND usename = '" + user +
+                "'") == 0)
+    std::this_thread::yield();
+  PostgresHub hasty(url, computer, {5.0, 3.0});
+  EXPECT_THAT(
+      failureOf([&] {
+        hasty.push({now, newUuidString(), {}});
+      }),
+      AllOf(HasSubstr("an earlier change of this account has not ended there"), Not(HasSubstr("computer"))));
+  awaitStandby("");
+  other.join();
+  EXPECT_EQ(hub.news({}).now.revision, now.revision + 1) << "it stands";
 }
 
 TEST_F(TroubleTest, ComputerThatFellSilentGivesTheAccountFree) {

@@ -104,6 +104,10 @@ bool mentions(std::string_view message, std::string_view word) {
 
 bool isRefusal(const std::string& state) { return state.starts_with("28") || state == "42501"; }
 
+/// A serialisation failure, as on a standby server whose primary has cleared away what is being read, or a
+/// deadlock.
+bool isConflict(std::string_view state) { return state == "40001" || state == "40P01"; }
+
 /// Whether no other address of the same service would answer better.
 bool isFinal(const std::string& state) { return isRefusal(state) || state == "3D000"; }
 
@@ -167,7 +171,7 @@ Trouble statementTrouble(const std::string& state, const PGresult* result, doubl
     return {"the user has no account there: " + message, "Have the account made: docs/hub.md."};
   }
   if (state == "57014") return {"it took longer than " + secondsText(seconds), kLater};
-  if (state == "55P03") return {"another computer of this account keeps it busy", kLater};
+  if (state == "55P03") return {"an earlier change of this account has not ended there", kLater};
   if (state.starts_with("57P") || state == "25P03") return {"the server cut it off: " + message, kLater};
   return {"the server says: " + message + " (" + state + ")",
           "Nothing was lost here; sync again, and if it keeps failing, tell whoever runs the server."};
@@ -417,7 +421,9 @@ void HubConnection::awaitResults(const char* purpose, const std::function<void(H
     const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
     if (!state) failCutOff(purpose);
     const Trouble trouble = statementTrouble(state, result, _patience.statement);
-    throw hubException(_address, purpose, trouble.what, trouble.remedy);
+    PlatformException exception = hubException(_address, purpose, trouble.what, trouble.remedy);
+    if (isConflict(state)) throw HubConflict(std::move(exception));
+    throw exception;
   }
   if (!isComplete) failCutOff(purpose);
 }

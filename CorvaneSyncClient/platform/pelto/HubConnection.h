@@ -25,6 +25,12 @@ struct HubPatience {
   double exchange = 900.0;  ///< for everything that is asked of it
 };
 
+/// Another transaction was in the way, and the server undid this one: it is to be run again.
+class HubConflict : public PlatformException {
+ public:
+  explicit HubConflict(PlatformException failure) : PlatformException(std::move(failure)) {}
+};
+
 /// What a statement answered: one row, or none. Accessors raise DotPeltoException where the column is not
 /// what they read.
 class HubRows {
@@ -57,7 +63,8 @@ class HubRows {
 
 /// A connection to the service: with HubAddress the only code that speaks libpq. It sets up nothing on the
 /// server that outlives a transaction, so that poolers may stand in between, and no statement waits beyond
-/// its deadline. Every failure raises DotPeltoException; the connection is then of no more use, and the
+/// its deadline. Every failure raises DotPeltoException, a HubConflict where the server undid the transaction
+/// for another one's sake; the connection is then of no more use, and the
 /// server undoes the transaction that was open. One thread.
 class HubConnection {
  public:

@@ -14,8 +14,9 @@
 //
 // Pushes of one account queue at its row: begin_push updates it under the condition that it is in the
 // expected state. In a READ COMMITTED transaction whoever waited sees the row as the winner left it, finds
-// the condition false and is told so; there is no other lock, so that nothing can deadlock or fail to
-// serialise.
+// the condition false and is told so; there is no other lock, so that computers alone cannot deadlock or fail
+// to serialise. An administrator's statements can be in the way all the same, and on a standby server
+// whatever its primary does.
 
 namespace corvane::pelto {
 
@@ -36,6 +37,9 @@ constexpr double kShortTime = 1.0 / 15;
 constexpr std::int64_t kMostBytesTaken = std::int64_t{4} << 30;
 constexpr std::int64_t kMostRecordsTaken = 4'000'000;
 constexpr std::int64_t kTombstonesForARecord = 3;
+
+// Of a transaction that gets into another one's way.
+constexpr int kAttempts = 5;
 
 constexpr const char* kReading = "ISOLATION LEVEL REPEATABLE READ, READ ONLY";
 constexpr const char* kWriting = "ISOLATION LEVEL READ COMMITTED, READ WRITE";
@@ -231,18 +235,24 @@ void PostgresHub::checkVersion(HubConnection& connection) {
 }
 
 /// Runs `work` in a transaction. It commits when `work` answers a value that is not false, and else rolls
-/// back. When anything fails the connection is dropped, and the server rolls back.
+/// back. When anything fails the connection is dropped, and the server rolls back. Where another transaction
+/// was in the way, all is done again, `work` too.
 template <typename Work>
 auto PostgresHub::inTransaction(const char* kind, const char* purpose, Work work) {
-  try {
-    HubConnection& connection = connected();
-    connection.run(beginning(kind, _patience), purpose);
-    auto answer = work(connection);
-    connection.run(answer ? "COMMIT" : "ROLLBACK", purpose);
-    return answer;
-  } catch (...) {
-    _connection.reset();
-    throw;
+  for (int attempt = 1;; ++attempt) {
+    try {
+      HubConnection& connection = connected();
+      connection.run(beginning(kind, _patience), purpose);
+      auto answer = work(connection);
+      connection.run(answer ? "COMMIT" : "ROLLBACK", purpose);
+      return answer;
+    } catch (const HubConflict&) {
+      _connection.reset();
+      if (attempt == kAttempts) throw;
+    } catch (...) {
+      _connection.reset();
+      throw;
+    }
   }
 }
 
