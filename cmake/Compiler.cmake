@@ -1,6 +1,12 @@
-# Flags that hold for every target: warnings are errors, sanitizers where asked for, ccache where there is one.
+# Flags that hold for every target: warnings, sanitizers where asked for, ccache where there is one.
 
-add_compile_options(-Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+# Warnings are errors where the project is worked on. Who builds a release must not be stopped by those of a newer library
+# or compiler.
+if(CMAKE_BUILD_TYPE STREQUAL "Debug" OR CORVANE_FUZZ)
+  set(CORVANE_STRICT -Werror)
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic ${CORVANE_STRICT} -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
                     -Wunused -Wnull-dereference -Wformat=2 -Wimplicit-fallthrough)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")

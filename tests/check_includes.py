@@ -3,8 +3,12 @@
 {loomer, pelto} → system → foundation.  usage: check_includes.py PROJECT_ROOT
 
 front/SCLog.h, the diagnostic log, stands on platform/ alone; every subsystem may include it.
+
+Checks as well that integers of a given width come from <cstdint>, and not by way of some other header of the standard
+library, which may cease to include it.
 """
 
+import functools
 import pathlib
 import re
 import sys
@@ -63,9 +67,29 @@ def unregistered(root):
             yield f"{file.relative_to(root)}: named by no CMakeLists.txt"
 
 
+@functools.cache
+def includes_widths(root, file):
+    """Whether the file or one of ours that it includes has <cstdint>."""
+    text = file.read_text(encoding="utf-8")
+    if re.search(r"^#include <cstdint>", text, re.MULTILINE):
+        return True
+    names = [match.group(1) for line in text.splitlines() if (match := INCLUDE.match(line))]
+    included = [next((path for path in (root / name, file.parent / name) if path.exists()), None) for name in names]
+    return any(path and includes_widths(root, path) for path in included)
+
+
+def unincluded_widths(root):
+    for folder in ("CorvaneSyncClient", "tools", "tests", "bench", "fuzz"):
+        for file in sorted((root / folder).rglob("*")):
+            if file.suffix not in (".h", ".cpp") or not re.search(r"\bu?int(8|16|32|64)_t\b", file.read_text(encoding="utf-8")):
+                continue
+            if not includes_widths(root, file):
+                yield f"{file.relative_to(root)}: has integers of a given width, and <cstdint> by chance"
+
+
 def main():
     root = pathlib.Path(sys.argv[1])
-    found = [*problems(root), *unregistered(root)]
+    found = [*problems(root), *unregistered(root), *unincluded_widths(root)]
     print("\n".join(found) if found else "includes point one way; every test file is registered")
     return 1 if found else 0
 

@@ -5,6 +5,7 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"

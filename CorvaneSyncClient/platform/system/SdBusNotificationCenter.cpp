@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <system_error>
 
