@@ -1,0 +1,171 @@
+#!/usr/bin/env python3
+"""The scripts before they do anything: what they refuse, and what they would install. And what an installation leaves.
+
+usage: scripts_test.py PROJECT_ROOT BUILD_DIRECTORY [TEST...]
+"""
+
+import os
+import pathlib
+import plistlib
+import shutil
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = None
+BUILD = None
+TOOLS = "bash cat dirname dpkg-query env find grep nproc sed sort".split()
+PACKAGE = """Package: {name}
+Status: {status}
+Architecture: all
+Maintainer: Nobody <nobody@example.com>
+Version: 1
+Description: for a test
+
+"""
+
+
+class Machine:
+    """Packages as dpkg knows them, and nothing in the path but what a script needs and an apt-get that only notes how it is
+    called."""
+
+    def __init__(self, directory, user="0"):
+        self.directory = pathlib.Path(directory)
+        self.bin = self.directory / "bin"
+        self.bin.mkdir()
+        for tool in TOOLS:
+            (self.bin / tool).symlink_to(shutil.which(tool))
+        self.program("id", f"echo {user}")
+        self.program("apt-get", f'echo "$*" >>{self.directory}/calls')
+        self.packages({})
+
+    def program(self, name, line):
+        path = self.bin / name
+        path.write_text(f"#!/bin/bash\n{line}\n")
+        path.chmod(0o755)
+
+    def packages(self, statuses):
+        """`statuses`: what dpkg says of each package that it knows."""
+        (self.directory / "status").write_text("".join(PACKAGE.format(name=name, status=status)
+                                                       for name, status in statuses.items()))
+
+    def run(self, script, *arguments, cwd=None):
+        environment = {"PATH": str(self.bin), "DPKG_ADMINDIR": str(self.directory), "LC_ALL": "C"}
+        return subprocess.run([ROOT / "scripts" / script, *arguments], env=environment, cwd=cwd, stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=60)
+
+    def installed(self):
+        """What apt-get was asked to install; none when it was not called."""
+        calls = self.directory / "calls"
+        if not calls.exists():
+            return None
+        return [word for line in calls.read_text().splitlines() if " install " in f" {line} "
+                for word in line.split() if word != "install" and not word.startswith("-")]
+
+
+class ScriptTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(prefix="corvane-scripts-")
+        self.addCleanup(directory.cleanup)
+        self.directory = directory.name
+
+    def wanted(self, what):
+        """All packages that are wanted where dpkg knows none."""
+        with tempfile.TemporaryDirectory() as directory:
+            machine = Machine(directory)
+            done = machine.run("packages", what)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            return machine.installed()
+
+
+class Answers(ScriptTest):
+    def test_help_and_typing_errors_are_answered_before_anything_is_installed(self):
+        machine = Machine(self.directory)
+        for script, arguments, status, text in (
+            ("test", ["--help"], 0, "scripts/test lint"),
+            ("test", ["-h"], 0, "scripts/test lint"),
+            ("test", ["tests"], 2, 'there is no part "tests"'),
+            ("test", ["--all"], 2, 'there is no part "--all"'),
+            ("test", ["lint", "dev"], 2, '"lint" takes no further argument'),
+            ("test", ["fuzz", "long"], 2, "fuzz takes a number of seconds"),
+            ("demo", ["--help"], 0, "shows the main job"),
+            ("demo", ["everything"], 2, "scripts/demo"),
+            ("packages", ["all"], 2, "usage: packages"),
+        ):
+            with self.subTest(script=script, arguments=arguments):
+                done = machine.run(script, *arguments, cwd=ROOT / "scripts")
+                self.assertEqual(done.returncode, status, done.stderr)
+                self.assertIn(text, done.stderr if status else done.stdout)
+                self.assertIsNone(machine.installed())
+
+
+class Packages(ScriptTest):
+    def test_a_package_that_is_there_is_not_missing_held_or_by_another_name(self):
+        statuses = {name: "install ok installed" for name in self.wanted("test")}
+        statuses["cmake"] = "hold ok installed"
+        for name, other in (("postgresql", "postgresql-17"), ("pkg-config", "pkgconf"),
+                            ("libclang-rt-dev", "libclang-rt-19-dev")):
+            statuses[other] = statuses.pop(name)
+        machine = Machine(self.directory)
+        machine.packages(statuses)
+        done = machine.run("packages", "test")
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+        self.assertIsNone(machine.installed())
+
+    def test_a_package_that_was_removed_or_half_installed_is_missing(self):
+        statuses = {name: "install ok installed" for name in self.wanted("build")}
+        statuses.update({"cmake": "deinstall ok config-files", "ninja-build": "install ok half-installed"})
+        machine = Machine(self.directory)
+        machine.packages(statuses)
+        self.assertEqual(machine.run("packages", "build").returncode, 0)
+        self.assertEqual(machine.installed(), ["cmake", "ninja-build"])
+
+    def test_who_may_not_install_is_told_what(self):
+        machine = Machine(self.directory, user="1000")
+        done = machine.run("packages", "build")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("apt-get install " + " ".join(self.wanted("build")), done.stderr)
+        self.assertIsNone(machine.installed())
+
+
+class Listing(ScriptTest):
+    def test_titles_that_the_locale_cannot_show_are_listed_all_the_same(self):
+        path = os.path.join(self.directory, "Bookmarks.plist")
+        with open(path, "wb") as file:
+            plistlib.dump({"Children": [{"WebBookmarkType": "WebBookmarkTypeLeaf", "URLString": "http://a/",
+                                         "URIDictionary": {"title": "T\u00fcr"}}]}, file)
+        done = subprocess.run([sys.executable, ROOT / "scripts/show-bookmarks", path], capture_output=True,
+                              env={**os.environ, "PYTHONIOENCODING": "ascii"}, timeout=60)
+        self.assertEqual((done.returncode, done.stdout), (0, b"T\\xfcr  <http://a/>\n"), done.stderr)
+
+
+class Installation(ScriptTest):
+    def test_everybody_may_read_what_was_installed_under_a_closed_umask(self):
+        prefix = os.path.join(self.directory, "prefix")
+        environment = {key: value for key, value in os.environ.items() if key != "DESTDIR"}
+        done = subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], env=environment, umask=0o077,
+                              capture_output=True, text=True, timeout=300)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        closed, files = [], 0
+        for where, directories, names in os.walk(prefix):
+            for name in (*directories, *names):
+                path = os.path.join(where, name)
+                mode = os.stat(path).st_mode
+                needed = 0o055 if stat.S_ISDIR(mode) or mode & 0o100 else 0o044
+                if mode & needed != needed:
+                    closed.append(f"{os.path.relpath(path, prefix)}: {stat.filemode(mode)}")
+            files += len(names)
+        self.assertEqual(closed, [])
+        self.assertTrue(os.path.exists(os.path.join(prefix, "bin", "corvanetool")), f"{files} files")
+
+
+def main():
+    global ROOT, BUILD
+    ROOT, BUILD = pathlib.Path(sys.argv.pop(1)), sys.argv.pop(1)
+    unittest.main(verbosity=1)
+
+
+if __name__ == "__main__":
+    main()
