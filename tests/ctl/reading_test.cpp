@@ -215,9 +215,12 @@ TEST_F(ReadingTest, ShowTellsADeletedRecordFromAnUnknownOne) {
 
 TEST_F(ReadingTest, TextFromClientsCannotDriveTheTerminalAndIsValidJson) {
   a = makeClient("a");
-  const std::string nasty = "\x1b[31mred\n\"quoted\\ \xE2\x80\xAE rtl \xED\xA0\x80 \xC3\xBC \xF0\x9F\x98\x80";
+  const std::string nasty = "\x1b[31mred\n\"quoted\\ \xE2\x80\xAE rtl X \xC3\xBC \xF0\x9F\x98\x80";
   a->addBookmark("", nasty, "http://n/");
   ASSERT_EQ(a->sync(), "");
+  // An older store may hold a surrogate that stands alone.
+  store().database().execute("UPDATE contents SET name = replace(name, 'X', CAST(x'EDA080' AS TEXT))",
+                             "write a surrogate");
   const std::string text = ctl({"tree"}).out;
   EXPECT_THAT(text, Not(HasSubstr("\x1b")));
   EXPECT_THAT(text, Not(HasSubstr("\xE2\x80\xAE")));

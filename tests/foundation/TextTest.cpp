@@ -85,6 +85,27 @@ TEST(Text, KnowsUtf8) {
   }
 }
 
+TEST(Text, RepairedTextIsUtf8) {
+  const struct {
+    const char* text;
+    const char* repaired;
+  } rows[] = {
+      {"", ""},
+      {"a\u00e9\U0001F600", "a\u00e9\U0001F600"},
+      {"a\xFFz\xC3", "a\uFFFDz\uFFFD"},
+      {"\xE2\x82(", "\uFFFD\uFFFD("},
+      {"a\xED\xA0\xBDz", "a\uFFFDz"},                          // a high surrogate
+      {"\xED\xA0\xBD", "\uFFFD"},                              // at the end
+      {"\xED\xB8\x80\xED\xA0\xBD\xC3", "\uFFFD\uFFFD\uFFFD"},  // a low one, and a high one before no text
+      {"\xED\xA0\xBD\xED\xB8\x80", "\U0001F600"},              // a pair
+      {"\xED\xA0\xBD\xED\xA0\xBD\xED\xB8\x80", "\uFFFD\U0001F600"},  // a pair behind a high one
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(repairedUtf8(row.text), row.repaired) << row.text;
+    EXPECT_TRUE(isValidUtf8(repairedUtf8(row.text)));
+  }
+}
+
 TEST(Text, EveryCodePointSurvivesUtf8) {
   for (char32_t codePoint = 0; codePoint <= 0x10FFFF; ++codePoint) {
     std::string text;

@@ -197,6 +197,55 @@ TEST_F(ToolTest, SessionRegistersTheSameDescriptionAsARegistration) {
   EXPECT_EQ(storedClient(installation).description, synced.description);
 }
 
+Dictionary leaf(const char* uid, const char* title, const char* note) {
+  return {{"WebBookmarkType", "WebBookmarkTypeLeaf"},
+          {"WebBookmarkUUID", uid},
+          {"URLString", std::string("http://") + uid + "/"},
+          {"URIDictionary", Dictionary{{"title", title}}},
+          {"Note", note}};
+}
+
+/// The file's bookmark of that address.
+Dictionary childAt(const std::string& path, const std::string& url) {
+  const Dictionary root = propertyList(path);
+  for (const Value& child : *root.array("Children")) {
+    if (child.as<Dictionary>()->string("URLString") == url) return *child.as<Dictionary>();
+  }
+  ADD_FAILURE() << path << " lacks " << url;
+  return {};
+}
+
+String titleAt(const std::string& path, const std::string& url) {
+  const Dictionary bookmark = childAt(path, url);
+  const Dictionary* const texts = bookmark.dictionary("URIDictionary");
+  return texts ? texts->string("title") : String();
+}
+
+// A browser may leave half a character where it cuts a title: its own file keeps that to the bit, no other
+// gets it.
+TEST_F(ToolTest, SurrogateThatStandsAloneStaysInItsFileAndReachesNoOther) {
+  const std::string main = installation.bookmarks();
+  const std::string second = installation.home() + "/Library/Corvane/Second.plist";
+  const auto write = [](const std::string& path, const Dictionary& bookmark) {
+    std::ofstream(path, std::ios::binary) << writeBinaryPropertyList(
+        Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", Array{bookmark}}});
+  };
+  std::filesystem::create_directories(std::filesystem::path(main).parent_path());
+  const char* const cut = "cut \xED\xA0\xBD";
+  write(main, leaf("a", cut, "\xED\xB8\x80"));
+  write(second, leaf("b", "whole", ""));
+  const std::vector<std::string> syncSecond = {"--sync", "com.keldra.Corvane.Second.plist", "--entitynames",
+                                               "anything"};
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_EQ(statusOf(installation, kSync), 0);
+    ASSERT_EQ(statusOf(installation, syncSecond), 0);
+  }
+  EXPECT_EQ(titleAt(main, "http://b/"), "whole");
+  EXPECT_EQ(titleAt(main, "http://a/"), cut);
+  EXPECT_EQ(childAt(main, "http://a/").string("Note"), "\xED\xB8\x80");
+  EXPECT_EQ(titleAt(second, "http://a/"), "cut \uFFFD");
+}
+
 // Tool and image lie where the description says, in the bundle as it is built.
 TEST(ClientBundleTest, HoldsWhatItsDescriptionNames) {
   const auto resources = std::filesystem::path(CORVANE_TOOL).parent_path().parent_path() / "Resources";

@@ -43,7 +43,6 @@ TEST_F(HubTest, TextsOfEveryKindSurvive) {
   const std::vector<HubRecord> given{
       bookmark("zero\0byte"s, "\0"s),
       bookmark("\xF0\x9F\x94\x96 bookmark", "http://\xF0\x9F\x94\x96/"),
-      bookmark("\xED\xA0\xBD unpaired surrogate", "\xED\xB2\xA9"),
       bookmark("{\"a\",NULL} \\x00 'quoted' $1 %s", "NULL"),
       bookmark(std::string(1 << 19, 'n'), std::string(1 << 19, '\0')),
       bookmark("line\nbreak\r\ttab", " "),
@@ -51,19 +50,22 @@ TEST_F(HubTest, TextsOfEveryKindSurvive) {
   give(given);
   EXPECT_EQ(text(hub.news({}).records), text(given));
   EXPECT_EQ(
-      number("SELECT count(*) FROM corvane_hub.readable_records('" + user + "') WHERE name IS NOT NULL"), 6)
+      number("SELECT count(*) FROM corvane_hub.readable_records('" + user + "') WHERE name IS NOT NULL"), 5)
       << "the administrator can read them all";
 }
 
 TEST_F(HubTest, BytesThatAreNoTextAreReplaced) {
   HubRecord a = bookmark("\xFF\xFE\x80 no UTF-8", "\xC3");
   HubRecord b = bookmark("\xC0\x80 \xE2\x82(", "\xF4\x90\x80\x80");
-  give({a, b});
+  HubRecord c = bookmark("\xED\xA0\xBD unpaired surrogate", "\xED\xB2\xA9");
+  give({a, b, c});
   a.name = "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD no UTF-8";
   a.url = "\xEF\xBF\xBD";
   b.name = "\xEF\xBF\xBD\xEF\xBF\xBD \xEF\xBF\xBD\xEF\xBF\xBD(";
   b.url = "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD";
-  EXPECT_EQ(held(), text({a, b}));
+  c.name = "\xEF\xBF\xBD unpaired surrogate";
+  c.url = "\xEF\xBF\xBD";
+  EXPECT_EQ(held(), text({a, b, c}));
 }
 
 TEST_F(HubTest, UuidsOfEveryKindSurvive) {

@@ -60,21 +60,14 @@ class Converter {
 };
 
 DecodedText decodeUtf8Text(std::string_view bytes) {
-  DecodedText decoded;
-  decoded.text.reserve(bytes.size());
-  for (std::size_t at = 0; at < bytes.size();) {
-    const Utf8Step step = decodeUtf8(bytes, at);
-    if (!step) {
-      decoded.fault = at;
-      break;
-    }
-    if (isSurrogate(step.codePoint)) {
-      appendUtf8(decoded.text, kReplacement);
-    } else {
-      decoded.text.append(bytes, at, step.length);
-    }
-    at += step.length;
+  std::size_t end = 0;
+  while (end < bytes.size()) {
+    const Utf8Step step = decodeUtf8(bytes, end);
+    if (!step) break;
+    end += step.length;
   }
+  DecodedText decoded{repairedUtf8(bytes.substr(0, end)), std::nullopt};
+  if (end < bytes.size()) decoded.fault = end;
   return decoded;
 }
 

@@ -38,17 +38,28 @@ void appendUtf8(std::string& text, char32_t codePoint) {
   text.append(bytes, encodeUtf8(bytes, codePoint));
 }
 
+namespace {
+
+// As decodeUtf8, with two surrogates that make a pair as one step.
+Utf8Step decodePair(std::string_view text, std::size_t at) {
+  const Utf8Step step = decodeUtf8(text, at);
+  const std::size_t next = at + step.length;
+  if (!isHighSurrogate(step.codePoint) || next == text.size()) return step;
+  const Utf8Step low = decodeUtf8(text, next);
+  if (!isLowSurrogate(low.codePoint)) return step;
+  return {joinSurrogates(step.codePoint, low.codePoint), step.length + low.length};
+}
+
+}  // namespace
+
 std::string repairedUtf8(std::string_view bytes) {
   constexpr char32_t kReplacement = 0xFFFD;
   std::string text;
   text.reserve(bytes.size());
   for (std::size_t at = 0; at < bytes.size();) {
-    const Utf8Step step = decodeUtf8(bytes, at);
-    if (step) {
-      text.append(bytes, at, step.length);
-    } else {
-      appendUtf8(text, kReplacement);
-    }
+    const Utf8Step step = decodePair(bytes, at);
+    const bool isText = step && !isSurrogate(step.codePoint);
+    appendUtf8(text, isText ? step.codePoint : kReplacement);
     at += std::max<std::size_t>(step.length, 1);
   }
   return text;

@@ -39,7 +39,8 @@ constexpr char32_t joinSurrogates(char32_t high, char32_t low) {
   return 0x10000 + ((high & 0x3FF) << 10) + (low & 0x3FF);
 }
 
-/// The text with U+FFFD in the place of every byte that is no UTF-8, in the sense of `decodeUtf8`.
+/// The text as UTF-8 that every reader takes (RFC 3629): two surrogates that make a pair are one code point,
+/// and U+FFFD stands in the place of a surrogate that stands alone and of every byte that is no UTF-8.
 std::string repairedUtf8(std::string_view bytes);
 
 /// Whether every byte is below 128.

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/Utf8.h"
 #include "CorvaneSyncClient/platform/loomer/FileUrl.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -164,6 +166,12 @@ std::optional<std::string> pathInInstallation(const std::string& path) {
   return bundle.substr(0, bundle.rfind('/')) + path;
 }
 
+/// The same text unless a file or the service might not be able to hold it.
+String wellFormed(const String& text) {
+  if (isAscii(text.view()) || isValidUtf8(text.view())) return text;
+  return repairedUtf8(text.view());
+}
+
 }  // namespace
 
 const EntitySchema* RecordSchema::named(const String& name) const {
@@ -200,11 +208,11 @@ ClientRecord clientRecord(const EntitySchema& schema, const String& localId, con
     if (!(parent == LoomerRootIdentifier)) result.parentLocalId = parent;
   }
   result.position = record.integer32(schema.positionKey.view()).value_or(0);
-  result.content.name = record.string(schema.nameKey.view());
+  result.content.name = wellFormed(record.string(schema.nameKey.view()));
   if (schema.entity == Entity::bookmark) {
     const Value* url = record.find(schema.urlKey);
     const Url* typed = url ? url->as<Url>() : nullptr;
-    result.content.url = typed ? typed->text : record.string(schema.urlKey.view());
+    result.content.url = wellFormed(typed ? typed->text : record.string(schema.urlKey.view()));
   } else {
     result.content.tabGroup = record.integer32(schema.tabGroupKey.view()) == 1;
     result.content.special =
@@ -219,8 +227,8 @@ Dictionary recordDictionary(const EntitySchema& schema, const Content& content, 
   const Value placed = special ? *schema.specialPosition : position;
   Dictionary record;
   record.set(LoomerRecordEntityNameKey, schema.name);
-  if (content.name) record.set(schema.nameKey, content.name);
-  if (content.url && schema.urlKey) record.set(schema.urlKey, Url{content.url});
+  if (content.name) record.set(schema.nameKey, wellFormed(content.name));
+  if (content.url && schema.urlKey) record.set(schema.urlKey, Url{wellFormed(content.url)});
   record.set(schema.positionKey, placed);
   for (const String& alias : schema.positionAliases) record.set(alias, placed);
   if (schema.tabGroupKey) record.set(schema.tabGroupKey, content.tabGroup ? 1 : 0);

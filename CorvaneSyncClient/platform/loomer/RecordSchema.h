@@ -47,10 +47,12 @@ Url bookmarksSchemaUrl();
 RecordSchema readRecordSchema(const std::vector<Url>& urls);
 
 /// The record as a client pushed it. Values of a wrong type count as absent; the URL may also be a string. A
-/// parent that is the root's own id is the root.
+/// parent that is the root's own id is the root. Texts become what every file and the online service can hold
+/// (`repairedUtf8`): what is unpaired in one file stays in that file.
 ClientRecord clientRecord(const EntitySchema& schema, const String& localId, const Dictionary& record);
 
-/// The whole record for a client; `parentLocalId` is absent for the root.
+/// The whole record for a client; `parentLocalId` is absent for the root. Its texts are repaired as those of
+/// `clientRecord`, since an older store may hold others.
 Dictionary recordDictionary(const EntitySchema& schema, const Content& content, std::int32_t position,
                             const String& parentLocalId);
 

@@ -44,6 +44,18 @@ TEST_F(SchemaTest, TheSchemaDeclaresTheRecordKeys) {
   EXPECT_EQ(schema.named("x"), nullptr);
 }
 
+TEST_F(SchemaTest, TextsOfRecordsAreWellFormedBothWays) {
+  const loomer::EntitySchema schema = real().of(Entity::bookmark);
+  const loomer::Content content{"cut \xED\xA0\xBD", "http://\xED\xB8\x80/\xFF", false, false};
+  const Dictionary handedDown = recordDictionary(schema, content, 0, {});
+  EXPECT_EQ(handedDown.string(schema.nameKey.view()), "cut \uFFFD");
+  EXPECT_EQ(*handedDown.find(schema.urlKey), Value(Url{"http://\uFFFD/\uFFFD"}));
+  const loomer::ClientRecord taken = clientRecord(
+      schema, "1", Dictionary{{schema.nameKey, content.name}, {schema.urlKey, Url{content.url}}});
+  EXPECT_EQ(taken.content.name, "cut \uFFFD");
+  EXPECT_EQ(taken.content.url, "http://\uFFFD/\uFFFD");
+}
+
 TEST_F(SchemaTest, MissingSchemaFailsTheSessionWithItsPath) {
   platform.realFiles.remove(schemaPath);
   const auto client = makeClient("a");
