@@ -8,20 +8,17 @@ function(corvane_plain_test name)
   add_dependencies(plain_tests ${ARGN})
 endfunction()
 
-# corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [TIMEOUT seconds])
+# corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...])
 # One GoogleTest program; every test case in it becomes a test of its own, with a name prefix NAME.
 
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
 function(corvane_add_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;DEFINITIONS" ${ARGN})
-  if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 120)
-  endif()
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;DEFINITIONS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_compile_definitions(${name} PRIVATE ${ARG_DEFINITIONS})
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}/" PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300 TEST_PREFIX "${name}/")
 endfunction()

@@ -334,7 +334,7 @@ TEST_F(SetupTest, PoolerMayHandTheConnectionOnBetweenTransactions) {
   const Pooler pooler(server, platform.directory.path(), user, password);
   const std::string pooled =
       "postgresql://" + user + ":" + password + "@127.0.0.1:" + std::to_string(pooler.port()) + "/hub";
-  for (int i = 0; i < 500 && !messageOf([&] { runSql(pooled, "SELECT 1"); }).empty(); ++i)
+  for (int i = 0; i < 3000 && !messageOf([&] { runSql(pooled, "SELECT 1"); }).empty(); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 
   std::vector<std::unique_ptr<PostgresHub>> hubs;
@@ -372,7 +372,7 @@ TEST(PostgresServerTest, LeavesNothingBehindAlsoWhenTheTestIsKilled) {
   ASSERT_GT(size, 0);
   const std::string directory(buffer, static_cast<std::size_t>(size));
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  for (int i = 0; i < 1000 && ::access(directory.c_str(), F_OK) == 0; ++i)
+  for (int i = 0; i < 6000 && ::access(directory.c_str(), F_OK) == 0; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_NE(::access(directory.c_str(), F_OK), 0) << directory;
 }
