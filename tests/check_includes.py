@@ -4,8 +4,8 @@
 
 front/SCLog.h, the diagnostic log, stands on platform/ alone; every subsystem may include it.
 
-Checks as well that integers of a given width come from <cstdint>, and not by way of some other header of the standard
-library, which may cease to include it.
+Checks as well that what is named below comes from its own header of the standard library, and not by way of another one,
+which may cease to include it.
 """
 
 import functools
@@ -27,6 +27,11 @@ ALLOWED = {
 EVERYBODY = {"front/SCLog.h"}
 # Of the engine the model knows the record keys alone.
 ONLY = {("model", "platform/loomer"): {"platform/loomer/LoomerConstants.h"}}
+# Names of the standard library, by header: those that came by chance before.
+STANDARD = {
+    "algorithm": re.compile(r"\bstd::(?:min|max|clamp|find|find_if|count|count_if|sort|stable_sort|any_of|all_of|none_of)\b"),
+    "cstdint": re.compile(r"\bu?int(?:8|16|32|64)_t\b"),
+}
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
 
 
@@ -68,28 +73,30 @@ def unregistered(root):
 
 
 @functools.cache
-def includes_widths(root, file):
-    """Whether the file or one of ours that it includes has <cstdint>."""
+def includes(root, file, header):
+    """Whether the file or one of ours that it includes has the standard library's header."""
     text = file.read_text(encoding="utf-8")
-    if re.search(r"^#include <cstdint>", text, re.MULTILINE):
+    if f"#include <{header}>" in text:
         return True
     names = [match.group(1) for line in text.splitlines() if (match := INCLUDE.match(line))]
     included = [next((path for path in (root / name, file.parent / name) if path.exists()), None) for name in names]
-    return any(path and includes_widths(root, path) for path in included)
+    return any(path and includes(root, path, header) for path in included)
 
 
-def unincluded_widths(root):
+def by_chance(root):
     for folder in ("CorvaneSyncClient", "tools", "tests", "bench", "fuzz"):
         for file in sorted((root / folder).rglob("*")):
-            if file.suffix not in (".h", ".cpp") or not re.search(r"\bu?int(8|16|32|64)_t\b", file.read_text(encoding="utf-8")):
+            if file.suffix not in (".h", ".cpp"):
                 continue
-            if not includes_widths(root, file):
-                yield f"{file.relative_to(root)}: has integers of a given width, and <cstdint> by chance"
+            for header, names in STANDARD.items():
+                match = names.search(file.read_text(encoding="utf-8"))
+                if match and not includes(root, file, header):
+                    yield f"{file.relative_to(root)}: has {match.group(0)} without <{header}>"
 
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    found = [*problems(root), *unregistered(root), *unincluded_widths(root)]
+    found = [*problems(root), *unregistered(root), *by_chance(root)]
     print("\n".join(found) if found else "includes point one way; every test file is registered")
     return 1 if found else 0
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <future>
 #include <thread>
 

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 #include "tests/ctl/CtlFixture.h"
 
 namespace corvane {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "CorvaneSyncClient/platform/foundation/Format.h"
 
 namespace corvane {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <vector>
+
 #include "CorvaneSyncClient/platform/foundation/Text.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 

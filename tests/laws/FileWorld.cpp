@@ -1,5 +1,6 @@
 #include "tests/laws/FileWorld.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>

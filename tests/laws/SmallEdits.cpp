@@ -1,5 +1,6 @@
 #include "tests/laws/SmallEdits.h"
 
+#include <algorithm>
 #include <functional>
 #include <set>
 

@@ -1,5 +1,7 @@
 #include "tests/model/ModelFixtures.h"
 
+#include <stdexcept>
+
 namespace corvane {
 
 namespace {

@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "tests/pelto/HubFixture.h"
 

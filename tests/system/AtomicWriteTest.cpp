@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 #include "tests/fakes/Files.h"

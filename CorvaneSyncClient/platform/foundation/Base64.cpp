@@ -1,5 +1,6 @@
 #include "CorvaneSyncClient/platform/foundation/Base64.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "CorvaneSyncClient/platform/foundation/Ascii.h"

@@ -1,5 +1,6 @@
 #include "CorvaneSyncClient/platform/foundation/Format.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace corvane {

@@ -9,6 +9,7 @@
 // with C's comments and white space between all of them. A file of strings is a dictionary without its
 // braces.
 
+#include <algorithm>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Ascii.h"

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/system/FileSystem.h"

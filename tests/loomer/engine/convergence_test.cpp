@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <random>
+#include <stdexcept>
 
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/loomer/engine/EngineFixture.h"

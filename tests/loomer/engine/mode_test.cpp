@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "CorvaneSyncClient/platform/loomer/SessionMode.h"
 #include "tests/loomer/engine/EngineFixture.h"
 

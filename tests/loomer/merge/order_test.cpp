@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "tests/loomer/merge/OrderLaws.h"
 #include "tests/loomer/merge/Properties.h"

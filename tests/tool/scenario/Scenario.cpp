@@ -75,7 +75,7 @@ constexpr CallForm kCalls[] = {
     {"willCancel", Call::willCancel, false},
 };
 
-const CallForm& callNamed(const String& name, const std::string& place) {
+CallForm callNamed(const String& name, const std::string& place) {
   for (const CallForm& form : kCalls) {
     if (name == form.name) return form;
   }
@@ -109,7 +109,7 @@ Step readStep(const Value& value, const std::string& place) {
   Section section(value, place);
   Step step;
   step.name = section.requiredString("Call");
-  const CallForm& form = callNamed(step.name, section.place("Call"));
+  const CallForm form = callNamed(step.name, section.place("Call"));
   step.call = form.call;
   if (form.hasEntity) step.entity = entityFromWord(section.requiredString("Entity"));
   if (step.call == Call::applyChange) readChange(section, step);
