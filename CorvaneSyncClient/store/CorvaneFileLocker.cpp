@@ -5,6 +5,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/system/LockDirectory.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane {
@@ -30,6 +31,14 @@ std::optional<std::int32_t> processIdIn(const Dictionary& lockDictionary) {
 std::optional<Date> modificationDateOf(const std::string& path) {
   const auto attributes = Platform::current().files.attributesIfKnown(path);
   return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
+}
+
+bool isGone(const std::error_code& error) { return error == std::errc::no_such_file_or_directory; }
+bool isBusy(const std::error_code& error) { return error == std::errc::device_or_resource_busy; }
+
+bool stands(const std::string& path) {
+  std::error_code error;
+  return Platform::current().files.ownAttributes(path, error).has_value();
 }
 
 // The file system's own idea of now: the date of a file just made in `directory`.
@@ -59,6 +68,15 @@ std::error_code makeDirectoryWithIntermediates(const std::string& path) {
 
 }  // namespace
 
+// "details.plist" at one moment. What it holds need not equal itself (a NaN does not), so the bytes are
+// looked at first: a file that nobody touched is the same.
+struct CorvaneFileLocker::Details {
+  std::string bytes;
+  std::optional<Dictionary> dictionary;  // absent when unreadable
+
+  bool isSameAs(const Details& other) const { return bytes == other.bytes || dictionary == other.dictionary; }
+};
+
 // Where one call of `lock` stands.
 struct CorvaneFileLocker::Acquisition {
   double pollLimit = 0;  // a whole number
@@ -67,8 +85,13 @@ struct CorvaneFileLocker::Acquisition {
   bool waited = false;
   bool stole = false;
   bool breakRequested = false;
-  std::optional<Dictionary> lastSeen;
+  Details lastSeen;
+  std::optional<FileIdentity> standing;     // the lock directory that `lastSeen` is from
+  std::optional<FileIdentity> unbreakable;  // one that could be neither deleted nor moved aside
+  bool hasComplained = false;               // of that
 
+  void setUnbreakable() { unbreakable = standing.value_or(FileIdentity()); }
+  bool isUnbreakable() const { return unbreakable == standing.value_or(FileIdentity()); }
   FileLockerResult result() const {
     if (stole) return FileLockerResult::acquiredByBreaking;
     return waited ? FileLockerResult::acquiredAfterWaiting : FileLockerResult::acquired;
@@ -99,12 +122,13 @@ FileLockerResult CorvaneFileLocker::lock() {
   acquisition.pollLimit = std::trunc(_timeout * kMicrosecondsPerSecond / kPollIntervalMicroseconds);
   for (;;) {
     if (acquisition.breakRequested) breakLock(acquisition);
-    if (makeLockDirectory()) {
-      writeLockFile();
+    if (makeLock()) {
       _locked = true;
       return acquisition.result();
     }
-    acquisition.lastSeen = lockFileContentsDictionary();
+    // In this order, so that what the file says is never held against a directory that came later.
+    acquisition.standing = standingLock();
+    acquisition.lastSeen = readDetails();
     acquisition.waited = true;
     if (acquisition.pollCount < acquisition.pollLimit) {
       pollOnce(acquisition);
@@ -114,19 +138,37 @@ FileLockerResult CorvaneFileLocker::lock() {
   }
 }
 
-// Removes the lock unless it is no longer the one that was last seen.
+// Makes the lock directory and writes whose it is, all within a hold. Between the two a directory without
+// "details.plist" can be taken for abandoned, by somebody whose timeout runs out just then, and made anew: it
+// belongs to whoever writes the file. Answers false when somebody else has it.
+bool CorvaneFileLocker::makeLock() {
+  if (!makeLockDirectory()) return false;
+  std::error_code error;
+  const auto hold = Platform::current().files.hold(lockDirectoryPath(), error);
+  if (isGone(error) || isBusy(error) || stands(lockFilePath())) return false;
+  writeLockFile();
+  return true;
+}
+
+// Removes the lock unless it is no longer the one that was last seen. One that cannot be removed is a living
+// holder's from then on.
 void CorvaneFileLocker::breakLock(Acquisition& acquisition) {
   acquisition.breakRequested = false;
-  const std::optional<Dictionary> now = lockFileContentsDictionary();
-  if (now && now != acquisition.lastSeen) return;
+  std::error_code error;
+  const auto hold = Platform::current().files.hold(lockDirectoryPath(), error);
+  const Details now = readDetails();
+  if (now.dictionary && !now.isSameAs(acquisition.lastSeen)) return;
   try {
-    removeLockFile();
+    if (isBusy(error)) throw cannotRemove();
+    if (!isGone(error)) removeLock(acquisition.standing);
     acquisition.stole = true;
   } catch (const PlatformException& exception) {
-    systemLog("Ignoring exception %@ trying to remove lock to steal it: %@", exception.name(),
-              exception.reason());
-    // The same lock will be found again at once; without a pause here this would be a busy loop.
-    Platform::current().clock.sleep(kPollIntervalMicroseconds / kMicrosecondsPerSecond);
+    acquisition.setUnbreakable();
+    if (!std::exchange(acquisition.hasComplained, true)) {
+      systemLog("Ignoring exception %@ trying to remove lock to steal it: %@", exception.name(),
+                exception.reason());
+    }
+    sleepOnce(acquisition);  // also when a delegate insists on breaking it
   }
 }
 
@@ -139,10 +181,14 @@ bool CorvaneFileLocker::makeLockDirectory() {
 
 // Before the timeout: a dead holder's lock is to be broken at once, anyone else's is waited for.
 void CorvaneFileLocker::pollOnce(Acquisition& acquisition) {
-  if (lockIsNotValid(pointerTo(acquisition.lastSeen))) {
+  if (!acquisition.isUnbreakable() && lockIsNotValid(pointerTo(acquisition.lastSeen.dictionary))) {
     acquisition.breakRequested = true;
-    return;
+  } else {
+    sleepOnce(acquisition);
   }
+}
+
+void CorvaneFileLocker::sleepOnce(Acquisition& acquisition) {
   Platform::current().clock.sleep(kPollIntervalMicroseconds / kMicrosecondsPerSecond);
   ++acquisition.pollCount;
 }
@@ -151,7 +197,9 @@ void CorvaneFileLocker::pollOnce(Acquisition& acquisition) {
 // the question comes again right away if the lock was renewed meanwhile.
 bool CorvaneFileLocker::goOnAfterTimeout(Acquisition& acquisition) {
   const unsigned attempt = acquisition.attemptCounter + 1;
-  switch (actionForApparentlyAbandonedLock(pointerTo(acquisition.lastSeen), attempt)) {
+  const std::optional<Dictionary>& details = acquisition.lastSeen.dictionary;
+  switch (acquisition.isUnbreakable() ? delegatesAction(details.value_or(Dictionary()), attempt)
+                                      : actionForApparentlyAbandonedLock(pointerTo(details), attempt)) {
     case FileLockerAction::breakLock:
       acquisition.breakRequested = true;
       break;
@@ -181,8 +229,12 @@ bool CorvaneFileLocker::matchesHostNameFromLockDictionary(const String& hostName
 FileLockerAction CorvaneFileLocker::actionForApparentlyAbandonedLock(const Dictionary* lockDictionary,
                                                                      unsigned attempt) {
   if (!lockDictionary || lockIsNotValid(lockDictionary)) return FileLockerAction::breakLock;
+  return delegatesAction(*lockDictionary, attempt);
+}
+
+FileLockerAction CorvaneFileLocker::delegatesAction(const Dictionary& lockDictionary, unsigned attempt) {
   if (!_delegate || !_delegate->implementsActionForApparentlyAbandonedLock()) return FileLockerAction::giveUp;
-  return _delegate->fileLockerActionForApparentlyAbandonedLock(*this, lockInfoForDelegate(*lockDictionary),
+  return _delegate->fileLockerActionForApparentlyAbandonedLock(*this, lockInfoForDelegate(lockDictionary),
                                                                attempt);
 }
 
@@ -237,28 +289,51 @@ bool CorvaneFileLocker::tryWritingLockFile(const Dictionary& lockDictionary) con
 }
 
 std::optional<Dictionary> CorvaneFileLocker::lockFileContentsDictionary() const {
+  return readDetails().dictionary;
+}
+
+CorvaneFileLocker::Details CorvaneFileLocker::readDetails() const {
+  Details details;
   try {
-    std::string contents;
     // Not being there is what happens between two holders, and any other error is as good as that.
-    if (Platform::current().files.read(lockFilePath(), contents)) return std::nullopt;
-    const Value top = readPropertyList(contents);
-    if (const Dictionary* dictionary = top.as<Dictionary>()) return *dictionary;
+    if (Platform::current().files.read(lockFilePath(), details.bytes)) return details;
+    const Value top = readPropertyList(details.bytes);
+    if (const Dictionary* dictionary = top.as<Dictionary>()) details.dictionary = *dictionary;
   } catch (const PlatformException& exception) {
     systemLog("Exception %@: couldn't read lock file contents dictionary. Reason: %@", exception.name(),
               exception.reason());
   }
-  return std::nullopt;
+  return details;
 }
 
-void CorvaneFileLocker::removeLockFile() {
+// The directory that stands there now; none that ever was when nothing does; absent when it cannot be told.
+std::optional<FileIdentity> CorvaneFileLocker::standingLock() const {
+  std::error_code error;
+  const auto attributes = Platform::current().files.ownAttributes(lockDirectoryPath(), error);
+  if (attributes) return attributes->identity;
+  return isGone(error) ? std::optional(FileIdentity()) : std::nullopt;
+}
+
+PlatformException CorvaneFileLocker::cannotRemove() const {
+  return notAvailable(format("Can't remove existing lock for %@", _path));
+}
+
+void CorvaneFileLocker::removeLockFile() { removeLock(standingLock()); }
+
+void CorvaneFileLocker::removeLock(const std::optional<FileIdentity>& judged) {
   Platform& platform = Platform::current();
   const std::string lockDirectory = lockDirectoryPath();
-  const std::error_code error = platform.files.remove(lockDirectory);
-  if (!error || error == std::errc::no_such_file_or_directory) return;
+  std::string aside;
+  std::error_code error = takeLockDirectory(lockDirectory, judged, aside);
+  if (!error && !aside.empty()) error = platform.files.remove(aside);
+  if (!error || isGone(error)) return;
   const std::string stale =
       format("%@/%@/%@-%@", _path, kStaleLockDirectoryName, kLockDirectoryName, platform.uuids.newUuid());
-  if (createStaleLockDirectoryIfNeeded(_path) && !platform.files.rename(lockDirectory, stale)) return;
-  throw notAvailable(format("Can't remove existing lock for %@", _path));
+  const std::string& undeleted = aside.empty() ? lockDirectory : aside;
+  if (createStaleLockDirectoryIfNeeded(_path) && !platform.files.rename(undeleted, stale)) return;
+  // Where this fails too, the next one clears what is left of it.
+  if (!aside.empty()) platform.files.renameWithoutReplacing(aside, lockDirectory);
+  throw cannotRemove();
 }
 
 bool CorvaneFileLocker::createStaleLockDirectoryIfNeeded(const std::string& path) {
@@ -292,14 +367,19 @@ void CorvaneFileLocker::refresh() {
   if (!_locked) {
     throw notAvailable(format("Cannot refresh lock for file in %@, lock is not currently held", _path));
   }
+  std::error_code error;  // one that cannot be held is looked at all the same
+  const auto hold = Platform::current().files.hold(lockDirectoryPath(), error);
   if (!checkIfLockWasStolen()) writeLockFile();
 }
 
 void CorvaneFileLocker::unlock() {
   if (!_locked) return;
+  std::error_code error;  // one that cannot be held is looked at all the same
+  const auto hold = Platform::current().files.hold(lockDirectoryPath(), error);
+  const std::optional<FileIdentity> standing = standingLock();
   if (!checkIfLockWasStolen()) {
     try {
-      removeLockFile();
+      removeLock(standing);
     } catch (const PlatformException& exception) {
       systemLog("Ignoring exception %@ trying to remove lock file: %@", exception.name(), exception.reason());
     }

@@ -5,6 +5,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/system/FileSystem.h"
 
 namespace corvane {
 
@@ -23,8 +24,11 @@ namespace corvane {
 // A lock whose holder is known to be dead (a process of this machine that no longer exists) is broken as soon
 // as it is seen; one without a readable "details.plist" once the timeout has run out; any other only if the
 // delegate says so. Just before a break the file is read again, and a lock renewed in the meantime is left
-// alone. A holder that renews between that reading and the removal loses its lock all the same; this short
-// race is accepted, and the holder finds out at its next `refresh` or `unlock`.
+// alone. What is removed then is the directory that was judged and no other
+// (platform/system/LockDirectory.h). Whoever writes "details.plist" or removes the directory has a hold on it
+// meanwhile, so that on file systems with holds nobody comes between a look and what is done upon it.
+// Elsewhere, and for programs that know of no holds, a short race is accepted: a holder that renews between
+// the reading and the removal loses its lock, and finds out at its next `refresh` or `unlock`.
 //
 // For one thread of one process. Not counted: `lock` twice needs `unlock` once. Destroying a locker that
 // holds its lock leaves the lock standing.
@@ -93,8 +97,9 @@ class CorvaneFileLocker {
   /// Takes the lock, waiting as told above; afterwards it is held unless the answer is `gaveUp`. Raises
   /// NSObjectNotAvailableException, with nothing held, when the lock directory cannot be made for another
   /// reason than that it exists, or "details.plist" cannot be written (the directory is then removed again).
-  /// What the delegate raises passes through. Waits without end for a lock that should be broken and can be
-  /// neither deleted nor moved aside; every failed break is one line in the system log.
+  /// What the delegate raises passes through. A lock that should be broken and can be neither deleted nor
+  /// moved aside is one line in the system log for each call, and is waited for from then on as a living
+  /// holder's; where its "details.plist" cannot be read, the delegate is told of no holder.
   FileLockerResult lock();
 
   /// Gives the lock up; nothing happens when it is not held. A lock that was stolen is left to the thief,
@@ -155,11 +160,19 @@ class CorvaneFileLocker {
   bool checkIfLockWasStolen();
 
  private:
+  struct Details;
   struct Acquisition;
-  void breakLock(Acquisition& acquisition);
+  bool makeLock();
   bool makeLockDirectory();
+  void breakLock(Acquisition& acquisition);
   void pollOnce(Acquisition& acquisition);
+  void sleepOnce(Acquisition& acquisition);
   bool goOnAfterTimeout(Acquisition& acquisition);
+  FileLockerAction delegatesAction(const Dictionary& lockDictionary, unsigned attempt);
+  Details readDetails() const;
+  std::optional<FileIdentity> standingLock() const;
+  void removeLock(const std::optional<FileIdentity>& judged);
+  PlatformException cannotRemove() const;
   bool tryWritingLockFile(const Dictionary& lockDictionary) const;
   bool isOwnLock(const Dictionary& lockDictionary) const;
 

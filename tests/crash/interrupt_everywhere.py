@@ -171,8 +171,8 @@ def run(scenario, point, number):
         home.age_lock()
         sync_on(home, scenario.client)
         home.must_be_sound()
-        if "Library/Corvane/lock" in point.what and not killed:
-            # A lock directory that cannot be deleted is moved aside, where it stays by design.
+        if "Library/Corvane/" in point.what and not killed:
+            # A lock directory that cannot be deleted stays aside by design; while it is deleted it has a temporary name.
             shutil.rmtree(os.path.join(home.path, "Library", "Corvane", ".staleLockDirectory"), ignore_errors=True)
         end = outcome(home)
         if status == 0 or killed or end != scenario.cancelled_end:

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 #include "CorvaneSyncClient/platform/system/Timespec.h"
 
 namespace corvane {
@@ -40,6 +41,11 @@ std::error_code setModificationDate(const std::string& path, Date date) {
 unsigned modeOf(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777u : 0;
+}
+
+bool canBeHeld(const std::string& path) {
+  std::error_code error;
+  return LinuxFileSystem().hold(path, error) != nullptr;
 }
 
 ScopedUmask::ScopedUmask(unsigned mask) : _before(::umask(mask)) {}

@@ -19,6 +19,9 @@ std::error_code setModificationDate(const std::string& path, Date date);
 /// The permissions of what stands at `path`, links followed; 0 when nothing does.
 unsigned modeOf(const std::string& path);
 
+/// Whether nobody has a hold on what stands at `path`; waits for those who have.
+bool canBeHeld(const std::string& path);
+
 /// Sets this process's mask of permissions for as long as this object lives.
 class ScopedUmask {
  public:

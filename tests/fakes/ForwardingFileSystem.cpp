@@ -119,9 +119,10 @@ std::error_code ForwardingFileSystem::moveAside(const std::string& path, std::st
   return _files.moveAside(path, aside);
 }
 
-std::unique_ptr<FileSystem::Hold> ForwardingFileSystem::hold(const std::string& path) {
-  if (enter(FileOperation::hold, path)) return nullptr;
-  return _files.hold(path);
+std::unique_ptr<FileSystem::Hold> ForwardingFileSystem::hold(const std::string& path,
+                                                             std::error_code& error) {
+  error = enter(FileOperation::hold, path);
+  return error ? nullptr : _files.hold(path, error);
 }
 
 std::error_code ForwardingFileSystem::copy(const std::string& from, const std::string& to) {

@@ -71,7 +71,7 @@ class ForwardingFileSystem : public FileSystem {
   std::error_code rename(const std::string& from, const std::string& to) override;
   std::error_code renameWithoutReplacing(const std::string& from, const std::string& to) override;
   std::error_code moveAside(const std::string& path, std::string& aside) override;
-  std::unique_ptr<Hold> hold(const std::string& path) override;
+  std::unique_ptr<Hold> hold(const std::string& path, std::error_code& error) override;
   std::error_code copy(const std::string& from, const std::string& to) override;
   std::error_code read(const std::string& path, std::string& contents) override;
   std::error_code write(const std::string& path, std::string_view contents) override;

@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <limits>
+#include <stdexcept>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "tests/fakes/Files.h"
 #include "tests/store/StoreTest.h"
+#include "tests/system/ChildProcess.h"
 
 namespace corvane {
 namespace {
@@ -143,6 +147,105 @@ TEST_F(FileLockerLockTest, LockReplacedByALivingHolderIsNotBroken) {
   leftOnDisk = {"lock/", "lock/details.plist"};
 }
 
+// Between the judgement and the removal a faster one breaks the dead lock and makes its own, whose
+// "details.plist" is still to come: it is left alone.
+TEST_F(FileLockerLockTest, FasterBreakersLockIsLeftAlone) {
+  putLock(detailsOf(kDeadProcess));
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    if (call.operation == FileOperation::hold || call.operation == FileOperation::remove) {
+      platform.files.intercept = nullptr;
+      std::filesystem::remove_all(lockDirectory);
+      putLockBytes(nullptr);
+    }
+    return std::error_code();
+  };
+  platform.clock.onSleep = [this] { putLock(detailsOf(kLivingProcess)); };
+  CorvaneFileLocker locker(guarded, nullptr, 1);
+  EXPECT_EQ(locker.lock(), Result::gaveUp);
+  EXPECT_EQ(lockOnDisk(), detailsOf(kLivingProcess));
+  leftOnDisk = {"lock/", "lock/details.plist"};
+}
+
+// Before "details.plist" is written, somebody whose timeout runs out takes the directory for abandoned and
+// makes it anew.
+TEST_F(FileLockerLockTest, LockThatIsTakenBeforeItIsSignedIsAnothers) {
+  platform.files.before(FileOperation::hold, 1, [this] {
+    std::filesystem::remove_all(lockDirectory);
+    putLock(detailsOf(kLivingProcess));
+  });
+  EXPECT_EQ(CorvaneFileLocker(guarded, nullptr, 1).lock(), Result::gaveUp);
+  EXPECT_EQ(lockOnDisk(), detailsOf(kLivingProcess));
+  leftOnDisk = {"lock/", "lock/details.plist"};
+}
+
+TEST_F(FileLockerLockTest, LockThatVanishesBeforeItIsSignedIsMadeAgain) {
+  platform.files.before(FileOperation::hold, 1, [this] { std::filesystem::remove_all(lockDirectory); });
+  CorvaneFileLocker locker(guarded, nullptr, 1);
+  EXPECT_EQ(locker.lock(), Result::acquiredAfterWaiting);
+  expectLockIsOurs();
+  locker.unlock();
+}
+
+// Whoever signs, renews, breaks or gives up a lock has a hold on it, so that nobody comes in between.
+TEST_F(FileLockerLockTest, ChangesAreMadeWithinAHold) {
+  int held = 0;
+  platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+    if (call.operation == FileOperation::writeAtomically || call.operation == FileOperation::moveAside) {
+      held += answerOfChild([&] { return canBeHeld(lockDirectory) ? "had" : "held"; }) == "held";
+    }
+    return std::error_code();
+  };
+  putLock(detailsOf(kDeadProcess));
+  CorvaneFileLocker locker(guarded, nullptr, 1);
+  EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
+  EXPECT_EQ(held, 2);  // broken, signed
+  locker.refresh();
+  EXPECT_EQ(held, 3);
+  locker.unlock();
+  EXPECT_EQ(held, 4);
+  EXPECT_TRUE(canBeHeld(guarded));
+}
+
+// What "details.plist" holds need not equal itself: a dead holder's untouched file is untouched all the same.
+struct UnequalCase {
+  const char* phrase;
+  std::string (*bytes)();
+  friend void PrintTo(const UnequalCase& row, std::ostream* out) { *out << row.phrase; }
+};
+
+Dictionary deadWith(const char* key, const Value& value) {
+  Dictionary details = detailsOf(kDeadProcess);
+  details.set(key, value);
+  return details;
+}
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+const UnequalCase kUnequalCases[] = {
+    {"a real, XML", [] { return writeXmlPropertyList(deadWith("Other", kNan)); }},
+    {"a real, binary", [] { return writeBinaryPropertyList(deadWith("Other", kNan)); }},
+    {"a date, binary", [] { return writeBinaryPropertyList(deadWith(kLockFileDate, Date{kNan})); }},
+    {"a user, binary", [] { return writeBinaryPropertyList(deadWith(kLockFileUsername, kNan)); }},
+    {"deep inside, XML",
+     [] {
+       return writeXmlPropertyList(deadWith("Other", Dictionary{{"In", Array{1, kNan}}}));
+     }},
+};
+
+class FileLockerUnequalTable : public StoreTest, public testing::WithParamInterface<UnequalCase> {};
+
+TEST_P(FileLockerUnequalTable, DeadHoldersLockIsBrokenWithoutSleeping) {
+  const std::string bytes = GetParam().bytes();
+  putLockBytes(&bytes);
+  platform.files.before(FileOperation::makeDirectory, 100, [] { throw std::runtime_error("it spins"); });
+  CorvaneFileLocker locker(guarded, nullptr, 10);
+  EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(0));
+  locker.unlock();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FileLockerUnequalTable, testing::ValuesIn(kUnequalCases));
+
 // A lock that was unreadable at the question and is readable at the break has changed, too.
 TEST_F(FileLockerLockTest, LockThatBecameReadableIsNotBroken) {
   putLockBytes(nullptr);
@@ -195,22 +298,85 @@ TEST_F(FileLockerLockTest, CreationFailureIsRaised) {
   EXPECT_EQ(raisedBy([&] { locker.unlock(); }), "");  // not held
 }
 
-// What cannot be removed is logged and tried again; the lock is had once it can be.
-TEST_F(FileLockerLockTest, FailedBreakIsLoggedAndTriedAgain) {
-  putLock(detailsOf(kDeadProcess));
-  platform.files.fail(FileOperation::remove, 1, std::errc::permission_denied);
-  platform.files.fail(FileOperation::rename, 1, std::errc::permission_denied);
-  platform.log.expectMessages(
-      {"Ignoring exception NSObjectNotAvailableException trying to remove lock to steal it: Can't remove "
-       "existing "
-       "lock for " +
-       guarded});
-  CorvaneFileLocker locker(guarded, nullptr, 10);
+// A dead lock that can be neither deleted nor moved aside.
+class FileLockerUnbreakableTest : public FileLockerLockTest {
+ protected:
+  FileLockerUnbreakableTest() {
+    putLock(detailsOf(kDeadProcess));
+    platform.files.failAlways(FileOperation::rename, std::errc::permission_denied);
+    platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+      const bool isScratch = call.path.starts_with(lockDirectory + "/");
+      return call.operation == FileOperation::remove && !isScratch
+                 ? std::make_error_code(std::errc::permission_denied)
+                 : std::error_code();
+    };
+    platform.log.expectMessages(
+        {"Ignoring exception NSObjectNotAvailableException trying to remove lock to steal it: Can't remove "
+         "existing lock for " +
+         guarded});
+    leftOnDisk = {".staleLockDirectory/", "lock/", "lock/details.plist"};
+  }
+};
+
+// It is logged once for each `lock`, and treated from then on as a living holder's.
+TEST_F(FileLockerUnbreakableTest, IsLoggedOnceAndWaitedForAsALivingHolders) {
+  delegate.answers = {Action::waitAgain, Action::giveUp};
+  CorvaneFileLocker locker(guarded, &delegate, 10);
+  EXPECT_EQ(locker.lock(), Result::gaveUp);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(100));
+  EXPECT_THAT(delegate.attempts, ElementsAre(1, 2));
+  EXPECT_EQ(delegate.infos[0].integer32(kLockFileProcessID), kDeadProcess);
+  EXPECT_EQ(lockOnDisk(), detailsOf(kDeadProcess));
+
+  platform.log.expectMessages({platform.log.messages.front()});
+  EXPECT_EQ(CorvaneFileLocker(guarded, nullptr, 1).lock(), Result::gaveUp);
+}
+
+TEST_F(FileLockerUnbreakableTest, OneThatCannotBeRenamedAtAllIsTreatedTheSame) {
+  platform.files.failAlways(FileOperation::moveAside, std::errc::permission_denied);
+  EXPECT_EQ(CorvaneFileLocker(guarded, nullptr, 10).lock(), Result::gaveUp);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(50));
+}
+
+// A delegate that insists on breaking it has it tried again, with a pause each time.
+TEST_F(FileLockerUnbreakableTest, IsTriedAgainWhenTheDelegateSaysSo) {
+  delegate.answers = {Action::breakLock, Action::breakLock, Action::giveUp};
+  EXPECT_EQ(CorvaneFileLocker(guarded, &delegate, 1).lock(), Result::gaveUp);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(5 + 2));
+}
+
+TEST_F(FileLockerUnbreakableTest, IsHadOnceItCanBeRemoved) {
+  delegate.answers = {Action::breakLock};
+  delegate.whileAnswering = [this] { platform.files.heal(); };
+  CorvaneFileLocker locker(guarded, &delegate, 1);
   EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
-  EXPECT_THAT(platform.clock.sleeps,
-              ElementsAre(0.2));  // a pause after the failure, so that no busy loop comes
   locker.unlock();
   leftOnDisk = {".staleLockDirectory/"};
+}
+
+// Another dead one in its place is broken at once.
+TEST_F(FileLockerUnbreakableTest, IsToldFromItsSuccessor) {
+  platform.clock.onSleep = [this] {
+    if (platform.clock.sleeps.size() != 3) return;
+    platform.files.heal();
+    std::filesystem::remove_all(lockDirectory);
+    putLock(detailsOf(kDeadProcess));
+  };
+  CorvaneFileLocker locker(guarded, nullptr, 10);
+  EXPECT_EQ(locker.lock(), Result::acquiredByBreaking);
+  EXPECT_THAT(platform.clock.sleeps, SizeIs(3));
+  locker.unlock();
+  leftOnDisk = {".staleLockDirectory/"};
+}
+
+// One whose holder cannot be told is the delegate's to judge, who is told of none.
+TEST_F(FileLockerUnbreakableTest, OneWithoutAHolderIsTheDelegatesToJudge) {
+  std::filesystem::remove(lockFile);
+  delegate.answers = {Action::giveUp};
+  EXPECT_EQ(CorvaneFileLocker(guarded, &delegate, 1).lock(), Result::gaveUp);
+  EXPECT_THAT(delegate.attempts, ElementsAre(2));
+  EXPECT_EQ(delegate.infos[0], Dictionary());
+  leftOnDisk = {".staleLockDirectory/", "lock/"};
 }
 
 // When the lock directory cannot be deleted it is moved into ".staleLockDirectory" under the name "lock"

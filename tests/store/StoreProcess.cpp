@@ -1,10 +1,15 @@
 // A process of its own for tests of the store: takes one command a line, answers each with a line, ends with
 // its input.
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <iostream>
+#include <random>
 #include <sstream>
 #include <string>
 
@@ -33,6 +38,32 @@ class Locker : public CorvaneFileLocker {
   using CorvaneFileLocker::writeLockFile;
 };
 
+// Waits for living holders for as long as it takes, and remembers thefts.
+class PatientDelegate : public CorvaneFileLockerDelegate {
+ public:
+  bool implementsActionForApparentlyAbandonedLock() const override { return true; }
+  bool implementsLockWasStolen() const override { return true; }
+  FileLockerAction fileLockerActionForApparentlyAbandonedLock(CorvaneFileLocker&, const Dictionary&,
+                                                              unsigned) override {
+    return FileLockerAction::waitAgain;
+  }
+  void fileLockerLockWasStolen(CorvaneFileLocker&, const Dictionary*) override { wasStolenFrom = true; }
+
+  bool wasStolenFrom = false;
+};
+
+// A look at exclusion from outside: the kernel's own lock on a file, which nobody but a holder of the lock
+// takes and which goes with its process.
+class Witness {
+ public:
+  explicit Witness(const std::string& path) : _file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+  bool isAlone() const { return flock(_file, LOCK_EX | LOCK_NB) == 0; }
+  void leave() const { flock(_file, LOCK_UN); }
+
+ private:
+  const int _file;
+};
+
 class StoreProcess {
  public:
   explicit StoreProcess(std::string directory) : _directory(std::move(directory)) {}
@@ -41,11 +72,13 @@ class StoreProcess {
     std::istringstream words(line);
     std::string command;
     int number = 0;
-    words >> command >> number;
+    unsigned seed = 0;
+    words >> command >> number >> seed;
     if (command == "lock") return std::to_string(static_cast<int>(_locker.lock()));
     if (command == "unlock") return _locker.unlock(), "unlocked";
     if (command == "steal") return _locker.writeLockFile(), "stolen";
     if (command == "count") return count(number);
+    if (command == "hammer") return hammer(number, seed);
     if (command == "read") return read();
     if (command == "save") return save(number);
     if (command == "stallInSave") return stallInSave(number);
@@ -63,6 +96,33 @@ class StoreProcess {
       _locker.unlock();
     }
     return "counted";
+  }
+
+  // Takes the lock `times` times, with a line for each. Is killed at one in twenty of them, at any moment of
+  // it or after it, or with the lock in its hands.
+  std::string hammer(int times, unsigned seed) {
+    std::mt19937 random(seed);
+    PatientDelegate delegate;
+    CorvaneFileLocker locker(_directory, &delegate, 10);
+    const Witness witness(_directory + "/witness");
+    for (int i = 0; i < times; ++i) {
+      const bool dies = random() % 20 == 0;
+      const bool diesHolding = dies && random() % 2 == 0;
+      if (dies && !diesHolding) killIn(1 + random() % 20'000);
+      locker.lock();
+      if (!witness.isAlone()) return "two holders";
+      if (diesHolding) raise(SIGKILL);
+      witness.leave();
+      locker.unlock();
+      if (delegate.wasStolenFrom) return "stolen from a living holder";
+      std::cout << "alone" << std::endl;
+    }
+    return "done";
+  }
+
+  static void killIn(unsigned microseconds) {
+    const itimerval once{{}, {0, static_cast<suseconds_t>(microseconds)}};
+    setitimer(ITIMER_REAL, &once, nullptr);  // whose signal nobody catches
   }
 
   std::string read() {

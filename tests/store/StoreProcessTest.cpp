@@ -2,7 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <mutex>
+#include <sstream>
+#include <thread>
 
 #include "tests/store/ChildProcess.h"
 #include "tests/store/PlistManagerTest.h"
@@ -99,6 +104,54 @@ TEST_F(StoreProcessTest, CountingProcessesExcludeEachOther) {
   EXPECT_EQ(second.answer(), "counted");
   EXPECT_EQ(contentsOf(guarded + "/counter"), "80");
   leftOnDisk = {"counter"};
+}
+
+// What came of processes that took the lock over and over.
+struct Hammering {
+  std::atomic<int> acquisitions = 0;
+  std::atomic<int> kills = 0;
+  std::mutex mutex;
+  std::vector<std::string> violations;
+};
+
+// Has a process take the lock `times` times, and starts another for each that is killed meanwhile.
+void hammer(const std::string& directory, int times, unsigned seed, Hammering& outcome) {
+  for (int left = times; left > 0; ++seed) {
+    ChildProcess process(directory);
+    process.send("hammer " + std::to_string(left) + " " + std::to_string(seed));
+    std::string answer = process.answer();
+    for (; answer == "alone"; answer = process.answer(), --left) ++outcome.acquisitions;
+    if (answer == "(end)") {
+      ++outcome.kills;
+      --left;
+    } else if (answer != "done") {
+      const std::scoped_lock lock(outcome.mutex);
+      outcome.violations.push_back(answer);
+      return;
+    }
+  }
+}
+
+// Processes of which one in twenty is killed at each acquisition never hold the lock together. More and
+// longer by the environment: CORVANE_TEST_HAMMER="8 2000" for processes and acquisitions of each.
+TEST_F(StoreProcessTest, OfManyProcessesThatAreKilledNoTwoHoldTheLock) {
+  int processes = 6;
+  int times = 40;
+  if (const char* given = std::getenv("CORVANE_TEST_HAMMER")) std::istringstream(given) >> processes >> times;
+  Hammering outcome;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < processes; ++i) {
+    threads.emplace_back(hammer, guarded, times, 1'000'000u * static_cast<unsigned>(i), std::ref(outcome));
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(outcome.violations, SizeIs(0));
+  EXPECT_GT(outcome.kills, 0);
+  RecordProperty("acquisitions", outcome.acquisitions);
+  RecordProperty("kills", outcome.kills);
+  CorvaneFileLocker last(guarded, nullptr, 10);  // the last killed one's lock is no obstacle
+  last.lock();
+  last.unlock();
+  leftOnDisk = {"witness"};
 }
 
 // Two processes save in turn: each sees the other's writing, is refused, reads and saves again.

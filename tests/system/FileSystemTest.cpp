@@ -32,6 +32,7 @@ class FileSystemContract : public testing::TestWithParam<bool> {
     EXPECT_TRUE(found) << path << ": " << error.message();
     return found.value_or(FileAttributes{});
   }
+  std::unique_ptr<FileSystem::Hold> hold(const std::string& path) { return files().hold(path, holdError); }
   std::vector<std::string> listed() {
     std::vector<std::string> names;
     EXPECT_FALSE(listDirectory(directory.path(), names));
@@ -39,6 +40,7 @@ class FileSystemContract : public testing::TestWithParam<bool> {
   }
 
   TemporaryDirectory directory;
+  std::error_code holdError;
 
  private:
   LinuxFileSystem _linux;
@@ -210,44 +212,46 @@ TEST_P(FileSystemContract, whatAKilledProcessMovedAsideGoesTheNextTime) {
 
 TEST_P(FileSystemContract, holdKeepsOthersOutUntilItIsDropped) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
-  std::unique_ptr<FileSystem::Hold> first = files().hold(directory / "d");
+  std::unique_ptr<FileSystem::Hold> first = hold(directory / "d");
   ASSERT_TRUE(first);
   // It follows the directory, and says nothing about another one of the same name.
   ASSERT_FALSE(files().rename(directory / "d", directory / "e"));
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
-  EXPECT_TRUE(files().hold(directory / "d"));
-  EXPECT_FALSE(files().hold(directory / "e")) << "after two seconds";
+  EXPECT_TRUE(hold(directory / "d"));
+  EXPECT_FALSE(hold(directory / "e")) << "after two seconds";
+  EXPECT_EQ(holdError, std::errc::device_or_resource_busy);
   first.reset();
-  EXPECT_TRUE(files().hold(directory / "e"));
-  EXPECT_FALSE(files().hold(directory / "none"));
+  EXPECT_TRUE(hold(directory / "e"));
+  EXPECT_FALSE(hold(directory / "none"));
+  EXPECT_EQ(holdError, std::errc::no_such_file_or_directory);
 }
 
 // Whoever waits for a hold on what stands at a path gets one on what stands there then.
 TEST_P(FileSystemContract, holdIsOnWhatStandsThereInTheEnd) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
-  std::unique_ptr<FileSystem::Hold> first = files().hold(directory / "d");
+  std::unique_ptr<FileSystem::Hold> first = hold(directory / "d");
   std::thread other([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     LinuxFileSystem().rename(directory / "d", directory / "e");
     LinuxFileSystem().makeDirectory(directory / "d", 0700);
     first.reset();
   });
-  const std::unique_ptr<FileSystem::Hold> second = files().hold(directory / "d");
+  const std::unique_ptr<FileSystem::Hold> second = hold(directory / "d");
   other.join();
   EXPECT_TRUE(second);
-  EXPECT_TRUE(files().hold(directory / "e"));
+  EXPECT_TRUE(hold(directory / "e"));
 }
 
 // A process that ends, however it ends, gives its hold up.
 TEST_P(FileSystemContract, holdGoesWithItsProcess) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
   EXPECT_EQ(answerOfChild([this] {
-              const auto hold = files().hold(directory / "d");
-              if (hold) kill(getpid(), SIGKILL);
+              const auto held = hold(directory / "d");
+              if (held) kill(getpid(), SIGKILL);
               return "not held";
             }),
             "exit 9");
-  EXPECT_TRUE(files().hold(directory / "d"));
+  EXPECT_TRUE(hold(directory / "d"));
 }
 
 TEST_P(FileSystemContract, copyKeepsContentsAndMode) {

@@ -51,11 +51,14 @@ std::optional<FileIdentity> DistributedLock::identity(std::error_code& error) {
 // Removes `lock`, or whatever stands there where that is absent. What cannot be deleted goes on being a lock.
 std::error_code DistributedLock::remove(const std::optional<FileIdentity>& lock) {
   FileSystem& files = Platform::current().files;
-  const std::unique_ptr<FileSystem::Hold> hold = files.hold(_path);
+  std::error_code error;
+  const std::unique_ptr<FileSystem::Hold> hold = files.hold(_path, error);
+  if (error == std::errc::no_such_file_or_directory) return {};
+  if (error == std::errc::device_or_resource_busy) return error;
   std::string aside;
-  if (const std::error_code error = takeLockDirectory(_path, lock, aside)) return error;
-  if (aside.empty()) return {};
-  const std::error_code error = files.remove(aside);
+  error = takeLockDirectory(_path, lock, aside);
+  if (error || aside.empty()) return error;
+  error = files.remove(aside);
   if (error) files.renameWithoutReplacing(aside, _path);  // the first failure is the one to tell
   return error;
 }

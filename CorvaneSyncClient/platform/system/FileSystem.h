@@ -73,10 +73,12 @@ class FileSystem {
     virtual ~Hold() = default;
   };
   /// Keeps all others who ask for it from getting a hold on the file or directory that stands at `path`,
-  /// whatever its name becomes, until the answer is dropped or the process ends. Others' holds are waited for
-  /// two seconds. Empty when they last longer, when nothing stands there that may be opened for reading, and
-  /// on file systems that cannot do it (NFS does not, for directories).
-  virtual std::unique_ptr<Hold> hold(const std::string& path) = 0;
+  /// whatever its name becomes, until the answer is dropped or the process ends. Empty, with `error` set,
+  /// when nothing stands there (`std::errc::no_such_file_or_directory`), when others' holds last longer than
+  /// two seconds
+  /// (`device_or_resource_busy`), and, with whatever else the system says, where it may not be opened for
+  /// reading or the file system cannot do it (NFS cannot, for directories).
+  virtual std::unique_ptr<Hold> hold(const std::string& path, std::error_code& error) = 0;
 
   /// Copies a regular file's contents and mode; the target must not exist.
   virtual std::error_code copy(const std::string& from, const std::string& to) = 0;

@@ -35,20 +35,22 @@ bool standsAt(const FileDescriptor& file, const std::string& path) {
 
 }  // namespace
 
-std::unique_ptr<FileSystem::Hold> LinuxFileSystem::hold(const std::string& path) {
+std::unique_ptr<FileSystem::Hold> LinuxFileSystem::hold(const std::string& path, std::error_code& error) {
+  error.clear();
   for (int i = 0; i < kTries; ++i) {
     FileDescriptor file(retryingInterrupted(
         [&] { return ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
-    if (!file) return nullptr;
-    if (::flock(file.number(), LOCK_EX | LOCK_NB) == 0) {
-      if (standsAt(file, path)) return std::make_unique<FlockHold>(std::move(file));
-    } else if (errno == EWOULDBLOCK) {
-      const timespec pause{0, kNanosecondsBetweenTries};
-      ::nanosleep(&pause, nullptr);  // a signal makes it shorter, which does no harm
-    } else {
+    const bool isHeld = file && ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
+    if (isHeld && standsAt(file, path)) return std::make_unique<FlockHold>(std::move(file));
+    if (isHeld) continue;
+    if (!file || errno != EWOULDBLOCK) {
+      error = lastSystemError();
       return nullptr;
     }
+    const timespec pause{0, kNanosecondsBetweenTries};
+    ::nanosleep(&pause, nullptr);  // a signal makes it shorter, which does no harm
   }
+  error = {EBUSY, std::system_category()};
   return nullptr;
 }
 
