@@ -11,7 +11,7 @@
 
 namespace {
 
-std::string formatted(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, again);
@@ -24,7 +24,7 @@ std::string formatted(const char* format, va_list arguments) {
 }
 
 // A line that cannot be kept must not be lost silently, nor reach the real log.
-void append(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] void append(const char* format, va_list arguments) {
   const std::string line = formatted(format, arguments) + "\n";
   const char* path = std::getenv("CORVANE_TEST_SYSLOG");
   const int file = path ? open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600) : -1;
@@ -39,9 +39,11 @@ extern "C" {
 void openlog(const char*, int, int) {}
 void closelog() {}
 
-void vsyslog(int, const char* format, va_list arguments) { append(format, arguments); }
+[[gnu::format(printf, 2, 0)]] void vsyslog(int, const char* format, va_list arguments) {
+  append(format, arguments);
+}
 
-void syslog(int, const char* format, ...) {
+[[gnu::format(printf, 2, 3)]] void syslog(int, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
   append(format, arguments);
@@ -50,9 +52,11 @@ void syslog(int, const char* format, ...) {
 
 // What the two are called by in programs compiled with _FORTIFY_SOURCE.
 
-void __vsyslog_chk(int, int, const char* format, va_list arguments) { append(format, arguments); }
+[[gnu::format(printf, 3, 0)]] void __vsyslog_chk(int, int, const char* format, va_list arguments) {
+  append(format, arguments);
+}
 
-void __syslog_chk(int, int, const char* format, ...) {
+[[gnu::format(printf, 3, 4)]] void __syslog_chk(int, int, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
   append(format, arguments);
