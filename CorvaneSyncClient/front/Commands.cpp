@@ -16,6 +16,7 @@ namespace {
 
 constexpr int kYes = 0;
 constexpr int kNo = 1;
+constexpr std::size_t kSpareBytes = 64 * 1024;
 
 // What a run made lives until the process ends, which gives it all back at once: taking a million nodes apart
 // one by one would cost as much as reading them.
@@ -34,6 +35,8 @@ int sync(const String& clientId) {
     systemLog("CorvaneSyncClient called to sync, but without a proper client id");
     return kNo;
   }
+  // For a run that has used up all memory: giving the lock back takes some.
+  auto spare = std::make_unique<char[]>(kSpareBytes);
   SingleRunLock lock;
   if (!lock.acquire()) return kNo;
   bool succeeded = false;
@@ -41,6 +44,7 @@ int sync(const String& clientId) {
     succeeded = syncClient(clientId);
   } catch (...) {
     // Here and not in a destructor: those do not run for an exception that nobody catches.
+    spare.reset();
     lock.release();
     throw;
   }

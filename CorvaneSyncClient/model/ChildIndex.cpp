@@ -44,14 +44,14 @@ ChildIndex::ChildIndex(BookmarkMap& map, const std::vector<String>& uids) : _map
 }
 
 ChildIndex::~ChildIndex() {
-  std::vector<Item*> pending;
-  if (_root) pending.push_back(_root);
-  while (!pending.empty()) {
-    Item* item = pending.back();
-    pending.pop_back();
-    if (item->left) pending.push_back(item->left);
-    if (item->right) pending.push_back(item->right);
-    deleteItem(item);
+  // From the leaves up: neither stack nor memory.
+  Item* item = _root;
+  while (item) {
+    if (Item*& below = item->left ? item->left : item->right) {
+      item = std::exchange(below, nullptr);
+    } else {
+      deleteItem(std::exchange(item, item->parent));
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstring>
+#include <new>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
@@ -321,6 +322,8 @@ Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Ou
                     statusDamaged);
   } catch (const PlatformException& exception) {
     return complain(err, exception.reason(), statusRefused);
+  } catch (const std::bad_alloc&) {
+    return complain(err, "There is not enough memory.", statusRefused);
   }
 }
 

@@ -2,37 +2,41 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace corvane {
 
 // Dropping the last reference to a container may drop the containers inside it, and so on down. They are
-// queued and destroyed one after another, so that depth never becomes stack.
+// chained and destroyed one after another, so that depth never becomes stack. The link is in the container
+// itself: dropping must not need memory, which may be what there is no more of.
 class ContainerRelease {
  public:
   template <typename Rep>
   static void release(Rep* rep) {
-    static ContainerRelease& queue = *new ContainerRelease;  // never destroyed: static values may outlive it
-    queue.add(rep);
-    if (!queue._draining) queue.drain();
+    rep->nextDropped = std::exchange(_first<Rep>, rep);
+    if (!_draining) drain();
   }
 
  private:
-  using AnyRep = std::variant<Array::Rep*, Dictionary::Rep*>;
-
-  void add(AnyRep rep) { _pending.push_back(rep); }
-
-  void drain() {
+  static void drain() {
     _draining = true;
-    while (!_pending.empty()) {
-      const AnyRep rep = _pending.back();
-      _pending.pop_back();
-      std::visit([](auto* dropped) { delete dropped; }, rep);
+    while (destroyFirst<Array::Rep>() || destroyFirst<Dictionary::Rep>()) {
     }
     _draining = false;
   }
 
-  std::vector<AnyRep> _pending;
-  bool _draining = false;
+  template <typename Rep>
+  static bool destroyFirst() {
+    Rep* const rep = _first<Rep>;
+    if (!rep) return false;
+    _first<Rep> = rep->nextDropped;
+    delete rep;
+    return true;
+  }
+
+  template <typename Rep>
+  static inline Rep* _first = nullptr;
+  static inline bool _draining = false;
 };
 
 void Array::Rep::destroy(Rep* rep) { ContainerRelease::release(rep); }

@@ -181,11 +181,13 @@ std::string description(const Dictionary& dictionary);
 
 struct Array::Rep : RefCounted {
   std::vector<Value> values;
+  Rep* nextDropped = nullptr;  // see ContainerRelease
   static void destroy(Rep* rep);
 };
 
 struct Dictionary::Rep : RefCounted {
   Map map;
+  Rep* nextDropped = nullptr;  // see ContainerRelease
   static void destroy(Rep* rep);
 };
 

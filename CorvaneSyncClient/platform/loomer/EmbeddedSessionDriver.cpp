@@ -38,6 +38,7 @@ bool EmbeddedSessionDriver::sync() {
     cancel(exception.reason(), session.tookLock());
     return false;
   } catch (...) {
+    rollBack();
     cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.",
                   session.tookLock());
     throw;
@@ -123,8 +124,8 @@ void EmbeddedSessionDriver::keepValues(bool tookLock) noexcept {
       ClientTable(_manager.store()).setCancelled(_client->row());
       _manager.store().database().commit();
     }
-  } catch (const PlatformException&) {
-    // The store is in trouble: `lastError` already says why the session failed.
+  } catch (...) {
+    // The store is in trouble, or memory is: `lastError` already says why the session failed.
   }
   rollBack();
 }

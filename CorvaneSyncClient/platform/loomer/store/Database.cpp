@@ -147,8 +147,8 @@ Database::Database(std::string path) : _path(std::move(path)) {
 }
 
 Database::~Database() {
-  for (auto& [sql, statements] : _idle) {
-    for (sqlite3_stmt* statement : statements) sqlite3_finalize(statement);
+  for (auto& [sql, pool] : _statements) {
+    for (sqlite3_stmt* statement : pool.idle) sqlite3_finalize(statement);
   }
   sqlite3_close(_connection);  // rolls an open transaction back
 }
@@ -158,22 +158,24 @@ Statement Database::query(const char* sql, const char* purpose) {
 }
 
 sqlite3_stmt* Database::prepare(const char* sql, const char* purpose) {
-  std::vector<sqlite3_stmt*>& idle = _idle[sql];
-  if (!idle.empty()) {
-    sqlite3_stmt* statement = idle.back();
-    idle.pop_back();
+  StatementPool& pool = _statements[sql];
+  if (!pool.idle.empty()) {
+    sqlite3_stmt* statement = pool.idle.back();
+    pool.idle.pop_back();
     return statement;
   }
+  pool.idle.reserve(pool.made + 1);  // giving back needs no memory
   sqlite3_stmt* statement = nullptr;
   const int code = sqlite3_prepare_v3(_connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   if (code != SQLITE_OK) fail(code, purpose);
+  ++pool.made;
   return statement;
 }
 
 void Database::giveBack(const char* sql, sqlite3_stmt* statement) noexcept {
   sqlite3_reset(statement);  // answers the failure that was already raised
   sqlite3_clear_bindings(statement);
-  _idle[sql].push_back(statement);
+  _statements.find(sql)->second.idle.push_back(statement);
 }
 
 void Database::execute(const std::string& sql, const char* purpose) {

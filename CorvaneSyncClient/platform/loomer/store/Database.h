@@ -124,12 +124,17 @@ class Database {
 
  private:
   friend class Statement;
+  /// The prepared statements of one text.
+  struct StatementPool {
+    std::vector<sqlite3_stmt*> idle;
+    std::size_t made = 0;  // idle or lent
+  };
   sqlite3_stmt* prepare(const char* sql, const char* purpose);
   void giveBack(const char* sql, sqlite3_stmt* statement) noexcept;
 
   std::string _path;
   sqlite3* _connection = nullptr;
-  std::unordered_map<const char*, std::vector<sqlite3_stmt*>> _idle;
+  std::unordered_map<const char*, StatementPool> _statements;
 };
 
 /// A LoomerStoreException about the store at `path`: "what is wrong" and "what to do", each a sentence.

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <new>
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
@@ -52,7 +53,7 @@ constexpr const char* kFreshSuffix = ".new";
 }
 
 /// What is not there or cannot be removed shows when it is written anew.
-void removeDatabase(const std::string& path) noexcept {
+void removeDatabase(const std::string& path) {
   unlink(path.c_str());
   unlink((path + "-journal").c_str());
 }
@@ -141,7 +142,7 @@ BaseDifference readDifference(Database& database, bool known) {
 HandedDownFile::HandedDownFile(const std::string& storePath, std::int64_t client)
     : _path(storePath.substr(0, storePath.rfind('/') + 1) + "HandedDown-" + std::to_string(client) + ".db") {}
 
-std::optional<HandedDown> HandedDownFile::read() const noexcept {
+std::optional<HandedDown> HandedDownFile::read() const {
   try {
     if (access(_path.c_str(), F_OK) != 0) return std::nullopt;
     Database database(_path);
@@ -166,8 +167,12 @@ void HandedDownFile::write(const HandedDown& handedDown) const {
 }
 
 void HandedDownFile::remove() const noexcept {
-  removeDatabase(_path);
-  removeDatabase(_path + kFreshSuffix);
+  try {
+    removeDatabase(_path);
+    removeDatabase(_path + kFreshSuffix);
+  } catch (const std::bad_alloc&) {
+    // It stays, which does no harm.
+  }
 }
 
 }  // namespace corvane::loomer

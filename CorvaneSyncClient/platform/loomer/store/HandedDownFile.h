@@ -43,7 +43,7 @@ class HandedDownFile {
   HandedDownFile(const std::string& storePath, std::int64_t client);
 
   /// Nothing where there is no such file, or none that can be read: the store is right without it.
-  std::optional<HandedDown> read() const noexcept;
+  std::optional<HandedDown> read() const;
   /// Durable when it returns. Raises LoomerStoreException.
   void write(const HandedDown& handedDown) const;
   /// A file that cannot be removed is of an earlier session for every later one, which does not use it.
