@@ -39,6 +39,7 @@ std::unique_ptr<BookmarkMap> BookmarkMap::scDeepMutableCopy() const {
     }
     copy->_entries.set(uid, std::move(copied));
   }
+  copy->_skippedEntries = _skippedEntries;
   return copy;
 }
 

@@ -49,7 +49,12 @@ class BookmarkMap final : public Describable {
   OrderedMap<Entry>::const_iterator begin() const { return _entries.begin(); }
   OrderedMap<Entry>::const_iterator end() const { return _entries.end(); }
 
-  /// A snapshot: every node copied, every marker kept, in the same order.
+  /// What reading the file left out: entries, and lists of them, with all that they hold. A file that is
+  /// written from this map lacks them.
+  const Array& skippedEntries() const { return _skippedEntries; }
+  void noteSkippedEntry(Value entry) { _skippedEntries.append(std::move(entry)); }
+
+  /// A snapshot: every node copied, every marker and what was left out kept, in the same order.
   std::unique_ptr<BookmarkMap> scDeepMutableCopy() const;
 
   /// "{uid = node; uid = node}", cut with "…" beyond kDescriptionLimit.
@@ -66,6 +71,7 @@ class BookmarkMap final : public Describable {
   // folders' lists take leave of it.
   std::unordered_map<String, ChildIndex::Item*> _listings;
   OrderedMap<Entry> _entries;
+  Array _skippedEntries;
 };
 
 }  // namespace corvane

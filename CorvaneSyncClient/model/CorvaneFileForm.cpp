@@ -49,6 +49,23 @@ Dictionary writeRecord(const CorvaneBookmarkRecord& record) {
 
 }  // namespace
 
+std::size_t entryCount(const Array& entries) {
+  std::size_t count = 0;
+  std::unordered_set<const void*> counted{entries.identity()};
+  std::vector<const Array*> open{&entries};
+  while (!open.empty()) {
+    const Array& list = *open.back();
+    open.pop_back();
+    for (const Value& value : list) {
+      const Dictionary* entry = value.as<Dictionary>();
+      const Array* inside = entry ? entry->array(kChildrenKey.view()) : value.as<Array>();
+      if (entry || !inside || inside->empty()) ++count;
+      if (inside && counted.insert(inside->identity()).second) open.push_back(inside);
+    }
+  }
+  return count;
+}
+
 CorvaneBookmarkFolder* CorvaneFileForm::readFolder(const Dictionary& entry, const String& parentId,
                                                    std::int32_t position, bool isIgnoredBySync) {
   CorvaneBookmarkFolder* folder = openFolder(entry, parentId, position, isIgnoredBySync);
@@ -71,6 +88,8 @@ CorvaneBookmarkRecord* CorvaneFileForm::readRecord(const Dictionary& entry, cons
   if (const Dictionary* uri = entry.dictionary(kUriDictionaryKey.view())) {
     record->setTitle(uri->string(kUriTitleKey.view()));
   }
+  if (const Array* lost = entry.array(kChildrenKey.view()); lost && !lost->empty())
+    _map.noteSkippedEntry(*lost);
   return record;
 }
 
@@ -129,6 +148,7 @@ const Array* CorvaneFileForm::childrenToRead(const Dictionary& entry, const Stri
   const Array* children = entry.array(kChildrenKey.view());
   if (!children || children->empty()) return nullptr;
   if (_read.insert(children->identity()).second) return children;
+  _map.noteSkippedEntry(*children);
   if (!SCLogIsOn()) return nullptr;
   for (const Value& child : *children) {
     const Dictionary* skipped = child.as<Dictionary>();
@@ -155,19 +175,24 @@ void CorvaneFileForm::markIfSpecial(CorvaneBookmarkFolder& folder, const String&
 void CorvaneFileForm::readNextChild() {
   OpenFolder& parent = _open.back();
   const std::size_t parentDepth = _open.size() - 1;
-  const Dictionary* entry = (*parent.entries)[parent.next++].as<Dictionary>();
-  if (!entry) return;
-  const bool isIgnored = parent.folder->isIgnoredBySync() || isOmitted(*entry);
-  const String type = entry->string(kTypeKey.view());
+  const Value& value = (*parent.entries)[parent.next++];
+  const Dictionary* entry = value.as<Dictionary>();
+  if (const CorvaneBookmark* child = entry ? readChild(*entry) : nullptr) {
+    _open[parentDepth].built.push_back(child->uid());
+  } else {
+    _map.noteSkippedEntry(value);
+  }
+}
+
+CorvaneBookmark* CorvaneFileForm::readChild(const Dictionary& entry) {
+  const OpenFolder& parent = _open.back();
+  const bool isIgnored = parent.folder->isIgnoredBySync() || isOmitted(entry);
+  const String type = entry.string(kTypeKey.view());
   const String parentId = parent.folder->uid();
   const auto position = static_cast<std::int32_t>(parent.built.size());
-  CorvaneBookmark* child = nullptr;
-  if (type == kTypeList) {
-    child = openFolder(*entry, parentId, position, isIgnored);
-  } else if (type == kTypeLeaf) {
-    child = readRecord(*entry, parentId, position, isIgnored);
-  }
-  if (child) _open[parentDepth].built.push_back(child->uid());
+  if (type == kTypeList) return openFolder(entry, parentId, position, isIgnored);
+  if (type == kTypeLeaf) return readRecord(entry, parentId, position, isIgnored);
+  return nullptr;
 }
 
 void CorvaneFileForm::closeFolder() {

@@ -10,6 +10,10 @@
 
 namespace corvane {
 
+/// How many entries of the file `entries` are, with all that they hold. Members that are lists count by their
+/// own members; a list that several folders name counts once.
+std::size_t entryCount(const Array& entries);
+
 // The browser's file form of the tree. Both directions keep their own stack of open folders, so that nesting
 // costs memory and never stack.
 
@@ -46,6 +50,7 @@ class CorvaneFileForm {
   const Array* childrenToRead(const Dictionary& entry, const String& folderUid);
   void markIfSpecial(CorvaneBookmarkFolder& folder, const String& title);
   void readNextChild();
+  CorvaneBookmark* readChild(const Dictionary& entry);
   void closeFolder();
 
   BookmarkMap& _map;

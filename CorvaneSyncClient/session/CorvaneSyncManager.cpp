@@ -9,6 +9,7 @@
 #include "CorvaneSyncClient/platform/system/StandardDirectories.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
+#include "CorvaneSyncClient/session/SkippedEntries.h"
 #include "CorvaneSyncClient/store/CorvanePlistManager.h"
 
 namespace corvane {
@@ -93,11 +94,21 @@ bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, 
   }
   if (_clientId != kMainClientId) {
     SCLog("No Test Corvane Sync Client for %@, file %@ does not exist", _clientId, path);
+    if (!isSpecial) _reportMissingFile(path, fileName, file.has_value());
     return false;
   }
   // A link that leads nowhere, through another file included, is replaced as a save would replace it.
   if (!isSpecial && _makeDirectory(directory)) _makeBookmarksFile(path);
   return true;
+}
+
+void CorvaneSyncManager::_reportMissingFile(const std::string& path, const std::string& fileName,
+                                            bool isDirectory) {
+  if (fileName.empty()) return systemLog("Can't sync client %@: it names no bookmarks file", _clientId);
+  if (isDirectory)
+    return systemLog("Can't sync client %@: its bookmarks file %@ is a directory", _clientId, path);
+  systemLog("Can't sync client %@: its bookmarks file %@ does not exist. %@", _clientId, path,
+            howToMakeBookmarksFile(path));
 }
 
 bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
@@ -200,12 +211,12 @@ std::string CorvaneSyncManager::_corvaneBookmarksInvalidMessage() {
 
 Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*checkIfModified*/) {
   SCLog("dict is %@", bookmarks);
-  std::optional<Dictionary> dictionary = _dictionaryForDisk(bookmarks);
-  SCLog("dict for disk is %@", pointerTo(dictionary));
+  ForDisk forDisk = _forDisk(bookmarks);
+  SCLog("dict for disk is %@", pointerTo(forDisk.dictionary));
   if (_unitTestCallback) (*_unitTestCallback)(bookmarks, _plistManager->path());
 
   for (int attempt = 1; attempt <= kSaveAttempts; ++attempt) {
-    if (const std::optional<Date> date = _saveOnce(std::exchange(dictionary, std::nullopt))) {
+    if (const std::optional<Date> date = _saveOnce(std::exchange(forDisk, {}))) {
       SCLog("%@ - Engine pushed changes and we modified bookmarks file at %@", _clientId,
             localDescription(*date));
       return *date;
@@ -215,27 +226,34 @@ Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*chec
                               localized("Could not save bookmarks file.", "Corvane Sync Client"));
     }
     // After the last attempt too: a file that can no longer be mapped is told by its own exception.
-    dictionary = _reloadAndMerge();
+    forDisk = _reloadAndMerge();
   }
   SCLog("%@ - Could not save bookmarks file, giving up", _clientId);
   throw PlatformException("CorvaneSyncClientSaveException", "Could not save bookmarks file after sync");
 }
 
-std::optional<Dictionary> CorvaneSyncManager::_dictionaryForDisk(const BookmarkMap& bookmarks) {
-  const CorvaneBookmarkFolder* root = bookmarks.root();
-  return root ? std::optional(root->corvaneDictionaryRepresentation(bookmarks)) : std::nullopt;
+CorvaneSyncManager::ForDisk CorvaneSyncManager::_forDisk(const BookmarkMap& bookmarks) {
+  ForDisk forDisk;
+  if (const CorvaneBookmarkFolder* root = bookmarks.root())
+    forDisk.dictionary = root->corvaneDictionaryRepresentation(bookmarks);
+  forDisk.skippedEntries = bookmarks.skippedEntries();
+  return forDisk;
 }
 
-std::optional<Date> CorvaneSyncManager::_saveOnce(std::optional<Dictionary> dictionary) {
-  if (dictionary) dictionary->set(kVersionKey, currentBookmarkFileVersion);
-  return _plistManager->saveBookmarks(pointerTo(dictionary), !_driverController->pulledTheTruth());
+std::optional<Date> CorvaneSyncManager::_saveOnce(ForDisk forDisk) {
+  if (forDisk.dictionary) forDisk.dictionary->set(kVersionKey, currentBookmarkFileVersion);
+  const auto keepOldFile = [&](const std::string& path) {
+    if (forDisk.dictionary) keepFileOfSkippedEntries(_clientId, path, forDisk.skippedEntries);
+  };
+  return _plistManager->saveBookmarks(pointerTo(forDisk.dictionary), !_driverController->pulledTheTruth(),
+                                      keepOldFile);
 }
 
-std::optional<Dictionary> CorvaneSyncManager::_reloadAndMerge() {
+CorvaneSyncManager::ForDisk CorvaneSyncManager::_reloadAndMerge() {
   SCLog("%@ - Bookmark file changed while syncing, reloading it and merging changes", _clientId);
   const std::unique_ptr<BookmarkMap> fresh = _mapBookmarks(_plistManager->dictionary());
   _driverController->applyChangesToDictionary(*fresh);
-  return _dictionaryForDisk(*fresh);
+  return _forDisk(*fresh);
 }
 
 void CorvaneSyncManager::_notifyInterestedParties() {

@@ -48,10 +48,11 @@ class CorvaneSyncManager {
   /// engine has replaced all records.
   ///
   /// When the file changed meanwhile, it is read again, the session's pulled changes are replayed on it and
-  /// the result is saved, up to ten saves in all. Raises "CorvaneSyncClientSaveException" after the tenth,
-  /// "CorvaneBookmarksCannotSaveException" when an unchecked save fails, and
-  /// "CorvaneBookmarksInvalidException" when the changed file cannot be mapped; passes on what the file store
-  /// raises.
+  /// the result is saved, up to ten saves in all. A file that loses entries by that, since they were skipped
+  /// when it was read, is kept beside the engine's store first (see keepFileOfSkippedEntries). Raises
+  /// "CorvaneSyncClientSaveException" after the tenth, "CorvaneBookmarksCannotSaveException" when an
+  /// unchecked save fails, and "CorvaneBookmarksInvalidException" when the changed file cannot be mapped;
+  /// passes on what the file store raises.
   Date saveBookmarks(const BookmarkMap& bookmarks, bool checkIfModified);
 
   /// Whether the feed agent is left asleep after a session; it is woken unless somebody sets this.
@@ -63,6 +64,8 @@ class CorvaneSyncManager {
   explicit CorvaneSyncManager(String clientId);
 
   bool _findOrMakeBookmarksFile(const std::string& directory, const std::string& fileName);
+  /// Says in the system log why a test client has no file, and how to make one.
+  void _reportMissingFile(const std::string& path, const std::string& fileName, bool isDirectory);
   /// Whether the directory is there now.
   bool _makeDirectory(const std::string& directory);
   void _makeBookmarksFile(const std::string& path);
@@ -78,10 +81,14 @@ class CorvaneSyncManager {
   std::unique_ptr<BookmarkMap> _mapBookmarks(const std::optional<Dictionary>& bookmarks);
   std::string _corvaneBookmarksInvalidMessage();
 
-  /// What is written for a map; nothing when it has no root.
-  std::optional<Dictionary> _dictionaryForDisk(const BookmarkMap& bookmarks);
-  std::optional<Date> _saveOnce(std::optional<Dictionary> dictionary);
-  std::optional<Dictionary> _reloadAndMerge();
+  /// What is written for a map, and what the file that the map was read from loses by that.
+  struct ForDisk {
+    std::optional<Dictionary> dictionary;  // nothing when the map has no root
+    Array skippedEntries;
+  };
+  ForDisk _forDisk(const BookmarkMap& bookmarks);
+  std::optional<Date> _saveOnce(ForDisk forDisk);
+  ForDisk _reloadAndMerge();
 
   /// Wakes the feed agent.
   void _notifyInterestedParties();

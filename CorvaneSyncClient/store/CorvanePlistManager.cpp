@@ -51,6 +51,10 @@ void postChange() {
 
 }  // namespace
 
+std::string howToMakeBookmarksFile(const std::string& path) {
+  return "A file without bookmarks is made by: echo '{}' > \"" + path + '"';
+}
+
 CorvanePlistManager::CorvanePlistManager(std::string directory, std::string filename)
     : _directory(std::move(directory)),
       _filename(std::move(filename)),
@@ -90,6 +94,11 @@ void CorvanePlistManager::_loadContents() {
     reportUnreadable(_path, error.message());
     return;
   }
+  if (contents.empty()) {
+    // Not one that lost everything: nobody writes a property list that way.
+    reportUnreadable(_path, "it is empty, which is no property list. " + howToMakeBookmarksFile(_path));
+    return;
+  }
   try {
     const Value top = readPropertyList(contents);
     if (const Dictionary* dictionary = top.as<Dictionary>()) {
@@ -102,7 +111,8 @@ void CorvanePlistManager::_loadContents() {
   }
 }
 
-std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmarks, bool checkIfModified) {
+std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmarks, bool checkIfModified,
+                                                       const BeforeReplacing& beforeReplacing) {
   const bool saveBackups = Platform::current().preferences.booleanUserDefault(kSaveBackupsDefault);
   CorvaneFileLocker locker(_directory, this, kLockTimeoutSeconds);
   if (locker.lock() == FileLockerResult::gaveUp) {
@@ -110,8 +120,7 @@ std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmar
         NSObjectNotAvailableException,
         localized("Could not save bookmarks file, could not get directory lock for %@.", _directory));
   }
-  Save save;
-  save.backUp = saveBackups;
+  Save save{.backUp = saveBackups, .beforeReplacing = beforeReplacing};
   _saveGuarded(bookmarks, checkIfModified, save);
   locker.unlock();
   if (save.notify) postChange();
@@ -130,15 +139,14 @@ void CorvanePlistManager::_saveGuarded(const Dictionary* bookmarks, bool checkIf
   }
 }
 
-// `save.notify` says at every point what an exception there means for others: while the date is looked at
-// nothing can have changed, from the backups on something may have.
+// `save.notify` says at every point what an exception there means for others: while the date is looked at,
+// and the old file kept, nothing can have changed, from the backups on something may have.
 void CorvanePlistManager::_save(const Dictionary* bookmarks, bool checkIfModified, Save& save) {
   const std::string target = resolvedOneLevel(Platform::current().files, _path);
-  if (checkIfModified) {
-    save.notify = false;
-    if (!_isUnchanged(target)) return;
-    save.notify = true;
-  }
+  save.notify = false;
+  if (checkIfModified && !_isUnchanged(target)) return;
+  if (save.beforeReplacing) save.beforeReplacing(_path);
+  save.notify = true;
   if (save.backUp) _saveBackups();
   save.notify = _write(bookmarks);
   if (!save.notify) return;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,9 @@
 #include "CorvaneSyncClient/store/CorvaneFileLocker.h"
 
 namespace corvane {
+
+/// A sentence that tells people how to make a bookmarks file at `path`.
+std::string howToMakeBookmarksFile(const std::string& path);
 
 /// Reads and saves one bookmarks file, whose contents are opaque here.
 ///
@@ -43,6 +47,10 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   /// The file's path: of the symbolic link, where it is one.
   const std::string& path() const { return _path; }
 
+  /// Called under the lock with the path of the file that is about to be replaced, which is known to be the
+  /// one that was read if that was asked for. What it raises ends the save with nothing written.
+  using BeforeReplacing = std::function<void(const std::string& path)>;
+
   /// `saveBookmarks:checkIfModified:` Replaces the file by a binary property list of `bookmarks`, under the
   /// lock, and tells other processes of the user with the notification "CorvaneBookmarkFileNotificationName".
   /// Answers the new file's modification date.
@@ -58,7 +66,8 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   ///
   /// A symbolic link at the path is itself replaced by a regular file, while dates are those of the link's
   /// old target.
-  std::optional<Date> saveBookmarks(const Dictionary* bookmarks, bool checkIfModified);
+  std::optional<Date> saveBookmarks(const Dictionary* bookmarks, bool checkIfModified,
+                                    const BeforeReplacing& beforeReplacing = nullptr);
 
   bool implementsActionForApparentlyAbandonedLock() const override { return true; }
   bool implementsLockWasStolen() const override { return true; }
@@ -73,9 +82,10 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   // One save under the lock: what it came to, and what is left to do once the lock is given up.
   struct Save {
     bool backUp = false;
-    std::optional<Date> date;
+    const BeforeReplacing& beforeReplacing;
+    std::optional<Date> date{};
     bool notify = true;
-    std::exception_ptr raised;
+    std::exception_ptr raised{};
   };
 
   void _readDictionary();

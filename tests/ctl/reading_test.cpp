@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "tests/ctl/CtlFixture.h"
 
 namespace corvane {
@@ -73,6 +74,22 @@ TEST_F(ReadingTest, StatusCountsAndNamesTheLastSession) {
   EXPECT_EQ(
       json({"status"}, "d['bytes'] > 4096, d['lastSession']['client'] in 'ab', d['lastSession']['name']"),
       "True True Corvane");
+}
+
+TEST_F(ReadingTest, StatusShowsTheFilesThatWereKeptBecauseOfEntriesThatWereLeftOut) {
+  seed();
+  const std::string file = platform.directory / "Old.plist";
+  platform.realFiles.write(file, "old");
+  const std::string first = loomer::KeptFiles(storePath, "a").keep(file, 1, "d1");
+  const std::string second = loomer::KeptFiles(storePath, "a").keep(file, 1200, "d2");
+  const Run run = ctl({"status"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out,
+              AllOf(HasSubstr("Corvane (a): 1 entry that"), HasSubstr("is kept in " + first),
+                    HasSubstr("Corvane (a): 1,200 entries that"), HasSubstr("is kept in " + second)));
+  EXPECT_EQ(json({"status"}, "[(k['client'], k['entriesLeftOut'], k['path']) for k in d['keptFiles']]"),
+            "[('a', 1200, '" + second + "'), ('a', 1, '" + first + "')]");
+  EXPECT_EQ(contents(second), "old");
 }
 
 TEST_F(ReadingTest, TimesAreInTheLocalZoneForPeopleAndInUtcForPrograms) {

@@ -1,5 +1,6 @@
 // The browser's file form: reading, writing, and what survives the way there and back.
 
+#include "CorvaneSyncClient/model/CorvaneFileForm.h"
 #include "tests/model/ModelFixtures.h"
 
 namespace corvane {
@@ -35,6 +36,44 @@ TEST_F(FileFormTest, PositionsCountOnlyBuiltChildrenAndSpecialFoldersGetTheirOwn
   EXPECT_TRUE(node("Menu").special());
   EXPECT_EQ(map.find("P"), nullptr);
   EXPECT_TRUE(map.contains("BookmarksBar-SpecialBookmarkKey"));
+}
+
+TEST_F(FileFormTest, WhatReadingLeavesOutIsNotedWithAllThatItHolds) {
+  const Dictionary inside = bookmarkEntry("X", "x");
+  const Dictionary full = folderEntry("F", "f", {inside, bookmarkEntry("Y", "y")});
+  struct Row {
+    const char* phrase;
+    std::vector<Value> children;
+    std::size_t left;
+  };
+  const Row rows[] = {
+      {"nothing", {full}, 0},
+      {"an unknown type", {with(inside, "WebBookmarkType", "WebBookmarkTypeProxy")}, 1},
+      {"an unknown type that holds others", {with(full, "WebBookmarkType", "WebBookmarkTypeProxy")}, 3},
+      {"no uid", {without(inside, "WebBookmarkUUID")}, 1},
+      {"no name, with everything in it", {without(full, "Title")}, 3},
+      {"a uid that came before", {inside, full}, 1},
+      {"no dictionary", {Value("text"), Value(Array())}, 2},
+      {"what a bookmark lists", {with(inside, "Children", Array{bookmarkEntry("Z", "z")})}, 1},
+      {"a list that another folder has already", {full, with(full, "WebBookmarkUUID", "G")}, 2},
+      {"in a folder", {with(folderEntry("G", "g"), "Children", Array{Value(7), inside, inside})}, 2},
+  };
+  for (const Row& row : rows) {
+    BookmarkMap read;
+    CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(with(rootEntry({}), "Children", Array(row.children)),
+                                                         String(), 0, read);
+    EXPECT_EQ(entryCount(read.skippedEntries()), row.left) << row.phrase;
+    EXPECT_EQ(entryCount(read.scDeepMutableCopy()->skippedEntries()), row.left) << row.phrase;
+  }
+}
+
+TEST_F(FileFormTest, EntriesThatNameOneListAgainAndAgainAreCountedInNoTime) {
+  Value nested = Array{Value(1)};
+  for (int level = 0; level < 100; ++level) {
+    const Dictionary entry{{"Children", nested}};
+    nested = Array{entry, entry};
+  }
+  EXPECT_EQ(entryCount(*nested.as<Array>()), 201u);
 }
 
 TEST_F(FileFormTest, OnlyTheFirstFolderOfASpecialTitleIsSpecial) {

@@ -2,9 +2,12 @@
 
 #include <cmath>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "tests/session/SessionTest.h"
 #include "tests/system/ScopedVariable.h"
 
@@ -89,6 +92,27 @@ class SyncManagerSaveTest : public SessionTest {
   void expectRubbish() {
     platform.log.expectMessages({"Could not read bookmarks file " + bookmarksPath() +
                                  ": it holds a value of type string in place of a dictionary"});
+  }
+
+  std::string contentsOf(const std::string& path) {
+    std::string contents;
+    EXPECT_FALSE(platform.realFiles.read(path, contents)) << path;
+    return contents;
+  }
+  std::string keptDirectory() {
+    return platform.process.home + "/Library/Application Support/Loomer/Kept/com.keldra.Corvane";
+  }
+  std::vector<loomer::KeptFile> kept() {
+    return loomer::KeptFiles(loomer::storePathForHome(platform.process.home), "com.keldra.Corvane").all();
+  }
+  /// Declares what is said of entries that are left out, the newest copy's.
+  void expectLeftOut(std::size_t entries, const std::string& copy) {
+    platform.log.expectMessages({"com.keldra.Corvane: entries of the bookmarks file " + bookmarksPath() +
+                                 " that cannot be synced are left out (" + std::to_string(entries) +
+                                 "); the file as it was is kept in " + copy});
+  }
+  static Value proxy(const std::string& uid) {
+    return Dictionary{{"WebBookmarkType", "WebBookmarkTypeProxy"}, {"WebBookmarkUUID", uid}};
   }
 
   std::string savedTree() { return tree(*mapped(*savedBookmarks())); }
@@ -228,6 +252,76 @@ TEST_F(SyncManagerSaveTest, LockThatCannotBeHadAtTheSecondSaveRaises) {
   EXPECT_EQ(diagnosed(kReloading), 1);
   EXPECT_EQ(savedTree(), "Root(a c)");
   EXPECT_EQ(storedDate(), Date{5.0});
+}
+
+TEST_F(SyncManagerSaveTest, AFileThatLosesEntriesIsKeptFirstAndTheLogSaysHowManyAndWhere) {
+  const Value nameless = Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"},
+                                    {"WebBookmarkUUID", "n"},
+                                    {"Children", Array{leaf("x", "X"), leaf("y", "Y")}}};
+  writeBookmarks(root({leaf("a", "A"), proxy("p"), nameless, leaf("b", "B")}));
+  const std::string before = contentsOf(bookmarksPath());
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(savedTree(), "Root(b)");
+  ASSERT_EQ(kept().size(), 1u);
+  EXPECT_EQ(kept()[0].entries, 4u);
+  EXPECT_EQ(contentsOf(kept()[0].path), before);
+  EXPECT_THAT(kept()[0].path, ::testing::StartsWith(keptDirectory() + "/1-4-"));
+  expectLeftOut(4, kept()[0].path);
+}
+
+TEST_F(SyncManagerSaveTest, AFileThatLosesNothingIsNotKept) {
+  EXPECT_TRUE(sync());
+  EXPECT_TRUE(kept().empty());
+  EXPECT_FALSE(std::filesystem::exists(keptDirectory()));
+}
+
+TEST_F(SyncManagerSaveTest, EntriesThatComeBackEachTimeAreKeptOnce) {
+  for (const char* other : {"B", "C", "D"}) {
+    writeBookmarks(root({leaf("a", "A"), proxy("p"), leaf("b", other)}));
+    EXPECT_TRUE(sync());
+    expectLeftOut(1, kept().at(0).path);
+  }
+  EXPECT_EQ(kept().size(), 1u);
+}
+
+TEST_F(SyncManagerSaveTest, TheNewestFiveCopiesOfAClientStay) {
+  for (int i = 1; i <= 7; ++i) {
+    writeBookmarks(root({leaf("a", "A"), proxy("p" + std::to_string(i))}));
+    EXPECT_TRUE(sync());
+    expectLeftOut(1, kept().at(0).path);
+  }
+  ASSERT_EQ(kept().size(), 5u);
+  EXPECT_THAT(kept()[0].path, ::testing::StartsWith(keptDirectory() + "/7-1-"));
+  EXPECT_THAT(kept()[4].path, ::testing::StartsWith(keptDirectory() + "/3-1-"));
+}
+
+// Nothing is lost in silence: what cannot be kept is not left out.
+TEST_F(SyncManagerSaveTest, ACopyThatCannotBeKeptEndsTheSaveAndLeavesTheFile) {
+  writeBookmarks(root({leaf("a", "A"), proxy("p")}));
+  const std::string before = contentsOf(bookmarksPath());
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    const bool isCopy =
+        call.operation == FileOperation::writeAtomically && call.path.starts_with(keptDirectory());
+    return isCopy ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
+  };
+  EXPECT_THAT(raised(),
+              ::testing::AllOf(::testing::StartsWith("LoomerStoreException: "),
+                               ::testing::HasSubstr(bookmarksPath()), ::testing::HasSubstr(keptDirectory()),
+                               ::testing::HasSubstr("No space left on device")));
+  EXPECT_EQ(contentsOf(bookmarksPath()), before);
+  EXPECT_TRUE(kept().empty());
+  EXPECT_TRUE(platform.notifications.posted.empty());
+}
+
+TEST_F(SyncManagerSaveTest, WhatABrowserWritesMeanwhileIsKeptAsItThenIs) {
+  writeBookmarks(root({leaf("a", "A"), proxy("p")}));
+  browserWritesBeforeSaves(1, root({leaf("a", "A"), proxy("p"), proxy("q"), leaf("c", "C")}));
+  EXPECT_TRUE(sync());
+  EXPECT_EQ(savedTree(), "Root(c)");
+  ASSERT_EQ(kept().size(), 1u);
+  EXPECT_EQ(kept()[0].entries, 2u);
+  EXPECT_THAT(contentsOf(kept()[0].path), ::testing::HasSubstr("q"));
+  expectLeftOut(2, kept()[0].path);
 }
 
 TEST_F(SyncManagerSaveTest, VanishedFileIsGivenUpAfterTenSaves) {

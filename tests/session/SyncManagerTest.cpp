@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <limits>
 
@@ -24,6 +25,13 @@ class SyncManagerTest : public SessionTest {
   bool syncs(const char* clientId) {
     const auto manager = CorvaneSyncManager::initWithClientId(clientId);
     return manager && manager->sync();
+  }
+
+  /// Declares what is said of a client whose file is not there.
+  void expectMissing(const std::string& clientId, const std::string& path) {
+    platform.log.expectMessages({"Can't sync client " + clientId + ": its bookmarks file " + path +
+                                 " does not exist. A file without bookmarks is made by: echo '{}' > \"" +
+                                 path + '"'});
   }
 
   /// The name of what `sync` raises; empty when nothing.
@@ -63,6 +71,15 @@ TEST_F(SyncManagerTest, RefusesATestClientWithoutAName) {
   EXPECT_EQ(diagnosed("No Test Corvane Sync Client for com.keldra.Corvane., file " + directory() +
                       " does not exist"),
             1);
+  platform.log.expectMessages({"Can't sync client com.keldra.Corvane.: it names no bookmarks file"});
+}
+
+TEST_F(SyncManagerTest, RefusesATestClientWhoseFileIsADirectory) {
+  const std::string path = directory() + "/Other.plist";
+  fs::create_directory(path);
+  EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Other.plist"));
+  platform.log.expectMessages(
+      {"Can't sync client com.keldra.Corvane.Other.plist: its bookmarks file " + path + " is a directory"});
 }
 
 // A client id made of the main id, "." and "Bookmarks.plist": fails without the file, with it syncs the main
@@ -73,6 +90,7 @@ TEST_F(SyncManagerTest, TestClientOfTheMainFileNeedsTheFile) {
                       bookmarksPath() + " does not exist"),
             1);
   EXPECT_FALSE(savedBookmarks());
+  expectMissing("com.keldra.Corvane.Bookmarks.plist", bookmarksPath());
 
   writeBookmarks(root({leaf("a", "A")}));
   std::string session;
@@ -89,6 +107,21 @@ TEST_F(SyncManagerTest, TestClientsNeverCreateFiles) {
   std::vector<std::string> names;
   ASSERT_FALSE(listDirectory(directory(), names));
   EXPECT_THAT(names, IsEmpty());
+  expectMissing("com.keldra.Corvane.Other.plist", directory() + "/Other.plist");
+}
+
+TEST_F(SyncManagerTest, AFileMadeAsTheLogSaysIsSynced) {
+  const std::string path = directory() + "/Other.plist";
+  EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Other.plist"));
+  expectMissing("com.keldra.Corvane.Other.plist", path);
+  ASSERT_FALSE(platform.realFiles.write(path, ""));
+  EXPECT_FALSE(syncs("com.keldra.Corvane.Other.plist"));
+  platform.log.expectMessages({"Could not read bookmarks file " + path +
+                               ": it is empty, which is no property list. A file without bookmarks is made "
+                               "by: echo '{}' > \"" +
+                               path + '"'});
+  ASSERT_EQ(std::system(("echo '{}' > \"" + path + '"').c_str()), 0);
+  EXPECT_TRUE(syncs("com.keldra.Corvane.Other.plist"));
 }
 
 TEST_F(SyncManagerTest, TestClientSyncsItsOwnFile) {
@@ -138,6 +171,7 @@ TEST_F(SyncManagerTest, TestClientsNeverCreateDirectories) {
   ASSERT_FALSE(platform.realFiles.remove(platform.process.home + "/Library"));
   EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Other.plist"));
   EXPECT_TRUE(fs::is_empty(platform.process.home));
+  expectMissing("com.keldra.Corvane.Other.plist", directory() + "/Other.plist");
 }
 
 TEST_F(SyncManagerTest, ADirectoryThatAnotherRunMakesAtTheSameMomentIsTaken) {
@@ -223,6 +257,7 @@ TEST_F(SyncManagerTest, LinkThroughAFileIsReplacedAsALinkToNothingIs) {
   ASSERT_FALSE(platform.realFiles.write(directory() + "/file", "x"));
   fs::create_symlink("file/inside", bookmarksPath());
   EXPECT_FALSE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.Bookmarks.plist"));
+  expectMissing("com.keldra.Corvane.Bookmarks.plist", bookmarksPath());
   EXPECT_TRUE(fs::is_symlink(bookmarksPath())) << "test clients never create files";
   EXPECT_TRUE(syncs(kMain));
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(bookmarksPath())));

@@ -73,6 +73,15 @@ TEST_F(PlistManagerReadTest, MissingFileThenCreated) {
   EXPECT_EQ(manager.modificationDate(), Date{1000.5});
 }
 
+TEST_F(PlistManagerReadTest, AnEmptyFileIsNoPropertyListAndTheLogSaysHowToMakeOne) {
+  writeFile(file, "");
+  EXPECT_EQ(manager.dictionary(), std::nullopt);
+  expectReadFailure(
+      "it is empty, which is no property list. A file without bookmarks is made by: echo '{}' > \"" + file +
+      '"');
+  leftOnDisk = {"Bookmarks.plist"};
+}
+
 TEST_F(PlistManagerReadTest, EveryCallReadsAgain) {
   putFile(bookmarksOf(1), 1000);
   EXPECT_EQ(manager.dictionary(), bookmarksOf(1));

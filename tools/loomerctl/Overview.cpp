@@ -2,6 +2,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "tools/loomerctl/Commands.h"
 #include "tools/loomerctl/Describe.h"
@@ -22,6 +23,7 @@ struct ClientView {
   std::size_t held = 0;
   bool news = false;  ///< the truth changed since its last session
   std::optional<Refusal> refusal;
+  std::vector<KeptFile> kept;
 };
 
 std::vector<ClientView> clientViews(TruthStore& store) {
@@ -39,6 +41,7 @@ std::vector<ClientView> clientViews(TruthStore& store) {
     view.held = bases.heldCount(each.id);
     view.news = mayHaveNews(each, truth);
     view.refusal = refusals.find(each.id);
+    view.kept = KeptFiles(store.path(), each.identifier).all();
     view.state = std::move(each);
   }
   return views;
@@ -110,6 +113,24 @@ StoreView storeView(TruthStore& store) {
   return view;
 }
 
+/// The files that lost entries, as they were before.
+void writeKept(JsonWriter& json, const std::vector<ClientView>& clients) {
+  json.key("keptFiles");
+  json.beginArray();
+  for (const ClientView& each : clients) {
+    for (const KeptFile& file : each.kept) {
+      json.beginObject();
+      json.member("client", each.state.identifier);
+      json.member("name", each.name);
+      json.member("entriesLeftOut", file.entries);
+      json.member("kept", file.kept);
+      json.member("path", file.path);
+      json.endObject();
+    }
+  }
+  json.endArray();
+}
+
 void writeStatus(JsonWriter& json, const StoreView& view, const std::string& path) {
   json.beginObject();
   json.member("store", path);
@@ -144,6 +165,7 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
     json.endObject();
   }
   json.endArray();
+  writeKept(json, view.clients);
   json.endObject();
   json.finish();
 }
@@ -164,6 +186,13 @@ void printStatus(Output& out, const StoreView& view, const std::string& path) {
   for (const ClientView& each : view.clients) {
     if (!isWaiting(each)) continue;
     line("Waiting", nameText(each) + ' ' + nextText(each));
+  }
+  for (const ClientView& each : view.clients) {
+    for (const KeptFile& file : each.kept) {
+      line("Left out", nameText(each) + ": " + countText(file.entries, "entry", "entries") +
+                           " that cannot be synced; the file as it was " + timeText(file.kept) +
+                           " is kept in " + printable(file.path));
+    }
   }
 }
 

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "CorvaneSyncClient/platform/foundation/Value.h"
+
+namespace corvane {
+
+/// To be called before the file at `path` is replaced by one that lacks `skipped`, the entries that reading
+/// it left out (see BookmarkMap): keeps the file as it is beside the engine's store and tells in the system
+/// log how many entries go and where the copy is. Nothing when there are none.
+///
+/// Raises LoomerStoreException, before anything is lost, when no copy can be kept.
+void keepFileOfSkippedEntries(const String& clientId, const std::string& path, const Array& skipped);
+
+}  // namespace corvane
