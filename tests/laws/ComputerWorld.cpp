@@ -61,8 +61,9 @@ bool ComputerWorld::allHaveMet() const {
 bool ComputerWorld::isMeetingPending() {
   return std::any_of(_computers.begin(), _computers.end(), [this](Computer& computer) {
     LoomerClient* const client = computer.manager->clientWithIdentifier(loomer::kHubClientIdentifier);
-    const auto seen = client ? loomer::seenByHubClient(*client) : std::nullopt;
-    return seen && !hub.connect()->news({*seen}).common;
+    if (!client) return false;
+    const loomer::HubPast past(*client);
+    return !past.empty() && !hub.connect()->news({past.newest()}).common;
   });
 }
 

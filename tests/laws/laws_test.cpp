@@ -6,6 +6,7 @@
 
 #include "tests/laws/ComputersLaw.h"
 #include "tests/laws/FileLaws.h"
+#include "tests/laws/RollbackLaw.h"
 #include "tests/laws/TwoSidedLaw.h"
 #include "tests/loomer/merge/Properties.h"
 
@@ -34,6 +35,10 @@ TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, f
 
 TEST(Computers, ConvergeWhateverHappensToTheService) {
   loomer::test::checkTimes(times(25), 40, computersConverge);
+}
+
+TEST(Computers, KeepEveryEditWhateverTheServiceLoses) {
+  loomer::test::checkTimes(times(60), 40, editsSurviveRollbacks);
 }
 
 TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(20), 30, undoRestoresEveryFile); }

@@ -1,11 +1,14 @@
 #include "CorvaneSyncClient/platform/loomer/HubClient.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
 
@@ -13,12 +16,9 @@ namespace {
 
 using pelto::HubRecord;
 
-constexpr const char* kSeenKey = "seen";
-constexpr const char* kAccountKey = "account";
-constexpr const char* kRevisionKey = "revision";
-constexpr const char* kMarkKey = "mark";
 constexpr const char* kLeftOutKey = "left out";
 constexpr const char* kPostponedKey = "postponed";
+constexpr std::size_t kFewFormerRecords = 10'000;
 constexpr std::size_t kRecordsAtOnce = 10'000;
 constexpr double kBeginTimeoutSeconds = 60.0;
 // Changes are only collected; what takes time is the push, which has limits of its own.
@@ -42,44 +42,39 @@ HubRecord hubRecord(const ClientRecord& record) {
           .special = record.content.special};
 }
 
-void storeSeen(LoomerClient& client, const pelto::HubSeen& seen) {
-  Dictionary value{{kAccountKey, seen.account}, {kRevisionKey, seen.revision}};
-  if (seen.mark) value.set(kMarkKey, seen.mark);
-  client.setObject(Value(std::move(value)), kSeenKey);
-}
-
 }  // namespace
-
-std::optional<pelto::HubSeen> seenByHubClient(LoomerClient& client) {
-  const std::optional<Value> value = client.objectForKey(kSeenKey);
-  const Dictionary* const stored = value ? value->as<Dictionary>() : nullptr;
-  if (!stored) return std::nullopt;
-  const Value* const revision = stored->find(kRevisionKey);
-  const auto* const number = revision ? revision->as<std::int64_t>() : nullptr;
-  return pelto::HubSeen{stored->string(kAccountKey), number ? *number : 0, stored->string(kMarkKey)};
-}
 
 bool leftOutOfHub(LoomerClient& client) { return client.objectForKey(kLeftOutKey).has_value(); }
 
 bool postponedForHub(LoomerClient& client) { return client.objectForKey(kPostponedKey).has_value(); }
 
-HubClient::HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen,
-                     pelto::HubNews news, std::size_t mostRecords)
+HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::HubNews news,
+                     std::size_t mostRecords)
     : _store(store),
       _hub(hub),
       _schema(readRecordSchema({bookmarksSchemaUrl()})),
-      _seen(std::move(seen)),
+      _past(std::move(past)),
       _news(std::move(news)),
-      _mostRecords(mostRecords) {}
+      _mostRecords(mostRecords) {
+  if (!_past.empty() && _news.common != _past.newest()) findEarlierState();
+}
+
+/// What changed there since the newest state that both know.
+void HubClient::findEarlierState() {
+  _earlier.emplace();
+  const std::int64_t revision = _news.common ? _news.common->revision : 0;
+  if (_news.common) _earlier->session = _past.sessionOf(*_news.common);
+  for (const HubRecord& record : _news.records) {
+    if (record.revision > revision) _earlier->changed.insert(record.id);
+  }
+}
 
 std::vector<String> HubClient::entityNamesToSync() {
   return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};
 }
 
-bool HubClient::wasRestored() { return _seen && !_news.common; }
-
 int HubClient::preferredSyncModeForEntityName(const String&) {
-  if (!_news.common) return LoomerSyncModeRefresh;
+  if (_past.empty()) return LoomerSyncModeRefresh;
   const bool changed = _news.whole || !_news.records.empty() || _offersAgain;
   return changed ? LoomerSyncModeSlow : LoomerSyncModeFast;
 }
@@ -91,6 +86,7 @@ double HubClient::sessionPullChangesTimeout() { return kPullTimeoutSeconds; }
 bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String&) {
   const auto state = ClientTable(_store).find(kHubClientIdentifier);
   _client = state ? state->id : 0;
+  _session = state ? state->sessions + 1 : 1;
   _offersAgain = postponedForHub(*driver.client()) || (_news.room > 0 && leftOutOfHub(*driver.client()));
   askForPushes();
   return true;
@@ -132,6 +128,7 @@ void HubClient::readTree() {
   if (_offersAgain) BaseTable(_store).offerAgain(_client);
   if (_news.whole) {
     _tree = std::move(_news.records);
+    std::erase_if(_tree, [](const HubRecord& record) { return record.deleted; });
     return;
   }
   std::unordered_map<String, const HubRecord*> newer;
@@ -216,7 +213,19 @@ void HubClient::noteWhatIsLeft(LoomerClient& client, const char* key, std::size_
   }
 }
 
-bool HubClient::sessionDriverDidPull(LoomerSessionDriver&, String&) { return true; }
+bool HubClient::sessionDriverDidPull(LoomerSessionDriver&, String&) {
+  forgetFormer();
+  return true;
+}
+
+/// What the service held before is needed when it is put back: kept as long as the log, and no more of it
+/// than there is now.
+void HubClient::forgetFormer() {
+  BaseTable base(_store);
+  const Date now = Platform::current().clock.now();
+  const std::int64_t session = _past.lastSessionBefore(Date{now.seconds - kKeptSeconds});
+  base.forgetFormer(_client, session, std::max(base.heldCount(_client), kFewFormerRecords));
+}
 
 bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
   pelto::HubSeen seen = _news.now;
@@ -229,7 +238,10 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
     ++seen.revision;
     seen.mark = _mark;
   }
-  if (seen != _seen) storeSeen(*driver.client(), seen);
+  if (_past.empty() || seen != _past.newest()) {
+    _past.enter(_news, seen, _session, Platform::current().clock.now());
+    _past.store(*driver.client());
+  }
   noteWhatIsLeft(*driver.client(), kLeftOutKey, _leftOut);
   noteWhatIsLeft(*driver.client(), kPostponedKey, _postponed);
   return true;

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/loomer/HubPast.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
@@ -15,9 +16,6 @@ namespace corvane::loomer {
 
 /// The online service's name among the engine's clients.
 inline constexpr const char* kHubClientIdentifier = "com.keldra.Pelto";
-
-/// The state of the service that the client's base stands for; nothing before the first exchange.
-std::optional<pelto::HubSeen> seenByHubClient(LoomerClient& client);
 
 /// Whether something stayed out of the service because the account had no room.
 bool leftOutOfHub(LoomerClient& client);
@@ -29,10 +27,9 @@ bool postponedForHub(LoomerClient& client);
 /// ids, and takes the engine's identifiers for additions, so that a record has one id on every computer.
 class HubClient : public LoomerSessionDriverDataSource {
  public:
-  /// `hub` and `store` must outlive this object. `seen` is the state from which `news` were asked. The push
-  /// takes no more records than `mostRecords`; the rest is left for the next one.
-  HubClient(TruthStore& store, pelto::Hub& hub, std::optional<pelto::HubSeen> seen, pelto::HubNews news,
-            std::size_t mostRecords);
+  /// `hub` and `store` must outlive this object. `past` holds the states with which `news` were asked. The
+  /// push takes no more records than `mostRecords`; the rest is left for the next one.
+  HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::HubNews news, std::size_t mostRecords);
 
   /// Whether the session was cancelled because another computer gave changes in between.
   bool wasOvertaken() const { return _overtaken; }
@@ -60,12 +57,15 @@ class HubClient : public LoomerSessionDriverDataSource {
   bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) override;
   void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
   bool tellsEveryChange() override { return true; }
-  bool wasRestored() override;
+  bool mayGoBack() override { return true; }
+  const EarlierState* wentBackTo() override { return _earlier ? &*_earlier : nullptr; }
   bool identifiersAreGlobal() override { return true; }
   void willTakeChanges(const String& mark) override { _mark = mark; }
   std::optional<bool> tookChanges(const String& mark) override;
 
  private:
+  void findEarlierState();
+  void forgetFormer();
   void askForPushes();
   void readTree();
   std::vector<pelto::HubRecord> recordsOfBase();
@@ -78,9 +78,11 @@ class HubClient : public LoomerSessionDriverDataSource {
   TruthStore& _store;
   pelto::Hub& _hub;
   RecordSchema _schema;
-  std::optional<pelto::HubSeen> _seen;
+  HubPast _past;
   pelto::HubNews _news;
-  std::int64_t _client = 0;  // its row in the store
+  std::optional<EarlierState> _earlier;
+  std::int64_t _client = 0;   // its row in the store
+  std::int64_t _session = 0;  // the number of this one
 
   bool _hasTree = false;
   std::vector<pelto::HubRecord> _tree;

@@ -80,30 +80,30 @@ void HubExchange::giveEverything() {
 
 HubExchange::Outcome HubExchange::exchangeOnce() {
   LoomerClient& client = hubClient();
-  const std::optional<pelto::HubSeen> seen = seenByHubClient(client);
-  pelto::HubNews news = _hub->news(seen ? std::vector{*seen} : std::vector<pelto::HubSeen>());
+  const HubPast past(client);
+  pelto::HubNews news = _hub->news(past.states());
   if (!news.enabled) {
     _ended = true;
     return Outcome::done;
   }
-  if (seen && seen->account != news.now.account) {
+  if (!past.empty() && past.newest().account != news.now.account) {
     _manager.unregisterClient(client);  // its base is of another account
     return Outcome::overtaken;
   }
   const bool offersAgain = postponedForHub(client) || (news.room > 0 && leftOutOfHub(client));
-  if (seen == news.now && !offersAgain && !hasNewsForHub()) return Outcome::done;
-  return runSession(client, HubClient(_manager.store(), *_hub, seen, std::move(news), _mostRecords));
+  if (!past.empty() && past.newest() == news.now && !offersAgain && !hasNewsForHub()) return Outcome::done;
+  return runSession(client, HubClient(_manager.store(), *_hub, past, std::move(news), _mostRecords));
 }
 
 HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
   const std::int64_t sessionsBefore = stateOf(_manager.store())->sessions;
-  const bool wasRestored = source.wasRestored();
+  const bool wentBack = source.wentBackTo() != nullptr;
   EmbeddedSessionDriver driver(_manager, source);
   driver._setClient(&client);
   const double began = secondsNow();
   if (driver.sync()) {
     suitPush(secondsNow() - began, source.postponed() > 0);
-    report(source, wasRestored);
+    report(source, wentBack);
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
   const auto state = stateOf(_manager.store());
@@ -118,11 +118,11 @@ void HubExchange::suitPush(double seconds, bool wasFull) {
   if (seconds > kSlowSeconds) _mostRecords = std::max(_mostRecords / 2, kSmallestPush);
 }
 
-void HubExchange::report(const HubClient& source, bool wasRestored) {
-  if (wasRestored) {
+void HubExchange::report(const HubClient& source, bool wentBack) {
+  if (wentBack) {
     systemLog(
-        "The online service was put back to an earlier state: bookmarks are met with it anew, and nothing is "
-        "deleted for being missing there");
+        "The online service was put back to an earlier state: it is given again what it lost, and what was "
+        "changed there since stands");
   }
   if (source.postponed() > 0) return;  // the push that gives the rest will tell
   if (source.tooLong() > 0) {

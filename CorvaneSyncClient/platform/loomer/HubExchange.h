@@ -43,7 +43,7 @@ class HubExchange {
   Outcome exchangeOnce();
   Outcome runSession(LoomerClient& client, HubClient source);
   void suitPush(double seconds, bool wasFull);
-  void report(const HubClient& source, bool wasRestored);
+  void report(const HubClient& source, bool wentBack);
   LoomerClient& hubClient();
   bool hasNewsForHub();
 

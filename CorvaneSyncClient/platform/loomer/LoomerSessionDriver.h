@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Value.h"
@@ -21,6 +22,15 @@ class LoomerClient {
 };
 
 class LoomerSessionDriver;
+
+/// An earlier state of a client, to which it was put back, though others may have changed it since.
+struct EarlierState {
+  /// The number of the client's session whose end it stood at, or stood after; 0 for one before the first.
+  std::int64_t session = 0;
+  /// The local ids of what was added, changed or deleted at the client since that state, as far as the client
+  /// can tell.
+  std::unordered_set<String> changed;
+};
 
 /// What the engine asks of a client during one session. All calls come synchronously from inside
 /// `LoomerSessionDriver::sync`, from one thread.
@@ -71,9 +81,11 @@ class LoomerSessionDriverDataSource {
   /// Whether the client tells every change and every deletion since it was last asked: it need never be
   /// looked at whole. The guard judges the deletions all the same.
   virtual bool tellsEveryChange() { return false; }
-  /// Whether the client was put back to an earlier state: what it holds may be older than what it is known to
-  /// have held.
-  virtual bool wasRestored() { return false; }
+  /// Whether the client may be put back to an earlier state: what it held before is then kept for a while.
+  virtual bool mayGoBack() { return false; }
+  /// The state to which it was put back since its last session, null when it was not. The same pointer at
+  /// every call.
+  virtual const EarlierState* wentBackTo() { return nullptr; }
   /// Whether the client's ids are the records' own, the same in every store: a record is met again by its id
   /// alone, also after it was deleted, and goes by it from then on.
   virtual bool identifiersAreGlobal() { return false; }

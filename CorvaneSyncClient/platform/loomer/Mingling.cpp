@@ -1,5 +1,8 @@
 #include "CorvaneSyncClient/platform/loomer/Mingling.h"
 
+#include <algorithm>
+
+#include "CorvaneSyncClient/platform/loomer/EarlierBase.h"
 #include "CorvaneSyncClient/platform/loomer/GlobalIdentifiers.h"
 #include "CorvaneSyncClient/platform/loomer/HandedDown.h"
 #include "CorvaneSyncClient/platform/loomer/HandingDown.h"
@@ -21,9 +24,9 @@ Mingling::Mingling(TruthStore& store, LoomerSessionDriverDataSource& dataSource,
   _input.truth = std::move(_storedTruth.records);
   _input.client = std::move(taken.tree);
   takeBase();
+  meetLost();
   meetByIdentifier();
   _input.refresh = _kind == SessionKind::refresh;
-  _input.restored = _dataSource.wasRestored();
   _input.replace = _kind == SessionKind::replace;
   _input.nextRecord = _start.truth.nextRecord;
   _input.revision = _start.truth.revision + 1;
@@ -32,6 +35,8 @@ Mingling::Mingling(TruthStore& store, LoomerSessionDriverDataSource& dataSource,
 
 /// The store's base, or the newer one that sessions have left which never ended.
 void Mingling::takeBase() {
+  const EarlierState* const earlier = _input.client ? _dataSource.wentBackTo() : nullptr;
+  if (earlier) return takeEarlierBase(*earlier);
   const std::optional<HandedDown>& note = _start.note;
   if (!note || !_input.client || wasUndone(*note)) {
     _input.base = std::move(_storedBase.records);
@@ -42,8 +47,53 @@ void Mingling::takeBase() {
   const bool taken = wasTaken();
   _knownMark = taken ? note->mark : note->knownMark;
   if (taken) _input.base = withDifference(note->handed, _input.base);
-  if (_dataSource.wasRestored() || _start.client.giveBackPending) return;
+  if (_start.client.giveBackPending) return;
   if (_knownMark) _kind = SessionKind::slow;
+}
+
+/// What sessions that never ended have handed down, the client may have held too.
+void Mingling::takeEarlierBase(const EarlierState& earlier) {
+  std::vector<HeldVersion> held = BaseTable(_store).heldSince(_start.client.id, earlier.session);
+  if (_start.note) {
+    for (const BaseDifference* const each : {&_start.note->known, &_start.note->handed}) {
+      for (const BaseRecord& record : each->held) {
+        if (!record.notHeld) held.push_back({record, _start.client.sessions + 1, std::nullopt});
+      }
+    }
+    std::stable_sort(held.begin(), held.end(), [](const HeldVersion& a, const HeldVersion& b) {
+      return a.record.record < b.record.record;
+    });
+  }
+  EarlierBase base = baseOfEarlierState(_storedBase.records, held, *_input.client, earlier);
+  _input.base = std::move(base.records);
+  _lost = std::move(base.lost);
+  _baseIsNewer = true;
+}
+
+/// What was deleted here while the client had lost it, and was given to it again by others since, who knew
+/// nothing of that, is met over what it was, so that the deletion stands.
+void Mingling::meetLost() {
+  if (!_input.client || !_dataSource.mayGoBack()) return;
+  const std::vector<HeldVersion> held = BaseTable(_store).lost(_start.client.id);
+  if (held.empty()) return;
+  EarlierState earlier;
+  for (const HeldVersion& each : held) earlier.changed.insert(each.record.localId);
+  const EarlierBase again = baseOfEarlierState({}, held, *_input.client, earlier);
+  for (const BaseRecord& each : again.records) _metAgain.push_back(each.record);
+  if (!_metAgain.empty()) addToBase(again.records);
+}
+
+/// Those that the client is not known to hold.
+void Mingling::addToBase(const std::vector<BaseRecord>& records) {
+  BaseDifference added;
+  for (const BaseRecord& each : records) {
+    const BaseRecord* const known = findRecord(_input.base, each.record);
+    if (!known || known->notHeld) added.held.push_back(each);
+  }
+  std::vector<BaseRecord> all = withDifference(added, _input.base);
+  if (!_baseIsNewer) _storedBase.records = std::move(_input.base);
+  _baseIsNewer = true;
+  _input.base = std::move(all);
 }
 
 /// Whether the client denies all that the note tells: it was put back to a state before. What it lacks of
@@ -103,7 +153,15 @@ void Mingling::handDown(const RecordSchema& schema) {
 }
 
 void Mingling::writeBase(ContentRows& contents) {
-  BaseTable(_store).replace(_start.client.id, baseInStore(), _plan.base, contents);
+  const std::int64_t client = _start.client.id;
+  BaseTable base(_store);
+  base.replace(client, _start.client.sessions + 1, _dataSource.mayGoBack(), baseInStore(), _plan.base,
+               contents);
+  for (const RecordId record : _metAgain) base.setLost(client, record, false);
+  for (const RecordId record : _lost) {
+    const bool isGone = !findRecord(_plan.base, record);  // what is not gone is given to the client once more
+    if (isGone) base.setLost(client, record, true);
+  }
   if (!_dataSource.identifiersAreGlobal()) return;
   adoptIdentifiers(_records, baseInStore(), _plan.base);
 }
@@ -117,7 +175,8 @@ std::optional<HandedDown> Mingling::noteForNextSession(String mark) {
   note.sessions = _start.client.sessions;
   note.syncedRevision = _start.client.syncedRevision;
   if (_baseIsNewer) note.known = differenceOf(_storedBase.records, _input.base);
-  note.knownMark = _knownMark;
+  // What is known of a client that was put back holds only if it has taken this.
+  note.knownMark = _dataSource.wentBackTo() ? note.mark : _knownMark;
   note.handed = handedDifference(_input, _plan);
   note.added = addedIds(_plan);
   return note;

@@ -62,9 +62,12 @@ class Mingling {
 
  private:
   void takeBase();
+  void takeEarlierBase(const EarlierState& earlier);
+  void meetLost();
   bool wasUndone(const HandedDown& note);
   bool wasTaken();
   void meetByIdentifier();
+  void addToBase(const std::vector<BaseRecord>& records);
   const std::vector<BaseRecord>& baseInStore() const;
   void writeTruth(ContentRows& contents);
   void handDown(const RecordSchema& schema);
@@ -79,7 +82,9 @@ class Mingling {
   StoredTruth _storedTruth;   // its records go into `_input`
   StoredBase _storedBase;     // so do these, unless that base is newer
   bool _baseIsNewer = false;  // than the store's: with what the note tells, or what was met by its identifier
-  String _knownMark;          // of the newest handing down that the note tells of and that was taken
+  std::vector<RecordId> _lost;      // at the client, which was put back
+  std::vector<RecordId> _metAgain;  // of what it had lost before
+  String _knownMark;                // of the newest handing down that the note tells of and that was taken
   MergeInput _input;
   MergeResult _plan;
   std::optional<std::int64_t> _entry;

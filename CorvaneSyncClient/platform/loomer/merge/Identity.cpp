@@ -106,7 +106,7 @@ class Identification {
       if (usableId) _nodeOfLocalId.emplace(record.localId, found->second);
       (record.notHeld ? node.notHeld : node.base) = &record;
       // A client is told to delete everything before it is given everything anew: it held nothing then.
-      if (_input.replace || _input.restored) node.base = nullptr;
+      if (_input.replace) node.base = nullptr;
       if (node.base) _trees.baseParent[found->second] = folderOf(record.parent);
     }
     _trees.baseOrder = SiblingLists(_trees.baseParent, [this](Index a, Index b) {

@@ -73,8 +73,6 @@ struct MergeInput {
   /// The truth stands where both sides changed an attribute, and nothing is deleted because the client lacks
   /// it.
   bool refresh = false;
-  /// The client was put back to an earlier state: the base tells which record is which and nothing else.
-  bool restored = false;
   /// The client is to be emptied and given everything anew: what it pushed is not merged.
   bool replace = false;
   /// The first unused record id and the revision that changed records get.

@@ -19,6 +19,32 @@ const std::string kBase =
 const std::string kEvery = kBase + " ORDER BY b.record";
 const std::string kOne = kBase + " AND b.record = ?";
 
+// What `versionsOf` reads: the same, with the sessions from and to which the client held it.
+std::string selectVersions(const std::string& versions) {
+  return "SELECT b.record, b.local_id, b.entity, b.parent, b.position, 0, 0,"
+         " c.name, c.url, c.tab_group, c.special, b.since, b.until FROM (" +
+         versions + ") b JOIN contents c ON c.id = b.content ORDER BY b.record, b.since";
+}
+const std::string kHeldSince = selectVersions(
+    "SELECT record, since, until, local_id, entity, parent, position, content"
+    " FROM former_base WHERE client = ?1 AND until > ?2"
+    " UNION ALL SELECT record, since, NULL, local_id, entity, parent, position, content"
+    " FROM base WHERE client = ?1 AND NOT not_held");
+const std::string kLost = selectVersions("SELECT * FROM former_base WHERE client = ?1 AND lost");
+
+std::vector<HeldVersion> versionsOf(Statement& query) {
+  std::vector<HeldVersion> versions;
+  while (query.next())
+    versions.push_back({baseRecordOf(query), query.integer(11), query.optionalInteger(12)});
+  return versions;
+}
+
+/// Whether both say that the client holds the very same.
+bool holdTheSame(const BaseRecord& a, BaseRecord b) {
+  b.refusedRevision = a.refusedRevision;
+  return !a.notHeld && a == b;
+}
+
 }  // namespace
 
 BaseRecord baseRecordOf(const Statement& row) {
@@ -67,22 +93,34 @@ std::size_t BaseTable::count(std::int64_t client, bool notHeld) {
   return query.open(client, notHeld).next() ? static_cast<std::size_t>(query.integer(0)) : 0;
 }
 
-void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& before,
-                        std::vector<BaseRecord>& after, ContentRows& contents) {
+void BaseTable::replace(std::int64_t client, std::int64_t session, bool keepsFormer,
+                        const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,
+                        ContentRows& contents) {
   std::sort(after.begin(), after.end(),
             [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
   Statement remove = _store.database().query("DELETE FROM base WHERE client = ? AND record = ?", kWriteBase);
   Statement enter = _store.database().query(
       "INSERT OR REPLACE INTO base(client, record, local_id, entity, parent, position, content,"
-      " refused_revision, not_held) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      " refused_revision, not_held, since) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      kWriteBase);
+  Statement refuse = _store.database().query(
+      "UPDATE base SET refused_revision = ? WHERE client = ? AND record = ?", kWriteBase);
+  Statement keep = _store.database().query(
+      "INSERT INTO former_base(client, record, since, until, local_id, entity, parent, position, content)"
+      " SELECT client, record, since, ?, local_id, entity, parent, position, content FROM base"
+      " WHERE client = ? AND record = ? AND NOT not_held",
       kWriteBase);
   ReleasedContents released(_store);
   auto old = before.begin();
   const auto release = [&] {
     if (released.isNeeded()) released.add(old->record, contents.row(old->record, old->content));
   };
+  const auto keepOld = [&] {
+    if (keepsFormer) keep.run(session, client, old->record);
+  };
   const auto removeUpTo = [&](RecordId record) {
     for (; old != before.end() && old->record < record; ++old) {
+      keepOld();
       remove.run(client, old->record);
       release();
     }
@@ -90,16 +128,53 @@ void BaseTable::replace(std::int64_t client, const std::vector<BaseRecord>& befo
   for (const BaseRecord& now : after) {
     removeUpTo(now.record);
     const bool known = old != before.end() && old->record == now.record;
-    if (!known || !(*old == now)) {
+    if (known && holdTheSame(*old, now)) {
+      if (!(*old == now)) refuse.run(now.refusedRevision, client, now.record);
+    } else if (!known || !(*old == now)) {
+      if (known) keepOld();
       enter.run(client, now.record, now.localId, static_cast<std::int64_t>(now.entity), now.parent,
                 std::int64_t{now.position}, contents.row(now.record, now.content), now.refusedRevision,
-                now.notHeld);
+                now.notHeld, session);
     }
     if (!known) continue;
     if (!(old->content == now.content)) release();
     ++old;
   }
   removeUpTo(std::numeric_limits<RecordId>::max());
+  released.drop();
+}
+
+std::vector<HeldVersion> BaseTable::heldSince(std::int64_t client, std::int64_t session) {
+  Statement query = _store.database().query(kHeldSince.c_str(), kReadBase);
+  return versionsOf(query.open(client, session));
+}
+
+void BaseTable::setLost(std::int64_t client, RecordId record, bool lost) {
+  _store.database()
+      .query("UPDATE former_base SET lost = ? WHERE client = ? AND record = ?", kWriteBase)
+      .run(lost, client, record);
+}
+
+std::vector<HeldVersion> BaseTable::lost(std::int64_t client) {
+  Statement query = _store.database().query(kLost.c_str(), kReadBase);
+  return versionsOf(query.open(client));
+}
+
+void BaseTable::forgetFormer(std::int64_t client, std::int64_t session, std::size_t most) {
+  Database& database = _store.database();
+  {
+    Statement beyond = database.query(
+        "SELECT until FROM former_base WHERE client = ? ORDER BY until DESC LIMIT 1 OFFSET ?", kReadBase);
+    if (beyond.open(client, static_cast<std::int64_t>(most)).next())
+      session = std::max(session, beyond.integer(0));
+  }
+  ReleasedContents released(_store);
+  {
+    Statement remove = database.query(
+        "DELETE FROM former_base WHERE client = ? AND until <= ? RETURNING record, content", kWriteBase);
+    remove.open(client, session);
+    while (remove.next()) released.add(remove.integer(0), remove.integer(1));
+  }
   released.drop();
 }
 

@@ -14,6 +14,14 @@ BaseRecord baseRecordOf(const Statement& row);
 /// In a base by ascending record; null for one that it does not name.
 const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
 
+/// A record as a client held it from the end of one of its sessions to the end of a later one. Sessions are
+/// numbered from 1; 0 is the time before the first.
+struct HeldVersion {
+  BaseRecord record;
+  std::int64_t since = 0;
+  std::optional<std::int64_t> until;  ///< nothing: it holds it still
+};
+
 /// The clients' bases: which local id stands for which record, and what the client held when its last session
 /// ended.
 class BaseTable {
@@ -27,10 +35,23 @@ class BaseTable {
   std::size_t heldCount(std::int64_t client);
   /// How many records the client was offered in vain.
   std::size_t notHeldCount(std::int64_t client);
-  /// Makes `after` the client's base, in the open transaction; writes only what differs from `before` (by
-  /// ascending record). Sorts `after` by record.
-  void replace(std::int64_t client, const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,
-               ContentRows& contents);
+  /// Makes `after` the client's base at the end of its session of that number, in the open transaction;
+  /// writes only what differs from `before` (by ascending record). What it held before is kept where
+  /// `keepsFormer`. Sorts `after` by record.
+  void replace(std::int64_t client, std::int64_t session, bool keepsFormer,
+               const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after, ContentRows& contents);
+  /// What the client held at the end of that session or later, as far as that is kept: by record, oldest
+  /// first.
+  std::vector<HeldVersion> heldSince(std::int64_t client, std::int64_t session);
+  /// Marks what is kept of that record as lost at the client, which is not to be told of its deletion (it
+  /// lacks the record) but may be given it by others, who do not know of the deletion either; or takes the
+  /// mark off.
+  void setLost(std::int64_t client, RecordId record, bool lost);
+  /// What is so marked: by record, oldest first.
+  std::vector<HeldVersion> lost(std::int64_t client);
+  /// Drops what the client did not hold any more at the end of that session, in the open transaction, and the
+  /// oldest of the rest where there is more than `most`.
+  void forgetFormer(std::int64_t client, std::int64_t session, std::size_t most);
   /// Has what the client was offered in vain offered to it once more.
   void offerAgain(std::int64_t client);
 

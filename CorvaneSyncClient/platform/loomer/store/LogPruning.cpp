@@ -98,6 +98,8 @@ void ReleasedContents::drop() {
       " AND NOT EXISTS (SELECT 1 FROM tombstones WHERE id = ?1 AND content = ?2)"
       " AND NOT EXISTS (SELECT 1 FROM clients c JOIN base b ON b.client = c.id"
       " WHERE b.record = ?1 AND b.content = ?2)"
+      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN former_base f ON f.client = c.id"
+      " WHERE f.record = ?1 AND f.content = ?2)"
       " AND NOT EXISTS (SELECT 1 FROM changes WHERE before_content = ?2)",
       kPrune);
   for (const auto& [record, content] : _released) remove.run(record, content);

@@ -166,7 +166,30 @@ constexpr const char* kVersion4 = R"sql(
   ALTER TABLE clients ADD COLUMN cancelled INTEGER NOT NULL DEFAULT 0;
 )sql";
 
-constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4};
+// A client that can go back to an earlier state is met over the base of that state.
+constexpr const char* kVersion5 = R"sql(
+  -- The number of the client's session since which it has held this.
+  ALTER TABLE base ADD COLUMN since INTEGER NOT NULL DEFAULT 1;
+
+  -- What such a client held before, from the end of one of its sessions to the end of another.
+  CREATE TABLE former_base(
+    client INTEGER NOT NULL REFERENCES clients(id) ON DELETE CASCADE,
+    record INTEGER NOT NULL,
+    since INTEGER NOT NULL,
+    until INTEGER NOT NULL,
+    local_id TEXT NOT NULL,
+    entity INTEGER NOT NULL,
+    parent INTEGER NOT NULL,
+    position INTEGER NOT NULL,
+    content INTEGER NOT NULL,
+    lost INTEGER NOT NULL DEFAULT 0,   -- the client was put back to before it held this, and knows of no deletion
+    PRIMARY KEY (client, record, since)
+  ) WITHOUT ROWID;
+  CREATE INDEX former_base_by_end ON former_base(client, until);
+  CREATE INDEX lost_base ON former_base(client, record) WHERE lost;
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4, kVersion5};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 

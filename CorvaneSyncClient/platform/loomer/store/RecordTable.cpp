@@ -265,25 +265,27 @@ void RecordTable::place(const TruthChange& change, ContentRows& contents) {
 }
 
 void RecordTable::dropOldTombstones() {
+  // A client that goes back to an earlier state may hold what was deleted since.
+  static const std::string kUnneeded =
+      " revision <= ?1"
+      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN base b ON b.client = c.id"
+      " WHERE b.record = tombstones.id)"
+      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN former_base f ON f.client = c.id"
+      " WHERE f.record = tombstones.id)";
+  static const std::string kNewest = "SELECT max(revision) FROM tombstones WHERE" + kUnneeded;
+  static const std::string kDrop = "DELETE FROM tombstones WHERE" + kUnneeded + " RETURNING id, content";
   Database& database = _store.database();
   const std::int64_t passed =
       database.integer("SELECT coalesce(min(coalesce(synced_revision, 0)), 0) FROM clients", kReadRecords);
   std::optional<std::int64_t> forgotten;
   {
-    Statement query = database.query(
-        "SELECT max(t.revision) FROM tombstones t WHERE t.revision <= ?1 AND NOT EXISTS"
-        " (SELECT 1 FROM clients c JOIN base b ON b.client = c.id WHERE b.record = t.id)",
-        kReadRecords);
+    Statement query = database.query(kNewest.c_str(), kReadRecords);
     if (query.open(passed).next()) forgotten = query.optionalInteger(0);
   }
   if (!forgotten) return;
   ReleasedContents released(_store);
   {
-    Statement remove = database.query(
-        "DELETE FROM tombstones WHERE revision <= ?1 AND NOT EXISTS"
-        " (SELECT 1 FROM clients c JOIN base b ON b.client = c.id WHERE b.record = tombstones.id)"
-        " RETURNING id, content",
-        kWriteRecords);
+    Statement remove = database.query(kDrop.c_str(), kWriteRecords);
     remove.open(passed);
     while (remove.next()) released.add(remove.integer(0), remove.integer(1));
   }

@@ -38,6 +38,7 @@ constexpr Rule kRules[] = {
      "SELECT what FROM (SELECT 'record ' || id AS what, content FROM records WHERE id > 0"
      " UNION ALL SELECT 'tombstone ' || id, content FROM tombstones"
      " UNION ALL SELECT 'base row ' || client || ', ' || record, content FROM base"
+     " UNION ALL SELECT 'former base row ' || client || ', ' || record, content FROM former_base"
      " UNION ALL SELECT 'change ' || session || ', ' || record, before_content FROM changes"
      " UNION ALL SELECT 'change ' || session || ', ' || record, after_content FROM changes)"
      " WHERE content NOT IN (SELECT id FROM contents)",
@@ -91,6 +92,10 @@ constexpr Rule kRules[] = {
      "b.client"
      " JOIN records r ON r.id = b.record WHERE r.entity <> b.entity",
      "a base takes a folder for a bookmark, or the other way round: client ", kResetClient},
+    {"former base of an unknown record",
+     "SELECT c.identifier || ' record ' || f.record, c.identifier FROM former_base f JOIN clients c"
+     " ON c.id = f.client WHERE f.record NOT IN (SELECT id FROM records UNION ALL SELECT id FROM tombstones)",
+     "a former base held a record that is unknown: client ", kResetClient},
     {"local id twice",
      "SELECT c.identifier || ' id ' || b.local_id, c.identifier FROM base b JOIN clients c ON c.id = b.client"
      " WHERE b.local_id IS NOT NULL GROUP BY b.client, b.local_id HAVING count(*) > 1",

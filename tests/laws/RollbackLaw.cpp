@@ -1,0 +1,243 @@
+#include "tests/laws/RollbackLaw.h"
+
+#include <rapidcheck.h>
+
+#include <array>
+#include <map>
+#include <ostream>
+#include <set>
+#include <stdexcept>
+
+#include "tests/laws/ComputerWorld.h"
+#include "tests/laws/EditHistory.h"
+
+namespace corvane {
+
+namespace {
+
+enum class StepKind : int {
+  addBookmark,
+  addFolder,
+  rename,
+  readdress,
+  toggle,
+  move,
+  erase,
+  sync,
+  syncCutOff,
+  syncKilled,
+  join,
+  putBack
+};
+
+struct Step {
+  StepKind kind = StepKind::sync;
+  unsigned client = 0;
+  unsigned entry = 0;
+  unsigned folder = 0;
+};
+
+std::ostream& operator<<(std::ostream& out, const Step& step) {
+  static constexpr std::array kNames = {"addBookmark", "addFolder",  "rename", "readdress",
+                                        "toggle",      "move",       "erase",  "sync",
+                                        "syncCutOff",  "syncKilled", "join",   "putBack"};
+  return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
+             << step.entry << ", " << step.folder << "}";
+}
+
+constexpr std::array kCalls = {"news", "push", "pushed"};
+constexpr std::size_t kMostComputers = 5;
+
+enum Which : std::size_t { kName, kAddress, kTabs, kFolder };
+
+void require(bool holds, const std::string& what) {
+  if (!holds) throw std::logic_error(what);
+}
+
+/// Computers with one client each, whose users edit at random. An entry's title is what it is known by for
+/// ever, and after a dot the number of its last renaming.
+class EditingComputers {
+ public:
+  explicit EditingComputers(std::size_t computers) : _world(std::vector<std::size_t>(computers, 1)) {
+    add(0, "", true);
+    add(0, "", true);
+    const std::string folder = _world.client(0).children.at("").front();
+    for (const char* const in : {"", folder.c_str(), folder.c_str()}) add(0, in, false);
+    for (int round = 0; round < 2; ++round) {
+      for (std::size_t i = 0; i < computers; ++i) _world.sync(i);
+    }
+  }
+
+  void carryOut(const Step& step) {
+    const std::size_t client = step.client % _world.clientCount();
+    const char* const call = kCalls[step.entry % kCalls.size()];
+    switch (step.kind) {
+      case StepKind::sync:
+        return _world.sync(client);
+      case StepKind::syncCutOff:
+        return _world.syncCutOff(client, call);
+      case StepKind::syncKilled:
+        return _world.syncKilled(client, call);
+      case StepKind::join:
+        if (_world.clientCount() < kMostComputers) _world.join();
+        return;
+      case StepKind::putBack:
+        return putBack(step);
+      default:
+        return edit(client, step);
+    }
+  }
+
+  /// Edits stop.
+  void settle() {
+    for (int round = 0; round < 2; ++round) {
+      for (std::size_t i = 0; i < _world.clientCount(); ++i) _world.sync(i);
+    }
+    _world.requireConverged();
+  }
+
+  void requireEditsKept() {
+    std::map<std::string, EntryValues> found;
+    std::set<std::string> filled;
+    ScriptedClient& client = _world.client(0);
+    for (const auto& [id, node] : client.nodes) {
+      const EntryValues values = valuesOf(client, node);
+      const std::string identity = identityOf(node);
+      require(found.emplace(identity, values).second, identity + " is there twice: " + client.text());
+      filled.insert(values[kFolder]);
+    }
+    for (const auto& [identity, history] : _entries) {
+      const auto end = found.find(identity);
+      if (end == found.end()) {
+        require(history.wasDeleted(), identity + " vanished though nobody deleted it: " + client.text());
+        continue;
+      }
+      const bool mayStay = !history.mustBeGone() || filled.contains(identity);
+      require(mayStay, identity + " was deleted and came back: " + client.text());
+      const std::string complaint = history.complaint(end->second);
+      require(complaint.empty(), identity + " has " + complaint + ": " + client.text());
+    }
+  }
+
+ private:
+  using Node = ScriptedClient::Node;
+
+  static constexpr const char* kAnchor = "n1";  // never deleted: keeps the guard out of these histories
+
+  static std::string identityOf(const Node& node) {
+    const std::string name = node.name.toString();
+    return name.substr(0, name.find('.'));
+  }
+
+  static EntryValues valuesOf(ScriptedClient& client, const Node& node) {
+    const std::string folder = node.parent.empty() ? "" : identityOf(client.nodes.at(node.parent));
+    return {node.name.toString(), node.url ? node.url.toString() : "", node.tabGroup ? "1" : "0", folder};
+  }
+
+  /// To a state in the last part of the past, or to any.
+  void putBack(const Step& step) {
+    const std::size_t count = _world.backups.size();
+    const std::size_t back =
+        step.folder % 3 == 0 ? step.entry * 31U % count : step.entry % std::min<std::size_t>(count, 4);
+    const MemoryHub::State state = _world.backups[count - 1 - back];
+    _world.restore(state);
+  }
+
+  void add(std::size_t at, const std::string& folder, bool isFolder) {
+    ScriptedClient& client = _world.client(at);
+    const std::string name = "n" + std::to_string(++_serial);
+    const std::string id =
+        isFolder ? client.addFolder(folder, name) : client.addBookmark(folder, name, "http://" + name + "/");
+    _entries.emplace(name, EntryHistory(valuesOf(client, client.nodes.at(id))));
+  }
+
+  void edit(std::size_t at, const Step& step) {
+    ScriptedClient& client = _world.client(at);
+    std::vector<std::string> folders{""};
+    std::vector<std::string> all;
+    for (const auto& [id, node] : client.nodes) {
+      if (node.folder) folders.push_back(id);
+      all.push_back(id);
+    }
+    const std::string folder = folders[step.folder % folders.size()];
+    if (step.kind <= StepKind::addFolder) return add(at, folder, step.kind == StepKind::addFolder);
+    if (all.empty()) return;
+    const std::string id = all[step.entry % all.size()];
+    if (step.kind == StepKind::erase) return erase(client, id);
+    const Node before = client.nodes.at(id);
+    const std::string version = std::to_string(++_versions);
+    if (step.kind == StepKind::rename) client.rename(id, identityOf(before) + "." + version);
+    if (step.kind == StepKind::readdress && !before.folder) client.readdress(id, "http://v" + version + "/");
+    if (step.kind == StepKind::toggle && before.folder && !before.tabGroup) {
+      client.nodes.at(id).tabGroup = true;
+      client.edited = true;
+    }
+    if (step.kind == StepKind::move) move(client, id, folder);
+    note(client, id, valuesOf(client, before));
+  }
+
+  void note(ScriptedClient& client, const std::string& id, const EntryValues& before) {
+    const EntryValues after = valuesOf(client, client.nodes.at(id));
+    EntryHistory& history = _entries.at(identityOf(client.nodes.at(id)));
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      if (before[i] != after[i]) history.edit(i, before[i], after[i]);
+    }
+  }
+
+  /// A bookmark, into a folder in which it never was: that it came back there would tell nothing.
+  void move(ScriptedClient& client, const std::string& id, const std::string& folder) {
+    if (client.nodes.at(id).folder || identityOf(client.nodes.at(id)) == kAnchor) return;
+    const std::string target = folder.empty() ? "" : identityOf(client.nodes.at(folder));
+    if (!_entries.at(identityOf(client.nodes.at(id))).knows(kFolder, target)) client.move(id, folder);
+  }
+
+  void erase(ScriptedClient& client, const std::string& id) {
+    std::vector<std::string> below{id};
+    for (std::size_t i = 0; i < below.size(); ++i) {
+      if (identityOf(client.nodes.at(below[i])) == kAnchor) return;
+      const auto children = client.children.find(below[i]);
+      if (children != client.children.end()) {
+        below.insert(below.end(), children->second.begin(), children->second.end());
+      }
+    }
+    for (const std::string& each : below) {
+      const Node& node = client.nodes.at(each);
+      _entries.at(identityOf(node)).erase(valuesOf(client, node));
+    }
+    client.remove(id);
+  }
+
+  ComputerWorld _world;
+  int _serial = 0;
+  int _versions = 0;
+  std::map<std::string, EntryHistory> _entries;
+};
+
+rc::Gen<std::vector<Step>> steps() {
+  using enum StepKind;
+  const auto number = rc::gen::inRange(0U, 24U);
+  const auto kind = rc::gen::weightedElement<StepKind>({{3, addBookmark},
+                                                        {1, addFolder},
+                                                        {4, rename},
+                                                        {3, readdress},
+                                                        {1, toggle},
+                                                        {4, move},
+                                                        {3, erase},
+                                                        {12, sync},
+                                                        {1, syncCutOff},
+                                                        {1, syncKilled},
+                                                        {1, join},
+                                                        {3, putBack}});
+  return rc::gen::container<std::vector<Step>>(rc::gen::construct<Step>(kind, number, number, number));
+}
+
+}  // namespace
+
+void editsSurviveRollbacks() {
+  EditingComputers random(*rc::gen::inRange<std::size_t>(2, 5));
+  for (const Step& step : *steps()) random.carryOut(step);
+  random.settle();
+  random.requireEditsKept();
+}
+
+}  // namespace corvane

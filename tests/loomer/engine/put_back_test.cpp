@@ -1,0 +1,312 @@
+#include <gtest/gtest.h>
+
+#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/HubPast.h"
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+#include "tests/loomer/engine/ComputersFixture.h"
+
+namespace corvane {
+namespace {
+
+/// A service that lost its last pushes, as one does whose standby server takes over, or all since a backup.
+class PutBackTest : public HubTest {
+ protected:
+  void TearDown() override {
+    for (const std::string& each : platform.log.messages) {
+      EXPECT_TRUE(each == kPutBack || each.ends_with("with the online service: it was cut off.")) << each;
+    }
+    platform.log.expectMessages(platform.log.messages);
+    HubTest::TearDown();
+  }
+
+  /// Both computers hold F[1 2 3] 4 5 6, and a push more than the service will be put back to.
+  void begin() {
+    const std::string folder = a->client->addFolder("", "F");
+    for (const char* name : {"1", "2", "3"}) add(*a, name, folder);
+    for (const char* name : {"4", "5", "6"}) add(*a, name);
+    settle();
+    backup = hub.state;
+  }
+
+  static void add(Computer& computer, const std::string& name, const std::string& folder = "", int at = -1) {
+    computer.client->addBookmark(folder, name, "http://" + name + "/", at);
+  }
+  static void sync(Computer& computer) { ASSERT_EQ(computer.sync(), ""); }
+  /// Names alone.
+  std::string names() const {
+    std::string names;
+    bool isAddress = false;
+    for (const char each : a->text()) {
+      if (each == '(') isAddress = true;
+      if (!isAddress) names += each;
+      if (each == ')') isAddress = false;
+    }
+    return names;
+  }
+
+  MemoryHub::State backup;
+};
+
+TEST_F(PutBackTest, EditsOfOtherComputersSinceStand) {
+  begin();
+  add(*a, "7");
+  sync(*a);
+  hub.state = backup;
+  b->client->rename(b->find("1"), "one");
+  b->client->remove(b->find("2"));
+  b->client->move(b->find("4"), b->find("F"));
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "F[one 3 4] 5 6 7");
+}
+
+TEST_F(PutBackTest, EditsThatTheServiceLostAreGivenAgain) {
+  begin();
+  add(*a, "7");
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("2"));
+  a->client->move(a->find("4"), a->find("F"));
+  a->client->move(a->find("6"), "", 1);
+  sync(*a);
+  hub.state = backup;
+  settle();
+  EXPECT_EQ(names(), "F[one 3 4] 6 5 7");
+}
+
+TEST_F(PutBackTest, WhatBothComputersGiveAgainIsThereOnce) {
+  begin();
+  add(*a, "7");
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("2"));
+  a->client->move(a->find("4"), a->find("F"));
+  settle();
+  hub.state = backup;
+  a->client->readdress(a->find("7"), "http://seven/");
+  b->client->remove(b->find("3"));
+  settle();
+  EXPECT_EQ(a->text(), "F[one(http://1/) 4(http://4/)] 5(http://5/) 6(http://6/) 7(http://seven/)");
+  EXPECT_EQ(hub.live(), 6u);
+}
+
+TEST_F(PutBackTest, ANameChangedBeforeAndAnAddressChangedSinceBothStand) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  sync(*a);
+  hub.state = backup;
+  b->client->readdress(b->find("1"), "http://one/");
+  sync(*b);
+  settle();
+  EXPECT_EQ(a->text().substr(0, 18), "F[one(http://one/)");
+}
+
+TEST_F(PutBackTest, AnEditOfWhatAnotherComputerGaveAgainStands) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  add(*a, "7");
+  add(*a, "8");
+  settle();
+  hub.state = backup;
+  sync(*a);
+  b->client->rename(b->find("one"), "uno");
+  b->client->rename(b->find("7"), "seven");
+  b->client->remove(b->find("8"));
+  settle();
+  EXPECT_EQ(names(), "F[uno 2 3] 4 5 6 seven");
+}
+
+TEST_F(PutBackTest, WhatWasDeletedSinceStaysDeletedAlsoWhereItHadBeenLost) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  add(*a, "7");
+  settle();
+  hub.state = backup;
+  sync(*b);
+  b->client->remove(b->find("one"));
+  b->client->remove(b->find("7"));
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "F[2 3] 4 5 6");
+}
+
+TEST_F(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGivenAgain) {
+  begin();
+  add(*a, "7");
+  settle();
+  hub.state = backup;
+  a->client->remove(a->find("7"));
+  sync(*a);
+  sync(*b);  // gives it again
+  settle();
+  EXPECT_EQ(names(), "F[1 2 3] 4 5 6");
+  // Whoever knows of the deletion may bring it back.
+  add(*b, "7");
+  settle();
+  EXPECT_EQ(names(), "F[1 2 3] 4 5 6 7");
+}
+
+TEST_F(PutBackTest, OrdersOfBothSidesStand) {
+  begin();
+  a->client->move(a->find("3"), a->find("F"), 0);
+  sync(*a);
+  hub.state = backup;
+  b->client->move(b->find("6"), "", 1);
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "F[3 1 2] 6 4 5");
+}
+
+TEST_F(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
+  begin();
+  a->client->move(a->find("3"), a->find("F"), 0);
+  settle();
+  hub.state = backup;
+  sync(*a);
+  b->client->move(b->find("3"), b->find("F"), 1);
+  settle();
+  EXPECT_EQ(names(), "F[1 3 2] 4 5 6");
+}
+
+TEST_F(PutBackTest, OnceAndAgainAndForward) {
+  begin();
+  add(*a, "7");
+  settle();
+  const MemoryHub::State second = hub.state;
+  b->client->rename(b->find("4"), "four");
+  sync(*b);
+  hub.state = backup;
+  a->client->rename(a->find("5"), "five");
+  sync(*a);
+  const MemoryHub::State other = hub.state;
+  hub.state = second;
+  b->client->remove(b->find("1"));
+  sync(*b);
+  sync(*a);
+  hub.state = other;
+  a->client->move(a->find("2"), "", 0);
+  settle();
+  EXPECT_EQ(names(), "2 F[3] four five 6 7");
+}
+
+TEST_F(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
+  begin();
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  sync(*a);
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("4"));
+  a->client->move(a->find("6"), "", 0);
+  sync(*a);
+  settle();
+  EXPECT_EQ(names(), "6 F[one 2 3] 5");
+}
+
+TEST_F(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("4"));
+  sync(*a);
+  b = makeComputer("late");
+  sync(*b);
+  hub.state = backup;
+  a = makeComputer("later");  // nobody else knows of it
+  settle();
+  EXPECT_EQ(a->text().substr(0, 7), "F[one(h");
+}
+
+TEST_F(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
+  for (const char* call : {"push", "pushed"}) {
+    SCOPED_TRACE(call);
+    a = makeComputer(std::string("a at ") + call);
+    b = makeComputer(std::string("b at ") + call);
+    hub.state = MemoryHub().state;
+    begin();
+    add(*a, "7");
+    a->client->rename(a->find("1"), "one");
+    sync(*a);
+    hub.state = backup;
+    b->client->rename(b->find("2"), "two");
+    sync(*b);
+    failOnce(call);
+    sync(*a);
+    a->client->rename(a->find("7"), "seven");
+    a->client->rename(a->find("3"), "three");
+    settle();
+    EXPECT_EQ(names(), "F[one two three] 4 5 6 seven");
+  }
+}
+
+TEST_F(PutBackTest, AStoreThatKnewOneStateAloneLosesNothing) {
+  begin();
+  add(*a, "7");
+  settle();
+  loomer::ClientTable clients(a->store());
+  const std::int64_t service = clients.find(loomer::kHubClientIdentifier)->id;
+  clients.setValue(service, "past", std::nullopt);
+  a->store().database().execute("DELETE FROM former_base; UPDATE base SET since = 1", "test");
+  hub.state = backup;
+  b->client->rename(b->find("4"), "four");
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "F[1 2 3] four 5 6 7");
+}
+
+TEST_F(PutBackTest, WhatTheServiceHeldBeforeIsKeptForAsLongAsTheLog) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("2"));
+  settle();
+  EXPECT_EQ(a->number("SELECT count(*) FROM former_base"), 2);
+  EXPECT_EQ(a->number("SELECT count(*) FROM tombstones"), 1);
+  platform.clock.time.seconds += 91.0 * 24 * 60 * 60;
+  a->client->rename(a->find("3"), "three");
+  settle();
+  EXPECT_EQ(a->number("SELECT count(*) FROM former_base"), 1);
+  a->client->rename(a->find("three"), "3");
+  settle();
+  EXPECT_EQ(a->number("SELECT count(*) FROM tombstones"), 0);
+}
+
+/// Keeps values alone.
+class ValuesClient : public LoomerClient {
+ public:
+  String clientIdentifier() const override { return "com.example.values"; }
+  std::optional<Value> objectForKey(const String& key) override {
+    const Value* const value = _values.find(key);
+    return value ? std::optional(*value) : std::nullopt;
+  }
+  void setObject(const std::optional<Value>& object, const String& key) override {
+    _values.set(key, *object);
+  }
+
+ private:
+  Dictionary _values;
+};
+
+TEST(HubPast, KnowsTheLastStatesAllAndOlderOnesHereAndThere) {
+  ValuesClient client;
+  constexpr std::int64_t kStates = 5000;
+  for (std::int64_t revision = 1; revision <= kStates; ++revision) {
+    loomer::HubPast past(client);
+    pelto::HubNews news;
+    news.now = {"account", revision, String("mark" + std::to_string(revision))};
+    if (!past.empty()) news.common = past.newest();
+    past.enter(news, news.now, revision, Date{static_cast<double>(revision)});
+    past.store(client);
+  }
+  const loomer::HubPast past(client);
+  EXPECT_EQ(past.newest().revision, kStates);
+  const std::vector<pelto::HubSeen> states = past.states();
+  EXPECT_LE(states.size(), 64u + 16u);
+  for (std::size_t i = 1; i + 1 < states.size(); ++i) {
+    const std::int64_t nearer = kStates - states[i - 1].revision, farther = kStates - states[i].revision;
+    EXPECT_LE(farther, std::max<std::int64_t>(nearer + 1, 2 * nearer));
+    EXPECT_EQ(past.sessionOf(states[i]), states[i].revision);
+  }
+  EXPECT_EQ(states.back().revision, 0);
+  EXPECT_EQ(past.sessionOf(states.back()), 0);
+  EXPECT_EQ(past.lastSessionBefore(Date{kStates - 9.5}), kStates - 10);
+}
+
+}  // namespace
+}  // namespace corvane
