@@ -58,15 +58,6 @@ bool ComputerWorld::allHaveMet() const {
   return std::all_of(_clients.begin(), _clients.end(), [](const Client& client) { return client.hasMet; });
 }
 
-bool ComputerWorld::isMeetingPending() {
-  return std::any_of(_computers.begin(), _computers.end(), [this](Computer& computer) {
-    LoomerClient* const client = computer.manager->clientWithIdentifier(loomer::kHubClientIdentifier);
-    if (!client) return false;
-    const loomer::HubPast past(*client);
-    return !past.empty() && !hub.connect()->news({past.newest()}).common;
-  });
-}
-
 std::string ComputerWorld::syncWith(loomer::EmbeddedManager& manager, std::size_t client) {
   const LoomerManagerScope scope(manager);
   const std::int64_t revision = hub.state.now.revision;

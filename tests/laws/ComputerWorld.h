@@ -43,8 +43,6 @@ class ComputerWorld {
   /// The service's states after each push so far, oldest first, and how it is put back to one of them.
   std::vector<MemoryHub::State> backups;
   void restore(const MemoryHub::State& state);
-  /// Whether a computer has to meet a service that was put back.
-  bool isMeetingPending();
 
   /// Raises unless all clients hold one tree, another round of sessions changes nothing, nobody complains,
   /// and all stores are sound.

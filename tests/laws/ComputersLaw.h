@@ -6,9 +6,7 @@ namespace corvane {
 /// random edits, sessions, failures, kills and crossings at every call of the service, tombstones dropped,
 /// the service emptied and put back to earlier states, switched off, and full. When edits stop, two rounds of
 /// sessions in a random order make one tree everywhere, in which nothing is missing that nobody deleted and
-/// nothing is there twice; further sessions change nothing, and a new computer is given the very same. Three
-/// rounds where some computer has still to meet a service that was put back: at that meeting its own values
-/// stand, of which computers that met the service earlier in the same round hear in the next one only. Draws
+/// nothing is there twice; further sessions change nothing, and a new computer is given the very same. Draws
 /// from RapidCheck; raises what does not hold.
 void computersConverge();
 

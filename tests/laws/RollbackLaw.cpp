@@ -2,6 +2,7 @@
 
 #include <rapidcheck.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <ostream>
@@ -22,6 +23,7 @@ enum class StepKind : int {
   readdress,
   toggle,
   move,
+  reorder,
   erase,
   sync,
   syncCutOff,
@@ -38,9 +40,9 @@ struct Step {
 };
 
 std::ostream& operator<<(std::ostream& out, const Step& step) {
-  static constexpr std::array kNames = {"addBookmark", "addFolder",  "rename", "readdress",
-                                        "toggle",      "move",       "erase",  "sync",
-                                        "syncCutOff",  "syncKilled", "join",   "putBack"};
+  static constexpr std::array kNames = {"addBookmark", "addFolder", "rename", "readdress", "toggle",
+                                        "move",        "reorder",   "erase",  "sync",      "syncCutOff",
+                                        "syncKilled",  "join",      "putBack"};
   return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
              << step.entry << ", " << step.folder << "}";
 }
@@ -63,6 +65,12 @@ class EditingComputers {
     add(0, "", true);
     const std::string folder = _world.client(0).children.at("").front();
     for (const char* const in : {"", folder.c_str(), folder.c_str()}) add(0, in, false);
+    const std::string ordered = _world.client(0).addFolder("", kOrdered);
+    for (const char* const name : {"o1", "o2", "o3", "o4", "o5"}) {
+      _world.client(0).addBookmark(ordered, name, std::string("http://") + name + "/");
+    }
+    _orders.insert(orderIn(_world.client(0)));
+    _lastOrder = orderIn(_world.client(0));
     for (int round = 0; round < 2; ++round) {
       for (std::size_t i = 0; i < computers; ++i) _world.sync(i);
     }
@@ -78,6 +86,8 @@ class EditingComputers {
         return _world.syncCutOff(client, call);
       case StepKind::syncKilled:
         return _world.syncKilled(client, call);
+      case StepKind::reorder:
+        return reorder(step);
       case StepKind::join:
         if (_world.clientCount() < kMostComputers) _world.join();
         return;
@@ -100,7 +110,9 @@ class EditingComputers {
     std::map<std::string, EntryValues> found;
     std::set<std::string> filled;
     ScriptedClient& client = _world.client(0);
+    require(orderIn(client) == _lastOrder, "the order is not " + _lastOrder + ": " + client.text());
     for (const auto& [id, node] : client.nodes) {
+      if (isOrdered(client, node)) continue;
       const EntryValues values = valuesOf(client, node);
       const std::string identity = identityOf(node);
       require(found.emplace(identity, values).second, identity + " is there twice: " + client.text());
@@ -123,6 +135,7 @@ class EditingComputers {
   using Node = ScriptedClient::Node;
 
   static constexpr const char* kAnchor = "n1";  // never deleted: keeps the guard out of these histories
+  static constexpr const char* kOrdered = "o";  // its children are reordered by one user, and nothing else
 
   static std::string identityOf(const Node& node) {
     const std::string name = node.name.toString();
@@ -143,6 +156,33 @@ class EditingComputers {
     _world.restore(state);
   }
 
+  static bool isOrdered(ScriptedClient& client, const Node& node) {
+    return node.name == kOrdered || (!node.parent.empty() && client.nodes.at(node.parent).name == kOrdered);
+  }
+
+  static std::string orderIn(ScriptedClient& client) {
+    std::string order;
+    for (const std::string& id : client.children[client.find(kOrdered)]) {
+      order += client.nodes.at(id).name.toString() + " ";
+    }
+    return order;
+  }
+
+  /// To an order that never was.
+  void reorder(const Step& step) {
+    ScriptedClient& client = _world.client(0);
+    const std::string folder = client.find(kOrdered);
+    const std::vector<std::string> before = client.children[folder];
+    const std::string moved = before[step.entry % before.size()];
+    client.move(moved, folder, static_cast<int>(step.folder % before.size()));
+    if (_orders.insert(orderIn(client)).second) {
+      _lastOrder = orderIn(client);
+    } else {
+      const auto place = std::find(before.begin(), before.end(), moved) - before.begin();
+      client.move(moved, folder, static_cast<int>(place));
+    }
+  }
+
   void add(std::size_t at, const std::string& folder, bool isFolder) {
     ScriptedClient& client = _world.client(at);
     const std::string name = "n" + std::to_string(++_serial);
@@ -156,6 +196,7 @@ class EditingComputers {
     std::vector<std::string> folders{""};
     std::vector<std::string> all;
     for (const auto& [id, node] : client.nodes) {
+      if (isOrdered(client, node)) continue;
       if (node.folder) folders.push_back(id);
       all.push_back(id);
     }
@@ -211,6 +252,8 @@ class EditingComputers {
   int _serial = 0;
   int _versions = 0;
   std::map<std::string, EntryHistory> _entries;
+  std::set<std::string> _orders;  ///< that there ever were
+  std::string _lastOrder;
 };
 
 rc::Gen<std::vector<Step>> steps() {
@@ -222,6 +265,7 @@ rc::Gen<std::vector<Step>> steps() {
                                                         {3, readdress},
                                                         {1, toggle},
                                                         {4, move},
+                                                        {3, reorder},
                                                         {3, erase},
                                                         {12, sync},
                                                         {1, syncCutOff},

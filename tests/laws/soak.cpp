@@ -19,6 +19,7 @@
 
 #include "tests/laws/ComputersLaw.h"
 #include "tests/laws/FileLaws.h"
+#include "tests/laws/RollbackLaw.h"
 #include "tests/laws/TwoSidedLaw.h"
 #include "tests/loomer/merge/Laws.h"
 #include "tests/loomer/merge/OrderLaws.h"
@@ -48,7 +49,8 @@ std::vector<Law> allLaws() {
           {"refusal", refusedRecordsStay, 20, 60},
           {"files", filesConverge, 10, 60},
           {"undo", undoRestoresEveryFile, 10, 40},
-          {"computers", computersConverge, 20, 60}};
+          {"computers", computersConverge, 20, 60},
+          {"rollbacks", editsSurviveRollbacks, 20, 60}};
 }
 
 struct Options {

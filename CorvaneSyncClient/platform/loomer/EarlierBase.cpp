@@ -46,8 +46,8 @@ class EarlierOrder {
               [](const Met* a, const Met* b) { return precedesAmongSiblings(*a->now, *b->now); });
     const Ranks before = rank(&EarlierOrder::atState);
     const Ranks newest = rank(&EarlierOrder::newest);
-    const std::vector<bool> outsideBefore = outside(before);
-    const std::vector<bool> outsideNewest = outside(newest);
+    const std::vector<bool> outsideBefore = outside(before, std::vector<bool>(_children.size(), false));
+    const std::vector<bool> outsideNewest = outside(newest, outsideBefore);
     for (std::size_t i = 0; i < _children.size(); ++i) {
       const bool isRanked = before[i] || newest[i];
       _moved[i] = isRanked && (!before[i] || outsideBefore[i]) && (!newest[i] || outsideNewest[i]);
@@ -95,14 +95,15 @@ class EarlierOrder {
   }
 
   /// Which children keep the others from standing in the order of the ranks, as few as can be, of those that
-  /// were written since.
-  std::vector<bool> outside(const Ranks& ranks) const {
+  /// were written since. Of two that traded places either could be it: a likely one, if there is one.
+  std::vector<bool> outside(const Ranks& ranks, const std::vector<bool>& isLikely) const {
+    const std::uint64_t one = _children.size() + 1;
     std::vector<std::int64_t> values;
     std::vector<std::uint64_t> weights;
     for (std::size_t i = 0; i < _children.size(); ++i) {
       if (!ranks[i]) continue;
       values.push_back(*ranks[i]);
-      weights.push_back(_children[i]->isChanged ? 1 : _children.size() + 1);
+      weights.push_back(!_children[i]->isChanged ? one * (one + 1) : isLikely[i] ? one : one + 1);
     }
     const std::vector<bool> stays = heaviestRising(values, Rise::strict, weights);
     std::vector<bool> outside(_children.size(), false);
