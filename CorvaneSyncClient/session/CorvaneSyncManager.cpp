@@ -137,12 +137,7 @@ void CorvaneSyncManager::_makeBookmarksFile(const std::string& path) {
 }
 
 bool CorvaneSyncManager::sync() {
-  const std::optional<Dictionary> bookmarks = _plistManager->dictionary();
-  if (!bookmarks) return false;
-  _checkAndSetBookmarkFileVersion(*bookmarks);
-  _driverController->setOrigBookmarkDictionary(_mapBookmarks(bookmarks));
-  _driverController->setCurrentDiskModDate(_plistManager->modificationDate());
-
+  if (!readBookmarks()) return false;
   const auto driver = LoomerSessionDriver::sessionDriverWithDataSource(*_driverController);
   driver->_setClient(LoomerManager::sharedManager().registerClientWithIdentifier(
       _clientId, String(kMainClientId), kClientDescriptionInBrowser));
@@ -154,6 +149,17 @@ bool CorvaneSyncManager::sync() {
   }
   return succeeded;
 }
+
+bool CorvaneSyncManager::readBookmarks() {
+  const std::optional<Dictionary> bookmarks = _plistManager->dictionary();
+  if (!bookmarks) return false;
+  _checkAndSetBookmarkFileVersion(*bookmarks);
+  _driverController->setOrigBookmarkDictionary(_mapBookmarks(bookmarks));
+  _driverController->setCurrentDiskModDate(_plistManager->modificationDate());
+  return true;
+}
+
+bool CorvaneSyncManager::isUpToDate() const { return !_plistManager->hasChangedSinceRead(); }
 
 void CorvaneSyncManager::_checkAndSetBookmarkFileVersion(const Dictionary& bookmarks) {
   if (const Value* value = bookmarks.find(kVersionKey)) return _checkVersion(*value);

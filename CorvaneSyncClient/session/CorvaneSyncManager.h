@@ -43,6 +43,12 @@ class CorvaneSyncManager {
   /// any session, and passes on what `saveBookmarks`, the engine and the file store raise.
   bool sync();
 
+  /// Reads the file and gives its tree and its date to the session's data source. False when the file cannot
+  /// be read. Raises "CorvaneBookmarksUnknownVersionException" for a version that is not known here.
+  bool readBookmarks();
+  /// Whether the file is still the one that was read last; one that cannot be looked at counts as such.
+  bool isUpToDate() const;
+
   /// `saveBookmarks:checkIfModified:` Writes the tree of `bookmarks` to the file and answers the file's new
   /// modification date, or raises. The second argument is not used: the file's date is checked unless the
   /// engine has replaced all records.

@@ -77,6 +77,10 @@ Dictionary SessionDriverController::recordsForEntityName(const String& entityNam
 
 Dictionary SessionDriverController::changedRecordsForEntityName(const String&, bool&, String&) { return {}; }
 
+bool SessionDriverController::isUpToDate() { return _syncManager.isUpToDate(); }
+
+bool SessionDriverController::readAgain() { return _syncManager.readBookmarks(); }
+
 bool SessionDriverController::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String&) {
   _modDateOnLastSync = storedDate(driver);
   return true;

@@ -68,6 +68,10 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   /// Empties the entity but for the root folder and what is ignored by sync; false, with a line in the system
   /// log, for an entity that is not synced.
   bool deleteAllRecordsForEntityName(const String& entityName, String& error) override;
+  /// Whether the file is still the one that was read.
+  bool isUpToDate() override;
+  /// Reads the file again. False, with the cause in the system log, when it cannot be read.
+  bool readAgain() override;
   bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) override;
   bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) override;
   /// Saves what changed and keeps the new file's date with the client; what the save raises passes through,

@@ -111,6 +111,11 @@ void CorvanePlistManager::_loadContents() {
   }
 }
 
+bool CorvanePlistManager::hasChangedSinceRead() const {
+  const auto attributes = attributesIfKnown(resolvedOneLevel(Platform::current().files, _path));
+  return attributes && attributes->modificationDate != _modificationDate;
+}
+
 std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmarks, bool checkIfModified,
                                                        const BeforeReplacing& beforeReplacing) {
   const bool saveBackups = Platform::current().preferences.booleanUserDefault(kSaveBackupsDefault);

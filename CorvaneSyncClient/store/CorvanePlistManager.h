@@ -44,6 +44,10 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   /// first read of a file that is there. Saving does not change it.
   std::optional<Date> modificationDate() const { return _modificationDate; }
 
+  /// Whether the file has another modification date by now. Not so where it cannot be looked at: saving will
+  /// tell.
+  bool hasChangedSinceRead() const;
+
   /// The file's path: of the symbolic link, where it is one.
   const std::string& path() const { return _path; }
 

@@ -336,6 +336,35 @@ TEST_F(SyncManagerTest, AnswersFalseForAFileThatHoldsNoDictionary) {
   EXPECT_TRUE(loomer.registrations.empty());
 }
 
+TEST_F(SyncManagerTest, FileThatChangedSinceItWasReadIsReadAgain) {
+  writeBookmarks(root({leaf("a", "old")}));
+  std::vector<bool> upToDate;
+  Dictionary records;
+  loomer.script = [&](LoomerSessionDriverDataSource& source, LoomerSessionDriver&) {
+    upToDate.push_back(source.isUpToDate());
+    writeBookmarks(root({leaf("a", "new")}));
+    upToDate.push_back(source.isUpToDate());
+    EXPECT_TRUE(source.readAgain());
+    upToDate.push_back(source.isUpToDate());
+    bool moreComing = false;
+    String error;
+    records = source.recordsForEntityName(LoomerEntity_Bookmarks_Bookmark, moreComing, error);
+    return true;
+  };
+  EXPECT_TRUE(syncs(kMain));
+  EXPECT_EQ(upToDate, (std::vector{true, false, true}));
+  EXPECT_EQ(records.dictionary("a")->string(LoomerAttribute_Bookmarks_Bookmark_Name.view()), "new");
+}
+
+TEST_F(SyncManagerTest, FileThatVanishedSinceItWasReadIsLeftToTheSave) {
+  writeBookmarks(root({}));
+  loomer.script = [&](LoomerSessionDriverDataSource& source, LoomerSessionDriver&) {
+    fs::remove(bookmarksPath());
+    return source.isUpToDate();
+  };
+  EXPECT_TRUE(syncs(kMain));
+}
+
 TEST_F(SyncManagerTest, RegistersTheClientByTheBrowsersBundle) {
   writeBookmarks(root({}));
   LoomerClient* sessionClient = nullptr;

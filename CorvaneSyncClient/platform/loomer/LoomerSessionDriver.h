@@ -78,6 +78,13 @@ class LoomerSessionDriverDataSource {
   // What a client that keeps a history of its own can tell besides. A file cannot, which the answers here
   // say.
 
+  /// Whether what the client has read for this session is still what it holds, as far as it can tell. Asked
+  /// once no other session can run any more.
+  virtual bool isUpToDate() { return true; }
+  /// Reads again what the client holds, because it is not up to date or another session of the same client
+  /// came in between; the session is then registered and its mode asked for once more. False when it cannot,
+  /// which cancels the session.
+  virtual bool readAgain() { return false; }
   /// Whether the client tells every change and every deletion since it was last asked: it need never be
   /// looked at whole. The guard judges the deletions all the same.
   virtual bool tellsEveryChange() { return false; }

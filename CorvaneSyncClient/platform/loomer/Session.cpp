@@ -21,7 +21,9 @@ Session::Session(TruthStore& store, LoomerSessionDriver& driver, LoomerSessionDr
 
 void Session::run() {
   registerWithDataSource();
-  takeLock(preferredMode());
+  const int preferred = preferredMode();
+  takeLock();
+  begin(isOutdated() ? modeOnceReadAgain() : preferred);
   TakenRecords taken = takeRecords();
   if (_start.kind == SessionKind::replace || taken.tree) {
     _mingling.emplace(_store, _dataSource, _start, std::move(taken));
@@ -64,7 +66,7 @@ int Session::preferredMode() {
              missing.front())};
 }
 
-void Session::takeLock(int preferredMode) {
+void Session::takeLock() {
   const double timeout = _dataSource.sessionBeginSessionTimeout();
   if (!_store.begin(timeout)) {
     throw SessionCancelled{
@@ -79,14 +81,25 @@ void Session::takeLock(int preferredMode) {
         format("The client %@ was unregistered meanwhile. Nothing was changed; register it and sync again.",
                _client.clientIdentifier())};
   }
-  if (state->sessions != _sessionsBefore) {
-    // What the client read before that session must not be taken for what it holds after it.
+  _start.client = *state;
+}
+
+/// What the client read before another session of its own must not be taken for what it holds after that one.
+bool Session::isOutdated() { return _start.client.sessions != _sessionsBefore || !_dataSource.isUpToDate(); }
+
+int Session::modeOnceReadAgain() {
+  _client.dropHeldValues();
+  if (!_dataSource.readAgain()) {
     throw SessionCancelled{
         format("Another session of the client %@ ended while this one waited. Nothing was changed; sync "
                "again.",
                _client.clientIdentifier())};
   }
-  _start.client = *state;
+  registerWithDataSource();
+  return preferredMode();
+}
+
+void Session::begin(int preferredMode) {
   _start.truth = RecordTable(_store).state();
   _start.kind = sessionKind(preferredMode, _start.client, _start.truth, _dataSource.tellsEveryChange());
   _standing = _refusals.find(_start.client.id);

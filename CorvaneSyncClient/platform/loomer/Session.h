@@ -32,7 +32,10 @@ class Session {
  private:
   void registerWithDataSource();
   int preferredMode();
-  void takeLock(int preferredMode);
+  void takeLock();
+  bool isOutdated();
+  int modeOnceReadAgain();
+  void begin(int preferredMode);
   void readNote();
   TakenRecords takeRecords();
   void guard();

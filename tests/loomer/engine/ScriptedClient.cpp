@@ -147,6 +147,14 @@ int ScriptedClient::preferredSyncModeForEntityName(const String& entityName) {
   return edited ? LoomerSyncModeSlow : LoomerSyncModeFast;
 }
 
+bool ScriptedClient::readAgain() {
+  note("read again");
+  upToDate = readsAgain && readsAgain();
+  _savedNodes = nodes;
+  _savedChildren = children;
+  return upToDate;
+}
+
 double ScriptedClient::sessionBeginSessionTimeout() {
   note("begin timeout");
   return beginTimeout;

@@ -64,6 +64,8 @@ class ScriptedClient : public LoomerSessionDriverDataSource {
   Dictionary changedRecords[2];                    ///< folders, bookmarks
   std::function<int(const LoomerChange&)> answer;  ///< a LoomerChangeResult; nothing: accepted
   std::function<void(const std::string&)> onCall;  ///< called with each entry of `calls`
+  std::function<bool()> readsAgain;                ///< reads again; nothing: cannot
+  bool upToDate = true;                            ///< set when it read again
   std::function<String(const String&)> mapId;      ///< the id handed back for an addition
   bool deleteAllAnswer = true, registerAnswer = true, pullAnswer = true, finishAnswer = true;
   LoomerClient* set = nullptr;  ///< given to `_setClient`
@@ -77,6 +79,8 @@ class ScriptedClient : public LoomerSessionDriverDataSource {
   std::vector<Url> schemaBundleURLs() override;
   std::vector<String> entityNamesToSync() override;
   int preferredSyncModeForEntityName(const String& entityName) override;
+  bool isUpToDate() override { return upToDate; }
+  bool readAgain() override;
   double sessionBeginSessionTimeout() override;
   double sessionPullChangesTimeout() override { return pullTimeout; }
   Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;

@@ -12,6 +12,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsSupersetOf;
 
 class SessionTest : public EngineTest {
  protected:
@@ -292,6 +293,50 @@ TEST_F(SessionTest, ASessionOfTheSameClientThatEndedMeanwhileCancels) {
     EXPECT_EQ(twin->sync(), "");
   };
   EXPECT_THAT(first->sync(), HasSubstr("ended while this one waited"));
+}
+
+TEST_F(SessionTest, AClientThatCanReadAgainDoesSoOnceAnotherSessionOfItsEnded) {
+  seed();
+  loomer::EmbeddedManager other(storePath);
+  const auto twin = makeClient("first");
+  twin->mode = LoomerSyncModeSlow;
+  twin->nodes = first->nodes;
+  twin->children = first->children;
+  first->onCall = [&](const std::string& call) {
+    if (call != "begin timeout") return;
+    LoomerManagerScope scope(other);
+    twin->rename(twin->find("B"), "Bee");
+    EXPECT_EQ(twin->sync(), "");
+  };
+  first->readsAgain = [&] {
+    first->nodes = twin->nodes;
+    first->children = twin->children;
+    return true;
+  };
+  first->mode = LoomerSyncModeSlow;
+  EXPECT_EQ(first->sync(), "");
+  EXPECT_EQ(first->text(), "F[A(http://a/)] Bee(http://b/)");
+  EXPECT_THAT(first->calls, IsSupersetOf({"read again", "records folders", "will finish"}));
+  const auto second = makeClient("second");
+  EXPECT_EQ(second->sync(), "");
+  EXPECT_EQ(second->text(), first->text()) << "what the first had read before has undone nothing";
+}
+
+TEST_F(SessionTest, AClientThatIsNotUpToDateUnderTheLockReadsAgain) {
+  seed();
+  first->mode = LoomerSyncModeSlow;
+  first->upToDate = false;
+  first->readsAgain = [&] {
+    first->addBookmark("", "Meanwhile", "http://m/");
+    return true;
+  };
+  EXPECT_EQ(first->sync(), "");
+  const auto registered = [](const std::string& call) { return call == "did register"; };
+  EXPECT_EQ(std::count_if(first->calls.begin(), first->calls.end(), registered), 2)
+      << "once for each reading";
+  const auto second = makeClient("second");
+  EXPECT_EQ(second->sync(), "");
+  EXPECT_THAT(second->text(), HasSubstr("Meanwhile"));
 }
 
 TEST_F(SessionTest, LogKeepsWhoWhenWhatBeforeAndAfter) {
