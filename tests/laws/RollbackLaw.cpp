@@ -124,7 +124,8 @@ class EditingComputers {
         require(history.wasDeleted(), identity + " vanished though nobody deleted it: " + client.text());
         continue;
       }
-      const bool mayStay = !history.mustBeGone() || filled.contains(identity);
+      const bool mayStay =
+          !history.mustBeGone() || filled.contains(identity) || cameBackWithItsFolder(found, identity);
       require(mayStay, identity + " was deleted and came back: " + client.text());
       const std::string complaint = history.complaint(end->second);
       require(complaint.empty(), identity + " has " + complaint + ": " + client.text());
@@ -158,6 +159,15 @@ class EditingComputers {
 
   static bool isOrdered(ScriptedClient& client, const Node& node) {
     return node.name == kOrdered || (!node.parent.empty() && client.nodes.at(node.parent).name == kOrdered);
+  }
+
+  /// A folder that lives because somebody changed it, though somebody else deleted it, comes back with what
+  /// it held.
+  bool cameBackWithItsFolder(const std::map<std::string, EntryValues>& found, std::string entry) const {
+    while (!(entry = found.at(entry)[kFolder]).empty()) {
+      if (_entries.at(entry).wasDeleted()) return true;
+    }
+    return false;
   }
 
   static std::string orderIn(ScriptedClient& client) {
