@@ -9,7 +9,7 @@
 namespace corvane::loomer {
 namespace {
 
-std::string textOf(const String& value) { return value.toString(); }
+std::string textOf(const String& value) { return value ? value.toString() : "(none)"; }
 std::string textOf(bool value) { return value ? "1" : "0"; }
 
 class ContentMerge {

@@ -176,7 +176,15 @@ class Structure {
     const bool truthMoved = !_trees.nodes[node].base || _trees.baseParent[node] != truth;
     const bool clientWon = _trees.parent[node] == client;
     if (!clientMoved || (!truthMoved && clientWon)) return;
-    _trees.losses.push_back({_trees.idOf(node), "parent", nameOf(client), nameOf(truth), clientWon});
+    std::string atClient = nameOf(client);
+    std::string inTruth = nameOf(truth);
+    if (atClient == inTruth) {
+      // Two folders of one name are told apart by their numbers.
+      atClient += " (" + std::to_string(_trees.idOf(client)) + ')';
+      inTruth += " (" + std::to_string(_trees.idOf(truth)) + ')';
+    }
+    _trees.losses.push_back(
+        {_trees.idOf(node), "parent", std::move(atClient), std::move(inTruth), clientWon});
   }
 
   Trees& _trees;
