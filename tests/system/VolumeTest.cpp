@@ -43,6 +43,38 @@ TEST(Volume, mountHoldingAPath) {
   EXPECT_FALSE(mountHolding("/x", "22 1 8:1 / /home rw - ext4 d rw")) << "nothing holds the path";
 }
 
+TEST(Volume, aMountThatCannotBeSeenIsToldByTheTypeNumberAlone) {
+  struct Row {
+    const char* phrase;
+    const char* mountTable;
+    std::uint32_t magic;
+    bool isLocal;
+  };
+  constexpr const char* kInChroot = "40 22 0:21 / /proc rw - proc proc rw\n";
+  const Row rows[] = {
+      {"a disk below a chroot's root", kInChroot, 0xEF53, true},
+      {"a network file system below a chroot's root", kInChroot, 0x6969, false},
+      {"a file system in user space without a name", kInChroot, 0x65735546, false},
+      {"a disk where /proc is not mounted", "", 0xEF53, true},
+      {"a network file system where /proc is not mounted", "", 0xFF534D42, false},
+  };
+  for (const Row& row : rows) {
+    const FileSystem::Volume volume = volumeHolding("/home/u", row.mountTable, row.magic);
+    EXPECT_EQ(volume.mountPoint, "") << row.phrase << ": not the root, which would count as local";
+    EXPECT_EQ(volume.isLocal, row.isLocal) << row.phrase;
+  }
+}
+
+TEST(Volume, aMountThatIsSeenIsToldByItsNameToo) {
+  const auto volume = [](const char* path, std::uint32_t magic) {
+    return volumeHolding(path, kMountTable, magic);
+  };
+  EXPECT_EQ(volume("/home/u/local disk/x", 0x58465342).mountPoint, "/home/u/local disk");
+  EXPECT_TRUE(volume("/home/u/local disk/x", 0x58465342).isLocal);
+  EXPECT_FALSE(volume("/home/u", 0xEF53).isLocal) << "by its name";
+  EXPECT_FALSE(volume("/homework/x", 0x6969).isLocal) << "by its number";
+}
+
 TEST(Volume, linesOfAnotherFormAreNoEntries) {
   for (const char* line : {"", "22", "22 1 8:1 / / rw shared:1", "22 1 8:1 / / rw -",
                            "22 1 8:1 / none rw - ext4 x rw", "22 1 8:1 / / rw - "}) {

@@ -105,7 +105,7 @@ class FileSystem {
 
   /// The mount point of the file system that holds `path`, and whether that file system is local.
   struct Volume {
-    std::string mountPoint;
+    std::string mountPoint;  ///< empty when it lies outside of this process's root (chroot)
     bool isLocal = false;
   };
   /// Nothing when the system cannot tell.

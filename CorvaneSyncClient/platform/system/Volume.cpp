@@ -49,6 +49,18 @@ constexpr std::uint32_t kNetworkMagics[] = {
     0x786F4256,  // VirtualBox shared folders
     0xBACBACBC,  // VMware shared folders
 };
+constexpr std::uint32_t kUserSpaceMagic = 0x65735546;
+
+/// What a file system whose mount cannot be seen is told by: of those in user space the number names none.
+std::string_view typeOfMagic(std::uint32_t magic) { return magic == kUserSpaceMagic ? "fuse" : ""; }
+
+/// Nothing where /proc is not mounted.
+std::string readMountTable() {
+  std::ifstream file("/proc/self/mountinfo", std::ios::binary);
+  std::ostringstream table;
+  table << file.rdbuf();
+  return table.str();
+}
 
 /// The kernel writes blanks, tabs, line feeds and backslashes in paths as "\ooo".
 std::string withoutOctalEscapes(std::string_view text) {
@@ -120,19 +132,18 @@ bool isNetworkMagic(std::uint32_t magic) {
   return std::find(std::begin(kNetworkMagics), std::end(kNetworkMagics), magic) != std::end(kNetworkMagics);
 }
 
+FileSystem::Volume volumeHolding(std::string_view path, std::string_view mountTable, std::uint32_t magic) {
+  const std::optional<MountEntry> mount = mountHolding(path, mountTable);
+  const bool isNetwork = isNetworkMagic(magic) || isNetworkType(mount ? mount->type : typeOfMagic(magic));
+  return {mount ? mount->mountPoint : "", !isNetwork};
+}
+
 std::optional<FileSystem::Volume> LinuxFileSystem::volume(const std::string& path) {
   struct statfs status {};
   if (retryingInterrupted([&] { return ::statfs(path.c_str(), &status); }) != 0) return std::nullopt;
   const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), &std::free);
   if (!real) return std::nullopt;
-  std::ifstream file("/proc/self/mountinfo", std::ios::binary);
-  std::ostringstream table;
-  if (!file || !(table << file.rdbuf())) return std::nullopt;
-  const std::optional<MountEntry> mount = mountHolding(real.get(), table.str());
-  if (!mount) return std::nullopt;
-  const bool isNetwork =
-      isNetworkType(mount->type) || isNetworkMagic(static_cast<std::uint32_t>(status.f_type));
-  return Volume{mount->mountPoint, !isNetwork};
+  return volumeHolding(real.get(), readMountTable(), static_cast<std::uint32_t>(status.f_type));
 }
 
 }  // namespace corvane

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "CorvaneSyncClient/platform/system/FileSystem.h"
+
 namespace corvane {
 
 /// One line of the kernel's mount table.
@@ -27,5 +29,8 @@ bool isNetworkType(std::string_view type);
 
 /// Whether the type number that statfs(2) answers is that of a network or host-shared file system.
 bool isNetworkMagic(std::uint32_t magic);
+
+/// The volume of `path` (absolute, without links), by the mount table and the type number of its file system.
+FileSystem::Volume volumeHolding(std::string_view path, std::string_view mountTable, std::uint32_t magic);
 
 }  // namespace corvane
