@@ -15,12 +15,13 @@ constexpr int kYes = 0;
 constexpr int kNo = 1;
 
 // The client of that id; null when it is not registered, or cannot be where `registerIfMissing` asks for
-// that.
+// that. Only then is a missing store made.
 LoomerClient* registeredClient(const String& clientId, bool registerIfMissing) {
-  LoomerManager& manager = LoomerManager::sharedManager();
-  LoomerClient* client = manager.clientWithIdentifier(clientId);
+  LoomerManager* const existing = LoomerManager::sharedManagerOfExistingStore();
+  LoomerClient* const client = existing ? existing->clientWithIdentifier(clientId) : nullptr;
   if (client || !registerIfMissing) return client;
-  return manager.registerClientWithIdentifier(clientId, ownClientDescription().value_or(""));
+  return LoomerManager::sharedManager().registerClientWithIdentifier(clientId,
+                                                                     ownClientDescription().value_or(""));
 }
 
 bool mainClientIsRegistered(bool registerIfMissing) {

@@ -80,6 +80,14 @@ TEST_F(ToolTest, SaysThatNoAccountIsRegistered) {
   expectedLog = {"Corvane Sync Client is not registered"};
 }
 
+TEST_F(ToolTest, AskingLeavesAnEmptyHomeEmpty) {
+  for (const char* question : {"--isregistered", "--canregister", "--issyncing"}) {
+    EXPECT_EQ(statusOf(installation, {question}), 1) << question;
+    EXPECT_TRUE(std::filesystem::is_empty(installation.home())) << question;
+  }
+  expectedLog = {"Corvane Sync Client is not registered"};
+}
+
 TEST_F(ToolTest, ProbesTheLock) {
   EXPECT_EQ(statusOf(installation, kIsSyncing), 1);
   EXPECT_FALSE(installation.isLocked());

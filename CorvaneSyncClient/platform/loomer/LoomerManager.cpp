@@ -15,9 +15,12 @@ std::unique_ptr<pelto::Hub> hubOfUser() {
   return account ? pelto::hubOf(*account) : nullptr;
 }
 
+std::string storePathOfUser() {
+  return loomer::storePathForHome(Platform::current().process.homeDirectory());
+}
+
 std::unique_ptr<LoomerManager> managerOfUser() {
-  auto manager = std::make_unique<loomer::EmbeddedManager>(
-      loomer::storePathForHome(Platform::current().process.homeDirectory()));
+  auto manager = std::make_unique<loomer::EmbeddedManager>(storePathOfUser());
   manager->useHub(hubOfUser);
   return manager;
 }
@@ -28,6 +31,13 @@ LoomerManager& LoomerManager::sharedManager() {
   if (currentManager) return *currentManager;
   static const std::unique_ptr<LoomerManager> manager = managerOfUser();
   return *manager;
+}
+
+LoomerManager* LoomerManager::sharedManagerOfExistingStore() {
+  std::error_code error;
+  const bool isMissing = !currentManager && !Platform::current().files.attributes(storePathOfUser(), error) &&
+                         error == std::errc::no_such_file_or_directory;
+  return isMissing ? nullptr : &sharedManager();
 }
 
 LoomerManagerScope::LoomerManagerScope(LoomerManager& manager) : _before(currentManager) {

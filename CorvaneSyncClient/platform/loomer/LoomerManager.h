@@ -16,6 +16,8 @@ class LoomerManager {
   /// user's store, made at the first call. Raises PlatformException when the store cannot be opened (damaged,
   /// newer, not permitted).
   static LoomerManager& sharedManager();
+  /// As `sharedManager`, for who only asks: null where the user has no store yet, and none is made.
+  static LoomerManager* sharedManagerOfExistingStore();
 
   /// The registered client, owned by the manager and valid until it is unregistered; null when there is none.
   virtual LoomerClient* clientWithIdentifier(const String& identifier) = 0;
