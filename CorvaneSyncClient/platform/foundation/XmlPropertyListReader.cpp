@@ -1,6 +1,7 @@
 #include <expat.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <vector>
@@ -36,6 +37,15 @@ const char* nameOf(Element element) {
 bool isContainer(Element element) {
   return element == Element::plist || element == Element::dictionary || element == Element::array;
 }
+
+// From 2.9 on expat counts in 64 bits everywhere, and its functions that count in "long" are deprecated.
+#if XML_MAJOR_VERSION > 2 || (XML_MAJOR_VERSION == 2 && XML_MINOR_VERSION >= 9)
+std::int64_t currentOffset(XML_Parser parser) { return XML_GetCurrentByteIndex64(parser); }
+std::uint64_t currentLine(XML_Parser parser) { return XML_GetCurrentLineNumber64(parser); }
+#else
+std::int64_t currentOffset(XML_Parser parser) { return XML_GetCurrentByteIndex(parser); }
+std::uint64_t currentLine(XML_Parser parser) { return XML_GetCurrentLineNumber(parser); }
+#endif
 
 // What went wrong, before it is known where.
 struct Failure {
@@ -205,9 +215,9 @@ class XmlReader {
 
   // With the place that expat has come to.
   std::string reasonFor(const std::string& cause) const {
-    const XML_Index offset = XML_GetCurrentByteIndex(_parser.get());  // negative before the first byte
-    return "XML property list, line " + std::to_string(XML_GetCurrentLineNumber(_parser.get())) +
-           ", offset " + std::to_string(std::max<XML_Index>(offset, 0)) + ": " + cause;
+    const std::int64_t offset = currentOffset(_parser.get());  // negative before the first byte
+    return "XML property list, line " + std::to_string(currentLine(_parser.get())) + ", offset " +
+           std::to_string(std::max<std::int64_t>(offset, 0)) + ": " + cause;
   }
 
   template <typename Step>
