@@ -20,5 +20,10 @@ function(corvane_add_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_compile_definitions(${name} PRIVATE ${ARG_DEFINITIONS})
+  if(CORVANE_SANITIZE)
+    # Compiling test cases under the sanitizers takes longer than running them. What they test keeps its optimisation, and
+    # so do the libraries that they share, in which properties spend their time.
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300 TEST_PREFIX "${name}/")
 endfunction()
