@@ -166,6 +166,38 @@ TEST_F(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
   EXPECT_EQ(names(), "F[1 3 2] 4 5 6");
 }
 
+TEST_F(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) {
+  begin();
+  a->client->move(a->find("3"), a->find("F"), 0);
+  sync(*a);
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "F[3 1 2] 4 5 6") << "of an emptied service";
+
+  const MemoryHub::State first = hub.state;
+  a->client->move(a->find("6"), "", 1);
+  settle();
+  a->client->move(a->find("5"), "", 1);
+  sync(*a);
+  hub.state = first;
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "F[3 1 2] 5 6 4") << "of one between the two";
+}
+
+TEST_F(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
+  begin();
+  a->client->move(a->find("6"), "", 1);
+  settle();
+  hub.state = backup;
+  a->client->move(a->find("4"), "", 2);
+  settle();
+  EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
+}
+
 TEST_F(PutBackTest, OnceAndAgainAndForward) {
   begin();
   add(*a, "7");
