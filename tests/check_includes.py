@@ -2,8 +2,6 @@
 """Checks that includes point one way: front → session → {model, store} → platform, and within platform
 {loomer, pelto} → system → foundation.  usage: check_includes.py PROJECT_ROOT
 
-front/SCLog.h, the diagnostic log, stands on platform/ alone; every subsystem may include it.
-
 Checks as well that what is named below comes from its own header of the standard library, and not by way of another one,
 which may cease to include it.
 """
@@ -24,7 +22,6 @@ ALLOWED = {
     "session": SYSTEM | {"platform/loomer", "model", "store"},
     "front": SYSTEM | {"platform/loomer", "platform/pelto", "session"},
 }
-EVERYBODY = {"front/SCLog.h"}
 # Of the engine the model knows the record keys alone.
 ONLY = {("model", "platform/loomer"): {"platform/loomer/LoomerConstants.h"}}
 # Names of the standard library, by header: those that came by chance before.
@@ -58,7 +55,7 @@ def problems(root):
                 continue
             target = match.group(1).removeprefix("CorvaneSyncClient/")
             there = area(target)
-            if there == here or (target in EVERYBODY and here not in SYSTEM):
+            if there == here:
                 continue
             if there not in ALLOWED[here] or target not in ONLY.get((here, there), {target}):
                 yield f"{where}: {here} may not include {target}"

@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/front/SingleRunLock.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane {
 

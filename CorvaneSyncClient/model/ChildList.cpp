@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane {
 

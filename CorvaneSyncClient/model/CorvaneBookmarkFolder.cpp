@@ -1,8 +1,8 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/BookmarkMap.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane {
 

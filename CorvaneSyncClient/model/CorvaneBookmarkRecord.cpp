@@ -1,9 +1,9 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/BookmarkMap.h"
 #include "CorvaneSyncClient/platform/foundation/TypedUrl.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 
 namespace corvane {

@@ -1,6 +1,6 @@
 #include "CorvaneSyncClient/model/CorvaneFileForm.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane {
 

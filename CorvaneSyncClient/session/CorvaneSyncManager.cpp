@@ -1,11 +1,11 @@
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/StandardDirectories.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"

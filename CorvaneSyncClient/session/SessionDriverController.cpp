@@ -1,10 +1,10 @@
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 #include "CorvaneSyncClient/platform/loomer/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 

@@ -1,10 +1,10 @@
 // Taking in what the engine hands down, and placing the folders that were held aside.
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 
 namespace corvane {

@@ -1,8 +1,8 @@
 // Replaying the filed changes on a map of the file as the browser left it.
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 
 namespace corvane {

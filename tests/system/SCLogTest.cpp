@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "CorvaneSyncClient/front/SCLog.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "tests/fakes/FakePlatform.h"
 #include "tests/system/ChildProcess.h"
 

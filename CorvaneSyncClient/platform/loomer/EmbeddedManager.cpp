@@ -1,9 +1,9 @@
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 
-#include "CorvaneSyncClient/front/SCLog.h"
 #include "CorvaneSyncClient/platform/loomer/ClientDescription.h"
 #include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane::loomer {
 

@@ -1,4 +1,4 @@
-#include "CorvaneSyncClient/front/SCLog.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 #include <exception>
 

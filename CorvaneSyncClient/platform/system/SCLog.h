@@ -6,8 +6,7 @@
 
 namespace corvane {
 
-// The switchable diagnostic log. It stands on platform/ alone, and is the one header of front/ that every
-// subsystem may include. What must always be seen goes to `systemLog` instead.
+// The diagnostic log, which a preference switches on. What must always be seen goes to `systemLog` instead.
 
 /// Whether the user's preference "SCLog" of domain "com.keldra.Corvane" is the string "YES". Read at the
 /// first call and never again in this process; a store that fails counts as "NO".
