@@ -48,11 +48,12 @@ std::uint64_t currentLine(XML_Parser parser) { return XML_GetCurrentLineNumber(p
 #endif
 
 // What went wrong, before it is known where.
-struct Failure {
-  std::string cause;
+class Failure : public PropertyListException {
+ public:
+  using PropertyListException::PropertyListException;
 };
 
-[[noreturn]] void fail(std::string cause) { throw Failure{std::move(cause)}; }
+[[noreturn]] void fail(std::string cause) { throw Failure(std::move(cause)); }
 
 // Builds values from elements as they open and close; raises Failure.
 class XmlBuilder {
@@ -206,7 +207,7 @@ class XmlReader {
     try {
       return _builder.finish();
     } catch (const Failure& failure) {
-      throw PropertyListException(reasonFor(failure.cause));
+      throw PropertyListException(reasonFor(failure.reason()));
     }
   }
 
@@ -228,7 +229,7 @@ class XmlReader {
       step(reader->_builder);
       return;
     } catch (const Failure& failure) {
-      reader->_reason = reader->reasonFor(failure.cause);
+      reader->_reason = reader->reasonFor(failure.reason());
     } catch (...) {
       reader->_exception = std::current_exception();
     }

@@ -30,13 +30,12 @@ bool EmbeddedSessionDriver::sync() {
     rollBack();
     cancel(cancelled.reason() + noteRefusal(session), session.tookLock());
     return false;
-  } catch (const PlatformException& exception) {
-    if (exception.name() != LoomerStoreException) {
-      cancelQuietly(exception.reason(), session.tookLock());
-      throw;
-    }
+  } catch (const LoomerStoreException& exception) {
     cancel(exception.reason(), session.tookLock());
     return false;
+  } catch (const PlatformException& exception) {
+    cancelQuietly(exception.reason(), session.tookLock());
+    throw;
   } catch (...) {
     rollBack();
     cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.",
@@ -53,8 +52,7 @@ std::optional<RecordSchema> EmbeddedSessionDriver::prepare() {
     _lastError = cancelled.reason();
   } catch (const SchemaProblem& problem) {
     _lastError = problem.reason();
-  } catch (const PlatformException& exception) {
-    if (exception.name() != LoomerStoreException) throw;
+  } catch (const LoomerStoreException& exception) {
     _lastError = exception.reason();
   }
   return std::nullopt;

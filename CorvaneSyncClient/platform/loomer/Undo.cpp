@@ -306,7 +306,7 @@ UndoPlan planUndo(const std::vector<TruthRecord>& truth, const std::vector<Logge
 
 UndoResult undoSession(TruthStore& store, const String& author, std::int64_t session, bool force) {
   if (SessionLog(store).isPruned(session)) {
-    throw storeException(
+    throw LoomerStoreException(
         store.path(),
         "session " + std::to_string(session) +
             " is too old to be undone: the log keeps the last 90 days or 1,000 sessions, whichever is more",

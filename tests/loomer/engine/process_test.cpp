@@ -122,8 +122,8 @@ TEST_F(ProcessTest, AStoreThatSomebodyKeepsFromBeingOpenedIsGivenUpAfterAMinute)
   try {
     loomer::EmbeddedManager refused(storePath);
     ADD_FAILURE() << "opened";
-  } catch (const PlatformException& exception) {
-    EXPECT_EQ(exception.name(), loomer::LoomerStoreException);
+  } catch (const loomer::LoomerStoreException& exception) {
+    EXPECT_EQ(exception.name(), "LoomerStoreException");
     EXPECT_THAT(exception.reason(), testing::HasSubstr(storePath));
     EXPECT_THAT(exception.reason(), testing::HasSubstr("opening it for more than a minute"));
   }
@@ -197,8 +197,8 @@ TEST_F(ProcessTest, StoreThatTheUserMayNotReachIsRefusedWithItsPath) {
     try {
       loomer::EmbeddedManager refused(storePath);
       _exit(1);
-    } catch (const PlatformException& exception) {
-      const bool named = exception.name() == loomer::LoomerStoreException &&
+    } catch (const loomer::LoomerStoreException& exception) {
+      const bool named = exception.name() == "LoomerStoreException" &&
                          exception.reason().find(storePath) != std::string::npos &&
                          exception.reason().find("ermission") != std::string::npos;
       _exit(named ? 0 : 2);

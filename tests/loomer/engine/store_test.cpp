@@ -23,8 +23,8 @@ class StoreTest : public EngineTest {
     try {
       loomer::EmbeddedManager refused(storePath);
       ADD_FAILURE() << "opened";
-    } catch (const PlatformException& exception) {
-      EXPECT_EQ(exception.name(), loomer::LoomerStoreException);
+    } catch (const loomer::LoomerStoreException& exception) {
+      EXPECT_EQ(exception.name(), "LoomerStoreException");
       EXPECT_THAT(exception.reason(), HasSubstr(storePath));
       EXPECT_THAT(exception.reason(), HasSubstr(cause));
       EXPECT_THAT(exception.reason(), HasSubstr(remedy));
@@ -119,8 +119,8 @@ TEST_F(StoreTest, StoreThatCannotBeMadeIsAnErrorWithItsPath) {
   try {
     loomer::TruthStore refused(path);
     FAIL() << "opened";
-  } catch (const PlatformException& exception) {
-    EXPECT_EQ(exception.name(), loomer::LoomerStoreException);
+  } catch (const loomer::LoomerStoreException& exception) {
+    EXPECT_EQ(exception.name(), "LoomerStoreException");
     EXPECT_THAT(exception.reason(), HasSubstr(path));
     EXPECT_THAT(exception.reason(), HasSubstr("Not a directory"));
   }

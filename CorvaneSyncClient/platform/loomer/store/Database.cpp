@@ -39,16 +39,13 @@ sqlite3_destructor_type lifetime(bool copied) { return copied ? SQLITE_TRANSIENT
 
 }  // namespace
 
-PlatformException storeException(const std::string& path, const std::string& what,
-                                 const std::string& remedy) {
-  return PlatformException(LoomerStoreException,
-                           "The bookmarks sync store " + path + ": " + what + ". " + remedy);
-}
+LoomerStoreException::LoomerStoreException(const std::string& path, const std::string& what,
+                                           const std::string& remedy)
+    : PlatformException("LoomerStoreException",
+                        "The bookmarks sync store " + path + ": " + what + ". " + remedy) {}
 
-DamagedStoreException damagedStoreException(const std::string& path, const std::string& what) {
-  return DamagedStoreException(LoomerStoreException,
-                               storeException(path, what, kDamagedStoreRemedy).reason());
-}
+DamagedStoreException::DamagedStoreException(const std::string& path, const std::string& what)
+    : LoomerStoreException(path, what, kDamagedStoreRemedy) {}
 
 Statement::~Statement() { _database.giveBack(_sql, _statement); }
 
@@ -140,7 +137,7 @@ Database::Database(std::string path) : _path(std::move(path)) {
   if (code != SQLITE_OK) {
     const std::string message = _connection ? sqlite3_errmsg(_connection) : sqlite3_errstr(code);
     sqlite3_close(_connection);
-    throw storeException(_path, "cannot open it: " + message, remedyFor(code));
+    throw LoomerStoreException(_path, "cannot open it: " + message, remedyFor(code));
   }
   sqlite3_extended_result_codes(_connection, 1);
   sqlite3_busy_timeout(_connection, kBusyMilliseconds);
@@ -211,8 +208,8 @@ std::int64_t Database::lastInsertedRow() const { return sqlite3_last_insert_rowi
 
 void Database::fail(int code, const char* purpose) const {
   const std::string what = std::string("cannot ") + purpose + ": " + sqlite3_errmsg(_connection);
-  if (isDamage(code)) throw damagedStoreException(_path, what);
-  throw storeException(_path, what, remedyFor(code));
+  if (isDamage(code)) throw DamagedStoreException(_path, what);
+  throw LoomerStoreException(_path, what, remedyFor(code));
 }
 
 }  // namespace corvane::loomer

@@ -15,14 +15,19 @@ struct sqlite3_stmt;
 
 namespace corvane::loomer {
 
-/// The name of every exception that the engine's store raises. The reason names the store's path, the
-/// operation, what SQLite said and what to do.
-inline constexpr const char* LoomerStoreException = "LoomerStoreException";
-
-/// A LoomerStoreException about a file that holds something else than what the engine wrote there.
-class DamagedStoreException : public PlatformException {
+/// What the engine's store raises. The reason names the store's path, the operation, what SQLite said and
+/// what to do.
+class LoomerStoreException : public PlatformException {
  public:
-  using PlatformException::PlatformException;
+  /// About the store at `path`; `what` is wrong, a sentence without its full stop, and `remedy` says what to
+  /// do.
+  LoomerStoreException(const std::string& path, const std::string& what, const std::string& remedy);
+};
+
+/// The store's file holds something else than what the engine wrote there. Says what to do about it.
+class DamagedStoreException : public LoomerStoreException {
+ public:
+  DamagedStoreException(const std::string& path, const std::string& what);
 };
 
 /// Bytes to be stored as they are.
@@ -136,11 +141,5 @@ class Database {
   sqlite3* _connection = nullptr;
   std::unordered_map<const char*, StatementPool> _statements;
 };
-
-/// A LoomerStoreException about the store at `path`: "what is wrong" and "what to do", each a sentence.
-PlatformException storeException(const std::string& path, const std::string& what, const std::string& remedy);
-
-/// The same about a store that cannot be read, with what to do about it.
-DamagedStoreException damagedStoreException(const std::string& path, const std::string& what);
 
 }  // namespace corvane::loomer

@@ -48,8 +48,8 @@ constexpr const char* kForm = R"sql(
 constexpr const char* kFreshSuffix = ".new";
 
 [[noreturn]] void failWith(const std::string& path, const std::string& operation) {
-  throw storeException(path, "cannot " + operation + ": " + std::system_category().message(errno),
-                       "Give yourself permission to write there, and sync again.");
+  throw LoomerStoreException(path, "cannot " + operation + ": " + std::system_category().message(errno),
+                             "Give yourself permission to write there, and sync again.");
 }
 
 /// What is not there or cannot be removed shows when it is written anew.
@@ -89,7 +89,7 @@ HandedDown readSession(Database& database) {
   Statement query =
       database.query("SELECT mark, registered, sessions, synced_revision, known_mark FROM session", kRead);
   HandedDown handedDown;
-  if (!query.open().next()) throw damagedStoreException(database.path(), "it names no session");
+  if (!query.open().next()) throw DamagedStoreException(database.path(), "it names no session");
   handedDown.mark = query.text(0);
   handedDown.registered = Date{query.real(1)};
   handedDown.sessions = query.integer(2);

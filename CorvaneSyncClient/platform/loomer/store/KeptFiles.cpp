@@ -73,15 +73,15 @@ std::vector<Name> namesIn(const std::string& directory) {
     if (auto name = nameOf(each->path().filename().string())) names.push_back(std::move(*name));
   }
   if (error && error != std::errc::no_such_file_or_directory) {
-    throw storeException(directory, "cannot read the directory: " + error.message(),
-                         "Give yourself permission to read it.");
+    throw LoomerStoreException(directory, "cannot read the directory: " + error.message(),
+                               "Give yourself permission to read it.");
   }
   std::sort(names.begin(), names.end(), [](const Name& a, const Name& b) { return a.number > b.number; });
   return names;
 }
 
 [[noreturn]] void failToKeep(const std::string& path, const std::string& where, const std::string& cause) {
-  throw storeException(
+  throw LoomerStoreException(
       where, "cannot keep a copy of " + path + ", of which the save would leave entries out: " + cause,
       "Nothing was saved. Remove the cause and sync again.");
 }

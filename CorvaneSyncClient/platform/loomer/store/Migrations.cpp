@@ -203,11 +203,11 @@ void refuseUnusableStore(Database& database, std::span<const char* const> steps)
   const bool empty = database.integer("SELECT count(*) FROM sqlite_schema", "read its tables") == 0;
   if (empty && version == 0 && application == 0) return;
   if (application != kStoreApplicationId || version <= 0) {
-    throw storeException(database.path(), "this is a database, but not one of the sync engine's",
-                         "The file was left as it is. Move it away and sync again.");
+    throw LoomerStoreException(database.path(), "this is a database, but not one of the sync engine's",
+                               "The file was left as it is. Move it away and sync again.");
   }
   if (version > static_cast<std::int64_t>(steps.size())) {
-    throw storeException(
+    throw LoomerStoreException(
         database.path(),
         "it is of version " + std::to_string(version) + ", and this program knows versions up to " +
             std::to_string(steps.size()),

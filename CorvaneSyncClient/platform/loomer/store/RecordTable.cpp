@@ -89,7 +89,7 @@ std::optional<ContentId> storedRow(const std::vector<Record>& records, const std
 String identifierOf(const TruthStore& store, RecordId record, std::string_view stored) {
   UuidBytes bytes;
   if (stored.size() != bytes.size()) {
-    throw damagedStoreException(store.path(), "the record " + std::to_string(record) + " has no identifier");
+    throw DamagedStoreException(store.path(), "the record " + std::to_string(record) + " has no identifier");
   }
   std::copy(stored.begin(), stored.end(), bytes.begin());
   return uuidString(bytes);
@@ -122,7 +122,7 @@ ContentId ContentRows::row(RecordId record, const Content& content) {
 TruthState RecordTable::state() {
   Statement query = _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth",
                                             "read its state");
-  if (!query.open().next()) throw damagedStoreException(_store.path(), "its counters are missing");
+  if (!query.open().next()) throw DamagedStoreException(_store.path(), "its counters are missing");
   return {query.integer(0), query.integer(1), query.integer(2)};
 }
 

@@ -37,8 +37,8 @@ bool waitUntil(const Condition& done, double seconds) {
 }
 
 [[noreturn]] void failWith(const std::string& path, const std::string& operation, std::error_code error) {
-  throw storeException(path, "cannot " + operation + ": " + error.message(),
-                       "Give yourself permission to read and write there, and sync again.");
+  throw LoomerStoreException(path, "cannot " + operation + ": " + error.message(),
+                             "Give yourself permission to read and write there, and sync again.");
 }
 
 /// A side file may be gone at any time: the last process that closes the store removes both.
@@ -64,8 +64,8 @@ FileDescriptor lockForOpening(const std::string& path) {
     return false;
   };
   if (waitUntil(isLocked, kOpenTimeoutSeconds)) return file;
-  throw storeException(path, "another process has been opening it for more than a minute",
-                       "Wait until that process has ended and try again.");
+  throw LoomerStoreException(path, "another process has been opening it for more than a minute",
+                             "Wait until that process has ended and try again.");
 }
 
 /// Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
@@ -106,15 +106,15 @@ bool TruthStore::begin(double seconds) {
 
 void TruthStore::beginOrFail() {
   if (begin(kWriteTimeoutSeconds)) return;
-  throw storeException(path(), "another sync session has been using it for more than a minute",
-                       "Wait until that session has ended and try again.");
+  throw LoomerStoreException(path(), "another sync session has been using it for more than a minute",
+                             "Wait until that session has ended and try again.");
 }
 
 void TruthStore::useWriteAheadLog() {
   Statement statement = _database.query("PRAGMA journal_mode = WAL", "switch on its write-ahead log");
   if (!statement.open().next() || statement.text(0) != "wal") {
-    throw storeException(path(), "its file system does not support write-ahead logging",
-                         "Keep the home directory on a local disk.");
+    throw LoomerStoreException(path(), "its file system does not support write-ahead logging",
+                               "Keep the home directory on a local disk.");
   }
 }
 
