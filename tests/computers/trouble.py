@@ -201,7 +201,7 @@ class PutBack(HubTest):
             self.assertIn("`loomerctl approve com.keldra.Pelto`", line)
             self.assertIn("lacks 8 of 8", computer.control("plan", "com.keldra.Pelto")[1])
         self.assertEqual(self.first.tree(FIRST), before)
-        status, output = self.first.control("giveback", "com.keldra.Pelto")
+        status, output = self.first.control("restore", "com.keldra.Pelto")
         self.assertEqual(status, 0, output)
         self.settle()
         self.require_once("Common", "Other", *titles)

@@ -1,4 +1,4 @@
-// `plan`, `approve`, `giveback` and `reset`, and how commands that write wait for sessions.
+// `plan`, `approve`, `restore` and `reset`, and how commands that write wait for sessions.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -16,6 +16,7 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 class ClientCommandsTest : public CtlTest {};
 
@@ -53,7 +54,7 @@ TEST_F(ClientCommandsTest, PlanOfAClientThatNeverSynced) {
 
 TEST_F(ClientCommandsTest, UnknownClientsAreRefusedWithTheNamesThatThereAre) {
   seed();
-  for (const char* command : {"plan", "approve", "giveback", "reset"}) {
+  for (const char* command : {"plan", "approve", "restore", "reset"}) {
     const Run run = ctl({command, "nobody"});
     EXPECT_EQ(run.status, 1) << command;
     EXPECT_THAT(run.err, HasSubstr("There is no client \"nobody\". Registered: a, b.")) << command;
@@ -64,7 +65,7 @@ TEST_F(ClientCommandsTest, ResetReplacesTheClientAtItsNextSession) {
   seed();
   const Run run = ctl({"reset", "b"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_THAT(run.out, AllOf(HasSubstr("entries hidden from sync"), HasSubstr("loomerctl giveback")));
+  EXPECT_THAT(run.out, AllOf(HasSubstr("entries hidden from sync"), HasSubstr("loomerctl restore")));
   EXPECT_EQ(json({"plan", "b"}, "d['kind'], d['deleteAllFirst'], len(d['changes'])"), "replace True 6");
   b->addBookmark("", "Lost", "http://l/");
   ASSERT_EQ(b->sync(), "");
@@ -110,18 +111,18 @@ TEST_F(RefusedPlanTest, ApprovalServesOnceForExactlyThatPlan) {
   EXPECT_EQ(json({"check"}, "d['sound']"), "True");
 }
 
-TEST_F(RefusedPlanTest, GiveBackBringsBackWhatIsLacking) {
+TEST_F(RefusedPlanTest, RestoreBringsBackWhatIsLacking) {
   refuse();
-  EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("`loomerctl giveback a`"));
-  const Run run = ctl({"giveback", "a"});
+  EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("`loomerctl restore a`"));
+  const Run run = ctl({"restore", "a"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(run.out, HasSubstr("At its next session a is given back whatever it lacks."));
+  EXPECT_THAT(run.out, HasSubstr("At its next session a gets back whatever it lacks."));
   EXPECT_EQ(json({"plan", "a"}, "d['refusedPlan'], d['kind'], d['givesBack'], d['deleteAllFirst']"),
             "None refresh True False");
-  EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("is given back whatever it lacks then"));
+  EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("gets back whatever it lacks"));
   EXPECT_EQ(json({"clients"}, "[c['giveBackPending'] for c in d]"), "[True, False]");
   EXPECT_EQ(json({"status"}, "[(w['client'], w['giveBackPending']) for w in d['waiting']]"), "[('a', True)]");
-  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a) will be given back what it lacks"));
+  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a) will get back what it lacks"));
   const Run approved = ctl({"approve", "a"});
   EXPECT_EQ(approved.status, 1);
   EXPECT_THAT(approved.err, HasSubstr("there is nothing to approve"));
@@ -131,12 +132,23 @@ TEST_F(RefusedPlanTest, GiveBackBringsBackWhatIsLacking) {
   EXPECT_EQ(json({"status"}, "d['waiting']"), "[]");
 }
 
-TEST_F(ClientCommandsTest, NothingIsGivenBackToAClientThatIsReset) {
+TEST_F(RefusedPlanTest, FormerNameOfRestoreIsUnderstoodAndNotShown) {
+  refuse();
+  EXPECT_EQ(ctl({"giveback", "a"}).out, ctl({"restore", "a"}).out);
+  EXPECT_EQ(json({"clients"}, "[c['giveBackPending'] for c in d]"), "[True, False]");
+  EXPECT_EQ(ctl({"giveback", "--help"}).out, ctl({"restore", "--help"}).out);
+  EXPECT_THAT(ctl({"giveback"}).err, HasSubstr("restore wants a CLIENT"));
+  for (const char* command : {"", "restore", "reset"}) {
+    EXPECT_THAT(ctl({command, "--help"}).out, Not(HasSubstr("giveback"))) << command;
+  }
+}
+
+TEST_F(ClientCommandsTest, NothingIsRestoredToAClientThatIsReset) {
   seed();
   ASSERT_EQ(ctl({"reset", "b"}).status, 0);
-  const Run run = ctl({"giveback", "b"});
+  const Run run = ctl({"restore", "b"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("nothing to give back"));
+  EXPECT_THAT(run.err, HasSubstr("nothing to restore"));
   EXPECT_EQ(number("SELECT sum(give_back_pending) FROM clients"), 0);
 }
 

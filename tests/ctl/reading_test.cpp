@@ -20,9 +20,9 @@ class ReadingTest : public CtlTest {};
 TEST_F(ReadingTest, MissingStoreIsRefusedByEveryCommandButImportAndNotMade) {
   useEmptyHome();
   const std::vector<std::vector<std::string>> commands = {
-      {"status"},        {"clients"},    {"tree"},       {"sessions"},     {"changes"},
-      {"show", "1"},     {"check"},      {"plan", "a"},  {"approve", "a"}, {"undo", "1"},
-      {"giveback", "a"}, {"reset", "a"}, {"export", "-"}};
+      {"status"},       {"clients"},    {"tree"},       {"sessions"},     {"changes"},
+      {"show", "1"},    {"check"},      {"plan", "a"},  {"approve", "a"}, {"undo", "1"},
+      {"restore", "a"}, {"reset", "a"}, {"export", "-"}};
   for (const auto& each : commands) {
     const Run run = ctl(each);
     EXPECT_EQ(run.status, 1) << each[0];
@@ -339,7 +339,7 @@ TEST_F(ReadingTest, EveryCommandHasHelpThatNeedsNoStore) {
   const Run all = ctl({"--help"});
   EXPECT_EQ(all.status, 0);
   for (const char* command : {"status", "clients", "tree", "sessions", "changes", "show", "check", "plan",
-                              "approve", "undo", "giveback", "reset", "export", "import"}) {
+                              "approve", "undo", "restore", "reset", "export", "import"}) {
     EXPECT_THAT(all.out, HasSubstr(std::string("  ") + command));
     const Run run = ctl({command, "--help"});
     EXPECT_EQ(run.status, 0) << command;

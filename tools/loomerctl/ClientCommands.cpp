@@ -1,4 +1,4 @@
-// `plan`, `approve`, `giveback` and `reset`.
+// `plan`, `approve`, `restore` and `reset`.
 
 #include <unordered_map>
 
@@ -24,7 +24,7 @@ struct NextSession {
   SessionKind kind = SessionKind::fast;
   bool first = false;  ///< the client never finished a session: it may hold some of this already
   bool deleteAllFirst = false;
-  bool givesBack = false;  ///< whatever the client lacks is given back to it
+  bool restores = false;  ///< whatever the client lacks is restored
   /// In the log's form, so that both read alike; in the order of handing down.
   std::vector<LoggedChange> changes;
 };
@@ -57,7 +57,7 @@ NextSession nextSession(TruthStore& store, const ClientState& client) {
   input.revision = truth.revision + 1;
   const MergeResult plan = merge(input);
   next.deleteAllFirst = plan.deleteAllFirst;
-  next.givesBack = client.giveBackPending && !next.deleteAllFirst;
+  next.restores = client.restorePending && !next.deleteAllFirst;
   std::unordered_map<RecordId, const BaseRecord*> held;
   for (const BaseRecord& each : input.base) held.emplace(each.record, &each);
   const BaseRecord nothing;
@@ -72,7 +72,7 @@ void writeNext(JsonWriter& json, const NextSession& next) {
   json.member("kind", kindName(static_cast<int>(next.kind)));
   json.member("firstSession", next.first);
   json.member("deleteAllFirst", next.deleteAllFirst);
-  json.member("givesBack", next.givesBack);
+  json.member("givesBack", next.restores);
   json.key("changes");
   json.beginArray();
   for (const LoggedChange& change : next.changes) {
@@ -90,8 +90,8 @@ void writeNext(JsonWriter& json, const NextSession& next) {
 void printNext(Output& out, RecordTable& records, const NextSession& next) {
   if (next.deleteAllFirst) {
     out.write("The client is reset: it deletes everything and is given all that is agreed.\n");
-  } else if (next.givesBack) {
-    out.write("The client is given back whatever it lacks then. Nothing is deleted because it lacks it.\n");
+  } else if (next.restores) {
+    out.write("The client gets back whatever it lacks. Nothing is deleted because it lacks it.\n");
   } else if (next.first) {
     out.write("The client's first session compares everything. What it holds already is not given again.\n");
   }
@@ -144,8 +144,8 @@ void printRefused(Output& out, RecordTable& records, const ClientState& client, 
               ": the client's next session deletes them everywhere.\n");
   } else {
     out.write("`loomerctl approve " + name +
-              "` deletes them everywhere at the next session; `loomerctl giveback " + name +
-              "` gives them back to the client.\n");
+              "` deletes them everywhere at the next session; `loomerctl restore " + name +
+              "` restores them in the client.\n");
   }
 }
 
@@ -157,7 +157,7 @@ Status showPlan(Invocation& run) {
   RecordTable records(*store);
   RefusalTable refusals(*store);
   // What is pending comes before what was refused: nothing is deleted for the client then.
-  const bool pending = client.resetPending || client.giveBackPending;
+  const bool pending = client.resetPending || client.restorePending;
   const auto refusal = pending ? std::nullopt : refusals.find(client.id);
   const std::vector<RecordId> deletions = refusal ? refusals.deletions(client.id) : std::vector<RecordId>();
   if (!run.options.json) {
@@ -204,9 +204,9 @@ Status approvePlan(Invocation& run) {
                     "\" was refused."};
     }
     refuseWhereReset(client, "approve");
-    if (client.giveBackPending) {
+    if (client.restorePending) {
       throw Refused{"The client \"" + run.options.argument +
-                    "\" will be given back what it lacks at its next session; there is nothing to approve."};
+                    "\" will get back what it lacks at its next session; there is nothing to approve."};
     }
     refusals.approve(client.id, Platform::current().clock.now());
     run.out.write("The next session of " + printable(run.options.argument) + " may delete " +
@@ -216,15 +216,15 @@ Status approvePlan(Invocation& run) {
   return statusFine;
 }
 
-Status giveBack(Invocation& run) {
+Status restoreClient(Invocation& run) {
   const auto store = openStore();
   store->write([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
-    refuseWhereReset(client, "give back");
-    ClientTable(*store).setGiveBackPending(client.id, true);
+    refuseWhereReset(client, "restore");
+    ClientTable(*store).setRestorePending(client.id, true);
   });
   run.out.write("At its next session " + printable(run.options.argument) +
-                " is given back whatever it lacks. Nothing is deleted because it lacks it.\n");
+                " gets back whatever it lacks. Nothing is deleted because it lacks it.\n");
   return statusFine;
 }
 
@@ -238,7 +238,7 @@ Status resetClient(Invocation& run) {
       "At its next session " + printable(run.options.argument) +
       " is given everything anew. What it changed since its last session is lost then, and so is"
       " whatever its file holds that is not synced: entries hidden from sync, and what other programs"
-      " noted with an entry. `loomerctl giveback` keeps all that.\n");
+      " noted with an entry. `loomerctl restore` keeps all that.\n");
   return statusFine;
 }
 

@@ -28,7 +28,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"status", "", json, "what the store holds and what is waiting",
      "Shows the store's size, how many bookmarks, folders and clients it holds, the last session, and what\n"
-     "waits for the clients: what they are given back, pending resets, and refused plans.\n",
+     "waits for the clients: pending restores and resets, and refused plans.\n",
      showStatus},
     {"clients", "", json, "the registered clients",
      "One line for each client: what it holds, when it synced last, and what its next session waits for.\n",
@@ -61,15 +61,15 @@ constexpr Command kCommands[] = {
      "SESSION is a number from `sessions`. The outcome travels to every client at its next session, and can\n"
      "be undone in its turn. What a later session changed again stays, unless --force is given.\n",
      undoSession},
-    {"giveback", "CLIENT", 0, "gives a client back what it lacks at its next session",
-     "Nothing is deleted because the client lacks it; what it added or changed arrives as ever, and what\n"
+    {"restore", "CLIENT", 0, "restores what a client lacks at its next session",
+     "Nothing is deleted because the client lacks it; what it added or changed arrives as usual, and what\n"
      "else its file holds stays as it is. For a session that was refused because the client lacks most of\n"
      "the bookmarks, when they are not meant to go.\n",
-     giveBack},
+     restoreClient},
     {"reset", "CLIENT", 0, "gives a client everything anew at its next session",
      "The client deletes everything and is given the agreed bookmarks. What it changed since its last\n"
      "session is lost, and so is whatever its file holds that is not synced: entries hidden from sync, and\n"
-     "what other programs noted with an entry. `giveback` keeps all that.\n",
+     "what other programs noted with an entry. `restore` keeps all that.\n",
      resetClient},
     {"export", "FILE", 0, "writes a bookmarks file that browsers read",
      "An HTML file with everything in its order, replacing FILE. \"-\" is standard output.\n", exportFile},
@@ -119,11 +119,18 @@ struct UsageError {
 
 std::size_t wordsOf(const Command& command) { return std::strchr(command.name, ' ') ? 2 : 1; }
 
+/// What a command was called once; scripts may still call it so.
+constexpr std::pair<std::string_view, std::string_view> kFormerNames[] = {{"giveback", "restore"}};
+
 /// The command that the first arguments name; null for none.
 const Command* commandOf(const std::vector<std::string>& arguments) {
+  std::string_view one = arguments[0];
+  for (const auto& [former, name] : kFormerNames) {
+    if (one == former) one = name;
+  }
   const std::string two = arguments.size() > 1 ? arguments[0] + ' ' + arguments[1] : std::string();
   for (const Command& each : kCommands) {
-    if ((wordsOf(each) == 1 ? arguments[0] : two) == each.name) return &each;
+    if ((wordsOf(each) == 1 ? one : two) == each.name) return &each;
   }
   return nullptr;
 }

@@ -22,7 +22,7 @@ Status checkStore(Invocation& run);
 // ClientCommands.cpp
 Status showPlan(Invocation& run);
 Status approvePlan(Invocation& run);
-Status giveBack(Invocation& run);
+Status restoreClient(Invocation& run);
 Status resetClient(Invocation& run);
 // AccountCommands.cpp
 Status setAccount(Invocation& run);

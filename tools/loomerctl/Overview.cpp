@@ -60,12 +60,12 @@ std::string refusalText(const Refusal& refusal) {
 
 /// Whether somebody decided, or has to decide, about the client's next session.
 bool isWaiting(const ClientView& view) {
-  return view.state.resetPending || view.state.giveBackPending || view.refusal;
+  return view.state.resetPending || view.state.restorePending || view.refusal;
 }
 
 std::string nextText(const ClientView& view) {
   if (view.state.resetPending) return "will be replaced";
-  if (view.state.giveBackPending) return "will be given back what it lacks";
+  if (view.state.restorePending) return "will get back what it lacks";
   if (view.refusal) return refusalText(*view.refusal);
   if (!view.state.syncedRevision) return "first session";
   return view.news ? "changes may be waiting" : "up to date";
@@ -160,7 +160,7 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
     json.member("client", each.state.identifier);
     json.member("name", each.name);
     json.member("resetPending", each.state.resetPending);
-    json.member("giveBackPending", each.state.giveBackPending);
+    json.member("giveBackPending", each.state.restorePending);
     writeRefusal(json, each.refusal);
     json.endObject();
   }
@@ -227,7 +227,7 @@ void writeClients(JsonWriter& json, const std::vector<ClientView>& views) {
     json.member("syncedRevision", each.state.syncedRevision);
     json.member("changesMayWait", each.news);
     json.member("resetPending", each.state.resetPending);
-    json.member("giveBackPending", each.state.giveBackPending);
+    json.member("giveBackPending", each.state.restorePending);
     writeRefusal(json, each.refusal);
     json.endObject();
   }

@@ -148,7 +148,7 @@ LoomerClient& HubExchange::hubClient() {
 
 bool HubExchange::hasNewsForHub() {
   const auto state = stateOf(_manager.store());
-  return !state || state->resetPending || state->giveBackPending ||
+  return !state || state->resetPending || state->restorePending ||
          mayHaveNews(*state, RecordTable(_manager.store()).state());
 }
 

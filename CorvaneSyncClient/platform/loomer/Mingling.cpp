@@ -47,7 +47,7 @@ void Mingling::takeBase() {
   const bool taken = wasTaken();
   _knownMark = taken ? note->mark : note->knownMark;
   if (taken) _input.base = withDifference(note->handed, _input.base);
-  if (_start.client.giveBackPending) return;
+  if (_start.client.restorePending) return;
   if (_knownMark) _kind = SessionKind::slow;
 }
 

@@ -150,7 +150,7 @@ void Session::guard() {
       format("The client %@ lacks %d of %d bookmarks and folders, so that this session would delete them "
              "everywhere. Nothing was changed. %@If they are meant to go, look at `loomerctl plan %@`, run "
              "`loomerctl approve %@` and sync again; to give them back to the client, run "
-             "`loomerctl giveback %@` and sync again.",
+             "`loomerctl restore %@` and sync again.",
              client, refusal.deletions, refusal.live, _standing && _standing->approved ? another : "", client,
              client, client)};
 }
@@ -183,7 +183,7 @@ void Session::noteSession() {
   const std::int64_t revision = _mingling ? _mingling->revision() : _start.truth.revision;
   const bool news = _start.client.syncedRevision != revision;
   ClientState after = _start.client;
-  after.resetPending = after.giveBackPending = false;
+  after.resetPending = after.restorePending = false;
   after.syncedRevision = revision;
   ++after.sessions;
   after.sessionsWithoutRecords = _tookAllRecords ? 0 : after.sessionsWithoutRecords + 1;

@@ -17,7 +17,7 @@ bool isBaseUsable(const ClientState& client, const TruthState& truth) {
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
                         bool tellsEveryChange) {
   if (client.resetPending) return SessionKind::replace;
-  if (client.giveBackPending || !isBaseUsable(client, truth)) return SessionKind::refresh;
+  if (client.restorePending || !isBaseUsable(client, truth)) return SessionKind::refresh;
   const bool known = preferredMode >= LoomerSyncModeFast && preferredMode <= LoomerSyncModeRefresh;
   const auto preferred = known ? static_cast<SessionKind>(preferredMode) : SessionKind::refresh;
   // A client asks for refresh after a cancelled session. That would hand back what it has deleted, or, after

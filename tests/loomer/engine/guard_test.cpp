@@ -175,10 +175,10 @@ TEST_F(GuardSessionTest, MovesAreNoDeletions) {
   EXPECT_EQ(b->sync(), "");
 }
 
-TEST_F(GuardSessionTest, WhatIsLackingIsGivenBackWithoutDeletingAnything) {
+TEST_F(GuardSessionTest, WhatIsLackingIsRestoredWithoutDeletingAnything) {
   a->addBookmark("", "new", "http://n/");
-  EXPECT_THAT(a->sync(), HasSubstr("loomerctl giveback a"));
-  loomer::ClientTable(store()).setGiveBackPending(manager().clientWithIdentifier("a")->row(), true);
+  EXPECT_THAT(a->sync(), HasSubstr("loomerctl restore a"));
+  loomer::ClientTable(store()).setRestorePending(manager().clientWithIdentifier("a")->row(), true);
   EXPECT_EQ(a->sync(), "");
   EXPECT_EQ(a->nodes.size(), 7u);
   EXPECT_EQ(live(), 7) << "what the client added arrives too";
@@ -190,9 +190,9 @@ TEST_F(GuardSessionTest, WhatIsLackingIsGivenBackWithoutDeletingAnything) {
   EXPECT_EQ(live(), 6) << "it serves once";
 }
 
-TEST_F(GuardSessionTest, GivingBackWaitsForASessionThatFinishes) {
+TEST_F(GuardSessionTest, RestoreWaitsForASessionThatFinishes) {
   EXPECT_NE(a->sync(), "");
-  loomer::ClientTable(store()).setGiveBackPending(manager().clientWithIdentifier("a")->row(), true);
+  loomer::ClientTable(store()).setRestorePending(manager().clientWithIdentifier("a")->row(), true);
   a->finishAnswer = false;
   EXPECT_NE(a->sync(), "");
   EXPECT_EQ(number("SELECT sum(give_back_pending) FROM clients"), 1);

@@ -344,7 +344,7 @@ class BulkDeletion : public HubTest {
                          "The client com.keldra.Pelto lacks " +
                          howMany + " bookmarks and folders"))
         << said;
-    for (const char* command : {"plan", "approve", "giveback"})
+    for (const char* command : {"plan", "approve", "restore"})
       EXPECT_NE(said.find("`loomerctl " + std::string(command) + " com.keldra.Pelto`"), std::string::npos)
           << said;
     platform.log.messages.clear();
@@ -366,7 +366,7 @@ TEST_F(BulkDeletion, AnEmptiedTableDeletesNothingHereUntilSomebodyApproves) {
   }
   a->client->addBookmark("", "Later", "http://later/");
   expectRefused(*a, "102 of 102");
-  loomer::ClientTable(a->store()).setGiveBackPending(service(*a), true);
+  loomer::ClientTable(a->store()).setRestorePending(service(*a), true);
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(hub.live(), 103u) << "one computer gives everything back";
   settle();

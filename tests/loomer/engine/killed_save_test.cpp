@@ -110,13 +110,13 @@ TEST_F(KilledSave, AdditionThatTheUserDeletedSinceStaysDeleted) {
   EXPECT_EQ(b->text(), a->text());
 }
 
-TEST_F(KilledSave, AdditionThatTheUserDeletedSinceIsGivenBackWhereThatWasAskedFor) {
+TEST_F(KilledSave, AdditionThatTheUserDeletedSinceIsRestoredWhereThatWasAskedFor) {
   a->addBookmark("", "One", "http://one/");
   a->addBookmark("", "Two", "http://two/");
   ASSERT_EQ(a->sync(), "");
   syncKilledAfterSaving(*b);
   b->remove(b->find("One"));
-  loomer::ClientTable(store()).setGiveBackPending(manager().clientWithIdentifier("b")->row(), true);
+  loomer::ClientTable(store()).setRestorePending(manager().clientWithIdentifier("b")->row(), true);
   settle({b.get(), a.get()});
   EXPECT_EQ(a->text(), "One(http://one/) Two(http://two/)");
   EXPECT_EQ(b->text(), a->text());

@@ -28,8 +28,8 @@ loomer::ClientState client(std::optional<std::int64_t> synced, std::int64_t with
   return state;
 }
 
-loomer::ClientState givenBack(loomer::ClientState state) {
-  state.giveBackPending = true;
+loomer::ClientState restored(loomer::ClientState state) {
+  state.restorePending = true;
   return state;
 }
 
@@ -54,8 +54,8 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"nineteen sessions without records", 1, client(5, 19), truth, SessionKind::slow},
       {"eighteen sessions without records", 1, client(5, 18), truth, SessionKind::fast},
       {"a pending reset", 1, client(5, 0, false, true), truth, SessionKind::replace},
-      {"what it lacks is to be given back", 1, givenBack(client(5)), truth, SessionKind::refresh},
-      {"a pending reset before giving back", 1, givenBack(client(5, 0, false, true)), truth,
+      {"what it lacks is to be restored", 1, restored(client(5)), truth, SessionKind::refresh},
+      {"a pending reset before a restore", 1, restored(client(5, 0, false, true)), truth,
        SessionKind::replace},
       {"a mode that is none", 7, client(5), truth, SessionKind::refresh},
       {"refresh after a cancelled session", 3, cancelled(client(5)), truth, SessionKind::slow},

@@ -26,7 +26,7 @@ ClientState clientOf(const Statement& row) {
   client.sessionsWithoutRecords = row.integer(6);
   client.handedDown = row.integer(7) != 0;
   if (!row.isNull(8)) client.lastSession = Date{row.real(8)};
-  client.giveBackPending = row.integer(9) != 0;
+  client.restorePending = row.integer(9) != 0;
   client.cancelled = row.integer(10) != 0;
   return client;
 }
@@ -95,10 +95,10 @@ void ClientTable::setResetPending(std::int64_t client, bool pending) {
   });
 }
 
-void ClientTable::setGiveBackPending(std::int64_t client, bool pending) {
+void ClientTable::setRestorePending(std::int64_t client, bool pending) {
   _store.write([&] {
     _store.database()
-        .query("UPDATE clients SET give_back_pending = ? WHERE id = ?", "note what a client is given back")
+        .query("UPDATE clients SET give_back_pending = ? WHERE id = ?", "note a client's restore")
         .run(pending, client);
   });
 }
@@ -119,7 +119,7 @@ void ClientTable::finishSession(const ClientState& after) {
             "?, sessions = ?,"
             " without_records = ?, handed_down = ?, last_session = ? WHERE id = ?",
             "note a finished session")
-        .run(after.resetPending, after.giveBackPending, after.syncedRevision, after.sessions,
+        .run(after.resetPending, after.restorePending, after.syncedRevision, after.sessions,
              after.sessionsWithoutRecords, after.handedDown, after.lastSession.value_or(Date{}).seconds,
              after.id);
   });

@@ -16,7 +16,7 @@ struct ClientState {
   Date registered;
   bool resetPending = false;                   ///< its records are to be replaced at its next session
   bool cancelled = false;                      ///< its last session was, after which it asks for refresh
-  bool giveBackPending = false;                ///< what it lacks at its next session is given back to it
+  bool restorePending = false;                 ///< its next session restores whatever it lacks
   std::optional<std::int64_t> syncedRevision;  ///< the truth that its base stands for; nothing: no base yet
   std::int64_t sessions = 0;                   ///< finished ones
   std::int64_t sessionsWithoutRecords = 0;     ///< finished ones in a row that took no records
@@ -41,7 +41,7 @@ class ClientTable {
   /// Takes the client out with its base, its values and what is pending for it.
   void remove(std::int64_t client);
   void setResetPending(std::int64_t client, bool pending);
-  void setGiveBackPending(std::int64_t client, bool pending);
+  void setRestorePending(std::int64_t client, bool pending);
   /// Notes that the client's session was cancelled; until one finishes.
   void setCancelled(std::int64_t client);
   /// Notes a finished session.
