@@ -18,7 +18,7 @@ std::string titleIn(std::string_view bytes) {
     const auto nodes = parseBookmarksHtml(htmlAsUtf8(bytes, "old.html")).nodes;
     return nodes.empty() ? "no bookmarks" : nodes[0].title;
   } catch (const Refused& refused) {
-    return refused.reason;
+    return refused.reason();
   }
 }
 

@@ -113,8 +113,9 @@ constexpr OptionForm kOptions[] = {
 constexpr const char* kStatuses =
     "Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.\n";
 
-struct UsageError {
-  std::string reason;
+class UsageError : public PlatformException {
+ public:
+  explicit UsageError(std::string reason) : PlatformException("LoomerctlUsageError", std::move(reason)) {}
 };
 
 std::size_t wordsOf(const Command& command) { return std::strchr(command.name, ' ') ? 2 : 1; }
@@ -316,12 +317,9 @@ Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Ou
     return status;
   } catch (const OutputClosed&) {
     return statusFine;  // the reader has seen enough
-  } catch (const OutputFailed& failure) {
-    return complain(err, failure.reason, statusRefused);
   } catch (const UsageError& error) {
-    return complain(err, error.reason + ". `" + helpFor(arguments) + "` tells how it is used.", statusUsage);
-  } catch (const Refused& refused) {
-    return complain(err, refused.reason, statusRefused);
+    return complain(err, error.reason() + ". `" + helpFor(arguments) + "` tells how it is used.",
+                    statusUsage);
   } catch (const loomer::DamagedStoreException& exception) {
     return complain(err, exception.reason(), statusDamaged);
   } catch (const PropertyListException& exception) {
@@ -339,8 +337,7 @@ Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Ou
 void flushQuietly(Output& output) {
   try {
     output.flush();
-  } catch (const OutputClosed&) {
-  } catch (const OutputFailed&) {
+  } catch (const PlatformException&) {
   }
 }
 

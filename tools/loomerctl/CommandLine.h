@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "tools/loomerctl/Output.h"
 
 namespace corvane::loomerctl {
@@ -18,8 +19,9 @@ enum Status : int {
 };
 
 /// Why a command does not do what it was asked for, in sentences; ends the run with statusRefused.
-struct Refused {
-  std::string reason;
+class Refused : public PlatformException {
+ public:
+  explicit Refused(std::string reason) : PlatformException("LoomerctlRefused", std::move(reason)) {}
 };
 
 struct Options {

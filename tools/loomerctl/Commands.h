@@ -3,7 +3,7 @@
 #include "tools/loomerctl/CommandLine.h"
 
 // The commands. Each prints what it is asked for and answers the exit status; it raises Refused,
-// OutputClosed, OutputFailed, and what the store raises.
+// OutputClosed, and what the output and the store raise.
 
 namespace corvane::loomerctl {
 

@@ -54,7 +54,8 @@ void Output::flush() {
       const int error = errno;
       _buffer.clear();
       if (error == EPIPE) throw OutputClosed{};
-      throw OutputFailed{"cannot write the output: " + std::system_category().message(error)};
+      throw PlatformException("LoomerctlOutputFailed",
+                              "cannot write the output: " + std::system_category().message(error));
     }
   }
   _buffer.clear();

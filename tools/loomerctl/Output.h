@@ -3,19 +3,19 @@
 #include <string>
 #include <string_view>
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+
 namespace corvane::loomerctl {
 
 /// Nobody reads the output any more (the pipe was closed): the command ends quietly.
-struct OutputClosed {};
-
-/// The output could not be written for another reason.
-struct OutputFailed {
-  std::string reason;
+class OutputClosed : public PlatformException {
+ public:
+  OutputClosed() : PlatformException("LoomerctlOutputClosed", "nobody reads the output") {}
 };
 
 enum class Style { plain, heading, folder, faint, added, removed };
 
-/// A file descriptor, buffered. Raises OutputClosed and OutputFailed.
+/// A file descriptor, buffered. Raises OutputClosed, and a PlatformException where writing fails otherwise.
 class Output {
  public:
   /// `colours`: styles become terminal escape sequences; without, they are left out.
