@@ -195,7 +195,7 @@ void refuseWhereReset(const ClientState& client, const std::string& wanted) {
 
 Status approvePlan(Invocation& run) {
   const auto store = openStore();
-  store->write([&] {
+  store->writing([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
     RefusalTable refusals(*store);
     const auto refusal = refusals.find(client.id);
@@ -218,7 +218,7 @@ Status approvePlan(Invocation& run) {
 
 Status restoreClient(Invocation& run) {
   const auto store = openStore();
-  store->write([&] {
+  store->writing([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
     refuseWhereReset(client, "restore");
     ClientTable(*store).setRestorePending(client.id, true);
@@ -230,7 +230,7 @@ Status restoreClient(Invocation& run) {
 
 Status resetClient(Invocation& run) {
   const auto store = openStore();
-  store->write([&] {
+  store->writing([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
     ClientTable(*store).setResetPending(client.id, true);
   });

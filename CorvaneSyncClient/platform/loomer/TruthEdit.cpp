@@ -24,7 +24,7 @@ std::int64_t writeEdit(TruthStore& store, SessionEntry entry, const StoredTruth&
 std::optional<std::int64_t> editTruth(TruthStore& store, const String& author, SessionKind kind,
                                       const TruthPlanner& plan) {
   std::optional<std::int64_t> session;
-  store.write([&] {
+  store.writing([&] {
     SessionEntry entry;
     entry.client = author;
     entry.began = Platform::current().clock.now();

@@ -234,18 +234,11 @@ void PostgresHub::checkVersion(HubConnection& connection) {
   }
 }
 
-/// Runs `work` in a transaction. It commits when `work` answers a value that is not false, and else rolls
-/// back. When anything fails the connection is dropped, and the server rolls back. Where another transaction
-/// was in the way, all is done again, `work` too.
-template <typename Work>
-auto PostgresHub::inTransaction(const char* kind, const char* purpose, Work work) {
+template <typename Transaction>
+auto PostgresHub::repeatingOnConflict(const Transaction& transaction) {
   for (int attempt = 1;; ++attempt) {
     try {
-      HubConnection& connection = connected();
-      connection.run(beginning(kind, _patience), purpose);
-      auto answer = work(connection);
-      connection.run(answer ? "COMMIT" : "ROLLBACK", purpose);
-      return answer;
+      return transaction(connected());
     } catch (const HubConflict&) {
       _connection.reset();
       if (attempt == kAttempts) throw;
@@ -254,6 +247,26 @@ auto PostgresHub::inTransaction(const char* kind, const char* purpose, Work work
       throw;
     }
   }
+}
+
+template <typename Work>
+auto PostgresHub::reading(const char* purpose, const Work& work) {
+  return repeatingOnConflict([&](HubConnection& connection) {
+    connection.run(beginning(kReading, _patience), purpose);
+    auto answer = work(connection);
+    connection.run("COMMIT", purpose);
+    return answer;
+  });
+}
+
+template <typename Work>
+PostgresHub::Ending PostgresHub::writing(const char* purpose, const Work& work) {
+  return repeatingOnConflict([&](HubConnection& connection) {
+    connection.run(beginning(kWriting, _patience), purpose);
+    const Ending ending = work(connection);
+    connection.run(ending == Ending::commit ? "COMMIT" : "ROLLBACK", purpose);
+    return ending;
+  });
 }
 
 /// The rows are of a query of the user's own account, which answers one row when there is one.
@@ -380,12 +393,12 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, Sin
 
 HubNews PostgresHub::news(const std::vector<HubSeen>& seen) {
   bool isNoted = true;
-  HubNews found = *inTransaction(kReading, kReadNews, [&](HubConnection& connection) {
+  HubNews found = reading(kReadNews, [&](HubConnection& connection) {
     const State state = readState(connection);
     HubNews news;
     news.now = state.now;
     news.enabled = state.isEnabled;
-    if (!state.isEnabled) return std::make_optional(std::move(news));
+    if (!state.isEnabled) return news;
     isNoted = state.isNoted;
     news.room = state.room;
     news.roomForBytes = state.roomForBytes;
@@ -403,7 +416,7 @@ HubNews PostgresHub::news(const std::vector<HubSeen>& seen) {
           kReadNews);
       readRecords(connection, state, since, news);
     }
-    return std::make_optional(std::move(news));
+    return news;
   });
   if (!isNoted) noteComputer();
   return found;
@@ -411,10 +424,10 @@ HubNews PostgresHub::news(const std::vector<HubSeen>& seen) {
 
 void PostgresHub::noteComputer() {
   try {
-    inTransaction(kWriting, kNoteComputer, [&](HubConnection& connection) {
+    writing(kNoteComputer, [&](HubConnection& connection) {
       connection.run("SELECT corvane_hub.note_computer($1, $2)",
                      {uuidValue(_computer), textValue(computerName())}, kNoteComputer);
-      return true;
+      return Ending::commit;
     });
   } catch (const PlatformException&) {
     // The administrator's list is a day older then; the exchange goes on.
@@ -422,16 +435,17 @@ void PostgresHub::noteComputer() {
 }
 
 bool PostgresHub::push(const HubPush& push) {
-  return inTransaction(kWriting, kGiveChanges, [&](HubConnection& connection) {
+  const Ending ending = writing(kGiveChanges, [&](HubConnection& connection) {
     const HubRows rows =
         connection.run("SELECT corvane_hub.begin_push($1, $2, $3, $4, $5)",
                        {uuidValue(push.expected.account), bigValue(push.expected.revision),
                         uuidValue(push.expected.mark), uuidValue(push.mark), uuidValue(_computer)},
                        kGiveChanges);
-    if (!rows.boolean(0, 0)) return false;
+    if (!rows.boolean(0, 0)) return Ending::rollBack;
     putRecords(connection, push.records);
-    return true;
+    return Ending::commit;
   });
+  return ending == Ending::commit;
 }
 
 // Deletions go first: an account at its limit takes a push that deletes as much as it adds.
@@ -456,35 +470,35 @@ void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRec
 }
 
 bool PostgresHub::hasPush(const String& mark) {
-  return *inTransaction(kReading, kAskForPush, [&](HubConnection& connection) {
+  return reading(kAskForPush, [&](HubConnection& connection) {
     const HubRows rows = connection.run(
         "SELECT EXISTS(SELECT FROM corvane_hub.pushes p WHERE p.account = a.id AND p.mark = $1)"
         " FROM corvane_hub.accounts a WHERE a.role = session_user",
         {uuidValue(mark)}, kAskForPush);
     requireAccount(rows, kAskForPush);
-    return std::make_optional(rows.boolean(0, 0));
+    return rows.boolean(0, 0);
   });
 }
 
 bool PostgresHub::isEnabled(const String& dataClass) {
-  return *inTransaction(kReading, kReadSetting, [&](HubConnection& connection) {
+  return reading(kReadSetting, [&](HubConnection& connection) {
     const HubRows rows = connection.run(
         "SELECT EXISTS(SELECT FROM corvane_hub.settings s WHERE s.account = a.id"
         " AND s.computer = $1 AND s.data_class = $2 AND s.enabled)"
         " FROM corvane_hub.accounts a WHERE a.role = session_user",
         {uuidValue(_computer), textValue(dataClass)}, kReadSetting);
     requireAccount(rows, kReadSetting);
-    return std::make_optional(rows.boolean(0, 0));
+    return rows.boolean(0, 0);
   });
 }
 
 void PostgresHub::setEnabled(const String& dataClass, bool enabled) {
-  inTransaction(kWriting, kChangeSetting, [&](HubConnection& connection) {
+  writing(kChangeSetting, [&](HubConnection& connection) {
     connection.run(
         "SELECT corvane_hub.set_enabled($1, $2, $3, $4)",
         {uuidValue(_computer), textValue(computerName()), textValue(dataClass), booleanValue(enabled)},
         kChangeSetting);
-    return true;
+    return Ending::commit;
   });
 }
 

@@ -38,8 +38,19 @@ class PostgresHub : public Hub {
   struct State;
   struct Since;
 
+  /// How a transaction that may write is to end.
+  enum class Ending { commit, rollBack };
+
+  /// Runs `work` in a transaction that sees one moment of the service; answers what it answers.
   template <typename Work>
-  auto inTransaction(const char* kind, const char* purpose, Work work);
+  auto reading(const char* purpose, const Work& work);
+  /// Runs `work` in a transaction that ends as `work` says; answers how.
+  template <typename Work>
+  Ending writing(const char* purpose, const Work& work);
+  /// Runs `transaction`, and runs it again where another one was in its way. When anything fails the
+  /// connection is dropped, and the server rolls back.
+  template <typename Transaction>
+  auto repeatingOnConflict(const Transaction& transaction);
   HubConnection& connected();
   void checkVersion(HubConnection& connection);
   void requireAccount(const HubRows& rows, const char* purpose) const;

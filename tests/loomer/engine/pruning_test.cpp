@@ -20,7 +20,7 @@ class PruningTest : public EngineTest {
 
   /// Sessions without changes, as from a client that was only handed things down.
   void enterSessions(std::int64_t count) {
-    store().write([&] {
+    store().writing([&] {
       store()
           .database()
           .query(
@@ -33,7 +33,7 @@ class PruningTest : public EngineTest {
   }
 
   void prune(std::size_t rows = loomer::kPrunedRows) {
-    store().write([&] { loomer::pruneLog(store(), platform.clock.now(), rows); });
+    store().writing([&] { loomer::pruneLog(store(), platform.clock.now(), rows); });
   }
 };
 
@@ -88,7 +88,7 @@ TEST_F(PruningTest, DropsChangesLossesAndContentsThatNothingRefersToAnyMore) {
   ASSERT_EQ(a->sync(), "");
   const std::int64_t before = contentRows();
   EXPECT_EQ(before, 5);
-  store().write([&] {
+  store().writing([&] {
     store().database().execute("INSERT INTO losses VALUES(1, 2, 3, 'title', 'x', 'y', 1)", "test");
   });
   enterSessions(kKeptSessions);

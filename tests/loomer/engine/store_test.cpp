@@ -166,10 +166,10 @@ TEST_F(StoreTest, MigrationsTakeOnlyTheStepsNotTakenYet) {
   std::vector<const char*> steps(real.begin(), real.end());
   steps.push_back(
       "CREATE TABLE added(x INTEGER); INSERT INTO added SELECT count(*) FROM records WHERE id > 0");
-  store().write([&] { loomer::migrate(store().database(), steps); });
+  store().writing([&] { loomer::migrate(store().database(), steps); });
   EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(steps.size()));
   EXPECT_EQ(number("SELECT x FROM added"), 3) << "what was there is still there";
-  store().write([&] { loomer::migrate(store().database(), steps); });
+  store().writing([&] { loomer::migrate(store().database(), steps); });
   EXPECT_EQ(number("SELECT count(*) FROM added"), 1);
   store().database().execute("DROP TABLE added", "clean");
 }
@@ -179,7 +179,7 @@ TEST_F(StoreTest, FailingMigrationLeavesTheStoreAsItWas) {
   const auto real = loomer::storeMigrations();
   std::vector<const char*> steps(real.begin(), real.end());
   steps.push_back("CREATE TABLE added(x INTEGER); INSERT INTO nowhere VALUES(1)");
-  EXPECT_THROW(store().write([&] { loomer::migrate(store().database(), steps); }), PlatformException);
+  EXPECT_THROW(store().writing([&] { loomer::migrate(store().database(), steps); }), PlatformException);
   EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(real.size()));
   EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'added'"), 0);
 }

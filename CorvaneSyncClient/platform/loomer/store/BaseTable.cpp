@@ -179,7 +179,7 @@ void BaseTable::forgetFormer(std::int64_t client, std::int64_t session, std::siz
 }
 
 void BaseTable::offerAgain(std::int64_t client) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query("UPDATE base SET refused_revision = 0 WHERE client = ? AND refused_revision <> 0", kWriteBase)
         .run(client);

@@ -54,7 +54,7 @@ void ClientTable::enter(const String& identifier, const Dictionary& description,
         _store.database().query("SELECT description FROM clients WHERE id = ?", "read a client");
     if (query.open(known->id).next() && query.blob(0) == bytes) return;
   }
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query(
             "INSERT INTO clients(identifier, description, registered) VALUES(?, ?, ?)"
@@ -73,7 +73,7 @@ Dictionary ClientTable::description(std::int64_t client) {
 }
 
 void ClientTable::remove(std::int64_t client) {
-  _store.write([&] {
+  _store.writing([&] {
     Database& database = _store.database();
     ReleasedContents released(_store);
     if (released.isNeeded()) {
@@ -88,7 +88,7 @@ void ClientTable::remove(std::int64_t client) {
 }
 
 void ClientTable::setResetPending(std::int64_t client, bool pending) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query("UPDATE clients SET reset_pending = ? WHERE id = ?", "note a client's reset")
         .run(pending, client);
@@ -96,7 +96,7 @@ void ClientTable::setResetPending(std::int64_t client, bool pending) {
 }
 
 void ClientTable::setRestorePending(std::int64_t client, bool pending) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query("UPDATE clients SET give_back_pending = ? WHERE id = ?", "note a client's restore")
         .run(pending, client);
@@ -104,7 +104,7 @@ void ClientTable::setRestorePending(std::int64_t client, bool pending) {
 }
 
 void ClientTable::setCancelled(std::int64_t client) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query("UPDATE clients SET cancelled = 1 WHERE id = ?", "note a cancelled session")
         .run(client);
@@ -112,7 +112,7 @@ void ClientTable::setCancelled(std::int64_t client) {
 }
 
 void ClientTable::finishSession(const ClientState& after) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query(
             "UPDATE clients SET cancelled = 0, reset_pending = ?, give_back_pending = ?, synced_revision = "
@@ -140,7 +140,7 @@ void ClientTable::setValue(std::int64_t client, const String& key, const std::op
     const bool stored = query.open(client, key).next();
     if (stored ? value && query.blob(0) == bytes : !value) return;
   }
-  _store.write([&] {
+  _store.writing([&] {
     if (!value) {
       _store.database()
           .query("DELETE FROM client_values WHERE client = ? AND key = ?", "remove a client's value")

@@ -24,7 +24,7 @@ std::vector<RecordId> RefusalTable::deletions(std::int64_t client) {
 
 void RefusalTable::enter(std::int64_t client, const Refusal& refusal,
                          const std::vector<RecordId>& deletions) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query(
             "INSERT INTO refusals(client, digest, deletions, live, refused) VALUES(?, ?, ?, ?, ?)"
@@ -44,7 +44,7 @@ void RefusalTable::enter(std::int64_t client, const Refusal& refusal,
 
 bool RefusalTable::approve(std::int64_t client, Date now) {
   if (!find(client)) return false;
-  _store.write([&] {
+  _store.writing([&] {
     _store.database()
         .query("UPDATE refusals SET approved = ? WHERE client = ?", "approve a refused plan")
         .run(now.seconds, client);
@@ -53,7 +53,7 @@ bool RefusalTable::approve(std::int64_t client, Date now) {
 }
 
 void RefusalTable::remove(std::int64_t client) {
-  _store.write([&] {
+  _store.writing([&] {
     _store.database().query("DELETE FROM refusals WHERE client = ?", "forget a refused plan").run(client);
   });
 }

@@ -96,7 +96,7 @@ TruthStore::TruthStore(std::string path, const FileDescriptor& /*openingLock*/)
       "prepare the connection");
   if (_database.integer("PRAGMA user_version", "read its version") <
       static_cast<std::int64_t>(storeMigrations().size())) {
-    write([this] { migrate(_database, storeMigrations()); });
+    writing([this] { migrate(_database, storeMigrations()); });
   }
 }
 

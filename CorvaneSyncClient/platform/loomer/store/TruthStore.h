@@ -31,10 +31,10 @@ class TruthStore {
   /// several times a second by the platform's clock; false when it still writes then.
   bool begin(double seconds);
 
-  /// Runs `body` in the transaction that is open, else in one of its own that is committed, or rolled back
-  /// when `body` raises. Raises LoomerStoreException when another writer does not end in time.
+  /// Runs `body` in the transaction that is open, else in one of its own: committed when `body` returns,
+  /// rolled back when it raises. Raises LoomerStoreException when another writer does not end in time.
   template <typename Body>
-  void write(const Body& body) {
+  void writing(const Body& body) {
     if (_database.inTransaction()) return body();
     beginOrFail();
     try {
