@@ -3,6 +3,7 @@
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
 pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(RAPIDJSON REQUIRED IMPORTED_TARGET RapidJSON)
 pkg_check_modules(IDN2 REQUIRED IMPORTED_TARGET libidn2)
 pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)

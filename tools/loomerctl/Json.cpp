@@ -8,26 +8,9 @@
 
 namespace corvane::loomerctl {
 
-void JsonWriter::key(std::string_view name) {
-  separate();
-  writeText(name);
-  _out.write(": ");
-  _afterKey = true;
-}
-
 void JsonWriter::value(const String& text) {
   if (!text) return null();
   value(text.view());
-}
-
-void JsonWriter::value(std::string_view text) {
-  separate();
-  writeText(text);
-}
-
-void JsonWriter::value(bool truth) {
-  separate();
-  _out.write(truth ? "true" : "false");
 }
 
 void JsonWriter::value(Date date) {
@@ -36,46 +19,8 @@ void JsonWriter::value(Date date) {
   value(std::string_view(*text));
 }
 
-void JsonWriter::null() {
-  separate();
-  _out.write("null");
-}
-
-void JsonWriter::number64(std::int64_t number) {
-  separate();
-  _out.write(std::to_string(number));
-}
-
-void JsonWriter::open(char bracket) {
-  separate();
-  _out.write(std::string_view(&bracket, 1));
-  _levels.emplace_back();
-}
-
-void JsonWriter::close(char bracket) {
-  const bool used = _levels.back().used;
-  _levels.pop_back();
-  if (used) startLine();
-  _out.write(std::string_view(&bracket, 1));
-}
-
-void JsonWriter::separate() {
-  if (_afterKey) {
-    _afterKey = false;
-    return;
-  }
-  if (_levels.empty()) return;
-  if (_levels.back().used) _out.write(",");
-  _levels.back().used = true;
-  startLine();
-}
-
-void JsonWriter::startLine() {
-  _out.write("\n");
-  for (std::size_t i = 0; i < _levels.size(); ++i) _out.write("  ");
-}
-
-void JsonWriter::writeText(std::string_view text) {
+// RapidJSON would pass unpaired surrogates on as bytes that no reader takes.
+void JsonWriter::value(std::string_view text) {
   std::string escaped = "\"";
   const auto escape = [&escaped](unsigned unit) {
     char digits[7];
@@ -96,7 +41,7 @@ void JsonWriter::writeText(std::string_view text) {
     }
   }
   escaped += '"';
-  _out.write(escaped);
+  _json.RawValue(escaped.data(), escaped.size(), rapidjson::kStringType);
 }
 
 }  // namespace corvane::loomerctl
