@@ -1,24 +1,21 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/pelto/Deadline.h"
+
 namespace corvane::pelto {
 
-using Deadline = std::chrono::steady_clock::time_point;
-
-/// In so many seconds from now.
-Deadline after(double seconds);
-
+/// The addresses of a host, or why there are none.
 struct HostAddresses {
   std::vector<std::string> numeric;  ///< in the order to try them
-  std::string problem;               ///< why there are none, as the system puts it
+  std::string problem;               ///< in the system's words; empty when there are addresses
 };
 
-/// The numeric addresses of a host by its name, looked up by the system. Answers at the deadline at the
-/// latest, however long name servers keep silent: the lookup itself cannot be called off and ends later, in a
-/// thread of its own.
+/// Looks up the numeric addresses of a host name with the system's resolver. The resolver blocks for as long
+/// as it likes and cannot be cancelled, so it runs in a child process, which is killed at the deadline. The
+/// child holds none of this process's files or locks, and ends with this process.
 HostAddresses lookUpHost(const std::string& name, Deadline deadline);
 
 }  // namespace corvane::pelto

@@ -17,6 +17,7 @@
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
 #include "CorvaneSyncClient/platform/foundation/Utf8.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/pelto/HostLookup.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 
 // The library is asked for everything without blocking, and this file waits. It keeps SIGPIPE from the
@@ -35,24 +36,6 @@ struct Trouble {
 };
 
 constexpr const char* kLater = "Nothing was lost here; sync again later.";
-
-/// The part of the time until `deadline` for the first of `count` tries.
-Deadline shareOf(Deadline deadline, std::size_t count) {
-  const steady_clock::time_point now = steady_clock::now();
-  return now + (deadline - now) / static_cast<steady_clock::rep>(count);
-}
-
-/// Waits for the socket; the events that came, 0 at the deadline.
-short awaitSocket(int socket, short events, Deadline deadline) {
-  while (true) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-    if (left <= 0) return 0;
-    pollfd waited{socket, events, 0};
-    const int count = ::poll(&waited, 1, static_cast<int>(std::min<std::int64_t>(left, 60'000)));
-    if (count > 0) return waited.revents;
-    if (count < 0 && errno != EINTR) return POLLERR;  // a socket that is none: the library will say so
-  }
-}
 
 /// The library takes parameters that the address leaves open from variables such as PGHOSTADDR, PGSERVICE and
 /// PGSSLMODE, and there is no other way to keep it from that: an empty parameter counts as open.
@@ -280,7 +263,7 @@ bool awaitConnection(pg_conn* connection, Deadline deadline) {
   PostgresPollingStatusType status = PGRES_POLLING_WRITING;
   while (status == PGRES_POLLING_READING || status == PGRES_POLLING_WRITING) {
     const short events = status == PGRES_POLLING_READING ? POLLIN : POLLOUT;
-    if (awaitSocket(PQsocket(connection), events, deadline) == 0) return false;
+    if (awaitEvents(PQsocket(connection), events, deadline) == 0) return false;
     status = PQconnectPoll(connection);
   }
   return true;
@@ -389,7 +372,7 @@ void HubConnection::awaitSending(Deadline deadline, const char* purpose) {
     const int left = PQflush(_connection);
     if (left == 0) return;
     if (left < 0) failCutOff(purpose);
-    const short events = awaitSocket(PQsocket(_connection), POLLIN | POLLOUT, deadline);
+    const short events = awaitEvents(PQsocket(_connection), POLLIN | POLLOUT, deadline);
     if (events == 0) failTimedOut(purpose);
     // A server that answers early may not read on before it got rid of the answer.
     if ((events & POLLIN) != 0 && PQconsumeInput(_connection) == 0) failCutOff(purpose);
@@ -398,7 +381,7 @@ void HubConnection::awaitSending(Deadline deadline, const char* purpose) {
 
 pg_result* HubConnection::nextResult(Deadline deadline, const char* purpose) {
   while (PQisBusy(_connection) != 0) {
-    if (awaitSocket(PQsocket(_connection), POLLIN, deadline) == 0) failTimedOut(purpose);
+    if (awaitEvents(PQsocket(_connection), POLLIN, deadline) == 0) failTimedOut(purpose);
     if (PQconsumeInput(_connection) == 0) failCutOff(purpose);
   }
   return PQgetResult(_connection);

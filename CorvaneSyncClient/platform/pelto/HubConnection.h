@@ -9,7 +9,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/String.h"
-#include "CorvaneSyncClient/platform/pelto/HostLookup.h"
+#include "CorvaneSyncClient/platform/pelto/Deadline.h"
 #include "CorvaneSyncClient/platform/pelto/HubAddress.h"
 #include "CorvaneSyncClient/platform/pelto/HubValues.h"
 
