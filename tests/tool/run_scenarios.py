@@ -1,15 +1,18 @@
 #!/usr/bin/env python3
-"""run_scenarios.py PROGRAM FOLDER: runs the scripted sessions of a folder and compares the outcomes.
+"""run_scenarios.py [--accept] PROGRAM FOLDER: runs the scripted sessions of a folder and compares the outcomes.
 
-Each NAME.plist is a session and its NAME.expected.plist what is expected of it. The two property lists
-must be equal, and the working map's entries must stand in the same order besides. Where the expected client
-values or a line of a log say "(date of the save)", any date within the run will do, and where a line says
-"(home)", any absolute path. Every session is run once more with the diagnostic log on, which must make no
-difference but its lines. Every difference is printed behind its scenario's name. Exit status 0 when all
-agree.
+Each NAME.scenario is a session and what comes of it, in the form that scenario_text/ explains. It must read as the
+text of the session run anew does, to the letter. "(date of the save)" stands for any date within the run and, in the
+lines of the logs, "(home)" for the session's home and "(hash)" for the hash of a file. Every session is run once more
+with the diagnostic log on, which must change nothing but that log. Differences are printed below the name of their
+scenario. Exit status 0 when there is none.
+
+With --accept, scenarios that differ are rewritten as they are found; read what changes before you commit it.
 """
 
+import argparse
 import datetime
+import difflib
 import os
 import plistlib
 import re
@@ -17,150 +20,124 @@ import subprocess
 import sys
 import tempfile
 
-DATE_OF_THE_SAVE = "(date of the save)"
-HOME = "(home)"
-EXPECTED = ".expected.plist"
-SCENARIO = ".plist"
+from scenario_text.scenarios import read_scenario, scenario_text
+from scenario_text.values import MalformedScenario, Words
+
+SUFFIX = ".scenario"
+DATE_OF_THE_SAVE = Words("(date of the save)")
+DATE_IN_LOG = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4}")
+HASH = re.compile(r"\b[0-9a-f]{32}\b")
 
 
-def now():
-    return datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None)
+class Scenario:
+    """A file of the folder; ends the run with a message if it is malformed."""
+
+    def __init__(self, folder, name):
+        self.name, self.path = name, os.path.join(folder, name + SUFFIX)
+        with open(self.path, encoding="utf-8") as file:
+            self.text = file.read()
+        try:
+            self.comment, self.session = read_scenario(self.text)
+        except MalformedScenario as error:
+            sys.exit(f"{self.path}: {error}")
+
+    def text_with(self, result):
+        return scenario_text(self.comment, self.session, result)
 
 
-def same(expected, actual):
-    """Equality that tells types apart: true is not 1, and 1 is not 1.0."""
-    if type(expected) is not type(actual):
-        return False
-    if isinstance(expected, dict):
-        return expected.keys() == actual.keys() and all(same(expected[key], actual[key]) for key in expected)
-    if isinstance(expected, list):
-        return len(expected) == len(actual) and all(map(same, expected, actual))
-    return expected == actual
+class Run:
+    """The results of the program for some sessions, without what differs from run to run."""
+
+    def __init__(self, program, sessions):
+        with tempfile.TemporaryDirectory() as directory:
+            self._home = re.compile(re.escape(os.path.realpath(directory)) + r"/[^/]+/home")
+            self._begin = self._now()
+            found = self._results(program, sessions, directory)
+            self._end = self._now()
+        self.results = [self._settled(result) for result in found]
+
+    @staticmethod
+    def _now():
+        return datetime.datetime.now(datetime.timezone.utc)
+
+    @staticmethod
+    def _results(program, sessions, directory):
+        files = [os.path.join(directory, name + ".plist") for name in sessions]
+        for path, session in zip(files, sessions.values()):
+            with open(path, "wb") as file:
+                plistlib.dump(session, file, sort_keys=False)
+        environment = {**os.environ, "TMPDIR": directory}
+        run = subprocess.run([program, *files], stdout=subprocess.PIPE, env=environment, check=False)
+        if run.returncode != 0:
+            sys.exit(f"{program} ended with status {run.returncode}")
+        found = plistlib.loads(run.stdout)
+        found = [found] if len(files) == 1 else found
+        if len(found) != len(files):
+            sys.exit(f"{program} answered {len(found)} results for {len(files)} scenarios")
+        return found
+
+    def _is_of_the_run(self, date):
+        # Dates come with whole seconds, and a file system's clock may lag behind by a tick.
+        return self._begin.replace(microsecond=0) - datetime.timedelta(seconds=1) <= date <= self._end
+
+    def _settled_value(self, value):
+        if not isinstance(value, datetime.datetime):
+            return value
+        return DATE_OF_THE_SAVE if self._is_of_the_run(value.replace(tzinfo=datetime.timezone.utc)) else value
+
+    def _settled_date(self, match):
+        date = datetime.datetime.strptime(match[0], "%Y-%m-%d %H:%M:%S %z")
+        return DATE_OF_THE_SAVE.words if self._is_of_the_run(date) else match[0]
+
+    def _settled_line(self, line):
+        return DATE_IN_LOG.sub(self._settled_date, HASH.sub("(hash)", self._home.sub("(home)", line)))
+
+    def _settled(self, result):
+        for log in ("SystemLog", "DiagnosticLog"):
+            result[log] = [self._settled_line(line) for line in result[log]]
+        result["ClientValues"] = {key: self._settled_value(value) for key, value in result["ClientValues"].items()}
+        return result
 
 
-def differences(expected, actual, place):
-    """Where the two differ, one line each, as deep down as it can be told."""
-    if isinstance(expected, dict) and isinstance(actual, dict):
-        for key in list(expected) + [key for key in actual if key not in expected]:
-            here = f"{place}.{key}" if place else key
-            if key not in actual:
-                yield f"{here}: expected {expected[key]!r}, is absent"
-            elif key not in expected:
-                yield f"{here}: expected absent, is {actual[key]!r}"
-            else:
-                yield from differences(expected[key], actual[key], here)
-    elif isinstance(expected, list) and isinstance(actual, list) and len(expected) == len(actual):
-        for index, pair in enumerate(zip(expected, actual)):
-            yield from differences(*pair, f"{place}[{index}]")
-    elif not same(expected, actual):
-        yield f"{place}: expected {expected!r}, is {actual!r}"
-
-
-def order_differences(expected, actual):
-    wanted, found = list(expected.get("WorkingMap", {})), list(actual.get("WorkingMap", {}))
-    if wanted != found:
-        yield f"WorkingMap: expected the order {wanted}, is {found}"
-
-
-def is_of_the_run(date, begin, end):
-    # Dates come with whole seconds, and a file system's clock may lag behind by a tick.
-    return begin.replace(microsecond=0) - datetime.timedelta(seconds=1) <= date <= end
-
-
-def fill_in_save_dates(expected, actual, begin, end):
-    """Replaces the words for the date of the save by the actual date where that is one of the run."""
-    values = expected.get("ClientValues", {})
-    for key, value in values.items():
-        date = actual.get("ClientValues", {}).get(key)
-        if value == DATE_OF_THE_SAVE and isinstance(date, datetime.datetime) and is_of_the_run(date, begin, end):
-            values[key] = date
-
-
-def stands_for(line, found, begin, end):
-    """Whether a line of a log is the expected one, with a path and a date of the run in place of the words."""
-    pattern = re.escape(line).replace(re.escape(HOME), "/.+").replace(re.escape(DATE_OF_THE_SAVE), "(?P<date>.+)")
-    match = re.fullmatch(pattern, found)
-    if not match or "date" not in match.groupdict():
-        return match is not None
-    try:
-        date = datetime.datetime.strptime(match["date"], "%Y-%m-%d %H:%M:%S %z")
-    except ValueError:
-        return False
-    return is_of_the_run(date.astimezone(datetime.timezone.utc).replace(tzinfo=None), begin, end)
-
-
-def fill_in_logs(expected, actual, begin, end):
-    """Replaces expected lines of the logs by the actual ones that they stand for."""
-    for log in ("SystemLog", "DiagnosticLog"):
-        lines = expected.get(log, [])
-        for index, pair in enumerate(zip(lines, actual.get(log, []))):
-            if stands_for(*pair, begin, end):
-                lines[index] = pair[1]
-
-
-def names_in(folder):
-    """The scenarios of a folder; each must have its expectation, and each expectation its scenario."""
-    files = os.listdir(folder)
-    expected = {file.removesuffix(EXPECTED) for file in files if file.endswith(EXPECTED)}
-    scenarios = {file.removesuffix(SCENARIO) for file in files
-                 if file.endswith(SCENARIO) and not file.endswith(EXPECTED)}
-    if alone := sorted(expected ^ scenarios):
-        sys.exit(f"{folder}: without a scenario or without an expectation: {', '.join(alone)}")
-    if not scenarios:
+def scenarios_in(folder):
+    names = sorted(file.removesuffix(SUFFIX) for file in os.listdir(folder) if file.endswith(SUFFIX))
+    if not names:
         sys.exit(f"{folder}: there are no scenarios")
-    return sorted(scenarios)
+    return [Scenario(folder, name) for name in names]
 
 
-def results(program, files):
-    run = subprocess.run([program, *files], stdout=subprocess.PIPE, check=False)
-    if run.returncode != 0:
-        sys.exit(f"{program} ended with status {run.returncode}")
-    result = plistlib.loads(run.stdout)
-    return [result] if len(files) == 1 else result
+def traced(session):
+    return {**session, "Preferences": {**session.get("Preferences", {}), "SCLog": "YES"}}
 
 
-def traced(scenario, directory):
-    """A copy of a scenario, in `directory`, with the diagnostic log on."""
-    with open(scenario, "rb") as file:
-        copy = plistlib.load(file)
-    copy.setdefault("Preferences", {})["SCLog"] = "YES"
-    path = os.path.join(directory, os.path.basename(scenario))
-    with open(path, "wb") as file:
-        plistlib.dump(copy, file, sort_keys=False)
-    return path
-
-
-def disagreements(program, scenarios, expectations, leave_out=()):
-    """Where the outcomes are not the expected ones, but for the keys to leave out; one line each."""
-    begin = now()
-    actuals = results(program, scenarios)
-    end = now()
-    if len(actuals) != len(scenarios):
-        sys.exit(f"{program} answered {len(actuals)} results for {len(scenarios)} scenarios")
-    for path, actual in zip(expectations, actuals):
-        with open(path, "rb") as file:
-            expected = plistlib.load(file)
-        for key in leave_out:
-            expected[key] = actual[key]
-        fill_in_save_dates(expected, actual, begin, end)
-        fill_in_logs(expected, actual, begin, end)
-        name = os.path.basename(path).removesuffix(EXPECTED)
-        for difference in list(differences(expected, actual, "")) or order_differences(expected, actual):
-            yield f"{name}: {difference}"
+def difference(expected, actual):
+    lines = difflib.unified_diff(expected.splitlines(True), actual.splitlines(True), "expected", "found", n=1)
+    return "".join(lines)
 
 
 def main():
-    program, folder = sys.argv[1:]
-    names = names_in(folder)
-    scenarios = [os.path.join(folder, name + SCENARIO) for name in names]
-    expectations = [os.path.join(folder, name + EXPECTED) for name in names]
-    found = list(disagreements(program, scenarios, expectations))
-    with tempfile.TemporaryDirectory() as directory:
-        copies = [traced(scenario, directory) for scenario in scenarios]
-        for difference in disagreements(program, copies, expectations, ["DiagnosticLog"]):
-            found.append(f"with the diagnostic log on, {difference}")
-    print("".join(line + "\n" for line in found), end="")
-    sys.exit(1 if found else 0)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--accept", action="store_true")
+    parser.add_argument("program")
+    parser.add_argument("folder")
+    arguments = parser.parse_args()
+    scenarios = scenarios_in(arguments.folder)
+    plain = Run(arguments.program, {scenario.name: scenario.session for scenario in scenarios})
+    trace = Run(arguments.program, {scenario.name: traced(scenario.session) for scenario in scenarios})
+    agree = True
+    for scenario, result, with_trace in zip(scenarios, plain.results, trace.results):
+        text = scenario.text_with(result)
+        text_with_trace = scenario.text_with({**with_trace, "DiagnosticLog": result["DiagnosticLog"]})
+        if text != scenario.text:
+            agree = False
+            print(f"{scenario.name}:\n{difference(scenario.text, text)}")
+            if arguments.accept:
+                with open(scenario.path, "w", encoding="utf-8") as file:
+                    file.write(text)
+        if text != text_with_trace:
+            agree = False
+            print(f"{scenario.name}, with the diagnostic log on:\n{difference(text, text_with_trace)}")
+    sys.exit(0 if agree else 1)
 
 
 if __name__ == "__main__":

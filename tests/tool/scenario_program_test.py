@@ -10,6 +10,43 @@ import unittest
 
 PROGRAM, RUNNER = sys.argv[1:3]
 
+SAVE = """\
+Bookmarks 2026-11-21T10:00:00Z
+  ant "Ant" http://ant.example/
+  bee "Bee" http://bee.example/
+
+deleteAllRecords Folder -> true
+willFinish -> true
+
+Outcome: Synced=true SaveAttempts=1 Notifications=["CorvaneBookmarkFileNotificationName"] FeedAgentWoken=true
+ClientValues modDateOnLastSync=(date of the save)
+Bookmarks WebBookmarkFileVersion=1 WebBookmarkType="WebBookmarkTypeList"
+  ant "Ant" http://ant.example/ twice
+  bee "Bee" http://bee.example/ twice
+WorkingMap as the file
+"""
+# Stores the date of the file, which is long past.
+QUIET = """\
+Bookmarks
+
+willFinish -> true
+
+Outcome: Synced=true SaveAttempts=0 Notifications=[] FeedAgentWoken=true
+ClientValues modDateOnLastSync=2001-01-01T00:16:40Z
+Bookmarks unchanged
+WorkingMap as the file
+"""
+# Prints the same result for every scenario, but notes one notification more if the diagnostic log is on.
+MEDDLER = """\
+#!/usr/bin/env python3
+import plistlib, sys
+traced = [b"SCLog" in open(path, "rb").read() for path in sys.argv[1:]]
+results = [{"Created": True, "Synced": True, "Results": [], "SaveAttempts": 0, "Backups": [], "ClientValues": {},
+            "Notifications": ["traced"] * trace, "FeedAgentWoken": True, "SystemLog": [], "DiagnosticLog": []}
+           for trace in traced]
+plistlib.dump(results if len(results) > 1 else results[0], sys.stdout.buffer)
+"""
+
 
 class ScenarioProgramTest(unittest.TestCase):
     def setUp(self):
@@ -25,15 +62,17 @@ class ScenarioProgramTest(unittest.TestCase):
     def run_program(self, *files):
         return subprocess.run([PROGRAM, *files], capture_output=True, check=False)
 
-    def compare(self, scenario, expected):
-        with tempfile.TemporaryDirectory() as folder:
-            self.write(os.path.join(folder, "s.plist"), scenario)
-            self.write(os.path.join(folder, "s.expected.plist"), expected, sort_keys=False)
-            return self.run_folder(folder)
-
-    def run_folder(self, folder):
-        command = [sys.executable, RUNNER, PROGRAM, folder]
+    def compare(self, *options, program=PROGRAM, **texts):
+        """Runs the texts as the scenarios of a folder, which are called as the arguments are."""
+        for name, text in texts.items():
+            with open(os.path.join(self.directory.name, name + ".scenario"), "w", encoding="utf-8") as file:
+                file.write(text)
+        command = [sys.executable, RUNNER, *options, program, self.directory.name]
         return subprocess.run(command, capture_output=True, text=True, check=False)
+
+    def written(self, name):
+        with open(os.path.join(self.directory.name, name + ".scenario"), encoding="utf-8") as file:
+            return file.read()
 
     def result(self, scenario):
         return plistlib.loads(self.run_program(self.write("r.plist", scenario)).stdout)
@@ -94,98 +133,83 @@ class ScenarioProgramTest(unittest.TestCase):
         self.assertIn(line, result["SystemLog"])
 
     def test_comparison_accepts_what_is_equal(self):
-        run = self.compare({}, self.result({}))
+        run = self.compare(save=SAVE, quiet=QUIET)
         self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
+        self.assertEqual(run.stdout, "")
 
-    def test_comparison_tells_values_and_types_apart(self):
-        for key, value in (("SaveAttempts", 1), ("Created", 1), ("Backups", ["x"])):
-            expected = self.result({})
-            expected[key] = value
-            run = self.compare({}, expected)
-            self.assertEqual(run.returncode, 1)
-            self.assertIn(key, run.stdout)
+    def test_comparison_shows_every_difference_below_its_scenario(self):
+        wrong = SAVE.replace("SaveAttempts=1", "SaveAttempts=2").replace('twice\n  bee "Bee"', 'twice\n  bee "Bye"')
+        run = self.compare(right=SAVE, wrong=wrong)
+        self.assertEqual(run.returncode, 1)
+        self.assertNotIn("right", run.stdout)
+        self.assertTrue(run.stdout.startswith("wrong:\n"))
+        changed = [line for line in run.stdout.split("\n") if line[:1] in "+-" and line[1:4] not in ("++ ", "-- ")]
+        outcome = 'Outcome: Synced=true SaveAttempts={} Notifications=["CorvaneBookmarkFileNotificationName"]'
+        self.assertEqual(
+            [line for line in changed if line],
+            [
+                "-" + outcome.format(2) + " FeedAgentWoken=true",
+                "+" + outcome.format(1) + " FeedAgentWoken=true",
+                '-  bee "Bye" http://bee.example/ twice',
+                '+  bee "Bee" http://bee.example/ twice',
+            ],
+        )
 
-    def test_differences_bear_the_scenarios_names(self):
-        with tempfile.TemporaryDirectory() as folder:
-            for name, created in (("right", True), ("wrong", False), ("wrong too", False)):
-                self.write(os.path.join(folder, name + ".plist"), {})
-                expected = self.result({})
-                expected["Created"] = created
-                self.write(os.path.join(folder, name + ".expected.plist"), expected, sort_keys=False)
-            run = self.run_folder(folder)
-            self.assertEqual(run.returncode, 1)
-            self.assertEqual(
-                run.stdout,
-                "wrong: Created: expected False, is True\n"
-                "wrong too: Created: expected False, is True\n"
-                "with the diagnostic log on, wrong: Created: expected False, is True\n"
-                "with the diagnostic log on, wrong too: Created: expected False, is True\n",
-            )
-
-    def test_scenarios_and_expectations_come_in_pairs(self):
-        with tempfile.TemporaryDirectory() as folder:
-            self.assertIn("no scenarios", self.run_folder(folder).stderr)
-            self.write(os.path.join(folder, "lonely.plist"), {})
-            run = self.run_folder(folder)
-            self.assertEqual(run.returncode, 1)
-            self.assertIn("lonely", run.stderr)
-
-    def test_comparison_wants_every_key(self):
-        expected = self.result({})
-        del expected["Notifications"]
-        self.assertIn("Notifications: expected absent", self.compare({}, expected).stdout)
+    def test_comparison_wants_every_line(self):
+        lines = SAVE.splitlines(True)
+        for index in range(lines.index("\n") + 1, len(lines)):
+            text = "".join(lines[:index] + lines[index + 1 :])
+            self.assertNotEqual(self.compare(save=text).returncode, 0, lines[index])
 
     def test_comparison_wants_the_working_maps_order(self):
-        def entry(uid):
-            return {
-                "WebBookmarkType": "WebBookmarkTypeLeaf",
-                "WebBookmarkUUID": uid,
-                "URLString": "http://a.example/",
-            }
+        text = SAVE.replace("WorkingMap as the file", "WorkingMap as the file in the order bee ant Root")
+        self.assertIn("-WorkingMap as the file in the order bee ant Root\n+WorkingMap", self.compare(save=text).stdout)
 
-        scenario = {"Bookmarks": {"Children": [entry("a"), entry("b")]}}
-        expected = self.result(scenario)
-        self.assertEqual(self.compare(scenario, expected).returncode, 0)
-        expected["WorkingMap"] = dict(reversed(expected["WorkingMap"].items()))
-        run = self.compare(scenario, expected)
+    def test_accepted_scenarios_are_written_as_they_are_found(self):
+        given = "# What it is about.\n" + SAVE[: SAVE.index("Outcome:")].replace(" -> true", "")
+        self.assertEqual(self.compare("--accept", save=given).returncode, 1)
+        self.assertEqual(self.written("save"), "# What it is about.\n\n" + SAVE)
+        self.assertEqual(self.compare("--accept", save=self.written("save")).returncode, 0)
+
+    def test_a_difference_that_the_diagnostic_log_makes_is_shown(self):
+        program = os.path.join(self.directory.name, "meddler")
+        with open(program, "w", encoding="utf-8") as file:
+            file.write(MEDDLER)
+        os.chmod(program, 0o700)
+        text = "Outcome: Synced=true SaveAttempts=0 Notifications=[] FeedAgentWoken=true\n"
+        run = self.compare(program=program, quiet=text)
+        self.assertEqual(run.returncode, 1, run.stderr)
+        self.assertTrue(run.stdout.startswith("quiet, with the diagnostic log on:\n"))
+        self.assertIn('Notifications=["traced"]', run.stdout)
+
+    def test_malformed_scenarios_are_named_by_the_comparison(self):
+        run = self.compare(bad="# About.\n\nrecords\n")
         self.assertEqual(run.returncode, 1)
-        self.assertIn("WorkingMap: expected the order ['b', 'a', 'Root']", run.stdout)
+        self.assertIn("bad.scenario: line 3: an entity is expected instead of the end of the line", run.stderr)
+
+    def test_folder_without_scenarios_fails(self):
+        run = self.compare()
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("there are no scenarios", run.stderr)
 
     def test_save_date_words_stand_for_dates_of_the_run_alone(self):
-        scenario = {"Steps": [{"Call": "deleteAllRecords", "Entity": "Folder"}, {"Call": "willFinish"}]}
-        expected = self.result(scenario)
-        expected["ClientValues"]["modDateOnLastSync"] = "(date of the save)"
-        run = self.compare(scenario, expected)
-        self.assertEqual(run.returncode, 0, run.stdout)
+        self.assertEqual(self.compare(save=SAVE).returncode, 0)
+        text = QUIET.replace("2001-01-01T00:16:40Z", "(date of the save)")
+        self.assertEqual(self.compare(save=SAVE, quiet=text).returncode, 1)
 
-        quiet = {"Bookmarks": {}, "Steps": [{"Call": "willFinish"}]}  # stores the file's date, long past
-        expected = self.result(quiet)
-        expected["ClientValues"]["modDateOnLastSync"] = "(date of the save)"
-        self.assertEqual(self.compare(quiet, expected).returncode, 1)
-
-    def test_words_in_log_lines_stand_for_paths_and_for_dates_of_the_run_alone(self):
-        scenario = {
-            "Preferences": {"SCLog": "YES"},
-            "Bookmarks": {},
-            "Steps": [{"Call": "deleteAllRecords", "Entity": "Folder"}, {"Call": "willFinish"}],
-        }
-        read = "read bookmarks at (home)/Library/Corvane/Bookmarks.plist with mod date "
-        saved = "com.keldra.Corvane - Engine pushed changes and we modified bookmarks file at (date of the save)"
-        then = "2001-01-01 00:16:40 +0000 ( 1000.000000000000000000)"
-        for line, status in (
-            (read + then, 0),
-            (read + then.replace("1000.", "1001."), 1),
-            (read.replace("Library", "Elsewhere") + then, 1),
-            (read + "(date of the save) ( 1000.000000000000000000)", 1),
-            (read + "(date of the save)", 1),
-        ):
-            expected = self.result(scenario)
-            expected["ClientValues"]["modDateOnLastSync"] = "(date of the save)"
-            log = expected["DiagnosticLog"]
-            log[0] = line
-            log[[text[:40] for text in log].index(saved[:40])] = saved
-            run = self.compare(scenario, expected)
-            self.assertEqual(run.returncode, status, line + run.stdout)
+    def test_words_in_log_lines_stand_for_the_home_and_for_dates_of_the_run_alone(self):
+        traced = 'Preferences SCLog="YES"\n' + SAVE.replace("2026-11-21T10:00:00Z", "2001-01-01T00:16:40Z")
+        self.compare("--accept", traced=traced)
+        accepted = self.written("traced")
+        read = "  | read bookmarks at (home)/Library/Corvane/Bookmarks.plist with mod date "
+        then = "2001-01-01 00:16:40 +0000 ( 1000.000000000000000000)\n"
+        saved = "  | com.keldra.Corvane - Engine pushed changes and we modified bookmarks file at (date of the save)\n"
+        self.assertIn(read + then, accepted)
+        self.assertIn(saved, accepted)
+        self.assertEqual(self.compare(traced=accepted).returncode, 0)
+        for one, other in (("(home)", "(home)/home"), ("2001-01-01 00:16:40 +0000", "(date of the save)"),
+                           ("at (date of the save)", "at 2026-11-21 10:00:00 +0000")):  # fmt: skip
+            self.assertEqual(self.compare(traced=accepted.replace(one, other)).returncode, 1, other)
 
 
 if __name__ == "__main__":
