@@ -1,8 +1,8 @@
 #include "CorvaneSyncClient/front/Registration.h"
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 #include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"

@@ -2,7 +2,7 @@
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 

@@ -7,7 +7,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/Format.h"
 #include "CorvaneSyncClient/platform/foundation/Value.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 
 namespace corvane {
 

@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane {

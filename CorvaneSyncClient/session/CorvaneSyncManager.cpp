@@ -3,7 +3,7 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/StandardDirectories.h"

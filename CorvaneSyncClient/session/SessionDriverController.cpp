@@ -2,8 +2,8 @@
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
-#include "CorvaneSyncClient/platform/loomer/FileUrl.h"
-#include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
+#include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"

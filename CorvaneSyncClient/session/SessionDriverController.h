@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
 #include "CorvaneSyncClient/session/TopDownFolders.h"
 
 namespace corvane {

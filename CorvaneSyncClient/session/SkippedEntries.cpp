@@ -7,8 +7,8 @@
 #include "CorvaneSyncClient/model/CorvaneFileForm.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
-#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane {

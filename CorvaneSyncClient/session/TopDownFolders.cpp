@@ -4,7 +4,7 @@
 #include <unordered_map>
 
 #include "CorvaneSyncClient/model/CorvaneBookmark.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 
 namespace corvane {
 

@@ -143,7 +143,7 @@ Sample Computer::sync(const loomer::TruthPlanner& edit) {
   {
     const Stopwatch timed(whole);
     loomer::EmbeddedManager manager(_store);
-    auto exchange = std::make_unique<loomer::HubExchange>(manager, [&] {
+    auto exchange = std::make_unique<loomer::HubExchange>(manager.clients(), [&] {
       return std::make_unique<NotedHub>(std::make_unique<pelto::PostgresHub>(_url, _identifier), dealings);
     });
     loomer::ExchangingSessionDriver driver(std::make_unique<EditingDriver>(manager, edit, edited),

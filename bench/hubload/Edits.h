@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "CorvaneSyncClient/platform/loomer/TruthEdit.h"
+#include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
 
 namespace corvane::hubload {
 

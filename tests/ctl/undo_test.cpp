@@ -1,6 +1,6 @@
 // Undoing sessions: by the real command, and in random histories.
 
-#include "CorvaneSyncClient/platform/loomer/Undo.h"
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 
 #include <gmock/gmock.h>
 

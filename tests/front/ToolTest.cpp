@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/front/Installation.h"
 

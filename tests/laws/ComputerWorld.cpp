@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 
 namespace corvane {
 

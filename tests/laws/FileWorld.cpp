@@ -7,7 +7,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/Undo.h"
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "tests/fakes/Files.h"

@@ -4,7 +4,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "tests/laws/EngineHome.h"
 #include "tests/laws/FileLaws.h"
 #include "tests/loomer/engine/ScriptedClient.h"

@@ -9,7 +9,7 @@
 #include "CorvaneSyncClient/model/BookmarkMap.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "tests/fakes/StrictPlatform.h"
 
 namespace corvane {

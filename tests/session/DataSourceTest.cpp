@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "CorvaneSyncClient/platform/loomer/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
 #include "tests/session/SessionTest.h"
 
 namespace corvane {

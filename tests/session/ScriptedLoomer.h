@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 
 namespace corvane {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 #include "tests/fakes/StrictPlatform.h"

@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "tests/session/SessionTest.h"
 #include "tests/system/ScopedVariable.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "tests/tool/scenario/RecordNames.h"
 #include "tests/tool/scenario/Scenario.h"
 

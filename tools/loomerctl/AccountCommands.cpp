@@ -1,6 +1,6 @@
 // `account set`, `show`, `test` and `remove`.
 
-#include "CorvaneSyncClient/platform/loomer/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/pelto/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Commands.h"

@@ -2,8 +2,9 @@
 
 #include <unordered_map>
 
-#include "CorvaneSyncClient/platform/loomer/HubClient.h"
-#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "tools/loomerctl/Text.h"
 
 namespace corvane::loomerctl {

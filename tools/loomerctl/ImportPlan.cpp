@@ -7,7 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Places.h"
 #include "tools/loomerctl/HtmlText.h"
 

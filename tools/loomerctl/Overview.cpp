@@ -1,6 +1,6 @@
 // `status` and `clients`.
 
-#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"

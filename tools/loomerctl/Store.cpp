@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandLine.h"
 

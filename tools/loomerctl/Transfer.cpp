@@ -3,7 +3,7 @@
 #include <system_error>
 #include <unordered_map>
 
-#include "CorvaneSyncClient/platform/loomer/TruthEdit.h"
+#include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Commands.h"

@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "CorvaneSyncClient/platform/loomer/Undo.h"
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "tools/loomerctl/Commands.h"
 #include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Text.h"

@@ -1,7 +1,6 @@
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 
-#include "CorvaneSyncClient/platform/loomer/ClientDescription.h"
-#include "CorvaneSyncClient/platform/loomer/EmbeddedSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -13,43 +12,16 @@ constexpr const char* kCannotRegister = "Loomer - cannot register client %@ with
 
 }  // namespace
 
-std::string storePathForHome(const std::string& homeDirectory) {
-  return joinedPath(homeDirectory, "Library/Application Support/Loomer/Truth.db");
-}
-
 EmbeddedManager::EmbeddedManager(const std::string& storePath) : _store(storePath) {}
 
 EmbeddedClient* EmbeddedManager::clientWithIdentifier(const String& identifier) {
-  const std::string key = identifier.toString();
-  const auto state = identifier ? _table.find(identifier) : std::nullopt;
-  if (!state) {
-    _clients.erase(key);  // another process may have unregistered it
-    return nullptr;
-  }
-  std::unique_ptr<EmbeddedClient>& client = _clients[key];
-  if (!client || client->row() != state->id) {
-    client = std::make_unique<EmbeddedClient>(_store, identifier, state->id);
-  }
-  return client.get();
-}
-
-EmbeddedClient* EmbeddedManager::registerClient(const String& identifier,
-                                                const std::string& descriptionFilePath,
-                                                std::string& problem) {
-  const auto description = readClientDescription(descriptionFilePath, problem);
-  if (!description) return nullptr;
-  if (identifier.empty()) {
-    problem = "the client has no identifier";
-    return nullptr;
-  }
-  _table.enter(identifier, *description, Platform::current().clock.now());
-  return clientWithIdentifier(identifier);
+  return _clients.find(identifier);
 }
 
 LoomerClient* EmbeddedManager::registerClientWithIdentifier(const String& identifier,
                                                             const std::string& descriptionFilePath) {
   std::string problem;
-  LoomerClient* client = registerClient(identifier, descriptionFilePath, problem);
+  LoomerClient* client = _clients.registerClient(identifier, descriptionFilePath, problem);
   if (!client) SCLog(kCannotRegister, identifier, descriptionFilePath, problem);
   return client;
 }
@@ -65,23 +37,19 @@ LoomerClient* EmbeddedManager::registerClientWithIdentifier(
   }
   const std::string path = joinedPath(bundle->path(), descriptionBundleRelativePath);
   std::string problem;
-  LoomerClient* client = registerClient(identifier, path, problem);
+  LoomerClient* client = _clients.registerClient(identifier, path, problem);
   if (!client) systemLog(kCannotRegister, identifier, path, problem);
   return client;
 }
 
-void EmbeddedManager::unregisterClient(LoomerClient& client) {
-  const String identifier = client.clientIdentifier();
-  if (const auto state = _table.find(identifier)) forgetClient(_store, state->id);
-  _clients.erase(identifier.toString());
-}
+void EmbeddedManager::unregisterClient(LoomerClient& client) { _clients.unregisterClient(client); }
 
 std::unique_ptr<LoomerSessionDriver> EmbeddedManager::sessionDriverWithDataSource(
     LoomerSessionDriverDataSource& dataSource) {
-  auto driver = std::make_unique<EmbeddedSessionDriver>(*this, dataSource);
+  auto driver = std::make_unique<EmbeddedSessionDriver>(_clients, dataSource);
   if (!_openHub) return driver;
   return std::make_unique<ExchangingSessionDriver>(std::move(driver),
-                                                   std::make_unique<HubExchange>(*this, _openHub));
+                                                   std::make_unique<HubExchange>(_clients, _openHub));
 }
 
 }  // namespace corvane::loomer

@@ -1,17 +1,13 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 
-#include "CorvaneSyncClient/platform/loomer/EmbeddedClient.h"
-#include "CorvaneSyncClient/platform/loomer/HubExchange.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubExchange.h"
+#include "CorvaneSyncClient/platform/loomer/session/ClientRegistry.h"
 
 namespace corvane::loomer {
-
-/// Where the store of the user with this home directory stands.
-std::string storePathForHome(const std::string& homeDirectory);
 
 /// The engine in this process, over one store.
 class EmbeddedManager : public LoomerManager {
@@ -24,10 +20,6 @@ class EmbeddedManager : public LoomerManager {
                                              const std::string& descriptionFilePath) override;
   LoomerClient* registerClientWithIdentifier(const String& identifier, const String& descriptionBundleId,
                                              const std::string& descriptionBundleRelativePath) override;
-  /// As `registerClientWithIdentifier:descriptionFilePath:`, with the cause given to the caller in place of
-  /// the log.
-  EmbeddedClient* registerClient(const String& identifier, const std::string& descriptionFilePath,
-                                 std::string& problem);
   void unregisterClient(LoomerClient& client) override;
   std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource) override;
@@ -36,13 +28,12 @@ class EmbeddedManager : public LoomerManager {
   void useHub(HubOpener openHub) { _openHub = std::move(openHub); }
 
   TruthStore& store() { return _store; }
+  ClientRegistry& clients() { return _clients; }
 
  private:
   TruthStore _store;
-  ClientTable _table{_store};
+  ClientRegistry _clients{_store};
   HubOpener _openHub;
-  std::map<std::string, std::unique_ptr<EmbeddedClient>>
-      _clients;  // by identifier; those that were asked for
 };
 
 }  // namespace corvane::loomer

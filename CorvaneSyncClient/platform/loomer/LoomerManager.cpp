@@ -1,4 +1,4 @@
-#include "CorvaneSyncClient/platform/loomer/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "CorvaneSyncClient/platform/pelto/UserAccount.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/loomer/LoomerSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
 
 namespace corvane {
 

@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "CorvaneSyncClient/platform/loomer/SessionGuard.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionGuard.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "tests/loomer/engine/EngineFixture.h"
 

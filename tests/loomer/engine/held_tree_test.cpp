@@ -2,8 +2,8 @@
 
 #include <random>
 
-#include "CorvaneSyncClient/platform/loomer/HeldTree.h"
-#include "CorvaneSyncClient/platform/loomer/MovableForest.h"
+#include "CorvaneSyncClient/platform/loomer/session/HeldTree.h"
+#include "CorvaneSyncClient/platform/loomer/session/MovableForest.h"
 
 // What the client holds while some changes are not taken. The sizes are such that a walk up the tree for each
 // question would not end within a test's time.

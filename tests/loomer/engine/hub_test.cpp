@@ -5,8 +5,8 @@
 #include <functional>
 #include <new>
 
-#include "CorvaneSyncClient/platform/loomer/HubClient.h"
-#include "CorvaneSyncClient/platform/loomer/RecordIntake.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "tests/loomer/engine/ComputersFixture.h"

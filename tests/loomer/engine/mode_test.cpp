@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/loomer/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
 namespace corvane {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "CorvaneSyncClient/platform/loomer/Undo.h"
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/loomer/engine/EngineFixture.h"

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "CorvaneSyncClient/platform/loomer/HubClient.h"
-#include "CorvaneSyncClient/platform/loomer/HubPast.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubPast.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 #include "tests/loomer/engine/ComputersFixture.h"
 

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/FileUrl.h"
-#include "CorvaneSyncClient/platform/loomer/RecordSchema.h"
+#include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
 namespace corvane {

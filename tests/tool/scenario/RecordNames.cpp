@@ -1,6 +1,6 @@
 #include "tests/tool/scenario/RecordNames.h"
 
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 
 namespace corvane::scenario {
 

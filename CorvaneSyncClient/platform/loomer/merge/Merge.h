@@ -1,67 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 namespace corvane::loomer {
-
-/// A record's number in the truth: given once, never used again. The root is no record; it is the parent
-/// `kRoot`.
-using RecordId = std::int64_t;
-inline constexpr RecordId kRoot = 0;
-
-enum class Entity : std::uint8_t { folder, bookmark };
-
-/// What a record says, apart from its place in the tree. Each field merges on its own.
-struct Content {
-  String name;            ///< absent where a client sent none
-  String url;             ///< bookmarks only; absent where a client sent none
-  bool tabGroup = false;  ///< folders only: opens as a group of tabs
-  bool special = false;   ///< the bookmarks bar and the bookmarks menu, folders directly in the root
-  friend bool operator==(const Content&, const Content&) = default;
-};
-
-/// One record of the truth. Siblings are ordered by `place`; no two live siblings share one.
-struct TruthRecord {
-  RecordId id = 0;
-  Entity entity = Entity::bookmark;
-  RecordId parent = kRoot;
-  std::int64_t place = 0;
-  Content content;
-  std::int64_t revision = 0;  ///< of the last session that changed it
-  bool deleted = false;       ///< a tombstone
-};
-
-/// One record of a client's base: what that client held when its last session ended, and which record it
-/// stands for.
-struct BaseRecord {
-  String localId;
-  RecordId record = 0;
-  Entity entity = Entity::bookmark;
-  RecordId parent = kRoot;    ///< the record that the client's parent folder stands for
-  std::int32_t position = 0;  ///< the client's own number, a sort key among its siblings
-  Content content;
-  /// The truth's revision of the record that the client refused or ignored: not offered again while it
-  /// stands.
-  std::int64_t refusedRevision = 0;
-  /// The client was offered the record but does not hold it: it never counts as deleted by the client.
-  bool notHeld = false;
-  friend bool operator==(const BaseRecord&, const BaseRecord&) = default;
-};
-
-/// One record as the client pushed it.
-struct ClientRecord {
-  String localId;
-  String parentLocalId;  ///< absent for the root
-  Entity entity = Entity::bookmark;
-  std::int32_t position = 0;
-  Content content;
-};
 
 struct MergeInput {
   /// Every live record and every tombstone that is still kept, in any order.
@@ -80,12 +27,6 @@ struct MergeInput {
   std::int64_t revision = 1;
 };
 
-/// A record of the truth as it is to be after the session. `before` is absent for a new record.
-struct TruthChange {
-  std::optional<TruthRecord> before;
-  TruthRecord after;
-};
-
 /// One change for the client, in the order of handing down.
 struct ClientChange {
   LoomerChangeType type = LoomerChangeTypeAdd;
@@ -95,15 +36,6 @@ struct ClientChange {
   RecordId parent = kRoot;    ///< not for deletions
   std::int32_t position = 0;  ///< the number that places it in the client's folder; not for deletions
   Content content;            ///< whole; not for deletions
-};
-
-/// A value that lost a conflict: kept for the change log.
-struct Loss {
-  RecordId record = 0;
-  std::string attribute;  ///< "name", "url", "tab group", "parent", "order" or "deletion"
-  std::string clientValue;
-  std::string truthValue;
-  bool clientWon = false;
 };
 
 struct MergeResult {

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/Text.h"
-#include "CorvaneSyncClient/platform/loomer/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
 
 // Which numbers can stay? Let s(i) count the pairs of neighbours up to child i that need different numbers.

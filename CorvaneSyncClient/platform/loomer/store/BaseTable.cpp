@@ -60,12 +60,6 @@ BaseRecord baseRecordOf(const Statement& row) {
   return record;
 }
 
-const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record) {
-  const auto found = std::lower_bound(base.begin(), base.end(), record,
-                                      [](const BaseRecord& each, RecordId id) { return each.record < id; });
-  return found != base.end() && found->record == record ? &*found : nullptr;
-}
-
 StoredBase BaseTable::read(std::int64_t client) {
   Statement query = _store.database().query(kEvery.c_str(), kReadBase);
   StoredBase base;

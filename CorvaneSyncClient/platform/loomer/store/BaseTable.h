@@ -11,9 +11,6 @@ namespace corvane::loomer {
 /// not_held, name, url, tab_group and special.
 BaseRecord baseRecordOf(const Statement& row);
 
-/// In a base by ascending record; null for one that it does not name.
-const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
-
 /// A record as a client held it from the end of one of its sessions to the end of a later one. Sessions are
 /// numbered from 1; 0 is the time before the first.
 struct HeldVersion {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Date.h"
-#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 namespace corvane::loomer {
 

@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "CorvaneSyncClient/platform/loomer/records/Records.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 
 namespace corvane::loomer {

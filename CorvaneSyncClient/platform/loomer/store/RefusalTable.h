@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Date.h"
-#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "CorvaneSyncClient/platform/loomer/records/Records.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 
 namespace corvane::loomer {

@@ -9,6 +9,17 @@
 
 namespace corvane::loomer {
 
+/// What kind of session the engine runs. The numbers are those of LoomerSyncMode, as far as they go, and
+/// stand in the log. The last two are changes of the truth by a person, without a client.
+enum class SessionKind : int {
+  fast = 1,
+  slow = 2,
+  refresh = 3,
+  replace = 4,     ///< the client is emptied and given everything
+  undo = 5,        ///< a session was undone
+  importFile = 6,  ///< a bookmarks file was read
+};
+
 /// One finished session that changed something on either side. Quiet sessions are counted with their client
 /// and leave no row.
 struct SessionEntry {

@@ -82,6 +82,10 @@ std::string prepared(std::string path) {
 
 }  // namespace
 
+std::string storePathForHome(const std::string& homeDirectory) {
+  return joinedPath(homeDirectory, "Library/Application Support/Loomer/Truth.db");
+}
+
 // The lock ends with the full expression: once the store is open.
 TruthStore::TruthStore(std::string path) : TruthStore(path, lockForOpening(path)) {}
 

@@ -7,6 +7,9 @@
 
 namespace corvane::loomer {
 
+/// Where the store of the user with this home directory stands.
+std::string storePathForHome(const std::string& homeDirectory);
+
 /// The engine's store of one user: one SQLite file that holds the truth, the clients and the logs.
 ///
 /// Opening makes the directory (0700, and those above it) and the file (0600) where they are missing, and

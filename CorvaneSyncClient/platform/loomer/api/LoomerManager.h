@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
+
+namespace corvane {
+
+/// The sync engine as its clients meet it: the registry of clients, and the maker of sessions.
+class LoomerManager {
+ public:
+  virtual ~LoomerManager() = default;
+
+  /// The current engine: the one that a LoomerManagerScope made current, else the embedded engine of the
+  /// user's store, made at the first call. Raises PlatformException when the store cannot be opened (damaged,
+  /// newer, not permitted).
+  static LoomerManager& sharedManager();
+  /// As `sharedManager`, for who only asks: null where the user has no store yet, and none is made.
+  static LoomerManager* sharedManagerOfExistingStore();
+
+  /// The registered client, owned by the manager and valid until it is unregistered; null when there is none.
+  virtual LoomerClient* clientWithIdentifier(const String& identifier) = 0;
+  /// `registerClientWithIdentifier:descriptionFilePath:`: registers the client that the property list
+  /// describes, or answers the existing registration with its description renewed. Null, with a line in the
+  /// diagnostic log that names path and cause, when the description cannot be used: saying so is the
+  /// caller's, who may have to keep silent.
+  virtual LoomerClient* registerClientWithIdentifier(const String& identifier,
+                                                     const std::string& descriptionFilePath) = 0;
+  /// `registerClientWithIdentifier:descriptionBundleId:descriptionBundleRelativePath:`: as above, the
+  /// description named by a bundle's identifier and a path relative to that bundle; the line is one in the
+  /// system log.
+  virtual LoomerClient* registerClientWithIdentifier(const String& identifier,
+                                                     const String& descriptionBundleId,
+                                                     const std::string& descriptionBundleRelativePath) = 0;
+  /// Removes the client's base, values and pending reset, never the truth. `client` is gone afterwards.
+  virtual void unregisterClient(LoomerClient& client) = 0;
+
+  virtual std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
+      LoomerSessionDriverDataSource& dataSource) = 0;
+};
+
+/// Makes an engine current for as long as this object lives, then the one before it again.
+class LoomerManagerScope {
+ public:
+  explicit LoomerManagerScope(LoomerManager& manager);
+  ~LoomerManagerScope();
+  LoomerManagerScope(const LoomerManagerScope&) = delete;
+  LoomerManagerScope& operator=(const LoomerManagerScope&) = delete;
+
+ private:
+  LoomerManager* _before;
+};
+
+}  // namespace corvane

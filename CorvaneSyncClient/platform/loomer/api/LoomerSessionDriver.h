@@ -1,0 +1,127 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <unordered_set>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerChange.h"
+
+namespace corvane {
+
+/// A client registered with the engine, and the values that the engine keeps for it between sessions.
+class LoomerClient {
+ public:
+  virtual ~LoomerClient() = default;
+  virtual String clientIdentifier() const = 0;
+  /// The value kept under `key`; nothing when there is none.
+  virtual std::optional<Value> objectForKey(const String& key) = 0;
+  /// `setObject:forKey:`; nothing removes the value.
+  virtual void setObject(const std::optional<Value>& object, const String& key) = 0;
+};
+
+class LoomerSessionDriver;
+
+/// An earlier state of a client, to which it was put back, though others may have changed it since.
+struct EarlierState {
+  /// The number of the client's session whose end it stood at, or stood after; 0 for one before the first.
+  std::int64_t session = 0;
+  /// The local ids of what was added, changed or deleted at the client since that state, as far as the client
+  /// can tell.
+  std::unordered_set<String> changed;
+};
+
+/// What the engine asks of a client during one session. All calls come synchronously from inside
+/// `LoomerSessionDriver::sync`, from one thread.
+class LoomerSessionDriverDataSource {
+ public:
+  virtual ~LoomerSessionDriverDataSource() = default;
+
+  virtual String clientIdentifier() = 0;
+  /// File URL of the client description; nothing when there is no such resource.
+  virtual std::optional<Url> clientDescriptionURL() = 0;
+  virtual std::vector<Url> schemaBundleURLs() = 0;
+  virtual std::vector<String> entityNamesToSync() = 0;
+  /// A LoomerSyncMode.
+  virtual int preferredSyncModeForEntityName(const String& entityName) = 0;
+  /// Seconds.
+  virtual double sessionBeginSessionTimeout() = 0;
+  virtual double sessionPullChangesTimeout() = 0;
+
+  /// `recordsForEntityName:moreComing:error:`: records by local id. Asked again while `moreComing` is set to
+  /// true.
+  virtual Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) = 0;
+  /// `changedRecordsForEntityName:moreComing:error:`: as above, the records changed since the last session.
+  virtual Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing,
+                                                 String& error) = 0;
+
+  /// `applyChange:forEntityName:remappedRecordIdentifier:formattedRecord:error:` answers a
+  /// LoomerChangeResult. `remappedRecordIdentifier` receives the client's own id for an added record and is
+  /// otherwise left alone.
+  virtual int applyChange(const LoomerChange& change, const String& entityName,
+                          String& remappedRecordIdentifier, const Dictionary* formattedRecord,
+                          String& error) = 0;
+  /// `deleteAllRecordsForEntityName:error:`; false cancels the session.
+  virtual bool deleteAllRecordsForEntityName(const String& entityName, String& error) = 0;
+
+  /// `sessionDriver:didRegisterClientAndReturnError:`; false, here and below, cancels the session.
+  virtual bool sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& error) = 0;
+  /// `sessionDriver:didPullAndReturnError:`
+  virtual bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) = 0;
+  /// `sessionDriver:willFinishSessionAndReturnError:`
+  virtual bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) = 0;
+  /// `sessionDriverWillCancelSession:`; what it stores with the client is kept though the session is rolled
+  /// back.
+  virtual void sessionDriverWillCancelSession(LoomerSessionDriver& driver) = 0;
+
+  // What a client that keeps a history of its own can tell besides. A file cannot, which the answers here
+  // say.
+
+  /// Whether what the client has read for this session is still what it holds, as far as it can tell. Asked
+  /// once no other session can run any more.
+  virtual bool isUpToDate() { return true; }
+  /// Reads again what the client holds, because it is not up to date or another session of the same client
+  /// came in between; the session is then registered and its mode asked for once more. False when it cannot,
+  /// which cancels the session.
+  virtual bool readAgain() { return false; }
+  /// Whether the client tells every change and every deletion since it was last asked: it need never be
+  /// looked at whole. The guard judges the deletions all the same.
+  virtual bool tellsEveryChange() { return false; }
+  /// Whether the client may be put back to an earlier state: what it held before is then kept for a while.
+  virtual bool mayGoBack() { return false; }
+  /// The state to which it was put back since its last session, null when it was not. The same pointer at
+  /// every call.
+  virtual const EarlierState* wentBackTo() { return nullptr; }
+  /// Whether the client's ids are the records' own, the same in every store: a record is met again by its id
+  /// alone, also after it was deleted, and goes by it from then on.
+  virtual bool identifiersAreGlobal() { return false; }
+  /// Told before the session finishes: the changes that it handed down go by this mark.
+  virtual void willTakeChanges(const String& /*mark*/) {}
+  /// Whether the client has durably taken the changes of that mark; nothing when it cannot tell. Asked after
+  /// a session of which nobody knows how it ended.
+  virtual std::optional<bool> tookChanges(const String& /*mark*/) { return std::nullopt; }
+};
+
+/// Runs one session for a data source.
+class LoomerSessionDriver {
+ public:
+  virtual ~LoomerSessionDriver() = default;
+
+  /// `sessionDriverWithDataSource:` of the current engine. The data source must outlive the driver.
+  static std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
+      LoomerSessionDriverDataSource& dataSource);
+
+  /// The client that the session runs for, not owned (the manager owns it); null leaves it to the data
+  /// source's identifier and description.
+  virtual void _setClient(LoomerClient* client) = 0;
+  /// The session's client; null before there is one.
+  virtual LoomerClient* client() = 0;
+  /// Runs the session. False when it did not succeed: `lastError` says why and nothing has changed.
+  /// Exceptions of the data source pass through after the session was cancelled.
+  virtual bool sync() = 0;
+  /// Why the last `sync` answered false; absent after a success.
+  virtual String lastError() = 0;
+};
+
+}  // namespace corvane

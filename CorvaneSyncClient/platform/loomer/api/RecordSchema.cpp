@@ -1,0 +1,240 @@
+#include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
+
+#include <algorithm>
+
+#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+constexpr std::string_view kSystemLibrary = "/System/Library/";
+constexpr const char* kBookmarksSchema =
+    "/System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema";
+constexpr const char* kBrowserBundle = "com.keldra.Corvane";
+
+[[noreturn]] void fail(const std::string& path, const std::string& cause) {
+  throw SchemaProblem{"The sync schema " + path + " cannot be used: " + cause +
+                      ". Install the program again to bring the file back."};
+}
+
+/// What is wrong, for `readFile` to say where.
+[[noreturn]] void reject(std::string cause) { throw SchemaProblem{std::move(cause)}; }
+
+String required(const Dictionary& dictionary, const char* key, const std::string& where) {
+  String text = dictionary.string(key);
+  if (!text || text.empty()) reject(where + " has no \"" + key + "\"");
+  return text;
+}
+
+std::vector<String> strings(const Dictionary& dictionary, const char* key) {
+  std::vector<String> texts;
+  if (const Array* array = dictionary.array(key)) {
+    for (const Value& value : *array) {
+      if (value.string()) texts.push_back(value.string());
+    }
+  }
+  return texts;
+}
+
+/// Enters one attribute under its meaning, which decides the type that it must have.
+void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std::string& where) {
+  const String key = required(attribute, "Key", "an attribute of " + where);
+  const String type = required(attribute, "Type", "the attribute \"" + key.toString() + "\" of " + where);
+  const String meaning =
+      required(attribute, "Meaning", "the attribute \"" + key.toString() + "\" of " + where);
+  struct Form {
+    const char* meaning;
+    const char* type;
+    String* target;
+  };
+  const Form forms[] = {{"name", "string", &schema.nameKey},
+                        {"url", "URL", &schema.urlKey},
+                        {"tab group", "integer", &schema.tabGroupKey},
+                        {"position", "integer", &schema.positionKey}};
+  for (const Form& form : forms) {
+    if (!(meaning == form.meaning)) continue;
+    if (!(type == form.type)) {
+      reject("the attribute \"" + key.toString() + "\" of " + where + " must be of type " + form.type);
+    }
+    *form.target = key;
+    if (const String alias = attribute.string("HandedDownAlsoAs")) schema.positionAliases.push_back(alias);
+    return;
+  }
+  reject("the attribute \"" + key.toString() + "\" of " + where + " has the unknown meaning \"" +
+         meaning.toString() + "\"");
+}
+
+std::string listed(const std::vector<String>& keys) {
+  std::string text;
+  for (const String& key : keys) text += (text.empty() ? "\"" : ", \"") + key.toString() + '"';
+  return text;
+}
+
+/// The merge takes two records without a common id for one by just these attributes: a schema that declares
+/// others would promise what no session keeps.
+void checkIdentity(const EntitySchema& schema, std::vector<String> declared, const std::string& where) {
+  std::vector<String> needed{schema.nameKey, schema.parentKey};
+  if (schema.entity == Entity::bookmark) needed.push_back(schema.urlKey);
+  const auto byText = [](const String& a, const String& b) { return a.view() < b.view(); };
+  std::sort(needed.begin(), needed.end(), byText);
+  std::sort(declared.begin(), declared.end(), byText);
+  if (declared == needed) return;
+  reject("the identity attributes of " + where + " are " + (declared.empty() ? "none" : listed(declared)) +
+         ", but records are told apart by " + listed(needed));
+}
+
+void checkComplete(const EntitySchema& schema, const String& ordering, const std::string& where) {
+  if (!schema.nameKey) reject(where + " has no attribute that is its name");
+  if (!schema.positionKey) reject(where + " has no attribute that is its position");
+  if (!(ordering == schema.positionKey))
+    reject("the ordering attribute of " + where + " is not its position");
+  if (schema.entity == Entity::bookmark && !schema.urlKey)
+    reject(where + " has no attribute that is its URL");
+  if (schema.entity == Entity::folder && !schema.tabGroupKey) {
+    reject(where + " has no attribute that tells groups of tabs");
+  }
+  // The numbers that the engine gives siblings leave out this one alone.
+  if (schema.entity == Entity::folder && schema.specialPosition != LoomerPositionSpecial)
+    reject("the special position of " + where + " is not " + std::to_string(LoomerPositionSpecial));
+}
+
+EntitySchema readEntity(const Dictionary& dictionary) {
+  EntitySchema schema;
+  schema.name = required(dictionary, "Name", "an entity");
+  const std::string where = "the entity " + schema.name.toString();
+  const String kind = required(dictionary, "Kind", where);
+  if (!(kind == "folder") && !(kind == "bookmark"))
+    reject(where + " is of the unknown kind \"" + kind.toString() + "\"");
+  schema.entity = kind == "folder" ? Entity::folder : Entity::bookmark;
+  schema.parentKey = required(dictionary, "ParentRelationship", where);
+  schema.specialPosition = dictionary.integer32("SpecialPosition");
+  if (const Array* attributes = dictionary.array("Attributes")) {
+    for (const Value& attribute : *attributes) {
+      if (const auto* form = attribute.as<Dictionary>()) readAttribute(*form, schema, where);
+    }
+  }
+  checkComplete(schema, required(dictionary, "OrderingAttribute", where), where);
+  checkIdentity(schema, strings(dictionary, "IdentityAttributes"), where);
+  return schema;
+}
+
+RecordSchema readSchema(const Dictionary& file) {
+  if (!(file.string("DataClass") == LoomerDataClass_Bookmarks))
+    reject("it is not of the bookmarks data class");
+  RecordSchema schema;
+  bool found[2] = {false, false};
+  if (const Array* entities = file.array("Entities")) {
+    for (const Value& value : *entities) {
+      const auto* dictionary = value.as<Dictionary>();
+      if (!dictionary) continue;
+      EntitySchema entity = readEntity(*dictionary);
+      const auto kind = static_cast<std::size_t>(entity.entity);
+      if (found[kind]) reject("the entity " + entity.name.toString() + " is the second one of its kind");
+      found[kind] = true;
+      schema.entities[kind] = std::move(entity);
+    }
+  }
+  if (!found[0] || !found[1]) reject("it does not declare both folders and bookmarks");
+  return schema;
+}
+
+RecordSchema readFile(const std::string& path, const std::string& bytes) {
+  try {
+    const Value value = readPropertyList(bytes);
+    const auto* file = value.as<Dictionary>();
+    if (!file) reject(std::string("it is no dictionary but a ") + value.typeName());
+    return readSchema(*file);
+  } catch (const PropertyListException& exception) {
+    fail(path, exception.reason());
+  } catch (const SchemaProblem& problem) {
+    fail(path, problem.reason());
+  }
+}
+
+/// The same path in the installation: the directory that holds the browser's bundle takes the root's place.
+/// Nothing for other paths, and when there is no such bundle.
+std::optional<std::string> pathInInstallation(const std::string& path) {
+  if (!path.starts_with(kSystemLibrary)) return std::nullopt;
+  const auto browser = Platform::current().bundles.bundleWithIdentifier(kBrowserBundle);
+  if (!browser) return std::nullopt;
+  const std::string bundle = browser->path();
+  return bundle.substr(0, bundle.rfind('/')) + path;
+}
+
+/// The same text unless a file or the service might not be able to hold it.
+String wellFormed(const String& text) {
+  if (isAscii(text.view()) || isValidUtf8(text.view())) return text;
+  return repairedUtf8(text.view());
+}
+
+}  // namespace
+
+const EntitySchema* RecordSchema::named(const String& name) const {
+  for (const EntitySchema& each : entities) {
+    if (each.name == name) return &each;
+  }
+  return nullptr;
+}
+
+Url bookmarksSchemaUrl() { return fileUrl(kBookmarksSchema); }
+
+RecordSchema readRecordSchema(const std::vector<Url>& urls) {
+  if (urls.empty()) throw SchemaProblem{"The client names no sync schema. Install the program again."};
+  const auto named = pathOfFileUrl(urls.front());
+  if (!named) fail(urls.front().text.toString(), "it is not named by a file URL");
+  const std::string& path = *named;
+  std::string bytes;
+  std::error_code error = Platform::current().files.read(path, bytes);
+  if (!error) return readFile(path, bytes);
+  if (const auto installed = pathInInstallation(path)) {
+    error = Platform::current().files.read(*installed, bytes);
+    if (!error) return readFile(*installed, bytes);
+    fail(*installed, error.message());
+  }
+  fail(path, error.message());
+}
+
+ClientRecord clientRecord(const EntitySchema& schema, const String& localId, const Dictionary& record) {
+  ClientRecord result;
+  result.localId = localId;
+  result.entity = schema.entity;
+  if (const Array* parents = record.array(schema.parentKey.view()); parents && !parents->empty()) {
+    const String parent = (*parents)[0].string();
+    if (!(parent == LoomerRootIdentifier)) result.parentLocalId = parent;
+  }
+  result.position = record.integer32(schema.positionKey.view()).value_or(0);
+  result.content.name = wellFormed(record.string(schema.nameKey.view()));
+  if (schema.entity == Entity::bookmark) {
+    const Value* url = record.find(schema.urlKey);
+    const Url* typed = url ? url->as<Url>() : nullptr;
+    result.content.url = wellFormed(typed ? typed->text : record.string(schema.urlKey.view()));
+  } else {
+    result.content.tabGroup = record.integer32(schema.tabGroupKey.view()) == 1;
+    result.content.special =
+        schema.specialPosition && result.position == *schema.specialPosition && !result.parentLocalId;
+  }
+  return result;
+}
+
+Dictionary recordDictionary(const EntitySchema& schema, const Content& content, std::int32_t position,
+                            const String& parentLocalId) {
+  const bool special = content.special && schema.specialPosition;
+  const Value placed = special ? *schema.specialPosition : position;
+  Dictionary record;
+  record.set(LoomerRecordEntityNameKey, schema.name);
+  if (content.name) record.set(schema.nameKey, wellFormed(content.name));
+  if (content.url && schema.urlKey) record.set(schema.urlKey, Url{wellFormed(content.url)});
+  record.set(schema.positionKey, placed);
+  for (const String& alias : schema.positionAliases) record.set(alias, placed);
+  if (schema.tabGroupKey) record.set(schema.tabGroupKey, content.tabGroup ? 1 : 0);
+  if (parentLocalId) record.set(schema.parentKey, Array{parentLocalId});
+  return record;
+}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,252 @@
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+using pelto::HubRecord;
+
+constexpr const char* kLeftOutKey = "left out";
+constexpr const char* kPostponedKey = "postponed";
+constexpr std::size_t kFewFormerRecords = 10'000;
+constexpr std::size_t kRecordsAtOnce = 10'000;
+constexpr double kBeginTimeoutSeconds = 60.0;
+// Changes are only collected; what takes time is the push, which has limits of its own.
+constexpr double kPullTimeoutSeconds = 3600.0;
+
+Entity entityOf(const HubRecord& record) { return record.folder ? Entity::folder : Entity::bookmark; }
+
+Dictionary dictionaryOf(const EntitySchema& schema, const HubRecord& record) {
+  const Content content{record.name, record.url, record.tabGroup, record.special};
+  return recordDictionary(schema, content, record.position, record.parent);
+}
+
+HubRecord hubRecord(const ClientRecord& record) {
+  return {.id = record.localId,
+          .folder = record.entity == Entity::folder,
+          .parent = record.parentLocalId,
+          .position = record.position,
+          .name = record.content.name,
+          .url = record.content.url,
+          .tabGroup = record.content.tabGroup,
+          .special = record.content.special};
+}
+
+}  // namespace
+
+bool leftOutOfHub(LoomerClient& client) { return client.objectForKey(kLeftOutKey).has_value(); }
+
+bool postponedForHub(LoomerClient& client) { return client.objectForKey(kPostponedKey).has_value(); }
+
+HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::HubNews news,
+                     std::size_t mostRecords)
+    : _store(store),
+      _hub(hub),
+      _schema(readRecordSchema({bookmarksSchemaUrl()})),
+      _past(std::move(past)),
+      _news(std::move(news)),
+      _mostRecords(mostRecords) {
+  if (!_past.empty() && _news.common != _past.newest()) findEarlierState();
+}
+
+/// What changed there since the newest state that both know.
+void HubClient::findEarlierState() {
+  _earlier.emplace();
+  const std::int64_t revision = _news.common ? _news.common->revision : 0;
+  if (_news.common) _earlier->session = _past.sessionOf(*_news.common);
+  for (const HubRecord& record : _news.records) {
+    if (record.revision > revision) _earlier->changed.insert(record.id);
+  }
+}
+
+std::vector<String> HubClient::entityNamesToSync() {
+  return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};
+}
+
+int HubClient::preferredSyncModeForEntityName(const String&) {
+  if (_past.empty()) return LoomerSyncModeRefresh;
+  const bool changed = _news.whole || !_news.records.empty() || _offersAgain;
+  return changed ? LoomerSyncModeSlow : LoomerSyncModeFast;
+}
+
+double HubClient::sessionBeginSessionTimeout() { return kBeginTimeoutSeconds; }
+
+double HubClient::sessionPullChangesTimeout() { return kPullTimeoutSeconds; }
+
+bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String&) {
+  const auto state = ClientTable(_store).find(kHubClientIdentifier);
+  _client = state ? state->id : 0;
+  _session = state ? state->sessions + 1 : 1;
+  _offersAgain = postponedForHub(*driver.client()) || (_news.room > 0 && leftOutOfHub(*driver.client()));
+  askForPushes();
+  return true;
+}
+
+/// Now, because later the store is locked for everybody.
+void HubClient::askForPushes() {
+  const auto note = HandedDownFile(_store.path(), _client).read();
+  if (!note) return;
+  for (const String& mark : {note->mark, note->knownMark}) {
+    if (mark) _pushesAskedFor.emplace(mark, _hub.hasPush(mark));
+  }
+}
+
+std::optional<bool> HubClient::tookChanges(const String& mark) {
+  const auto asked = _pushesAskedFor.find(mark);
+  return asked != _pushesAskedFor.end() && asked->second;
+}
+
+Dictionary HubClient::recordsForEntityName(const String& entityName, bool& moreComing, String&) {
+  if (!_hasTree) readTree();
+  const EntitySchema& schema = *_schema.named(entityName);
+  std::size_t& next = _given[static_cast<std::size_t>(schema.entity)];
+  Dictionary records;
+  for (; next < _tree.size(); ++next) {
+    if (entityOf(_tree[next]) != schema.entity) continue;
+    if (records.size() == kRecordsAtOnce) {
+      moreComing = true;
+      break;
+    }
+    records.set(_tree[next].id, dictionaryOf(schema, _tree[next]));
+  }
+  return records;
+}
+
+/// What the service holds: all that it told, or what the base says where it told nothing newer.
+void HubClient::readTree() {
+  _hasTree = true;
+  if (_offersAgain) BaseTable(_store).offerAgain(_client);
+  if (_news.whole) {
+    _tree = std::move(_news.records);
+    std::erase_if(_tree, [](const HubRecord& record) { return record.deleted; });
+    return;
+  }
+  std::unordered_map<String, const HubRecord*> newer;
+  for (const HubRecord& record : _news.records) newer.emplace(record.id, &record);
+  _tree = recordsOfBase();
+  std::erase_if(_tree, [&](const HubRecord& record) { return newer.contains(record.id); });
+  for (const HubRecord& record : _news.records) {
+    if (!record.deleted) _tree.push_back(record);
+  }
+}
+
+std::vector<HubRecord> HubClient::recordsOfBase() {
+  std::vector<HubRecord> records;
+  for (const ClientRecord& record : clientTree(BaseTable(_store).read(_client).records, {})) {
+    records.push_back(hubRecord(record));
+  }
+  return records;
+}
+
+Dictionary HubClient::changedRecordsForEntityName(const String&, bool&, String&) { return {}; }
+
+int HubClient::applyChange(const LoomerChange& change, const String& entityName, String&,
+                           const Dictionary* formattedRecord, String&) {
+  if (change.type() == LoomerChangeTypeDelete) return erase(change.recordIdentifier());
+  return put(*_schema.named(entityName), change.recordIdentifier(), *formattedRecord,
+             change.type() == LoomerChangeTypeAdd);
+}
+
+bool HubClient::isPushFull() {
+  if (_push.size() < _mostRecords) return false;
+  ++_postponed;
+  return true;
+}
+
+int HubClient::erase(const String& id) {
+  if (isPushFull()) return LoomerChangeRefused;
+  bury(id);
+  return LoomerChangeAccepted;
+}
+
+void HubClient::bury(const String& id) {
+  HubRecord& tombstone = _push.emplace_back();
+  tombstone.id = id;
+  tombstone.deleted = true;
+  ++_news.room;
+}
+
+int HubClient::put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew) {
+  if (isPushFull()) return LoomerChangeRefused;
+  HubRecord given = hubRecord(clientRecord(schema, id, record));
+  const std::size_t bytes = given.name.view().size() + given.url.view().size();
+  if (bytes > pelto::kLongestHubRecord) {
+    ++_tooLong;
+    return LoomerChangeRefused;
+  }
+  // What a changed record held before is not known here: it counts as new until the service has told.
+  if ((isNew && _news.room <= 0) || _news.roomForBytes < static_cast<std::int64_t>(bytes)) {
+    ++_leftOut;
+    return LoomerChangeRefused;
+  }
+  if (isNew) --_news.room;
+  _news.roomForBytes -= static_cast<std::int64_t>(bytes);
+  _push.push_back(std::move(given));
+  return LoomerChangeAccepted;
+}
+
+bool HubClient::deleteAllRecordsForEntityName(const String& entityName, String&) {
+  if (!_hasTree) readTree();
+  const EntitySchema& schema = *_schema.named(entityName);
+  for (const HubRecord& record : _tree) {
+    if (entityOf(record) == schema.entity) bury(record.id);
+  }
+  return true;
+}
+
+/// What was noted before stands unless it was offered once more.
+void HubClient::noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const {
+  if (count > 0) {
+    client.setObject(Value(true), key);
+  } else if (_offersAgain) {
+    client.setObject(std::nullopt, key);
+  }
+}
+
+bool HubClient::sessionDriverDidPull(LoomerSessionDriver&, String&) {
+  forgetFormer();
+  return true;
+}
+
+/// What the service held before is needed when it is put back: kept as long as the log, and no more of it
+/// than there is now.
+void HubClient::forgetFormer() {
+  BaseTable base(_store);
+  const Date now = Platform::current().clock.now();
+  const std::int64_t session = _past.lastSessionBefore(Date{now.seconds - kKeptSeconds});
+  base.forgetFormer(_client, session, std::max(base.heldCount(_client), kFewFormerRecords));
+}
+
+bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
+  pelto::HubSeen seen = _news.now;
+  if (!_push.empty()) {
+    _overtaken = !_hub.push({_news.now, _mark, std::move(_push)});
+    if (_overtaken) {
+      error = "another computer gave changes in the meantime";
+      return false;
+    }
+    ++seen.revision;
+    seen.mark = _mark;
+  }
+  if (_past.empty() || seen != _past.newest()) {
+    _past.enter(_news, seen, _session, Platform::current().clock.now());
+    _past.store(*driver.client());
+  }
+  noteWhatIsLeft(*driver.client(), kLeftOutKey, _leftOut);
+  noteWhatIsLeft(*driver.client(), kPostponedKey, _postponed);
+  return true;
+}
+
+void HubClient::sessionDriverWillCancelSession(LoomerSessionDriver&) {}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,165 @@
+#include "CorvaneSyncClient/platform/loomer/hub/HubExchange.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+// Computers of one account that give changes at one moment: each time one of them gets through.
+constexpr int kAttempts = 20;
+constexpr double kPauseSeconds = 0.05;
+
+// Records in one push.
+constexpr std::size_t kFirstPush = 2'000;
+constexpr std::size_t kSmallestPush = 250;
+constexpr std::size_t kLargestPush = 128'000;
+// A push that takes less could be larger, one that takes more should be smaller.
+constexpr double kQuickSeconds = 4.0;
+constexpr double kSlowSeconds = 15.0;
+constexpr double kGivingSeconds = 90.0;
+
+double secondsNow() { return Platform::current().clock.now().seconds; }
+
+void reportAlone(const char* cause) {
+  systemLog("Bookmarks were synced on this computer alone, not with the online service: %@", cause);
+}
+
+std::optional<ClientState> stateOf(TruthStore& store) {
+  return ClientTable(store).find(String(kHubClientIdentifier));
+}
+
+}  // namespace
+
+HubExchange::HubExchange(ClientRegistry& clients, HubOpener openHub)
+    : _clients(clients), _openHub(std::move(openHub)), _mostRecords(kFirstPush) {}
+
+HubExchange::~HubExchange() = default;
+
+void HubExchange::takeIn() { guarded(&HubExchange::exchange); }
+
+void HubExchange::giveNews() { guarded(&HubExchange::giveEverything); }
+
+void HubExchange::guarded(void (HubExchange::*work)()) {
+  if (_ended) return;
+  try {
+    if (!_hub) _hub = _openHub();
+    if (_hub) return (this->*work)();
+  } catch (const std::exception& exception) {
+    reportAlone(exception.what());
+  } catch (...) {
+    reportAlone("an exception of an unknown kind.");
+  }
+  _ended = true;
+}
+
+void HubExchange::exchange() {
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+    const Outcome outcome = exchangeOnce();
+    _hasMore = outcome == Outcome::more;
+    if (outcome != Outcome::overtaken) return;
+    Platform::current().clock.sleep(kPauseSeconds * attempt);
+  }
+  throw PlatformException(pelto::DotPeltoException, "other computers gave changes all the time. Sync again.");
+}
+
+void HubExchange::giveEverything() {
+  if (!_hasMore && !hasNewsForHub()) return;
+  const double began = secondsNow();
+  do {
+    exchange();
+  } while (_hasMore && secondsNow() - began < kGivingSeconds);
+}
+
+HubExchange::Outcome HubExchange::exchangeOnce() {
+  LoomerClient& client = hubClient();
+  const HubPast past(client);
+  pelto::HubNews news = _hub->news(past.states());
+  if (!news.enabled) {
+    _ended = true;
+    return Outcome::done;
+  }
+  if (!past.empty() && past.newest().account != news.now.account) {
+    _clients.unregisterClient(client);  // its base is of another account
+    return Outcome::overtaken;
+  }
+  const bool offersAgain = postponedForHub(client) || (news.room > 0 && leftOutOfHub(client));
+  if (!past.empty() && past.newest() == news.now && !offersAgain && !hasNewsForHub()) return Outcome::done;
+  return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(news), _mostRecords));
+}
+
+HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
+  const std::int64_t sessionsBefore = stateOf(_clients.store())->sessions;
+  const bool wentBack = source.wentBackTo() != nullptr;
+  EmbeddedSessionDriver driver(_clients, source);
+  driver._setClient(&client);
+  const double began = secondsNow();
+  if (driver.sync()) {
+    suitPush(secondsNow() - began, source.postponed() > 0);
+    report(source, wentBack);
+    return source.postponed() > 0 ? Outcome::more : Outcome::done;
+  }
+  const auto state = stateOf(_clients.store());
+  const bool otherProcessWasFaster = !state || state->sessions != sessionsBefore;
+  if (source.wasOvertaken() || otherProcessWasFaster) return Outcome::overtaken;
+  throw PlatformException(pelto::DotPeltoException, driver.lastError().toString());
+}
+
+/// The next push in view of how long the last one took.
+void HubExchange::suitPush(double seconds, bool wasFull) {
+  if (seconds < kQuickSeconds && wasFull) _mostRecords = std::min(_mostRecords * 2, kLargestPush);
+  if (seconds > kSlowSeconds) _mostRecords = std::max(_mostRecords / 2, kSmallestPush);
+}
+
+void HubExchange::report(const HubClient& source, bool wentBack) {
+  if (wentBack) {
+    systemLog(
+        "The online service was put back to an earlier state: it is given again what it lost, and what was "
+        "changed there since stands");
+  }
+  if (source.postponed() > 0) return;  // the push that gives the rest will tell
+  if (source.tooLong() > 0) {
+    systemLog("%d bookmarks and folders are too long for the online service and stay on this computer",
+              source.tooLong());
+  }
+  if (source.leftOut() > 0) {
+    systemLog("The account at the online service is full: %d bookmarks and folders stay on this computer",
+              BaseTable(_clients.store()).notHeldCount(stateOf(_clients.store())->id) - source.tooLong());
+  }
+}
+
+LoomerClient& HubExchange::hubClient() {
+  const String identifier(kHubClientIdentifier);
+  if (LoomerClient* client = _clients.find(identifier)) return *client;
+  const Dictionary description{
+      {"DisplayName", "Online service"},
+      {"DataClass", LoomerDataClass_Bookmarks},
+      {"Entities", Array{LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark}}};
+  return _clients.registerClient(identifier, description);
+}
+
+bool HubExchange::hasNewsForHub() {
+  const auto state = stateOf(_clients.store());
+  return !state || state->resetPending || state->restorePending ||
+         mayHaveNews(*state, RecordTable(_clients.store()).state());
+}
+
+ExchangingSessionDriver::ExchangingSessionDriver(std::unique_ptr<LoomerSessionDriver> driver,
+                                                 std::unique_ptr<HubExchange> exchange)
+    : _driver(std::move(driver)), _exchange(std::move(exchange)) {}
+
+bool ExchangingSessionDriver::sync() {
+  _exchange->takeIn();
+  const bool succeeded = _driver->sync();
+  if (succeeded) _exchange->giveNews();
+  return succeeded;
+}
+
+}  // namespace corvane::loomer

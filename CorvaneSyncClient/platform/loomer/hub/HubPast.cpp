@@ -1,0 +1,128 @@
+#include "CorvaneSyncClient/platform/loomer/hub/HubPast.h"
+
+#include <algorithm>
+
+namespace corvane::loomer {
+
+namespace {
+
+constexpr const char* kSeenKey = "seen";
+constexpr const char* kPastKey = "past";
+constexpr const char* kAccountKey = "account";
+constexpr const char* kRevisionKey = "revision";
+constexpr const char* kMarkKey = "mark";
+constexpr const char* kSessionKey = "session";
+constexpr const char* kMetKey = "met";
+
+// A distance in revisions within which every state is kept, and how many are, should the service have been
+// put back often.
+constexpr std::uint64_t kNear = 64;
+constexpr std::size_t kMostNear = 128;
+
+std::int64_t integer(const Dictionary& stored, const char* key) {
+  const Value* const value = stored.find(key);
+  const auto* const number = value ? value->as<std::int64_t>() : nullptr;
+  return number ? *number : 0;
+}
+
+pelto::HubSeen seenIn(const Dictionary& stored, const String& account) {
+  return {account, integer(stored, kRevisionKey), stored.string(kMarkKey)};
+}
+
+Dictionary dictionaryOf(const pelto::HubSeen& seen) {
+  Dictionary value{{kRevisionKey, seen.revision}};
+  if (seen.mark) value.set(kMarkKey, seen.mark);
+  return value;
+}
+
+}  // namespace
+
+HubPast::HubPast(LoomerClient& client) {
+  const std::optional<Value> newest = client.objectForKey(kSeenKey);
+  const Dictionary* const seen = newest ? newest->as<Dictionary>() : nullptr;
+  if (!seen) return;
+  const String account = seen->string(kAccountKey);
+  const std::optional<Value> past = client.objectForKey(kPastKey);
+  if (const Array* const states = past ? past->as<Array>() : nullptr) {
+    for (const Value& each : *states) {
+      const Dictionary* const state = each.as<Dictionary>();
+      if (!state) continue;
+      _states.push_back(
+          {seenIn(*state, account), integer(*state, kSessionKey), state->date(kMetKey).value_or(Date{})});
+    }
+  }
+  // A store of a version that kept the last state alone.
+  const pelto::HubSeen last = seenIn(*seen, account);
+  if (_states.empty() || _states.front().seen != last) _states = {{last, 1, Date{}}};
+}
+
+std::vector<pelto::HubSeen> HubPast::states() const {
+  std::vector<pelto::HubSeen> states;
+  for (const State& each : _states) states.push_back(each.seen);
+  if (!empty()) states.push_back({newest().account, 0, String()});
+  return states;
+}
+
+std::int64_t HubPast::sessionOf(const pelto::HubSeen& state) const {
+  const auto found =
+      std::find_if(_states.begin(), _states.end(), [&](const State& each) { return each.seen == state; });
+  return found == _states.end() || state.revision == 0 ? 0 : found->session;
+}
+
+std::int64_t HubPast::lastSessionBefore(Date date) const {
+  std::int64_t session = 0;
+  for (const State& each : _states) {
+    if (each.met.seconds < date.seconds) session = std::max(session, each.session);
+  }
+  return session;
+}
+
+void HubPast::enter(const pelto::HubNews& news, const pelto::HubSeen& now, std::int64_t session, Date date) {
+  const std::int64_t sessionBefore = news.common ? sessionOf(*news.common) : 0;
+  std::vector<State> entered{{now, session, date}};
+  const auto add = [&](const pelto::HubSeen& seen) {
+    const bool isKnown = seen == now || std::any_of(_states.begin(), _states.end(),
+                                                    [&](const State& each) { return each.seen == seen; });
+    if (!isKnown) entered.push_back({seen, sessionBefore, date});
+  };
+  add(news.now);
+  for (const pelto::HubSeen& each : news.past) add(each);
+  std::erase_if(_states, [&](const State& each) { return each.seen == now; });
+  _states.insert(_states.begin(), entered.begin(), entered.end());
+  thinOut();
+}
+
+/// Farther back, a state goes when the next older one is not more than twice as far as the next newer one.
+void HubPast::thinOut() {
+  std::vector<State> kept;
+  std::size_t near = 0;
+  const auto distance = [&](const State& state) {
+    const auto [least, greatest] = std::minmax(_states.front().seen.revision, state.seen.revision);
+    return static_cast<std::uint64_t>(greatest) - static_cast<std::uint64_t>(least);
+  };
+  for (const State& each : _states) {
+    if (distance(each) <= kNear && ++near > kMostNear) continue;
+    while (!kept.empty() && distance(kept.back()) > kNear &&
+           distance(each) / 2 <= distance(kept[kept.size() - 2])) {
+      kept.pop_back();
+    }
+    kept.push_back(each);
+  }
+  _states = std::move(kept);
+}
+
+void HubPast::store(LoomerClient& client) const {
+  Array past;
+  for (const State& each : _states) {
+    Dictionary state = dictionaryOf(each.seen);
+    state.set(kSessionKey, each.session);
+    state.set(kMetKey, each.met);
+    past.append(Value(std::move(state)));
+  }
+  Dictionary seen = dictionaryOf(newest());
+  seen.set(kAccountKey, newest().account);
+  client.setObject(Value(std::move(seen)), kSeenKey);
+  client.setObject(Value(std::move(past)), kPastKey);
+}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/String.h"
+
+namespace corvane::loomer {
+
+/// A record's number in the truth: given once, never used again. The root is no record; it is the parent
+/// `kRoot`.
+using RecordId = std::int64_t;
+inline constexpr RecordId kRoot = 0;
+
+enum class Entity : std::uint8_t { folder, bookmark };
+
+/// What a record says, apart from its place in the tree. Each field merges on its own.
+struct Content {
+  String name;            ///< absent where a client sent none
+  String url;             ///< bookmarks only; absent where a client sent none
+  bool tabGroup = false;  ///< folders only: opens as a group of tabs
+  bool special = false;   ///< the bookmarks bar and the bookmarks menu, folders directly in the root
+  friend bool operator==(const Content&, const Content&) = default;
+};
+
+/// One record of the truth. Siblings are ordered by `place`; no two live siblings share one.
+struct TruthRecord {
+  RecordId id = 0;
+  Entity entity = Entity::bookmark;
+  RecordId parent = kRoot;
+  std::int64_t place = 0;
+  Content content;
+  std::int64_t revision = 0;  ///< of the last session that changed it
+  bool deleted = false;       ///< a tombstone
+};
+
+/// One record of a client's base: what that client held when its last session ended, and which record it
+/// stands for.
+struct BaseRecord {
+  String localId;
+  RecordId record = 0;
+  Entity entity = Entity::bookmark;
+  RecordId parent = kRoot;    ///< the record that the client's parent folder stands for
+  std::int32_t position = 0;  ///< the client's own number, a sort key among its siblings
+  Content content;
+  /// The truth's revision of the record that the client refused or ignored: not offered again while it
+  /// stands.
+  std::int64_t refusedRevision = 0;
+  /// The client was offered the record but does not hold it: it never counts as deleted by the client.
+  bool notHeld = false;
+  friend bool operator==(const BaseRecord&, const BaseRecord&) = default;
+};
+
+/// One record as the client pushed it.
+struct ClientRecord {
+  String localId;
+  String parentLocalId;  ///< absent for the root
+  Entity entity = Entity::bookmark;
+  std::int32_t position = 0;
+  Content content;
+};
+
+/// A record of the truth as it is to be after the session. `before` is absent for a new record.
+struct TruthChange {
+  std::optional<TruthRecord> before;
+  TruthRecord after;
+};
+
+/// A value that lost a conflict: kept for the change log.
+struct Loss {
+  RecordId record = 0;
+  std::string attribute;  ///< "name", "url", "tab group", "parent", "order" or "deletion"
+  std::string clientValue;
+  std::string truthValue;
+  bool clientWon = false;
+};
+
+/// In a base by ascending record; null for one that it does not name.
+const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
+
+}  // namespace corvane::loomer

@@ -1,0 +1,44 @@
+#include "CorvaneSyncClient/platform/loomer/session/ClientRegistry.h"
+
+#include "CorvaneSyncClient/platform/loomer/api/ClientDescription.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+EmbeddedClient* ClientRegistry::find(const String& identifier) {
+  const std::string key = identifier.toString();
+  const auto state = identifier ? _table.find(identifier) : std::nullopt;
+  if (!state) {
+    _clients.erase(key);
+    return nullptr;
+  }
+  std::unique_ptr<EmbeddedClient>& client = _clients[key];
+  if (!client || client->row() != state->id) {
+    client = std::make_unique<EmbeddedClient>(_store, identifier, state->id);
+  }
+  return client.get();
+}
+
+EmbeddedClient* ClientRegistry::registerClient(const String& identifier,
+                                               const std::string& descriptionFilePath, std::string& problem) {
+  const auto description = readClientDescription(descriptionFilePath, problem);
+  if (!description) return nullptr;
+  if (identifier.empty()) {
+    problem = "the client has no identifier";
+    return nullptr;
+  }
+  return &registerClient(identifier, *description);
+}
+
+EmbeddedClient& ClientRegistry::registerClient(const String& identifier, const Dictionary& description) {
+  _table.enter(identifier, description, Platform::current().clock.now());
+  return *find(identifier);
+}
+
+void ClientRegistry::unregisterClient(LoomerClient& client) {
+  const String identifier = client.clientIdentifier();
+  if (const auto state = _table.find(identifier)) forgetClient(_store, state->id);
+  _clients.erase(identifier.toString());
+}
+
+}  // namespace corvane::loomer

@@ -1,0 +1,345 @@
+#include "CorvaneSyncClient/platform/loomer/session/EarlierBase.h"
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <optional>
+#include <set>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+/// What is known of one record: what the client held, oldest first.
+struct Known {
+  std::vector<const HeldVersion*> versions;
+  const BaseRecord* atState = nullptr;  ///< the version that it held at the earlier state
+  bool isHeld = false;  ///< whether the client is known to have held the newest one to the end
+
+  const BaseRecord& newest() const { return versions.back()->record; }
+  /// What the client held when the session of that number ended; null for nothing.
+  const BaseRecord* at(std::int64_t session) const {
+    for (const HeldVersion* const each : versions) {
+      if (each->since <= session && (!each->until || *each->until > session)) return &each->record;
+    }
+    return nullptr;
+  }
+};
+
+/// A record of the base that the client holds now.
+struct Met {
+  BaseRecord base;
+  const ClientRecord* now = nullptr;
+  const Known* known = nullptr;
+  bool isChanged = false;  ///< at the client since that state
+};
+
+/// The base's order of the children that the client has in a folder now and had there before. Two children
+/// that stand now as in one of the orders that are known (the one at that state, the newest, and those in
+/// between) stand so in the base too; two that stand as in none of them were turned round by others since,
+/// and stand the other way in the base. So the base is a linear extension of what all known orders agree on,
+/// as near as can be to how the client lists the children now.
+class EarlierOrder {
+ public:
+  /// `session` is the one whose end the earlier state stood at.
+  EarlierOrder(std::vector<Met*> children, std::int64_t session)
+      : _children(std::move(children)), _session(session) {}
+
+  /// Numbers them.
+  void number() {
+    std::sort(_children.begin(), _children.end(),
+              [](const Met* a, const Met* b) { return precedesAmongSiblings(*a->now, *b->now); });
+    readKnownOrders();
+    const std::vector<std::size_t> order = baseOrder();
+    for (std::size_t i = 0; i < order.size(); ++i)
+      _children[order[i]]->base.position = static_cast<std::int32_t>(i);
+  }
+
+ private:
+  using Children = std::vector<std::size_t>;  // by their places in the present order
+
+  /// What was not written since has now the number that it had then.
+  static std::optional<BaseRecord> atState(const Met& child) {
+    if (!child.isChanged) {
+      BaseRecord record = child.base;
+      record.position = child.now->position;
+      return record;
+    }
+    return child.known->atState ? std::optional(*child.known->atState) : std::nullopt;
+  }
+
+  static std::optional<BaseRecord> newest(const Met& child) {
+    return child.known->isHeld ? std::optional(child.known->newest()) : std::nullopt;
+  }
+
+  void readKnownOrders() {
+    Children now(_children.size());
+    std::iota(now.begin(), now.end(), std::size_t{0});
+    const Children last = completed(listed(&EarlierOrder::newest), now);
+    enter(last);
+    enter(completed(listed(&EarlierOrder::atState), last));
+    for (const std::int64_t session : sessionsBetween()) {
+      const auto atSession = [session](const Met& child) {
+        const BaseRecord* const version = child.known->at(session);
+        return version ? std::optional(*version) : std::nullopt;
+      };
+      enter(completed(listed(atSession), last));
+    }
+  }
+
+  void enter(const Children& order) {
+    std::vector<std::size_t> ranks(order.size());
+    for (std::size_t i = 0; i < order.size(); ++i) ranks[order[i]] = i;
+    if (std::find(_known.begin(), _known.end(), ranks) == _known.end()) _known.push_back(std::move(ranks));
+  }
+
+  /// The sessions since that state after which the client held something new here, the last ones of them: as
+  /// many as it takes to get over a server that took over.
+  std::vector<std::int64_t> sessionsBetween() const {
+    constexpr std::size_t kMost = 64;
+    std::set<std::int64_t, std::greater<>> sessions;
+    for (const Met* const child : _children) {
+      for (const HeldVersion* const each : child->known->versions) {
+        if (each->since > _session) sessions.insert(each->since);
+      }
+    }
+    std::vector<std::int64_t> last(sessions.begin(), sessions.end());
+    if (last.size() > kMost) last.resize(kMost);
+    return last;
+  }
+
+  /// The children that had such a version in this folder, in the order of these.
+  template <typename VersionOf>
+  Children listed(VersionOf versionOf) const {
+    std::vector<std::pair<BaseRecord, std::size_t>> versions;
+    for (std::size_t i = 0; i < _children.size(); ++i) {
+      const std::optional<BaseRecord> version = versionOf(*_children[i]);
+      if (version && version->parent == _children[i]->base.parent) versions.emplace_back(*version, i);
+    }
+    std::sort(versions.begin(), versions.end(),
+              [](const auto& a, const auto& b) { return precedesAmongSiblings(a.first, b.first); });
+    Children order;
+    for (const auto& [version, child] : versions) order.push_back(child);
+    return order;
+  }
+
+  /// `order` with the children that it lacks behind those that precede them in `whole`.
+  static Children completed(const Children& order, const Children& whole) {
+    std::vector<bool> isListed(whole.size(), false);
+    for (const std::size_t child : order) isListed[child] = true;
+    Children result;
+    std::vector<Children> behind(whole.size());
+    Children* run = &result;
+    for (const std::size_t child : whole) {
+      if (isListed[child]) {
+        run = &behind[child];
+      } else {
+        run->push_back(child);
+      }
+    }
+    for (const std::size_t child : order) {
+      result.push_back(child);
+      result.insert(result.end(), behind[child].begin(), behind[child].end());
+    }
+    return result;
+  }
+
+  Children baseOrder() const {
+    const std::vector<std::size_t> turned = timesTurned();
+    Children order, suspects, moved;
+    for (std::size_t i = 0; i < _children.size(); ++i) {
+      (turned[i] == 0 ? order : turned[i] < _known.size() ? suspects : moved).push_back(i);
+    }
+    // What was shuffled beyond telling is taken for edits of others, all of it.
+    constexpr std::size_t kMostComparisons = 100'000'000;
+    const std::size_t toInsert = suspects.size() + moved.size();
+    if (toInsert * _children.size() > kMostComparisons / _known.size()) return newestOrder();
+    for (const std::size_t child : suspects) {
+      insert(order, child, [child](std::size_t other) { return other < child; });
+    }
+    const std::vector<std::size_t>& newest = _known.front();
+    for (const std::size_t child : moved) {
+      insert(order, child, [&](std::size_t other) { return newest[other] < newest[child]; });
+    }
+    return order;
+  }
+
+  /// In how many of the known orders each child is one of those that keep the others from standing now as
+  /// they do there: as few as can be, of those that were written since. Of two that traded places either
+  /// could be it: the one that is it in more of the orders.
+  std::vector<std::size_t> timesTurned() const {
+    std::vector<std::size_t> times(_children.size(), 0);
+    for (int pass = 0; pass < 2; ++pass) {
+      std::vector<std::size_t> counted(_children.size(), 0);
+      for (const std::vector<std::size_t>& ranks : _known) {
+        const std::vector<bool> stays =
+            heaviestRising({ranks.begin(), ranks.end()}, Rise::strict, weights(times));
+        for (std::size_t i = 0; i < stays.size(); ++i) counted[i] += stays[i] ? 0 : 1;
+        if (pass == 0) times = counted;
+      }
+      times = counted;
+    }
+    return times;
+  }
+
+  std::vector<std::uint64_t> weights(const std::vector<std::size_t>& timesTurned) const {
+    const std::uint64_t one = _children.size() * (_known.size() + 1) + 1;
+    std::vector<std::uint64_t> weights(_children.size());
+    for (std::size_t i = 0; i < weights.size(); ++i) {
+      weights[i] = _children[i]->isChanged ? one - timesTurned[i] : (_children.size() + 1) * one;
+    }
+    return weights;
+  }
+
+  Children newestOrder() const {
+    Children order(_children.size());
+    for (std::size_t i = 0; i < order.size(); ++i) order[_known.front()[i]] = i;
+    return order;
+  }
+
+  /// Puts the child behind the last one that `precedes` it, or as near to there as what all known orders
+  /// agree on leaves room for.
+  template <typename Precedes>
+  void insert(Children& order, std::size_t child, Precedes precedes) const {
+    std::size_t least = 0;
+    std::size_t place = 0;
+    std::size_t most = order.size();
+    for (std::size_t at = 0; at < order.size(); ++at) {
+      if (alwaysPrecedes(order[at], child)) least = at + 1;
+      if (most == order.size() && alwaysPrecedes(child, order[at])) most = at;
+      if (precedes(order[at])) place = at + 1;
+    }
+    order.insert(order.begin() + static_cast<std::ptrdiff_t>(std::clamp(place, least, std::max(least, most))),
+                 child);
+  }
+
+  bool alwaysPrecedes(std::size_t a, std::size_t b) const {
+    return std::all_of(_known.begin(), _known.end(), [&](const auto& ranks) { return ranks[a] < ranks[b]; });
+  }
+
+  std::vector<Met*> _children;  // as the client lists them now
+  std::int64_t _session;
+  std::vector<std::vector<std::size_t>> _known;  // the children's places in each order, the newest first
+};
+
+class EarlierBaseMaker {
+ public:
+  EarlierBaseMaker(const std::vector<BaseRecord>& stored, const std::vector<HeldVersion>& held,
+                   const std::vector<ClientRecord>& pushed, const EarlierState& earlier)
+      : _stored(stored), _held(held), _pushed(pushed), _earlier(earlier) {}
+
+  EarlierBase run() {
+    readKnown();
+    for (const ClientRecord& each : _pushed) {
+      if (each.entity == Entity::folder) _folders.emplace(each.localId, &each);
+    }
+    for (const ClientRecord& each : _pushed) meet(each);
+    orderSiblings();
+    takeMissing();
+    for (Met& each : _met) _base.records.push_back(std::move(each.base));
+    std::sort(_base.records.begin(), _base.records.end(),
+              [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
+    return std::move(_base);
+  }
+
+ private:
+  void readKnown() {
+    for (const HeldVersion& each : _held) {
+      Known& known = _known[each.record.record];
+      known.versions.push_back(&each);
+      if (each.since <= _earlier.session) known.atState = &each.record;
+      known.isHeld = !each.until;
+      _recordOf.insert_or_assign(each.record.localId, each.record.record);
+    }
+  }
+
+  void meet(const ClientRecord& now) {
+    const auto record = _recordOf.find(now.localId);
+    if (record == _recordOf.end()) return;
+    const Known& known = _known.at(record->second);
+    if (known.newest().entity != now.entity || !_isMet.emplace(record->second).second) return;
+    Met met{.base = known.atState ? *known.atState : known.versions.front()->record,
+            .now = &now,
+            .known = &known};
+    met.isChanged = _earlier.changed.contains(now.localId);
+    met.base.localId = now.localId;
+    const BaseRecord* const stored = findRecord(_stored, met.base.record);
+    met.base.refusedRevision = stored ? stored->refusedRevision : 0;
+    takeOldValue(met, &Content::name);
+    takeOldValue(met, &Content::url);
+    takeOldValue(met, &Content::tabGroup);
+    takeOldValue(met, &Content::special);
+    takeOldParent(met);
+    _met.push_back(std::move(met));
+  }
+
+  template <typename Value>
+  void takeOldValue(Met& met, Value Content::*attribute) const {
+    const Value& now = met.now->content.*attribute;
+    const auto& versions = met.known->versions;
+    const auto held = [&](const HeldVersion* each) { return each->record.content.*attribute == now; };
+    if (!met.isChanged || std::any_of(versions.begin(), versions.end(), held))
+      met.base.content.*attribute = now;
+  }
+
+  void takeOldParent(Met& met) const {
+    const std::optional<RecordId> now = parentOf(*met.now);
+    const auto& versions = met.known->versions;
+    const auto held = [&](const HeldVersion* each) { return each->record.parent == now; };
+    if (now && (!met.isChanged || std::any_of(versions.begin(), versions.end(), held)))
+      met.base.parent = *now;
+  }
+
+  /// Nothing for a folder that was not known.
+  std::optional<RecordId> parentOf(const ClientRecord& record) const {
+    if (!record.parentLocalId || !_folders.contains(record.parentLocalId)) return kRoot;
+    const auto found = _recordOf.find(record.parentLocalId);
+    return found == _recordOf.end() ? std::nullopt : std::optional(found->second);
+  }
+
+  /// What the client lacks though it had it, and what it never held.
+  void takeMissing() {
+    for (const auto& [record, known] : _known) {
+      if (_isMet.contains(record)) continue;
+      const bool wasDeleted = known.atState || _earlier.changed.contains(known.newest().localId);
+      if (!wasDeleted) _base.lost.push_back(record);
+      if (wasDeleted && known.isHeld) _base.records.push_back(known.newest());
+    }
+    for (const BaseRecord& each : _stored) {
+      if (each.notHeld && !_isMet.contains(each.record)) _base.records.push_back(each);
+    }
+  }
+
+  void orderSiblings() {
+    std::map<RecordId, std::vector<Met*>> folders;
+    for (Met& each : _met) {
+      if (parentOf(*each.now) == each.base.parent) folders[each.base.parent].push_back(&each);
+    }
+    for (auto& [folder, children] : folders) EarlierOrder(std::move(children), _earlier.session).number();
+  }
+
+  const std::vector<BaseRecord>& _stored;
+  const std::vector<HeldVersion>& _held;
+  const std::vector<ClientRecord>& _pushed;
+  const EarlierState& _earlier;
+  std::unordered_map<RecordId, Known> _known;
+  std::unordered_map<String, RecordId> _recordOf;  // by local id
+  std::unordered_map<String, const ClientRecord*> _folders;
+  std::unordered_set<RecordId> _isMet;
+  std::vector<Met> _met;
+  EarlierBase _base;
+};
+
+}  // namespace
+
+EarlierBase baseOfEarlierState(const std::vector<BaseRecord>& stored, const std::vector<HeldVersion>& held,
+                               const std::vector<ClientRecord>& pushed, const EarlierState& earlier) {
+  return EarlierBaseMaker(stored, held, pushed, earlier).run();
+}
+
+}  // namespace corvane::loomer

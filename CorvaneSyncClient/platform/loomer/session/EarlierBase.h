@@ -1,0 +1,33 @@
+#pragma once
+
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+
+namespace corvane::loomer {
+
+struct EarlierBase {
+  std::vector<BaseRecord> records;  ///< by ascending record
+  /// What the client held since, lacks now, and was not deleted there.
+  std::vector<RecordId> lost;
+};
+
+/// The base over which a client is merged that went back to an earlier state: what it held when it and the
+/// truth parted, as far as its present values tell whose they are.
+///
+/// The client lost what was given to it since that state, and has been edited by others since. The truth
+/// knows the lost part, and others may have given it to the client again. So whatever the client holds
+/// unchanged since that state, and every value that it is known to have held since, is an old one, from which
+/// the truth has moved on: it counts as the base's, and the truth's value stands. Every other value is an
+/// edit that others made on the client since, and stands. A record that the client lacks was deleted there if
+/// it had it at that state or is told to have had it since; else it was lost, is no part of the base, and is
+/// given to the client once more. What cannot be told from a value that was lost is one that was changed
+/// since and back again.
+///
+/// `stored` is the client's base as it is stored, `held` what it held at that state and since, by record,
+/// oldest first, `pushed` what it holds now. Pure; O(n log n).
+EarlierBase baseOfEarlierState(const std::vector<BaseRecord>& stored, const std::vector<HeldVersion>& held,
+                               const std::vector<ClientRecord>& pushed, const EarlierState& earlier);
+
+}  // namespace corvane::loomer

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
+#include "CorvaneSyncClient/platform/loomer/session/ClientRegistry.h"
+
+namespace corvane::loomer {
+
+class Session;
+
+/// Runs sessions of the embedded engine for one data source. One transaction spans a session: whatever ends
+/// it early, the store is as it was before.
+class EmbeddedSessionDriver : public LoomerSessionDriver {
+ public:
+  /// Both must outlive the driver.
+  EmbeddedSessionDriver(ClientRegistry& clients, LoomerSessionDriverDataSource& dataSource);
+  ~EmbeddedSessionDriver() override;
+
+  /// A client of another engine stands for the one of the same identifier in this engine.
+  void _setClient(LoomerClient* client) override;
+  LoomerClient* client() override { return _client; }
+  bool sync() override;
+  String lastError() override { return _lastError; }
+
+ private:
+  /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
+  std::optional<RecordSchema> prepare();
+  void findClient();
+  /// Notes what the guard refused, so that it can be looked at and approved. Answers what there is to say
+  /// when that fails; nothing when the guard refused nothing.
+  std::string noteRefusal(const Session& session);
+  /// Rolls the session back, tells the client, and keeps what the client stores then.
+  void cancel(const std::string& reason, bool tookLock);
+  /// As `cancel`; what the client raises then is dropped.
+  void cancelQuietly(const std::string& reason, bool tookLock) noexcept;
+  void keepValues(bool tookLock) noexcept;
+  void rollBack() noexcept;
+
+  ClientRegistry& _clients;
+  LoomerSessionDriverDataSource& _dataSource;
+  String _identifier;  // of the client that was set; absent for the data source's own
+  EmbeddedClient* _client = nullptr;
+  String _lastError;
+};
+
+}  // namespace corvane::loomer

@@ -1,0 +1,57 @@
+#include "CorvaneSyncClient/platform/loomer/session/SessionGuard.h"
+
+#include <cstdio>
+
+namespace corvane::loomer {
+
+namespace {
+
+constexpr std::size_t kDeletionsWithoutApproval = 20;
+constexpr std::size_t kSmallestTreeToEmpty = 5;
+
+/// Fowler, Noll and Vo's hash, variant 1a.
+class Digest {
+ public:
+  void add(std::int64_t number) {
+    for (int shift = 0; shift < 64; shift += 8) addByte(static_cast<unsigned char>(number >> shift));
+  }
+  void add(const String& text) {
+    add(text ? static_cast<std::int64_t>(text.view().size()) : std::int64_t{-1});
+    for (const char byte : text.view()) addByte(static_cast<unsigned char>(byte));
+  }
+  std::string text() const {
+    char digits[17];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(_hash));
+    return digits;
+  }
+
+ private:
+  void addByte(unsigned char byte) { _hash = (_hash ^ byte) * 0x100000001b3U; }
+  std::uint64_t _hash = 0xcbf29ce484222325U;
+};
+
+}  // namespace
+
+bool mustBeApproved(const MergeResult& plan) {
+  const std::size_t deleted = plan.deletedByAbsence;
+  if (deleted > kDeletionsWithoutApproval && deleted * 2 > plan.liveBefore) return true;
+  return deleted >= kSmallestTreeToEmpty && deleted == plan.liveBefore;
+}
+
+std::string planDigest(const MergeResult& plan) {
+  Digest digest;
+  for (const TruthChange& change : plan.truthChanges) {
+    const TruthRecord& after = change.after;
+    digest.add(after.id);
+    digest.add(static_cast<std::int64_t>(after.deleted));
+    digest.add(after.parent);
+    digest.add(after.place);
+    digest.add(after.content.name);
+    digest.add(after.content.url);
+    digest.add(static_cast<std::int64_t>(after.content.tabGroup) * 2 +
+               static_cast<std::int64_t>(after.content.special));
+  }
+  return digest.text();
+}
+
+}  // namespace corvane::loomer
