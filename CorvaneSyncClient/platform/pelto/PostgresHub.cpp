@@ -22,14 +22,11 @@ namespace corvane::pelto {
 
 namespace {
 
-// What goes into one statement at first, which a line of 256 kbit/s carries in half the time for one, and
-// what at most: names and addresses, and records, which take about 100 bytes more each.
-constexpr std::size_t kFirstBytes = 128 << 10;
-constexpr std::size_t kMostBytes = 1 << 20;
-constexpr std::size_t kBytesForARow = 128;
-constexpr std::size_t kMostRows = 5000;
-// Of the time for one statement: what is done within it may be twice as much the next time.
-constexpr double kShortTime = 1.0 / 15;
+// What one statement carries at most: records, and bytes of their names and addresses. With some 100 bytes
+// more for each record, a line of 256 kbit/s carries that in half the time for one statement. Larger ones
+// gain little on a fast line: what a statement costs beyond its records is one round trip.
+constexpr std::size_t kRowsPerStatement = 1024;
+constexpr std::size_t kBytesPerStatement = 128 << 10;
 
 // What an account may hold is for the service to say, but a computer is not filled up on its word: four times
 // what the service gives an account at first. Names and addresses, and live records, to which come up to
@@ -80,33 +77,11 @@ String computerName() {
 /// What counts for the size of a batch.
 std::size_t sizeOf(const HubRecord& record) { return record.name.view().size() + record.url.view().size(); }
 
-/// How much goes into one statement: little on a slow line, more for as long as statements take a moment.
-class Portion {
- public:
-  explicit Portion(const HubPatience& patience) : _shortSeconds(patience.statement * kShortTime) {}
-
-  std::size_t rows() const { return std::min(_bytes / kBytesForARow, kMostRows); }
-  std::size_t bytes() const { return _bytes; }
-
-  /// Runs `statement`, and goes by how long it took.
-  template <typename Statement>
-  void measure(Statement statement) {
-    const auto begin = std::chrono::steady_clock::now();
-    statement();
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-    if (taken.count() < _shortSeconds) _bytes = std::min(_bytes * 2, kMostBytes);
-  }
-
- private:
-  double _shortSeconds;
-  std::size_t _bytes = kFirstBytes;
-};
-
 /// Records on their way to the service, column by column.
 class RecordBatch {
  public:
   bool isEmpty() const { return _rows == 0; }
-  bool isFull(const Portion& portion) const { return _rows >= portion.rows() || _bytes >= portion.bytes(); }
+  bool isFull() const { return _rows >= kRowsPerStatement || _bytes >= kBytesPerStatement; }
 
   void add(const HubRecord& record) {
     ++_rows;
@@ -364,12 +339,11 @@ constexpr const char* kReadPage =
 void PostgresHub::readRecords(HubConnection& connection, const State& state, Since since, HubNews& news) {
   std::int64_t revision = since.revision;
   String id = "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF";
-  Portion portion(_patience);
   const std::int64_t mostRecords = state.recordLimit * (since.isLiveAlone() ? 1 : 1 + kTombstonesForARecord);
   Allowance account{.mostRows = static_cast<std::size_t>(mostRecords),
                     .mostBytes = static_cast<std::size_t>(state.byteLimit)};
   for (bool isLast = false; !isLast;) {
-    Allowance page{.mostRows = portion.rows(), .mostBytes = portion.bytes()};
+    Allowance page{.mostRows = kRowsPerStatement, .mostBytes = kBytesPerStatement};
     const auto take = [&](const HubRows& row) {
       if (page.isUsedUp()) connection.failMalformed(kReadNews, "it gives more than was asked for");
       page.take(row);
@@ -380,13 +354,11 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, Sin
       revision = row.big(0, 0);
       id = news.records.back().id;
     };
-    portion.measure([&] {
-      connection.forEachRow(kReadPage,
-                            {bigValue(state.account), bigValue(revision), uuidValue(id),
-                             bigValue(since.deletions), bigValue(static_cast<std::int64_t>(page.mostRows)),
-                             bigValue(static_cast<std::int64_t>(page.mostBytes))},
-                            kReadNews, take);
-    });
+    connection.forEachRow(kReadPage,
+                          {bigValue(state.account), bigValue(revision), uuidValue(id),
+                           bigValue(since.deletions), bigValue(static_cast<std::int64_t>(page.mostRows)),
+                           bigValue(static_cast<std::int64_t>(page.mostBytes))},
+                          kReadNews, take);
     isLast = !page.isUsedUp();
   }
 }
@@ -451,19 +423,16 @@ bool PostgresHub::push(const HubPush& push) {
 // Deletions go first: an account at its limit takes a push that deletes as much as it adds.
 void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRecord>& records) {
   RecordBatch batch;
-  Portion portion(_patience);
   const auto send = [&] {
     if (batch.isEmpty()) return;
-    portion.measure([&] {
-      connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)", batch.take(),
-                     kGiveChanges);
-    });
+    connection.run("SELECT corvane_hub.put_records($1, $2, $3, $4, $5, $6, $7, $8, $9)", batch.take(),
+                   kGiveChanges);
   };
   for (const bool deleted : {true, false}) {
     for (const HubRecord& record : records) {
       if (record.deleted != deleted) continue;
       batch.add(record);
-      if (batch.isFull(portion)) send();
+      if (batch.isFull()) send();
     }
     send();
   }
