@@ -61,7 +61,8 @@ class ScriptedService {
     if (!problem.empty()) throw PlatformException(pelto::DotPeltoException, problem);
   }
 
-  pelto::HubMakerScope _scope{[this](const pelto::Account&) { return std::make_unique<ScriptedHub>(*this); }};
+  pelto::HubMaker _maker = [this](const pelto::Account&) { return std::make_unique<ScriptedHub>(*this); };
+  pelto::HubMakerScope _scope{_maker};
 };
 
 }  // namespace corvane

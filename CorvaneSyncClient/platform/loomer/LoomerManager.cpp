@@ -8,8 +8,6 @@ namespace corvane {
 
 namespace {
 
-LoomerManager* currentManager = nullptr;
-
 std::unique_ptr<pelto::Hub> hubOfUser() {
   const auto account = pelto::userAccount();
   return account ? pelto::hubOf(*account) : nullptr;
@@ -28,23 +26,18 @@ std::unique_ptr<LoomerManager> managerOfUser() {
 }  // namespace
 
 LoomerManager& LoomerManager::sharedManager() {
-  if (currentManager) return *currentManager;
+  if (currentService<LoomerManager>) return *currentService<LoomerManager>;
   static const std::unique_ptr<LoomerManager> manager = managerOfUser();
   return *manager;
 }
 
 LoomerManager* LoomerManager::sharedManagerOfExistingStore() {
   std::error_code error;
-  const bool isMissing = !currentManager && !Platform::current().files.attributes(storePathOfUser(), error) &&
+  const bool isMissing = !currentService<LoomerManager> &&
+                         !Platform::current().files.attributes(storePathOfUser(), error) &&
                          error == std::errc::no_such_file_or_directory;
   return isMissing ? nullptr : &sharedManager();
 }
-
-LoomerManagerScope::LoomerManagerScope(LoomerManager& manager) : _before(currentManager) {
-  currentManager = &manager;
-}
-
-LoomerManagerScope::~LoomerManagerScope() { currentManager = _before; }
 
 std::unique_ptr<LoomerSessionDriver> LoomerSessionDriver::sessionDriverWithDataSource(
     LoomerSessionDriverDataSource& dataSource) {

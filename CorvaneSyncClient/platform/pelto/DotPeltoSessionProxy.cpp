@@ -6,8 +6,6 @@ namespace corvane {
 
 namespace {
 
-DotPeltoSessionProxy* currentProxy = nullptr;
-
 /// Over the user's account, read anew at each question.
 class AccountProxy : public DotPeltoSessionProxy {
  public:
@@ -41,13 +39,7 @@ class AccountProxy : public DotPeltoSessionProxy {
 
 DotPeltoSessionProxy& DotPeltoSessionProxy::current() {
   static AccountProxy proxy;
-  return currentProxy ? *currentProxy : proxy;
+  return currentService<DotPeltoSessionProxy> ? *currentService<DotPeltoSessionProxy> : proxy;
 }
-
-DotPeltoSessionProxyScope::DotPeltoSessionProxyScope(DotPeltoSessionProxy& proxy) : _before(currentProxy) {
-  currentProxy = &proxy;
-}
-
-DotPeltoSessionProxyScope::~DotPeltoSessionProxyScope() { currentProxy = _before; }
 
 }  // namespace corvane

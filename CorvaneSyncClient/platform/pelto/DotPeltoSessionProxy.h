@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane {
 
@@ -25,16 +26,7 @@ class DotPeltoSessionProxy {
   virtual bool setDataclass(const String& dataclass, bool isEnabledForSyncing, String& error) = 0;
 };
 
-/// Makes a proxy current for as long as this object lives, then the one before it again.
-class DotPeltoSessionProxyScope {
- public:
-  explicit DotPeltoSessionProxyScope(DotPeltoSessionProxy& proxy);
-  ~DotPeltoSessionProxyScope();
-  DotPeltoSessionProxyScope(const DotPeltoSessionProxyScope&) = delete;
-  DotPeltoSessionProxyScope& operator=(const DotPeltoSessionProxyScope&) = delete;
-
- private:
-  DotPeltoSessionProxy* _before;
-};
+/// Makes a proxy current.
+using DotPeltoSessionProxyScope = ServiceScope<DotPeltoSessionProxy>;
 
 }  // namespace corvane

@@ -13,11 +13,9 @@ namespace {
 // Writing the file costs as much as a short session.
 constexpr double kNotedForSeconds = 24.0 * 60 * 60;
 
-HubMaker& currentMaker() {
-  static HubMaker maker = [](const Account& account) {
-    return std::make_unique<PostgresHub>(account.url, account.computer);
-  };
-  return maker;
+std::unique_ptr<Hub> makeHub(const Account& account) {
+  if (currentService<HubMaker>) return (*currentService<HubMaker>)(account);
+  return std::make_unique<PostgresHub>(account.url, account.computer);
 }
 
 /// An account that the user has replaced or removed meanwhile needs no note; one that he replaces or removes
@@ -72,11 +70,7 @@ std::string userAccountPath() { return accountPathForHome(Platform::current().pr
 std::optional<Account> userAccount() { return readAccount(userAccountPath()); }
 
 std::unique_ptr<Hub> hubOf(const Account& account) {
-  return std::make_unique<NotingHub>(account, currentMaker()(account));
+  return std::make_unique<NotingHub>(account, makeHub(account));
 }
-
-HubMakerScope::HubMakerScope(HubMaker maker) : _before(std::exchange(currentMaker(), std::move(maker))) {}
-
-HubMakerScope::~HubMakerScope() { currentMaker() = std::move(_before); }
 
 }  // namespace corvane::pelto

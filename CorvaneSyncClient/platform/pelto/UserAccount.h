@@ -7,6 +7,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/Account.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane::pelto {
 
@@ -25,17 +26,7 @@ std::unique_ptr<Hub> hubOf(const Account& account);
 /// Makes the hub of an account, contacting nobody.
 using HubMaker = std::function<std::unique_ptr<Hub>(const Account&)>;
 
-/// Has `hubOf` use another maker for as long as this object lives, then the one before it again. Without any,
-/// hubs are PostgreSQL servers.
-class HubMakerScope {
- public:
-  explicit HubMakerScope(HubMaker maker);
-  ~HubMakerScope();
-  HubMakerScope(const HubMakerScope&) = delete;
-  HubMakerScope& operator=(const HubMakerScope&) = delete;
-
- private:
-  HubMaker _before;
-};
+/// Makes another maker current: `hubOf` uses it. Without any, hubs are PostgreSQL servers.
+using HubMakerScope = ServiceScope<HubMaker>;
 
 }  // namespace corvane::pelto

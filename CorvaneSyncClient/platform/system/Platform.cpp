@@ -5,20 +5,14 @@
 
 namespace corvane {
 
-namespace {
-Platform* currentPlatform = nullptr;
-}
-
 Platform& Platform::current() {
-  if (!currentPlatform) {
+  Platform* const platform = currentService<Platform>;
+  if (!platform) {
     std::fputs("corvanetool: no platform is current\n", stderr);
     std::abort();
   }
-  return *currentPlatform;
+  return *platform;
 }
-
-PlatformScope::PlatformScope(Platform& platform) : _before(currentPlatform) { currentPlatform = &platform; }
-PlatformScope::~PlatformScope() { currentPlatform = _before; }
 
 void writeToSystemLog(std::string_view message) {
   Platform::current().log.write(SystemLog::Kind::message, message);

@@ -6,6 +6,7 @@
 #include "CorvaneSyncClient/platform/system/NotificationCenter.h"
 #include "CorvaneSyncClient/platform/system/Preferences.h"
 #include "CorvaneSyncClient/platform/system/ProcessInfo.h"
+#include "CorvaneSyncClient/platform/system/ServiceScope.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/platform/system/UuidSource.h"
 
@@ -27,17 +28,8 @@ struct Platform {
   static Platform& current();
 };
 
-/// Makes a platform current for as long as this object lives, then the one before it again.
-class PlatformScope {
- public:
-  explicit PlatformScope(Platform& platform);
-  ~PlatformScope();
-  PlatformScope(const PlatformScope&) = delete;
-  PlatformScope& operator=(const PlatformScope&) = delete;
-
- private:
-  Platform* _before;
-};
+/// Makes a platform current.
+using PlatformScope = ServiceScope<Platform>;
 
 /// The real services of Linux, made at the first call; owned by the process.
 Platform& linuxPlatform();

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
+#include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane {
 
@@ -40,16 +41,7 @@ class LoomerManager {
       LoomerSessionDriverDataSource& dataSource) = 0;
 };
 
-/// Makes an engine current for as long as this object lives, then the one before it again.
-class LoomerManagerScope {
- public:
-  explicit LoomerManagerScope(LoomerManager& manager);
-  ~LoomerManagerScope();
-  LoomerManagerScope(const LoomerManagerScope&) = delete;
-  LoomerManagerScope& operator=(const LoomerManagerScope&) = delete;
-
- private:
-  LoomerManager* _before;
-};
+/// Makes an engine current.
+using LoomerManagerScope = ServiceScope<LoomerManager>;
 
 }  // namespace corvane
