@@ -15,6 +15,7 @@ class MalformedScenario : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A call of the engine that a step makes.
 enum class Call {
   didRegister,
   preferredSyncMode,

@@ -10,7 +10,7 @@
 #include "tests/fakes/FakePlatform.h"
 #include "tests/fakes/Files.h"
 #include "tests/session/ScriptedLoomer.h"
-#include "tests/tool/scenario/Session.h"
+#include "tests/tool/scenario/ScriptedSession.h"
 
 namespace corvane::scenario {
 
@@ -66,7 +66,7 @@ class Run {
  private:
   std::string directory() const { return _platform.process.home + "/Library/Corvane"; }
 
-  // Ids that name no file have no bookmarks either; what a scenario puts there stands beside the point.
+  // An id that does not name a file has no bookmarks either, so any path will do for it.
   std::string bookmarksPath() const {
     const std::string_view id = _scenario.clientId.view();
     const bool namesFile = id.starts_with(kTestClientPrefix) && id.size() > kTestClientPrefix.size();
@@ -133,7 +133,7 @@ class Run {
   const Scenario& _scenario;
   FakePlatform _platform;
   ScriptedLoomer _loomer;
-  Session _session;
+  ScriptedSession _session;
   std::size_t _saveAttempts = 0;
   Dictionary _result;
 };

@@ -1,5 +1,5 @@
 // corvane-scenario FILE…: runs scripted sessions and prints what happened as an XML property list. kUsage
-// tells its exit statuses.
+// explains its exit statuses.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -77,7 +77,7 @@ std::string readAll(int descriptor) {
   _exit(status);
 }
 
-// Each scenario has a process of its own, since the tool's code keeps state for a process.
+// Each scenario has a process of its own, since the program keeps some state for the whole process.
 Value runInChild(const std::string& file, const Scenario& scenario) {
   int ends[2];
   if (pipe(ends) != 0) failWithErrno("pipe");

@@ -10,13 +10,13 @@
 
 namespace corvane::scenario {
 
-/// Makes a scenario's steps the script of an engine, and keeps what they come to.
-class Session {
+/// Makes a scenario's steps the script of an engine, and keeps their results.
+class ScriptedSession {
  public:
   /// Both must outlive this object.
-  Session(const Scenario& scenario, ScriptedLoomer& loomer);
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
+  ScriptedSession(const Scenario& scenario, ScriptedLoomer& loomer);
+  ScriptedSession(const ScriptedSession&) = delete;
+  ScriptedSession& operator=(const ScriptedSession&) = delete;
 
   /// One dictionary for each step made, the one that raised included.
   Array results() const { return Array(_results); }

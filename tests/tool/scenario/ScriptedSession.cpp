@@ -1,4 +1,4 @@
-#include "tests/tool/scenario/Session.h"
+#include "tests/tool/scenario/ScriptedSession.h"
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
@@ -65,19 +65,20 @@ class MapDescription {
 
 }  // namespace
 
-Session::Session(const Scenario& scenario, ScriptedLoomer& loomer) : _scenario(scenario) {
+ScriptedSession::ScriptedSession(const Scenario& scenario, ScriptedLoomer& loomer) : _scenario(scenario) {
   loomer.script = [this](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
     return run(dataSource, driver);
   };
 }
 
-bool Session::run(LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
+bool ScriptedSession::run(LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
   const MapDescription description(dataSource, _workingMap);
   for (const Step& step : _scenario.steps) make(step, dataSource, driver);
   return _scenario.sessionResult;
 }
 
-void Session::make(const Step& step, LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
+void ScriptedSession::make(const Step& step, LoomerSessionDriverDataSource& dataSource,
+                           LoomerSessionDriver& driver) {
   bool moreComing = false;
   String error;
   String remapped;
