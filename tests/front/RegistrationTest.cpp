@@ -96,7 +96,7 @@ const std::string kNotRegistered = "Corvane Sync Client is not registered";
 const std::string kUncaught = "Uncaught exception running corvanetool: ";
 
 /// What a command meets.
-struct World {
+struct Circumstances {
   bool registered = true;
   bool registrable = true;
   Answer computer = Answer::yes;
@@ -108,7 +108,7 @@ struct World {
 struct Row {
   const char* phrase;
   Command command;
-  World world;
+  Circumstances circumstances;
   int status;
   Calls calls;
   Calls messages;
@@ -257,15 +257,15 @@ const Row kRows[] = {
 
 /// A platform, an engine and a service as a command meets them.
 struct Surroundings {
-  explicit Surroundings(const World& world = {}) {
+  explicit Surroundings(const Circumstances& circumstances = {}) {
     platform.bundles.own.resources["CorvaneClientDescription.plist"] = kDescription;
-    loomer.registered = world.registered;
+    loomer.registered = circumstances.registered;
     loomer.client.identifier = kMain;
-    loomer.registrable = world.registrable;
-    loomer.raisesAt = world.engineRaisesAt;
-    proxy.computer = world.computer;
-    proxy.dataClass = world.dataClass;
-    proxy.switching = world.switching;
+    loomer.registrable = circumstances.registrable;
+    loomer.raisesAt = circumstances.engineRaisesAt;
+    proxy.computer = circumstances.computer;
+    proxy.dataClass = circumstances.dataClass;
+    proxy.switching = circumstances.switching;
   }
 
   static constexpr const char* kDescription = "/own/CorvaneClientDescription.plist";
@@ -278,7 +278,7 @@ struct Surroundings {
 TEST(RegistrationTest, CommandsAskInOrderAndAnswer) {
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.phrase);
-    Surroundings around(row.world);
+    Surroundings around(row.circumstances);
     around.platform.log.expectMessages(row.messages);
     EXPECT_EQ(runCommand({row.command, kMain}), row.status);
     EXPECT_EQ(around.calls, row.calls);

@@ -184,7 +184,7 @@ TEST_F(StoreTest, FailingMigrationLeavesTheStoreAsItWas) {
   EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'added'"), 0);
 }
 
-TEST_F(StoreTest, LawsOfTheTreeAreConstraints) {
+TEST_F(StoreTest, InvariantsOfTheTreeAreConstraints) {
   fill(2);
   struct Row {
     const char* phrase;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "tests/loomer/merge/OrderLaws.h"
-#include "tests/loomer/merge/Properties.h"
+#include "tests/loomer/merge/CheckTimes.h"
+#include "tests/loomer/merge/OrderProperties.h"
 
 // The rules for the order of siblings: rows, all small cases, and random ones.
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/foundation/Text.h"
-#include "tests/loomer/merge/Properties.h"
+#include "tests/loomer/merge/CheckTimes.h"
 
 namespace corvane::loomer {
 namespace {

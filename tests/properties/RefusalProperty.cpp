@@ -5,9 +5,9 @@
 #include <stdexcept>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
-#include "tests/laws/EngineHome.h"
-#include "tests/laws/FileLaws.h"
 #include "tests/loomer/engine/ScriptedClient.h"
+#include "tests/properties/EngineHome.h"
+#include "tests/properties/FileProperties.h"
 
 namespace corvane {
 
@@ -21,9 +21,9 @@ void require(bool holds, const std::string& what) {
 }
 
 /// Three clients in memory on a real engine, one of which refuses and ignores what it is handed at random.
-class PickyWorld {
+class PickySimulation {
  public:
-  PickyWorld() {
+  PickySimulation() {
     for (std::size_t i = 0; i < kClients; ++i) {
       _clients.push_back(std::make_unique<ScriptedClient>("com.example.client" + std::to_string(i)));
       _clients.back()->description = Url{"file://" + _home.descriptionPath};
@@ -117,18 +117,18 @@ class PickyWorld {
 }  // namespace
 
 void refusedRecordsStay() {
-  PickyWorld world;
-  world.seedAnswers(*rc::gen::inRange(0U, 100'000U));
+  PickySimulation simulation;
+  simulation.seedAnswers(*rc::gen::inRange(0U, 100'000U));
   using Step = std::tuple<unsigned, std::size_t, unsigned, unsigned, int>;
   const auto steps = *rc::gen::container<std::vector<Step>>(
       rc::gen::tuple(rc::gen::inRange(0U, 11U), rc::gen::inRange(std::size_t{0}, kClients),
                      rc::gen::inRange(0U, 12U), rc::gen::inRange(0U, 12U), rc::gen::inRange(0, 12)));
   for (const auto& [kind, client, entry, folder, index] : steps)
-    world.step(kind, client, entry, folder, index);
+    simulation.step(kind, client, entry, folder, index);
   for (int round = 0; round < 2; ++round) {
-    for (const std::size_t client : {kPicky, std::size_t{0}, std::size_t{1}}) world.sync(client);
+    for (const std::size_t client : {kPicky, std::size_t{0}, std::size_t{1}}) simulation.sync(client);
   }
-  world.requireNothingLost();
+  simulation.requireNothingLost();
 }
 
 }  // namespace corvane

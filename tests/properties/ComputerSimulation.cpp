@@ -1,4 +1,4 @@
-#include "tests/laws/ComputerWorld.h"
+#include "tests/properties/ComputerSimulation.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -20,12 +20,12 @@ std::string directoryOf(const std::string& path) {
 
 }  // namespace
 
-ComputerWorld::ComputerWorld(const std::vector<std::size_t>& clients) {
+ComputerSimulation::ComputerSimulation(const std::vector<std::size_t>& clients) {
   backups.push_back(hub.state);
   for (const std::size_t count : clients) addComputer(count);
 }
 
-void ComputerWorld::addComputer(std::size_t clients) {
+void ComputerSimulation::addComputer(std::size_t clients) {
   const std::size_t number = _computers.size();
   Computer computer;
   computer.storePath =
@@ -42,23 +42,23 @@ void ComputerWorld::addComputer(std::size_t clients) {
   }
 }
 
-void ComputerWorld::join() { addComputer(1); }
+void ComputerSimulation::join() { addComputer(1); }
 
-std::unique_ptr<loomer::EmbeddedManager> ComputerWorld::open(const Computer& computer) {
+std::unique_ptr<loomer::EmbeddedManager> ComputerSimulation::open(const Computer& computer) {
   auto manager = std::make_unique<loomer::EmbeddedManager>(computer.storePath);
   manager->useHub([this] { return hub.connect(); });
   return manager;
 }
 
-bool ComputerWorld::shareComputer(std::size_t client, std::size_t other) const {
+bool ComputerSimulation::shareComputer(std::size_t client, std::size_t other) const {
   return _clients[client].computer == _clients[other].computer;
 }
 
-bool ComputerWorld::allHaveMet() const {
+bool ComputerSimulation::allHaveMet() const {
   return std::all_of(_clients.begin(), _clients.end(), [](const Client& client) { return client.hasMet; });
 }
 
-std::string ComputerWorld::syncWith(loomer::EmbeddedManager& manager, std::size_t client) {
+std::string ComputerSimulation::syncWith(loomer::EmbeddedManager& manager, std::size_t client) {
   const LoomerManagerScope scope(manager);
   const std::int64_t revision = hub.state.now.revision;
   const std::size_t complaints = _installation.platform.log.messages.size();
@@ -71,16 +71,16 @@ std::string ComputerWorld::syncWith(loomer::EmbeddedManager& manager, std::size_
   return error;
 }
 
-std::string ComputerWorld::trySync(std::size_t client) {
+std::string ComputerSimulation::trySync(std::size_t client) {
   return syncWith(*computerOf(client).manager, client);
 }
 
-void ComputerWorld::sync(std::size_t client) {
+void ComputerSimulation::sync(std::size_t client) {
   const std::string error = trySync(client);
   require(error.empty(), "a session fails: " + error);
 }
 
-void ComputerWorld::atFirst(const std::string& call, std::function<void()> act) {
+void ComputerSimulation::atFirst(const std::string& call, std::function<void()> act) {
   hub.onCall = [this, call, act = std::move(act)](const std::string& now) {
     if (now != call) return;
     const std::function<void()> once = act;
@@ -89,13 +89,13 @@ void ComputerWorld::atFirst(const std::string& call, std::function<void()> act) 
   };
 }
 
-void ComputerWorld::syncCutOff(std::size_t client, const std::string& call) {
+void ComputerSimulation::syncCutOff(std::size_t client, const std::string& call) {
   atFirst(call, [] { failAsService("it was cut off."); });
   sync(client);
   hub.onCall = nullptr;
 }
 
-void ComputerWorld::syncKilled(std::size_t client, const std::string& call) {
+void ComputerSimulation::syncKilled(std::size_t client, const std::string& call) {
   const std::string directory = directoryOf(computerOf(client).storePath);
   const std::string copy = directory + ".killed";
   atFirst(call, [&] {
@@ -114,7 +114,7 @@ void ComputerWorld::syncKilled(std::size_t client, const std::string& call) {
   hub.onCall = nullptr;
 }
 
-void ComputerWorld::syncCrossed(std::size_t client, const std::string& call, std::size_t other) {
+void ComputerSimulation::syncCrossed(std::size_t client, const std::string& call, std::size_t other) {
   atFirst(call, [&] {
     const auto process = open(computerOf(other));
     const std::string error = syncWith(*process, other);
@@ -124,22 +124,22 @@ void ComputerWorld::syncCrossed(std::size_t client, const std::string& call, std
   hub.onCall = nullptr;
 }
 
-void ComputerWorld::syncCancelled(std::size_t client) {
+void ComputerSimulation::syncCancelled(std::size_t client) {
   ScriptedClient& scripted = *_clients[client].scripted;
   scripted.finishAnswer = false;
   require(!trySync(client).empty(), "a session succeeds though its client cannot save");
   scripted.finishAnswer = true;
 }
 
-void ComputerWorld::restart(std::size_t client) {
+void ComputerSimulation::restart(std::size_t client) {
   Computer& computer = computerOf(client);
   computer.manager.reset();
   computer.manager = open(computer);
 }
 
-void ComputerWorld::restore(const MemoryHub::State& state) { hub.state = state; }
+void ComputerSimulation::restore(const MemoryHub::State& state) { hub.state = state; }
 
-void ComputerWorld::requireConverged() {
+void ComputerSimulation::requireConverged() {
   const std::string tree = client(0).text();
   for (std::size_t i = 1; i < clientCount(); ++i) {
     require(client(i).text() == tree, "two clients hold different trees:\n" + tree + "\n" + client(i).text());

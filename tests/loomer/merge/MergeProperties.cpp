@@ -1,4 +1,4 @@
-#include "tests/loomer/merge/Laws.h"
+#include "tests/loomer/merge/MergeProperties.h"
 
 #include <rapidcheck.h>
 

@@ -1,4 +1,4 @@
-#include "tests/laws/FileLaws.h"
+#include "tests/properties/FileProperties.h"
 
 #include <rapidcheck.h>
 
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tests/laws/FileWorld.h"
+#include "tests/properties/FileSimulation.h"
 
 namespace corvane {
 
@@ -58,26 +58,26 @@ void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
 }
 
-/// A world whose browsers edit at random, and what must come of it.
-class RandomWorld {
+/// A simulation whose browsers edit at random, and what must come of it.
+class RandomFiles {
  public:
-  explicit RandomWorld(std::size_t clients) : _world(clients) {
+  explicit RandomFiles(std::size_t clients) : _simulation(clients) {
     // Something that nobody deletes keeps the guard against emptied files out of these histories.
     edit({StepKind::addBookmark, 0, 0, 0, 0});
     _anchor = "t1";
   }
 
-  FileWorld& world() { return _world; }
+  FileSimulation& simulation() { return _simulation; }
 
   void carryOut(const Step& step) {
-    const std::size_t client = step.client % _world.size();
+    const std::size_t client = step.client % _simulation.size();
     switch (step.kind) {
       case StepKind::sync:
-        return _world.sync(client);
+        return _simulation.sync(client);
       case StepKind::syncKilled:
-        return _world.syncKilled(client, static_cast<int>(step.index) + 1);
+        return _simulation.syncKilled(client, static_cast<int>(step.index) + 1);
       case StepKind::syncWhile:
-        return _world.syncWhile(client, [&] {
+        return _simulation.syncWhile(client, [&] {
           edit({step.folder % 2 == 0 ? StepKind::addBookmark : StepKind::rename, step.client, step.entry,
                 step.folder, step.index});
         });
@@ -87,8 +87,8 @@ class RandomWorld {
   }
 
   void edit(const Step& step) {
-    const std::size_t client = step.client % _world.size();
-    BrowserFile file = _world.file(client);
+    const std::size_t client = step.client % _simulation.size();
+    BrowserFile file = _simulation.file(client);
     const std::vector<std::size_t> folders = file.visible(true);
     const std::vector<std::size_t> all = file.visible(false);
     const std::size_t folder = folders[step.folder % folders.size()];
@@ -104,13 +104,13 @@ class RandomWorld {
     } else if (all.size() > 1) {
       change(file, step, all[1 + step.entry % (all.size() - 1)], folder);
     }
-    _world.write(client, file);
+    _simulation.write(client, file);
   }
 
-  /// The laws at rest: every title that nobody deleted is there once.
+  /// The properties at rest: every title that nobody deleted is there once.
   void requireNothingLost() {
     std::map<std::string, int> counts;
-    const BrowserFile file = _world.file(0);
+    const BrowserFile file = _simulation.file(0);
     for (const std::size_t at : file.visible(false)) ++counts[file.title(at)];
     for (const auto& [title, count] : counts) require(count == 1, title + " is there more than once");
     for (const std::string& title : _given) {
@@ -121,8 +121,8 @@ class RandomWorld {
 
   /// What the browser alone knows stays with its entry, in its file.
   void requireNotesKept() {
-    for (std::size_t client = 0; client < _world.size(); ++client) {
-      for (const std::string& note : _world.file(client).notes()) {
+    for (std::size_t client = 0; client < _simulation.size(); ++client) {
+      for (const std::string& note : _simulation.file(client).notes()) {
         const std::string uid = note.substr(0, note.find(':'));
         require(note == uid + ": note of " + uid, "a note changed hands: " + note);
         require(uid.starts_with("c" + std::to_string(client) + "-"), "a note went to another file: " + note);
@@ -174,7 +174,7 @@ class RandomWorld {
   }
 
   void requireNoteOf(std::size_t client, const std::string& uid) {
-    const auto notes = _world.file(client).notes();
+    const auto notes = _simulation.file(client).notes();
     const std::string& title = _titles.at(uid);
     // An entry that another client deleted is gone with its note.
     if (_gone.contains(title)) return;
@@ -194,7 +194,7 @@ class RandomWorld {
     return uid;
   }
 
-  FileWorld _world;
+  FileSimulation _simulation;
   unsigned _serial = 0;
   std::string _anchor;
   std::vector<std::string> _given;
@@ -216,49 +216,49 @@ std::vector<StepKind> editsAndSessions() {
 }
 
 /// One session of every client, in an order that is drawn.
-void roundInAnyOrder(FileWorld& world) {
-  std::vector<std::size_t> order(world.size());
+void roundInAnyOrder(FileSimulation& simulation) {
+  std::vector<std::size_t> order(simulation.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
   for (std::size_t i = 0; i + 1 < order.size(); ++i) {
     std::swap(order[i], order[*rc::gen::inRange(i, order.size())]);
   }
-  for (const std::size_t client : order) world.sync(client);
+  for (const std::size_t client : order) simulation.sync(client);
 }
 
 }  // namespace
 
 void filesConverge() {
-  RandomWorld random(*rc::gen::inRange<std::size_t>(2, 5));
+  RandomFiles random(*rc::gen::inRange<std::size_t>(2, 5));
   for (const Step& step : *steps(editsAndSessions())) random.carryOut(step);
-  roundInAnyOrder(random.world());
-  roundInAnyOrder(random.world());
-  random.world().requireConverged();
-  random.world().requireSound();
+  roundInAnyOrder(random.simulation());
+  roundInAnyOrder(random.simulation());
+  random.simulation().requireConverged();
+  random.simulation().requireSound();
   random.requireNothingLost();
   random.requireNotesKept();
 }
 
 void undoRestoresEveryFile() {
-  RandomWorld random(*rc::gen::inRange<std::size_t>(2, 4));
-  FileWorld& world = random.world();
+  RandomFiles random(*rc::gen::inRange<std::size_t>(2, 4));
+  FileSimulation& simulation = random.simulation();
   for (const Step& step : *steps(editsAndSessions())) random.carryOut(step);
-  world.round();
-  world.round();
-  world.requireConverged();
-  const std::string before = world.file(0).print();
-  const std::int64_t revision = world.revision();
+  simulation.round();
+  simulation.round();
+  simulation.requireConverged();
+  const std::string before = simulation.file(0).print();
+  const std::int64_t revision = simulation.revision();
   for (Step step : *steps(kEdits)) {
     step.client = 1;
     random.carryOut(step);
   }
-  world.sync(1);
-  if (world.revision() == revision) return;
-  world.round();
-  require(world.undoLast(), "there is no session to undo");
-  world.round();
-  world.requireConverged();
-  world.requireSound();
-  const std::string after = world.file(0).print();
+  simulation.sync(1);
+  if (simulation.revision() == revision) return;
+  simulation.round();
+  require(simulation.undoLast(), "there is no session to undo");
+  simulation.round();
+  simulation.requireConverged();
+  simulation.requireSound();
+  const std::string after = simulation.file(0).print();
   require(after == before, "undoing does not restore the tree\n" + before + "\n" + after);
 }
 

@@ -1,4 +1,4 @@
-#include "tests/laws/RollbackLaw.h"
+#include "tests/properties/RollbackProperty.h"
 
 #include <rapidcheck.h>
 
@@ -9,8 +9,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "tests/laws/ComputerWorld.h"
-#include "tests/laws/EditHistory.h"
+#include "tests/properties/ComputerSimulation.h"
+#include "tests/properties/EditHistory.h"
 
 namespace corvane {
 
@@ -60,36 +60,36 @@ void require(bool holds, const std::string& what) {
 /// ever, and after a dot the number of its last renaming.
 class EditingComputers {
  public:
-  explicit EditingComputers(std::size_t computers) : _world(std::vector<std::size_t>(computers, 1)) {
+  explicit EditingComputers(std::size_t computers) : _simulation(std::vector<std::size_t>(computers, 1)) {
     add(0, "", true);
     add(0, "", true);
-    const std::string folder = _world.client(0).children.at("").front();
+    const std::string folder = _simulation.client(0).children.at("").front();
     for (const char* const in : {"", folder.c_str(), folder.c_str()}) add(0, in, false);
-    const std::string ordered = _world.client(0).addFolder("", kOrdered);
+    const std::string ordered = _simulation.client(0).addFolder("", kOrdered);
     for (const char* const name : {"o1", "o2", "o3", "o4", "o5"}) {
-      _world.client(0).addBookmark(ordered, name, std::string("http://") + name + "/");
+      _simulation.client(0).addBookmark(ordered, name, std::string("http://") + name + "/");
     }
-    _orders.insert(orderIn(_world.client(0)));
-    _lastOrder = orderIn(_world.client(0));
+    _orders.insert(orderIn(_simulation.client(0)));
+    _lastOrder = orderIn(_simulation.client(0));
     for (int round = 0; round < 2; ++round) {
-      for (std::size_t i = 0; i < computers; ++i) _world.sync(i);
+      for (std::size_t i = 0; i < computers; ++i) _simulation.sync(i);
     }
   }
 
   void carryOut(const Step& step) {
-    const std::size_t client = step.client % _world.clientCount();
+    const std::size_t client = step.client % _simulation.clientCount();
     const char* const call = kCalls[step.entry % kCalls.size()];
     switch (step.kind) {
       case StepKind::sync:
-        return _world.sync(client);
+        return _simulation.sync(client);
       case StepKind::syncCutOff:
-        return _world.syncCutOff(client, call);
+        return _simulation.syncCutOff(client, call);
       case StepKind::syncKilled:
-        return _world.syncKilled(client, call);
+        return _simulation.syncKilled(client, call);
       case StepKind::reorder:
         return reorder(step);
       case StepKind::join:
-        if (_world.clientCount() < kMostComputers) _world.join();
+        if (_simulation.clientCount() < kMostComputers) _simulation.join();
         return;
       case StepKind::putBack:
         return putBack(step);
@@ -101,15 +101,15 @@ class EditingComputers {
   /// Edits stop.
   void settle() {
     for (int round = 0; round < 2; ++round) {
-      for (std::size_t i = 0; i < _world.clientCount(); ++i) _world.sync(i);
+      for (std::size_t i = 0; i < _simulation.clientCount(); ++i) _simulation.sync(i);
     }
-    _world.requireConverged();
+    _simulation.requireConverged();
   }
 
   void requireEditsKept() {
     std::map<std::string, EntryValues> found;
     std::set<std::string> filled;
-    ScriptedClient& client = _world.client(0);
+    ScriptedClient& client = _simulation.client(0);
     require(orderIn(client) == _lastOrder, "the order is not " + _lastOrder + ": " + client.text());
     for (const auto& [id, node] : client.nodes) {
       if (isOrdered(client, node)) continue;
@@ -150,11 +150,11 @@ class EditingComputers {
 
   /// To a state in the last part of the past, or to any.
   void putBack(const Step& step) {
-    const std::size_t count = _world.backups.size();
+    const std::size_t count = _simulation.backups.size();
     const std::size_t back =
         step.folder % 3 == 0 ? step.entry * 31U % count : step.entry % std::min<std::size_t>(count, 4);
-    const MemoryHub::State state = _world.backups[count - 1 - back];
-    _world.restore(state);
+    const MemoryHub::State state = _simulation.backups[count - 1 - back];
+    _simulation.restore(state);
   }
 
   static bool isOrdered(ScriptedClient& client, const Node& node) {
@@ -183,7 +183,7 @@ class EditingComputers {
   /// told.
   void reorder(const Step& step) {
     if (_orders.size() > 1) return;
-    ScriptedClient& client = _world.client(0);
+    ScriptedClient& client = _simulation.client(0);
     const std::string folder = client.find(kOrdered);
     const std::vector<std::string> before = client.children[folder];
     const std::string moved = before[step.entry % before.size()];
@@ -197,7 +197,7 @@ class EditingComputers {
   }
 
   void add(std::size_t at, const std::string& folder, bool isFolder) {
-    ScriptedClient& client = _world.client(at);
+    ScriptedClient& client = _simulation.client(at);
     const std::string name = "n" + std::to_string(++_serial);
     const std::string id =
         isFolder ? client.addFolder(folder, name) : client.addBookmark(folder, name, "http://" + name + "/");
@@ -205,7 +205,7 @@ class EditingComputers {
   }
 
   void edit(std::size_t at, const Step& step) {
-    ScriptedClient& client = _world.client(at);
+    ScriptedClient& client = _simulation.client(at);
     std::vector<std::string> folders{""};
     std::vector<std::string> all;
     for (const auto& [id, node] : client.nodes) {
@@ -261,7 +261,7 @@ class EditingComputers {
     client.remove(id);
   }
 
-  ComputerWorld _world;
+  ComputerSimulation _simulation;
   int _serial = 0;
   int _versions = 0;
   std::map<std::string, EntryHistory> _entries;

@@ -4,18 +4,18 @@
 #include <string>
 #include <vector>
 
-#include "tests/laws/BrowserFile.h"
-#include "tests/laws/EngineHome.h"
+#include "tests/properties/BrowserFile.h"
+#include "tests/properties/EngineHome.h"
 
 namespace corvane {
 
 /// One user's home with several bookmarks files in it, the tool's own session code and the embedded engine
 /// over a store of their own. Everything but the clock and the uids is real.
-class FileWorld {
+class FileSimulation {
  public:
-  explicit FileWorld(std::size_t clients);
-  FileWorld(const FileWorld&) = delete;
-  FileWorld& operator=(const FileWorld&) = delete;
+  explicit FileSimulation(std::size_t clients);
+  FileSimulation(const FileSimulation&) = delete;
+  FileSimulation& operator=(const FileSimulation&) = delete;
 
   std::size_t size() const { return _clients; }
   BrowserFile file(std::size_t client) const;

@@ -4,20 +4,20 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/laws/ComputersLaw.h"
-#include "tests/laws/FileLaws.h"
-#include "tests/laws/RollbackLaw.h"
-#include "tests/laws/TwoSidedLaw.h"
-#include "tests/loomer/merge/Properties.h"
+#include "tests/loomer/merge/CheckTimes.h"
+#include "tests/properties/ComputersProperty.h"
+#include "tests/properties/FileProperties.h"
+#include "tests/properties/RollbackProperty.h"
+#include "tests/properties/TwoSidedProperties.h"
 
-// The laws that take both sides of a history, a real engine or real files to check. RapidCheck prints its
-// seed; RC_PARAMS="seed=…" replays one. CORVANE_LAWS=N runs N times as many histories.
+// The properties that take both sides of a history, a real engine or real files to check. RapidCheck prints
+// its seed; RC_PARAMS="seed=…" replays one. CORVANE_PROPERTIES=N runs N times as many histories.
 
 namespace corvane {
 namespace {
 
 int times(int count) {
-  const char* const factor = std::getenv("CORVANE_LAWS");
+  const char* const factor = std::getenv("CORVANE_PROPERTIES");
   return factor ? count * std::max(1, std::atoi(factor)) : count;
 }
 

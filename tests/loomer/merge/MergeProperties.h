@@ -2,7 +2,7 @@
 
 namespace corvane::loomer::test {
 
-// The laws of the engine over clients in memory. Each draws a random history of several clients from
+// The properties of the engine over clients in memory. Each draws a random history of several clients from
 // RapidCheck and fails by an exception, or an assertion of RapidCheck's, that says what does not hold.
 
 /// When edits stop, two rounds bring every client to one tree, and nothing changes afterwards.

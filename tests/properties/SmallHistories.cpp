@@ -1,13 +1,13 @@
-#include "tests/laws/SmallHistories.h"
+#include "tests/properties/SmallHistories.h"
 
 #include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
-#include "tests/laws/SmallEdits.h"
-#include "tests/laws/SmallLaws.h"
 #include "tests/loomer/merge/History.h"
+#include "tests/properties/SmallEdits.h"
+#include "tests/properties/SmallHistoryProperties.h"
 
 namespace corvane::loomer::test {
 namespace {
@@ -234,7 +234,7 @@ void TwoSides::run(const AfterA& afterA, const ClientSimulation& ofB) const {
   const std::string edited = ofB.print();
   if (edited == _state->printed) require(end == afterA.edited, "A's edits did not reach B as they were");
   if (afterA.edited == _state->printed) require(end == edited, "B's edits did not reach A as they were");
-  requireLawful({_state->origin, afterA.facts, factsOf(ofB, b), factsOf(truth)});
+  requireProperties({_state->origin, afterA.facts, factsOf(ofB, b), factsOf(truth)});
 }
 
 std::vector<std::string> forests(std::size_t nodes) {

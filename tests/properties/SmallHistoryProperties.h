@@ -28,8 +28,9 @@ struct SmallHistory {
   const Facts& end;
 };
 
-/// Raises std::logic_error, with the reason, unless the end is what the laws demand: nothing lost that nobody
-/// deleted, nothing doubled or invented, every attribute and parent by the rule, and the order of siblings.
-void requireLawful(const SmallHistory& history);
+/// Raises std::logic_error, with the reason, unless the history has every property that it must have: nothing
+/// lost that nobody deleted, nothing doubled or invented, every attribute and parent by the rule, and the
+/// order of siblings.
+void requireProperties(const SmallHistory& history);
 
 }  // namespace corvane::loomer::test

@@ -1,13 +1,13 @@
-#include "tests/laws/TwoSidedLaw.h"
+#include "tests/properties/TwoSidedProperties.h"
 
 #include <rapidcheck.h>
 
 #include <stdexcept>
 #include <tuple>
 
-#include "tests/laws/SmallHistories.h"
 #include "tests/loomer/merge/Edits.h"
 #include "tests/loomer/merge/History.h"
+#include "tests/properties/SmallHistories.h"
 
 namespace corvane::loomer::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/laws/EngineHome.h"
+#include "tests/properties/EngineHome.h"
 
 #include <filesystem>
 #include <stdexcept>

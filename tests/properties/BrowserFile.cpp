@@ -1,4 +1,4 @@
-#include "tests/laws/BrowserFile.h"
+#include "tests/properties/BrowserFile.h"
 
 #include <algorithm>
 

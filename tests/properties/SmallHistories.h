@@ -8,7 +8,7 @@
 
 #include "tests/loomer/merge/ClientSimulation.h"
 
-// Every small history of two clients, checked against what the laws demand of it.
+// Every small history of two clients, checked for all properties that it must have.
 //
 // Both clients hold one tree; each side edits its own; A syncs, B syncs, A syncs. A session sees what a
 // side's edits came to and not how they came about, so edit sequences that come to the same tree are one

@@ -4,18 +4,18 @@
 #include <string>
 #include <vector>
 
-#include "tests/laws/EngineHome.h"
 #include "tests/loomer/engine/MemoryHub.h"
 #include "tests/loomer/engine/ScriptedClient.h"
+#include "tests/properties/EngineHome.h"
 
 namespace corvane {
 
 /// Computers that share an account of the online service. Each has a store of its own, and clients in memory
 /// on it.
-class ComputerWorld {
+class ComputerSimulation {
  public:
   /// `clients` says how many each computer has.
-  explicit ComputerWorld(const std::vector<std::size_t>& clients);
+  explicit ComputerSimulation(const std::vector<std::size_t>& clients);
 
   std::size_t clientCount() const { return _clients.size(); }
   ScriptedClient& client(std::size_t client) { return *_clients[client].scripted; }

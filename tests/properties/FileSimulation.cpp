@@ -1,4 +1,4 @@
-#include "tests/laws/FileWorld.h"
+#include "tests/properties/FileSimulation.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -27,7 +27,7 @@ void requireDone(const std::error_code& error, const std::string& path) {
 
 }  // namespace
 
-FileWorld::FileWorld(std::size_t clients) : _clients(clients), _newest(clients) {
+FileSimulation::FileSimulation(std::size_t clients) : _clients(clients), _newest(clients) {
   _home.platform.makeDirectories(_home.platform.process.home + "/Library/Corvane");
   const Dictionary empty{{"WebBookmarkFileVersion", 1},
                          {"WebBookmarkType", "WebBookmarkTypeList"},
@@ -38,28 +38,28 @@ FileWorld::FileWorld(std::size_t clients) : _clients(clients), _newest(clients) 
   }
 }
 
-std::string FileWorld::name(std::size_t client) const {
+std::string FileSimulation::name(std::size_t client) const {
   return client == 0 ? "Bookmarks.plist" : "browser" + std::to_string(client) + ".plist";
 }
 
-std::string FileWorld::path(std::size_t client) const {
+std::string FileSimulation::path(std::size_t client) const {
   return _home.platform.process.home + "/Library/Corvane/" + name(client);
 }
 
-std::string FileWorld::bytes(std::size_t client) const {
+std::string FileSimulation::bytes(std::size_t client) const {
   std::string bytes;
   LinuxFileSystem files;
   requireDone(files.read(path(client), bytes), path(client));
   return bytes;
 }
 
-BrowserFile FileWorld::file(std::size_t client) const {
+BrowserFile FileSimulation::file(std::size_t client) const {
   const Value contents = readPropertyList(bytes(client));
   require(contents.as<Dictionary>(), path(client) + " holds no dictionary");
   return BrowserFile(*contents.as<Dictionary>());
 }
 
-Date FileWorld::date(std::size_t client) const {
+Date FileSimulation::date(std::size_t client) const {
   LinuxFileSystem files;
   std::error_code error;
   const auto attributes = files.attributes(path(client), error);
@@ -67,7 +67,7 @@ Date FileWorld::date(std::size_t client) const {
   return attributes->modificationDate;
 }
 
-void FileWorld::write(std::size_t client, const BrowserFile& contents) {
+void FileSimulation::write(std::size_t client, const BrowserFile& contents) {
   // A session saves with the date of the moment, which is older than those given here.
   Date& newest = _newest.at(client);
   newest.seconds = std::max(newest.seconds, date(client).seconds) + 1.0;
@@ -76,7 +76,7 @@ void FileWorld::write(std::size_t client, const BrowserFile& contents) {
   requireDone(setModificationDate(path(client), newest), path(client));
 }
 
-bool FileWorld::run(std::size_t client) {
+bool FileSimulation::run(std::size_t client) {
   ++_sessions;
   const std::string id = client == 0 ? kMainClient : std::string(kMainClient) + "." + name(client);
   const auto manager = CorvaneSyncManager::initWithClientId(String(id));
@@ -84,13 +84,13 @@ bool FileWorld::run(std::size_t client) {
   return manager->sync();
 }
 
-void FileWorld::sync(std::size_t client) {
+void FileSimulation::sync(std::size_t client) {
   const bool succeeded = run(client);
   const std::vector<std::string>& log = _home.platform.log.messages;
   require(succeeded, "a session fails: " + (log.empty() ? std::string("for no reason") : log.back()));
 }
 
-void FileWorld::syncWhile(std::size_t client, const std::function<void()>& browser) {
+void FileSimulation::syncWhile(std::size_t client, const std::function<void()>& browser) {
   bool wrote = false;
   _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
     const bool takesLock = call.operation == FileOperation::makeDirectory && call.path.ends_with("/lock");
@@ -104,7 +104,7 @@ void FileWorld::syncWhile(std::size_t client, const std::function<void()>& brows
   _home.platform.files.intercept = nullptr;
 }
 
-void FileWorld::syncKilled(std::size_t client, int operation) {
+void FileSimulation::syncKilled(std::size_t client, int operation) {
   const std::filesystem::path directory = std::filesystem::path(_home.storePath).parent_path();
   const std::filesystem::path copy = directory.string() + ".killed";
   copyStore(directory.string(), copy.string());
@@ -129,11 +129,11 @@ void FileWorld::syncKilled(std::size_t client, int operation) {
   _home.open();
 }
 
-void FileWorld::round() {
+void FileSimulation::round() {
   for (std::size_t client = 0; client < _clients; ++client) sync(client);
 }
 
-bool FileWorld::undoLast() {
+bool FileSimulation::undoLast() {
   std::int64_t last = 0;
   loomer::SessionLog(_home.store()).newestFirst([&](const loomer::SessionEntry& entry) {
     if (entry.changed > 0) last = entry.id;
@@ -144,11 +144,11 @@ bool FileWorld::undoLast() {
   return true;
 }
 
-std::int64_t FileWorld::revision() { return loomer::RecordTable(_home.store()).state().revision; }
+std::int64_t FileSimulation::revision() { return loomer::RecordTable(_home.store()).state().revision; }
 
-std::size_t FileWorld::live() { return loomer::RecordTable(_home.store()).liveCount(); }
+std::size_t FileSimulation::live() { return loomer::RecordTable(_home.store()).liveCount(); }
 
-void FileWorld::requireConverged() {
+void FileSimulation::requireConverged() {
   const std::string tree = file(0).print();
   for (std::size_t client = 1; client < _clients; ++client) {
     const std::string other = file(client).print();

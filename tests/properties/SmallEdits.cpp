@@ -1,4 +1,4 @@
-#include "tests/laws/SmallEdits.h"
+#include "tests/properties/SmallEdits.h"
 
 #include <algorithm>
 #include <functional>

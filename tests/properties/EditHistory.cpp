@@ -1,4 +1,4 @@
-#include "tests/laws/EditHistory.h"
+#include "tests/properties/EditHistory.h"
 
 #include <algorithm>
 

@@ -1,11 +1,11 @@
-#include "tests/laws/SmallLaws.h"
+#include "tests/properties/SmallHistoryProperties.h"
 
 #include <algorithm>
 #include <optional>
 #include <set>
 #include <stdexcept>
 
-#include "tests/laws/SmallEdits.h"
+#include "tests/properties/SmallEdits.h"
 
 namespace corvane::loomer::test {
 namespace {
@@ -208,6 +208,6 @@ class Judge {
 
 }  // namespace
 
-void requireLawful(const SmallHistory& history) { Judge(history).run(); }
+void requireProperties(const SmallHistory& history) { Judge(history).run(); }
 
 }  // namespace corvane::loomer::test

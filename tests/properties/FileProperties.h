@@ -2,8 +2,8 @@
 
 namespace corvane {
 
-// Laws over real files and the tool's own session code. Each draws its history from RapidCheck and fails by
-// an exception that says what does not hold.
+// Properties over real files and the tool's own session code. Each draws its history from RapidCheck and
+// fails by an exception that says what does not hold.
 
 /// Random edits, sessions, browser writes during sessions and killed sessions end, after two rounds in a
 /// random order, in one tree in every file; nothing vanishes that nobody deleted, nothing appears twice,

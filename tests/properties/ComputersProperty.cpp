@@ -1,4 +1,4 @@
-#include "tests/laws/ComputersLaw.h"
+#include "tests/properties/ComputersProperty.h"
 
 #include <rapidcheck.h>
 
@@ -9,7 +9,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "tests/laws/ComputerWorld.h"
+#include "tests/properties/ComputerSimulation.h"
 
 namespace corvane {
 
@@ -65,89 +65,89 @@ void require(bool holds, const std::string& what) {
 /// for ever, and after a dot the number of its last renaming.
 class RandomComputers {
  public:
-  explicit RandomComputers(const std::vector<std::size_t>& clients) : _world(clients) {
-    for (std::size_t i = 0; i < _world.clientCount(); ++i) bookmarkInCommon(_world.client(i));
+  explicit RandomComputers(const std::vector<std::size_t>& clients) : _simulation(clients) {
+    for (std::size_t i = 0; i < _simulation.clientCount(); ++i) bookmarkInCommon(_simulation.client(i));
     _serial = kInCommon;
     for (int i = 1; i <= kInCommon; ++i) _live.insert("n" + std::to_string(i));
   }
 
-  ComputerWorld& world() { return _world; }
+  ComputerSimulation& simulation() { return _simulation; }
 
   void carryOut(const Step& step) {
-    const std::size_t client = step.client % _world.clientCount();
+    const std::size_t client = step.client % _simulation.clientCount();
     const char* const call = kCalls[step.index % kCalls.size()];
     switch (step.kind) {
       case StepKind::sync:
-        return _world.sync(client);
+        return _simulation.sync(client);
       case StepKind::syncCutOff:
-        return _world.syncCutOff(client, call);
+        return _simulation.syncCutOff(client, call);
       case StepKind::syncKilled:
-        return _world.syncKilled(client, call);
+        return _simulation.syncKilled(client, call);
       case StepKind::syncCrossed:
-        return syncCrossed(client, step.entry % _world.clientCount(), call);
+        return syncCrossed(client, step.entry % _simulation.clientCount(), call);
       case StepKind::syncCancelled:
-        return _world.syncCancelled(client);
+        return _simulation.syncCancelled(client);
       case StepKind::restart:
-        return _world.restart(client);
+        return _simulation.restart(client);
       case StepKind::dropTombstones:
-        return _world.hub.dropTombstones();
+        return _simulation.hub.dropTombstones();
       case StepKind::emptyService:
         return restore(0);
       case StepKind::restoreService:
         return restore(step.entry * 31U);
       case StepKind::switchService:
-        _world.hub.enabled = !_world.hub.enabled;
+        _simulation.hub.enabled = !_simulation.hub.enabled;
         return;
       case StepKind::fillAccount:
-        _world.hub.limit = static_cast<std::int64_t>(_world.hub.live() + step.index % 3);
+        _simulation.hub.limit = static_cast<std::int64_t>(_simulation.hub.live() + step.index % 3);
         return;
       case StepKind::emptyAccount:
-        _world.hub.limit = kAmple;
+        _simulation.hub.limit = kAmple;
         return;
       default:
-        return edit(_world.client(client), step);
+        return edit(_simulation.client(client), step);
     }
   }
 
   /// Edits stop; the service works.
   void settle() {
-    _world.hub.enabled = true;
-    _world.hub.limit = kAmple;
+    _simulation.hub.enabled = true;
+    _simulation.hub.limit = kAmple;
     for (int round = 0; round < 2; ++round) roundInAnyOrder();
-    _world.requireConverged();
+    _simulation.requireConverged();
   }
 
   void roundInAnyOrder() {
-    std::vector<std::size_t> order(_world.clientCount());
+    std::vector<std::size_t> order(_simulation.clientCount());
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
     for (std::size_t i = 0; i + 1 < order.size(); ++i) {
       std::swap(order[i], order[*rc::gen::inRange(i, order.size())]);
     }
-    for (const std::size_t client : order) _world.sync(client);
+    for (const std::size_t client : order) _simulation.sync(client);
   }
 
   void requireNothingLost() {
     std::map<std::string, int> counts;
-    for (const auto& [id, node] : _world.client(0).nodes) ++counts[identityOf(node)];
+    for (const auto& [id, node] : _simulation.client(0).nodes) ++counts[identityOf(node)];
     for (const auto& [identity, count] : counts) {
-      require(count == 1, identity + " is there more than once: " + _world.client(0).text());
+      require(count == 1, identity + " is there more than once: " + _simulation.client(0).text());
     }
     for (const std::string& identity : _live) {
       require(counts.contains(identity),
-              identity + " vanished though nobody deleted it: " + _world.client(0).text());
+              identity + " vanished though nobody deleted it: " + _simulation.client(0).text());
     }
   }
 
   /// A computer that joins is given the very tree that is there, and gives nothing.
   void requireJoining() {
-    const std::int64_t revision = _world.hub.state.now.revision;
-    _world.join();
-    const std::size_t last = _world.clientCount() - 1;
-    _world.sync(last);
-    require(_world.client(last).text() == _world.client(0).text(), "a new computer is given another tree:\n" +
-                                                                       _world.client(0).text() + "\n" +
-                                                                       _world.client(last).text());
-    require(_world.hub.state.now.revision == revision, "a new computer changes the service");
+    const std::int64_t revision = _simulation.hub.state.now.revision;
+    _simulation.join();
+    const std::size_t last = _simulation.clientCount() - 1;
+    _simulation.sync(last);
+    require(_simulation.client(last).text() == _simulation.client(0).text(),
+            "a new computer is given another tree:\n" + _simulation.client(0).text() + "\n" +
+                _simulation.client(last).text());
+    require(_simulation.hub.state.now.revision == revision, "a new computer changes the service");
   }
 
  private:
@@ -174,20 +174,21 @@ class RandomComputers {
 
   /// Before all have met, an edit of what they have in common makes two different things of it.
   bool mayBeEdited(const Node& node) {
-    return std::stoi(identityOf(node).substr(1)) > kInCommon || _world.allHaveMet();
+    return std::stoi(identityOf(node).substr(1)) > kInCommon || _simulation.allHaveMet();
   }
 
   /// As above: who meets an emptied service without ever having met another computer's entries has a history
   /// of its own.
   void restore(std::size_t backup) {
-    if (_world.allHaveMet()) _world.restore(_world.backups[backup % _world.backups.size()]);
+    if (_simulation.allHaveMet())
+      _simulation.restore(_simulation.backups[backup % _simulation.backups.size()]);
   }
 
   void syncCrossed(std::size_t client, std::size_t other, const std::string& call) {
     // In a push the computer's own store is locked, and another process of it waits.
-    const bool waits = _world.shareComputer(client, other) && call != "news";
-    if (client == other || waits) return _world.sync(client);
-    _world.syncCrossed(client, call, other);
+    const bool waits = _simulation.shareComputer(client, other) && call != "news";
+    if (client == other || waits) return _simulation.sync(client);
+    _simulation.syncCrossed(client, call, other);
   }
 
   void edit(ScriptedClient& client, const Step& step) {
@@ -256,7 +257,7 @@ class RandomComputers {
     client.remove(id);
   }
 
-  ComputerWorld _world;
+  ComputerSimulation _simulation;
   int _serial = 0;
   int _versions = 0;
   std::set<std::string> _live;  ///< what nobody deleted

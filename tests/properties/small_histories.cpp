@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/laws/SmallHistories.h"
+#include "tests/properties/SmallHistories.h"
 
 namespace {
 
@@ -83,13 +83,13 @@ int main(int argc, char** argv) {
     }
   }
   if (parts == 0 || part >= parts) return printUsage();
-  bool lawful = true;
+  bool allHold = true;
   for (SmallHistoryScope scope : scopes) {
     if (parts > 1) {
       scope.part = part;
       scope.parts = parts;
     }
-    lawful = run(scope) && lawful;
+    allHold = run(scope) && allHold;
   }
-  return lawful ? 0 : 1;
+  return allHold ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-#include "tests/loomer/merge/OrderLaws.h"
+#include "tests/loomer/merge/OrderProperties.h"
 
 #include <rapidcheck.h>
 
