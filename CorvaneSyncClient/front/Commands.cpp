@@ -14,8 +14,6 @@ namespace corvane {
 
 namespace {
 
-constexpr int kYes = 0;
-constexpr int kNo = 1;
 constexpr std::size_t kSpareBytes = 64 * 1024;
 
 // What a run made lives until the process ends, which gives it all back at once: taking a million nodes apart
@@ -30,15 +28,15 @@ bool syncClient(const String& clientId) {
   return manager && manager->sync();
 }
 
-int sync(const String& clientId) {
+bool sync(const String& clientId) {
   if (!clientId) {
     systemLog("CorvaneSyncClient called to sync, but without a proper client id");
-    return kNo;
+    return false;
   }
   // For a run that has used up all memory: giving the lock back takes some.
   auto spare = std::make_unique<char[]>(kSpareBytes);
   SingleRunLock lock;
-  if (!lock.acquire()) return kNo;
+  if (!lock.acquire()) return false;
   bool succeeded = false;
   try {
     succeeded = syncClient(clientId);
@@ -49,15 +47,16 @@ int sync(const String& clientId) {
     throw;
   }
   lock.release();
-  return succeeded ? kYes : kNo;
+  return succeeded;
 }
 
-int printUsage() {
+bool printUsage() {
   std::fputs(kUsage, stderr);
-  return kNo;
+  return false;
 }
 
-int dispatch(const CommandLine& commandLine) {
+// Whether the command succeeded, or what it answers.
+bool dispatch(const CommandLine& commandLine) {
   using Command = CommandLine::Command;
   switch (commandLine.command) {
     case Command::sync:
@@ -67,7 +66,7 @@ int dispatch(const CommandLine& commandLine) {
     case Command::unregisterSyncClient:
       return unregisterSyncClient(commandLine.clientId);
     case Command::isSyncing:
-      return SingleRunLock().isHeld() ? kYes : kNo;
+      return SingleRunLock().isHeld();
     case Command::canRegister:
       return canRegister();
     case Command::isRegistered:
@@ -79,14 +78,16 @@ int dispatch(const CommandLine& commandLine) {
     case Command::unknown:
       return printUsage();
   }
-  return kNo;
+  return false;
 }
 
 }  // namespace
 
 int runCommand(const CommandLine& commandLine) {
+  constexpr int kYes = 0;
+  constexpr int kNo = 1;
   try {
-    return dispatch(commandLine);
+    return dispatch(commandLine) ? kYes : kNo;
   } catch (const PlatformException& exception) {
     systemLog("Uncaught exception running corvanetool: %@", exception.reason());
     return kNo;

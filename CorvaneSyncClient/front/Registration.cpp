@@ -11,9 +11,6 @@ namespace corvane {
 
 namespace {
 
-constexpr int kYes = 0;
-constexpr int kNo = 1;
-
 // The client of that id; null when it is not registered, or cannot be where `registerIfMissing` asks for
 // that. Only then is a missing store made.
 LoomerClient* registeredClient(const String& clientId, bool registerIfMissing) {
@@ -31,51 +28,50 @@ bool mainClientIsRegistered(bool registerIfMissing) {
 }
 
 // Switches bookmarks at the online service on or off. `enabling` is the word for it in messages.
-int switchBookmarks(bool enabled, const char* enabling) {
+bool switchBookmarks(bool enabled, const char* enabling) {
   String error;
   try {
-    if (DotPeltoSessionProxy::current().setDataclass(LoomerDataClass_Bookmarks, enabled, error)) return kYes;
+    if (DotPeltoSessionProxy::current().setDataclass(LoomerDataClass_Bookmarks, enabled, error)) return true;
     systemLog("Error %@ bookmarks with .Pelto: %@", enabling, error);
   } catch (const PlatformException& exception) {
     systemLog("Error %@ data class with .Pelto: %@", enabling, exception.reason());
   }
-  return kNo;
+  return false;
 }
 
 }  // namespace
 
-int registerSyncClient(const String& clientId) {
+bool registerSyncClient(const String& clientId) {
   unregisterSyncClient(clientId);
-  return registeredClient(clientId, true) ? kYes : kNo;
+  return registeredClient(clientId, true) != nullptr;
 }
 
-int unregisterSyncClient(const String& clientId) {
+bool unregisterSyncClient(const String& clientId) {
   LoomerClient* client = registeredClient(clientId, false);
-  if (!client) return kNo;
+  if (!client) return false;
   LoomerManager::sharedManager().unregisterClient(*client);
-  return kYes;
+  return true;
 }
 
-int canRegister() { return DotPeltoSessionProxy::current().isComputerEnabledForSyncing() ? kYes : kNo; }
+bool canRegister() { return DotPeltoSessionProxy::current().isComputerEnabledForSyncing(); }
 
-int isRegistered() {
-  if (!mainClientIsRegistered(false)) return kNo;
+bool isRegistered() {
+  if (!mainClientIsRegistered(false)) return false;
   try {
-    return DotPeltoSessionProxy::current().dataclassIsEnabledForSyncing(LoomerDataClass_Bookmarks) ? kYes
-                                                                                                   : kNo;
+    return DotPeltoSessionProxy::current().dataclassIsEnabledForSyncing(LoomerDataClass_Bookmarks);
   } catch (const PlatformException& exception) {
     systemLog("Error checking if bookmarks data class is enabled with .Pelto: %@", exception.reason());
-    return kNo;
+    return false;
   }
 }
 
-int registerWithService() {
-  if (!DotPeltoSessionProxy::current().isComputerEnabledForSyncing()) return kNo;
-  if (!mainClientIsRegistered(true)) return kNo;
+bool registerWithService() {
+  if (!DotPeltoSessionProxy::current().isComputerEnabledForSyncing()) return false;
+  if (!mainClientIsRegistered(true)) return false;
   return switchBookmarks(true, "enabling");
 }
 
 // Asks neither whether the computer is enabled nor for the client: what is on can always be switched off.
-int unregisterFromService() { return switchBookmarks(false, "disabling"); }
+bool unregisterFromService() { return switchBookmarks(false, "disabling"); }
 
 }  // namespace corvane

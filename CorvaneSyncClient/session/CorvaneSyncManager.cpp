@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
@@ -25,7 +26,6 @@ constexpr const char* kFeedClass = "NuvoloClient";
 constexpr const char* kVersionKey = "WebBookmarkFileVersion";
 constexpr std::int32_t kNewestVersion = 1;
 constexpr int kSaveAttempts = 10;
-constexpr unsigned kDefaultMode = 0777;  // less the umask
 
 // The version that saves write: that of the file checked last.
 std::int32_t currentBookmarkFileVersion = kNewestVersion;
@@ -33,10 +33,6 @@ std::int32_t currentBookmarkFileVersion = kNewestVersion;
 // Whether attributes that could not be had mean that there is nothing. Any other failure may hide a file.
 bool isNothingThere(const std::error_code& error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
-}
-
-std::string localized(const char* key, const char* table) {
-  return Platform::current().bundles.ownBundle().localizedString(key, table);
 }
 
 // The name of the client's file; nothing for an id of neither form.
@@ -47,10 +43,6 @@ std::optional<std::string> fileNameForClientId(const String& clientId) {
   name.remove_prefix(kMainClientId.size());
   if (!name.starts_with('.')) return std::nullopt;
   return std::string(name.substr(1));
-}
-
-const Dictionary* pointerTo(const std::optional<Dictionary>& dictionary) {
-  return dictionary ? &*dictionary : nullptr;
 }
 
 }  // namespace
@@ -115,7 +107,7 @@ bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
   FileSystem& files = Platform::current().files;
   makeStandardDirectoriesAbove(directory);
   // Made first and looked at afterwards, since another process may make it at the same moment.
-  if (!files.makeDirectory(directory, kDefaultMode)) return true;
+  if (!files.makeDirectory(directory, kDefaultDirectoryMode)) return true;
   if (const auto attributes = files.attributesIfKnown(directory)) {
     if (attributes->kind == FileKind::directory) return true;
     systemLog(
@@ -211,8 +203,7 @@ std::unique_ptr<BookmarkMap> CorvaneSyncManager::_mapBookmarks(const std::option
 std::string CorvaneSyncManager::_corvaneBookmarksInvalidMessage() {
   return localized(
       "The required version of Corvane needed to Sync bookmarks has never been run. Please make sure you "
-      "have installed the latest release of Corvane and run it at least once before syncing your bookmarks.",
-      kDefaultStringsTable);
+      "have installed the latest release of Corvane and run it at least once before syncing your bookmarks.");
 }
 
 Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*checkIfModified*/) {

@@ -15,7 +15,6 @@ namespace {
 constexpr const char* kLockDirectoryName = "lock";
 constexpr const char* kLockFileName = "details.plist";
 constexpr const char* kStaleLockDirectoryName = ".staleLockDirectory";
-constexpr unsigned kEverybody = 0777;  // less the umask
 constexpr double kMicrosecondsPerSecond = 1'000'000;
 constexpr int kWriteTries = 3;
 constexpr double kSecondsBetweenWriteTries = 1.0;
@@ -60,7 +59,7 @@ std::error_code makeDirectoryWithIntermediates(const std::string& path) {
     at.resize(slash == std::string::npos ? 0 : slash);
   }
   for (; !missing.empty(); missing.pop_back()) {
-    const std::error_code error = files.makeDirectory(missing.back(), kEverybody);
+    const std::error_code error = files.makeDirectory(missing.back(), kDefaultDirectoryMode);
     if (error && error != std::errc::file_exists) return error;
   }
   return {};
@@ -173,7 +172,8 @@ void CorvaneFileLocker::breakLock(Acquisition& acquisition) {
 }
 
 bool CorvaneFileLocker::makeLockDirectory() {
-  const std::error_code error = Platform::current().files.makeDirectory(lockDirectoryPath(), kEverybody);
+  const std::error_code error =
+      Platform::current().files.makeDirectory(lockDirectoryPath(), kDefaultDirectoryMode);
   if (!error) return true;
   if (error == std::errc::file_exists) return false;
   throw notAvailable(format("Can't get write lock on %@: %s", _path, error.message()));

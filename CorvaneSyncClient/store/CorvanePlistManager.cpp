@@ -14,13 +14,6 @@ constexpr const char* kNotificationName = "CorvaneBookmarkFileNotificationName";
 constexpr double kLockTimeoutSeconds = 10.0;
 constexpr int kBackups = 5;
 constexpr unsigned kOwnerWrites = 0755;
-constexpr unsigned kDefaultMode = 0777;  // less the umask
-
-template <typename... Arguments>
-std::string localized(const char* key, const Arguments&... arguments) {
-  return format(Platform::current().bundles.ownBundle().localizedString(key, kDefaultStringsTable),
-                arguments...);
-}
 
 std::optional<FileAttributes> attributesIfKnown(const std::string& path) {
   return Platform::current().files.attributesIfKnown(path);
@@ -63,7 +56,7 @@ CorvanePlistManager::CorvanePlistManager(std::string directory, std::string file
   const std::error_code error = Platform::current().files.makeDirectory(_directory, kOwnerWrites);
   if (!error || error == std::errc::file_exists) return;
   throw PlatformException(NSObjectNotAvailableException,
-                          localized("Can't create directory %@: %s.", _directory, error.message()));
+                          format(localized("Can't create directory %@: %s."), _directory, error.message()));
 }
 
 std::optional<Dictionary> CorvanePlistManager::dictionary() {
@@ -123,7 +116,7 @@ std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmar
   if (locker.lock() == FileLockerResult::gaveUp) {
     throw PlatformException(
         NSObjectNotAvailableException,
-        localized("Could not save bookmarks file, could not get directory lock for %@.", _directory));
+        format(localized("Could not save bookmarks file, could not get directory lock for %@."), _directory));
   }
   Save save{.backUp = saveBackups, .beforeReplacing = beforeReplacing};
   _saveGuarded(bookmarks, checkIfModified, save);
@@ -205,7 +198,7 @@ void CorvanePlistManager::_saveBackups() const {
   const std::string directory = format("%@/backup", _directory);
   if (const auto attributes = attributesIfKnown(directory)) {
     if (attributes->kind != FileKind::directory) return;
-  } else if (files.makeDirectory(directory, kDefaultMode)) {
+  } else if (files.makeDirectory(directory, kDefaultDirectoryMode)) {
     return;
   }
   for (int number = kBackups - 1; number >= 1; --number) {
@@ -224,17 +217,17 @@ void CorvanePlistManager::fileLockerLockWasStolen(CorvaneFileLocker&, const Dict
   if (!lockInfo) {
     throw PlatformException(
         NSGenericException,
-        localized("File lock for %@ was stolen by another process, any modifications made during "
-                  "this sync may have been overwritten.",
-                  _directory));
+        format(localized("File lock for %@ was stolen by another process, any modifications made during "
+                         "this sync may have been overwritten."),
+               _directory));
   }
   const std::optional<Date> date = lockInfo->date(kLockFileDate);
   throw PlatformException(
       NSGenericException,
-      localized("File lock for %@ was stolen at %@ by %@ on host %@ with pid %@, any "
-                "modifications made during this sync may have been overwritten.",
-                _directory, pointerTo(date), lockInfo->string(kLockFileProcessName),
-                lockInfo->string(kLockFileHostname), numberIn(*lockInfo, kLockFileProcessID)));
+      format(localized("File lock for %@ was stolen at %@ by %@ on host %@ with pid %@, any "
+                       "modifications made during this sync may have been overwritten."),
+             _directory, pointerTo(date), lockInfo->string(kLockFileProcessName),
+             lockInfo->string(kLockFileHostname), numberIn(*lockInfo, kLockFileProcessID)));
 }
 
 }  // namespace corvane

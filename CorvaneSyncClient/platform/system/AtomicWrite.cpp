@@ -3,6 +3,7 @@
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/TemporaryNames.h"
 
 // An atomic write in steps: a temporary file beside the target takes the contents and reaches the disk; a
@@ -85,7 +86,8 @@ std::error_code writeTemporary(const Place& place, std::string_view contents, co
                                TemporaryName& temporary) {
   FileDescriptor file;
   // Where an old file has its mode to pass on, nobody else may look in before the new one has it.
-  if (const std::error_code error = createTemporary(place, old ? 0600 : 0666, file, temporary)) return error;
+  const mode_t mode = old ? kPrivateFileMode : kDefaultFileMode;
+  if (const std::error_code error = createTemporary(place, mode, file, temporary)) return error;
   if (const std::error_code error = writeAll(file, contents)) return error;
   if (old) {
     if (const std::error_code error = takeOver(file, *old)) return error;

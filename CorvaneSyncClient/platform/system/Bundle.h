@@ -34,6 +34,9 @@ class Bundle {
 /// The table that is meant when none is named.
 inline constexpr const char* kDefaultStringsTable = "Localizable";
 
+/// The program's own bundle's text for `key`, as `Bundle::localizedString` finds it.
+std::string localized(const std::string& key, const std::string& table = kDefaultStringsTable);
+
 /// Where bundles come from.
 class BundleLoader {
  public:

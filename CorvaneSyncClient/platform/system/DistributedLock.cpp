@@ -4,11 +4,12 @@
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/system/LockDirectory.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
 
 namespace corvane {
 
 bool DistributedLock::tryLock() {
-  std::error_code error = Platform::current().files.makeDirectory(_path, 0700);
+  std::error_code error = Platform::current().files.makeDirectory(_path, kPrivateDirectoryMode);
   if (error == std::errc::file_exists) return false;
   if (error) {
     throw PlatformException(NSObjectNotAvailableException,

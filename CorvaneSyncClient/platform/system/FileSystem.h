@@ -29,6 +29,10 @@ struct FileAttributes {
   FileIdentity identity;
 };
 
+/// The modes of new files and directories, from which the process's umask takes.
+inline constexpr unsigned kDefaultFileMode = 0666;
+inline constexpr unsigned kDefaultDirectoryMode = 0777;
+
 /// Errors, by errno, of files that were written and could not be made durable.
 const std::error_category& notDurableCategory();
 

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/TemporaryNames.h"
 #include "CorvaneSyncClient/platform/system/Timespec.h"
 
@@ -104,7 +105,7 @@ std::error_code fillCopy(const FileDescriptor& source, FileDescriptor target, mo
 FileDescriptor openForWriting(const std::string& path, bool& isNew) {
   const auto open = [&](int flags) {
     return FileDescriptor(retryingInterrupted(
-        [&] { return ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | flags, 0666); }));
+        [&] { return ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | flags, kDefaultFileMode); }));
   };
   FileDescriptor file = open(O_EXCL);
   isNew = static_cast<bool>(file);
@@ -184,8 +185,8 @@ std::error_code LinuxFileSystem::copy(const std::string& from, const std::string
   FileDescriptor source;
   struct stat status {};
   if (const std::error_code error = openRegular(from, source, status)) return error;
-  FileDescriptor target(
-      retryingInterrupted([&] { return ::open(to.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, 0600); }));
+  FileDescriptor target(retryingInterrupted(
+      [&] { return ::open(to.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, kPrivateFileMode); }));
   if (!target) return lastSystemError();
   const std::error_code error = fillCopy(source, std::move(target), status.st_mode);
   if (error) ::unlink(to.c_str());  // the copy's own failure is the one to tell

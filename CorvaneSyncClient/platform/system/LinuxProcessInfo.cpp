@@ -15,6 +15,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/system/FileSystem.h"
+#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
 
 namespace corvane {
 
@@ -108,14 +109,15 @@ std::string LinuxProcessInfo::temporaryDirectory() {
     if (std::optional<std::string> path = directoryInEnvironment(variable)) return *path;
   }
   const std::string path = joinedPath(_sharedTemporaryDirectory, "corvane-" + std::to_string(geteuid()));
-  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+  if (::mkdir(path.c_str(), kPrivateDirectoryMode) != 0 && errno != EEXIST)
     refuse(path, std::system_category().message(errno));
   // Anybody may have made it beforehand: it must be a directory itself, the user's, and closed to others.
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) refuse(path, std::system_category().message(errno));
   if (!S_ISDIR(status.st_mode)) refuse(path, "it is not a directory");
   if (status.st_uid != geteuid()) refuse(path, "it belongs to another user");
-  if ((status.st_mode & 07777) != 0700 && ::chmod(path.c_str(), 0700) != 0) {
+  if ((status.st_mode & 07777) != kPrivateDirectoryMode &&
+      ::chmod(path.c_str(), kPrivateDirectoryMode) != 0) {
     refuse(path, std::system_category().message(errno));
   }
   return path;
