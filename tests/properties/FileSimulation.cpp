@@ -146,7 +146,10 @@ bool FileSimulation::undoLast() {
 
 std::int64_t FileSimulation::revision() { return loomer::RecordTable(_home.store()).state().revision; }
 
-std::size_t FileSimulation::live() { return loomer::RecordTable(_home.store()).liveCount(); }
+std::size_t FileSimulation::live() {
+  const loomer::RecordCounts counts = loomer::RecordTable(_home.store()).counts();
+  return counts.folders + counts.bookmarks;
+}
 
 void FileSimulation::requireConverged() {
   const std::string tree = file(0).print();

@@ -3,7 +3,9 @@
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
+#include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "tools/loomerctl/Commands.h"
 #include "tools/loomerctl/Describe.h"
 #include "tools/loomerctl/Store.h"
@@ -83,26 +85,20 @@ void writeRefusal(JsonWriter& json, const std::optional<Refusal>& refusal) {
 }
 
 struct StoreView {
-  std::int64_t bytes = 0;
-  std::int64_t formatVersion = 0;
+  std::uint64_t bytes = 0;
   TruthState truth;
-  std::int64_t folders = 0, bookmarks = 0, tombstones = 0, sessions = 0;
+  RecordCounts records;
+  std::size_t sessions = 0;
   std::vector<ClientView> clients;
   const ClientView* lastSynced = nullptr;
 };
 
 StoreView storeView(TruthStore& store) {
-  Database& database = store.database();
   StoreView view;
-  view.bytes = database.integer("PRAGMA page_count", "read its size") *
-               database.integer("PRAGMA page_size", "read its size");
-  view.formatVersion = database.integer("PRAGMA user_version", "read its version");
+  view.bytes = store.bytes();
   view.truth = RecordTable(store).state();
-  view.folders =
-      database.integer("SELECT count(*) FROM records WHERE id > 0 AND entity = 0", "count the folders");
-  view.bookmarks = database.integer("SELECT count(*) FROM records WHERE entity = 1", "count the bookmarks");
-  view.tombstones = database.integer("SELECT count(*) FROM tombstones", "count the tombstones");
-  view.sessions = database.integer("SELECT count(*) FROM sessions", "count the sessions");
+  view.records = RecordTable(store).counts();
+  view.sessions = SessionLog(store).count();
   view.clients = clientViews(store);
   for (const ClientView& each : view.clients) {
     if (!each.state.lastSession) continue;
@@ -135,11 +131,11 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
   json.beginObject();
   json.member("store", path);
   json.member("bytes", view.bytes);
-  json.member("formatVersion", view.formatVersion);
+  json.member("formatVersion", storeMigrations().size());
   json.member("revision", view.truth.revision);
-  json.member("folders", view.folders);
-  json.member("bookmarks", view.bookmarks);
-  json.member("deletedRemembered", view.tombstones);
+  json.member("folders", view.records.folders);
+  json.member("bookmarks", view.records.bookmarks);
+  json.member("deletedRemembered", view.records.tombstones);
   json.member("loggedSessions", view.sessions);
   json.member("clients", view.clients.size());
   json.key("lastSession");
@@ -172,13 +168,12 @@ void writeStatus(JsonWriter& json, const StoreView& view, const std::string& pat
 
 void printStatus(Output& out, const StoreView& view, const std::string& path) {
   const auto line = [&out](const char* label, const std::string& text) { writeField(out, label, text); };
-  const auto count = [](std::int64_t number) { return static_cast<std::size_t>(number); };
-  line("Store", printable(path) + " (" + sizeText(static_cast<std::uint64_t>(view.bytes)) + ")");
-  line("Bookmarks", countText(count(view.bookmarks), "bookmark", "bookmarks") + " in " +
-                        countText(count(view.folders), "folder", "folders") + "; " +
-                        countText(count(view.tombstones), "deletion", "deletions") + " remembered");
+  line("Store", printable(path) + " (" + sizeText(view.bytes) + ")");
+  line("Bookmarks", countText(view.records.bookmarks, "bookmark", "bookmarks") + " in " +
+                        countText(view.records.folders, "folder", "folders") + "; " +
+                        countText(view.records.tombstones, "deletion", "deletions") + " remembered");
   line("Clients", grouped(view.clients.size()));
-  line("Sessions", countText(count(view.sessions), "session", "sessions") + " in the log; revision " +
+  line("Sessions", countText(view.sessions, "session", "sessions") + " in the log; revision " +
                        std::to_string(view.truth.revision));
   line("Last sync", view.lastSynced
                         ? timeText(*view.lastSynced->state.lastSession) + ", " + nameText(*view.lastSynced)

@@ -30,7 +30,7 @@ std::unique_ptr<loomer::TruthStore> openStore() {
 
 std::unique_ptr<loomer::TruthStore> openStoreToRead() {
   auto store = openStore();
-  store->database().execute("BEGIN", "begin reading");
+  store->beginReading();
   return store;
 }
 

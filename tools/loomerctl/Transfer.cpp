@@ -21,28 +21,6 @@ namespace {
 
 using namespace loomer;
 
-struct Dates {
-  std::optional<Date> added;
-  std::optional<Date> modified;
-};
-
-/// When each record was added and changed last, as far as the log tells.
-std::unordered_map<RecordId, Dates> datesFromLog(TruthStore& store) {
-  Statement query = store.database().query(
-      "SELECT c.record, s.began, c.before_place IS NULL FROM sessions s JOIN changes c ON c.session = s.id"
-      " ORDER BY s.id",
-      "read the log of sessions");
-  std::unordered_map<RecordId, Dates> dates;
-  query.open();
-  while (query.next()) {
-    Dates& each = dates[query.integer(0)];
-    const Date began{query.real(1)};
-    if (query.integer(2) != 0 && !each.added) each.added = began;
-    each.modified = began;
-  }
-  return dates;
-}
-
 HtmlNode nodeOf(const TruthRecord& record) {
   HtmlNode node;
   node.folder = record.entity == Entity::folder;
@@ -56,7 +34,7 @@ HtmlNode nodeOf(const TruthRecord& record) {
 /// Writes the file piece by piece to `write`; answers how many bookmarks it holds.
 template <typename Write>
 std::size_t writeFile(TruthStore& store, const Write& write) {
-  const auto dates = datesFromLog(store);
+  const auto dates = SessionLog(store).dates();
   RecordTable records(store);
   TreeWalk walk(records, kRoot);
   std::size_t bookmarks = 0;
@@ -69,12 +47,12 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
     close();
     const HtmlNode node = nodeOf(*record);
     const auto known = dates.find(record->id);
-    const Dates when = known == dates.end() ? Dates() : known->second;
+    const RecordDates when = known == dates.end() ? RecordDates() : known->second;
     if (node.folder) {
-      write(htmlFolder(node, walk.depth(), when.added, when.modified));
+      write(htmlFolder(node, walk.depth(), when.added, when.changed));
       ++open;
     } else {
-      write(htmlBookmark(node, walk.depth(), when.added, when.modified));
+      write(htmlBookmark(node, walk.depth(), when.added, when.changed));
       ++bookmarks;
     }
   }

@@ -148,9 +148,12 @@ std::vector<TruthRecord> RecordTable::children(RecordId folder) {
   return records;
 }
 
-std::size_t RecordTable::liveCount() {
-  return static_cast<std::size_t>(
-      _store.database().integer("SELECT count(*) FROM records WHERE id > 0", kReadRecords));
+RecordCounts RecordTable::counts() {
+  const auto count = [this](const char* sql) {
+    return static_cast<std::size_t>(_store.database().integer(sql, kReadRecords));
+  };
+  return {count("SELECT count(*) FROM records WHERE id > 0 AND entity = 0"),
+          count("SELECT count(*) FROM records WHERE entity = 1"), count("SELECT count(*) FROM tombstones")};
 }
 
 String RecordTable::globalIdentifier(RecordId record) {

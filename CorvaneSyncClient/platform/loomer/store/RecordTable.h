@@ -19,6 +19,13 @@ struct TruthState {
   std::int64_t forgottenRevision = 0;  ///< the greatest revision of a tombstone that was dropped
 };
 
+/// How many records of each kind there are.
+struct RecordCounts {
+  std::size_t folders = 0;
+  std::size_t bookmarks = 0;
+  std::size_t tombstones = 0;
+};
+
 /// The truth as it is stored: live records and tombstones by ascending id, and in `contents` the row of each.
 struct StoredTruth {
   std::vector<TruthRecord> records;
@@ -68,7 +75,7 @@ class RecordTable {
   std::optional<TruthRecord> find(RecordId record);
   /// The live records in a folder, in their order; those of kRoot stand directly in the root.
   std::vector<TruthRecord> children(RecordId folder);
-  std::size_t liveCount();
+  RecordCounts counts();
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
   String globalIdentifier(RecordId record);
   /// Every record and tombstone by that identifier.

@@ -101,6 +101,27 @@ bool SessionLog::isPruned(std::int64_t session) {
   return session > 0 && session <= _store.database().integer("SELECT pruned_session FROM truth", kReadLog);
 }
 
+std::size_t SessionLog::count() {
+  return static_cast<std::size_t>(_store.database().integer(
+      "SELECT count(*) FROM sessions WHERE id > (SELECT pruned_session FROM truth)", kReadLog));
+}
+
+std::unordered_map<RecordId, RecordDates> SessionLog::dates() {
+  Statement query = _store.database().query(
+      "SELECT c.record, s.began, c.before_place IS NULL FROM sessions s JOIN changes c ON c.session = s.id"
+      " WHERE s.id > (SELECT pruned_session FROM truth) ORDER BY s.id",
+      kReadLog);
+  std::unordered_map<RecordId, RecordDates> dates;
+  query.open();
+  while (query.next()) {
+    RecordDates& record = dates[query.integer(0)];
+    const Date began{query.real(1)};
+    if (query.integer(2) != 0 && !record.added) record.added = began;
+    record.changed = began;
+  }
+  return dates;
+}
+
 std::vector<SessionEntry> SessionLog::sessions() {
   Statement query = _store.database().query(kOldestFirst.c_str(), kReadLog);
   std::vector<SessionEntry> sessions;

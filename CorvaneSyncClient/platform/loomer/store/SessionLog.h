@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Date.h"
@@ -51,6 +52,12 @@ struct LoggedChange {
   std::optional<LoggedState> after;
 };
 
+/// When a record was added and when it was last changed, as far as the log goes back.
+struct RecordDates {
+  std::optional<Date> added;
+  std::optional<Date> changed;
+};
+
 /// What happened to the truth: who, when, which record, before and after, and what lost a conflict. Sessions
 /// that are dropped, or of which the dropping has begun (see LogPruning.h), are not in it any more.
 class SessionLog {
@@ -66,6 +73,9 @@ class SessionLog {
 
   /// Whether the session was in the log and is dropped.
   bool isPruned(std::int64_t session);
+  std::size_t count();
+  /// Of every record that a session in the log added or changed.
+  std::unordered_map<RecordId, RecordDates> dates();
   /// Oldest first.
   std::vector<SessionEntry> sessions();
   /// Hands over the sessions, newest first, one at a time, until `take` answers false.

@@ -104,6 +104,12 @@ TruthStore::TruthStore(std::string path, const FileDescriptor& /*openingLock*/)
   }
 }
 
+std::uint64_t TruthStore::bytes() {
+  constexpr const char* kReadSize = "read its size";
+  const auto pages = static_cast<std::uint64_t>(_database.integer("PRAGMA page_count", kReadSize));
+  return pages * static_cast<std::uint64_t>(_database.integer("PRAGMA page_size", kReadSize));
+}
+
 bool TruthStore::begin(double seconds) {
   return waitUntil([this] { return _database.tryBegin(); }, seconds);
 }

@@ -29,6 +29,11 @@ class TruthStore {
 
   const std::string& path() const { return _database.path(); }
   Database& database() { return _database; }
+  /// What it takes up, what is still in its write-ahead log included.
+  std::uint64_t bytes();
+
+  /// From now on everything is read as it is at the first read, whatever others write meanwhile.
+  void beginReading() { _database.execute("BEGIN", "begin reading"); }
 
   /// Takes the lock and starts a transaction. Waits at most `seconds` for another writer, asking again
   /// several times a second by the platform's clock; false when it still writes then.
