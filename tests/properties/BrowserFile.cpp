@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tests/kit/TreeText.h"
+
 namespace corvane {
 
 using loomer::Entity;
@@ -124,18 +126,20 @@ std::vector<std::size_t> BrowserFile::visible(bool foldersOnly) const {
 }
 
 std::string BrowserFile::print() const {
-  const auto printFolder = [this](const auto& self, std::size_t folder) -> std::string {
-    std::string text = "(";
-    for (const std::size_t at : _entries[folder].children) {
-      const Entry& entry = _entries[at];
-      if (entry.isHidden) continue;
-      text += " " + title(at);
-      if (entry.keys.boolean("WebBookmarkAutoTab").value_or(false)) text += "*";
-      text += entry.isFolder ? self(self, at) : "@" + entry.keys.string("URLString").toString();
-    }
-    return text + ")";
+  const auto childrenOf = [this](std::size_t folder) {
+    std::vector<std::size_t> children = _entries[folder].children;
+    std::erase_if(children, [this](std::size_t at) { return _entries[at].isHidden; });
+    return children;
   };
-  return printFolder(printFolder, 0);
+  const auto node = [this](std::size_t at) -> kit::TreeNode {
+    const Entry& entry = _entries[at];
+    return {.label = title(at),
+            .folder = entry.isFolder,
+            .title = title(at),
+            .url = entry.isFolder ? String() : entry.keys.string("URLString"),
+            .tabGroup = entry.keys.boolean("WebBookmarkAutoTab").value_or(false)};
+  };
+  return kit::printTree(kit::treeBelow(std::size_t{0}, childrenOf, node));
 }
 
 std::vector<std::string> BrowserFile::notes() const {

@@ -37,7 +37,8 @@ class BrowserFile {
   std::string title(std::size_t entry) const;
   /// What syncs, or only its folders, parents first; the root is entry 0 and the first of the folders.
   std::vector<std::size_t> visible(bool foldersOnly) const;
-  /// The tree without what is hidden and without uids: what all clients must agree on.
+  /// What all clients must agree on, in the notation of tests: the tree without what is hidden and without
+  /// uids.
   std::string print() const;
   /// "UID: note" of every entry that has a note, sorted.
   std::vector<std::string> notes() const;

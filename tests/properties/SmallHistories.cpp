@@ -5,7 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tests/kit/TreeText.h"
 #include "tests/loomer/merge/History.h"
+#include "tests/loomer/merge/RecordTrees.h"
 #include "tests/properties/SmallEdits.h"
 #include "tests/properties/SmallHistoryProperties.h"
 
@@ -91,42 +93,25 @@ Facts factsOf(const ClientSimulation& simulation, const Side& synced) {
   return facts;
 }
 
-std::string printTruth(const Truth& truth) {
-  const Facts facts = factsOf(truth);
-  const auto print = [&](const auto& self, RecordId folder) -> std::string {
-    std::map<std::size_t, RecordId> children;
-    for (const auto& [id, fact] : facts) {
-      if (fact.parent == folder) children[fact.index] = id;
-    }
-    std::string text = "(";
-    for (const auto& [index, id] : children) {
-      const Fact& fact = facts.at(id);
-      text += " " + fact.title + (fact.entity == Entity::folder ? self(self, id) : "@" + fact.url);
-    }
-    return text + ")";
-  };
-  return print(print, kRoot);
+void grow(ClientSimulation& client, const std::string& folder, const std::vector<kit::TreeNode>& nodes,
+          std::size_t& made) {
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    const std::string title = nodes[i].label + std::to_string(++made);
+    const Entity entity = nodes[i].folder ? Entity::folder : Entity::bookmark;
+    grow(client, client.add(folder, i, entity, title, "http://" + title), nodes[i].children, made);
+  }
 }
 
-/// The tree that the text says, at client A.
+/// A client that holds the tree, its entries numbered in the order of the text.
 ClientSimulation grown(const std::string& text) {
   ClientSimulation client("A");
-  std::string folder = ClientSimulation::kRootUid;
-  std::string last;
   std::size_t made = 0;
-  for (const char letter : text) {
-    if (letter == '(') {
-      folder = last;
-    } else if (letter == ')') {
-      folder = client.entries().at(folder).parent;
-    } else {
-      const std::string title = letter + std::to_string(++made);
-      const std::size_t end = client.entries().at(folder).children.size();
-      last = client.add(folder, end, letter == 'f' ? Entity::folder : Entity::bookmark, title,
-                        "http://" + title);
-    }
-  }
+  grow(client, ClientSimulation::kRootUid, kit::parseTree(text), made);
   return client;
+}
+
+std::string joined(const std::string& tree, const std::string& rest) {
+  return rest.empty() ? tree : tree + " " + rest;
 }
 
 /// All histories from one forest.
@@ -201,7 +186,7 @@ TwoSides::TwoSides(const ClientSimulation& start)
   sync(_state->truth, _state->a);
   sync(_state->truth, _state->b);
   _state->origin = factsOf(_state->truth);
-  _state->printed = printTruth(_state->truth);
+  _state->printed = printTruth(_state->truth.records);
 }
 
 TwoSides::~TwoSides() = default;
@@ -213,7 +198,7 @@ std::unique_ptr<TwoSides::AfterA> TwoSides::syncA(const ClientSimulation& ofA) c
   auto after = std::make_unique<AfterA>(AfterA{_state->truth, {ofA, _state->a.base}, {}, ofA.print()});
   const MergeResult result = sync(after->truth, after->a);
   require(result.clientChanges.empty(), "A, who alone changed anything, is handed something down");
-  require(printTruth(after->truth) == after->edited, "A's edits did not arrive as they were");
+  require(printTruth(after->truth.records) == after->edited, "A's edits did not arrive as they were");
   after->facts = factsOf(ofA, after->a);
   return after;
 }
@@ -227,7 +212,7 @@ void TwoSides::run(const AfterA& afterA, const ClientSimulation& ofB) const {
   sync(truth, b);
   const MergeResult second = sync(truth, a);
   require(second.truthChanges.empty(), "A, who has nothing new, changes the truth");
-  const std::string end = printTruth(truth);
+  const std::string end = printTruth(truth.records);
   require(a.simulation.print() == end && b.simulation.print() == end, "the clients hold different trees");
   requireQuiet(truth, a);
   requireQuiet(truth, b);
@@ -243,10 +228,11 @@ std::vector<std::string> forests(std::size_t nodes) {
   while (known.size() <= nodes) {
     const std::size_t size = known.size();
     std::vector<std::string> found;
-    for (const std::string& rest : known[size - 1]) found.push_back("b" + rest);
+    for (const std::string& rest : known[size - 1]) found.push_back(joined("b", rest));
     for (std::size_t inside = 0; inside < size; ++inside) {
       for (const std::string& content : known[inside]) {
-        for (const std::string& rest : known[size - 1 - inside]) found.push_back("f(" + content + ")" + rest);
+        for (const std::string& rest : known[size - 1 - inside])
+          found.push_back(joined("f(" + content + ")", rest));
       }
     }
     known.push_back(std::move(found));

@@ -62,8 +62,8 @@ class TwoSides {
   std::unique_ptr<State> _state;
 };
 
-/// Every forest of folders and bookmarks with that many entries, as text: "f(b)b" is a folder with a bookmark
-/// in it and a bookmark beside it. 2, 6, 22, 90, … of them (the large Schröder numbers).
+/// Every forest of folders and bookmarks with that many entries, in the notation of tests/kit/TreeText.h:
+/// folders are called f, bookmarks b. 2, 6, 22, 90, … of them (the large Schröder numbers).
 std::vector<std::string> forests(std::size_t nodes);
 
 /// Runs them all. Failures do not end the run.

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "tests/loomer/merge/History.h"
-#include "tests/loomer/merge/TreeText.h"
+#include "tests/loomer/merge/MergeCase.h"
 
 // What the client is told, and what its base says afterwards.
 

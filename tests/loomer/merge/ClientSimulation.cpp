@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "tests/loomer/merge/RecordTrees.h"
 
 namespace corvane::loomer::test {
 namespace {
@@ -230,9 +231,9 @@ std::vector<std::string> ClientSimulation::uids(Entity entity) const {
 }
 
 std::string ClientSimulation::print() const {
-  const auto printFolder = [this](const auto& self, const std::string& folder) -> std::string {
-    std::string text = "(";
+  const auto childrenOf = [this](const std::string& folder) {
     std::vector<std::string> children = _entries.at(folder).children;
+    std::erase_if(children, [this](const std::string& uid) { return _entries.at(uid).hidden; });
     // Where special folders stand in the file is the client's own affair.
     std::stable_sort(children.begin(), children.end(), [this](const auto& a, const auto& b) {
       const Entry& left = _entries.at(a);
@@ -240,15 +241,14 @@ std::string ClientSimulation::print() const {
       if (left.special != right.special) return left.special;
       return left.special && left.title.view() < right.title.view();
     });
-    for (const std::string& uid : children) {
-      const Entry& entry = _entries.at(uid);
-      if (entry.hidden) continue;
-      text += " " + entry.title.toString() + (entry.tabGroup ? "*" : "") + (entry.special ? "!" : "");
-      text += entry.entity == Entity::folder ? self(self, uid) : "@" + entry.url.toString();
-    }
-    return text + ")";
+    return children;
   };
-  return printFolder(printFolder, kRootUid);
+  const auto node = [this](const std::string& uid) {
+    const Entry& entry = _entries.at(uid);
+    return nodeOf(entry.title.toString(), entry.entity,
+                  {entry.title, entry.url, entry.tabGroup, entry.special});
+  };
+  return kit::printTree(kit::treeBelow(std::string(kRootUid), childrenOf, node));
 }
 
 }  // namespace corvane::loomer::test

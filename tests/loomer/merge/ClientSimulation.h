@@ -50,7 +50,8 @@ class ClientSimulation {
   const std::map<std::string, Entry>& entries() const { return _entries; }
   /// The uids of what a person sees of one kind, in a fixed order; the root among the folders.
   std::vector<std::string> uids(Entity entity) const;
-  /// The tree without what is hidden, one line, to compare clients by: titles, addresses and order, no uids.
+  /// The tree without what is hidden, in the notation of tests, to compare clients by: entries are called by
+  /// their titles.
   std::string print() const;
 
  private:

@@ -1,10 +1,11 @@
 #include "tests/loomer/merge/History.h"
 
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
+
+#include "tests/loomer/merge/RecordTrees.h"
 
 namespace corvane::loomer::test {
 namespace {
@@ -230,23 +231,6 @@ void History::requireConverged() {
           "the truth changes after the clients have converged");
 }
 
-std::string History::printTruth() const {
-  std::vector<TruthRecord> live;
-  for (const TruthRecord& record : _truth) {
-    if (!record.deleted) live.push_back(record);
-  }
-  std::sort(live.begin(), live.end(), [](const auto& a, const auto& b) { return a.place < b.place; });
-  const std::function<std::string(RecordId)> print = [&](RecordId folder) {
-    std::string text = "(";
-    for (const TruthRecord& record : live) {
-      if (record.parent != folder) continue;
-      text += " " + record.content.name.toString() + (record.content.tabGroup ? "*" : "") +
-              (record.content.special ? "!" : "");
-      text += record.entity == Entity::folder ? print(record.id) : "@" + record.content.url.toString();
-    }
-    return text + ")";
-  };
-  return print(kRoot);
-}
+std::string History::printTruth() const { return test::printTruth(_truth); }
 
 }  // namespace corvane::loomer::test

@@ -28,7 +28,6 @@ class History {
   /// Raises if the clients do not hold one tree, the truth's, or if another round would change anything.
   void requireConverged();
 
-  /// The truth in the form of ClientSimulation::print.
   std::string printTruth() const;
   std::size_t sessions() const { return _sessions; }
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/loomer/merge/History.h"
-#include "tests/loomer/merge/TreeText.h"
+#include "tests/loomer/merge/MergeCase.h"
 
 namespace corvane::loomer::test {
 namespace {

@@ -8,21 +8,9 @@
 
 namespace corvane::loomer::test {
 
-/// Trees as text, for tables: labels separated by blanks; a folder's children stand in parentheses after it:
-/// `F(a b) c`. `a=news` is record a with the title "news" instead of its label, `a=` one without a title,
-/// `a@x` one at address "x" instead of "http://a", `a@` one without an address; `F*(…)` opens as tabs,
-/// `F!(…)` is special.
-struct LabelledNode {
-  std::string label;
-  Entity entity = Entity::bookmark;
-  std::size_t parent = 0;  ///< place in the list counted from 1; 0 is the root
-  std::int32_t position = 0;
-  Content content;
-};
-std::vector<LabelledNode> parseTree(const std::string& text);
-
-/// The three sides of a merge as text. A record has the same label on all sides; one that the base lacks is
-/// unknown to the client by id, and one that the base has and the truth lacks was deleted there.
+/// The three sides of a merge in the notation of tests/kit/TreeText.h. A record has the same label on all
+/// sides; one that the base lacks is unknown to the client by id, and one that the base has and the truth
+/// lacks was deleted there.
 struct ThreeTrees {
   std::string base;
   std::string truth;
