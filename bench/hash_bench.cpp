@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "bench/Sizes.h"
 
 namespace corvane::bench {

@@ -1,7 +1,7 @@
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "bench/Sizes.h"
 
 // Property lists of so many entries, in the shape of a bookmarks file.

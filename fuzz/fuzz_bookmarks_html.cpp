@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "fuzz/Require.h"
 #include "tools/loomerctl/BookmarksHtml.h"
 #include "tools/loomerctl/CommandLine.h"

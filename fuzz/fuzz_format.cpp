@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "CorvaneSyncClient/platform/foundation/Format.h"
+#include "CorvaneSyncClient/platform/foundation/values/Format.h"
 #include "fuzz/Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

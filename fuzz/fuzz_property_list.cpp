@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "fuzz/Require.h"
 
 namespace corvane {

@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "fuzz/Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

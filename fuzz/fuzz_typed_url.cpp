@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "CorvaneSyncClient/platform/foundation/TypedUrl.h"
+#include "CorvaneSyncClient/platform/foundation/values/TypedUrl.h"
 #include "fuzz/Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

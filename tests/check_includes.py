@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Checks that includes point one way: front → session → {model, store} → platform, and within platform
-{loomer, pelto} → system → foundation. The engine's rooms: {hub, edit} → session → {store, merge} → records, over its
+{loomer, pelto} → system → foundation. Foundation's: plist → values → text; the system's: linux → {files, bundles}, locks → files,
+over the interfaces beside them. The engine's rooms: {hub, edit} → session → {store, merge} → records, over its
 api.  usage: check_includes.py PROJECT_ROOT
 
 Checks as well that what is named below comes from its own header of the standard library, and not by way of another one,
@@ -12,20 +13,35 @@ import pathlib
 import re
 import sys
 
-SYSTEM = {"platform/system", "platform/foundation"}
 LOOMER = "platform/loomer"
 
 
+def folders(parent, *names):
+    return {f"{parent}/{name}" for name in names}
+
+
+FOUNDATION = {"platform/foundation"} | folders("platform/foundation", "text", "values", "plist")
+# What everybody may use; linux/ and bundles/ are seen by nobody but `linuxPlatform`.
+SYSTEM = FOUNDATION | {"platform/system"} | folders("platform/system", "files", "locks")
+
+
 def rooms(*names):
-    return {f"{LOOMER}/{name}" for name in names}
+    return folders(LOOMER, *names)
 
 
 ALLOWED = {
     "platform/foundation": set(),
-    "platform/system": {"platform/foundation"},
-    LOOMER + "/records": {"platform/foundation"},
+    "platform/foundation/text": {"platform/foundation"},
+    "platform/foundation/values": {"platform/foundation", "platform/foundation/text"},
+    "platform/foundation/plist": FOUNDATION,
+    "platform/system": FOUNDATION,
+    "platform/system/files": FOUNDATION | {"platform/system"},
+    "platform/system/locks": FOUNDATION | {"platform/system", "platform/system/files"},
+    "platform/system/bundles": FOUNDATION | {"platform/system"},
+    "platform/system/linux": SYSTEM | folders("platform/system", "bundles"),
+    LOOMER + "/records": FOUNDATION,
     LOOMER + "/api": SYSTEM | rooms("records"),
-    LOOMER + "/merge": {"platform/foundation"} | rooms("api", "records"),
+    LOOMER + "/merge": FOUNDATION | rooms("api", "records"),
     LOOMER + "/store": SYSTEM | rooms("records"),
     LOOMER + "/edit": SYSTEM | rooms("api", "records", "merge", "store"),
     LOOMER + "/session": SYSTEM | rooms("api", "records", "merge", "store"),

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 namespace corvane {
 

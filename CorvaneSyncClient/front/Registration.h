@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 namespace corvane {
 

@@ -3,8 +3,8 @@
 #include <optional>
 #include <system_error>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
-#include "CorvaneSyncClient/platform/system/DistributedLock.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/system/locks/DistributedLock.h"
 
 namespace corvane {
 

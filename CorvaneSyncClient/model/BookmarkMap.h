@@ -8,7 +8,7 @@
 
 #include "CorvaneSyncClient/model/ChildList.h"
 #include "CorvaneSyncClient/model/CorvaneBookmark.h"
-#include "CorvaneSyncClient/platform/foundation/OrderedMap.h"
+#include "CorvaneSyncClient/platform/foundation/values/OrderedMap.h"
 
 namespace corvane {
 

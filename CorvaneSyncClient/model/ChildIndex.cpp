@@ -18,7 +18,7 @@ struct ChildIndex::Item {
   Item* nextFresh = nullptr;    // in any list
   Item* previousFresh = nullptr;
   bool stale = false;
-  std::array<Item*, kPlacementOrders> highest{};  // of the subtree, in each order; never null once linked
+  std::array<Item*, kInsertionOrders> highest{};  // of the subtree, in each order; never null once linked
   std::uint32_t priority = 0;
 };
 
@@ -55,7 +55,7 @@ ChildIndex::~ChildIndex() {
   }
 }
 
-void ChildIndex::insert(const String& uid, const PlacementRule& rule) {
+void ChildIndex::insert(const String& uid, const InsertionRule& rule) {
   refreshStale();
   Item* next = firstToStopAt(rule);
   linkBefore(next, *newItem(uid));
@@ -141,7 +141,7 @@ void ChildIndex::leaveFresh(Item& item) {
   }
 }
 
-ChildIndex::Item* ChildIndex::firstToStopAt(const PlacementRule& rule) const {
+ChildIndex::Item* ChildIndex::firstToStopAt(const InsertionRule& rule) const {
   const auto order = static_cast<std::size_t>(rule.order());
   const auto holdsStop = [&](const Item* subtree) {
     return subtree && rule.stopsBefore(subtree->highest[order]->key);
@@ -204,8 +204,8 @@ ChildIndex::Item*& ChildIndex::linkTo(Item& item) {
 }
 
 void ChildIndex::updateMaxima(Item& item) {
-  for (int i = 0; i < kPlacementOrders; ++i) {
-    const auto order = static_cast<PlacementOrder>(i);
+  for (int i = 0; i < kInsertionOrders; ++i) {
+    const auto order = static_cast<InsertionOrder>(i);
     const auto at = static_cast<std::size_t>(i);
     Item* highest = &item;
     for (const Item* child : {item.left, item.right}) {

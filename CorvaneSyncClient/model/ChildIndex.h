@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "CorvaneSyncClient/model/Placement.h"
+#include "CorvaneSyncClient/model/InsertionRule.h"
 
 namespace corvane {
 
@@ -28,7 +28,7 @@ class ChildIndex {
   ChildIndex& operator=(const ChildIndex&) = delete;
 
   /// Inserts `uid` where `rule` places it.
-  void insert(const String& uid, const PlacementRule& rule);
+  void insert(const String& uid, const InsertionRule& rule);
   /// Removes every occurrence of `uid`; answers whether there was one.
   bool remove(const String& uid);
   std::vector<String> uids() const;
@@ -44,7 +44,7 @@ class ChildIndex {
   void enterFresh(Item& item);
   void leaveFresh(Item& item);
   void refreshStale();
-  Item* firstToStopAt(const PlacementRule& rule) const;
+  Item* firstToStopAt(const InsertionRule& rule) const;
   void linkBefore(Item* next, Item& item);
   void linkBelow(Item* parent, Item*& place, Item& item);
   void unlink(Item& item);

@@ -15,7 +15,7 @@ constexpr std::size_t kIndexedLength = 64;
 const char* yesOrNo(bool value) { return value ? "YES" : "NO"; }
 
 // The reference form of placement: the place of the first sibling that the child stops before.
-std::size_t placeByWalking(const std::vector<String>& uids, const PlacementRule& rule,
+std::size_t placeByWalking(const std::vector<String>& uids, const InsertionRule& rule,
                            const BookmarkMap& map) {
   std::size_t place = 0;
   while (place < uids.size() && !rule.stopsBefore(SiblingKey::of(map.find(uids[place])))) ++place;
@@ -23,7 +23,7 @@ std::size_t placeByWalking(const std::vector<String>& uids, const PlacementRule&
 }
 
 // Placement by title is traced sibling by sibling, up to the one that the child stops before.
-void tracePlacementByTitle(const std::vector<String>& uids, const PlacementRule& rule,
+void tracePlacementByTitle(const std::vector<String>& uids, const InsertionRule& rule,
                            const CorvaneBookmark& child, const CorvaneBookmark& folder,
                            const BookmarkMap& map) {
   for (const String& uid : uids) {
@@ -61,8 +61,8 @@ void ChildList::assign(std::vector<String> uids) {
 void ChildList::add(const CorvaneBookmark& child, const CorvaneBookmark& folder, BookmarkMap& map,
                     BookmarkMap* folderMap) {
   if (!_present) return assign({child.uid()});
-  const PlacementRule rule(child, folder.uid().isSameInstance(kRootUid));
-  if (rule.order() != PlacementOrder::byPosition && SCLogIsOn())
+  const InsertionRule rule(child, folder.uid().isSameInstance(kRootUid));
+  if (rule.order() != InsertionOrder::byPosition && SCLogIsOn())
     tracePlacementByTitle(*uids(), rule, child, folder, map);
   if (folderMap == &map && indexed(*folderMap)) {
     _index->insert(child.uid(), rule);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/model/ChildIndex.h"
-#include "CorvaneSyncClient/platform/foundation/Format.h"
+#include "CorvaneSyncClient/platform/foundation/values/Format.h"
 
 namespace corvane {
 

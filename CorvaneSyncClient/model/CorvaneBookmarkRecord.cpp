@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/foundation/TypedUrl.h"
+#include "CorvaneSyncClient/platform/foundation/values/TypedUrl.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"

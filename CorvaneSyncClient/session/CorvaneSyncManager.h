@@ -6,8 +6,8 @@
 #include <string>
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/foundation/Date.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane {
 

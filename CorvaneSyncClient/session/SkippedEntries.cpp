@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "CorvaneSyncClient/model/CorvaneFileForm.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane {
 

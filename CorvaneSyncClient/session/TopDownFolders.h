@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/foundation/OrderedMap.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/OrderedMap.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane {
 

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/system/LockDirectory.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/locks/LockDirectory.h"
 
 namespace corvane {
 

@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/store/CorvanePlistManager.h"
 
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "CorvaneSyncClient/store/CorvaneFileLocker.h"
 
 namespace corvane {

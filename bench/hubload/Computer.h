@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "bench/hubload/Edits.h"
 #include "bench/hubload/Sample.h"

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/system/DlopenBundle.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/bundles/LinuxBundleLoader.h"
 #include "bench/hubload/Computer.h"
 #include "bench/hubload/Worker.h"
 

@@ -9,7 +9,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "tests/ctl/CtlFixture.h"
 #include "tests/pelto/ScriptedService.h"

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tests/ctl/CtlFixture.h"
 #include "tests/ctl/HtmlFiles.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/fakes/FakeBundles.h"
 #include "tests/fakes/FakeProcessInfo.h"
 #include "tests/fakes/ForwardingFileSystem.h"

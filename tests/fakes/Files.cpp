@@ -8,8 +8,8 @@
 #include <cmath>
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
-#include "CorvaneSyncClient/platform/system/Timespec.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/Timespec.h"
 
 namespace corvane {
 

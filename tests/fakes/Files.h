@@ -4,7 +4,7 @@
 #include <system_error>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
 namespace corvane {
 

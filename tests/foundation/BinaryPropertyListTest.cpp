@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/BinaryPropertyListTrailer.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/BinaryPropertyListTrailer.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/foundation/BinaryPlistBuilder.h"
 
 namespace corvane {

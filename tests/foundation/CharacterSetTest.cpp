@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "CorvaneSyncClient/platform/foundation/CharacterSet.h"
+#include "CorvaneSyncClient/platform/foundation/text/CharacterSet.h"
 
 namespace corvane {
 namespace {

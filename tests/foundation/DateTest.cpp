@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
 namespace corvane {
 namespace {

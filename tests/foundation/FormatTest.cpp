@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/Format.h"
+#include "CorvaneSyncClient/platform/foundation/values/Format.h"
 
 namespace corvane {
 namespace {

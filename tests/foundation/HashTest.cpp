@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 namespace corvane {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/foundation/BinaryPlistBuilder.h"
 
 namespace corvane {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 
 namespace corvane {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/foundation/OrderedMap.h"
+#include "CorvaneSyncClient/platform/foundation/values/OrderedMap.h"
 
 namespace corvane {
 namespace {

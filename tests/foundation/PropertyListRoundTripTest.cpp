@@ -3,8 +3,8 @@
 
 #include <bit>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 namespace corvane {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 namespace corvane {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
-#include "CorvaneSyncClient/platform/foundation/TypedUrl.h"
+#include "CorvaneSyncClient/platform/foundation/values/TypedUrl.h"
 
 namespace corvane {
 namespace {

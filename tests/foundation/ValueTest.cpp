@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane {
 namespace {

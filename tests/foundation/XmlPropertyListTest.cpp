@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 
 namespace corvane {
 namespace {

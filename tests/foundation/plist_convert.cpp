@@ -5,7 +5,7 @@
 #include <iterator>
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 
 int main(int count, char** arguments) {
   if (count != 4) return 2;

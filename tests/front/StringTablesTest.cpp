@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 
 namespace corvane {
 namespace {

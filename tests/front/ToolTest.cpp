@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/front/Installation.h"

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 // The notation of bookmark trees in all tests: nodes separated by blanks, a folder's children in parentheses
 // after it, `F(a b) c`.

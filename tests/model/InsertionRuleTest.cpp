@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "tests/model/ModelFixtures.h"
 
 namespace corvane {

@@ -13,7 +13,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 
 namespace corvane {
 

@@ -26,7 +26,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/pelto/HostLookup.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <fstream>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "tests/fakes/StrictPlatform.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "tests/loomer/merge/Edits.h"
 
 namespace corvane {

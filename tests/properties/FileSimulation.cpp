@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
 
 namespace corvane {

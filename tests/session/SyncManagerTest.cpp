@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
 #include "tests/session/SessionTest.h"
 

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/store/StoreTest.h"
 
 namespace corvane {

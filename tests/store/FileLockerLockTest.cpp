@@ -6,7 +6,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
 #include "tests/store/StoreTest.h"
 #include "tests/system/ChildProcess.h"

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <map>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
 #include "tests/store/StoreTest.h"
 

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/store/PlistManagerTest.h"
 
 namespace corvane {

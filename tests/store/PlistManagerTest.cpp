@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 
 namespace corvane {
 

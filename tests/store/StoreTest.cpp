@@ -6,7 +6,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
 
 namespace corvane {

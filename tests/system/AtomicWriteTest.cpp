@@ -15,7 +15,7 @@
 #include <string>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/fakes/Files.h"
 #include "tests/fakes/TemporaryDirectory.h"
 

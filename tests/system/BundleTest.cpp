@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/system/DlopenBundle.h"
+#include "CorvaneSyncClient/platform/system/bundles/LinuxBundleLoader.h"
 #include "tests/fakes/FakePlatform.h"
 #include "tests/system/ScopedVariable.h"
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "CorvaneSyncClient/platform/system/LinuxClock.h"
+#include "CorvaneSyncClient/platform/system/linux/LinuxClock.h"
 #include "tests/fakes/ManualClock.h"
 
 namespace corvane {

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/system/DistributedLock.h"
+#include "CorvaneSyncClient/platform/system/locks/DistributedLock.h"
 #include "tests/fakes/Files.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/system/ChildProcess.h"

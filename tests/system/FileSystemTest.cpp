@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/fakes/Files.h"
 #include "tests/fakes/ForwardingFileSystem.h"
 #include "tests/fakes/TemporaryDirectory.h"

@@ -10,7 +10,7 @@
 #include <limits>
 #include <new>
 
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/fakes/TemporaryDirectory.h"
 
 namespace {

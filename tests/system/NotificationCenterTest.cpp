@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/system/SdBusNotificationCenter.h"
+#include "CorvaneSyncClient/platform/system/linux/SdBusNotificationCenter.h"
 #include "tests/fakes/TemporaryDirectory.h"
 #include "tests/system/ScopedVariable.h"
 

@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/system/PropertyListPreferences.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/system/linux/PropertyListPreferences.h"
 #include "tests/fakes/FakePlatform.h"
 
 namespace corvane {

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/system/LinuxProcessInfo.h"
+#include "CorvaneSyncClient/platform/system/linux/LinuxProcessInfo.h"
 #include "tests/fakes/FakeProcessInfo.h"
 #include "tests/fakes/TemporaryDirectory.h"
 #include "tests/system/ScopedVariable.h"

@@ -5,8 +5,8 @@
 
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/fakes/TemporaryDirectory.h"
 
 namespace corvane {

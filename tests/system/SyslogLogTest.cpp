@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/system/SyslogLog.h"
+#include "CorvaneSyncClient/platform/system/linux/SyslogLog.h"
 
 namespace {
 

@@ -3,14 +3,14 @@
 #include <regex>
 #include <set>
 
-#include "CorvaneSyncClient/platform/system/RandomUuids.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tests/fakes/SequencedUuids.h"
 
 namespace corvane {
 namespace {
 
 TEST(UuidSource, everySourceAnswersDifferentOnes) {
-  RandomUuids random;
+  UuidSource& random = linuxPlatform().uuids;
   SequencedUuids sequenced;
   for (UuidSource* source : std::initializer_list<UuidSource*>{&random, &sequenced}) {
     std::set<std::string> seen;
@@ -22,7 +22,7 @@ TEST(UuidSource, everySourceAnswersDifferentOnes) {
 TEST(UuidSource, stringFormIsUpperCase) {
   const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   for (int i = 0; i < 100; ++i) {
-    const std::string uuid = RandomUuids().newUuid().toString();
+    const std::string uuid = linuxPlatform().uuids.newUuid().toString();
     EXPECT_TRUE(std::regex_match(uuid, form)) << uuid;
   }
 }

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "CorvaneSyncClient/platform/system/Volume.h"
+#include "CorvaneSyncClient/platform/system/files/Volume.h"
 
 namespace corvane {
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
 // The bookmarks file that browsers exchange: HTML in which a definition list is a folder's contents, <DT><H3>
 // begins a folder and <DT><A HREF> is a bookmark. No standard says what it looks like; browsers write it each

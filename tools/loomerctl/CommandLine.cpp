@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "tools/loomerctl/Commands.h"
 #include "tools/loomerctl/Table.h"

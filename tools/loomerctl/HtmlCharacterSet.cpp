@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/foundation/CharacterSet.h"
+#include "CorvaneSyncClient/platform/foundation/text/CharacterSet.h"
 #include "tools/loomerctl/CommandLine.h"
 #include "tools/loomerctl/HtmlText.h"
 #include "tools/loomerctl/HtmlTokenizer.h"

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <optional>
 
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 namespace corvane::loomerctl {
 

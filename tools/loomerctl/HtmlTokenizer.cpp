@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/foundation/Ascii.h"
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "tools/loomerctl/HtmlText.h"
 
 namespace corvane::loomerctl {

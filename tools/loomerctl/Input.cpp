@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <optional>
 
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tools/loomerctl/CommandLine.h"
 
 namespace corvane::loomerctl {

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/CalendarDate.h"
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/plist/XmlScalars.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 namespace corvane::loomerctl {
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 namespace corvane::loomerctl {
 

@@ -1,11 +1,11 @@
 #include "CorvaneSyncClient/platform/pelto/Account.h"
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
 namespace corvane::pelto {
 

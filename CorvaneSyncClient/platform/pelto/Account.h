@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
 namespace corvane::pelto {
 

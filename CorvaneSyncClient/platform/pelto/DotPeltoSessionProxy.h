@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane {

@@ -16,7 +16,7 @@
 #include <memory>
 #include <sstream>
 
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 
 namespace corvane::pelto {
 

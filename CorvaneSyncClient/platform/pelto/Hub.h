@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 namespace corvane::pelto {
 

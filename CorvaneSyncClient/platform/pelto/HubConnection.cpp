@@ -13,10 +13,10 @@
 #include <optional>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/foundation/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "CorvaneSyncClient/platform/pelto/HostLookup.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/pelto/Deadline.h"
 #include "CorvaneSyncClient/platform/pelto/HubAddress.h"
 #include "CorvaneSyncClient/platform/pelto/HubValues.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 namespace corvane::pelto {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
 namespace corvane {
 

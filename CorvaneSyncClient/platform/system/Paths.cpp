@@ -1,3 +1,5 @@
+#include "CorvaneSyncClient/platform/system/Paths.h"
+
 #include <algorithm>
 #include <vector>
 

@@ -14,12 +14,4 @@ Platform& Platform::current() {
   return *platform;
 }
 
-void writeToSystemLog(std::string_view message) {
-  Platform::current().log.write(SystemLog::Kind::message, message);
-}
-
-std::string localized(const std::string& key, const std::string& table) {
-  return Platform::current().bundles.ownBundle().localizedString(key, table);
-}
-
 }  // namespace corvane

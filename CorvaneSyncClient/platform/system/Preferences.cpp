@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 
 namespace corvane {
 

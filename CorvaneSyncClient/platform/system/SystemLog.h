@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "CorvaneSyncClient/platform/foundation/Format.h"
+#include "CorvaneSyncClient/platform/foundation/values/Format.h"
 
 namespace corvane {
 
@@ -17,6 +17,7 @@ class SystemLog {
   virtual void write(Kind kind, std::string_view message) = 0;
 };
 
+/// Writes one message, already built, to the current platform's system log.
 void writeToSystemLog(std::string_view message);
 
 /// Writes a formatted message to the current platform's system log.

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
 namespace corvane {

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
 namespace corvane {

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
 #include "tests/loomer/engine/EngineFixture.h"

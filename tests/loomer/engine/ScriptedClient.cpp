@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 
 namespace corvane {
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "tests/loomer/merge/RecordTrees.h"
 
 namespace corvane::loomer::test {

@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "tests/loomer/merge/CheckTimes.h"
 
 namespace corvane::loomer {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane::scenario {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane::scenario {
 

@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "tests/fakes/FakePlatform.h"
 #include "tests/fakes/Files.h"

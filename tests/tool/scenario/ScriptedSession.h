@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "tests/session/ScriptedLoomer.h"
 #include "tests/tool/scenario/Scenario.h"
 

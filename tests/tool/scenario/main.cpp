@@ -11,8 +11,8 @@
 #include <system_error>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/system/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/tool/scenario/Scenario.h"
 #include "tests/tool/scenario/ScenarioRun.h"
 

@@ -1,6 +1,6 @@
 #include "CorvaneSyncClient/platform/loomer/api/ClientDescription.h"
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane::loomer {
 

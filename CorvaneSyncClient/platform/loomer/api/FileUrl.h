@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 
 namespace corvane::loomer {
 

@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "CorvaneSyncClient/platform/foundation/Format.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Format.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 
 namespace corvane {

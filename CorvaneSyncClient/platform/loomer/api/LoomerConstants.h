@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 namespace corvane {
 

@@ -5,7 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerChange.h"
 
 namespace corvane {

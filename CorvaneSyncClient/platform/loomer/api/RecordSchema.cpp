@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
-#include "CorvaneSyncClient/platform/foundation/Text.h"
-#include "CorvaneSyncClient/platform/foundation/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 namespace corvane::loomer {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
 

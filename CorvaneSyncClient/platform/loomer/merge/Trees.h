@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Text.h"
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Forest.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CorvaneSyncClient/platform/foundation/OrderedMap.h"
+#include "CorvaneSyncClient/platform/foundation/values/OrderedMap.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 

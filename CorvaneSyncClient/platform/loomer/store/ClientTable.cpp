@@ -1,6 +1,6 @@
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 

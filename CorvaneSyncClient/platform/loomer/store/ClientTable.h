@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Value.h"
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 
 namespace corvane::loomer {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/foundation/String.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 
 namespace corvane::loomer {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 namespace corvane::loomer {

@@ -9,7 +9,7 @@
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
 namespace corvane::loomer {
 

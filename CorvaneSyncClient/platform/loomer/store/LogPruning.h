@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 
 namespace corvane::loomer {

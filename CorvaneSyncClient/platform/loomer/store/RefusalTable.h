@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/loomer/records/Records.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 

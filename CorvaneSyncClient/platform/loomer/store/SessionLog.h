@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 
 namespace corvane::loomer {

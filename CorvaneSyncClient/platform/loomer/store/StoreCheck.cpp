@@ -3,8 +3,8 @@
 #include <set>
 #include <sstream>
 
-#include "CorvaneSyncClient/platform/foundation/Format.h"
-#include "CorvaneSyncClient/platform/foundation/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/values/Format.h"
 
 namespace corvane::loomer {
 

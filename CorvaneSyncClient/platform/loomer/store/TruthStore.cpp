@@ -8,9 +8,9 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "CorvaneSyncClient/platform/system/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
 namespace corvane::loomer {
 

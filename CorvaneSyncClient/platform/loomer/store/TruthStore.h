@@ -3,7 +3,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
-#include "CorvaneSyncClient/platform/system/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 
 namespace corvane::loomer {
 

@@ -1,0 +1,327 @@
+// Writes the binary flavour in two passes: the first gives every distinct object a number, breadth first, so
+// that depth needs no stack; the second writes the objects in that order, then the table of their offsets and
+// the trailer.
+
+#include <array>
+#include <limits>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/plist/BinaryPropertyListTrailer.h"
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
+
+namespace corvane {
+
+namespace {
+
+// The alternatives of Value, in its order.
+enum class Kind : std::uint32_t {
+  boolean,
+  integer,
+  largeInteger,
+  real,
+  date,
+  string,
+  data,
+  array,
+  dictionary,
+  url
+};
+
+// One object of the file: a payload inside the value that is being written.
+struct Object {
+  Kind kind;
+  std::uint32_t hash;
+  const void* payload;
+
+  template <typename T>
+  const T& as() const {
+    return *static_cast<const T*>(payload);
+  }
+};
+
+// For addresses, which nobody else can choose.
+std::uint32_t mix(std::uint64_t bits) {
+  bits *= 0x9E3779B97F4A7C15U;  // Fibonacci hashing: 2^64 divided by the golden ratio
+  return static_cast<std::uint32_t>(bits >> 32);
+}
+
+// Numbers come from others as texts do, who must not be able to choose ones that all collide.
+std::uint32_t payloadHash(std::uint64_t value) {
+  return hashOf({reinterpret_cast<const char*>(&value), sizeof value});
+}
+std::uint32_t payloadHash(bool value) { return value ? 1 : 0; }
+std::uint32_t payloadHash(std::int64_t value) { return payloadHash(static_cast<std::uint64_t>(value)); }
+std::uint32_t payloadHash(double value) { return payloadHash(std::bit_cast<std::uint64_t>(value)); }
+std::uint32_t payloadHash(const Date& value) { return payloadHash(value.seconds); }
+std::uint32_t payloadHash(const String& value) { return value.hash(); }
+std::uint32_t payloadHash(const Data& value) { return hashOf(value.bytes()); }
+std::uint32_t payloadHash(const Array& value) {
+  return mix(reinterpret_cast<std::uintptr_t>(value.identity()));
+}
+std::uint32_t payloadHash(const Dictionary& value) {
+  return mix(reinterpret_cast<std::uintptr_t>(value.identity()));
+}
+std::uint32_t payloadHash(const Url&) {
+  throw PropertyListException("a property list cannot hold a URL value");
+}
+
+std::uint32_t hashFor(Kind kind, std::uint32_t payload) { return payload + static_cast<std::uint32_t>(kind); }
+
+Object objectFor(const Value& value) {
+  const auto kind = static_cast<Kind>(value.payload().index());
+  return std::visit(
+      [kind](const auto& payload) {
+        return Object{kind, hashFor(kind, payloadHash(payload)), &payload};
+      },
+      value.payload());
+}
+
+Object objectFor(const String& key) { return {Kind::string, hashFor(Kind::string, key.hash()), &key}; }
+
+bool sameBits(double a, double b) {
+  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+}
+
+// Whether both can stand once in the file.
+bool areSame(const Object& a, const Object& b) {
+  if (a.hash != b.hash || a.kind != b.kind) return false;
+  switch (a.kind) {
+    case Kind::boolean:
+      return a.as<bool>() == b.as<bool>();
+    case Kind::integer:
+    case Kind::largeInteger:
+      return a.as<std::uint64_t>() == b.as<std::uint64_t>();
+    case Kind::real:
+      return sameBits(a.as<double>(), b.as<double>());
+    case Kind::date:
+      return sameBits(a.as<Date>().seconds, b.as<Date>().seconds);
+    case Kind::string:
+      return a.as<String>() == b.as<String>();
+    case Kind::data:
+      return a.as<Data>() == b.as<Data>();
+    case Kind::array:
+      return a.as<Array>().isSameInstance(b.as<Array>());
+    case Kind::dictionary:
+      return a.as<Dictionary>().isSameInstance(b.as<Dictionary>());
+    case Kind::url:
+      break;
+  }
+  return false;
+}
+
+// The distinct objects of a value, each with its number, and for every container the numbers of its contents.
+class ObjectTable {
+ public:
+  explicit ObjectTable(const Value& top) : _slots(1024) {
+    number(objectFor(top));
+    for (std::size_t i = 0; i < _objects.size(); ++i) {
+      const Object object = _objects[i];
+      if (object.kind == Kind::array) {
+        for (const Value& value : object.as<Array>()) _references.push_back(number(objectFor(value)));
+      } else if (object.kind == Kind::dictionary) {
+        for (const auto& entry : object.as<Dictionary>()) _references.push_back(number(objectFor(entry.key)));
+        for (const auto& entry : object.as<Dictionary>()) {
+          _references.push_back(number(objectFor(entry.value)));
+        }
+      }
+    }
+  }
+
+  const std::vector<Object>& objects() const { return _objects; }
+  /// Of all containers one after another, in the order of the objects.
+  const std::vector<std::uint32_t>& references() const { return _references; }
+  /// Bytes of all strings and data.
+  std::size_t textSize() const { return _textSize; }
+
+ private:
+  struct Slot {
+    std::uint32_t hash = 0;
+    std::uint32_t number = 0;  // counted from 1; 0 for an empty slot
+  };
+
+  std::uint32_t number(const Object& object) {
+    if ((_objects.size() + 1) * 2 > _slots.size()) grow();
+    const std::size_t mask = _slots.size() - 1;
+    for (std::size_t at = object.hash & mask;; at = (at + 1) & mask) {
+      Slot& slot = _slots[at];
+      if (slot.number == 0) {
+        if (_objects.size() == std::numeric_limits<std::uint32_t>::max() - 1) {
+          throw PropertyListException("binary property list: too many objects");
+        }
+        _objects.push_back(object);
+        if (object.kind == Kind::string) _textSize += object.as<String>().view().size();
+        if (object.kind == Kind::data) _textSize += object.as<Data>().bytes().size();
+        slot = {object.hash, static_cast<std::uint32_t>(_objects.size())};
+        return slot.number - 1;
+      }
+      if (slot.hash == object.hash && areSame(_objects[slot.number - 1], object)) return slot.number - 1;
+    }
+  }
+
+  void grow() {
+    std::vector<Slot> larger(_slots.size() * 2);
+    const std::size_t mask = larger.size() - 1;
+    for (const Slot& slot : _slots) {
+      if (slot.number == 0) continue;
+      std::size_t at = slot.hash & mask;
+      while (larger[at].number != 0) at = (at + 1) & mask;
+      larger[at] = slot;
+    }
+    _slots = std::move(larger);
+  }
+
+  std::vector<Object> _objects;
+  std::vector<std::uint32_t> _references;
+  std::vector<Slot> _slots;  // open addressing
+  std::size_t _textSize = 0;
+};
+
+class BinaryWriter {
+ public:
+  explicit BinaryWriter(const Value& value)
+      : _table(value), _referenceSize(binaryWidthFor(_table.objects().size())) {}
+
+  std::string write() {
+    _text = "bplist00";
+    constexpr std::size_t kUsualOverhead = 12;  // of one object: marker, count or number, and its offset
+    _text.reserve(_table.references().size() * _referenceSize + _table.objects().size() * kUsualOverhead +
+                  _table.textSize());
+    std::vector<std::uint64_t> offsets;
+    offsets.reserve(_table.objects().size());
+    for (const Object& object : _table.objects()) {
+      offsets.push_back(_text.size());
+      writeObject(object);
+    }
+    writeEnd(offsets);
+    return std::move(_text);
+  }
+
+ private:
+  void append(std::uint64_t number, std::size_t size) {
+    char bytes[8];
+    storeBigEndian(bytes, number, size);
+    _text.append(bytes, size);
+  }
+
+  void appendMarker(unsigned kind, unsigned detail) { _text += static_cast<char>(kind << 4 | detail); }
+
+  void appendMarkerAndCount(unsigned kind, std::uint64_t count) {
+    if (count < 15) return appendMarker(kind, static_cast<unsigned>(count));
+    appendMarker(kind, 15);
+    appendSized(count, binaryWidthFor(count));
+  }
+
+  // An integer object of `size` bytes.
+  void appendSized(std::uint64_t number, std::size_t size) {
+    appendMarker(1, static_cast<unsigned>(std::countr_zero(size)));
+    append(number, size);
+  }
+
+  void writeObject(const Object& object) {
+    switch (object.kind) {
+      case Kind::boolean:
+        return appendMarker(0, object.as<bool>() ? 9 : 8);
+      case Kind::integer:
+        return writeInteger(object.as<std::int64_t>());
+      case Kind::largeInteger:
+        return writeLargeInteger(object.as<std::uint64_t>());
+      case Kind::real:
+        appendMarker(2, 3);
+        return append(std::bit_cast<std::uint64_t>(object.as<double>()), 8);
+      case Kind::date:
+        appendMarker(3, 3);
+        return append(std::bit_cast<std::uint64_t>(object.as<Date>().seconds), 8);
+      case Kind::string:
+        return writeString(object.as<String>().view());
+      case Kind::data:
+        appendMarkerAndCount(4, object.as<Data>().bytes().size());
+        _text += object.as<Data>().bytes();
+        return;
+      case Kind::array:
+        appendMarkerAndCount(0xA, object.as<Array>().size());
+        return writeReferences(object.as<Array>().size());
+      case Kind::dictionary:
+        appendMarkerAndCount(0xD, object.as<Dictionary>().size());
+        return writeReferences(object.as<Dictionary>().size() * 2);
+      case Kind::url:
+        break;  // the table of objects has refused it
+    }
+  }
+
+  // Eight bytes are read with a sign, fewer without.
+  void writeInteger(std::int64_t number) {
+    const auto bits = static_cast<std::uint64_t>(number);
+    appendSized(bits, number < 0 ? 8 : binaryWidthFor(bits));
+  }
+
+  void writeLargeInteger(std::uint64_t number) {
+    appendMarker(1, 4);
+    append(0, 8);
+    append(number, 8);
+  }
+
+  void writeString(std::string_view text) {
+    if (isAscii(text)) {
+      appendMarkerAndCount(5, text.size());
+      _text += text;
+      return;
+    }
+    _units.clear();
+    for (std::size_t at = 0; at < text.size();) {
+      const Utf8Step step = decodeUtf8(text, at);
+      if (!step) {
+        throw PropertyListException("a property list cannot hold text that is no UTF-8 (byte " +
+                                    std::to_string(at) + " of a string)");
+      }
+      at += step.length;
+      appendUnits(step.codePoint);
+    }
+    appendMarkerAndCount(6, _units.size());
+    for (const char16_t unit : _units) append(unit, 2);
+  }
+
+  void appendUnits(char32_t codePoint) {
+    if (codePoint >= 0x10000) {
+      _units += static_cast<char16_t>(0xD7C0 + (codePoint >> 10));
+      codePoint = 0xDC00 | (codePoint & 0x3FF);
+    }
+    _units += static_cast<char16_t>(codePoint);
+  }
+
+  void writeReferences(std::size_t count) {
+    const std::size_t start = _text.size();
+    _text.resize(start + count * _referenceSize);
+    char* to = _text.data() + start;
+    for (std::size_t i = 0; i < count; ++i, to += _referenceSize) {
+      storeBigEndian(to, _table.references()[_nextReference++], _referenceSize);
+    }
+  }
+
+  // Offsets and object numbers are wide enough for where the table stands and for how many objects there are,
+  // though neither is written in that width: readers are known that demand it.
+  void writeEnd(const std::vector<std::uint64_t>& offsets) {
+    const std::uint64_t table = _text.size();
+    const std::size_t offsetSize = binaryWidthFor(table);
+    for (const std::uint64_t offset : offsets) append(offset, offsetSize);
+    _text.append(6, '\0');
+    append(offsetSize, 1);
+    append(_referenceSize, 1);
+    append(offsets.size(), 8);
+    append(0, 8);  // the top object is the first
+    append(table, 8);
+  }
+
+  ObjectTable _table;
+  std::size_t _referenceSize;
+  std::size_t _nextReference = 0;
+  std::string _text;
+  std::u16string _units;
+};
+
+}  // namespace
+
+std::string writeBinaryPropertyList(const Value& value) { return BinaryWriter(value).write(); }
+
+}  // namespace corvane

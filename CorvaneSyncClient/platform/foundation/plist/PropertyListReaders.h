@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+
+// The flavours, one reader each; `readPropertyList` chooses among them. All raise PropertyListException.
+
+namespace corvane {
+
+/// `bytes` starts with "bplist".
+Value readBinaryPropertyList(std::string_view bytes);
+/// Takes any encoding that expat knows: UTF-8, UTF-16, ISO-8859-1 and US-ASCII.
+Value readXmlPropertyList(std::string_view bytes);
+/// UTF-8, with or without a byte order mark.
+Value readOldTextPropertyList(std::string_view bytes);
+
+}  // namespace corvane

@@ -1,0 +1,199 @@
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/Ref.h"
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/OrderedMap.h"
+
+namespace corvane {
+
+class Value;
+
+/// Raw bytes of a property list; shared and immutable.
+class Data {
+ public:
+  Data() : Data(std::string_view()) {}
+  explicit Data(std::string_view bytes) : _bytes(SharedBytes::make(bytes.data(), bytes.size())) {}
+
+  std::string_view bytes() const { return _bytes->view(); }
+  friend bool operator==(const Data& a, const Data& b) { return a.bytes() == b.bytes(); }
+
+ private:
+  Ref<SharedBytes> _bytes;
+};
+
+/// An absolute URL in text form, as a sync record carries it. Property lists cannot hold one.
+struct Url {
+  String text;
+  friend bool operator==(const Url&, const Url&) = default;
+};
+
+/// An ordered list of values. Copies share their contents; changing one copy leaves the others as they were.
+class Array {
+ public:
+  Array() = default;
+  Array(std::initializer_list<Value> values);
+  explicit Array(std::vector<Value> values);
+
+  std::size_t size() const;
+  bool empty() const { return size() == 0; }
+  const Value& operator[](std::size_t index) const;
+  const Value* begin() const;
+  const Value* end() const;
+  void append(Value value);
+
+  /// Whether both share one representation: equal without a look inside.
+  bool isSameInstance(const Array& other) const { return _rep.get() == other._rep.get(); }
+  const void* identity() const { return _rep.get(); }
+  friend bool operator==(const Array& a, const Array& b);
+
+ private:
+  friend class ContainerRelease;
+  struct Rep;
+  Ref<Rep> _rep;  // empty for no values
+};
+
+/// A dictionary with text keys that keeps insertion order: replacing a value keeps its key's place, removing
+/// a key and adding it again moves it to the end. Copies share their contents; changing one copy leaves the
+/// others as they were. Equality does not look at the order.
+class Dictionary {
+ public:
+  using Map = OrderedMap<Value>;
+
+  Dictionary() = default;
+  Dictionary(std::initializer_list<std::pair<String, Value>> entries);
+
+  std::size_t size() const;
+  bool empty() const { return size() == 0; }
+  void reserve(std::size_t count);
+  Map::const_iterator begin() const;
+  Map::const_iterator end() const;
+
+  /// The value under `key`, or null. The pointer holds until this dictionary is changed or dropped.
+  const Value* find(const String& key) const;
+  const Value* find(std::string_view key) const;
+  const Value* find(const char* key) const { return find(std::string_view(key)); }
+  void set(String key, Value value);
+  /// Answers whether the key was there.
+  bool remove(const String& key);
+  bool remove(std::string_view key);
+  bool remove(const char* key) { return remove(std::string_view(key)); }
+
+  /// The value under `key` in one type; absent when there is none or it is of another type. `boolean` also
+  /// takes an integer or a real (true when it is not 0); `integer32` takes numbers and booleans: reals
+  /// truncate toward zero, larger integers keep their low 32 bits, and reals outside 64 bits (or no number)
+  /// count as absent.
+  String string(std::string_view key) const;
+  const Array* array(std::string_view key) const;
+  const Dictionary* dictionary(std::string_view key) const;
+  std::optional<Date> date(std::string_view key) const;
+  std::optional<bool> boolean(std::string_view key) const;
+  std::optional<std::int32_t> integer32(std::string_view key) const;
+
+  bool isSameInstance(const Dictionary& other) const { return _rep.get() == other._rep.get(); }
+  const void* identity() const { return _rep.get(); }
+  friend bool operator==(const Dictionary& a, const Dictionary& b);
+
+ private:
+  friend class ContainerRelease;
+  struct Rep;
+  Rep& mutableRep();
+  Ref<Rep> _rep;  // empty for no entries
+};
+
+/// Anything that a property list or a sync record can hold. Cheap to copy (16 bytes, a shared payload) and
+/// immutable. There is no absent Value: absence is a null pointer or an empty optional. Integers beyond 63
+/// bits are unsigned.
+///
+/// Comparing, describing, writing and dropping values uses no recursion, so that depth costs memory and never
+/// stack.
+class Value {
+ public:
+  using Variant =
+      std::variant<bool, std::int64_t, std::uint64_t, double, Date, String, Data, Array, Dictionary, Url>;
+
+  /// The boolean false; containers need it for entries that they have swept out.
+  Value() = default;
+  Value(bool value) : _payload(value) {}
+  Value(int value) : _payload(std::int64_t{value}) {}
+  Value(std::int64_t value) : _payload(value) {}
+  /// Becomes signed where it fits, so that equal numbers are equal values.
+  Value(std::uint64_t value);
+  Value(double value) : _payload(value) {}
+  Value(Date value) : _payload(value) {}
+  /// `value` must not be the absent string.
+  Value(String value) : _payload(std::move(value)) {}
+  Value(const char* value) : _payload(String(value)) {}
+  Value(std::string_view value) : _payload(String(value)) {}
+  Value(const std::string& value) : _payload(String(value)) {}
+  Value(Data value) : _payload(std::move(value)) {}
+  Value(Array value) : _payload(std::move(value)) {}
+  Value(Dictionary value) : _payload(std::move(value)) {}
+  Value(Url value) : _payload(std::move(value)) {}
+  /// Pointers must not turn into booleans.
+  template <typename T>
+  Value(const T*) = delete;
+
+  /// The payload of one type, or null when the value is of another.
+  template <typename T>
+  const T* as() const {
+    return std::get_if<T>(&_payload);
+  }
+  const Variant& payload() const { return _payload; }
+
+  /// As Dictionary's accessors of the same names; `string` answers the absent string for another type.
+  String string() const;
+  std::optional<bool> boolean() const;
+  std::optional<std::int32_t> integer32() const;
+  /// True for integers, reals and booleans.
+  bool isNumber() const;
+  /// What the value is, for messages: "string", "boolean", "integer", "real", "date", "data", "array",
+  /// "dictionary" or "URL".
+  const char* typeName() const;
+
+  /// By type and value; reals by their bits' value (a NaN differs from itself).
+  friend bool operator==(const Value& a, const Value& b);
+
+ private:
+  Variant _payload;
+};
+
+/// Bytes of a value's description, without the mark at a cut.
+inline constexpr std::size_t kDescriptionLimit = 16 * 1024;
+
+/// Text for logs and messages: strings as they are, numbers in C's shortest exact form, booleans 1 and 0,
+/// dates as `description(Date)`, data as "<0a1b>", arrays as "(a, b)", dictionaries as "{k = v; l = w}", URLs
+/// as their text. It adds no line breaks of its own; those in strings stay, and the log escapes them.
+///
+/// A text beyond `kDescriptionLimit` is cut between characters and ends in "…". It is more than a line of the
+/// log holds, and time and memory are bounded by it, however large the value is.
+std::string description(const Value& value);
+std::string description(const Array& array);
+std::string description(const Dictionary& dictionary);
+
+struct Array::Rep : RefCounted {
+  std::vector<Value> values;
+  Rep* nextDropped = nullptr;  // see ContainerRelease
+  static void destroy(Rep* rep);
+};
+
+struct Dictionary::Rep : RefCounted {
+  Map map;
+  Rep* nextDropped = nullptr;  // see ContainerRelease
+  static void destroy(Rep* rep);
+};
+
+inline std::size_t Array::size() const { return _rep ? _rep->values.size() : 0; }
+inline const Value& Array::operator[](std::size_t index) const { return _rep->values[index]; }
+inline const Value* Array::begin() const { return _rep ? _rep->values.data() : nullptr; }
+inline const Value* Array::end() const { return _rep ? _rep->values.data() + _rep->values.size() : nullptr; }
+
+}  // namespace corvane

@@ -1,0 +1,11 @@
+#include "CorvaneSyncClient/platform/system/SystemLog.h"
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane {
+
+void writeToSystemLog(std::string_view message) {
+  Platform::current().log.write(SystemLog::Kind::message, message);
+}
+
+}  // namespace corvane
