@@ -85,7 +85,7 @@ class Answers(ScriptTest):
         machine = Machine(self.directory)
         for script, arguments, status, text in (
             ("test", ["--help"], 0, "scripts/test lint"),
-            ("test", ["-h"], 0, "scripts/test lint"),
+            ("test", ["-h"], 0, "scripts/test quick"),
             ("test", ["tests"], 2, 'there is no part "tests"'),
             ("test", ["--all"], 2, 'there is no part "--all"'),
             ("test", ["lint", "dev"], 2, '"lint" takes no further argument'),
