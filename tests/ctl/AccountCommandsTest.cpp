@@ -217,7 +217,7 @@ TEST_F(AccountTest, UsageErrorsShowNoAddress) {
     EXPECT_EQ(here(arguments).status, 2);
   }
   EXPECT_THAT(here({"account"}).err,
-              HasSubstr("account wants one of these behind it: set, show, test, remove"));
+              HasSubstr("account wants one of these after it: set, show, test, remove"));
   EXPECT_THAT(here({"account", "set"}).err, HasSubstr("account set wants a URL"));
   EXPECT_THAT(here({"account", "set", "--help"}).out, HasSubstr("usage: loomerctl account set URL"));
 }

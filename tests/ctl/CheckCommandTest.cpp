@@ -58,7 +58,7 @@ const BrokenStore kBrokenStores[] = {
      "UPDATE records SET parent = (SELECT min(id) FROM records WHERE entity = 1) WHERE id ="
      " (SELECT max(id) FROM records WHERE entity = 1)",
      "parent", "the parent is no live folder", kRebuild},
-    {"no circles",
+    {"no cycles",
      "UPDATE records SET parent = (SELECT r.id FROM records r JOIN contents c ON c.id = r.content WHERE "
      "c.name ="
      " 'News') WHERE content IN (SELECT id FROM contents WHERE name = 'BookmarksBar')",

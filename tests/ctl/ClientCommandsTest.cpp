@@ -20,7 +20,7 @@ using testing::Not;
 
 class ClientCommandsTest : public CtlTest {};
 
-TEST_F(ClientCommandsTest, PlanShowsWhatTheNextSessionHandsDownAndChangesNothing) {
+TEST_F(ClientCommandsTest, PlanShowsWhatTheNextSessionDeliversAndChangesNothing) {
   seed();
   a->rename(a->find("Daily"), "Daily 2");
   a->remove(a->find("Zoo"));

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// Bookmarks files in the manner of several browsers. Their first line, which tells the kind of file, is put
+// Bookmarks files in the manner of several browsers. Their first line, which names the kind of file, is put
 // before them by `htmlFile`.
 
 namespace corvane {

@@ -1,13 +1,13 @@
 // The bytes of JSON output, which other programs read.
 
-#include "tools/loomerctl/Json.h"
-
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <functional>
+
+#include "tools/loomerctl/Json.h"
 
 namespace corvane::loomerctl {
 namespace {

@@ -165,7 +165,7 @@ TEST_F(ReadingTest, SessionsNewestFirstAndLimited) {
       "True");
   EXPECT_EQ(json({"sessions"}, "d[-1]['client'], d[-1]['kind'], d[-1]['taken'], d[-1]['changed']"),
             "a refresh 6 6");
-  EXPECT_THAT(ctl({"sessions"}).out, AllOf(HasSubstr("HANDED DOWN"), HasSubstr("slow")));
+  EXPECT_THAT(ctl({"sessions"}).out, AllOf(HasSubstr("DELIVERED"), HasSubstr("slow")));
 }
 
 TEST_F(ReadingTest, ChangesShowBeforeAndAfterOfEachAttribute) {
@@ -316,14 +316,14 @@ struct UsageRow {
 TEST_F(ReadingTest, Usage) {
   const UsageRow wrong[] = {
       {"nothing", {}, 2, "usage: loomerctl COMMAND"},
-      {"unknown command", {"frobnicate"}, 2, "there is no command \"frobnicate\". `loomerctl --help` tells"},
-      {"unknown option", {"tree", "--all"}, 2, "tree has no option \"--all\". `loomerctl tree --help` tells"},
+      {"unknown command", {"frobnicate"}, 2, "there is no command \"frobnicate\". `loomerctl --help` shows"},
+      {"unknown option", {"tree", "--all"}, 2, "tree has no option \"--all\". `loomerctl tree --help` shows"},
       {"an option of another command", {"status", "--force"}, 2, "status has no option \"--force\""},
       {"argument missing", {"show"}, 2, "show wants a RECORD"},
       {"one argument too many", {"show", "1", "2"}, 2, "does not know what to do with \"2\""},
       {"no number", {"sessions", "--limit", "many"}, 2, "--limit wants a number of at least 1"},
       {"limit 0", {"sessions", "--limit=0"}, 2, "--limit wants a number of at least 1"},
-      {"number missing", {"sessions", "--limit"}, 2, "--limit wants a number behind it"},
+      {"number missing", {"sessions", "--limit"}, 2, "--limit wants a number after it"},
       {"value for a switch", {"status", "--json=yes"}, 2, "--json takes no value"},
   };
   for (const UsageRow& row : wrong) {

@@ -1,12 +1,11 @@
 // Undoing sessions: by the real command, and in random histories.
 
-#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
-
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <random>
 
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/ctl/CtlFixture.h"
 
@@ -162,7 +161,7 @@ TEST_F(UndoTest, ComesBackAboveAFolderThatIsGoneSince) {
   EXPECT_EQ(b->text(), "BookmarksBar*[Shop(http://s/) Daily(http://d/)] Zoo(http://z/)");
 }
 
-TEST_F(UndoTest, MoveThatWouldCloseACircleByNowIsLeftOut) {
+TEST_F(UndoTest, MoveThatWouldCloseACycleByNowIsLeftOut) {
   seed();
   const std::string inner = a->addFolder(a->find("News"), "Inner");
   syncA();

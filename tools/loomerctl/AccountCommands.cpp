@@ -15,10 +15,10 @@ namespace {
 
 using pelto::Account;
 
-/// What the service says when it is asked whether this computer syncs bookmarks.
+// What the service says when it is asked whether this computer syncs bookmarks.
 struct Answer {
-  std::optional<bool> enabled;  ///< nothing: it does not answer
-  std::string problem;          ///< why it does not
+  std::optional<bool> enabled;  // nothing: it does not answer
+  std::string problem;          // why it does not
 };
 
 Answer ask(const Account& account) {
@@ -40,7 +40,7 @@ Account accountOrRefuse() {
   throw Refused{"No account is set. `loomerctl account set` sets one."};
 }
 
-/// The account that is to be replaced. One whose file cannot be read is no loss, but worth a word.
+// The account that is to be replaced. One whose file cannot be read is no loss, but is mentioned.
 std::optional<Account> accountBefore(Output& out) {
   try {
     return pelto::userAccount();
@@ -81,7 +81,7 @@ Status setAccount(Invocation& run) {
 Status showAccount(Invocation& run) {
   const Account account = accountOrRefuse();
   const Answer answer = ask(account);
-  const auto kept = pelto::userAccount();  // an answer is noted there
+  const auto kept = pelto::userAccount();  // the service's answer is recorded there
   const std::optional<Date> reached = kept ? kept->reached : std::nullopt;
   const std::string service = pelto::withoutSecrets(account.url);
   if (run.options.json) {
@@ -113,7 +113,7 @@ Status testAccount(Invocation& run) {
 
 namespace {
 
-/// What the engine noted about the exchange with the service goes with the account.
+// What the engine recorded about the exchange with the service goes with the account.
 bool unregisterServiceClient() {
   const auto store = openStoreIfAny();
   if (!store) return false;

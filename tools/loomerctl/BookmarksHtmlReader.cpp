@@ -9,7 +9,7 @@ namespace corvane::loomerctl {
 
 namespace {
 
-/// Of those that stand in an attribute, with commas between them.
+// How many tags an attribute lists, separated by commas.
 std::size_t countOfTags(std::string_view list) {
   std::size_t count = 0;
   while (!list.empty()) {
@@ -100,13 +100,13 @@ class Reader {
 
   void startBookmark(const Tag& tag) {
     const std::string_view* address = tag.attribute("href");
-    if (!address) return endTitle();  // a mark inside the page
+    if (!address) return endTitle();  // an anchor inside the page
     startNode(false).url = htmlAttribute(*address);
     if (const std::string_view* tags = tag.attribute("tags")) _leftOut.tags += countOfTags(*tags);
     if (const std::string_view* keyword = tag.attribute("shortcuturl")) {
       _leftOut.keywords += htmlAttribute(*keyword).empty() ? 0 : 1;
     }
-    _heading = kNone;  // a list from here on is not the contents of the folder before this
+    _heading = kNone;  // a list after this is not the contents of the folder before it
   }
 
   void describe(std::string_view text) {

@@ -14,7 +14,7 @@ std::string indentation(std::size_t depth) {
   return std::string((std::min(depth, kDeepestIndentation) + 1) * 4, ' ');
 }
 
-/// Dates are seconds since 1970 in these files.
+// Dates are seconds since 1970 in these files.
 std::string dateAttribute(const char* name, std::optional<Date> date) {
   if (!date) return {};
   const auto seconds = static_cast<std::int64_t>(date->seconds + kSecondsFrom1970To2001);
@@ -28,7 +28,7 @@ std::string dates(std::optional<Date> added, std::optional<Date> modified) {
 }  // namespace
 
 std::string htmlHead() {
-  // The kind of file is told by its first line, a document type declaration.
+  // The first line, a document type declaration, says what kind of file it is.
   std::string head = "<!DOC";
   head +=
       "TYPE NETSCAPE-Bookmark-file-1>\n"

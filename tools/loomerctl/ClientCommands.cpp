@@ -20,13 +20,13 @@ namespace {
 
 using namespace loomer;
 
-/// What a client's next session hands down when the client has nothing new.
+// What a client's next session delivers if the client has nothing new.
 struct NextSession {
   SessionKind kind = SessionKind::fast;
-  bool first = false;  ///< the client never finished a session: it may hold some of this already
+  bool first = false;  // the client never finished a session: it may hold some of this already
   bool deleteAllFirst = false;
-  bool restores = false;  ///< whatever the client lacks is restored
-  /// In the log's form, so that both read alike; in the order of handing down.
+  bool restores = false;  // whatever the client lacks is restored
+  // In the log's form, so that both read alike; in the order of delivery.
   std::vector<LoggedChange> changes;
 };
 
@@ -41,7 +41,7 @@ LoggedChange loggedForm(const ClientChange& change, const BaseRecord& held) {
   return logged;
 }
 
-/// By the planner of the sessions, with the base for the client's tree.
+// Plans as sessions do, with the base as the client's tree.
 NextSession nextSession(TruthStore& store, const ClientState& client) {
   RecordTable records(store);
   const TruthState truth = records.state();
@@ -157,7 +157,7 @@ Status showPlan(Invocation& run) {
   const ClientState client = clientNamed(*store, run.options.argument);
   RecordTable records(*store);
   RefusalTable refusals(*store);
-  // What is pending comes before what was refused: nothing is deleted for the client then.
+  // A pending reset or restore goes before a refused plan: the client's next session deletes nothing then.
   const bool pending = client.resetPending || client.restorePending;
   const auto refusal = pending ? std::nullopt : refusals.find(client.id);
   const std::vector<RecordId> deletions = refusal ? refusals.deletions(client.id) : std::vector<RecordId>();
@@ -189,7 +189,7 @@ namespace {
 void refuseWhereReset(const ClientState& client, const std::string& wanted) {
   if (!client.resetPending) return;
   throw Refused{"The client \"" + printable(client.identifier.view()) +
-                "\" will be given everything anew at its next session; there is nothing to " + wanted + '.'};
+                "\" is given everything anew at its next session; there is nothing to " + wanted + '.'};
 }
 
 }  // namespace
@@ -207,7 +207,7 @@ Status approvePlan(Invocation& run) {
     refuseWhereReset(client, "approve");
     if (client.restorePending) {
       throw Refused{"The client \"" + run.options.argument +
-                    "\" will get back what it lacks at its next session; there is nothing to approve."};
+                    "\" gets back what it lacks at its next session; there is nothing to approve."};
     }
     refusals.approve(client.id, Platform::current().clock.now());
     run.out.write("The next session of " + printable(run.options.argument) + " may delete " +
@@ -239,7 +239,7 @@ Status resetClient(Invocation& run) {
       "At its next session " + printable(run.options.argument) +
       " is given everything anew. What it changed since its last session is lost then, and so is"
       " whatever its file holds that is not synced: entries hidden from sync, and what other programs"
-      " noted with an entry. `loomerctl restore` keeps all that.\n");
+      " stored with an entry. `loomerctl restore` keeps all that.\n");
   return statusFine;
 }
 

@@ -24,6 +24,7 @@ class Refused : public PlatformException {
   explicit Refused(std::string reason) : PlatformException("LoomerctlRefused", std::move(reason)) {}
 };
 
+/// What the arguments say.
 struct Options {
   bool json = false;
   bool force = false;

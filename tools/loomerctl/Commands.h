@@ -2,37 +2,46 @@
 
 #include "tools/loomerctl/CommandLine.h"
 
-// The commands. Each prints what it is asked for and answers the exit status; it raises Refused,
+// The commands. Each prints what it is asked for and answers the exit status. Each raises Refused,
 // OutputClosed, and what the output and the store raise.
 
 namespace corvane::loomerctl {
 
-// Overview.cpp
+/// `status`
 Status showStatus(Invocation& run);
+/// `clients`
 Status showClients(Invocation& run);
-// Tree.cpp
+/// `tree`
 Status showTree(Invocation& run);
-// Record.cpp
+/// `show`
 Status showRecord(Invocation& run);
-// Log.cpp
+/// `sessions`
 Status showSessions(Invocation& run);
+/// `changes`
 Status showChanges(Invocation& run);
-// Check.cpp
+/// `check`
 Status checkStore(Invocation& run);
-// ClientCommands.cpp
+/// `plan`
 Status showPlan(Invocation& run);
+/// `approve`
 Status approvePlan(Invocation& run);
+/// `restore`
 Status restoreClient(Invocation& run);
+/// `reset`
 Status resetClient(Invocation& run);
-// AccountCommands.cpp
+/// `account set`
 Status setAccount(Invocation& run);
+/// `account show`
 Status showAccount(Invocation& run);
+/// `account test`
 Status testAccount(Invocation& run);
+/// `account remove`
 Status removeAccount(Invocation& run);
-// UndoCommand.cpp
+/// `undo`
 Status undoSession(Invocation& run);
-// Transfer.cpp
+/// `export`
 Status exportFile(Invocation& run);
+/// `import`
 Status importFile(Invocation& run);
 
 }  // namespace corvane::loomerctl

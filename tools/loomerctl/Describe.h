@@ -16,8 +16,8 @@ const char* kindName(int kind);
 
 /// `#12 "News"`, with the title that the folder has now; "the root" for the root.
 std::string folderText(loomer::RecordTable& records, loomer::RecordId folder);
-/// The titles of the folders from the root to this one. A store that is damaged may lead in circles: the walk
-/// ends where it would come by a second time.
+/// The titles of the folders from the root to this one. A damaged store may hold a cycle: the path ends
+/// before a folder would come up a second time.
 std::vector<std::string> folderPath(loomer::RecordTable& records, loomer::RecordId folder);
 
 /// One attribute that a change touched; a side is "(none)" where the record had none there.

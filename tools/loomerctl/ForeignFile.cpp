@@ -23,7 +23,7 @@ constexpr Kind kBinary[] = {
     {"PK\x03\x04"sv, "a ZIP archive"},
 };
 
-/// XML, by the element that it is about.
+// XML, by the element that it is about.
 constexpr Kind kXml[] = {{"<plist"sv, "a property list in XML"}, {"<xbel"sv, "an XBEL file"}};
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF"sv;

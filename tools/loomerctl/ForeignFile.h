@@ -4,8 +4,8 @@
 
 namespace corvane::loomerctl {
 
-/// What a file is that people take for a bookmarks file in HTML, as in "an SQLite database"; null for a file
-/// that may be one.
+/// What kind of file people mistook for a bookmarks file in HTML, such as "an SQLite database"; null for a
+/// file that may be one.
 const char* foreignKind(std::string_view bytes);
 
 }  // namespace corvane::loomerctl

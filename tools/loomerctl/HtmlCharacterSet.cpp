@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* kUtf8 = "UTF-8";
 
-/// A character set by the name of its converter in iconv(3), and the labels that browsers take for it (WHATWG
-/// Encoding Standard, section 4.2), each with a blank around it.
+// A character set by the name of its converter in iconv(3), and the labels that browsers take for it (WHATWG
+// Encoding Standard, section 4.2), each with a blank around it.
 struct CharacterSet {
   const char* converter;
   std::string_view labels;
@@ -81,11 +81,11 @@ constexpr CharacterSet kCharacterSets[] = {
      "windows-949 "},
 };
 
-/// The first bytes of a file that tell its character set.
+// The first bytes of a file that give its character set away.
 struct Mark {
   std::string_view bytes;
   const char* converter;
-  bool isText;  ///< the "<" that HTML begins with, in UTF-16 without a byte order mark
+  bool isText;  // the "<" that HTML begins with, in UTF-16 without a byte order mark
 };
 using namespace std::string_view_literals;
 constexpr Mark kMarks[] = {{"\xEF\xBB\xBF"sv, kUtf8, false},
@@ -94,10 +94,10 @@ constexpr Mark kMarks[] = {{"\xEF\xBB\xBF"sv, kUtf8, false},
                            {"<\0"sv, "UTF-16LE", true},
                            {"\0<"sv, "UTF-16BE", true}};
 
-/// As labels are compared: without white space around them, and in lower case.
+// As labels are compared: without white space around them, and in lower case.
 std::string normalized(std::string_view label) { return asciiLowered(whiteSpaceCollapsed(label)); }
 
-/// The converter for a label in lower case; null for a label that browsers do not know.
+// The converter for a label in lower case; null for a label that browsers do not know.
 const char* converterFor(const std::string& label) {
   if (label.find(' ') != std::string::npos) return nullptr;
   const std::string wanted = ' ' + label + ' ';
@@ -107,7 +107,7 @@ const char* converterFor(const std::string& label) {
   return nullptr;
 }
 
-/// What stands behind "charset=" in the content of a <META>.
+// What follows "charset=" in the content of a <META>.
 std::optional<std::string> charsetIn(const std::string& content) {
   constexpr std::string_view kCharset = "charset";
   std::size_t at = asciiLowered(content).find(kCharset);
@@ -127,7 +127,7 @@ std::optional<std::string> declaredBy(const Tag& meta) {
   return charsetIn(htmlAttribute(*content));
 }
 
-/// The label that the first <META> with one declares, in lower case.
+// The label that the first <META> with one declares, in lower case.
 std::optional<std::string> declaredLabel(std::string_view html) {
   constexpr std::size_t kHead = 4096;  // browsers look at 1,024 bytes
   HtmlTokenizer tokens(html.substr(0, kHead));
@@ -140,7 +140,7 @@ std::optional<std::string> declaredLabel(std::string_view html) {
   return std::nullopt;
 }
 
-/// The number of the line that the text ends in, counted from 1.
+// The number of the line that the text ends in, counted from 1.
 std::size_t lastLine(std::string_view text) {
   std::size_t line = 1;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -150,11 +150,11 @@ std::size_t lastLine(std::string_view text) {
   return line;
 }
 
-/// A character set as it is told of a file.
+// The character set of a file, and how it is known.
 struct Chosen {
   std::string converter;
   std::size_t markSize = 0;
-  std::optional<std::string> label;  ///< where the file declares it
+  std::optional<std::string> label;  // where the file declares it
 };
 
 Chosen chosenFor(std::string_view bytes, const std::string& name) {

@@ -13,13 +13,13 @@ namespace {
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr std::size_t kLongestReference = 12;
 
-/// What windows-1252 has at 0x80 to 0x9F; numeric references to these code points mean the same.
+// What windows-1252 has at 0x80 to 0x9F; numeric references to these code points mean the same.
 constexpr char16_t kWindows1252[32] = {0x20AC, 0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                        0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x8D,   0x017D, 0x8F,
                                        0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                        0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x017E, 0x0178};
 
-/// HTML's names of U+00A0 to U+00FF, in their order.
+// HTML's names of U+00A0 to U+00FF, in their order.
 constexpr std::string_view kLatin1Names[96] = {
     "nbsp",   "iexcl",  "cent",   "pound",  "curren", "yen",    "brvbar", "sect",   "uml",    "copy",
     "ordf",   "laquo",  "not",    "shy",    "reg",    "macr",   "deg",    "plusmn", "sup2",   "sup3",
@@ -73,7 +73,7 @@ std::optional<char32_t> numberedCharacter(std::string_view digits) {
   return number >= 0x80 && number <= 0x9F ? kWindows1252[number - 0x80] : number;
 }
 
-/// The length of the reference at the start of `text`, and its character; 0 where it is none.
+// The length of the reference at the start of `text`, and its character; 0 if there is none.
 Utf8Step reference(std::string_view text) {
   const std::size_t end = text.substr(0, kLongestReference).find(';');
   if (end == std::string_view::npos || end < 2) return {};
@@ -83,14 +83,14 @@ Utf8Step reference(std::string_view text) {
   return {*character, end + 1};
 }
 
-/// The character at `at`, U+FFFD for what is none.
+// The character at `at`; U+FFFD for bytes that are not one.
 Utf8Step characterAt(std::string_view text, std::size_t at) {
   const Utf8Step step = decodeUtf8(text, at);
   const bool isText = step && step.codePoint != 0 && !isSurrogate(step.codePoint);
   return isText ? step : Utf8Step{kReplacement, step ? step.length : 1};
 }
 
-/// Adds the character, escaped where it has a meaning in HTML.
+// Adds the character, escaped where it has a meaning in HTML.
 void appendEscaped(char32_t codePoint, std::string& to) {
   switch (codePoint) {
     case '&':
@@ -110,7 +110,7 @@ void appendEscaped(char32_t codePoint, std::string& to) {
   }
 }
 
-/// Adds the character at the start of `html`, its reference resolved; answers how many bytes it took.
+// Adds the character at the start of `html`, its reference resolved; answers how many bytes it took.
 std::size_t takeCharacter(std::string_view html, std::string& to) {
   Utf8Step step = html[0] == '&' ? reference(html) : Utf8Step{};
   if (!step) step = characterAt(html, 0);

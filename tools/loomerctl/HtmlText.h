@@ -10,7 +10,7 @@ constexpr bool isHtmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' |
 
 /// A title for between tags. Nothing but what has a meaning in HTML is escaped: browsers know no other
 /// references in titles and would show them as they stand. White space stays as it is, but a line end, which
-/// some of them would take for the end of the bookmark, becomes a blank. Bytes that are no UTF-8 become
+/// some of them would take for the end of the bookmark, becomes a blank. Bytes that are not UTF-8 become
 /// U+FFFD.
 std::string htmlEscapedTitle(std::string_view text);
 
@@ -20,13 +20,13 @@ std::string htmlEscapedAttribute(std::string_view text);
 /// What the HTML between a title's tags says, as UTF-8. White space that breaks the line is layout: one
 /// blank, and nothing at the ends; any other stays, so that titles come back as `htmlEscapedTitle` wrote
 /// them. Then character references are resolved. They need their semicolon (addresses are full of "&copy=2");
-/// those that mean nothing stay as they are.
+/// unknown ones stay as they are.
 std::string htmlTitle(std::string_view html);
 
 /// The same for an attribute's value: white space stays, except line ends and tabs, and at the ends.
 std::string htmlAttribute(std::string_view html);
 
-/// The text as HTML is shown: each run of white space is one blank, and there is none at the ends.
+/// The text as HTML is shown: each run of white space is one blank, without any at the ends.
 std::string whiteSpaceCollapsed(std::string_view text);
 
 }  // namespace corvane::loomerctl

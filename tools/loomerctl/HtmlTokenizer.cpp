@@ -55,7 +55,7 @@ void HtmlTokenizer::moveBehind(std::string_view end) {
 
 void HtmlTokenizer::skipDeclaration() { moveBehind(_html.substr(_at, 3) == "!--" ? "-->" : ">"); }
 
-/// What scripts and style sheets say is no markup.
+// The contents of scripts and style sheets are not markup.
 void HtmlTokenizer::skipRaw(const std::string& name) {
   const std::string end = "</" + name;
   const auto found = std::search(_html.begin() + static_cast<std::ptrdiff_t>(_at), _html.end(), end.begin(),
@@ -63,7 +63,7 @@ void HtmlTokenizer::skipRaw(const std::string& name) {
   _at = static_cast<std::size_t>(found - _html.begin());
 }
 
-/// False for a tag that the end of the file cuts off.
+// False for a tag that the end of the file cuts off.
 bool HtmlTokenizer::readTag(Tag& tag) {
   tag.attributes.clear();
   tag.closing = _html[_at] == '/';
@@ -101,7 +101,7 @@ std::string_view HtmlTokenizer::readValue() {
   bool& noneLeft = _noneLeft[quote == '"'];
   const std::size_t end = noneLeft ? std::string_view::npos : _html.find(quote, _at);
   if (end == std::string_view::npos) {
-    noneLeft = true;  // not looked for again, which would take a time by the square of the length
+    noneLeft = true;  // not searched again, which would take quadratic time
     return takeWhile([](char c) { return c != '>'; });
   }
   const std::string_view value = _html.substr(_at, end - _at);

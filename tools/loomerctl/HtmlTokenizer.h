@@ -10,6 +10,7 @@ namespace corvane::loomerctl {
 /// The text with the letters of ASCII in lower case.
 std::string asciiLowered(std::string_view text);
 
+/// One tag of HTML.
 struct Tag {
   std::string name;  ///< in lower case
   bool closing = false;
@@ -17,17 +18,18 @@ struct Tag {
 
   /// The first of that name; null for none.
   const std::string_view* attribute(std::string_view wanted) const;
-  /// Set, and not to "false".
+  /// Whether the attribute is there, with another value than "false".
   bool flag(std::string_view wanted) const;
 };
 
 /// Splits HTML, in any character set that has ASCII's characters in ASCII's places, into tags and the text
-/// between them. Comments, declarations, and what scripts and style sheets say are passed over. O(n).
+/// between them. Skips comments, declarations, scripts and style sheets. O(n).
 class HtmlTokenizer {
  public:
+  /// The text must outlive this object and the tags.
   explicit HtmlTokenizer(std::string_view html) : _html(html) {}
 
-  /// The next piece: a tag (true, in `tag`) or text (false, in `text`); nothing more when `text` is empty.
+  /// The next piece: a tag (true, in `tag`) or text (false, in `text`). Empty text is the end.
   bool next(Tag& tag, std::string_view& text);
 
  private:
@@ -48,7 +50,7 @@ class HtmlTokenizer {
 
   std::string_view _html;
   std::size_t _at = 0;
-  bool _noneLeft[2] = {false, false};  // closing quotes, single and double
+  bool _noneLeft[2] = {false, false};  ///< closing quotes, single and double
 };
 
 }  // namespace corvane::loomerctl

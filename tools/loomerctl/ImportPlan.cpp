@@ -20,8 +20,8 @@ using loomer::Entity;
 using loomer::RecordId;
 using loomer::TruthRecord;
 
-/// What makes two records the same.
-std::string likeness(RecordId parent, Entity entity, std::string_view title, std::string_view url) {
+// Equal for records that are the same.
+std::string matchKey(RecordId parent, Entity entity, std::string_view title, std::string_view url) {
   std::string key = std::to_string(parent);
   key += entity == Entity::folder ? 'f' : 'b';
   key += std::to_string(title.size());
@@ -31,30 +31,30 @@ std::string likeness(RecordId parent, Entity entity, std::string_view title, std
   return key;
 }
 
-/// The live records by what makes them the same, each to be taken once.
+// The live records by match key; each can be taken once.
 class KnownRecords {
  public:
-  /// Of records that are alike, the one that is added last is taken first.
+  // Of records with equal keys, the one that is added last is taken first.
   void add(const TruthRecord& record) {
     const Content& content = record.content;
-    const Likenesses like(record.parent, record.entity, content.name.view(), content.url.view());
-    _byTitle[like.exact].push_back(record.id);
-    _byShownTitle[like.shown].push_back(record.id);
+    const MatchKeys keys(record.parent, record.entity, content.name.view(), content.url.view());
+    _byTitle[keys.exact].push_back(record.id);
+    _byShownTitle[keys.shown].push_back(record.id);
   }
 
   std::optional<RecordId> take(RecordId parent, Entity entity, const Content& wanted) {
-    const Likenesses like(parent, entity, wanted.name.view(), wanted.url.view());
-    const auto exact = takeFrom(_byTitle, like.exact);
-    return exact ? exact : takeFrom(_byShownTitle, like.shown);
+    const MatchKeys keys(parent, entity, wanted.name.view(), wanted.url.view());
+    const auto exact = takeFrom(_byTitle, keys.exact);
+    return exact ? exact : takeFrom(_byShownTitle, keys.shown);
   }
 
  private:
   using Stacks = std::unordered_map<std::string, std::vector<RecordId>>;
 
-  struct Likenesses {
-    Likenesses(RecordId parent, Entity entity, std::string_view title, std::string_view url)
-        : exact(likeness(parent, entity, title, url)),
-          shown(likeness(parent, entity, whiteSpaceCollapsed(title), url)) {}
+  struct MatchKeys {
+    MatchKeys(RecordId parent, Entity entity, std::string_view title, std::string_view url)
+        : exact(matchKey(parent, entity, title, url)),
+          shown(matchKey(parent, entity, whiteSpaceCollapsed(title), url)) {}
     std::string exact;
     std::string shown;
   };
@@ -131,7 +131,7 @@ class Import {
     return title == LoomerTitleBookmarksBar || title == LoomerTitleBookmarksMenu;
   }
 
-  /// Clients know the two special folders by their titles.
+  // Clients know the two special folders by their titles.
   bool makesSpecial(const Content& content, Entity entity, RecordId parent) {
     if (entity != Entity::folder || parent != loomer::kRoot) return false;
     if (!isSpecialTitle(content.name)) return false;

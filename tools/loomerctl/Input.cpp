@@ -21,7 +21,7 @@ constexpr const char* kStandardInput = "standard input";
   throw Refused{"Cannot read " + name + ": " + error.message() + '.'};
 }
 
-/// Reads what there is, at most `size` bytes; 0 at the end.
+// Reads what there is, at most `size` bytes; 0 at the end.
 std::size_t readSome(int descriptor, const std::string& name, char* bytes, std::size_t size) {
   const ssize_t count = retryingInterrupted([&] { return ::read(descriptor, bytes, size); });
   if (count < 0) refuse(name, lastSystemError());
@@ -37,9 +37,9 @@ std::string readAll(int descriptor, const std::string& name) {
   return bytes;
 }
 
-/// Standard input, a terminal, handing on each key as it is typed and showing none, for as long as this
-/// object lives. Keys that would end the program come as characters, so that none of them leaves the terminal
-/// like that.
+// Standard input, a terminal, passing on each key as it is typed and showing none, for as long as this
+// object lives. Keys that would end the program come as characters, so that none of them leaves the terminal
+// like that.
 class SilentTerminal {
  public:
   SilentTerminal() {
@@ -50,7 +50,7 @@ class SilentTerminal {
     silent.c_cc[VTIME] = 0;
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0) refuse(kStandardInput, lastSystemError());
   }
-  /// A terminal that cannot be set back has been closed.
+  // A terminal that cannot be set back has been closed.
   ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &_before); }
   SilentTerminal(const SilentTerminal&) = delete;
   SilentTerminal& operator=(const SilentTerminal&) = delete;
@@ -65,7 +65,7 @@ constexpr char kEndOfTransmission = 4;     // control-D
 constexpr char kNegativeAcknowledge = 21;  // control-U
 constexpr char kDelete = 127;
 
-/// Nothing when the user breaks off.
+// Nothing if the user cancels.
 std::optional<std::string> lineFromTerminal(const char* prompt) {
   const SilentTerminal terminal;
   std::fputs(prompt, stderr);  // now, since what is typed before is dropped
@@ -112,7 +112,7 @@ std::string readSecretLine(const char* prompt) {
     line = readInput(kStandardStream);
     line->resize(std::min(line->find('\n'), line->size()));
   }
-  if (!line) throw Refused{"Broken off; nothing was changed."};
+  if (!line) throw Refused{"Cancelled; nothing was changed."};
   const std::string text = trimmed(*line);
   if (text.empty()) throw Refused{"Standard input held nothing."};
   return text;

@@ -15,7 +15,7 @@ std::string readInput(const std::string& path);
 
 /// The first line of standard input, without white space around it. From a terminal it is asked for with
 /// `prompt` on standard error, and what is typed is not shown. Raises Refused when it cannot be read, holds
-/// nothing, or the user breaks off.
+/// nothing, or the user cancels.
 std::string readSecretLine(const char* prompt);
 
 }  // namespace corvane::loomerctl

@@ -22,6 +22,7 @@ class JsonWriter {
   /// Writes to `out`, which outlives it.
   explicit JsonWriter(Output& out) : _out(out) { _json.SetIndent(' ', 2); }
 
+  /// Objects and arrays nest; each `begin` is followed by its `end`.
   void beginObject() { _json.StartObject(); }
   void endObject() { _json.EndObject(); }
   void beginArray() { _json.StartArray(); }
@@ -38,6 +39,7 @@ class JsonWriter {
   void value(bool truth) { _json.Bool(truth); }
   /// In UTC, "2026-11-21T10:49:00Z"; null where the calendar cannot hold it.
   void value(Date date);
+  /// Null for nothing.
   template <typename T>
   void value(const std::optional<T>& held) {
     if (held) {
@@ -48,6 +50,7 @@ class JsonWriter {
   }
   void null() { _json.Null(); }
 
+  /// A key and its value.
   template <typename T>
   void member(std::string_view name, const T& held) {
     key(name);
@@ -70,7 +73,7 @@ class JsonWriter {
 
   Output& _out;
   Stream _stream{_out};
-  // Holds what RapidJSON keeps of open brackets; it does not check what it allocates.
+  /// Holds what RapidJSON keeps of open brackets; it does not check what it allocates.
   alignas(std::max_align_t) char _memory[1024];
   Pool _pool{_memory, sizeof _memory};
   Writer _json{_stream, &_pool};

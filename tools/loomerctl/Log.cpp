@@ -57,7 +57,7 @@ Status showSessions(Invocation& run) {
                         {"KIND"},
                         {"TAKEN", true},
                         {"CHANGED", true},
-                        {"HANDED DOWN", true},
+                        {"DELIVERED", true},
                         {"REFUSED", true}});
   bool any = false;
   log.newestFirst([&](const SessionEntry& session) {
@@ -74,7 +74,7 @@ Status showSessions(Invocation& run) {
 
 namespace {
 
-/// What the changes are handed to, for people or for programs.
+// Prints changes, for people or for programs.
 class ChangePrinter {
  public:
   virtual ~ChangePrinter() = default;
@@ -150,7 +150,7 @@ class JsonPrinter : public ChangePrinter {
   JsonWriter _json;
 };
 
-/// Hands one session's changes and losses to `to`; answers how many records of `left` are left.
+// Prints at most `left` of one session's changes and losses; answers how many may still follow.
 std::int64_t printSession(SessionLog& log, const SessionEntry& session, const Options& options,
                           std::int64_t left, ChangePrinter& to) {
   log.changesOf(session.id, options.record, [&](const LoggedChange& change) {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kBufferBytes = 1 << 16;
 
-/// Parameters of the terminals' "select graphic rendition" (ECMA-48).
+// Parameters of the terminals' "select graphic rendition" (ECMA-48).
 const char* rendition(Style style) {
   switch (style) {
     case Style::heading:

@@ -13,6 +13,7 @@ class OutputClosed : public PlatformException {
   OutputClosed() : PlatformException("LoomerctlOutputClosed", "nobody reads the output") {}
 };
 
+/// What a piece of text is; decides its colour.
 enum class Style { plain, heading, folder, faint, added, removed };
 
 /// A file descriptor, buffered. Raises OutputClosed, and a PlatformException where writing fails otherwise.
@@ -23,6 +24,7 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
+  /// Adds to what will be written.
   void write(std::string_view text);
   void write(std::string_view text, Style style);
   /// Makes everything written so far visible. Whoever made the object calls it at the end.

@@ -20,10 +20,10 @@ using namespace loomer;
 
 struct ClientView {
   ClientState state;
-  String name;         ///< for people; absent where the description has none
-  String tool, image;  ///< paths relative to the description; absent likewise
+  String name;         // for people; absent where the description has none
+  String tool, image;  // paths relative to the description; absent like the name
   std::size_t held = 0;
-  bool news = false;  ///< the truth changed since its last session
+  bool changesMayWait = false;  // the truth changed since its last session
   std::optional<Refusal> refusal;
   std::vector<KeptFile> kept;
 };
@@ -41,7 +41,7 @@ std::vector<ClientView> clientViews(TruthStore& store) {
     view.tool = description.string("ToolPath");
     view.image = description.string("ImagePath");
     view.held = bases.heldCount(each.id);
-    view.news = mayHaveNews(each, truth);
+    view.changesMayWait = mayHaveNews(each, truth);
     view.refusal = refusals.find(each.id);
     view.kept = KeptFiles(store.path(), each.identifier).all();
     view.state = std::move(each);
@@ -49,7 +49,7 @@ std::vector<ClientView> clientViews(TruthStore& store) {
   return views;
 }
 
-/// "Corvane (com.keldra.Corvane)".
+// "Corvane (com.keldra.Corvane)".
 std::string nameText(const ClientView& view) {
   const std::string identifier = printable(view.state.identifier.view());
   return view.name ? printable(view.name.view()) + " (" + identifier + ')' : identifier;
@@ -60,7 +60,7 @@ std::string refusalText(const Refusal& refusal) {
          (refusal.approved ? ", approved" : "");
 }
 
-/// Whether somebody decided, or has to decide, about the client's next session.
+// Whether somebody decided, or has to decide, about the client's next session.
 bool isWaiting(const ClientView& view) {
   return view.state.resetPending || view.state.restorePending || view.refusal;
 }
@@ -70,7 +70,7 @@ std::string nextText(const ClientView& view) {
   if (view.state.restorePending) return "will get back what it lacks";
   if (view.refusal) return refusalText(*view.refusal);
   if (!view.state.syncedRevision) return "first session";
-  return view.news ? "changes may be waiting" : "up to date";
+  return view.changesMayWait ? "changes may be waiting" : "up to date";
 }
 
 void writeRefusal(JsonWriter& json, const std::optional<Refusal>& refusal) {
@@ -109,7 +109,7 @@ StoreView storeView(TruthStore& store) {
   return view;
 }
 
-/// The files that lost entries, as they were before.
+// The files that lost entries, as they were before.
 void writeKept(JsonWriter& json, const std::vector<ClientView>& clients) {
   json.key("keptFiles");
   json.beginArray();
@@ -220,7 +220,7 @@ void writeClients(JsonWriter& json, const std::vector<ClientView>& views) {
     json.member("sessions", each.state.sessions);
     json.member("held", each.held);
     json.member("syncedRevision", each.state.syncedRevision);
-    json.member("changesMayWait", each.news);
+    json.member("changesMayWait", each.changesMayWait);
     json.member("resetPending", each.state.resetPending);
     json.member("giveBackPending", each.state.restorePending);
     writeRefusal(json, each.refusal);

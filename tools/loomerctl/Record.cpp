@@ -26,10 +26,10 @@ struct RecordView {
   String globalIdentifier;
   std::vector<std::string> path;
   std::vector<Holder> holders;
-  std::vector<std::pair<SessionEntry, LoggedChange>> history;  ///< newest first
+  std::vector<std::pair<SessionEntry, LoggedChange>> history;  // newest first
 };
 
-/// "12" or "#12"; nothing for other text.
+// "12" or "#12"; nothing for other text.
 std::optional<RecordId> recordNumber(std::string_view text) {
   if (text.starts_with('#')) text.remove_prefix(1);
   RecordId number = 0;

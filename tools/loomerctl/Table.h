@@ -11,11 +11,13 @@ namespace corvane::loomerctl {
 /// push their line out, so that a table of any length needs no more memory than those first rows.
 class Table {
  public:
+  /// How a column looks.
   struct Column {
     const char* heading;
     bool right = false;  ///< aligned to the right, as numbers are
   };
 
+  /// Writes to `out`, which must outlive this object.
   Table(Output& out, std::vector<Column> columns);
   /// One printable cell for each column.
   void add(std::vector<std::string> row);
@@ -28,7 +30,7 @@ class Table {
 
   Output& _out;
   std::vector<Column> _columns;
-  std::vector<std::size_t> _widths;  // in terminal columns
+  std::vector<std::size_t> _widths;  ///< in terminal columns
   std::vector<std::vector<std::string>> _held;
   bool _started = false;
 };

@@ -15,8 +15,8 @@ constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kControlPictures = 0x2400;
 constexpr char32_t kDeletePicture = 0x2421;
 
-/// Marks that embed, override and isolate directions (Unicode Annex 9): text could show another order than it
-/// has.
+// Marks that embed, override and isolate directions (Unicode Annex 9): text could show another order than it
+// has.
 bool turnsDirection(char32_t codePoint) {
   return (codePoint >= 0x202A && codePoint <= 0x202E) || (codePoint >= 0x2066 && codePoint <= 0x2069);
 }

@@ -31,7 +31,7 @@ HtmlNode nodeOf(const TruthRecord& record) {
   return node;
 }
 
-/// Writes the file piece by piece to `write`; answers how many bookmarks it holds.
+// Writes the file piece by piece to `write`; answers how many bookmarks it holds.
 template <typename Write>
 std::size_t writeFile(TruthStore& store, const Write& write) {
   const auto dates = SessionLog(store).dates();
@@ -61,10 +61,10 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
   return bookmarks;
 }
 
-/// The last component, which stands in the log.
+// The last component, which the log records.
 std::string lastComponent(const std::string& name) { return name.substr(name.rfind('/') + 1); }
 
-/// What stands at the path is replaced, but for a pipe or a device: that takes what is written.
+// Replaces the file at the path; writes into a pipe or a device.
 std::error_code write(const std::string& path, const std::string& bytes) {
   FileSystem& files = Platform::current().files;
   const auto present = files.attributesIfKnown(path);
@@ -72,7 +72,7 @@ std::error_code write(const std::string& path, const std::string& bytes) {
   return files.writeAtomically(path, bytes);
 }
 
-/// Raises Refused, with what it wants instead, for anything but a bookmarks file.
+// Raises Refused, with what it wants instead, for anything but a bookmarks file.
 HtmlBookmarks readBookmarksFile(const std::string& path) {
   const std::string name = inputName(path);
   const auto refuse = [](const std::string& cause) {
@@ -89,7 +89,7 @@ HtmlBookmarks readBookmarksFile(const std::string& path) {
   return bookmarks;
 }
 
-/// One line; nothing where nothing is left out.
+// One line; nothing where nothing is left out.
 std::string leftOutText(const HtmlLeftOut& leftOut) {
   std::string text;
   const auto add = [&text](std::size_t count, const char* singular, const char* plural) {

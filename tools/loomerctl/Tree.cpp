@@ -52,7 +52,7 @@ RecordId startOf(RecordTable& records, const Options& options) {
   const auto record = records.find(start);
   if (!record || record->deleted) throw Refused{"There is no folder #" + std::to_string(start) + '.'};
   if (record->entity != Entity::folder) {
-    throw Refused{'#' + std::to_string(start) + " is a bookmark; `loomerctl show` tells about it."};
+    throw Refused{'#' + std::to_string(start) + " is a bookmark; `loomerctl show` describes it."};
   }
   return start;
 }

@@ -7,8 +7,8 @@
 namespace corvane::loomerctl {
 
 /// Walks the agreed bookmarks: folders before their contents, everything in its order. Reads a folder when it
-/// comes by and holds the rest of the folders on the way to it, so that the first line does not wait for the
-/// last. Every record has one parent, so that the only circle a walk in a damaged store can meet is one
+/// gets there and holds the rest of the folders on the way to it, so that the first line does not wait for
+/// the last. Every record has one parent, so the only cycle that a walk can meet in a damaged store leads
 /// through its start; the start is not entered again.
 class TreeWalk {
  public:
@@ -17,10 +17,10 @@ class TreeWalk {
 
   /// The next record, valid until the next call; null at the end.
   const loomer::TruthRecord* next();
-  /// Of the record that `next` answered: how many folders of the walk are above it.
+  /// How many folders of the walk are above the record that `next` answered.
   std::size_t depth() const { return _depth; }
-  /// Lists that ended between the record before and this one: so many folders are left behind. At the end of
-  /// the walk, those that were still open.
+  /// How many folders ended between the previous record and this one; at the end of the walk, how many were
+  /// still open.
   std::size_t closed() const { return _closed; }
 
  private:

@@ -20,7 +20,7 @@ std::int64_t sessionNumber(const std::string& text) {
   throw Refused{'"' + text + "\" is no session's number. `loomerctl sessions` shows the numbers."};
 }
 
-/// Raises Refused for a session that is not in the log or changed no agreed bookmark.
+// Raises Refused for a session that is not in the log or changed no agreed bookmark.
 void checkUndoable(TruthStore& store, std::int64_t number) {
   const auto session = SessionLog(store).session(number);
   if (SessionLog(store).isPruned(number)) {

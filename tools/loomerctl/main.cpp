@@ -9,7 +9,7 @@
 
 namespace {
 
-/// On a terminal that can, unless the user wants none (https://no-color.org).
+// On a terminal that shows them, unless the user wants none (https://no-color.org).
 bool wantsColours() {
   const char* none = std::getenv("NO_COLOR");
   const char* terminal = std::getenv("TERM");
@@ -22,7 +22,7 @@ bool wantsColours() {
 
 int main(int argc, char** argv) {
   const corvane::PlatformScope services(corvane::linuxPlatform());
-  // A closed pipe is told by the write that meets it. Ignoring a valid signal does not fail.
+  // The write that meets a closed pipe reports it. Ignoring a valid signal does not fail.
   std::signal(SIGPIPE, SIG_IGN);
   corvane::loomerctl::Output out(STDOUT_FILENO, wantsColours());
   corvane::loomerctl::Output err(STDERR_FILENO, false);
