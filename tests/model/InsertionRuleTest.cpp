@@ -119,7 +119,7 @@ TEST_F(PlacementTest, SpecialFoldersOutsideTheRootAreSiblingsLikeAnyOther) {
 
 TEST_F(PlacementTest, RootIsKnownByItsInstanceAlone) {
   // A folder whose uid merely reads "Root" is not the root.
-  Dictionary special = folderRecord("z", "");
+  Dictionary special = folderRecord("z");
   special.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
   CorvaneBookmarkFolder::bookmarkWithUid("S", special, map);
   parent("Root", {"S"}).addChild(add("NEW", kBookmark, "a", kUnknownPosition), map);

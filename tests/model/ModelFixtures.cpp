@@ -4,59 +4,6 @@
 
 namespace corvane {
 
-namespace {
-
-Array entries(std::initializer_list<Dictionary> children) {
-  Array array;
-  for (const Dictionary& child : children) array.append(child);
-  return array;
-}
-
-}  // namespace
-
-Dictionary rootEntry(std::initializer_list<Dictionary> children) {
-  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", entries(children)}};
-}
-
-Dictionary folderEntry(const char* uid, const char* title, std::initializer_list<Dictionary> children) {
-  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"},
-                    {"WebBookmarkUUID", uid},
-                    {"Title", title},
-                    {"Children", entries(children)}};
-}
-
-Dictionary bookmarkEntry(const char* uid, const char* title, const char* url) {
-  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeLeaf"},
-                    {"WebBookmarkUUID", uid},
-                    {"URLString", url},
-                    {"URIDictionary", Dictionary{{"title", title}, {"", url}}}};
-}
-
-Dictionary with(Dictionary entry, const char* key, Value value) {
-  entry.set(key, std::move(value));
-  return entry;
-}
-
-Dictionary without(Dictionary entry, const char* key) {
-  entry.remove(key);
-  return entry;
-}
-
-Dictionary folderRecord(const char* name, const char* parent) {
-  Dictionary record{{LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder},
-                    {LoomerAttribute_Bookmarks_Folder_Name, name}};
-  if (*parent) record.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{parent});
-  return record;
-}
-
-Dictionary bookmarkRecord(const char* name, const char* parent, const char* url) {
-  Dictionary record{{LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark},
-                    {LoomerAttribute_Bookmarks_Bookmark_Name, name},
-                    {LoomerAttribute_Bookmarks_Bookmark_Url, Url{url}}};
-  if (*parent) record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, Array{parent});
-  return record;
-}
-
 CorvaneBookmarkFolder* ModelTest::read(const Dictionary& file) {
   return CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(file, String(), 0, map);
 }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -11,20 +10,9 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "tests/fakes/StrictPlatform.h"
+#include "tests/kit/Entries.h"
 
 namespace corvane {
-
-// File entries as literals.
-Dictionary rootEntry(std::initializer_list<Dictionary> children);
-Dictionary folderEntry(const char* uid, const char* title, std::initializer_list<Dictionary> children = {});
-Dictionary bookmarkEntry(const char* uid, const char* title, const char* url = "http://example.com/");
-/// The entry with one more key.
-Dictionary with(Dictionary entry, const char* key, Value value);
-Dictionary without(Dictionary entry, const char* key);
-
-// Engine records as literals; an empty parent leaves the relationship out.
-Dictionary folderRecord(const char* name, const char* parent);
-Dictionary bookmarkRecord(const char* name, const char* parent, const char* url = "http://example.com/");
 
 /// A FakePlatform and an empty map; after each test the tree is verified and the system log compared with
 /// what the test declared.

@@ -97,14 +97,14 @@ TEST_F(ModelLogTest, EscapedUrlShowsBothTexts) {
 TEST_F(ModelLogTest, BuildingFromRecordsIsTraced) {
   EXPECT_EQ(CorvaneBookmarkFolder::bookmarkWithUid("F", Dictionary{{"k", 1}}, map), nullptr);
   EXPECT_THAT(taken(), ElementsAre("Corvane - skipping record dict for folder without name: {k = 1}"));
-  Dictionary record = folderRecord("bar", "");
+  Dictionary record = folderRecord("bar");
   record.set("is tab group", 1);
   record.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
   CorvaneBookmarkFolder::bookmarkWithUid("F", record, map);
   EXPECT_THAT(taken(),
               ElementsAre("Autotab key in Engine record found for modified record, setting auto tab to true",
                           "Bookmark bar sent down from Loomer is special"));
-  CorvaneBookmarkRecord::bookmarkWithUid("A", bookmarkRecord("a", ""), map);
+  CorvaneBookmarkRecord::bookmarkWithUid("A", bookmarkRecord("a"), map);
   EXPECT_THAT(taken(), ElementsAre("setUrl called with a url, not a string"));
 }
 

@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
 namespace {
@@ -33,7 +33,7 @@ class DataSourceTest : public ControllerTest {
 };
 
 TEST_F(DataSourceTest, TellsWhoTheClientIs) {
-  begin(root({}));
+  begin(rootEntry({}));
   platform.bundles.own.resources["CorvaneClientDescription.plist"] =
       "/a path/50%/Beschreibung \xC3\xA4.plist";
   EXPECT_EQ(controller->clientIdentifier(), "com.keldra.Corvane");
@@ -54,7 +54,7 @@ TEST_F(DataSourceTest, UrlsOfPathsLeadBackToThem) {
 }
 
 TEST_F(DataSourceTest, MissingDescriptionIsNoUrl) {
-  begin(root({}));
+  begin(rootEntry({}));
   EXPECT_FALSE(controller->clientDescriptionURL());
 }
 
@@ -71,7 +71,7 @@ struct ModeCase {
 class ModeTest : public DataSourceTest, public ::testing::WithParamInterface<ModeCase> {};
 
 TEST_P(ModeTest, ComparesTheDates) {
-  begin(root({}));
+  begin(rootEntry({}));
   if (GetParam().stored) loomer.client.values.set(kKey, *GetParam().stored);
   controller->setCurrentDiskModDate(GetParam().disk);
   register_();
@@ -93,14 +93,14 @@ INSTANTIATE_TEST_SUITE_P(
                       ModeCase{"stored is no date", Value("yesterday"), Date{100.0}, 3}));
 
 TEST_F(DataSourceTest, ModeBeforeRegistrationIsRefresh) {
-  begin(root({}));
+  begin(rootEntry({}));
   loomer.client.values.set(kKey, Date{1e9});
   EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 3);
 }
 
 // changedRecordsForEntityName:moreComing:error: returns an empty dictionary whatever the entity.
 TEST_F(DataSourceTest, NeverHasChangedRecords) {
-  begin(root({leaf("a", "A"), folder("f", "F")}));
+  begin(rootEntry({bookmarkEntry("a", "A"), folderEntry("f", "F")}));
   bool moreComing = false;
   for (const String& entity :
        {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark, String("Tag")}) {
@@ -112,8 +112,10 @@ TEST_F(DataSourceTest, NeverHasChangedRecords) {
 // recordsForEntityName with an unknown entity name returns the leaf records; ignored bookmarks are never
 // returned; a bookmark whose sync form is nothing is left out.
 TEST_F(DataSourceTest, HandsOutRecordsByClass) {
-  begin(root({folder("BookmarksBarUid", "BookmarksBar"), folder("f", "F", {leaf("a", "A"), folder("g", "G")}),
-              hidden(folder("h", "H", {leaf("inside", "Inside")})), leaf("b", "B"), hidden(leaf("c", "C"))}));
+  begin(rootEntry({folderEntry("BookmarksBarUid", "BookmarksBar"),
+                   folderEntry("f", "F", {bookmarkEntry("a", "A"), folderEntry("g", "G")}),
+                   hidden(folderEntry("h", "H", {bookmarkEntry("inside", "Inside")})),
+                   bookmarkEntry("b", "B"), hidden(bookmarkEntry("c", "C"))}));
   // The root's sync form is nothing; the special folder's marker in the map is no node.
   EXPECT_THAT(recordedUids(LoomerEntity_Bookmarks_Folder), ElementsAre("BookmarksBarUid", "f", "g"));
   EXPECT_THAT(recordedUids(LoomerEntity_Bookmarks_Bookmark), ElementsAre("a", "b"));
@@ -123,7 +125,7 @@ TEST_F(DataSourceTest, HandsOutRecordsByClass) {
 }
 
 TEST_F(DataSourceTest, RecordsAreThoseOfTheOriginal) {
-  begin(root({leaf("a", "A"), leaf("b", "B")}));
+  begin(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B")}));
   applyBookmark(LoomerChangeTypeDelete, "a");
   applyBookmark(LoomerChangeTypeModify, "b", bookmarkRecord("New", "Root"));
   EXPECT_THAT(recordedUids(LoomerEntity_Bookmarks_Bookmark), ElementsAre("a", "b"));
@@ -135,7 +137,7 @@ TEST_F(DataSourceTest, RecordsAreThoseOfTheOriginal) {
 
 // A session that pulled nothing and finds a stored date leaves the stored date as it was.
 TEST_F(DataSourceTest, QuietSessionKeepsTheStoredDate) {
-  begin(root({}));
+  begin(rootEntry({}));
   loomer.client.values.set(kKey, Date{7.0});
   register_();
   didPull();
@@ -146,7 +148,7 @@ TEST_F(DataSourceTest, QuietSessionKeepsTheStoredDate) {
 
 // One that pulled nothing and finds none stores the file's current date.
 TEST_F(DataSourceTest, FirstQuietSessionStoresTheFilesDate) {
-  begin(root({}));
+  begin(rootEntry({}));
   register_();
   didPull();
   finish();
@@ -156,7 +158,7 @@ TEST_F(DataSourceTest, FirstQuietSessionStoresTheFilesDate) {
 
 // A session that saved keeps the new file's date itself, too: the file is no newer than that.
 TEST_F(DataSourceTest, SavingSessionKeepsTheNewDate) {
-  begin(root({leaf("a", "A")}));
+  begin(rootEntry({bookmarkEntry("a", "A")}));
   loomer.client.values.set(kKey, Date{7.0});
   register_();
   EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 2);
@@ -169,7 +171,7 @@ TEST_F(DataSourceTest, SavingSessionKeepsTheNewDate) {
 
 // Cancelling a session erases the stored date.
 TEST_F(DataSourceTest, CancellingErasesTheStoredDate) {
-  begin(root({}));
+  begin(rootEntry({}));
   loomer.client.values.set(kKey, Date{7.0});
   register_();
   controller->sessionDriverWillCancelSession(*driver);
@@ -178,22 +180,22 @@ TEST_F(DataSourceTest, CancellingErasesTheStoredDate) {
 
 // Setting the same original map twice does not make a second working copy.
 TEST_F(DataSourceTest, SameOriginalTwiceKeepsTheWorkingMap) {
-  begin(root({leaf("a", "A")}));
-  const std::shared_ptr<const BookmarkMap> original = mapped(root({leaf("x", "X")}));
+  begin(rootEntry({bookmarkEntry("a", "A")}));
+  const std::shared_ptr<const BookmarkMap> original = mapped(rootEntry({bookmarkEntry("x", "X")}));
   controller->setOrigBookmarkDictionary(original);
   const BookmarkMap* first = &working();
   applyBookmark(LoomerChangeTypeDelete, "x");
   controller->setOrigBookmarkDictionary(original);
   EXPECT_EQ(&working(), first);
-  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_EQ(tree(working()), "Root()");
   EXPECT_EQ(tree(*original), "Root(x)");
 
-  controller->setOrigBookmarkDictionary(mapped(root({leaf("x", "X")})));
+  controller->setOrigBookmarkDictionary(mapped(rootEntry({bookmarkEntry("x", "X")})));
   EXPECT_EQ(tree(working()), "Root(x)");
 }
 
 TEST_F(DataSourceTest, FlagsStartFalse) {
-  begin(root({}));
+  begin(rootEntry({}));
   EXPECT_FALSE(controller->bookmarksChanged());
   EXPECT_FALSE(controller->pulledTheTruth());
 }

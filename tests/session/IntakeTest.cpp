@@ -2,7 +2,7 @@
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
 namespace {
@@ -18,24 +18,24 @@ class IntakeTest : public ControllerTest {};
 
 // A pulled folder addition whose record lacks a parent is filed with the parent "Root".
 TEST_F(IntakeTest, FolderWithoutParentHangsUnderTheRoot) {
-  begin(root({leaf("a", "A")}));
+  begin(rootEntry({bookmarkEntry("a", "A")}));
   EXPECT_EQ(applyFolder(kAdd, "e1", folderRecord("F")), 1);
   EXPECT_EQ(remapped, "UUID-1");
   EXPECT_EQ(tree(working()), "Root(a)");
   didPull();
   EXPECT_EQ(working().find("UUID-1")->parentId(), "Root");
-  EXPECT_EQ(tree(working()), "Root(a UUID-1)");
-  EXPECT_EQ(tree(*replayed(root({}))), "Root(UUID-1)");
+  EXPECT_EQ(tree(working()), "Root(a UUID-1())");
+  EXPECT_EQ(tree(*replayed(rootEntry({}))), "Root(UUID-1())");
 }
 
 TEST_F(IntakeTest, BookmarkWithoutParentHangsUnderTheRoot) {
-  begin(root({}));
+  begin(rootEntry({}));
   EXPECT_EQ(applyBookmark(kAdd, "e1", bookmarkRecord("B")), 1);
   EXPECT_EQ(tree(working()), "Root(UUID-1)");
 }
 
 TEST_F(IntakeTest, ParentOfAnotherTypeCountsAsAbsent) {
-  begin(root({}));
+  begin(rootEntry({}));
   Dictionary record = bookmarkRecord("B");
   record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, "nowhere");
   applyBookmark(kAdd, "e1", record);
@@ -44,7 +44,7 @@ TEST_F(IntakeTest, ParentOfAnotherTypeCountsAsAbsent) {
 
 // A pulled add for an entity other than the two synced ones is answered 3 but still hands back a new uid.
 TEST_F(IntakeTest, AddOfAnotherEntityHandsBackAUid) {
-  begin(root({}));
+  begin(rootEntry({}));
   platform.log.expectMessages(
       {"I was asked to apply a change: " + LoomerChange(kAdd, "e1", Dictionary{{"k", "v"}}).description() +
        " for an entity I don't sync: Tag"});
@@ -57,28 +57,28 @@ TEST_F(IntakeTest, AddOfAnotherEntityHandsBackAUid) {
 // That shows nowhere, since the update itself takes the bookmark out and puts it back: here, that it stands
 // there once and in its new place.
 TEST_F(IntakeTest, ModifyInTheSameParentPlacesTheBookmarkOnce) {
-  begin(root({leaf("a", "A"), leaf("b", "B"), leaf("c", "C")}));
+  begin(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B"), bookmarkEntry("c", "C")}));
   EXPECT_EQ(applyBookmark(kModify, "a", atPosition(bookmarkRecord("New", "Root"), 2)), 1);
   EXPECT_EQ(tree(working()), "Root(b c a)");
   EXPECT_EQ(working().find("a")->title(), "New");
 }
 
 TEST_F(IntakeTest, ModifyMovesTheBookmarkOutOfItsParent) {
-  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  begin(rootEntry({folderEntry("f", "F", {bookmarkEntry("a", "A")}), folderEntry("g", "G")}));
   applyBookmark(kModify, "a", bookmarkRecord("A", "g"));
-  EXPECT_EQ(tree(working()), "Root(f g(a))");
+  EXPECT_EQ(tree(working()), "Root(f() g(a))");
 }
 
 TEST_F(IntakeTest, ModifyOfAMissingBookmarkIsFiled) {
-  begin(root({}));
+  begin(rootEntry({}));
   EXPECT_EQ(applyBookmark(kModify, "ghost", bookmarkRecord("New", "Root")), 1);
-  EXPECT_EQ(tree(working()), "Root");
-  EXPECT_EQ(replayed(root({leaf("ghost", "Old")}))->find("ghost")->title(), "New");
+  EXPECT_EQ(tree(working()), "Root()");
+  EXPECT_EQ(replayed(rootEntry({bookmarkEntry("ghost", "Old")}))->find("ghost")->title(), "New");
 }
 
 // The engine names every record; a change without an identifier is taken in, and harms nothing.
 TEST_F(IntakeTest, ChangesWithoutAnIdentifierAreAccepted) {
-  begin(root({leaf("a", "A")}));
+  begin(rootEntry({bookmarkEntry("a", "A")}));
   EXPECT_EQ(applyFolder(kAdd, String(), folderRecord("F")), 1);
   EXPECT_EQ(remapped, "UUID-1");
   EXPECT_EQ(applyFolder(kModify, String(), folderRecord("G")), 1);
@@ -87,13 +87,13 @@ TEST_F(IntakeTest, ChangesWithoutAnIdentifierAreAccepted) {
   EXPECT_EQ(applyBookmark(kDelete, String()), 1);
   EXPECT_EQ(applyBookmark(kAdd, String(), bookmarkRecord("C")), 1);
   didPull();
-  EXPECT_EQ(tree(working()), "Root(a UUID-2 UUID-1)");
-  EXPECT_EQ(tree(*replayed(root({leaf("b", "B")}))), "Root(b UUID-2 UUID-1)");
+  EXPECT_EQ(tree(working()), "Root(a UUID-2 UUID-1())");
+  EXPECT_EQ(tree(*replayed(rootEntry({bookmarkEntry("b", "B")}))), "Root(b UUID-2 UUID-1())");
 }
 
 // A bookmark that hangs under another bookmark is listed by nobody.
 TEST_F(IntakeTest, DeletesABookmarkWhoseParentIsABookmark) {
-  begin(root({leaf("a", "A"), leaf("b", "B")}));
+  begin(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B")}));
   applyBookmark(kModify, "a", bookmarkRecord("A", "b"));
   EXPECT_EQ(working().find("a")->parentId(), "b");
   EXPECT_EQ(applyBookmark(kDelete, "a"), 1);
@@ -103,22 +103,23 @@ TEST_F(IntakeTest, DeletesABookmarkWhoseParentIsABookmark) {
 
 // Deleting a folder leaves its children's entries in the working map.
 TEST_F(IntakeTest, DeletedFolderLeavesItsChildrenInTheMap) {
-  begin(root({folder("f", "F", {leaf("a", "A")})}));
+  begin(rootEntry({folderEntry("f", "F", {bookmarkEntry("a", "A")})}));
   EXPECT_EQ(applyFolder(kDelete, "f"), 1);
-  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_EQ(tree(working()), "Root()");
   EXPECT_FALSE(working().find("f"));
   EXPECT_TRUE(working().find("a"));
 }
 
 TEST_F(IntakeTest, DeletingWhatIsMissingIsAcceptedAndFiled) {
-  begin(root({}));
+  begin(rootEntry({}));
   EXPECT_EQ(applyBookmark(kDelete, "ghost"), 1);
   EXPECT_EQ(applyFolder(kDelete, "ghost folder"), 1);
-  EXPECT_EQ(tree(*replayed(root({leaf("ghost", "G"), folder("ghost folder", "F")}))), "Root");
+  EXPECT_EQ(tree(*replayed(rootEntry({bookmarkEntry("ghost", "G"), folderEntry("ghost folder", "F")}))),
+            "Root()");
 }
 
 TEST_F(IntakeTest, IgnoredBookmarksAreLeftAloneButCount) {
-  begin(root({hidden(folder("f", "F", {leaf("a", "A")}))}));
+  begin(rootEntry({hidden(folderEntry("f", "F", {bookmarkEntry("a", "A")}))}));
   EXPECT_EQ(applyBookmark(kDelete, "a"), 2);
   EXPECT_EQ(applyFolder(kModify, "f", folderRecord("New")), 2);
   EXPECT_EQ(tree(working()), "Root(f(a))");
@@ -128,7 +129,7 @@ TEST_F(IntakeTest, IgnoredBookmarksAreLeftAloneButCount) {
 }
 
 TEST_F(IntakeTest, LogsTheRecordAsFilledIn) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kModify, "f", Dictionary{{"k", "v"}});
   applyFolder(kDelete, "f");
   EXPECT_EQ(diagnosed("applyChange (type = 2): called with record {k = v; parent = (Root)}"), 1);
@@ -137,7 +138,7 @@ TEST_F(IntakeTest, LogsTheRecordAsFilledIn) {
 
 // A change of type 4 or 0 is answered 3 with the "not an add, modify, or delete" message.
 TEST_F(IntakeTest, OtherTypesAreErrors) {
-  begin(root({leaf("a", "A"), folder("f", "F")}));
+  begin(rootEntry({bookmarkEntry("a", "A"), folderEntry("f", "F")}));
   for (const int type : {4, 0, -1}) {
     for (const char* uid : {"a", "f"}) {
       platform.log.expectMessages({"Asked to apply a change that's not an add, modify, or delete: " +
@@ -147,13 +148,13 @@ TEST_F(IntakeTest, OtherTypesAreErrors) {
     EXPECT_EQ(applyFolder(type, "f"), 3);
     EXPECT_FALSE(remapped);
   }
-  EXPECT_EQ(tree(working()), "Root(a f)");
+  EXPECT_EQ(tree(working()), "Root(a f())");
 }
 
 TEST_F(IntakeTest, FirstBookmarkChangePlacesTheFoldersBeforeIt) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kAdd, "e1", folderRecord("F"));
-  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_EQ(tree(working()), "Root()");
   applyBookmark(kAdd, "e2", bookmarkRecord("B", "UUID-1"));
   EXPECT_EQ(tree(working()), "Root(UUID-1(UUID-2))");
   EXPECT_EQ(diagnosed("post-proccessing"), 1);
@@ -164,26 +165,26 @@ TEST_F(IntakeTest, FirstBookmarkChangePlacesTheFoldersBeforeIt) {
   didPull();
   EXPECT_EQ(diagnosed("post-proccessing"), 1);
   EXPECT_FALSE(working().find("UUID-3"));
-  EXPECT_FALSE(replayed(root({}))->find("UUID-3"));
+  EXPECT_FALSE(replayed(rootEntry({}))->find("UUID-3"));
 }
 
 TEST_F(IntakeTest, ChangesOfOtherEntitiesPlaceNoFolders) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kAdd, "e1", folderRecord("F"));
   platform.log.expectMessages(
       {"I was asked to apply a change: " + LoomerChange(kDelete, "x", {}).description() +
        " for an entity I don't sync: Tag"});
   apply(kDelete, "x", std::nullopt, "Tag");
-  EXPECT_EQ(tree(working()), "Root");
+  EXPECT_EQ(tree(working()), "Root()");
 }
 
 // Delete-all of folders never deletes the root folder and never starts folder post-processing.
 TEST_F(IntakeTest, DeleteAllOfFoldersKeepsTheRoot) {
-  begin(
-      root({folder("f", "F", {folder("g", "G"), leaf("a", "A")}), hidden(folder("h", "H")), leaf("b", "B")}));
+  begin(rootEntry({folderEntry("f", "F", {folderEntry("g", "G"), bookmarkEntry("a", "A")}),
+                   hidden(folderEntry("h", "H")), bookmarkEntry("b", "B")}));
   applyFolder(kAdd, "e1", folderRecord("New"));
   EXPECT_TRUE(deleteAll(LoomerEntity_Bookmarks_Folder));
-  EXPECT_EQ(tree(working()), "Root(h b)");
+  EXPECT_EQ(tree(working()), "Root(h() b)");
   EXPECT_TRUE(working().find("a"));
   EXPECT_TRUE(controller->pulledTheTruth());
   EXPECT_THAT(diagnosticsWith("post-proccessing"), IsEmpty());
@@ -191,19 +192,19 @@ TEST_F(IntakeTest, DeleteAllOfFoldersKeepsTheRoot) {
 }
 
 TEST_F(IntakeTest, DeleteAllOfBookmarksStartsNoPostProcessing) {
-  begin(root(
-      {folder("BookmarksBarUid", "BookmarksBar", {leaf("a", "A")}), leaf("b", "B"), hidden(leaf("h", "H"))}));
+  begin(rootEntry({folderEntry("BookmarksBarUid", "BookmarksBar", {bookmarkEntry("a", "A")}),
+                   bookmarkEntry("b", "B"), hidden(bookmarkEntry("h", "H"))}));
   applyFolder(kAdd, "e1", folderRecord("New"));
   EXPECT_TRUE(deleteAll(LoomerEntity_Bookmarks_Bookmark));
-  EXPECT_EQ(tree(working()), "Root(BookmarksBarUid h)");
+  EXPECT_EQ(tree(working()), "Root(BookmarksBarUid() h)");
   EXPECT_TRUE(working().contains("BookmarksBar-SpecialBookmarkKey"));
   EXPECT_THAT(diagnosticsWith("post-proccessing"), IsEmpty());
   // Filed as pulled deletions are.
-  EXPECT_EQ(tree(*replayed(root({leaf("b", "B"), leaf("z", "Z")}))), "Root(z)");
+  EXPECT_EQ(tree(*replayed(rootEntry({bookmarkEntry("b", "B"), bookmarkEntry("z", "Z")}))), "Root(z)");
 }
 
 TEST_F(IntakeTest, DeleteAllWithoutARootDeletesEveryFolder) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   applyFolder(kDelete, "Root");
   EXPECT_TRUE(deleteAll(LoomerEntity_Bookmarks_Folder));
   EXPECT_EQ(working().size(), 0u);
@@ -211,7 +212,7 @@ TEST_F(IntakeTest, DeleteAllWithoutARootDeletesEveryFolder) {
 
 // After a delete-all request pulledTheTruth is true even if the entity name was unknown.
 TEST_F(IntakeTest, DeleteAllOfAnotherEntityFailsButCounts) {
-  begin(root({leaf("a", "A")}));
+  begin(rootEntry({bookmarkEntry("a", "A")}));
   platform.log.expectMessages({"I was asked to delete all records for an entity I don't sync: Tag"});
   EXPECT_FALSE(deleteAll("Tag"));
   EXPECT_TRUE(controller->pulledTheTruth());
@@ -221,7 +222,7 @@ TEST_F(IntakeTest, DeleteAllOfAnotherEntityFailsButCounts) {
 }
 
 TEST_F(IntakeTest, OriginalIsNeverTouched) {
-  begin(root({folder("f", "F", {leaf("a", "A")})}));
+  begin(rootEntry({folderEntry("f", "F", {bookmarkEntry("a", "A")})}));
   applyBookmark(kModify, "a", bookmarkRecord("New", "Root"));
   applyFolder(kDelete, "f");
   bool moreComing = false;

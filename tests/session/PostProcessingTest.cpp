@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
 namespace {
@@ -22,20 +22,20 @@ class PostProcessingTest : public ControllerTest {};
 
 // Added folders arriving child first are created parent first.
 TEST_F(PostProcessingTest, ChildFirstIsCreatedParentFirst) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kAdd, "grandchild", folderRecord("C", "child"));
   applyFolder(kAdd, "child", folderRecord("B", "parent"));
   applyFolder(kAdd, "parent", folderRecord("A"));
   didPull();
-  EXPECT_EQ(tree(working()), "Root(UUID-3(UUID-2(UUID-1)))");
+  EXPECT_EQ(tree(working()), "Root(UUID-3(UUID-2(UUID-1())))");
   EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys done.  keys == (UUID-3, UUID-2, UUID-1)"), 1);
-  EXPECT_EQ(tree(*replayed(root({}))), "Root(UUID-3(UUID-2(UUID-1)))");
+  EXPECT_EQ(tree(*replayed(rootEntry({}))), "Root(UUID-3(UUID-2(UUID-1())))");
 }
 
 // An added folder whose parent is neither in the working map nor among the added folders is never created and
 // is left out of the top-down keys without a message.
 TEST_F(PostProcessingTest, OrphansAndCirclesAreLeftOutSilently) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kAdd, "orphan", folderRecord("O", "nowhere"));
   applyFolder(kAdd, "x", folderRecord("X", "y"));
   applyFolder(kAdd, "y", folderRecord("Y", "x"));
@@ -43,14 +43,14 @@ TEST_F(PostProcessingTest, OrphansAndCirclesAreLeftOutSilently) {
   applyFolder(kAdd, "fine", folderRecord("F"));
   didPull();
   EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys done.  keys == (UUID-5)"), 1);
-  EXPECT_EQ(tree(working()), "Root(UUID-5)");
+  EXPECT_EQ(tree(working()), "Root(UUID-5())");
   EXPECT_EQ(working().size(), 2u);
 }
 
 // A held-aside modified folder whose parent is missing from the working map is skipped with the "Broken
 // invariant" message.
 TEST_F(PostProcessingTest, ModifiedFolderWithAMissingParentIsSkipped) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   const Dictionary record = folderRecord("New", "nowhere");
   applyFolder(kModify, "f", record);
   platform.log.expectMessages(
@@ -58,12 +58,12 @@ TEST_F(PostProcessingTest, ModifiedFolderWithAMissingParentIsSkipped) {
        " should have the parent of id nowhere in the bookmark dictionary.  It does not."});
   didPull();
   EXPECT_EQ(working().find("f")->title(), "F");
-  EXPECT_EQ(tree(working()), "Root(f)");
+  EXPECT_EQ(tree(working()), "Root(f())");
 }
 
 // A parent id that names a bookmark names no parent: nothing is created under it or moved there.
 TEST_F(PostProcessingTest, BookmarkIsNoParent) {
-  begin(root({leaf("a", "A"), folder("f", "F", {leaf("b", "B")})}));
+  begin(rootEntry({bookmarkEntry("a", "A"), folderEntry("f", "F", {bookmarkEntry("b", "B")})}));
   applyFolder(kAdd, "e1", folderRecord("Under a bookmark", "a"));
   const Dictionary record = folderRecord("New", "a");
   applyFolder(kModify, "f", record);
@@ -79,7 +79,7 @@ TEST_F(PostProcessingTest, BookmarkIsNoParent) {
 // A pulled root folder record (no parent, name "/") updates the existing "Root" folder rather than creating a
 // second root.
 TEST_F(PostProcessingTest, RootRecordUpdatesTheRoot) {
-  begin(root({leaf("a", "A")}));
+  begin(rootEntry({bookmarkEntry("a", "A")}));
   Dictionary record = withParents(folderRecord("/"), Array());
   record.set("is tab group", 1);
   applyFolder(kAdd, "e1", record);
@@ -91,7 +91,7 @@ TEST_F(PostProcessingTest, RootRecordUpdatesTheRoot) {
 }
 
 TEST_F(PostProcessingTest, RootRecordWithoutARootCreatesAFolder) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kDelete, "Root");
   applyFolder(kAdd, "e1", withParents(folderRecord("/"), Array()));
   didPull();
@@ -100,7 +100,7 @@ TEST_F(PostProcessingTest, RootRecordWithoutARootCreatesAFolder) {
 }
 
 TEST_F(PostProcessingTest, ParentlessFoldersAreSkippedWithAMessage) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   const Dictionary record = withParents(folderRecord("Stray"), Array());
   applyFolder(kAdd, "e1", record);
   applyFolder(kModify, "f", record);
@@ -113,13 +113,13 @@ TEST_F(PostProcessingTest, ParentlessFoldersAreSkippedWithAMessage) {
 
 // A child identifier that names no pulled added folder is kept as it is in the translated record.
 TEST_F(PostProcessingTest, TranslatesTheIdentifiersItKnows) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   applyFolder(kAdd, "e1", folderRecord("A"));
   Dictionary record = folderRecord("New", "e1");
   record.set(LoomerRelationship_Bookmarks_Folder_Children, Array{"stranger", "e1", 5});
   applyFolder(kModify, "f", record);
   didPull();
-  EXPECT_EQ(tree(working()), "Root(UUID-1(f))");
+  EXPECT_EQ(tree(working()), "Root(UUID-1(f()))");
   EXPECT_THAT(diagnosticsWith("_applyHeldAsideFolder:{com.keldra.loomer.RecordEntityName = "
                               "com.keldra.bookmarks.Folder; folder name = New; parent = (UUID-1); "
                               "children = (stranger, UUID-1, 5)} withLocalId:f"),
@@ -127,7 +127,7 @@ TEST_F(PostProcessingTest, TranslatesTheIdentifiersItKnows) {
 }
 
 TEST_F(PostProcessingTest, RecordWithoutChildrenKeepsNone) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   applyFolder(kModify, "f", folderRecord("New", "Root"));
   didPull();
   EXPECT_THAT(
@@ -137,7 +137,7 @@ TEST_F(PostProcessingTest, RecordWithoutChildrenKeepsNone) {
 }
 
 TEST_F(PostProcessingTest, CollectionNeverMadeIsTracedAsNothing) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   applyFolder(kModify, "f", folderRecord("New", "Root"));
   didPull();
   EXPECT_EQ(diagnosed("_fillOutAddedFoldersTopDownKeys.  _addedFolders is (null)"), 1);
@@ -145,14 +145,14 @@ TEST_F(PostProcessingTest, CollectionNeverMadeIsTracedAsNothing) {
 }
 
 TEST_F(PostProcessingTest, ModifiedFolderMovesWithItsContents) {
-  begin(root({folder("f", "F", {leaf("a", "A")}), folder("g", "G")}));
+  begin(rootEntry({folderEntry("f", "F", {bookmarkEntry("a", "A")}), folderEntry("g", "G")}));
   applyFolder(kModify, "f", folderRecord("F", "g"));
   didPull();
   EXPECT_EQ(tree(working()), "Root(g(f(a)))");
 }
 
 TEST_F(PostProcessingTest, HappensOnceAndLogsBothMaps) {
-  begin(root({}));
+  begin(rootEntry({}));
   applyFolder(kAdd, "e1", folderRecord("A"));
   didPull();
   didPull();
@@ -165,7 +165,8 @@ TEST_F(PostProcessingTest, HappensOnceAndLogsBothMaps) {
 // A folder moved below itself, and the root moved below one of its folders, cut a part of the tree loose;
 // saving what is left must come to an end.
 TEST_F(PostProcessingTest, CirclesDoNotHang) {
-  begin(root({folder("f", "F", {folder("g", "G", {leaf("a", "A")})}), leaf("b", "B")}));
+  begin(rootEntry(
+      {folderEntry("f", "F", {folderEntry("g", "G", {bookmarkEntry("a", "A")})}), bookmarkEntry("b", "B")}));
   applyFolder(kModify, "f", folderRecord("F", "g"));
   didPull();
   EXPECT_EQ(tree(working()), "Root(b)");
@@ -173,7 +174,7 @@ TEST_F(PostProcessingTest, CirclesDoNotHang) {
 }
 
 TEST_F(PostProcessingTest, RootBelowItsOwnFolderDoesNotHang) {
-  begin(root({folder("f", "F")}));
+  begin(rootEntry({folderEntry("f", "F")}));
   applyFolder(kModify, "Root", folderRecord("R", "f"));
   didPull();
   EXPECT_GT(working().root()->corvaneDictionaryRepresentation(working()).size(), 0u);

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
 namespace {
@@ -35,19 +35,20 @@ class ScaleTest : public ::testing::Test {
 
 std::vector<Value> leaves(int count) {
   std::vector<Value> children;
-  for (int i = 0; i < count; ++i) children.push_back(leaf(("b" + std::to_string(i)).c_str(), "Title"));
+  for (int i = 0; i < count; ++i)
+    children.push_back(bookmarkEntry(("b" + std::to_string(i)).c_str(), "Title"));
   return children;
 }
 
 TEST_F(ScaleTest, DeletesAMillionBookmarksAtOnce) {
-  controller->setOrigBookmarkDictionary(mapped(root(leaves(1'000'000))));
+  controller->setOrigBookmarkDictionary(mapped(rootEntry(leaves(1'000'000))));
   String error;
   EXPECT_TRUE(controller->deleteAllRecordsForEntityName(LoomerEntity_Bookmarks_Bookmark, error));
   EXPECT_EQ(controller->currentBookmarkDictionary()->size(), 1u);
 }
 
 TEST_F(ScaleTest, PlacesTwentyThousandFoldersThatArriveChildFirst) {
-  controller->setOrigBookmarkDictionary(mapped(root({})));
+  controller->setOrigBookmarkDictionary(mapped(rootEntry({})));
   constexpr int kCount = 20'000;
   for (int i = kCount; i-- > 0;) {
     const std::string parent = i == 0 ? "Root" : "g" + std::to_string(i - 1);
@@ -68,7 +69,7 @@ TEST_F(ScaleTest, PlacesTwentyThousandFoldersThatArriveChildFirst) {
 }
 
 TEST_F(ScaleTest, ReplaysAHundredThousandChangesOfOneFolder) {
-  const Dictionary bookmarks = root(leaves(100'000));
+  const Dictionary bookmarks = rootEntry(leaves(100'000));
   controller->setOrigBookmarkDictionary(mapped(bookmarks));
   for (int i = 0; i < 50'000; ++i) {
     apply(LoomerChangeTypeDelete, "b" + std::to_string(i), Dictionary(), LoomerEntity_Bookmarks_Bookmark);

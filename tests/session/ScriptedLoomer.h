@@ -8,8 +8,8 @@
 
 namespace corvane {
 
-/// A client whose values a test can see.
-class ScriptedClient : public LoomerClient {
+/// A registered client that keeps its values in memory, where a test can see them.
+class MemoryLoomerClient : public LoomerClient {
  public:
   String clientIdentifier() const override { return identifier; }
   std::optional<Value> objectForKey(const String& key) override {
@@ -57,7 +57,7 @@ class ScriptedLoomer : public LoomerManager {
 
   Script script = [](LoomerSessionDriverDataSource&, LoomerSessionDriver&) { return true; };
   String lastError = "scripted";
-  ScriptedClient client;
+  MemoryLoomerClient client;
   bool registered = false;
   std::vector<Registration> registrations;
 

@@ -8,7 +8,7 @@
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 #include "tests/system/ScopedVariable.h"
 
 namespace corvane {
@@ -39,7 +39,7 @@ class ScopedTimeZone {
 };
 
 // Sessions that delete bookmark "a" and finish.
-class SyncManagerSaveTest : public SessionTest {
+class SyncManagerSaveTest : public SyncSessionTest {
  protected:
   SyncManagerSaveTest() {
     loomer.script = [this](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
@@ -54,7 +54,7 @@ class SyncManagerSaveTest : public SessionTest {
       if (beforeFinish) beforeFinish();
       return dataSource.sessionDriverWillFinishSession(driver, error);
     };
-    writeBookmarks(root({leaf("a", "A"), leaf("b", "B")}));
+    writeBookmarks(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B")}));
   }
 
   bool sync() {
@@ -154,7 +154,8 @@ TEST_F(SyncManagerSaveTest, SuccessLineTellsTheDateInTheUsersZone) {
 // A save that fails three times because the file keeps changing and then succeeds: three reload-and-merge
 // passes, one success line, the date of the fourth save returned.
 TEST_F(SyncManagerSaveTest, MergesThreeTimesAndSavesTheFourth) {
-  browserWritesBeforeSaves(3, root({leaf("a", "A"), leaf("b", "B"), leaf("c", "C")}));
+  browserWritesBeforeSaves(
+      3, rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B"), bookmarkEntry("c", "C")}));
   EXPECT_TRUE(sync());
   EXPECT_EQ(savedTree(), "Root(b c)");
   EXPECT_EQ(diagnosed(kReloading), 3);
@@ -163,7 +164,7 @@ TEST_F(SyncManagerSaveTest, MergesThreeTimesAndSavesTheFourth) {
 }
 
 TEST_F(SyncManagerSaveTest, GivesUpAfterTenSavesAndTenMerges) {
-  browserWritesBeforeSaves(100, root({leaf("a", "A"), leaf("c", "C")}));
+  browserWritesBeforeSaves(100, rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("c", "C")}));
   loomer.client.values.set("modDateOnLastSync", Date{5.0});
   EXPECT_EQ(raised(), "CorvaneSyncClientSaveException: Could not save bookmarks file after sync");
   EXPECT_EQ(diagnosed(kReloading), 10);
@@ -173,7 +174,7 @@ TEST_F(SyncManagerSaveTest, GivesUpAfterTenSavesAndTenMerges) {
 }
 
 TEST_F(SyncManagerSaveTest, NinthRefusalStillLeavesOneSave) {
-  browserWritesBeforeSaves(9, root({leaf("a", "A"), leaf("c", "C")}));
+  browserWritesBeforeSaves(9, rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("c", "C")}));
   EXPECT_TRUE(sync());
   EXPECT_EQ(diagnosed(kReloading), 9);
   EXPECT_EQ(savedTree(), "Root(c)");
@@ -181,9 +182,9 @@ TEST_F(SyncManagerSaveTest, NinthRefusalStillLeavesOneSave) {
 
 TEST_F(SyncManagerSaveTest, EngineThatReplacesEverythingOverridesTheBrowser) {
   deletesAll = true;
-  browserWritesBeforeSaves(100, root({leaf("c", "C")}));
+  browserWritesBeforeSaves(100, rootEntry({bookmarkEntry("c", "C")}));
   EXPECT_TRUE(sync());
-  EXPECT_EQ(savedTree(), "Root");
+  EXPECT_EQ(savedTree(), "Root()");
   EXPECT_EQ(diagnosed(kReloading), 0);
 }
 
@@ -225,7 +226,7 @@ TEST_F(SyncManagerSaveTest, FileThatCannotBeMappedAfterTheTenthSaveIsInvalid) {
   platform.files.intercept = [this, save = 0](const ForwardingFileSystem::Call& call) mutable {
     if (call.operation == FileOperation::makeDirectory && call.path == directory() + "/lock") {
       ++save;
-      if (save < 10) writeBookmarks(root({leaf("a", "A")}));
+      if (save < 10) writeBookmarks(rootEntry({bookmarkEntry("a", "A")}));
       if (save == 10) {
         EXPECT_FALSE(platform.realFiles.write(bookmarksPath(), "rubbish"));
       }
@@ -245,7 +246,7 @@ TEST_F(SyncManagerSaveTest, LockThatCannotBeHadAtTheSecondSaveRaises) {
     if (call.operation != FileOperation::makeDirectory || call.path != directory() + "/lock")
       return std::error_code();
     ++save;
-    if (save == 1) writeBookmarks(root({leaf("a", "A"), leaf("c", "C")}));
+    if (save == 1) writeBookmarks(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("c", "C")}));
     return save == 2 ? std::make_error_code(std::errc::read_only_file_system) : std::error_code();
   };
   EXPECT_THAT(raised(), ::testing::StartsWith("NSObjectNotAvailableException: "));
@@ -257,8 +258,8 @@ TEST_F(SyncManagerSaveTest, LockThatCannotBeHadAtTheSecondSaveRaises) {
 TEST_F(SyncManagerSaveTest, AFileThatLosesEntriesIsKeptFirstAndTheLogSaysHowManyAndWhere) {
   const Value nameless = Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"},
                                     {"WebBookmarkUUID", "n"},
-                                    {"Children", Array{leaf("x", "X"), leaf("y", "Y")}}};
-  writeBookmarks(root({leaf("a", "A"), proxy("p"), nameless, leaf("b", "B")}));
+                                    {"Children", Array{bookmarkEntry("x", "X"), bookmarkEntry("y", "Y")}}};
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A"), proxy("p"), nameless, bookmarkEntry("b", "B")}));
   const std::string before = contentsOf(bookmarksPath());
   EXPECT_TRUE(sync());
   EXPECT_EQ(savedTree(), "Root(b)");
@@ -277,7 +278,7 @@ TEST_F(SyncManagerSaveTest, AFileThatLosesNothingIsNotKept) {
 
 TEST_F(SyncManagerSaveTest, EntriesThatComeBackEachTimeAreKeptOnce) {
   for (const char* other : {"B", "C", "D"}) {
-    writeBookmarks(root({leaf("a", "A"), proxy("p"), leaf("b", other)}));
+    writeBookmarks(rootEntry({bookmarkEntry("a", "A"), proxy("p"), bookmarkEntry("b", other)}));
     EXPECT_TRUE(sync());
     expectLeftOut(1, kept().at(0).path);
   }
@@ -286,7 +287,7 @@ TEST_F(SyncManagerSaveTest, EntriesThatComeBackEachTimeAreKeptOnce) {
 
 TEST_F(SyncManagerSaveTest, TheNewestFiveCopiesOfAClientStay) {
   for (int i = 1; i <= 7; ++i) {
-    writeBookmarks(root({leaf("a", "A"), proxy("p" + std::to_string(i))}));
+    writeBookmarks(rootEntry({bookmarkEntry("a", "A"), proxy("p" + std::to_string(i))}));
     EXPECT_TRUE(sync());
     expectLeftOut(1, kept().at(0).path);
   }
@@ -297,7 +298,7 @@ TEST_F(SyncManagerSaveTest, TheNewestFiveCopiesOfAClientStay) {
 
 // Nothing is lost in silence: what cannot be kept is not left out.
 TEST_F(SyncManagerSaveTest, ACopyThatCannotBeKeptEndsTheSaveAndLeavesTheFile) {
-  writeBookmarks(root({leaf("a", "A"), proxy("p")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A"), proxy("p")}));
   const std::string before = contentsOf(bookmarksPath());
   platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
     const bool isCopy =
@@ -314,8 +315,9 @@ TEST_F(SyncManagerSaveTest, ACopyThatCannotBeKeptEndsTheSaveAndLeavesTheFile) {
 }
 
 TEST_F(SyncManagerSaveTest, WhatABrowserWritesMeanwhileIsKeptAsItThenIs) {
-  writeBookmarks(root({leaf("a", "A"), proxy("p")}));
-  browserWritesBeforeSaves(1, root({leaf("a", "A"), proxy("p"), proxy("q"), leaf("c", "C")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A"), proxy("p")}));
+  browserWritesBeforeSaves(
+      1, rootEntry({bookmarkEntry("a", "A"), proxy("p"), proxy("q"), bookmarkEntry("c", "C")}));
   EXPECT_TRUE(sync());
   EXPECT_EQ(savedTree(), "Root(c)");
   ASSERT_EQ(kept().size(), 1u);
@@ -339,13 +341,13 @@ TEST_F(SyncManagerSaveTest, CallbackSeesTheWorkingMapAndThePathOnceBeforeTheSave
     EXPECT_EQ(path, bookmarksPath());
     EXPECT_EQ(savedTree(), "Root(a b)");
   };
-  browserWritesBeforeSaves(2, root({leaf("a", "A"), leaf("b", "B")}));
+  browserWritesBeforeSaves(2, rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B")}));
   EXPECT_TRUE(sync());
   EXPECT_EQ(calls, 1);
 }
 
 TEST_F(SyncManagerSaveTest, UnknownKeysSurvive) {
-  Dictionary bookmarks = root({leaf("a", "A")});
+  Dictionary bookmarks = rootEntry({bookmarkEntry("a", "A")});
   bookmarks.set("Unheard", "of");
   writeBookmarks(bookmarks);
   EXPECT_TRUE(sync());

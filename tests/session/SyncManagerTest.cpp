@@ -8,7 +8,7 @@
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
 namespace {
@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 constexpr const char* kMain = "com.keldra.Corvane";
 constexpr const char* kFeedFramework = "/System/Library/Frameworks/Nuvolo.framework";
 
-class SyncManagerTest : public SessionTest {
+class SyncManagerTest : public SyncSessionTest {
  protected:
   bool syncs(const char* clientId) {
     const auto manager = CorvaneSyncManager::initWithClientId(clientId);
@@ -92,7 +92,7 @@ TEST_F(SyncManagerTest, TestClientOfTheMainFileNeedsTheFile) {
   EXPECT_FALSE(savedBookmarks());
   expectMissing("com.keldra.Corvane.Bookmarks.plist", bookmarksPath());
 
-  writeBookmarks(root({leaf("a", "A")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A")}));
   std::string session;
   loomer.script = [&](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver&) {
     session = tree(*dynamic_cast<SessionDriverController&>(dataSource).currentBookmarkDictionary());
@@ -125,14 +125,14 @@ TEST_F(SyncManagerTest, AFileMadeAsTheLogSaysIsSynced) {
 }
 
 TEST_F(SyncManagerTest, TestClientSyncsItsOwnFile) {
-  writeBookmarks(root({leaf("t", "T")}), "Other.plist");
+  writeBookmarks(rootEntry({bookmarkEntry("t", "T")}), "Other.plist");
   EXPECT_TRUE(syncs("com.keldra.Corvane.Other.plist"));
   ASSERT_EQ(loomer.registrations.size(), 1u);
   EXPECT_EQ(loomer.registrations[0].identifier, "com.keldra.Corvane.Other.plist");
 }
 
 TEST_F(SyncManagerTest, PathIsStandardizedForTheTestButNotForTheFile) {
-  writeBookmarks(root({}), "Other.plist");
+  writeBookmarks(rootEntry({}), "Other.plist");
   EXPECT_TRUE(CorvaneSyncManager::initWithClientId("com.keldra.Corvane.nowhere/../Other.plist"));
 }
 
@@ -215,7 +215,7 @@ class UntoldTest : public SyncManagerTest, public ::testing::WithParamInterface<
 
 // A file whose attributes cannot be had may well be there: it is not replaced, and the read tells the cause.
 TEST_P(UntoldTest, FileIsLeftAlone) {
-  writeBookmarks(root({leaf("a", "A")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A")}));
   for (const char* clientId : {kMain, "com.keldra.Corvane.Bookmarks.plist"}) {
     platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
       const bool isFile = call.operation == FileOperation::attributes && call.path == bookmarksPath();
@@ -277,7 +277,7 @@ TEST_F(SyncManagerTest, DirectoryInTheFilesPlaceStands) {
 
 // The browser makes its file after the look for one: it is not replaced, and is the one that is synced.
 TEST_F(SyncManagerTest, FileThatComesMeanwhileIsNotReplaced) {
-  const std::string browsers = writeBinaryPropertyList(root({leaf("a", "A")}));
+  const std::string browsers = writeBinaryPropertyList(rootEntry({bookmarkEntry("a", "A")}));
   const auto browserWrites = [&] { ASSERT_FALSE(platform.realFiles.write(bookmarksPath(), browsers)); };
   platform.files.before(FileOperation::writeAtomically, 1, browserWrites);
   platform.files.before(FileOperation::writeNewAtomically, 1, browserWrites);
@@ -337,12 +337,12 @@ TEST_F(SyncManagerTest, AnswersFalseForAFileThatHoldsNoDictionary) {
 }
 
 TEST_F(SyncManagerTest, FileThatChangedSinceItWasReadIsReadAgain) {
-  writeBookmarks(root({leaf("a", "old")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "old")}));
   std::vector<bool> upToDate;
   Dictionary records;
   loomer.script = [&](LoomerSessionDriverDataSource& source, LoomerSessionDriver&) {
     upToDate.push_back(source.isUpToDate());
-    writeBookmarks(root({leaf("a", "new")}));
+    writeBookmarks(rootEntry({bookmarkEntry("a", "new")}));
     upToDate.push_back(source.isUpToDate());
     EXPECT_TRUE(source.readAgain());
     upToDate.push_back(source.isUpToDate());
@@ -357,7 +357,7 @@ TEST_F(SyncManagerTest, FileThatChangedSinceItWasReadIsReadAgain) {
 }
 
 TEST_F(SyncManagerTest, FileThatVanishedSinceItWasReadIsLeftToTheSave) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   loomer.script = [&](LoomerSessionDriverDataSource& source, LoomerSessionDriver&) {
     fs::remove(bookmarksPath());
     return source.isUpToDate();
@@ -366,7 +366,7 @@ TEST_F(SyncManagerTest, FileThatVanishedSinceItWasReadIsLeftToTheSave) {
 }
 
 TEST_F(SyncManagerTest, RegistersTheClientByTheBrowsersBundle) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   LoomerClient* sessionClient = nullptr;
   loomer.script = [&](LoomerSessionDriverDataSource&, LoomerSessionDriver& driver) {
     sessionClient = driver.client();
@@ -382,7 +382,7 @@ TEST_F(SyncManagerTest, RegistersTheClientByTheBrowsersBundle) {
 }
 
 TEST_F(SyncManagerTest, FailedSessionIsLoggedAndWakesNobody) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   addFeedAgent();
   loomer.lastError = "the engine is tired";
   loomer.script = [](LoomerSessionDriverDataSource&, LoomerSessionDriver&) { return false; };
@@ -417,7 +417,7 @@ std::string version(const std::string& number) { return kPrefix + "version key i
 
 TEST_P(VersionTest, IsCheckedAndWrittenBack) {
   const VersionCase& row = GetParam();
-  Dictionary bookmarks = root({leaf("a", "A")});
+  Dictionary bookmarks = rootEntry({bookmarkEntry("a", "A")});
   if (row.version) bookmarks.set("WebBookmarkFileVersion", *row.version);
   writeBookmarks(bookmarks);
   loomer.script = [](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
@@ -463,19 +463,19 @@ TEST_F(SyncManagerTest, AbsentVersionForgetsTheOneBefore) {
     dataSource.deleteAllRecordsForEntityName(LoomerEntity_Bookmarks_Bookmark, error);
     return dataSource.sessionDriverWillFinishSession(driver, error);
   };
-  Dictionary bookmarks = root({leaf("a", "A")});
+  Dictionary bookmarks = rootEntry({bookmarkEntry("a", "A")});
   bookmarks.set("WebBookmarkFileVersion", -5);
   writeBookmarks(bookmarks);
   EXPECT_TRUE(syncs(kMain));
   EXPECT_EQ(savedBookmarks()->find("WebBookmarkFileVersion")->integer32(), -5);
-  writeBookmarks(root({leaf("a", "A")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A")}));
   EXPECT_TRUE(syncs(kMain));
   EXPECT_EQ(savedBookmarks()->find("WebBookmarkFileVersion")->integer32(), 1);
 }
 
 // The data source is given the date of the file that was read: the mode follows from it.
 TEST_F(SyncManagerTest, HandsTheFilesDateToTheDataSource) {
-  writeBookmarks(root({leaf("a", "A")}));
+  writeBookmarks(rootEntry({bookmarkEntry("a", "A")}));
   int mode = 0;
   loomer.script = [&mode](LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
     String error;
@@ -504,7 +504,7 @@ TEST_F(SyncManagerTest, VersionMessageIsLocalized) {
 }
 
 TEST_F(SyncManagerTest, WakesTheFeedAgentAfterASession) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   addFeedAgent();
   EXPECT_TRUE(syncs(kMain));
   EXPECT_EQ(FakeBundles::methodCalls, 1);
@@ -516,7 +516,7 @@ TEST_F(SyncManagerTest, WakesTheFeedAgentAfterASession) {
 }
 
 TEST_F(SyncManagerTest, PrivateSyncWakesNobody) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   addFeedAgent();
   const auto manager = CorvaneSyncManager::initWithClientId(kMain);
   manager->_setIsPrivateSync(true);
@@ -526,7 +526,7 @@ TEST_F(SyncManagerTest, PrivateSyncWakesNobody) {
 }
 
 TEST_F(SyncManagerTest, FeedAgentMayBeMissingInAnyPart) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   EXPECT_TRUE(syncs(kMain));
   EXPECT_EQ(platform.log.diagnostics.back(), "Bundle is (null)");
 
@@ -548,7 +548,7 @@ TEST_F(SyncManagerTest, FeedAgentMayBeMissingInAnyPart) {
 }
 
 TEST_F(SyncManagerTest, RaisingFeedAgentIsLoggedTwiceAndForgotten) {
-  writeBookmarks(root({}));
+  writeBookmarks(rootEntry({}));
   addFeedAgent().methods[{"NuvoloClient", "startSync"}] = &FakeBundles::raisingMethod;
   const std::string line = "Exception FakeException trying to launch Nuvolo Agent: fake reason";
   platform.log.expectMessages({line});

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "CorvaneSyncClient/session/TopDownFolders.h"
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
 namespace {
@@ -38,7 +38,7 @@ std::vector<std::string> texts(const std::vector<String>& keys) {
 
 RC_GTEST_PROP(TopDownFolders, IsTheOrderOfPasses, ()) {
   const int count = *rc::gen::inRange(0, 40);
-  const auto map = mapped(root({folder("known", "Known"), leaf("leaf", "Leaf")}));
+  const auto map = mapped(rootEntry({folderEntry("known", "Known"), bookmarkEntry("leaf", "Leaf")}));
   SyncRecords folders;
   for (int i = 0; i < count; ++i) {
     // Mostly another added folder, itself included; now and then a known parent, an unknown one, a bookmark
@@ -67,7 +67,7 @@ RC_GTEST_PROP(TopDownFolders, IsTheOrderOfPassesForShuffledChains, ()) {
   for (std::size_t i = arrivals.size(); i > 1; --i) {
     std::swap(arrivals[i - 1], arrivals[static_cast<std::size_t>(*rc::gen::inRange(0, static_cast<int>(i)))]);
   }
-  const auto map = mapped(root({}));
+  const auto map = mapped(rootEntry({}));
   SyncRecords folders;
   for (const int i : arrivals) {
     const std::string parent = i == 0 ? "Root" : "f" + std::to_string(i - 1);

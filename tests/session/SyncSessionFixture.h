@@ -12,33 +12,21 @@
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 #include "tests/fakes/StrictPlatform.h"
+#include "tests/kit/Entries.h"
 #include "tests/session/ScriptedLoomer.h"
 
 namespace corvane {
 
-// File entries and engine records as literals.
-
-Value leaf(const char* uid, const char* title, const char* url = "http://example.com/");
-Value folder(const char* uid, const char* title, std::vector<Value> children = {});
-Dictionary root(std::vector<Value> children);
-/// A copy of an entry that is hidden from the user interface.
-Value hidden(const Value& entry);
-
-/// Null arguments leave the value out.
-Dictionary folderRecord(const char* name, const char* parent = nullptr);
-Dictionary bookmarkRecord(const char* name, const char* parent = nullptr,
-                          const char* url = "http://example.com/");
-Dictionary atPosition(Dictionary record, int position);
-
 std::unique_ptr<BookmarkMap> mapped(const Dictionary& bookmarks);
-/// The tree from the root: "Root(news(n1 n2) w1)"; uids that the map does not hold are marked with "?".
+/// The tree from the root in the notation of tests, entries called by their uids: "Root(news(n1 n2) w1)".
+/// Uids that the map does not hold are marked with "?".
 std::string tree(const BookmarkMap& map);
 
 /// Fakes of all services with diagnostics on, and a scripted engine. A message in the system log that a test
 /// does not declare fails it.
-class SessionTest : public ::testing::Test {
+class SyncSessionTest : public ::testing::Test {
  protected:
-  SessionTest();
+  SyncSessionTest();
 
   std::string directory() const { return platform.process.home + "/Library/Corvane"; }
   std::string bookmarksPath() const { return directory() + "/Bookmarks.plist"; }
@@ -62,7 +50,7 @@ class SessionTest : public ::testing::Test {
 };
 
 /// A data source on its own, with a manager that is there to save.
-class ControllerTest : public SessionTest {
+class ControllerTest : public SyncSessionTest {
  protected:
   /// The session begins with these bookmarks, on disk too.
   void begin(const Dictionary& bookmarks);

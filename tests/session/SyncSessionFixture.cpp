@@ -1,77 +1,31 @@
-#include "tests/session/SessionTest.h"
+#include "tests/session/SyncSessionFixture.h"
 
 #include <algorithm>
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
+#include "tests/kit/TreeText.h"
 
 namespace corvane {
 
-Value leaf(const char* uid, const char* title, const char* url) {
-  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeLeaf"},
-                    {"WebBookmarkUUID", uid},
-                    {"URLString", url},
-                    {"URIDictionary", Dictionary{{"title", title}}}};
-}
-
-Value folder(const char* uid, const char* title, std::vector<Value> children) {
-  return Dictionary{{"WebBookmarkType", "WebBookmarkTypeList"},
-                    {"WebBookmarkUUID", uid},
-                    {"Title", title},
-                    {"Children", Array(std::move(children))}};
-}
-
-Dictionary root(std::vector<Value> children) { return Dictionary{{"Children", Array(std::move(children))}}; }
-
-Value hidden(const Value& entry) {
-  Dictionary copy = *entry.as<Dictionary>();
-  copy.set("ShouldOmitFromUI", true);
-  return copy;
-}
-
 namespace {
 
-Dictionary record(const String& entity, const String& nameKey, const char* name, const char* parent) {
-  Dictionary result{{LoomerRecordEntityNameKey, entity}};
-  if (name) result.set(nameKey, name);
-  if (parent) result.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{parent});
-  return result;
+/// Called by its uid, and with no other title or address to speak of.
+kit::TreeNode nodeFor(const BookmarkMap& map, const String& uid) {
+  const CorvaneBookmark* const node = map.find(uid);
+  const std::string label = uid.toString() + (node ? "" : "?");
+  const bool isFolder = node && node->asFolder();
+  return {.label = label, .folder = isFolder, .title = label, .url = String("http://" + label)};
 }
 
-void printTree(const BookmarkMap& map, const String& uid, std::string& text) {
-  text += uid.view();
-  const CorvaneBookmark* node = map.find(uid);
-  if (!node) text += "?";
-  const CorvaneBookmarkFolder* folder = node ? node->asFolder() : nullptr;
-  if (!folder || !folder->children() || folder->children()->empty()) return;
-  const char* separator = "(";
-  for (const String& child : *folder->children()) {
-    text += separator;
-    printTree(map, child, text);
-    separator = " ";
-  }
-  text += ")";
+std::vector<String> childrenOf(const BookmarkMap& map, const String& uid) {
+  const CorvaneBookmarkFolder* const folder = map.findFolder(uid);
+  if (!folder || !folder->children()) return {};
+  return {folder->children()->begin(), folder->children()->end()};
 }
 
 }  // namespace
-
-Dictionary folderRecord(const char* name, const char* parent) {
-  return record(LoomerEntity_Bookmarks_Folder, LoomerAttribute_Bookmarks_Folder_Name, name, parent);
-}
-
-Dictionary bookmarkRecord(const char* name, const char* parent, const char* url) {
-  Dictionary result =
-      record(LoomerEntity_Bookmarks_Bookmark, LoomerAttribute_Bookmarks_Bookmark_Name, name, parent);
-  if (url) result.set(LoomerAttribute_Bookmarks_Bookmark_Url, Url{url});
-  return result;
-}
-
-Dictionary atPosition(Dictionary record, int position) {
-  record.set(LoomerAttribute_Bookmarks_Folder_Position, position);
-  record.set(LoomerAttribute_Bookmarks_Bookmark_Position, position);
-  return record;
-}
 
 std::unique_ptr<BookmarkMap> mapped(const Dictionary& bookmarks) {
   auto map = std::make_unique<BookmarkMap>();
@@ -80,36 +34,38 @@ std::unique_ptr<BookmarkMap> mapped(const Dictionary& bookmarks) {
 }
 
 std::string tree(const BookmarkMap& map) {
-  std::string text;
-  printTree(map, kRootUid, text);
-  return text;
+  kit::TreeNode root = nodeFor(map, kRootUid);
+  root.children = kit::treeBelow(
+      kRootUid, [&map](const String& uid) { return childrenOf(map, uid); },
+      [&map](const String& uid) { return nodeFor(map, uid); });
+  return kit::printTree({root});
 }
 
-SessionTest::SessionTest() {
+SyncSessionTest::SyncSessionTest() {
   platform.preferences.domains["com.keldra.Corvane"].set("SCLog", "YES");
   platform.makeDirectories(directory());
 }
 
-void SessionTest::writeBookmarks(const Dictionary& bookmarks, const std::string& name) {
+void SyncSessionTest::writeBookmarks(const Dictionary& bookmarks, const std::string& name) {
   const std::string path = directory() + "/" + name;
   ASSERT_FALSE(platform.realFiles.write(path, writeBinaryPropertyList(bookmarks)));
   ASSERT_FALSE(setModificationDate(path, Date{_nextDate}));
   _nextDate += 1.0;
 }
 
-std::optional<Dictionary> SessionTest::savedBookmarks(const std::string& name) {
+std::optional<Dictionary> SyncSessionTest::savedBookmarks(const std::string& name) {
   std::string contents;
   if (platform.realFiles.read(directory() + "/" + name, contents)) return std::nullopt;
   return *readPropertyList(contents).as<Dictionary>();
 }
 
-Date SessionTest::fileDate() {
+Date SyncSessionTest::fileDate() {
   std::error_code error;
   const auto attributes = platform.realFiles.attributes(bookmarksPath(), error);
   return attributes ? attributes->modificationDate : Date{};
 }
 
-void SessionTest::browserWritesBeforeSaves(int count, const Dictionary& bookmarks) {
+void SyncSessionTest::browserWritesBeforeSaves(int count, const Dictionary& bookmarks) {
   platform.files.intercept = [this, count, bookmarks](const ForwardingFileSystem::Call& call) mutable {
     const bool takesLock =
         call.operation == FileOperation::makeDirectory && call.path == directory() + "/lock";
@@ -118,12 +74,12 @@ void SessionTest::browserWritesBeforeSaves(int count, const Dictionary& bookmark
   };
 }
 
-int SessionTest::diagnosed(const std::string& text) const {
+int SyncSessionTest::diagnosed(const std::string& text) const {
   const auto& lines = platform.log.diagnostics;
   return static_cast<int>(std::count(lines.begin(), lines.end(), text));
 }
 
-std::vector<std::string> SessionTest::diagnosticsWith(const std::string& text) const {
+std::vector<std::string> SyncSessionTest::diagnosticsWith(const std::string& text) const {
   std::vector<std::string> found;
   for (const std::string& line : platform.log.diagnostics) {
     if (line.find(text) != std::string::npos) found.push_back(line);
