@@ -47,11 +47,11 @@ class NotedHub : public pelto::Hub {
     _hub.reset();
   }
 
-  pelto::HubNews news(const std::vector<pelto::HubSeen>& seen) override {
+  pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>& seen) override {
     const Stopwatch timed(_dealings.seconds);
-    pelto::HubNews news = _hub->news(seen);
-    _dealings.taken += news.records.size();
-    return news;
+    pelto::RemoteChanges remote = _hub->remoteChanges(seen);
+    _dealings.taken += remote.records.size();
+    return remote;
   }
   bool push(const pelto::HubPush& push) override {
     const Stopwatch timed(_dealings.seconds);
@@ -59,9 +59,9 @@ class NotedHub : public pelto::Hub {
     ++(isTaken ? _dealings.given : _dealings.overtaken);
     return isTaken;
   }
-  bool hasPush(const String& mark) override {
+  bool hasPush(const String& pushId) override {
     const Stopwatch timed(_dealings.seconds);
-    return _hub->hasPush(mark);
+    return _hub->hasPush(pushId);
   }
   bool isEnabled(const String& dataClass) override { return _hub->isEnabled(dataClass); }
   void setEnabled(const String& dataClass, bool enabled) override { _hub->setEnabled(dataClass, enabled); }

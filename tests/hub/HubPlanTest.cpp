@@ -76,16 +76,16 @@ class PlanTest : public HubTest {
     PostgresHub fresh(url, computer);
     fresh.setEnabled(kHubDataClass, true);
     EXPECT_TRUE(fresh.isEnabled(kHubDataClass));
-    const HubNews all = fresh.news({});
+    const RemoteChanges all = fresh.remoteChanges({});
     ASSERT_GE(all.records.size(), static_cast<std::size_t>(kRecords));
     std::vector<HubRecord> half(all.records.begin(), all.records.begin() + kRecords / 2);
-    const String mark = give(fresh, half);
-    EXPECT_TRUE(fresh.hasPush(mark));
-    EXPECT_EQ(fresh.news({all.now}).records.size(), half.size());
+    const String pushId = give(fresh, half);
+    EXPECT_TRUE(fresh.hasPush(pushId));
+    EXPECT_EQ(fresh.remoteChanges({all.now}).records.size(), half.size());
     give(fresh, {bookmark("one more", "http://more/"), tombstone(half.front())});
-    EXPECT_EQ(fresh.news({fresh.news({}).now}).records.size(), 0u);
-    const HubSeen lost{all.now.account, all.now.revision + 5, newUuidString()};
-    EXPECT_EQ(fresh.news({lost, all.now}).common, all.now);
+    EXPECT_EQ(fresh.remoteChanges({fresh.remoteChanges({}).now}).records.size(), 0u);
+    const HubState lost{all.now.account, all.now.revision + 5, newUuidString()};
+    EXPECT_EQ(fresh.remoteChanges({lost, all.now}).common, all.now);
   }
 
   static void expectOwnRowsAlone(const ExplainedPlan& plan, const std::string& records,
@@ -134,10 +134,10 @@ TEST_F(PlanTest, WithStatisticsNoStatementReadsOtherAccounts) {
 }
 
 TEST_F(PlanTest, QuietExchangeTouchesNeitherRecordsNorPushes) {
-  const HubSeen seen = hub.news({}).now;
+  const HubState seen = hub.remoteChanges({}).now;
   PostgresHub fresh(url, computer);
   const ExplainedPlans plans(server);
-  EXPECT_EQ(fresh.news({seen}).records.size(), 0u);
+  EXPECT_EQ(fresh.remoteChanges({seen}).records.size(), 0u);
   const std::vector<ExplainedPlan> all = plans.all();
   EXPECT_GT(rowsIn(all), 0);
   for (const ExplainedPlan& plan : all) {
@@ -151,13 +151,13 @@ TEST_F(PlanTest, QuietExchangeTouchesNeitherRecordsNorPushes) {
 TEST_F(PlanTest, OneEditReadsAFewRowsHoweverManyThereAre) {
   for (const bool hasStatistics : {false, true}) {
     if (hasStatistics) server.administer("ANALYZE");
-    const HubNews before = hub.news({});
+    const RemoteChanges before = hub.remoteChanges({});
     HubRecord edited = before.records.front();
     edited.name = hasStatistics ? "once more" : "edited";
     PostgresHub giver(url, computer), taker(url, computer);
     const ExplainedPlans plans(server);
     EXPECT_TRUE(giver.push({before.now, newUuidString(), {edited}}));
-    EXPECT_EQ(text(taker.news({before.now}).records), text({edited}));
+    EXPECT_EQ(text(taker.remoteChanges({before.now}).records), text({edited}));
     const std::vector<ExplainedPlan> all = plans.all();
     EXPECT_GT(rowsIn(all), 3);
     EXPECT_LT(rowsIn(all), 40) << textOf(all);
@@ -165,11 +165,11 @@ TEST_F(PlanTest, OneEditReadsAFewRowsHoweverManyThereAre) {
 }
 
 TEST_F(PlanTest, StatementsOfAnExchangeOpenOnePartitionOfEachTable) {
-  const HubNews before = hub.news({});
+  const RemoteChanges before = hub.remoteChanges({});
   PostgresHub giver(url, computer), taker(url, computer);
   const ExplainedPlans plans(server);
   EXPECT_TRUE(giver.push({before.now, newUuidString(), {bookmark("new", "http://new/")}}));
-  EXPECT_EQ(taker.news({before.now}).records.size(), 1u);
+  EXPECT_EQ(taker.remoteChanges({before.now}).records.size(), 1u);
   int parts = 0;
   for (const ExplainedPlan& plan : plans.all()) {
     for (const char* table : {"records_", "pushes_"}) {

@@ -24,10 +24,10 @@ class FullAccountTest : public HubTest {};
 TEST_F(FullAccountTest, FillsInOnePushRefusesMoreAndEmptiesInOnePush) {
   std::vector<HubRecord> records;
   for (int i = 0; i < kLimit; ++i) records.push_back(numbered(i));
-  const HubSeen empty = hub.news({}).now;
+  const HubState empty = hub.remoteChanges({}).now;
   ASSERT_TRUE(hub.push({empty, newUuidString(), records}));
 
-  const HubNews all = hub.news({});
+  const RemoteChanges all = hub.remoteChanges({});
   EXPECT_EQ(all.room, 0);
   EXPECT_EQ(text(all.records), text(records));
 
@@ -37,19 +37,20 @@ TEST_F(FullAccountTest, FillsInOnePushRefusesMoreAndEmptiesInOnePush) {
         hub.push({all.now, newUuidString(), {more}});
       }),
       testing::AllOf(testing::HasSubstr("the account is full"), testing::HasSubstr("Delete bookmarks")));
-  EXPECT_EQ(hub.news({all.now}).now, all.now);
+  EXPECT_EQ(hub.remoteChanges({all.now}).now, all.now);
 
   ASSERT_TRUE(hub.push({all.now, newUuidString(), {tombstone(records[0]), more, tombstone(records[1])}}));
-  const HubNews changed = hub.news({all.now});
+  const RemoteChanges changed = hub.remoteChanges({all.now});
   EXPECT_EQ(text(changed.records), text({tombstone(records[0]), tombstone(records[1]), more}));
   EXPECT_EQ(changed.room, 1);
 
   for (HubRecord& record : records) record = tombstone(record);
   ASSERT_TRUE(hub.push({changed.now, newUuidString(), records}));
-  const HubNews emptied = hub.news({});
+  const RemoteChanges emptied = hub.remoteChanges({});
   EXPECT_EQ(text(emptied.records), text({more}));
   EXPECT_EQ(emptied.room, kLimit - 1);
-  EXPECT_EQ(hub.news({changed.now}).records.size(), static_cast<std::size_t>(kLimit)) << "every tombstone";
+  EXPECT_EQ(hub.remoteChanges({changed.now}).records.size(), static_cast<std::size_t>(kLimit))
+      << "every tombstone";
 }
 
 }  // namespace

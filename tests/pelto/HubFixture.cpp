@@ -58,9 +58,9 @@ std::string text(std::vector<HubRecord> records) {
 }
 
 String HubTest::give(Hub& to, std::vector<HubRecord> records) {
-  const HubPush push{to.news({}).now, newUuidString(), std::move(records)};
+  const HubPush push{to.remoteChanges({}).now, newUuidString(), std::move(records)};
   EXPECT_TRUE(to.push(push));
-  return push.mark;
+  return push.id;
 }
 
 std::string HubTest::forAccount(std::string sql) {

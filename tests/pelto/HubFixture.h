@@ -38,11 +38,11 @@ class HubTest : public testing::Test {
  protected:
   HubTest() { hub.setEnabled(kHubDataClass, true); }
 
-  /// Makes the account's next revision of `records`; the mark it bears.
+  /// Makes the account's next revision of `records`; the pushId it bears.
   String give(Hub& to, std::vector<HubRecord> records);
   String give(std::vector<HubRecord> records) { return give(hub, std::move(records)); }
   /// Everything alive that the account holds.
-  std::string held() { return text(PostgresHub(url, computer).news({}).records); }
+  std::string held() { return text(PostgresHub(url, computer).remoteChanges({}).records); }
   /// The number that `sql`, with `$` standing for the account's number, answers.
   std::int64_t number(std::string sql);
   void administer(std::string sql);

@@ -44,16 +44,16 @@ class SilentPort {
   std::string _number;
 };
 
-class TroubleTest : public HubTest {
+class ProblemTest : public HubTest {
  protected:
   /// Every call fails in the same way; the reason.
-  std::string failureWith(const std::string& address, HubPatience patience = {}) {
-    PostgresHub troubled(address, computer, patience);
-    const std::string reason = failureOf([&] { troubled.news({}); });
-    EXPECT_NE(failureOf([&] { troubled.push({{newUuidString(), 0, {}}, newUuidString(), {}}); }), "");
-    EXPECT_NE(failureOf([&] { troubled.hasPush(newUuidString()); }), "");
-    EXPECT_NE(failureOf([&] { troubled.isEnabled(kHubDataClass); }), "");
-    EXPECT_NE(failureOf([&] { troubled.setEnabled(kHubDataClass, true); }), "");
+  std::string failureWith(const std::string& address, HubTimeouts timeouts = {}) {
+    PostgresHub failing(address, computer, timeouts);
+    const std::string reason = failureOf([&] { failing.remoteChanges({}); });
+    EXPECT_NE(failureOf([&] { failing.push({{newUuidString(), 0, {}}, newUuidString(), {}}); }), "");
+    EXPECT_NE(failureOf([&] { failing.hasPush(newUuidString()); }), "");
+    EXPECT_NE(failureOf([&] { failing.isEnabled(kHubDataClass); }), "");
+    EXPECT_NE(failureOf([&] { failing.setEnabled(kHubDataClass, true); }), "");
     EXPECT_THAT(reason, Not(HasSubstr(password))) << "a secret";
     EXPECT_THAT(reason, HasSubstr("the online service ("));
     return reason;
@@ -69,7 +69,7 @@ class TroubleTest : public HubTest {
                                           url.find('@') - url.find(user + ":") - user.size() - 1);
 };
 
-TEST_F(TroubleTest, WrongPassword) {
+TEST_F(ProblemTest, WrongPassword) {
   EXPECT_THAT(failureWith(replaced(url, password, "wrong-password")),
               AllOf(HasSubstr("Can't connect at the online service (127.0.0.1, port "),
                     HasSubstr("database hub, user " + user + ")"),
@@ -77,26 +77,26 @@ TEST_F(TroubleTest, WrongPassword) {
                     HasSubstr("set the account again"), Not(HasSubstr("wrong-password"))));
 }
 
-TEST_F(TroubleTest, NoPassword) {
+TEST_F(ProblemTest, NoPassword) {
   EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
 }
 
-TEST_F(TroubleTest, UnknownUser) {
+TEST_F(ProblemTest, UnknownUser) {
   EXPECT_THAT(failureWith(replaced(url, user + ":", "nobody:")), HasSubstr("the server refused the user"));
 }
 
-TEST_F(TroubleTest, MissingDatabase) {
+TEST_F(ProblemTest, MissingDatabase) {
   EXPECT_THAT(failureWith(replaced(url, "/hub", "/nowhere")),
               AllOf(HasSubstr("there is no such database"), HasSubstr("docs/hub.md")));
 }
 
-TEST_F(TroubleTest, MissingSchema) {
+TEST_F(ProblemTest, MissingSchema) {
   server.makeDatabase("bare");
   EXPECT_THAT(failureWith(replaced(url, "/hub", "/bare")),
               AllOf(HasSubstr("its database holds no bookmarks service"), HasSubstr("docs/hub.md")));
 }
 
-TEST_F(TroubleTest, OtherVersions) {
+TEST_F(ProblemTest, OtherVersions) {
   const auto set = [&](int number, int oldestClient) {
     administer("UPDATE corvane_hub.version SET number = " + std::to_string(number) +
                ", oldest_client = " + std::to_string(oldestClient));
@@ -108,15 +108,15 @@ TEST_F(TroubleTest, OtherVersions) {
   EXPECT_THAT(failureWith(url),
               AllOf(HasSubstr("it is of version 99"), HasSubstr("Install a newer version")));
   set(99, kHubVersion);
-  EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).news({}); }), "")
+  EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }), "")
       << "newer, but it still serves this one";
   administer("DELETE FROM corvane_hub.version");
   EXPECT_THAT(failureWith(url), HasSubstr("not set up completely"));
   administer("INSERT INTO corvane_hub.version VALUES(1, 1)");
-  EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).news({}); }), "");
+  EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }), "");
 }
 
-TEST_F(TroubleTest, NobodyListens) {
+TEST_F(ProblemTest, NobodyListens) {
   std::string free;
   { free = SilentPort().number(); }
   EXPECT_THAT(failureWith(replaced(url, port(), ":" + free)),
@@ -125,12 +125,12 @@ TEST_F(TroubleTest, NobodyListens) {
               AllOf(HasSubstr("it can't be reached"), HasSubstr(server.directory() + "/nowhere")));
 }
 
-TEST_F(TroubleTest, UnknownHost) {
+TEST_F(ProblemTest, UnknownHost) {
   EXPECT_THAT(failureWith("postgresql://a:" + password + "@no_such..host/hub"),
               HasSubstr("the server no_such..host can't be found: "));
 }
 
-TEST_F(TroubleTest, ServerThatNeverAnswersIsGivenUpInTime) {
+TEST_F(ProblemTest, ServerThatNeverAnswersIsGivenUpInTime) {
   const SilentPort silent;
   const auto before = std::chrono::steady_clock::now();
   EXPECT_THAT(failureWith(replaced(url, port(), ":" + silent.number()), {0.2, 15.0}),
@@ -139,40 +139,42 @@ TEST_F(TroubleTest, ServerThatNeverAnswersIsGivenUpInTime) {
       << "each of five calls";
 }
 
-TEST_F(TroubleTest, SilentServerLeavesTimeForTheNextOne) {
+TEST_F(ProblemTest, SilentServerLeavesTimeForTheNextOne) {
   const SilentPort silent;
   const std::string two =
       replaced(url, "@127.0.0.1" + port(), "@127.0.0.1:" + silent.number() + ",127.0.0.1" + port());
-  EXPECT_EQ(failureOf([&] { PostgresHub(two, computer, {4.0, 15.0}).news({}); }), "");
+  EXPECT_EQ(failureOf([&] { PostgresHub(two, computer, {4.0, 15.0}).remoteChanges({}); }), "");
 }
 
-TEST_F(TroubleTest, EachAddressOfAHostIsTried) {
+TEST_F(ProblemTest, EachAddressOfAHostIsTried) {
   // "localhost" stands for addresses of both families; the server listens on one of them.
-  EXPECT_EQ(failureOf([&] { PostgresHub(replaced(url, "127.0.0.1", "localhost"), computer).news({}); }), "");
+  EXPECT_EQ(
+      failureOf([&] { PostgresHub(replaced(url, "127.0.0.1", "localhost"), computer).remoteChanges({}); }),
+      "");
 }
 
-TEST_F(TroubleTest, SocketOfThisComputer) {
+TEST_F(ProblemTest, SocketOfThisComputer) {
   const std::string socket = "postgresql://" + user + ":" + password + "@" +
                              "/hub?host=" + server.directory() + "&port=" + std::to_string(server.port());
-  EXPECT_EQ(failureOf([&] { PostgresHub(socket, computer).news({}); }), "");
+  EXPECT_EQ(failureOf([&] { PostgresHub(socket, computer).remoteChanges({}); }), "");
 }
 
-TEST_F(TroubleTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
+TEST_F(ProblemTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
   CuttingProxy proxy(server.port());
   PostgresHub patient(url, computer);
   for (const int message : {2, 4, 9, 10, 15, 20, 21}) {
     SCOPED_TRACE(message);
-    const HubPush push{patient.news({}).now, newUuidString(), {bookmark("A", "http://a/")}};
+    const HubPush push{patient.remoteChanges({}).now, newUuidString(), {bookmark("A", "http://a/")}};
     PostgresHub hasty(proxy.through(url), computer, {0.3, 0.3});
     proxy.fallSilentAt(message);
     EXPECT_THAT(failureOf([&] { hasty.push(push); }),
                 ContainsRegex("it took longer than 0.3 seconds|it did not answer in time"));
-    EXPECT_EQ(patient.news({}).now, push.expected);
+    EXPECT_EQ(patient.remoteChanges({}).now, push.expected);
     proxy.cutAt(0);
   }
 }
 
-TEST_F(TroubleTest, SlowLineCarriesMuchInSmallPortions) {
+TEST_F(ProblemTest, SlowLineCarriesMuchInSmallPortions) {
   CuttingProxy proxy(server.port());
   proxy.slowDownTo(2000);
   // The time for one statement is enough for a quarter of it all.
@@ -182,11 +184,11 @@ TEST_F(TroubleTest, SlowLineCarriesMuchInSmallPortions) {
   EXPECT_EQ(failureOf([&] { give(slow, records); }), "");
   EXPECT_EQ(held(), text(records));
   std::string read;
-  EXPECT_EQ(failureOf([&] { read = text(slow.news({}).records); }), "");
+  EXPECT_EQ(failureOf([&] { read = text(slow.remoteChanges({}).records); }), "");
   EXPECT_EQ(read, text(records));
 }
 
-TEST_F(TroubleTest, AccountThatIsKeptBusyIsGivenUpInTime) {
+TEST_F(ProblemTest, AccountThatIsKeptBusyIsGivenUpInTime) {
   std::thread other([this] {
     EXPECT_THROW(
         administer("BEGIN; SELECT FROM corvane_hub.accounts WHERE id = $ FOR UPDATE; SELECT pg_sleep(3600)"),
@@ -196,19 +198,19 @@ TEST_F(TroubleTest, AccountThatIsKeptBusyIsGivenUpInTime) {
   while (number("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'PgSleep'") == 0)
     std::this_thread::yield();
   PostgresHub hasty(url, computer, {5.0, 3.0});
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   EXPECT_THAT(failureOf([&] {
                 hasty.push({now, newUuidString(), {}});
               }),
               HasSubstr("an earlier change of this account has not ended there"));
-  EXPECT_EQ(failureOf([&] { hasty.news({}); }), "") << "reading waits for nobody";
+  EXPECT_EQ(failureOf([&] { hasty.remoteChanges({}); }), "") << "reading waits for nobody";
   administer("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE wait_event = 'PgSleep'");
   other.join();
   EXPECT_TRUE(hasty.push({now, newUuidString(), {}}));
 }
 
 /// A server whose transactions go wrong a number of times when they give changes.
-class ConflictTest : public TroubleTest {
+class ConflictTest : public ProblemTest {
  protected:
   ConflictTest() {
     server.administer(
@@ -246,13 +248,13 @@ TEST_F(ConflictTest, ThatIsNotTriedForEver) {
   EXPECT_EQ(held(), "");
 }
 
-TEST_F(TroubleTest, StandbyThatDoesNotFollowIsNoOtherComputer) {
+TEST_F(ProblemTest, StandbyThatDoesNotFollowIsNoOtherComputer) {
   const auto awaitStandby = [&](const std::string& name) {
     administer("ALTER SYSTEM SET synchronous_standby_names = '" + name + "'");
     administer("SELECT pg_reload_conf()");
     while (server.administer("SHOW synchronous_standby_names") != name) std::this_thread::yield();
   };
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   awaitStandby("nobody");
   std::thread other([&] {
     EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).push({now, newUuidString(), {}}); }), "");
@@ -268,12 +270,12 @@ TEST_F(TroubleTest, StandbyThatDoesNotFollowIsNoOtherComputer) {
       AllOf(HasSubstr("an earlier change of this account has not ended there"), Not(HasSubstr("computer"))));
   awaitStandby("");
   other.join();
-  EXPECT_EQ(hub.news({}).now.revision, now.revision + 1) << "it stands";
+  EXPECT_EQ(hub.remoteChanges({}).now.revision, now.revision + 1) << "it stands";
 }
 
-TEST_F(TroubleTest, ComputerThatFellSilentGivesTheAccountFree) {
+TEST_F(ProblemTest, ComputerThatFellSilentGivesTheAccountFree) {
   CuttingProxy proxy(server.port());
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   std::thread other([&] {
     PostgresHub silent(proxy.through(url), "C0000000-0000-4000-8000-000000000002", {5.0, 2.0});
     HubPush push{
@@ -294,7 +296,7 @@ TEST_F(TroubleTest, ComputerThatFellSilentGivesTheAccountFree) {
   other.join();
 }
 
-TEST_F(TroubleTest, EnvironmentHasNoSay) {
+TEST_F(ProblemTest, EnvironmentHasNoSay) {
   const SilentPort silent;
   const std::pair<const char*, std::string> variables[] = {
       {"PGHOSTADDR", "192.0.2.1"},        {"PGSERVICE", "nowhere"},    {"PGSSLMODE", "require"},
@@ -303,12 +305,12 @@ TEST_F(TroubleTest, EnvironmentHasNoSay) {
       {"PGTARGETSESSIONATTRS", "standby"}};
   for (const auto& [name, value] : variables) {
     ::setenv(name, value.c_str(), 1);
-    EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).news({}); }), "") << name;
+    EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }), "") << name;
     EXPECT_EQ(::getenv(name), nullptr);
   }
 }
 
-TEST_F(TroubleTest, PasswordsComeFromTheAccountAlone) {
+TEST_F(ProblemTest, PasswordsComeFromTheAccountAlone) {
   const std::string file = platform.directory / "pgpass";
   std::ofstream(file) << "*:*:*:*:" << password << '\n';
   ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
@@ -316,28 +318,28 @@ TEST_F(TroubleTest, PasswordsComeFromTheAccountAlone) {
   EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
 }
 
-TEST_F(TroubleTest, AnswerWhoseRowsNeverEndIsGivenUp) {
+TEST_F(ProblemTest, AnswerWhoseRowsNeverEndIsGivenUp) {
   give({bookmark("A", "http://a/")});
   CuttingProxy proxy(server.port());
   PostgresHub flooded(proxy.through(url), computer, {5.0, 4.0});
-  flooded.news({});
+  flooded.remoteChanges({});
   proxy.cutAt(0);
-  flooded.news({});
+  flooded.remoteChanges({});
   const int messages = proxy.messages();
   int endless = 0;
   for (int message = 1; message <= messages; ++message) {
     SCOPED_TRACE(message);
     proxy.cutAt(0);
-    EXPECT_EQ(failureOf([&] { flooded.news({}); }), "");
+    EXPECT_EQ(failureOf([&] { flooded.remoteChanges({}); }), "");
     proxy.cutAt(message, CuttingProxy::Moment::endless);
-    const std::string reason = failureOf([&] { flooded.news({}); });
+    const std::string reason = failureOf([&] { flooded.remoteChanges({}); });
     if (reason.find("it gives more than was asked for") != std::string::npos) ++endless;
   }
   EXPECT_EQ(endless, 2) << "that of the account, and that of the records";
 }
 
 /// A service that has always one more page of records, and makes what it likes of the account's limits.
-class EndlessTest : public TroubleTest {
+class EndlessTest : public ProblemTest {
  protected:
   static void SetUpTestSuite() {
     postgresServer().makeDatabase("endless");
@@ -356,12 +358,12 @@ class EndlessTest : public TroubleTest {
   EndlessTest() { PostgresHub(address, computer).setEnabled(kHubDataClass, true); }
 
   std::string failureWithLimits(const std::string& records, const std::string& bytes,
-                                HubPatience patience = {}) {
+                                HubTimeouts timeouts = {}) {
     server.administer(
         "UPDATE corvane_hub.accounts SET revision = 1, mark = gen_random_uuid(), record_limit = " + records +
             ", byte_limit = " + bytes + " WHERE role = '" + user + "_endless'",
         "endless");
-    return failureOf([&] { PostgresHub(address, computer, patience).news({}); });
+    return failureOf([&] { PostgresHub(address, computer, timeouts).remoteChanges({}); });
   }
 
   const std::string address = server.addAccount(user + "_endless", "endless");
@@ -379,7 +381,7 @@ TEST_F(EndlessTest, ExchangeEndsInTimeAlthoughEachPageDoes) {
               HasSubstr("the whole exchange took longer than 1 second"));
 }
 
-class EncryptedTest : public TroubleTest {
+class EncryptedTest : public ProblemTest {
  protected:
   ~EncryptedTest() override { switchEncryption("off"); }
 
@@ -416,7 +418,7 @@ TEST_F(EncryptedTest, ClientCertificatesComeFromTheAccountAlone) {
   const std::string before = ::getenv("HOME") ? ::getenv("HOME") : "";
   ::setenv("HOME", home.c_str(), 1);
   const std::string address = encrypted("hub.example.org", certificate);
-  EXPECT_EQ(failureOf([&] { PostgresHub(address, computer).news({}); }), "")
+  EXPECT_EQ(failureOf([&] { PostgresHub(address, computer).remoteChanges({}); }), "")
       << "a certificate without a key would be an error";
   EXPECT_THAT(failureOf([&] { PostgresHub(address + "&sslcert=" + certificate, computer); }),
               HasSubstr("Give both sslcert and sslkey."));
@@ -424,7 +426,7 @@ TEST_F(EncryptedTest, ClientCertificatesComeFromTheAccountAlone) {
               PostgresHub(
                   address + "&sslcert=" + certificate + "&sslkey=" + server.directory() + "/data/server.key",
                   computer)
-                  .news({});
+                  .remoteChanges({});
             }),
             "")
       << "what the account names is used";
@@ -436,8 +438,9 @@ TEST_F(EncryptedTest, ServerMustProveItsName) {
               AllOf(HasSubstr("TLS did not succeed"), HasSubstr("Nothing was sent")))
       << "a server without TLS";
   encrypt();
-  EXPECT_EQ(failureOf([&] { PostgresHub(encrypted("hub.example.org", certificate), computer).news({}); }),
-            "");
+  EXPECT_EQ(
+      failureOf([&] { PostgresHub(encrypted("hub.example.org", certificate), computer).remoteChanges({}); }),
+      "");
   EXPECT_THAT(failureWith(encrypted("other.example.org", certificate)),
               AllOf(HasSubstr("TLS did not succeed"), HasSubstr("does not match host name")));
   EXPECT_THAT(failureWith(encrypted("hub.example.org", "/etc/ssl/certs/ca-certificates.crt")),

@@ -169,11 +169,11 @@ TEST_F(MigrationTest, StatisticsThatAreThereAlreadyGo) {
 TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/");
   give({a});
-  const HubSeen before = hub.news({}).now;
+  const HubState before = hub.remoteChanges({}).now;
   const std::string dump = platform.directory / "dump";
   server.run({server.programs() + "/pg_dump", "--file=" + dump, server.administratorUrl()});
   give({b});
-  const HubSeen after = hub.news({}).now;
+  const HubState after = hub.remoteChanges({}).now;
 
   server.makeDatabase("restored");
   server.run({server.programs() + "/psql", "-X", "-q", "-v", "ON_ERROR_STOP=1", "-f", dump,
@@ -183,12 +183,12 @@ TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
   EXPECT_EQ(server.administer(kTellingStatistics, "restored"), "0");
   std::string elsewhere = url;
   PostgresHub restored(elsewhere.replace(elsewhere.rfind("/hub"), 4, "/restored"), computer);
-  EXPECT_TRUE(restored.news({before}).common);
-  const HubNews news = restored.news({after});
-  EXPECT_FALSE(news.common);
-  EXPECT_EQ(text(news.records), text({a}));
+  EXPECT_TRUE(restored.remoteChanges({before}).common);
+  const RemoteChanges remote = restored.remoteChanges({after});
+  EXPECT_FALSE(remote.common);
+  EXPECT_EQ(text(remote.records), text({a}));
   give(restored, {a, b});
-  EXPECT_EQ(text(restored.news({}).records), text({a, b}));
+  EXPECT_EQ(text(restored.remoteChanges({}).records), text({a, b}));
   EXPECT_THROW(runSql(elsewhere, "CREATE TEMPORARY TABLE mine(a int)"), PostgresError)
       << "the database is closed too";
 }
@@ -200,10 +200,10 @@ TEST_F(SetupTest, OrdinaryUserMayNotSetUp) {
 
 TEST_F(SetupTest, PasswordIsChangedAndTheOldOneIsWorthNothing) {
   const std::string printed = server.hubAccount("password", user);
-  EXPECT_THAT(failureOf([&] { PostgresHub(url, computer).news({}); }),
+  EXPECT_THAT(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }),
               HasSubstr("the server refused the user"));
   const std::string fresh = server.url(user, printed.substr(0, printed.find('\n')));
-  EXPECT_EQ(failureOf([&] { PostgresHub(fresh, computer).news({}); }), "");
+  EXPECT_EQ(failureOf([&] { PostgresHub(fresh, computer).remoteChanges({}); }), "");
 }
 
 /// A session of the account's that has begun a push and keeps it open.
@@ -280,7 +280,7 @@ TEST_F(SetupTest, NamesAreNoStatements) {
              "CASCADE; --'"),
       1);
   server.hubAccount("remove", name);
-  EXPECT_EQ(hub.news({}).now.revision, 0);
+  EXPECT_EQ(hub.remoteChanges({}).now.revision, 0);
 }
 
 TEST_F(SetupTest, PasswordsStayOutOfTheServersLog) {
@@ -345,7 +345,7 @@ TEST_F(SetupTest, PoolerMayHandTheConnectionOnBetweenTransactions) {
       one->setEnabled(kHubDataClass, true);
       for (int i = 0; i < 300; ++i) given.push_back(bookmark("pooled", "http://a/"));
       give(*one, given);
-      ASSERT_EQ(text(one->news({}).records), text(given));
+      ASSERT_EQ(text(one->remoteChanges({}).records), text(given));
     }
   }
   EXPECT_EQ(runSql(pooled, "SHOW statement_timeout"), "0") << "nothing outlives a transaction";

@@ -23,14 +23,14 @@ class InterruptionTest : public HubTest {
   HubPush change() {
     HubRecord renamed = a;
     renamed.name = newUuidString();
-    return {hub.news({}).now, newUuidString(), {renamed, tombstone(bookmark("gone", {}))}};
+    return {hub.remoteChanges({}).now, newUuidString(), {renamed, tombstone(bookmark("gone", {}))}};
   }
   /// What a push through the proxy came to, against what the account then holds.
   void expectBeforeOrAfter(const HubPush& push, bool isTold) {
     PostgresHub direct(url, computer);
-    const HubSeen now = direct.news({}).now;
-    if (direct.hasPush(push.mark)) {
-      EXPECT_EQ(now.mark, push.mark);
+    const HubState now = direct.remoteChanges({}).now;
+    if (direct.hasPush(push.id)) {
+      EXPECT_EQ(now.pushId, push.id);
       EXPECT_EQ(now.revision, push.expected.revision + 1);
       EXPECT_EQ(held(), text({push.records[0], b}));
       a = push.records[0];
@@ -47,7 +47,7 @@ class InterruptionTest : public HubTest {
 };
 
 TEST_F(InterruptionTest, NewsCutAtEveryMessageRaisesAndTheNextOneSucceeds) {
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   for (const Moment moment : {Moment::before, Moment::after}) {
     int message = 0;
     bool isDone = false;
@@ -55,13 +55,13 @@ TEST_F(InterruptionTest, NewsCutAtEveryMessageRaisesAndTheNextOneSucceeds) {
       SCOPED_TRACE(++message);
       PostgresHub cut(proxy.through(url), computer);
       proxy.cutAt(message, moment);
-      const std::string failure = failureOf([&] { cut.news({}); });
+      const std::string failure = failureOf([&] { cut.remoteChanges({}); });
       isDone = proxy.messages() < message;
       EXPECT_EQ(failure.empty(), isDone) << failure;
       proxy.cutAt(0);
-      const HubNews news = cut.news({});
-      EXPECT_EQ(news.now, now);
-      EXPECT_EQ(text(news.records), text({a, b}));
+      const RemoteChanges remote = cut.remoteChanges({});
+      EXPECT_EQ(remote.now, now);
+      EXPECT_EQ(text(remote.records), text({a, b}));
     }
     EXPECT_GT(message, 20) << "the connection, the version, the transaction, the state, the records";
   }
@@ -83,7 +83,7 @@ TEST_F(InterruptionTest, PushCutAtEveryMessageIsMadeOrNotAndTheComputerCanTell) 
       EXPECT_EQ(isTold, isDone);
       proxy.cutAt(0);
       expectBeforeOrAfter(push, isTold);
-      EXPECT_EQ(cut.hasPush(push.mark), PostgresHub(url, computer).hasPush(push.mark));
+      EXPECT_EQ(cut.hasPush(push.id), PostgresHub(url, computer).hasPush(push.id));
     }
     EXPECT_GT(message, 20);
   }
@@ -106,23 +106,24 @@ TEST_F(InterruptionTest, ServerKilledDuringAPush) {
     PostgresHub cut(proxy.through(url), computer);
     proxy.cutAt(message, moment, [this] { server.kill(); });
     EXPECT_THAT(failureOf([&] { cut.push(push); }), testing::HasSubstr("cut off"));
-    EXPECT_THAT(failureOf([&] { PostgresHub(url, computer).news({}); }),
+    EXPECT_THAT(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }),
                 testing::HasSubstr("it can't be reached: Connection refused"));
     server.start();
     proxy.cutAt(0);
-    EXPECT_EQ(cut.hasPush(push.mark), moment == Moment::after && message == commit);
+    EXPECT_EQ(cut.hasPush(push.id), moment == Moment::after && message == commit);
     expectBeforeOrAfter(push, false);
-    EXPECT_NE(failureOf([&] { hub.news({}); }), "") << "its connection was that of the killed server";
-    EXPECT_EQ(failureOf([&] { hub.news({}); }), "");
+    EXPECT_NE(failureOf([&] { hub.remoteChanges({}); }), "")
+        << "its connection was that of the killed server";
+    EXPECT_EQ(failureOf([&] { hub.remoteChanges({}); }), "");
   }
 }
 
 TEST_F(InterruptionTest, ServerRestartedBetweenTwoCalls) {
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   server.stop();
-  EXPECT_THAT(failureOf([&] { hub.news({}); }), testing::HasSubstr("the server cut it off"));
+  EXPECT_THAT(failureOf([&] { hub.remoteChanges({}); }), testing::HasSubstr("the server cut it off"));
   server.start();
-  EXPECT_EQ(hub.news({}).now, now);
+  EXPECT_EQ(hub.remoteChanges({}).now, now);
 }
 
 volatile sig_atomic_t alarms = 0;
@@ -139,7 +140,7 @@ TEST_F(InterruptionTest, SignalsInterruptNothing) {
   for (int i = 0; i < 3; ++i) {
     PostgresHub interrupted(url, computer);
     give(interrupted, records);
-    EXPECT_EQ(text(interrupted.news({}).records), text(records));
+    EXPECT_EQ(text(interrupted.remoteChanges({}).records), text(records));
   }
   ASSERT_EQ(::setitimer(ITIMER_REAL, &never, nullptr), 0);
   ASSERT_EQ(::sigaction(SIGALRM, &oldAction, nullptr), 0);
@@ -164,7 +165,7 @@ TEST_F(InterruptionTest, OfPushesThatCrossExactlyOneWins) {
   const auto race = [&](Racer& racer) {
     for (int round = 0; round < kRounds; ++round) {
       const HubRecord record = bookmark("raced", {});
-      const HubSeen now = racer.hub.news({}).now;
+      const HubState now = racer.hub.remoteChanges({}).now;
       together.arrive_and_wait();
       const bool isWon = racer.hub.push({now, newUuidString(), {record}});
       if (isWon) racer.given.push_back(record.id.toString());
@@ -181,8 +182,8 @@ TEST_F(InterruptionTest, OfPushesThatCrossExactlyOneWins) {
   EXPECT_EQ(wins, std::vector<int>(kRounds, 1));
   EXPECT_GT(one.given.size(), 0u);
   EXPECT_GT(two.given.size(), 0u);
-  EXPECT_EQ(hub.news({}).now.revision, 1 + kRounds);
-  EXPECT_EQ(hub.news({}).records.size(), 2u + kRounds);
+  EXPECT_EQ(hub.remoteChanges({}).now.revision, 1 + kRounds);
+  EXPECT_EQ(hub.remoteChanges({}).records.size(), 2u + kRounds);
 }
 
 TEST_F(InterruptionTest, WhoeverIsOvertakenTriesAgainAndNothingIsLost) {
@@ -194,16 +195,16 @@ TEST_F(InterruptionTest, WhoeverIsOvertakenTriesAgainAndNothingIsLost) {
     threads.emplace_back([&racer] {
       for (int i = 0; i < kPushes; ++i) {
         const HubRecord record = bookmark("raced", {});
-        while (!racer->hub.push({racer->hub.news({}).now, newUuidString(), {record}})) ++racer->lost;
+        while (!racer->hub.push({racer->hub.remoteChanges({}).now, newUuidString(), {record}})) ++racer->lost;
         racer->given.push_back(record.id.toString());
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(hub.news({}).now.revision, 1 + 4 * kPushes);
+  EXPECT_EQ(hub.remoteChanges({}).now.revision, 1 + 4 * kPushes);
   EXPECT_EQ(number("SELECT count(DISTINCT id) FROM corvane_hub.records WHERE account = $ AND NOT deleted"),
             2 + 4 * kPushes);
-  EXPECT_EQ(hub.news({}).room, 1'000'000 - 2 - 4 * kPushes);
+  EXPECT_EQ(hub.remoteChanges({}).room, 1'000'000 - 2 - 4 * kPushes);
   int lost = 0;
   for (const auto& racer : racers) lost += racer->lost;
   EXPECT_GT(lost, 0) << "they never met";

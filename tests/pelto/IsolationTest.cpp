@@ -93,11 +93,11 @@ TEST_F(IsolationTest, PartitionsAreNoWayAround) {
 }
 
 TEST_F(IsolationTest, FunctionsActForTheCallerAlone) {
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   PostgresHub stranger(other, computer);
   EXPECT_FALSE(stranger.push({now, newUuidString(), {tombstone(record)}})) << "another account's state";
-  EXPECT_FALSE(stranger.hasPush(now.mark));
-  EXPECT_FALSE(stranger.news({now}).common);
+  EXPECT_FALSE(stranger.hasPush(now.pushId));
+  EXPECT_FALSE(stranger.remoteChanges({now}).common);
 
   give(stranger, {tombstone(record), bookmark("Own", "http://own/")});
   stranger.setEnabled(kHubDataClass, false);
@@ -145,7 +145,7 @@ TEST_F(IsolationTest, NoOtherRoleIsToBeHad) {
       " AND usesysid = (SELECT oid FROM pg_roles WHERE rolname = '" +
           user + "')",
   };
-  hub.news({});  // a connection of the owner's stands
+  hub.remoteChanges({});  // a connection of the owner's stands
   for (const std::string& statement : statements)
     EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
 
@@ -265,13 +265,14 @@ TEST_F(IsolationTest, RoleWithoutAnAccountHasNothing) {
       "corvane_account");
   PostgresHub stranger(server.url("stranger", "secret"), computer),
       member(server.url("member", "secret"), computer);
-  EXPECT_THAT(failureOf([&] { stranger.news({}); }), testing::HasSubstr("the server refused the user"));
+  EXPECT_THAT(failureOf([&] { stranger.remoteChanges({}); }),
+              testing::HasSubstr("the server refused the user"));
   const auto isRefused = testing::HasSubstr("the user has no account there");
-  EXPECT_THAT(failureOf([&] { member.news({}); }), isRefused);
+  EXPECT_THAT(failureOf([&] { member.remoteChanges({}); }), isRefused);
   EXPECT_THAT(failureOf([&] { member.hasPush(newUuidString()); }), isRefused);
   EXPECT_THAT(failureOf([&] { member.isEnabled(kHubDataClass); }), isRefused);
   EXPECT_THAT(failureOf([&] { member.setEnabled(kHubDataClass, true); }), isRefused);
-  EXPECT_FALSE(member.push({hub.news({}).now, newUuidString(), {}}));
+  EXPECT_FALSE(member.push({hub.remoteChanges({}).now, newUuidString(), {}}));
   administer("DROP ROLE stranger; DROP ROLE member");
 }
 

@@ -11,13 +11,13 @@ namespace {
 using testing::HasSubstr;
 
 TEST_F(HubTest, NewAccountIsEmpty) {
-  const HubNews news = hub.news({});
-  EXPECT_EQ(news.now.revision, 0);
-  EXPECT_FALSE(news.now.mark);
-  EXPECT_TRUE(uuidBytes(news.now.account.view()));
-  EXPECT_EQ(news.room, 1'000'000) << "the limit that every account has";
-  EXPECT_EQ(news.roomForBytes, std::int64_t{1} << 30);
-  EXPECT_EQ(text(news.records), "");
+  const RemoteChanges remote = hub.remoteChanges({});
+  EXPECT_EQ(remote.now.revision, 0);
+  EXPECT_FALSE(remote.now.pushId);
+  EXPECT_TRUE(uuidBytes(remote.now.account.view()));
+  EXPECT_EQ(remote.room, 1'000'000) << "the limit that every account has";
+  EXPECT_EQ(remote.roomForBytes, std::int64_t{1} << 30);
+  EXPECT_EQ(text(remote.records), "");
 }
 
 TEST_F(HubTest, PushedRecordsComeBackAsTheyWere) {
@@ -29,15 +29,15 @@ TEST_F(HubTest, PushedRecordsComeBackAsTheyWere) {
   group.tabGroup = true;
   group.position = std::numeric_limits<std::int32_t>::max();
   const std::vector<HubRecord> given{place, record, group, bookmark({}, {}), bookmark("", "")};
-  const String mark = give(given);
+  const String pushId = give(given);
 
-  const HubNews news = hub.news({});
-  EXPECT_TRUE(news.whole);
-  EXPECT_FALSE(news.common);
-  EXPECT_EQ(news.now.revision, 1);
-  EXPECT_EQ(news.now.mark, mark);
-  EXPECT_EQ(news.room, 999'995);
-  EXPECT_EQ(text(news.records), text(given));
+  const RemoteChanges remote = hub.remoteChanges({});
+  EXPECT_TRUE(remote.whole);
+  EXPECT_FALSE(remote.common);
+  EXPECT_EQ(remote.now.revision, 1);
+  EXPECT_EQ(remote.now.pushId, pushId);
+  EXPECT_EQ(remote.room, 999'995);
+  EXPECT_EQ(text(remote.records), text(given));
 }
 
 TEST_F(HubTest, TextsOfEveryKindSurvive) {
@@ -50,7 +50,7 @@ TEST_F(HubTest, TextsOfEveryKindSurvive) {
       bookmark("line\nbreak\r\ttab", " "),
   };
   give(given);
-  EXPECT_EQ(text(hub.news({}).records), text(given));
+  EXPECT_EQ(text(hub.remoteChanges({}).records), text(given));
   EXPECT_EQ(
       number("SELECT count(*) FROM corvane_hub.readable_records('" + user + "') WHERE name IS NOT NULL"), 5)
       << "the administrator can read them all";
@@ -80,12 +80,12 @@ TEST_F(HubTest, UuidsOfEveryKindSurvive) {
 }
 
 TEST_F(HubTest, RecordsOfALengthThatNobodyReadsAreRefused) {
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   EXPECT_THAT(failureOf([&] {
                 hub.push({now, newUuidString(), {bookmark(std::string(1 << 20, 'n'), "u")}});
               }),
               HasSubstr("a bookmark is too long"));
-  EXPECT_EQ(hub.news({}).now, now);
+  EXPECT_EQ(hub.remoteChanges({}).now, now);
 }
 
 TEST_F(HubTest, NothingChangesItsKind) {
@@ -98,12 +98,12 @@ TEST_F(HubTest, NothingChangesItsKind) {
   toldOtherwise.folder = false;
   const auto expectRefused = [&] {
     for (const HubRecord& record : {folderNow, bookmarkNow}) {
-      const HubSeen now = hub.news({}).now;
+      const HubState now = hub.remoteChanges({}).now;
       EXPECT_THAT(failureOf([&] {
                     hub.push({now, newUuidString(), {record}});
                   }),
                   HasSubstr("a bookmark was to become a folder, or a folder a bookmark"));
-      EXPECT_EQ(hub.news({}).now, now);
+      EXPECT_EQ(hub.remoteChanges({}).now, now);
     }
   };
   expectRefused();
@@ -116,30 +116,30 @@ TEST_F(HubTest, NothingChangesItsKind) {
 TEST_F(HubTest, NewsTellsWhatChangedSince) {
   HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"), c = bookmark("C", "http://c/");
   give({a, b, c});
-  const HubSeen first = hub.news({}).now;
+  const HubState first = hub.remoteChanges({}).now;
   b.name = "B, renamed";
   give({b, tombstone(c)});
-  const HubNews news = hub.news({first});
-  EXPECT_TRUE(news.common);
-  EXPECT_FALSE(news.whole);
-  EXPECT_EQ(text(news.records), text({b, tombstone(c)}));
-  EXPECT_EQ(news.room, 999'998);
+  const RemoteChanges remote = hub.remoteChanges({first});
+  EXPECT_TRUE(remote.common);
+  EXPECT_FALSE(remote.whole);
+  EXPECT_EQ(text(remote.records), text({b, tombstone(c)}));
+  EXPECT_EQ(remote.room, 999'998);
 
-  EXPECT_EQ(text(hub.news({}).records), text({a, b})) << "who asks for all hears of no tombstones";
-  const HubNews again = hub.news({news.now});
+  EXPECT_EQ(text(hub.remoteChanges({}).records), text({a, b})) << "who asks for all hears of no tombstones";
+  const RemoteChanges again = hub.remoteChanges({remote.now});
   EXPECT_TRUE(again.common);
   EXPECT_EQ(text(again.records), "");
-  EXPECT_EQ(again.now, news.now);
+  EXPECT_EQ(again.now, remote.now);
 }
 
 TEST_F(HubTest, EmptyAccountThatWasSeenGoesOn) {
-  const HubSeen empty = hub.news({}).now;
+  const HubState empty = hub.remoteChanges({}).now;
   const HubRecord a = bookmark("A", "http://a/");
   give({a});
-  const HubNews news = hub.news({empty});
-  EXPECT_TRUE(news.common);
-  EXPECT_FALSE(news.whole);
-  EXPECT_EQ(text(news.records), text({a}));
+  const RemoteChanges remote = hub.remoteChanges({empty});
+  EXPECT_TRUE(remote.common);
+  EXPECT_FALSE(remote.whole);
+  EXPECT_EQ(text(remote.records), text({a}));
 }
 
 TEST_F(HubTest, DeletedRecordLivesAgainWhenItIsGivenAgain) {
@@ -147,31 +147,31 @@ TEST_F(HubTest, DeletedRecordLivesAgainWhenItIsGivenAgain) {
   give({a});
   give({tombstone(a)});
   EXPECT_EQ(held(), "");
-  EXPECT_EQ(hub.news({}).room, 1'000'000);
+  EXPECT_EQ(hub.remoteChanges({}).room, 1'000'000);
   give({a});
   EXPECT_EQ(held(), text({a}));
-  EXPECT_EQ(hub.news({}).room, 999'999);
+  EXPECT_EQ(hub.remoteChanges({}).room, 999'999);
 }
 
 TEST_F(HubTest, PushOntoAnotherStateChangesNothing) {
   give({bookmark("A", "http://a/")});
   give({bookmark("B", "http://b/")});
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   const std::string before = held();
-  const std::pair<const char*, HubSeen> cases[] = {
-      {"an older revision", {now.account, now.revision - 1, now.mark}},
-      {"a newer revision", {now.account, now.revision + 1, now.mark}},
+  const std::pair<const char*, HubState> cases[] = {
+      {"an older revision", {now.account, now.revision - 1, now.pushId}},
+      {"a newer revision", {now.account, now.revision + 1, now.pushId}},
       {"the first revision", {now.account, 0, {}}},
       {"the same revision of another past", {now.account, now.revision, newUuidString()}},
-      {"the same revision without a mark", {now.account, now.revision, {}}},
-      {"another account", {newUuidString(), now.revision, now.mark}},
+      {"the same revision without a push id", {now.account, now.revision, {}}},
+      {"another account", {newUuidString(), now.revision, now.pushId}},
   };
   for (const auto& [phrase, expected] : cases) {
     SCOPED_TRACE(phrase);
-    const String mark = newUuidString();
-    EXPECT_FALSE(hub.push({expected, mark, {bookmark("C", "http://c/")}}));
-    EXPECT_FALSE(hub.hasPush(mark));
-    EXPECT_EQ(hub.news({}).now, now);
+    const String pushId = newUuidString();
+    EXPECT_FALSE(hub.push({expected, pushId, {bookmark("C", "http://c/")}}));
+    EXPECT_FALSE(hub.hasPush(pushId));
+    EXPECT_EQ(hub.remoteChanges({}).now, now);
     EXPECT_EQ(held(), before);
   }
 }
@@ -184,42 +184,42 @@ TEST_F(HubTest, PushesOfThePastAreKnownByTheirMarks) {
 }
 
 TEST_F(HubTest, FailedPushLeavesNothing) {
-  const HubSeen now = hub.news({}).now;
+  const HubState now = hub.remoteChanges({}).now;
   const HubRecord a = bookmark("A", "http://a/");
-  const String mark = newUuidString();
+  const String pushId = newUuidString();
   EXPECT_THAT(failureOf([&] {
-                hub.push({now, mark, {a, a}});
+                hub.push({now, pushId, {a, a}});
               }),
               HasSubstr("Can't give changes"))
       << "one record twice in a push is a mistake";
-  EXPECT_EQ(hub.news({}).now, now);
+  EXPECT_EQ(hub.remoteChanges({}).now, now);
   EXPECT_EQ(held(), "");
-  EXPECT_FALSE(hub.hasPush(mark));
+  EXPECT_FALSE(hub.hasPush(pushId));
   HubRecord nameless = a;
   nameless.id = "not a UUID";
-  EXPECT_THAT(failureOf([&] { hub.push({now, mark, {nameless}}); }), HasSubstr("no UUID"));
-  EXPECT_TRUE(hub.push({now, mark, {a}})) << "the failed one is not in the way";
+  EXPECT_THAT(failureOf([&] { hub.push({now, pushId, {nameless}}); }), HasSubstr("no UUID"));
+  EXPECT_TRUE(hub.push({now, pushId, {a}})) << "the failed one is not in the way";
 }
 
 TEST_F(HubTest, ManyRecordsComeInPages) {
   std::vector<HubRecord> given;
   for (int i = 0; i < 12'001; ++i) given.push_back(bookmark("record " + std::to_string(i), "http://a/"));
   give(given);
-  EXPECT_EQ(text(hub.news({}).records), text(given));
+  EXPECT_EQ(text(hub.remoteChanges({}).records), text(given));
 
-  const HubSeen seen = hub.news({}).now;
+  const HubState seen = hub.remoteChanges({}).now;
   for (HubRecord& record : given) record.position = 1;
   std::vector<HubRecord> half(given.begin(), given.begin() + 6'000), rest(given.begin() + 6'000, given.end());
   give(half);
   give(rest);
-  EXPECT_EQ(text(hub.news({seen}).records), text(given)) << "a page ends within a revision";
+  EXPECT_EQ(text(hub.remoteChanges({seen}).records), text(given)) << "a page ends within a revision";
 }
 
 TEST_F(HubTest, LargeRecordsComeInPages) {
   std::vector<HubRecord> given;
   for (int i = 0; i < 20; ++i) given.push_back(bookmark(std::string(300'000 + i, 'n'), "http://a/"));
   give(given);
-  EXPECT_EQ(text(hub.news({}).records), text(given));
+  EXPECT_EQ(text(hub.remoteChanges({}).records), text(given));
 }
 
 TEST_F(HubTest, FullAccountRefusesAdditionsAndTakesDeletions) {
@@ -227,13 +227,13 @@ TEST_F(HubTest, FullAccountRefusesAdditionsAndTakesDeletions) {
                   c = bookmark("C", "http://c/"), d = bookmark("D", "http://d/");
   give({a, b, c});
   administer("UPDATE corvane_hub.accounts SET record_limit = 3 WHERE id = $");
-  const HubNews news = hub.news({});
-  EXPECT_EQ(news.room, 0);
+  const RemoteChanges remote = hub.remoteChanges({});
+  EXPECT_EQ(remote.room, 0);
   EXPECT_THAT(failureOf([&] {
-                hub.push({news.now, newUuidString(), {d}});
+                hub.push({remote.now, newUuidString(), {d}});
               }),
               HasSubstr("the account is full"));
-  EXPECT_EQ(hub.news({}).now, news.now);
+  EXPECT_EQ(hub.remoteChanges({}).now, remote.now);
   EXPECT_EQ(held(), text({a, b, c}));
 
   HubRecord renamed = a;
@@ -243,7 +243,7 @@ TEST_F(HubTest, FullAccountRefusesAdditionsAndTakesDeletions) {
   give({d, tombstone(b)});
   EXPECT_EQ(held(), text({renamed, c, d})) << "as much added as deleted";
   give({tombstone(c), tombstone(d), tombstone(bookmark("never seen", {}))});
-  EXPECT_EQ(hub.news({}).room, 2);
+  EXPECT_EQ(hub.remoteChanges({}).room, 2);
   EXPECT_EQ(number("SELECT live_records FROM corvane_hub.accounts WHERE id = $"),
             number("SELECT count(*) FROM corvane_hub.records WHERE account = $ AND NOT deleted"));
 }
@@ -257,7 +257,7 @@ TEST_F(HubTest, TextsOfAnAccountAreBounded) {
   const HubRecord a = bookmark("12345", "67890"), b = bookmark(std::string(85, 'n'), "12345");
   give({a, b});
   administer("UPDATE corvane_hub.accounts SET byte_limit = 100 WHERE id = $");
-  const HubSeen full = hub.news({}).now;
+  const HubState full = hub.remoteChanges({}).now;
   HubRecord longer = a;
   longer.name = "123456";
   for (const HubRecord& record : {longer, bookmark("", "u")}) {
@@ -291,19 +291,19 @@ TEST_F(HubTest, TombstonesOfAnAccountAreBounded) {
   EXPECT_EQ(tombstones(), 1) << "it lives again";
   give({tombstone(first)});
   EXPECT_EQ(tombstones(), 2);
-  const HubSeen seen = hub.news({}).now;
+  const HubState seen = hub.remoteChanges({}).now;
   turnOver();
   EXPECT_EQ(tombstones(), 4);
   give({});
   EXPECT_EQ(tombstones(), 0) << "more than the account may hold records: dropped before their time";
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE account = $"), 0);
-  EXPECT_TRUE(hub.news({seen}).whole);
+  EXPECT_TRUE(hub.remoteChanges({seen}).whole);
 
   administer("UPDATE corvane_hub.accounts SET tombstones = 6 WHERE id = $");
   const HubRecord last = bookmark("C", "http://c/");
   give({last});
   EXPECT_THAT(failureOf([&] {
-                hub.push({hub.news({}).now, newUuidString(), {tombstone(last)}});
+                hub.push({hub.remoteChanges({}).now, newUuidString(), {tombstone(last)}});
               }),
               HasSubstr("it remembers as many deletions as it may"));
 }
@@ -315,12 +315,12 @@ TEST_F(HubTest, SettingsAreThoseOfOneComputer) {
   EXPECT_FALSE(hub.isEnabled("com.keldra.Contacts"));
   give({bookmark("A", "http://a/")});
 
-  const HubNews off = other.news({});
+  const RemoteChanges off = other.remoteChanges({});
   EXPECT_FALSE(off.enabled);
   EXPECT_EQ(text(off.records), "") << "nothing is read where the class is off";
   other.setEnabled(kHubDataClass, true);
   EXPECT_TRUE(other.isEnabled(kHubDataClass));
-  EXPECT_TRUE(other.news({}).enabled);
+  EXPECT_TRUE(other.remoteChanges({}).enabled);
   hub.setEnabled(kHubDataClass, false);
   EXPECT_FALSE(hub.isEnabled(kHubDataClass));
   EXPECT_TRUE(other.isEnabled(kHubDataClass));
@@ -332,13 +332,13 @@ TEST_F(HubTest, ComputersAreNotedOnceADayUnderTheirPresentName) {
       "WHERE account = $ AND name = '";
   EXPECT_LT(number(noted + "testhost'"), 100);
   administer("UPDATE corvane_hub.computers SET last_seen = now() - interval '5 hours' WHERE account = $");
-  hub.news({});
+  hub.remoteChanges({});
   EXPECT_GT(number(noted + "testhost'"), 10'000) << "seen today already";
   administer("UPDATE corvane_hub.computers SET last_seen = now() - interval '25 hours' WHERE account = $");
-  hub.news({});
+  hub.remoteChanges({});
   EXPECT_LT(number(noted + "testhost'"), 100);
   platform.process.host = "n\xC3\xA4me\n";
-  hub.news({});
+  hub.remoteChanges({});
   EXPECT_LT(number(noted + "n??me?'"), 100);
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $"), 1);
 }
@@ -347,7 +347,7 @@ TEST_F(HubTest, ComputerThatCannotBeNotedSyncsAllTheSame) {
   give({bookmark("A", "http://a/")});
   administer("UPDATE corvane_hub.computers SET name = 'another' WHERE account = $");
   administer("ALTER TABLE corvane_hub.computers ADD CONSTRAINT refuse CHECK (name <> 'testhost') NOT VALID");
-  EXPECT_EQ(hub.news({}).records.size(), 1u);
+  EXPECT_EQ(hub.remoteChanges({}).records.size(), 1u);
   administer("ALTER TABLE corvane_hub.computers DROP CONSTRAINT refuse");
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $ AND name = 'another'"), 1);
 }
@@ -389,75 +389,75 @@ class RestoredHubTest : public HubTest {
 TEST_F(RestoredHubTest, StateSeenAfterTheBackupIsOfAnotherPast) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/");
   give({a});
-  const HubSeen before = hub.news({}).now;
+  const HubState before = hub.remoteChanges({}).now;
   backUp();
   give({b});
-  const HubSeen after = hub.news({}).now;
+  const HubState after = hub.remoteChanges({}).now;
   restore();
 
-  HubNews news = hub.news({after});
-  EXPECT_FALSE(news.common);
-  EXPECT_TRUE(news.whole);
-  EXPECT_EQ(text(news.records), text({a}));
-  EXPECT_TRUE(hub.news({before}).common);
+  RemoteChanges remote = hub.remoteChanges({after});
+  EXPECT_FALSE(remote.common);
+  EXPECT_TRUE(remote.whole);
+  EXPECT_EQ(text(remote.records), text({a}));
+  EXPECT_TRUE(hub.remoteChanges({before}).common);
   EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
 
   give({bookmark("C", "http://c/")});
-  news = hub.news({after});
-  EXPECT_EQ(news.now.revision, after.revision) << "the same number";
-  EXPECT_FALSE(news.common) << "of another past";
+  remote = hub.remoteChanges({after});
+  EXPECT_EQ(remote.now.revision, after.revision) << "the same number";
+  EXPECT_FALSE(remote.common) << "of another past";
   EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
 }
 
 TEST_F(RestoredHubTest, NewestStateThatBothKnowIsFoundAndWhatChangedSinceIsTold) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
                   c = bookmark("C", "http://c/"), d = bookmark("D", "http://d/");
-  const HubSeen empty = hub.news({}).now;
+  const HubState empty = hub.remoteChanges({}).now;
   give({a, b, c});
-  const HubSeen first = hub.news({}).now;
+  const HubState first = hub.remoteChanges({}).now;
   give({tombstone(c)});
-  const HubSeen second = hub.news({}).now;
+  const HubState second = hub.remoteChanges({}).now;
   backUp();
   give({d});
-  const HubSeen lost = hub.news({}).now;
+  const HubState lost = hub.remoteChanges({}).now;
   restore();
   give({tombstone(b)});
 
-  const HubNews news = hub.news({lost, second, first, empty});
-  EXPECT_EQ(news.common, second);
-  EXPECT_TRUE(news.whole);
-  EXPECT_EQ(text(news.records), text({a, tombstone(b)})) << "what was deleted before needs not be told";
-  for (const HubRecord& record : news.records) EXPECT_EQ(record.revision, record.deleted ? 3 : 1);
-  EXPECT_EQ(news.past, std::vector<HubSeen>()) << "there are none between";
-  EXPECT_EQ(hub.news({lost, first}).past, std::vector<HubSeen>{second});
-  EXPECT_EQ(hub.news({lost, empty}).common, empty) << "every account began so";
+  const RemoteChanges remote = hub.remoteChanges({lost, second, first, empty});
+  EXPECT_EQ(remote.common, second);
+  EXPECT_TRUE(remote.whole);
+  EXPECT_EQ(text(remote.records), text({a, tombstone(b)})) << "what was deleted before needs not be told";
+  for (const HubRecord& record : remote.records) EXPECT_EQ(record.revision, record.deleted ? 3 : 1);
+  EXPECT_EQ(remote.past, std::vector<HubState>()) << "there are none between";
+  EXPECT_EQ(hub.remoteChanges({lost, first}).past, std::vector<HubState>{second});
+  EXPECT_EQ(hub.remoteChanges({lost, empty}).common, empty) << "every account began so";
 }
 
 TEST_F(HubTest, WhoComesLateIsToldOfThePastMoreSparselyTheFartherBack) {
-  const HubSeen empty = hub.news({}).now;
+  const HubState empty = hub.remoteChanges({}).now;
   for (int i = 0; i < 200; ++i) give({});
-  const std::vector<HubSeen> past = hub.news({}).past;
+  const std::vector<HubState> past = hub.remoteChanges({}).past;
   ASSERT_EQ(past.size(), 65u);
   for (int i = 0; i < 64; ++i) EXPECT_EQ(past[static_cast<std::size_t>(i)].revision, 199 - i);
   EXPECT_EQ(past.back().revision, 200 - 128);
-  EXPECT_TRUE(hub.news({past.back()}).common);
-  EXPECT_EQ(hub.news({past[2], empty}).past, (std::vector<HubSeen>{past[0], past[1]}));
+  EXPECT_TRUE(hub.remoteChanges({past.back()}).common);
+  EXPECT_EQ(hub.remoteChanges({past[2], empty}).past, (std::vector<HubState>{past[0], past[1]}));
 }
 
 TEST_F(RestoredHubTest, AccountMadeAnewIsAnotherOne) {
   const HubRecord a = bookmark("A", "http://a/");
-  const HubSeen empty = hub.news({}).now;
+  const HubState empty = hub.remoteChanges({}).now;
   give({a});
-  const HubSeen seen = hub.news({}).now;
+  const HubState seen = hub.remoteChanges({}).now;
   server.hubAccount("remove", user);
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE id = '" + a.id.toString() + "'"), 0);
   PostgresHub again(server.addAccount(user), computer);
   again.setEnabled(kHubDataClass, true);
-  for (const HubSeen& past : {empty, seen}) {
-    const HubNews news = again.news({past});
-    EXPECT_FALSE(news.common);
-    EXPECT_TRUE(news.whole);
-    EXPECT_EQ(text(news.records), "");
+  for (const HubState& past : {empty, seen}) {
+    const RemoteChanges remote = again.remoteChanges({past});
+    EXPECT_FALSE(remote.common);
+    EXPECT_TRUE(remote.whole);
+    EXPECT_EQ(text(remote.records), "");
   }
 }
 
@@ -465,19 +465,19 @@ TEST_F(HubTest, OldTombstonesAreForgottenAndWhoMissedThemIsGivenAll) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
                   c = bookmark("C", "http://c/");
   give({a, b, c});
-  const HubSeen early = hub.news({}).now;
+  const HubState early = hub.remoteChanges({}).now;
   give({tombstone(a)});
-  const HubSeen late = hub.news({}).now;
+  const HubState late = hub.remoteChanges({}).now;
   administer("UPDATE corvane_hub.records SET changed = now() - interval '401 days' WHERE account = $");
   give({tombstone(b)});
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE account = $ AND deleted"), 1)
       << "the old tombstone went, the fresh one stays";
 
-  const HubNews forEarly = hub.news({early});
+  const RemoteChanges forEarly = hub.remoteChanges({early});
   EXPECT_TRUE(forEarly.common);
   EXPECT_TRUE(forEarly.whole);
   EXPECT_EQ(text(forEarly.records), text({c}));
-  const HubNews forLate = hub.news({late});
+  const RemoteChanges forLate = hub.remoteChanges({late});
   EXPECT_TRUE(forLate.common);
   EXPECT_FALSE(forLate.whole);
   EXPECT_EQ(text(forLate.records), text({tombstone(b)}));
@@ -485,7 +485,7 @@ TEST_F(HubTest, OldTombstonesAreForgottenAndWhoMissedThemIsGivenAll) {
 
 TEST_F(HubTest, OldPushesAreForgottenButForTheNewestThousand) {
   give({bookmark("A", "http://a/")});
-  const HubSeen first = hub.news({}).now;
+  const HubState first = hub.remoteChanges({}).now;
   administer(
       "INSERT INTO corvane_hub.pushes SELECT $, n, gen_random_uuid(), gen_random_uuid(), now() - interval "
       "'500 days' FROM generate_series(2, 1300) AS n;");
@@ -496,7 +496,7 @@ TEST_F(HubTest, OldPushesAreForgottenButForTheNewestThousand) {
   give({});
   EXPECT_EQ(number("SELECT min(revision) FROM corvane_hub.pushes WHERE account = $"), 101)
       << "a little at a time";
-  EXPECT_FALSE(hub.news({first}).common) << "forgotten counts as never seen";
+  EXPECT_FALSE(hub.remoteChanges({first}).common) << "forgotten counts as never seen";
   for (int i = 0; i < 4; ++i) give({});
   EXPECT_EQ(number("SELECT min(revision) FROM corvane_hub.pushes WHERE account = $"), 306);
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.pushes WHERE account = $"), 1000);

@@ -29,7 +29,7 @@ constexpr const char* kAdministrator = "administrator";
 constexpr const char* kAdministratorPassword = "superuser of a test";
 constexpr const char* kAdministratorPasswordInUrl = "superuser%20of%20a%20test";
 constexpr std::chrono::milliseconds kPause{20};
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kTimeout{60};
 
 [[noreturn]] void failSystem(const std::string& operation) {
   throw std::system_error(errno, std::system_category(), operation);
@@ -278,7 +278,7 @@ void PostgresServer::launch() {
 
 /// False when the server ended instead.
 bool PostgresServer::awaitAnswer() {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (PQping(administratorUrl("postgres").c_str()) != PQPING_OK) {
     int status = 0;
     if (::waitpid(_server, &status, WNOHANG) == _server) {
@@ -293,7 +293,7 @@ bool PostgresServer::awaitAnswer() {
 }
 
 void PostgresServer::start() {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   launch();
   while (!awaitAnswer()) {  // processes of a killed server may take a moment to see that it is gone
     if (std::chrono::steady_clock::now() > deadline)

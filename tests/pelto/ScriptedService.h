@@ -26,8 +26,8 @@ class ScriptedService {
    public:
     explicit ScriptedHub(ScriptedService& service) : _service(service) {}
 
-    pelto::HubNews news(const std::vector<pelto::HubSeen>&) override {
-      _service.answer("news");
+    pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>&) override {
+      _service.answer("remote changes");
       return {};
     }
     bool push(const pelto::HubPush&) override {

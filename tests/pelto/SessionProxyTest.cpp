@@ -121,7 +121,7 @@ class HubOfUserTest : public SessionProxyTest {};
 
 TEST_F(HubOfUserTest, EveryKindOfAnswerIsNoted) {
   const std::function<void(pelto::Hub&)> questions[] = {
-      [](pelto::Hub& hub) { hub.news({}); },
+      [](pelto::Hub& hub) { hub.remoteChanges({}); },
       [](pelto::Hub& hub) { hub.push({}); },
       [](pelto::Hub& hub) { hub.hasPush("M"); },
       [](pelto::Hub& hub) { hub.isEnabled(kBookmarks); },

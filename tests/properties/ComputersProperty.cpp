@@ -55,7 +55,7 @@ std::ostream& operator<<(std::ostream& out, const Step& step) {
              << step.entry << ", " << step.folder << ", " << step.index << "}";
 }
 
-constexpr std::array kCalls = {"news", "push", "pushed", "has push"};
+constexpr std::array kCalls = {"remote changes", "push", "pushed", "has push"};
 
 void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
@@ -186,7 +186,7 @@ class RandomComputers {
 
   void syncCrossed(std::size_t client, std::size_t other, const std::string& call) {
     // In a push the computer's own store is locked, and another process of it waits.
-    const bool waits = _simulation.shareComputer(client, other) && call != "news";
+    const bool waits = _simulation.shareComputer(client, other) && call != "remote changes";
     if (client == other || waits) return _simulation.sync(client);
     _simulation.syncCrossed(client, call, other);
   }

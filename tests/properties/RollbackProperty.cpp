@@ -47,7 +47,7 @@ std::ostream& operator<<(std::ostream& out, const Step& step) {
              << step.entry << ", " << step.folder << "}";
 }
 
-constexpr std::array kCalls = {"news", "push", "pushed"};
+constexpr std::array kCalls = {"remote changes", "push", "pushed"};
 constexpr std::size_t kMostComputers = 5;
 
 enum Which : std::size_t { kName, kAddress, kTabs, kFolder };

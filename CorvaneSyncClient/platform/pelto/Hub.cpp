@@ -8,7 +8,7 @@ namespace {
 constexpr std::int64_t kNearRevisions = 64;
 }  // namespace
 
-std::vector<std::int64_t> toldRevisions(std::int64_t since, std::int64_t now) {
+std::vector<std::int64_t> sampledRevisions(std::int64_t since, std::int64_t now) {
   std::vector<std::int64_t> revisions;
   if (since < 0 || now <= since) return revisions;
   const std::int64_t farthest = now - since - 1;

@@ -36,26 +36,27 @@ struct HubRecord {
   std::int64_t revision = 0;
 };
 
-/// A state of an account: which account, its revision, and the mark that the push to that revision bore. Two
-/// states with one number but different marks are of different pasts: the service was restored from a backup.
-struct HubSeen {
+/// A state of an account: which account, its revision, and the pushId that the push to that revision bore.
+/// Two states with one number but different pushIds are of different pasts: the service was restored from a
+/// backup.
+struct HubState {
   String account;  ///< an upper-case UUID, given when the account was made
   std::int64_t revision = 0;
-  String mark;  ///< an upper-case UUID; absent at revision 0
-  friend bool operator==(const HubSeen&, const HubSeen&) = default;
+  String pushId;  ///< an upper-case UUID; absent at revision 0
+  friend bool operator==(const HubState&, const HubState&) = default;
 };
 
 /// What a computer learns at the beginning of an exchange.
-struct HubNews {
-  HubSeen now;
+struct RemoteChanges {
+  HubState now;
   bool enabled = false;  ///< whether this computer is to sync the data class; when not, nothing else is read
   /// The newest of the states asked with that belongs to this account's past. Where it is not the first one,
   /// the service was put back to it, or to a later state that the computer has not seen; where there is none,
   /// the account is another one.
-  std::optional<HubSeen> common;
+  std::optional<HubState> common;
   /// States between that one (or the account's beginning) and the present one, newest first: those just
   /// before the present one, and farther back one here and there.
-  std::vector<HubSeen> past;
+  std::vector<HubState> past;
   /// Whether `records` are all live ones, rather than those that changed since the first state asked with.
   /// Where the service was put back, the tombstones of what was deleted since `common` are among them.
   bool whole = false;
@@ -66,14 +67,14 @@ struct HubNews {
 
 /// What one computer gives: applied whole or not at all.
 struct HubPush {
-  HubSeen expected;  ///< the state that the changes were made from
-  String mark;       ///< a fresh upper-case UUID
+  HubState expected;  ///< the state that the changes were made from
+  String id;          ///< a fresh upper-case UUID
   std::vector<HubRecord> records;
 };
 
 /// Of which of the past revisions between the two, without them, a computer is told: the newest 64, then the
 /// one at each doubling of the distance from `now`. Descending.
-std::vector<std::int64_t> toldRevisions(std::int64_t since, std::int64_t now);
+std::vector<std::int64_t> sampledRevisions(std::int64_t since, std::int64_t now);
 
 /// The versioned record store of one account at the online service. It merges nothing. Everything raises
 /// DotPeltoException when the service cannot be reached, refuses, or does not answer in time.
@@ -83,13 +84,13 @@ class Hub {
 
   /// The account's state, and what changed since the first of `seen`, the states that the computer has seen,
   /// newest first (empty: none so far), all of one moment.
-  virtual HubNews news(const std::vector<HubSeen>& seen) = 0;
+  virtual RemoteChanges remoteChanges(const std::vector<HubState>& seen) = 0;
   /// Makes the account's next revision of `push`, in one transaction. False, with nothing changed, when the
   /// account is not in the expected state any more.
   virtual bool push(const HubPush& push) = 0;
-  /// Whether a push with that mark became part of the account's past: tells how one ended whose end nobody
+  /// Whether a push with that pushId became part of the account's past: tells how one ended whose end nobody
   /// heard.
-  virtual bool hasPush(const String& mark) = 0;
+  virtual bool hasPush(const String& pushId) = 0;
 
   /// The service's setting of this computer and account. A computer never heard of has everything off.
   virtual bool isEnabled(const String& dataClass) = 0;

@@ -30,7 +30,7 @@ namespace {
 using std::chrono::steady_clock;
 
 /// What went wrong, and what to do about it.
-struct Trouble {
+struct Problem {
   std::string what;
   std::string remedy;
 };
@@ -94,7 +94,7 @@ bool isConflict(std::string_view state) { return state == "40001" || state == "4
 /// Whether no other address of the same service would answer better.
 bool isFinal(const std::string& state) { return isRefusal(state) || state == "3D000"; }
 
-Trouble connectionTrouble(const std::string& state, std::string_view message) {
+Problem connectionProblem(const std::string& state, std::string_view message) {
   if (isRefusal(state)) {
     return {"the server refused the user: " + firstLine(message),
             "Check the account's name and password and the server's pg_hba.conf, and set the account again."};
@@ -139,7 +139,7 @@ constexpr Refusal kRefusals[] = {
     {"records_kind", "a bookmark was to become a folder, or a folder a bookmark", kReport},
 };
 
-Trouble statementTrouble(const std::string& state, const PGresult* result, double seconds) {
+Problem statementProblem(const std::string& state, const PGresult* result, double seconds) {
   const char* primary = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
   const char* constraint = PQresultErrorField(result, PG_DIAG_CONSTRAINT_NAME);
   const std::string message = firstLine(primary ? primary : "it gave no reason");
@@ -272,7 +272,7 @@ bool awaitConnection(pg_conn* connection, Deadline deadline) {
 /// How one attempt ended: with a connection, or with what went wrong.
 struct Attempt {
   Connection connection;
-  Trouble trouble;
+  Problem problem;
   bool isFinal = false;
 };
 
@@ -291,17 +291,17 @@ Attempt attemptConnection(const HubAddress& address, const HubHost& host, Deadli
     return {std::move(connection), {}, true};
   std::string_view message = PQerrorMessage(connection.get());
   const std::string state = takeSqlState(message);
-  return {nullptr, connectionTrouble(state, message), isFinal(state)};
+  return {nullptr, connectionProblem(state, message), isFinal(state)};
 }
 
 /// The host by each of its numeric addresses.
-std::vector<HubHost> lookedUp(const HubHost& host, Deadline deadline, Trouble& trouble) {
+std::vector<HubHost> lookedUp(const HubHost& host, Deadline deadline, Problem& problem) {
   if (!host.needsLookup()) return {host};
   const HostAddresses found = lookUpHost(host.name, deadline);
   std::vector<HubHost> hosts;
   for (const std::string& address : found.numeric) hosts.push_back({host.name, address, host.port});
   if (hosts.empty())
-    trouble = {"the server " + host.name + " can't be found: " + found.problem,
+    problem = {"the server " + host.name + " can't be found: " + found.problem,
                "Check the network and the account's address. Nothing was lost here; sync again later."};
   return hosts;
 }
@@ -310,7 +310,7 @@ Attempt connect(const HubAddress& address, Deadline deadline) {
   Attempt last;
   for (std::size_t i = 0; i < address.hosts.size(); ++i) {
     const Deadline hostDeadline = shareOf(deadline, address.hosts.size() - i);
-    const std::vector<HubHost> hosts = lookedUp(address.hosts[i], hostDeadline, last.trouble);
+    const std::vector<HubHost> hosts = lookedUp(address.hosts[i], hostDeadline, last.problem);
     for (std::size_t j = 0; j < hosts.size(); ++j) {
       last = attemptConnection(address, hosts[j], shareOf(hostDeadline, hosts.size() - j));
       if (last.connection || last.isFinal) return last;
@@ -321,12 +321,12 @@ Attempt connect(const HubAddress& address, Deadline deadline) {
 
 }  // namespace
 
-HubConnection::HubConnection(const HubAddress& address, const HubPatience& patience, Deadline end)
-    : _address(address), _patience(patience), _end(end) {
+HubConnection::HubConnection(const HubAddress& address, const HubTimeouts& timeouts, Deadline end)
+    : _address(address), _timeouts(timeouts), _end(end) {
   forgetEnvironment();
-  Attempt attempt = connect(address, std::min(after(patience.connect), end));
+  Attempt attempt = connect(address, std::min(after(timeouts.connect), end));
   if (!attempt.connection)
-    throw hubException(address, kConnect, attempt.trouble.what, attempt.trouble.remedy);
+    throw hubException(address, kConnect, attempt.problem.what, attempt.problem.remedy);
   _connection = attempt.connection.release();
 }
 
@@ -389,7 +389,7 @@ pg_result* HubConnection::nextResult(Deadline deadline, const char* purpose) {
 
 void HubConnection::awaitResults(const char* purpose, const std::function<void(HubRows)>& take) {
   PQsetSingleRowMode(_connection);  // fails only where nothing was sent
-  const Deadline deadline = std::min(after(_patience.statement), _end);
+  const Deadline deadline = std::min(after(_timeouts.statement), _end);
   awaitSending(deadline, purpose);
   bool isComplete = false;
   while (pg_result* const result = nextResult(deadline, purpose)) {
@@ -403,8 +403,8 @@ void HubConnection::awaitResults(const char* purpose, const std::function<void(H
     }
     const char* state = PQresultErrorField(result, PG_DIAG_SQLSTATE);
     if (!state) failCutOff(purpose);
-    const Trouble trouble = statementTrouble(state, result, _patience.statement);
-    PlatformException exception = hubException(_address, purpose, trouble.what, trouble.remedy);
+    const Problem problem = statementProblem(state, result, _timeouts.statement);
+    PlatformException exception = hubException(_address, purpose, problem.what, problem.remedy);
     if (isConflict(state)) throw HubConflict(std::move(exception));
     throw exception;
   }
@@ -418,8 +418,8 @@ void HubConnection::failCutOff(const char* purpose) const {
 
 void HubConnection::failTimedOut(const char* purpose) const {
   const std::string what = steady_clock::now() < _end
-                               ? "it took longer than " + secondsText(_patience.statement)
-                               : "the whole exchange took longer than " + secondsText(_patience.exchange);
+                               ? "it took longer than " + secondsText(_timeouts.statement)
+                               : "the whole exchange took longer than " + secondsText(_timeouts.exchange);
   throw hubException(_address, purpose, what, kLater);
 }
 

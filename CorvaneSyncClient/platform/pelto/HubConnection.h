@@ -19,7 +19,7 @@ struct pg_result;
 namespace corvane::pelto {
 
 /// How long to wait for the service, in seconds.
-struct HubPatience {
+struct HubTimeouts {
   double connect = 5.0;     ///< for a connection: names, addresses, TLS and password together
   double statement = 15.0;  ///< for one statement, from sending its first byte to its last answer
   double exchange = 900.0;  ///< for everything that is asked of it
@@ -70,7 +70,7 @@ class HubConnection {
  public:
   /// Connects. Of several servers and addresses each gets its part of the time; the first that answers is
   /// taken. Keeps a reference to `address`. Whatever is asked, nothing is waited for beyond `end`.
-  HubConnection(const HubAddress& address, const HubPatience& patience, Deadline end);
+  HubConnection(const HubAddress& address, const HubTimeouts& timeouts, Deadline end);
   ~HubConnection();
   HubConnection(const HubConnection&) = delete;
   HubConnection& operator=(const HubConnection&) = delete;
@@ -96,7 +96,7 @@ class HubConnection {
   [[noreturn]] void failTimedOut(const char* purpose) const;
 
   const HubAddress& _address;
-  HubPatience _patience;
+  HubTimeouts _timeouts;
   Deadline _end;
   pg_conn* _connection = nullptr;
 };

@@ -40,15 +40,15 @@ constexpr int kAttempts = 5;
 
 constexpr const char* kReading = "ISOLATION LEVEL REPEATABLE READ, READ ONLY";
 constexpr const char* kWriting = "ISOLATION LEVEL READ COMMITTED, READ WRITE";
-constexpr const char* kReadNews = "read what is new";
+constexpr const char* kReadChanges = "read what is new";
 constexpr const char* kGiveChanges = "give changes";
 constexpr const char* kAskForPush = "ask how an earlier push ended";
 constexpr const char* kReadSetting = "read the setting of this computer";
 constexpr const char* kChangeSetting = "change the setting of this computer";
 constexpr const char* kNoteComputer = "note this computer";
 
-std::string beginning(const char* kind, const HubPatience& patience) {
-  const auto statement = std::lround(patience.statement * 1000);
+std::string beginning(const char* kind, const HubTimeouts& timeouts) {
+  const auto statement = std::lround(timeouts.statement * 1000);
   const std::pair<const char*, long> settings[] = {
       {"statement_timeout", statement},
       {"lock_timeout", std::max(statement * 2 / 3, 1L)},
@@ -153,7 +153,7 @@ struct Allowance {
 
 struct PostgresHub::State {
   std::int64_t account = 0;
-  HubSeen now;
+  HubState now;
   std::int64_t room = 0;
   std::int64_t roomForBytes = 0;
   std::int64_t recordLimit = 0;
@@ -172,15 +172,15 @@ struct PostgresHub::Since {
   bool isLiveAlone() const { return deletions == kNever; }
 };
 
-PostgresHub::PostgresHub(std::string_view url, String computer, HubPatience patience)
+PostgresHub::PostgresHub(std::string_view url, String computer, HubTimeouts timeouts)
     : _address(parseHubAddress(url)),
       _computer(std::move(computer)),
-      _patience(patience),
-      _end(after(patience.exchange)) {}
+      _timeouts(timeouts),
+      _end(after(timeouts.exchange)) {}
 
 HubConnection& PostgresHub::connected() {
   if (!_connection) {
-    _connection = std::make_unique<HubConnection>(_address, _patience, _end);
+    _connection = std::make_unique<HubConnection>(_address, _timeouts, _end);
     checkVersion(*_connection);
   }
   return *_connection;
@@ -227,7 +227,7 @@ auto PostgresHub::repeatingOnConflict(const Transaction& transaction) {
 template <typename Work>
 auto PostgresHub::reading(const char* purpose, const Work& work) {
   return repeatingOnConflict([&](HubConnection& connection) {
-    connection.run(beginning(kReading, _patience), purpose);
+    connection.run(beginning(kReading, _timeouts), purpose);
     auto answer = work(connection);
     connection.run("COMMIT", purpose);
     return answer;
@@ -237,7 +237,7 @@ auto PostgresHub::reading(const char* purpose, const Work& work) {
 template <typename Work>
 PostgresHub::Ending PostgresHub::writing(const char* purpose, const Work& work) {
   return repeatingOnConflict([&](HubConnection& connection) {
-    connection.run(beginning(kWriting, _patience), purpose);
+    connection.run(beginning(kWriting, _timeouts), purpose);
     const Ending ending = work(connection);
     connection.run(ending == Ending::commit ? "COMMIT" : "ROLLBACK", purpose);
     return ending;
@@ -261,8 +261,8 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
       "   AND c.last_seen > now() - interval '1 day'),"
       " a.record_limit, a.byte_limit"
       " FROM corvane_hub.accounts a WHERE a.role = session_user",
-      {uuidValue(_computer), textValue(kHubDataClass), textValue(computerName())}, kReadNews);
-  requireAccount(rows, kReadNews);
+      {uuidValue(_computer), textValue(kHubDataClass), textValue(computerName())}, kReadChanges);
+  requireAccount(rows, kReadChanges);
   State state;
   state.account = rows.big(0, 0);
   state.now = {rows.uuid(0, 1), rows.big(0, 2), rows.uuid(0, 3)};
@@ -278,8 +278,8 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
 
 /// The newest of those states, which are of one account, that this account was in. A quiet exchange asks
 /// nothing for that, and one with a service that was not put back for the first state alone.
-std::optional<HubSeen> PostgresHub::newestCommon(HubConnection& connection, const State& state,
-                                                 const std::vector<HubSeen>& seen) {
+std::optional<HubState> PostgresHub::newestCommon(HubConnection& connection, const State& state,
+                                                  const std::vector<HubState>& seen) {
   if (seen.empty() || seen.front().account != state.now.account) return std::nullopt;
   if (seen.front() == state.now) return state.now;
   const auto first = newestOf(connection, state, {seen.front()});
@@ -288,13 +288,13 @@ std::optional<HubSeen> PostgresHub::newestCommon(HubConnection& connection, cons
 
 /// A statement of its own names the account by its number, so that the server opens the account's partition
 /// alone: opening all of them costs a new connection more than everything else.
-std::optional<HubSeen> PostgresHub::newestOf(HubConnection& connection, const State& state,
-                                             const std::vector<HubSeen>& seen) {
-  std::optional<HubSeen> beginning;
-  HubArray marks(HubType::uuids);
-  for (const HubSeen& each : seen) {
-    if (each.mark) {
-      marks.add(each.mark);
+std::optional<HubState> PostgresHub::newestOf(HubConnection& connection, const State& state,
+                                              const std::vector<HubState>& seen) {
+  std::optional<HubState> beginning;
+  HubArray pushIds(HubType::uuids);
+  for (const HubState& each : seen) {
+    if (each.pushId) {
+      pushIds.add(each.pushId);
     } else {
       beginning = each;
     }
@@ -302,27 +302,27 @@ std::optional<HubSeen> PostgresHub::newestOf(HubConnection& connection, const St
   const HubRows rows = connection.run(
       "SELECT revision, mark FROM corvane_hub.pushes WHERE account = $1 AND mark = ANY($2)"
       " ORDER BY revision DESC LIMIT 1",
-      {bigValue(state.account), marks.take()}, kReadNews);
-  return rows.count() == 1 ? HubSeen{state.now.account, rows.big(0, 0), rows.uuid(0, 1)} : beginning;
+      {bigValue(state.account), pushIds.take()}, kReadChanges);
+  return rows.count() == 1 ? HubState{state.now.account, rows.big(0, 0), rows.uuid(0, 1)} : beginning;
 }
 
 /// States of the past that the computer need not have seen.
-void PostgresHub::readPast(HubConnection& connection, const State& state, HubNews& news) {
+void PostgresHub::readPast(HubConnection& connection, const State& state, RemoteChanges& remote) {
   std::string revisions;
-  const auto told = toldRevisions(news.common ? news.common->revision : 0, state.now.revision);
+  const auto told = sampledRevisions(remote.common ? remote.common->revision : 0, state.now.revision);
   for (const std::int64_t each : told) {
     revisions += (revisions.empty() ? "{" : ",") + std::to_string(each);
   }
   if (revisions.empty()) return;
   const auto take = [&](const HubRows& row) {
-    if (news.past.size() == told.size())
-      connection.failMalformed(kReadNews, "it gives more than was asked for");
-    news.past.push_back({state.now.account, row.big(0, 0), row.uuid(0, 1)});
+    if (remote.past.size() == told.size())
+      connection.failMalformed(kReadChanges, "it gives more than was asked for");
+    remote.past.push_back({state.now.account, row.big(0, 0), row.uuid(0, 1)});
   };
   connection.forEachRow(
       "SELECT revision, mark FROM corvane_hub.pushes WHERE account = $1 AND revision = ANY($2::bigint[])"
       " ORDER BY revision DESC",
-      {bigValue(state.account), textValue(revisions + "}")}, kReadNews, take);
+      {bigValue(state.account), textValue(revisions + "}")}, kReadChanges, take);
 }
 
 // Pages follow the index by (revision, id), each as long as a page may be in rows and in bytes. The last row
@@ -336,7 +336,8 @@ constexpr const char* kReadPage =
     "        ORDER BY revision, id LIMIT $5) AS page) AS measured"
     " WHERE COALESCE(bytes_before, 0) < $6";
 
-void PostgresHub::readRecords(HubConnection& connection, const State& state, Since since, HubNews& news) {
+void PostgresHub::readRecords(HubConnection& connection, const State& state, Since since,
+                              RemoteChanges& remote) {
   std::int64_t revision = since.revision;
   String id = "FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF";
   const std::int64_t mostRecords = state.recordLimit * (since.isLiveAlone() ? 1 : 1 + kTombstonesForARecord);
@@ -345,50 +346,50 @@ void PostgresHub::readRecords(HubConnection& connection, const State& state, Sin
   for (bool isLast = false; !isLast;) {
     Allowance page{.mostRows = kRowsPerStatement, .mostBytes = kBytesPerStatement};
     const auto take = [&](const HubRows& row) {
-      if (page.isUsedUp()) connection.failMalformed(kReadNews, "it gives more than was asked for");
+      if (page.isUsedUp()) connection.failMalformed(kReadChanges, "it gives more than was asked for");
       page.take(row);
       account.take(row);
       if (account.isExceeded())
-        connection.failMalformed(kReadNews, "it gives more than the account may hold");
-      news.records.push_back(recordIn(row));
+        connection.failMalformed(kReadChanges, "it gives more than the account may hold");
+      remote.records.push_back(recordIn(row));
       revision = row.big(0, 0);
-      id = news.records.back().id;
+      id = remote.records.back().id;
     };
     connection.forEachRow(kReadPage,
                           {bigValue(state.account), bigValue(revision), uuidValue(id),
                            bigValue(since.deletions), bigValue(static_cast<std::int64_t>(page.mostRows)),
                            bigValue(static_cast<std::int64_t>(page.mostBytes))},
-                          kReadNews, take);
+                          kReadChanges, take);
     isLast = !page.isUsedUp();
   }
 }
 
-HubNews PostgresHub::news(const std::vector<HubSeen>& seen) {
+RemoteChanges PostgresHub::remoteChanges(const std::vector<HubState>& seen) {
   bool isNoted = true;
-  HubNews found = reading(kReadNews, [&](HubConnection& connection) {
+  RemoteChanges found = reading(kReadChanges, [&](HubConnection& connection) {
     const State state = readState(connection);
-    HubNews news;
-    news.now = state.now;
-    news.enabled = state.isEnabled;
-    if (!state.isEnabled) return news;
+    RemoteChanges remote;
+    remote.now = state.now;
+    remote.enabled = state.isEnabled;
+    if (!state.isEnabled) return remote;
     isNoted = state.isNoted;
-    news.room = state.room;
-    news.roomForBytes = state.roomForBytes;
-    news.common = newestCommon(connection, state, seen);
-    const bool continues = news.common && *news.common == seen.front();
-    news.whole = !continues || news.common->revision < state.forgottenRevision;
-    readPast(connection, state, news);
+    remote.room = state.room;
+    remote.roomForBytes = state.roomForBytes;
+    remote.common = newestCommon(connection, state, seen);
+    const bool continues = remote.common && *remote.common == seen.front();
+    remote.whole = !continues || remote.common->revision < state.forgottenRevision;
+    readPast(connection, state, remote);
     Since since;
-    if (!news.whole) since.revision = since.deletions = news.common->revision;
-    if (!continues && news.common) since.deletions = news.common->revision;
+    if (!remote.whole) since.revision = since.deletions = remote.common->revision;
+    if (!continues && remote.common) since.deletions = remote.common->revision;
     if (since.revision < state.now.revision) {
       // Whatever the statistics say of an account that has just grown: a page is read along the index.
       connection.run(
           "SET LOCAL enable_seqscan = off; SET LOCAL enable_bitmapscan = off; SET LOCAL enable_sort = off",
-          kReadNews);
-      readRecords(connection, state, since, news);
+          kReadChanges);
+      readRecords(connection, state, since, remote);
     }
-    return news;
+    return remote;
   });
   if (!isNoted) noteComputer();
   return found;
@@ -411,7 +412,7 @@ bool PostgresHub::push(const HubPush& push) {
     const HubRows rows =
         connection.run("SELECT corvane_hub.begin_push($1, $2, $3, $4, $5)",
                        {uuidValue(push.expected.account), bigValue(push.expected.revision),
-                        uuidValue(push.expected.mark), uuidValue(push.mark), uuidValue(_computer)},
+                        uuidValue(push.expected.pushId), uuidValue(push.id), uuidValue(_computer)},
                        kGiveChanges);
     if (!rows.boolean(0, 0)) return Ending::rollBack;
     putRecords(connection, push.records);
@@ -438,12 +439,12 @@ void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRec
   }
 }
 
-bool PostgresHub::hasPush(const String& mark) {
+bool PostgresHub::hasPush(const String& pushId) {
   return reading(kAskForPush, [&](HubConnection& connection) {
     const HubRows rows = connection.run(
         "SELECT EXISTS(SELECT FROM corvane_hub.pushes p WHERE p.account = a.id AND p.mark = $1)"
         " FROM corvane_hub.accounts a WHERE a.role = session_user",
-        {uuidValue(mark)}, kAskForPush);
+        {uuidValue(pushId)}, kAskForPush);
     requireAccount(rows, kAskForPush);
     return rows.boolean(0, 0);
   });

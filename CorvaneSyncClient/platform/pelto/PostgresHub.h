@@ -25,11 +25,11 @@ class PostgresHub : public Hub {
  public:
   /// `computer` is this computer's identifier, an upper-case UUID. Raises DotPeltoException for an address
   /// that cannot be used; nobody is asked yet.
-  PostgresHub(std::string_view url, String computer, HubPatience patience = {});
+  PostgresHub(std::string_view url, String computer, HubTimeouts timeouts = {});
 
-  HubNews news(const std::vector<HubSeen>& seen) override;
+  RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
   bool push(const HubPush& push) override;
-  bool hasPush(const String& mark) override;
+  bool hasPush(const String& pushId) override;
   bool isEnabled(const String& dataClass) override;
   void setEnabled(const String& dataClass, bool enabled) override;
 
@@ -55,18 +55,18 @@ class PostgresHub : public Hub {
   void checkVersion(HubConnection& connection);
   void requireAccount(const HubRows& rows, const char* purpose) const;
   State readState(HubConnection& connection);
-  std::optional<HubSeen> newestCommon(HubConnection& connection, const State& state,
-                                      const std::vector<HubSeen>& seen);
-  std::optional<HubSeen> newestOf(HubConnection& connection, const State& state,
-                                  const std::vector<HubSeen>& seen);
-  void readPast(HubConnection& connection, const State& state, HubNews& news);
-  void readRecords(HubConnection& connection, const State& state, Since since, HubNews& news);
+  std::optional<HubState> newestCommon(HubConnection& connection, const State& state,
+                                       const std::vector<HubState>& seen);
+  std::optional<HubState> newestOf(HubConnection& connection, const State& state,
+                                   const std::vector<HubState>& seen);
+  void readPast(HubConnection& connection, const State& state, RemoteChanges& remote);
+  void readRecords(HubConnection& connection, const State& state, Since since, RemoteChanges& remote);
   void noteComputer();
   void putRecords(HubConnection& connection, const std::vector<HubRecord>& records);
 
   HubAddress _address;
   String _computer;
-  HubPatience _patience;
+  HubTimeouts _timeouts;
   Deadline _end;
   std::unique_ptr<HubConnection> _connection;
 };

@@ -38,9 +38,11 @@ class NotingHub : public Hub {
  public:
   NotingHub(const Account& account, std::unique_ptr<Hub> hub) : _account(account), _hub(std::move(hub)) {}
 
-  HubNews news(const std::vector<HubSeen>& seen) override { return noted(_hub->news(seen)); }
+  RemoteChanges remoteChanges(const std::vector<HubState>& seen) override {
+    return noted(_hub->remoteChanges(seen));
+  }
   bool push(const HubPush& push) override { return noted(_hub->push(push)); }
-  bool hasPush(const String& mark) override { return noted(_hub->hasPush(mark)); }
+  bool hasPush(const String& pushId) override { return noted(_hub->hasPush(pushId)); }
   bool isEnabled(const String& dataClass) override { return noted(_hub->isEnabled(dataClass)); }
   void setEnabled(const String& dataClass, bool enabled) override {
     _hub->setEnabled(dataClass, enabled);

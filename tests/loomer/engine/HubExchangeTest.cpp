@@ -56,7 +56,7 @@ TEST_F(HubTest, QuietSessionAsksOnceAndStoresNothing) {
   const auto sessions = a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'");
   hub.calls.clear();
   ASSERT_EQ(a->sync(), "");
-  EXPECT_EQ(hub.calls, std::vector<std::string>{"news"});
+  EXPECT_EQ(hub.calls, std::vector<std::string>{"remote changes"});
   EXPECT_EQ(a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'"), sessions);
 }
 
@@ -64,7 +64,7 @@ TEST_F(HubTest, SwitchedOffNothingLeavesTheComputer) {
   hub.enabled = false;
   a->client->addBookmark("", "1", "http://1/");
   ASSERT_EQ(a->sync(), "");
-  EXPECT_EQ(hub.calls, std::vector<std::string>{"news"});
+  EXPECT_EQ(hub.calls, std::vector<std::string>{"remote changes"});
   EXPECT_EQ(hub.state.now.revision, 0);
   hub.enabled = true;
   settle();
@@ -148,7 +148,7 @@ TEST_F(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
   a->client->addBookmark("", "1", "http://1/");
   syncCutOff();
   a->client->addBookmark("", "2", "http://2/");
-  failOnce("news");
+  failOnce("remote changes");
   ASSERT_EQ(a->sync(), "");
   expectAlone();
   syncCutOff();  // knows of the first one, and gives the second bookmark
@@ -252,7 +252,7 @@ TEST_F(HubTest, WhateverKindOfExceptionEndsAnExchangeIsOneLineInTheLog) {
       {"the language's", [] { throw std::bad_alloc(); }, "std::bad_alloc"},
       {"nobody's", [] { throw 7; }, "an exception of an unknown kind."},
   };
-  for (const char* call : {"news", "push"}) {
+  for (const char* call : {"remote changes", "push"}) {
     for (const Row& row : rows) {
       SCOPED_TRACE(std::string(row.phrase) + " at " + call);
       a->client->addBookmark("", row.phrase, "http://x/");
@@ -325,8 +325,8 @@ class BulkDeletion : public HubTest {
     hub.state.records.clear();
     hub.state.revisions.clear();
     hub.state.forgotten = ++hub.state.now.revision;
-    hub.state.now.mark = "0E000000-0000-4000-8000-000000000004";
-    hub.state.marks[hub.state.now.revision] = hub.state.now.mark.toString();
+    hub.state.now.pushId = "0E000000-0000-4000-8000-000000000004";
+    hub.state.pushIds[hub.state.now.revision] = hub.state.now.pushId.toString();
   }
   /// The computer syncs on its own, and says of how many of how many it asks.
   void expectRefused(Computer& computer, const std::string& howMany) {
@@ -497,7 +497,7 @@ TEST_F(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
   const MemoryHub::State before = hub.state;
   syncCutOff();
   a->client->addBookmark("", "Later", "http://later/");
-  for (const char* call : {"news", "push"}) {
+  for (const char* call : {"remote changes", "push"}) {
     failOnce(call);
     ASSERT_EQ(a->sync(), "");
     expectAlone();
@@ -551,7 +551,7 @@ TEST_F(HubTest, ResetReplacesWhatTheServiceHolds) {
   loomer::ClientTable clients(a->store());
   clients.setResetPending(clients.find(loomer::kHubClientIdentifier)->id, true);
   settle();
-  EXPECT_FALSE(clients.find(loomer::kHubClientIdentifier)->resetPending) << "also when there is no news";
+  EXPECT_FALSE(clients.find(loomer::kHubClientIdentifier)->resetPending) << "also when nothing has changed";
   EXPECT_EQ(b->text(), "F[1(http://1/)]");
   EXPECT_EQ(hub.live(), 2u);
 }
@@ -563,8 +563,8 @@ TEST_F(HubTest, RecordThatBecameAnotherKindDoesNotKeepTheRestFromBeingExchanged)
   record.folder = true;
   record.url = String();
   hub.state.revisions.begin()->second = ++hub.state.now.revision;
-  hub.state.now.mark = "0C000000-0000-4000-8000-000000000003";
-  hub.state.marks[hub.state.now.revision] = hub.state.now.mark.toString();
+  hub.state.now.pushId = "0C000000-0000-4000-8000-000000000003";
+  hub.state.pushIds[hub.state.now.revision] = hub.state.now.pushId.toString();
   a->client->rename(a->find("1"), "changed here");
   a->client->addBookmark("", "2", "http://2/");
   for (int round = 0; round < 3; ++round) {
@@ -584,8 +584,8 @@ TEST_F(HubTest, AnEarlierStateIsToldOnceARun) {
   hub.onCall = [&](const std::string& call) {
     if (call != "push" || ++pushes > 3) return;
     ++hub.state.now.revision;
-    hub.state.now.mark = "0D000000-0000-4000-8000-00000000000" + std::to_string(pushes);
-    hub.state.marks[hub.state.now.revision] = hub.state.now.mark.toString();
+    hub.state.now.pushId = "0D000000-0000-4000-8000-00000000000" + std::to_string(pushes);
+    hub.state.pushIds[hub.state.now.revision] = hub.state.now.pushId.toString();
   };
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(pushes, 4) << "it was overtaken three times";

@@ -9,30 +9,30 @@ class MemoryHub::Connection : public pelto::Hub {
  public:
   explicit Connection(MemoryHub& hub) : _hub(hub) {}
 
-  pelto::HubNews news(const std::vector<pelto::HubSeen>& seen) override {
-    note("news");
+  pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>& seen) override {
+    note("remote changes");
     const State& state = _hub.state;
-    pelto::HubNews news;
-    news.now = state.now;
-    news.enabled = _hub.enabled;
-    if (!news.enabled) return news;
-    news.common = newestCommon(seen);
-    const bool continues = news.common && *news.common == seen.front();
-    news.whole = !continues || news.common->revision < state.forgotten;
-    for (const std::int64_t each : pelto::toldRevisions(revisionOf(news.common), state.now.revision)) {
-      news.past.push_back({state.now.account, each, String(state.marks.at(each))});
+    pelto::RemoteChanges remote;
+    remote.now = state.now;
+    remote.enabled = _hub.enabled;
+    if (!remote.enabled) return remote;
+    remote.common = newestCommon(seen);
+    const bool continues = remote.common && *remote.common == seen.front();
+    remote.whole = !continues || remote.common->revision < state.forgotten;
+    for (const std::int64_t each : pelto::sampledRevisions(revisionOf(remote.common), state.now.revision)) {
+      remote.past.push_back({state.now.account, each, String(state.pushIds.at(each))});
     }
-    news.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
-    news.roomForBytes = _hub.byteLimit - static_cast<std::int64_t>(_hub.liveBytes());
+    remote.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
+    remote.roomForBytes = _hub.byteLimit - static_cast<std::int64_t>(_hub.liveBytes());
     for (const auto& [id, record] : state.records) {
       const std::int64_t revision = state.revisions.at(id);
-      const bool isNew = news.common && revision > news.common->revision;
-      const bool isTold = news.whole ? !record.deleted || (isNew && !continues) : isNew;
+      const bool isNew = remote.common && revision > remote.common->revision;
+      const bool isTold = remote.whole ? !record.deleted || (isNew && !continues) : isNew;
       if (!isTold) continue;
-      news.records.push_back(record);
-      news.records.back().revision = revision;
+      remote.records.push_back(record);
+      remote.records.back().revision = revision;
     }
-    return news;
+    return remote;
   }
 
   bool push(const pelto::HubPush& push) override {
@@ -40,8 +40,8 @@ class MemoryHub::Connection : public pelto::Hub {
     State& state = _hub.state;
     if (!(push.expected == state.now)) return false;
     const std::int64_t revision = ++state.now.revision;
-    state.now.mark = push.mark;
-    state.marks[revision] = push.mark.toString();
+    state.now.pushId = push.id;
+    state.pushIds[revision] = push.id.toString();
     for (const pelto::HubRecord& record : push.records) {
       state.records[record.id.toString()] = record;
       state.revisions[record.id.toString()] = revision;
@@ -50,31 +50,32 @@ class MemoryHub::Connection : public pelto::Hub {
     return true;
   }
 
-  bool hasPush(const String& mark) override {
+  bool hasPush(const String& pushId) override {
     note("has push");
-    return std::any_of(_hub.state.marks.begin(), _hub.state.marks.end(),
-                       [&](const auto& each) { return mark == each.second; });
+    return std::any_of(_hub.state.pushIds.begin(), _hub.state.pushIds.end(),
+                       [&](const auto& each) { return pushId == each.second; });
   }
 
   bool isEnabled(const String&) override { return _hub.enabled; }
   void setEnabled(const String&, bool enabled) override { _hub.enabled = enabled; }
 
  private:
-  bool isOfThePast(const pelto::HubSeen& seen) const {
-    const auto found = _hub.state.marks.find(seen.revision);
-    return seen.revision == 0 ? !seen.mark : found != _hub.state.marks.end() && seen.mark == found->second;
+  bool isOfThePast(const pelto::HubState& seen) const {
+    const auto found = _hub.state.pushIds.find(seen.revision);
+    return seen.revision == 0 ? !seen.pushId
+                              : found != _hub.state.pushIds.end() && seen.pushId == found->second;
   }
 
-  std::optional<pelto::HubSeen> newestCommon(const std::vector<pelto::HubSeen>& seen) const {
-    std::optional<pelto::HubSeen> newest;
-    for (const pelto::HubSeen& each : seen) {
+  std::optional<pelto::HubState> newestCommon(const std::vector<pelto::HubState>& seen) const {
+    std::optional<pelto::HubState> newest;
+    for (const pelto::HubState& each : seen) {
       if (!(each.account == _hub.state.now.account) || !isOfThePast(each)) continue;
       if (!newest || each.revision > newest->revision) newest = each;
     }
     return newest;
   }
 
-  static std::int64_t revisionOf(const std::optional<pelto::HubSeen>& state) {
+  static std::int64_t revisionOf(const std::optional<pelto::HubState>& state) {
     return state ? state->revision : 0;
   }
 

@@ -15,10 +15,10 @@ namespace corvane {
 class MemoryHub {
  public:
   struct State {
-    pelto::HubSeen now;
+    pelto::HubState now;
     std::map<std::string, pelto::HubRecord> records;  ///< tombstones included
     std::map<std::string, std::int64_t> revisions;    ///< of each record
-    std::map<std::int64_t, std::string> marks;        ///< of each revision
+    std::map<std::int64_t, std::string> pushIds;      ///< of each revision
     std::int64_t forgotten = 0;                       ///< the newest tombstone dropped
   };
 
@@ -37,8 +37,8 @@ class MemoryHub {
   std::int64_t limit = 1'000'000;
   std::int64_t byteLimit = 1 << 30;
 
-  /// Called with "news", "push", "pushed" and "has push"; what it raises, the call raises. At "pushed" the
-  /// push stands already.
+  /// Called with "remote changes", "push", "pushed" and "has push"; what it raises, the call raises. At
+  /// "pushed" the push stands already.
   std::function<void(const std::string&)> onCall;
   std::vector<std::string> calls;
 

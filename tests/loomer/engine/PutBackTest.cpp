@@ -320,15 +320,15 @@ TEST(HubPast, KnowsTheLastStatesAllAndOlderOnesHereAndThere) {
   constexpr std::int64_t kStates = 5000;
   for (std::int64_t revision = 1; revision <= kStates; ++revision) {
     loomer::HubPast past(client);
-    pelto::HubNews news;
-    news.now = {"account", revision, String("mark" + std::to_string(revision))};
-    if (!past.empty()) news.common = past.newest();
-    past.enter(news, news.now, revision, Date{static_cast<double>(revision)});
+    pelto::RemoteChanges remote;
+    remote.now = {"account", revision, String("push " + std::to_string(revision))};
+    if (!past.empty()) remote.common = past.newest();
+    past.enter(remote, remote.now, revision, Date{static_cast<double>(revision)});
     past.store(client);
   }
   const loomer::HubPast past(client);
   EXPECT_EQ(past.newest().revision, kStates);
-  const std::vector<pelto::HubSeen> states = past.states();
+  const std::vector<pelto::HubState> states = past.states();
   EXPECT_LE(states.size(), 64u + 16u);
   for (std::size_t i = 1; i + 1 < states.size(); ++i) {
     const std::int64_t nearer = kStates - states[i - 1].revision, farther = kStates - states[i].revision;

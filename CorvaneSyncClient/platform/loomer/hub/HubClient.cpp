@@ -48,23 +48,23 @@ bool leftOutOfHub(LoomerClient& client) { return client.objectForKey(kLeftOutKey
 
 bool postponedForHub(LoomerClient& client) { return client.objectForKey(kPostponedKey).has_value(); }
 
-HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::HubNews news,
+HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::RemoteChanges remote,
                      std::size_t mostRecords)
     : _store(store),
       _hub(hub),
       _schema(readRecordSchema({bookmarksSchemaUrl()})),
       _past(std::move(past)),
-      _news(std::move(news)),
+      _remote(std::move(remote)),
       _mostRecords(mostRecords) {
-  if (!_past.empty() && _news.common != _past.newest()) findEarlierState();
+  if (!_past.empty() && _remote.common != _past.newest()) findEarlierState();
 }
 
 /// What changed there since the newest state that both know.
 void HubClient::findEarlierState() {
   _earlier.emplace();
-  const std::int64_t revision = _news.common ? _news.common->revision : 0;
-  if (_news.common) _earlier->session = _past.sessionOf(*_news.common);
-  for (const HubRecord& record : _news.records) {
+  const std::int64_t revision = _remote.common ? _remote.common->revision : 0;
+  if (_remote.common) _earlier->session = _past.sessionOf(*_remote.common);
+  for (const HubRecord& record : _remote.records) {
     if (record.revision > revision) _earlier->changed.insert(record.id);
   }
 }
@@ -75,7 +75,7 @@ std::vector<String> HubClient::entityNamesToSync() {
 
 int HubClient::preferredSyncModeForEntityName(const String&) {
   if (_past.empty()) return LoomerSyncModeRefresh;
-  const bool changed = _news.whole || !_news.records.empty() || _offersAgain;
+  const bool changed = _remote.whole || !_remote.records.empty() || _offersAgain;
   return changed ? LoomerSyncModeSlow : LoomerSyncModeFast;
 }
 
@@ -87,7 +87,7 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
   const auto state = ClientTable(_store).find(kHubClientIdentifier);
   _client = state ? state->id : 0;
   _session = state ? state->sessions + 1 : 1;
-  _offersAgain = postponedForHub(*driver.client()) || (_news.room > 0 && leftOutOfHub(*driver.client()));
+  _offersAgain = postponedForHub(*driver.client()) || (_remote.room > 0 && leftOutOfHub(*driver.client()));
   askForPushes();
   return true;
 }
@@ -101,8 +101,8 @@ void HubClient::askForPushes() {
   }
 }
 
-std::optional<bool> HubClient::tookChanges(const String& mark) {
-  const auto asked = _pushesAskedFor.find(mark);
+std::optional<bool> HubClient::tookChanges(const String& pushId) {
+  const auto asked = _pushesAskedFor.find(pushId);
   return asked != _pushesAskedFor.end() && asked->second;
 }
 
@@ -126,16 +126,16 @@ Dictionary HubClient::recordsForEntityName(const String& entityName, bool& moreC
 void HubClient::readTree() {
   _hasTree = true;
   if (_offersAgain) BaseTable(_store).offerAgain(_client);
-  if (_news.whole) {
-    _tree = std::move(_news.records);
+  if (_remote.whole) {
+    _tree = std::move(_remote.records);
     std::erase_if(_tree, [](const HubRecord& record) { return record.deleted; });
     return;
   }
   std::unordered_map<String, const HubRecord*> newer;
-  for (const HubRecord& record : _news.records) newer.emplace(record.id, &record);
+  for (const HubRecord& record : _remote.records) newer.emplace(record.id, &record);
   _tree = recordsOfBase();
   std::erase_if(_tree, [&](const HubRecord& record) { return newer.contains(record.id); });
-  for (const HubRecord& record : _news.records) {
+  for (const HubRecord& record : _remote.records) {
     if (!record.deleted) _tree.push_back(record);
   }
 }
@@ -165,15 +165,15 @@ bool HubClient::isPushFull() {
 
 int HubClient::erase(const String& id) {
   if (isPushFull()) return LoomerChangeRefused;
-  bury(id);
+  addTombstone(id);
   return LoomerChangeAccepted;
 }
 
-void HubClient::bury(const String& id) {
+void HubClient::addTombstone(const String& id) {
   HubRecord& tombstone = _push.emplace_back();
   tombstone.id = id;
   tombstone.deleted = true;
-  ++_news.room;
+  ++_remote.room;
 }
 
 int HubClient::put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew) {
@@ -185,12 +185,12 @@ int HubClient::put(const EntitySchema& schema, const String& id, const Dictionar
     return LoomerChangeRefused;
   }
   // What a changed record held before is not known here: it counts as new until the service has told.
-  if ((isNew && _news.room <= 0) || _news.roomForBytes < static_cast<std::int64_t>(bytes)) {
+  if ((isNew && _remote.room <= 0) || _remote.roomForBytes < static_cast<std::int64_t>(bytes)) {
     ++_leftOut;
     return LoomerChangeRefused;
   }
-  if (isNew) --_news.room;
-  _news.roomForBytes -= static_cast<std::int64_t>(bytes);
+  if (isNew) --_remote.room;
+  _remote.roomForBytes -= static_cast<std::int64_t>(bytes);
   _push.push_back(std::move(given));
   return LoomerChangeAccepted;
 }
@@ -199,7 +199,7 @@ bool HubClient::deleteAllRecordsForEntityName(const String& entityName, String&)
   if (!_hasTree) readTree();
   const EntitySchema& schema = *_schema.named(entityName);
   for (const HubRecord& record : _tree) {
-    if (entityOf(record) == schema.entity) bury(record.id);
+    if (entityOf(record) == schema.entity) addTombstone(record.id);
   }
   return true;
 }
@@ -228,18 +228,18 @@ void HubClient::forgetFormer() {
 }
 
 bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
-  pelto::HubSeen seen = _news.now;
+  pelto::HubState seen = _remote.now;
   if (!_push.empty()) {
-    _overtaken = !_hub.push({_news.now, _mark, std::move(_push)});
+    _overtaken = !_hub.push({_remote.now, _pushId, std::move(_push)});
     if (_overtaken) {
       error = "another computer gave changes in the meantime";
       return false;
     }
     ++seen.revision;
-    seen.mark = _mark;
+    seen.pushId = _pushId;
   }
   if (_past.empty() || seen != _past.newest()) {
-    _past.enter(_news, seen, _session, Platform::current().clock.now());
+    _past.enter(_remote, seen, _session, Platform::current().clock.now());
     _past.store(*driver.client());
   }
   noteWhatIsLeft(*driver.client(), kLeftOutKey, _leftOut);

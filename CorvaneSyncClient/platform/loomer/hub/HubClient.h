@@ -22,14 +22,16 @@ bool leftOutOfHub(LoomerClient& client);
 /// Whether something was left for the next push.
 bool postponedForHub(LoomerClient& client);
 
-/// One session of the online service as a client of the engine. Its tree is what its base says with the news
-/// from the service on top; what it is handed down becomes one push. It keeps the service's ids as its local
-/// ids, and takes the engine's identifiers for additions, so that a record has one id on every computer.
+/// One session of the online service as a client of the engine. Its tree is what its base says with the
+/// remote changes from the service on top; what it is handed down becomes one push. It keeps the service's
+/// ids as its local ids, and takes the engine's identifiers for additions, so that a record has one id on
+/// every computer.
 class HubClient : public LoomerSessionDriverDataSource {
  public:
-  /// `hub` and `store` must outlive this object. `past` holds the states with which `news` were asked. The
+  /// `hub` and `store` must outlive this object. `past` holds the states with which `remote` were asked. The
   /// push takes no more records than `mostRecords`; the rest is left for the next one.
-  HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::HubNews news, std::size_t mostRecords);
+  HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::RemoteChanges remote,
+            std::size_t mostRecords);
 
   /// Whether the session was cancelled because another computer gave changes in between.
   bool wasOvertaken() const { return _overtaken; }
@@ -60,8 +62,8 @@ class HubClient : public LoomerSessionDriverDataSource {
   bool mayGoBack() override { return true; }
   const EarlierState* wentBackTo() override { return _earlier ? &*_earlier : nullptr; }
   bool identifiersAreGlobal() override { return true; }
-  void willTakeChanges(const String& mark) override { _mark = mark; }
-  std::optional<bool> tookChanges(const String& mark) override;
+  void willTakeChanges(const String& pushId) override { _pushId = pushId; }
+  std::optional<bool> tookChanges(const String& pushId) override;
 
  private:
   void findEarlierState();
@@ -72,14 +74,14 @@ class HubClient : public LoomerSessionDriverDataSource {
   void noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const;
   bool isPushFull();
   int erase(const String& id);
-  void bury(const String& id);
+  void addTombstone(const String& id);
   int put(const EntitySchema& schema, const String& id, const Dictionary& record, bool isNew);
 
   TruthStore& _store;
   pelto::Hub& _hub;
   RecordSchema _schema;
   HubPast _past;
-  pelto::HubNews _news;
+  pelto::RemoteChanges _remote;
   std::optional<EarlierState> _earlier;
   std::int64_t _client = 0;   // its row in the store
   std::int64_t _session = 0;  // the number of this one
@@ -88,11 +90,11 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::vector<pelto::HubRecord> _tree;
   std::array<std::size_t, 2> _given{};  // how far each entity's records were given
 
-  String _mark;
+  String _pushId;
   std::vector<pelto::HubRecord> _push;
   bool _offersAgain = false;  // what there was no room for before
   std::size_t _mostRecords;
-  std::unordered_map<String, bool> _pushesAskedFor;  // by mark: whether they are part of the account's past
+  std::unordered_map<String, bool> _pushesAskedFor;  // by pushId: whether they are part of the account's past
   std::size_t _leftOut = 0;
   std::size_t _tooLong = 0;
   std::size_t _postponed = 0;

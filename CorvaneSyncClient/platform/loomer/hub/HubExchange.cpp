@@ -45,7 +45,7 @@ HubExchange::~HubExchange() = default;
 
 void HubExchange::takeIn() { guarded(&HubExchange::exchange); }
 
-void HubExchange::giveNews() { guarded(&HubExchange::giveEverything); }
+void HubExchange::giveChanges() { guarded(&HubExchange::giveEverything); }
 
 void HubExchange::guarded(void (HubExchange::*work)()) {
   if (_ended) return;
@@ -71,7 +71,7 @@ void HubExchange::exchange() {
 }
 
 void HubExchange::giveEverything() {
-  if (!_hasMore && !hasNewsForHub()) return;
+  if (!_hasMore && !hasChangesForHub()) return;
   const double began = secondsNow();
   do {
     exchange();
@@ -81,18 +81,19 @@ void HubExchange::giveEverything() {
 HubExchange::Outcome HubExchange::exchangeOnce() {
   LoomerClient& client = hubClient();
   const HubPast past(client);
-  pelto::HubNews news = _hub->news(past.states());
-  if (!news.enabled) {
+  pelto::RemoteChanges remote = _hub->remoteChanges(past.states());
+  if (!remote.enabled) {
     _ended = true;
     return Outcome::done;
   }
-  if (!past.empty() && past.newest().account != news.now.account) {
+  if (!past.empty() && past.newest().account != remote.now.account) {
     _clients.unregisterClient(client);  // its base is of another account
     return Outcome::overtaken;
   }
-  const bool offersAgain = postponedForHub(client) || (news.room > 0 && leftOutOfHub(client));
-  if (!past.empty() && past.newest() == news.now && !offersAgain && !hasNewsForHub()) return Outcome::done;
-  return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(news), _mostRecords));
+  const bool offersAgain = postponedForHub(client) || (remote.room > 0 && leftOutOfHub(client));
+  if (!past.empty() && past.newest() == remote.now && !offersAgain && !hasChangesForHub())
+    return Outcome::done;
+  return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(remote), _mostRecords));
 }
 
 HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
@@ -145,7 +146,7 @@ LoomerClient& HubExchange::hubClient() {
   return _clients.registerClient(identifier, description);
 }
 
-bool HubExchange::hasNewsForHub() {
+bool HubExchange::hasChangesForHub() {
   const auto state = stateOf(_clients.store());
   return !state || state->resetPending || state->restorePending ||
          mayHaveNews(*state, RecordTable(_clients.store()).state());
@@ -158,7 +159,7 @@ ExchangingSessionDriver::ExchangingSessionDriver(std::unique_ptr<LoomerSessionDr
 bool ExchangingSessionDriver::sync() {
   _exchange->takeIn();
   const bool succeeded = _driver->sync();
-  if (succeeded) _exchange->giveNews();
+  if (succeeded) _exchange->giveChanges();
   return succeeded;
 }
 

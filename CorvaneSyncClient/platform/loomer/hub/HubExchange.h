@@ -28,7 +28,7 @@ class HubExchange {
   /// Takes in what the service has that this computer has not seen, and gives it one push of what it lacks.
   void takeIn();
   /// Gives what the service lacks, for a minute or two at most; asks it nothing where it lacks nothing.
-  void giveNews();
+  void giveChanges();
 
  private:
   enum class Outcome {
@@ -45,7 +45,7 @@ class HubExchange {
   void suitPush(double seconds, bool wasFull);
   void report(const HubClient& source, bool wentBack);
   LoomerClient& hubClient();
-  bool hasNewsForHub();
+  bool hasChangesForHub();
 
   ClientRegistry& _clients;
   HubOpener _openHub;

@@ -10,7 +10,7 @@ constexpr const char* kSeenKey = "seen";
 constexpr const char* kPastKey = "past";
 constexpr const char* kAccountKey = "account";
 constexpr const char* kRevisionKey = "revision";
-constexpr const char* kMarkKey = "mark";
+constexpr const char* kPushIdKey = "mark";
 constexpr const char* kSessionKey = "session";
 constexpr const char* kMetKey = "met";
 
@@ -25,13 +25,13 @@ std::int64_t integer(const Dictionary& stored, const char* key) {
   return number ? *number : 0;
 }
 
-pelto::HubSeen seenIn(const Dictionary& stored, const String& account) {
-  return {account, integer(stored, kRevisionKey), stored.string(kMarkKey)};
+pelto::HubState seenIn(const Dictionary& stored, const String& account) {
+  return {account, integer(stored, kRevisionKey), stored.string(kPushIdKey)};
 }
 
-Dictionary dictionaryOf(const pelto::HubSeen& seen) {
+Dictionary dictionaryOf(const pelto::HubState& seen) {
   Dictionary value{{kRevisionKey, seen.revision}};
-  if (seen.mark) value.set(kMarkKey, seen.mark);
+  if (seen.pushId) value.set(kPushIdKey, seen.pushId);
   return value;
 }
 
@@ -52,18 +52,18 @@ HubPast::HubPast(LoomerClient& client) {
     }
   }
   // A store of a version that kept the last state alone.
-  const pelto::HubSeen last = seenIn(*seen, account);
+  const pelto::HubState last = seenIn(*seen, account);
   if (_states.empty() || _states.front().seen != last) _states = {{last, 1, Date{}}};
 }
 
-std::vector<pelto::HubSeen> HubPast::states() const {
-  std::vector<pelto::HubSeen> states;
+std::vector<pelto::HubState> HubPast::states() const {
+  std::vector<pelto::HubState> states;
   for (const State& each : _states) states.push_back(each.seen);
   if (!empty()) states.push_back({newest().account, 0, String()});
   return states;
 }
 
-std::int64_t HubPast::sessionOf(const pelto::HubSeen& state) const {
+std::int64_t HubPast::sessionOf(const pelto::HubState& state) const {
   const auto found =
       std::find_if(_states.begin(), _states.end(), [&](const State& each) { return each.seen == state; });
   return found == _states.end() || state.revision == 0 ? 0 : found->session;
@@ -77,16 +77,17 @@ std::int64_t HubPast::lastSessionBefore(Date date) const {
   return session;
 }
 
-void HubPast::enter(const pelto::HubNews& news, const pelto::HubSeen& now, std::int64_t session, Date date) {
-  const std::int64_t sessionBefore = news.common ? sessionOf(*news.common) : 0;
+void HubPast::enter(const pelto::RemoteChanges& remote, const pelto::HubState& now, std::int64_t session,
+                    Date date) {
+  const std::int64_t sessionBefore = remote.common ? sessionOf(*remote.common) : 0;
   std::vector<State> entered{{now, session, date}};
-  const auto add = [&](const pelto::HubSeen& seen) {
+  const auto add = [&](const pelto::HubState& seen) {
     const bool isKnown = seen == now || std::any_of(_states.begin(), _states.end(),
                                                     [&](const State& each) { return each.seen == seen; });
     if (!isKnown) entered.push_back({seen, sessionBefore, date});
   };
-  add(news.now);
-  for (const pelto::HubSeen& each : news.past) add(each);
+  add(remote.now);
+  for (const pelto::HubState& each : remote.past) add(each);
   std::erase_if(_states, [&](const State& each) { return each.seen == now; });
   _states.insert(_states.begin(), entered.begin(), entered.end());
   thinOut();

@@ -20,22 +20,22 @@ class HubPast {
 
   bool empty() const { return _states.empty(); }
   /// The state that the client's base stands for.
-  const pelto::HubSeen& newest() const { return _states.front().seen; }
+  const pelto::HubState& newest() const { return _states.front().seen; }
   /// All of them, and the beginning of the account, which belongs to every past of it.
-  std::vector<pelto::HubSeen> states() const;
+  std::vector<pelto::HubState> states() const;
   /// The number of the client's session whose base stood for that state or for one before it; 0 where there
   /// was none.
-  std::int64_t sessionOf(const pelto::HubSeen& state) const;
+  std::int64_t sessionOf(const pelto::HubState& state) const;
   /// The number of the last session that met a state before that date; 0 for none.
   std::int64_t lastSessionBefore(Date date) const;
 
-  /// Enters that the session of that number began with `news`, and that its base stands for `now`.
-  void enter(const pelto::HubNews& news, const pelto::HubSeen& now, std::int64_t session, Date date);
+  /// Enters that the session of that number began with `remote`, and that its base stands for `now`.
+  void enter(const pelto::RemoteChanges& remote, const pelto::HubState& now, std::int64_t session, Date date);
   void store(LoomerClient& client) const;
 
  private:
   struct State {
-    pelto::HubSeen seen;
+    pelto::HubState seen;
     std::int64_t session = 0;
     Date met;
   };
