@@ -62,7 +62,7 @@ const BrokenStore kBrokenStores[] = {
      "UPDATE records SET parent = (SELECT r.id FROM records r JOIN contents c ON c.id = r.content WHERE "
      "c.name ="
      " 'News') WHERE content IN (SELECT id FROM contents WHERE name = 'BookmarksBar')",
-     "out of reach", "form a circle or are gone", kRebuild},
+     "out of reach", "form a cycle or are gone", kRebuild},
     {"no two live siblings on one place", "UPDATE records SET place = 0 WHERE id > 0", "place taken twice",
      "two siblings share a place", kRebuild},
     {"specials at most one of each title",

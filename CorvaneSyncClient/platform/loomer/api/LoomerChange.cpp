@@ -1,10 +1,11 @@
 #include "CorvaneSyncClient/platform/loomer/api/LoomerChange.h"
 
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
+
 namespace corvane {
 
 std::string LoomerChange::description() const {
-  return format("LoomerChange type %d identifier %@ record %@", _type, _recordIdentifier,
-                _record ? &*_record : static_cast<const Dictionary*>(nullptr));
+  return format("LoomerChange type %d identifier %@ record %@", _type, _recordIdentifier, pointerTo(_record));
 }
 
 }  // namespace corvane

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
 #include "CorvaneSyncClient/platform/loomer/hub/HubPast.h"
@@ -60,7 +61,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
   bool tellsEveryChange() override { return true; }
   bool mayGoBack() override { return true; }
-  const EarlierState* wentBackTo() override { return _earlier ? &*_earlier : nullptr; }
+  const EarlierState* wentBackTo() override { return pointerTo(_earlier); }
   bool identifiersAreGlobal() override { return true; }
   void willTakeChanges(const String& pushId) override { _pushId = pushId; }
   std::optional<bool> tookChanges(const String& pushId) override;

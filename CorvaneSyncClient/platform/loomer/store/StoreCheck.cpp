@@ -53,7 +53,7 @@ constexpr Rule kRules[] = {
      "WITH RECURSIVE reached(id) AS (SELECT 0 UNION"
      " SELECT r.id FROM records r JOIN reached ON r.parent = reached.id)"
      " SELECT id FROM records WHERE id NOT IN (SELECT id FROM reached)",
-     "cannot be reached from the root, the folders above it form a circle or are gone: record ", kRebuild},
+     "cannot be reached from the root, the folders above it form a cycle or are gone: record ", kRebuild},
     {"place taken twice",
      "SELECT min(id) || ' and ' || max(id) FROM records NOT INDEXED WHERE id > 0 GROUP BY parent, place"
      " HAVING count(*) > 1",
@@ -101,7 +101,7 @@ constexpr Rule kRules[] = {
      " WHERE b.local_id IS NOT NULL GROUP BY b.client, b.local_id HAVING count(*) > 1",
      "one local id stands for two records: client ", kResetClient},
     {"logged record", "SELECT DISTINCT record FROM changes WHERE record >= (SELECT next_record FROM truth)",
-     "the log tells of a record that there never was: record ", kRebuild},
+     "the log mentions a record that never existed: record ", kRebuild},
 };
 
 /// One row can hold several lines.

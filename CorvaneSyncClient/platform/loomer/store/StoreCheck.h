@@ -15,8 +15,8 @@ struct StoreFinding {
   std::string remedy;   ///< what to do, in sentences
 };
 
-/// Looks the whole store over, changing nothing, and hands over what it finds: SQLite's own integrity check,
-/// references, that the truth is a forest (every parent is a live folder, no circles, no two siblings on one
+/// Checks the whole store, changing nothing, and passes on what it finds: SQLite's own integrity check,
+/// references, that the truth is a forest (every parent is a live folder, no cycles, no two siblings on one
 /// place, special folders once), that the bases name known records and each local id once, and that stored
 /// values can be read. O(n log n). Damage that keeps a rule from being checked is a finding itself.
 void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& take);
