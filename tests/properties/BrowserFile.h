@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Value.h"
-#include "tests/loomer/merge/Edits.h"
+#include "tests/loomer/merge/ClientSimulation.h"
 
 namespace corvane {
 

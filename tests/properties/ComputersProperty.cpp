@@ -5,55 +5,18 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <ostream>
 #include <set>
 #include <stdexcept>
 
+#include "tests/kit/Steps.h"
 #include "tests/properties/ComputerSimulation.h"
 
 namespace corvane {
 
 namespace {
 
-enum class StepKind : int {
-  addBookmark,
-  addFolder,
-  rename,
-  readdress,
-  toggle,
-  move,
-  erase,
-  sync,
-  syncCutOff,
-  syncKilled,
-  syncCrossed,
-  syncCancelled,
-  restart,
-  dropTombstones,
-  emptyService,
-  restoreService,
-  switchService,
-  fillAccount,
-  emptyAccount
-};
-
-struct Step {
-  StepKind kind = StepKind::sync;
-  unsigned client = 0;
-  unsigned entry = 0;
-  unsigned folder = 0;
-  unsigned index = 0;
-};
-
-std::ostream& operator<<(std::ostream& out, const Step& step) {
-  static constexpr std::array kNames = {"addBookmark",   "addFolder",      "rename",       "readdress",
-                                        "toggle",        "move",           "erase",        "sync",
-                                        "syncCutOff",    "syncKilled",     "syncCrossed",  "syncCancelled",
-                                        "restart",       "dropTombstones", "emptyService", "restoreService",
-                                        "switchService", "fillAccount",    "emptyAccount"};
-  return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
-             << step.entry << ", " << step.folder << ", " << step.index << "}";
-}
+using kit::Step;
+using kit::StepKind;
 
 constexpr std::array kCalls = {"remote changes", "push", "pushed", "has push"};
 
@@ -263,31 +226,12 @@ class RandomComputers {
   std::set<std::string> _live;  ///< what nobody deleted
 };
 
-rc::Gen<std::vector<Step>> steps() {
-  using enum StepKind;
-  const auto number = rc::gen::inRange(0U, 12U);
-  const auto kind = rc::gen::weightedElement<StepKind>({{4, addBookmark},
-                                                        {2, addFolder},
-                                                        {2, rename},
-                                                        {1, readdress},
-                                                        {1, toggle},
-                                                        {6, move},
-                                                        {2, erase},
-                                                        {9, sync},
-                                                        {3, syncCutOff},
-                                                        {3, syncKilled},
-                                                        {3, syncCrossed},
-                                                        {1, syncCancelled},
-                                                        {1, restart},
-                                                        {1, dropTombstones},
-                                                        {1, emptyService},
-                                                        {1, restoreService},
-                                                        {1, switchService},
-                                                        {1, fillAccount},
-                                                        {1, emptyAccount}});
-  return rc::gen::container<std::vector<Step>>(
-      rc::gen::construct<Step>(kind, number, number, number, number));
-}
+using enum StepKind;
+const kit::Weights kSteps = {{4, addBookmark},   {2, addFolder},      {2, rename},       {1, readdress},
+                             {1, toggle},        {6, move},           {2, erase},        {9, sync},
+                             {3, syncCutOff},    {3, syncKilled},     {3, syncCrossed},  {1, syncCancelled},
+                             {1, restart},       {1, dropTombstones}, {1, emptyService}, {1, restoreService},
+                             {1, switchService}, {1, fillAccount},    {1, emptyAccount}};
 
 }  // namespace
 
@@ -298,7 +242,7 @@ void computersConverge() {
     });
   });
   RandomComputers random(clients);
-  for (const Step& step : *steps()) random.carryOut(step);
+  for (const Step& step : *kit::stepsOf(kSteps)) random.carryOut(step);
   random.settle();
   random.requireNothingLost();
   random.requireJoining();

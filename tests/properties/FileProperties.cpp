@@ -3,13 +3,12 @@
 #include <rapidcheck.h>
 
 #include <algorithm>
-#include <array>
 #include <map>
-#include <ostream>
 #include <set>
 #include <stdexcept>
 #include <vector>
 
+#include "tests/kit/Steps.h"
 #include "tests/properties/FileSimulation.h"
 
 namespace corvane {
@@ -18,41 +17,8 @@ namespace {
 
 using loomer::Entity;
 
-enum class StepKind : int {
-  addBookmark,
-  addFolder,
-  addHidden,
-  rename,
-  readdress,
-  toggle,
-  move,
-  erase,
-  sync,
-  syncWhile,
-  syncKilled
-};
-
-struct Step {
-  StepKind kind = StepKind::sync;
-  unsigned client = 0;
-  unsigned entry = 0;
-  unsigned folder = 0;
-  unsigned index = 0;
-};
-
-std::ostream& operator<<(std::ostream& out, const Step& step) {
-  static constexpr std::array kNames = {"addBookmark", "addFolder", "addHidden", "rename",
-                                        "readdress",   "toggle",    "move",      "erase",
-                                        "sync",        "syncWhile", "syncKilled"};
-  return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
-             << step.entry << ", " << step.folder << ", " << step.index << "}";
-}
-
-rc::Gen<std::vector<Step>> steps(std::vector<StepKind> kinds) {
-  const auto number = rc::gen::inRange(0U, 12U);
-  return rc::gen::container<std::vector<Step>>(
-      rc::gen::construct<Step>(rc::gen::elementOf(std::move(kinds)), number, number, number, number));
-}
+using kit::Step;
+using kit::StepKind;
 
 void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
@@ -63,7 +29,7 @@ class RandomFiles {
  public:
   explicit RandomFiles(std::size_t clients) : _simulation(clients) {
     // Something that nobody deletes keeps the guard against emptied files out of these histories.
-    edit({StepKind::addBookmark, 0, 0, 0, 0});
+    edit({.kind = StepKind::addBookmark});
     _anchor = "t1";
   }
 
@@ -203,16 +169,14 @@ class RandomFiles {
   std::map<std::string, std::string> _titles;  ///< the first title of what a browser added, by uid
 };
 
-const std::vector<StepKind> kEdits = {StepKind::addBookmark, StepKind::addBookmark, StepKind::addFolder,
-                                      StepKind::addHidden,   StepKind::rename,      StepKind::readdress,
-                                      StepKind::toggle,      StepKind::move,        StepKind::move,
-                                      StepKind::move,        StepKind::erase};
+using enum StepKind;
+const kit::Weights kEdits = {{2, addBookmark}, {1, addFolder}, {1, addHidden}, {1, rename},
+                             {1, readdress},   {1, toggle},    {3, move},      {1, erase}};
 
-std::vector<StepKind> editsAndSessions() {
-  std::vector<StepKind> kinds = kEdits;
-  kinds.insert(kinds.end(), {StepKind::sync, StepKind::sync, StepKind::sync, StepKind::sync,
-                             StepKind::syncWhile, StepKind::syncKilled});
-  return kinds;
+kit::Weights editsAndSessions() {
+  kit::Weights weights = kEdits;
+  weights.insert(weights.end(), {{4, sync}, {1, syncWhile}, {1, syncKilled}});
+  return weights;
 }
 
 /// One session of every client, in an order that is drawn.
@@ -229,7 +193,7 @@ void roundInAnyOrder(FileSimulation& simulation) {
 
 void filesConverge() {
   RandomFiles random(*rc::gen::inRange<std::size_t>(2, 5));
-  for (const Step& step : *steps(editsAndSessions())) random.carryOut(step);
+  for (const Step& step : *kit::stepsOf(editsAndSessions())) random.carryOut(step);
   roundInAnyOrder(random.simulation());
   roundInAnyOrder(random.simulation());
   random.simulation().requireConverged();
@@ -241,13 +205,13 @@ void filesConverge() {
 void undoRestoresEveryFile() {
   RandomFiles random(*rc::gen::inRange<std::size_t>(2, 4));
   FileSimulation& simulation = random.simulation();
-  for (const Step& step : *steps(editsAndSessions())) random.carryOut(step);
+  for (const Step& step : *kit::stepsOf(editsAndSessions())) random.carryOut(step);
   simulation.round();
   simulation.round();
   simulation.requireConverged();
   const std::string before = simulation.file(0).print();
   const std::int64_t revision = simulation.revision();
-  for (Step step : *steps(kEdits)) {
+  for (Step step : *kit::stepsOf(kEdits)) {
     step.client = 1;
     random.carryOut(step);
   }

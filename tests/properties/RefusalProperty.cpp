@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "tests/kit/Steps.h"
 #include "tests/loomer/engine/ScriptedClient.h"
 #include "tests/properties/EngineHome.h"
 #include "tests/properties/FileProperties.h"
@@ -15,6 +16,12 @@ namespace {
 
 constexpr std::size_t kClients = 3;
 constexpr std::size_t kPicky = 2;  // the client that does not take everything
+
+using kit::Step;
+using kit::StepKind;
+
+const kit::Weights kSteps = {{2, StepKind::addBookmark}, {1, StepKind::addFolder}, {1, StepKind::readdress},
+                             {2, StepKind::move},        {1, StepKind::erase},     {4, StepKind::sync}};
 
 void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
@@ -46,26 +53,29 @@ class PickySimulation {
     require(error.empty(), "a session fails: " + error);
   }
 
-  void step(unsigned kind, std::size_t at, unsigned entry, unsigned folder, int index) {
+  void carryOut(const Step& step) {
+    const std::size_t at = step.client % kClients;
     ScriptedClient& client = *_clients[at];
     client.edited = true;
-    if (kind >= 7) return sync(at);
+    if (step.kind == StepKind::sync) return sync(at);
     std::vector<std::string> folders{""};
     std::vector<std::string> all;
     for (const auto& [id, node] : client.nodes) {
       if (node.folder) folders.push_back(id);
       if (node.name != "anchor") all.push_back(id);
     }
-    const std::string parent = folders[folder % folders.size()];
-    const int place = index % (static_cast<int>(client.children[parent].size()) + 1);
+    const std::string parent = folders[step.folder % folders.size()];
+    const auto place = static_cast<int>(step.index % (client.children[parent].size() + 1));
     const std::string title = "t" + std::to_string(++_serial);
-    if (kind <= 1) client.addBookmark(parent, given(title), "http://" + title, place);
-    if (kind == 2) client.addFolder(parent, given(title), place);
-    if (kind <= 2 || all.empty()) return;
-    const std::string id = all[entry % all.size()];
-    if (kind == 3 && !client.nodes.at(id).folder) client.readdress(id, "http://" + title);
-    if (kind == 4 || kind == 5) move(client, id, parent);
-    if (kind == 6) remove(client, id);
+    if (step.kind == StepKind::addBookmark)
+      client.addBookmark(parent, given(title), "http://" + title, place);
+    if (step.kind == StepKind::addFolder) client.addFolder(parent, given(title), place);
+    if (step.kind <= StepKind::addFolder || all.empty()) return;
+    const std::string id = all[step.entry % all.size()];
+    if (step.kind == StepKind::readdress && !client.nodes.at(id).folder)
+      client.readdress(id, "http://" + title);
+    if (step.kind == StepKind::move) move(client, id, parent);
+    if (step.kind == StepKind::erase) remove(client, id);
   }
 
   void requireNothingLost() {
@@ -119,12 +129,7 @@ class PickySimulation {
 void refusedRecordsStay() {
   PickySimulation simulation;
   simulation.seedAnswers(*rc::gen::inRange(0U, 100'000U));
-  using Step = std::tuple<unsigned, std::size_t, unsigned, unsigned, int>;
-  const auto steps = *rc::gen::container<std::vector<Step>>(
-      rc::gen::tuple(rc::gen::inRange(0U, 11U), rc::gen::inRange(std::size_t{0}, kClients),
-                     rc::gen::inRange(0U, 12U), rc::gen::inRange(0U, 12U), rc::gen::inRange(0, 12)));
-  for (const auto& [kind, client, entry, folder, index] : steps)
-    simulation.step(kind, client, entry, folder, index);
+  for (const Step& step : *kit::stepsOf(kSteps)) simulation.carryOut(step);
   for (int round = 0; round < 2; ++round) {
     for (const std::size_t client : {kPicky, std::size_t{0}, std::size_t{1}}) simulation.sync(client);
   }

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <ostream>
 #include <set>
 #include <stdexcept>
 
+#include "tests/kit/Steps.h"
 #include "tests/properties/ComputerSimulation.h"
 #include "tests/properties/EditHistory.h"
 
@@ -16,36 +16,8 @@ namespace corvane {
 
 namespace {
 
-enum class StepKind : int {
-  addBookmark,
-  addFolder,
-  rename,
-  readdress,
-  toggle,
-  move,
-  reorder,
-  erase,
-  sync,
-  syncCutOff,
-  syncKilled,
-  join,
-  putBack
-};
-
-struct Step {
-  StepKind kind = StepKind::sync;
-  unsigned client = 0;
-  unsigned entry = 0;
-  unsigned folder = 0;
-};
-
-std::ostream& operator<<(std::ostream& out, const Step& step) {
-  static constexpr std::array kNames = {"addBookmark", "addFolder", "rename", "readdress", "toggle",
-                                        "move",        "reorder",   "erase",  "sync",      "syncCutOff",
-                                        "syncKilled",  "join",      "putBack"};
-  return out << "{" << kNames[static_cast<std::size_t>(step.kind)] << ", " << step.client << ", "
-             << step.entry << ", " << step.folder << "}";
-}
+using kit::Step;
+using kit::StepKind;
 
 constexpr std::array kCalls = {"remote changes", "push", "pushed"};
 constexpr std::size_t kMostComputers = 5;
@@ -91,7 +63,7 @@ class EditingComputers {
       case StepKind::join:
         if (_simulation.clientCount() < kMostComputers) _simulation.join();
         return;
-      case StepKind::putBack:
+      case StepKind::restoreService:
         return putBack(step);
       default:
         return edit(client, step);
@@ -269,30 +241,17 @@ class EditingComputers {
   std::string _lastOrder;
 };
 
-rc::Gen<std::vector<Step>> steps() {
-  using enum StepKind;
-  const auto number = rc::gen::inRange(0U, 24U);
-  const auto kind = rc::gen::weightedElement<StepKind>({{3, addBookmark},
-                                                        {1, addFolder},
-                                                        {4, rename},
-                                                        {3, readdress},
-                                                        {1, toggle},
-                                                        {4, move},
-                                                        {3, reorder},
-                                                        {3, erase},
-                                                        {12, sync},
-                                                        {1, syncCutOff},
-                                                        {1, syncKilled},
-                                                        {1, join},
-                                                        {3, putBack}});
-  return rc::gen::container<std::vector<Step>>(rc::gen::construct<Step>(kind, number, number, number));
-}
+using enum StepKind;
+const kit::Weights kSteps = {{3, addBookmark},   {1, addFolder},  {4, rename},     {3, readdress},
+                             {1, toggle},        {4, move},       {3, reorder},    {3, erase},
+                             {12, sync},         {1, syncCutOff}, {1, syncKilled}, {1, join},
+                             {3, restoreService}};
 
 }  // namespace
 
 void editsSurviveRollbacks() {
   EditingComputers random(*rc::gen::inRange<std::size_t>(2, 5));
-  for (const Step& step : *steps()) random.carryOut(step);
+  for (const Step& step : *kit::stepsOf(kSteps, 24)) random.carryOut(step);
   random.settle();
   random.requireEditsKept();
 }

@@ -25,13 +25,13 @@ struct Truth {
   std::int64_t revision = 0;
 };
 
-struct Side {
+struct SyncedSide {
   ClientSimulation simulation;
   std::vector<BaseRecord> base;
   std::vector<BaseRecord> baseBefore = {};  ///< of the last session: it names what that session deleted
 };
 
-MergeResult mergeFor(const Truth& truth, Side& side) {
+MergeResult mergeFor(const Truth& truth, SyncedSide& side) {
   MergeInput input;
   input.truth = truth.records;
   input.base = side.base;
@@ -45,7 +45,7 @@ MergeResult mergeFor(const Truth& truth, Side& side) {
   return result;
 }
 
-MergeResult sync(Truth& truth, Side& side) {
+MergeResult sync(Truth& truth, SyncedSide& side) {
   MergeResult result = mergeFor(truth, side);
   truth.records = changedTruth(truth.records, result.truthChanges);
   ++truth.revision;
@@ -55,7 +55,7 @@ MergeResult sync(Truth& truth, Side& side) {
   return result;
 }
 
-void requireQuiet(const Truth& truth, Side& side) {
+void requireQuiet(const Truth& truth, SyncedSide& side) {
   const MergeResult result = mergeFor(truth, side);
   require(result.truthChanges.empty(), "a session with nothing new changes the truth");
   require(result.clientChanges.empty(), "a session with nothing new hands something down");
@@ -76,7 +76,7 @@ Facts factsOf(const Truth& truth) {
 }
 
 /// What a side's tree said when it synced, by the records that its session found for its entries.
-Facts factsOf(const ClientSimulation& simulation, const Side& synced) {
+Facts factsOf(const ClientSimulation& simulation, const SyncedSide& synced) {
   std::map<std::string, RecordId> records{{ClientSimulation::kRootUid, kRoot}};
   for (const auto* const base : {&synced.baseBefore, &synced.base}) {
     for (const BaseRecord& record : *base) records[record.localId.toString()] = record.record;
@@ -168,15 +168,15 @@ class Forest {
 
 struct TwoSides::State {
   Truth truth;
-  Side a;
-  Side b;
+  SyncedSide a;
+  SyncedSide b;
   Facts origin;
   std::string printed;
 };
 
 struct TwoSides::AfterA {
   Truth truth;
-  Side a;
+  SyncedSide a;
   Facts facts;
   std::string edited;  ///< A's tree when it synced
 };
@@ -207,8 +207,8 @@ void TwoSides::run(const ClientSimulation& ofA, const ClientSimulation& ofB) con
 
 void TwoSides::run(const AfterA& afterA, const ClientSimulation& ofB) const {
   Truth truth = afterA.truth;
-  Side a = afterA.a;
-  Side b{ofB, _state->b.base};
+  SyncedSide a = afterA.a;
+  SyncedSide b{ofB, _state->b.base};
   sync(truth, b);
   const MergeResult second = sync(truth, a);
   require(second.truthChanges.empty(), "A, who has nothing new, changes the truth");

@@ -19,7 +19,7 @@ class IntakeTest : public ControllerTest {};
 // A pulled folder addition whose record lacks a parent is filed with the parent "Root".
 TEST_F(IntakeTest, FolderWithoutParentHangsUnderTheRoot) {
   begin(rootEntry({bookmarkEntry("a", "A")}));
-  EXPECT_EQ(applyFolder(kAdd, "e1", folderRecord("F")), 1);
+  EXPECT_EQ(applyFolder(kAdd, "e1", folderRecord("F")), LoomerChangeAccepted);
   EXPECT_EQ(remapped, "UUID-1");
   EXPECT_EQ(tree(working()), "Root(a)");
   didPull();
@@ -30,7 +30,7 @@ TEST_F(IntakeTest, FolderWithoutParentHangsUnderTheRoot) {
 
 TEST_F(IntakeTest, BookmarkWithoutParentHangsUnderTheRoot) {
   begin(rootEntry({}));
-  EXPECT_EQ(applyBookmark(kAdd, "e1", bookmarkRecord("B")), 1);
+  EXPECT_EQ(applyBookmark(kAdd, "e1", bookmarkRecord("B")), LoomerChangeAccepted);
   EXPECT_EQ(tree(working()), "Root(UUID-1)");
 }
 
@@ -48,7 +48,7 @@ TEST_F(IntakeTest, AddOfAnotherEntityHandsBackAUid) {
   platform.log.expectMessages(
       {"I was asked to apply a change: " + LoomerChange(kAdd, "e1", Dictionary{{"k", "v"}}).description() +
        " for an entity I don't sync: Tag"});
-  EXPECT_EQ(apply(kAdd, "e1", Dictionary{{"k", "v"}}, "Tag"), 3);
+  EXPECT_EQ(apply(kAdd, "e1", Dictionary{{"k", "v"}}, "Tag"), LoomerChangeError);
   EXPECT_EQ(remapped, "UUID-1");
   EXPECT_TRUE(controller->bookmarksChanged());
 }
@@ -58,7 +58,7 @@ TEST_F(IntakeTest, AddOfAnotherEntityHandsBackAUid) {
 // there once and in its new place.
 TEST_F(IntakeTest, ModifyInTheSameParentPlacesTheBookmarkOnce) {
   begin(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B"), bookmarkEntry("c", "C")}));
-  EXPECT_EQ(applyBookmark(kModify, "a", atPosition(bookmarkRecord("New", "Root"), 2)), 1);
+  EXPECT_EQ(applyBookmark(kModify, "a", atPosition(bookmarkRecord("New", "Root"), 2)), LoomerChangeAccepted);
   EXPECT_EQ(tree(working()), "Root(b c a)");
   EXPECT_EQ(working().find("a")->title(), "New");
 }
@@ -71,7 +71,7 @@ TEST_F(IntakeTest, ModifyMovesTheBookmarkOutOfItsParent) {
 
 TEST_F(IntakeTest, ModifyOfAMissingBookmarkIsFiled) {
   begin(rootEntry({}));
-  EXPECT_EQ(applyBookmark(kModify, "ghost", bookmarkRecord("New", "Root")), 1);
+  EXPECT_EQ(applyBookmark(kModify, "ghost", bookmarkRecord("New", "Root")), LoomerChangeAccepted);
   EXPECT_EQ(tree(working()), "Root()");
   EXPECT_EQ(replayed(rootEntry({bookmarkEntry("ghost", "Old")}))->find("ghost")->title(), "New");
 }
@@ -79,13 +79,13 @@ TEST_F(IntakeTest, ModifyOfAMissingBookmarkIsFiled) {
 // The engine names every record; a change without an identifier is taken in, and harms nothing.
 TEST_F(IntakeTest, ChangesWithoutAnIdentifierAreAccepted) {
   begin(rootEntry({bookmarkEntry("a", "A")}));
-  EXPECT_EQ(applyFolder(kAdd, String(), folderRecord("F")), 1);
+  EXPECT_EQ(applyFolder(kAdd, String(), folderRecord("F")), LoomerChangeAccepted);
   EXPECT_EQ(remapped, "UUID-1");
-  EXPECT_EQ(applyFolder(kModify, String(), folderRecord("G")), 1);
-  EXPECT_EQ(applyFolder(kDelete, String()), 1);
-  EXPECT_EQ(applyBookmark(kModify, String(), bookmarkRecord("B")), 1);
-  EXPECT_EQ(applyBookmark(kDelete, String()), 1);
-  EXPECT_EQ(applyBookmark(kAdd, String(), bookmarkRecord("C")), 1);
+  EXPECT_EQ(applyFolder(kModify, String(), folderRecord("G")), LoomerChangeAccepted);
+  EXPECT_EQ(applyFolder(kDelete, String()), LoomerChangeAccepted);
+  EXPECT_EQ(applyBookmark(kModify, String(), bookmarkRecord("B")), LoomerChangeAccepted);
+  EXPECT_EQ(applyBookmark(kDelete, String()), LoomerChangeAccepted);
+  EXPECT_EQ(applyBookmark(kAdd, String(), bookmarkRecord("C")), LoomerChangeAccepted);
   didPull();
   EXPECT_EQ(tree(working()), "Root(a UUID-2 UUID-1())");
   EXPECT_EQ(tree(*replayed(rootEntry({bookmarkEntry("b", "B")}))), "Root(b UUID-2 UUID-1())");
@@ -96,7 +96,7 @@ TEST_F(IntakeTest, DeletesABookmarkWhoseParentIsABookmark) {
   begin(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B")}));
   applyBookmark(kModify, "a", bookmarkRecord("A", "b"));
   EXPECT_EQ(working().find("a")->parentId(), "b");
-  EXPECT_EQ(applyBookmark(kDelete, "a"), 1);
+  EXPECT_EQ(applyBookmark(kDelete, "a"), LoomerChangeAccepted);
   EXPECT_FALSE(working().find("a"));
   EXPECT_EQ(tree(working()), "Root(b)");
 }
@@ -104,7 +104,7 @@ TEST_F(IntakeTest, DeletesABookmarkWhoseParentIsABookmark) {
 // Deleting a folder leaves its children's entries in the working map.
 TEST_F(IntakeTest, DeletedFolderLeavesItsChildrenInTheMap) {
   begin(rootEntry({folderEntry("f", "F", {bookmarkEntry("a", "A")})}));
-  EXPECT_EQ(applyFolder(kDelete, "f"), 1);
+  EXPECT_EQ(applyFolder(kDelete, "f"), LoomerChangeAccepted);
   EXPECT_EQ(tree(working()), "Root()");
   EXPECT_FALSE(working().find("f"));
   EXPECT_TRUE(working().find("a"));
@@ -112,16 +112,16 @@ TEST_F(IntakeTest, DeletedFolderLeavesItsChildrenInTheMap) {
 
 TEST_F(IntakeTest, DeletingWhatIsMissingIsAcceptedAndFiled) {
   begin(rootEntry({}));
-  EXPECT_EQ(applyBookmark(kDelete, "ghost"), 1);
-  EXPECT_EQ(applyFolder(kDelete, "ghost folder"), 1);
+  EXPECT_EQ(applyBookmark(kDelete, "ghost"), LoomerChangeAccepted);
+  EXPECT_EQ(applyFolder(kDelete, "ghost folder"), LoomerChangeAccepted);
   EXPECT_EQ(tree(*replayed(rootEntry({bookmarkEntry("ghost", "G"), folderEntry("ghost folder", "F")}))),
             "Root()");
 }
 
 TEST_F(IntakeTest, IgnoredBookmarksAreLeftAloneButCount) {
   begin(rootEntry({hidden(folderEntry("f", "F", {bookmarkEntry("a", "A")}))}));
-  EXPECT_EQ(applyBookmark(kDelete, "a"), 2);
-  EXPECT_EQ(applyFolder(kModify, "f", folderRecord("New")), 2);
+  EXPECT_EQ(applyBookmark(kDelete, "a"), LoomerChangeIgnored);
+  EXPECT_EQ(applyFolder(kModify, "f", folderRecord("New")), LoomerChangeIgnored);
   EXPECT_EQ(tree(working()), "Root(f(a))");
   EXPECT_TRUE(controller->bookmarksChanged());
   EXPECT_FALSE(controller->pulledTheTruth());
@@ -144,8 +144,8 @@ TEST_F(IntakeTest, OtherTypesAreErrors) {
       platform.log.expectMessages({"Asked to apply a change that's not an add, modify, or delete: " +
                                    LoomerChange(type, uid, std::nullopt).description()});
     }
-    EXPECT_EQ(applyBookmark(type, "a"), 3);
-    EXPECT_EQ(applyFolder(type, "f"), 3);
+    EXPECT_EQ(applyBookmark(type, "a"), LoomerChangeError);
+    EXPECT_EQ(applyFolder(type, "f"), LoomerChangeError);
     EXPECT_FALSE(remapped);
   }
   EXPECT_EQ(tree(working()), "Root(a f())");

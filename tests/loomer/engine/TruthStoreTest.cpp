@@ -15,7 +15,7 @@ namespace {
 
 using testing::HasSubstr;
 
-class StoreTest : public EngineTest {
+class TruthStoreTest : public EngineTest {
  protected:
   /// Opening must be refused with path, cause and remedy, and must leave the file as it is.
   void expectRefused(const std::string& cause, const std::string& remedy) {
@@ -53,14 +53,14 @@ class StoreTest : public EngineTest {
   }
 };
 
-TEST_F(StoreTest, FileThatIsNoDatabaseIsRefused) {
+TEST_F(TruthStoreTest, FileThatIsNoDatabaseIsRefused) {
   close();
   platform.realFiles.write(
       storePath, "This is a letter to somebody, and long enough to be looked at. " + std::string(2000, 'x'));
   expectRefused("not a database", "Put a backup");
 }
 
-TEST_F(StoreTest, DatabaseOfAnotherProgramIsRefused) {
+TEST_F(TruthStoreTest, DatabaseOfAnotherProgramIsRefused) {
   close();
   platform.realFiles.remove(storePath);
   platform.realFiles.write(storePath, "");
@@ -71,13 +71,13 @@ TEST_F(StoreTest, DatabaseOfAnotherProgramIsRefused) {
   expectRefused("not one of the sync engine's", "Move it away");
 }
 
-TEST_F(StoreTest, NewerStoreIsRefused) {
+TEST_F(TruthStoreTest, NewerStoreIsRefused) {
   store().database().execute("PRAGMA user_version = 99", "age");
   close();
   expectRefused("version 99", "Install the newer version");
 }
 
-TEST_F(StoreTest, StoreWithADamagedHeadIsRefused) {
+TEST_F(TruthStoreTest, StoreWithADamagedHeadIsRefused) {
   fill(50);
   close();
   std::string bytes = contents(storePath);
@@ -86,7 +86,7 @@ TEST_F(StoreTest, StoreWithADamagedHeadIsRefused) {
   expectRefused("malformed", "Put a backup");
 }
 
-TEST_F(StoreTest, DamageFurtherInEndsTheSessionAndLeavesTheFile) {
+TEST_F(TruthStoreTest, DamageFurtherInEndsTheSessionAndLeavesTheFile) {
   fill(2000);
   close();
   const std::string good = contents(storePath);
@@ -105,7 +105,7 @@ TEST_F(StoreTest, DamageFurtherInEndsTheSessionAndLeavesTheFile) {
   platform.realFiles.write(storePath, good);
 }
 
-TEST_F(StoreTest, EmptyFileBecomesAStore) {
+TEST_F(TruthStoreTest, EmptyFileBecomesAStore) {
   close();
   for (const char* suffix : {"", "-wal", "-shm"}) platform.realFiles.remove(storePath + suffix);
   platform.realFiles.write(storePath, "");
@@ -113,7 +113,7 @@ TEST_F(StoreTest, EmptyFileBecomesAStore) {
   EXPECT_EQ(number("PRAGMA user_version"), static_cast<std::int64_t>(loomer::storeMigrations().size()));
 }
 
-TEST_F(StoreTest, StoreThatCannotBeMadeIsAnErrorWithItsPath) {
+TEST_F(TruthStoreTest, StoreThatCannotBeMadeIsAnErrorWithItsPath) {
   platform.realFiles.write(platform.directory / "file", "");
   const std::string path = platform.directory / "file/Loomer/Truth.db";
   try {
@@ -126,7 +126,7 @@ TEST_F(StoreTest, StoreThatCannotBeMadeIsAnErrorWithItsPath) {
   }
 }
 
-TEST_F(StoreTest, ConnectionIsDurableAndChecksReferences) {
+TEST_F(TruthStoreTest, ConnectionIsDurableAndChecksReferences) {
   EXPECT_EQ(number("PRAGMA synchronous"), 2) << "FULL";
   EXPECT_EQ(number("PRAGMA foreign_keys"), 1);
   EXPECT_EQ(number("PRAGMA application_id"), loomer::kStoreApplicationId);
@@ -135,7 +135,7 @@ TEST_F(StoreTest, ConnectionIsDurableAndChecksReferences) {
   EXPECT_EQ(mode.text(0), "wal");
 }
 
-TEST_F(StoreTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
+TEST_F(TruthStoreTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
   const std::string present = form();
   close();
   for (const char* suffix : {"-wal", "-shm"}) platform.realFiles.remove(storePath + suffix);
@@ -160,7 +160,7 @@ TEST_F(StoreTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
   EXPECT_EQ(b->text(), "F[A(http://a/)]");
 }
 
-TEST_F(StoreTest, MigrationsTakeOnlyTheStepsNotTakenYet) {
+TEST_F(TruthStoreTest, MigrationsTakeOnlyTheStepsNotTakenYet) {
   fill(3);
   const auto real = loomer::storeMigrations();
   std::vector<const char*> steps(real.begin(), real.end());
@@ -174,7 +174,7 @@ TEST_F(StoreTest, MigrationsTakeOnlyTheStepsNotTakenYet) {
   store().database().execute("DROP TABLE added", "clean");
 }
 
-TEST_F(StoreTest, FailingMigrationLeavesTheStoreAsItWas) {
+TEST_F(TruthStoreTest, FailingMigrationLeavesTheStoreAsItWas) {
   fill(3);
   const auto real = loomer::storeMigrations();
   std::vector<const char*> steps(real.begin(), real.end());
@@ -184,7 +184,7 @@ TEST_F(StoreTest, FailingMigrationLeavesTheStoreAsItWas) {
   EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'added'"), 0);
 }
 
-TEST_F(StoreTest, InvariantsOfTheTreeAreConstraints) {
+TEST_F(TruthStoreTest, InvariantsOfTheTreeAreConstraints) {
   fill(2);
   struct Row {
     const char* phrase;
@@ -203,7 +203,7 @@ TEST_F(StoreTest, InvariantsOfTheTreeAreConstraints) {
   }
 }
 
-TEST_F(StoreTest, CheckNamesCirclesAndParentsThatAreNoFolders) {
+TEST_F(TruthStoreTest, CheckNamesCirclesAndParentsThatAreNoFolders) {
   const auto client = makeClient("a");
   const std::string outer = client->addFolder("", "Outer");
   client->addFolder(outer, "Inner");
@@ -231,7 +231,7 @@ TEST_F(StoreTest, CheckNamesCirclesAndParentsThatAreNoFolders) {
       "UPDATE records SET parent = (SELECT parent FROM temp.old o WHERE o.id = records.id)", "heal");
 }
 
-TEST_F(StoreTest, AnIndependentReaderFindsTheRecords) {
+TEST_F(TruthStoreTest, AnIndependentReaderFindsTheRecords) {
   const auto client = makeClient("a");
   const std::string folder = client->addFolder("", "F\xc3\xbc");
   client->addBookmark(folder, "A", "http://a/");

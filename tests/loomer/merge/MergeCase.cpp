@@ -35,8 +35,8 @@ void place(const std::vector<kit::TreeNode>& siblings, const std::string& parent
 }
 
 /// A tree as text, and its nodes in one list.
-struct Side {
-  explicit Side(const std::string& text) : tree(kit::parseTree(text)) { place(tree, "", nodes); }
+struct PlacedTree {
+  explicit PlacedTree(const std::string& text) : tree(kit::parseTree(text)) { place(tree, "", nodes); }
   std::vector<kit::TreeNode> tree;
   std::vector<Placed> nodes;
 };
@@ -44,10 +44,10 @@ struct Side {
 }  // namespace
 
 MergeCase::MergeCase(const ThreeTrees& trees) {
-  const Side base(trees.base);
-  const Side truth(trees.truth);
-  const Side client(trees.client);
-  for (const Side* side : {&base, &truth}) {
+  const PlacedTree base(trees.base);
+  const PlacedTree truth(trees.truth);
+  const PlacedTree client(trees.client);
+  for (const PlacedTree* side : {&base, &truth}) {
     for (const Placed& each : side->nodes) {
       _records.emplace(each.node->label, static_cast<RecordId>(_records.size() + 1));
     }

@@ -7,23 +7,22 @@
 #include <map>
 #include <set>
 
-#include "tests/loomer/merge/Edits.h"
+#include "tests/loomer/merge/HistorySteps.h"
 
 namespace corvane::loomer::test {
 namespace {
 
-using Kind = EditKind;
+using kit::Step;
+using kit::stepsOf;
+using enum kit::StepKind;
 
-const std::vector<Kind> kEverything = {
-    Kind::addBookmark, Kind::addBookmark, Kind::addBookmark, Kind::addFolder,  Kind::addFolder,
-    Kind::addHidden,   Kind::rename,      Kind::readdress,   Kind::toggle,     Kind::move,
-    Kind::move,        Kind::move,        Kind::reorder,     Kind::reorder,    Kind::erase,
-    Kind::sync,        Kind::sync,        Kind::sync,        Kind::syncKilled, Kind::refresh,
-    Kind::replace};
+const kit::Weights kEverything = {
+    {3, addBookmark}, {2, addFolder}, {1, addHidden}, {1, rename},     {1, readdress}, {1, toggle}, {3, move},
+    {2, reorder},     {1, erase},     {3, sync},      {1, syncKilled}, {1, refresh},   {1, replace}};
 
-const std::vector<Kind> kQuietEdits = {Kind::addBookmark, Kind::addBookmark, Kind::addFolder, Kind::addHidden,
-                                       Kind::rename,      Kind::readdress,   Kind::toggle,    Kind::move,
-                                       Kind::move,        Kind::reorder,     Kind::reorder,   Kind::erase};
+const kit::Weights kQuietEdits = {{2, addBookmark}, {1, addFolder}, {1, addHidden},
+                                  {1, rename},      {1, readdress}, {1, toggle},
+                                  {2, move},        {2, reorder},   {1, erase}};
 
 /// Every title below an entry, its own included.
 std::set<std::string> titlesBelow(const ClientSimulation& client, const std::string& uid) {
@@ -66,7 +65,7 @@ void growEqualTrees(History& history, unsigned& serial) {
 void clientsConverge() {
   History history(*rc::gen::inRange<std::size_t>(2, 6));
   unsigned serial = 0;
-  for (const Edit& edit : *editsOf(kEverything)) carryOut(history, edit, Titles::few, serial);
+  for (const Step& step : *stepsOf(kEverything)) carryOut(history, step, Titles::few, serial);
   history.round();
   history.round();
   history.requireConverged();
@@ -75,12 +74,12 @@ void clientsConverge() {
 void changesArrive() {
   History history(3);
   unsigned serial = 0;
-  for (const Edit& edit : *editsOf(kEverything)) carryOut(history, edit, Titles::few, serial);
+  for (const Step& step : *stepsOf(kEverything)) carryOut(history, step, Titles::few, serial);
   history.round();
   history.round();
-  for (Edit edit : *editsOf(kQuietEdits)) {
-    edit.client = 1;
-    carryOut(history, edit, Titles::few, serial);
+  for (Step step : *stepsOf(kQuietEdits)) {
+    step.client = 1;
+    carryOut(history, step, Titles::few, serial);
   }
   static_cast<void>(history.client(1).read());
   const std::string edited = history.client(1).print();
@@ -90,10 +89,8 @@ void changesArrive() {
 }
 
 void nothingVanishes() {
-  const std::vector<Kind> kinds = {Kind::addBookmark, Kind::addBookmark, Kind::addFolder, Kind::toggle,
-                                   Kind::move,        Kind::move,        Kind::move,      Kind::reorder,
-                                   Kind::erase,       Kind::sync,        Kind::sync,      Kind::sync,
-                                   Kind::syncKilled,  Kind::refresh};
+  const kit::Weights weights = {{2, addBookmark}, {1, addFolder}, {1, toggle},     {3, move},   {1, reorder},
+                                {1, erase},       {3, sync},      {1, syncKilled}, {1, refresh}};
 
   History history(*rc::gen::inRange<std::size_t>(2, 5));
   unsigned serial = 0;
@@ -104,16 +101,16 @@ void nothingVanishes() {
     RC_ASSERT(history.truth().size() == 8U);
   }
   std::set<std::string> deleted;
-  for (const Edit& edit : *editsOf(kinds)) {
-    const std::size_t at = edit.client % history.size();
+  for (const Step& step : *stepsOf(weights)) {
+    const std::size_t at = step.client % history.size();
     const std::set<std::string> before = titlesBelow(history.client(at), ClientSimulation::kRootUid);
-    carryOut(history, edit, Titles::unique, serial);
-    if (edit.kind == Kind::erase) {
+    carryOut(history, step, Titles::unique, serial);
+    if (step.kind == erase) {
       const std::set<std::string> after = titlesBelow(history.client(at), ClientSimulation::kRootUid);
       std::set_difference(before.begin(), before.end(), after.begin(), after.end(),
                           std::inserter(deleted, deleted.end()));
     }
-    if (edit.kind == Kind::syncKilled) history.sync(at);
+    if (step.kind == syncKilled) history.sync(at);
   }
   history.round();
   history.round();
@@ -127,13 +124,13 @@ void nothingVanishes() {
 }
 
 void killedSessionsLeaveNoTrace() {
-  const std::vector<Edit> edits = *editsOf(kQuietEdits);
+  const std::vector<Step> steps = *stepsOf(kQuietEdits);
   History killed(2);
   History whole(2);
   unsigned serials[2] = {0, 0};
-  for (const Edit& edit : edits) {
-    carryOut(killed, edit, Titles::unique, serials[0]);
-    carryOut(whole, edit, Titles::unique, serials[1]);
+  for (const Step& step : steps) {
+    carryOut(killed, step, Titles::unique, serials[0]);
+    carryOut(whole, step, Titles::unique, serials[1]);
   }
   for (std::size_t at : {0, 1, 0}) {
     killed.syncKilled(at);
