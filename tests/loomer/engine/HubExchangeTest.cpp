@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -58,6 +59,35 @@ TEST_F(HubTest, QuietSessionAsksOnceAndStoresNothing) {
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(hub.calls, std::vector<std::string>{"remote changes"});
   EXPECT_EQ(a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'"), sessions);
+}
+
+TEST_F(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
+  a->client->addBookmark("", "1", "http://1/");
+  hub.onCall = [this](const std::string& call) {
+    if (call != "remote changes") return;
+    hub.onCall = nullptr;
+    loomer::ClientTable clients(a->store());
+    loomer::forgetClient(a->store(), clients.find(loomer::kHubClientIdentifier)->id);
+  };
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(std::count(hub.calls.begin(), hub.calls.end(), "remote changes"), 3)
+      << "twice before the session of the bookmarks and once after it";
+  settle();
+  EXPECT_EQ(b->text(), "1(http://1/)");
+}
+
+TEST_F(HubTest, AServiceThatDoesNotStayRegisteredIsReported) {
+  a->store().database().execute(
+      "CREATE TRIGGER unregister AFTER INSERT ON clients WHEN NEW.identifier = 'com.keldra.Pelto' BEGIN"
+      " DELETE FROM clients WHERE id = NEW.id; END",
+      "test");
+  a->client->addBookmark("", "1", "http://1/");
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(platform.log.messages.size(), 1u);
+  EXPECT_THAT(platform.log.messages[0],
+              testing::HasSubstr("the client com.keldra.Pelto was unregistered by another process"));
+  platform.log.expectMessages(platform.log.messages);
+  a->store().database().execute("DROP TRIGGER unregister", "test");
 }
 
 TEST_F(HubTest, SwitchedOffNothingLeavesTheComputer) {

@@ -13,17 +13,18 @@ namespace corvane::loomer {
 
 namespace {
 
-// Computers of one account that give changes at one moment: each time one of them gets through.
+// When several computers of one account push at the same moment, one of them gets through each time.
 constexpr int kAttempts = 20;
 constexpr double kPauseSeconds = 0.05;
 
-// Records in one push.
+// The number of records in one push. It doubles after a full push that took less than kQuickSeconds, and
+// halves after one that took more than kSlowSeconds.
 constexpr std::size_t kFirstPush = 2'000;
 constexpr std::size_t kSmallestPush = 250;
 constexpr std::size_t kLargestPush = 128'000;
-// A push that takes less could be larger, one that takes more should be smaller.
 constexpr double kQuickSeconds = 4.0;
 constexpr double kSlowSeconds = 15.0;
+// How long one run gives what is left.
 constexpr double kGivingSeconds = 90.0;
 
 double secondsNow() { return Platform::current().clock.now().seconds; }
@@ -97,43 +98,45 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
 }
 
 HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
-  const std::int64_t sessionsBefore = stateOf(_clients.store())->sessions;
+  const auto before = stateOf(_clients.store());
+  if (!before) return Outcome::overtaken;  // another process has just unregistered the service
   const bool wentBack = source.wentBackTo() != nullptr;
   EmbeddedSessionDriver driver(_clients, source);
   driver._setClient(&client);
   const double began = secondsNow();
   if (driver.sync()) {
     suitPush(secondsNow() - began, source.postponed() > 0);
-    report(source, wentBack);
+    report(source, wentBack, before->id);
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
-  const auto state = stateOf(_clients.store());
-  const bool otherProcessWasFaster = !state || state->sessions != sessionsBefore;
+  const auto after = stateOf(_clients.store());
+  const bool otherProcessWasFaster = !after || after->sessions != before->sessions;
   if (source.wasOvertaken() || otherProcessWasFaster) return Outcome::overtaken;
   throw PlatformException(pelto::DotPeltoException, driver.lastError().toString());
 }
 
-/// The next push in view of how long the last one took.
+// Sizes the next push by how long the last one took.
 void HubExchange::suitPush(double seconds, bool wasFull) {
   if (seconds < kQuickSeconds && wasFull) _mostRecords = std::min(_mostRecords * 2, kLargestPush);
   if (seconds > kSlowSeconds) _mostRecords = std::max(_mostRecords / 2, kSmallestPush);
 }
 
-void HubExchange::report(const HubClient& source, bool wentBack) {
+void HubExchange::report(const HubClient& source, bool wentBack, std::int64_t client) {
   if (wentBack) {
     systemLog(
         "The online service was put back to an earlier state: it is given again what it lost, and what was "
         "changed there since stands");
   }
-  if (source.postponed() > 0) return;  // the push that gives the rest will tell
+  if (source.postponed() > 0) return;  // the session with the last push reports
   if (source.tooLong() > 0) {
     systemLog("%d bookmarks and folders are too long for the online service and stay on this computer",
               source.tooLong());
   }
-  if (source.leftOut() > 0) {
-    systemLog("The account at the online service is full: %d bookmarks and folders stay on this computer",
-              BaseTable(_clients.store()).notHeldCount(stateOf(_clients.store())->id) - source.tooLong());
-  }
+  if (source.leftOut() == 0) return;
+  const std::size_t notHeld = BaseTable(_clients.store()).notHeldCount(client);
+  if (notHeld <= source.tooLong()) return;  // another process has unregistered the service meanwhile
+  systemLog("The account at the online service is full: %d bookmarks and folders stay on this computer",
+            notHeld - source.tooLong());
 }
 
 LoomerClient& HubExchange::hubClient() {

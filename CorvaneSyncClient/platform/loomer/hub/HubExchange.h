@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -10,31 +11,34 @@ namespace corvane::loomer {
 
 class ClientRegistry;
 
-/// Opens the way to the online service, contacting nobody; null when there is no account.
+/// Makes the online service's hub without connecting; null when there is no account.
 using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 
-/// Exchanges changes between the truth and the online service, around the sessions of one run. Whatever goes
-/// wrong there ends the exchanges of this object with one line in the system log and nothing else: the next
-/// run catches up.
+/// Exchanges changes between the truth and the online service, around the sessions of one run. A failure ends
+/// the exchanges of this object with one line in the system log and has no other effect: the next run catches
+/// up.
 ///
-/// A push holds the store's lock up, so that much is given in several, each as large as the line to the
-/// service lets it be in a few seconds.
+/// The store is locked during a push. Many changes are therefore given in several pushes, each as large as
+/// the connection carries in a few seconds. This is the only place that sizes pushes; within one, statements
+/// have a fixed size.
 class HubExchange {
  public:
   /// `clients` must outlive this object.
   HubExchange(ClientRegistry& clients, HubOpener openHub);
   ~HubExchange();
 
-  /// Takes in what the service has that this computer has not seen, and gives it one push of what it lacks.
+  /// Takes in the remote changes that this computer has not seen, and gives one push of what the service
+  /// lacks.
   void takeIn();
-  /// Gives what the service lacks, for a minute or two at most; asks it nothing where it lacks nothing.
+  /// Gives everything that the service lacks, for a minute or two at most. Does not contact it when it lacks
+  /// nothing.
   void giveChanges();
 
  private:
   enum class Outcome {
     done,
     more,       ///< there is more to give
-    overtaken,  ///< another computer or process was faster, or another account was met than before
+    overtaken,  ///< another computer or process was faster, or the account is not the one of the last time
   };
 
   void guarded(void (HubExchange::*work)());
@@ -43,21 +47,22 @@ class HubExchange {
   Outcome exchangeOnce();
   Outcome runSession(LoomerClient& client, HubClient source);
   void suitPush(double seconds, bool wasFull);
-  void report(const HubClient& source, bool wentBack);
+  void report(const HubClient& source, bool wentBack, std::int64_t client);
   LoomerClient& hubClient();
   bool hasChangesForHub();
 
   ClientRegistry& _clients;
   HubOpener _openHub;
   std::unique_ptr<pelto::Hub> _hub;
-  std::size_t _mostRecords;  // in one push
-  bool _hasMore = false;     // to give than the last push took
-  bool _ended = false;  // nothing more is exchanged: there is no account, it is switched off, or it failed
+  std::size_t _mostRecords;  ///< in one push
+  bool _hasMore = false;     ///< to give than the last push took
+  bool _ended = false;       ///< no more exchanges: there is no account, it is switched off, or it failed
 };
 
 /// Runs a client's sessions between two exchanges with the online service.
 class ExchangingSessionDriver : public LoomerSessionDriver {
  public:
+  /// `driver` runs the sessions.
   ExchangingSessionDriver(std::unique_ptr<LoomerSessionDriver> driver, std::unique_ptr<HubExchange> exchange);
 
   void _setClient(LoomerClient* client) override { _driver->_setClient(client); }

@@ -32,7 +32,11 @@ EmbeddedClient* ClientRegistry::registerClient(const String& identifier,
 
 EmbeddedClient& ClientRegistry::registerClient(const String& identifier, const Dictionary& description) {
   _table.enter(identifier, description, Platform::current().clock.now());
-  return *find(identifier);
+  if (EmbeddedClient* client = find(identifier)) return *client;
+  throw LoomerStoreException(_store.path(),
+                             "the client " + identifier.toString() +
+                                 " was unregistered by another process while it was being registered",
+                             "Sync again.");
 }
 
 void ClientRegistry::unregisterClient(LoomerClient& client) {
