@@ -38,7 +38,7 @@ class HubTest : public testing::Test {
  protected:
   HubTest() { hub.setEnabled(kHubDataClass, true); }
 
-  /// Makes the account's next revision of `records`; the pushId it bears.
+  /// Makes the account's next revision of `records`; returns the id of the push.
   String give(Hub& to, std::vector<HubRecord> records);
   String give(std::vector<HubRecord> records) { return give(hub, std::move(records)); }
   /// Everything alive that the account holds.

@@ -44,12 +44,12 @@ std::string notePathOf(const std::string& path) {
   return joinedPath(directoryOf(path), "AccountReached.plist");
 }
 
-/// What stands in a note for the account that it is about.
+// Identifies the account in its note.
 std::int64_t hashOf(const Account& account) {
   return static_cast<std::int64_t>(sipHash({}, account.computer.toString() + ' ' + account.url));
 }
 
-/// Nothing also where the note cannot be read: the next answer is noted anew.
+// Absent also when the note cannot be read: the next answer is noted again.
 std::optional<Date> reachedIn(const std::string& notePath, const Account& account) {
   std::string contents;
   if (readPrivateFile(notePath, contents)) return std::nullopt;
@@ -64,7 +64,7 @@ std::optional<Date> reachedIn(const std::string& notePath, const Account& accoun
   }
 }
 
-/// Makes the directory where it is missing.
+// Makes the directory if it is missing.
 void writePrivately(const std::string& path, const Dictionary& entries) {
   if (const auto problem = makePrivateDirectory(directoryOf(path)))
     fail(path, "can't make " + problem.path + ": " + problem.error.message(), kPermissionRemedy);
@@ -95,7 +95,7 @@ std::optional<Account> readAccount(const std::string& path) {
   const std::error_code error = readPrivateFile(path, contents);
   if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
     return std::nullopt;
-  // Whoever may read the file may read every bookmark and change it.
+  // Anyone who can read the file can read and change every bookmark.
   if (error == std::errc::operation_not_permitted) {
     fail(path, "it belongs to another user, or other users may read or write it",
          "Have the account's password changed if somebody may have seen it, and set the account again with "

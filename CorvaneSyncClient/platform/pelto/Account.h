@@ -11,35 +11,35 @@ namespace corvane::pelto {
 
 /// How this user reaches the online service.
 struct Account {
-  std::string url;  ///< `postgresql://…`, the password in it: a secret
-  String computer;  ///< this computer's identifier there, an upper-case UUID made with the account
-  /// When the service last answered for this URL and computer, to the day; nothing: never yet. Kept in a file
-  /// of its own, which `noteAccountReached` writes.
+  std::string url;  ///< `postgresql://…` with the password: a secret
+  String computer;  ///< this computer's identifier there, an upper-case UUID made when the account was set
+  /// When the service last answered for this URL and computer, to the day; absent before it ever has. Kept in
+  /// a file of its own, which `noteAccountReached` writes.
   std::optional<Date> reached;
 };
 
-/// Where the account of the user with this home directory is kept.
+/// The path of the account's file in that home directory.
 std::string accountPathForHome(const std::string& homeDirectory);
 
-/// Reads, and raises DotPeltoException where the file is there but cannot be read, is no account, or is open
-/// to other users. Nothing when there is no file.
+/// Reads the account; absent when there is no file. Raises DotPeltoException when the file cannot be read,
+/// does not hold an account, or is accessible to other users.
 std::optional<Account> readAccount(const std::string& path);
-/// Writes the file, readable by the user alone, whole or not at all, but for `reached`. Raises
+/// Writes the account without `reached`, atomically, to a file that only the user can read. Raises
 /// DotPeltoException.
 void writeAccount(const std::string& path, const Account& account);
-/// Notes that the service answered for this account: beside the account's file and not in it, so that an
-/// account that the user sets or removes at the same moment stays as he left it. The note counts for that URL
-/// and computer alone. Raises DotPeltoException.
+/// Notes that the service answered for this account. The note is a file beside the account's, so that it
+/// cannot overwrite an account that the user sets or removes at the same moment. It is valid for that URL and
+/// computer only. Raises DotPeltoException.
 void noteAccountReached(const std::string& path, const Account& account, Date when);
 /// Removes the account and the note beside it. False when there was no account. Raises DotPeltoException.
 bool removeAccount(const std::string& path);
 
-/// Raises DotPeltoException, saying what is wrong, for an address that is no `postgresql://` URL, or that
-/// would carry secrets to another computer without TLS that checks who the server is.
+/// Raises DotPeltoException, with the reason, for an address that is not a `postgresql://` URL, or that would
+/// send secrets to another computer without TLS that verifies the server.
 void checkAccountUrl(std::string_view url);
-/// Whether there is a password in the URL, which must be one that can be used.
+/// Whether the URL contains a password. Raises DotPeltoException like `checkAccountUrl`.
 bool holdsPassword(std::string_view url);
-/// The URL for people: without password and other secrets.
+/// The URL in words, without the password and other secrets.
 std::string withoutSecrets(std::string_view url);
 
 }  // namespace corvane::pelto

@@ -6,7 +6,7 @@ namespace corvane {
 
 namespace {
 
-/// Over the user's account, read anew at each question.
+// Uses the user's account, which it reads again at each call.
 class AccountProxy : public DotPeltoSessionProxy {
  public:
   bool isComputerEnabledForSyncing() override {

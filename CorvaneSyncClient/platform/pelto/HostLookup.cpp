@@ -44,8 +44,8 @@ HostAddresses resolve(const std::string& name, int flags) {
   return found;
 }
 
-// What the child writes: a line with the problem, empty when there is none, a line for each address, and a
-// zero byte, without which the answer was cut off.
+// The child writes a line with the problem, which is empty when there is none, a line for each address, and a
+// zero byte. An answer without the zero byte was cut off.
 
 std::string encoded(const HostAddresses& found) {
   std::string text = found.problem + '\n';
@@ -62,8 +62,8 @@ HostAddresses decoded(const std::string& text) {
   return found;
 }
 
-/// Closes what the child inherited, but for its answer and the standard streams: a lock that the parent
-/// holds ends with the parent.
+// Closes every inherited descriptor except the answer and the standard streams, so that the parent's locks
+// end with the parent.
 void closeInherited(const FileDescriptor& answer) {
   constexpr unsigned kFirst = STDERR_FILENO + 1;
   const auto kept = static_cast<unsigned>(answer.number());
@@ -77,12 +77,12 @@ void closeInherited(const FileDescriptor& answer) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // cannot fail with a valid signal
   if (::getppid() != parent) ::_exit(1);
   closeInherited(answer);
-  // Where it cannot be written, nobody is left to read it.
+  // When the answer cannot be written, nobody is left to read it.
   writeAll(answer, encoded(resolve(name, AI_ADDRCONFIG)));
   ::_exit(0);
 }
 
-/// A child process that looks a name up. It ends, and is waited for, with this object.
+// A child process that looks a name up. The destructor ends it and waits for it.
 class Lookup {
  public:
   explicit Lookup(const std::string& name) {
@@ -130,7 +130,7 @@ class Lookup {
 }  // namespace
 
 HostAddresses lookUpHost(const std::string& name, Deadline deadline) {
-  // Never the business of a name server (RFC 6761).
+  // Name servers must not be asked for this name (RFC 6761).
   if (::strcasecmp(name.c_str(), "localhost") == 0) return {{"127.0.0.1", "::1"}, {}};
   HostAddresses numeric = resolve(name, AI_NUMERICHOST);
   if (!numeric.numeric.empty()) return numeric;

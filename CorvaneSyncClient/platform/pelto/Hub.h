@@ -32,68 +32,71 @@ struct HubRecord {
   bool tabGroup = false;
   bool special = false;
   bool deleted = false;  ///< a tombstone: of the rest only the id counts
-  /// Of the account when the record was written; only in what the service tells.
+  /// The account's revision that wrote the record; only set in records that the service sends.
   std::int64_t revision = 0;
 };
 
-/// A state of an account: which account, its revision, and the pushId that the push to that revision bore.
-/// Two states with one number but different pushIds are of different pasts: the service was restored from a
-/// backup.
+/// A state of an account: which account, its revision, and the id of the push that made that revision. Two
+/// states with the same revision and different push ids belong to different histories: the service was
+/// restored from a backup in between.
 struct HubState {
   String account;  ///< an upper-case UUID, given when the account was made
   std::int64_t revision = 0;
   String pushId;  ///< an upper-case UUID; absent at revision 0
+  /// Whether all three agree.
   friend bool operator==(const HubState&, const HubState&) = default;
 };
 
 /// What a computer learns at the beginning of an exchange.
 struct RemoteChanges {
-  HubState now;
-  bool enabled = false;  ///< whether this computer is to sync the data class; when not, nothing else is read
-  /// The newest of the states asked with that belongs to this account's past. Where it is not the first one,
-  /// the service was put back to it, or to a later state that the computer has not seen; where there is none,
-  /// the account is another one.
+  HubState now;  ///< the account's present state
+  /// Whether this computer syncs the data class. When it does not, nothing below is read.
+  bool enabled = false;
+  /// The newest of the states that were asked about which is part of the account's history. When it is not
+  /// the first of them, the service was restored to it, or to a later state that the computer has not seen.
+  /// Absent when the account shares no history with the computer.
   std::optional<HubState> common;
-  /// States between that one (or the account's beginning) and the present one, newest first: those just
-  /// before the present one, and farther back one here and there.
+  /// States between `common` (or the account's beginning) and `now`, newest first: the latest ones, and a
+  /// sample of the earlier ones.
   std::vector<HubState> past;
-  /// Whether `records` are all live ones, rather than those that changed since the first state asked with.
-  /// Where the service was put back, the tombstones of what was deleted since `common` are among them.
+  /// Whether `records` holds all live records, and not only those changed since the first state asked about.
+  /// After a restore it also holds the tombstones of what was deleted since `common`.
   bool whole = false;
   std::vector<HubRecord> records;  ///< folders and bookmarks in any order
-  std::int64_t room = 0;           ///< how many live records more the account may hold
-  std::int64_t roomForBytes = 0;   ///< and how many bytes of their names and addresses
+  std::int64_t room = 0;           ///< how many more live records the account may hold
+  std::int64_t roomForBytes = 0;   ///< how many more bytes of names and addresses
 };
 
-/// What one computer gives: applied whole or not at all.
+/// The changes of one computer, applied as a whole or not at all.
 struct HubPush {
-  HubState expected;  ///< the state that the changes were made from
+  HubState expected;  ///< the state that the changes are based on
   String id;          ///< a fresh upper-case UUID
   std::vector<HubRecord> records;
 };
 
-/// Of which of the past revisions between the two, without them, a computer is told: the newest 64, then the
+/// Which of the revisions between `since` and `now`, both excluded, a computer learns of: the newest 64, then
 /// one at each doubling of the distance from `now`. Descending.
 std::vector<std::int64_t> sampledRevisions(std::int64_t since, std::int64_t now);
 
-/// The versioned record store of one account at the online service. It merges nothing. Everything raises
+/// The versioned record store of one account at the online service. It merges nothing. Every function raises
 /// DotPeltoException when the service cannot be reached, refuses, or does not answer in time.
 class Hub {
  public:
   virtual ~Hub() = default;
 
-  /// The account's state, and what changed since the first of `seen`, the states that the computer has seen,
-  /// newest first (empty: none so far), all of one moment.
+  /// The account's state and what has changed since the first of `seen`, read at one moment. `seen` holds the
+  /// states that the computer has seen, newest first; empty before the first exchange.
   virtual RemoteChanges remoteChanges(const std::vector<HubState>& seen) = 0;
-  /// Makes the account's next revision of `push`, in one transaction. False, with nothing changed, when the
-  /// account is not in the expected state any more.
+  /// Makes `push` the account's next revision, in one transaction. False, with nothing changed, when the
+  /// account is no longer in the expected state.
   virtual bool push(const HubPush& push) = 0;
-  /// Whether a push with that pushId became part of the account's past: tells how one ended whose end nobody
-  /// heard.
+  /// Whether the push with that id is part of the account's history. Answers how a push ended when the
+  /// connection was lost before the answer arrived.
   virtual bool hasPush(const String& pushId) = 0;
 
-  /// The service's setting of this computer and account. A computer never heard of has everything off.
+  /// Whether this computer syncs the data class. A computer that the service does not know syncs nothing.
   virtual bool isEnabled(const String& dataClass) = 0;
+  /// Switches the data class on or off for this computer.
   virtual void setEnabled(const String& dataClass, bool enabled) = 0;
 };
 

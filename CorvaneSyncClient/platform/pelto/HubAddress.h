@@ -7,32 +7,32 @@
 
 namespace corvane::pelto {
 
-/// A server that an address names.
+/// One of the servers in an address.
 struct HubHost {
-  std::string name;     ///< as the server's certificate has it; a path for a socket; empty: the usual socket
-  std::string address;  ///< numeric, where the connection goes; empty: to be looked up from the name
-  std::string port;     ///< empty: the usual one
+  std::string name;     ///< the name in the server's certificate, or a socket's path; empty: default socket
+  std::string address;  ///< the numeric address to connect to; empty: to be looked up by name
+  std::string port;     ///< empty: the default port
 
-  /// Whether connecting stays within this computer.
+  /// Whether the connection stays on this computer.
   bool isLocal() const;
-  /// Whether there is a name that stands for numeric addresses yet to be found.
+  /// Whether the numeric addresses have to be looked up by name.
   bool needsLookup() const;
 };
 
-/// What a `postgresql://` URL says, with what the tool adds: for a server that is not local TLS that checks
-/// who the server is. Holds secrets.
+/// A parsed `postgresql://` URL, with what the tool adds: for a server that is not local, TLS that verifies
+/// the server's name. Holds secrets.
 struct HubAddress {
-  std::vector<HubHost> hosts;  ///< never empty; tried in this order
-  /// The other connection parameters by libpq's names, "sslmode" always among them.
+  std::vector<HubHost> hosts;  ///< never empty, in the order to try them
+  /// The other connection parameters by libpq's names; "sslmode" is always among them.
   std::vector<std::pair<std::string, std::string>> parameters;
 
-  /// Empty when the parameter is not set.
+  /// The value of a connection parameter; empty when it is not set.
   std::string parameter(std::string_view name) const;
-  /// Servers, database and user for people, without secrets.
+  /// Servers, database and user in words, without secrets.
   std::string description() const;
 };
 
-/// Raises DotPeltoException, as `checkAccountUrl` says.
+/// Raises DotPeltoException in the same cases as `checkAccountUrl`.
 HubAddress parseHubAddress(std::string_view url);
 
 }  // namespace corvane::pelto

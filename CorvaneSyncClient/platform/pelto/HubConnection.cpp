@@ -20,8 +20,8 @@
 #include "CorvaneSyncClient/platform/pelto/HostLookup.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 
-// The library is asked for everything without blocking, and this file waits. It keeps SIGPIPE from the
-// process by itself.
+// libpq is only called in its non-blocking mode; the waiting is done here. libpq itself keeps SIGPIPE away
+// from the process.
 
 namespace corvane::pelto {
 
@@ -29,7 +29,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// What went wrong, and what to do about it.
+// What went wrong, and what to do about it.
 struct Problem {
   std::string what;
   std::string remedy;
@@ -37,8 +37,9 @@ struct Problem {
 
 constexpr const char* kLater = "Nothing was lost here; sync again later.";
 
-/// The library takes parameters that the address leaves open from variables such as PGHOSTADDR, PGSERVICE and
-/// PGSSLMODE, and there is no other way to keep it from that: an empty parameter counts as open.
+// libpq takes parameters that the address does not set from variables such as PGHOSTADDR, PGSERVICE and
+// PGSSLMODE. Removing the variables is the only way to prevent that, since an empty parameter counts as not
+// set.
 void forgetEnvironment() {
   std::vector<std::string> names;
   for (char** variable = environ; variable && *variable; ++variable) {
@@ -54,7 +55,7 @@ std::string secondsText(double seconds) {
   return (text.back() == '0' ? whole : whole + '.' + text.back()) + (whole == "1" ? " second" : " seconds");
 }
 
-/// The first line of what a server or the library says, without control characters and full stop.
+// The first line of a message of the server or of libpq, without control characters and the full stop.
 std::string firstLine(std::string_view message) {
   std::string line(message.substr(0, message.find('\n')));
   for (char& c : line) {
@@ -64,8 +65,8 @@ std::string firstLine(std::string_view message) {
   return line;
 }
 
-/// The error code in a verbose message such as "connection to … failed: FATAL:  28P01: no such user"; empty
-/// when it came from no server. `message` is left with what stands behind it.
+// The error code in a verbose message such as "connection to … failed: FATAL:  28P01: no such user"; empty
+// when the message is not from a server. Removes the code and what precedes it from `message`.
 std::string takeSqlState(std::string_view& message) {
   constexpr std::string_view kMark = ":  ";
   for (std::size_t at = message.find(kMark); at != std::string_view::npos; at = message.find(kMark, at + 1)) {
@@ -87,11 +88,11 @@ bool mentions(std::string_view message, std::string_view word) {
 
 bool isRefusal(const std::string& state) { return state.starts_with("28") || state == "42501"; }
 
-/// A serialisation failure, as on a standby server whose primary has cleared away what is being read, or a
-/// deadlock.
+// A serialisation failure, for example on a standby server whose primary has removed rows that are being
+// read, or a deadlock.
 bool isConflict(std::string_view state) { return state == "40001" || state == "40P01"; }
 
-/// Whether no other address of the same service would answer better.
+// Whether the other addresses of the service would give the same answer.
 bool isFinal(const std::string& state) { return isRefusal(state) || state == "3D000"; }
 
 Problem connectionProblem(const std::string& state, std::string_view message) {
@@ -125,7 +126,7 @@ constexpr const char* kMakeRoom =
 constexpr const char* kReport = "That is a mistake of this program: please report it.";
 constexpr const char* kMoreThanAsked = "it gives more than was asked for";
 
-/// What the service refuses by a constraint of its own.
+// What the service refuses by one of its constraints.
 struct Refusal {
   const char* constraint;
   const char* what;
@@ -180,7 +181,7 @@ std::size_t HubRows::length(int row, int column) const {
   return static_cast<std::size_t>(PQgetlength(_result.get(), row, column));
 }
 
-/// The value's bytes, `size` of them unless that is -1.
+// The value's bytes. Requires `size` of them unless that is -1.
 const char* HubRows::value(int row, int column, int size) const {
   if (row < PQntuples(_result.get()) && column < PQnfields(_result.get()) &&
       (size < 0 || PQgetlength(_result.get(), row, column) == size))
@@ -216,7 +217,7 @@ namespace {
 
 constexpr const char* kConnect = "connect";
 
-/// The parameters of one attempt in the form that the library takes.
+// The parameters of one attempt in libpq's form.
 class Parameters {
  public:
   Parameters(const HubAddress& address, const HubHost& host) {
@@ -226,15 +227,15 @@ class Parameters {
     add("port", host.port);
     add("client_encoding", "UTF8");
     add("application_name", "corvanetool");
-    // Passwords and client certificates come from the account alone, and not from where the library looks for
-    // them otherwise. A file that cannot be is passed over; of one that is no plain file the library warns on
-    // standard error.
+    // Passwords and client certificates come only from the account, and not from the files in which libpq
+    // looks for them by default. It ignores a path that cannot exist, but would warn on standard error about
+    // one that is not a plain file.
     constexpr const char* kNoFile = "/dev/null/none";
     add("passfile", kNoFile);
     for (const char* name : {"sslcert", "sslkey"}) {
       if (address.parameter(name).empty()) add(name, kNoFile);
     }
-    add("gssencmode", "disable");  // it would take the place of TLS, and of checking who the server is
+    add("gssencmode", "disable");  // it would replace TLS, which verifies the server
     _names.push_back(nullptr);
     _values.push_back(nullptr);
   }
@@ -242,7 +243,7 @@ class Parameters {
   const char* const* values() const { return _values.data(); }
 
  private:
-  /// Both must outlive this object, literals or parts of the address and the host.
+  // Both must outlive this object: they are literals or parts of the address and the host.
   void add(const char* name, const std::string& value) { add(name, value.c_str()); }
   void add(const char* name, const char* value) {
     _names.push_back(name);
@@ -258,7 +259,7 @@ struct ConnectionDeleter {
 };
 using Connection = std::unique_ptr<pg_conn, ConnectionDeleter>;
 
-/// Drives the attempt until it ends; false at the deadline.
+// Drives the attempt until it ends; false at the deadline.
 bool awaitConnection(pg_conn* connection, Deadline deadline) {
   PostgresPollingStatusType status = PGRES_POLLING_WRITING;
   while (status == PGRES_POLLING_READING || status == PGRES_POLLING_WRITING) {
@@ -269,7 +270,7 @@ bool awaitConnection(pg_conn* connection, Deadline deadline) {
   return true;
 }
 
-/// How one attempt ended: with a connection, or with what went wrong.
+// The result of one attempt: a connection or a problem.
 struct Attempt {
   Connection connection;
   Problem problem;
@@ -280,7 +281,7 @@ Attempt attemptConnection(const HubAddress& address, const HubHost& host, Deadli
   const Parameters parameters(address, host);
   Connection connection(PQconnectStartParams(parameters.names(), parameters.values(), 0));
   if (!connection) throw std::bad_alloc();
-  // Makes messages name the error codes, which is the only way to learn them of a failed connection.
+  // Makes messages contain the error codes, which a failed connection does not report in any other way.
   PQsetErrorVerbosity(connection.get(), PQERRORS_VERBOSE);
   PQsetNoticeProcessor(
       connection.get(), [](void*, const char*) {}, nullptr);
@@ -294,7 +295,7 @@ Attempt attemptConnection(const HubAddress& address, const HubHost& host, Deadli
   return {nullptr, connectionProblem(state, message), isFinal(state)};
 }
 
-/// The host by each of its numeric addresses.
+// The host once for each of its numeric addresses.
 std::vector<HubHost> lookedUp(const HubHost& host, Deadline deadline, Problem& problem) {
   if (!host.needsLookup()) return {host};
   const HostAddresses found = lookUpHost(host.name, deadline);
@@ -374,7 +375,7 @@ void HubConnection::awaitSending(Deadline deadline, const char* purpose) {
     if (left < 0) failCutOff(purpose);
     const short events = awaitEvents(PQsocket(_connection), POLLIN | POLLOUT, deadline);
     if (events == 0) failTimedOut(purpose);
-    // A server that answers early may not read on before it got rid of the answer.
+    // A server that answers early may stop reading until its answer is read.
     if ((events & POLLIN) != 0 && PQconsumeInput(_connection) == 0) failCutOff(purpose);
   }
 }
@@ -388,7 +389,7 @@ pg_result* HubConnection::nextResult(Deadline deadline, const char* purpose) {
 }
 
 void HubConnection::awaitResults(const char* purpose, const std::function<void(HubRows)>& take) {
-  PQsetSingleRowMode(_connection);  // fails only where nothing was sent
+  PQsetSingleRowMode(_connection);  // fails only when nothing was sent
   const Deadline deadline = std::min(after(_timeouts.statement), _end);
   awaitSending(deadline, purpose);
   bool isComplete = false;

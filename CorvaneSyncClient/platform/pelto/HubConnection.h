@@ -20,35 +20,40 @@ namespace corvane::pelto {
 
 /// How long to wait for the service, in seconds.
 struct HubTimeouts {
-  double connect = 5.0;     ///< for a connection: names, addresses, TLS and password together
-  double statement = 15.0;  ///< for one statement, from sending its first byte to its last answer
-  double exchange = 900.0;  ///< for everything that is asked of it
+  double connect = 5.0;     ///< for a connection: host lookup, all addresses, TLS and password together
+  double statement = 15.0;  ///< for one statement, from the first byte sent to the last byte received
+  double exchange = 900.0;  ///< for the whole exchange
 };
 
-/// Another transaction was in the way, and the server undid this one: it is to be run again.
+/// The server rolled the transaction back because it conflicted with another one; it can be retried.
 class HubConflict : public PlatformException {
  public:
+  /// `failure` is the DotPeltoException to report when it is not retried.
   explicit HubConflict(PlatformException failure) : PlatformException(std::move(failure)) {}
 };
 
-/// What a statement answered: one row, or none. Accessors raise DotPeltoException where the column is not
-/// what they read.
+/// The result of a statement: one row or none. Accessors raise DotPeltoException when the column is not of
+/// the type that they read.
 class HubRows {
  public:
-  /// Takes `result` over; null: no row.
+  /// Takes ownership of `result`; null means no row. Keeps a reference to `address`.
   HubRows(pg_result* result, const HubAddress& address);
 
+  /// The number of rows.
   int count() const;
+  /// Whether the value is NULL.
   bool isNull(int row, int column) const;
-  /// How many bytes the value has; 0 for NULL.
+  /// The value's size in bytes; 0 for NULL.
   std::size_t length(int row, int column) const;
+  /// A bigint.
   std::int64_t big(int row, int column) const;
+  /// An integer.
   std::int32_t integer(int row, int column) const;
+  /// A boolean.
   bool boolean(int row, int column) const;
-  /// The absent string for NULL, here and below.
-  /// Whatever is no UTF-8 comes as U+FFFD: such bytes are nothing that this program can have given.
+  /// A bytea as text; absent for NULL. Bytes that are not UTF-8 become U+FFFD: this program never sends them.
   String textOfBytes(int row, int column) const;
-  /// In the string form.
+  /// A uuid in string form; absent for NULL.
   String uuid(int row, int column) const;
 
  private:
@@ -61,31 +66,31 @@ class HubRows {
   const HubAddress& _address;
 };
 
-/// A connection to the service: with HubAddress the only code that speaks libpq. It sets up nothing on the
-/// server that outlives a transaction, so that poolers may stand in between, and no statement waits beyond
-/// its deadline. Every failure raises DotPeltoException, a HubConflict where the server undid the transaction
-/// for another one's sake; the connection is then of no more use, and the
-/// server undoes the transaction that was open. One thread.
+/// A connection to the service. Together with HubAddress this is the only code that uses libpq. Nothing that
+/// it sets on the server outlives a transaction, so it works through a pooler, and no statement waits beyond
+/// its deadline. Every failure raises DotPeltoException, or a HubConflict when the server rolled the
+/// transaction back in favour of another one. After a failure the connection cannot be used any more, and the
+/// server rolls back an open transaction.
 class HubConnection {
  public:
-  /// Connects. Of several servers and addresses each gets its part of the time; the first that answers is
-  /// taken. Keeps a reference to `address`. Whatever is asked, nothing is waited for beyond `end`.
+  /// Connects to the first server and address that answers; each gets an equal share of the time. Keeps a
+  /// reference to `address`. Nothing here or below waits beyond `end`.
   HubConnection(const HubAddress& address, const HubTimeouts& timeouts, Deadline end);
   ~HubConnection();
   HubConnection(const HubConnection&) = delete;
   HubConnection& operator=(const HubConnection&) = delete;
 
-  /// Runs statements without parameters, whose rows nobody wants. `purpose` ("read what changed") is for
-  /// messages.
+  /// Runs statements without parameters and ignores their rows. `purpose` ("read what changed"), here and
+  /// below, is for error messages.
   void run(const std::string& statements, const char* purpose);
-  /// Runs one statement that answers one row at most.
+  /// Runs one statement that returns at most one row.
   HubRows run(const char* statement, const std::vector<HubValue>& parameters, const char* purpose);
-  /// Runs one statement and hands its rows over one by one, as they come: none waits in memory for the
-  /// others. What `take` raises ends it.
+  /// Runs one statement and passes its rows to `take` one by one as they arrive, so that only one is in
+  /// memory. An exception from `take` ends it.
   void forEachRow(const char* statement, const std::vector<HubValue>& parameters, const char* purpose,
                   const std::function<void(HubRows)>& take);
 
-  /// Raises for a service that gives what nobody can have given it: `what` it did.
+  /// Raises DotPeltoException for a service that sends what it cannot have stored; `what` says what it did.
   [[noreturn]] void failMalformed(const char* purpose, const std::string& what) const;
 
  private:
@@ -101,7 +106,8 @@ class HubConnection {
   pg_conn* _connection = nullptr;
 };
 
-/// A DotPeltoException about the service at `address`: "read what changed", "what is wrong" and "What to do."
+/// A DotPeltoException about the service at `address`, with a purpose ("read what changed"), the problem
+/// ("the server is down") and a remedy ("Try again.").
 PlatformException hubException(const HubAddress& address, const std::string& purpose, const std::string& what,
                                const std::string& remedy);
 

@@ -9,7 +9,7 @@
 
 namespace corvane::pelto {
 
-/// PostgreSQL's types by their object identifiers, which are the same in every server.
+/// PostgreSQL's types by object identifier; these are the same on every server.
 enum class HubType : std::uint32_t {
   boolean = 16,
   bytes = 17,
@@ -30,11 +30,13 @@ struct HubValue {
   std::string bytes;
 };
 
-/// Absent is NULL. Raises DotPeltoException for text that is no UUID.
+/// A uuid; NULL for absent text. Raises DotPeltoException for text that is not a UUID.
 HubValue uuidValue(const String& uuid);
+/// A bigint.
 HubValue bigValue(std::int64_t number);
+/// A boolean.
 HubValue booleanValue(bool value);
-/// `text` must be UTF-8 without zero bytes.
+/// A text; NULL for absent text. `text` must be UTF-8 without zero bytes.
 HubValue textValue(const String& text);
 
 /// A one-dimensional array, built element by element.
@@ -42,13 +44,15 @@ class HubArray {
  public:
   /// `array` is one of the array types.
   explicit HubArray(HubType array);
+  /// Appends to an array of booleans.
   void add(bool value);
+  /// Appends to an array of integers.
   void add(std::int32_t number);
-  /// Absent is NULL. An array of UUIDs takes them in their string form and raises DotPeltoException for any
-  /// other text.
+  /// Appends to an array of bytea or uuid; absent is NULL. An array of uuid takes them in string form and
+  /// raises DotPeltoException for other text.
   void add(const String& value);
 
-  /// The array as a value, which takes the elements out of this object.
+  /// The array as a value; leaves this object empty.
   HubValue take();
 
  private:

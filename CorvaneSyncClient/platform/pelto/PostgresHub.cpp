@@ -8,34 +8,35 @@
 
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
-// Every call is one transaction (news: a second one, at most once a day, that notes the computer), begun with
-// limits that end with it. The server's limits are the client's, so that a statement that nobody waits for
-// any more ends there too, and the locks of a computer that fell silent are given back.
+// Every call is one transaction; remoteChanges adds a second one, at most once a day, that notes the
+// computer. A transaction begins with timeouts that end with it. The server's timeouts equal the client's, so
+// that a statement which the client has given up ends on the server too, and the locks of a computer that
+// falls silent are released.
 //
-// Pushes of one account queue at its row: begin_push updates it under the condition that it is in the
-// expected state. In a READ COMMITTED transaction whoever waited sees the row as the winner left it, finds
-// the condition false and is told so; there is no other lock, so that computers alone cannot deadlock or fail
-// to serialise. An administrator's statements can be in the way all the same, and on a standby server
-// whatever its primary does.
+// Pushes of one account queue at its row: begin_push updates it on condition that it is in the expected
+// state. In a READ COMMITTED transaction, a computer that waited sees the row as the winner left it, finds
+// the condition false and reports that. There is no other lock, so the computers alone can neither deadlock
+// nor fail to serialise. An administrator's statements still can conflict with them, and on a standby server
+// so can the primary's changes.
 
 namespace corvane::pelto {
 
 namespace {
 
-// What one statement carries at most: records, and bytes of their names and addresses. With some 100 bytes
-// more for each record, a line of 256 kbit/s carries that in half the time for one statement. Larger ones
-// gain little on a fast line: what a statement costs beyond its records is one round trip.
+// The most that one statement carries: records, and bytes of their names and addresses. With some 100 bytes
+// more per record, a line of 256 kbit/s transfers that in half of a statement's time. Larger statements would
+// gain little on a fast line, since a statement costs only one round trip besides its records.
 constexpr std::size_t kRowsPerStatement = 1024;
 constexpr std::size_t kBytesPerStatement = 128 << 10;
 
-// What an account may hold is for the service to say, but a computer is not filled up on its word: four times
-// what the service gives an account at first. Names and addresses, and live records, to which come up to
-// three times as many tombstones.
+// The service says how much an account may hold, but it cannot make a computer read without end. These limits
+// are four times the service's defaults: bytes of names and addresses, live records, and tombstones for each
+// live record.
 constexpr std::int64_t kMostBytesTaken = std::int64_t{4} << 30;
 constexpr std::int64_t kMostRecordsTaken = 4'000'000;
 constexpr std::int64_t kTombstonesForARecord = 3;
 
-// Of a transaction that gets into another one's way.
+// How often a transaction that conflicts with another one is run.
 constexpr int kAttempts = 5;
 
 constexpr const char* kReading = "ISOLATION LEVEL REPEATABLE READ, READ ONLY";
@@ -53,8 +54,8 @@ std::string beginning(const char* kind, const HubTimeouts& timeouts) {
       {"statement_timeout", statement},
       {"lock_timeout", std::max(statement * 2 / 3, 1L)},
       {"idle_in_transaction_session_timeout", statement * 2},
-      // The limits above do not hold while the server waits for the rest of a statement: this computer may be
-      // gone by then. Seconds.
+      // The timeouts above do not apply while the server waits for the rest of a statement from a computer
+      // that is gone. Seconds.
       {"tcp_keepalives_idle", 20},
       {"tcp_keepalives_interval", 5},
       {"tcp_keepalives_count", 3},
@@ -65,7 +66,7 @@ std::string beginning(const char* kind, const HubTimeouts& timeouts) {
   return statements;
 }
 
-/// This computer's name as far as the service keeps it.
+// This computer's name as the service stores it.
 String computerName() {
   std::string name = Platform::current().process.hostName().substr(0, 255);
   for (char& c : name) {
@@ -74,10 +75,10 @@ String computerName() {
   return name;
 }
 
-/// What counts for the size of a batch.
+// The bytes that count towards kBytesPerStatement.
 std::size_t sizeOf(const HubRecord& record) { return record.name.view().size() + record.url.view().size(); }
 
-/// Records on their way to the service, column by column.
+// The records of one statement, column by column.
 class RecordBatch {
  public:
   bool isEmpty() const { return _rows == 0; }
@@ -97,7 +98,7 @@ class RecordBatch {
     _deletions.add(record.deleted);
   }
 
-  /// The parameters of put_records; leaves the batch empty.
+  // The parameters of put_records. Leaves the batch empty.
   std::vector<HubValue> take() {
     _rows = 0;
     _bytes = 0;
@@ -134,7 +135,7 @@ HubRecord recordIn(const HubRows& row) {
   return record;
 }
 
-/// How much has been read, of how much there may be at most.
+// How much has been read, and the limit.
 struct Allowance {
   std::size_t rows = 0;
   std::size_t bytes = 0;
@@ -160,10 +161,10 @@ struct PostgresHub::State {
   std::int64_t byteLimit = 0;
   std::int64_t forgottenRevision = 0;
   bool isEnabled = false;
-  bool isNoted = false;  ///< the computer, under its present name, within the last day
+  bool isNoted = false;  // whether the computer was noted with its present name within the last day
 };
 
-/// After which revisions live records and tombstones are told.
+// The revisions after which live records and tombstones are read.
 struct PostgresHub::Since {
   std::int64_t revision = 0;
   std::int64_t deletions = kNever;
@@ -244,7 +245,7 @@ PostgresHub::Ending PostgresHub::writing(const char* purpose, const Work& work) 
   });
 }
 
-/// The rows are of a query of the user's own account, which answers one row when there is one.
+// `rows` is the result of a query for the user's own account, of which there is at most one.
 void PostgresHub::requireAccount(const HubRows& rows, const char* purpose) const {
   if (rows.count() == 1) return;
   throw hubException(_address, purpose, "the user has no account there",
@@ -276,8 +277,9 @@ PostgresHub::State PostgresHub::readState(HubConnection& connection) {
   return state;
 }
 
-/// The newest of those states, which are of one account, that this account was in. A quiet exchange asks
-/// nothing for that, and one with a service that was not put back for the first state alone.
+// The newest of those states, all of one account, that are part of this account's history. An exchange
+// without changes needs no query for that, and one with a service that was not restored queries only the
+// first state.
 std::optional<HubState> PostgresHub::newestCommon(HubConnection& connection, const State& state,
                                                   const std::vector<HubState>& seen) {
   if (seen.empty() || seen.front().account != state.now.account) return std::nullopt;
@@ -286,8 +288,8 @@ std::optional<HubState> PostgresHub::newestCommon(HubConnection& connection, con
   return first || seen.size() == 1 ? first : newestOf(connection, state, seen);
 }
 
-/// A statement of its own names the account by its number, so that the server opens the account's partition
-/// alone: opening all of them costs a new connection more than everything else.
+// This is a separate statement that names the account by its number, so that the server opens only the
+// account's partition: opening all of them costs a new connection more than everything else.
 std::optional<HubState> PostgresHub::newestOf(HubConnection& connection, const State& state,
                                               const std::vector<HubState>& seen) {
   std::optional<HubState> beginning;
@@ -306,7 +308,7 @@ std::optional<HubState> PostgresHub::newestOf(HubConnection& connection, const S
   return rows.count() == 1 ? HubState{state.now.account, rows.big(0, 0), rows.uuid(0, 1)} : beginning;
 }
 
-/// States of the past that the computer need not have seen.
+// Reads past states, whether or not the computer has seen them.
 void PostgresHub::readPast(HubConnection& connection, const State& state, RemoteChanges& remote) {
   std::string revisions;
   const auto told = sampledRevisions(remote.common ? remote.common->revision : 0, state.now.revision);
@@ -325,8 +327,8 @@ void PostgresHub::readPast(HubConnection& connection, const State& state, Remote
       {bigValue(state.account), textValue(revisions + "}")}, kReadChanges, take);
 }
 
-// Pages follow the index by (revision, id), each as long as a page may be in rows and in bytes. The last row
-// of a page may exceed the bytes.
+// Pages follow the index on (revision, id) and are limited in rows and bytes. The last row of a page may
+// exceed the bytes.
 constexpr const char* kReadPage =
     "SELECT revision, id, folder, parent, position, name, url, tab_group, special, deleted FROM ("
     "  SELECT *, sum(COALESCE(octet_length(name), 0) + COALESCE(octet_length(url), 0))"
@@ -383,7 +385,7 @@ RemoteChanges PostgresHub::remoteChanges(const std::vector<HubState>& seen) {
     if (!remote.whole) since.revision = since.deletions = remote.common->revision;
     if (!continues && remote.common) since.deletions = remote.common->revision;
     if (since.revision < state.now.revision) {
-      // Whatever the statistics say of an account that has just grown: a page is read along the index.
+      // A page is read along the index, even when the statistics of an account that has just grown are old.
       connection.run(
           "SET LOCAL enable_seqscan = off; SET LOCAL enable_bitmapscan = off; SET LOCAL enable_sort = off",
           kReadChanges);
@@ -403,7 +405,7 @@ void PostgresHub::noteComputer() {
       return Ending::commit;
     });
   } catch (const PlatformException&) {
-    // The administrator's list is a day older then; the exchange goes on.
+    // The administrator's list stays a day behind. The exchange goes on.
   }
 }
 
@@ -421,7 +423,7 @@ bool PostgresHub::push(const HubPush& push) {
   return ending == Ending::commit;
 }
 
-// Deletions go first: an account at its limit takes a push that deletes as much as it adds.
+// Deletions go first, so that a full account accepts a push that deletes as much as it adds.
 void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRecord>& records) {
   RecordBatch batch;
   const auto send = [&] {

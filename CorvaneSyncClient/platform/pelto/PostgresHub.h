@@ -8,23 +8,22 @@
 
 namespace corvane::pelto {
 
-/// The version of the service's schema that this program needs: the number of the last script of
-/// resources/hub/ of which it uses anything. A service of a later version tells whether it still serves this
-/// one.
+/// The version of the service's schema that this program needs: the number of the last script in
+/// resources/hub/ that it depends on. A newer service says itself whether it still supports this version.
 inline constexpr std::int32_t kHubVersion = 1;
 
-/// A Hub in PostgreSQL (resources/hub/ holds its schema). It connects at the first call, keeps the connection
-/// for the following ones and drops it when one fails; the next call connects anew. One thread.
+/// A Hub in PostgreSQL (resources/hub/ holds its schema). It connects at the first call and keeps the
+/// connection until a call fails; the next call then connects again.
 ///
-/// It serves one exchange: when its time is over, all calls fail. However much the service gives, no more is
-/// taken than an account may hold; a single row can be as long as the library takes (2 GiB).
+/// It serves one exchange: when the exchange's time is up, every call fails. It never reads more than an
+/// account may hold, whatever the service sends; a single row is limited by libpq (2 GiB).
 ///
-/// A push whose end nobody heard (the connection was cut off while the transaction was being committed)
-/// raises like any other failure; `hasPush` tells how it ended.
+/// A push whose outcome is unknown, because the connection was lost during the commit, raises like any other
+/// failure; `hasPush` then answers how it ended.
 class PostgresHub : public Hub {
  public:
   /// `computer` is this computer's identifier, an upper-case UUID. Raises DotPeltoException for an address
-  /// that cannot be used; nobody is asked yet.
+  /// that cannot be used. Does not connect yet.
   PostgresHub(std::string_view url, String computer, HubTimeouts timeouts = {});
 
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
@@ -34,7 +33,7 @@ class PostgresHub : public Hub {
   void setEnabled(const String& dataClass, bool enabled) override;
 
  private:
-  /// What one look at the account tells.
+  /// What one query of the account returns.
   struct State;
   struct Since;
 

@@ -10,7 +10,7 @@ namespace corvane::pelto {
 
 namespace {
 
-// Writing the file costs as much as a short session.
+// Writing the file takes as long as a short session.
 constexpr double kNotedForSeconds = 24.0 * 60 * 60;
 
 std::unique_ptr<Hub> makeHub(const Account& account) {
@@ -18,8 +18,8 @@ std::unique_ptr<Hub> makeHub(const Account& account) {
   return std::make_unique<PostgresHub>(account.url, account.computer);
 }
 
-/// An account that the user has replaced or removed meanwhile needs no note; one that he replaces or removes
-/// at this very moment is left alone by it.
+// An account that the user has replaced or removed meanwhile needs no note. One that is replaced or removed
+// at this very moment is not affected by the note.
 void noteReached(const Account& account) {
   try {
     const auto kept = userAccount();
@@ -28,12 +28,12 @@ void noteReached(const Account& account) {
     if (kept->reached && std::abs(now.seconds - kept->reached->seconds) < kNotedForSeconds) return;
     noteAccountReached(userAccountPath(), account, now);
   } catch (const PlatformException& exception) {
-    // What the service answered counts for more than the note of it.
+    // The service's answer matters more than the note of it.
     systemLog("The online service answered, but that cannot be noted: %@", exception.reason());
   }
 }
 
-/// A hub that notes the first answer.
+// A hub that notes the first answer.
 class NotingHub : public Hub {
  public:
   NotingHub(const Account& account, std::unique_ptr<Hub> hub) : _account(account), _hub(std::move(hub)) {}

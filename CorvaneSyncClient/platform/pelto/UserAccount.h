@@ -11,22 +11,22 @@
 
 namespace corvane::pelto {
 
-/// Where the current user's account is kept.
+/// The path of the current user's account.
 std::string userAccountPath();
 
-/// The current user's account; nothing when none is set. Raises DotPeltoException.
+/// The current user's account; absent when none is set. Raises DotPeltoException.
 std::optional<Account> userAccount();
 
-/// The way to the service that the account names. Nobody is asked before the first call on the hub. That the
-/// service answered, also with no, is noted as `reached` beside the current user's account if that still
-/// is this one; at most once a day, so that a sync that finds nothing new writes nothing either. Where
-/// it cannot be noted, the system log says so.
+/// The service that the account names. It connects at the first call on the hub. Any answer of the service,
+/// even a refusal to push, is noted as `reached` beside the current user's account, provided that it is still
+/// the same account; at most once a day, so that a sync that finds nothing new writes nothing. A failure to
+/// note it goes to the system log.
 std::unique_ptr<Hub> hubOf(const Account& account);
 
-/// Makes the hub of an account, contacting nobody.
+/// Makes the hub of an account without connecting.
 using HubMaker = std::function<std::unique_ptr<Hub>(const Account&)>;
 
-/// Makes another maker current: `hubOf` uses it. Without any, hubs are PostgreSQL servers.
+/// Makes another maker current, for `hubOf` to use. The default maker makes PostgreSQL hubs.
 using HubMakerScope = ServiceScope<HubMaker>;
 
 }  // namespace corvane::pelto

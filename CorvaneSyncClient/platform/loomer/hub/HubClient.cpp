@@ -21,7 +21,7 @@ constexpr const char* kPostponedKey = "postponed";
 constexpr std::size_t kFewFormerRecords = 10'000;
 constexpr std::size_t kRecordsAtOnce = 10'000;
 constexpr double kBeginTimeoutSeconds = 60.0;
-// Changes are only collected; what takes time is the push, which has limits of its own.
+// Changes are only collected. What takes time is the push, which has timeouts of its own.
 constexpr double kPullTimeoutSeconds = 3600.0;
 
 Entity entityOf(const HubRecord& record) { return record.folder ? Entity::folder : Entity::bookmark; }
@@ -59,7 +59,7 @@ HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::Re
   if (!_past.empty() && _remote.common != _past.newest()) findEarlierState();
 }
 
-/// What changed there since the newest state that both know.
+// What changed at the service since the newest state that both sides know.
 void HubClient::findEarlierState() {
   _earlier.emplace();
   const std::int64_t revision = _remote.common ? _remote.common->revision : 0;
@@ -92,7 +92,7 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
   return true;
 }
 
-/// Now, because later the store is locked for everybody.
+// Asks now, because the store is locked later.
 void HubClient::askForPushes() {
   const auto note = HandedDownFile(_store.path(), _client).read();
   if (!note) return;
@@ -122,7 +122,7 @@ Dictionary HubClient::recordsForEntityName(const String& entityName, bool& moreC
   return records;
 }
 
-/// What the service holds: all that it told, or what the base says where it told nothing newer.
+// What the service holds: everything that it sent, or the base with what it sent on top.
 void HubClient::readTree() {
   _hasTree = true;
   if (_offersAgain) BaseTable(_store).offerAgain(_client);
@@ -184,7 +184,7 @@ int HubClient::put(const EntitySchema& schema, const String& id, const Dictionar
     ++_tooLong;
     return LoomerChangeRefused;
   }
-  // What a changed record held before is not known here: it counts as new until the service has told.
+  // What a changed record held before is unknown here, so all its bytes count until the service answers.
   if ((isNew && _remote.room <= 0) || _remote.roomForBytes < static_cast<std::int64_t>(bytes)) {
     ++_leftOut;
     return LoomerChangeRefused;
@@ -204,7 +204,7 @@ bool HubClient::deleteAllRecordsForEntityName(const String& entityName, String&)
   return true;
 }
 
-/// What was noted before stands unless it was offered once more.
+// An earlier note stays unless everything was offered again.
 void HubClient::noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const {
   if (count > 0) {
     client.setObject(Value(true), key);
@@ -218,8 +218,8 @@ bool HubClient::sessionDriverDidPull(LoomerSessionDriver&, String&) {
   return true;
 }
 
-/// What the service held before is needed when it is put back: kept as long as the log, and no more of it
-/// than there is now.
+// What the service held before is needed after it is restored. It is kept as long as the log, and no more of
+// it than the service holds now.
 void HubClient::forgetFormer() {
   BaseTable base(_store);
   const Date now = Platform::current().clock.now();

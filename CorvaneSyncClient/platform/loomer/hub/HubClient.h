@@ -18,31 +18,31 @@ namespace corvane::loomer {
 /// The online service's name among the engine's clients.
 inline constexpr const char* kHubClientIdentifier = "com.keldra.Pelto";
 
-/// Whether something stayed out of the service because the account had no room.
+/// Whether the last sessions left records out of the service because the account was full.
 bool leftOutOfHub(LoomerClient& client);
-/// Whether something was left for the next push.
+/// Whether the last session postponed changes to the next push.
 bool postponedForHub(LoomerClient& client);
 
-/// One session of the online service as a client of the engine. Its tree is what its base says with the
-/// remote changes from the service on top; what it is handed down becomes one push. It keeps the service's
-/// ids as its local ids, and takes the engine's identifiers for additions, so that a record has one id on
-/// every computer.
+/// One session of the online service as a client of the engine. Its tree is its base with the remote changes
+/// applied; what the session delivers to it becomes one push. Its local ids are the service's ids, and the
+/// engine's identifiers for additions, so that a record has the same id on every computer.
 class HubClient : public LoomerSessionDriverDataSource {
  public:
-  /// `hub` and `store` must outlive this object. `past` holds the states with which `remote` were asked. The
-  /// push takes no more records than `mostRecords`; the rest is left for the next one.
+  /// `hub` and `store` must outlive this object. `remote` is the hub's answer to the states of `past`. The
+  /// push takes at most `mostRecords` records; the rest is postponed to the next one.
   HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::RemoteChanges remote,
             std::size_t mostRecords);
 
-  /// Whether the session was cancelled because another computer gave changes in between.
+  /// Whether the session was cancelled because another computer pushed in between.
   bool wasOvertaken() const { return _overtaken; }
-  /// Additions that the account had no room for.
+  /// The number of records left out because the account is full.
   std::size_t leftOut() const { return _leftOut; }
-  /// Additions and changes that are too long for the service.
+  /// The number of additions and changes that are too long for the service.
   std::size_t tooLong() const { return _tooLong; }
-  /// Changes that are left for the next push.
+  /// The number of changes postponed to the next push.
   std::size_t postponed() const { return _postponed; }
 
+  // The client's side of the session; LoomerSessionDriverDataSource describes each function.
   String clientIdentifier() override { return kHubClientIdentifier; }
   std::optional<Url> clientDescriptionURL() override { return std::nullopt; }
   std::vector<Url> schemaBundleURLs() override { return {bookmarksSchemaUrl()}; }
@@ -84,18 +84,19 @@ class HubClient : public LoomerSessionDriverDataSource {
   HubPast _past;
   pelto::RemoteChanges _remote;
   std::optional<EarlierState> _earlier;
-  std::int64_t _client = 0;   // its row in the store
-  std::int64_t _session = 0;  // the number of this one
+  std::int64_t _client = 0;   ///< its row in the store
+  std::int64_t _session = 0;  ///< this session's number
 
   bool _hasTree = false;
   std::vector<pelto::HubRecord> _tree;
-  std::array<std::size_t, 2> _given{};  // how far each entity's records were given
+  std::array<std::size_t, 2> _given{};  ///< how much of `_tree` was read for each entity
 
   String _pushId;
   std::vector<pelto::HubRecord> _push;
-  bool _offersAgain = false;  // what there was no room for before
+  bool _offersAgain = false;  ///< what was postponed or left out before
   std::size_t _mostRecords;
-  std::unordered_map<String, bool> _pushesAskedFor;  // by pushId: whether they are part of the account's past
+  /// By push id: whether the push is part of the account's history.
+  std::unordered_map<String, bool> _pushesAskedFor;
   std::size_t _leftOut = 0;
   std::size_t _tooLong = 0;
   std::size_t _postponed = 0;

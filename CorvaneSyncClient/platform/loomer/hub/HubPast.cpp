@@ -14,8 +14,7 @@ constexpr const char* kPushIdKey = "mark";
 constexpr const char* kSessionKey = "session";
 constexpr const char* kMetKey = "met";
 
-// A distance in revisions within which every state is kept, and how many are, should the service have been
-// put back often.
+// Within this distance in revisions every state is kept, up to a limit for a service that is restored often.
 constexpr std::uint64_t kNear = 64;
 constexpr std::size_t kMostNear = 128;
 
@@ -51,7 +50,7 @@ HubPast::HubPast(LoomerClient& client) {
           {seenIn(*state, account), integer(*state, kSessionKey), state->date(kMetKey).value_or(Date{})});
     }
   }
-  // A store of a version that kept the last state alone.
+  // The store of an older version, which kept only the last state.
   const pelto::HubState last = seenIn(*seen, account);
   if (_states.empty() || _states.front().seen != last) _states = {{last, 1, Date{}}};
 }
@@ -93,7 +92,8 @@ void HubPast::enter(const pelto::RemoteChanges& remote, const pelto::HubState& n
   thinOut();
 }
 
-/// Farther back, a state goes when the next older one is not more than twice as far as the next newer one.
+// Farther back, a state is dropped when the next older one is at most twice as far away as the next newer
+// one.
 void HubPast::thinOut() {
   std::vector<State> kept;
   std::size_t near = 0;

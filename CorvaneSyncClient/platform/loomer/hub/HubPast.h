@@ -9,28 +9,30 @@
 
 namespace corvane::loomer {
 
-/// The states of the service that this computer knows of, newest first: those that it has met, and those that
-/// it was told of. By them it finds out how far back a service went that was put back. They are kept with the
-/// service's client: some 64 of the last ones, enough for a server that takes over, and of older ones, back
-/// to the first, one for each doubling of the distance, enough for a backup.
+/// The states of the service that this computer knows of, newest first: those that it has seen itself, and
+/// those that the service has listed. They show how far back a restored service went. They are stored with
+/// the service's client: about the newest 64, enough for a failover, and one for each doubling of the
+/// distance back to the first, enough for a backup.
 class HubPast {
  public:
-  /// No states before the first exchange.
+  /// Reads what `client` keeps. Empty before the first exchange.
   explicit HubPast(LoomerClient& client);
 
+  /// Whether there are no states.
   bool empty() const { return _states.empty(); }
-  /// The state that the client's base stands for.
+  /// The state that the client's base corresponds to.
   const pelto::HubState& newest() const { return _states.front().seen; }
-  /// All of them, and the beginning of the account, which belongs to every past of it.
+  /// All states, and the beginning of the account, which is part of every history of it.
   std::vector<pelto::HubState> states() const;
-  /// The number of the client's session whose base stood for that state or for one before it; 0 where there
+  /// The number of the client's session whose base corresponded to that state or an earlier one; 0 when there
   /// was none.
   std::int64_t sessionOf(const pelto::HubState& state) const;
-  /// The number of the last session that met a state before that date; 0 for none.
+  /// The number of the last session that learned of a state before that date; 0 when there was none.
   std::int64_t lastSessionBefore(Date date) const;
 
-  /// Enters that the session of that number began with `remote`, and that its base stands for `now`.
+  /// Records that the session of that number began with `remote` and that its base corresponds to `now`.
   void enter(const pelto::RemoteChanges& remote, const pelto::HubState& now, std::int64_t session, Date date);
+  /// Stores the states with `client`.
   void store(LoomerClient& client) const;
 
  private:
