@@ -17,11 +17,12 @@ EntryHistory::EntryHistory(const EntryValues& first) {
 }
 
 bool EntryHistory::mustBeGone() const {
-  return std::any_of(_deletions.begin(), _deletions.end(), [this](const EntryValues& seen) {
+  return std::any_of(_deletions.begin(), _deletions.end(), [this](const Deletion& deletion) {
     for (std::size_t i = 0; i < _values.size(); ++i) {
-      if (_values[i].last() != std::vector<std::string>{seen[i]}) return false;
+      if (_values[i].last() != std::vector<std::string>{deletion.seen[i]}) return false;
     }
-    return true;
+    return std::includes(deletion.seenInIt.begin(), deletion.seenInIt.end(), _entered.begin(),
+                         _entered.end());
   });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,19 +38,29 @@ class EntryHistory {
     _values[which].edit(from, to);
   }
   bool knows(std::size_t which, const std::string& value) const { return _values[which].knows(value); }
-  /// Somebody deleted it who saw these values.
-  void erase(const EntryValues& seen) { _deletions.push_back(seen); }
+  /// An entry was put into it, which is a folder.
+  void fill(const std::string& entry) { _entered.insert(entry); }
+  /// Somebody deleted it who saw these values, and at some time these entries in it.
+  void erase(const EntryValues& seen, const std::set<std::string>& seenInIt) {
+    _deletions.push_back({seen, seenInIt});
+  }
 
   bool wasDeleted() const { return !_deletions.empty(); }
-  /// Whether somebody deleted it who knew of every edit.
+  /// Whether somebody deleted it who knew of every edit, and of everything that was put into it.
   bool mustBeGone() const;
   /// What is wrong with the values that it ended with; empty where they are right. Where somebody deleted it,
   /// and somebody else edited it, the edits of the first may have gone with it.
   std::string complaint(const EntryValues& end) const;
 
  private:
+  struct Deletion {
+    EntryValues seen;
+    std::set<std::string> seenInIt;
+  };
+
   std::vector<ValueHistory> _values;
-  std::vector<EntryValues> _deletions;
+  std::set<std::string> _entered;
+  std::vector<Deletion> _deletions;
 };
 
 }  // namespace corvane

@@ -49,6 +49,7 @@ class EditingComputers {
   }
 
   void carryOut(const Step& step) {
+    for (std::size_t i = 0; i < _simulation.clientCount(); ++i) lookAt(i);
     const std::size_t client = step.client % _simulation.clientCount();
     const char* const call = kCalls[step.entry % kCalls.size()];
     switch (step.kind) {
@@ -174,6 +175,21 @@ class EditingComputers {
     const std::string id =
         isFolder ? client.addFolder(folder, name) : client.addBookmark(folder, name, "http://" + name + "/");
     _entries.emplace(name, EntryHistory(valuesOf(client, client.nodes.at(id))));
+    fill(client, id);
+  }
+
+  void fill(ScriptedClient& client, const std::string& id) {
+    const Node& node = client.nodes.at(id);
+    if (node.parent.empty()) return;
+    _entries.at(identityOf(client.nodes.at(node.parent))).fill(identityOf(node));
+  }
+
+  /// What a user has seen in which folder.
+  void lookAt(std::size_t at) {
+    ScriptedClient& client = _simulation.client(at);
+    for (const auto& [id, node] : client.nodes) {
+      if (!node.parent.empty()) _seen[at][identityOf(client.nodes.at(node.parent))].insert(identityOf(node));
+    }
   }
 
   void edit(std::size_t at, const Step& step) {
@@ -189,7 +205,7 @@ class EditingComputers {
     if (step.kind <= StepKind::addFolder) return add(at, folder, step.kind == StepKind::addFolder);
     if (all.empty()) return;
     const std::string id = all[step.entry % all.size()];
-    if (step.kind == StepKind::erase) return erase(client, id);
+    if (step.kind == StepKind::erase) return erase(at, id);
     const Node before = client.nodes.at(id);
     const std::string version = std::to_string(++_versions);
     if (step.kind == StepKind::rename) client.rename(id, identityOf(before) + "." + version);
@@ -214,10 +230,13 @@ class EditingComputers {
   void move(ScriptedClient& client, const std::string& id, const std::string& folder) {
     if (client.nodes.at(id).folder || identityOf(client.nodes.at(id)) == kAnchor) return;
     const std::string target = folder.empty() ? "" : identityOf(client.nodes.at(folder));
-    if (!_entries.at(identityOf(client.nodes.at(id))).knows(kFolder, target)) client.move(id, folder);
+    if (_entries.at(identityOf(client.nodes.at(id))).knows(kFolder, target)) return;
+    client.move(id, folder);
+    fill(client, id);
   }
 
-  void erase(ScriptedClient& client, const std::string& id) {
+  void erase(std::size_t at, const std::string& id) {
+    ScriptedClient& client = _simulation.client(at);
     std::vector<std::string> below{id};
     for (std::size_t i = 0; i < below.size(); ++i) {
       if (identityOf(client.nodes.at(below[i])) == kAnchor) return;
@@ -228,7 +247,7 @@ class EditingComputers {
     }
     for (const std::string& each : below) {
       const Node& node = client.nodes.at(each);
-      _entries.at(identityOf(node)).erase(valuesOf(client, node));
+      _entries.at(identityOf(node)).erase(valuesOf(client, node), _seen[at][identityOf(node)]);
     }
     client.remove(id);
   }
@@ -237,7 +256,8 @@ class EditingComputers {
   int _serial = 0;
   int _versions = 0;
   std::map<std::string, EntryHistory> _entries;
-  std::set<std::string> _orders;  ///< that there ever were
+  std::map<std::size_t, std::map<std::string, std::set<std::string>>> _seen;  ///< by client and folder
+  std::set<std::string> _orders;                                              ///< that there ever were
   std::string _lastOrder;
 };
 
