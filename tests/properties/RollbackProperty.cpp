@@ -151,11 +151,7 @@ class EditingComputers {
     return order;
   }
 
-  /// Once in a history. Of several reorders of one folder between which the service was put back, a later one
-  /// can lose against an earlier one that is given again: which of two siblings was moved cannot always be
-  /// told.
   void reorder(const Step& step) {
-    if (_orders.size() > 1) return;
     ScriptedClient& client = _simulation.client(0);
     const std::string folder = client.find(kOrdered);
     const std::vector<std::string> before = client.children[folder];

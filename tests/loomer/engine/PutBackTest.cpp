@@ -198,6 +198,28 @@ TEST_F(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
   EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
 }
 
+TEST_F(PutBackTest, WhatWasMovedAndMovedBackBesideAnotherMoveStands) {
+  begin();
+  a->client->move(a->find("F"), "", 3);
+  settle();
+  hub.state = backup;
+  a->client->move(a->find("6"), "", 0);
+  a->client->move(a->find("F"), "", 0);
+  settle();
+  EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
+}
+
+TEST_F(PutBackTest, MovesOfBothSidesInOneFolderStand) {
+  begin();
+  a->client->move(a->find("4"), "", 3);
+  sync(*a);
+  hub.state = backup;
+  b->client->move(b->find("6"), "", 0);
+  sync(*b);
+  settle();
+  EXPECT_EQ(names(), "6 F[1 2 3] 5 4");
+}
+
 TEST_F(PutBackTest, OnceAndAgainAndForward) {
   begin();
   add(*a, "7");

@@ -119,6 +119,7 @@ class HandOut {
   bool differsAtClient(Index node) const {
     const Node& at = _trees.nodes[node];
     if (!at.client || _trees.clientParent[node] != _trees.parent[node]) return true;
+    if (_trees.input.rewritten.contains(at.id)) return true;
     Content held = at.client->content;
     // An address that could not be sent, because it is none, is what the user typed: it stays until somebody
     // changes the one that the client is known to have had.

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
@@ -22,6 +23,8 @@ struct MergeInput {
   bool refresh = false;
   /// The client is to be emptied and given everything anew: what it pushed is not merged.
   bool replace = false;
+  /// Records that the client is told once more, also where it holds them as they are to be.
+  std::unordered_set<RecordId> rewritten;
   /// The first unused record id and the revision that changed records get.
   RecordId nextRecord = 1;
   std::int64_t revision = 1;

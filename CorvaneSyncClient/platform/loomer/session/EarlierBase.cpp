@@ -8,7 +8,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
 
 namespace corvane::loomer {
@@ -39,11 +38,12 @@ struct Met {
   bool isChanged = false;  ///< at the client since that state
 };
 
-/// The base's order of the children that the client has in a folder now and had there before. Two children
-/// that stand now as in one of the orders that are known (the one at that state, the newest, and those in
-/// between) stand so in the base too; two that stand as in none of them were turned round by others since,
-/// and stand the other way in the base. So the base is a linear extension of what all known orders agree on,
-/// as near as can be to how the client lists the children now.
+/// The base's order of the children that the client has in a folder now and had there before: how the client
+/// listed them when it and the truth parted. An order in which it is known to have held them before is one
+/// that somebody gave it again, from which the truth has moved on. Any other one was made by others, out of
+/// the newest known order that the client can have been given again since: every child that was moved on the
+/// way there was then written to it (see `EarlierBase::moved`), so what was not written stands there as it
+/// does now.
 class EarlierOrder {
  public:
   /// `session` is the one whose end the earlier state stood at.
@@ -55,13 +55,14 @@ class EarlierOrder {
     std::sort(_children.begin(), _children.end(),
               [](const Met* a, const Met* b) { return precedesAmongSiblings(*a->now, *b->now); });
     readKnownOrders();
-    const std::vector<std::size_t> order = baseOrder();
-    for (std::size_t i = 0; i < order.size(); ++i)
-      _children[order[i]]->base.position = static_cast<std::int32_t>(i);
+    const Ranks& ranks = baseOrder();
+    for (std::size_t i = 0; i < _children.size(); ++i)
+      _children[i]->base.position = static_cast<std::int32_t>(ranks[i]);
   }
 
  private:
   using Children = std::vector<std::size_t>;  // by their places in the present order
+  using Ranks = std::vector<std::size_t>;     // the children's places in an order
 
   /// What was not written since has now the number that it had then.
   static std::optional<BaseRecord> atState(const Met& child) {
@@ -82,7 +83,6 @@ class EarlierOrder {
     std::iota(now.begin(), now.end(), std::size_t{0});
     const Children last = completed(listed(&EarlierOrder::newest), now);
     enter(last);
-    enter(completed(listed(&EarlierOrder::atState), last));
     for (const std::int64_t session : sessionsBetween()) {
       const auto atSession = [session](const Met& child) {
         const BaseRecord* const version = child.known->at(session);
@@ -90,12 +90,13 @@ class EarlierOrder {
       };
       enter(completed(listed(atSession), last));
     }
+    enter(completed(listed(&EarlierOrder::atState), last));
   }
 
   void enter(const Children& order) {
-    std::vector<std::size_t> ranks(order.size());
+    Ranks ranks(order.size());
     for (std::size_t i = 0; i < order.size(); ++i) ranks[order[i]] = i;
-    if (std::find(_known.begin(), _known.end(), ranks) == _known.end()) _known.push_back(std::move(ranks));
+    _known.push_back(std::move(ranks));
   }
 
   /// The sessions since that state after which the client held something new here, the last ones of them: as
@@ -149,82 +150,27 @@ class EarlierOrder {
     return result;
   }
 
-  Children baseOrder() const {
-    const std::vector<std::size_t> turned = timesTurned();
-    Children order, suspects, moved;
-    for (std::size_t i = 0; i < _children.size(); ++i) {
-      (turned[i] == 0 ? order : turned[i] < _known.size() ? suspects : moved).push_back(i);
+  const Ranks& baseOrder() const {
+    for (const Ranks& ranks : _known) {
+      if (std::is_sorted(ranks.begin(), ranks.end())) return ranks;
     }
-    // What was shuffled beyond telling is taken for edits of others, all of it.
-    constexpr std::size_t kMostComparisons = 100'000'000;
-    const std::size_t toInsert = suspects.size() + moved.size();
-    if (toInsert * _children.size() > kMostComparisons / _known.size()) return newestOrder();
-    for (const std::size_t child : suspects) {
-      insert(order, child, [child](std::size_t other) { return other < child; });
-    }
-    const std::vector<std::size_t>& newest = _known.front();
-    for (const std::size_t child : moved) {
-      insert(order, child, [&](std::size_t other) { return newest[other] < newest[child]; });
-    }
-    return order;
+    const auto newest = std::find_if(_known.begin(), _known.end(),
+                                     [this](const Ranks& ranks) { return mayHaveBeenGivenAgain(ranks); });
+    return newest == _known.end() ? _known.back() : *newest;
   }
 
-  /// In how many of the known orders each child is one of those that keep the others from standing now as
-  /// they do there: as few as can be, of those that were written since. Of two that traded places either
-  /// could be it: the one that is it in more of the orders.
-  std::vector<std::size_t> timesTurned() const {
-    std::vector<std::size_t> times(_children.size(), 0);
-    for (int pass = 0; pass < 2; ++pass) {
-      std::vector<std::size_t> counted(_children.size(), 0);
-      for (const std::vector<std::size_t>& ranks : _known) {
-        const std::vector<bool> stays =
-            heaviestRising({ranks.begin(), ranks.end()}, Rise::strict, weights(times));
-        for (std::size_t i = 0; i < stays.size(); ++i) counted[i] += stays[i] ? 0 : 1;
-        if (pass == 0) times = counted;
-      }
-      times = counted;
+  /// Whether the children that were not written since that state stand there as they do now.
+  bool mayHaveBeenGivenAgain(const Ranks& ranks) const {
+    Ranks unwritten;
+    for (std::size_t i = 0; i < ranks.size(); ++i) {
+      if (!_children[i]->isChanged) unwritten.push_back(ranks[i]);
     }
-    return times;
-  }
-
-  std::vector<std::uint64_t> weights(const std::vector<std::size_t>& timesTurned) const {
-    const std::uint64_t one = _children.size() * (_known.size() + 1) + 1;
-    std::vector<std::uint64_t> weights(_children.size());
-    for (std::size_t i = 0; i < weights.size(); ++i) {
-      weights[i] = _children[i]->isChanged ? one - timesTurned[i] : (_children.size() + 1) * one;
-    }
-    return weights;
-  }
-
-  Children newestOrder() const {
-    Children order(_children.size());
-    for (std::size_t i = 0; i < order.size(); ++i) order[_known.front()[i]] = i;
-    return order;
-  }
-
-  /// Puts the child behind the last one that `precedes` it, or as near to there as what all known orders
-  /// agree on leaves room for.
-  template <typename Precedes>
-  void insert(Children& order, std::size_t child, Precedes precedes) const {
-    std::size_t least = 0;
-    std::size_t place = 0;
-    std::size_t most = order.size();
-    for (std::size_t at = 0; at < order.size(); ++at) {
-      if (alwaysPrecedes(order[at], child)) least = at + 1;
-      if (most == order.size() && alwaysPrecedes(child, order[at])) most = at;
-      if (precedes(order[at])) place = at + 1;
-    }
-    order.insert(order.begin() + static_cast<std::ptrdiff_t>(std::clamp(place, least, std::max(least, most))),
-                 child);
-  }
-
-  bool alwaysPrecedes(std::size_t a, std::size_t b) const {
-    return std::all_of(_known.begin(), _known.end(), [&](const auto& ranks) { return ranks[a] < ranks[b]; });
+    return std::is_sorted(unwritten.begin(), unwritten.end());
   }
 
   std::vector<Met*> _children;  // as the client lists them now
   std::int64_t _session;
-  std::vector<std::vector<std::size_t>> _known;  // the children's places in each order, the newest first
+  std::vector<Ranks> _known;  // the newest first, the one at that state last
 };
 
 class EarlierBaseMaker {
@@ -275,7 +221,16 @@ class EarlierBaseMaker {
     takeOldValue(met, &Content::tabGroup);
     takeOldValue(met, &Content::special);
     takeOldParent(met);
+    if (wasMoved(met)) _base.moved.insert(met.base.record);
     _met.push_back(std::move(met));
+  }
+
+  /// Whether the client held it in another place since that state, and lost that.
+  bool wasMoved(const Met& met) const {
+    const auto& versions = met.known->versions;
+    return !met.isChanged && std::any_of(versions.begin(), versions.end(), [&](const HeldVersion* each) {
+      return each->since > _earlier.session && each->record.position != met.now->position;
+    });
   }
 
   template <typename Value>

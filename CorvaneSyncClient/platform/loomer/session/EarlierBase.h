@@ -1,5 +1,6 @@
 #pragma once
 
+#include <unordered_set>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
@@ -11,6 +12,9 @@ struct EarlierBase {
   std::vector<BaseRecord> records;  ///< by ascending record
   /// What the client held since, lacks now, and was not deleted there.
   std::vector<RecordId> lost;
+  /// What the client had in another place since and lost. It is written to the client again, even where it
+  /// was moved back to where it stands, so that others see that it was moved.
+  std::unordered_set<RecordId> moved;
 };
 
 /// The base over which a client is merged that went back to an earlier state: what it held when it and the

@@ -67,6 +67,7 @@ void Mingling::takeEarlierBase(const EarlierState& earlier) {
   EarlierBase base = baseOfEarlierState(_storedBase.records, held, *_input.client, earlier);
   _input.base = std::move(base.records);
   _lost = std::move(base.lost);
+  _input.rewritten = std::move(base.moved);
   _baseIsNewer = true;
 }
 
