@@ -7,10 +7,10 @@
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "fuzz/Require.h"
 #include "tools/loomerctl/BookmarksHtml.h"
-#include "tools/loomerctl/CommandLine.h"
 #include "tools/loomerctl/ForeignFile.h"
 #include "tools/loomerctl/HtmlCharacterSet.h"
 #include "tools/loomerctl/HtmlText.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace {
 

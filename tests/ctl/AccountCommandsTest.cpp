@@ -13,7 +13,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
 #include "tests/ctl/CtlFixture.h"
 #include "tests/pelto/ScriptedService.h"
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace corvane {
 namespace {
@@ -34,7 +34,7 @@ class AccountCommandsTest : public CtlTest {
  protected:
   AccountCommandsTest() { platform.uuids.given = {kComputer, kOtherComputer}; }
 
-  /// As `ctl`, in this process, where the scripted service is.
+  // As `ctl`, in this process, where the scripted service is.
   Run here(const std::vector<std::string>& arguments) {
     const std::string outFile = platform.directory / "out", errFile = platform.directory / "err";
     const int outDescriptor = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -249,7 +249,7 @@ TEST_F(AccountProgramTest, TestNamesTheServerThatDoesNotAnswer) {
   EXPECT_THAT(run.err, AllOf(HasSubstr("127.0.0.1"), Not(HasSubstr("geheim"))));
 }
 
-/// The program on a terminal.
+// The program on a terminal.
 class TerminalTest : public AccountCommandsTest {
  protected:
   ~TerminalTest() override {
@@ -267,7 +267,7 @@ class TerminalTest : public AccountCommandsTest {
     execv(words[0], words.data());
     _exit(127);
   }
-  /// Reads on until the terminal shows `text`.
+  // Reads on until the terminal shows `text`.
   void waitFor(const std::string& text) {
     while (shown.find(text) == std::string::npos && readMore()) continue;
     ASSERT_THAT(shown, HasSubstr(text));
@@ -290,7 +290,7 @@ class TerminalTest : public AccountCommandsTest {
   std::string shown;
 
  private:
-  /// False once the program has closed its side.
+  // False once the program has closed its side.
   bool readMore() {
     char bytes[4096];
     const ssize_t count = ::read(_terminal, bytes, sizeof bytes);

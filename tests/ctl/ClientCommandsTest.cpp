@@ -9,7 +9,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "tests/ctl/CtlFixture.h"
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace corvane {
 namespace {

@@ -10,7 +10,7 @@ namespace corvane {
 
 namespace {
 
-/// Runs a program to its end and answers its exit status; -1 when a signal ended it.
+// Runs a program to its end and answers its exit status; -1 when a signal ended it.
 int runProgram(const std::vector<std::string>& words, const std::map<std::string, std::string>& environment,
                const std::string& in, const std::string& out, const std::string& err) {
   std::vector<char*> arguments;

@@ -4,15 +4,15 @@
 
 #include "tests/foundation/BinaryPlistBuilder.h"
 #include "tools/loomerctl/BookmarksHtml.h"
-#include "tools/loomerctl/CommandLine.h"
 #include "tools/loomerctl/HtmlCharacterSet.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace corvane::loomerctl {
 namespace {
 
 using namespace std::string_view_literals;
 
-/// The title of the first bookmark, or why the file is refused.
+// The title of the first bookmark, or why the file is refused.
 std::string titleIn(std::string_view bytes) {
   try {
     const auto nodes = parseBookmarksHtml(htmlAsUtf8(bytes, "old.html")).nodes;

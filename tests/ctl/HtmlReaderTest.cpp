@@ -9,7 +9,7 @@
 namespace corvane::loomerctl {
 namespace {
 
-/// "Bar*[A(http://a/) Sub#[]]": titles, addresses in round brackets, "*" toolbar, "#" tab group.
+// "Bar*[A(http://a/) Sub#[]]": titles, addresses in round brackets, "*" toolbar, "#" tab group.
 std::string outline(const std::vector<HtmlNode>& nodes) {
   std::string text;
   std::vector<std::uint32_t> open;

@@ -7,14 +7,14 @@
 #include <algorithm>
 #include <functional>
 
-#include "tools/loomerctl/Json.h"
+#include "tools/loomerctl/JsonWriter.h"
 
 namespace corvane::loomerctl {
 namespace {
 
 using namespace std::string_view_literals;
 
-/// What `write` puts out.
+// What `write` puts out.
 std::string written(const std::function<void(JsonWriter&)>& write) {
   const int file = ::memfd_create("json", 0);
   Output out(file, false);

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 
 class UndoTest : public CtlTest {
  protected:
-  /// Undoes the last session that changed the truth and has everybody follow.
+  // Undoes the last session that changed the truth and has everybody follow.
   Run undoLast(const std::vector<std::string>& more = {}) {
     std::vector<std::string> words{"undo",
                                    std::to_string(number("SELECT max(id) FROM sessions WHERE changed > 0"))};
@@ -199,7 +199,7 @@ TEST_F(UndoTest, ComesBackAfterItsTombstoneIsForgotten) {
   EXPECT_EQ(b->text(), before);
 }
 
-/// Random edits of one client, as a person makes them in one sitting.
+// Random edits of one client, as a person makes them in one sitting.
 class Editor {
  public:
   Editor(ScriptedClient& client, unsigned seed) : _client(client), _random(seed) {}
@@ -219,7 +219,7 @@ class Editor {
     return ids[below(ids.size())];
   }
 
-  /// Before, between and behind the children that are not special.
+  // Before, between and behind the children that are not special.
   std::size_t placesIn(const std::string& folder) {
     const auto& list = _client.children[folder];
     return 1 +

@@ -3,11 +3,11 @@
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/pelto/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Input.h"
-#include "tools/loomerctl/Json.h"
-#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/JsonWriter.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

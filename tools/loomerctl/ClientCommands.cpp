@@ -9,10 +9,10 @@
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/ChangeText.h"
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
-#include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

@@ -5,7 +5,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
-#include "tools/loomerctl/Json.h"
+#include "tools/loomerctl/JsonWriter.h"
 
 namespace corvane::loomerctl {
 

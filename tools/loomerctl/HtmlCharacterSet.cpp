@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/text/CharacterSet.h"
-#include "tools/loomerctl/CommandLine.h"
 #include "tools/loomerctl/HtmlText.h"
 #include "tools/loomerctl/HtmlTokenizer.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace corvane::loomerctl {
 

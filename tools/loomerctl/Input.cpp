@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace corvane::loomerctl {
 

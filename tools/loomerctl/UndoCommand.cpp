@@ -3,9 +3,9 @@
 #include <charconv>
 
 #include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
-#include "tools/loomerctl/Commands.h"
-#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

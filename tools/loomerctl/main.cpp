@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace {
 

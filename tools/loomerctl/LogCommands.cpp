@@ -3,11 +3,11 @@
 #include <limits>
 
 #include "tools/loomerctl/ChangeText.h"
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
-#include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

@@ -1,11 +1,11 @@
-#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/UserStore.h"
 
 #include <filesystem>
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 namespace corvane::loomerctl {
 

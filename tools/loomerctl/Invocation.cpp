@@ -1,4 +1,4 @@
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 #include <charconv>
 #include <cstring>
@@ -6,7 +6,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
 

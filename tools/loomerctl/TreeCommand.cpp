@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
-#include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/TreeWalk.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

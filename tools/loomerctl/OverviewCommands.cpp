@@ -6,11 +6,11 @@
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
-#include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

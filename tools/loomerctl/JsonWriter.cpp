@@ -1,4 +1,4 @@
-#include "tools/loomerctl/Json.h"
+#include "tools/loomerctl/JsonWriter.h"
 
 #include <cstdio>
 #include <string>

@@ -6,14 +6,14 @@
 #include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "tools/loomerctl/Commands.h"
+#include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/ForeignFile.h"
 #include "tools/loomerctl/HtmlCharacterSet.h"
 #include "tools/loomerctl/ImportPlan.h"
 #include "tools/loomerctl/Input.h"
-#include "tools/loomerctl/Store.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/TreeWalk.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

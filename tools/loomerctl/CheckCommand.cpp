@@ -3,10 +3,10 @@
 #include <map>
 
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
-#include "tools/loomerctl/Commands.h"
-#include "tools/loomerctl/Json.h"
-#include "tools/loomerctl/Store.h"
+#include "tools/loomerctl/CommandList.h"
+#include "tools/loomerctl/JsonWriter.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserStore.h"
 
 namespace corvane::loomerctl {
 

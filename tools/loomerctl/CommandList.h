@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/loomerctl/CommandLine.h"
+#include "tools/loomerctl/Invocation.h"
 
 // The commands. Each prints what it is asked for and answers the exit status. Each raises Refused,
 // OutputClosed, and what the output and the store raise.
