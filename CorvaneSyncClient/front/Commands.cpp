@@ -23,11 +23,6 @@ CorvaneSyncManager* keepUntilExit(std::unique_ptr<CorvaneSyncManager> manager) {
   return kept.emplace_back(std::move(manager)).get();
 }
 
-bool syncClient(const String& clientId) {
-  CorvaneSyncManager* manager = keepUntilExit(CorvaneSyncManager::initWithClientId(clientId));
-  return manager && manager->sync();
-}
-
 bool sync(const String& clientId) {
   if (!clientId) {
     systemLog("CorvaneSyncClient called to sync, but without a proper client id");
@@ -39,7 +34,8 @@ bool sync(const String& clientId) {
   if (!lock.acquire()) return false;
   bool succeeded = false;
   try {
-    succeeded = syncClient(clientId);
+    CorvaneSyncManager* const manager = keepUntilExit(CorvaneSyncManager::initWithClientId(clientId));
+    succeeded = manager && manager->sync();
   } catch (...) {
     // Here and not in a destructor: those do not run for an exception that nobody catches.
     spare.reset();
@@ -50,13 +46,8 @@ bool sync(const String& clientId) {
   return succeeded;
 }
 
-bool printUsage() {
-  std::fputs(kUsage, stderr);
-  return false;
-}
-
-// Whether the command succeeded, or what it answers.
-bool dispatch(const CommandLine& commandLine) {
+// Whether the command succeeded, or the answer that it was asked for.
+bool carryOut(const CommandLine& commandLine) {
   using Command = CommandLine::Command;
   switch (commandLine.command) {
     case Command::sync:
@@ -76,8 +67,9 @@ bool dispatch(const CommandLine& commandLine) {
     case Command::unregisterFromService:
       return unregisterFromService();
     case Command::unknown:
-      return printUsage();
+      break;
   }
+  std::fputs(kUsage, stderr);
   return false;
 }
 
@@ -87,7 +79,7 @@ int runCommand(const CommandLine& commandLine) {
   constexpr int kYes = 0;
   constexpr int kNo = 1;
   try {
-    return dispatch(commandLine) ? kYes : kNo;
+    return carryOut(commandLine) ? kYes : kNo;
   } catch (const PlatformException& exception) {
     systemLog("Uncaught exception running corvanetool: %@", exception.reason());
     return kNo;

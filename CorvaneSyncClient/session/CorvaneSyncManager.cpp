@@ -96,11 +96,14 @@ bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, 
 
 void CorvaneSyncManager::_reportMissingFile(const std::string& path, const std::string& fileName,
                                             bool isDirectory) {
-  if (fileName.empty()) return systemLog("Can't sync client %@: it names no bookmarks file", _clientId);
-  if (isDirectory)
-    return systemLog("Can't sync client %@: its bookmarks file %@ is a directory", _clientId, path);
-  systemLog("Can't sync client %@: its bookmarks file %@ does not exist. %@", _clientId, path,
-            howToMakeBookmarksFile(path));
+  if (fileName.empty()) {
+    systemLog("Can't sync client %@: it names no bookmarks file", _clientId);
+  } else if (isDirectory) {
+    systemLog("Can't sync client %@: its bookmarks file %@ is a directory", _clientId, path);
+  } else {
+    systemLog("Can't sync client %@: its bookmarks file %@ does not exist. %@", _clientId, path,
+              howToMakeBookmarksFile(path));
+  }
 }
 
 bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
@@ -154,35 +157,29 @@ bool CorvaneSyncManager::readBookmarks() {
 bool CorvaneSyncManager::isUpToDate() const { return !_plistManager->hasChangedSinceRead(); }
 
 void CorvaneSyncManager::_checkAndSetBookmarkFileVersion(const Dictionary& bookmarks) {
-  if (const Value* value = bookmarks.find(kVersionKey)) return _checkVersion(*value);
-  SCLog("%@ - version key not found in Bookmarks, using default value of %d", _clientId, kNewestVersion);
-  currentBookmarkFileVersion = kNewestVersion;
-}
-
-// Versions below 0 pass, and are written back as they are. 0 is no version; nor is a number that is no
-// integer.
-void CorvaneSyncManager::_checkVersion(const Value& value) {
-  if (!value.isNumber()) _raiseInvalidVersion(value);
-  const std::int32_t version = value.integer32().value_or(0);
-  SCLog("%@ - version key in Bookmarks is %d", _clientId, version);
-  if (version == 0) _raiseInvalidVersion(value);
-  if (version > kNewestVersion) {
+  const Value* value = bookmarks.find(kVersionKey);
+  if (!value) {
+    SCLog("%@ - version key not found in Bookmarks, using default value of %d", _clientId, kNewestVersion);
+    currentBookmarkFileVersion = kNewestVersion;
+    return;
+  }
+  // Versions below 0 pass, and are written back as they are. 0 is no version; nor is a number that is no
+  // integer.
+  const std::int32_t version = value->isNumber() ? value->integer32().value_or(0) : 0;
+  if (value->isNumber()) SCLog("%@ - version key in Bookmarks is %d", _clientId, version);
+  if (version != 0 && version <= kNewestVersion) {
+    currentBookmarkFileVersion = version;
+    return;
+  }
+  if (version == 0) {
+    SCLog("%@ - cannot sync Bookmarks with invalid version key. Version is not an NSNumber: value is %@",
+          _clientId, *value);
+  } else {
     SCLog(
         "%@ - cannot sync Bookmarks with version %d, this client can only synchronize versions %d and "
         "previous",
         _clientId, version, kNewestVersion);
-    _raiseUnknownVersion();
   }
-  currentBookmarkFileVersion = version;
-}
-
-void CorvaneSyncManager::_raiseInvalidVersion(const Value& value) {
-  SCLog("%@ - cannot sync Bookmarks with invalid version key. Version is not an NSNumber: value is %@",
-        _clientId, value);
-  _raiseUnknownVersion();
-}
-
-void CorvaneSyncManager::_raiseUnknownVersion() {
   throw PlatformException(
       "CorvaneBookmarksUnknownVersionException",
       localized("The Corvane Bookmarks file cannot be synchronized. The Bookmarks file is from a version of "
@@ -202,8 +199,10 @@ std::unique_ptr<BookmarkMap> CorvaneSyncManager::_mapBookmarks(const std::option
 
 std::string CorvaneSyncManager::_corvaneBookmarksInvalidMessage() {
   return localized(
-      "The required version of Corvane needed to Sync bookmarks has never been run. Please make sure you "
-      "have installed the latest release of Corvane and run it at least once before syncing your bookmarks.");
+      "The required version of Corvane needed to Sync bookmarks has never "
+      "been run. Please make sure you "
+      "have installed the latest release of Corvane and run it at least once "
+      "before syncing your bookmarks.");
 }
 
 Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*checkIfModified*/) {
@@ -213,7 +212,12 @@ Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*chec
   if (_unitTestCallback) (*_unitTestCallback)(bookmarks, _plistManager->path());
 
   for (int attempt = 1; attempt <= kSaveAttempts; ++attempt) {
-    if (const std::optional<Date> date = _saveOnce(std::exchange(forDisk, {}))) {
+    if (forDisk.dictionary) forDisk.dictionary->set(kVersionKey, currentBookmarkFileVersion);
+    const std::optional<Date> date = _plistManager->saveBookmarks(
+        pointerTo(forDisk.dictionary), !_driverController->pulledTheTruth(), [&](const std::string& path) {
+          if (forDisk.dictionary) keepFileOfSkippedEntries(_clientId, path, forDisk.skippedEntries);
+        });
+    if (date) {
       SCLog("%@ - Engine pushed changes and we modified bookmarks file at %@", _clientId,
             localDescription(*date));
       return *date;
@@ -222,8 +226,12 @@ Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*chec
       throw PlatformException("CorvaneBookmarksCannotSaveException",
                               localized("Could not save bookmarks file.", "Corvane Sync Client"));
     }
-    // After the last attempt too: a file that can no longer be mapped is told by its own exception.
-    forDisk = _reloadAndMerge();
+    // After the last attempt too: a file that can no longer be mapped has an exception of its own.
+    SCLog("%@ - Bookmark file changed while syncing, reloading it and merging changes", _clientId);
+    forDisk = {};  // before the file is read, so that two trees need not fit into memory
+    const std::unique_ptr<BookmarkMap> fresh = _mapBookmarks(_plistManager->dictionary());
+    _driverController->applyChangesToDictionary(*fresh);
+    forDisk = _forDisk(*fresh);
   }
   SCLog("%@ - Could not save bookmarks file, giving up", _clientId);
   throw PlatformException("CorvaneSyncClientSaveException", "Could not save bookmarks file after sync");
@@ -237,47 +245,27 @@ CorvaneSyncManager::ForDisk CorvaneSyncManager::_forDisk(const BookmarkMap& book
   return forDisk;
 }
 
-std::optional<Date> CorvaneSyncManager::_saveOnce(ForDisk forDisk) {
-  if (forDisk.dictionary) forDisk.dictionary->set(kVersionKey, currentBookmarkFileVersion);
-  const auto keepOldFile = [&](const std::string& path) {
-    if (forDisk.dictionary) keepFileOfSkippedEntries(_clientId, path, forDisk.skippedEntries);
-  };
-  return _plistManager->saveBookmarks(pointerTo(forDisk.dictionary), !_driverController->pulledTheTruth(),
-                                      keepOldFile);
-}
-
-CorvaneSyncManager::ForDisk CorvaneSyncManager::_reloadAndMerge() {
-  SCLog("%@ - Bookmark file changed while syncing, reloading it and merging changes", _clientId);
-  const std::unique_ptr<BookmarkMap> fresh = _mapBookmarks(_plistManager->dictionary());
-  _driverController->applyChangesToDictionary(*fresh);
-  return _forDisk(*fresh);
-}
-
 void CorvaneSyncManager::_notifyInterestedParties() {
   if (_isPrivateSync) return;
   try {
-    _startFeedAgent();
+    SCLog("Loading bundle for %@", kFeedFramework);
+    const std::unique_ptr<Bundle> bundle = Platform::current().bundles.bundleWithPath(kFeedFramework);
+    const std::string path = bundle ? bundle->path() : std::string();
+    SCLog("Bundle is %@", bundle ? path.c_str() : nullptr);
+    if (!bundle || !bundle->load()) return;
+    SCLog("Loaded bundle");
+    const bool hasClass = bundle->hasClass(kFeedClass);
+    SCLog("Class is %@", hasClass ? kFeedClass : nullptr);
+    if (!hasClass) return;
+    const Bundle::ClassMethod startSync = bundle->classMethod(kFeedClass, "startSync");
+    if (!startSync) return;
+    SCLog("Class responds to selector, calling method");
+    startSync();
   } catch (const PlatformException& exception) {
     constexpr const char* kMessage = "Exception %@ trying to launch Nuvolo Agent: %@";
     systemLog(kMessage, exception.name(), exception.reason());
     SCLog(kMessage, exception.name(), exception.reason());
   }
-}
-
-void CorvaneSyncManager::_startFeedAgent() {
-  SCLog("Loading bundle for %@", kFeedFramework);
-  const std::unique_ptr<Bundle> bundle = Platform::current().bundles.bundleWithPath(kFeedFramework);
-  const std::string path = bundle ? bundle->path() : std::string();
-  SCLog("Bundle is %@", bundle ? path.c_str() : nullptr);
-  if (!bundle || !bundle->load()) return;
-  SCLog("Loaded bundle");
-  const bool hasClass = bundle->hasClass(kFeedClass);
-  SCLog("Class is %@", hasClass ? kFeedClass : nullptr);
-  if (!hasClass) return;
-  const Bundle::ClassMethod startSync = bundle->classMethod(kFeedClass, "startSync");
-  if (!startSync) return;
-  SCLog("Class responds to selector, calling method");
-  startSync();
 }
 
 }  // namespace corvane

@@ -79,12 +79,10 @@ class CorvaneSyncManager {
   /// Raises "CorvaneBookmarksUnknownVersionException" unless the file's version is one that can be synced,
   /// which then becomes the process's current one.
   void _checkAndSetBookmarkFileVersion(const Dictionary& bookmarks);
-  void _checkVersion(const Value& value);
-  [[noreturn]] void _raiseInvalidVersion(const Value& value);
-  [[noreturn]] void _raiseUnknownVersion();
   /// Builds the tree of a file's contents. Raises "CorvaneBookmarksInvalidException" when it cannot be built,
   /// which is so when there are no contents.
   std::unique_ptr<BookmarkMap> _mapBookmarks(const std::optional<Dictionary>& bookmarks);
+
   std::string _corvaneBookmarksInvalidMessage();
 
   /// What is written for a map, and what the file that the map was read from loses by that.
@@ -93,12 +91,9 @@ class CorvaneSyncManager {
     Array skippedEntries;
   };
   ForDisk _forDisk(const BookmarkMap& bookmarks);
-  std::optional<Date> _saveOnce(ForDisk forDisk);
-  ForDisk _reloadAndMerge();
 
   /// Wakes the feed agent.
   void _notifyInterestedParties();
-  void _startFeedAgent();
 
   std::unique_ptr<CorvanePlistManager> _plistManager;
   std::unique_ptr<SessionDriverController> _driverController;

@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/store/CorvanePlistManager.h"
 
+#include <exception>
+
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -24,9 +26,15 @@ bool isFile(const std::string& path) {
   return attributes && attributes->kind != FileKind::directory;
 }
 
+// Absent when it cannot be told.
+std::optional<Date> modificationDateOf(const std::string& path) {
+  const auto attributes = attributesIfKnown(path);
+  return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
+}
+
 double secondsOf(const std::optional<Date>& date) { return date ? date->seconds : 0.0; }
 
-// The number under `key`, booleans as 1 and 0; null for anything else.
+// The value under `key` when it is a number or a boolean; null for anything else.
 const Value* numberIn(const Dictionary& dictionary, const char* key) {
   const Value* value = dictionary.find(key);
   return value && value->isNumber() ? value : nullptr;
@@ -34,6 +42,34 @@ const Value* numberIn(const Dictionary& dictionary, const char* key) {
 
 void reportUnreadable(const std::string& path, const std::string& cause) {
   systemLog("Could not read bookmarks file %@: %@", path, cause);
+}
+
+void reportUnwritable(const std::string& path, const std::string& cause) {
+  systemLog("Could not write bookmarks file %@: %@", path, cause);
+}
+
+// The bytes of the file; nothing, with the cause in the system log, for what no property list can hold, and
+// nothing for null.
+std::optional<std::string> serialized(const Dictionary* bookmarks, const std::string& path) {
+  if (!bookmarks) return std::nullopt;
+  try {
+    return writeBinaryPropertyList(*bookmarks);
+  } catch (const PropertyListException& exception) {
+    reportUnwritable(path, exception.reason());
+    return std::nullopt;
+  }
+}
+
+// Whether the write ended well; if not, the system log says why. Raises where the new file stands but may not
+// last: a caller who took it for not written would apply the same changes to it again.
+bool isWritten(const std::error_code& error, const std::string& path) {
+  if (!error) return true;
+  if (error.category() == notDurableCategory()) {
+    throw PlatformException(NSGenericException,
+                            format("Could not write bookmarks file %@: %@", path, error.message()));
+  }
+  reportUnwritable(path, error.message());
+  return false;
 }
 
 void postChange() {
@@ -77,20 +113,13 @@ void CorvanePlistManager::_readDictionary() {
   _modificationDate = attributes->modificationDate;
   SCLog("read bookmarks at %@ with mod date %@ (%24.18f)", _path, *_modificationDate,
         _modificationDate->seconds);
-  _loadContents();
-}
-
-void CorvanePlistManager::_loadContents() {
   _dictionary.reset();  // before the new one is there, so that two need not fit into memory
   std::string contents;
-  if (const std::error_code error = Platform::current().files.read(_path, contents)) {
-    reportUnreadable(_path, error.message());
-    return;
-  }
+  if ((error = files.read(_path, contents))) return reportUnreadable(_path, error.message());
   if (contents.empty()) {
-    // Not one that lost everything: nobody writes a property list that way.
-    reportUnreadable(_path, "it is empty, which is no property list. " + howToMakeBookmarksFile(_path));
-    return;
+    // Not a file that lost everything: nobody writes an empty property list that way.
+    return reportUnreadable(_path,
+                            "it is empty, which is no property list. " + howToMakeBookmarksFile(_path));
   }
   try {
     const Value top = readPropertyList(contents);
@@ -105,90 +134,58 @@ void CorvanePlistManager::_loadContents() {
 }
 
 bool CorvanePlistManager::hasChangedSinceRead() const {
-  const auto attributes = attributesIfKnown(resolvedOneLevel(Platform::current().files, _path));
-  return attributes && attributes->modificationDate != _modificationDate;
+  const auto date = modificationDateOf(resolvedOneLevel(Platform::current().files, _path));
+  return date && date != _modificationDate;
 }
 
 std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmarks, bool checkIfModified,
                                                        const BeforeReplacing& beforeReplacing) {
-  const bool saveBackups = Platform::current().preferences.booleanUserDefault(kSaveBackupsDefault);
+  Platform& platform = Platform::current();
+  const bool backUp = platform.preferences.booleanUserDefault(kSaveBackupsDefault);
   CorvaneFileLocker locker(_directory, this, kLockTimeoutSeconds);
   if (locker.lock() == FileLockerResult::gaveUp) {
     throw PlatformException(
         NSObjectNotAvailableException,
         format(localized("Could not save bookmarks file, could not get directory lock for %@."), _directory));
   }
-  Save save{.backUp = saveBackups, .beforeReplacing = beforeReplacing};
-  _saveGuarded(bookmarks, checkIfModified, save);
-  locker.unlock();
-  if (save.notify) postChange();
-  if (save.raised) std::rethrow_exception(save.raised);
-  return save.date;
-}
-
-void CorvanePlistManager::_saveGuarded(const Dictionary* bookmarks, bool checkIfModified, Save& save) {
+  std::optional<Date> date;
+  std::exception_ptr raised;
+  // At every step, whether others have to look at the file if the step raises: nothing can have changed while
+  // the date is compared and the old file kept; from the backups on something may have.
+  bool notify = true;
   try {
-    _save(bookmarks, checkIfModified, save);
+    const std::string target = resolvedOneLevel(platform.files, _path);
+    notify = false;
+    if (!checkIfModified || _isUnchanged(target)) {
+      if (beforeReplacing) beforeReplacing(_path);
+      notify = true;
+      if (backUp) _saveBackups();
+      const std::optional<std::string> contents = serialized(bookmarks, _path);
+      notify = contents && isWritten(platform.files.writeAtomically(_path, *contents), _path);
+      if (notify) {
+        date = modificationDateOf(target);
+        if (!date) date = platform.clock.now();
+      } else {
+        systemLog("SaveBookmarks - error trying to serialize the following: %@", bookmarks);
+      }
+    }
   } catch (const PlatformException& exception) {
     SCLog("Exception %@ occured trying to save bookmarks: %@", exception.name(), exception.reason());
-    save.raised = std::current_exception();
+    raised = std::current_exception();
   } catch (...) {
-    save.raised = std::current_exception();  // memory that ran out, for one: the lock must not stay behind
+    raised = std::current_exception();  // when memory runs out, for one: the lock must not stay behind
   }
-}
-
-// `save.notify` says at every point what an exception there means for others: while the date is looked at,
-// and the old file kept, nothing can have changed, from the backups on something may have.
-void CorvanePlistManager::_save(const Dictionary* bookmarks, bool checkIfModified, Save& save) {
-  const std::string target = resolvedOneLevel(Platform::current().files, _path);
-  save.notify = false;
-  if (checkIfModified && !_isUnchanged(target)) return;
-  if (save.beforeReplacing) save.beforeReplacing(_path);
-  save.notify = true;
-  if (save.backUp) _saveBackups();
-  save.notify = _write(bookmarks);
-  if (!save.notify) return;
-  const auto attributes = attributesIfKnown(target);
-  save.date = attributes ? attributes->modificationDate : Platform::current().clock.now();
+  locker.unlock();
+  if (notify) postChange();
+  if (raised) std::rethrow_exception(raised);
+  return date;
 }
 
 bool CorvanePlistManager::_isUnchanged(const std::string& target) const {
-  const auto attributes = attributesIfKnown(target);
-  std::optional<Date> date;
-  if (attributes) date = attributes->modificationDate;
+  const std::optional<Date> date = modificationDateOf(target);
   SCLog("SaveBookmarks: mod date %@ (%24.18f), attribute date is %@ (%24.18f)", pointerTo(_modificationDate),
         secondsOf(_modificationDate), pointerTo(date), secondsOf(date));
   return date == _modificationDate;
-}
-
-bool CorvanePlistManager::_write(const Dictionary* bookmarks) const {
-  if (bookmarks && _writeContents(*bookmarks)) return true;
-  systemLog("SaveBookmarks - error trying to serialize the following: %@", bookmarks);
-  return false;
-}
-
-// The line that follows a failure may be as long as the file; the one written here says why.
-bool CorvanePlistManager::_writeContents(const Dictionary& bookmarks) const {
-  std::string cause;
-  try {
-    const std::error_code error =
-        Platform::current().files.writeAtomically(_path, writeBinaryPropertyList(bookmarks));
-    if (!error) return true;
-    cause = error.message();
-    // The new file stands: whoever took it for not written would apply the same changes to it again.
-    if (error.category() == notDurableCategory()) {
-      throw PlatformException(NSGenericException,
-                              format("Could not write bookmarks file %@: %@", _path, cause));
-    }
-  } catch (const PropertyListException& exception) {
-    cause = exception.reason();
-  }
-  systemLog("Could not write bookmarks file %@: %@", _path, cause);
-  return false;
-}
-
-std::string CorvanePlistManager::_backupPath(int number) const {
-  return format("%@/backup/%@_%d.plist", _directory, _filename, number);
 }
 
 // Number 1 becomes the contents that the save is about to replace. A backup is a convenience: none of its
@@ -201,10 +198,11 @@ void CorvanePlistManager::_saveBackups() const {
   } else if (files.makeDirectory(directory, kDefaultDirectoryMode)) {
     return;
   }
+  const auto backup = [&](int number) { return format("%@/%@_%d.plist", directory, _filename, number); };
   for (int number = kBackups - 1; number >= 1; --number) {
-    if (isFile(_backupPath(number))) files.rename(_backupPath(number), _backupPath(number + 1));
+    if (isFile(backup(number))) files.rename(backup(number), backup(number + 1));
   }
-  files.copy(_path, _backupPath(1));
+  files.copy(_path, backup(1));
 }
 
 FileLockerAction CorvanePlistManager::fileLockerActionForApparentlyAbandonedLock(CorvaneFileLocker&,

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -83,24 +82,9 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   void fileLockerLockWasStolen(CorvaneFileLocker& locker, const Dictionary* lockInfo) override;
 
  private:
-  // One save under the lock: what it came to, and what is left to do once the lock is given up.
-  struct Save {
-    bool backUp = false;
-    const BeforeReplacing& beforeReplacing;
-    std::optional<Date> date{};
-    bool notify = true;
-    std::exception_ptr raised{};
-  };
-
   void _readDictionary();
-  void _loadContents();
-  void _saveGuarded(const Dictionary* bookmarks, bool checkIfModified, Save& save);
-  void _save(const Dictionary* bookmarks, bool checkIfModified, Save& save);
   bool _isUnchanged(const std::string& target) const;
-  bool _write(const Dictionary* bookmarks) const;
-  bool _writeContents(const Dictionary& bookmarks) const;
   void _saveBackups() const;
-  std::string _backupPath(int number) const;
 
   const std::string _directory;
   const std::string _filename;
