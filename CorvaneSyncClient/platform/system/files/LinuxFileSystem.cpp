@@ -1,26 +1,24 @@
 #include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <new>
+#include <ctime>
 
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
-#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/RegularFile.h"
+#include "CorvaneSyncClient/platform/system/files/RemoveTree.h"
+#include "CorvaneSyncClient/platform/system/files/TemporaryFile.h"
 #include "CorvaneSyncClient/platform/system/files/TemporaryNames.h"
 #include "CorvaneSyncClient/platform/system/files/Timespec.h"
+#include "CorvaneSyncClient/platform/system/files/Volume.h"
 
 namespace corvane {
 
 namespace {
-
-constexpr std::size_t kChunk = 256 * 1024;
-constexpr std::uint64_t kLargestFile = std::uint64_t{2} << 30;
-// Up to here a file's own word for its size is believed before its bytes have come.
-constexpr std::uint64_t kMostReserved = std::uint64_t{64} << 20;
 
 FileKind kindOf(mode_t mode) {
   if (S_ISREG(mode)) return FileKind::regular;
@@ -49,80 +47,57 @@ std::optional<FileAttributes> attributesOf(const std::string& path, int flags, s
   return FileAttributes{kindOf(status.stx_mode), dateOf(timeOf(status.stx_mtime)), identityOf(status)};
 }
 
-/// Opens a regular file for reading. Anything else is refused, and a FIFO without a writer does not block.
-std::error_code openRegular(const std::string& path, FileDescriptor& file, struct stat& status) {
-  file = FileDescriptor(
-      retryingInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
-  if (!file || fstat(file.number(), &status) != 0) return lastSystemError();
-  if (S_ISREG(status.st_mode)) return {};
-  return {S_ISDIR(status.st_mode) ? EISDIR : EINVAL, std::system_category()};
+constexpr long kNanosecondsBetweenTries = 5'000'000;
+constexpr int kHoldTries = 400;
+
+class FlockHold : public FileSystem::Hold {
+ public:
+  explicit FlockHold(FileDescriptor file) : _file(std::move(file)) {}
+
+ private:
+  FileDescriptor _file;
+};
+
+/// Whether the open file is what stands at `path`, and not what stood there before.
+bool standsAt(const FileDescriptor& file, const std::string& path) {
+  struct stat own {};
+  struct stat there {};
+  return ::fstat(file.number(), &own) == 0 && ::lstat(path.c_str(), &there) == 0 &&
+         own.st_dev == there.st_dev && own.st_ino == there.st_ino;
 }
 
-/// Reads to the end. `expected` is the size that the file claims; memory grows with what really comes.
-std::error_code readAll(const FileDescriptor& file, std::uint64_t expected, std::string& bytes) {
-  if (expected > kLargestFile) return {EFBIG, std::system_category()};
-  // One byte more than the file seems to have shows its end without another enlargement.
-  bytes.reserve(std::min(expected + 1, kMostReserved));
-  std::size_t size = 0;
-  while (true) {
-    if (size == bytes.size()) {
-      const std::size_t larger = size + std::max(size, kChunk);
-      bytes.resize(size < bytes.capacity() ? std::min(larger, bytes.capacity()) : larger);
-    }
-    const ssize_t count =
-        retryingInterrupted([&] { return ::read(file.number(), bytes.data() + size, bytes.size() - size); });
-    if (count < 0) return lastSystemError();
-    if (count == 0) break;
-    size += static_cast<std::size_t>(count);
-    if (size > kLargestFile) return {EFBIG, std::system_category()};
-  }
-  bytes.resize(size);
+/// What stands at `path`, links followed; `hasOld` tells whether it is a regular file. Nothing being there is
+/// no error, be it for a link that leads nowhere or through a file.
+std::error_code examineOld(const std::string& path, struct stat& old, bool& hasOld) {
+  hasOld = ::stat(path.c_str(), &old) == 0;
+  if (!hasOld) return errno == ENOENT || errno == ENOTDIR ? std::error_code() : lastSystemError();
+  hasOld = S_ISREG(old.st_mode);
   return {};
 }
 
-std::error_code copyContents(const FileDescriptor& from, const FileDescriptor& to) {
-  std::string chunk(kChunk, '\0');
-  while (true) {
-    const ssize_t count =
-        retryingInterrupted([&] { return ::read(from.number(), chunk.data(), chunk.size()); });
-    if (count < 0) return lastSystemError();
-    if (count == 0) return {};
-    if (const std::error_code error =
-            writeAll(to, std::string_view(chunk.data(), static_cast<std::size_t>(count)))) {
-      return error;
-    }
+/// Whether a symbolic link stands at `path` that leads to nothing, or through a file.
+bool leadsNowhere(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode) &&
+         ::stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+class NotDurableCategory : public std::error_category {
+ public:
+  const char* name() const noexcept override { return "not durable"; }
+  std::string message(int number) const override {
+    return "it is written, but may not survive a loss of power: " + std::system_category().message(number);
   }
-}
-
-/// Fills a fresh file and closes it.
-std::error_code fillCopy(const FileDescriptor& source, FileDescriptor target, mode_t mode) {
-  if (const std::error_code error = copyContents(source, target)) return error;
-  if (fchmod(target.number(), mode & 07777) != 0) return lastSystemError();
-  return target.close();
-}
-
-/// Opens a file for writing from its start; `isNew` tells whether this call made it.
-FileDescriptor openForWriting(const std::string& path, bool& isNew) {
-  const auto open = [&](int flags) {
-    return FileDescriptor(retryingInterrupted(
-        [&] { return ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | flags, kDefaultFileMode); }));
-  };
-  FileDescriptor file = open(O_EXCL);
-  isNew = static_cast<bool>(file);
-  if (!isNew && errno == EEXIST) file = open(O_TRUNC);
-  return file;
-}
+  std::error_condition default_error_condition(int number) const noexcept override {
+    return std::system_category().default_error_condition(number);
+  }
+};
 
 }  // namespace
 
-std::error_code writeAll(const FileDescriptor& file, std::string_view contents) {
-  while (!contents.empty()) {
-    const ssize_t count =
-        retryingInterrupted([&] { return ::write(file.number(), contents.data(), contents.size()); });
-    if (count < 0) return lastSystemError();
-    contents.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return {};
+const std::error_category& notDurableCategory() {
+  static const NotDurableCategory category;
+  return category;
 }
 
 std::optional<FileAttributes> LinuxFileSystem::attributes(const std::string& path, std::error_code& error) {
@@ -182,47 +157,64 @@ std::error_code LinuxFileSystem::moveAside(const std::string& path, std::string&
 }
 
 std::error_code LinuxFileSystem::copy(const std::string& from, const std::string& to) {
-  FileDescriptor source;
-  struct stat status {};
-  if (const std::error_code error = openRegular(from, source, status)) return error;
-  FileDescriptor target(retryingInterrupted(
-      [&] { return ::open(to.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, kPrivateFileMode); }));
-  if (!target) return lastSystemError();
-  const std::error_code error = fillCopy(source, std::move(target), status.st_mode);
-  if (error) ::unlink(to.c_str());  // the copy's own failure is the one to tell
-  return error;
+  return copyRegular(from, to);
 }
 
 std::error_code LinuxFileSystem::read(const std::string& path, std::string& contents) {
   return readRegular(path, contents, [](const struct stat&) { return std::error_code(); });
 }
 
-std::error_code readRegular(const std::string& path, std::string& contents,
-                            const std::function<std::error_code(const struct stat&)>& check) {
-  FileDescriptor file;
-  struct stat status {};
-  if (const std::error_code error = openRegular(path, file, status)) return error;
-  if (const std::error_code error = check(status)) return error;
-  try {
-    std::string bytes;
-    if (const std::error_code error = readAll(file, static_cast<std::uint64_t>(status.st_size), bytes)) {
-      return error;
-    }
-    contents = std::move(bytes);
-    return {};
-  } catch (const std::bad_alloc&) {
-    return {ENOMEM, std::system_category()};
-  }
+std::error_code LinuxFileSystem::write(const std::string& path, std::string_view contents) {
+  return writeRegular(path, contents);
 }
 
-std::error_code LinuxFileSystem::write(const std::string& path, std::string_view contents) {
-  bool isNew = false;
-  FileDescriptor file = openForWriting(path, isNew);
-  if (!file) return lastSystemError();
-  std::error_code error = writeAll(file, contents);
-  if (!error) error = file.close();
-  if (error && isNew) ::unlink(path.c_str());  // the first failure is the one to tell
-  return error;
+// The contents go to a temporary file beside the target and reach the disk; a rename puts that file in the
+// target's place; the directory reaches the disk.
+std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
+  struct stat old {};
+  bool hasOld = false;
+  if (const std::error_code error = examineOld(path, old, hasOld)) return error;
+  TemporaryFile temporary(path);
+  if (const std::error_code error = temporary.write(contents, hasOld ? &old : nullptr)) return error;
+  if (const std::error_code error = rename(temporary.path(), path)) return error;
+  return temporary.settle();
 }
+
+std::error_code LinuxFileSystem::writeNewAtomically(const std::string& path, std::string_view contents) {
+  struct stat there {};
+  if (::stat(path.c_str(), &there) == 0) {
+    return {S_ISDIR(there.st_mode) ? EISDIR : EEXIST, std::system_category()};
+  }
+  TemporaryFile temporary(path);
+  if (const std::error_code error = temporary.write(contents, nullptr)) return error;
+  std::error_code error = renameWithoutReplacing(temporary.path(), path);
+  if (error == std::errc::file_exists && leadsNowhere(path)) error = rename(temporary.path(), path);
+  return error ? error : temporary.settle();
+}
+
+std::error_code LinuxFileSystem::remove(const std::string& path) { return removeTree(path); }
+
+// A hold is flock(2) on the file itself. The system gives it up when the process ends, so that a killed one
+// leaves nothing behind that others would have to judge.
+std::unique_ptr<FileSystem::Hold> LinuxFileSystem::hold(const std::string& path, std::error_code& error) {
+  error.clear();
+  for (int i = 0; i < kHoldTries; ++i) {
+    FileDescriptor file(retryingInterrupted(
+        [&] { return ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+    const bool isHeld = file && ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
+    if (isHeld && standsAt(file, path)) return std::make_unique<FlockHold>(std::move(file));
+    if (isHeld) continue;
+    if (!file || errno != EWOULDBLOCK) {
+      error = lastSystemError();
+      return nullptr;
+    }
+    const timespec pause{0, kNanosecondsBetweenTries};
+    ::nanosleep(&pause, nullptr);  // a signal makes it shorter, which does no harm
+  }
+  error = {EBUSY, std::system_category()};
+  return nullptr;
+}
+
+std::optional<FileSystem::Volume> LinuxFileSystem::volume(const std::string& path) { return volumeOf(path); }
 
 }  // namespace corvane

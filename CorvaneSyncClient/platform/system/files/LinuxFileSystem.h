@@ -1,16 +1,8 @@
 #pragma once
 
-#include <sys/stat.h>
-
-#include <functional>
-
 #include "CorvaneSyncClient/platform/system/FileSystem.h"
 
 namespace corvane {
-
-/// As `FileSystem::read`. Once the file is open, `check` looks at what it is; its error refuses the file.
-std::error_code readRegular(const std::string& path, std::string& contents,
-                            const std::function<std::error_code(const struct stat&)>& check);
 
 /// The file system as the kernel offers it. Holds nothing; any number of objects may exist.
 class LinuxFileSystem : public FileSystem {

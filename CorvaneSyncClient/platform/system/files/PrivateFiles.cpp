@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
-#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/RegularFile.h"
 
 namespace corvane {
 

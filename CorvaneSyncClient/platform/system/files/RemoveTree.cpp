@@ -1,3 +1,5 @@
+#include "CorvaneSyncClient/platform/system/files/RemoveTree.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -5,8 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/system/Paths.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
-#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 
 namespace corvane {
 
@@ -116,7 +118,7 @@ class TreeRemover {
 
 }  // namespace
 
-std::error_code LinuxFileSystem::remove(const std::string& givenPath) {
+std::error_code removeTree(const std::string& givenPath) {
   const std::string path = withoutTrailingSlashes(givenPath);  // a slash would follow a link
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return lastSystemError();

@@ -11,7 +11,8 @@
 #include <memory>
 
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
-#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/Paths.h"
+#include "CorvaneSyncClient/platform/system/files/RemoveTree.h"
 
 namespace corvane {
 
@@ -65,7 +66,7 @@ void removeLeftovers(const Place& target) {
   while (const dirent* entry = ::readdir(directory.get())) {
     const pid_t maker = makerOf(entry->d_name, prefix);
     if (maker != 0 && ::kill(maker, 0) != 0 && errno == ESRCH) {
-      LinuxFileSystem().remove(joinedPath(target.directory, entry->d_name));
+      removeTree(joinedPath(target.directory, entry->d_name));
     }
   }
 }

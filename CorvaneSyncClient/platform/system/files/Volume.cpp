@@ -11,7 +11,6 @@
 
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
-#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 
 namespace corvane {
 
@@ -138,7 +137,7 @@ FileSystem::Volume volumeHolding(std::string_view path, std::string_view mountTa
   return {mount ? mount->mountPoint : "", !isNetwork};
 }
 
-std::optional<FileSystem::Volume> LinuxFileSystem::volume(const std::string& path) {
+std::optional<FileSystem::Volume> volumeOf(const std::string& path) {
   struct statfs status {};
   if (retryingInterrupted([&] { return ::statfs(path.c_str(), &status); }) != 0) return std::nullopt;
   const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), &std::free);

@@ -33,4 +33,7 @@ bool isNetworkMagic(std::uint32_t magic);
 /// The volume of `path` (absolute, without links), by the mount table and the type number of its file system.
 FileSystem::Volume volumeHolding(std::string_view path, std::string_view mountTable, std::uint32_t magic);
 
+/// As `FileSystem::volume`.
+std::optional<FileSystem::Volume> volumeOf(const std::string& path);
+
 }  // namespace corvane
