@@ -55,11 +55,7 @@ ChildIndex::~ChildIndex() {
   }
 }
 
-void ChildIndex::insert(const String& uid, const InsertionRule& rule) {
-  refreshStale();
-  Item* next = firstToStopAt(rule);
-  linkBefore(next, *newItem(uid));
-}
+void ChildIndex::insertBefore(Item* next, const String& uid) { linkBefore(next, *newItem(uid)); }
 
 bool ChildIndex::remove(const String& uid) {
   refreshStale();
@@ -78,14 +74,32 @@ bool ChildIndex::remove(const String& uid) {
 
 std::vector<String> ChildIndex::uids() const {
   std::vector<String> result;
+  visitInOrder([&](const Item& item) {
+    result.push_back(item.uid);
+    return true;
+  });
+  return result;
+}
+
+std::size_t ChildIndex::placeOf(const Item* item) const {
+  std::size_t place = 0;
+  visitInOrder([&](const Item& other) {
+    if (&other == item) return false;
+    ++place;
+    return true;
+  });
+  return place;
+}
+
+template <typename Visit>
+void ChildIndex::visitInOrder(const Visit& visit) const {
   std::vector<const Item*> open;
   for (const Item* item = _root; item || !open.empty(); item = item->right) {
     for (; item; item = item->left) open.push_back(item);
     item = open.back();
     open.pop_back();
-    result.push_back(item->uid);
+    if (!visit(*item)) return;
   }
-  return result;
 }
 
 void ChildIndex::markStale(Item*& first) {
@@ -141,7 +155,8 @@ void ChildIndex::leaveFresh(Item& item) {
   }
 }
 
-ChildIndex::Item* ChildIndex::firstToStopAt(const InsertionRule& rule) const {
+ChildIndex::Item* ChildIndex::firstToStopAt(const InsertionRule& rule) {
+  refreshStale();
   const auto order = static_cast<std::size_t>(rule.order());
   const auto holdsStop = [&](const Item* subtree) {
     return subtree && rule.stopsBefore(subtree->highest[order]->key);

@@ -13,7 +13,7 @@ class BookmarkMap;
 /// A long list of child uids in which placing and removing a child costs O(log n) instead of a walk.
 ///
 /// A treap (Seidel and Aragon, "Randomized search trees", 1996) over list places, in which every item knows
-/// the highest-ranking sibling of its subtree in each placement order. The ranks are those of the nodes that
+/// the highest-ranking sibling of its subtree in each insertion order. The ranks are those of the nodes that
 /// one map holds. When one changes, the map marks the items that name it stale; a list reads its stale items
 /// anew when it is next asked. An item that is stale already is not marked again, so that a uid may stay
 /// listed in any number of folders.
@@ -27,8 +27,12 @@ class ChildIndex {
   ChildIndex(const ChildIndex&) = delete;
   ChildIndex& operator=(const ChildIndex&) = delete;
 
-  /// Inserts `uid` where `rule` places it.
-  void insert(const String& uid, const InsertionRule& rule);
+  /// The first item that a child stops before; null where it goes to the end. Valid until the list changes.
+  Item* firstToStopAt(const InsertionRule& rule);
+  /// Inserts `uid` before the item `next`; at the end for null.
+  void insertBefore(Item* next, const String& uid);
+  /// How many items stand before `item`, all of them for null. Walks the list.
+  std::size_t placeOf(const Item* item) const;
   /// Removes every occurrence of `uid`; answers whether there was one.
   bool remove(const String& uid);
   std::vector<String> uids() const;
@@ -38,13 +42,15 @@ class ChildIndex {
   static void markStale(Item*& first);
 
  private:
+  /// Visits the items in their order for as long as `visit` answers true.
+  template <typename Visit>
+  void visitInOrder(const Visit& visit) const;
   Item* newItem(const String& uid);
   void deleteItem(Item* item);
   /// Fresh items that name one uid form a chain that the map holds on to.
   void enterFresh(Item& item);
   void leaveFresh(Item& item);
   void refreshStale();
-  Item* firstToStopAt(const InsertionRule& rule) const;
   void linkBefore(Item* next, Item& item);
   void linkBelow(Item* parent, Item*& place, Item& item);
   void unlink(Item& item);

@@ -14,7 +14,7 @@ constexpr std::size_t kIndexedLength = 64;
 
 const char* yesOrNo(bool value) { return value ? "YES" : "NO"; }
 
-// The reference form of placement: the place of the first sibling that the child stops before.
+// The place of the first sibling that the child stops before.
 std::size_t placeByWalking(const std::vector<String>& uids, const InsertionRule& rule,
                            const BookmarkMap& map) {
   std::size_t place = 0;
@@ -22,17 +22,15 @@ std::size_t placeByWalking(const std::vector<String>& uids, const InsertionRule&
   return place;
 }
 
-// Placement by title is traced sibling by sibling, up to the one that the child stops before.
-void tracePlacementByTitle(const std::vector<String>& uids, const InsertionRule& rule,
-                           const CorvaneBookmark& child, const CorvaneBookmark& folder,
-                           const BookmarkMap& map) {
-  for (const String& uid : uids) {
-    const SiblingKey sibling = SiblingKey::of(map.find(uid));
+// Placement by title is traced sibling by sibling, up to the one at `place`, which the child stops before.
+void traceByTitle(const std::vector<String>& uids, std::size_t place, const CorvaneBookmark& child,
+                  const CorvaneBookmark& folder, const BookmarkMap& map) {
+  for (std::size_t i = 0; i < uids.size() && i <= place; ++i) {
+    const SiblingKey sibling = SiblingKey::of(map.find(uids[i]));
     SCLog(
         "====== can insert called, parent uid %@, candidate %@, previous %@, candidate/previous special "
         "%@/%@",
         folder.uid(), child.title(), sibling.title, yesOrNo(child.special()), yesOrNo(sibling.special));
-    if (rule.stopsBefore(sibling)) return;
   }
 }
 
@@ -62,15 +60,17 @@ void ChildList::add(const CorvaneBookmark& child, const CorvaneBookmark& folder,
                     BookmarkMap* folderMap) {
   if (!_present) return assign({child.uid()});
   const InsertionRule rule(child, folder.uid().isSameInstance(kRootUid));
-  if (rule.order() != InsertionOrder::byPosition && SCLogIsOn())
-    tracePlacementByTitle(*uids(), rule, child, folder, map);
+  const bool isTraced = rule.order() != InsertionOrder::byPosition && SCLogIsOn();
   if (folderMap == &map && indexed(*folderMap)) {
-    _index->insert(child.uid(), rule);
+    ChildIndex::Item* const next = _index->firstToStopAt(rule);
+    if (isTraced) traceByTitle(*uids(), _index->placeOf(next), child, folder, map);
+    _index->insertBefore(next, child.uid());
     _stale = true;
     return;
   }
   std::vector<String>& list = walkedList();
   const std::size_t place = placeByWalking(list, rule, map);
+  if (isTraced) traceByTitle(list, place, child, folder, map);
   list.insert(list.begin() + static_cast<std::ptrdiff_t>(place), child.uid());
 }
 
