@@ -1,19 +1,18 @@
 -- The online service's schema: a versioned record store for each account. It merges nothing.
 --
--- Who may do what. All objects belong to corvane_hub_owner, a role that nobody can log in as and that is no superuser.
--- Each account is a login role of its own, member of corvane_account, which may read its own rows and call the functions
--- below; it may write to no table. The functions run as the owner. Row-level security is forced on the owner too and goes
--- by session_user, the role that logged in: neither SET ROLE nor a mistake in a function leads to another account's rows.
+-- Permissions. All objects belong to corvane_hub_owner, a role that nobody can log in as and that is not a superuser.
+-- Each account is a login role and a member of corvane_account. It may read its own rows and call the functions below, and
+-- may write to no table. The functions run as the owner. Row-level security is forced on the owner too and uses
+-- session_user, the role that logged in: neither SET ROLE nor a bug in a function gives access to another account's rows.
 --
--- Connection poolers that hand a server's connection from transaction to transaction work: nothing here lives longer than
--- a transaction.
+-- Poolers that share a connection between transactions work, since nothing here outlives a transaction.
 
 CREATE SCHEMA corvane_hub AUTHORIZATION corvane_hub_owner;
 SET LOCAL ROLE corvane_hub_owner;
 
 CREATE TABLE corvane_hub.version(
-  number integer NOT NULL,         -- of the last script that was applied
-  oldest_client integer NOT NULL   -- the oldest version a computer may know to be served: a script that breaks older
+  number integer NOT NULL,         -- of the last script applied
+  oldest_client integer NOT NULL   -- the oldest version of a program that is still served; a script that breaks older
                                    -- ones raises it
 );
 CREATE UNIQUE INDEX one_version ON corvane_hub.version((true));
@@ -24,14 +23,14 @@ CREATE TABLE corvane_hub.accounts(
   uid uuid NOT NULL UNIQUE DEFAULT gen_random_uuid(),
   role name NOT NULL UNIQUE,                       -- the login role
   revision bigint NOT NULL DEFAULT 0,              -- of the last push
-  mark uuid,                                       -- of the last push; null at revision 0
+  mark uuid,                                       -- the id of the last push; null at revision 0
   pushed_in xid8,                                  -- the transaction of the last push
   live_records bigint NOT NULL DEFAULT 0,
   record_limit bigint NOT NULL DEFAULT 1000000,
   live_bytes bigint NOT NULL DEFAULT 0,            -- of the live records' names and urls
   byte_limit bigint NOT NULL DEFAULT 1073741824,
   tombstones bigint NOT NULL DEFAULT 0,
-  forgotten_revision bigint NOT NULL DEFAULT 0,    -- the greatest revision of a tombstone that was dropped
+  forgotten_revision bigint NOT NULL DEFAULT 0,    -- the greatest revision of a dropped tombstone
   created timestamptz NOT NULL DEFAULT now(),
   CONSTRAINT accounts_live_records CHECK (live_records >= 0),
   CONSTRAINT accounts_record_limit CHECK (live_records <= record_limit),
@@ -42,8 +41,8 @@ CREATE TABLE corvane_hub.accounts(
   CONSTRAINT accounts_mark CHECK ((revision = 0) = (mark IS NULL))
 ) WITH (fillfactor = 70);
 
--- Texts are bytes, since PostgreSQL's text cannot hold U+0000. Whoever looks on uses readable_records below. There are no
--- foreign keys to accounts: all writing is done by the functions below, for an account that they have just looked up.
+-- Texts are bytes, since PostgreSQL's text cannot hold U+0000; readable_records below shows them as text. There are no
+-- foreign keys to accounts: only the functions below write, for an account that they have just looked up.
 CREATE TABLE corvane_hub.records(
   account bigint NOT NULL,
   id uuid NOT NULL,
@@ -54,7 +53,7 @@ CREATE TABLE corvane_hub.records(
   url bytea,
   tab_group boolean NOT NULL,
   special boolean NOT NULL,
-  deleted boolean NOT NULL,      -- a tombstone: of the rest only the id counts
+  deleted boolean NOT NULL,      -- a tombstone, of which only the id and the revision count
   revision bigint NOT NULL,      -- of the push that wrote it
   changed timestamptz NOT NULL,
   PRIMARY KEY (account, id),
@@ -63,7 +62,7 @@ CREATE TABLE corvane_hub.records(
 CREATE INDEX records_by_revision ON corvane_hub.records(account, revision, id);
 CREATE INDEX tombstones_by_age ON corvane_hub.records(account, changed) WHERE deleted;
 
--- The past of each account: whether a state that a computer has seen belongs to it.
+-- The history of each account, which shows whether a state that a computer has seen is part of it.
 CREATE TABLE corvane_hub.pushes(
   account bigint NOT NULL,
   revision bigint NOT NULL,
@@ -74,7 +73,7 @@ CREATE TABLE corvane_hub.pushes(
   UNIQUE (account, mark)
 ) PARTITION BY HASH (account);
 
--- A million accounts with a thousand records each make sixteen million rows a partition, which vacuums in minutes.
+-- A million accounts with a thousand records each make sixteen million rows per partition, which vacuum in minutes.
 DO $$
 BEGIN
   FOR part IN 0..63 LOOP
@@ -121,11 +120,12 @@ CREATE POLICY own ON corvane_hub.pushes USING (account = (SELECT corvane_hub.my_
 CREATE POLICY own ON corvane_hub.computers USING (account = (SELECT corvane_hub.my_account()));
 CREATE POLICY own ON corvane_hub.settings USING (account = (SELECT corvane_hub.my_account()));
 
--- Drops what is older than 400 days, a little at each push: tombstones, and pushes but for the newest thousand. Where there
--- are more tombstones than the account may hold records, the oldest ones go whatever their age. A computer whose state is older than a dropped tombstone is given all records, one whose push is gone counts as never seen.
+-- Drops what is older than 400 days, a little at each push: tombstones, and pushes except the newest thousand. When there
+-- are more tombstones than the account may hold records, the oldest ones go whatever their age. A computer whose state is
+-- older than a dropped tombstone gets all records; one whose push is gone counts as never seen.
 --
--- What is old is found along an index and dropped by its key, one after the other: in one statement, an account that grew
--- since the last statistics were taken would be read whole at each push.
+-- Old rows are found along an index and deleted by key, one after the other: a single statement would read the whole of an
+-- account that has grown since the last statistics were taken, at each push.
 CREATE FUNCTION corvane_hub.forget_old(me bigint) RETURNS void
 LANGUAGE plpgsql SECURITY DEFINER
 SET search_path = pg_catalog, pg_temp
@@ -159,8 +159,9 @@ BEGIN
   END LOOP;
 END $$;
 
--- Begins the account's next revision: false when the account is not in the expected state any more. Of two transactions
--- that begin one at a time the second waits for the first one's end. Until the transaction ends, put_records() adds to it.
+-- Begins the account's next revision; false when the account is no longer in the expected state. A mark is the id of a
+-- push. The second of two transactions that begin one waits until the first has ended. Until the transaction ends,
+-- put_records() adds to the revision.
 CREATE FUNCTION corvane_hub.begin_push(expected_account uuid, expected_revision bigint, expected_mark uuid,
                                        new_mark uuid, computer uuid) RETURNS boolean
 LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
@@ -179,14 +180,14 @@ BEGIN
   RETURN true;
 END $$;
 
--- Writes records into the push that this transaction began; the arrays are as long as one another, no id stands in them
--- twice. A tombstone of what the account never held is dropped. Raises check_violation: on accounts_record_limit,
+-- Writes records into the push that this transaction began. The arrays have the same length, and no id occurs twice. A
+-- tombstone of a record that the account never held is dropped. Raises check_violation: on accounts_record_limit,
 -- accounts_byte_limit or accounts_tombstone_limit when the account would hold more than it may, on records_length for a
--- record that is too long, and on records_kind for a folder that becomes a bookmark or the reverse. That is refused over
--- tombstones as well, since a computer that never heard of the tombstone would see the kind change all the same.
+-- record that is too long, and on records_kind for a folder that becomes a bookmark or the reverse. The last is refused
+-- even with a tombstone in between, since a computer that has not seen the tombstone would still see the kind change.
 --
--- What was there before is looked up by its key, one record after the other, whatever the statistics say: hence the join
--- to one row each.
+-- The join to one row each makes the server look up the previous records by key, one after the other, whatever the
+-- statistics say.
 CREATE FUNCTION corvane_hub.put_records(ids uuid[], folders boolean[], parents uuid[], positions integer[], names bytea[],
                                         urls bytea[], tab_groups boolean[], specials boolean[], deletions boolean[])
 RETURNS void
@@ -241,8 +242,8 @@ BEGIN
     WHERE id = me;
 END $$;
 
--- Enters the computer, or its present name and the day. An account has at most a thousand computers: the one that was
--- not seen for longest makes room, its settings with it.
+-- Enters the computer, or updates its name and the day. An account has at most a thousand computers: the one that has not
+-- been seen for the longest time is dropped with its settings.
 CREATE FUNCTION corvane_hub.note_computer(computer uuid, computer_name text) RETURNS void
 LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
 DECLARE
@@ -271,8 +272,8 @@ BEGIN
   END IF;
 END $$;
 
--- For the administrator, who must be a superuser (or a role that row-level security does not bind and that may create
--- roles). All run with the caller's own rights.
+-- For the administrator, who must be a superuser (or a role that bypasses row-level security and may create roles). All
+-- run with the caller's rights.
 
 CREATE FUNCTION corvane_hub.add_account(account_name name, account_password text) RETURNS uuid
 LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp SET password_encryption = 'scram-sha-256' AS $$
@@ -307,7 +308,7 @@ BEGIN
   EXECUTE format('DROP ROLE %I', account_name);
 END $$;
 
--- Text where the bytes are text that PostgreSQL can hold, else the bytes with escapes.
+-- The bytes as text if PostgreSQL can hold them as such, otherwise the bytes with escapes.
 CREATE FUNCTION corvane_hub.readable(bytes bytea) RETURNS text
 LANGUAGE plpgsql IMMUTABLE STRICT SET search_path = pg_catalog, pg_temp AS $$
 BEGIN

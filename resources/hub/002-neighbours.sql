@@ -1,8 +1,9 @@
--- What accounts could learn of one another, and how they could stand in the administrator's way. Nothing that the
--- computers' programs use is changed.
+-- Closes ways in which accounts could learn of one another or get in the administrator's way. Changes nothing that the
+-- computers' programs use.
 
--- The planner's statistics are of all accounts together, whatever row-level security hides, and EXPLAIN shows how many rows
--- it expects to bear a title. So there are none but on whose a row is; the statements of the service need no others.
+-- The planner's statistics cover all accounts together, in spite of row-level security, and EXPLAIN shows how many rows it
+-- expects to have a given title. So there are only statistics on the account's number; the service's statements need no
+-- others.
 DO $$
 DECLARE
   each record;
@@ -22,9 +23,9 @@ DELETE FROM pg_statistic s USING pg_attribute a
 
 SET LOCAL ROLE corvane_hub_owner;
 
--- For the administrator. Each is to be a transaction of its own: those who log in anew are bound by what is committed.
+-- For the administrator. Each call needs a transaction of its own, since new logins only see what is committed.
 
--- Nobody logs in as the account any more.
+-- Closes the account's login.
 CREATE FUNCTION corvane_hub.close_account(account_name name) RETURNS void
 LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 BEGIN
@@ -33,7 +34,7 @@ BEGIN
   EXECUTE format('ALTER ROLE %I NOLOGIN', account_name);
 END $$;
 
--- Ends the account's sessions, with whatever they have open; waits until they are gone.
+-- Ends the account's sessions with their open transactions, and waits until they are gone.
 CREATE FUNCTION corvane_hub.end_sessions(account_name name) RETURNS void
 LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 BEGIN
@@ -46,7 +47,7 @@ BEGIN
   RAISE EXCEPTION 'sessions of % do not end', account_name;
 END $$;
 
--- As before, and takes back first what other accounts may have granted the account on objects that are not there yet.
+-- As before, but first revokes what other accounts may have granted the account on future objects.
 CREATE OR REPLACE FUNCTION corvane_hub.remove_account(account_name name) RETURNS void
 LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 DECLARE

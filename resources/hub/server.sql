@@ -1,21 +1,21 @@
--- What the hub needs of the server and the database around its schema. Applied at every set-up, so that it also stands
--- after a backup was restored into a new server.
+-- Settings of the server and the database that the service needs besides its schema. Applied at every set-up, so that they
+-- also hold after a backup was restored into a new server.
 
 DO $$
 BEGIN
   IF NOT EXISTS (SELECT FROM pg_roles WHERE rolname = 'corvane_hub_owner') THEN CREATE ROLE corvane_hub_owner NOLOGIN; END IF;
   IF NOT EXISTS (SELECT FROM pg_roles WHERE rolname = 'corvane_account') THEN CREATE ROLE corvane_account NOLOGIN; END IF;
 
-  -- An account connects and finds nothing in which to store anything but its records: no temporary tables, no schema
-  -- "public", no large objects.
+  -- An account can connect and can store nothing but its records: no temporary tables, no schema "public", no large
+  -- objects.
   EXECUTE format('REVOKE ALL ON DATABASE %I FROM PUBLIC', current_database());
   EXECUTE format('GRANT CONNECT ON DATABASE %I TO corvane_account', current_database());
   IF to_regnamespace('public') IS NOT NULL THEN REVOKE ALL ON SCHEMA public FROM PUBLIC; END IF;
 END $$;
 
--- Nor may it make large objects; take advisory locks, which would keep others waiting and fill the server's one table of
--- locks; write into the log of changes, which is kept for standby servers; or have to do with the transactions' numbers, of
--- which there is one series for the whole server: whoever asks for one uses it up, and sees how much the others do.
+-- It may not make large objects; take advisory locks, which would block others and fill the server's lock table; write to
+-- the write-ahead log; or use transaction numbers, which are one series for the whole server: asking for one consumes it,
+-- and shows how much the others do.
 DO $$
 DECLARE
   each regprocedure;
@@ -32,6 +32,6 @@ BEGIN
 END $$;
 GRANT EXECUTE ON FUNCTION pg_current_xact_id() TO corvane_hub_owner;
 
--- Nor programs of its own.
+-- It may not run programs of its own.
 REVOKE USAGE ON LANGUAGE plpgsql FROM PUBLIC;
 GRANT USAGE ON LANGUAGE plpgsql TO corvane_hub_owner;

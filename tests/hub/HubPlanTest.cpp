@@ -133,7 +133,7 @@ TEST_F(PlanTest, WithStatisticsNoStatementReadsOtherAccounts) {
   expectOwnRowsAlone();
 }
 
-TEST_F(PlanTest, QuietExchangeTouchesNeitherRecordsNorPushes) {
+TEST_F(PlanTest, AQuietExchangeTouchesNeitherRecordsNorPushes) {
   const HubState seen = hub.remoteChanges({}).now;
   PostgresHub fresh(url, computer);
   const ExplainedPlans plans(server);

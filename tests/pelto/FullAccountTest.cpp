@@ -21,7 +21,7 @@ HubRecord numbered(int number) {
 
 class FullAccountTest : public HubTest {};
 
-TEST_F(FullAccountTest, FillsInOnePushRefusesMoreAndEmptiesInOnePush) {
+TEST_F(FullAccountTest, AnAccountFillsInOnePushRefusesMoreAndEmptiesInOnePush) {
   std::vector<HubRecord> records;
   for (int i = 0; i < kLimit; ++i) records.push_back(numbered(i));
   const HubState empty = hub.remoteChanges({}).now;

@@ -116,7 +116,7 @@ class HostLookupTest : public testing::Test {
   std::size_t _descriptors = entriesOf("/proc/self/fd");
 };
 
-TEST_F(HostLookupTest, SilentResolverIsGivenUpAtTheDeadlineAndLeavesNothing) {
+TEST_F(HostLookupTest, ASilentResolverIsGivenUpAtTheDeadlineAndLeavesNothing) {
   const auto began = std::chrono::steady_clock::now();
   const HostAddresses found = lookUpHost("silent.test", after(0.3));
   EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(300));
@@ -137,7 +137,7 @@ TEST_F(HostLookupTest, AddressesComeInTheResolversOrder) {
   EXPECT_EQ(found.numeric.back(), "192.0.80.31");
 }
 
-TEST_F(HostLookupTest, FailureIsToldInTheSystemsWords) {
+TEST_F(HostLookupTest, AFailureIsReportedInTheSystemsWords) {
   EXPECT_EQ(lookUpHost("broken.test", after(kLong)).problem, std::strerror(ENETDOWN));
   EXPECT_EQ(lookUpHost("no_such..host", after(kLong)).problem, ::gai_strerror(EAI_NONAME));
   const HostAddresses crashed = lookUpHost("crashing.test", after(kLong));
@@ -152,14 +152,14 @@ TEST_F(HostLookupTest, NumbersAndTheLocalHostNeedNoResolver) {
   EXPECT_EQ(resolver().process, 0);
 }
 
-TEST_F(HostLookupTest, ResolverHoldsNoneOfTheCallersFiles) {
+TEST_F(HostLookupTest, TheResolverHoldsNoneOfTheCallersFiles) {
   std::vector<FileDescriptor> files;
   for (int i = 0; i < 10; ++i) files.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   lookUpHost("slow.test", after(kLong));
   EXPECT_LE(resolver().opened, 5u) << "the standard streams, the pipe, and the list of descriptors";
 }
 
-TEST_F(HostLookupTest, ResolverEndsWithTheProcessThatAsked) {
+TEST_F(HostLookupTest, TheResolverEndsWithTheProcessThatAsked) {
   const pid_t asking = ::fork();
   if (asking == 0) {
     lookUpHost("silent.test", after(kLong));
@@ -192,7 +192,7 @@ TEST_F(HostLookupTest, SignalsDoNotEndTheWait) {
   ASSERT_EQ(::sigaction(SIGALRM, &before, nullptr), 0);
 }
 
-TEST_F(HostLookupTest, IgnoredChildrenAreNoObstacle) {
+TEST_F(HostLookupTest, LookupsWorkWhereChildrenAreIgnored) {
   const auto before = ::signal(SIGCHLD, SIG_IGN);
   EXPECT_THAT(lookUpHost("slow.test", after(kLong)).numeric, ElementsAre("192.0.2.0"));
   EXPECT_EQ(lookUpHost("silent.test", after(0.1)).problem, "no name server answered in time");

@@ -69,7 +69,7 @@ class ProblemTest : public HubTest {
                                           url.find('@') - url.find(user + ":") - user.size() - 1);
 };
 
-TEST_F(ProblemTest, WrongPassword) {
+TEST_F(ProblemTest, AWrongPasswordIsRefusedAndNeverShown) {
   EXPECT_THAT(failureWith(replaced(url, password, "wrong-password")),
               AllOf(HasSubstr("Can't connect at the online service (127.0.0.1, port "),
                     HasSubstr("database hub, user " + user + ")"),
@@ -77,26 +77,26 @@ TEST_F(ProblemTest, WrongPassword) {
                     HasSubstr("set the account again"), Not(HasSubstr("wrong-password"))));
 }
 
-TEST_F(ProblemTest, NoPassword) {
+TEST_F(ProblemTest, AMissingPasswordIsNamed) {
   EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
 }
 
-TEST_F(ProblemTest, UnknownUser) {
+TEST_F(ProblemTest, AnUnknownUserIsRefused) {
   EXPECT_THAT(failureWith(replaced(url, user + ":", "nobody:")), HasSubstr("the server refused the user"));
 }
 
-TEST_F(ProblemTest, MissingDatabase) {
+TEST_F(ProblemTest, AMissingDatabaseIsNamed) {
   EXPECT_THAT(failureWith(replaced(url, "/hub", "/nowhere")),
               AllOf(HasSubstr("there is no such database"), HasSubstr("docs/hub.md")));
 }
 
-TEST_F(ProblemTest, MissingSchema) {
+TEST_F(ProblemTest, ADatabaseWithoutTheServiceIsNamed) {
   server.makeDatabase("bare");
   EXPECT_THAT(failureWith(replaced(url, "/hub", "/bare")),
               AllOf(HasSubstr("its database holds no bookmarks service"), HasSubstr("docs/hub.md")));
 }
 
-TEST_F(ProblemTest, OtherVersions) {
+TEST_F(ProblemTest, VersionsThatDoNotFitAreNamedAndOthersServe) {
   const auto set = [&](int number, int oldestClient) {
     administer("UPDATE corvane_hub.version SET number = " + std::to_string(number) +
                ", oldest_client = " + std::to_string(oldestClient));
@@ -116,7 +116,7 @@ TEST_F(ProblemTest, OtherVersions) {
   EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }), "");
 }
 
-TEST_F(ProblemTest, NobodyListens) {
+TEST_F(ProblemTest, AServerThatDoesNotListenIsNamed) {
   std::string free;
   { free = SilentPort().number(); }
   EXPECT_THAT(failureWith(replaced(url, port(), ":" + free)),
@@ -125,12 +125,12 @@ TEST_F(ProblemTest, NobodyListens) {
               AllOf(HasSubstr("it can't be reached"), HasSubstr(server.directory() + "/nowhere")));
 }
 
-TEST_F(ProblemTest, UnknownHost) {
+TEST_F(ProblemTest, AnUnknownHostIsNamed) {
   EXPECT_THAT(failureWith("postgresql://a:" + password + "@no_such..host/hub"),
               HasSubstr("the server no_such..host can't be found: "));
 }
 
-TEST_F(ProblemTest, ServerThatNeverAnswersIsGivenUpInTime) {
+TEST_F(ProblemTest, AServerThatNeverAnswersIsGivenUpInTime) {
   const SilentPort silent;
   const auto before = std::chrono::steady_clock::now();
   EXPECT_THAT(failureWith(replaced(url, port(), ":" + silent.number()), {0.2, 15.0}),
@@ -139,7 +139,7 @@ TEST_F(ProblemTest, ServerThatNeverAnswersIsGivenUpInTime) {
       << "each of five calls";
 }
 
-TEST_F(ProblemTest, SilentServerLeavesTimeForTheNextOne) {
+TEST_F(ProblemTest, ASilentServerLeavesTimeForTheNextOne) {
   const SilentPort silent;
   const std::string two =
       replaced(url, "@127.0.0.1" + port(), "@127.0.0.1:" + silent.number() + ",127.0.0.1" + port());
@@ -153,13 +153,13 @@ TEST_F(ProblemTest, EachAddressOfAHostIsTried) {
       "");
 }
 
-TEST_F(ProblemTest, SocketOfThisComputer) {
+TEST_F(ProblemTest, ASocketOfThisComputerServes) {
   const std::string socket = "postgresql://" + user + ":" + password + "@" +
                              "/hub?host=" + server.directory() + "&port=" + std::to_string(server.port());
   EXPECT_EQ(failureOf([&] { PostgresHub(socket, computer).remoteChanges({}); }), "");
 }
 
-TEST_F(ProblemTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
+TEST_F(ProblemTest, AServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
   CuttingProxy proxy(server.port());
   PostgresHub patient(url, computer);
   for (const int message : {2, 4, 9, 10, 15, 20, 21}) {
@@ -174,7 +174,7 @@ TEST_F(ProblemTest, ServerThatFallsSilentAtAnyMessageIsGivenUpInTime) {
   }
 }
 
-TEST_F(ProblemTest, SlowLineCarriesMuchInSmallPortions) {
+TEST_F(ProblemTest, ASlowLineCarriesMuchInSmallStatements) {
   CuttingProxy proxy(server.port());
   proxy.slowDownTo(2000);
   // The time for one statement is enough for a quarter of it all.
@@ -188,7 +188,7 @@ TEST_F(ProblemTest, SlowLineCarriesMuchInSmallPortions) {
   EXPECT_EQ(read, text(records));
 }
 
-TEST_F(ProblemTest, AccountThatIsKeptBusyIsGivenUpInTime) {
+TEST_F(ProblemTest, ABusyAccountIsGivenUpInTime) {
   std::thread other([this] {
     EXPECT_THROW(
         administer("BEGIN; SELECT FROM corvane_hub.accounts WHERE id = $ FOR UPDATE; SELECT pg_sleep(3600)"),
@@ -235,20 +235,20 @@ class ConflictTest : public ProblemTest {
   }
 };
 
-TEST_F(ConflictTest, TransactionsThatGotInAnothersWayAreRunAgain) {
+TEST_F(ConflictTest, TransactionsThatConflictAreRunAgain) {
   for (const char* state : {"40001", "40P01"}) {
     EXPECT_EQ(pushWithConflicts(state, 3), "") << state;
     EXPECT_THAT(held(), HasSubstr(state));
   }
 }
 
-TEST_F(ConflictTest, ThatIsNotTriedForEver) {
+TEST_F(ConflictTest, ConflictingTransactionsAreGivenUpInTheEnd) {
   for (const char* state : {"40001", "40P01"})
     EXPECT_THAT(pushWithConflicts(state, 1000), HasSubstr("it is in the way (" + std::string(state) + ")"));
   EXPECT_EQ(held(), "");
 }
 
-TEST_F(ProblemTest, StandbyThatDoesNotFollowIsNoOtherComputer) {
+TEST_F(ProblemTest, AStandbyThatDoesNotFollowIsNotCalledAnotherComputer) {
   const auto awaitStandby = [&](const std::string& name) {
     administer("ALTER SYSTEM SET synchronous_standby_names = '" + name + "'");
     administer("SELECT pg_reload_conf()");
@@ -273,7 +273,7 @@ TEST_F(ProblemTest, StandbyThatDoesNotFollowIsNoOtherComputer) {
   EXPECT_EQ(hub.remoteChanges({}).now.revision, now.revision + 1) << "it stands";
 }
 
-TEST_F(ProblemTest, ComputerThatFellSilentGivesTheAccountFree) {
+TEST_F(ProblemTest, AComputerThatFallsSilentReleasesTheAccount) {
   CuttingProxy proxy(server.port());
   const HubState now = hub.remoteChanges({}).now;
   std::thread other([&] {
@@ -296,7 +296,7 @@ TEST_F(ProblemTest, ComputerThatFellSilentGivesTheAccountFree) {
   other.join();
 }
 
-TEST_F(ProblemTest, EnvironmentHasNoSay) {
+TEST_F(ProblemTest, TheEnvironmentIsIgnored) {
   const SilentPort silent;
   const std::pair<const char*, std::string> variables[] = {
       {"PGHOSTADDR", "192.0.2.1"},        {"PGSERVICE", "nowhere"},    {"PGSSLMODE", "require"},
@@ -318,7 +318,7 @@ TEST_F(ProblemTest, PasswordsComeFromTheAccountAlone) {
   EXPECT_THAT(failureWith(replaced(url, ":" + password, "")), HasSubstr("the server wants a password"));
 }
 
-TEST_F(ProblemTest, AnswerWhoseRowsNeverEndIsGivenUp) {
+TEST_F(ProblemTest, AnAnswerWhoseRowsNeverEndIsGivenUp) {
   give({bookmark("A", "http://a/")});
   CuttingProxy proxy(server.port());
   PostgresHub flooded(proxy.through(url), computer, {5.0, 4.0});
@@ -369,13 +369,13 @@ class EndlessTest : public ProblemTest {
   const std::string address = server.addAccount(user + "_endless", "endless");
 };
 
-TEST_F(EndlessTest, NoMoreIsTakenThanTheAccountMayHold) {
+TEST_F(EndlessTest, NoMoreIsReadThanTheAccountMayHold) {
   const std::string most = "1000000000000000";
   for (const auto& [records, bytes] : {std::pair<std::string, std::string>{"3000", most}, {most, "20000"}})
     EXPECT_THAT(failureWithLimits(records, bytes), HasSubstr("it gives more than the account may hold"));
 }
 
-TEST_F(EndlessTest, ExchangeEndsInTimeAlthoughEachPageDoes) {
+TEST_F(EndlessTest, AnExchangeEndsInTimeEvenIfEachPageDoes) {
   const std::string most = "1000000000000000";
   EXPECT_THAT(failureWithLimits(most, most, {5.0, 15.0, 1.0}),
               HasSubstr("the whole exchange took longer than 1 second"));
@@ -433,7 +433,7 @@ TEST_F(EncryptedTest, ClientCertificatesComeFromTheAccountAlone) {
   ::setenv("HOME", before.c_str(), 1);
 }
 
-TEST_F(EncryptedTest, ServerMustProveItsName) {
+TEST_F(EncryptedTest, TheServerMustProveItsName) {
   EXPECT_THAT(failureWith(encrypted("hub.example.org", certificate)),
               AllOf(HasSubstr("TLS did not succeed"), HasSubstr("Nothing was sent")))
       << "a server without TLS";

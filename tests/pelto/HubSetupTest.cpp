@@ -36,7 +36,7 @@ constexpr const char* kTellingStatistics =
 
 class SetupTest : public HubTest {};
 
-TEST_F(SetupTest, RunningItAgainChangesNothing) {
+TEST_F(SetupTest, RunningTheSetUpAgainChangesNothing) {
   const HubRecord a = bookmark("A", "http://a/");
   give({a});
   const std::string schema =
@@ -64,7 +64,7 @@ TEST_F(SetupTest, DatabasesThatAccountsMayConnectToAreNamed) {
     server.administer("GRANT CONNECT ON DATABASE \"" + each + "\" TO PUBLIC");
 }
 
-TEST_F(SetupTest, SeveralAtOnceMakeOne) {
+TEST_F(SetupTest, SeveralSetUpsAtOnceMakeOneService) {
   server.makeDatabase("together");
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i)
@@ -73,7 +73,7 @@ TEST_F(SetupTest, SeveralAtOnceMakeOne) {
   EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "together"), "2");
 }
 
-TEST_F(SetupTest, NewerServiceIsRefused) {
+TEST_F(SetupTest, ANewerServiceIsRefused) {
   server.makeDatabase("newer");
   server.setUpHub("newer");
   server.administer("UPDATE corvane_hub.version SET number = 7", "newer");
@@ -82,7 +82,7 @@ TEST_F(SetupTest, NewerServiceIsRefused) {
   EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "newer"), "7");
 }
 
-TEST_F(SetupTest, DatabaseThatIsNotThereIsNamed) {
+TEST_F(SetupTest, AMissingDatabaseIsNamed) {
   EXPECT_THAT(messageOf([&] { server.setUpHub("nowhere"); }),
               AllOf(HasSubstr("database \"nowhere\" does not exist"), Not(HasSubstr("older"))));
 }
@@ -112,7 +112,7 @@ class MigrationTest : public SetupTest {
   static inline int _databases = 0;
 };
 
-TEST_F(MigrationTest, MissingOnesAreAppliedOnce) {
+TEST_F(MigrationTest, MissingMigrationsAreAppliedOnce) {
   server.makeDatabase(database);
   server.setUpHub(database);
   PostgresHub old(server.addAccount(user + "_old", database), computer);
@@ -126,7 +126,7 @@ TEST_F(MigrationTest, MissingOnesAreAppliedOnce) {
       << "a service that moved on under a program that it serves";
 }
 
-TEST_F(MigrationTest, FailedOneLeavesTheVersionBefore) {
+TEST_F(MigrationTest, AFailedMigrationLeavesTheVersionBefore) {
   server.makeDatabase(database);
   install("CREATE TABLE corvane_hub.more(a int); SELECT 1 / 0;");
   EXPECT_THAT(setUp(), HasSubstr("division by zero"));
@@ -138,7 +138,7 @@ TEST_F(MigrationTest, FailedOneLeavesTheVersionBefore) {
 }
 
 // As for the server's user, where somebody starts the script for him within a home that is closed.
-TEST_F(MigrationTest, DirectoryThatCannotBeReachedFromOutsideServes) {
+TEST_F(MigrationTest, ADirectoryInAClosedHomeServes) {
   server.makeDatabase(database);
   install("SELECT 1;");
   std::vector<std::string> command = {"/bin/bash", "-c", "cd \"$0\" && chmod 0 .. && exec \"$@\"", directory};
@@ -150,7 +150,7 @@ TEST_F(MigrationTest, DirectoryThatCannotBeReachedFromOutsideServes) {
   EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
 }
 
-TEST_F(MigrationTest, StatisticsThatAreThereAlreadyGo) {
+TEST_F(MigrationTest, ExistingStatisticsAreDropped) {
   server.makeDatabase(database);
   install("SELECT 1;");
   for (const char* later : {"002-neighbours.sql", "003-more.sql"}) std::filesystem::remove(directory / later);
@@ -166,7 +166,7 @@ TEST_F(MigrationTest, StatisticsThatAreThereAlreadyGo) {
   EXPECT_EQ(failureOf([&] { give(older, {bookmark("B", "http://b/")}); }), "");
 }
 
-TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
+TEST_F(SetupTest, ABackupInANewDatabaseServesOn) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/");
   give({a});
   const HubState before = hub.remoteChanges({}).now;
@@ -193,12 +193,12 @@ TEST_F(SetupTest, BackupInANewDatabaseServesOn) {
       << "the database is closed too";
 }
 
-TEST_F(SetupTest, OrdinaryUserMayNotSetUp) {
+TEST_F(SetupTest, AnOrdinaryUserMayNotSetUp) {
   const std::string script = CORVANE_SCRIPTS "/hub-setup";
   EXPECT_THAT(messageOf([&] { server.run({script, url}); }), HasSubstr("this needs a superuser"));
 }
 
-TEST_F(SetupTest, PasswordIsChangedAndTheOldOneIsWorthNothing) {
+TEST_F(SetupTest, AChangedPasswordReplacesTheOldOne) {
   const std::string printed = server.hubAccount("password", user);
   EXPECT_THAT(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }),
               HasSubstr("the server refused the user"));
@@ -240,26 +240,26 @@ class OpenSessionTest : public SetupTest {
 
 constexpr const char* kEnded = "terminating connection due to administrator command";
 
-TEST_F(OpenSessionTest, EndsWithItsPassword) {
+TEST_F(OpenSessionTest, AnOpenSessionEndsWithItsPassword) {
   server.hubAccount("password", user);
   EXPECT_EQ(sessions(), 0) << "the computers' connections too";
   EXPECT_THAT(end(), HasSubstr(kEnded));
 }
 
-TEST_F(OpenSessionTest, EndsWithItsAccountInsteadOfKeepingItFromBeingRemoved) {
+TEST_F(OpenSessionTest, AnOpenSessionEndsWithItsAccount) {
   server.hubAccount("remove", user);
   EXPECT_EQ(sessions(), 0);
   EXPECT_THAT(end(), HasSubstr(kEnded));
 }
 
-TEST_F(SetupTest, WhatAccountsGrantOneAnotherKeepsNoneFromBeingRemoved) {
+TEST_F(SetupTest, GrantsBetweenAccountsDoNotPreventTheirRemoval) {
   const std::string other = user + "_other";
   runSql(server.addAccount(other), "ALTER DEFAULT PRIVILEGES GRANT SELECT ON TABLES TO " + user);
   EXPECT_EQ(messageOf([&] { server.hubAccount("remove", user); }), "");
   EXPECT_EQ(messageOf([&] { server.hubAccount("remove", other); }), "");
 }
 
-TEST_F(SetupTest, AccountsThatAreNotThereOrThereAlready) {
+TEST_F(SetupTest, MissingAndExistingAccountsAreNamed) {
   EXPECT_THAT(messageOf([&] { server.hubAccount("add", user); }),
               AllOf(HasSubstr("\"" + user + "\" already exists"), Not(HasSubstr("PASSWORD"))))
       << "the password that it would have had is in the statement";
@@ -272,7 +272,7 @@ TEST_F(SetupTest, AccountsThatAreNotThereOrThereAlready) {
               HasSubstr("there is no account"));
 }
 
-TEST_F(SetupTest, NamesAreNoStatements) {
+TEST_F(SetupTest, NamesAreNotRunAsStatements) {
   const std::string name = "o'hara\"; DROP SCHEMA corvane_hub CASCADE; --";
   server.hubAccount("add", name);
   EXPECT_EQ(
@@ -328,7 +328,7 @@ class Pooler {
   pid_t _process;
 };
 
-TEST_F(SetupTest, PoolerMayHandTheConnectionOnBetweenTransactions) {
+TEST_F(SetupTest, APoolerMayShareTheConnectionBetweenTransactions) {
   const std::string password = url.substr(url.find(user + ":") + user.size() + 1,
                                           url.find('@') - url.find(user + ":") - user.size() - 1);
   const Pooler pooler(server, platform.directory.path(), user, password);
@@ -355,7 +355,7 @@ TEST_F(SetupTest, PoolerMayHandTheConnectionOnBetweenTransactions) {
 
 }  // namespace
 
-TEST(PostgresServerTest, LeavesNothingBehindAlsoWhenTheTestIsKilled) {
+TEST(PostgresServerTest, TheServerLeavesNothingBehindWhenTheTestIsKilled) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
   const pid_t child = ::fork();

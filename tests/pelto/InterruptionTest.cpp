@@ -46,7 +46,7 @@ class InterruptionTest : public HubTest {
   CuttingProxy proxy{server.port()};
 };
 
-TEST_F(InterruptionTest, NewsCutAtEveryMessageRaisesAndTheNextOneSucceeds) {
+TEST_F(InterruptionTest, ReadingCutOffAtAnyMessageRaisesAndTheNextOneSucceeds) {
   const HubState now = hub.remoteChanges({}).now;
   for (const Moment moment : {Moment::before, Moment::after}) {
     int message = 0;
@@ -67,7 +67,7 @@ TEST_F(InterruptionTest, NewsCutAtEveryMessageRaisesAndTheNextOneSucceeds) {
   }
 }
 
-TEST_F(InterruptionTest, PushCutAtEveryMessageIsMadeOrNotAndTheComputerCanTell) {
+TEST_F(InterruptionTest, APushCutOffAtAnyMessageIsMadeOrNotAndTheComputerLearnsWhich) {
   for (const Moment moment : {Moment::before, Moment::after}) {
     int message = 0;
     bool isDone = false;
@@ -89,7 +89,7 @@ TEST_F(InterruptionTest, PushCutAtEveryMessageIsMadeOrNotAndTheComputerCanTell) 
   }
 }
 
-TEST_F(InterruptionTest, ServerKilledDuringAPush) {
+TEST_F(InterruptionTest, AServerKilledDuringAPushKeepsNothingOfIt) {
   int commit = 0;  // the number of the message that commits
   {
     const HubPush push = change();
@@ -118,7 +118,7 @@ TEST_F(InterruptionTest, ServerKilledDuringAPush) {
   }
 }
 
-TEST_F(InterruptionTest, ServerRestartedBetweenTwoCalls) {
+TEST_F(InterruptionTest, AServerMayRestartBetweenTwoCalls) {
   const HubState now = hub.remoteChanges({}).now;
   server.stop();
   EXPECT_THAT(failureOf([&] { hub.remoteChanges({}); }), testing::HasSubstr("the server cut it off"));
@@ -156,7 +156,7 @@ struct Racer {
   int lost = 0;
 };
 
-TEST_F(InterruptionTest, OfPushesThatCrossExactlyOneWins) {
+TEST_F(InterruptionTest, ExactlyOneOfTwoCrossingPushesWins) {
   constexpr int kRounds = 200;
   Racer one(url), two(url);
   std::barrier<> together(2);
@@ -186,7 +186,7 @@ TEST_F(InterruptionTest, OfPushesThatCrossExactlyOneWins) {
   EXPECT_EQ(hub.remoteChanges({}).records.size(), 2u + kRounds);
 }
 
-TEST_F(InterruptionTest, WhoeverIsOvertakenTriesAgainAndNothingIsLost) {
+TEST_F(InterruptionTest, AnOvertakenComputerTriesAgainAndNothingIsLost) {
   constexpr int kPushes = 60;
   std::vector<std::unique_ptr<Racer>> racers;
   for (int i = 0; i < 4; ++i) racers.push_back(std::make_unique<Racer>(url));

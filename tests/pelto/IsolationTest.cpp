@@ -46,7 +46,7 @@ class IsolationTest : public HubTest {
   const std::string before = (give({record}), everything());
 };
 
-TEST_F(IsolationTest, SeesItsOwnRowsAlone) {
+TEST_F(IsolationTest, AnAccountSeesOnlyItsOwnRows) {
   for (const std::string table : {"accounts", "records", "pushes", "computers", "settings"}) {
     SCOPED_TRACE(table);
     const std::string key = table == "accounts" ? "id" : "account";
@@ -59,7 +59,7 @@ TEST_F(IsolationTest, SeesItsOwnRowsAlone) {
   EXPECT_EQ(runSql(other, "SELECT count(*) FROM corvane_hub.accounts"), "1");
 }
 
-TEST_F(IsolationTest, WritesToNoTable) {
+TEST_F(IsolationTest, AnAccountWritesToNoTable) {
   const std::string number = accountNumber();
   for (const std::string& who : {other, url}) {
     for (const std::string table : {"accounts", "records", "pushes", "computers", "settings", "version"}) {
@@ -83,7 +83,7 @@ TEST_F(IsolationTest, WritesToNoTable) {
   }
 }
 
-TEST_F(IsolationTest, PartitionsAreNoWayAround) {
+TEST_F(IsolationTest, PartitionsAreAsClosedAsTheirTables) {
   for (int part = 0; part < 64; ++part) {
     EXPECT_EQ(stateOf(other, "SELECT * FROM corvane_hub.records_" + std::to_string(part)), kNotPermitted);
   }
@@ -92,7 +92,7 @@ TEST_F(IsolationTest, PartitionsAreNoWayAround) {
   }
 }
 
-TEST_F(IsolationTest, FunctionsActForTheCallerAlone) {
+TEST_F(IsolationTest, FunctionsActOnlyForTheCaller) {
   const HubState now = hub.remoteChanges({}).now;
   PostgresHub stranger(other, computer);
   EXPECT_FALSE(stranger.push({now, newUuidString(), {tombstone(record)}})) << "another account's state";
@@ -104,7 +104,7 @@ TEST_F(IsolationTest, FunctionsActForTheCallerAlone) {
   EXPECT_EQ(held(), text({record})) << "one id in two accounts is two records";
 }
 
-TEST_F(IsolationTest, RecordsAreWrittenWithinAPushAlone) {
+TEST_F(IsolationTest, RecordsAreWrittenOnlyWithinAPush) {
   const std::string put = "SELECT corvane_hub.put_records(ARRAY['" + record.id.toString() +
                           "'::uuid], ARRAY[false], ARRAY[NULL::uuid], ARRAY[0], ARRAY[NULL::bytea], "
                           "ARRAY[NULL::bytea], ARRAY[false], "
@@ -116,7 +116,7 @@ TEST_F(IsolationTest, RecordsAreWrittenWithinAPushAlone) {
   }
 }
 
-TEST_F(IsolationTest, FunctionsOfTheAdministratorAreNotToBeCalled) {
+TEST_F(IsolationTest, TheAdministratorsFunctionsCannotBeCalled) {
   const std::string calls[] = {
       "corvane_hub.forget_old(" + accountNumber() + ")",       "corvane_hub.add_account('another', 'secret')",
       "corvane_hub.change_password('" + user + "', 'secret')", "corvane_hub.remove_account('" + user + "')",
@@ -125,7 +125,7 @@ TEST_F(IsolationTest, FunctionsOfTheAdministratorAreNotToBeCalled) {
   for (const std::string& call : calls) EXPECT_EQ(stateOf(other, "SELECT " + call), kNotPermitted) << call;
 }
 
-TEST_F(IsolationTest, NoOtherRoleIsToBeHad) {
+TEST_F(IsolationTest, NoOtherRoleCanBeTaken) {
   const std::string statements[] = {
       "SET ROLE corvane_hub_owner",
       "SET ROLE administrator",
@@ -157,7 +157,7 @@ TEST_F(IsolationTest, NoOtherRoleIsToBeHad) {
   EXPECT_EQ(stateOf(other, "SET row_security = off; SELECT * FROM corvane_hub.records"), kNotPermitted);
 }
 
-TEST_F(IsolationTest, NothingElseIsToBeStored) {
+TEST_F(IsolationTest, NothingElseCanBeStored) {
   const std::string statements[] = {
       "CREATE TABLE corvane_hub.mine(a int)",
       "CREATE FUNCTION corvane_hub.mine() RETURNS int LANGUAGE sql AS 'SELECT 1'",
@@ -173,7 +173,7 @@ TEST_F(IsolationTest, NothingElseIsToBeStored) {
     EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
 }
 
-TEST_F(IsolationTest, NoProgramsAreRunAndNoNumbersOfTheServersTakenOrSeen) {
+TEST_F(IsolationTest, NoProgramsCanBeRunAndTheServersNumbersAreHidden) {
   const std::string statements[] = {
       "DO 'BEGIN END'",
       "CREATE FUNCTION pg_temp.mine() RETURNS int LANGUAGE plpgsql AS 'BEGIN RETURN 1; END'",
@@ -197,7 +197,7 @@ TEST_F(IsolationTest, NoProgramsAreRunAndNoNumbersOfTheServersTakenOrSeen) {
     EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
 }
 
-TEST_F(IsolationTest, NobodyElseIsKeptWaiting) {
+TEST_F(IsolationTest, AnAccountCannotMakeOthersWait) {
   const std::string statements[] = {
       "SELECT pg_advisory_lock(1)",
       "SELECT pg_advisory_lock(1, 2)",
@@ -214,7 +214,7 @@ TEST_F(IsolationTest, NobodyElseIsKeptWaiting) {
     EXPECT_EQ(stateOf(other, statement), kNotPermitted) << statement;
 }
 
-TEST_F(IsolationTest, TakesNoMoreOfTheServerThanItsPart) {
+TEST_F(IsolationTest, AnAccountTakesNoMoreThanItsShareOfTheServer) {
   EXPECT_EQ(runSql(other, "SHOW temp_file_limit"), "64MB");
   constexpr const char* kTooMuch = "53400";
   EXPECT_EQ(
@@ -228,7 +228,7 @@ TEST_F(IsolationTest, TakesNoMoreOfTheServerThanItsPart) {
   EXPECT_EQ(runSql(other, "SELECT rolconnlimit FROM pg_roles WHERE rolname = CURRENT_USER"), "5");
 }
 
-TEST_F(IsolationTest, ExpectationsOfThePlannerTellNothingOfOthers) {
+TEST_F(IsolationTest, ThePlannersEstimatesRevealNothingOfOthers) {
   const std::string third = server.addAccount();
   PostgresHub hubOfThird(third, computer);
   hubOfThird.setEnabled(kHubDataClass, true);
@@ -259,7 +259,7 @@ TEST_F(IsolationTest, OperatorsThatLeakSeeNoForeignRow) {
             "");
 }
 
-TEST_F(IsolationTest, RoleWithoutAnAccountHasNothing) {
+TEST_F(IsolationTest, ARoleWithoutAnAccountHasNothing) {
   administer(
       "CREATE ROLE stranger LOGIN PASSWORD 'secret'; CREATE ROLE member LOGIN PASSWORD 'secret' IN ROLE "
       "corvane_account");

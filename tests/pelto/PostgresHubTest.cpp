@@ -10,7 +10,7 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST_F(HubTest, NewAccountIsEmpty) {
+TEST_F(HubTest, ANewAccountIsEmpty) {
   const RemoteChanges remote = hub.remoteChanges({});
   EXPECT_EQ(remote.now.revision, 0);
   EXPECT_FALSE(remote.now.pushId);
@@ -56,7 +56,7 @@ TEST_F(HubTest, TextsOfEveryKindSurvive) {
       << "the administrator can read them all";
 }
 
-TEST_F(HubTest, BytesThatAreNoTextAreReplaced) {
+TEST_F(HubTest, BytesThatAreNotTextAreReplaced) {
   HubRecord a = bookmark("\xFF\xFE\x80 no UTF-8", "\xC3");
   HubRecord b = bookmark("\xC0\x80 \xE2\x82(", "\xF4\x90\x80\x80");
   HubRecord c = bookmark("\xED\xA0\xBD unpaired surrogate", "\xED\xB2\xA9");
@@ -79,7 +79,7 @@ TEST_F(HubTest, UuidsOfEveryKindSurvive) {
   EXPECT_EQ(held(), text({none, all}));
 }
 
-TEST_F(HubTest, RecordsOfALengthThatNobodyReadsAreRefused) {
+TEST_F(HubTest, RecordsThatAreTooLongAreRefused) {
   const HubState now = hub.remoteChanges({}).now;
   EXPECT_THAT(failureOf([&] {
                 hub.push({now, newUuidString(), {bookmark(std::string(1 << 20, 'n'), "u")}});
@@ -88,7 +88,7 @@ TEST_F(HubTest, RecordsOfALengthThatNobodyReadsAreRefused) {
   EXPECT_EQ(hub.remoteChanges({}).now, now);
 }
 
-TEST_F(HubTest, NothingChangesItsKind) {
+TEST_F(HubTest, ARecordCannotChangeItsKind) {
   const HubRecord a = bookmark("A", "http://a/"), b = folder("B");
   give({a, b});
   HubRecord folderNow = a, bookmarkNow = b;
@@ -113,7 +113,7 @@ TEST_F(HubTest, NothingChangesItsKind) {
   EXPECT_EQ(held(), text({a, b})) << "back as what they were";
 }
 
-TEST_F(HubTest, NewsTellsWhatChangedSince) {
+TEST_F(HubTest, RemoteChangesAreThoseSinceTheStateSeen) {
   HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"), c = bookmark("C", "http://c/");
   give({a, b, c});
   const HubState first = hub.remoteChanges({}).now;
@@ -132,7 +132,7 @@ TEST_F(HubTest, NewsTellsWhatChangedSince) {
   EXPECT_EQ(again.now, remote.now);
 }
 
-TEST_F(HubTest, EmptyAccountThatWasSeenGoesOn) {
+TEST_F(HubTest, AnEmptyAccountThatWasSeenIsTheSameLater) {
   const HubState empty = hub.remoteChanges({}).now;
   const HubRecord a = bookmark("A", "http://a/");
   give({a});
@@ -142,7 +142,7 @@ TEST_F(HubTest, EmptyAccountThatWasSeenGoesOn) {
   EXPECT_EQ(text(remote.records), text({a}));
 }
 
-TEST_F(HubTest, DeletedRecordLivesAgainWhenItIsGivenAgain) {
+TEST_F(HubTest, ADeletedRecordLivesAgainWhenItIsPushedAgain) {
   const HubRecord a = bookmark("A", "http://a/");
   give({a});
   give({tombstone(a)});
@@ -153,7 +153,7 @@ TEST_F(HubTest, DeletedRecordLivesAgainWhenItIsGivenAgain) {
   EXPECT_EQ(hub.remoteChanges({}).room, 999'999);
 }
 
-TEST_F(HubTest, PushOntoAnotherStateChangesNothing) {
+TEST_F(HubTest, APushOntoAnotherStateChangesNothing) {
   give({bookmark("A", "http://a/")});
   give({bookmark("B", "http://b/")});
   const HubState now = hub.remoteChanges({}).now;
@@ -176,14 +176,14 @@ TEST_F(HubTest, PushOntoAnotherStateChangesNothing) {
   }
 }
 
-TEST_F(HubTest, PushesOfThePastAreKnownByTheirMarks) {
+TEST_F(HubTest, PastPushesAreFoundByTheirIds) {
   const String first = give({bookmark("A", "http://a/")}), second = give({});
   EXPECT_TRUE(hub.hasPush(first));
   EXPECT_TRUE(hub.hasPush(second)) << "a push of no records is one too";
   EXPECT_FALSE(hub.hasPush(newUuidString()));
 }
 
-TEST_F(HubTest, FailedPushLeavesNothing) {
+TEST_F(HubTest, AFailedPushLeavesNothing) {
   const HubState now = hub.remoteChanges({}).now;
   const HubRecord a = bookmark("A", "http://a/");
   const String pushId = newUuidString();
@@ -222,7 +222,7 @@ TEST_F(HubTest, LargeRecordsComeInPages) {
   EXPECT_EQ(text(hub.remoteChanges({}).records), text(given));
 }
 
-TEST_F(HubTest, FullAccountRefusesAdditionsAndTakesDeletions) {
+TEST_F(HubTest, AFullAccountRefusesAdditionsAndAcceptsDeletions) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
                   c = bookmark("C", "http://c/"), d = bookmark("D", "http://d/");
   give({a, b, c});
@@ -248,7 +248,7 @@ TEST_F(HubTest, FullAccountRefusesAdditionsAndTakesDeletions) {
             number("SELECT count(*) FROM corvane_hub.records WHERE account = $ AND NOT deleted"));
 }
 
-TEST_F(HubTest, TombstoneOfWhatNeverWasIsNotKept) {
+TEST_F(HubTest, ATombstoneWithoutARecordIsNotKept) {
   give({tombstone(bookmark("never seen", {}))});
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.records WHERE account = $"), 0);
 }
@@ -308,7 +308,7 @@ TEST_F(HubTest, TombstonesOfAnAccountAreBounded) {
               HasSubstr("it remembers as many deletions as it may"));
 }
 
-TEST_F(HubTest, SettingsAreThoseOfOneComputer) {
+TEST_F(HubTest, SettingsBelongToOneComputer) {
   PostgresHub other(url, newUuidString());
   EXPECT_FALSE(other.isEnabled(kHubDataClass)) << "never heard of";
   EXPECT_TRUE(hub.isEnabled(kHubDataClass));
@@ -326,7 +326,7 @@ TEST_F(HubTest, SettingsAreThoseOfOneComputer) {
   EXPECT_TRUE(other.isEnabled(kHubDataClass));
 }
 
-TEST_F(HubTest, ComputersAreNotedOnceADayUnderTheirPresentName) {
+TEST_F(HubTest, ComputersAreNotedOnceADayWithTheirPresentName) {
   const std::string noted =
       "SELECT extract(epoch FROM now() - last_seen)::bigint FROM corvane_hub.computers "
       "WHERE account = $ AND name = '";
@@ -343,7 +343,7 @@ TEST_F(HubTest, ComputersAreNotedOnceADayUnderTheirPresentName) {
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $"), 1);
 }
 
-TEST_F(HubTest, ComputerThatCannotBeNotedSyncsAllTheSame) {
+TEST_F(HubTest, AComputerThatCannotBeNotedStillSyncs) {
   give({bookmark("A", "http://a/")});
   administer("UPDATE corvane_hub.computers SET name = 'another' WHERE account = $");
   administer("ALTER TABLE corvane_hub.computers ADD CONSTRAINT refuse CHECK (name <> 'testhost') NOT VALID");
@@ -352,7 +352,7 @@ TEST_F(HubTest, ComputerThatCannotBeNotedSyncsAllTheSame) {
   EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.computers WHERE account = $ AND name = 'another'"), 1);
 }
 
-TEST_F(HubTest, AccountKeepsAThousandComputersAtMost) {
+TEST_F(HubTest, AnAccountKeepsAtMostAThousandComputers) {
   administer(
       "INSERT INTO corvane_hub.computers SELECT $, gen_random_uuid(), 'old', "
       "now() - n * interval '1 minute' FROM generate_series(1, 1005) AS n");
@@ -386,7 +386,7 @@ class RestoredHubTest : public HubTest {
   }
 };
 
-TEST_F(RestoredHubTest, StateSeenAfterTheBackupIsOfAnotherPast) {
+TEST_F(RestoredHubTest, AStateSeenAfterTheBackupIsOfAnotherHistory) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/");
   give({a});
   const HubState before = hub.remoteChanges({}).now;
@@ -409,7 +409,7 @@ TEST_F(RestoredHubTest, StateSeenAfterTheBackupIsOfAnotherPast) {
   EXPECT_FALSE(hub.push({after, newUuidString(), {b}}));
 }
 
-TEST_F(RestoredHubTest, NewestStateThatBothKnowIsFoundAndWhatChangedSinceIsTold) {
+TEST_F(RestoredHubTest, TheNewestCommonStateIsFoundAndWhatChangedSinceIsSent) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
                   c = bookmark("C", "http://c/"), d = bookmark("D", "http://d/");
   const HubState empty = hub.remoteChanges({}).now;
@@ -433,7 +433,7 @@ TEST_F(RestoredHubTest, NewestStateThatBothKnowIsFoundAndWhatChangedSinceIsTold)
   EXPECT_EQ(hub.remoteChanges({lost, empty}).common, empty) << "every account began so";
 }
 
-TEST_F(HubTest, WhoComesLateIsToldOfThePastMoreSparselyTheFartherBack) {
+TEST_F(HubTest, PastStatesAreSentMoreSparselyTheFartherBack) {
   const HubState empty = hub.remoteChanges({}).now;
   for (int i = 0; i < 200; ++i) give({});
   const std::vector<HubState> past = hub.remoteChanges({}).past;
@@ -444,7 +444,7 @@ TEST_F(HubTest, WhoComesLateIsToldOfThePastMoreSparselyTheFartherBack) {
   EXPECT_EQ(hub.remoteChanges({past[2], empty}).past, (std::vector<HubState>{past[0], past[1]}));
 }
 
-TEST_F(RestoredHubTest, AccountMadeAnewIsAnotherOne) {
+TEST_F(RestoredHubTest, AnAccountMadeAgainIsAnotherOne) {
   const HubRecord a = bookmark("A", "http://a/");
   const HubState empty = hub.remoteChanges({}).now;
   give({a});
@@ -461,7 +461,7 @@ TEST_F(RestoredHubTest, AccountMadeAnewIsAnotherOne) {
   }
 }
 
-TEST_F(HubTest, OldTombstonesAreForgottenAndWhoMissedThemIsGivenAll) {
+TEST_F(HubTest, OldTombstonesAreForgottenAndAComputerThatMissedThemGetsEverything) {
   const HubRecord a = bookmark("A", "http://a/"), b = bookmark("B", "http://b/"),
                   c = bookmark("C", "http://c/");
   give({a, b, c});
@@ -483,7 +483,7 @@ TEST_F(HubTest, OldTombstonesAreForgottenAndWhoMissedThemIsGivenAll) {
   EXPECT_EQ(text(forLate.records), text({tombstone(b)}));
 }
 
-TEST_F(HubTest, OldPushesAreForgottenButForTheNewestThousand) {
+TEST_F(HubTest, OldPushesAreForgottenExceptTheNewestThousand) {
   give({bookmark("A", "http://a/")});
   const HubState first = hub.remoteChanges({}).now;
   administer(

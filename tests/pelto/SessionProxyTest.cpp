@@ -36,7 +36,7 @@ class SessionProxyTest : public ::testing::Test {
   String error;
 };
 
-TEST_F(SessionProxyTest, WithoutAnAccountEverythingIsOffAndNobodyIsAsked) {
+TEST_F(SessionProxyTest, WithoutAnAccountEverythingIsOffAndTheServiceIsNotAsked) {
   EXPECT_FALSE(proxy.isComputerEnabledForSyncing());
   EXPECT_FALSE(proxy.dataclassIsEnabledForSyncing(kBookmarks));
   for (const bool on : {true, false}) {
@@ -48,7 +48,7 @@ TEST_F(SessionProxyTest, WithoutAnAccountEverythingIsOffAndNobodyIsAsked) {
   EXPECT_THAT(service.calls, IsEmpty());
 }
 
-TEST_F(SessionProxyTest, ComputerIsEnabledOnceTheServiceHasAnswered) {
+TEST_F(SessionProxyTest, AComputerIsEnabledOnceTheServiceHasAnswered) {
   setAccount();
   EXPECT_FALSE(proxy.isComputerEnabledForSyncing());
   EXPECT_THAT(service.calls, IsEmpty());
@@ -60,7 +60,7 @@ TEST_F(SessionProxyTest, ComputerIsEnabledOnceTheServiceHasAnswered) {
   EXPECT_THAT(service.calls, ElementsAre("enabled? com.keldra.Bookmarks"));
 }
 
-TEST_F(SessionProxyTest, SwitchesOnAndOff) {
+TEST_F(SessionProxyTest, ADataClassIsSwitchedOnAndOff) {
   setAccount();
   EXPECT_TRUE(proxy.setDataclass(kBookmarks, true, error));
   EXPECT_FALSE(error);
@@ -72,7 +72,7 @@ TEST_F(SessionProxyTest, SwitchesOnAndOff) {
   EXPECT_FALSE(proxy.dataclassIsEnabledForSyncing(kBookmarks));
 }
 
-TEST_F(SessionProxyTest, ServiceThatDoesNotAnswerRaisesWhenAskedAndIsAnErrorWhenSwitched) {
+TEST_F(SessionProxyTest, AServiceThatDoesNotAnswerRaisesWhenAskedAndIsAnErrorWhenSwitched) {
   setAccount();
   service.problem = "it sleeps";
   EXPECT_THROW(
@@ -95,7 +95,7 @@ TEST_F(SessionProxyTest, ServiceThatDoesNotAnswerRaisesWhenAskedAndIsAnErrorWhen
   EXPECT_FALSE(proxy.isComputerEnabledForSyncing());
 }
 
-TEST_F(SessionProxyTest, UnusableAccountFileRaisesEverywhere) {
+TEST_F(SessionProxyTest, AnUnusableAccountFileRaisesEverywhere) {
   makeFileUnusable();
   EXPECT_THROW(proxy.isComputerEnabledForSyncing(), PlatformException);
   EXPECT_THROW(proxy.dataclassIsEnabledForSyncing(kBookmarks), PlatformException);
@@ -104,7 +104,7 @@ TEST_F(SessionProxyTest, UnusableAccountFileRaisesEverywhere) {
   EXPECT_THAT(service.calls, IsEmpty());
 }
 
-TEST_F(SessionProxyTest, ScopeMakesAnotherProxyCurrent) {
+TEST_F(SessionProxyTest, AScopeMakesAnotherProxyCurrent) {
   struct Other : DotPeltoSessionProxy {
     bool isComputerEnabledForSyncing() override { return true; }
     bool dataclassIsEnabledForSyncing(const String&) override { return true; }
@@ -136,7 +136,7 @@ TEST_F(HubOfUserTest, EveryKindOfAnswerIsNoted) {
   }
 }
 
-TEST_F(HubOfUserTest, FirstAnswerOfADayIsNotedAlone) {
+TEST_F(HubOfUserTest, OnlyTheFirstAnswerOfADayIsNoted) {
   constexpr double kDay = 24.0 * 60 * 60;
   setAccount();
   const auto hub = pelto::hubOf(account());
@@ -152,7 +152,7 @@ TEST_F(HubOfUserTest, FirstAnswerOfADayIsNotedAlone) {
   EXPECT_EQ(account().reached, platform.clock.now());
 }
 
-TEST_F(HubOfUserTest, WhatTheUserDidMeanwhileStands) {
+TEST_F(HubOfUserTest, AnAccountThatTheUserChangedMeanwhileStands) {
   setAccount();
   service.meanwhile = [this] { setAccount("postgresql://ada@localhost/other"); };
   proxy.dataclassIsEnabledForSyncing(kBookmarks);
@@ -163,7 +163,7 @@ TEST_F(HubOfUserTest, WhatTheUserDidMeanwhileStands) {
   EXPECT_FALSE(pelto::userAccount());
 }
 
-TEST_F(HubOfUserTest, AnswerThatCannotBeNotedStands) {
+TEST_F(HubOfUserTest, AnAnswerThatCannotBeNotedStands) {
   setAccount();
   platform.files.failAlways(FileOperation::writeAtomically, std::errc::no_space_on_device);
   EXPECT_TRUE(proxy.setDataclass(kBookmarks, true, error));
