@@ -126,7 +126,7 @@ class Scenario:
                     continue
                 calls.append((call, numbers[call], subject(rest, home.path)))
         home.remove()
-        # The first session of all hands nothing down, and so saves nothing.
+        # The very first session delivers nothing, and so saves nothing.
         expected = {"mkdir", "fdatasync", "pwrite64"} | (set() if self.name == "first" else {"rename", "fsync"})
         if not expected <= {call for call, _, _ in calls}:
             raise Failure(f"{self.name}: the session does not save and commit as expected: {calls}")

@@ -93,7 +93,7 @@ def bits(number):
 
 
 def same(a, b):
-    """Equality that tells 1 from 1.0 and True, and 0.0 from -0.0, and looks at the order of keys."""
+    """Equality that distinguishes 1 from 1.0 and True, and 0.0 from -0.0, and looks at the order of keys."""
     if type(a) is not type(b):
         return False
     if isinstance(a, float):

@@ -14,7 +14,7 @@ namespace {
 constexpr bool kFolder = true;
 constexpr bool kBookmark = false;
 
-class PlacementTest : public ModelTest {
+class InsertionRuleTest : public ModelTest {
  protected:
   /// Puts a node into the map, in no list.
   CorvaneBookmark& add(const char* uid, bool isFolder, const char* title, int position) {
@@ -38,7 +38,7 @@ class PlacementTest : public ModelTest {
   }
 };
 
-TEST_F(PlacementTest, KnownPositionsGoByNumberThenTitleThenKind) {
+TEST_F(InsertionRuleTest, KnownPositionsGoByNumberThenTitleThenKind) {
   // Placing a bookmark with position 3 into children with positions 0, 2, 3 ("B" titled), 5: with title "a"
   // it goes before the sibling at 3; with title "c" after it; with title "b" after it, while a folder titled
   // "b" goes before it.
@@ -70,13 +70,13 @@ TEST_F(PlacementTest, KnownPositionsGoByNumberThenTitleThenKind) {
   }
 }
 
-TEST_F(PlacementTest, SiblingWithoutTitleSortsAsEmptyText) {
+TEST_F(InsertionRuleTest, SiblingWithoutTitleSortsAsEmptyText) {
   add("S", kBookmark, nullptr, 3);
   parent("F", {"S"}).addChild(add("A", kFolder, "a", 3), map);
   EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"S", "A"}));
 }
 
-TEST_F(PlacementTest, UnknownPositionsGoByTitle) {
+TEST_F(InsertionRuleTest, UnknownPositionsGoByTitle) {
   const struct {
     const char* title;
     std::vector<std::string> expected;
@@ -97,7 +97,7 @@ TEST_F(PlacementTest, UnknownPositionsGoByTitle) {
   }
 }
 
-TEST_F(PlacementTest, UnknownPositionInTheRootStaysBehindTheSpecialFolders) {
+TEST_F(InsertionRuleTest, UnknownPositionInTheRootStaysBehindTheSpecialFolders) {
   // Placing a child of unknown position into the root whose list starts with the two special folders: it
   // never goes before them; among the rest it goes before the first sibling whose title sorts after its own,
   // ignoring case.
@@ -107,7 +107,7 @@ TEST_F(PlacementTest, UnknownPositionInTheRootStaysBehindTheSpecialFolders) {
   EXPECT_EQ(childrenOf("Root"), (std::vector<std::string>{"Bar", "Menu", "NEW", "c", "B"}));
 }
 
-TEST_F(PlacementTest, SpecialFoldersOutsideTheRootAreSiblingsLikeAnyOther) {
+TEST_F(InsertionRuleTest, SpecialFoldersOutsideTheRootAreSiblingsLikeAnyOther) {
   Dictionary special = folderRecord("z", "F");
   special.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
   parent("F", {});
@@ -117,7 +117,7 @@ TEST_F(PlacementTest, SpecialFoldersOutsideTheRootAreSiblingsLikeAnyOther) {
   EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"NEW", "S"}));
 }
 
-TEST_F(PlacementTest, RootIsKnownByItsInstanceAlone) {
+TEST_F(InsertionRuleTest, RootIsKnownByItsInstanceAlone) {
   // A folder whose uid merely reads "Root" is not the root.
   Dictionary special = folderRecord("z");
   special.set(LoomerAttribute_Bookmarks_Bookmark_Position, kSpecialPosition);
@@ -126,7 +126,7 @@ TEST_F(PlacementTest, RootIsKnownByItsInstanceAlone) {
   EXPECT_EQ(childrenOf("Root"), (std::vector<std::string>{"NEW", "S"}));
 }
 
-TEST_F(PlacementTest, MissingSiblingStopsTheWalk) {
+TEST_F(InsertionRuleTest, MissingSiblingStopsTheWalk) {
   // Placing into a folder whose list names a uid the map does not hold: with a known position the child goes
   // before that uid; by title likewise.
   add("a", kBookmark, "a", 0);
@@ -136,21 +136,21 @@ TEST_F(PlacementTest, MissingSiblingStopsTheWalk) {
   EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"a", "NEW", "gone", "b"}));
 }
 
-TEST_F(PlacementTest, UntitledSiblingStopsPlacingByTitle) {
+TEST_F(InsertionRuleTest, UntitledSiblingStopsPlacingByTitle) {
   add("a", kBookmark, "a", 0);
   add("untitled", kBookmark, nullptr, 1);
   parent("F", {"a", "untitled"}).addChild(add("NEW", kBookmark, "z", kUnknownPosition), map);
   EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"a", "NEW", "untitled"}));
 }
 
-TEST_F(PlacementTest, FirstChildMakesTheList) {
+TEST_F(InsertionRuleTest, FirstChildMakesTheList) {
   map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
   ASSERT_EQ(folder("F").children(), nullptr);
   folder("F").addChild(add("A", kBookmark, "a", 0), map);
   EXPECT_EQ(childrenOf("F"), std::vector<std::string>{"A"});
 }
 
-TEST_F(PlacementTest, ChildWithoutAUidIsNotPlaced) {
+TEST_F(InsertionRuleTest, ChildWithoutAUidIsNotPlaced) {
   const CorvaneBookmarkRecord nameless{String()};
   map.insert(std::make_unique<CorvaneBookmarkFolder>("F"));
   folder("F").addChild(nameless, map);
@@ -159,7 +159,7 @@ TEST_F(PlacementTest, ChildWithoutAUidIsNotPlaced) {
   EXPECT_EQ(childrenOf("G"), std::vector<std::string>{"b"});
 }
 
-TEST_F(PlacementTest, RemovingTakesOutEveryOccurrence) {
+TEST_F(InsertionRuleTest, RemovingTakesOutEveryOccurrence) {
   // Removing a child whose uid is listed twice removes both.
   add("A", kBookmark, "a", 0);
   parent("F", {"A", "b", "A"}).removeChild(node("A"));
@@ -171,7 +171,7 @@ TEST_F(PlacementTest, RemovingTakesOutEveryOccurrence) {
   EXPECT_EQ(folder("H").children(), nullptr);
 }
 
-TEST_F(PlacementTest, AddingDoesNotLookForAnOccurrence) {
+TEST_F(InsertionRuleTest, AddingDoesNotLookForAnOccurrence) {
   add("A", kBookmark, "a", 1);
   parent("F", {"A"}).addChild(node("A"), map);
   EXPECT_EQ(childrenOf("F"), (std::vector<std::string>{"A", "A"}));
@@ -304,7 +304,7 @@ RC_GTEST_PROP(PlacementProperty, LongListsAnswerLikeTheWalk, ()) {
   list.check();
 }
 
-TEST_F(PlacementTest, LongListIsToldThatAListedFolderBecameSpecial) {
+TEST_F(InsertionRuleTest, LongListIsToldThatAListedFolderBecameSpecial) {
   read(rootEntry({}));
   std::vector<String> uids;
   for (int i = 0; i < 100; ++i)
@@ -319,7 +319,7 @@ TEST_F(PlacementTest, LongListIsToldThatAListedFolderBecameSpecial) {
   EXPECT_EQ(*map.root()->children(), uids) << "the new one goes behind the special folder";
 }
 
-TEST_F(PlacementTest, UidListedInManyFoldersIsChangedWithoutVisitingThemAll) {
+TEST_F(InsertionRuleTest, UidListedInManyFoldersIsChangedWithoutVisitingThemAll) {
   // A node that is built anew in one folder after another stays listed in those before.
   constexpr int kFolders = 20'000;
   std::vector<String> siblings;
@@ -340,7 +340,7 @@ TEST_F(PlacementTest, UidListedInManyFoldersIsChangedWithoutVisitingThemAll) {
   }
 }
 
-TEST_F(PlacementTest, CopyOfAChangedLongListIsUpToDate) {
+TEST_F(InsertionRuleTest, CopyOfAChangedLongListIsUpToDate) {
   std::vector<String> uids;
   for (int i = 0; i < 100; ++i)
     uids.push_back(add(("u" + std::to_string(i)).c_str(), kBookmark, "t", i * 2).uid());
@@ -351,7 +351,7 @@ TEST_F(PlacementTest, CopyOfAChangedLongListIsUpToDate) {
   EXPECT_EQ(*map.scDeepMutableCopy()->findFolder("F")->children(), uids);
 }
 
-TEST_F(PlacementTest, HundredThousandChildrenInOneFolder) {
+TEST_F(InsertionRuleTest, HundredThousandChildrenInOneFolder) {
   constexpr int kChildren = 100'000;
   read(rootEntry({}));
   for (int i = 0; i < kChildren; ++i) {

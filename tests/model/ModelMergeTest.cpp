@@ -5,7 +5,7 @@
 namespace corvane {
 namespace {
 
-class MergeTest : public ModelTest {
+class ModelMergeTest : public ModelTest {
  protected:
   /// A root with the bookmark A ("a") between X and Y; the original is what it was before the test's own
   /// change.
@@ -30,7 +30,7 @@ class MergeTest : public ModelTest {
   std::unique_ptr<BookmarkMap> original;
 };
 
-TEST_F(MergeTest, BrowserRenameAndEngineAddressBothSurvive) {
+TEST_F(ModelMergeTest, BrowserRenameAndEngineAddressBothSurvive) {
   // Merge where the user renamed the bookmark and the engine changed its URL: title kept, URL applied.
   node("A").setTitle("renamed");
   merge("A", bookmarkChange("engine", "http://new/", 1));
@@ -38,14 +38,14 @@ TEST_F(MergeTest, BrowserRenameAndEngineAddressBothSurvive) {
   EXPECT_TRUE(bookmark("A").url() == "http://new/");
 }
 
-TEST_F(MergeTest, BrowserAddressAndEngineTitleBothSurvive) {
+TEST_F(ModelMergeTest, BrowserAddressAndEngineTitleBothSurvive) {
   setUrl("A", "http://browser/");
   merge("A", bookmarkChange("engine", "http://new/", 1));
   EXPECT_TRUE(node("A").title() == "engine");
   EXPECT_TRUE(bookmark("A").url() == "http://browser/");
 }
 
-TEST_F(MergeTest, LocalPositionKeepsPlaceWhileOtherFieldsAreDecided) {
+TEST_F(ModelMergeTest, LocalPositionKeepsPlaceWhileOtherFieldsAreDecided) {
   // Merge where the local position differs from the original: engine position ignored and the node not
   // re-placed, while title and URL are still decided.
   BookmarkMap moved;
@@ -61,7 +61,7 @@ TEST_F(MergeTest, LocalPositionKeepsPlaceWhileOtherFieldsAreDecided) {
 }
 
 // The lists stand in another order than the positions, so that any re-placing shows.
-TEST_F(MergeTest, NodeWithALocalPositionStaysWhereItIsListed) {
+TEST_F(ModelMergeTest, NodeWithALocalPositionStaysWhereItIsListed) {
   BookmarkMap moved;
   CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(
       rootEntry({bookmarkEntry("A", "a", "http://a/"), folderEntry("F", "f"), bookmarkEntry("X", "x"),
@@ -78,7 +78,7 @@ TEST_F(MergeTest, NodeWithALocalPositionStaysWhereItIsListed) {
   EXPECT_EQ(*moved.root()->children(), listed);
 }
 
-TEST_F(MergeTest, RecordWithoutAPositionPlacesTheNodeAnewAllTheSame) {
+TEST_F(ModelMergeTest, RecordWithoutAPositionPlacesTheNodeAnewAllTheSame) {
   Dictionary bookmarkRecord = bookmarkChange("a", "http://a/", 0);
   bookmarkRecord.remove(LoomerAttribute_Bookmarks_Bookmark_Position);
   const struct {
@@ -101,7 +101,7 @@ TEST_F(MergeTest, RecordWithoutAPositionPlacesTheNodeAnewAllTheSame) {
   }
 }
 
-TEST_F(MergeTest, WithoutOriginalEveryEngineValueIsApplied) {
+TEST_F(ModelMergeTest, WithoutOriginalEveryEngineValueIsApplied) {
   // Merge with no original: all engine values applied; an engine record without a name clears the title.
   node("A").setTitle("renamed");
   setUrl("A", "http://browser/");
@@ -114,21 +114,21 @@ TEST_F(MergeTest, WithoutOriginalEveryEngineValueIsApplied) {
   EXPECT_EQ(childrenOf("Root"), (std::vector<std::string>{"X", "Y", "F", "A"}));
 }
 
-TEST_F(MergeTest, UnchangedTitleIsClearedByANamelessRecord) {
+TEST_F(ModelMergeTest, UnchangedTitleIsClearedByANamelessRecord) {
   Dictionary record = bookmarkChange("", "http://a/", 1);
   record.remove(LoomerAttribute_Bookmarks_Bookmark_Name);
   merge("A", record);
   EXPECT_FALSE(node("A").title());
 }
 
-TEST_F(MergeTest, ClearedTitleCountsAsTheBrowsersChange) {
+TEST_F(ModelMergeTest, ClearedTitleCountsAsTheBrowsersChange) {
   node("A").setTitle(String());
   original->find("A")->setTitle(String());
   merge("A", bookmarkChange("engine", "http://a/", 1));
   EXPECT_FALSE(node("A").title()) << "an absent current title is never equal to the original's";
 }
 
-TEST_F(MergeTest, AbsentUrlCountsAsTheBrowsersChange) {
+TEST_F(ModelMergeTest, AbsentUrlCountsAsTheBrowsersChange) {
   BookmarkMap other;
   CorvaneBookmarkRecord::bookmarkWithCorvaneDictionary(without(bookmarkEntry("B", "b"), "URLString"), "Root",
                                                        0, other);
@@ -139,7 +139,7 @@ TEST_F(MergeTest, AbsentUrlCountsAsTheBrowsersChange) {
   platform.log.expectMessages({"setURL called with an unknown type (null)"});
 }
 
-TEST_F(MergeTest, RecordWithoutUrlKeepsTheUrl) {
+TEST_F(ModelMergeTest, RecordWithoutUrlKeepsTheUrl) {
   Dictionary record = bookmarkChange("a", "", 1);
   record.remove(LoomerAttribute_Bookmarks_Bookmark_Url);
   merge("A", record);
@@ -147,7 +147,7 @@ TEST_F(MergeTest, RecordWithoutUrlKeepsTheUrl) {
   platform.log.expectMessages({"setURL called with an unknown type (null)"});
 }
 
-TEST_F(MergeTest, MergeNeverMovesToAnotherFolder) {
+TEST_F(ModelMergeTest, MergeNeverMovesToAnotherFolder) {
   Dictionary record = bookmarkChange("a", "http://a/", 1);
   record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, Array{"F"});
   merge("A", record);
@@ -155,7 +155,7 @@ TEST_F(MergeTest, MergeNeverMovesToAnotherFolder) {
   EXPECT_TRUE(childrenOf("F").empty());
 }
 
-TEST_F(MergeTest, FolderMergesTitleAutoTabAndPosition) {
+TEST_F(ModelMergeTest, FolderMergesTitleAutoTabAndPosition) {
   Dictionary record = folderRecord("engine", "Root");
   record.set("is tab group", 1);
   record.set(LoomerAttribute_Bookmarks_Folder_Position, 0);
@@ -166,7 +166,7 @@ TEST_F(MergeTest, FolderMergesTitleAutoTabAndPosition) {
       << "\"engine\" sorts before \"x\"";
 }
 
-TEST_F(MergeTest, BrowsersAutoTabWins) {
+TEST_F(ModelMergeTest, BrowsersAutoTabWins) {
   BookmarkMap toggled;
   CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(
       with(folderEntry("F", "f"), "WebBookmarkAutoTab", true), "Root", 3, toggled);
@@ -176,7 +176,7 @@ TEST_F(MergeTest, BrowsersAutoTabWins) {
   EXPECT_TRUE(toggled.find("F")->title() == "engine");
 }
 
-TEST_F(MergeTest, OriginalOfTheOtherKindHasNeitherUrlNorAutoTab) {
+TEST_F(ModelMergeTest, OriginalOfTheOtherKindHasNeitherUrlNorAutoTab) {
   original->insert(std::make_unique<CorvaneBookmarkFolder>("A"));
   original->insert(std::make_unique<CorvaneBookmarkRecord>("F"));
   merge("A", bookmarkChange("engine", "http://new/", 1));
@@ -187,7 +187,7 @@ TEST_F(MergeTest, OriginalOfTheOtherKindHasNeitherUrlNorAutoTab) {
   EXPECT_TRUE(folder("F").autoTab()) << "both were off: the engine's value is applied";
 }
 
-TEST_F(MergeTest, OverwriteOfFolderReadsThePositionUnderTheBookmarksKeyOnly) {
+TEST_F(ModelMergeTest, OverwriteOfFolderReadsThePositionUnderTheBookmarksKeyOnly) {
   // Overwrite of a folder whose record carries a position only under the folder position key: position
   // unchanged.
   Dictionary record = folderRecord("f", "Root");
@@ -200,14 +200,14 @@ TEST_F(MergeTest, OverwriteOfFolderReadsThePositionUnderTheBookmarksKeyOnly) {
   EXPECT_EQ(childrenOf("Root").front(), "F");
 }
 
-TEST_F(MergeTest, OverwriteClearsWhatTheRecordLacks) {
+TEST_F(ModelMergeTest, OverwriteClearsWhatTheRecordLacks) {
   folder("F").updateWithVessynDictionary(Dictionary{}, map);
   EXPECT_FALSE(node("F").title());
   EXPECT_FALSE(node("F").parentId());
   EXPECT_EQ(childrenOf("Root").back(), "F") << "without a parent nothing is placed";
 }
 
-TEST_F(MergeTest, OverwriteOfBookmarkMovesItIntoTheNamedFolder) {
+TEST_F(ModelMergeTest, OverwriteOfBookmarkMovesItIntoTheNamedFolder) {
   map.root()->removeChild(node("A"));
   Dictionary record = bookmarkChange("engine", "http://new/", 0);
   record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, Array{"F"});
@@ -216,14 +216,14 @@ TEST_F(MergeTest, OverwriteOfBookmarkMovesItIntoTheNamedFolder) {
   EXPECT_EQ(childrenOf("Root"), (std::vector<std::string>{"X", "Y", "F"}));
 }
 
-TEST_F(MergeTest, BookmarkIsNoParentToPlaceInto) {
+TEST_F(ModelMergeTest, BookmarkIsNoParentToPlaceInto) {
   Dictionary record = bookmarkChange("engine", "http://new/", 0);
   record.set(LoomerRelationship_Bookmarks_Bookmark_Parent, Array{"X"});
   node("A").updateWithVessynDictionary(record, map);
   EXPECT_TRUE(node("A").parentId() == "X");
 }
 
-TEST_F(MergeTest, PositionsTruncateAndKeepTheirLowBits) {
+TEST_F(ModelMergeTest, PositionsTruncateAndKeepTheirLowBits) {
   const struct {
     Value position;
     int expected;

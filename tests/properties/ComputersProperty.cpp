@@ -25,7 +25,7 @@ void require(bool holds, const std::string& what) {
 }
 
 /// Computers whose users edit at random, and what must come of it. An entry's title is what it is known by
-/// for ever, and after a dot the number of its last renaming.
+/// throughout, and after a dot the number of its last renaming.
 class RandomComputers {
  public:
   explicit RandomComputers(const std::vector<std::size_t>& clients) : _simulation(clients) {

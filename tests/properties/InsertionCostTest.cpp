@@ -7,8 +7,8 @@
 
 #include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
 
-// How many changes a client is handed for one bookmark that another client inserted, in folders of three
-// sizes.
+// How many changes are delivered to a client for one bookmark that another client inserted, in folders of
+// three sizes.
 //
 // At either end there is always a free number: one change. In the middle there is none, since a client that
 // just read its file counts its children from 0 without gaps. The insertion then shares the number of a

@@ -58,7 +58,7 @@ MergeResult sync(Truth& truth, SyncedSide& side) {
 void requireQuiet(const Truth& truth, SyncedSide& side) {
   const MergeResult result = mergeFor(truth, side);
   require(result.truthChanges.empty(), "a session with nothing new changes the truth");
-  require(result.clientChanges.empty(), "a session with nothing new hands something down");
+  require(result.clientChanges.empty(), "a session with nothing new delivers something");
 }
 
 Facts factsOf(const Truth& truth) {
@@ -197,7 +197,7 @@ const ClientSimulation& TwoSides::b() const { return _state->b.simulation; }
 std::unique_ptr<TwoSides::AfterA> TwoSides::syncA(const ClientSimulation& ofA) const {
   auto after = std::make_unique<AfterA>(AfterA{_state->truth, {ofA, _state->a.base}, {}, ofA.print()});
   const MergeResult result = sync(after->truth, after->a);
-  require(result.clientChanges.empty(), "A, who alone changed anything, is handed something down");
+  require(result.clientChanges.empty(), "something is delivered to A, who alone changed anything");
   require(printTruth(after->truth.records) == after->edited, "A's edits did not arrive as they were");
   after->facts = factsOf(ofA, after->a);
   return after;

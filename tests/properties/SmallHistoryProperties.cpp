@@ -118,7 +118,7 @@ class Judge {
     return (b ? b : a)->parent;
   }
 
-  bool closesCircle(RecordId id) const {
+  bool closesCycle(RecordId id) const {
     std::size_t steps = 0;
     for (RecordId at = id; at != kRoot; at = chosenParent(at)) {
       if (!_history.end.contains(at) || ++steps > _history.end.size()) return true;
@@ -127,11 +127,11 @@ class Judge {
   }
 
   void requireParents() const {
-    const bool circle = std::any_of(_history.end.begin(), _history.end.end(),
-                                    [this](const auto& entry) { return closesCircle(entry.first); });
+    const bool cycle = std::any_of(_history.end.begin(), _history.end.end(),
+                                   [this](const auto& entry) { return closesCycle(entry.first); });
     for (const auto& [id, end] : _history.end) {
-      if (!circle) {
-        require(end.parent == chosenParent(id), id, "hangs elsewhere than where it was moved to");
+      if (!cycle) {
+        require(end.parent == chosenParent(id), id, "has another parent than the one it was moved to");
         continue;
       }
       const Fact* const a = in(_history.a, id);
@@ -139,7 +139,7 @@ class Judge {
       const Fact* const before = in(_history.origin, id);
       require((a && end.parent == a->parent) || (b && end.parent == b->parent) ||
                   (before && end.parent == before->parent),
-              id, "hangs where nobody put it");
+              id, "has a parent that nobody gave it");
     }
   }
 

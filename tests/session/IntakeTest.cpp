@@ -17,7 +17,7 @@ constexpr int kDelete = LoomerChangeTypeDelete;
 class IntakeTest : public ControllerTest {};
 
 // A pulled folder addition whose record lacks a parent is filed with the parent "Root".
-TEST_F(IntakeTest, FolderWithoutParentHangsUnderTheRoot) {
+TEST_F(IntakeTest, FolderWithoutParentIsAChildOfTheRoot) {
   begin(rootEntry({bookmarkEntry("a", "A")}));
   EXPECT_EQ(applyFolder(kAdd, "e1", folderRecord("F")), LoomerChangeAccepted);
   EXPECT_EQ(remapped, "UUID-1");
@@ -28,7 +28,7 @@ TEST_F(IntakeTest, FolderWithoutParentHangsUnderTheRoot) {
   EXPECT_EQ(tree(*replayed(rootEntry({}))), "Root(UUID-1())");
 }
 
-TEST_F(IntakeTest, BookmarkWithoutParentHangsUnderTheRoot) {
+TEST_F(IntakeTest, BookmarkWithoutParentIsAChildOfTheRoot) {
   begin(rootEntry({}));
   EXPECT_EQ(applyBookmark(kAdd, "e1", bookmarkRecord("B")), LoomerChangeAccepted);
   EXPECT_EQ(tree(working()), "Root(UUID-1)");
@@ -91,7 +91,7 @@ TEST_F(IntakeTest, ChangesWithoutAnIdentifierAreAccepted) {
   EXPECT_EQ(tree(*replayed(rootEntry({bookmarkEntry("b", "B")}))), "Root(b UUID-2 UUID-1())");
 }
 
-// A bookmark that hangs under another bookmark is listed by nobody.
+// No list names a bookmark that is a child of another bookmark.
 TEST_F(IntakeTest, DeletesABookmarkWhoseParentIsABookmark) {
   begin(rootEntry({bookmarkEntry("a", "A"), bookmarkEntry("b", "B")}));
   applyBookmark(kModify, "a", bookmarkRecord("A", "b"));

@@ -34,7 +34,7 @@ TEST_F(PostProcessingTest, ChildFirstIsCreatedParentFirst) {
 
 // An added folder whose parent is neither in the working map nor among the added folders is never created and
 // is left out of the top-down keys without a message.
-TEST_F(PostProcessingTest, OrphansAndCirclesAreLeftOutSilently) {
+TEST_F(PostProcessingTest, OrphansAndCyclesAreLeftOutSilently) {
   begin(rootEntry({}));
   applyFolder(kAdd, "orphan", folderRecord("O", "nowhere"));
   applyFolder(kAdd, "x", folderRecord("X", "y"));
@@ -164,7 +164,7 @@ TEST_F(PostProcessingTest, HappensOnceAndLogsBothMaps) {
 
 // A folder moved below itself, and the root moved below one of its folders, cut a part of the tree loose;
 // saving what is left must come to an end.
-TEST_F(PostProcessingTest, CirclesDoNotHang) {
+TEST_F(PostProcessingTest, CyclesDoNotLoopForEver) {
   begin(rootEntry(
       {folderEntry("f", "F", {folderEntry("g", "G", {bookmarkEntry("a", "A")})}), bookmarkEntry("b", "B")}));
   applyFolder(kModify, "f", folderRecord("F", "g"));

@@ -213,7 +213,8 @@ struct UntoldCase {
 
 class UntoldTest : public SyncManagerTest, public ::testing::WithParamInterface<UntoldCase> {};
 
-// A file whose attributes cannot be had may well be there: it is not replaced, and the read tells the cause.
+// A file whose attributes cannot be had may well be there: it is not replaced, and the read reports the
+// cause.
 TEST_P(UntoldTest, FileIsLeftAlone) {
   writeBookmarks(rootEntry({bookmarkEntry("a", "A")}));
   for (const char* clientId : {kMain, "com.keldra.Corvane.Bookmarks.plist"}) {
@@ -237,7 +238,7 @@ INSTANTIATE_TEST_SUITE_P(
                       UntoldCase{"a loop of links", std::errc::too_many_symbolic_link_levels,
                                  "Too many levels of symbolic links"}));
 
-TEST_F(SyncManagerTest, LinkThatLeadsInACircleIsLeftAlone) {
+TEST_F(SyncManagerTest, LinkThatLeadsInACycleIsLeftAlone) {
   fs::create_symlink("Bookmarks.plist", bookmarksPath());
   platform.log.expectMessages(
       {"Could not read bookmarks file " + bookmarksPath() + ": Too many levels of symbolic links"});

@@ -211,7 +211,7 @@ TEST_F(FileLockerHoldTest, RefreshWithoutHoldingRaises) {
                 ", lock is not currently held");
 }
 
-// The lock directory is gone after a failed refresh, and the next `unlock` tells so.
+// The lock directory is gone after a failed refresh, and the next `unlock` says so.
 TEST_F(FileLockerHoldTest, FailedRefreshGivesTheLockAway) {
   platform.files.failAlways(FileOperation::writeAtomically, std::errc::no_space_on_device);
   EXPECT_EQ(raisedBy([&] { locker.refresh(); }),

@@ -267,7 +267,7 @@ TEST_F(FileLockerLockTest, LockThatIsGoneAtTheBreakCountsAsBroken) {
   locker.unlock();
 }
 
-// Somebody else is faster after the break: waiting goes on, and the result still tells of the break.
+// Somebody else is faster after the break: waiting goes on, and the result still reports the break.
 TEST_F(FileLockerLockTest, BreakingCountsThoughSomebodyElseWasFaster) {
   putLock(detailsOf(kDeadProcess));
   platform.files.before(FileOperation::makeDirectory, 2, [this] { putLock(detailsOf(kLivingProcess)); });

@@ -116,7 +116,7 @@ struct WriteCase {
   const char* phrase;
   FileOperation failing;
   int failures;
-  const char* cause;  // as the system log tells it
+  const char* cause;  // as the system log gives it
   friend void PrintTo(const WriteCase& row, std::ostream* out) { *out << row.phrase; }
 };
 

@@ -12,7 +12,7 @@
 
 namespace corvane {
 
-/// Answers as a test tells it to, and keeps what it was asked and told.
+/// Answers as a test wants, and records what it was asked and told.
 class RecordingDelegate : public CorvaneFileLockerDelegate {
  public:
   bool implementsActionForApparentlyAbandonedLock() const override { return implementsAction; }

@@ -282,7 +282,7 @@ TEST_F(NewFile, everyFailureLeavesNothing) {
   EXPECT_EQ(writeNewWith({{"fsync", {2, EIO}}}, "new").category(), notDurableCategory());
 }
 
-// A link that leads nowhere, through a file included, is nothing; one that leads in a circle is something.
+// A link that leads nowhere, through a file included, is nothing; one that leads in a cycle is something.
 TEST_F(NewFile, takesThePlaceOfALinkToNothingAlone) {
   ASSERT_FALSE(files.write(directory / "file", ""));
   for (const char* target : {"nowhere", "file/inside"}) {

@@ -1,4 +1,4 @@
-// Files that claim more than they hold. This program's own fstat tells the lie, and its own operator new
+// Files that claim more than they hold. This program's own fstat lies, and its own operator new
 // keeps account of memory.
 
 #include <fcntl.h>

@@ -79,7 +79,7 @@ TEST_F(ConvergenceTest, FolderDeletedHereLivesOnWithWhatWasAddedThere) {
   expectSettled("Bar*[] F[kept(http://k/)] D(http://d/)");
 }
 
-TEST_F(ConvergenceTest, CrossingMovesCloseNoCircle) {
+TEST_F(ConvergenceTest, CrossingMovesCloseNoCycle) {
   const std::string f = a->addFolder("", "F"), g = a->addFolder("", "G");
   settle({a.get(), b.get()});
   a->move(f, g);

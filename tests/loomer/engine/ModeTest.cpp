@@ -57,7 +57,7 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"what it lacks is to be restored", 1, restored(client(5)), truth, SessionKind::refresh},
       {"a pending reset before a restore", 1, restored(client(5, 0, false, true)), truth,
        SessionKind::replace},
-      {"a mode that is none", 7, client(5), truth, SessionKind::refresh},
+      {"an unknown mode", 7, client(5), truth, SessionKind::refresh},
       {"refresh after a cancelled session", 3, cancelled(client(5)), truth, SessionKind::slow},
       {"no base after a cancelled session", 3, cancelled(client(std::nullopt)), truth, SessionKind::refresh},
   };

@@ -103,7 +103,7 @@ TEST_F(ProcessTest, AStoreThatAnotherProcessIsHalfwayThroughMakingIsWaitedFor) {
   const auto markAs = [this](std::int64_t application) {
     loomer::Database(storePath).execute("PRAGMA application_id = " + std::to_string(application), "test");
   };
-  markAs(loomer::kStoreApplicationId);  // whose version still is none, as of no store of the engine's
+  markAs(loomer::kStoreApplicationId);  // whose version is still 0, which no store of the engine has
   OpeningElsewhere elsewhere(storePath);
   platform.clock.onSleep = [&] {
     if (platform.clock.sleeps.size() != 3) return;

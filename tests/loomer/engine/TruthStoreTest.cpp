@@ -203,7 +203,7 @@ TEST_F(TruthStoreTest, InvariantsOfTheTreeAreConstraints) {
   }
 }
 
-TEST_F(TruthStoreTest, CheckNamesCirclesAndParentsThatAreNoFolders) {
+TEST_F(TruthStoreTest, CheckNamesCyclesAndParentsThatAreNoFolders) {
   const auto client = makeClient("a");
   const std::string outer = client->addFolder("", "Outer");
   client->addFolder(outer, "Inner");
@@ -217,7 +217,7 @@ TEST_F(TruthStoreTest, CheckNamesCirclesAndParentsThatAreNoFolders) {
   store().database().execute("CREATE TEMP TABLE old AS SELECT id, parent FROM records", "keep");
   store()
       .database()
-      .query("UPDATE records SET parent = ? WHERE id = ?", "close a circle")
+      .query("UPDATE records SET parent = ? WHERE id = ?", "close a cycle")
       .run(innerId, outerId);
   EXPECT_EQ(loomer::checkStore(store()).size(), 2u) << "both folders are out of reach";
   store().database().execute(

@@ -26,7 +26,7 @@ const BaseRecord* heldBase(const MergeCase& merged, RecordId record) {
   return nullptr;
 }
 
-TEST(HandingDown, WhatWasRefusedIsNotOfferedAgainUntilItChanges) {
+TEST(ClientDiff, WhatWasRefusedIsNotOfferedAgainUntilItChanges) {
   MergeCase merged({"a b", "a b=x", "a b"});
   findBase(merged.input().base, merged.record("b"))->refusedRevision = 1;
   merged.run();
@@ -40,7 +40,7 @@ TEST(HandingDown, WhatWasRefusedIsNotOfferedAgainUntilItChanges) {
   EXPECT_EQ(heldBase(merged, merged.record("b"))->refusedRevision, 0);
 }
 
-TEST(HandingDown, ARefusedAdditionNeverTurnsIntoADeletion) {
+TEST(ClientDiff, ARefusedAdditionNeverTurnsIntoADeletion) {
   MergeCase merged({"a F(b)", "a F(b)", "a"});
   BaseRecord* const folder = findBase(merged.input().base, merged.record("F"));
   folder->notHeld = true;
@@ -58,7 +58,7 @@ TEST(HandingDown, ARefusedAdditionNeverTurnsIntoADeletion) {
   EXPECT_EQ(merged.changes(), "+F +b");
 }
 
-TEST(HandingDown, AFolderDeletedOverARecordThatTheClientCannotTakeLives) {
+TEST(ClientDiff, AFolderDeletedOverARecordThatTheClientCannotTakeLives) {
   MergeCase merged({"F(b) c", "F(b) c", "c"});
   findBase(merged.input().base, merged.record("b"))->notHeld = true;
   findBase(merged.input().base, merged.record("b"))->refusedRevision = 1;
@@ -67,7 +67,7 @@ TEST(HandingDown, AFolderDeletedOverARecordThatTheClientCannotTakeLives) {
   EXPECT_EQ(merged.changes(), "+F");
 }
 
-TEST(HandingDown, AFolderWithoutANameStaysInTheTruthWithAllBelowIt) {
+TEST(ClientDiff, AFolderWithoutANameStaysInTheTruthWithAllBelowIt) {
   MergeCase merged({"a", "a F=(b G(c))", "a"});
   merged.run();
   EXPECT_EQ(merged.changes(), "");
@@ -77,7 +77,7 @@ TEST(HandingDown, AFolderWithoutANameStaysInTheTruthWithAllBelowIt) {
   }
 }
 
-TEST(HandingDown, WhatMovesBelowAFolderThatCannotBeGivenIsTakenFromTheClientButNotFromTheTruth) {
+TEST(ClientDiff, WhatMovesBelowAFolderThatCannotBeGivenIsTakenFromTheClientButNotFromTheTruth) {
   MergeCase merged({"a", "F=(a)", "a"});
   merged.run();
   EXPECT_EQ(merged.changes(), "-a");
@@ -85,7 +85,7 @@ TEST(HandingDown, WhatMovesBelowAFolderThatCannotBeGivenIsTakenFromTheClientButN
   EXPECT_TRUE(heldBase(merged, merged.record("a"))->notHeld);
 }
 
-TEST(HandingDown, ARefusedMoveNeverClosesACircle) {
+TEST(ClientDiff, ARefusedMoveNeverClosesACycle) {
   MergeCase merged({"B(A())", "A(B())", "B(A())"});
   BaseRecord* const refused = findBase(merged.input().base, merged.record("A"));
   refused->refusedRevision = 1;
@@ -95,7 +95,7 @@ TEST(HandingDown, ARefusedMoveNeverClosesACircle) {
   EXPECT_EQ(merged.heldByClient(), "B(A())");
 }
 
-TEST(HandingDown, ReplacingDeletesAllAndGivesEverythingParentsFirst) {
+TEST(ClientDiff, ReplacingDeletesAllAndGivesEverythingParentsFirst) {
   MergeCase merged({"a", "M=BookmarksMenu!(x) F(G(b) c) a", "z Q(w)"});
   merged.input().replace = true;
   merged.run();
@@ -105,7 +105,7 @@ TEST(HandingDown, ReplacingDeletesAllAndGivesEverythingParentsFirst) {
   for (const BaseRecord& base : merged.result().base) EXPECT_FALSE(base.localId);
 }
 
-TEST(HandingDown, ATreeInAnotherOrderComesOutTheSame) {
+TEST(ClientDiff, ATreeInAnotherOrderComesOutTheSame) {
   MergeCase merged({"F(a b) c d", "F(b a e) c", "d F(a b) c n"});
   merged.run();
   const std::string changes = merged.changes();

@@ -9,9 +9,10 @@
 
 namespace corvane::loomer::test {
 
-/// A model of a client of the engine: its file as a tree of entries, and what it does with the changes it is
-/// handed. Every session begins by reading the file, which numbers the children of each folder from 0 on,
-/// entries that the engine never sees included; changes place children by number and never renumber.
+/// A model of a client of the engine: its file as a tree of entries, and what it does with the changes
+/// that are delivered to it. Every session begins by reading the file, which numbers the children of each
+/// folder from 0 on, entries that the engine never sees included; changes place children by number and never
+/// renumber.
 class ClientSimulation {
  public:
   struct Entry {
@@ -44,7 +45,7 @@ class ClientSimulation {
 
   /// Reads the file and answers what it pushes.
   std::vector<ClientRecord> read();
-  /// Takes in what it is handed and fills the local ids of additions into the base.
+  /// Takes in what is delivered and fills the local ids of additions into the base.
   void apply(const MergeResult& result, std::vector<BaseRecord>& base);
 
   const std::map<std::string, Entry>& entries() const { return _entries; }

@@ -1,19 +1,19 @@
-#include "CorvaneSyncClient/platform/loomer/merge/Forest.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
 
+#include "CorvaneSyncClient/platform/loomer/merge/Forest.h"
+
 namespace corvane::loomer::test {
 namespace {
 
-/// What opening circles means: pass by pass, until none is left.
+/// What opening cycles means: pass by pass, until none is left.
 std::vector<bool> fallenPassByPass(Parents parents, const Parents& fallbacks) {
   std::vector<bool> fallen(parents.size(), false);
   for (;;) {
-    const std::vector<Index> circles = nodesOnCircles(parents);
-    if (circles.empty()) return fallen;
-    for (const Index node : circles) {
+    const std::vector<Index> cycles = nodesOnCircles(parents);
+    if (cycles.empty()) return fallen;
+    for (const Index node : cycles) {
       if (fallbacks[node] == kNoNode || fallen[node]) continue;
       fallen[node] = true;
       parents[node] = fallbacks[node];
@@ -34,7 +34,7 @@ Parents randomTree(Index nodes, std::mt19937& random) {
   return parents;
 }
 
-TEST(OpeningCircles, LeavesWhatPassesOverAllNodesWouldLeave) {
+TEST(OpeningCycles, LeavesWhatPassesOverAllNodesWouldLeave) {
   std::mt19937 random(1);
   std::size_t opened = 0;
   for (int round = 0; round < 20'000; ++round) {
@@ -61,9 +61,9 @@ TEST(OpeningCircles, LeavesWhatPassesOverAllNodesWouldLeave) {
   EXPECT_GT(opened, 1'000U);
 }
 
-TEST(OpeningCircles, EachCircleClosesTheNext) {
-  // Everything hangs under the first node, which stays below the second: one circle after another, each
-  // closed by opening the one before. Passes over all nodes would be as many as there are nodes.
+TEST(OpeningCycles, EachCycleClosesTheNext) {
+  // Everything is below the first node, which stays below the second: one cycle after another, each closed
+  // by opening the one before. Passes over all nodes would be as many as there are nodes.
   constexpr Index kNodes = 500'000;
   Parents parents(kNodes, 1);
   Parents fallbacks(kNodes, kNoNode);

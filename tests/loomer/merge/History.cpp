@@ -37,9 +37,9 @@ void requireForest(const Records& records) {
     std::size_t steps = 0;
     for (RecordId at = record.parent; at != kRoot; at = records.at(at).parent) {
       const auto parent = records.find(at);
-      require(parent != records.end() && !parent->second.deleted, named(id) + " hangs below a dead record");
-      require(parent->second.entity == Entity::folder, named(id) + " hangs below a bookmark");
-      require(++steps <= records.size(), named(id) + " hangs on a circle");
+      require(parent != records.end() && !parent->second.deleted, named(id) + " is a child of a dead record");
+      require(parent->second.entity == Entity::folder, named(id) + " is a child of a bookmark");
+      require(++steps <= records.size(), named(id) + " is in a cycle");
     }
   }
 }
@@ -64,10 +64,10 @@ void requireTruthChanges(const MergeInput& input, const MergeResult& result) {
   }
 }
 
-/// The client's folders while it is told the changes one by one, in the order of handing down.
-class ToldClient {
+/// What the client holds while the changes are delivered to it one by one.
+class ReceivingClient {
  public:
-  explicit ToldClient(const MergeInput& input, const MergeResult& result) {
+  explicit ReceivingClient(const MergeInput& input, const MergeResult& result) {
     std::map<std::string, RecordId> records;
     for (const BaseRecord& base : result.base) {
       if (base.localId) records[base.localId.toString()] = base.record;
@@ -82,10 +82,10 @@ class ToldClient {
     }
   }
 
-  void tell(const ClientChange& change) {
+  void receive(const ClientChange& change) {
     const std::string name = named(change.record);
-    require(_told.insert(change.record).second, name + " is handed down twice");
-    require(change.record != kRoot, "the root is handed down");
+    require(_received.insert(change.record).second, name + " is delivered twice");
+    require(change.record != kRoot, "the root is delivered");
     if (change.entity == Entity::bookmark) _bookmarksCame = true;
     require(change.entity == Entity::bookmark || !_bookmarksCame, name + " is a folder after a bookmark");
     const auto held = _held.find(change.record);
@@ -99,22 +99,23 @@ class ToldClient {
     require(change.parent == kRoot || _held.contains(change.parent), name + " has a parent not held");
     if (held != _held.end()) {
       const auto& [parent, record] = held->second;
-      // Only a special folder may be told its number again, which moves it to the front of the client's list.
+      // Only a special folder may be given its number again, which moves it to the front of the client's
+      // list.
       require(change.content.special || parent != change.parent || record.position != change.position ||
                   record.content != change.content,
-              name + " is handed down unchanged");
+              name + " is delivered unchanged");
     }
     _held[change.record] = {change.parent,
                             {change.localId, String(), change.entity, change.position, change.content}};
     std::size_t steps = 0;
     for (RecordId at = change.record; at != kRoot && _held.contains(at); at = _held.at(at).first) {
-      require(++steps <= _held.size(), name + " closes a circle at the client");
+      require(++steps <= _held.size(), name + " closes a cycle at the client");
     }
   }
 
  private:
   std::map<RecordId, std::pair<RecordId, ClientRecord>> _held;
-  std::set<RecordId> _told;
+  std::set<RecordId> _received;
   bool _bookmarksCame = false;
 };
 
@@ -143,8 +144,8 @@ void requireSound(const MergeInput& input, const MergeResult& result) {
   const Records after = byId(changedTruth(input.truth, result.truthChanges));
   requireForest(after);
   requireBase(result, after);
-  ToldClient told(input, result);
-  for (const ClientChange& change : result.clientChanges) told.tell(change);
+  ReceivingClient client(input, result);
+  for (const ClientChange& change : result.clientChanges) client.receive(change);
 }
 
 History::History(std::size_t clients) {
@@ -169,7 +170,7 @@ MergeResult History::mergeChecked(const MergeInput& input) const {
   MergeResult result = merge(input);
   requireSound(input, result);
   if (_truth.empty() && !input.replace) {
-    require(result.clientChanges.empty(), "a first session into an empty truth hands something down");
+    require(result.clientChanges.empty(), "a first session into an empty truth delivers something");
   }
   if (input.refresh || input.replace) require(result.deletedByAbsence == 0, "a refresh deletes");
   require(!result.deleteAllFirst || input.replace, "a client is emptied for no reason");
@@ -208,7 +209,7 @@ void History::requireQuiet(Client& client) {
   require(held == printTruth(), "the client holds\n" + held + "\nand the truth\n" + printTruth());
   const MergeResult again = merge(input);
   require(again.truthChanges.empty(), "a session with nothing new changes the truth");
-  require(again.clientChanges.empty(), "a session with nothing new hands something down");
+  require(again.clientChanges.empty(), "a session with nothing new delivers something");
   require(again.losses.empty(), "a session with nothing new loses a value");
   MergeInput fast = input;
   fast.client.reset();

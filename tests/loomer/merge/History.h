@@ -50,7 +50,7 @@ class History {
 };
 
 /// Raises std::logic_error unless `result` is sound as an answer to `input`: the truth stays a forest, what
-/// the client is told is in order, and nothing is written that changes nothing.
+/// is delivered to the client is in order, and nothing is written that changes nothing.
 void requireSound(const MergeInput& input, const MergeResult& result);
 
 /// The records after the changes.

@@ -16,9 +16,9 @@ struct Row {
 
 void PrintTo(const Row& row, std::ostream* out) { *out << row.phrase; }
 
-class Mingling : public ::testing::TestWithParam<Row> {};
+class MergeTest : public ::testing::TestWithParam<Row> {};
 
-TEST_P(Mingling, EndsAsExpected) {
+TEST_P(MergeTest, EndsAsExpected) {
   const Row& row = GetParam();
   SCOPED_TRACE(row.phrase);
   MergeCase merged(row.trees);
@@ -32,10 +32,7 @@ TEST_P(Mingling, EndsAsExpected) {
 
 const Row kIdentity[] = {
     {"nothing new on either side changes nothing", {"F(a b) c", "F(a b) c", "F(a b) c"}, "F(a b) c", ""},
-    {"a first session into an empty truth hands nothing down",
-     {"", "", "M!() F(a b) c"},
-     "M!() F(a b) c",
-     ""},
+    {"a first session into an empty truth delivers nothing", {"", "", "M!() F(a b) c"}, "M!() F(a b) c", ""},
     {"a first client session takes an equal tree for its own",
      {"", "F(a b) c", "F(a b) c", true},
      "F(a b) c",
@@ -70,13 +67,13 @@ const Row kIdentity[] = {
      {"", "a=t@", "b=s@", true},
      "a=t@ b=s@",
      "+a"},
-    {"what a killed session had handed down is met again in a slow session",
+    {"what a killed session had delivered is matched in a slow session",
      {"a", "a b F(c)", "a b F(c)"},
      "a b F(c)",
      ""},
     {"what matches nothing is new", {"a", "a", "a b F(c)"}, "a b F(c)", ""},
 };
-INSTANTIATE_TEST_SUITE_P(Identity, Mingling, ::testing::ValuesIn(kIdentity));
+INSTANTIATE_TEST_SUITE_P(Identity, MergeTest, ::testing::ValuesIn(kIdentity));
 
 const Row kAttributes[] = {
     {"changed on the client alone", {"a", "a", "a=x@y"}, "a=x@y", ""},
@@ -112,7 +109,7 @@ const Row kAttributes[] = {
      "F=y()",
      "",
      "name of F: client y, truth BookmarksBar, client wins"},
-    {"a special folder that leaves the root is none any more",
+    {"a special folder that leaves the root is no longer special",
      {"F() M=BookmarksMenu!()", "F() M=BookmarksMenu!()", "F(M=BookmarksMenu())"},
      "F(M=BookmarksMenu())",
      ""},
@@ -121,7 +118,7 @@ const Row kAttributes[] = {
      "F=BookmarksBar!() G=BookmarksBar()",
      "~G ~F"},
 };
-INSTANTIATE_TEST_SUITE_P(Attributes, Mingling, ::testing::ValuesIn(kAttributes));
+INSTANTIATE_TEST_SUITE_P(Attributes, MergeTest, ::testing::ValuesIn(kAttributes));
 
 const Row kDeleting[] = {
     {"missing from the client and unchanged in the truth: deleted", {"a b", "a b", "b"}, "b", ""},
@@ -243,7 +240,7 @@ const Row kDeleting[] = {
      "+F +a +b"},
     {"in a refresh what the truth deleted is deleted", {"a b", "b", "a b", true}, "b", "-a"},
 };
-INSTANTIATE_TEST_SUITE_P(Deleting, Mingling, ::testing::ValuesIn(kDeleting));
+INSTANTIATE_TEST_SUITE_P(Deleting, MergeTest, ::testing::ValuesIn(kDeleting));
 
 TEST(Deleting, WhatWasDeletedBeforeAFolderDoesNotComeBackWithIt) {
   MergeCase merged({"F(a b)", "", "F=x(a b)"});
@@ -275,17 +272,17 @@ const Row kMoving[] = {
      "parent of a: client H, truth G, truth wins"},
     {"moved to one place by both sides is no conflict", {"F(a) G()", "F() G(a)", "F() G(a)"}, "F() G(a)", ""},
     {"a move and a change of title both arrive", {"F(a) G()", "F() G(a)", "F(a=x) G()"}, "F() G(a=x)", "~a"},
-    {"a move that would close a circle is undone on the client",
+    {"a move that would close a cycle is undone on the client",
      {"A() B()", "B(A())", "A(B())"},
      "B(A())",
      "~B ~A",
      "parent of B: client A, truth Root, truth wins"},
-    {"a circle of three: the client's moves are undone",
+    {"a cycle of three: the client's moves are undone",
      {"A() B() C()", "B(A()) C()", "A(C(B()))"},
      "B(A()) C()",
      "~C ~B ~A",
      "parent of B: client C, truth Root, truth wins; parent of C: client A, truth Root, truth wins"},
-    {"what hangs below an undone move keeps its place",
+    {"what is below an undone move keeps its place",
      {"A() B(x)", "B(A() x)", "A(B(x y))"},
      "B(A() x y)",
      "~B ~A",
@@ -297,7 +294,7 @@ const Row kMoving[] = {
      "-F +N -b ~a"},
     {"a folder moves out of a deleted folder", {"F(G(a))", "G(a)", "F(G(a))"}, "G(a)", "-F ~G"},
 };
-INSTANTIATE_TEST_SUITE_P(Moving, Mingling, ::testing::ValuesIn(kMoving));
+INSTANTIATE_TEST_SUITE_P(Moving, MergeTest, ::testing::ValuesIn(kMoving));
 
 const Row kOrder[] = {
     {"a reorder on the client arrives exactly", {"a b c d", "a b c d", "d b a c"}, "d b a c", ""},
@@ -345,7 +342,7 @@ const Row kOrder[] = {
      "b=BookmarksBar!() m=BookmarksMenu!() a x",
      "+m +a"},
 };
-INSTANTIATE_TEST_SUITE_P(Order, Mingling, ::testing::ValuesIn(kOrder));
+INSTANTIATE_TEST_SUITE_P(Order, MergeTest, ::testing::ValuesIn(kOrder));
 
 }  // namespace
 }  // namespace corvane::loomer::test

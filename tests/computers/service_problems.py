@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""The real tools where the online service is in trouble: cut off at every message, silent, the wrong password, another
+"""The real tools where the online service has a problem: cut off at every message, silent, the wrong password, another
 database, an emptied or restored service. Syncing on this computer goes on, and one line in the system log says what is wrong.
 
-usage: trouble.py PROGRAMS LOG_LIBRARY SERVICE [TEST...]
+usage: service_problems.py PROGRAMS LOG_LIBRARY SERVICE [TEST...]
 
 PROGRAMS is the directory of corvanetool and loomerctl.
 """

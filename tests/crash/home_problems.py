@@ -2,7 +2,7 @@
 """The real tools where something is in the way: several at once, a locked, damaged, newer, stray or read-only store, a full
 disk, and clocks that jump.
 
-usage: troubled_homes.py PROGRAMS [TEST...]
+usage: home_problems.py PROGRAMS [TEST...]
 
 PROGRAMS is the directory of corvanetool and loomerctl. Nothing here needs root or a file system of its own: the system calls
 that a full disk or a read-only one would refuse are refused by strace.
@@ -44,7 +44,7 @@ def answering(calls, answer):
 @contextlib.contextmanager
 def read_only(top):
     """Takes the permission to write from everything in a directory; the two ways to run programs so that they cannot take it
-    back: one that tells them at once, and one that lets them go on until they write."""
+    back: one that fails at once, and one that lets them go on until they write."""
     paths = [top, *(os.path.join(where, name) for where, directories, files in os.walk(top) for name in (*directories, *files))]
     modes = [(path, mode_of(path)) for path in paths]
     for path, mode in modes:
@@ -58,7 +58,7 @@ def read_only(top):
 
 class HomeTest(unittest.TestCase):
     def setUp(self):
-        self.directory = tempfile.mkdtemp(prefix="corvane-trouble-")
+        self.directory = tempfile.mkdtemp(prefix="corvane-problem-")
         self.addCleanup(shutil.rmtree, self.directory)
         self.home = Home(TOOLS, os.path.join(self.directory, "home")).make()
         write_two_histories(self.home)
@@ -146,7 +146,7 @@ class SeveralAtOnce(HomeTest):
         self.assertIn("Inside the second", self.titles(FIRST))
 
 
-class StoresInTrouble(HomeTest):
+class StoreProblems(HomeTest):
     def refused(self, *phrases):
         """The store is refused, and neither it nor a bookmarks file changes; what is said names what is wrong."""
         with open(self.home.store(), "rb") as file:
