@@ -144,6 +144,22 @@ TEST_F(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGi
   EXPECT_EQ(names(), "F[1 2 3] 4 5 6 7");
 }
 
+TEST_F(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAgain) {
+  begin();
+  a->client->move(a->find("4"), a->find("F"));
+  settle();
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  a->client->remove(a->find("4"));
+  failOnce("remote changes");
+  sync(*a);  // alone
+  sync(*a);
+  sync(*b);  // gives it again
+  settle();
+  EXPECT_EQ(names(), "F[1 2 3] 5 6");
+}
+
 TEST_F(PutBackTest, OrdersOfBothSidesStand) {
   begin();
   a->client->move(a->find("3"), a->find("F"), 0);

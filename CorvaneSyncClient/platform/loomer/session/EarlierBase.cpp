@@ -195,6 +195,9 @@ class EarlierBaseMaker {
 
  private:
   void readKnown() {
+    for (const BaseRecord& each : _stored) {
+      if (!each.notHeld) _recordOf.emplace(each.localId, each.record);
+    }
     for (const HeldVersion& each : _held) {
       Known& known = _known[each.record.record];
       known.versions.push_back(&each);
@@ -206,7 +209,7 @@ class EarlierBaseMaker {
 
   void meet(const ClientRecord& now) {
     const auto record = _recordOf.find(now.localId);
-    if (record == _recordOf.end()) return;
+    if (record == _recordOf.end() || !_known.contains(record->second)) return;
     const Known& known = _known.at(record->second);
     if (known.newest().entity != now.entity || !_isMet.emplace(record->second).second) return;
     Met met{.base = known.atState ? *known.atState : known.versions.front()->record,

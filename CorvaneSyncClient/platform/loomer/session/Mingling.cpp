@@ -79,8 +79,10 @@ void Mingling::meetLost() {
   if (held.empty()) return;
   EarlierState earlier;
   for (const HeldVersion& each : held) earlier.changed.insert(each.record.localId);
-  const EarlierBase again = baseOfEarlierState({}, held, *_input.client, earlier);
-  for (const BaseRecord& each : again.records) _metAgain.push_back(each.record);
+  const EarlierBase again = baseOfEarlierState(_input.base, held, *_input.client, earlier);
+  for (const BaseRecord& each : again.records) {
+    if (!each.notHeld) _metAgain.push_back(each.record);
+  }
   if (!_metAgain.empty()) addToBase(again.records);
 }
 
