@@ -46,44 +46,39 @@ bool sync(const String& clientId) {
   return succeeded;
 }
 
-// Whether the command succeeded, or the answer that it was asked for.
-bool carryOut(const CommandLine& commandLine) {
-  using Command = CommandLine::Command;
-  switch (commandLine.command) {
-    case Command::sync:
-      return sync(commandLine.clientId);
-    case Command::registerSyncClient:
-      return registerSyncClient(commandLine.clientId);
-    case Command::unregisterSyncClient:
-      return unregisterSyncClient(commandLine.clientId);
-    case Command::isSyncing:
-      return SingleRunLock().isHeld();
-    case Command::canRegister:
-      return canRegister();
-    case Command::isRegistered:
-      return isRegistered();
-    case Command::registerWithService:
-      return registerWithService();
-    case Command::unregisterFromService:
-      return unregisterFromService();
-    case Command::unknown:
-      break;
-  }
-  std::fputs(kUsage, stderr);
-  return false;
-}
+// The process's exit status for what a command answers.
+int statusFor(bool answer) { return answer ? 0 : 1; }
 
 }  // namespace
 
 int runCommand(const CommandLine& commandLine) {
-  constexpr int kYes = 0;
-  constexpr int kNo = 1;
+  using Command = CommandLine::Command;
   try {
-    return carryOut(commandLine) ? kYes : kNo;
+    switch (commandLine.command) {
+      case Command::sync:
+        return statusFor(sync(commandLine.clientId));
+      case Command::registerSyncClient:
+        return statusFor(registerSyncClient(commandLine.clientId));
+      case Command::unregisterSyncClient:
+        return statusFor(unregisterSyncClient(commandLine.clientId));
+      case Command::isSyncing:
+        return statusFor(SingleRunLock().isHeld());
+      case Command::canRegister:
+        return statusFor(canRegister());
+      case Command::isRegistered:
+        return statusFor(isRegistered());
+      case Command::registerWithService:
+        return statusFor(registerWithService());
+      case Command::unregisterFromService:
+        return statusFor(unregisterFromService());
+      case Command::unknown:
+        break;
+    }
+    std::fputs(kUsage, stderr);
   } catch (const PlatformException& exception) {
     systemLog("Uncaught exception running corvanetool: %@", exception.reason());
-    return kNo;
   }
+  return statusFor(false);
 }
 
 }  // namespace corvane

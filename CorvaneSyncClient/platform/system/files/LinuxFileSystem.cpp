@@ -66,7 +66,7 @@ bool standsAt(const FileDescriptor& file, const std::string& path) {
          own.st_dev == there.st_dev && own.st_ino == there.st_ino;
 }
 
-/// What stands at `path`, links followed; `hasOld` tells whether it is a regular file. Nothing being there is
+/// What stands at `path`, links followed; `hasOld` says whether it is a regular file. Nothing being there is
 /// no error, be it for a link that leads nowhere or through a file.
 std::error_code examineOld(const std::string& path, struct stat& old, bool& hasOld) {
   hasOld = ::stat(path.c_str(), &old) == 0;
@@ -110,7 +110,7 @@ std::optional<FileAttributes> LinuxFileSystem::ownAttributes(const std::string& 
 }
 
 // No link (EINVAL) and nothing there (ENOENT) are what callers ask about. Any other failure (no permission, a
-// disk's error) will meet the operation that then uses the path itself, and is told there.
+// disk's error) will meet the operation that then uses the path itself, and is reported there.
 std::optional<std::string> LinuxFileSystem::symbolicLinkDestination(const std::string& path) {
   std::string destination(256, '\0');
   while (true) {
@@ -176,7 +176,7 @@ std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::s
   if (const std::error_code error = examineOld(path, old, hasOld)) return error;
   TemporaryFile temporary(path);
   if (const std::error_code error = temporary.write(contents, hasOld ? &old : nullptr)) return error;
-  if (const std::error_code error = rename(temporary.path(), path)) return error;
+  if (::rename(temporary.path().c_str(), path.c_str()) != 0) return lastSystemError();
   return temporary.settle();
 }
 
