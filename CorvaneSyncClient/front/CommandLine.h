@@ -26,7 +26,7 @@ struct CommandLine {
 
 /// Recognises the command. Whole arguments are compared, with regard to case.
 ///
-/// A sync is told by the last four arguments, "--sync ID --entitynames WORDS", and by nothing before them;
+/// The last four arguments alone, "--sync ID --entitynames WORDS", make it a sync, whatever stands before;
 /// WORDS stand for nothing, since a session's entities are fixed.
 CommandLine parseCommandLine(int argc, const char* const* argv);
 

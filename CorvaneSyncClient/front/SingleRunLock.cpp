@@ -45,7 +45,7 @@ bool SingleRunLock::tryOrLook(std::optional<Date>& holdersDate, std::error_code&
   return false;
 }
 
-// A date that cannot be read, or cannot be compared, is no sign of a living run.
+// A date that cannot be read or compared does not speak for a living run.
 bool SingleRunLock::isStale(const std::optional<Date>& lockDate) const {
   if (!lockDate) return true;
   const double secondsFromNow = lockDate->seconds - Platform::current().clock.now().seconds;

@@ -41,7 +41,7 @@ class BookmarkMap final : public Describable {
   void insert(std::unique_ptr<CorvaneBookmark> node);
   /// Enters the marker under itself.
   void insertMarker(const String& marker);
-  /// Takes the entry out; a node is destroyed. Nothing when there is none.
+  /// Takes the entry out, if there is one, and destroys its node.
   void remove(const String& uid);
 
   /// All keys in map order, markers included: for walks that change the map.

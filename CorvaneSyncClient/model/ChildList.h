@@ -9,7 +9,7 @@
 
 namespace corvane {
 
-/// A folder's list of child uids, which may be absent. To whoever looks on it is replaced whole at each
+/// A folder's list of child uids, which may be absent. Seen from outside it is replaced whole at each
 /// change; long lists that change are kept in a ChildIndex, so that a change does not walk them.
 class ChildList final : public Describable {
  public:

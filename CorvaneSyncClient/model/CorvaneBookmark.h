@@ -111,7 +111,7 @@ class CorvaneBookmark : public Describable {
   String _uid;
   String _title;
   String _parentId;
-  BookmarkMap* _map = nullptr;  // the map that owns the node, if one does: it is told of changed sort keys
+  BookmarkMap* _map = nullptr;  // the map that owns the node, if one does; learns of changed sort keys
   std::optional<Dictionary> _initialCorvaneDictionaryRepresentation;
   std::int32_t _position = 0;
   bool _special = false;

@@ -71,8 +71,8 @@ std::unique_ptr<CorvaneSyncManager> CorvaneSyncManager::initWithClientId(const S
   return manager;
 }
 
-// Answers whether the client may go on. The main client always may, and any client whose file cannot be told
-// to be missing: what is wrong with the file shows when it is read or saved.
+// Answers whether the client may go on. The main client always may, and so may any client whose file
+// is not known to be missing: what is wrong with it shows when it is read or saved.
 bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, const std::string& fileName) {
   Platform& platform = Platform::current();
   const std::string path =

@@ -28,8 +28,8 @@ class CorvaneSyncManager {
   static std::unique_ptr<CorvaneSyncManager> initWithClientId(const String& clientId);
   /// `initWithClientId:inDirectory:` None for an id of neither form and for a test client without a file; a
   /// log says which. For the main client, a missing file is made, as an empty dictionary, and so is its
-  /// directory; what cannot be told to be missing is left alone. Raises NSObjectNotAvailableException when
-  /// there is no directory and none can be made.
+  /// directory; a file that may be there but cannot be looked at is left alone. Raises
+  /// NSObjectNotAvailableException when there is no directory and none can be made.
   static std::unique_ptr<CorvaneSyncManager> initWithClientId(const String& clientId,
                                                               const std::string& inDirectory);
   ~CorvaneSyncManager();

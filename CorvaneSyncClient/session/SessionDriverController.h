@@ -14,12 +14,12 @@ class CorvaneSyncManager;
 
 /// What the sync engine talks to during one session of the bookmarks client. One object serves one session.
 ///
-/// It offers the bookmarks as they were when the session began, takes in the changes that the engine hands
-/// down, and has the sync manager save the outcome. Deletions and bookmark changes go to the working map as
-/// they come. Folder additions and modifications are held aside, since a folder may come before its parent;
-/// they are placed, parents first, at the first bookmark change or when all has been pulled. Every change is
-/// filed besides, so that it can be replayed on the file as the browser left it if that changed during the
-/// session.
+/// It offers the bookmarks as they were when the session began, takes in the changes that the engine
+/// delivers, and has the sync manager save the outcome. Deletions and bookmark changes go to the working map
+/// as they come. Folder additions and modifications are held aside, since a folder may come before its
+/// parent; they are placed, parents first, at the first bookmark change or when all has been pulled. Every
+/// change is filed besides, so that it can be replayed on the file as the browser left it if that changed
+/// during the session.
 ///
 /// Nothing here fails towards the engine except by a change's result and by a delete-all of an unknown
 /// entity. What the manager's save raises passes through.
@@ -36,7 +36,7 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   void setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks);
   /// The file's modification date when it was read; absent when it is not known.
   void setCurrentDiskModDate(std::optional<Date> date);
-  /// Whether the engine handed anything down, be it ignored or refused.
+  /// Whether the engine delivered anything, even if it was ignored or refused.
   bool bookmarksChanged() const { return _bookmarksChanged; }
   /// Whether the engine asked to delete all records of an entity: its data replaces the client's.
   bool pulledTheTruth() const { return _pulledTheTruth; }
@@ -101,8 +101,8 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   void _applyHeldAsideFolder(const Dictionary& record, const String& withLocalId);
   void _updateHeldAsideFolder(CorvaneBookmark& folder, const Dictionary& record, const String& parent);
 
-  // Replaying filed changes on another map. Folders are told from bookmarks by which of the collections is
-  // given.
+  // Replaying filed changes on another map. Which of the collections is given
+  // distinguishes folders from bookmarks.
   void _applyDeletedRecords(const Uids& uids, BookmarkMap& toDict);
   void _applyAddedRecords(const SyncRecords& records, BookmarkMap& toDict);
   void _applyModifiedRecords(const SyncRecords& records, BookmarkMap& toDict);

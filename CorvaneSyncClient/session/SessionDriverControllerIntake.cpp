@@ -1,4 +1,4 @@
-// Taking in what the engine hands down, and placing the folders that were held aside.
+// Taking in what the engine delivers, and placing the folders that were held aside.
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
@@ -11,8 +11,8 @@ namespace corvane {
 
 namespace {
 
-// A record without a parent hangs under the root. Bookmarks' records are looked at under the folders' key
-// too: both relationships have one name.
+// A record without a parent becomes a child of the root. A bookmark's parent is looked up under the
+// folders' key too, since both relationships have one name.
 Dictionary withParentFilledIn(const std::optional<Dictionary>& record) {
   Dictionary filled = record.value_or(Dictionary());
   if (!filled.array(LoomerRelationship_Bookmarks_Folder_Parent.view())) {
@@ -21,7 +21,7 @@ Dictionary withParentFilledIn(const std::optional<Dictionary>& record) {
   return filled;
 }
 
-// A collection for a trace line. Each is made by the first change of its kind: an empty one is none.
+// A collection for a trace line; nothing for an empty one, since the first change of a kind makes it.
 std::optional<Dictionary> asDictionary(const SyncRecords& records) {
   if (records.empty()) return std::nullopt;
   Dictionary dictionary;

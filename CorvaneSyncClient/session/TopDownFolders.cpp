@@ -20,7 +20,7 @@ struct Taken {
 // Folders that wait for another one: by that one's arrival, the arrivals of those that wait.
 using Waiting = std::unordered_map<std::size_t, std::vector<std::size_t>>;
 
-// Takes whoever waits for a folder that is taken, generation by generation.
+// Takes the folders that wait for a taken one, generation by generation.
 void takeWaiting(std::vector<Taken>& taken, const Waiting& waiting) {
   for (std::size_t next = 0; next < taken.size(); ++next) {
     const Taken parent = taken[next];

@@ -18,7 +18,7 @@ bool isNamedAsRoot(const Dictionary& record);
 
 /// Added folders in an order in which each can be created.
 struct TopDownFolders {
-  /// Uids, every one after its parent. Missing are those whose parent never arrives and those on a circle.
+  /// Uids, every one after its parent. Missing are those whose parent never arrives and those in a cycle.
   std::vector<String> keys;
   /// Uids of records that name no parent and are not the root's, in the order in which they came.
   std::vector<String> parentless;

@@ -306,7 +306,8 @@ CorvaneFileLocker::Details CorvaneFileLocker::readDetails() const {
   return details;
 }
 
-// The directory that stands there now; none that ever was when nothing does; absent when it cannot be told.
+// The directory that stands there now; an identity that no directory has where nothing stands; absent when
+// it is not known.
 std::optional<FileIdentity> CorvaneFileLocker::standingLock() const {
   std::error_code error;
   const auto attributes = Platform::current().files.ownAttributes(lockDirectoryPath(), error);
@@ -341,7 +342,7 @@ bool CorvaneFileLocker::createStaleLockDirectoryIfNeeded(const std::string& path
 }
 
 void CorvaneFileLocker::cleanupStaleLockDirectory() {
-  Platform::current().files.remove(lockDirectoryPath());  // there is nobody to tell of a failure
+  Platform::current().files.remove(lockDirectoryPath());  // a failure is nobody's business
 }
 
 bool CorvaneFileLocker::checkIfLockWasStolen() {

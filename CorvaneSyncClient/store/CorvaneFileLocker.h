@@ -25,8 +25,8 @@ namespace corvane {
 // as it is seen; one without a readable "details.plist" once the timeout has run out; any other only if the
 // delegate says so. Just before a break the file is read again, and a lock renewed in the meantime is left
 // alone. What is removed then is the directory that was judged and no other
-// (platform/system/LockDirectory.h). Whoever writes "details.plist" or removes the directory has a hold on it
-// meanwhile, so that on file systems with holds nobody comes between a look and what is done upon it.
+// (platform/system/locks/LockDirectory.h). Whoever writes "details.plist" or removes the directory has a hold
+// on it meanwhile, so that on file systems with holds nobody comes between a look and what is done upon it.
 // Elsewhere, and for programs that know of no holds, a short race is accepted: a holder that renews between
 // the reading and the removal loses its lock, and finds out at its next `refresh` or `unlock`.
 //
@@ -59,7 +59,7 @@ inline constexpr const char* kLockFileHostname = "LockFileHostname";        ///<
 inline constexpr const char* kCurrentDateOnFileSystem = "CurrentDateOnFileSystemKey";
 inline constexpr const char* kLockFileDateOnFileSystem = "LockFileDateOnFileSystemKey";
 
-/// Is asked and told by lockers. A delegate need not take every call; not taking one is not the same as an
+/// What lockers ask and report to. A delegate need not take every call; not taking one is not the same as an
 /// answer.
 class CorvaneFileLockerDelegate {
  public:
@@ -76,7 +76,7 @@ class CorvaneFileLockerDelegate {
                                                                       unsigned /*attempt*/) {
     return FileLockerAction::giveUp;
   }
-  /// `fileLocker:lockWasStolen:` The locker's lock is no longer its own. `lockInfo` tells of the new holder;
+  /// `fileLocker:lockWasStolen:` The locker's lock is no longer its own. `lockInfo` describes the new holder;
   /// null when "details.plist" could not be read. May raise, to abort the work that the lock guarded. Only
   /// called when implemented.
   virtual void fileLockerLockWasStolen(CorvaneFileLocker&, const Dictionary* /*lockInfo*/) {}
@@ -94,12 +94,12 @@ class CorvaneFileLocker {
   CorvaneFileLocker(const CorvaneFileLocker&) = delete;
   CorvaneFileLocker& operator=(const CorvaneFileLocker&) = delete;
 
-  /// Takes the lock, waiting as told above; afterwards it is held unless the answer is `gaveUp`. Raises
+  /// Takes the lock, waiting as described above; afterwards it is held unless the answer is `gaveUp`. Raises
   /// NSObjectNotAvailableException, with nothing held, when the lock directory cannot be made for another
   /// reason than that it exists, or "details.plist" cannot be written (the directory is then removed again).
   /// What the delegate raises passes through. A lock that should be broken and can be neither deleted nor
   /// moved aside is one line in the system log for each call, and is waited for from then on as a living
-  /// holder's; where its "details.plist" cannot be read, the delegate is told of no holder.
+  /// holder's; where its "details.plist" cannot be read, the delegate learns of no holder.
   FileLockerResult lock();
 
   /// Gives the lock up; nothing happens when it is not held. A lock that was stolen is left to the thief,
@@ -128,7 +128,7 @@ class CorvaneFileLocker {
   /// "localhost" on a local file system, else this machine's name, "unknownhost" when it has none. Never
   /// empty. Only where machines share the directory do names of machines meet.
   std::string computeHostname() const;
-  /// Whether the guarded directory is on this machine's own disks; no, when the system cannot tell.
+  /// Whether the guarded directory is on this machine's own disks; no, when the system does not know.
   bool isOnLocalHost() const;
 
   /// Makes "details.plist" with three tries one second apart. Raises NSObjectNotAvailableException when all

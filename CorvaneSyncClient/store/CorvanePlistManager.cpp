@@ -26,7 +26,7 @@ bool isFile(const std::string& path) {
   return attributes && attributes->kind != FileKind::directory;
 }
 
-// Absent when it cannot be told.
+// Absent when it is not known.
 std::optional<Date> modificationDateOf(const std::string& path) {
   const auto attributes = attributesIfKnown(path);
   return attributes ? std::optional(attributes->modificationDate) : std::nullopt;

@@ -10,7 +10,7 @@
 
 namespace corvane {
 
-/// A sentence that tells people how to make a bookmarks file at `path`.
+/// A sentence for people on how to make a bookmarks file at `path`.
 std::string howToMakeBookmarksFile(const std::string& path);
 
 /// Reads and saves one bookmarks file, whose contents are opaque here.
@@ -55,12 +55,12 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   using BeforeReplacing = std::function<void(const std::string& path)>;
 
   /// `saveBookmarks:checkIfModified:` Replaces the file by a binary property list of `bookmarks`, under the
-  /// lock, and tells other processes of the user with the notification "CorvaneBookmarkFileNotificationName".
+  /// lock, and notifies other processes of the user with "CorvaneBookmarkFileNotificationName".
   /// Answers the new file's modification date.
   ///
   /// Absent, with nothing written: with `checkIfModified`, the file is not the one that `dictionary` last
   /// read (changed, vanished or new); or the file could not be written, or `bookmarks` holds what no property
-  /// list can hold, or is null because no dictionary could be made. The latter three are told in the system
+  /// list can hold, or is null because no dictionary could be made. The latter three are lines in the system
   /// log.
   ///
   /// Raises NSObjectNotAvailableException when the lock cannot be had within ten seconds, and

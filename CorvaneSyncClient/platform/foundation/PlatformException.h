@@ -6,8 +6,8 @@
 
 namespace corvane {
 
-/// A hard failure, known by its name and told by its reason; its description is its reason. The only
-/// exception type that the outermost handler catches; anything else ends the process abnormally.
+/// A failure with a name, and a reason as its description: the root of all that this code throws. The
+/// outermost handler catches this type; anything else ends the process abnormally.
 class PlatformException : public std::exception {
  public:
   PlatformException(std::string name, std::string reason)

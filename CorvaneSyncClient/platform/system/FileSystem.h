@@ -44,7 +44,7 @@ class FileSystem {
  public:
   virtual ~FileSystem() = default;
 
-  /// What stands at `path`, symbolic links followed; nothing, with `error` set, when it cannot be told.
+  /// What stands at `path`, symbolic links followed; nothing, with `error` set, when it is not known.
   virtual std::optional<FileAttributes> attributes(const std::string& path, std::error_code& error) = 0;
   /// As `attributes`, for those who do not care for the cause.
   std::optional<FileAttributes> attributesIfKnown(const std::string& path) {
@@ -113,7 +113,7 @@ class FileSystem {
     std::string mountPoint;  ///< empty when it lies outside of this process's root (chroot)
     bool isLocal = false;
   };
-  /// Nothing when the system cannot tell.
+  /// Nothing when the system does not know.
   virtual std::optional<Volume> volume(const std::string& path) = 0;
 };
 

@@ -9,8 +9,8 @@ namespace corvane {
 class NotificationCenter {
  public:
   virtual ~NotificationCenter() = default;
-  /// Posts `name` about `object`. Answers why nobody could be told (no bus, for one), or nothing when it was
-  /// posted.
+  /// Posts `name` about `object`. Answers why it could not be posted (no bus, for one), or nothing when it
+  /// was posted.
   virtual std::optional<std::string> post(const std::string& name, const std::string& object) = 0;
 };
 

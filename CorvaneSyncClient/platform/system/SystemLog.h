@@ -13,7 +13,7 @@ class SystemLog {
   enum class Kind { message, diagnostic };
 
   virtual ~SystemLog() = default;
-  /// `kind` tells traces from messages for whoever keeps them apart; both go to the same log.
+  /// `kind` distinguishes traces from messages; both go to the same log.
   virtual void write(Kind kind, std::string_view message) = 0;
 };
 

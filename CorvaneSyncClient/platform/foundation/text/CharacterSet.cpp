@@ -23,7 +23,7 @@ class Converter {
                                                     std::system_category().message(errno));
   }
   ~Converter() {
-    if (*this) iconv_close(_descriptor);  // fails for a descriptor that is none alone
+    if (*this) iconv_close(_descriptor);  // fails only for what is no descriptor
   }
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;

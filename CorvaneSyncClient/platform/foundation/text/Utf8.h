@@ -16,8 +16,8 @@ struct Utf8Step {
 };
 
 /// The code point that starts at `at`, which must lie inside `text`. Surrogates in their three-byte form
-/// count as code points here, as String carries them; whoever cannot take them asks `isSurrogate`. Longer
-/// forms than needed, code points beyond U+10FFFF and cut-off sequences are no UTF-8 (RFC 3629).
+/// count as code points here, as String carries them; a caller who cannot take them asks `isSurrogate`.
+/// Longer forms than needed, code points beyond U+10FFFF and cut-off sequences are no UTF-8 (RFC 3629).
 Utf8Step decodeUtf8(std::string_view text, std::size_t at);
 
 /// Writes the code point (at most U+10FFFF) at `to`, one to four bytes, and answers where the next one goes.

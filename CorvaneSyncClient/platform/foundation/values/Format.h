@@ -11,7 +11,7 @@
 
 namespace corvane {
 
-/// Something that can tell what it is on one line, for "%@".
+/// Something that describes itself on one line, for "%@".
 class Describable {
  public:
   virtual std::string description() const = 0;

@@ -42,7 +42,7 @@ Class classOf(const Utf8Step& step) {
   }
 }
 
-// The text without white space around it. Bytes that are no UTF-8 are none.
+// The text without white space around it. Bytes that are not UTF-8 are not white space.
 std::string_view trimmed(std::string_view text) {
   std::size_t start = text.size();
   std::size_t end = 0;

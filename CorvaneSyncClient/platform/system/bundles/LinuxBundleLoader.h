@@ -40,7 +40,7 @@ std::vector<std::string> preferredLanguages(std::string_view locale);
 /// without one.
 std::string localeOfEnvironment();
 
-/// The running program's path without symbolic links; empty when the system cannot tell.
+/// The running program's path without symbolic links; empty when the system does not know it.
 std::string runningExecutable();
 
 }  // namespace corvane

@@ -71,7 +71,7 @@ std::error_code fillCopy(const FileDescriptor& source, FileDescriptor target, mo
   return target.close();
 }
 
-/// Opens a file for writing from its start; `isNew` tells whether this call made it.
+/// Opens a file for writing from its start; `isNew` says whether this call made it.
 FileDescriptor openForWriting(const std::string& path, bool& isNew) {
   const auto open = [&](int flags) {
     return FileDescriptor(retryingInterrupted(
@@ -111,7 +111,7 @@ std::error_code copyRegular(const std::string& from, const std::string& to) {
       [&] { return ::open(to.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, kPrivateFileMode); }));
   if (!target) return lastSystemError();
   const std::error_code error = fillCopy(source, std::move(target), status.st_mode);
-  if (error) ::unlink(to.c_str());  // the copy's own failure is the one to tell
+  if (error) ::unlink(to.c_str());  // the copy's own failure is the one to report
   return error;
 }
 
@@ -121,7 +121,7 @@ std::error_code writeRegular(const std::string& path, std::string_view contents)
   if (!file) return lastSystemError();
   std::error_code error = writeAll(file, contents);
   if (!error) error = file.close();
-  if (error && isNew) ::unlink(path.c_str());  // the first failure is the one to tell
+  if (error && isNew) ::unlink(path.c_str());  // the first failure is the one to report
   return error;
 }
 

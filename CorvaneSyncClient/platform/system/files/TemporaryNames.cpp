@@ -36,7 +36,7 @@ std::string temporaryPrefix(const std::string& targetName) {
   return std::string(".corvane-") + digits + '-';
 }
 
-/// The process that made the temporary name `name`; 0 when it is none of this target's.
+/// The process that made the temporary name `name`; 0 when it is not one of this target's.
 pid_t makerOf(std::string_view name, const std::string& prefix) {
   if (!name.starts_with(prefix) || !name.ends_with(".tmp")) return 0;
   name.remove_prefix(prefix.size());

@@ -50,7 +50,7 @@ constexpr std::uint32_t kNetworkMagics[] = {
 };
 constexpr std::uint32_t kUserSpaceMagic = 0x65735546;
 
-/// What a file system whose mount cannot be seen is told by: of those in user space the number names none.
+/// The type of a file system whose mount cannot be seen. All those in user space share one number.
 std::string_view typeOfMagic(std::uint32_t magic) { return magic == kUserSpaceMagic ? "fuse" : ""; }
 
 /// Nothing where /proc is not mounted.

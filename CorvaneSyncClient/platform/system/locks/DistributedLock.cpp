@@ -60,7 +60,7 @@ std::error_code DistributedLock::remove(const std::optional<FileIdentity>& lock)
   error = takeLockDirectory(_path, lock, aside);
   if (error || aside.empty()) return error;
   error = files.remove(aside);
-  if (error) files.renameWithoutReplacing(aside, _path);  // the first failure is the one to tell
+  if (error) files.renameWithoutReplacing(aside, _path);  // the first failure is the one to report
   return error;
 }
 

@@ -39,7 +39,7 @@ class DistributedLock {
   std::error_code remove(const std::optional<FileIdentity>& lock);
 
   std::string _path;
-  std::optional<FileIdentity> _taken;     // what this object made, if it could be told
+  std::optional<FileIdentity> _taken;     // what this object made, if that is known
   std::optional<FileIdentity> _lookedAt;  // what `lockDate` saw
 };
 
