@@ -8,31 +8,30 @@
 
 namespace corvane {
 
-/// One look at a table in a plan.
+/// One access to a table in a plan.
 struct TableScan {
   std::string node;        ///< "Index Scan", "Seq Scan" and so on
-  std::string table;       ///< the partition's name where there are partitions
-  std::string condition;   ///< by which entries were looked up; empty when all were read
-  std::int64_t rows = 0;   ///< that were read, those thrown away again included
-  bool isExecuted = true;  ///< whether the server came to that part of the plan
+  std::string table;       ///< the partition's name if the table is partitioned
+  std::string condition;   ///< the index condition; empty when everything was read
+  std::int64_t rows = 0;   ///< read, including those that a filter removed
+  bool isExecuted = true;  ///< whether the server executed this part of the plan
 };
 
-/// What the server did for one statement, those inside of functions among them.
+/// The plan of one statement; statements inside functions have plans of their own.
 struct ExplainedPlan {
   std::string statement;
   std::string text;  ///< the whole entry of the log
   std::vector<TableScan> scans;
 };
 
-/// Has a server tell in its log how it carries out every statement in the database "hub", for connections
-/// made from now on.
+/// Makes a server log the plan of every statement in the database "hub", for connections made from now on.
 void explainEverything(PostgresServer& server);
 
-/// Collects the plans of what is done while it lives.
+/// Collects the plans of the statements that run during its lifetime.
 class ExplainedPlans {
  public:
   explicit ExplainedPlans(const PostgresServer& server);
-  /// In the order in which the statements ended.
+  /// The plans in the order in which the statements ended.
   std::vector<ExplainedPlan> all() const;
 
  private:

@@ -9,15 +9,15 @@
 
 namespace corvane {
 
-/// A relay to a PostgreSQL server that counts the messages of its clients and, at one of them, does
-/// something and cuts the connection; it may be slow. One connection at a time. What goes through it must not
-/// be encrypted.
+/// A relay to a PostgreSQL server that counts the messages of its clients. At one of them it can run an
+/// action and cut the connection, and it can be slow. It relays one connection at a time, which must not be
+/// encrypted.
 class CuttingProxy {
  public:
   enum class Moment {
     before,   ///< the server never sees the message; the client's connection is reset
-    after,    ///< the server has answered it, the client never hears of that; the connection is closed
-    endless,  ///< the client hears the rows of the server's answer again and again, until it closes
+    after,    ///< the server answers it, but the client never sees the answer; the connection is closed
+    endless,  ///< the client gets the rows of the server's answer again and again, until it closes
   };
 
   explicit CuttingProxy(int serverPort);
@@ -25,18 +25,18 @@ class CuttingProxy {
   CuttingProxy(const CuttingProxy&) = delete;
   CuttingProxy& operator=(const CuttingProxy&) = delete;
 
-  /// The same URL through this relay.
+  /// The URL with this relay as its server.
   std::string through(const std::string& url) const;
 
-  /// Begins to count anew. At the message of that number, from 1, `action` is called in the relay's thread
-  /// and the connection is cut; 0: never.
+  /// Restarts the count. At the message of that number, counted from 1, `action` is called in the relay's
+  /// thread and the connection is cut; 0 means never.
   void cutAt(int message, Moment moment = Moment::before, std::function<void()> action = {});
-  /// From that message on nothing is carried any more, and both sides' connections stay open, until the next
+  /// From that message on nothing is relayed, and the connections on both sides stay open, until the next
   /// call of `cutAt`.
   void fallSilentAt(int message);
-  /// From here on the line carries so many bytes in a hundredth of a second, one way or the other; 0: any.
+  /// From now on the line carries that many bytes in a hundredth of a second in each direction; 0: unlimited.
   void slowDownTo(int bytes) { _bytesAtOnce = bytes; }
-  /// Messages since then, those that end a connection in order not counted.
+  /// The number of messages since the count was restarted, without those that end a connection normally.
   int messages() const { return _messages; }
 
  private:
@@ -52,7 +52,7 @@ class CuttingProxy {
   int _stop[2] = {-1, -1};
   std::atomic<int> _messages = 0;
   std::atomic<int> _bytesAtOnce = 0;
-  std::mutex _mutex;  ///< guards what follows
+  std::mutex _mutex;  ///< guards the members below
   int _cut = 0;
   bool _isSilent = false;
   bool _isStopping = false;

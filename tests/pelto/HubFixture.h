@@ -17,8 +17,8 @@ HubRecord bookmark(const String& name, const String& url, const String& parent =
 HubRecord folder(const String& name, const String& parent = {});
 HubRecord tombstone(const HubRecord& record);
 
-/// One line for each record, sorted: equal texts are equal records. Long texts come as their length and a
-/// hash.
+/// One line for each record, sorted, so that equal texts mean equal records. Long texts are shown as their
+/// length and a hash.
 std::string text(std::vector<HubRecord> records);
 
 /// The reason of the DotPeltoException that `work` raises; empty when it raises none.
@@ -33,7 +33,7 @@ std::string failureOf(Work work) {
   }
 }
 
-/// A fresh account at the test program's server, and one computer that is switched on for it.
+/// A new account at the test program's server, and one computer for which it is switched on.
 class HubTest : public testing::Test {
  protected:
   HubTest() { hub.setEnabled(kHubDataClass, true); }
@@ -41,9 +41,9 @@ class HubTest : public testing::Test {
   /// Makes the account's next revision of `records`; returns the id of the push.
   String give(Hub& to, std::vector<HubRecord> records);
   String give(std::vector<HubRecord> records) { return give(hub, std::move(records)); }
-  /// Everything alive that the account holds.
+  /// All live records of the account, as text.
   std::string held() { return text(PostgresHub(url, computer).remoteChanges({}).records); }
-  /// The number that `sql`, with `$` standing for the account's number, answers.
+  /// The number that `sql` returns; `$` in it stands for the account's number.
   std::int64_t number(std::string sql);
   void administer(std::string sql);
 

@@ -20,19 +20,19 @@ class PostgresError : public std::runtime_error {
   std::string _state;
 };
 
-/// Runs statements in one connection of its own; the first column of the last one's first row, empty when
-/// there is none. Raises PostgresError.
+/// Runs statements in a connection of their own. Returns the first column of the last result's first row,
+/// empty when there is none. Raises PostgresError.
 std::string runSql(const std::string& url, const std::string& statements);
 
-/// A port of the loopback interface that nobody listens on at this moment.
+/// A free port of the loopback interface.
 int freePort();
 
-/// A PostgreSQL server of the test's own, in a private directory, on the loopback interface and on a socket
-/// in that directory. It starts when this object is made, with the online service set up in the database
-/// "hub", and ends with it, without leaving anything behind; also when the test is killed. Making one takes a
-/// second or two: one serves a whole test program, with an account for each test.
+/// A PostgreSQL server for tests in a private directory, on the loopback interface and on a socket in that
+/// directory. The constructor starts it with the online service set up in the database "hub"; the destructor
+/// stops it. It leaves nothing behind, even when the test is killed. Starting takes a second or two, so one
+/// server serves a whole test program, with an account for each test.
 ///
-/// Everything raises std::runtime_error when it fails.
+/// Every function raises std::runtime_error when it fails.
 class PostgresServer {
  public:
   PostgresServer();
@@ -40,15 +40,15 @@ class PostgresServer {
   PostgresServer(const PostgresServer&) = delete;
   PostgresServer& operator=(const PostgresServer&) = delete;
 
-  /// Makes an account for the online service in `database`; the URL to reach it, with its password.
+  /// Makes an account for the online service in `database`. Returns its URL with the password.
   std::string addAccount(const std::string& name, const std::string& database = "hub");
-  /// As `addAccount`, with a name that no account has had.
+  /// As above, with a name that no account has had.
   std::string addAccount();
 
-  /// An empty database.
+  /// Makes an empty database.
   void makeDatabase(const std::string& name);
-  /// Runs a program with the server's programs in its path; what it printed. Raises with what it printed when
-  /// it fails.
+  /// Runs a program with the server's programs in its path, and returns its output. The exception's text is
+  /// the output of a program that fails.
   std::string run(const std::vector<std::string>& arguments) const;
   /// Runs scripts/hub-setup (or the copy of it at `script`) on the database, as `run` does.
   std::string setUpHub(const std::string& database, const std::string& script = {});
@@ -71,11 +71,11 @@ class PostgresServer {
   /// What the server has logged so far.
   std::string log() const;
 
-  /// SIGKILL, as in a loss of power. Returns when the server is gone.
+  /// Sends SIGKILL, like a power failure. Returns when the server is gone.
   void kill();
-  /// Ends it in order, cutting off whoever is connected.
+  /// Stops it in the normal way and ends all connections.
   void stop();
-  /// Starts the server again, where it stood and on the same port. Returns when it answers.
+  /// Starts the server again in the same directory and on the same port. Returns when it answers.
   void start();
 
  private:
@@ -88,8 +88,8 @@ class PostgresServer {
   std::string _programs;
   std::string _directory;
   int _port = 0;
-  int _watcher = -1;   ///< its end is what the watcher waits for
-  pid_t _server = -1;  ///< -1 while it does not run
+  int _watcher = -1;   ///< the watcher waits for this descriptor to close
+  pid_t _server = -1;  ///< -1 when it is not running
   int _accounts = 0;
 };
 

@@ -311,13 +311,13 @@ std::optional<HubState> PostgresHub::newestOf(HubConnection& connection, const S
 // Reads past states, whether or not the computer has seen them.
 void PostgresHub::readPast(HubConnection& connection, const State& state, RemoteChanges& remote) {
   std::string revisions;
-  const auto told = sampledRevisions(remote.common ? remote.common->revision : 0, state.now.revision);
-  for (const std::int64_t each : told) {
+  const auto sampled = sampledRevisions(remote.common ? remote.common->revision : 0, state.now.revision);
+  for (const std::int64_t each : sampled) {
     revisions += (revisions.empty() ? "{" : ",") + std::to_string(each);
   }
   if (revisions.empty()) return;
   const auto take = [&](const HubRows& row) {
-    if (remote.past.size() == told.size())
+    if (remote.past.size() == sampled.size())
       connection.failMalformed(kReadChanges, "it gives more than was asked for");
     remote.past.push_back({state.now.account, row.big(0, 0), row.uuid(0, 1)});
   };

@@ -46,7 +46,9 @@ HubRecord hubRecord(const ClientRecord& record) {
 
 bool leftOutOfHub(LoomerClient& client) { return client.objectForKey(kLeftOutKey).has_value(); }
 
-bool postponedForHub(LoomerClient& client) { return client.objectForKey(kPostponedKey).has_value(); }
+bool offersAgainToHub(LoomerClient& client, std::int64_t room) {
+  return client.objectForKey(kPostponedKey) || (room > 0 && leftOutOfHub(client));
+}
 
 HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::RemoteChanges remote,
                      std::size_t mostRecords)
@@ -87,7 +89,7 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
   const auto state = ClientTable(_store).find(kHubClientIdentifier);
   _client = state ? state->id : 0;
   _session = state ? state->sessions + 1 : 1;
-  _offersAgain = postponedForHub(*driver.client()) || (_remote.room > 0 && leftOutOfHub(*driver.client()));
+  _offersAgain = offersAgainToHub(*driver.client(), _remote.room);
   askForPushes();
   return true;
 }

@@ -20,8 +20,9 @@ inline constexpr const char* kHubClientIdentifier = "com.keldra.Pelto";
 
 /// Whether the last sessions left records out of the service because the account was full.
 bool leftOutOfHub(LoomerClient& client);
-/// Whether the last session postponed changes to the next push.
-bool postponedForHub(LoomerClient& client);
+/// Whether the next push has more to offer than the truth's changes: what was postponed, or what was left out
+/// and `room`, in records, may now suffice for.
+bool offersAgainToHub(LoomerClient& client, std::int64_t room);
 
 /// One session of the online service as a client of the engine. Its tree is its base with the remote changes
 /// applied; what the session delivers to it becomes one push. Its local ids are the service's ids, and the

@@ -91,7 +91,7 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
     _clients.unregisterClient(client);  // its base is of another account
     return Outcome::overtaken;
   }
-  const bool offersAgain = postponedForHub(client) || (remote.room > 0 && leftOutOfHub(client));
+  const bool offersAgain = offersAgainToHub(client, remote.room);
   if (!past.empty() && past.newest() == remote.now && !offersAgain && !hasChangesForHub())
     return Outcome::done;
   return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(remote), _mostRecords));
