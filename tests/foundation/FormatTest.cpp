@@ -7,7 +7,7 @@
 namespace corvane {
 namespace {
 
-class Node final : public Describable {
+class DescribedNode final : public Describable {
  public:
   std::string description() const override { return "a node"; }
 };
@@ -16,7 +16,7 @@ TEST(Format, PrintsEveryArgumentOnItsOwnTerms) {
   const Value value = Array{1, "two"};
   const Dictionary dictionary{{"k", "v"}};
   const Date date{0.0};
-  const Node node;
+  const DescribedNode node;
   EXPECT_EQ(format("%@|%@|%@|%@|%@", value, &value, dictionary, &dictionary, Array{3}),
             "(1, two)|(1, two)|{k = v}|{k = v}|(3)");
   EXPECT_EQ(format("%@ %@ %@ %@", date, &date, node, static_cast<const Describable*>(&node)),

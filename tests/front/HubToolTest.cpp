@@ -26,9 +26,10 @@ std::string contents(const std::string& path) {
 }
 
 /// A computer whose user has an account. What a run says on standard output or standard error fails the test.
-class Computer {
+class ConnectedComputer {
  public:
-  explicit Computer(const std::string& url, const char* identifier = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01")
+  explicit ConnectedComputer(const std::string& url,
+                             const char* identifier = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01")
       : _identifier(identifier) {
     setAccount(url);
   }
@@ -62,7 +63,7 @@ class HubToolTest : public ::testing::Test {
 };
 
 TEST_F(HubToolTest, SwitchesBookmarksOnAndOff) {
-  Computer computer(server.addAccount());
+  ConnectedComputer computer(server.addAccount());
   EXPECT_EQ(computer.run("--canregister"), 1) << "never reached";
   EXPECT_EQ(computer.run("--unregister"), 0);
   EXPECT_NE(computer.reached(), std::nullopt);
@@ -80,8 +81,8 @@ TEST_F(HubToolTest, SwitchesBookmarksOnAndOff) {
 
 TEST_F(HubToolTest, EachComputerHasItsOwnSwitch) {
   const std::string url = server.addAccount();
-  Computer first(url), second(url, "0D9E4C1A-7B5E-4C0E-8C39-5A3A0C0B7E11");
-  for (Computer* each : {&first, &second}) {
+  ConnectedComputer first(url), second(url, "0D9E4C1A-7B5E-4C0E-8C39-5A3A0C0B7E11");
+  for (ConnectedComputer* each : {&first, &second}) {
     ASSERT_EQ(each->run({"--registersyncclient", "com.keldra.Corvane"}), 0);
     ASSERT_EQ(each->run("--unregister"), 0);
   }
@@ -92,7 +93,7 @@ TEST_F(HubToolTest, EachComputerHasItsOwnSwitch) {
 
 TEST_F(HubToolTest, ErrorsSayWhatIsWrongAndShowNoPassword) {
   const std::string url = server.addAccount("wanda");
-  Computer computer(url);
+  ConnectedComputer computer(url);
   ASSERT_EQ(computer.run("--unregister"), 0);
   ASSERT_EQ(computer.run("--register"), 0);
   const std::string password = url.substr(url.find("wanda:") + 6, 32);
@@ -110,7 +111,7 @@ TEST_F(HubToolTest, ErrorsSayWhatIsWrongAndShowNoPassword) {
 
 TEST_F(HubToolTest, MissingPasswordIsToldInTheLogAlone) {
   server.addAccount("walter");
-  Computer computer("postgresql://walter@127.0.0.1:" + std::to_string(server.port()) + "/hub");
+  ConnectedComputer computer("postgresql://walter@127.0.0.1:" + std::to_string(server.port()) + "/hub");
   EXPECT_EQ(computer.run("--unregister"), 1);
   EXPECT_THAT(computer.systemLog(), ElementsAre(AllOf(StartsWith("Error disabling bookmarks with .Pelto: "),
                                                       HasSubstr("the server wants a password"))));
@@ -118,7 +119,7 @@ TEST_F(HubToolTest, MissingPasswordIsToldInTheLogAlone) {
 
 TEST_F(HubToolTest, DatabaseWithoutTheServiceCannotBeSwitchedOn) {
   server.makeDatabase("empty");
-  Computer computer(server.administratorUrl("empty"));
+  ConnectedComputer computer(server.administratorUrl("empty"));
   EXPECT_EQ(computer.run("--unregister"), 1);
   EXPECT_THAT(computer.systemLog(), ElementsAre(AllOf(StartsWith("Error disabling bookmarks with .Pelto: "),
                                                       HasSubstr("docs/hub.md"))));

@@ -54,7 +54,7 @@ std::vector<Property> allProperties() {
           {"rollbacks", editsSurviveRollbacks, 20, 60}};
 }
 
-struct Options {
+struct SoakOptions {
   std::uint64_t seed = std::random_device{}();
   double minutes = 1;
   std::string property;
@@ -85,7 +85,7 @@ bool drive(Property& property, std::uint64_t seed) {
 
 /// Turns until the time is up, at least one of each property. The seed of a turn is the first one plus the
 /// number of turns before it, so that a turn can be replayed alone.
-bool soak(std::vector<Property>& properties, const Options& options) {
+bool soak(std::vector<Property>& properties, const SoakOptions& options) {
   const auto end = Clock::now() + std::chrono::duration<double>(options.minutes * 60);
   std::uint64_t seed = options.seed;
   do {
@@ -97,7 +97,7 @@ bool soak(std::vector<Property>& properties, const Options& options) {
   return true;
 }
 
-bool readOptions(int argc, char** argv, Options& options) {
+bool readOptions(int argc, char** argv, SoakOptions& options) {
   for (int i = 1; i < argc; i += 2) {
     if (i + 1 == argc) return false;
     const std::string name = argv[i];
@@ -119,7 +119,7 @@ bool readOptions(int argc, char** argv, Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
+  SoakOptions options;
   std::vector<Property> properties = allProperties();
   const bool understood = readOptions(argc, argv, options);
   if (!options.property.empty())

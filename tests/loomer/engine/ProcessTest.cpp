@@ -14,10 +14,10 @@ namespace corvane {
 namespace {
 
 /// Two-way signals between a test and the process that it forks.
-class Pipe {
+class PipeSignal {
  public:
-  Pipe() { EXPECT_EQ(pipe(_ends), 0); }
-  ~Pipe() {
+  PipeSignal() { EXPECT_EQ(pipe(_ends), 0); }
+  ~PipeSignal() {
     close(_ends[0]);
     close(_ends[1]);
   }
@@ -57,7 +57,7 @@ class ProcessTest : public EngineTest {
 };
 
 TEST_F(ProcessTest, OneSessionAtATimeForOneStoreAcrossProcesses) {
-  Pipe inside, leave;
+  PipeSignal inside, leave;
   const auto a = makeClient("a"), b = makeClient("b");
   a->addBookmark("", "A", "http://a/");
   const pid_t child = fork([&] {

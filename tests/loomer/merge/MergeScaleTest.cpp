@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kChildren = 200'000;
 constexpr std::size_t kDepth = 20'000;
 
-struct Side {
+struct MergeSides {
   std::vector<TruthRecord> truth;
   std::vector<BaseRecord> base;
   std::vector<ClientRecord> client;
@@ -36,20 +36,20 @@ struct Side {
   }
 };
 
-Side flat() {
-  Side side;
+MergeSides flat() {
+  MergeSides side;
   for (std::size_t i = 0; i < kChildren; ++i) side.add(Entity::bookmark, kRoot, static_cast<std::int32_t>(i));
   return side;
 }
 
-Side deep(std::size_t depth = kDepth) {
-  Side side;
+MergeSides deep(std::size_t depth = kDepth) {
+  MergeSides side;
   for (std::size_t i = 0; i < depth; ++i) side.add(Entity::folder, static_cast<RecordId>(i), 0);
   return side;
 }
 
 TEST(Scale, OneChildAtTheEndOfALargeFolderIsOneChange) {
-  Side side = flat();
+  MergeSides side = flat();
   side.add(Entity::bookmark, kRoot, 0);
   side.base.pop_back();
   side.client.pop_back();
@@ -59,7 +59,7 @@ TEST(Scale, OneChildAtTheEndOfALargeFolderIsOneChange) {
 }
 
 TEST(Scale, OneChildAtTheFrontOfALargeFolderIsOneChange) {
-  Side side = flat();
+  MergeSides side = flat();
   side.add(Entity::bookmark, kRoot, 0);
   side.base.pop_back();
   side.client.pop_back();
@@ -70,7 +70,7 @@ TEST(Scale, OneChildAtTheFrontOfALargeFolderIsOneChange) {
 }
 
 TEST(Scale, ALargeFolderTurnedRoundOnBothSides) {
-  Side side = flat();
+  MergeSides side = flat();
   for (ClientRecord& record : side.client)
     record.position = static_cast<std::int32_t>(kChildren) - record.position;
   const MergeResult reversed = merge(side.input());
@@ -79,7 +79,7 @@ TEST(Scale, ALargeFolderTurnedRoundOnBothSides) {
 }
 
 TEST(Scale, AFirstSessionOfALargeFolderMeetsEveryChild) {
-  Side side = flat();
+  MergeSides side = flat();
   for (ClientRecord& record : side.client) record.localId = String("other" + record.localId.toString());
   side.base.clear();
   MergeInput input = side.input();
@@ -91,7 +91,7 @@ TEST(Scale, AFirstSessionOfALargeFolderMeetsEveryChild) {
 }
 
 TEST(Scale, AnInsertionBehindEveryChildOfALargeFolder) {
-  Side side = flat();
+  MergeSides side = flat();
   for (TruthRecord& record : side.truth) record.place *= 2;
   for (std::size_t i = 0; i < kChildren; ++i) {
     side.add(Entity::bookmark, kRoot, 0);
@@ -106,7 +106,7 @@ TEST(Scale, AnInsertionBehindEveryChildOfALargeFolder) {
 }
 
 TEST(Scale, FoldersNestedDeeplyMergeDeleteAndReturn) {
-  Side side = deep();
+  MergeSides side = deep();
   EXPECT_TRUE(merge(side.input()).truthChanges.empty());
   MergeInput input = side.input();
   input.client->clear();
@@ -118,7 +118,7 @@ TEST(Scale, FoldersNestedDeeplyMergeDeleteAndReturn) {
 }
 
 TEST(Scale, FoldersNestedDeeplyTheOtherWayRoundOnEachSide) {
-  Side side = deep();
+  MergeSides side = deep();
   // At the client the deepest folder is the outermost; in the truth every folder but the first moved to the
   // root.
   for (std::size_t i = 0; i < kDepth; ++i) {
@@ -136,7 +136,7 @@ TEST(Scale, FoldersNestedDeeplyTheOtherWayRoundOnEachSide) {
 TEST(Scale, OneRefusedMoveHoldsBackFolderAfterFolder) {
   // The client holds the first folder at the bottom of a deep tree and would not let it go to the root, where
   // the truth has it, with every other folder in it: each that stays keeps the next one from moving.
-  Side side = deep(kChildren);
+  MergeSides side = deep(kChildren);
   for (std::size_t i = 0; i < kChildren; ++i) {
     const auto id = static_cast<RecordId>(i + 1);
     const bool outermost = i + 1 == kChildren;
