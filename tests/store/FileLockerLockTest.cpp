@@ -9,7 +9,7 @@
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/fakes/Files.h"
 #include "tests/store/StoreTest.h"
-#include "tests/system/ChildProcess.h"
+#include "tests/system/AnswerOfChild.h"
 
 namespace corvane {
 namespace {

@@ -8,7 +8,7 @@
 #include "CorvaneSyncClient/platform/system/locks/DistributedLock.h"
 #include "tests/fakes/Files.h"
 #include "tests/fakes/StrictPlatform.h"
-#include "tests/system/ChildProcess.h"
+#include "tests/system/AnswerOfChild.h"
 
 namespace corvane {
 namespace {

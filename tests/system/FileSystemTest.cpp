@@ -11,7 +11,7 @@
 #include "tests/fakes/Files.h"
 #include "tests/fakes/ForwardingFileSystem.h"
 #include "tests/fakes/TemporaryDirectory.h"
-#include "tests/system/ChildProcess.h"
+#include "tests/system/AnswerOfChild.h"
 
 namespace corvane {
 namespace {

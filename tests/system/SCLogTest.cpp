@@ -2,7 +2,7 @@
 
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "tests/fakes/FakePlatform.h"
-#include "tests/system/ChildProcess.h"
+#include "tests/system/AnswerOfChild.h"
 
 namespace corvane {
 namespace {
