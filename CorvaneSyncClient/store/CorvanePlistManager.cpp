@@ -27,7 +27,7 @@ bool isFile(const std::string& path) {
 }
 
 // Absent when it is not known.
-std::optional<Date> modificationDateOf(const std::string& path) {
+std::optional<Date> bookmarksDateOf(const std::string& path) {
   const auto attributes = attributesIfKnown(path);
   return attributes ? std::optional(attributes->modificationDate) : std::nullopt;
 }
@@ -134,7 +134,7 @@ void CorvanePlistManager::_readDictionary() {
 }
 
 bool CorvanePlistManager::hasChangedSinceRead() const {
-  const auto date = modificationDateOf(resolvedOneLevel(Platform::current().files, _path));
+  const auto date = bookmarksDateOf(resolvedOneLevel(Platform::current().files, _path));
   return date && date != _modificationDate;
 }
 
@@ -163,7 +163,7 @@ std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmar
       const std::optional<std::string> contents = serialized(bookmarks, _path);
       notify = contents && isWritten(platform.files.writeAtomically(_path, *contents), _path);
       if (notify) {
-        date = modificationDateOf(target);
+        date = bookmarksDateOf(target);
         if (!date) date = platform.clock.now();
       } else {
         systemLog("SaveBookmarks - error trying to serialize the following: %@", bookmarks);
@@ -182,7 +182,7 @@ std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmar
 }
 
 bool CorvanePlistManager::_isUnchanged(const std::string& target) const {
-  const std::optional<Date> date = modificationDateOf(target);
+  const std::optional<Date> date = bookmarksDateOf(target);
   SCLog("SaveBookmarks: mod date %@ (%24.18f), attribute date is %@ (%24.18f)", pointerTo(_modificationDate),
         secondsOf(_modificationDate), pointerTo(date), secondsOf(date));
   return date == _modificationDate;
