@@ -95,7 +95,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(DataSourceTest, ModeBeforeRegistrationIsRefresh) {
   begin(rootEntry({}));
   loomer.client.values.set(kKey, Date{1e9});
-  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 3);
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), LoomerSyncModeRefresh);
 }
 
 // changedRecordsForEntityName:moreComing:error: returns an empty dictionary whatever the entity.
@@ -153,7 +153,7 @@ TEST_F(DataSourceTest, FirstQuietSessionStoresTheFilesDate) {
   didPull();
   finish();
   EXPECT_EQ(stored(), fileDate());
-  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 1);
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), LoomerSyncModeFast);
 }
 
 // A session that saved keeps the new file's date itself, too: the file is no newer than that.
@@ -161,12 +161,12 @@ TEST_F(DataSourceTest, SavingSessionKeepsTheNewDate) {
   begin(rootEntry({bookmarkEntry("a", "A")}));
   loomer.client.values.set(kKey, Date{7.0});
   register_();
-  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 2);
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), LoomerSyncModeSlow);
   manager->sync();  // reads the file, so that the save finds it unchanged
   applyBookmark(LoomerChangeTypeDelete, "a");
   finish();
   EXPECT_EQ(stored(), fileDate());
-  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), 1);
+  EXPECT_EQ(controller->preferredSyncModeForEntityName(LoomerEntity_Bookmarks_Folder), LoomerSyncModeFast);
 }
 
 // Cancelling a session erases the stored date.
