@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "tests/ctl/CtlFixture.h"
 #include "tests/pelto/ScriptedService.h"
 #include "tools/loomerctl/Invocation.h"
@@ -177,16 +177,16 @@ TEST_F(AccountCommandsTest, RemoveForgetsTheAccountAndWhatTheEngineNotedOfTheSer
   EXPECT_EQ(here({"account", "remove"}).status, 1);
 }
 
-TEST_F(AccountCommandsTest, RemoveTakesTheNoteOfASessionWithTheService) {
+TEST_F(AccountCommandsTest, RemoveTakesTheJournalOfASessionWithTheService) {
   manager().registerClientWithIdentifier("com.keldra.Pelto", descriptionPath);
   const auto client = loomer::ClientTable(manager().store()).find("com.keldra.Pelto");
-  const loomer::HandedDownFile note(manager().store().path(), client->id);
-  loomer::HandedDown handedDown;
-  handedDown.mark = kComputer;
-  note.write(handedDown);
-  ASSERT_TRUE(note.read());
+  const loomer::JournalFile file(manager().store().path(), client->id);
+  loomer::Journal journal;
+  journal.pushId = kComputer;
+  file.write(journal);
+  ASSERT_TRUE(file.read());
   EXPECT_EQ(here({"account", "remove"}).status, 0);
-  EXPECT_FALSE(note.read());
+  EXPECT_FALSE(file.read());
 }
 
 TEST_F(AccountCommandsTest, PasswordAmongTheArgumentsIsWorthAWord) {

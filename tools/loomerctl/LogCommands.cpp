@@ -29,7 +29,7 @@ void writeSession(JsonWriter& json, const SessionEntry& session) {
   json.member("revision", session.revision);
   json.member("taken", session.taken);
   json.member("changed", session.changed);
-  json.member("handedDown", session.handedDown);
+  json.member("handedDown", session.delivered);
   json.member("refused", session.refused);
   json.endObject();
 }
@@ -64,7 +64,7 @@ Status showSessions(Invocation& run) {
     any = true;
     table.add({std::to_string(session.id), timeText(session.began), printable(session.client.view()),
                kindName(session.mode), grouped(session.taken), grouped(session.changed),
-               grouped(session.handedDown), grouped(session.refused)});
+               grouped(session.delivered), grouped(session.refused)});
     return --left > 0;
   });
   table.finish();

@@ -8,6 +8,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "tests/loomer/engine/ComputersFixture.h"

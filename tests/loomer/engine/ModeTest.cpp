@@ -19,11 +19,11 @@ struct ModeRow {
 };
 
 loomer::ClientState client(std::optional<std::int64_t> synced, std::int64_t withoutRecords = 0,
-                           bool handedDown = false, bool reset = false) {
+                           bool delivered = false, bool reset = false) {
   loomer::ClientState state;
   state.syncedRevision = synced;
   state.sessionsWithoutRecords = withoutRecords;
-  state.handedDown = handedDown;
+  state.delivered = delivered;
   state.resetPending = reset;
   return state;
 }

@@ -92,14 +92,15 @@ std::string MergeCase::labelOf(RecordId record) const {
   return "?";
 }
 
-std::string MergeCase::truth() const {
-  return printTruth(changedTruth(_input.truth, _result.truthChanges),
-                    [this](const TruthRecord& record) { return labelOf(record.id); });
+std::string MergeCase::truth() const { return truth(changedTruth(_input.truth, _result.truthChanges)); }
+
+std::string MergeCase::truth(const std::vector<TruthRecord>& records) const {
+  return printTruth(records, [this](const TruthRecord& record) { return labelOf(record.id); });
 }
 
-std::string MergeCase::heldByClient() const {
+std::string MergeCase::held(const std::vector<BaseRecord>& base) const {
   std::vector<const BaseRecord*> held;
-  for (const BaseRecord& record : _result.base) {
+  for (const BaseRecord& record : base) {
     if (!record.notHeld) held.push_back(&record);
   }
   std::stable_sort(held.begin(), held.end(), [](const BaseRecord* a, const BaseRecord* b) {

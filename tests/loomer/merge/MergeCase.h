@@ -32,7 +32,11 @@ class MergeCase {
   /// The truth after the merge. New records have their client's label.
   std::string truth() const;
   /// The tree that the base says the client holds after the merge; additions have their record's label.
-  std::string heldByClient() const;
+  std::string heldByClient() const { return held(_result.base); }
+  /// The tree that a base says the client holds.
+  std::string held(const std::vector<BaseRecord>& base) const;
+  /// The live records of a truth.
+  std::string truth(const std::vector<TruthRecord>& records) const;
   /// The changes for the client: "+a", "~a" and "-a", in order.
   std::string changes() const;
   /// "ATTRIBUTE of LABEL: client CLIENT, truth TRUTH, WINNER wins", in order, separated by "; ".

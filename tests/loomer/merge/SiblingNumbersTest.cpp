@@ -17,7 +17,7 @@ constexpr std::int32_t kAnywhere = std::numeric_limits<std::int32_t>::min();
 PlacedChild listed(std::uint32_t rank, std::int32_t number, std::string_view title) {
   return {.listed = true, .rank = rank, .number = number, .hasTitle = true, .title = title};
 }
-PlacedChild added(std::string_view title) { return {.handedDown = true, .hasTitle = true, .title = title}; }
+PlacedChild added(std::string_view title) { return {.delivered = true, .hasTitle = true, .title = title}; }
 
 /// "number" for each child, with "!" where the client is told it.
 std::string numbered(std::vector<PlacedChild> children, std::int32_t least = kAnywhere) {
@@ -25,7 +25,7 @@ std::string numbered(std::vector<PlacedChild> children, std::int32_t least = kAn
   EXPECT_TRUE(listsInOrder(children, least));
   std::string text;
   for (const PlacedChild& child : children) {
-    text += (text.empty() ? "" : " ") + std::to_string(child.number) + (child.handedDown ? "!" : "");
+    text += (text.empty() ? "" : " ") + std::to_string(child.number) + (child.delivered ? "!" : "");
   }
   return text;
 }
@@ -73,13 +73,13 @@ const Row kRows[] = {
       listed(4, 4, "b"), listed(5, 6, "b")},
      "0 1 2 3 4! 5! 6"},
     {"an absent title shares no number",
-     {listed(0, 0, "b"), PlacedChild{.handedDown = true}, listed(1, 1, "c")},
+     {listed(0, 0, "b"), PlacedChild{.delivered = true}, listed(1, 1, "c")},
      "0 1! 2!"},
     {"one child moved to the end is one change",
      {listed(1, 1, "b"), listed(2, 2, "b"), listed(0, 0, "b")},
      "1 2 3!"},
     {"what is handed down anyway is renumbered first",
-     {PlacedChild{.listed = true, .rank = 1, .number = 1, .handedDown = true, .hasTitle = true, .title = "b"},
+     {PlacedChild{.listed = true, .rank = 1, .number = 1, .delivered = true, .hasTitle = true, .title = "b"},
       listed(0, 0, "b")},
      "-1! 0"},
     {"the last number of all leaves no room behind it",
@@ -132,7 +132,7 @@ void walkYieldsOrder() {
     if (*rc::gen::inRange(0, 3) == 0) std::swap(present[i], present[*rc::gen::inRange(i, present.size())]);
   }
   for (std::size_t i = 0; i < titles.size(); ++i) {
-    children.push_back({.handedDown = kinds[i] <= 3, .hasTitle = true, .title = kTitles[titles[i]]});
+    children.push_back({.delivered = kinds[i] <= 3, .hasTitle = true, .title = kTitles[titles[i]]});
   }
   std::int32_t number = 0;
   for (std::size_t rank = 0; rank < present.size(); ++rank) {
@@ -146,7 +146,7 @@ void walkYieldsOrder() {
   numberChildren(children, least);
   std::vector<std::size_t> arrivals;
   for (std::size_t i = 0; i < children.size(); ++i) {
-    if (children[i].handedDown) arrivals.push_back(i);
+    if (children[i].delivered) arrivals.push_back(i);
   }
   for (std::size_t i = 0; i + 1 < arrivals.size(); ++i) {
     std::swap(arrivals[i], arrivals[*rc::gen::inRange(i, arrivals.size())]);

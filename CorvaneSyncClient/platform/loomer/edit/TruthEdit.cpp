@@ -13,10 +13,8 @@ std::int64_t writeEdit(TruthStore& store, SessionEntry entry, const StoredTruth&
   const std::vector<ContentId> noRows;
   ContentRows contents(store.database(), truth.records, truth.contents, noBase, noRows);
   RecordTable(store).apply(changes, entry.revision, contents);
-  SessionLog log(store);
-  const std::int64_t session = log.enter(entry, changes, {}, contents);
-  log.finish(session, Platform::current().clock.now(), 0);
-  return session;
+  entry.ended = Platform::current().clock.now();
+  return SessionLog(store).enter(entry, changes, {}, contents);
 }
 
 }  // namespace

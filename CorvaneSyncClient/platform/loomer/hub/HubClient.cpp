@@ -6,7 +6,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
-#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -96,9 +96,9 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
 
 // Asks now, because the store is locked later.
 void HubClient::askForPushes() {
-  const auto note = HandedDownFile(_store.path(), _client).read();
-  if (!note) return;
-  for (const String& mark : {note->mark, note->knownMark}) {
+  const auto journal = JournalFile(_store.path(), _client).read();
+  if (!journal) return;
+  for (const String& mark : {journal->pushId, journal->knownPushId}) {
     if (mark) _pushesAskedFor.emplace(mark, _hub.hasPush(mark));
   }
 }

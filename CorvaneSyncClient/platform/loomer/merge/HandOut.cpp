@@ -143,14 +143,14 @@ class HandOut {
       children.push_back({.listed = listed,
                           .rank = ranks[node],
                           .number = listed ? at.client->position : 0,
-                          .handedDown = _changes[node],
+                          .delivered = _changes[node],
                           .hasTitle = static_cast<bool>(at.content.name),
                           .title = at.content.name.view()});
     }
     numberChildren(children, folder == kRootNode ? kLeastInRoot : std::numeric_limits<std::int32_t>::min());
     for (std::size_t i = 0; i < ordinary.size(); ++i) {
       _number[ordinary[i]] = children[i].number;
-      _changes[ordinary[i]] = children[i].handedDown;
+      _changes[ordinary[i]] = children[i].delivered;
     }
     if (folder == kRootNode) keepSpecialFoldersFirst(ordinary);
   }
@@ -209,6 +209,7 @@ class HandOut {
       change.record = at.id;
       if (at.client) change.localId = at.client->localId;
       change.parent = _trees.idOf(_goal[node]);
+      change.moves = at.client && _trees.clientParent[node] != _goal[node];
       change.position = _number[node];
       change.content = at.content;
       _result.clientChanges.push_back(std::move(change));

@@ -30,13 +30,14 @@ struct MergeInput {
   std::int64_t revision = 1;
 };
 
-/// One change for the client, in the order of handing down.
+/// One change for the client, in the order of delivery.
 struct ClientChange {
   LoomerChangeType type = LoomerChangeTypeAdd;
   Entity entity = Entity::bookmark;
   RecordId record = 0;
   String localId;             ///< absent for an addition
   RecordId parent = kRoot;    ///< not for deletions
+  bool moves = false;         ///< a modification that gives it another parent
   std::int32_t position = 0;  ///< the number that places it in the client's folder; not for deletions
   Content content;            ///< whole; not for deletions
 };

@@ -54,7 +54,7 @@ class Numbering {
     }
     for (std::size_t i = 0; i < _children.size(); ++i) {
       const auto number = static_cast<std::int32_t>(_numbers[i]);
-      if (!_children[i].listed || number != _children[i].number) _children[i].handedDown = true;
+      if (!_children[i].listed || number != _children[i].number) _children[i].delivered = true;
       _children[i].number = number;
     }
   }
@@ -78,7 +78,7 @@ class Numbering {
       if (!_children[i].listed || level < _least || level > kGreatest - _steps.back()) continue;
       levels.push_back(level);
       // One that is handed down anyway costs nothing more when it is renumbered.
-      weights.push_back(_children[i].handedDown ? 1 : _children.size() + 1);
+      weights.push_back(_children[i].delivered ? 1 : _children.size() + 1);
       candidates.push_back(i);
     }
     const std::vector<bool> chosen = heaviestRising(levels, Rise::level, weights);
@@ -130,11 +130,11 @@ bool isListedInOrder(const std::vector<PlacedChild>& children) {
 bool listsInOrder(const std::vector<PlacedChild>& children, std::int32_t least) {
   for (std::size_t i = 0; i < children.size(); ++i) {
     const PlacedChild& child = children[i];
-    if (child.handedDown && (child.number < least || hasMeaning(child.number))) return false;
+    if (child.delivered && (child.number < least || hasMeaning(child.number))) return false;
     if (i == 0) continue;
     const PlacedChild& before = children[i - 1];
     if (before.number < child.number) continue;
-    const bool untouched = !before.handedDown && !child.handedDown && standsBefore(before, child);
+    const bool untouched = !before.delivered && !child.delivered && standsBefore(before, child);
     if (before.number > child.number || (!untouched && !sortsBefore(before, child))) return false;
   }
   return true;
@@ -146,7 +146,7 @@ void numberChildren(std::vector<PlacedChild>& children, std::int32_t least) {
   if (listsInOrder(children, least)) return;
   for (std::size_t i = 0; i < children.size(); ++i) {
     children[i].number = static_cast<std::int32_t>(i);
-    children[i].handedDown = true;
+    children[i].delivered = true;
   }
 }
 

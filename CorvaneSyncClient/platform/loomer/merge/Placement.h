@@ -21,7 +21,7 @@ struct PlacedChild {
   bool listed = false;
   std::uint32_t rank = 0;   ///< its place among the listed children now
   std::int32_t number = 0;  ///< before: the client's, if listed; after: the one it is to have
-  bool handedDown = false;  ///< before: for another reason; after: also for its number
+  bool delivered = false;   ///< before: for another reason; after: also for its number
   bool hasTitle = false;    ///< the title after the change
   std::string_view title = {};
 };

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace corvane::loomer {
 
@@ -8,6 +9,36 @@ const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId recor
   const auto found = std::lower_bound(base.begin(), base.end(), record,
                                       [](const BaseRecord& each, RecordId id) { return each.record < id; });
   return found != base.end() && found->record == record ? &*found : nullptr;
+}
+
+BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after) {
+  BaseDifference difference;
+  for (const BaseRecord& each : after) {
+    const BaseRecord* const known = findRecord(before, each.record);
+    if (!known || !(*known == each)) difference.held.push_back(each);
+  }
+  for (const BaseRecord& each : before) {
+    if (!findRecord(after, each.record)) difference.gone.push_back(each.record);
+  }
+  return difference;
+}
+
+std::vector<BaseRecord> withDifference(const BaseDifference& difference,
+                                       const std::vector<BaseRecord>& base) {
+  std::vector<BaseRecord> records;
+  records.reserve(base.size() + difference.held.size());
+  std::copy_if(base.begin(), base.end(), std::back_inserter(records), [&](const BaseRecord& each) {
+    return !findRecord(difference.held, each.record) &&
+           !std::binary_search(difference.gone.begin(), difference.gone.end(), each.record);
+  });
+  records.insert(records.end(), difference.held.begin(), difference.held.end());
+  sortByRecord(records);
+  return records;
+}
+
+void sortByRecord(std::vector<BaseRecord>& base) {
+  const auto precedes = [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; };
+  if (!std::is_sorted(base.begin(), base.end(), precedes)) std::sort(base.begin(), base.end(), precedes);
 }
 
 }  // namespace corvane::loomer

@@ -77,7 +77,19 @@ struct Loss {
   bool clientWon = false;
 };
 
-/// In a base by ascending record; null for one that it does not name.
+/// From one base of a client to another.
+struct BaseDifference {
+  std::vector<BaseRecord> held;  ///< records of which the other says something else, by ascending record
+  std::vector<RecordId> gone;    ///< records that the other does not name, ascending
+};
+
+// Bases are by ascending record, here and below.
+
+/// Null for a record that the base does not name.
 const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
+BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after);
+/// The base to which the difference leads.
+std::vector<BaseRecord> withDifference(const BaseDifference& difference, const std::vector<BaseRecord>& base);
+void sortByRecord(std::vector<BaseRecord>& base);
 
 }  // namespace corvane::loomer

@@ -2,6 +2,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/session/Session.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -26,9 +27,12 @@ bool EmbeddedSessionDriver::sync() {
   try {
     session.run();
     return true;
-  } catch (const SessionCancelled& cancelled) {
+  } catch (const SessionRefused& refused) {
     rollBack();
-    cancel(cancelled.reason() + noteRefusal(session), session.tookLock());
+    cancel(refused.reason() + storeRefusal(refused), session.tookLock());
+    return false;
+  } catch (const SessionCancelled& cancelled) {
+    cancel(cancelled.reason(), session.tookLock());
     return false;
   } catch (const LoomerStoreException& exception) {
     cancel(exception.reason(), session.tookLock());
@@ -37,7 +41,6 @@ bool EmbeddedSessionDriver::sync() {
     cancelQuietly(exception.reason(), session.tookLock());
     throw;
   } catch (...) {
-    rollBack();
     cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.",
                   session.tookLock());
     throw;
@@ -74,13 +77,12 @@ void EmbeddedSessionDriver::findClient() {
              identifier, url ? url->text : String("there is none"), problem)};
 }
 
-std::string EmbeddedSessionDriver::noteRefusal(const Session& session) {
-  if (!session.refusal()) return {};
+std::string EmbeddedSessionDriver::storeRefusal(const SessionRefused& refused) {
   try {
-    RefusalTable(_clients.store()).enter(_client->row(), *session.refusal(), session.refusedDeletions());
+    RefusalTable(_clients.store()).enter(_client->row(), refused.refusal(), refused.deletions());
     return {};
   } catch (const PlatformException& exception) {
-    // The session is refused all the same, and so is the next one, which may be noted.
+    // The session is refused all the same, and so is the next one, which may be stored.
     return " But there is nothing to approve yet, since what was refused could not be noted: " +
            exception.reason();
   }
@@ -115,9 +117,9 @@ void EmbeddedSessionDriver::cancelQuietly(const std::string& reason, bool tookLo
 void EmbeddedSessionDriver::keepValues(bool tookLock) noexcept {
   // Where another session would not let this one begin, it will not let it write now either: waiting on would
   // only hold the caller up. Nothing was changed on either side, so that the values from before still hold.
-  constexpr double kPatienceSeconds = 60.0;
+  constexpr double kTimeoutSeconds = 60.0;
   try {
-    if (_clients.store().begin(tookLock ? kPatienceSeconds : 0.0)) {
+    if (_clients.store().begin(tookLock ? kTimeoutSeconds : 0.0)) {
       _client->storeHeldValues();
       ClientTable(_clients.store()).setCancelled(_client->row());
       _clients.store().database().commit();

@@ -8,7 +8,7 @@
 
 namespace corvane::loomer {
 
-class Session;
+class SessionRefused;
 
 /// Runs sessions of the embedded engine for one data source. One transaction spans a session: whatever ends
 /// it early, the store is as it was before.
@@ -28,9 +28,9 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
   std::optional<RecordSchema> prepare();
   void findClient();
-  /// Notes what the guard refused, so that it can be looked at and approved. Answers what there is to say
-  /// when that fails; nothing when the guard refused nothing.
-  std::string noteRefusal(const Session& session);
+  /// Stores what the guard refused, so that it can be looked at and approved. Answers what there is to say
+  /// when that fails.
+  std::string storeRefusal(const SessionRefused& refused);
   /// Rolls the session back, tells the client, and keeps what the client stores then.
   void cancel(const std::string& reason, bool tookLock);
   /// As `cancel`; what the client raises then is dropped.

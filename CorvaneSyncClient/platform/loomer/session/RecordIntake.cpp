@@ -2,6 +2,8 @@
 
 #include <unordered_map>
 
+#include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
+
 namespace corvane::loomer {
 
 namespace {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <string>
+#include <cstddef>
+#include <optional>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
@@ -8,11 +9,12 @@
 
 namespace corvane::loomer {
 
-/// The reason why a session cannot go on, for people: what, why, what to do. Cancels the session.
-class SessionCancelled : public PlatformException {
- public:
-  explicit SessionCancelled(std::string reason)
-      : PlatformException("LoomerSessionCancelledException", std::move(reason)) {}
+/// What the client gave to a session.
+struct TakenRecords {
+  /// The client's whole tree as it is now; nothing where it is what the base says, or does not matter.
+  std::optional<std::vector<ClientRecord>> tree;
+  std::size_t count = 0;  ///< records that the client gave
+  bool all = false;       ///< it gave all that it holds
 };
 
 /// Takes in all records of the schema's entities (`changedOnly`: the changed ones), asking until nothing more

@@ -1,9 +1,11 @@
 #include "CorvaneSyncClient/platform/loomer/session/Session.h"
 
 #include <algorithm>
+#include <unordered_set>
 
-#include "CorvaneSyncClient/platform/loomer/session/HandedDown.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionGuard.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -17,26 +19,47 @@ Session::Session(TruthStore& store, LoomerSessionDriver& driver, LoomerSessionDr
       _dataSource(dataSource),
       _client(client),
       _schema(schema),
-      _noteFile(store.path(), client.row()) {}
+      _journal(store.path(), client.row()) {}
 
+/// All that can fail in the store comes before the client saves, but for the commit itself.
 void Session::run() {
+  const Opening opening = open();
+  TakenRecords taken = takeRecords(opening);
+  const bool isQuiet = !taken.tree && opening.kind != SessionKind::replace;
+  const Plan plan = isQuiet ? quietPlan(opening) : makePlan(opening, readSides(opening, std::move(taken)));
+  guard(opening, plan);
+  const Delivery delivery = deliver(_dataSource, _schema, plan, identifiersOfAdditions(plan));
+  const Settlement settlement = settle(opening, plan, delivery, Platform::current().clock.now());
+  store(opening, plan, settlement);
+  String error;
+  checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error, "take the changes in");
+  if (settlement.journal) _journal.write(*settlement.journal);
+  error = String();
+  checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error, "finish the session");
+  commit(plan);
+  if (opening.journal || settlement.journal) _journal.remove();
+}
+
+Opening Session::open() {
+  Opening opening;
+  opening.began = Platform::current().clock.now();
+  const auto before = _clients.find(_client.clientIdentifier());
   registerWithDataSource();
-  const int preferred = preferredMode();
-  takeLock();
-  begin(isOutdated() ? modeOnceReadAgain() : preferred);
-  TakenRecords taken = takeRecords();
-  if (_start.kind == SessionKind::replace || taken.tree) {
-    _mingling.emplace(_store, _dataSource, _start, std::move(taken));
-    guard();
-    _mingling->carryOut(_schema);
-  }
-  finish();
+  int mode = preferredMode();
+  opening.client = takeLock();
+  // What the client read before another session of its own must not be taken for what it holds after that.
+  const bool anotherEnded = !before || before->sessions != opening.client.sessions;
+  if (anotherEnded || !_dataSource.isUpToDate()) mode = readAgain();
+  opening.truth = _records.state();
+  opening.kind = sessionKind(mode, opening.client, opening.truth, _dataSource.tellsEveryChange());
+  opening.refusal = RefusalTable(_store).find(opening.client.id);
+  opening.journal = journalOf(opening.client);
+  if (opening.journal && opening.kind == SessionKind::fast) opening.kind = SessionKind::slow;
+  _client.storeHeldValues();
+  return opening;
 }
 
 void Session::registerWithDataSource() {
-  _start.began = Platform::current().clock.now();
-  const auto state = _clients.find(_client.clientIdentifier());
-  _sessionsBefore = state ? state->sessions : 0;
   _client.holdValuesBack();
   String error;
   checkAnswer(_dataSource.sessionDriverDidRegisterClient(_driver, error), error, "begin the session");
@@ -66,7 +89,8 @@ int Session::preferredMode() {
              missing.front())};
 }
 
-void Session::takeLock() {
+/// Begins the transaction. Answers the client's state in it.
+ClientState Session::takeLock() {
   const double timeout = _dataSource.sessionBeginSessionTimeout();
   if (!_store.begin(timeout)) {
     throw SessionCancelled{
@@ -81,13 +105,11 @@ void Session::takeLock() {
         format("The client %@ was unregistered meanwhile. Nothing was changed; register it and sync again.",
                _client.clientIdentifier())};
   }
-  _start.client = *state;
+  return *state;
 }
 
-/// What the client read before another session of its own must not be taken for what it holds after that one.
-bool Session::isOutdated() { return _start.client.sessions != _sessionsBefore || !_dataSource.isUpToDate(); }
-
-int Session::modeOnceReadAgain() {
+/// Has the client read anew what it holds. Answers the mode that it prefers then.
+int Session::readAgain() {
   _client.dropHeldValues();
   if (!_dataSource.readAgain()) {
     throw SessionCancelled{
@@ -99,117 +121,132 @@ int Session::modeOnceReadAgain() {
   return preferredMode();
 }
 
-void Session::begin(int preferredMode) {
-  _start.truth = RecordTable(_store).state();
-  _start.kind = sessionKind(preferredMode, _start.client, _start.truth, _dataSource.tellsEveryChange());
-  _standing = _refusals.find(_start.client.id);
-  readNote();
-  _client.storeHeldValues();
+/// The journal of a session that was killed while the client saved; nothing when there is none, or it is of
+/// another time.
+std::optional<Journal> Session::journalOf(const ClientState& client) const {
+  std::optional<Journal> journal = _journal.read();
+  if (!journal) return std::nullopt;
+  const bool isOfThisSession = journal->registered == client.registered &&
+                               journal->sessions == client.sessions &&
+                               journal->syncedRevision == client.syncedRevision;
+  if (isOfThisSession) return journal;
+  _journal.remove();
+  return std::nullopt;
 }
 
-/// Where a session was killed while the client saved, this one looks at what the client holds.
-void Session::readNote() {
-  _start.note = _noteFile.read();
-  if (!_start.note) return;
-  if (!isOfNextSession(*_start.note, _start.client)) {
-    _noteFile.remove();
-    _start.note.reset();
-  } else if (_start.kind == SessionKind::fast) {
-    _start.kind = SessionKind::slow;
-  }
-}
-
-TakenRecords Session::takeRecords() {
-  if (_start.kind == SessionKind::replace) return {};
-  const bool news = mayHaveNews(_start.client, _start.truth);
-  std::vector<ClientRecord> changed;
-  if (_start.kind == SessionKind::fast) {
-    changed = loomer::takeRecords(_dataSource, _schema, true);
-    if (changed.empty() && !news) return {};
-  }
-  // To hand something down, the engine must know the client's present order.
-  _tookAllRecords = _start.kind != SessionKind::fast || news;
-  if (!_tookAllRecords) {
-    return {clientTree(BaseTable(_store).read(_start.client.id).records, changed), changed.size()};
+TakenRecords Session::takeRecords(const Opening& opening) {
+  if (opening.kind == SessionKind::replace) return {};
+  const bool hasNews = mayHaveNews(opening.client, opening.truth);
+  if (opening.kind == SessionKind::fast) {
+    std::vector<ClientRecord> changed = loomer::takeRecords(_dataSource, _schema, true);
+    if (changed.empty() && !hasNews) return {};
+    // To deliver something, the engine must know the client's present order.
+    if (!hasNews) {
+      return {clientTree(_bases.read(opening.client.id).records, changed), changed.size(), false};
+    }
   }
   std::vector<ClientRecord> all = loomer::takeRecords(_dataSource, _schema, false);
   const std::size_t count = all.size();
-  return {std::move(all), count};
+  return {std::move(all), count, true};
 }
 
-void Session::guard() {
-  const MergeResult& plan = _mingling->plan();
-  if (!mustBeApproved(plan)) return;
-  Refusal refusal{planDigest(plan), plan.deletedByAbsence, plan.liveBefore, _start.began, std::nullopt};
-  if (_standing && _standing->approved && _standing->digest == refusal.digest) return;
-  _refused = refusal;
-  const char* const another =
-      "The plan that was approved was another one: the client or the agreed bookmarks have changed since. ";
-  const String client = _client.clientIdentifier();
-  throw SessionCancelled{
-      format("The client %@ lacks %d of %d bookmarks and folders, so that this session would delete them "
-             "everywhere. Nothing was changed. %@If they are meant to go, look at `loomerctl plan %@`, run "
-             "`loomerctl approve %@` and sync again; to give them back to the client, run "
-             "`loomerctl restore %@` and sync again.",
-             client, refusal.deletions, refusal.live, _standing && _standing->approved ? another : "", client,
-             client, client)};
-}
-
-std::vector<RecordId> Session::refusedDeletions() const {
-  std::vector<RecordId> records;
-  for (const TruthChange& change : _mingling->plan().truthChanges) {
-    if (change.after.deleted && change.before && !change.before->deleted) records.push_back(change.after.id);
+Sides Session::readSides(const Opening& opening, TakenRecords taken) {
+  const std::int64_t client = opening.client.id;
+  Sides sides;
+  sides.truth = _records.readAll();
+  sides.base = _bases.read(client);
+  sides.client = std::move(taken);
+  sides.earlier = _dataSource.wentBackTo();
+  if (!sides.client.tree) return sides;
+  if (opening.journal) {
+    sides.tookPush = _dataSource.tookChanges(opening.journal->pushId);
+    if (opening.journal->knownPushId) {
+      sides.tookKnownPush = _dataSource.tookChanges(opening.journal->knownPushId);
+    }
   }
-  return records;
+  if (sides.earlier) sides.heldSince = _bases.heldSince(client, sides.earlier->session);
+  if (_dataSource.mayGoBack()) sides.lost = _bases.lost(client);
+  if (_dataSource.identifiersAreGlobal()) sides.recordsByIdentifier = recordsByIdentifier(opening, sides);
+  return sides;
 }
 
-/// All that can fail in the store comes before the client saves, but for the commit itself.
-void Session::finish() {
-  String error;
-  checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error, "take the changes in");
-  noteSession();
-  noteHandedDown();
-  error = String();
-  checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error, "finish the session");
-  commit();
-  if (_start.note || handsDown()) _noteFile.remove();
+std::unordered_map<String, RecordId> Session::recordsByIdentifier(const Opening& opening,
+                                                                  const Sides& sides) {
+  std::unordered_set<String> known;
+  for (const BaseRecord& each : sides.base.records) known.insert(each.localId);
+  const std::vector<ClientRecord>& pushed = *sides.client.tree;
+  const bool allKnown = std::all_of(pushed.begin(), pushed.end(),
+                                    [&](const ClientRecord& each) { return known.contains(each.localId); });
+  if (allKnown && !sides.earlier && !opening.journal) return {};
+  return _records.byGlobalIdentifier();
 }
 
-void Session::noteSession() {
-  const Date now = Platform::current().clock.now();
-  const std::optional<std::int64_t> entry = _mingling ? _mingling->entry() : std::nullopt;
-  if (entry) SessionLog(_store).finish(*entry, now, _mingling->refused());
-  if (_standing) _refusals.remove(_start.client.id);
-  const std::int64_t revision = _mingling ? _mingling->revision() : _start.truth.revision;
-  const bool news = _start.client.syncedRevision != revision;
-  ClientState after = _start.client;
-  after.resetPending = after.restorePending = false;
-  after.syncedRevision = revision;
-  ++after.sessions;
-  after.sessionsWithoutRecords = _tookAllRecords ? 0 : after.sessionsWithoutRecords + 1;
-  after.handedDown = handsDown();
-  after.lastSession = now;
-  _clients.finishSession(after);
-  if (news || entry) RecordTable(_store).dropOldTombstones();
-  if (entry) pruneLog(_store, now, kPrunedRows + _mingling->plan().truthChanges.size());
+std::unordered_map<RecordId, String> Session::identifiersOfAdditions(const Plan& plan) {
+  std::unordered_map<RecordId, String> identifiers;
+  for (const ClientChange& change : plan.result.clientChanges) {
+    if (change.type != LoomerChangeTypeAdd) continue;
+    identifiers.emplace(change.record, _records.globalIdentifier(change.record));
+  }
+  return identifiers;
 }
 
-void Session::noteHandedDown() {
-  if (!handsDown()) return;
-  const String mark = Platform::current().uuids.newUuid();
-  _dataSource.willTakeChanges(mark);
-  if (const auto note = _mingling->noteForNextSession(mark)) _noteFile.write(*note);
+/// Writes all that the session changes in the store, in the transaction that is open.
+void Session::store(const Opening& opening, const Plan& plan, const Settlement& settlement) {
+  const std::optional<SessionEntry>& entry = settlement.logEntry;
+  if (!plan.isQuiet()) storeMerge(plan, settlement);
+  if (opening.refusal) RefusalTable(_store).remove(opening.client.id);
+  _clients.finishSession(settlement.client);
+  const bool isNewToClient = opening.client.syncedRevision != settlement.client.syncedRevision;
+  if (isNewToClient || entry) _records.dropOldTombstones();
+  if (entry) pruneLog(_store, entry->ended, kPrunedRows + plan.result.truthChanges.size());
 }
 
-void Session::commit() {
+void Session::storeMerge(const Plan& plan, const Settlement& settlement) {
+  ContentRows contents(_store.database(), plan.input.truth, plan.truthRows, plan.storedBase(), plan.baseRows);
+  const std::vector<TruthChange>& changes = plan.result.truthChanges;
+  _records.apply(changes, plan.input.revision, contents);
+  if (settlement.logEntry) {
+    SessionLog(_store).enter(*settlement.logEntry, changes, plan.result.losses, contents);
+  }
+  const std::int64_t client = settlement.client.id;
+  _bases.replace(client, settlement.client.sessions, _dataSource.mayGoBack(), plan.storedBase(),
+                 settlement.base, contents);
+  for (const RecordId record : plan.matched) _bases.setLost(client, record, false);
+  for (const RecordId record : plan.lost) {
+    const bool isGone = !findRecord(settlement.base, record);  // what is not gone is given to it once more
+    if (isGone) _bases.setLost(client, record, true);
+  }
+  if (_dataSource.identifiersAreGlobal()) adoptIdentifiers(plan.storedBase(), settlement.base);
+}
+
+/// Gives each record that has a new local id that one for its identifier. Another record that bore it gets a
+/// fresh one.
+void Session::adoptIdentifiers(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after) {
+  std::vector<const BaseRecord*> adopted;
+  for (const BaseRecord& each : after) {
+    if (each.notHeld || !each.localId) continue;
+    const BaseRecord* const known = findRecord(before, each.record);
+    if (!known || known->localId != each.localId) adopted.push_back(&each);
+  }
+  if (adopted.empty()) return;
+  const std::unordered_map<String, RecordId> bearers = _records.byGlobalIdentifier();
+  for (const BaseRecord* const each : adopted) {
+    const auto bearer = bearers.find(each->localId);
+    if (bearer != bearers.end() && bearer->second == each->record) continue;
+    if (bearer != bearers.end()) _records.makeGlobalIdentifier(bearer->second);
+    _records.setGlobalIdentifier(each->record, each->localId);
+  }
+}
+
+void Session::commit(const Plan& plan) {
   try {
     _store.database().commit();
-  } catch (const PlatformException& exception) {
-    if (!handsDown()) throw;
-    throw PlatformException(exception.name(),
-                            exception.reason() +
-                                " The client has saved the changes that it was handed down; the next session "
-                                "notices that and loses nothing.");
+  } catch (const LoomerStoreException& exception) {
+    if (!plan.delivers()) throw;
+    throw LoomerStoreException(
+        exception.reason() +
+        " The client has saved the changes that were delivered to it; the next session "
+        "notices that and loses nothing.");
   }
 }
 

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <optional>
-#include <vector>
+#include <unordered_map>
 
 #include "CorvaneSyncClient/platform/loomer/session/EmbeddedClient.h"
-#include "CorvaneSyncClient/platform/loomer/session/Mingling.h"
-#include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
-#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/loomer/session/Settlement.h"
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 
 namespace corvane::loomer {
 
@@ -22,28 +20,24 @@ class Session {
   /// raises.
   void run();
 
-  /// What the guard refused, to be noted once the session is rolled back.
-  const std::optional<Refusal>& refusal() const { return _refused; }
-  /// The records that the refused plan would delete.
-  std::vector<RecordId> refusedDeletions() const;
   /// Whether the session got as far as its transaction.
   bool tookLock() const { return _tookLock; }
 
  private:
+  Opening open();
   void registerWithDataSource();
   int preferredMode();
-  void takeLock();
-  bool isOutdated();
-  int modeOnceReadAgain();
-  void begin(int preferredMode);
-  void readNote();
-  TakenRecords takeRecords();
-  void guard();
-  void finish();
-  void noteSession();
-  void noteHandedDown();
-  bool handsDown() const { return _mingling && _mingling->handsDown(); }
-  void commit();
+  ClientState takeLock();
+  int readAgain();
+  std::optional<Journal> journalOf(const ClientState& client) const;
+  TakenRecords takeRecords(const Opening& opening);
+  Sides readSides(const Opening& opening, TakenRecords taken);
+  std::unordered_map<String, RecordId> recordsByIdentifier(const Opening& opening, const Sides& sides);
+  std::unordered_map<RecordId, String> identifiersOfAdditions(const Plan& plan);
+  void store(const Opening& opening, const Plan& plan, const Settlement& settlement);
+  void storeMerge(const Plan& plan, const Settlement& settlement);
+  void adoptIdentifiers(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after);
+  void commit(const Plan& plan);
   void checkAnswer(bool answer, const String& error, const char* callback) const;
 
   TruthStore& _store;
@@ -52,16 +46,10 @@ class Session {
   EmbeddedClient& _client;
   const RecordSchema& _schema;
   ClientTable _clients{_store};
-  RefusalTable _refusals{_store};
-  HandedDownFile _noteFile;
-
-  std::int64_t _sessionsBefore = 0;  // of the client, when the data source was registered
+  RecordTable _records{_store};
+  BaseTable _bases{_store};
+  JournalFile _journal;
   bool _tookLock = false;
-  SessionStart _start;
-  std::optional<Refusal> _standing;  // the guard's refusal of the client's last plan
-  std::optional<Refusal> _refused;   // of this one
-  bool _tookAllRecords = false;
-  std::optional<Mingling> _mingling;  // none in a quiet session
 };
 
 }  // namespace corvane::loomer

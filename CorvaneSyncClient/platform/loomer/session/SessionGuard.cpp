@@ -1,6 +1,10 @@
 #include "CorvaneSyncClient/platform/loomer/session/SessionGuard.h"
 
 #include <cstdio>
+#include <string>
+#include <utility>
+
+#include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 
 namespace corvane::loomer {
 
@@ -30,7 +34,34 @@ class Digest {
   std::uint64_t _hash = 0xcbf29ce484222325U;
 };
 
+std::vector<RecordId> deletions(const MergeResult& plan) {
+  std::vector<RecordId> records;
+  for (const TruthChange& change : plan.truthChanges) {
+    if (change.after.deleted && change.before && !change.before->deleted) records.push_back(change.after.id);
+  }
+  return records;
+}
+
 }  // namespace
+
+void guard(const Opening& opening, const Plan& plan) {
+  const MergeResult& result = plan.result;
+  if (!mustBeApproved(result)) return;
+  Refusal refusal{planDigest(result), result.deletedByAbsence, result.liveBefore, opening.began,
+                  std::nullopt};
+  const bool approved = opening.refusal && opening.refusal->approved;
+  if (approved && opening.refusal->digest == refusal.digest) return;
+  const char* const another =
+      "The plan that was approved was another one: the client or the agreed bookmarks have changed since. ";
+  const String client = opening.client.identifier;
+  std::string reason = format(
+      "The client %@ lacks %d of %d bookmarks and folders, so that this session would delete them "
+      "everywhere. Nothing was changed. %@If they are meant to go, look at `loomerctl plan %@`, run "
+      "`loomerctl approve %@` and sync again; to give them back to the client, run "
+      "`loomerctl restore %@` and sync again.",
+      client, refusal.deletions, refusal.live, approved ? another : "", client, client, client);
+  throw SessionRefused(std::move(reason), std::move(refusal), deletions(result));
+}
 
 bool mustBeApproved(const MergeResult& plan) {
   const std::size_t deleted = plan.deletedByAbsence;

@@ -2,9 +2,12 @@
 
 #include <string>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "CorvaneSyncClient/platform/loomer/session/Plan.h"
 
 namespace corvane::loomer {
+
+/// Raises SessionRefused when the plan must be approved and exactly this plan was not.
+void guard(const Opening& opening, const Plan& plan);
 
 /// Whether the plan deletes so much, only because the client lacks it, that somebody must approve it: more
 /// than half of the live records and more than twenty, or all of five or more.

@@ -29,7 +29,7 @@ SessionKind sessionKind(int preferredMode, const ClientState& client, const Trut
   if (preferred == SessionKind::refresh) return asksBecauseCancelled ? SessionKind::slow : preferred;
   // The browser may have written while the last session handed something down.
   if (tellsEveryChange) return preferred;
-  const bool look = client.handedDown || client.sessionsWithoutRecords >= kSessionsWithoutRecords;
+  const bool look = client.delivered || client.sessionsWithoutRecords >= kSessionsWithoutRecords;
   return look ? SessionKind::slow : preferred;
 }
 

@@ -88,10 +88,8 @@ std::size_t BaseTable::count(std::int64_t client, bool notHeld) {
 }
 
 void BaseTable::replace(std::int64_t client, std::int64_t session, bool keepsFormer,
-                        const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after,
+                        const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after,
                         ContentRows& contents) {
-  std::sort(after.begin(), after.end(),
-            [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
   Statement remove = _store.database().query("DELETE FROM base WHERE client = ? AND record = ?", kWriteBase);
   Statement enter = _store.database().query(
       "INSERT OR REPLACE INTO base(client, record, local_id, entity, parent, position, content,"

@@ -33,10 +33,11 @@ class BaseTable {
   /// How many records the client was offered in vain.
   std::size_t notHeldCount(std::int64_t client);
   /// Makes `after` the client's base at the end of its session of that number, in the open transaction;
-  /// writes only what differs from `before` (by ascending record). What it held before is kept where
-  /// `keepsFormer`. Sorts `after` by record.
+  /// writes only what differs from `before`, both by ascending record. What it held before is kept where
+  /// `keepsFormer`.
   void replace(std::int64_t client, std::int64_t session, bool keepsFormer,
-               const std::vector<BaseRecord>& before, std::vector<BaseRecord>& after, ContentRows& contents);
+               const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after,
+               ContentRows& contents);
   /// What the client held at the end of that session or later, as far as that is kept: by record, oldest
   /// first.
   std::vector<HeldVersion> heldSince(std::int64_t client, std::int64_t session);

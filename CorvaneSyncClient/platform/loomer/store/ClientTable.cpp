@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 
 namespace corvane::loomer {
@@ -24,7 +24,7 @@ ClientState clientOf(const Statement& row) {
   client.syncedRevision = row.optionalInteger(4);
   client.sessions = row.integer(5);
   client.sessionsWithoutRecords = row.integer(6);
-  client.handedDown = row.integer(7) != 0;
+  client.delivered = row.integer(7) != 0;
   if (!row.isNull(8)) client.lastSession = Date{row.real(8)};
   client.restorePending = row.integer(9) != 0;
   client.cancelled = row.integer(10) != 0;
@@ -120,7 +120,7 @@ void ClientTable::finishSession(const ClientState& after) {
             " without_records = ?, handed_down = ?, last_session = ? WHERE id = ?",
             "note a finished session")
         .run(after.resetPending, after.restorePending, after.syncedRevision, after.sessions,
-             after.sessionsWithoutRecords, after.handedDown, after.lastSession.value_or(Date{}).seconds,
+             after.sessionsWithoutRecords, after.delivered, after.lastSession.value_or(Date{}).seconds,
              after.id);
   });
 }
@@ -158,7 +158,7 @@ void ClientTable::setValue(std::int64_t client, const String& key, const std::op
 
 void forgetClient(TruthStore& store, std::int64_t client) {
   ClientTable(store).remove(client);
-  HandedDownFile(store.path(), client).remove();
+  JournalFile(store.path(), client).remove();
 }
 
 }  // namespace corvane::loomer

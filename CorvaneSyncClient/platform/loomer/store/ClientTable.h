@@ -20,7 +20,7 @@ struct ClientState {
   std::optional<std::int64_t> syncedRevision;  ///< the truth that its base stands for; nothing: no base yet
   std::int64_t sessions = 0;                   ///< finished ones
   std::int64_t sessionsWithoutRecords = 0;     ///< finished ones in a row that took no records
-  bool handedDown = false;                     ///< the last finished one handed something down
+  bool delivered = false;                      ///< the last finished one delivered something
   std::optional<Date> lastSession;
 };
 
@@ -57,7 +57,7 @@ class ClientTable {
   TruthStore& _store;
 };
 
-/// Takes the client out, and with it the note of what a session has handed down to it.
+/// Takes the client out, and its journal with it.
 void forgetClient(TruthStore& store, std::int64_t client);
 
 }  // namespace corvane::loomer

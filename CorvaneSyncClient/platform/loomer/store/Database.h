@@ -22,6 +22,9 @@ class LoomerStoreException : public PlatformException {
   /// About the store at `path`; `what` is wrong, a sentence without its full stop, and `remedy` says what to
   /// do.
   LoomerStoreException(const std::string& path, const std::string& what, const std::string& remedy);
+  /// With the whole reason.
+  explicit LoomerStoreException(std::string reason)
+      : PlatformException("LoomerStoreException", std::move(reason)) {}
 };
 
 /// The store's file holds something else than what the engine wrote there. Says what to do about it.

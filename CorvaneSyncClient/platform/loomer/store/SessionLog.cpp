@@ -80,21 +80,15 @@ std::int64_t SessionLog::enter(const SessionEntry& session, const std::vector<Tr
   Database& database = _store.database();
   database
       .query(
-          "INSERT INTO sessions(client, began, mode, revision, taken, changed, handed_down)"
-          " VALUES(?, ?, ?, ?, ?, ?, ?)",
+          "INSERT INTO sessions(client, began, ended, mode, revision, taken, changed, handed_down, refused)"
+          " VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
           kWriteLog)
-      .run(session.client, session.began.seconds, session.mode, session.revision, session.taken,
-           session.changed, session.handedDown);
+      .run(session.client, session.began.seconds, session.ended.seconds, session.mode, session.revision,
+           session.taken, session.changed, session.delivered, session.refused);
   const std::int64_t id = database.lastInsertedRow();
   enterChanges(database, id, changes, contents);
   enterLosses(database, id, losses);
   return id;
-}
-
-void SessionLog::finish(std::int64_t session, Date ended, std::size_t refused) {
-  _store.database()
-      .query("UPDATE sessions SET ended = ?, refused = ? WHERE id = ?", kWriteLog)
-      .run(ended.seconds, refused, session);
 }
 
 bool SessionLog::isPruned(std::int64_t session) {

@@ -28,12 +28,12 @@ struct SessionEntry {
   String client;  ///< its identifier; the client may be unregistered since
   Date began;
   Date ended;
-  int mode = 0;                ///< a SessionKind
-  std::int64_t revision = 0;   ///< of the truth after it
-  std::size_t taken = 0;       ///< records that the client pushed
-  std::size_t changed = 0;     ///< records of the truth that it changed
-  std::size_t handedDown = 0;  ///< changes that the client was to take
-  std::size_t refused = 0;     ///< of those, how many it did not: refused, ignored, or hanging on such a one
+  int mode = 0;               ///< a SessionKind
+  std::int64_t revision = 0;  ///< of the truth after it
+  std::size_t taken = 0;      ///< records that the client pushed
+  std::size_t changed = 0;    ///< records of the truth that it changed
+  std::size_t delivered = 0;  ///< changes for the client
+  std::size_t refused = 0;    ///< of those, how many it did not: refused, ignored or withheld
 };
 
 /// One side of a logged change.
@@ -68,8 +68,6 @@ class SessionLog {
   /// number.
   std::int64_t enter(const SessionEntry& session, const std::vector<TruthChange>& changes,
                      const std::vector<Loss>& losses, ContentRows& contents);
-  /// Notes the end of a session that was entered.
-  void finish(std::int64_t session, Date ended, std::size_t refused);
 
   /// Whether the session was in the log and is dropped.
   bool isPruned(std::int64_t session);

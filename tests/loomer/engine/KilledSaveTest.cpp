@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "CorvaneSyncClient/platform/loomer/store/HandedDownFile.h"
+#include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "tests/loomer/engine/EngineFixture.h"
 
 namespace corvane {
@@ -19,7 +19,7 @@ class KilledSave : public EngineTest {
     b->sync();
   }
 
-  /// What the session noted stands beside a store that knows nothing of the session.
+  /// The session's journal stands beside a store that knows nothing of the session.
   void syncKilledAfterSaving(ScriptedClient& client) {
     close();
     const fs::path directory = fs::path(storePath).parent_path();
@@ -28,7 +28,7 @@ class KilledSave : public EngineTest {
     reopen();
     client.onCall = [&](const std::string& call) {
       if (call != "will finish") return;
-      for (const auto& each : notes()) {
+      for (const auto& each : journals()) {
         fs::copy_file(each, copy / each.filename(), fs::copy_options::overwrite_existing);
       }
     };
@@ -50,10 +50,10 @@ class KilledSave : public EngineTest {
     client.children = children;
   }
 
-  std::vector<fs::path> notes() const {
+  std::vector<fs::path> journals() const {
     std::vector<fs::path> found;
     for (const auto& each : fs::directory_iterator(fs::path(storePath).parent_path())) {
-      if (each.path().filename().string().starts_with("HandedDown-")) found.push_back(each.path());
+      if (each.path().filename().string().starts_with("Journal-")) found.push_back(each.path());
     }
     return found;
   }
@@ -61,28 +61,28 @@ class KilledSave : public EngineTest {
   std::unique_ptr<ScriptedClient> a = makeClient("a"), b = makeClient("b");
 };
 
-TEST_F(KilledSave, LeavesANoteThatTheNextSessionClears) {
+TEST_F(KilledSave, LeavesAJournalThatTheNextSessionClears) {
   a->addBookmark("", "New", "http://new/");
   ASSERT_EQ(a->sync(), "");
   syncKilledAfterSaving(*b);
-  EXPECT_EQ(notes().size(), 1u);
-  EXPECT_EQ(fs::status(notes().at(0)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(journals().size(), 1u);
+  EXPECT_EQ(fs::status(journals().at(0)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   settle({b.get(), a.get()});
-  EXPECT_TRUE(notes().empty());
+  EXPECT_TRUE(journals().empty());
   EXPECT_EQ(b->text(), "New(http://new/)");
   EXPECT_EQ(a->text(), b->text());
 }
 
-TEST_F(KilledSave, ASessionThatEndsTakesItsNoteAlong) {
+TEST_F(KilledSave, ASessionThatEndsTakesItsJournalAlong) {
   a->addBookmark("", "New", "http://new/");
   ASSERT_EQ(a->sync(), "");
-  std::size_t noted = 0;
+  std::size_t written = 0;
   b->onCall = [&](const std::string& call) {
-    if (call == "will finish") noted = notes().size();
+    if (call == "will finish") written = journals().size();
   };
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(noted, 1u);
-  EXPECT_TRUE(notes().empty());
+  EXPECT_EQ(written, 1u);
+  EXPECT_TRUE(journals().empty());
 }
 
 TEST_F(KilledSave, AdditionThatTheUserMovedAndChangedSinceIsTheSameRecord) {
@@ -257,34 +257,37 @@ TEST_F(KilledSave, AndKilledAgainAfterSavingIsStillKnown) {
   EXPECT_EQ(a->text(), b->text());
 }
 
-TEST_F(KilledSave, NotesOfOtherSessionsAndDamagedOnesAreNotUsed) {
+TEST_F(KilledSave, JournalsOfOtherSessionsAndDamagedOnesAreNotUsed) {
   a->addBookmark("", "New", "http://new/");
   ASSERT_EQ(a->sync(), "");
   syncKilledAfterSaving(*b);
-  const fs::path note = notes().at(0);
-  const fs::path kept = note.string() + ".kept";
-  fs::copy_file(note, kept);
+  const fs::path journal = journals().at(0);
+  const fs::path kept = journal.string() + ".kept";
+  fs::copy_file(journal, kept);
   settle({b.get(), a.get()});
   b->remove(b->find("New"));
   settle({b.get(), a.get()});
-  fs::rename(kept, note);
+  fs::rename(kept, journal);
   settle({b.get(), a.get()});
   EXPECT_EQ(b->text(), "");
-  EXPECT_TRUE(notes().empty());
+  EXPECT_TRUE(journals().empty());
 
   a->addBookmark("", "Newer", "http://newer/");
   ASSERT_EQ(a->sync(), "");
-  std::ofstream(note) << "no database";
+  std::ofstream(journal) << "no property list";
+  platform.log.expectMessages({"The journal " + journal.string() +
+                               " cannot be read and is not used: plain-text property list, offset 3: text "
+                               "after the value"});
   settle({b.get(), a.get()});
   EXPECT_EQ(b->text(), "Newer(http://newer/)");
 }
 
-TEST_F(KilledSave, ItsNoteGoesWithTheRegistration) {
+TEST_F(KilledSave, ItsJournalGoesWithTheRegistration) {
   a->addBookmark("", "New", "http://new/");
   ASSERT_EQ(a->sync(), "");
   syncKilledAfterSaving(*b);
   manager().unregisterClient(*manager().clientWithIdentifier("b"));
-  EXPECT_TRUE(notes().empty());
+  EXPECT_TRUE(journals().empty());
 }
 
 TEST_F(KilledSave, RefusedChangesAreNotTakenForHeld) {

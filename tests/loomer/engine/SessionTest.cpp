@@ -352,7 +352,7 @@ TEST_F(SessionTest, LogKeepsWhoWhenWhatBeforeAndAfter) {
   EXPECT_EQ(sessions[2].client, "second");
   EXPECT_EQ(sessions[2].began, platform.clock.time);
   EXPECT_EQ(sessions[2].changed, 1u);
-  EXPECT_EQ(sessions[1].handedDown, 3u);
+  EXPECT_EQ(sessions[1].delivered, 3u);
   const auto changes = log.changes(sessions[2].id);
   ASSERT_EQ(changes.size(), 1u);
   EXPECT_EQ(changes[0].before->content.name, "B");

@@ -1,0 +1,159 @@
+#include "CorvaneSyncClient/platform/loomer/session/Delivery.h"
+
+#include <optional>
+
+#include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::loomer {
+
+namespace {
+
+class Delivering {
+ public:
+  Delivering(LoomerSessionDriverDataSource& dataSource, const RecordSchema& schema, const Plan& plan,
+             const std::unordered_map<RecordId, String>& identifiers)
+      : _dataSource(dataSource),
+        _schema(schema),
+        _changes(plan.result.clientChanges),
+        _base(plan.result.base),
+        _identifiers(identifiers) {
+    if (_identifiers.empty()) return;
+    for (const BaseRecord& each : _base) {
+      if (each.localId && !each.notHeld) _idsInUse.insert(each.localId);
+    }
+  }
+
+  void deleteAll() {
+    for (const EntitySchema& entity : _schema.entities) {
+      String error;
+      if (_dataSource.deleteAllRecordsForEntityName(entity.name, error) && !error) continue;
+      throw SessionCancelled{
+          format("The client could not delete all records of %@ to be given the agreed ones: %@. Nothing was "
+                 "changed; remove the cause and sync again.",
+                 entity.name, error ? error : String("it gave no reason"))};
+    }
+  }
+
+  Delivery deliverChanges() {
+    for (const ClientChange& change : _changes) {
+      checkTime();
+      offer(change);
+    }
+    return std::move(_delivery);
+  }
+
+ private:
+  void offer(const ClientChange& change) {
+    if (isWithheld(change)) {
+      _delivery.withheld.insert(change.record);
+      return;
+    }
+    if (isIdentifierInUse(change)) return refuse(change);
+    String localId;
+    switch (apply(change, localId)) {
+      case LoomerChangeAccepted:
+        return accept(change, localId);
+      case LoomerChangeRefused:
+      case LoomerChangeIgnored:
+        return refuse(change);
+      default:
+        cancel(change, "it answered with an error");
+    }
+  }
+
+  bool isWithheld(const ClientChange& change) const {
+    if (change.type == LoomerChangeTypeDelete) return false;
+    if (change.parent != kRoot && !localIdOf(change.parent)) return true;
+    return _refusedFolder && change.moves && change.entity == Entity::folder;
+  }
+
+  /// Absent for a folder that the client does not hold.
+  String localIdOf(RecordId folder) const {
+    const auto added = _delivery.localIds.find(folder);
+    if (added != _delivery.localIds.end()) return added->second;
+    const BaseRecord* const held = findRecord(_base, folder);
+    return held && !held->notHeld ? held->localId : String();
+  }
+
+  /// Whether another record bears the id that all computers know the new record by, as after somebody made a
+  /// folder of a bookmark.
+  bool isIdentifierInUse(const ClientChange& change) const {
+    return change.type == LoomerChangeTypeAdd && _dataSource.identifiersAreGlobal() &&
+           _idsInUse.contains(_identifiers.at(change.record));
+  }
+
+  int apply(const ClientChange& change, String& localId) {
+    const EntitySchema& schema = _schema.of(change.entity);
+    std::optional<Dictionary> record;
+    if (change.type != LoomerChangeTypeDelete) {
+      const String parent = change.parent == kRoot ? String() : localIdOf(change.parent);
+      record = recordDictionary(schema, change.content, change.position, parent);
+    }
+    const bool addition = change.type == LoomerChangeTypeAdd;
+    const String identifier = addition ? _identifiers.at(change.record) : change.localId;
+    String remapped, error;
+    const int answer = _dataSource.applyChange(LoomerChange(change.type, identifier, record), schema.name,
+                                               remapped, record ? &*record : nullptr, error);
+    if (error) cancel(change, error.toString());
+    if (addition) localId = remapped ? remapped : identifier;
+    return answer;
+  }
+
+  void accept(const ClientChange& change, const String& localId) {
+    if (change.type != LoomerChangeTypeAdd) return;
+    if (localId.empty() || localId == LoomerRootIdentifier || !_idsInUse.insert(localId).second) {
+      cancel(change, "it handed back the identifier \"" + localId.toString() + "\", which is in use");
+    }
+    _delivery.localIds.emplace(change.record, localId);
+  }
+
+  void refuse(const ClientChange& change) {
+    _delivery.refused.insert(change.record);
+    if (change.entity == Entity::folder) _refusedFolder = true;
+  }
+
+  void checkTime() const {
+    if (!(Platform::current().clock.now().seconds - _began > _timeout)) return;
+    throw SessionCancelled{
+        format("The client took longer than %.0f seconds to take the changes in. Nothing was changed; sync "
+               "again when the computer is less busy.",
+               _timeout)};
+  }
+
+  [[noreturn]] void cancel(const ClientChange& change, const std::string& what) const {
+    const char* kind = change.type == LoomerChangeTypeAdd      ? "the addition"
+                       : change.type == LoomerChangeTypeModify ? "the change"
+                                                               : "the deletion";
+    throw SessionCancelled{
+        format("The client could not take %@ of record %d (%@): %@. Nothing was changed; remove the cause "
+               "and sync again.",
+               kind, change.record, change.content.name, what)};
+  }
+
+  LoomerSessionDriverDataSource& _dataSource;
+  const RecordSchema& _schema;
+  const std::vector<ClientChange>& _changes;
+  const std::vector<BaseRecord>& _base;  // as the plan expects it
+  const std::unordered_map<RecordId, String>& _identifiers;
+  const double _timeout = _dataSource.sessionPullChangesTimeout();  // seconds
+  const double _began = Platform::current().clock.now().seconds;
+  std::unordered_set<String> _idsInUse;  // local ids, when something is added
+  bool _refusedFolder = false;
+  Delivery _delivery;
+};
+
+}  // namespace
+
+Delivery deliver(LoomerSessionDriverDataSource& dataSource, const RecordSchema& schema, const Plan& plan,
+                 const std::unordered_map<RecordId, String>& identifiers) {
+  if (!plan.delivers()) return {};
+  Delivering delivering(dataSource, schema, plan, identifiers);
+  if (plan.result.deleteAllFirst) delivering.deleteAll();
+  Delivery delivery = delivering.deliverChanges();
+  delivery.pushId = Platform::current().uuids.newUuid();
+  dataSource.willTakeChanges(delivery.pushId);
+  return delivery;
+}
+
+}  // namespace corvane::loomer

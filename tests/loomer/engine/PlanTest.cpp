@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/loomer/engine/PlannedSession.h"
+
+namespace corvane::loomer::test {
+namespace {
+
+Plan planOf(const PlannedSession& session) { return makePlan(session.opening, session.sides); }
+
+/// The record as the client holds it, for a journal.
+BaseRecord heldRecord(const PlannedSession& session, const std::string& label, const std::string& title) {
+  BaseRecord record;
+  record.localId = MergeCase::localId(label);
+  record.record = session.record(label);
+  record.content.name = String(title);
+  record.content.url = String("http://" + label);
+  return record;
+}
+
+TEST(PlanTest, MergesOverTheStoredBase) {
+  PlannedSession session({"a b", "a=A b", "b a"});
+  const Plan plan = planOf(session);
+  EXPECT_FALSE(plan.replacedBase);
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(plan)), "b a=A");
+  EXPECT_EQ(session.held(plan.result.base), "b a=A");
+}
+
+TEST(PlanTest, IsTheSameForTheSameSides) {
+  PlannedSession session({"a F(b)", "F(b a)", "F(b) a=A"});
+  const Plan once = planOf(session), twice = planOf(session);
+  EXPECT_EQ(once.result.base, twice.result.base);
+  EXPECT_EQ(once.result.truthChanges.size(), twice.result.truthChanges.size());
+}
+
+TEST(PlanTest, NothingIsPlannedWhenNothingIsNew) {
+  PlannedSession session({"a", "a", "a"});
+  const Plan plan = quietPlan(session.opening);
+  EXPECT_TRUE(plan.isQuiet());
+  EXPECT_FALSE(plan.delivers());
+  EXPECT_FALSE(planOf(session).isQuiet()) << "what is merged is not quiet, though it changes nothing";
+}
+
+TEST(PlanTest, ADeliveryThatTheClientSaysItTookIsPartOfTheBase) {
+  PlannedSession session({"a", "a=A", "a=Mine"});
+  Journal journal;
+  journal.pushId = "push";
+  journal.delivered.held = {heldRecord(session, "a", "A")};
+  session.opening.journal = journal;
+  session.sides.tookPush = true;
+  const Plan plan = planOf(session);
+  EXPECT_EQ(plan.knownPushId, "push");
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(plan)), "a=Mine");
+  EXPECT_TRUE(plan.result.losses.empty()) << "an edit over what was delivered is no conflict";
+}
+
+TEST(PlanTest, ADeliveryThatTheClientSaysItDidNotTakeIsNot) {
+  PlannedSession session({"a", "a=A", "a=Mine"});
+  Journal journal;
+  journal.pushId = "push";
+  journal.delivered.held = {heldRecord(session, "a", "A")};
+  session.opening.journal = journal;
+  session.sides.tookPush = false;
+  const Plan plan = planOf(session);
+  EXPECT_FALSE(plan.knownPushId);
+  EXPECT_EQ(plan.result.losses.size(), 1u);
+}
+
+TEST(PlanTest, AFileShowsByOneAdditionThatItTookTheDelivery) {
+  PlannedSession session({"a", "a b c", "a b"});
+  Journal journal;
+  journal.pushId = "push";
+  journal.delivered.held = {heldRecord(session, "b", "b"), heldRecord(session, "c", "c")};
+  journal.added = {MergeCase::localId("b"), MergeCase::localId("c")};
+  session.opening.journal = journal;
+  session.opening.kind = SessionKind::slow;
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(planOf(session))), "a b")
+      << "the other addition was deleted by the user";
+  session.sides.client.tree->pop_back();
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(planOf(session))), "a b c") << "it holds neither";
+}
+
+TEST(PlanTest, WhatTheClientLacksOfDeliveriesThatItDeniesWasNotDeleted) {
+  PlannedSession session({"a", "a b", "a"});
+  Journal journal;
+  journal.pushId = "push";
+  journal.knownPushId = "before";
+  journal.known.held = {heldRecord(session, "b", "b")};
+  session.opening.journal = journal;
+  session.sides.tookPush = session.sides.tookKnownPush = false;
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(planOf(session))), "a b");
+  session.sides.tookKnownPush = true;
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(planOf(session))), "a");
+}
+
+TEST(PlanTest, RecordsOfAClientWhoseIdsAreTheRecordsOwnAreMatchedByThem) {
+  PlannedSession session({"", "a=Here", ""});
+  ClientRecord pushed;
+  pushed.localId = "the id of a";
+  pushed.content.name = "There";
+  pushed.content.url = "http://there";
+  session.sides.client.tree = {pushed};
+  EXPECT_EQ(PlannedSession::truthAfter(planOf(session)).size(), 2u) << "by its content it is another one";
+  session.sides.recordsByIdentifier = {{"the id of a", session.record("a")}};
+  const Plan plan = planOf(session);
+  EXPECT_EQ(PlannedSession::truthAfter(plan).size(), 1u);
+  EXPECT_TRUE(plan.replacedBase);
+}
+
+}  // namespace
+}  // namespace corvane::loomer::test
