@@ -163,7 +163,8 @@ Sample Computer::sync(const loomer::TruthPlanner& edit) {
 Digest Computer::digest() const {
   loomer::TruthStore store(_store);
   loomer::RecordTable records(store);
-  return {_account, _number, static_cast<std::int64_t>(records.liveCount()),
+  const loomer::RecordCounts counts = records.counts();
+  return {_account, _number, static_cast<std::int64_t>(counts.folders + counts.bookmarks),
           std::hash<std::string>()(treeText(records, loomer::kRoot))};
 }
 

@@ -1,5 +1,3 @@
-#include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,6 +5,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
+#include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
 #include "tests/loomer/merge/CheckTimes.h"
 
 namespace corvane::loomer {

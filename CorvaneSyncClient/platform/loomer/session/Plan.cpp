@@ -126,8 +126,7 @@ class Planning {
     if (_sides.lost.empty()) return;
     EarlierState earlier;
     for (const HeldVersion& each : _sides.lost) earlier.changed.insert(each.record.localId);
-    const EarlierBase again =
-        baseOfEarlierState(_plan.input.base, _sides.lost, *_plan.input.client, earlier);
+    const EarlierBase again = baseOfEarlierState(_plan.input.base, _sides.lost, *_plan.input.client, earlier);
     BaseDifference unknown;
     for (const BaseRecord& each : again.records) {
       if (!each.notHeld) _plan.matched.push_back(each.record);

@@ -6,8 +6,8 @@
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "CorvaneSyncClient/platform/loomer/store/OldJournal.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
-#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
 namespace corvane::loomer {
 
