@@ -58,7 +58,7 @@ void mergeFirstSessionIntoAnEmptyTruth(benchmark::State& state) {
 }
 BENCHMARK(mergeFirstSessionIntoAnEmptyTruth)->Apply(sizes);
 
-/// Everything is matched by likeness.
+/// Everything is matched by match key.
 void mergeFirstSessionOfAnEqualTree(benchmark::State& state) {
   MergeInput input = inStep(state.range(0), 20);
   input.base.clear();

@@ -1,4 +1,4 @@
-// Any truth, any base and any client merge: the bytes become records that point anywhere, circles, missing
+// Any truth, any base and any client merge: the bytes become records that point anywhere, cycles, missing
 // parents, doubled identifiers, equal places and senseless values included, and what comes out must be sound
 // all the same.
 
@@ -143,13 +143,13 @@ void requireForest(const Records& records) {
       const auto parent = records.find(at);
       require(parent != records.end() && !parent->second.deleted, "parents exist and live");
       require(parent->second.entity == Entity::folder, "parents are folders");
-      require(++steps <= records.size(), "there are no circles");
+      require(++steps <= records.size(), "there are no cycles");
       at = parent->second.parent;
     }
   }
 }
 
-/// What the client was told to hold, by record: the changes are sound in the order of handing down.
+/// What the client was told to hold, by record: the changes are sound in the order of delivery.
 void requireClientChanges(const MergeInput& input, const MergeResult& result) {
   std::unordered_map<String, Entity> held;
   if (input.client && !result.deleteAllFirst) {
@@ -167,7 +167,7 @@ void requireClientChanges(const MergeInput& input, const MergeResult& result) {
   std::unordered_set<String> gone;
   bool bookmarksCame = false;
   for (const ClientChange& change : result.clientChanges) {
-    require(change.record > kRoot && change.localId != "Root", "the root is not handed down");
+    require(change.record > kRoot && change.localId != "Root", "the root is not delivered");
     require(told.insert(change.record).second, "one change for one record");
     bookmarksCame = bookmarksCame || change.entity == Entity::bookmark;
     require(change.entity == Entity::bookmark || !bookmarksCame, "folders come before bookmarks");
@@ -178,7 +178,7 @@ void requireClientChanges(const MergeInput& input, const MergeResult& result) {
       gone.insert(change.localId);
       continue;
     }
-    require(change.entity == Entity::bookmark || change.content.name, "no nameless folder is handed down");
+    require(change.entity == Entity::bookmark || change.content.name, "no nameless folder is delivered");
     if (change.entity == Entity::folder && change.type == LoomerChangeTypeAdd) given.insert(change.record);
     if (change.parent == kRoot || given.contains(change.parent)) continue;
     const auto parent = localIds.find(change.parent);

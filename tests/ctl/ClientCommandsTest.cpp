@@ -41,7 +41,7 @@ TEST_F(ClientCommandsTest, PlanShowsWhatTheNextSessionDeliversAndChangesNothing)
   EXPECT_EQ(contents(storePath), before);
   reopen();
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->handedDown.size(), 3u) << "what was planned is what came";
+  EXPECT_EQ(b->delivered.size(), 3u) << "what was planned is what came";
   EXPECT_EQ(ctl({"plan", "b"}).out, "Nothing waits for the client.\n");
 }
 

@@ -148,7 +148,7 @@ void ComputerSimulation::requireConverged() {
   _installation.platform.log.messages.clear();
   for (std::size_t i = 0; i < clientCount(); ++i) {
     sync(i);
-    require(client(i).handedDown.empty(), "a session with nothing new delivers something");
+    require(client(i).delivered.empty(), "a session with nothing new delivers something");
   }
   require(hub.state.now.revision == revision, "a session with nothing new changes the service");
   const std::vector<std::string>& messages = _installation.platform.log.messages;

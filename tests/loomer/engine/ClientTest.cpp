@@ -124,7 +124,7 @@ TEST_F(ClientTest, UnregisteringRemovesBaseValuesAndResetButNeverTheTruth) {
   EXPECT_EQ(number("SELECT (SELECT count(*) FROM base) + (SELECT count(*) FROM client_values)"), 0);
   EXPECT_EQ(number("SELECT count(*) FROM records WHERE id > 0"), 1);
   EXPECT_EQ(a->sync(), "") << "a new registration, without a pending reset";
-  EXPECT_TRUE(a->handedDown.empty());
+  EXPECT_TRUE(a->delivered.empty());
   EXPECT_EQ(number("SELECT count(*) FROM records WHERE id > 0"), 1) << "matched again, not doubled";
 }
 

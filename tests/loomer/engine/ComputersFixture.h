@@ -78,7 +78,7 @@ class HubTest : public EngineTest {
     ASSERT_EQ(a->sync(), "");
     ASSERT_EQ(b->sync(), "");
     EXPECT_EQ(hub.state.now.revision, revision) << "a session with nothing new changes the service";
-    EXPECT_EQ(a->client->handedDown.size() + b->client->handedDown.size(), 0u);
+    EXPECT_EQ(a->client->delivered.size() + b->client->delivered.size(), 0u);
   }
 
   /// The service fails at the first `call` from here on.

@@ -41,7 +41,7 @@ class ConvergenceTest : public EngineTest {
     for (ScriptedClient* each : {a.get(), b.get()}) {
       each->mode = LoomerSyncModeSlow;
       ASSERT_EQ(each->sync(), "");
-      EXPECT_TRUE(each->handedDown.empty());
+      EXPECT_TRUE(each->delivered.empty());
       each->mode = 0;
     }
     EXPECT_EQ(number("SELECT revision FROM truth"), revision);

@@ -7,14 +7,14 @@ namespace {
 
 using testing::ElementsAre;
 
-class HandingDownTest : public EngineTest {
+class DeliveryTest : public EngineTest {
  protected:
   void SetUp() override {
     a = makeClient("a");
     b = makeClient("b");
   }
   const LoomerChange* handed(ScriptedClient& client, const char* name) {
-    for (const LoomerChange& change : client.handedDown) {
+    for (const LoomerChange& change : client.delivered) {
       if (!change.record()) continue;
       if (change.record()->string("name") == name || change.record()->string("folder name") == name)
         return &change;
@@ -24,7 +24,7 @@ class HandingDownTest : public EngineTest {
   std::unique_ptr<ScriptedClient> a, b;
 };
 
-TEST_F(HandingDownTest, RecordsAreWhole) {
+TEST_F(DeliveryTest, RecordsAreWhole) {
   const std::string folder = a->addFolder("", "F");
   a->nodes[folder].tabGroup = true;
   a->addBookmark(folder, "A", "http://a/");
@@ -33,9 +33,9 @@ TEST_F(HandingDownTest, RecordsAreWhole) {
   a->rename(a->find("A"), "A2");
   ASSERT_EQ(a->sync(), "");
   ASSERT_EQ(b->sync(), "");
-  ASSERT_EQ(b->handedDown.size(), 1u);
-  const Dictionary& record = *b->handedDown[0].record();
-  EXPECT_EQ(b->handedDown[0].type(), LoomerChangeTypeModify);
+  ASSERT_EQ(b->delivered.size(), 1u);
+  const Dictionary& record = *b->delivered[0].record();
+  EXPECT_EQ(b->delivered[0].type(), LoomerChangeTypeModify);
   EXPECT_EQ(record.string(LoomerRecordEntityNameKey.view()), LoomerEntity_Bookmarks_Bookmark);
   EXPECT_EQ(record.string("name"), "A2");
   EXPECT_EQ(*record.find("url"), Value(Url{"http://a/"})) << "unchanged attributes are there too";
@@ -43,7 +43,7 @@ TEST_F(HandingDownTest, RecordsAreWhole) {
   EXPECT_TRUE(record.find("position"));
 }
 
-TEST_F(HandingDownTest, FoldersBearTheirPositionUnderBothNames) {
+TEST_F(DeliveryTest, FoldersBearTheirPositionUnderBothNames) {
   a->addBookmark("", "A", "http://a/");
   const std::string folder = a->addFolder("", "F");
   a->nodes[folder].tabGroup = true;
@@ -55,7 +55,7 @@ TEST_F(HandingDownTest, FoldersBearTheirPositionUnderBothNames) {
   EXPECT_FALSE(record.find("parent")) << "directly in the root";
 }
 
-TEST_F(HandingDownTest, SpecialFoldersArriveAsSpecial) {
+TEST_F(DeliveryTest, SpecialFoldersArriveAsSpecial) {
   a->addSpecial("Bar");
   a->addSpecial("Menu");
   a->addBookmark(a->find("Bar"), "A", "http://a/");
@@ -65,7 +65,7 @@ TEST_F(HandingDownTest, SpecialFoldersArriveAsSpecial) {
   EXPECT_EQ(b->text(), "Bar*[A(http://a/)] Menu*[]");
 }
 
-TEST_F(HandingDownTest, IdentifiersHandedBackAreUsedAsParentsFromThenOn) {
+TEST_F(DeliveryTest, IdentifiersHandedBackAreUsedAsParentsFromThenOn) {
   const std::string outer = a->addFolder("", "Outer");
   const std::string inner = a->addFolder(outer, "Inner");
   a->addBookmark(inner, "A", "http://a/");
@@ -78,7 +78,7 @@ TEST_F(HandingDownTest, IdentifiersHandedBackAreUsedAsParentsFromThenOn) {
   EXPECT_EQ(number("SELECT count(*) FROM base WHERE local_id LIKE 'b-%'"), 3);
 }
 
-TEST_F(HandingDownTest, ClientThatHandsNoIdentifierBackKeepsTheEngines) {
+TEST_F(DeliveryTest, ClientThatHandsNoIdentifierBackKeepsTheEngines) {
   a->addFolder("", "F");
   a->addBookmark(a->find("F"), "A", "http://a/");
   ASSERT_EQ(a->sync(), "");
@@ -87,7 +87,7 @@ TEST_F(HandingDownTest, ClientThatHandsNoIdentifierBackKeepsTheEngines) {
   EXPECT_EQ(b->find("F").size(), 36u) << "a UUID";
   settle({b.get(), a.get()});
   EXPECT_EQ(b->text(), "F[A(http://a/)]");
-  EXPECT_TRUE(b->handedDown.empty());
+  EXPECT_TRUE(b->delivered.empty());
 }
 
 struct Declined {
@@ -96,7 +96,7 @@ struct Declined {
   friend void PrintTo(const Declined& row, std::ostream* out) { *out << row.phrase; }
 };
 
-class DeclinedChange : public HandingDownTest, public testing::WithParamInterface<Declined> {};
+class DeclinedChange : public DeliveryTest, public testing::WithParamInterface<Declined> {};
 
 TEST_P(DeclinedChange, AdditionIsNotOfferedAgainUntilItChangesAndNeverBecomesADeletion) {
   SCOPED_TRACE(GetParam().phrase);
@@ -111,7 +111,7 @@ TEST_P(DeclinedChange, AdditionIsNotOfferedAgainUntilItChangesAndNeverBecomesADe
   b->mode = LoomerSyncModeSlow;
   ASSERT_EQ(b->sync(), "");
   ASSERT_EQ(b->sync(), "");
-  EXPECT_TRUE(b->handedDown.empty());
+  EXPECT_TRUE(b->delivered.empty());
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(a->text(), "A(http://a/) B(http://b/)")
       << "a record that a client cannot take stays in the truth";
@@ -130,10 +130,10 @@ TEST_P(DeclinedChange, ModificationIsNotOfferedAgainUntilItChanges) {
   ASSERT_EQ(a->sync(), "");
   b->answer = [&](auto&) { return GetParam().answer; };
   ASSERT_EQ(b->sync(), "");
-  ASSERT_EQ(b->handedDown.size(), 1u);
+  ASSERT_EQ(b->delivered.size(), 1u);
   b->mode = LoomerSyncModeSlow;
   ASSERT_EQ(b->sync(), "");
-  EXPECT_TRUE(b->handedDown.empty());
+  EXPECT_TRUE(b->delivered.empty());
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(a->text(), "A2(http://a/)") << "what the client still holds is no change of its own";
   b->answer = nullptr;
@@ -153,11 +153,11 @@ TEST_P(DeclinedChange, DeletionIsNotOfferedAgainAndTheRecordDoesNotComeBack) {
   ASSERT_EQ(a->sync(), "");
   b->answer = [&](auto&) { return GetParam().answer; };
   ASSERT_EQ(b->sync(), "");
-  ASSERT_EQ(b->handedDown.size(), 1u);
+  ASSERT_EQ(b->delivered.size(), 1u);
   b->mode = LoomerSyncModeSlow;
   ASSERT_EQ(b->sync(), "");
   ASSERT_EQ(b->sync(), "");
-  EXPECT_TRUE(b->handedDown.empty());
+  EXPECT_TRUE(b->delivered.empty());
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(a->text(), "B(http://b/)");
   EXPECT_EQ(number("SELECT count(*) FROM tombstones"), 1) << "a base still refers to it";
@@ -175,7 +175,7 @@ TEST_P(DeclinedChange, WhatHangsOnADeclinedFolderIsNotOffered) {
   };
   ASSERT_EQ(b->sync(), "");
   EXPECT_EQ(b->text(), "B(http://b/)");
-  EXPECT_EQ(b->handedDown.size(), 2u);
+  EXPECT_EQ(b->delivered.size(), 2u);
   EXPECT_EQ(number("SELECT handed_down FROM sessions WHERE client = 'b'"), 4);
   EXPECT_EQ(number("SELECT refused FROM sessions WHERE client = 'b'"), 3) << "one declined, two left out";
   b->answer = nullptr;
@@ -212,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(Both, DeclinedChange,
                          testing::Values(Declined{"refused", LoomerChangeRefused},
                                          Declined{"ignored", LoomerChangeIgnored}));
 
-TEST_F(HandingDownTest, RefusedMoveOutOfTheWayClosesNoCircleAtTheClient) {
+TEST_F(DeliveryTest, RefusedMoveOutOfTheWayClosesNoCycleAtTheClient) {
   const std::string outer = a->addFolder("", "Outer");
   const std::string inner = a->addFolder(outer, "Inner");
   ASSERT_EQ(a->sync(), "");
@@ -228,7 +228,7 @@ TEST_F(HandingDownTest, RefusedMoveOutOfTheWayClosesNoCircleAtTheClient) {
   EXPECT_EQ(b->text(), "Outer[Inner[]]");
 }
 
-TEST_F(HandingDownTest, PendingResetReplacesEverythingParentsFirst) {
+TEST_F(DeliveryTest, PendingResetReplacesEverythingParentsFirst) {
   const std::string folder = a->addFolder("", "F");
   a->addBookmark(folder, "A", "http://a/");
   ASSERT_EQ(a->sync(), "");
@@ -243,10 +243,10 @@ TEST_F(HandingDownTest, PendingResetReplacesEverythingParentsFirst) {
   EXPECT_EQ(number("SELECT sum(reset_pending) FROM clients"), 0);
   EXPECT_EQ(number("SELECT count(*) FROM records WHERE id > 0"), 2);
   ASSERT_EQ(b->sync(), "");
-  EXPECT_TRUE(b->handedDown.empty());
+  EXPECT_TRUE(b->delivered.empty());
 }
 
-TEST_F(HandingDownTest, FalseDeleteAllCancelsAndTheResetStaysPending) {
+TEST_F(DeliveryTest, FalseDeleteAllCancelsAndTheResetStaysPending) {
   a->addBookmark("", "A", "http://a/");
   ASSERT_EQ(a->sync(), "");
   loomer::ClientTable(store()).setResetPending(manager().clientWithIdentifier("a")->row(), true);
@@ -256,14 +256,14 @@ TEST_F(HandingDownTest, FalseDeleteAllCancelsAndTheResetStaysPending) {
   EXPECT_EQ(number("SELECT sum(reset_pending) FROM clients"), 1);
 }
 
-TEST_F(HandingDownTest, NeverHandsDownARootRecordOrANamelessFolder) {
+TEST_F(DeliveryTest, NeverDeliversARootRecordOrANamelessFolder) {
   const std::string folder = a->addFolder("", "F");
   a->nodes[folder].name = String();
   a->addBookmark(folder, "A", "http://a/");
   a->addBookmark("", "B", "http://b/");
   ASSERT_EQ(a->sync(), "");
   ASSERT_EQ(b->sync(), "");
-  for (const LoomerChange& change : b->handedDown) {
+  for (const LoomerChange& change : b->delivered) {
     EXPECT_NE(change.recordIdentifier(), "Root");
     EXPECT_TRUE(change.record()->string("name"));
   }

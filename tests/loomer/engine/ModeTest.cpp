@@ -49,7 +49,7 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"a base just within the truth's memory", 1, client(3), truth, SessionKind::fast},
       {"a base newer than the truth", 2, client(6), truth, SessionKind::refresh},
       {"the session before handed something down", 1, client(5, 0, true), truth, SessionKind::slow},
-      {"refresh stays refresh after a session that handed down", 3, client(5, 0, true), truth,
+      {"refresh stays refresh after a session that delivered", 3, client(5, 0, true), truth,
        SessionKind::refresh},
       {"nineteen sessions without records", 1, client(5, 19), truth, SessionKind::slow},
       {"eighteen sessions without records", 1, client(5, 18), truth, SessionKind::fast},
@@ -89,7 +89,7 @@ TEST_F(ModeSessionTest, EveryTwentiethSessionInARowWithoutRecordsIsSlow) {
   }
 }
 
-TEST_F(ModeSessionTest, FastSessionWithSomethingToHandDownAsksForTheRecordsToo) {
+TEST_F(ModeSessionTest, FastSessionWithSomethingToDeliverAsksForTheRecordsToo) {
   const auto a = makeClient("a"), b = makeClient("b");
   a->addBookmark("", "A", "http://a/");
   ASSERT_EQ(a->sync(), "");

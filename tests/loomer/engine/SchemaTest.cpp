@@ -47,9 +47,9 @@ TEST_F(SchemaTest, TheSchemaDeclaresTheRecordKeys) {
 TEST_F(SchemaTest, TextsOfRecordsAreWellFormedBothWays) {
   const loomer::EntitySchema schema = real().of(Entity::bookmark);
   const loomer::Content content{"cut \xED\xA0\xBD", "http://\xED\xB8\x80/\xFF", false, false};
-  const Dictionary handedDown = recordDictionary(schema, content, 0, {});
-  EXPECT_EQ(handedDown.string(schema.nameKey.view()), "cut \uFFFD");
-  EXPECT_EQ(*handedDown.find(schema.urlKey), Value(Url{"http://\uFFFD/\uFFFD"}));
+  const Dictionary delivered = recordDictionary(schema, content, 0, {});
+  EXPECT_EQ(delivered.string(schema.nameKey.view()), "cut \uFFFD");
+  EXPECT_EQ(*delivered.find(schema.urlKey), Value(Url{"http://\uFFFD/\uFFFD"}));
   const loomer::ClientRecord taken = clientRecord(
       schema, "1", Dictionary{{schema.nameKey, content.name}, {schema.urlKey, Url{content.url}}});
   EXPECT_EQ(taken.content.name, "cut \uFFFD");

@@ -109,7 +109,7 @@ std::string ScriptedClient::sync() {
   const auto driver = LoomerSessionDriver::sessionDriverWithDataSource(*this);
   driver->_setClient(set);
   calls.clear();
-  handedDown.clear();
+  delivered.clear();
   _mapped.clear();
   _sent.clear();
   _savedNodes = nodes;
@@ -219,7 +219,7 @@ int ScriptedClient::applyChange(const LoomerChange& change, const String& entity
     name = known->second.name.toString();
   }
   note(kNames[change.type()] + name);
-  handedDown.push_back(change);
+  delivered.push_back(change);
   const int result = answer ? answer(change) : static_cast<int>(LoomerChangeAccepted);
   if (result != LoomerChangeAccepted) return result;
   std::string id = change.recordIdentifier().toString();

@@ -71,7 +71,7 @@ class ScriptedClient : public LoomerSessionDriverDataSource {
   LoomerClient* set = nullptr;  ///< given to `_setClient`
 
   std::vector<std::string> calls;  ///< of the last session
-  std::vector<LoomerChange> handedDown;
+  std::vector<LoomerChange> delivered;
   LoomerClient* sessionClient = nullptr;
 
   String clientIdentifier() override;

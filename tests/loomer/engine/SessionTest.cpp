@@ -33,9 +33,9 @@ TEST_F(SessionTest, CallsTheDataSourceInOrder) {
                                         "records folders", "records bookmarks", "did pull", "will finish"));
 }
 
-TEST_F(SessionTest, FirstSessionIntoAnEmptyTruthHandsNothingDown) {
+TEST_F(SessionTest, FirstSessionIntoAnEmptyTruthDeliversNothing) {
   seed();
-  EXPECT_TRUE(first->handedDown.empty());
+  EXPECT_TRUE(first->delivered.empty());
   EXPECT_EQ(number("SELECT count(*) FROM records WHERE id > 0"), 3);
   EXPECT_EQ(number("SELECT count(*) FROM base"), 3);
 }

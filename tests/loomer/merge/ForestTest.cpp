@@ -11,7 +11,7 @@ namespace {
 std::vector<bool> fallenPassByPass(Parents parents, const Parents& fallbacks) {
   std::vector<bool> fallen(parents.size(), false);
   for (;;) {
-    const std::vector<Index> cycles = nodesOnCircles(parents);
+    const std::vector<Index> cycles = nodesOnCycles(parents);
     if (cycles.empty()) return fallen;
     for (const Index node : cycles) {
       if (fallbacks[node] == kNoNode || fallen[node]) continue;
@@ -50,13 +50,13 @@ TEST(OpeningCycles, LeavesWhatPassesOverAllNodesWouldLeave) {
     }
     const std::vector<bool> expected = fallenPassByPass(parents, fallbacks);
     std::vector<bool> fallen(nodes, false);
-    for (const Index node : openCircles(parents, fallbacks)) {
+    for (const Index node : breakCycles(parents, fallbacks)) {
       EXPECT_FALSE(fallen[node]) << "once";
       fallen[node] = true;
       ++opened;
     }
     ASSERT_EQ(fallen, expected) << "round " << round;
-    ASSERT_TRUE(nodesOnCircles(parents).empty()) << "round " << round;
+    ASSERT_TRUE(nodesOnCycles(parents).empty()) << "round " << round;
   }
   EXPECT_GT(opened, 1'000U);
 }
@@ -70,7 +70,7 @@ TEST(OpeningCycles, EachCycleClosesTheNext) {
   parents[kRootNode] = kNoNode;
   parents[1] = 2;
   for (Index node = 2; node < kNodes; ++node) fallbacks[node] = node + 1 < kNodes ? node + 1 : kRootNode;
-  const std::vector<Index> fallen = openCircles(parents, fallbacks);
+  const std::vector<Index> fallen = breakCycles(parents, fallbacks);
   EXPECT_EQ(fallen.size(), kNodes - 2U);
   EXPECT_EQ(parents[kNodes - 1], kRootNode);
 }

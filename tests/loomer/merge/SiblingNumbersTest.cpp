@@ -5,7 +5,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
-#include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
+#include "CorvaneSyncClient/platform/loomer/merge/SiblingNumbers.h"
 #include "tests/loomer/merge/CheckTimes.h"
 
 namespace corvane::loomer {
@@ -77,7 +77,7 @@ const Row kRows[] = {
     {"one child moved to the end is one change",
      {listed(1, 1, "b"), listed(2, 2, "b"), listed(0, 0, "b")},
      "1 2 3!"},
-    {"what is handed down anyway is renumbered first",
+    {"what is delivered anyway is renumbered first",
      {PlacedChild{.listed = true, .rank = 1, .number = 1, .delivered = true, .hasTitle = true, .title = "b"},
       listed(0, 0, "b")},
      "-1! 0"},

@@ -7,8 +7,8 @@
 namespace corvane {
 
 // The bookmarks schema's names as they stand in sync records. The two parent relationships share one string,
-// so that a record whose missing parent was filled in hangs where it should, whichever entity it is; all
-// others differ.
+// so that a record whose missing parent was filled in is a child of the right folder, whichever entity it is;
+// all others differ.
 extern const String LoomerDataClass_Bookmarks;
 extern const String LoomerEntity_Bookmarks_Folder;
 extern const String LoomerEntity_Bookmarks_Bookmark;

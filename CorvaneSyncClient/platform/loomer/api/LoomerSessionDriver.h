@@ -75,7 +75,7 @@ class LoomerSessionDriverDataSource {
   /// back.
   virtual void sessionDriverWillCancelSession(LoomerSessionDriver& driver) = 0;
 
-  // What a client that keeps a history of its own can tell besides. A file cannot, which the answers here
+  // What a client that keeps a history of its own can say as well. A file cannot, which the answers here
   // say.
 
   /// Whether what the client has read for this session is still what it holds, as far as it can tell. Asked
@@ -85,7 +85,7 @@ class LoomerSessionDriverDataSource {
   /// came in between; the session is then registered and its mode asked for once more. False when it cannot,
   /// which cancels the session.
   virtual bool readAgain() { return false; }
-  /// Whether the client tells every change and every deletion since it was last asked: it need never be
+  /// Whether the client reports every change and every deletion since it was last asked: it need never be
   /// looked at whole. The guard judges the deletions all the same.
   virtual bool tellsEveryChange() { return false; }
   /// Whether the client may be put back to an earlier state: what it held before is then kept for a while.
@@ -93,14 +93,14 @@ class LoomerSessionDriverDataSource {
   /// The state to which it was put back since its last session, null when it was not. The same pointer at
   /// every call.
   virtual const EarlierState* wentBackTo() { return nullptr; }
-  /// Whether the client's ids are the records' own, the same in every store: a record is met again by its id
+  /// Whether the client's ids are the records' own, the same in every store: a record is matched by its id
   /// alone, also after it was deleted, and goes by it from then on.
   virtual bool identifiersAreGlobal() { return false; }
-  /// Told before the session finishes: the changes that it handed down go by this mark.
-  virtual void willTakeChanges(const String& /*mark*/) {}
-  /// Whether the client has durably taken the changes of that mark; nothing when it cannot tell. Asked after
-  /// a session of which nobody knows how it ended.
-  virtual std::optional<bool> tookChanges(const String& /*mark*/) { return std::nullopt; }
+  /// Called before the session finishes: the changes that it delivered go by this push id.
+  virtual void willTakeChanges(const String& /*pushId*/) {}
+  /// Whether the client has durably taken the changes of that push id; nothing when it cannot tell. Asked
+  /// after a session of which nobody knows how it ended.
+  virtual std::optional<bool> tookChanges(const String& /*pushId*/) { return std::nullopt; }
 };
 
 /// Runs one session for a data source.

@@ -18,7 +18,7 @@ struct EntitySchema {
   String urlKey;       ///< absent for folders
   String tabGroupKey;  ///< absent for bookmarks
   String positionKey;
-  std::vector<String> positionAliases;  ///< further keys under which the position is handed down
+  std::vector<String> positionAliases;  ///< further keys under which the position is delivered
   String parentKey;  ///< an array of one local id; left out by records directly in the root
   std::optional<std::int32_t> specialPosition;  ///< the position by which the special folders are known
 };

@@ -26,8 +26,8 @@ class Undo {
 
   UndoPlan run(const std::vector<LoggedChange>& changes, std::int64_t revision) {
     for (const LoggedChange& change : changes) restore(change);
-    hangOnLivingFolders();
-    openCircles();
+    attachToLivingFolders();
+    breakCycles();
     settleAdditions();
     settlePlaces();
     settleSpecialFolders();
@@ -70,7 +70,7 @@ class Undo {
     record.entity = change.entity;
     record.deleted = false;
     record.content = change.before->content;
-    hang(found->second, change.before->parent, change.before->place);
+    reparent(found->second, change.before->parent, change.before->place);
   }
 
   /// The session deleted it and a later one brought it back.
@@ -81,7 +81,7 @@ class Undo {
     if (same) return;
     if (!_force) return note(now, "was brought back since and stays as it is");
     now.content = before.content;
-    hang(at, before.parent, before.place);
+    reparent(at, before.parent, before.place);
   }
 
   void restoreContent(Index at, const Content& before, const Content& after) {
@@ -109,15 +109,15 @@ class Undo {
     if (!moved && before.place == after.place) return;
     if (now.parent == before.parent && (moved || now.place == before.place)) return;  // it is back already
     const bool untouched = now.parent == after.parent && (moved || now.place == after.place);
-    if (untouched || _force) return hang(at, before.parent, before.place);
+    if (untouched || _force) return reparent(at, before.parent, before.place);
     note(now, now.parent == after.parent ? "was put elsewhere among its siblings since and stays there"
                                          : "was moved to another folder since and stays there");
   }
 
-  void hang(Index at, RecordId parent, std::int64_t place) {
+  void reparent(Index at, RecordId parent, std::int64_t place) {
     _after[at].parent = parent;
     _after[at].place = place;
-    _hung.push_back(at);
+    _reparented.push_back(at);
   }
 
   // --- 2. Every parent lives ---
@@ -153,8 +153,8 @@ class Undo {
     return above;
   }
 
-  void hangOnLivingFolders() {
-    for (const Index at : _hung) {
+  void attachToLivingFolders() {
+    for (const Index at : _reparented) {
       TruthRecord& record = _after[at];
       if (isLiveFolder(record.parent)) continue;
       record.parent = livingAbove(record.parent);
@@ -163,25 +163,25 @@ class Undo {
     }
   }
 
-  // --- 3. No circles ---
+  // --- 3. No cycles ---
 
-  std::vector<Index> circles() const {
+  std::vector<Index> cycles() const {
     Parents parents(_after.size(), kNoNode);
     for (std::size_t i = 0; i < _after.size(); ++i) {
       if (!_after[i].deleted) parents[i] = indexOf(_after[i].parent);
     }
-    return nodesOnCircles(parents);
+    return nodesOnCycles(parents);
   }
 
-  /// Takes back the moves that close circles with later moves; if others close then, all moves. Records that
+  /// Takes back the moves that close cycles with later moves; if others close then, all moves. Records that
   /// come back close none on their own: before the session they stood in one tree.
-  void openCircles() {
-    if (_hung.empty()) return;
-    const std::vector<Index> first = circles();
+  void breakCycles() {
+    if (_reparented.empty()) return;
+    const std::vector<Index> first = cycles();
     if (first.empty()) return;
     for (const Index at : first) stayWhereItIs(at);
-    if (circles().empty()) return;
-    for (const Index at : _hung) stayWhereItIs(at);
+    if (cycles().empty()) return;
+    for (const Index at : _reparented) stayWhereItIs(at);
   }
 
   void stayWhereItIs(Index at) {
@@ -193,7 +193,7 @@ class Undo {
     note(record, "stays in its folder, since its old folder lies inside it by now");
   }
 
-  // --- 4. What the session added goes, unless something else hangs on it ---
+  // --- 4. What the session added goes, unless it is the parent of something else ---
 
   void settleAdditions() {
     if (_going.empty()) return;
@@ -212,21 +212,21 @@ class Undo {
 
   void settlePlaces() {
     std::unordered_map<RecordId, std::vector<Index>> folders;
-    for (const Index at : _hung) folders.try_emplace(_after[at].parent);
+    for (const Index at : _reparented) folders.try_emplace(_after[at].parent);
     for (std::size_t i = 0; i < _after.size() && !folders.empty(); ++i) {
       if (_after[i].deleted) continue;
       const auto folder = folders.find(_after[i].parent);
       if (folder != folders.end()) folder->second.push_back(static_cast<Index>(i));
     }
-    const std::unordered_set<Index> hung(_hung.begin(), _hung.end());
-    for (auto& [parent, children] : folders) numberWhereNeeded(children, hung);
+    const std::unordered_set<Index> reparented(_reparented.begin(), _reparented.end());
+    for (auto& [parent, children] : folders) numberWhereNeeded(children, reparented);
   }
 
-  void numberWhereNeeded(std::vector<Index>& children, const std::unordered_set<Index>& hung) {
+  void numberWhereNeeded(std::vector<Index>& children, const std::unordered_set<Index>& reparented) {
     // What comes back goes before what took its place since.
     std::sort(children.begin(), children.end(), [&](Index a, Index b) {
       const auto key = [&](Index at) {
-        return std::tuple(_after[at].place, !hung.contains(at), _after[at].id);
+        return std::tuple(_after[at].place, !reparented.contains(at), _after[at].id);
       };
       return key(a) < key(b);
     });
@@ -292,7 +292,7 @@ class Undo {
   bool _force;
   std::unordered_map<RecordId, Index> _index;           // in `_after`
   std::unordered_set<Index> _going;                     // the session's additions
-  std::vector<Index> _hung;                             // what gets its old folder or place back
+  std::vector<Index> _reparented;                       // what gets its old folder or place back
   std::unordered_map<RecordId, RecordId> _livingAbove;  // of the dead folders that were asked for
   std::vector<UndoNote> _notes;
 };

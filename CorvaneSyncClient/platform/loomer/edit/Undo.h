@@ -26,7 +26,7 @@ struct UndoPlan {
 /// Each attribute on its own: what a later session changed again stays, unless `force`. What the session
 /// added goes, except folders that hold something else by now. What it deleted comes back under its old
 /// number and on its old place; where its folder is gone since, in the nearest folder above that is not.
-/// Moves that would close a circle by now are left out. On a truth that nothing else changed since, the
+/// Moves that would close a cycle by now are left out. On a truth that nothing else changed since, the
 /// result is exactly what was there before the session. Pure; O(n log n) in the number of records, without
 /// recursion.
 ///

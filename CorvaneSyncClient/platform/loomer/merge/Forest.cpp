@@ -39,7 +39,7 @@ std::vector<Index> SiblingLists::topDown() const {
   return reached;
 }
 
-std::vector<Index> nodesOnCircles(const Parents& parents) {
+std::vector<Index> nodesOnCycles(const Parents& parents) {
   std::vector<Index> found;
   std::vector<Index> walkOf(parents.size(), kNoNode);  // the node from which a walk upwards first came by
   for (std::size_t start = 0; start < parents.size(); ++start) {
@@ -61,13 +61,13 @@ std::vector<Index> nodesOnCircles(const Parents& parents) {
 
 namespace {
 
-/// One walk upwards, which goes on where it was after a circle was opened. A node whose way leads out is
-/// settled for good, since only nodes on circles change; one on a circle falls back for good. So each node
+/// One walk upwards, which goes on where it was after a cycle was opened. A node whose way leads out is
+/// settled for good, since only nodes on cycles change; one on a cycle falls back for good. So each node
 /// that can fall back is walked by once, and what lies between those never changes: it is skipped by ways
 /// that only get shorter.
-class CircleOpening {
+class CycleBreaking {
  public:
-  CircleOpening(Parents& parents, const Parents& fallbacks)
+  CycleBreaking(Parents& parents, const Parents& fallbacks)
       : _parents(parents),
         _fallbacks(fallbacks),
         _next(parents.size()),
@@ -92,7 +92,7 @@ class CircleOpening {
     Index at = unfixedFrom(start);
     while (_states[at] != State::settled) {
       if (_states[at] == State::onWay) {
-        openCircle(at);
+        breakCycle(at);
       } else {
         _states[at] = State::onWay;
         _way.push_back(at);
@@ -104,8 +104,8 @@ class CircleOpening {
     _way.clear();
   }
 
-  /// The end of the way so far, from `first` on, is the circle.
-  void openCircle(Index first) {
+  /// The end of the way so far, from `first` on, is the cycle.
+  void breakCycle(Index first) {
     Index last = kNoNode;
     while (last != first) {
       last = _way.back();
@@ -115,7 +115,7 @@ class CircleOpening {
     }
   }
 
-  /// The first node, from this one upwards, that can still fall back or hangs nowhere.
+  /// The first node, from this one upwards, that can still fall back or has no parent.
   Index unfixedFrom(Index node) {
     while (_next[node] != node) node = _next[node] = _next[_next[node]];
     return node;
@@ -131,8 +131,8 @@ class CircleOpening {
 
 }  // namespace
 
-std::vector<Index> openCircles(Parents& parents, const Parents& fallbacks) {
-  return CircleOpening(parents, fallbacks).run();
+std::vector<Index> breakCycles(Parents& parents, const Parents& fallbacks) {
+  return CycleBreaking(parents, fallbacks).run();
 }
 
 }  // namespace corvane::loomer

@@ -13,7 +13,7 @@ using Index = std::uint32_t;
 inline constexpr Index kRootNode = 0;
 inline constexpr Index kNoNode = static_cast<Index>(-1);
 
-/// For each node the node above it; kNoNode for those that hang nowhere, the root among them.
+/// The parent of each node; kNoNode for those without one, the root among them.
 using Parents = std::vector<Index>;
 
 /// The children of every node, each folder's in order, in one block of memory.
@@ -50,13 +50,13 @@ class SiblingLists {
   std::vector<Index> _children;
 };
 
-/// Every node that lies on a circle, those of one circle next to one another. O(n), without recursion.
-std::vector<Index> nodesOnCircles(const Parents& parents);
+/// Every node that lies on a cycle, those of one cycle next to one another. O(n), without recursion.
+std::vector<Index> nodesOnCycles(const Parents& parents);
 
-/// Opens every circle: each node on it that has a fallback (not kNoNode) is hung there, and so on with the
-/// circles that close then, until there is none. Answers the nodes that fell back. Nodes without a fallback,
-/// and those that fell back, must form no circle among themselves. O(n log n), without recursion, however
-/// many circles follow one another.
-std::vector<Index> openCircles(Parents& parents, const Parents& fallbacks);
+/// Breaks every cycle: each node on it that has a fallback (not kNoNode) becomes its child, and so on with
+/// the cycles that close then, until there is none. Answers the nodes that fell back. Nodes without a
+/// fallback, and those that fell back, must form no cycle among themselves. O(n log n), without recursion,
+/// however many cycles follow one another.
+std::vector<Index> breakCycles(Parents& parents, const Parents& fallbacks);
 
 }  // namespace corvane::loomer

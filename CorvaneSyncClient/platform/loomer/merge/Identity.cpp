@@ -13,39 +13,39 @@ namespace corvane::loomer {
 namespace {
 
 /// What two records must share to be taken for one.
-struct Likeness {
+struct MatchKey {
   enum class Kind : std::uint8_t { folder, bookmark, bookmarkByAddress };
   Kind kind = Kind::folder;
   String name;
   String url;
-  friend bool operator==(const Likeness&, const Likeness&) = default;
+  friend bool operator==(const MatchKey&, const MatchKey&) = default;
 };
 
-struct LikenessHash {
-  std::size_t operator()(const Likeness& likeness) const {
-    const std::size_t names = likeness.name.hash() * std::size_t{0x9E3779B97F4A7C15};
-    return names ^ (likeness.url.hash() * std::size_t{3}) ^ static_cast<std::size_t>(likeness.kind);
+struct MatchKeyHash {
+  std::size_t operator()(const MatchKey& key) const {
+    const std::size_t names = key.name.hash() * std::size_t{0x9E3779B97F4A7C15};
+    return names ^ (key.url.hash() * std::size_t{3}) ^ static_cast<std::size_t>(key.kind);
   }
 };
 
-std::optional<Likeness> exactLikeness(Entity entity, const Content& content) {
-  if (entity == Entity::folder) return Likeness{Likeness::Kind::folder, content.name, String()};
-  return Likeness{Likeness::Kind::bookmark, content.name, content.url};
+std::optional<MatchKey> exactMatchKey(Entity entity, const Content& content) {
+  if (entity == Entity::folder) return MatchKey{MatchKey::Kind::folder, content.name, String()};
+  return MatchKey{MatchKey::Kind::bookmark, content.name, content.url};
 }
 
-std::optional<Likeness> likenessByAddress(Entity entity, const Content& content) {
+std::optional<MatchKey> matchKeyByAddress(Entity entity, const Content& content) {
   if (entity == Entity::folder || !content.url) return std::nullopt;
-  return Likeness{Likeness::Kind::bookmarkByAddress, String(), content.url};
+  return MatchKey{MatchKey::Kind::bookmarkByAddress, String(), content.url};
 }
 
-std::optional<Likeness> likenessOfSpecial(Entity entity, const Content& content) {
+std::optional<MatchKey> matchKeyOfSpecial(Entity entity, const Content& content) {
   if (entity != Entity::folder || !content.special) return std::nullopt;
-  return exactLikeness(entity, content);
+  return exactMatchKey(entity, content);
 }
 
-/// Hangs everything that lies on a circle under the root.
-void cutCircles(Parents& parents) {
-  for (const Index node : nodesOnCircles(parents)) parents[node] = kRootNode;
+/// Makes everything that lies on a cycle a child of the root.
+void cutCycles(Parents& parents) {
+  for (const Index node : nodesOnCycles(parents)) parents[node] = kRootNode;
 }
 
 class Identification {
@@ -63,7 +63,7 @@ class Identification {
   }
 
  private:
-  using LikenessOf = std::optional<Likeness> (*)(Entity, const Content&);
+  using MatchKeyOf = std::optional<MatchKey> (*)(Entity, const Content&);
 
   void readTruth() {
     _trees.nodes.reserve(_input.truth.size() + 1);
@@ -85,7 +85,7 @@ class Identification {
       const bool usable = parent == kRootNode || (parent != kNoNode && _trees.nodes[parent].isLiveInTruth());
       _trees.truthParent[node] = usable ? parent : kRootNode;
     }
-    cutCircles(_trees.truthParent);
+    cutCycles(_trees.truthParent);
     _trees.truthOrder = SiblingLists(_trees.truthParent, [this](Index a, Index b) {
       const TruthRecord& left = *_trees.nodes[a].truth;
       const TruthRecord& right = *_trees.nodes[b].truth;
@@ -115,7 +115,7 @@ class Identification {
   }
 
   void readClient() {
-    hangUpHeld(readHeld());
+    placeHeld(readHeld());
     _heldOrder = SiblingLists(_heldParent, [this](Index a, Index b) {
       return precedesAmongSiblings(heldRecord(a), heldRecord(b));
     });
@@ -148,7 +148,7 @@ class Identification {
     return byLocalId;
   }
 
-  /// A client that pushed nothing holds what its base says, as far as that hangs together.
+  /// A client that pushed nothing holds what its base says, as far as that is a tree.
   void makeRecordsOfBase() {
     for (const Index node : _trees.baseOrder.topDown()) {
       const BaseRecord* const base = _trees.nodes[node].base;
@@ -162,8 +162,8 @@ class Identification {
     }
   }
 
-  /// What hangs on nothing, on a bookmark or in a circle hangs under the root.
-  void hangUpHeld(const HeldByLocalId& byLocalId) {
+  /// What has no parent, a bookmark for its parent, or lies on a cycle becomes a child of the root.
+  void placeHeld(const HeldByLocalId& byLocalId) {
     _heldParent.assign(_trees.held.size() + 1, kRootNode);
     _heldParent[kRootNode] = kNoNode;
     for (Index held = 1; held <= lastHeld(); ++held) {
@@ -172,7 +172,7 @@ class Identification {
         _heldParent[held] = parent->second;
       }
     }
-    cutCircles(_heldParent);
+    cutCycles(_heldParent);
   }
 
   /// A folder has no address, a bookmark does not open as tabs, and special are folders in the root alone.
@@ -219,11 +219,11 @@ class Identification {
     std::vector<Index> candidates;
     const std::span<const Index> children = _trees.truthOrder.of(parent);
     if (parent == kRootNode) {
-      // There is one special folder of each title: it is met again even where the client knew it by another
+      // There is one special folder of each title: it is matched even where the client knew it by another
       // id.
       std::copy_if(children.begin(), children.end(), std::back_inserter(candidates),
                    [this](Index child) { return _trees.nodes[child].truth->content.special; });
-      matchLikeness(unknown, candidates, likenessOfSpecial);
+      matchByKey(unknown, candidates, matchKeyOfSpecial);
       candidates.clear();
     }
     std::copy_if(children.begin(), children.end(), std::back_inserter(candidates),
@@ -231,28 +231,28 @@ class Identification {
     std::vector<Index> withMissing = candidates;
     std::copy_if(children.begin(), children.end(), std::back_inserter(withMissing),
                  [this](Index child) { return _trees.nodes[child].base && !_trees.nodes[child].client; });
-    matchLikeness(unknown, withMissing, exactLikeness);
-    matchLikeness(unknown, candidates, likenessByAddress);
+    matchByKey(unknown, withMissing, exactMatchKey);
+    matchByKey(unknown, candidates, matchKeyByAddress);
   }
 
   /// Claims, in order, for each unknown record the first free candidate that is like it.
-  void matchLikeness(const std::vector<Index>& unknown, const std::vector<Index>& candidates,
-                     LikenessOf likenessOf) {
+  void matchByKey(const std::vector<Index>& unknown, const std::vector<Index>& candidates,
+                  MatchKeyOf matchKeyOf) {
     struct Queue {
       std::vector<Index> nodes;
       std::size_t next = 0;
     };
-    std::unordered_map<Likeness, Queue, LikenessHash> free;
+    std::unordered_map<MatchKey, Queue, MatchKeyHash> free;
     for (const Index node : candidates) {
       if (_trees.nodes[node].client) continue;
-      const auto likeness = likenessOf(_trees.nodes[node].entity, _trees.nodes[node].truth->content);
-      if (likeness) free[*likeness].nodes.push_back(node);
+      const auto key = matchKeyOf(_trees.nodes[node].entity, _trees.nodes[node].truth->content);
+      if (key) free[*key].nodes.push_back(node);
     }
     if (free.empty()) return;
     for (const Index held : unknown) {
       if (_nodeOfHeld[held] != kNoNode) continue;
-      const auto likeness = likenessOf(heldRecord(held).entity, heldRecord(held).content);
-      const auto found = likeness ? free.find(*likeness) : free.end();
+      const auto key = matchKeyOf(heldRecord(held).entity, heldRecord(held).content);
+      const auto found = key ? free.find(*key) : free.end();
       if (found == free.end() || found->second.next == found->second.nodes.size()) continue;
       claim(held, found->second.nodes[found->second.next++]);
     }

@@ -27,7 +27,7 @@ struct LostTurn {
 
 /// What became of a side's changes to the order: for each sibling that the side moved past others where the
 /// merge has it on their near side, one turn with the farthest of those. Turns that the side did not make,
-/// since it has the two as the base has them, are none of its losses, but for disputed siblings, on whose
+/// since it has the two as the base has them, are not among its losses, but for disputed siblings, on whose
 /// places the sides differ as a whole. Of siblings that the base does not know as few are named as explain
 /// the difference. In the side's order; O(n log n).
 std::vector<LostTurn> lostTurns(const OrderedSide& side);

@@ -7,9 +7,9 @@
 // the record says and its folder. Its place among its siblings does not: order is a relation of siblings to
 // one another, so that whoever moves one past the others has changed none of them, and which of two traded
 // places cannot even be told. A deletion on one side stands against a reorder on the other. Parents merge
-// like any value. Two moves that are harmless alone may close a circle together: then the client's moves on
-// that circle are undone, which may revive a folder or close another circle, so the step is repeated. It
-// ends: every circle holds a move of the client, since the truth alone and the client's tree alone have none,
+// like any value. Two moves that are harmless alone may close a cycle together: then the client's moves on
+// that cycle are undone, which may revive a folder or close another cycle, so the step is repeated. It
+// ends: every cycle holds a move of the client, since the truth alone and the client's tree alone have none,
 // and each pass undoes some for good.
 
 namespace corvane::loomer {
@@ -17,7 +17,7 @@ namespace {
 
 /// After so many passes every remaining move of a folder by the client is undone at once, which keeps tangles
 /// that were made on purpose from costing more than n·log n.
-constexpr int kCirclePasses = 24;
+constexpr int kCyclePasses = 24;
 
 class Structure {
  public:
@@ -33,8 +33,8 @@ class Structure {
       _chosen[node] = chooseParent(node);
     }
     reviveContents();
-    hangUp();
-    undoCircles();
+    attach();
+    undoCycles();
     for (Index node = 1; node < _trees.nodes.size(); ++node) recordLosses(node);
   }
 
@@ -112,8 +112,8 @@ class Structure {
     return _trees.input.refresh ? truth : client;
   }
 
-  /// Hangs up everything that lives by itself, and the folders above it.
-  void hangUp() {
+  /// Gives a parent to everything that lives by itself, and the folders above it.
+  void attach() {
     std::fill(_trees.parent.begin(), _trees.parent.end(), kNoNode);
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
       if (!_livesAlone[node]) continue;
@@ -126,7 +126,7 @@ class Structure {
     }
   }
 
-  /// Whether the node hangs where the client moved it, which can be undone.
+  /// Whether the node is where the client moved it, which can be undone.
   bool isClientMove(Index node) const {
     return _trees.nodes[node].isLiveInTruth() && _chosen[node] != _trees.truthParent[node];
   }
@@ -135,18 +135,18 @@ class Structure {
     if (isClientMove(node)) _chosen[node] = _trees.truthParent[node];
   }
 
-  void undoCircles() {
+  void undoCycles() {
     for (int pass = 0;; ++pass) {
-      const std::vector<Index> circles = nodesOnCircles(_trees.parent);
-      if (circles.empty()) return;
-      if (pass < kCirclePasses) {
-        for (const Index node : circles) undo(node);
+      const std::vector<Index> cycles = nodesOnCycles(_trees.parent);
+      if (cycles.empty()) return;
+      if (pass < kCyclePasses) {
+        for (const Index node : cycles) undo(node);
       } else {
         for (Index node = 1; node < _trees.nodes.size(); ++node) {
           if (_trees.nodes[node].entity == Entity::folder) undo(node);
         }
       }
-      hangUp();
+      attach();
     }
   }
 

@@ -32,7 +32,8 @@ struct Node {
   bool changed = false;                ///< the truth's record is new or becomes different
   const TruthRecord* truth = nullptr;  ///< live or tombstone; none for what only the client has
   const BaseRecord* base = nullptr;  ///< what the client held after its last session; none if it held nothing
-  const BaseRecord* notHeld = nullptr;  ///< the base's note that the client was offered the record in vain
+  const BaseRecord* notHeld =
+      nullptr;  ///< the base's note that the client was offered the record and does not hold it
   const ClientRecord* client = nullptr;
   Content content;         ///< after the merge
   std::int64_t place = 0;  ///< after the merge
@@ -70,8 +71,8 @@ void mergeContents(Trees& trees);
 void mergeOrders(Trees& trees);
 /// Numbers siblings in the truth and writes down what changes there.
 void changeTruth(Trees& trees, MergeResult& result);
-/// Writes down what the client is told and what it holds afterwards.
-void handOut(const Trees& trees, MergeResult& result);
+/// Writes the changes for the client, and what it holds afterwards.
+void diffClient(const Trees& trees, MergeResult& result);
 
 /// What the client says a record is. A folder without a name and a bookmark without an address were not
 /// readable at the client, which cannot clear these two either: both count as not sent, and the value known

@@ -10,13 +10,13 @@ namespace corvane::loomer {
 /// remembers all that happened since, and it is not from a future that this store has not seen.
 bool isBaseUsable(const ClientState& client, const TruthState& truth);
 
-/// The kind of the client's next session. `preferredMode` is the strongest LoomerSyncMode asked for; a number
-/// that is none counts as refresh, in which nothing is ever deleted for being missing. `tellsEveryChange`:
+/// The kind of the client's next session. `preferredMode` is the strongest LoomerSyncMode asked for; any
+/// other number counts as refresh, in which nothing is ever deleted for being missing. `tellsEveryChange`:
 /// the client need never be looked at whole.
 SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
                         bool tellsEveryChange);
 
-/// Whether a fast session of this client may have something to hand down.
+/// Whether a fast session of this client may have something to deliver.
 bool mayHaveNews(const ClientState& client, const TruthState& truth);
 
 }  // namespace corvane::loomer

@@ -30,7 +30,7 @@ class BaseTable {
   std::optional<BaseRecord> find(std::int64_t client, RecordId record);
   /// How many records the client held when its last session ended.
   std::size_t heldCount(std::int64_t client);
-  /// How many records the client was offered in vain.
+  /// How many records the client was offered and does not hold.
   std::size_t notHeldCount(std::int64_t client);
   /// Makes `after` the client's base at the end of its session of that number, in the open transaction;
   /// writes only what differs from `before`, both by ascending record. What it held before is kept where
@@ -50,7 +50,7 @@ class BaseTable {
   /// Drops what the client did not hold any more at the end of that session, in the open transaction, and the
   /// oldest of the rest where there is more than `most`.
   void forgetFormer(std::int64_t client, std::int64_t session, std::size_t most);
-  /// Has what the client was offered in vain offered to it once more.
+  /// Has what the client refused offered to it once more.
   void offerAgain(std::int64_t client);
 
  private:

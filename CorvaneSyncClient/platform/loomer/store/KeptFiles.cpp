@@ -35,7 +35,7 @@ std::string componentOf(const String& identifier) {
   return "long-" + std::to_string(sipHash({}, identifier.view()));
 }
 
-/// What a copy's name tells: "NUMBER-ENTRIES-DIGEST.plist", numbered in the order in which they were kept,
+/// What a copy's name says: "NUMBER-ENTRIES-DIGEST.plist", numbered in the order in which they were kept,
 /// whatever the clock said.
 struct Name {
   std::uint64_t number = 0;
@@ -55,7 +55,7 @@ bool takeNumber(std::string_view& text, Number& number) {
   return true;
 }
 
-/// Nothing for a file that is none of the copies.
+/// Nothing for a file that is not one of the copies.
 std::optional<Name> nameOf(std::string_view text) {
   Name name;
   if (!text.ends_with(kSuffix)) return std::nullopt;

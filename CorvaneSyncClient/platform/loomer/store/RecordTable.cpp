@@ -201,7 +201,7 @@ void RecordTable::apply(const std::vector<TruthChange>& changes, std::int64_t re
   for (const TruthChange& change : changes) {
     last = std::max(last, change.after.id);
     if (change.after.deleted) {
-      bury(change, contents);
+      makeTombstone(change, contents);
     } else {
       place(change, contents);
     }
@@ -221,7 +221,7 @@ void RecordTable::park(const std::vector<TruthChange>& changes) {
   }
 }
 
-void RecordTable::bury(const TruthChange& change, ContentRows& contents) {
+void RecordTable::makeTombstone(const TruthChange& change, ContentRows& contents) {
   const TruthRecord& after = change.after;
   const ContentId content = contents.row(after.id, after.content);
   Database& database = _store.database();

@@ -80,7 +80,7 @@ class RecordTable {
   String globalIdentifier(RecordId record);
   /// Every record and tombstone by that identifier.
   std::unordered_map<String, RecordId> byGlobalIdentifier();
-  /// Gives a live record the identifier that it has in other stores; a text that is no UUID is none.
+  /// Gives a live record the identifier that it has in other stores; a text that is no UUID changes nothing.
   void setGlobalIdentifier(RecordId record, const String& identifier);
   /// Gives a record or tombstone a fresh one.
   void makeGlobalIdentifier(RecordId record);
@@ -93,7 +93,7 @@ class RecordTable {
 
  private:
   void park(const std::vector<TruthChange>& changes);
-  void bury(const TruthChange& change, ContentRows& contents);
+  void makeTombstone(const TruthChange& change, ContentRows& contents);
   void place(const TruthChange& change, ContentRows& contents);
 
   TruthStore& _store;

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
+#include "CorvaneSyncClient/platform/loomer/merge/SiblingNumbers.h"
 #include "bench/Sizes.h"
 
 // The numbers that make a client list a folder in a wanted order.

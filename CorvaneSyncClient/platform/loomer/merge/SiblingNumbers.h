@@ -17,7 +17,7 @@ namespace corvane::loomer {
 
 /// One child of a folder, in the wanted order.
 struct PlacedChild {
-  /// Whether the client lists it in this folder now, so that it stays where it is unless it is handed down.
+  /// Whether the client lists it in this folder now, so that it stays where it is unless it is delivered.
   bool listed = false;
   std::uint32_t rank = 0;   ///< its place among the listed children now
   std::int32_t number = 0;  ///< before: the client's, if listed; after: the one it is to have
@@ -27,7 +27,7 @@ struct PlacedChild {
 };
 
 /// Gives the children numbers of at least `least`, such that the client lists them in the order given. Of the
-/// listed children that are not handed down for another reason the fewest possible get another number. O(n
+/// listed children that are not delivered for another reason the fewest possible get another number. O(n
 /// log n).
 void numberChildren(std::vector<PlacedChild>& children, std::int32_t least);
 

@@ -1,4 +1,4 @@
-#include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
+#include "CorvaneSyncClient/platform/loomer/merge/SiblingNumbers.h"
 
 #include <algorithm>
 #include <limits>
@@ -9,7 +9,7 @@
 
 // Which numbers can stay? Let s(i) count the pairs of neighbours up to child i that need different numbers.
 // The wanted numbers y fit exactly if y(i) - s(i) never falls, so the most numbers that can stay are a
-// longest level-or-rising subsequence of y(i) - s(i), and what lies between two of them always fits.
+// longest non-decreasing subsequence of y(i) - s(i), and what lies between two of them always fits.
 
 namespace corvane::loomer {
 namespace {
@@ -77,7 +77,7 @@ class Numbering {
       const Number level = _children[i].number - _steps[i];
       if (!_children[i].listed || level < _least || level > kGreatest - _steps.back()) continue;
       levels.push_back(level);
-      // One that is handed down anyway costs nothing more when it is renumbered.
+      // One that is delivered anyway costs nothing more when it is renumbered.
       weights.push_back(_children[i].delivered ? 1 : _children.size() + 1);
       candidates.push_back(i);
     }

@@ -1,14 +1,14 @@
 #include <limits>
 #include <unordered_map>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Placement.h"
+#include "CorvaneSyncClient/platform/loomer/merge/SiblingNumbers.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
 
-// What the client is told.
+// The client's diff: what brings the client to the merged tree.
 //
 // The goal is the tree that the client will hold: the merged one less what it cannot take. Folders go first,
 // since the client sets them aside until all of them have come: deletions, which it carries out at once, then
-// everything else from the root down, so that no folder is ever hung below itself or under one that is still
+// everything else from the root down, so that no folder is ever placed below itself or in one that is still
 // to come. Then bookmarks.
 
 namespace corvane::loomer {
@@ -20,9 +20,9 @@ enum class Standing : std::uint8_t {
   refused,  ///< the client holds it and will not take the truth's version: it stays as the client has it
 };
 
-class HandOut {
+class ClientDiff {
  public:
-  HandOut(const Trees& trees, MergeResult& result) : _trees(trees), _result(result) {}
+  ClientDiff(const Trees& trees, MergeResult& result) : _trees(trees), _result(result) {}
 
   void run() {
     _result.deleteAllFirst = _trees.input.replace;
@@ -71,8 +71,8 @@ class HandOut {
     }
   }
 
-  /// Where each node will hang at the client. What stays in its place against the truth may close a circle
-  /// with what moves: that then stays too.
+  /// The parent that each node will have at the client. What stays in its place against the truth may close a
+  /// cycle with what moves: that then stays too.
   void decideGoals() {
     _goal.assign(_trees.nodes.size(), kNoNode);
     Parents fallbacks(_trees.nodes.size(), kNoNode);
@@ -82,9 +82,9 @@ class HandOut {
       _goal[node] = _trees.parent[node];
       if (_trees.nodes[node].client) fallbacks[node] = _trees.clientParent[node];
     }
-    // What cannot fall back forms no circle alone: what was refused hangs in the client's own tree, and what
-    // is new to the client, under which nothing there hangs, in the merged one.
-    for (const Index node : openCircles(_goal, fallbacks)) _standing[node] = Standing::refused;
+    // What cannot fall back forms no cycle alone: what was refused stays in the client's own tree, and what
+    // is new to the client, of which nothing there is a child, in the merged one.
+    for (const Index node : breakCycles(_goal, fallbacks)) _standing[node] = Standing::refused;
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
       if (_goal[node] != kNoNode && _standing[_goal[node]] == Standing::absent) _goal[node] = kRootNode;
     }
@@ -262,6 +262,6 @@ class HandOut {
 
 }  // namespace
 
-void handOut(const Trees& trees, MergeResult& result) { HandOut(trees, result).run(); }
+void diffClient(const Trees& trees, MergeResult& result) { ClientDiff(trees, result).run(); }
 
 }  // namespace corvane::loomer
