@@ -8,10 +8,10 @@ namespace corvane::loomerctl {
 namespace {
 
 // Deeper folders stand under one another: indentation by depth would make the file grow by its square.
-constexpr std::size_t kDeepestIndentation = 20;
+constexpr std::size_t kDeepestHtmlIndentation = 20;
 
 std::string indentation(std::size_t depth) {
-  return std::string((std::min(depth, kDeepestIndentation) + 1) * 4, ' ');
+  return std::string((std::min(depth, kDeepestHtmlIndentation) + 1) * 4, ' ');
 }
 
 // Dates are seconds since 1970 in these files.

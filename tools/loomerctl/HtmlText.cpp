@@ -10,7 +10,7 @@ namespace corvane::loomerctl {
 
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kHtmlReplacement = 0xFFFD;
 constexpr std::size_t kLongestReference = 12;
 
 // What windows-1252 has at 0x80 to 0x9F; numeric references to these code points mean the same.
@@ -69,7 +69,8 @@ std::optional<char32_t> numberedCharacter(std::string_view digits) {
   const auto [end, error] =
       std::from_chars(digits.data(), digits.data() + digits.size(), number, hexadecimal ? 16 : 10);
   if (error == std::errc::invalid_argument || end != digits.data() + digits.size()) return std::nullopt;
-  if (error != std::errc() || number == 0 || number > 0x10FFFF || isSurrogate(number)) return kReplacement;
+  if (error != std::errc() || number == 0 || number > 0x10FFFF || isSurrogate(number))
+    return kHtmlReplacement;
   return number >= 0x80 && number <= 0x9F ? kWindows1252[number - 0x80] : number;
 }
 
@@ -87,7 +88,7 @@ Utf8Step reference(std::string_view text) {
 Utf8Step characterAt(std::string_view text, std::size_t at) {
   const Utf8Step step = decodeUtf8(text, at);
   const bool isText = step && step.codePoint != 0 && !isSurrogate(step.codePoint);
-  return isText ? step : Utf8Step{kReplacement, step ? step.length : 1};
+  return isText ? step : Utf8Step{kHtmlReplacement, step ? step.length : 1};
 }
 
 // Adds the character, escaped where it has a meaning in HTML.

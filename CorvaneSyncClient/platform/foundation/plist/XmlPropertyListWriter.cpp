@@ -11,7 +11,7 @@ namespace corvane {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& cause) {
+[[noreturn]] void refuse(const std::string& cause) {
   throw PropertyListException("XML property list: " + cause);
 }
 
@@ -70,7 +70,7 @@ class XmlWriter {
   void indent() { _text.append(std::min(_open.size(), kMaximumIndent), '\t'); }
 
   void writeValue(const Value& value) {
-    if (_text.size() > kMaximumSize) fail("the text would exceed 1 GiB");
+    if (_text.size() > kMaximumSize) refuse("the text would exceed 1 GiB");
     std::visit([this](const auto& payload) { writePayload(payload); }, value.payload());
   }
 
@@ -79,11 +79,11 @@ class XmlWriter {
   void writePayload(std::uint64_t value) { writeNumber("integer", value); }
   void writePayload(double value) { writeNumber("real", value); }
   void writePayload(const String& value) { writeElement("string", value.view()); }
-  void writePayload(const Url&) { fail("a property list cannot hold a URL value"); }
+  void writePayload(const Url&) { refuse("a property list cannot hold a URL value"); }
 
   void writePayload(const Date& value) {
     const auto text = xmlTextForDate(value);
-    if (!text) fail("the " + description(value) + " lies outside the years 1 to 9999");
+    if (!text) refuse("the " + description(value) + " lies outside the years 1 to 9999");
     writeElement("date", *text);
   }
 
@@ -131,10 +131,11 @@ class XmlWriter {
   void writeEscaped(std::string_view text) {
     for (std::size_t at = 0; at < text.size();) {
       const Utf8Step step = decodeUtf8(text, at);
-      if (!step) fail("text that is no UTF-8 (byte " + std::to_string(at) + " of a string)");
+      if (!step) refuse("text that is no UTF-8 (byte " + std::to_string(at) + " of a string)");
       if (!isXmlCharacter(step.codePoint)) {
-        fail("XML cannot carry the character " + std::to_string(static_cast<std::uint32_t>(step.codePoint)) +
-             " (byte " + std::to_string(at) + " of a string)");
+        refuse("XML cannot carry the character " +
+               std::to_string(static_cast<std::uint32_t>(step.codePoint)) + " (byte " + std::to_string(at) +
+               " of a string)");
       }
       switch (step.codePoint) {
         case '&':

@@ -16,8 +16,8 @@ const std::string kBase =
     "SELECT b.record, b.local_id, b.entity, b.parent, b.position, b.refused_revision, b.not_held,"
     " c.name, c.url, c.tab_group, c.special, b.content"
     " FROM base b JOIN contents c ON c.id = b.content WHERE b.client = ?";
-const std::string kEvery = kBase + " ORDER BY b.record";
-const std::string kOne = kBase + " AND b.record = ?";
+const std::string kEveryRecord = kBase + " ORDER BY b.record";
+const std::string kOneRecord = kBase + " AND b.record = ?";
 
 // What `versionsOf` reads: the same, with the sessions from and to which the client held it.
 std::string selectVersions(const std::string& versions) {
@@ -61,7 +61,7 @@ BaseRecord baseRecordOf(const Statement& row) {
 }
 
 StoredBase BaseTable::read(std::int64_t client) {
-  Statement query = _store.database().query(kEvery.c_str(), kReadBase);
+  Statement query = _store.database().query(kEveryRecord.c_str(), kReadBase);
   StoredBase base;
   query.open(client);
   while (query.next()) {
@@ -72,7 +72,7 @@ StoredBase BaseTable::read(std::int64_t client) {
 }
 
 std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) {
-  Statement query = _store.database().query(kOne.c_str(), kReadBase);
+  Statement query = _store.database().query(kOneRecord.c_str(), kReadBase);
   if (!query.open(client, record).next()) return std::nullopt;
   return baseRecordOf(query);
 }

@@ -12,8 +12,8 @@ namespace {
 const std::string kClients =
     "SELECT id, identifier, registered, reset_pending, synced_revision, sessions, without_records,"
     " handed_down, last_session, give_back_pending, cancelled FROM clients";
-const std::string kEvery = kClients + " ORDER BY identifier";
-const std::string kOne = kClients + " WHERE identifier = ?";
+const std::string kEveryClient = kClients + " ORDER BY identifier";
+const std::string kOneClient = kClients + " WHERE identifier = ?";
 
 ClientState clientOf(const Statement& row) {
   ClientState client;
@@ -34,13 +34,13 @@ ClientState clientOf(const Statement& row) {
 }  // namespace
 
 std::optional<ClientState> ClientTable::find(const String& identifier) {
-  Statement query = _store.database().query(kOne.c_str(), "read a client");
+  Statement query = _store.database().query(kOneClient.c_str(), "read a client");
   if (!query.open(identifier).next()) return std::nullopt;
   return clientOf(query);
 }
 
 std::vector<ClientState> ClientTable::all() {
-  Statement query = _store.database().query(kEvery.c_str(), "read the clients");
+  Statement query = _store.database().query(kEveryClient.c_str(), "read the clients");
   std::vector<ClientState> clients;
   query.open();
   while (query.next()) clients.push_back(clientOf(query));

@@ -10,7 +10,7 @@ namespace corvane::loomer {
 
 namespace {
 
-constexpr std::int64_t kVersion = 1;
+constexpr std::int64_t kOldVersion = 1;
 constexpr const char* kRead = "read the journal";
 
 // The database itself, SQLite's journal of it, and the one that was being made.
@@ -57,7 +57,7 @@ std::optional<Journal> readOldJournal(const std::string& path) {
   try {
     if (access(path.c_str(), F_OK) != 0) return std::nullopt;
     Database database(path);
-    if (database.integer("PRAGMA user_version", kRead) != kVersion) return std::nullopt;
+    if (database.integer("PRAGMA user_version", kRead) != kOldVersion) return std::nullopt;
     Journal journal = readSession(database);
     journal.known = readDifference(database, true);
     journal.delivered = readDifference(database, false);

@@ -32,7 +32,7 @@ const std::string kSessions =
     " WHERE id > (SELECT pruned_session FROM truth)";
 const std::string kOldestFirst = kSessions + " ORDER BY id";
 const std::string kNewestFirst = kSessions + " ORDER BY id DESC";
-const std::string kOne = kSessions + " AND id = ?";
+const std::string kOneSession = kSessions + " AND id = ?";
 
 SessionEntry entryOf(const Statement& row) {
   const auto size = [&row](int column) { return static_cast<std::size_t>(row.integer(column)); };
@@ -131,7 +131,7 @@ void SessionLog::newestFirst(const std::function<bool(const SessionEntry&)>& tak
 }
 
 std::optional<SessionEntry> SessionLog::session(std::int64_t id) {
-  Statement query = _store.database().query(kOne.c_str(), kReadLog);
+  Statement query = _store.database().query(kOneSession.c_str(), kReadLog);
   if (!query.open(id).next()) return std::nullopt;
   return entryOf(query);
 }
