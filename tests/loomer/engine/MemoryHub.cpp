@@ -11,21 +11,21 @@ class MemoryHub::Connection : public pelto::Hub {
 
   pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>& seen) override {
     note("remote changes");
-    const State& state = _hub.state;
+    const State& service = _hub.state;
     pelto::RemoteChanges remote;
-    remote.now = state.now;
+    remote.now = service.now;
     remote.enabled = _hub.enabled;
     if (!remote.enabled) return remote;
     remote.common = newestCommon(seen);
     const bool continues = remote.common && *remote.common == seen.front();
-    remote.whole = !continues || remote.common->revision < state.forgotten;
-    for (const std::int64_t each : pelto::sampledRevisions(revisionOf(remote.common), state.now.revision)) {
-      remote.past.push_back({state.now.account, each, String(state.pushIds.at(each))});
+    remote.whole = !continues || remote.common->revision < service.forgotten;
+    for (const std::int64_t each : pelto::sampledRevisions(revisionOf(remote.common), service.now.revision)) {
+      remote.past.push_back({service.now.account, each, String(service.pushIds.at(each))});
     }
     remote.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
     remote.roomForBytes = _hub.byteLimit - static_cast<std::int64_t>(_hub.liveBytes());
-    for (const auto& [id, record] : state.records) {
-      const std::int64_t revision = state.revisions.at(id);
+    for (const auto& [id, record] : service.records) {
+      const std::int64_t revision = service.revisions.at(id);
       const bool isNew = remote.common && revision > remote.common->revision;
       const bool isTold = remote.whole ? !record.deleted || (isNew && !continues) : isNew;
       if (!isTold) continue;
@@ -37,14 +37,14 @@ class MemoryHub::Connection : public pelto::Hub {
 
   bool push(const pelto::HubPush& push) override {
     note("push");
-    State& state = _hub.state;
-    if (!(push.expected == state.now)) return false;
-    const std::int64_t revision = ++state.now.revision;
-    state.now.pushId = push.id;
-    state.pushIds[revision] = push.id.toString();
+    State& service = _hub.state;
+    if (!(push.expected == service.now)) return false;
+    const std::int64_t revision = ++service.now.revision;
+    service.now.pushId = push.id;
+    service.pushIds[revision] = push.id.toString();
     for (const pelto::HubRecord& record : push.records) {
-      state.records[record.id.toString()] = record;
-      state.revisions[record.id.toString()] = revision;
+      service.records[record.id.toString()] = record;
+      service.revisions[record.id.toString()] = revision;
     }
     note("pushed");
     return true;
@@ -57,7 +57,7 @@ class MemoryHub::Connection : public pelto::Hub {
   }
 
   bool isEnabled(const String&) override { return _hub.enabled; }
-  void setEnabled(const String&, bool enabled) override { _hub.enabled = enabled; }
+  void setEnabled(const String&, bool value) override { _hub.enabled = value; }
 
  private:
   bool isOfThePast(const pelto::HubState& seen) const {
