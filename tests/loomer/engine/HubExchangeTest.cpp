@@ -478,6 +478,23 @@ TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
   EXPECT_EQ(b->client->nodes.size(), 3u);
 }
 
+TEST_F(HubTest, AFolderMoveThatWaitsForAnAnswerOfAFullAccountGoesAtTheNextRun) {
+  const std::string folder = a->client->addFolder("", "F");
+  const std::string target = a->client->addFolder("", "G");
+  settle();
+  hub.limit = 2;
+  a->client->addFolder("", "New");
+  a->client->move(folder, target);
+  ASSERT_EQ(a->sync(), "");
+  platform.log.expectMessages(
+      {"The account at the online service is full: 1 bookmarks and folders stay on this computer"});
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(b->text(), "F[] G[]") << "the move is withheld after a refused folder change";
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(b->text(), "G[F[]]") << "though nothing changed here since";
+}
+
 TEST_F(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) {
   const std::string longest(pelto::kLongestHubRecord - 1, 'u');
   a->client->addBookmark("", "1", longest);

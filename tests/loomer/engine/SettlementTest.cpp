@@ -85,6 +85,18 @@ TEST(SettlementTest, CountsWhatTheSessionDid) {
   EXPECT_TRUE(settlement.client.delivered);
 }
 
+TEST(SettlementTest, AClientFromWhichSomethingWasWithheldIsNotUpToDate) {
+  PlannedSession session({"F() G()", "G(F())", "F() G()"});
+  const Plan plan = makePlan(session.opening, session.sides);
+  const std::int64_t now = session.opening.truth.revision;
+  EXPECT_EQ(settle(session.opening, plan, PlannedSession::delivery(plan), kNow).client.syncedRevision, now);
+  const Delivery withheld = PlannedSession::delivery(plan, {}, {session.record("F")});
+  EXPECT_EQ(settle(session.opening, plan, withheld, kNow).client.syncedRevision, now - 1);
+  session.opening.truth.forgottenRevision = now;
+  EXPECT_EQ(settle(session.opening, plan, withheld, kNow).client.syncedRevision, now)
+      << "a base older than what the truth has forgotten could not be used";
+}
+
 TEST(SettlementTest, AClientThatIsGivenEverythingAnewNeedsNoJournal) {
   PlannedSession session({"a", "a b", "a"});
   session.opening.kind = SessionKind::replace;

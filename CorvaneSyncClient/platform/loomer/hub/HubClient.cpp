@@ -98,8 +98,8 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
 void HubClient::askForPushes() {
   const auto journal = JournalFile(_store.path(), _client).read();
   if (!journal) return;
-  for (const String& mark : {journal->pushId, journal->knownPushId}) {
-    if (mark) _pushesAskedFor.emplace(mark, _hub.hasPush(mark));
+  for (const String& pushId : {journal->pushId, journal->knownPushId}) {
+    if (pushId) _pushesAskedFor.emplace(pushId, _hub.hasPush(pushId));
   }
 }
 

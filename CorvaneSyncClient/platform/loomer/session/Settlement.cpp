@@ -228,10 +228,13 @@ std::int64_t revisionAfter(const Opening& opening, const Plan& plan) {
   return plan.result.truthChanges.empty() ? opening.truth.revision : plan.input.revision;
 }
 
-ClientState clientAfter(const Opening& opening, const Plan& plan, Date now) {
+ClientState clientAfter(const Opening& opening, const Plan& plan, const Delivery& delivery, Date now) {
   ClientState client = opening.client;
   client.resetPending = client.restorePending = false;
-  client.syncedRevision = revisionAfter(opening, plan);
+  const std::int64_t revision = revisionAfter(opening, plan);
+  // For a client from which something was withheld the truth is ahead, so that its next session offers it.
+  const bool isUpToDate = delivery.withheld.empty();
+  client.syncedRevision = isUpToDate ? revision : std::max(opening.truth.forgottenRevision, revision - 1);
   ++client.sessions;
   client.sessionsWithoutRecords = plan.tookAllRecords ? 0 : client.sessionsWithoutRecords + 1;
   client.delivered = plan.delivers();
@@ -261,7 +264,7 @@ std::optional<SessionEntry> logEntry(const Opening& opening, const Plan& plan, c
 Settlement settle(const Opening& opening, const Plan& plan, const Delivery& delivery, Date now) {
   Settlement settlement;
   settlement.base = baseAfter(plan, delivery);
-  settlement.client = clientAfter(opening, plan, now);
+  settlement.client = clientAfter(opening, plan, delivery, now);
   settlement.logEntry = logEntry(opening, plan, delivery, now);
   // A client that is given everything anew is given it once more after a session that was killed.
   if (plan.delivers() && !plan.result.deleteAllFirst) {
