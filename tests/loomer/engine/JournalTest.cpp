@@ -124,7 +124,9 @@ TEST_F(JournalTest, ADamagedOneIsNotUsedAndALineSaysWhy) {
   };
   damaged(with("Version", 2), "another version");
   damaged(with("SyncedRevision", "x"), "number for the revision");
-  damaged(with("Known", Dictionary{{"Held", Array{Array{1, 2}}}, {"Gone", Array{}}}), "number of fields");
+  Array rows;
+  rows.append(Array{1, 2});
+  damaged(with("Known", Dictionary{{"Held", rows}, {"Gone", Array{}}}), "number of fields");
   damaged(with("Known", Dictionary{{"Held", Array{}}, {"Gone", Array{3, 2}}}), "out of order");
   for (const char* key : {"Version", "PushId", "Registered", "Sessions", "Known", "Delivered", "Added"}) {
     damaged(without(key), "it has no ");
