@@ -9,7 +9,7 @@ namespace {
 
 Plan planOf(const PlannedSession& session) { return makePlan(session.opening, session.sides); }
 
-/// The record as the client holds it, for a journal.
+// The record as the client holds it, for a journal.
 BaseRecord heldRecord(const PlannedSession& session, const std::string& label, const std::string& title) {
   BaseRecord record;
   record.localId = MergeCase::localId(label);
@@ -17,6 +17,16 @@ BaseRecord heldRecord(const PlannedSession& session, const std::string& label, c
   record.content.name = String(title);
   record.content.url = String("http://" + label);
   return record;
+}
+
+// A killed session has delivered the title A, and the user has changed it since.
+PlannedSession withDeliveredTitle() {
+  PlannedSession session({"a", "a=A", "a=Mine"});
+  Journal journal;
+  journal.pushId = "push";
+  journal.delivered.held = {heldRecord(session, "a", "A")};
+  session.opening.journal = journal;
+  return session;
 }
 
 TEST(PlanTest, MergesOverTheStoredBase) {
@@ -43,11 +53,7 @@ TEST(PlanTest, NothingIsPlannedWhenNothingIsNew) {
 }
 
 TEST(PlanTest, ADeliveryThatTheClientSaysItTookIsPartOfTheBase) {
-  PlannedSession session({"a", "a=A", "a=Mine"});
-  Journal journal;
-  journal.pushId = "push";
-  journal.delivered.held = {heldRecord(session, "a", "A")};
-  session.opening.journal = journal;
+  PlannedSession session = withDeliveredTitle();
   session.sides.tookPush = true;
   const Plan plan = planOf(session);
   EXPECT_EQ(plan.knownPushId, "push");
@@ -56,11 +62,7 @@ TEST(PlanTest, ADeliveryThatTheClientSaysItTookIsPartOfTheBase) {
 }
 
 TEST(PlanTest, ADeliveryThatTheClientSaysItDidNotTakeIsNot) {
-  PlannedSession session({"a", "a=A", "a=Mine"});
-  Journal journal;
-  journal.pushId = "push";
-  journal.delivered.held = {heldRecord(session, "a", "A")};
-  session.opening.journal = journal;
+  PlannedSession session = withDeliveredTitle();
   session.sides.tookPush = false;
   const Plan plan = planOf(session);
   EXPECT_FALSE(plan.knownPushId);

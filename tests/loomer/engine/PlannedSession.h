@@ -12,7 +12,7 @@ namespace corvane::loomer::test {
 /// A session as values, from trees as text. Records are called by their labels.
 class PlannedSession {
  public:
-  explicit PlannedSession(const ThreeTrees& trees) : _trees(trees), _case(trees) {
+  explicit PlannedSession(const ThreeTrees& trees) : _case(trees) {
     opening.kind = trees.refresh ? SessionKind::refresh : SessionKind::slow;
     opening.client.id = 1;
     opening.client.identifier = "client";
@@ -31,7 +31,7 @@ class PlannedSession {
   std::string held(const std::vector<BaseRecord>& base) const { return _case.held(base); }
   std::string truth(const std::vector<TruthRecord>& records) const { return _case.truth(records); }
 
-  /// The client takes every change but those of the records named, one label a word.
+  /// The client takes every change but those of the records named.
   static Delivery delivery(const Plan& plan, const std::vector<RecordId>& refused = {},
                            const std::vector<RecordId>& withheld = {}) {
     Delivery delivery;
@@ -48,6 +48,7 @@ class PlannedSession {
     return delivery;
   }
 
+  /// The truth once the plan is carried out, by ascending id.
   static std::vector<TruthRecord> truthAfter(const Plan& plan) {
     std::vector<TruthRecord> records = plan.input.truth;
     for (const TruthChange& change : plan.result.truthChanges) {
@@ -71,7 +72,6 @@ class PlannedSession {
   Sides sides;
 
  private:
-  ThreeTrees _trees;
   MergeCase _case;
 };
 
