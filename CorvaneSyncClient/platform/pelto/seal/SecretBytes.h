@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace corvane::pelto {
+
+/// Bytes that nobody else may see: between guard pages, in memory that is kept out of core dumps, wiped at
+/// the end, and locked against swapping where the system allows it (where it does not, the diagnostic log
+/// says so). Moves only.
+class SecretBytes {
+ public:
+  /// `size` zeros. Raises std::bad_alloc.
+  explicit SecretBytes(std::size_t size);
+  /// A copy of `bytes`; the caller wipes its own. Raises std::bad_alloc.
+  explicit SecretBytes(std::string_view bytes);
+  SecretBytes(SecretBytes&& other) noexcept;
+  SecretBytes& operator=(SecretBytes&& other) noexcept;
+  ~SecretBytes();
+
+  std::size_t size() const { return _size; }
+  unsigned char* data() { return _bytes; }
+  const unsigned char* data() const { return _bytes; }
+  std::string_view view() const { return {reinterpret_cast<const char*>(_bytes), _size}; }
+
+ private:
+  std::size_t _size;
+  unsigned char* _bytes;
+};
+
+/// Overwrites and empties a string through which a secret passed.
+void wipe(std::string& text);
+
+/// Readies libsodium. Whatever calls it directly does this first; repeating it costs nothing. Raises
+/// DotPeltoException when the system gives no random numbers.
+void useSodium();
+
+}  // namespace corvane::pelto
