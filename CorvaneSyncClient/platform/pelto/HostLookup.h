@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/pelto/Deadline.h"
+#include "CorvaneSyncClient/platform/system/Deadline.h"
 
 namespace corvane::pelto {
 

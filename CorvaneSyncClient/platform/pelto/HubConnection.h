@@ -9,9 +9,9 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
-#include "CorvaneSyncClient/platform/pelto/Deadline.h"
 #include "CorvaneSyncClient/platform/pelto/HubAddress.h"
 #include "CorvaneSyncClient/platform/pelto/HubValues.h"
+#include "CorvaneSyncClient/platform/system/Deadline.h"
 
 struct pg_conn;
 struct pg_result;

@@ -1,4 +1,4 @@
-#include "CorvaneSyncClient/platform/pelto/Deadline.h"
+#include "CorvaneSyncClient/platform/system/Deadline.h"
 
 #include <poll.h>
 
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 
-namespace corvane::pelto {
+namespace corvane {
 
 using std::chrono::steady_clock;
 
@@ -31,4 +31,4 @@ short awaitEvents(int descriptor, short events, Deadline deadline) {
   }
 }
 
-}  // namespace corvane::pelto
+}  // namespace corvane

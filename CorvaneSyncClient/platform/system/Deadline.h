@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstddef>
 
-namespace corvane::pelto {
+namespace corvane {
 
 /// A moment of the clock that nobody sets.
 using Deadline = std::chrono::steady_clock::time_point;
@@ -18,4 +18,4 @@ Deadline shareOf(Deadline deadline, std::size_t count);
 /// the deadline, and POLLERR where it is not possible to wait for them. Signals do not end the wait.
 short awaitEvents(int descriptor, short events, Deadline deadline);
 
-}  // namespace corvane::pelto
+}  // namespace corvane
