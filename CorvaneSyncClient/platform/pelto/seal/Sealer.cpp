@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 
 namespace corvane::pelto {
 
@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kSubkeys = 3;
 constexpr std::size_t kSubkeyBytes = crypto_kdf_BYTES_MAX / 2;
 static_assert(kSubkeyBytes == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
-static_assert(kSubkeyBytes == crypto_generichash_KEYBYTES);
+static_assert(kSubkeyBytes == kHashKeyBytes);
 static_assert(AccountKey::kBytes == crypto_kdf_KEYBYTES);
 constexpr char kContext[crypto_kdf_CONTEXTBYTES + 1] = "corvseal";
 
@@ -27,28 +27,6 @@ constexpr std::size_t kTagBytes = crypto_aead_xchacha20poly1305_ietf_ABYTES;
 constexpr std::size_t kAround = 1 + kNonceBytes + kTagBytes;
 constexpr std::size_t kPadding = 1024;
 constexpr int kCompressionLevel = 3;
-
-const unsigned char* unsignedOf(const char* bytes) { return reinterpret_cast<const unsigned char*>(bytes); }
-unsigned char* unsignedOf(char* bytes) { return reinterpret_cast<unsigned char*>(bytes); }
-
-std::string lengthPrefixed(std::string_view text) {
-  std::string bytes(sizeof(std::uint64_t), '\0');
-  storeBigEndian(bytes.data(), text.size(), sizeof(std::uint64_t));
-  return bytes += text;
-}
-
-std::string bigEndian(std::int64_t number) {
-  std::string bytes(sizeof number, '\0');
-  storeBigEndian(bytes.data(), static_cast<std::uint64_t>(number), sizeof number);
-  return bytes;
-}
-
-std::string keyedHash(std::size_t size, const unsigned char* key, std::string_view bytes) {
-  std::string hash(size, '\0');
-  crypto_generichash(unsignedOf(hash.data()), size, unsignedOf(bytes.data()), bytes.size(), key,
-                     kSubkeyBytes);
-  return hash;
-}
 
 // A zstd frame and as many zeros as make the sealed object a multiple of `kPadding`.
 std::string compressedAndPadded(std::string_view contents) {
@@ -124,14 +102,8 @@ std::string Sealer::hash(std::string_view bytes) const {
 }
 
 std::string Sealer::folder() const {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string digits;
-  for (const char byte : keyedHash(crypto_generichash_BYTES_MIN, subkey(Subkey::folders),
-                                   lengthPrefixed(_account) + bigEndian(_generation))) {
-    digits += kDigits[static_cast<unsigned char>(byte) >> 4];
-    digits += kDigits[static_cast<unsigned char>(byte) & 15];
-  }
-  return digits;
+  return hexadecimal(keyedHash(crypto_generichash_BYTES_MIN, subkey(Subkey::folders),
+                               lengthPrefixed(_account) + bigEndian(_generation)));
 }
 
 }  // namespace corvane::pelto
