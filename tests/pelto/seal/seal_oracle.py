@@ -7,11 +7,14 @@ usage: seal_oracle.py check                                                the p
        seal_oracle.py seal KEY ACCOUNT GENERATION NAME NONCE CONTENTS       hexadecimal but ACCOUNT, GENERATION and NAME
        seal_oracle.py open KEY ACCOUNT GENERATION NAME SEALED
        seal_oracle.py hash KEY BYTES | folder KEY ACCOUNT GENERATION | public SECRET
+       seal_oracle.py line KEY ACCOUNT GENERATION PLACE                    an invitation without a commit; also words
 """
 
+import base64
 import hashlib
 import struct
 import sys
+import uuid
 
 MASK = 0xFFFFFFFF
 
@@ -149,6 +152,25 @@ def x25519(scalar, u):
     return (x2 * pow(z2, prime - 2, prime) % prime).to_bytes(32, "little")
 
 
+def invitation_groups(key, account, generation, place):
+    size = 75 + len(place) + 4
+    carried = (b"\1" + struct.pack(">H", size) + key + uuid.UUID(account).bytes + generation.to_bytes(3, "big") +
+               bytes(5 + 16) + place.encode())
+    carried += hashlib.blake2b(carried, digest_size=32).digest()[:4]
+    carried += bytes(-len(carried) % 9)
+    running, groups = hashlib.blake2b(b"corvane invitation", digest_size=32), []
+    for at in range(0, len(carried), 9):
+        running.update(carried[at:at + 9])
+        groups.append(carried[at:at + 9] + running.digest()[:1])
+    return groups
+
+
+def word(number):
+    consonants, vowels = "bdfghklmnprstvxz", "aeio"
+    return (consonants[number >> 12] + vowels[number >> 10 & 3] + consonants[number >> 6 & 15] + vowels[number >> 4 & 3] +
+            consonants[number & 15])
+
+
 def check():
     """The documents' own examples."""
     text = b"Ladies and Gentlemen of the class of '99: If I could offer you only one tip for the future, sunscreen would be it."
@@ -181,6 +203,13 @@ def main():
         key, account, generation = arguments
         data = prefixed(account.encode()) + struct.pack(">q", int(generation))
         print(hashlib.blake2b(data, digest_size=16, key=subkey(raw(key), 3)).hexdigest())
+    elif command in ("line", "words"):
+        key, account, generation, place = arguments
+        groups = invitation_groups(raw(key), account, int(generation), place)
+        if command == "line":
+            print("-".join(["CORVANE"] + [base64.b32encode(each).decode() for each in groups]))
+        else:
+            print("\n".join(" ".join(map(word, struct.unpack(">5H", each))) for each in groups))
     elif command == "public":
         print(x25519(raw(arguments[0]), (9).to_bytes(32, "little")).hex())
     else:

@@ -2,7 +2,7 @@
 
 #include <sodium.h>
 
-#include <cstring>
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -22,7 +22,7 @@ SecretBytes::SecretBytes(std::size_t size) : _size(size), _bytes(nullptr) {
 }
 
 SecretBytes::SecretBytes(std::string_view bytes) : SecretBytes(bytes.size()) {
-  std::memcpy(_bytes, bytes.data(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), _bytes);
 }
 
 SecretBytes::SecretBytes(SecretBytes&& other) noexcept

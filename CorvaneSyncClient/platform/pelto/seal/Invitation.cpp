@@ -1,0 +1,192 @@
+#include "CorvaneSyncClient/platform/pelto/seal/Invitation.h"
+
+#include <sodium.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
+#include "CorvaneSyncClient/platform/pelto/seal/InvitationGroups.h"
+
+namespace corvane::pelto {
+
+namespace {
+
+constexpr std::string_view kPrefix = "corvane";
+constexpr unsigned char kForm = 1;
+constexpr std::size_t kMostText = 64 * 1024;
+
+// What an invitation carries, in this order; numbers with the most significant byte first.
+constexpr std::size_t kFormBytes = 1;
+constexpr std::size_t kLengthBytes = 2;  // of all that the invitation carries but the zeros at the end
+constexpr std::size_t kAccountBytes = 16;
+constexpr std::size_t kGenerationBytes = 3;
+constexpr std::size_t kNumberBytes = 5;
+constexpr std::size_t kFixedBytes = kFormBytes + kLengthBytes + AccountKey::kBytes + kAccountBytes +
+                                    kGenerationBytes + kNumberBytes + CommitMark::kHashBytes;
+// After them the address, then a checksum of everything.
+constexpr std::size_t kChecksumBytes = 4;
+
+[[noreturn]] void fail(const std::string& reason) { throw InvitationException(reason, false); }
+
+std::string checksum(std::string_view bytes) {
+  unsigned char hash[crypto_generichash_BYTES];
+  crypto_generichash(hash, sizeof hash, unsignedOf(bytes.data()), bytes.size(), nullptr, 0);
+  return {reinterpret_cast<const char*>(hash), kChecksumBytes};
+}
+
+class Writer {
+ public:
+  explicit Writer(std::size_t size) : _bytes(size) {}
+
+  void add(std::string_view bytes) {
+    std::copy(bytes.begin(), bytes.end(), _bytes.data() + _at);
+    _at += bytes.size();
+  }
+  void add(std::uint64_t number, std::size_t size) {
+    char bytes[sizeof number];
+    storeBigEndian(bytes, number, size);
+    add(std::string_view(bytes, size));
+  }
+  std::string_view written() const { return _bytes.view().substr(0, _at); }
+  SecretBytes finish() { return std::move(_bytes); }
+
+ private:
+  SecretBytes _bytes;
+  std::size_t _at = 0;
+};
+
+SecretBytes bytesOf(const Invitation& invitation) {
+  const auto account = uuidBytes(invitation.account);
+  const bool fits = invitation.place.size() <= kLongestInvitedAddress && account &&
+                    invitation.generation >> (8 * kGenerationBytes) == 0 &&
+                    invitation.newest.number >> (8 * kNumberBytes) == 0;
+  if (!fits)
+    throw PlatformException(NSInvalidArgumentException,
+                            "The address of the place is too long for an invitation.");
+  Writer writer(kFixedBytes + invitation.place.size() + kChecksumBytes);
+  writer.add(kForm, kFormBytes);
+  writer.add(kFixedBytes + invitation.place.size() + kChecksumBytes, kLengthBytes);
+  writer.add(invitation.key.bytes());
+  writer.add({account->data(), account->size()});
+  writer.add(static_cast<std::uint64_t>(invitation.generation), kGenerationBytes);
+  writer.add(static_cast<std::uint64_t>(invitation.newest.number), kNumberBytes);
+  std::string hash = invitation.newest.hash;
+  hash.resize(CommitMark::kHashBytes, '\0');
+  writer.add(hash);
+  writer.add(invitation.place);
+  writer.add(checksum(writer.written()));
+  return writer.finish();
+}
+
+class Reader {
+ public:
+  explicit Reader(std::string_view bytes) : _bytes(bytes) {}
+
+  std::string_view take(std::size_t size) {
+    const std::string_view taken = _bytes.substr(0, size);
+    _bytes.remove_prefix(size);
+    return taken;
+  }
+  std::int64_t number(std::size_t size) {
+    return static_cast<std::int64_t>(loadBigEndian(take(size).data(), size));
+  }
+
+ private:
+  std::string_view _bytes;
+};
+
+Invitation invitationOf(std::string_view bytes) {
+  Reader reader(bytes);
+  reader.take(kFormBytes + kLengthBytes);
+  AccountKey key(reader.take(AccountKey::kBytes));
+  UuidBytes account{};
+  std::memcpy(account.data(), reader.take(kAccountBytes).data(), kAccountBytes);
+  const std::int64_t generation = reader.number(kGenerationBytes);
+  CommitMark newest{reader.number(kNumberBytes), std::string(reader.take(CommitMark::kHashBytes))};
+  if (newest.number == 0) newest.hash.clear();
+  const std::size_t address = bytes.size() - kFixedBytes - kChecksumBytes;
+  return {std::string(reader.take(address)), uuidString(account), generation, std::move(key),
+          std::move(newest)};
+}
+
+// Whether the text is a line; else it is taken for words, which have no c.
+bool takePrefix(std::string_view& text) {
+  std::size_t matched = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (isAsciiSpace(text[at])) continue;
+    if (asciiLowerCase(text[at]) != kPrefix[matched]) return false;
+    if (++matched == kPrefix.size()) {
+      text.remove_prefix(at + 1);
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string groupText(std::size_t number) {
+  return "Group " + std::to_string(number) + " of the invitation ";
+}
+
+// How many groups an invitation has whose first ones are these.
+std::size_t wantedGroups(const SecretBytes& carried) {
+  if (carried.data()[0] != kForm) {
+    fail("The invitation is of form " + std::to_string(carried.data()[0]) +
+         ", which only a newer version can read.");
+  }
+  const std::size_t size = carried.data()[1] << 8 | carried.data()[2];
+  if (size < kFixedBytes + kChecksumBytes || size > kFixedBytes + kLongestInvitedAddress + kChecksumBytes)
+    fail(groupText(1) + "is not as it was printed.");
+  return (size + kCarriedBytes - 1) / kCarriedBytes;
+}
+
+void checkGroups(const ReadGroups& read) {
+  const std::size_t right = rightGroups(read.groups), whole = read.groups.size() / kGroupBytes;
+  if (right < whole) fail(groupText(right + 1) + "is not as it was printed.");
+  if (read.wrongGroup > 0) fail(groupText(read.wrongGroup) + "holds a character that no invitation has.");
+  if (whole == 0) throw InvitationException("There is not even a whole group of an invitation.", true);
+}
+
+}  // namespace
+
+std::string lineOf(const Invitation& invitation) {
+  std::string groups = base32Groups(groupsOf(bytesOf(invitation)));
+  std::string line;
+  line.reserve(kPrefix.size() + 1 + groups.size());
+  for (const char each : kPrefix) line += static_cast<char>(each - 'a' + 'A');
+  line += '-';
+  line += groups;
+  wipe(groups);
+  return line;
+}
+
+std::string wordsOf(const Invitation& invitation) { return wordGroups(groupsOf(bytesOf(invitation))); }
+
+Invitation invitationFrom(std::string_view text) {
+  if (text.size() > kMostText) fail("This is too long for an invitation.");
+  const bool isLine = takePrefix(text);
+  const ReadGroups read = isLine ? readBase32Groups(text) : readWordGroups(text);
+  checkGroups(read);
+  const SecretBytes carried = carriedBy(read.groups);
+  const std::size_t whole = read.groups.size() / kGroupBytes, wanted = wantedGroups(carried);
+  if (whole < wanted) {
+    throw InvitationException("The invitation is cut off after group " + std::to_string(whole) + " of " +
+                                  std::to_string(wanted) + '.',
+                              true);
+  }
+  if (whole > wanted || read.leftOver > 0) fail("Something follows after the invitation's end.");
+  const std::size_t size = carried.data()[1] << 8 | carried.data()[2];
+  const std::string_view bytes = carried.view().substr(0, size);
+  const std::string_view filling = carried.view().substr(size);
+  const std::string_view summed = bytes.substr(0, size - kChecksumBytes);
+  if (bytes.substr(summed.size()) != checksum(summed) ||
+      filling.find_first_not_of('\0') != std::string_view::npos)
+    fail("The invitation is not as it was printed.");
+  return invitationOf(bytes);
+}
+
+}  // namespace corvane::pelto
