@@ -71,27 +71,6 @@ class NotedHub : public pelto::Hub {
   Dealings& _dealings;
 };
 
-/// Stands for a client's session, which changes the truth.
-class EditingDriver : public LoomerSessionDriver {
- public:
-  EditingDriver(loomer::EmbeddedManager& manager, const loomer::TruthPlanner& edit, double& seconds)
-      : _manager(manager), _edit(edit), _seconds(seconds) {}
-
-  void _setClient(LoomerClient*) override {}
-  LoomerClient* client() override { return nullptr; }
-  bool sync() override {
-    const Stopwatch timed(_seconds);
-    if (_edit) loomer::editTruth(_manager.store(), "browser", loomer::SessionKind::slow, _edit);
-    return true;
-  }
-  String lastError() override { return {}; }
-
- private:
-  loomer::EmbeddedManager& _manager;
-  const loomer::TruthPlanner& _edit;
-  double& _seconds;
-};
-
 Kind kindOf(const Dealings& dealings) {
   if (dealings.given > 0) return Kind::edit;
   return dealings.taken > 0 ? Kind::take : Kind::quiet;
@@ -143,12 +122,15 @@ Sample Computer::sync(const loomer::TruthPlanner& edit) {
   {
     const Stopwatch timed(whole);
     loomer::EmbeddedManager manager(_store);
-    auto exchange = std::make_unique<loomer::HubExchange>(manager.clients(), [&] {
+    loomer::HubExchange exchange(manager.clients(), [&] {
       return std::make_unique<NotedHub>(std::make_unique<pelto::PostgresHub>(_url, _identifier), dealings);
     });
-    loomer::ExchangingSessionDriver driver(std::make_unique<EditingDriver>(manager, edit, edited),
-                                           std::move(exchange));
-    driver.sync();
+    exchange.takeIn();
+    if (edit) {
+      const Stopwatch timedEdit(edited);
+      loomer::editTruth(manager.store(), "browser", loomer::SessionKind::slow, edit);
+    }
+    exchange.giveChanges();
   }
   sample.kind = kindOf(dealings);
   sample.failed = _complaints.count() > complaints;

@@ -1,6 +1,5 @@
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 
-#include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -46,10 +45,8 @@ void EmbeddedManager::unregisterClient(LoomerClient& client) { _clients.unregist
 
 std::unique_ptr<LoomerSessionDriver> EmbeddedManager::sessionDriverWithDataSource(
     LoomerSessionDriverDataSource& dataSource) {
-  auto driver = std::make_unique<EmbeddedSessionDriver>(_clients, dataSource);
-  if (!_openHub) return driver;
-  return std::make_unique<ExchangingSessionDriver>(std::move(driver),
-                                                   std::make_unique<HubExchange>(_clients, _openHub));
+  auto exchange = _openHub ? std::make_unique<HubExchange>(_clients, _openHub) : nullptr;
+  return std::make_unique<EmbeddedSessionDriver>(_clients, dataSource, std::move(exchange));
 }
 
 }  // namespace corvane::loomer

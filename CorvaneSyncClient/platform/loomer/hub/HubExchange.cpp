@@ -155,15 +155,4 @@ bool HubExchange::hasChangesForHub() {
          mayHaveNews(*state, RecordTable(_clients.store()).state());
 }
 
-ExchangingSessionDriver::ExchangingSessionDriver(std::unique_ptr<LoomerSessionDriver> driver,
-                                                 std::unique_ptr<HubExchange> exchange)
-    : _driver(std::move(driver)), _exchange(std::move(exchange)) {}
-
-bool ExchangingSessionDriver::sync() {
-  _exchange->takeIn();
-  const bool succeeded = _driver->sync();
-  if (succeeded) _exchange->giveChanges();
-  return succeeded;
-}
-
 }  // namespace corvane::loomer

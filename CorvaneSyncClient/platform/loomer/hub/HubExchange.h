@@ -6,10 +6,9 @@
 #include <memory>
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
 
 namespace corvane::loomer {
-
-class ClientRegistry;
 
 /// Makes the online service's hub without connecting; null when there is no account.
 using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
@@ -21,18 +20,18 @@ using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 /// The store is locked during a push. Many changes are therefore given in several pushes, each as large as
 /// the connection carries in a few seconds. This is the only place that sizes pushes; within one, statements
 /// have a fixed size.
-class HubExchange {
+class HubExchange : public Exchange {
  public:
   /// `clients` must outlive this object.
   HubExchange(ClientRegistry& clients, HubOpener openHub);
-  ~HubExchange();
+  ~HubExchange() override;
 
   /// Takes in the remote changes that this computer has not seen, and gives one push of what the service
   /// lacks.
-  void takeIn();
+  void takeIn() override;
   /// Gives everything that the service lacks, for a minute or two at most. Does not contact it when it lacks
   /// nothing.
-  void giveChanges();
+  void giveChanges() override;
 
  private:
   enum class Outcome {
@@ -57,22 +56,6 @@ class HubExchange {
   std::size_t _mostRecords;  ///< in one push
   bool _hasMore = false;     ///< to give than the last push took
   bool _ended = false;       ///< no more exchanges: there is no account, it is switched off, or it failed
-};
-
-/// Runs a client's sessions between two exchanges with the online service.
-class ExchangingSessionDriver : public LoomerSessionDriver {
- public:
-  /// `driver` runs the sessions.
-  ExchangingSessionDriver(std::unique_ptr<LoomerSessionDriver> driver, std::unique_ptr<HubExchange> exchange);
-
-  void _setClient(LoomerClient* client) override { _driver->_setClient(client); }
-  LoomerClient* client() override { return _driver->client(); }
-  bool sync() override;
-  String lastError() override { return _driver->lastError(); }
-
- private:
-  std::unique_ptr<LoomerSessionDriver> _driver;
-  std::unique_ptr<HubExchange> _exchange;
 };
 
 }  // namespace corvane::loomer

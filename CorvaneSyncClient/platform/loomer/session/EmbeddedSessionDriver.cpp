@@ -9,8 +9,9 @@
 namespace corvane::loomer {
 
 EmbeddedSessionDriver::EmbeddedSessionDriver(ClientRegistry& clients,
-                                             LoomerSessionDriverDataSource& dataSource)
-    : _clients(clients), _dataSource(dataSource) {}
+                                             LoomerSessionDriverDataSource& dataSource,
+                                             std::unique_ptr<Exchange> exchange)
+    : _clients(clients), _dataSource(dataSource), _exchange(std::move(exchange)) {}
 
 EmbeddedSessionDriver::~EmbeddedSessionDriver() = default;
 
@@ -20,13 +21,13 @@ void EmbeddedSessionDriver::_setClient(LoomerClient* client) {
 }
 
 bool EmbeddedSessionDriver::sync() {
+  if (_exchange) _exchange->takeIn();
   _lastError = String();
   const auto schema = prepare();
   if (!schema) return false;
   Session session(_clients.store(), *this, _dataSource, *_client, *schema);
   try {
     session.run();
-    return true;
   } catch (const SessionRefused& refused) {
     rollBack();
     cancel(refused.reason() + storeRefusal(refused), session.tookLock());
@@ -45,6 +46,8 @@ bool EmbeddedSessionDriver::sync() {
                   session.tookLock());
     throw;
   }
+  if (_exchange) _exchange->giveChanges();
+  return true;
 }
 
 std::optional<RecordSchema> EmbeddedSessionDriver::prepare() {

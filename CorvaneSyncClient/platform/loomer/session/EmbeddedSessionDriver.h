@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -10,12 +11,24 @@ namespace corvane::loomer {
 
 class SessionRefused;
 
+/// What is exchanged with others around a client's session. A failure has no effect on the session.
+class Exchange {
+ public:
+  virtual ~Exchange() = default;
+  /// Before the session: changes the truth to what others have made of it.
+  virtual void takeIn() = 0;
+  /// After a session that succeeded.
+  virtual void giveChanges() = 0;
+};
+
 /// Runs sessions of the embedded engine for one data source. One transaction spans a session: whatever ends
 /// it early, the store is as it was before.
 class EmbeddedSessionDriver : public LoomerSessionDriver {
  public:
-  /// Both must outlive the driver.
-  EmbeddedSessionDriver(ClientRegistry& clients, LoomerSessionDriverDataSource& dataSource);
+  /// `clients` and `dataSource` must outlive the driver. `exchange` is null where there is nothing to
+  /// exchange.
+  EmbeddedSessionDriver(ClientRegistry& clients, LoomerSessionDriverDataSource& dataSource,
+                        std::unique_ptr<Exchange> exchange = nullptr);
   ~EmbeddedSessionDriver() override;
 
   /// A client of another engine stands for the one of the same identifier in this engine.
@@ -40,6 +53,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
 
   ClientRegistry& _clients;
   LoomerSessionDriverDataSource& _dataSource;
+  std::unique_ptr<Exchange> _exchange;
   String _identifier;  // of the client that was set; absent for the data source's own
   EmbeddedClient* _client = nullptr;
   String _lastError;
