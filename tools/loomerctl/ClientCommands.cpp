@@ -48,7 +48,7 @@ NextSession nextSession(TruthStore& store, const ClientState& client) {
   NextSession next;
   next.first = !client.syncedRevision;
   const bool tellsEveryChange = client.identifier == kHubClientIdentifier;
-  next.kind = sessionKind(LoomerSyncModeFast, client, truth, tellsEveryChange);
+  next.kind = sessionKind(SessionKind::fast, client, truth, tellsEveryChange);
   MergeInput input;
   input.truth = records.readAll().records;
   input.base = BaseTable(store).read(client.id).records;

@@ -48,7 +48,7 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"a base older than the truth's memory", 1, client(2), truth, SessionKind::refresh},
       {"a base just within the truth's memory", 1, client(3), truth, SessionKind::fast},
       {"a base newer than the truth", 2, client(6), truth, SessionKind::refresh},
-      {"the session before handed something down", 1, client(5, 0, true), truth, SessionKind::slow},
+      {"the session before delivered something", 1, client(5, 0, true), truth, SessionKind::slow},
       {"refresh stays refresh after a session that delivered", 3, client(5, 0, true), truth,
        SessionKind::refresh},
       {"nineteen sessions without records", 1, client(5, 19), truth, SessionKind::slow},
@@ -62,7 +62,7 @@ TEST(ModeTest, TheEngineRaisesTheModeWhereItMust) {
       {"no base after a cancelled session", 3, cancelled(client(std::nullopt)), truth, SessionKind::refresh},
   };
   for (const ModeRow& row : rows) {
-    EXPECT_EQ(static_cast<int>(sessionKind(row.preferred, row.client, row.truth, false)),
+    EXPECT_EQ(static_cast<int>(sessionKind(loomer::kindOfMode(row.preferred), row.client, row.truth, false)),
               static_cast<int>(row.kind))
         << row.phrase;
   }
@@ -146,8 +146,8 @@ TEST_F(ModeSessionTest, ClientWhoseBaseIsOlderThanTheTruthsMemoryRunsAsRefresh) 
 
 TEST(ModeTest, AClientThatTellsEveryChangeIsTakenAtItsWord) {
   const loomer::TruthState truth{5, 10, 3};
-  EXPECT_EQ(sessionKind(1, client(5, 19, true), truth, true), SessionKind::fast);
-  EXPECT_EQ(sessionKind(3, cancelled(client(5)), truth, true), SessionKind::refresh);
+  EXPECT_EQ(sessionKind(SessionKind::fast, client(5, 19, true), truth, true), SessionKind::fast);
+  EXPECT_EQ(sessionKind(SessionKind::refresh, cancelled(client(5)), truth, true), SessionKind::refresh);
 }
 
 }  // namespace

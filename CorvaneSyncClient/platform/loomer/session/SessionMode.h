@@ -6,14 +6,13 @@
 
 namespace corvane::loomer {
 
-/// Whether the base that the store holds for the client can be merged over: there is one, the truth still
-/// remembers all that happened since, and it is not from a future that this store has not seen.
-bool isBaseUsable(const ClientState& client, const TruthState& truth);
+/// The kind that a LoomerSyncMode asks for; refresh, in which nothing is ever deleted for being missing, for
+/// any other number.
+SessionKind kindOfMode(int syncMode);
 
-/// The kind of the client's next session. `preferredMode` is the strongest LoomerSyncMode asked for; any
-/// other number counts as refresh, in which nothing is ever deleted for being missing. `tellsEveryChange`:
-/// the client need never be looked at whole.
-SessionKind sessionKind(int preferredMode, const ClientState& client, const TruthState& truth,
+/// The kind of the client's next session. `preferred` is the strongest one asked for. `tellsEveryChange`: the
+/// client need never be looked at whole.
+SessionKind sessionKind(SessionKind preferred, const ClientState& client, const TruthState& truth,
                         bool tellsEveryChange);
 
 /// Whether a fast session of this client may have something to deliver.
