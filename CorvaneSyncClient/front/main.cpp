@@ -1,6 +1,5 @@
 #include <malloc.h>
 
-#include "CorvaneSyncClient/front/CommandLine.h"
 #include "CorvaneSyncClient/front/Commands.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 

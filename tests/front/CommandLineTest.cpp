@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "CorvaneSyncClient/front/CommandLine.h"
+#include "CorvaneSyncClient/front/Commands.h"
 
 namespace corvane {
 namespace {
