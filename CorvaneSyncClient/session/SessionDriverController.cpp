@@ -2,8 +2,10 @@
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
@@ -13,6 +15,7 @@ namespace corvane {
 namespace {
 
 const String kModDateOnLastSync = "modDateOnLastSync";
+constexpr const char* kApplyingChange = "applyChange (type = %d): called with record %@";
 
 // The stored date of the last sync; values of other types count as none.
 std::optional<Date> storedDate(LoomerSessionDriver& driver) {
@@ -25,6 +28,30 @@ std::optional<Date> storedDate(LoomerSessionDriver& driver) {
 void storeDate(LoomerSessionDriver& driver, const std::optional<Date>& date) {
   LoomerClient* client = driver.client();
   if (client) client->setObject(date ? std::optional<Value>(*date) : std::nullopt, kModDateOnLastSync);
+}
+
+// A record without a parent becomes a child of the root. A bookmark's parent is looked up under the
+// folders' key too, since both relationships have one name.
+Dictionary withParentFilledIn(const std::optional<Dictionary>& record) {
+  Dictionary filled = record.value_or(Dictionary());
+  if (!filled.array(LoomerRelationship_Bookmarks_Folder_Parent.view())) {
+    filled.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{kRootUid});
+  }
+  return filled;
+}
+
+// A collection for a trace line; nothing for an empty one, since the first change of a kind makes it.
+std::optional<Dictionary> asDictionary(const SyncRecords& records) {
+  if (records.empty()) return std::nullopt;
+  Dictionary dictionary;
+  for (const auto& record : records) dictionary.set(record.key, record.value);
+  return dictionary;
+}
+
+// A change that names no record is taken in like any other, but there is nothing to file it under.
+template <typename V>
+void fileUnder(const String& identifier, V value, OrderedMap<V>& collection) {
+  if (identifier) collection.set(identifier, std::move(value));
 }
 
 }  // namespace
@@ -76,6 +103,162 @@ Dictionary SessionDriverController::recordsForEntityName(const String& entityNam
 }
 
 Dictionary SessionDriverController::changedRecordsForEntityName(const String&, bool&, String&) { return {}; }
+
+int SessionDriverController::applyChange(const LoomerChange& change, const String& entityName,
+                                         String& remappedRecordIdentifier,
+                                         const Dictionary* /*formattedRecord*/, String& /*error*/) {
+  _bookmarksChanged = true;
+  const String& identifier = change.recordIdentifier();
+  const CorvaneBookmark* present = _currentBookmarkDictionary->find(identifier);
+  if (present && present->isIgnoredBySync()) return LoomerChangeIgnored;
+  const Dictionary record = withParentFilledIn(change.record());
+  SCLog(kApplyingChange, change.type(), record);
+
+  const bool isFolder = entityName == LoomerEntity_Bookmarks_Folder;
+  const bool isBookmark = entityName == LoomerEntity_Bookmarks_Bookmark;
+  if (isBookmark && !_postProcessedFolders) _postProcessFolders();
+  String newUid;
+  if (change.type() == LoomerChangeTypeAdd) {
+    newUid = Platform::current().uuids.newUuid();
+    remappedRecordIdentifier = newUid;
+  }
+  if (!isFolder && !isBookmark) {
+    systemLog("I was asked to apply a change: %@ for an entity I don't sync: %@", change, entityName);
+    return LoomerChangeError;
+  }
+  switch (change.type()) {
+    case LoomerChangeTypeDelete:
+      _delete(identifier, isFolder);
+      return LoomerChangeAccepted;
+    case LoomerChangeTypeModify:
+      if (isBookmark) _modifyCurrentBookmark(identifier, record);
+      fileUnder(identifier, record, isFolder ? _modifiedFolders : _modifiedBookmarks);
+      return LoomerChangeAccepted;
+    case LoomerChangeTypeAdd:
+      if (isFolder) fileUnder(identifier, newUid, _addedFolderGlobalToLocalIdMapper);
+      // A bookmark is built from any record as things are; one that were not would not be filed.
+      if (isBookmark && !CorvaneBookmarkRecord::bookmarkWithUid(newUid, record, *_currentBookmarkDictionary))
+        return LoomerChangeRefused;
+      (isFolder ? _addedFolders : _addedBookmarks).set(newUid, record);
+      return LoomerChangeAccepted;
+    default:
+      systemLog("Asked to apply a change that's not an add, modify, or delete: %@", change);
+      return LoomerChangeError;
+  }
+}
+
+// What was inside a folder stays in the map, listed by nobody.
+void SessionDriverController::_delete(const String& uid, bool isFolder) {
+  if (const CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid)) {
+    CorvaneBookmarkFolder* parent = _currentBookmarkDictionary->findFolder(bookmark->parentId());
+    if (parent) parent->removeChild(*bookmark);
+  }
+  _currentBookmarkDictionary->remove(uid);
+  (isFolder ? _deletedFolders : _deletedBookmarks).push_back(uid);
+}
+
+void SessionDriverController::_modifyCurrentBookmark(const String& uid, const Dictionary& record) {
+  CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid);
+  if (!bookmark) return;
+  if (!(bookmark->parentId() == parentInRecord(record, LoomerRelationship_Bookmarks_Bookmark_Parent))) {
+    CorvaneBookmarkFolder* parent = _currentBookmarkDictionary->findFolder(bookmark->parentId());
+    if (parent) parent->removeChild(*bookmark);
+  }
+  bookmark->updateWithVessynDictionary(record, *_currentBookmarkDictionary);
+}
+
+// Each deletion is traced as one that the engine delivers; yet none of them has the folders placed.
+bool SessionDriverController::deleteAllRecordsForEntityName(const String& entityName, String& /*error*/) {
+  SCLog("deleteAllRecordsForEntityName: %@", entityName);
+  _bookmarksChanged = true;
+  _pulledTheTruth = true;
+  const bool folders = entityName == LoomerEntity_Bookmarks_Folder;
+  if (!folders && !(entityName == LoomerEntity_Bookmarks_Bookmark)) {
+    systemLog("I was asked to delete all records for an entity I don't sync: %@", entityName);
+    return false;
+  }
+  const Dictionary record = withParentFilledIn(std::nullopt);
+  for (const String& uid : _currentBookmarkDictionary->keys()) {
+    const CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid);
+    if (uid == kRootUid || !bookmark || bookmark->isIgnoredBySync()) continue;
+    if (folders ? !bookmark->asFolder() : !bookmark->asRecord()) continue;
+    SCLog(kApplyingChange, LoomerChangeTypeDelete, record);
+    _delete(uid, folders);
+  }
+  return true;
+}
+
+void SessionDriverController::_postProcessFolders() {
+  SCLog("post-proccessing");
+  SCLog("_currentBookmarkDictionary pre-post-process %@", *_currentBookmarkDictionary);
+  _postProcessedFolders = true;
+  for (auto& folder : _addedFolders) folder.value = _localIdRemappedFolderFromRecord(folder.value);
+  for (auto& folder : _modifiedFolders) folder.value = _localIdRemappedFolderFromRecord(folder.value);
+  _fillOutAddedFoldersTopDownKeys();
+  for (const String& uid : _addedFoldersTopDownKeys) _applyHeldAsideFolder(*_addedFolders.find(uid), uid);
+  for (const auto& folder : _modifiedFolders) _applyHeldAsideFolder(folder.value, folder.key);
+  SCLog("_currentBookmarkDictionary post-post-process %@", *_currentBookmarkDictionary);
+}
+
+Dictionary SessionDriverController::_localIdRemappedFolderFromRecord(const Dictionary& record) const {
+  Dictionary remapped = record;
+  const String parent = folderParentInRecord(record);
+  if (const String* uid = parent ? _addedFolderGlobalToLocalIdMapper.find(parent) : nullptr) {
+    remapped.set(LoomerRelationship_Bookmarks_Folder_Parent, Array{*uid});
+  }
+  std::vector<Value> children;
+  if (const Array* identifiers = record.array(LoomerRelationship_Bookmarks_Folder_Children.view())) {
+    for (const Value& identifier : *identifiers) {
+      const String* uid = _addedFolderGlobalToLocalIdMapper.find(identifier.string());
+      children.push_back(uid ? Value(*uid) : identifier);
+    }
+  }
+  if (!children.empty())
+    remapped.set(LoomerRelationship_Bookmarks_Folder_Children, Array(std::move(children)));
+  return remapped;
+}
+
+void SessionDriverController::_fillOutAddedFoldersTopDownKeys() {
+  if (SCLogIsOn()) {
+    const std::optional<Dictionary> added = asDictionary(_addedFolders);
+    SCLog("_fillOutAddedFoldersTopDownKeys.  _addedFolders is %@", pointerTo(added));
+  }
+  TopDownFolders folders = topDownFolders(_addedFolders, *_currentBookmarkDictionary);
+  for (const String& uid : folders.parentless) {
+    systemLog("No parent specified for non-root folder.  Skipping %@", *_addedFolders.find(uid));
+  }
+  _addedFoldersTopDownKeys = std::move(folders.keys);
+  if (!SCLogIsOn()) return;
+  const std::vector<Value> keys(_addedFoldersTopDownKeys.begin(), _addedFoldersTopDownKeys.end());
+  SCLog("_fillOutAddedFoldersTopDownKeys done.  keys == %@", Array(keys));
+}
+
+void SessionDriverController::_applyHeldAsideFolder(const Dictionary& record, const String& withLocalId) {
+  SCLog("_applyHeldAsideFolder:%@ withLocalId:%@", record, withLocalId);
+  BookmarkMap& map = *_currentBookmarkDictionary;
+  const String parent = folderParentInRecord(record);
+  if (parent && !map.findFolder(parent)) {
+    systemLog(
+        "Broken invariant: record %@ should have the parent of id %@ in the bookmark dictionary.  It does "
+        "not.",
+        record, parent);
+    return;
+  }
+  if (!parent && !isNamedAsRoot(record)) {
+    systemLog("No parent specified for non-root folder.  Skipping %@", record);
+    return;
+  }
+  CorvaneBookmark* const folder = map.find(parent ? withLocalId : kRootUid);
+  if (!folder) {
+    CorvaneBookmarkFolder::bookmarkWithUid(withLocalId, record, map);
+    return;
+  }
+  if (folder->parentId() && !(folder->parentId() == parent)) {
+    CorvaneBookmarkFolder* presentParent = map.findFolder(folder->parentId());
+    if (presentParent) presentParent->removeChild(*folder);
+  }
+  folder->updateWithVessynDictionary(record, map);
+}
 
 bool SessionDriverController::isUpToDate() { return _syncManager.isUpToDate(); }
 

@@ -84,13 +84,8 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   using Uids = std::vector<String>;
 
   // Taking changes in.
-  int _applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
-                   const Dictionary* formattedRecord, String& error, bool isDeleteAll);
-  int _applyFolderChange(const LoomerChange& change, const Dictionary& record, const String& newUid);
-  int _applyBookmarkChange(const LoomerChange& change, const Dictionary& record, const String& newUid);
-  void _deleteFromCurrent(const String& uid);
+  void _delete(const String& uid, bool isFolder);
   void _modifyCurrentBookmark(const String& uid, const Dictionary& record);
-  bool _isDeletedByDeleteAll(const String& uid, bool folders) const;
 
   // Placing the folders that were held aside, in the working map.
   void _postProcessFolders();
@@ -99,7 +94,6 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   Dictionary _localIdRemappedFolderFromRecord(const Dictionary& record) const;
   void _fillOutAddedFoldersTopDownKeys();
   void _applyHeldAsideFolder(const Dictionary& record, const String& withLocalId);
-  void _updateHeldAsideFolder(CorvaneBookmark& folder, const Dictionary& record, const String& parent);
 
   // Replaying filed changes on another map. Which of the collections is given
   // distinguishes folders from bookmarks.
