@@ -207,15 +207,21 @@ std::string CorvaneSyncManager::_corvaneBookmarksInvalidMessage() {
 
 Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*checkIfModified*/) {
   SCLog("dict is %@", bookmarks);
-  ForDisk forDisk = _forDisk(bookmarks);
-  SCLog("dict for disk is %@", pointerTo(forDisk.dictionary));
+  std::optional<Dictionary> contents;  // nothing when the map has no root
+  Array skippedEntries;
+  const auto take = [&](const BookmarkMap& map) {
+    if (const CorvaneBookmarkFolder* root = map.root()) contents = root->corvaneDictionaryRepresentation(map);
+    skippedEntries = map.skippedEntries();
+  };
+  take(bookmarks);
+  SCLog("dict for disk is %@", pointerTo(contents));
   if (_unitTestCallback) (*_unitTestCallback)(bookmarks, _plistManager->path());
 
   for (int attempt = 1; attempt <= kSaveAttempts; ++attempt) {
-    if (forDisk.dictionary) forDisk.dictionary->set(kVersionKey, currentBookmarkFileVersion);
+    if (contents) contents->set(kVersionKey, currentBookmarkFileVersion);
     const std::optional<Date> date = _plistManager->saveBookmarks(
-        pointerTo(forDisk.dictionary), !_driverController->pulledTheTruth(), [&](const std::string& path) {
-          if (forDisk.dictionary) keepFileOfSkippedEntries(_clientId, path, forDisk.skippedEntries);
+        pointerTo(contents), !_driverController->pulledTheTruth(), [&](const std::string& path) {
+          if (contents) keepFileOfSkippedEntries(_clientId, path, skippedEntries);
         });
     if (date) {
       SCLog("%@ - Engine pushed changes and we modified bookmarks file at %@", _clientId,
@@ -228,21 +234,13 @@ Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*chec
     }
     // After the last attempt too: a file that can no longer be mapped has an exception of its own.
     SCLog("%@ - Bookmark file changed while syncing, reloading it and merging changes", _clientId);
-    forDisk = {};  // before the file is read, so that two trees need not fit into memory
+    contents.reset();  // before the file is read, so that two trees need not fit into memory
     const std::unique_ptr<BookmarkMap> fresh = _mapBookmarks(_plistManager->dictionary());
     _driverController->applyChangesToDictionary(*fresh);
-    forDisk = _forDisk(*fresh);
+    take(*fresh);
   }
   SCLog("%@ - Could not save bookmarks file, giving up", _clientId);
   throw PlatformException("CorvaneSyncClientSaveException", "Could not save bookmarks file after sync");
-}
-
-CorvaneSyncManager::ForDisk CorvaneSyncManager::_forDisk(const BookmarkMap& bookmarks) {
-  ForDisk forDisk;
-  if (const CorvaneBookmarkFolder* root = bookmarks.root())
-    forDisk.dictionary = root->corvaneDictionaryRepresentation(bookmarks);
-  forDisk.skippedEntries = bookmarks.skippedEntries();
-  return forDisk;
 }
 
 void CorvaneSyncManager::_notifyInterestedParties() {

@@ -85,13 +85,6 @@ class CorvaneSyncManager {
 
   std::string _corvaneBookmarksInvalidMessage();
 
-  /// What is written for a map, and what the file that the map was read from loses by that.
-  struct ForDisk {
-    std::optional<Dictionary> dictionary;  // nothing when the map has no root
-    Array skippedEntries;
-  };
-  ForDisk _forDisk(const BookmarkMap& bookmarks);
-
   /// Wakes the feed agent.
   void _notifyInterestedParties();
 

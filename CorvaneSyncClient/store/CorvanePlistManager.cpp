@@ -48,6 +48,18 @@ void reportUnwritable(const std::string& path, const std::string& cause) {
   systemLog("Could not write bookmarks file %@: %@", path, cause);
 }
 
+// The dictionary that a file's bytes hold; nothing, with the cause in the system log, when they hold none.
+std::optional<Dictionary> dictionaryIn(std::string_view contents, const std::string& path) {
+  try {
+    const Value top = readPropertyList(contents);
+    if (const Dictionary* dictionary = top.as<Dictionary>()) return *dictionary;
+    reportUnreadable(path, format("it holds a value of type %@ in place of a dictionary", top.typeName()));
+  } catch (const PropertyListException& exception) {
+    reportUnreadable(path, exception.reason());
+  }
+  return std::nullopt;
+}
+
 // The bytes of the file; nothing, with the cause in the system log, for what no property list can hold, and
 // nothing for null.
 std::optional<std::string> serialized(const Dictionary* bookmarks, const std::string& path) {
@@ -95,42 +107,30 @@ CorvanePlistManager::CorvanePlistManager(std::string directory, std::string file
                           format(localized("Can't create directory %@: %s."), _directory, error.message()));
 }
 
-std::optional<Dictionary> CorvanePlistManager::dictionary() {
-  _readDictionary();
-  return _dictionary;
-}
-
 // The date is taken before the contents are read: a write that lands between the two makes the next save look
 // modified, which costs a merge and never an update.
-void CorvanePlistManager::_readDictionary() {
+std::optional<Dictionary> CorvanePlistManager::dictionary() {
   FileSystem& files = Platform::current().files;
   std::error_code error;
   const auto attributes = files.attributes(resolvedOneLevel(files, _path), error);
   if (!attributes) {
     if (error != std::errc::no_such_file_or_directory) reportUnreadable(_path, error.message());
-    return;
+    return _dictionary;
   }
   _modificationDate = attributes->modificationDate;
   SCLog("read bookmarks at %@ with mod date %@ (%24.18f)", _path, *_modificationDate,
         _modificationDate->seconds);
   _dictionary.reset();  // before the new one is there, so that two need not fit into memory
   std::string contents;
-  if ((error = files.read(_path, contents))) return reportUnreadable(_path, error.message());
-  if (contents.empty()) {
+  if ((error = files.read(_path, contents))) {
+    reportUnreadable(_path, error.message());
+  } else if (contents.empty()) {
     // Not a file that lost everything: nobody writes an empty property list that way.
-    return reportUnreadable(_path,
-                            "it is empty, which is no property list. " + howToMakeBookmarksFile(_path));
+    reportUnreadable(_path, "it is empty, which is no property list. " + howToMakeBookmarksFile(_path));
+  } else {
+    _dictionary = dictionaryIn(contents, _path);
   }
-  try {
-    const Value top = readPropertyList(contents);
-    if (const Dictionary* dictionary = top.as<Dictionary>()) {
-      _dictionary = *dictionary;
-    } else {
-      reportUnreadable(_path, format("it holds a value of type %@ in place of a dictionary", top.typeName()));
-    }
-  } catch (const PropertyListException& exception) {
-    reportUnreadable(_path, exception.reason());
-  }
+  return _dictionary;
 }
 
 bool CorvanePlistManager::hasChangedSinceRead() const {

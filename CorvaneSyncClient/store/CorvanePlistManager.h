@@ -82,7 +82,6 @@ class CorvanePlistManager final : public CorvaneFileLockerDelegate {
   void fileLockerLockWasStolen(CorvaneFileLocker& locker, const Dictionary* lockInfo) override;
 
  private:
-  void _readDictionary();
   bool _isUnchanged(const std::string& target) const;
   void _saveBackups() const;
 
