@@ -2,6 +2,7 @@
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/model/CorvaneFileForm.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
@@ -123,6 +124,10 @@ void CorvaneBookmark::mergeOwnAttribute(const Dictionary&, const CorvaneBookmark
 String parentInRecord(const Dictionary& record, const String& parentKey) {
   const Array* parents = record.array(parentKey.view());
   return parents && !parents->empty() ? (*parents)[0].string() : String();
+}
+
+Dictionary CorvaneBookmark::corvaneDictionaryRepresentation(const BookmarkMap&) const {
+  return entryToWrite(*this);
 }
 
 }  // namespace corvane

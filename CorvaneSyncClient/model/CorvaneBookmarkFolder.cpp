@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/model/CorvaneFileForm.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -97,6 +98,17 @@ void CorvaneBookmarkFolder::mergeOwnAttribute(const Dictionary& record, const Co
 void CorvaneBookmarkFolder::takeAutoTab(const Dictionary& record) {
   _autoTab = record.integer32(kTabGroupKey) == 1;
   if (_autoTab) SCLog("Autotab key in Engine record found for modified record, setting auto tab to true");
+}
+
+CorvaneBookmarkFolder* CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
+                                                                            const String& parentId,
+                                                                            std::int32_t position,
+                                                                            BookmarkMap& map) {
+  return CorvaneFileForm(map).readFolder(dictionary, parentId, position);
+}
+
+Dictionary CorvaneBookmarkFolder::corvaneDictionaryRepresentation(const BookmarkMap& map) const {
+  return CorvaneFileFormWriter(map).writeFolder(*this);
 }
 
 }  // namespace corvane

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 
 #include "CorvaneSyncClient/model/BookmarkMap.h"
+#include "CorvaneSyncClient/model/CorvaneFileForm.h"
 #include "CorvaneSyncClient/platform/foundation/values/TypedUrl.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
@@ -92,6 +93,17 @@ void CorvaneBookmarkRecord::mergeOwnAttribute(const Dictionary& record, const Co
   }
   SCLog("applying url change of bookmark %@, new url: %@", uid(), url);
   setUrl(url);
+}
+
+CorvaneBookmarkRecord* CorvaneBookmarkRecord::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
+                                                                            const String& parentId,
+                                                                            std::int32_t position,
+                                                                            BookmarkMap& map) {
+  return CorvaneFileForm(map).readRecord(dictionary, parentId, position);
+}
+
+Dictionary CorvaneBookmarkRecord::corvaneDictionaryRepresentation(const BookmarkMap&) const {
+  return writeRecord(*this);
 }
 
 }  // namespace corvane

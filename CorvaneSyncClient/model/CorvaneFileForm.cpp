@@ -20,31 +20,10 @@ const String kUriUrlKey = "";
 const String kOmitKey = "ShouldOmitFromUI";
 const String kEmptyText = "";
 
-bool isOmitted(const Dictionary& entry) { return entry.boolean(kOmitKey.view()).value_or(false); }
-
 Dictionary withoutChildren(const Dictionary& entry) {
   Dictionary kept = entry;
   kept.remove(kChildrenKey);
   return kept;
-}
-
-// What a node is written from: the entry as it was read, so that keys unknown to this program survive.
-Dictionary entryToWrite(const CorvaneBookmark& node) {
-  if (const auto& initial = node.initialCorvaneDictionaryRepresentation()) return *initial;
-  return Dictionary{{kUuidKey, node.uid()}};
-}
-
-Dictionary writeRecord(const CorvaneBookmarkRecord& record) {
-  Dictionary entry = entryToWrite(record);
-  for (const String& key : {kUriTitleKey, kUrlKey, kUriDictionaryKey, kTypeKey}) entry.remove(key);
-  const String url = record.url() ? record.url() : kEmptyText;
-  Dictionary uri;
-  if (record.title()) uri.set(kUriTitleKey, record.title());
-  uri.set(kUriUrlKey, url);
-  entry.set(kUriDictionaryKey, uri);
-  entry.set(kUrlKey, url);
-  entry.set(kTypeKey, kTypeLeaf);
-  return entry;
 }
 
 }  // namespace
@@ -67,8 +46,8 @@ std::size_t entryCount(const Array& entries) {
 }
 
 CorvaneBookmarkFolder* CorvaneFileForm::readFolder(const Dictionary& entry, const String& parentId,
-                                                   std::int32_t position, bool isIgnoredBySync) {
-  CorvaneBookmarkFolder* folder = openFolder(entry, parentId, position, isIgnoredBySync);
+                                                   std::int32_t position) {
+  CorvaneBookmarkFolder* folder = openFolder(entry, parentId, position, false);
   while (!_open.empty()) {
     const OpenFolder& innermost = _open.back();
     if (innermost.entries && innermost.next < innermost.entries->size()) {
@@ -81,8 +60,8 @@ CorvaneBookmarkFolder* CorvaneFileForm::readFolder(const Dictionary& entry, cons
 }
 
 CorvaneBookmarkRecord* CorvaneFileForm::readRecord(const Dictionary& entry, const String& parentId,
-                                                   std::int32_t position, bool isIgnoredBySync) {
-  auto* record = readCommon<CorvaneBookmarkRecord>(entry, parentId, position, isIgnoredBySync);
+                                                   std::int32_t position, bool isInIgnoredFolder) {
+  auto* record = readCommon<CorvaneBookmarkRecord>(entry, parentId, position, isInIgnoredFolder);
   if (!record) return nullptr;
   record->setUrl(entry.find(kUrlKey));
   if (const Dictionary* uri = entry.dictionary(kUriDictionaryKey.view())) {
@@ -108,22 +87,22 @@ String CorvaneFileForm::uidToTake(const Dictionary& entry, const String& parentI
 
 template <typename Node>
 Node* CorvaneFileForm::readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
-                                  bool isIgnoredBySync) {
+                                  bool isInIgnoredFolder) {
   const String uid = uidToTake(entry, parentId);
   if (!uid) return nullptr;
   auto owned = std::make_unique<Node>(uid);
   Node* node = owned.get();
   node->_initialCorvaneDictionaryRepresentation = withoutChildren(entry);
   node->_position = position;
-  node->_isIgnoredBySync = isIgnoredBySync;
+  node->_isIgnoredBySync = isInIgnoredFolder || entry.boolean(kOmitKey.view()).value_or(false);
   node->_parentId = parentId;
   _map.insert(std::move(owned));
   return node;
 }
 
 CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, const String& parentId,
-                                                   std::int32_t position, bool isIgnoredBySync) {
-  auto* folder = readCommon<CorvaneBookmarkFolder>(entry, parentId, position, isIgnoredBySync);
+                                                   std::int32_t position, bool isInIgnoredFolder) {
+  auto* folder = readCommon<CorvaneBookmarkFolder>(entry, parentId, position, isInIgnoredFolder);
   if (!folder) return nullptr;
   String title = entry.string(kTitleKey.view());
   if (!title && parentId) {
@@ -186,7 +165,7 @@ void CorvaneFileForm::readNextChild() {
 
 CorvaneBookmark* CorvaneFileForm::readChild(const Dictionary& entry) {
   const OpenFolder& parent = _open.back();
-  const bool isIgnored = parent.folder->isIgnoredBySync() || isOmitted(entry);
+  const bool isIgnored = parent.folder->isIgnoredBySync();
   const String type = entry.string(kTypeKey.view());
   const String parentId = parent.folder->uid();
   const auto position = static_cast<std::int32_t>(parent.built.size());
@@ -199,6 +178,24 @@ void CorvaneFileForm::closeFolder() {
   OpenFolder& done = _open.back();
   done.folder->setChildren(std::move(done.built));
   _open.pop_back();
+}
+
+Dictionary entryToWrite(const CorvaneBookmark& node) {
+  if (const auto& initial = node.initialCorvaneDictionaryRepresentation()) return *initial;
+  return Dictionary{{kUuidKey, node.uid()}};
+}
+
+Dictionary writeRecord(const CorvaneBookmarkRecord& record) {
+  Dictionary entry = entryToWrite(record);
+  for (const String& key : {kUriTitleKey, kUrlKey, kUriDictionaryKey, kTypeKey}) entry.remove(key);
+  const String url = record.url() ? record.url() : kEmptyText;
+  Dictionary uri;
+  if (record.title()) uri.set(kUriTitleKey, record.title());
+  uri.set(kUriUrlKey, url);
+  entry.set(kUriDictionaryKey, uri);
+  entry.set(kUrlKey, url);
+  entry.set(kTypeKey, kTypeLeaf);
+  return entry;
 }
 
 Dictionary CorvaneFileFormWriter::writeFolder(const CorvaneBookmarkFolder& folder) {
@@ -232,9 +229,7 @@ void CorvaneFileFormWriter::writeNextChild() {
   if (!child) return;
   const CorvaneBookmarkFolder* folder = child->asFolder();
   if (!folder) {
-    const CorvaneBookmarkRecord* record = child->asRecord();
-    parent.children.emplace_back(record ? writeRecord(*record)
-                                        : child->corvaneDictionaryRepresentation(_map));
+    parent.children.emplace_back(child->corvaneDictionaryRepresentation(_map));
     return;
   }
   const auto begun = _written.find(folder);
@@ -265,32 +260,6 @@ void CorvaneFileFormWriter::traceTabGroup(const CorvaneBookmarkFolder& folder) {
 
 void CorvaneFileFormWriter::traceTabGroupsAgain(const Written& written) {
   for (std::size_t i = written.firstTabGroup; i < written.endOfTabGroups; ++i) traceTabGroup(*_tabGroups[i]);
-}
-
-CorvaneBookmarkFolder* CorvaneBookmarkFolder::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
-                                                                            const String& parentId,
-                                                                            std::int32_t position,
-                                                                            BookmarkMap& map) {
-  return CorvaneFileForm(map).readFolder(dictionary, parentId, position, isOmitted(dictionary));
-}
-
-CorvaneBookmarkRecord* CorvaneBookmarkRecord::bookmarkWithCorvaneDictionary(const Dictionary& dictionary,
-                                                                            const String& parentId,
-                                                                            std::int32_t position,
-                                                                            BookmarkMap& map) {
-  return CorvaneFileForm(map).readRecord(dictionary, parentId, position, isOmitted(dictionary));
-}
-
-Dictionary CorvaneBookmark::corvaneDictionaryRepresentation(const BookmarkMap&) const {
-  return entryToWrite(*this);
-}
-
-Dictionary CorvaneBookmarkFolder::corvaneDictionaryRepresentation(const BookmarkMap& map) const {
-  return CorvaneFileFormWriter(map).writeFolder(*this);
-}
-
-Dictionary CorvaneBookmarkRecord::corvaneDictionaryRepresentation(const BookmarkMap&) const {
-  return writeRecord(*this);
 }
 
 }  // namespace corvane

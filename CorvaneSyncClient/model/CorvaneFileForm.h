@@ -23,11 +23,11 @@ class CorvaneFileForm {
   explicit CorvaneFileForm(BookmarkMap& map) : _map(map) {}
 
   /// `initWithCorvaneDictionary:parentId:position:map:isIgnoredBySync:` of each class: builds the node and
-  /// enters it in the map; null when the entry is skipped. The folder's form reads its subtree as well.
-  CorvaneBookmarkFolder* readFolder(const Dictionary& entry, const String& parentId, std::int32_t position,
-                                    bool isIgnoredBySync);
+  /// enters it in the map; null when the entry is skipped. The folder's form reads its subtree as well. What
+  /// is in a folder that is ignored by sync is ignored too.
+  CorvaneBookmarkFolder* readFolder(const Dictionary& entry, const String& parentId, std::int32_t position);
   CorvaneBookmarkRecord* readRecord(const Dictionary& entry, const String& parentId, std::int32_t position,
-                                    bool isIgnoredBySync);
+                                    bool isInIgnoredFolder = false);
 
  private:
   /// A folder whose children are being read.
@@ -43,10 +43,10 @@ class CorvaneFileForm {
   /// The part common to all nodes; null when the entry is skipped.
   template <typename Node>
   Node* readCommon(const Dictionary& entry, const String& parentId, std::int32_t position,
-                   bool isIgnoredBySync);
+                   bool isInIgnoredFolder);
   /// The folder part, up to the children; null when the entry is skipped.
   CorvaneBookmarkFolder* openFolder(const Dictionary& entry, const String& parentId, std::int32_t position,
-                                    bool isIgnoredBySync);
+                                    bool isInIgnoredFolder);
   const Array* childrenToRead(const Dictionary& entry, const String& folderUid);
   void markIfSpecial(CorvaneBookmarkFolder& folder, const String& title);
   void readNextChild();
@@ -57,6 +57,12 @@ class CorvaneFileForm {
   std::vector<OpenFolder> _open;
   std::unordered_set<const void*> _read;  // the lists of children begun, by identity
 };
+
+/// What a node is written from: the entry as it was read, so that keys unknown to this program survive.
+Dictionary entryToWrite(const CorvaneBookmark& node);
+
+/// A bookmark's entry.
+Dictionary writeRecord(const CorvaneBookmarkRecord& record);
 
 /// Writes a folder's entry with the whole subtree below it. A folder that is listed inside itself is left out
 /// there.
