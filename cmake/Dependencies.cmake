@@ -12,3 +12,6 @@ pkg_check_modules(LIBPQ REQUIRED IMPORTED_TARGET libpq)
 pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
 pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(OPENSSL REQUIRED IMPORTED_TARGET openssl)
+find_package(Boost 1.74 REQUIRED)  # headers alone
+find_package(Threads REQUIRED)

@@ -1,0 +1,181 @@
+#include "tools/corvane-hub/Accounts.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
+#include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/RegularFile.h"
+#include "tools/corvane-hub/HubConfiguration.h"
+#include "tools/corvane-hub/HubFailure.h"
+#include "tools/corvane-hub/ObjectNames.h"
+#include "tools/corvane-hub/UsageLedger.h"
+
+namespace corvane::hubserver {
+
+namespace {
+
+void makeDirectory(const std::string& path) {
+  if (const PrivateFileError failed = makePrivateDirectory(path)) {
+    throw HubFailure(failed.path + " cannot be made", failed.error);
+  }
+}
+
+/// Names in a directory that a principal could have, in alphabetical order.
+std::vector<std::string> namesIn(const std::string& path) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), &::closedir);
+  if (!directory) throw HubFailure(path + " cannot be read", lastSystemError());
+  std::vector<std::string> names;
+  while (const dirent* entry = ::readdir(directory.get())) {
+    if (isPrincipalName(entry->d_name)) names.emplace_back(entry->d_name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// A small file that is replaced as a whole, and is on the disk afterwards.
+void replaceFile(const std::string& path, const std::string& text) {
+  const PrivateUmask ownAlone;
+  if (const std::error_code error = LinuxFileSystem().writeAtomically(path, text)) {
+    throw HubFailure(path + " cannot be written", error);
+  }
+}
+
+/// Absent when there is no such file.
+std::optional<std::string> contentsOf(const std::string& path) {
+  std::string text;
+  const std::error_code error = readRegular(path, text, [](const struct stat&) { return std::error_code(); });
+  if (error == std::errc::no_such_file_or_directory) return {};
+  if (error) throw HubFailure(path + " cannot be read", error);
+  return text;
+}
+
+}  // namespace
+
+void Accounts::prepare() {
+  makeDirectory(_data);
+  makeDirectory(_data + "/accounts");
+  makeDirectory(_data + "/removed");
+  struct stat status {};
+  if (::stat(changedFile().c_str(), &status) != 0) announceChange();
+}
+
+std::vector<std::string> Accounts::names() const { return namesIn(_data + "/accounts"); }
+
+bool Accounts::has(const std::string& account) const {
+  struct stat status {};
+  return ::stat(directoryOf(account).c_str(), &status) == 0;
+}
+
+bool Accounts::add(const std::string& account, std::uint64_t quota) {
+  // Made whole beside its place, which it takes in one step: no server ever finds half an account.
+  const std::string whole = directoryOf(account);
+  const std::string made = _data + "/removed/" + account + ".new." + std::to_string(::getpid());
+  LinuxFileSystem().remove(made);  // what a killed process of the same id left
+  makeDirectory(made + "/tokens");
+  makeDirectory(made + "/objects");
+  replaceFile(made + "/quota", std::to_string(quota) + '\n');
+  const std::error_code error = LinuxFileSystem().renameWithoutReplacing(made, whole);
+  if (!error) return true;
+  LinuxFileSystem().remove(made);
+  if (error == std::errc::file_exists) return false;
+  throw HubFailure(whole + " cannot be made", error);
+}
+
+bool Accounts::remove(const std::string& account) {
+  if (!has(account)) return false;
+  const std::string removed = _data + "/removed/" + account + ".old." + std::to_string(::getpid());
+  {
+    const UsageLedger lock(directoryOf(account));
+    if (const std::error_code error =
+            LinuxFileSystem().renameWithoutReplacing(directoryOf(account), removed)) {
+      throw HubFailure(directoryOf(account) + " cannot be moved to " + removed, error);
+    }
+  }
+  announceChange();
+  if (const std::error_code error = LinuxFileSystem().remove(removed)) {
+    throw HubFailure("the account is gone, but " + removed + " cannot be deleted", error);
+  }
+  return true;
+}
+
+std::uint64_t Accounts::quota(const std::string& account) const {
+  const std::string path = directoryOf(account) + "/quota";
+  std::string text = contentsOf(path).value_or("");
+  if (text.ends_with('\n')) text.pop_back();
+  const std::optional<std::uint64_t> quota = parsedSize(text);
+  if (!quota) throw HubFailure(path + " holds no number of bytes");
+  return *quota;
+}
+
+void Accounts::setQuota(const std::string& account, std::uint64_t quota) {
+  replaceFile(directoryOf(account) + "/quota", std::to_string(quota) + '\n');
+}
+
+std::vector<AccountComputer> Accounts::computers(const std::string& account) const {
+  std::vector<AccountComputer> computers;
+  for (const std::string& name : namesIn(directoryOf(account) + "/tokens")) {
+    const std::optional<TokenRecord> record = tokenRecord(account, name);
+    computers.push_back({name, !record || record->revoked});
+  }
+  return computers;
+}
+
+std::optional<std::string> Accounts::addToken(const std::string& account, const std::string& computer) {
+  const UsageLedger lock(directoryOf(account));
+  const std::optional<TokenRecord> old = tokenRecord(account, computer);
+  if (old && !old->revoked) return {};
+  const NewToken token = newToken(account, computer);
+  replaceFile(tokenFile(account, computer), textOf(TokenRecord{token.hash, false}));
+  return token.text;
+}
+
+bool Accounts::revoke(const std::string& account, const std::string& computer) {
+  {
+    // Whoever makes an object under the lock has looked at the token under it, too.
+    const UsageLedger lock(directoryOf(account));
+    std::optional<TokenRecord> record = tokenRecord(account, computer);
+    if (!record || record->revoked) return false;
+    record->revoked = true;
+    replaceFile(tokenFile(account, computer), textOf(*record));
+  }
+  announceChange();
+  return true;
+}
+
+Standing Accounts::standing(const ComputerToken& token) const {
+  const std::optional<TokenRecord> record = tokenRecord(token.account, token.computer);
+  if (!record || !equalHashes(record->hash, token.hash)) return Standing::unknown;
+  return record->revoked ? Standing::revoked : Standing::good;
+}
+
+std::string Accounts::tokenFile(const std::string& account, const std::string& computer) const {
+  return directoryOf(account) + "/tokens/" + computer;
+}
+
+std::optional<TokenRecord> Accounts::tokenRecord(const std::string& account,
+                                                 const std::string& computer) const {
+  const std::string path = tokenFile(account, computer);
+  const std::optional<std::string> text = contentsOf(path);
+  if (!text) return {};
+  const std::optional<TokenRecord> record = parsedTokenRecord(*text);
+  if (!record) throw HubFailure(path + " holds no token's hash");
+  return record;
+}
+
+void Accounts::announceChange() const {
+  const FileDescriptor file(retryingInterrupted([&] {
+    return ::open(changedFile().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFileMode);
+  }));
+  if (!file) throw HubFailure(changedFile() + " cannot be opened", lastSystemError());
+  if (const std::error_code error = writeAll(file, "tokens\n")) {
+    throw HubFailure(changedFile() + " cannot be written", error);
+  }
+}
+
+}  // namespace corvane::hubserver

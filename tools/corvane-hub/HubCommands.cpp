@@ -1,0 +1,172 @@
+#include "tools/corvane-hub/HubCommands.h"
+
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
+#include "tools/corvane-hub/Accounts.h"
+#include "tools/corvane-hub/HubConfiguration.h"
+#include "tools/corvane-hub/HubFailure.h"
+#include "tools/corvane-hub/HubServer.h"
+#include "tools/corvane-hub/ObjectNames.h"
+#include "tools/corvane-hub/ServiceLog.h"
+#include "tools/corvane-hub/UsageLedger.h"
+
+namespace corvane::hubserver {
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: corvane-hub [--config FILE] COMMAND\n"
+    "\n"
+    "  serve                           answers clients until it is told to end\n"
+    "  account add NAME [COMPUTER]     makes an account and prints the token of its first computer\n"
+    "  account token NAME COMPUTER     prints a token for another computer, or for one whose token is "
+    "revoked\n"
+    "  account list [NAME]             shows the accounts, or one with its computers\n"
+    "  account quota NAME SIZE         how much the account may hold, such as 500 MiB\n"
+    "  account revoke NAME COMPUTER    the computer's token lets nobody in any more\n"
+    "  account remove NAME             deletes the account with everything in it\n"
+    "\n"
+    "Names have up to 40 of a-z, 0-9 and \"-\". FILE is /etc/corvane-hub.conf unless said otherwise. The "
+    "account\n"
+    "commands take effect at once, whether a server runs or not.\n";
+
+class UsageError : public HubFailure {
+ public:
+  using HubFailure::HubFailure;
+};
+
+using Arguments = std::vector<std::string>;
+
+void print(const std::string& text) {
+  const FileDescriptor out(::dup(STDOUT_FILENO));
+  if (const std::error_code error = writeAll(out, text)) throw HubFailure("nothing can be printed", error);
+}
+
+const std::string& principal(const std::string& name) {
+  if (!isPrincipalName(name)) {
+    throw UsageError("\"" + name + "\" is no name: up to 40 of a-z, 0-9 and \"-\", the first no \"-\"");
+  }
+  return name;
+}
+
+/// The name of an account that exists.
+const std::string& existing(const Accounts& accounts, const std::string& name) {
+  if (!accounts.has(principal(name))) throw HubFailure("there is no account \"" + name + "\"");
+  return name;
+}
+
+std::string tokenFor(Accounts& accounts, const std::string& account, const std::string& computer) {
+  const std::optional<std::string> token = accounts.addToken(account, computer);
+  if (!token) {
+    throw HubFailure("the computer \"" + computer +
+                     "\" has a token; revoke it first, or choose another name");
+  }
+  return *token + '\n';
+}
+
+void add(Accounts& accounts, const HubConfiguration& configuration, const Arguments& names) {
+  const std::string& account = principal(names[0]);
+  const std::string& computer = principal(names.size() > 1 ? names[1] : "first");
+  if (!accounts.add(account, configuration.quota))
+    throw HubFailure("there is an account \"" + account + "\" already");
+  print(tokenFor(accounts, account, computer));
+}
+
+void showOne(const Accounts& accounts, const std::string& account) {
+  const std::uint64_t used = UsageLedger(accounts.directoryOf(account)).bytes();
+  std::string text = account + "  " + sizeText(used) + " of " + sizeText(accounts.quota(account)) + '\n';
+  for (const AccountComputer& computer : accounts.computers(account)) {
+    text += "  " + computer.name + (computer.revoked ? "  revoked" : "") + '\n';
+  }
+  print(text);
+}
+
+void show(const Accounts& accounts, const Arguments& names) {
+  if (names.empty()) {
+    for (const std::string& account : accounts.names()) showOne(accounts, account);
+  } else {
+    showOne(accounts, existing(accounts, names[0]));
+  }
+}
+
+void runAccountCommand(Accounts& accounts, const HubConfiguration& configuration, const std::string& command,
+                       const Arguments& names) {
+  const auto takes = [&](std::size_t least, std::size_t most) {
+    return names.size() >= least && names.size() <= most;
+  };
+  if (command == "add" && takes(1, 2)) {
+    add(accounts, configuration, names);
+  } else if (command == "token" && takes(2, 2)) {
+    print(tokenFor(accounts, existing(accounts, names[0]), principal(names[1])));
+  } else if (command == "list" && takes(0, 1)) {
+    show(accounts, names);
+  } else if (command == "quota" && takes(2, 2)) {
+    const std::optional<std::uint64_t> size = parsedSize(names[1]);
+    if (!size) throw UsageError("\"" + names[1] + "\" is no size such as 1073741824 or \"500 MiB\"");
+    accounts.setQuota(existing(accounts, names[0]), *size);
+  } else if (command == "revoke" && takes(2, 2)) {
+    if (!accounts.revoke(existing(accounts, names[0]), principal(names[1]))) {
+      throw HubFailure("the computer \"" + names[1] + "\" has no token that lets it in");
+    }
+  } else if (command == "remove" && takes(1, 1)) {
+    accounts.remove(existing(accounts, names[0]));
+  } else {
+    throw UsageError("there is no such command; \"corvane-hub --help\" shows them");
+  }
+}
+
+/// Root becomes the user whom the data belongs to: a file of root's would be closed to the server.
+void becomeOwner(const std::string& data) {
+  struct stat status {};
+  if (::geteuid() != 0 || ::stat(data.c_str(), &status) != 0 || status.st_uid == 0) return;
+  if (::setgroups(0, nullptr) != 0 || ::setgid(status.st_gid) != 0 || ::setuid(status.st_uid) != 0) {
+    throw HubFailure("cannot become the owner of " + data, lastSystemError());
+  }
+}
+
+int run(Arguments arguments) {
+  std::string file = "/etc/corvane-hub.conf";
+  if (arguments.size() >= 2 && arguments[0] == "--config") {
+    file = arguments[1];
+    arguments.erase(arguments.begin(), arguments.begin() + 2);
+  }
+  if (arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h")) {
+    print(kUsage);
+    return 0;
+  }
+  const bool serves = arguments == Arguments{"serve"};
+  if (!serves && (arguments.size() < 2 || arguments[0] != "account")) {
+    throw UsageError("\"serve\" or \"account …\" is missing; \"corvane-hub --help\" shows the commands");
+  }
+  const HubConfiguration configuration = configurationIn(file);
+  if (serves) {
+    HubServer(configuration).run();
+    return 0;
+  }
+  becomeOwner(configuration.data);
+  Accounts accounts(configuration.data);
+  accounts.prepare();
+  runAccountCommand(accounts, configuration, arguments[1], {arguments.begin() + 2, arguments.end()});
+  return 0;
+}
+
+}  // namespace
+
+int runHubCommand(const std::vector<std::string>& arguments) {
+  try {
+    return run(arguments);
+  } catch (const UsageError& error) {
+    logLine(Gravity::error, error.reason());
+    return 2;
+  } catch (const HubFailure& failure) {
+    logLine(Gravity::error, failure.reason());
+    return 1;
+  }
+}
+
+}  // namespace corvane::hubserver
