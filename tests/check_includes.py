@@ -46,14 +46,15 @@ ALLOWED = {
     LOOMER + "/edit": SYSTEM | rooms("api", "records", "merge", "store"),
     LOOMER + "/session": SYSTEM | rooms("api", "records", "merge", "store"),
     LOOMER + "/hub": SYSTEM | {"platform/pelto"} | rooms("api", "records", "merge", "store", "session"),
-    LOOMER: SYSTEM | {"platform/pelto"} | rooms("api", "records", "store", "session", "hub"),
+    LOOMER: SYSTEM | {"platform/pelto", "platform/pelto/account"} | rooms("api", "records", "store", "session", "hub"),
     "platform/pelto/seal": SYSTEM,
     "platform/pelto/place": SYSTEM,
-    "platform/pelto": SYSTEM | folders("platform/pelto", "place", "seal"),
+    "platform/pelto": SYSTEM,
+    "platform/pelto/account": SYSTEM | {"platform/pelto"} | folders("platform/pelto", "place", "seal"),
     "model": SYSTEM | rooms("api"),
     "store": SYSTEM,
     "session": SYSTEM | {"model", "store"} | rooms("api", "store"),
-    "front": SYSTEM | {"platform/pelto", "session"} | rooms("api"),
+    "front": SYSTEM | {"platform/pelto/account", "session"} | rooms("api"),
 }
 # Names of the standard library, by header: those that came by chance before.
 STANDARD = {

@@ -3,7 +3,7 @@
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
-#include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
+#include "CorvaneSyncClient/platform/pelto/account/DotPeltoSessionProxy.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "CorvaneSyncClient/platform/pelto/Account.h"
+#include "CorvaneSyncClient/platform/pelto/account/Account.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/front/Installation.h"
 #include "tests/pelto/PostgresServer.h"

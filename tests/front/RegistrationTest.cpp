@@ -6,7 +6,7 @@
 
 #include "CorvaneSyncClient/front/Commands.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
+#include "CorvaneSyncClient/platform/pelto/account/DotPeltoSessionProxy.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/session/ScriptedLoomer.h"
 

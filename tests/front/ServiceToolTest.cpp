@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "CorvaneSyncClient/platform/pelto/Account.h"
+#include "CorvaneSyncClient/platform/pelto/account/Account.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/front/Installation.h"
 

@@ -5,8 +5,8 @@
 #include <fstream>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
-#include "CorvaneSyncClient/platform/pelto/Account.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "CorvaneSyncClient/platform/pelto/account/Account.h"
 #include "tests/fakes/StrictPlatform.h"
 
 namespace corvane::pelto {

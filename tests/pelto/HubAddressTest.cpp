@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "CorvaneSyncClient/platform/pelto/Account.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/HubAddress.h"
+#include "CorvaneSyncClient/platform/pelto/account/AccountAddress.h"
 
 // What an account's address may be. Every password here is "s3cret", which no message may show.
 

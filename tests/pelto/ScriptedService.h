@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 
 namespace corvane {
 

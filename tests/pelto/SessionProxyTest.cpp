@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
+#include "CorvaneSyncClient/platform/pelto/account/DotPeltoSessionProxy.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/pelto/ScriptedService.h"
 

@@ -1,7 +1,8 @@
 // `account set`, `show`, `test` and `remove`.
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
-#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/account/AccountAddress.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Input.h"

@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
-#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane {

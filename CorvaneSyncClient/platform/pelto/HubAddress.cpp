@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 
-#include "CorvaneSyncClient/platform/pelto/Account.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 
 namespace corvane::pelto {
@@ -160,19 +159,8 @@ HubAddress parseHubAddress(std::string_view url) {
   return address;
 }
 
-void checkAccountUrl(std::string_view url) { parseHubAddress(url); }
-
-bool holdsPassword(std::string_view url) {
-  const HubAddress address = parseHubAddress(url);
-  return !address.parameter("password").empty() || !address.parameter("sslpassword").empty();
-}
-
-std::string withoutSecrets(std::string_view url) {
-  try {
-    return parseHubAddress(url).description();
-  } catch (const PlatformException&) {
-    return "an address that can't be used";
-  }
+bool HubAddress::holdsPassword() const {
+  return !parameter("password").empty() || !parameter("sslpassword").empty();
 }
 
 }  // namespace corvane::pelto

@@ -28,11 +28,13 @@ struct HubAddress {
 
   /// The value of a connection parameter; empty when it is not set.
   std::string parameter(std::string_view name) const;
+  bool holdsPassword() const;
   /// Servers, database and user in words, without secrets.
   std::string description() const;
 };
 
-/// Raises DotPeltoException in the same cases as `checkAccountUrl`.
+/// Raises DotPeltoException, with the reason, for an address that is not a `postgresql://` URL, or that would
+/// send secrets to another computer without TLS that verifies the server.
 HubAddress parseHubAddress(std::string_view url);
 
 }  // namespace corvane::pelto

@@ -1,4 +1,4 @@
-#include "CorvaneSyncClient/platform/pelto/Account.h"
+#include "CorvaneSyncClient/platform/pelto/account/Account.h"
 
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"

@@ -1,6 +1,6 @@
-#include "CorvaneSyncClient/platform/pelto/DotPeltoSessionProxy.h"
+#include "CorvaneSyncClient/platform/pelto/account/DotPeltoSessionProxy.h"
 
-#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 
 namespace corvane {
 

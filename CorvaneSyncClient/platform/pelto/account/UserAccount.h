@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "CorvaneSyncClient/platform/pelto/Account.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "CorvaneSyncClient/platform/pelto/account/Account.h"
 #include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane::pelto {

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
@@ -33,13 +32,5 @@ void writeAccount(const std::string& path, const Account& account);
 void noteAccountReached(const std::string& path, const Account& account, Date when);
 /// Removes the account and the note beside it. False when there was no account. Raises DotPeltoException.
 bool removeAccount(const std::string& path);
-
-/// Raises DotPeltoException, with the reason, for an address that is not a `postgresql://` URL, or that would
-/// send secrets to another computer without TLS that verifies the server.
-void checkAccountUrl(std::string_view url);
-/// Whether the URL contains a password. Raises DotPeltoException like `checkAccountUrl`.
-bool holdsPassword(std::string_view url);
-/// The URL in words, without the password and other secrets.
-std::string withoutSecrets(std::string_view url);
 
 }  // namespace corvane::pelto

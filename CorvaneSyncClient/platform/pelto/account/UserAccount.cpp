@@ -1,4 +1,4 @@
-#include "CorvaneSyncClient/platform/pelto/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 
 #include <cmath>
 #include <utility>
