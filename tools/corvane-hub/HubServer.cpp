@@ -74,6 +74,7 @@ HubServer::~HubServer() = default;
 void HubServer::run() {
   hearSignals();
   tick();
+  logLine(Gravity::notice, "serves " + _service.accounts.data());
   ::sd_notify(0, "READY=1");  // nobody listens where systemd did not start this
   _service.context.run();
 }

@@ -1,0 +1,158 @@
+#include "tests/corvane-hub/HubProcess.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+namespace corvane {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{60};
+
+[[noreturn]] void failSystem(const std::string& what) {
+  throw std::system_error(errno, std::system_category(), what);
+}
+
+pid_t spawn(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {
+  std::vector<char*> pointers;
+  for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
+  pointers.push_back(nullptr);
+  const pid_t child = ::fork();
+  if (child < 0) failSystem("fork");
+  if (child > 0) return child;
+  prepare();
+  ::execvp(pointers[0], pointers.data());
+  ::_exit(127);
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) failSystem("waitpid");
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  if (!file.flush()) throw std::runtime_error("cannot write " + path);
+}
+
+/// A configuration for the data of `directory`, in a file of its own.
+std::string configuration(const std::string& directory, const std::string& lines) {
+  static std::atomic<int> counter = 0;
+  const std::string path =
+      directory + "/conf-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
+  writeText(path, "data = " + directory + "/data\n" + lines);
+  return path;
+}
+
+}  // namespace
+
+ProgramResult runProgram(const std::vector<std::string>& arguments) {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) failSystem("pipe");
+  const pid_t child = spawn(arguments, [&] {
+    ::dup2(ends[1], 1);
+    ::dup2(ends[1], 2);
+  });
+  ::close(ends[1]);
+  ProgramResult result;
+  char buffer[4096];
+  while (true) {
+    const ssize_t count = ::read(ends[0], buffer, sizeof buffer);
+    if (count > 0) result.output.append(buffer, static_cast<std::size_t>(count));
+    if (count == 0 || (count < 0 && errno != EINTR)) break;
+  }
+  ::close(ends[0]);
+  result.status = statusOf(child);
+  return result;
+}
+
+HubProcess::HubProcess(const std::string& directory, const std::string& lines,
+                       const std::vector<std::string>& wrapper) {
+  const std::string file = configuration(directory, lines.empty() ? "listen = 127.0.0.1:0\n" : lines);
+  _log = file + ".log";
+  std::vector<std::string> arguments = wrapper;
+  arguments.insert(arguments.end(), {CORVANE_HUB, "--config", file, "serve"});
+  const int log = ::open(_log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  if (log < 0) failSystem(_log);
+  _process = spawn(arguments, [&] {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::unsetenv("JOURNAL_STREAM");
+    ::dup2(log, 2);
+  });
+  ::close(log);
+  awaitLog("serves");
+  const std::string text = this->log();
+  const std::string where = "listens at 127.0.0.1:";
+  const std::size_t at = text.find(where);
+  if (at != std::string::npos) _port = std::stoi(text.substr(at + where.size()));
+}
+
+HubProcess::~HubProcess() {
+  if (_process > 0) kill();
+}
+
+std::string HubProcess::log() const {
+  std::ifstream file(_log, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+void HubProcess::awaitLog(const std::string& text) const {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (log().find(text) == std::string::npos) {
+    siginfo_t ended{};
+    ::waitid(P_PID, static_cast<id_t>(_process), &ended, WEXITED | WNOHANG | WNOWAIT);
+    if (ended.si_pid != 0 || std::chrono::steady_clock::now() > end) {
+      throw std::runtime_error("corvane-hub does not say \"" + text + "\" but: " + log());
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+void HubProcess::kill() {
+  signal(SIGKILL);
+  awaitEnd();
+}
+
+void HubProcess::signal(int number) const {
+  if (::kill(_process, number) != 0) failSystem("kill");
+}
+
+int HubProcess::awaitEnd() {
+  const int status = statusOf(_process);
+  _process = -1;
+  return status;
+}
+
+ProgramResult runAccountCommand(const std::string& directory, const std::vector<std::string>& arguments) {
+  std::vector<std::string> all = {CORVANE_HUB, "--config", configuration(directory, {}), "account"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return runProgram(all);
+}
+
+std::string accountCommand(const std::string& directory, const std::vector<std::string>& arguments) {
+  ProgramResult result = runAccountCommand(directory, arguments);
+  if (result.status != 0) throw std::runtime_error("corvane-hub account failed: " + result.output);
+  if (result.output.ends_with('\n')) result.output.pop_back();
+  return result.output;
+}
+
+}  // namespace corvane

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+/// What a program that ran to its end said.
+struct ProgramResult {
+  int status = 0;
+  std::string output;  ///< standard output and error
+};
+ProgramResult runProgram(const std::vector<std::string>& arguments);
+
+/// A real corvane-hub in a directory of the test's, on a port of the loopback interface. Killed with this
+/// object, and when the test is killed. Several may serve one directory. Everything raises std::runtime_error
+/// when it fails.
+class HubProcess {
+ public:
+  /// Starts it on `directory`/data. `lines` go into the configuration instead of "listen = 127.0.0.1:0";
+  /// `wrapper` stands before the program, such as strace.
+  explicit HubProcess(const std::string& directory, const std::string& lines = {},
+                      const std::vector<std::string>& wrapper = {});
+  ~HubProcess();
+  HubProcess(const HubProcess&) = delete;
+  HubProcess& operator=(const HubProcess&) = delete;
+
+  int port() const { return _port; }
+  pid_t process() const { return _process; }
+  /// What it has logged so far.
+  std::string log() const;
+  /// Returns once `text` is in the log.
+  void awaitLog(const std::string& text) const;
+  /// SIGKILL; returns when the process is gone.
+  void kill();
+  void signal(int number) const;
+  /// Waits for the end that it makes itself, and answers its exit status.
+  int awaitEnd();
+
+ private:
+  std::string _log;
+  pid_t _process = -1;
+  int _port = 0;
+};
+
+/// Runs "corvane-hub account …" on `directory`/data.
+ProgramResult runAccountCommand(const std::string& directory, const std::vector<std::string>& arguments);
+/// As above; what it printed, without the line feed. Raises std::runtime_error when it refuses.
+std::string accountCommand(const std::string& directory, const std::vector<std::string>& arguments);
+
+}  // namespace corvane
