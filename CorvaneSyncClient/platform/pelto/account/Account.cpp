@@ -4,6 +4,8 @@
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "CorvaneSyncClient/platform/pelto/account/MembershipFile.h"
+#include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
@@ -25,6 +27,10 @@ constexpr const char* kSetAgainRemedy = "Set the account again with `loomerctl a
 }
 
 Account accountIn(const std::string& path, const std::string& contents) {
+  if (isMembershipFile(contents)) {
+    if (auto account = accountInMembershipFile(contents)) return *std::move(account);
+    fail(path, "it is damaged", kSetAgainRemedy);
+  }
   Value value;
   try {
     value = readPropertyList(contents);
@@ -37,6 +43,18 @@ Account accountIn(const std::string& path, const std::string& contents) {
   if (!url || !uuidBytes(computer.view())) fail(path, "it is no account", kSetAgainRemedy);
   return {url.toString(), computer, {}};
 }
+
+// Wipes what the file held, keys included, when it has been read.
+class Wiping {
+ public:
+  explicit Wiping(std::string& contents) : _contents(contents) {}
+  ~Wiping() { wipe(_contents); }
+  Wiping(const Wiping&) = delete;
+  Wiping& operator=(const Wiping&) = delete;
+
+ private:
+  std::string& _contents;
+};
 
 std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
@@ -65,7 +83,7 @@ std::optional<Date> reachedIn(const std::string& notePath, const Account& accoun
 }
 
 // Makes the directory if it is missing.
-void writePrivately(const std::string& path, const Dictionary& entries) {
+void writePrivately(const std::string& path, std::string_view contents) {
   if (const auto problem = makePrivateDirectory(directoryOf(path)))
     fail(path, "can't make " + problem.path + ": " + problem.error.message(), kPermissionRemedy);
   // An old file passes its mode on to the new one.
@@ -73,7 +91,7 @@ void writePrivately(const std::string& path, const Dictionary& entries) {
   if (problem && problem.error != std::errc::no_such_file_or_directory)
     fail(path, "can't close it to other users: " + problem.error.message(), kPermissionRemedy);
   const PrivateUmask umask;
-  if (const auto error = Platform::current().files.writeAtomically(path, writeBinaryPropertyList(entries)))
+  if (const auto error = Platform::current().files.writeAtomically(path, contents))
     fail(path, "can't write it: " + error.message(), kPermissionRemedy);
 }
 
@@ -102,17 +120,32 @@ std::optional<Account> readAccount(const std::string& path) {
          "`loomerctl account set`.");
   }
   if (error) fail(path, "can't read it: " + error.message(), kPermissionRemedy);
+  const Wiping wiping(contents);
   Account account = accountIn(path, contents);
   account.reached = reachedIn(notePathOf(path), account);
   return account;
 }
 
 void writeAccount(const std::string& path, const Account& account) {
-  writePrivately(path, Dictionary{{kUrlKey, account.url}, {kComputerKey, account.computer}});
+  if (account.membership) return writePrivately(path, membershipFileOf(account).view());
+  writePrivately(
+      path, writeBinaryPropertyList(Dictionary{{kUrlKey, account.url}, {kComputerKey, account.computer}}));
+}
+
+void changeMembership(const std::string& path, const Account& account,
+                      const std::function<void(Membership&)>& change) {
+  auto kept = readAccount(path);
+  if (!kept || !kept->membership || !account.membership || !(kept->computer == account.computer) ||
+      kept->membership->account != account.membership->account) {
+    return;
+  }
+  change(*kept->membership);
+  writeAccount(path, *kept);
 }
 
 void noteAccountReached(const std::string& path, const Account& account, Date when) {
-  writePrivately(notePathOf(path), Dictionary{{kAccountKey, hashOf(account)}, {kReachedKey, when}});
+  writePrivately(notePathOf(path),
+                 writeBinaryPropertyList(Dictionary{{kAccountKey, hashOf(account)}, {kReachedKey, when}}));
 }
 
 bool removeAccount(const std::string& path) {

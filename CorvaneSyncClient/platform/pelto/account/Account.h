@@ -1,20 +1,25 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/pelto/account/Membership.h"
 
 namespace corvane::pelto {
 
 /// How this user reaches the online service.
 struct Account {
-  std::string url;  ///< `postgresql://…` with the password: a secret
+  /// `postgresql://…` with the password, or the place's address with what opens it: a secret
+  std::string url;
   String computer;  ///< this computer's identifier there, an upper-case UUID made when the account was set
   /// When the service last answered for this URL and computer, to the day; absent before it ever has. Kept in
   /// a file of its own, which `noteAccountReached` writes.
   std::optional<Date> reached;
+  /// Present when the account is kept at a place.
+  std::optional<Membership> membership = {};
 };
 
 /// The path of the account's file in that home directory.
@@ -26,6 +31,11 @@ std::optional<Account> readAccount(const std::string& path);
 /// Writes the account without `reached`, atomically, to a file that only the user can read. Raises
 /// DotPeltoException.
 void writeAccount(const std::string& path, const Account& account);
+/// Reads the account, lets `change` change its membership, and writes it. Nothing happens when there is no
+/// account by now, or not the one that `account` and `computer` name. Another process that does the same at
+/// this very moment may undo it. Raises DotPeltoException.
+void changeMembership(const std::string& path, const Account& account,
+                      const std::function<void(Membership&)>& change);
 /// Notes that the service answered for this account. The note is a file beside the account's, so that it
 /// cannot overwrite an account that the user sets or removes at the same moment. It is valid for that URL and
 /// computer only. Raises DotPeltoException.

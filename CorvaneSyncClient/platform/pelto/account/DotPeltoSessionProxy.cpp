@@ -11,12 +11,14 @@ class AccountProxy : public DotPeltoSessionProxy {
  public:
   bool isComputerEnabledForSyncing() override {
     const auto account = pelto::userAccount();
-    return account && account->reached;
+    return account && (account->membership || account->reached);
   }
 
   bool dataclassIsEnabledForSyncing(const String& dataclass) override {
     const auto account = pelto::userAccount();
-    return account && pelto::hubOf(*account)->isEnabled(dataclass);
+    if (!account) return false;
+    if (account->membership) return account->membership->enabled.contains(dataclass.toString());
+    return pelto::hubOf(*account)->isEnabled(dataclass);
   }
 
   bool setDataclass(const String& dataclass, bool isEnabledForSyncing, String& error) override {
@@ -26,7 +28,11 @@ class AccountProxy : public DotPeltoSessionProxy {
       return false;
     }
     try {
-      pelto::hubOf(*account)->setEnabled(dataclass, isEnabledForSyncing);
+      if (account->membership) {
+        pelto::enableDataClass(*account, dataclass, isEnabledForSyncing);
+      } else {
+        pelto::hubOf(*account)->setEnabled(dataclass, isEnabledForSyncing);
+      }
       return true;
     } catch (const PlatformException& exception) {
       error = exception.reason();

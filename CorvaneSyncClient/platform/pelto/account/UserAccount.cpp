@@ -71,6 +71,16 @@ std::string userAccountPath() { return accountPathForHome(Platform::current().pr
 
 std::optional<Account> userAccount() { return readAccount(userAccountPath()); }
 
+void enableDataClass(const Account& account, const String& dataClass, bool enabled) {
+  changeMembership(userAccountPath(), account, [&](Membership& membership) {
+    if (enabled) {
+      membership.enabled.insert(dataClass.toString());
+    } else {
+      membership.enabled.erase(dataClass.toString());
+    }
+  });
+}
+
 std::unique_ptr<Hub> hubOf(const Account& account) {
   return std::make_unique<NotingHub>(account, makeHub(account));
 }

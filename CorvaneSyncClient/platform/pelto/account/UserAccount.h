@@ -23,6 +23,10 @@ std::optional<Account> userAccount();
 /// note it goes to the system log.
 std::unique_ptr<Hub> hubOf(const Account& account);
 
+/// Whether this computer syncs the data class with an account at a place, from now on. Nothing happens when
+/// the user has replaced or removed that account meanwhile. Raises DotPeltoException.
+void enableDataClass(const Account& account, const String& dataClass, bool enabled);
+
 /// Makes the hub of an account without connecting.
 using HubMaker = std::function<std::unique_ptr<Hub>(const Account&)>;
 

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "CorvaneSyncClient/platform/pelto/seal/AccountKey.h"
+#include "CorvaneSyncClient/platform/pelto/seal/ComputerKeys.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Invitation.h"
+
+namespace corvane::pelto {
+
+/// How this computer belongs to an account that is kept at a place. Copies share the keys.
+struct Membership {
+  std::string account;  ///< an upper-case UUID
+  std::int64_t generation = 1;
+  std::shared_ptr<const AccountKey> key;     ///< of that generation; never null
+  std::shared_ptr<const ComputerKeys> keys;  ///< this computer's own pair; never null
+  std::string name;                          ///< of this computer, for the account's other computers
+  std::set<std::string> enabled;             ///< data classes that this computer syncs
+  CommitMark newest;                         ///< a commit that the invitation vouches for
+};
+
+}  // namespace corvane::pelto

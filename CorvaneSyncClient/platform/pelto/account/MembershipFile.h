@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/pelto/account/Account.h"
+#include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
+
+namespace corvane::pelto {
+
+// The account's file when the account is kept at a place:
+//
+//     17 bytes  "corvane account 2"
+//     32 bytes  the account's key
+//     32 bytes  this computer's secret key
+//     the rest  a binary property list with everything else
+//
+// The keys stand outside of the property list so that they never pass through memory that is not wiped.
+
+/// Whether the file's bytes begin like that.
+bool isMembershipFile(std::string_view bytes);
+
+/// The account in these bytes; absent when they are not exactly of that form.
+std::optional<Account> accountInMembershipFile(std::string_view bytes);
+
+/// The file of an account that has a membership.
+SecretBytes membershipFileOf(const Account& account);
+
+}  // namespace corvane::pelto
