@@ -153,9 +153,9 @@ def x25519(scalar, u):
 
 
 def invitation_groups(key, account, generation, place):
-    size = 75 + len(place) + 4
+    size = 75 + len(place) + 2 + 4
     carried = (b"\1" + struct.pack(">H", size) + key + uuid.UUID(account).bytes + generation.to_bytes(3, "big") +
-               bytes(5 + 16) + place.encode())
+               bytes(5 + 16) + place.encode() + bytes(2))
     carried += hashlib.blake2b(carried, digest_size=32).digest()[:4]
     carried += bytes(-len(carried) % 9)
     running, groups = hashlib.blake2b(b"corvane invitation", digest_size=32), []

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
@@ -28,8 +29,14 @@ constexpr std::size_t kGenerationBytes = 3;
 constexpr std::size_t kNumberBytes = 5;
 constexpr std::size_t kFixedBytes = kFormBytes + kLengthBytes + AccountKey::kBytes + kAccountBytes +
                                     kGenerationBytes + kNumberBytes + CommitMark::kHashBytes;
-// After them the address, then a checksum of everything.
+// After them what concerns the place, then a checksum of everything.
+constexpr std::size_t kLongestPlace = kLongestInvitedAddress + 2;
 constexpr std::size_t kChecksumBytes = 4;
+
+// Whether that many bytes can be those of an invitation.
+bool isSize(std::size_t size) {
+  return size >= kFixedBytes + kChecksumBytes && size <= kFixedBytes + kLongestPlace + kChecksumBytes;
+}
 
 [[noreturn]] void fail(const std::string& reason) { throw InvitationException(reason, false); }
 
@@ -60,29 +67,6 @@ class Writer {
   std::size_t _at = 0;
 };
 
-SecretBytes bytesOf(const Invitation& invitation) {
-  const auto account = uuidBytes(invitation.account);
-  const bool fits = invitation.place.size() <= kLongestInvitedAddress && account &&
-                    invitation.generation >> (8 * kGenerationBytes) == 0 &&
-                    invitation.newest.number >> (8 * kNumberBytes) == 0;
-  if (!fits)
-    throw PlatformException(NSInvalidArgumentException,
-                            "The address of the place is too long for an invitation.");
-  Writer writer(kFixedBytes + invitation.place.size() + kChecksumBytes);
-  writer.add(kForm, kFormBytes);
-  writer.add(kFixedBytes + invitation.place.size() + kChecksumBytes, kLengthBytes);
-  writer.add(invitation.key.bytes());
-  writer.add({account->data(), account->size()});
-  writer.add(static_cast<std::uint64_t>(invitation.generation), kGenerationBytes);
-  writer.add(static_cast<std::uint64_t>(invitation.newest.number), kNumberBytes);
-  std::string hash = invitation.newest.hash;
-  hash.resize(CommitMark::kHashBytes, '\0');
-  writer.add(hash);
-  writer.add(invitation.place);
-  writer.add(checksum(writer.written()));
-  return writer.finish();
-}
-
 class Reader {
  public:
   explicit Reader(std::string_view bytes) : _bytes(bytes) {}
@@ -100,18 +84,16 @@ class Reader {
   std::string_view _bytes;
 };
 
-Invitation invitationOf(std::string_view bytes) {
-  Reader reader(bytes);
-  reader.take(kFormBytes + kLengthBytes);
-  AccountKey key(reader.take(AccountKey::kBytes));
-  UuidBytes account{};
-  std::memcpy(account.data(), reader.take(kAccountBytes).data(), kAccountBytes);
-  const std::int64_t generation = reader.number(kGenerationBytes);
-  CommitMark newest{reader.number(kNumberBytes), std::string(reader.take(CommitMark::kHashBytes))};
-  if (newest.number == 0) newest.hash.clear();
-  const std::size_t address = bytes.size() - kFixedBytes - kChecksumBytes;
-  return {std::string(reader.take(address)), uuidString(account), generation, std::move(key),
-          std::move(newest)};
+// "ADDRESS\0USER\0SECRET"
+bool readPlace(std::string_view bytes, Invitation& invitation) {
+  const std::size_t user = bytes.find('\0');
+  const std::size_t secret = user == std::string_view::npos ? user : bytes.find('\0', user + 1);
+  if (secret == std::string_view::npos || bytes.find('\0', secret + 1) != std::string_view::npos)
+    return false;
+  invitation.address = bytes.substr(0, user);
+  invitation.user = bytes.substr(user + 1, secret - user - 1);
+  invitation.secret = bytes.substr(secret + 1);
+  return true;
 }
 
 // Whether the text is a line; else it is taken for words, which have no c.
@@ -139,8 +121,7 @@ std::size_t wantedGroups(const SecretBytes& carried) {
          ", which only a newer version can read.");
   }
   const std::size_t size = carried.data()[1] << 8 | carried.data()[2];
-  if (size < kFixedBytes + kChecksumBytes || size > kFixedBytes + kLongestInvitedAddress + kChecksumBytes)
-    fail(groupText(1) + "is not as it was printed.");
+  if (!isSize(size)) fail(groupText(1) + "is not as it was printed.");
   return (size + kCarriedBytes - 1) / kCarriedBytes;
 }
 
@@ -152,6 +133,61 @@ void checkGroups(const ReadGroups& read) {
 }
 
 }  // namespace
+
+SecretBytes bytesOf(const Invitation& invitation) {
+  const auto account = uuidBytes(invitation.account);
+  if (!account || invitation.generation >> (8 * kGenerationBytes) != 0 ||
+      invitation.newest.number >> (8 * kNumberBytes) != 0) {
+    throw PlatformException(NSInvalidArgumentException, "no account that an invitation can be made for");
+  }
+  const std::string_view separator("\0", 1);
+  const std::size_t place =
+      invitation.address.size() + invitation.user.size() + invitation.secret.size() + 2 * separator.size();
+  if (place > kLongestPlace) {
+    throw PlatformException(
+        "DotPeltoInvitationException",
+        "The address of the place is too long for an invitation: with what opens it, it may have " +
+            std::to_string(kLongestInvitedAddress) + " bytes.");
+  }
+  Writer writer(kFixedBytes + place + kChecksumBytes);
+  writer.add(kForm, kFormBytes);
+  writer.add(kFixedBytes + place + kChecksumBytes, kLengthBytes);
+  writer.add(invitation.key.bytes());
+  writer.add({account->data(), account->size()});
+  writer.add(static_cast<std::uint64_t>(invitation.generation), kGenerationBytes);
+  writer.add(static_cast<std::uint64_t>(invitation.newest.number), kNumberBytes);
+  std::string hash = invitation.newest.hash;
+  hash.resize(CommitMark::kHashBytes, '\0');
+  for (const std::string_view each :
+       {std::string_view(hash), std::string_view(invitation.address), separator,
+        std::string_view(invitation.user), separator, std::string_view(invitation.secret)}) {
+    writer.add(each);
+  }
+  writer.add(checksum(writer.written()));
+  return writer.finish();
+}
+
+std::optional<Invitation> invitationIn(std::string_view all) {
+  if (all.size() < kFormBytes + kLengthBytes || static_cast<unsigned char>(all[0]) != kForm)
+    return std::nullopt;
+  const std::size_t size = loadBigEndian(all.data() + kFormBytes, kLengthBytes);
+  if (!isSize(size) || size > all.size() || all.find_first_not_of('\0', size) != std::string_view::npos)
+    return std::nullopt;
+  const std::string_view summed = all.substr(0, size - kChecksumBytes);
+  if (all.substr(summed.size(), kChecksumBytes) != checksum(summed)) return std::nullopt;
+  Reader reader(summed);
+  reader.take(kFormBytes + kLengthBytes);
+  Invitation invitation{{}, {}, {}, {}, 0, AccountKey(reader.take(AccountKey::kBytes)), {}};
+  UuidBytes account{};
+  std::memcpy(account.data(), reader.take(kAccountBytes).data(), kAccountBytes);
+  invitation.account = uuidString(account);
+  invitation.generation = reader.number(kGenerationBytes);
+  invitation.newest.number = reader.number(kNumberBytes);
+  const std::string_view hash = reader.take(CommitMark::kHashBytes);
+  if (invitation.newest.number > 0) invitation.newest.hash = hash;
+  if (!readPlace(reader.take(summed.size() - kFixedBytes), invitation)) return std::nullopt;
+  return invitation;
+}
 
 std::string lineOf(const Invitation& invitation) {
   std::string groups = base32Groups(groupsOf(bytesOf(invitation)));
@@ -179,14 +215,9 @@ Invitation invitationFrom(std::string_view text) {
                               true);
   }
   if (whole > wanted || read.leftOver > 0) fail("Something follows after the invitation's end.");
-  const std::size_t size = carried.data()[1] << 8 | carried.data()[2];
-  const std::string_view bytes = carried.view().substr(0, size);
-  const std::string_view filling = carried.view().substr(size);
-  const std::string_view summed = bytes.substr(0, size - kChecksumBytes);
-  if (bytes.substr(summed.size()) != checksum(summed) ||
-      filling.find_first_not_of('\0') != std::string_view::npos)
-    fail("The invitation is not as it was printed.");
-  return invitationOf(bytes);
+  auto invitation = invitationIn(carried.view());
+  if (!invitation) fail("The invitation is not as it was printed.");
+  return *std::move(invitation);
 }
 
 }  // namespace corvane::pelto

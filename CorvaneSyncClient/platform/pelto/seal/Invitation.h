@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,14 +23,17 @@ struct CommitMark {
 
 /// What a computer needs to join an account, all of it secret.
 struct Invitation {
-  std::string place;    ///< the address, with what opens the place
+  std::string address;  ///< of the place
+  std::string
+      user;  ///< with what the place lets one in, where that is the same for all computers; else empty
+  std::string secret;
   std::string account;  ///< an upper-case UUID
   std::int64_t generation = 0;
   AccountKey key;
   CommitMark newest;  ///< when the invitation was made
 };
 
-/// Bytes of an invitation's address of the place.
+/// Bytes of address, user and secret together.
 inline constexpr std::size_t kLongestInvitedAddress = 1500;
 
 /// Text that is no invitation. The reason tells what is wrong, by the number of the group, and shows nothing
@@ -46,11 +50,16 @@ class InvitationException : public PlatformException {
   bool _isIncomplete;
 };
 
+/// The invitation's bytes. Raises PlatformException when address, user and secret are too long.
+SecretBytes bytesOf(const Invitation& invitation);
+/// Reads what `bytesOf` made, with or without zeros after it; absent for anything else.
+std::optional<Invitation> invitationIn(std::string_view bytes);
+
 /// The invitation as one line, "CORVANE-ABCDEFGHIJKLMNOP-…", for copying and for QR codes, which store
 /// capitals, digits and hyphens densely. Groups of 16 characters of base32 (RFC 4648), which keep their
 /// meaning when capitals are lost and can be read out, as those of base64url do not. Nine bytes of a group
-/// are the invitation's, the tenth checks all groups up to there. Raises PlatformException for an address
-/// that is too long. The caller wipes the text.
+/// are the invitation's, the tenth checks all groups up to there. Raises as `bytesOf`. The caller wipes
+/// the text.
 std::string lineOf(const Invitation& invitation);
 
 /// The invitation as words for reading out and typing, five in a line, which is one group. A word stands for
