@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "tests/fakes/FreePort.h"
 #include "tests/pelto/HubFixture.h"
 
 // Setting a server up, its accounts, a pooler in front of it, and the fixture itself.

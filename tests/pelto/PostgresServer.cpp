@@ -1,6 +1,5 @@
 #include "tests/pelto/PostgresServer.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <libpq-fe.h>
 #include <pwd.h>
@@ -10,16 +9,16 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <random>
 #include <sstream>
 #include <system_error>
 #include <thread>
+
+#include "tests/fakes/FreePort.h"
 
 namespace corvane {
 
@@ -172,23 +171,6 @@ struct ResultDeleter {
 }  // namespace
 
 // Below those that the system gives to outgoing connections, which would take it between two starts.
-int freePort() {
-  std::random_device random;
-  for (int i = 0; i < 1000; ++i) {
-    const int port = 15000 + static_cast<int>(random() % 17000);
-    const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (probe < 0) failSystem("socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool isFree = ::bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(probe);
-    if (isFree) return port;
-  }
-  throw std::runtime_error("no port is free");
-}
-
 std::string runSql(const std::string& url, const std::string& statements) {
   const std::unique_ptr<PGconn, ConnectionDeleter> connection(PQconnectdb(url.c_str()));
   if (PQstatus(connection.get()) != CONNECTION_OK) throw PostgresError(PQerrorMessage(connection.get()), "");

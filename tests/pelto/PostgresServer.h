@@ -24,9 +24,6 @@ class PostgresError : public std::runtime_error {
 /// empty when there is none. Raises PostgresError.
 std::string runSql(const std::string& url, const std::string& statements);
 
-/// A free port of the loopback interface.
-int freePort();
-
 /// A PostgreSQL server for tests in a private directory, on the loopback interface and on a socket in that
 /// directory. The constructor starts it with the online service set up in the database "hub"; the destructor
 /// stops it. It leaves nothing behind, even when the test is killed. Starting takes a second or two, so one

@@ -6,6 +6,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/place/DirectoryPlace.h"
 #include "tests/fakes/TemporaryDirectory.h"
+#include "tests/pelto/place/ServerGrounds.h"
 
 namespace corvane::pelto {
 
@@ -25,7 +26,12 @@ using GroundMaker = std::function<std::unique_ptr<PlaceGround>()>;
 
 const std::map<std::string, GroundMaker>& makers() {
   static const std::map<std::string, GroundMaker> all{
+      {"apache", &makeApacheGround},
+      {"apache_digest", &makeApacheDigestGround},
       {"directory", [] { return std::make_unique<DirectoryGround>(); }},
+      {"lighttpd", &makeLighttpdGround},
+      {"nginx", &makeNginxGround},
+      {"rclone", &makeRcloneGround},
   };
   return all;
 }

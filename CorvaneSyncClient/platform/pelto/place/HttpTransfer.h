@@ -1,0 +1,72 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
+#include "CorvaneSyncClient/platform/system/Deadline.h"
+
+namespace corvane::pelto {
+
+/// One attempt at a request: a handle of libcurl's with what it needs, used for one attempt after the other.
+class HttpTransfer {
+ public:
+  HttpTransfer();
+
+  /// Sets everything up for an attempt. The request and settings have to outlive it.
+  void prepare(const HttpRequest& request, const HttpSettings& settings,
+               const std::optional<PlaceCredentials>& digest, Deadline deadline);
+  CURL* handle() const { return _handle.get(); }
+
+  /// How the attempt ended.
+  enum class Outcome {
+    answered,
+    lost,     ///< the connection ended before the answer did
+    unknown,  ///< sent and not answered, and not to be repeated
+    failed,   ///< `problem` and `remedy` say why
+  };
+  /// To be called once libcurl is done.
+  Outcome finish(CURLcode code);
+
+  HttpAnswer& answer() { return _answer; }
+  const std::string& problem() const { return _problem; }
+  const std::string& remedy() const { return _remedy; }
+  /// "HTTP/2"
+  std::string protocol() const;
+
+ private:
+  struct HandleDeleter {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+  };
+  struct ListDeleter {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+  };
+
+  void setRequest(const HttpRequest& request);
+  void setLimits(const HttpSettings& settings, Deadline deadline);
+  void setTrust(const HttpSettings& settings);
+  void append(const std::string& header);
+  Outcome outcomeOf(CURLcode code);
+  void checkWhole();
+  bool takeHeader(std::string_view line);
+  bool takeBody(std::string_view bytes);
+  bool refuse(std::string problem);
+  static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+
+  std::unique_ptr<CURL, HandleDeleter> _handle;
+  std::unique_ptr<curl_slist, ListDeleter> _headers;
+  const HttpRequest* _request = nullptr;
+  HttpAnswer _answer;
+  std::size_t _headerBytes = 0;
+  std::size_t _bodyBytes = 0;
+  std::string _problem;
+  std::string _remedy;
+  char _error[CURL_ERROR_SIZE] = {};
+};
+
+}  // namespace corvane::pelto

@@ -1,0 +1,114 @@
+#include "CorvaneSyncClient/platform/pelto/place/HubPlace.h"
+
+#include <charconv>
+#include <cstdint>
+#include <optional>
+
+#include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
+#include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
+#include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
+
+namespace corvane::pelto {
+
+namespace {
+
+/// A million objects with the longest names that there are in use.
+constexpr std::size_t kMostListing = 128 << 20;
+
+constexpr std::string_view kEnd = "end\n";
+
+HttpSettings settingsFor(const PlaceAddress& address, const std::string& token) {
+  HttpSettings settings;
+  settings.host = address.host;
+  settings.certificates = address.certificates;
+  settings.authorize = [token](const HttpRequest&) {
+    return std::vector<std::string>{"Authorization: Bearer " + token};
+  };
+  settings.reasonIn = [](const HttpAnswer& answer) { return answer.body; };
+  settings.secrets = {token};
+  return settings;
+}
+
+template <typename Number>
+std::optional<Number> takeNumber(std::string_view& line) {
+  Number number{};
+  const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
+  const auto length = static_cast<std::size_t>(end - line.data());
+  if (error != std::errc() || length == line.size() || *end != ' ') return std::nullopt;
+  line.remove_prefix(length + 1);
+  return number;
+}
+
+/// Reads "BYTES SECONDS-SINCE-1970 NAME".
+std::optional<PlaceObject> objectIn(std::string_view line) {
+  const auto bytes = takeNumber<std::uint64_t>(line);
+  const auto seconds = bytes ? takeNumber<std::int64_t>(line) : std::nullopt;
+  if (!seconds || line.empty()) return std::nullopt;
+  return PlaceObject{std::string(line), *bytes, Date{static_cast<double>(*seconds) - kSecondsFrom1970To2001}};
+}
+
+}  // namespace
+
+HubPlace::HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline)
+    : _description(address.description()),
+      _base(address.origin + percentEncodedPath(address.path) + "/v1/"),
+      _client(settingsFor(address, token), deadline) {}
+
+std::string HubPlace::urlOf(const std::string& name) const {
+  requirePlaceName(name);
+  return _base + "o/" + name;
+}
+
+Made HubPlace::putNew(const std::string& name, std::string_view bytes) {
+  const HttpRequest request = putNewRequest(name, bytes, urlOf(name));
+  return madeBy(_client, request, _client.perform(request));
+}
+
+void HubPlace::put(const std::vector<NamedBytes>& objects) {
+  std::vector<HttpRequest> requests;
+  for (const NamedBytes& object : objects)
+    requests.push_back(putRequest(object.name, object.bytes, urlOf(object.name)));
+  requireGood(_client, requests, _client.perform(requests));
+}
+
+std::vector<GetAnswer> HubPlace::get(const std::vector<GetRequest>& wanted) {
+  std::vector<HttpRequest> requests;
+  for (const GetRequest& request : wanted) requests.push_back(getRequest(request, urlOf(request.name)));
+  std::vector<HttpAnswer> answers = _client.perform(requests);
+  std::vector<GetAnswer> found;
+  for (std::size_t i = 0; i < answers.size(); ++i)
+    found.push_back(getAnswer(_client, requests[i], std::move(answers[i])));
+  return found;
+}
+
+std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
+  requirePlaceFolder(folder);
+  HttpRequest request;
+  request.what = "list " + folder;
+  request.method = "GET";
+  request.url = _base + "list/" + folder;
+  request.mostBytes = kMostListing;
+  const HttpAnswer answer = _client.perform(request);
+  if (answer.status == 404) return {};
+  if (answer.status != 200) _client.fail(request, answer);
+  std::vector<PlaceObject> objects;
+  std::string_view rest = answer.body;
+  while (rest != kEnd) {
+    const std::size_t end = rest.find('\n');
+    const std::optional<PlaceObject> object =
+        end == std::string_view::npos ? std::nullopt : objectIn(rest.substr(0, end));
+    if (!object)
+      _client.fail(request, "its listing is cut or of another form", "Tell whoever runs the server.");
+    if (isPlaceName(object->name) && folderOf(object->name) == folder) objects.push_back(*object);
+    rest.remove_prefix(end + 1);
+  }
+  return objects;
+}
+
+void HubPlace::remove(const std::vector<std::string>& names) {
+  std::vector<HttpRequest> requests;
+  for (const std::string& name : names) requests.push_back(removeRequest(name, urlOf(name)));
+  requireGood(_client, requests, _client.perform(requests), 404);
+}
+
+}  // namespace corvane::pelto

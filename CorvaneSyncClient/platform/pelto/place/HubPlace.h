@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
+#include "CorvaneSyncClient/platform/pelto/place/Place.h"
+#include "CorvaneSyncClient/platform/pelto/place/PlaceAddress.h"
+
+namespace corvane::pelto {
+
+/// A corvane-hub, which keeps the objects of the account that this computer's token belongs to.
+class HubPlace : public Place {
+ public:
+  HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline);
+
+  Made putNew(const std::string& name, std::string_view bytes) override;
+  void put(const std::vector<NamedBytes>& objects) override;
+  std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override;
+  std::vector<PlaceObject> list(const std::string& folder) override;
+  void remove(const std::vector<std::string>& names) override;
+  std::string description() const override { return _description; }
+
+ private:
+  std::string urlOf(const std::string& name) const;
+
+  std::string _description;
+  std::string _base;
+  HttpClient _client;
+};
+
+}  // namespace corvane::pelto

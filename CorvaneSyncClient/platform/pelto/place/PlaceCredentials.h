@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace corvane::pelto {
+
+/// What proves at a place who one is.
+struct PlaceCredentials {
+  std::string user;    ///< WebDAV: the name; S3: the key's identifier; otherwise empty
+  std::string secret;  ///< WebDAV: the password; S3: the secret key; a hub: the computer's token
+};
+
+}  // namespace corvane::pelto

@@ -1,0 +1,168 @@
+#include "tests/pelto/place/ServerGrounds.h"
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
+#include "tests/fakes/FreePort.h"
+#include "tests/pelto/place/ServerProcess.h"
+
+namespace corvane::pelto {
+
+namespace {
+
+constexpr int kTries = 5;
+
+const PlaceCredentials kAlice{"alice", "s3cret: w\xc3\xb6rd"};
+constexpr const char* kAliceSha = "alice:{SHA}9m7zE8CWEi0yETRRwnND3zdHWr0=\n";
+constexpr const char* kAlicePlain = "alice:s3cret: w\xc3\xb6rd\n";
+constexpr const char* kAliceDigest = "alice:places:cda780cc153252861fd5c52b8457d6e2\n";
+
+// A text with "@DIR@" and "@PORT@" in the places of these.
+std::string filledIn(std::string text, const std::string& directory, int port) {
+  for (const auto& [mark, value] : {std::pair<std::string, std::string>("@DIR@", directory),
+                                    std::pair<std::string, std::string>("@PORT@", std::to_string(port))}) {
+    for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark))
+      text.replace(at, mark.size(), value);
+  }
+  return text;
+}
+
+// A server that a configuration file tells everything.
+struct Setup {
+  std::string configuration;
+  std::string users;                   ///< for the file "users"
+  std::vector<std::string> arguments;  ///< marks are filled in
+};
+
+class WebDavGround : public PlaceGround {
+ public:
+  explicit WebDavGround(const Setup& setup) {
+    _server.write("users", setup.users);
+    for (int i = 0; i < kTries; ++i) {
+      const int port = freePort();
+      _server.write("conf", filledIn(setup.configuration, _server.directory(), port));
+      std::vector<std::string> arguments;
+      for (const std::string& argument : setup.arguments)
+        arguments.push_back(filledIn(argument, _server.directory(), port));
+      if (!_server.start(arguments, port)) continue;
+      _address = parsePlaceAddress("http://127.0.0.1:" + std::to_string(port));
+      return;
+    }
+    throw std::runtime_error(setup.arguments.front() + " does not start: " + _server.log());
+  }
+
+  std::unique_ptr<Place> place(Deadline deadline) override { return makePlace(_address, kAlice, deadline); }
+
+ private:
+  ServerProcess _server;
+  PlaceAddress _address;
+};
+
+constexpr const char* kApache = R"(
+ServerRoot "@DIR@"
+ServerName localhost
+Listen 127.0.0.1:@PORT@
+PidFile "@DIR@/pid"
+ErrorLog "@DIR@/error"
+DefaultRuntimeDir "@DIR@"
+LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
+LoadModule authn_core_module /usr/lib/apache2/modules/mod_authn_core.so
+LoadModule authn_file_module /usr/lib/apache2/modules/mod_authn_file.so
+LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
+LoadModule authz_user_module /usr/lib/apache2/modules/mod_authz_user.so
+LoadModule auth_basic_module /usr/lib/apache2/modules/mod_auth_basic.so
+LoadModule auth_digest_module /usr/lib/apache2/modules/mod_auth_digest.so
+LoadModule dav_module /usr/lib/apache2/modules/mod_dav.so
+LoadModule dav_fs_module /usr/lib/apache2/modules/mod_dav_fs.so
+StartServers 2
+DavLockDB "@DIR@/locks"
+DocumentRoot "@DIR@/data"
+<Directory "@DIR@/data">
+  Dav On
+  AuthName "places"
+  Require valid-user
+)";
+
+Setup apacheSetup(const std::string& authentication, const std::string& users) {
+  return {kApache + authentication + "</Directory>\n",
+          users,
+          {"/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND"}};
+}
+
+constexpr const char* kNginx = R"(
+load_module /usr/lib/nginx/modules/ngx_http_dav_ext_module.so;
+daemon off;
+worker_processes 4;
+pid @DIR@/pid;
+error_log @DIR@/error;
+events { worker_connections 256; }
+http {
+  access_log off;
+  client_body_temp_path @DIR@/body;
+  proxy_temp_path @DIR@/proxy;
+  fastcgi_temp_path @DIR@/fastcgi;
+  uwsgi_temp_path @DIR@/uwsgi;
+  scgi_temp_path @DIR@/scgi;
+  client_max_body_size 0;
+  server {
+    listen 127.0.0.1:@PORT@ reuseport;
+    root @DIR@/data;
+    location / {
+      auth_basic "places";
+      auth_basic_user_file @DIR@/users;
+      dav_methods PUT DELETE MKCOL COPY MOVE;
+      dav_ext_methods PROPFIND OPTIONS;
+    }
+  }
+}
+)";
+
+constexpr const char* kLighttpd = R"(
+server.modules = ("mod_auth", "mod_authn_file", "mod_webdav")
+server.bind = "127.0.0.1"
+server.port = @PORT@
+server.document-root = "@DIR@/data"
+server.errorlog = "@DIR@/error"
+server.upload-dirs = ("@DIR@")
+webdav.activate = "enable"
+mimetype.assign = ("" => "application/octet-stream")
+auth.backend = "plain"
+auth.backend.plain.userfile = "@DIR@/users"
+auth.require = ("" => ("method" => "basic", "realm" => "places", "require" => "valid-user"))
+)";
+
+}  // namespace
+
+std::unique_ptr<PlaceGround> makeApacheGround() {
+  return std::make_unique<WebDavGround>(
+      apacheSetup("AuthType Basic\nAuthUserFile \"@DIR@/users\"\n", kAliceSha));
+}
+
+std::unique_ptr<PlaceGround> makeApacheDigestGround() {
+  return std::make_unique<WebDavGround>(
+      apacheSetup("AuthType Digest\nAuthUserFile \"@DIR@/users\"\n", kAliceDigest));
+}
+
+std::unique_ptr<PlaceGround> makeLighttpdGround() {
+  return std::make_unique<WebDavGround>(
+      Setup{kLighttpd, kAlicePlain, {"/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf"}});
+}
+
+std::unique_ptr<PlaceGround> makeNginxGround() {
+  return std::make_unique<WebDavGround>(
+      Setup{kNginx, kAliceSha, {"/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error"}});
+}
+
+std::unique_ptr<PlaceGround> makeRcloneGround() {
+  return std::make_unique<WebDavGround>(
+      Setup{"",
+            "",
+            {"/usr/bin/rclone", "serve", "webdav", "@DIR@/data", "--config", "@DIR@/conf", "--cache-dir",
+             "@DIR@/cache", "--addr", "127.0.0.1:@PORT@", "--user", kAlice.user, "--pass", kAlice.secret}});
+}
+
+}  // namespace corvane::pelto

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <memory>
+
+#include "tests/pelto/place/PlaceGround.h"
+
+namespace corvane::pelto {
+
+// Servers from Debian, each at a port of the loopback interface with its own files. Raise std::runtime_error
+// when they do not start.
+
+std::unique_ptr<PlaceGround> makeApacheGround();
+/// Apache that wants HTTP's Digest scheme.
+std::unique_ptr<PlaceGround> makeApacheDigestGround();
+std::unique_ptr<PlaceGround> makeLighttpdGround();
+std::unique_ptr<PlaceGround> makeNginxGround();
+std::unique_ptr<PlaceGround> makeRcloneGround();
+
+}  // namespace corvane::pelto
