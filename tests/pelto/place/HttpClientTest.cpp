@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <latch>
@@ -207,6 +208,17 @@ TEST_F(HttpClientTest, WhatStaysIsAnsweredOrReportedAfterTheLastAttempt) {
     client.perform(reading(server));
     EXPECT_EQ(server.requests().size(), 1U) << status;
   }
+}
+
+TEST_F(HttpClientTest, AServerThatAsksForPausesGetsThemAsOftenAsItAsks) {
+  std::atomic<int> count = 0;
+  const ScriptedServer server([&](const std::string&, ScriptedConnection& connection) {
+    connection.send(++count <= 3 * kMostAttempts ? httpAnswer("429 Many", "", "Retry-After: 0\r\n")
+                                                 : httpAnswer("200 OK", "at last"));
+  });
+  HttpSettings quick = settings();
+  quick.firstPause = 1e-6;
+  EXPECT_EQ(HttpClient(quick, after(30)).perform(reading(server)).body, "at last");
 }
 
 TEST_F(HttpClientTest, APauseBeyondTheDeadlineIsNotWaitedFor) {

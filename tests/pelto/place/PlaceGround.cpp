@@ -29,6 +29,7 @@ const std::map<std::string, GroundMaker>& makers() {
       {"apache", &makeApacheGround},
       {"apache_digest", &makeApacheDigestGround},
       {"directory", [] { return std::make_unique<DirectoryGround>(); }},
+      {"hub", &makeHubGround},
       {"lighttpd", &makeLighttpdGround},
       {"nginx", &makeNginxGround},
       {"rclone", &makeRcloneGround},

@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
+#include "tests/corvane-hub/HubProcess.h"
 #include "tests/fakes/FreePort.h"
+#include "tests/fakes/TemporaryDirectory.h"
 #include "tests/pelto/place/ServerProcess.h"
 
 namespace corvane::pelto {
@@ -60,6 +62,19 @@ class WebDavGround : public PlaceGround {
  private:
   ServerProcess _server;
   PlaceAddress _address;
+};
+
+class HubGround : public PlaceGround {
+ public:
+  std::unique_ptr<Place> place(Deadline deadline) override {
+    return makePlace(parsePlaceAddress("hub://127.0.0.1:" + std::to_string(_hub.port()) + "?tls=no"),
+                     {"", _token}, deadline);
+  }
+
+ private:
+  TemporaryDirectory _directory;
+  std::string _token = accountCommand(_directory.path(), {"add", "ada", "laptop"});
+  HubProcess _hub{_directory.path()};
 };
 
 constexpr const char* kApache = R"(
@@ -146,6 +161,8 @@ std::unique_ptr<PlaceGround> makeApacheDigestGround() {
   return std::make_unique<WebDavGround>(
       apacheSetup("AuthType Digest\nAuthUserFile \"@DIR@/users\"\n", kAliceDigest));
 }
+
+std::unique_ptr<PlaceGround> makeHubGround() { return std::make_unique<HubGround>(); }
 
 std::unique_ptr<PlaceGround> makeLighttpdGround() {
   return std::make_unique<WebDavGround>(

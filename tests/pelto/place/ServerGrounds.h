@@ -12,6 +12,8 @@ namespace corvane::pelto {
 std::unique_ptr<PlaceGround> makeApacheGround();
 /// Apache that wants HTTP's Digest scheme.
 std::unique_ptr<PlaceGround> makeApacheDigestGround();
+/// Our own server.
+std::unique_ptr<PlaceGround> makeHubGround();
 std::unique_ptr<PlaceGround> makeLighttpdGround();
 std::unique_ptr<PlaceGround> makeNginxGround();
 std::unique_ptr<PlaceGround> makeRcloneGround();

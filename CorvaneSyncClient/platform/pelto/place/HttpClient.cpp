@@ -24,7 +24,8 @@ namespace {
 
 constexpr std::size_t kMostAtOnce = 8;
 constexpr int kMostAttempts = 4;
-constexpr int kLongestWait = 1000;  // milliseconds until the deadline is looked at again
+constexpr double kLongestPause = 10;  // seconds that nobody has asked for
+constexpr int kLongestWait = 1000;    // milliseconds until the deadline is looked at again
 
 constexpr const char* kLaterRemedy = "It is tried again at the next sync.";
 
@@ -38,14 +39,15 @@ bool isPassing(int status) {
   return status == 429 || status == 500 || status == 502 || status == 503 || status == 504;
 }
 
-/// The seconds that the server asks to wait; 0 where it asks for none.
-double retryAfterOf(const HttpAnswer& answer) {
+/// The seconds that the server asks to wait; absent where it asks for nothing.
+std::optional<double> retryAfterOf(const HttpAnswer& answer) {
   const std::string text = answer.header("retry-after");
   std::uint32_t seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   if (error == std::errc() && end == text.data() + text.size()) return seconds;
   const std::optional<Date> date = dateFromHttp(text), now = dateFromHttp(answer.header("date"));
-  return date && now ? std::max(0.0, date->seconds - now->seconds) : 0;
+  if (!date || !now) return std::nullopt;
+  return std::max(0.0, date->seconds - now->seconds);
 }
 
 }  // namespace
@@ -94,7 +96,7 @@ class HttpClient::Round {
   void startDue() {
     const Deadline now = Deadline::clock::now();
     for (auto job = _waiting.begin(); job != _waiting.end() && _running.size() < kMostAtOnce;) {
-      if (job->notBefore > now) {
+      if (std::max(job->notBefore, _notBefore) > now) {
         ++job;
         continue;
       }
@@ -131,7 +133,7 @@ class HttpClient::Round {
     const bool isTriedAgain =
         outcome == HttpTransfer::Outcome::lost ||
         (isAnswered && (answer.status == 429 || (request.isIdempotent && isPassing(answer.status))));
-    if (isTriedAgain && delay(job, isAnswered ? retryAfterOf(answer) : 0)) {
+    if (isTriedAgain && delay(job, isAnswered ? &answer : nullptr)) {
       _waiting.push_back(std::move(job));
     } else if (isAnswered || outcome == HttpTransfer::Outcome::unknown) {
       _answers[job.index] = std::move(transfer->answer());
@@ -140,15 +142,21 @@ class HttpClient::Round {
     }
   }
 
-  // Has the job wait before its next attempt; false when it had its last one or there is no time.
-  bool delay(Job& job, double asked) const {
-    if (job.attempt == kMostAttempts) return false;
+  // Has the job wait before its next attempt; false when it had its last one or there is no time. A server
+  // that says how long it wants no requests gets none of the others either, and may say so as often as it
+  // likes.
+  bool delay(Job& job, const HttpAnswer* answer) {
+    const std::optional<double> asked = answer ? retryAfterOf(*answer) : std::nullopt;
+    if (job.attempt >= kMostAttempts && !asked) return false;
     // Up to half as long again, so that many who were turned away do not come back at once.
     const double spread = 1 + randombytes_uniform(512) / 1024.0;
-    const double pause = _client._settings.firstPause * std::exp2(job.attempt - 1) * spread;
+    const double pause =
+        std::min(_client._settings.firstPause * std::exp2(job.attempt - 1), kLongestPause) * spread;
     const double left = std::chrono::duration<double>(_client._deadline - Deadline::clock::now()).count();
-    if (std::max(pause, asked) >= left) return false;
-    job.notBefore = after(std::max(pause, asked));
+    const double wanted = std::max(pause, asked.value_or(0));
+    if (wanted >= left) return false;
+    job.notBefore = after(wanted);
+    if (asked) _notBefore = std::max(_notBefore, after(*asked));
     ++job.attempt;
     return true;
   }
@@ -158,7 +166,7 @@ class HttpClient::Round {
     if (_waiting.empty() && _running.empty()) return;
     Deadline next = Deadline::clock::now() + std::chrono::milliseconds(kLongestWait);
     if (_running.size() < kMostAtOnce) {
-      for (const Job& job : _waiting) next = std::min(next, job.notBefore);
+      for (const Job& job : _waiting) next = std::min(next, std::max(job.notBefore, _notBefore));
     }
     const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Deadline::clock::now()).count();
     if (wait > 0) curl_multi_poll(_client._multi, nullptr, 0, static_cast<int>(wait), nullptr);
@@ -169,6 +177,7 @@ class HttpClient::Round {
   std::vector<HttpAnswer> _answers;
   std::deque<Job> _waiting;
   std::map<CURL*, Job> _running;
+  Deadline _notBefore;  // of all of them, since the server has asked for a pause
 };
 
 HttpClient::HttpClient(HttpSettings settings, Deadline deadline)

@@ -39,7 +39,8 @@ struct HttpAnswer {
 
   /// The value of the header with that name in lower case; "" without one.
   std::string header(std::string_view name) const;
-  /// Whether all of it was done. 207, of several results, tells of those that were not where one was asked for.
+  /// Whether all of it was done. 207, of several results, tells of those that were not where one was asked
+  /// for.
   bool isGood() const { return status >= 200 && status < 300 && status != 207; }
 };
 
@@ -62,8 +63,9 @@ struct HttpSettings {
 /// longer than they may be, cut, or that do not say where they end are errors. What the system's environment
 /// says of proxies holds, but not for this computer itself.
 ///
-/// A request is repeated, after a pause, when the connection is lost or the server says that it cannot do it
-/// now (5xx, 429); a pause that the server asks for is kept where the deadline allows.
+/// A request is repeated three times, after pauses, when the connection is lost or the server says that it
+/// cannot do it now (5xx, 429). A pause that the server asks for is kept by all requests, as often as it asks
+/// and as the deadline allows.
 class HttpClient {
  public:
   HttpClient(HttpSettings settings, Deadline deadline);
