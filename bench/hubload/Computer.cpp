@@ -53,11 +53,11 @@ class NotedHub : public pelto::Hub {
     _dealings.taken += remote.records.size();
     return remote;
   }
-  bool push(const pelto::HubPush& push) override {
+  pelto::HubPushed push(const pelto::HubPush& push) override {
     const Stopwatch timed(_dealings.seconds);
-    const bool isTaken = _hub->push(push);
-    ++(isTaken ? _dealings.given : _dealings.overtaken);
-    return isTaken;
+    const pelto::HubPushed pushed = _hub->push(push);
+    ++(pushed ? _dealings.given : _dealings.overtaken);
+    return pushed;
   }
   bool hasPush(const String& pushId) override {
     const Stopwatch timed(_dealings.seconds);

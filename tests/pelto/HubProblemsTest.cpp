@@ -290,7 +290,7 @@ TEST_F(ProblemTest, AComputerThatFallsSilentReleasesTheAccount) {
   });
   while (proxy.messages() < 16) std::this_thread::yield();
   bool isTaken = false;
-  EXPECT_EQ(failureOf([&] { isTaken = hub.push({now, newUuidString(), {}}); }), "");
+  EXPECT_EQ(failureOf([&] { isTaken = static_cast<bool>(hub.push({now, newUuidString(), {}})); }), "");
   EXPECT_TRUE(isTaken) << "the server ended the transaction of who said no more";
   proxy.cutAt(0);
   other.join();

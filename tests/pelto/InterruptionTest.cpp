@@ -77,7 +77,7 @@ TEST_F(InterruptionTest, APushCutOffAtAnyMessageIsMadeOrNotAndTheComputerLearnsW
       PostgresHub cut(proxy.through(url), computer);
       proxy.cutAt(message, moment);
       bool isTold = false;
-      const std::string failure = failureOf([&] { isTold = cut.push(push); });
+      const std::string failure = failureOf([&] { isTold = static_cast<bool>(cut.push(push)); });
       isDone = proxy.messages() < message;
       EXPECT_EQ(failure.empty(), isDone) << failure;
       EXPECT_EQ(isTold, isDone);
@@ -167,7 +167,7 @@ TEST_F(InterruptionTest, ExactlyOneOfTwoCrossingPushesWins) {
       const HubRecord record = bookmark("raced", {});
       const HubState now = racer.hub.remoteChanges({}).now;
       together.arrive_and_wait();
-      const bool isWon = racer.hub.push({now, newUuidString(), {record}});
+      const auto isWon = static_cast<bool>(racer.hub.push({now, newUuidString(), {record}}));
       if (isWon) racer.given.push_back(record.id.toString());
       {
         const std::lock_guard lock(mutex);

@@ -30,9 +30,9 @@ class ScriptedService {
       _service.answer("remote changes");
       return {};
     }
-    bool push(const pelto::HubPush&) override {
+    pelto::HubPushed push(const pelto::HubPush&) override {
       _service.answer("push");
-      return false;
+      return {};
     }
     bool hasPush(const String&) override {
       _service.answer("has push");

@@ -20,7 +20,8 @@ std::string directoryOf(const std::string& path) {
 
 }  // namespace
 
-ComputerSimulation::ComputerSimulation(const std::vector<std::size_t>& clients) {
+ComputerSimulation::ComputerSimulation(const std::vector<std::size_t>& clients, MemoryHub::Kind service)
+    : hub(service) {
   backups.push_back(hub.state);
   for (const std::size_t count : clients) addComputer(count);
 }
@@ -46,7 +47,7 @@ void ComputerSimulation::join() { addComputer(1); }
 
 std::unique_ptr<loomer::EmbeddedManager> ComputerSimulation::open(const Computer& computer) {
   auto manager = std::make_unique<loomer::EmbeddedManager>(computer.storePath);
-  manager->useHub([this] { return hub.connect(); });
+  manager->useHub([this, directory = directoryOf(computer.storePath)] { return hub.connect(directory); });
   return manager;
 }
 

@@ -15,7 +15,7 @@ namespace corvane {
 class ComputerSimulation {
  public:
   /// `clients` says how many each computer has.
-  explicit ComputerSimulation(const std::vector<std::size_t>& clients);
+  ComputerSimulation(const std::vector<std::size_t>& clients, MemoryHub::Kind service);
 
   std::size_t clientCount() const { return _clients.size(); }
   ScriptedClient& client(std::size_t client) { return *_clients[client].scripted; }

@@ -28,7 +28,8 @@ void require(bool holds, const std::string& what) {
 /// throughout, and after a dot the number of its last renaming.
 class RandomComputers {
  public:
-  explicit RandomComputers(const std::vector<std::size_t>& clients) : _simulation(clients) {
+  RandomComputers(const std::vector<std::size_t>& clients, MemoryHub::Kind service)
+      : _simulation(clients, service) {
     for (std::size_t i = 0; i < _simulation.clientCount(); ++i) bookmarkInCommon(_simulation.client(i));
     _serial = kInCommon;
     for (int i = 1; i <= kInCommon; ++i) _live.insert("n" + std::to_string(i));
@@ -235,13 +236,13 @@ const kit::Weights kSteps = {{4, addBookmark},   {2, addFolder},      {2, rename
 
 }  // namespace
 
-void computersConverge() {
+void computersConverge(MemoryHub::Kind service) {
   const auto clients = *rc::gen::withSize([](int) {
     return rc::gen::mapcat(rc::gen::inRange<std::size_t>(2, 6), [](std::size_t computers) {
       return rc::gen::container<std::vector<std::size_t>>(computers, rc::gen::inRange<std::size_t>(1, 3));
     });
   });
-  RandomComputers random(clients);
+  RandomComputers random(clients, service);
   for (const Step& step : *kit::stepsOf(kSteps)) random.carryOut(step);
   random.settle();
   random.requireNothingLost();

@@ -10,6 +10,7 @@ namespace corvane {
 
 EngineInstallation::EngineInstallation() {
   FakeBundle browser;
+  platform.uuids.inForm = true;
   browser.location = platform.directory / "install/Corvane.app";
   platform.bundles.byIdentifier["com.keldra.Corvane"] = browser;
   descriptionPath = browser.location + "/CorvaneClientDescription.plist";

@@ -33,12 +33,20 @@ TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40)
 
 TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
 
-TEST(Computers, ConvergeWhateverHappensToTheService) {
-  loomer::test::checkTimes(times(25), 40, computersConverge);
+/// Over each kind of service.
+class Computers : public testing::TestWithParam<MemoryHub::Kind> {};
+
+INSTANTIATE_TEST_SUITE_P(Over, Computers, testing::Values(MemoryHub::Kind::table, MemoryHub::Kind::chain),
+                         [](const auto& each) {
+                           return each.param == MemoryHub::Kind::table ? "Table" : "Chain";
+                         });
+
+TEST_P(Computers, ConvergeWhateverHappensToTheService) {
+  loomer::test::checkTimes(times(25), 40, [] { computersConverge(GetParam()); });
 }
 
-TEST(Computers, KeepEveryEditWhateverTheServiceLoses) {
-  loomer::test::checkTimes(times(60), 40, editsSurviveRollbacks);
+TEST_P(Computers, KeepEveryEditWhateverTheServiceLoses) {
+  loomer::test::checkTimes(times(60), 40, [] { editsSurviveRollbacks(GetParam()); });
 }
 
 TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(20), 30, undoRestoresEveryFile); }

@@ -32,7 +32,8 @@ void require(bool holds, const std::string& what) {
 /// ever, and after a dot the number of its last renaming.
 class EditingComputers {
  public:
-  explicit EditingComputers(std::size_t computers) : _simulation(std::vector<std::size_t>(computers, 1)) {
+  EditingComputers(std::size_t computers, MemoryHub::Kind service)
+      : _simulation(std::vector<std::size_t>(computers, 1), service) {
     add(0, "", true);
     add(0, "", true);
     const std::string folder = _simulation.client(0).children.at("").front();
@@ -265,8 +266,8 @@ const kit::Weights kSteps = {{3, addBookmark},   {1, addFolder},  {4, rename},  
 
 }  // namespace
 
-void editsSurviveRollbacks() {
-  EditingComputers random(*rc::gen::inRange<std::size_t>(2, 5));
+void editsSurviveRollbacks(MemoryHub::Kind service) {
+  EditingComputers random(*rc::gen::inRange<std::size_t>(2, 5), service);
   for (const Step& step : *kit::stepsOf(kSteps, 24)) random.carryOut(step);
   random.settle();
   random.requireEditsKept();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/loomer/engine/MemoryHub.h"
+
 namespace corvane {
 
 /// Several computers over one account of the online service, which is put back to states that it once had,
@@ -7,6 +9,6 @@ namespace corvane {
 /// often that happens, every edit ends on every computer that no other edit contends with, made without
 /// knowing of it; what was deleted by somebody who knew all edits of it stays deleted, and nothing else goes.
 /// Draws from RapidCheck; raises what does not hold.
-void editsSurviveRollbacks();
+void editsSurviveRollbacks(MemoryHub::Kind service);
 
 }  // namespace corvane

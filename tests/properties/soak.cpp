@@ -40,6 +40,7 @@ struct Property {
 };
 
 std::vector<Property> allProperties() {
+  using Kind = MemoryHub::Kind;
   return {{"convergence", loomer::test::clientsConverge, 500, 80},
           {"order", loomer::test::ordersKeepTheirRules, 5000, 100},
           {"arrival", loomer::test::changesArrive, 300, 60},
@@ -50,8 +51,10 @@ std::vector<Property> allProperties() {
           {"refusal", refusedRecordsStay, 20, 60},
           {"files", filesConverge, 10, 60},
           {"undo", undoRestoresEveryFile, 10, 40},
-          {"computers", computersConverge, 20, 60},
-          {"rollbacks", editsSurviveRollbacks, 20, 60}};
+          {"computers", [] { computersConverge(Kind::table); }, 20, 60},
+          {"chain-computers", [] { computersConverge(Kind::chain); }, 10, 60},
+          {"rollbacks", [] { editsSurviveRollbacks(Kind::table); }, 20, 60},
+          {"chain-rollbacks", [] { editsSurviveRollbacks(Kind::chain); }, 10, 60}};
 }
 
 struct SoakOptions {

@@ -74,6 +74,20 @@ struct HubPush {
   std::vector<HubRecord> records;
 };
 
+/// What became of a push.
+struct HubPushed {
+  enum class Outcome {
+    done,
+    overtaken,  ///< nothing has changed: the account is no longer in the expected state
+    full,       ///< nothing has changed: there is no room at the service
+  };
+  Outcome outcome = Outcome::overtaken;
+  HubState
+      now;  ///< when it is done, the account's state since then: of the push, or newer with the same records
+
+  explicit operator bool() const { return outcome == Outcome::done; }
+};
+
 /// Which of the revisions between `since` and `now`, both excluded, a computer learns of: the newest 64, then
 /// one at each doubling of the distance from `now`. Descending.
 std::vector<std::int64_t> sampledRevisions(std::int64_t since, std::int64_t now);
@@ -87,9 +101,8 @@ class Hub {
   /// The account's state and what has changed since the first of `seen`, read at one moment. `seen` holds the
   /// states that the computer has seen, newest first; empty before the first exchange.
   virtual RemoteChanges remoteChanges(const std::vector<HubState>& seen) = 0;
-  /// Makes `push` the account's next revision, in one transaction. False, with nothing changed, when the
-  /// account is no longer in the expected state.
-  virtual bool push(const HubPush& push) = 0;
+  /// Makes `push` the account's next revision, as a whole or not at all.
+  virtual HubPushed push(const HubPush& push) = 0;
   /// Whether the push with that id is part of the account's history. Answers how a push ended when the
   /// connection was lost before the answer arrived.
   virtual bool hasPush(const String& pushId) = 0;

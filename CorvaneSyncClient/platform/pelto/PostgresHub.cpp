@@ -409,7 +409,7 @@ void PostgresHub::noteComputer() {
   }
 }
 
-bool PostgresHub::push(const HubPush& push) {
+HubPushed PostgresHub::push(const HubPush& push) {
   const Ending ending = writing(kGiveChanges, [&](HubConnection& connection) {
     const HubRows rows =
         connection.run("SELECT corvane_hub.begin_push($1, $2, $3, $4, $5)",
@@ -420,7 +420,8 @@ bool PostgresHub::push(const HubPush& push) {
     putRecords(connection, push.records);
     return Ending::commit;
   });
-  return ending == Ending::commit;
+  if (ending == Ending::rollBack) return {};
+  return {HubPushed::Outcome::done, {push.expected.account, push.expected.revision + 1, push.id}};
 }
 
 // Deletions go first, so that a full account accepts a push that deletes as much as it adds.

@@ -27,7 +27,7 @@ class PostgresHub : public Hub {
   PostgresHub(std::string_view url, String computer, HubTimeouts timeouts = {});
 
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
-  bool push(const HubPush& push) override;
+  HubPushed push(const HubPush& push) override;
   bool hasPush(const String& pushId) override;
   bool isEnabled(const String& dataClass) override;
   void setEnabled(const String& dataClass, bool enabled) override;

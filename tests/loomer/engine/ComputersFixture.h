@@ -25,7 +25,7 @@ class Computer {
   Computer(std::unique_ptr<ScriptedClient> scripted, const std::string& home, MemoryHub& hub)
       : client(std::move(scripted)),
         _manager(std::make_unique<loomer::EmbeddedManager>(loomer::storePathForHome(home))) {
-    _manager->useHub([&hub] { return hub.connect(); });
+    _manager->useHub([&hub, home] { return hub.connect(home); });
   }
 
   /// Answers the session's error, empty for a success.
@@ -53,8 +53,10 @@ class Computer {
 };
 
 /// Two computers and an account of the online service.
-class HubTest : public EngineTest {
+class ComputersTest : public EngineTest {
  protected:
+  explicit ComputersTest(MemoryHub::Kind service) : hub(service) {}
+
   std::unique_ptr<Computer> makeComputer(const std::string& name) {
     return std::make_unique<Computer>(makeClient(name), platform.directory / ("home of " + name), hub);
   }
@@ -100,5 +102,19 @@ class HubTest : public EngineTest {
   MemoryHub hub;
   std::unique_ptr<Computer> a = makeComputer("a"), b = makeComputer("b");
 };
+
+/// The same over each kind of service.
+class HubTest : public ComputersTest, public testing::WithParamInterface<MemoryHub::Kind> {
+ protected:
+  HubTest() : ComputersTest(GetParam()) {}
+};
+
+inline std::string nameOfService(const testing::TestParamInfo<MemoryHub::Kind>& info) {
+  return info.param == MemoryHub::Kind::table ? "Table" : "Chain";
+}
+
+#define CORVANE_OVER_EACH_SERVICE(Fixture)                                                                 \
+  INSTANTIATE_TEST_SUITE_P(Over, Fixture, testing::Values(MemoryHub::Kind::table, MemoryHub::Kind::chain), \
+                           nameOfService)
 
 }  // namespace corvane

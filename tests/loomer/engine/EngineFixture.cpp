@@ -11,6 +11,7 @@ constexpr const char* kSchema =
 
 EngineTest::EngineTest() {
   platform.process.home = platform.directory / "home";
+  platform.uuids.inForm = true;
   storePath = loomer::storePathForHome(platform.process.home);
   FakeBundle browser;
   browser.location = platform.directory / "install/Corvane.app";

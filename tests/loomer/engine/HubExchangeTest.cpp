@@ -11,6 +11,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
 #include "tests/loomer/engine/ComputersFixture.h"
 
 namespace corvane {
@@ -18,7 +19,9 @@ namespace {
 
 constexpr auto kWhole = std::filesystem::copy_options::recursive;
 
-TEST_F(HubTest, WhatOneComputerAddsArrivesAtTheOtherInItsOrder) {
+CORVANE_OVER_EACH_SERVICE(HubTest);
+
+TEST_P(HubTest, WhatOneComputerAddsArrivesAtTheOtherInItsOrder) {
   const std::string folder = a->client->addFolder("", "F");
   a->client->addBookmark(folder, "1", "http://1/");
   a->client->addBookmark(folder, "2", "http://2/");
@@ -27,7 +30,7 @@ TEST_F(HubTest, WhatOneComputerAddsArrivesAtTheOtherInItsOrder) {
   EXPECT_EQ(b->text(), "F[1(http://1/) 2(http://2/)] 3(http://3/)");
 }
 
-TEST_F(HubTest, EditsMovesAndDeletionsOfBothSidesMeet) {
+TEST_P(HubTest, EditsMovesAndDeletionsOfBothSidesMeet) {
   const std::string folder = a->client->addFolder("", "F");
   for (const char* name : {"1", "2", "3", "4"}) a->client->addBookmark(folder, name, "http://x/");
   settle();
@@ -40,7 +43,7 @@ TEST_F(HubTest, EditsMovesAndDeletionsOfBothSidesMeet) {
   EXPECT_EQ(a->text(), "F[4(http://x/) one(http://one/)] 2(http://x/)");
 }
 
-TEST_F(HubTest, FirstSessionsOfTwoHistoriesMakeOne) {
+TEST_P(HubTest, FirstSessionsOfTwoHistoriesMakeOne) {
   for (Computer* computer : {a.get(), b.get()}) {
     const std::string bar = computer->client->addSpecial("BookmarksBar");
     computer->client->addBookmark(bar, "Same", "http://same/");
@@ -52,7 +55,7 @@ TEST_F(HubTest, FirstSessionsOfTwoHistoriesMakeOne) {
   EXPECT_EQ(hub.live(), 4u);
 }
 
-TEST_F(HubTest, QuietSessionAsksOnceAndStoresNothing) {
+TEST_P(HubTest, QuietSessionAsksOnceAndStoresNothing) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   const auto sessions = a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'");
@@ -62,7 +65,7 @@ TEST_F(HubTest, QuietSessionAsksOnceAndStoresNothing) {
   EXPECT_EQ(a->number("SELECT sessions FROM clients WHERE identifier = 'com.keldra.Pelto'"), sessions);
 }
 
-TEST_F(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
+TEST_P(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
   a->client->addBookmark("", "1", "http://1/");
   hub.onCall = [this](const std::string& call) {
     if (call != "remote changes") return;
@@ -77,7 +80,7 @@ TEST_F(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
   EXPECT_EQ(b->text(), "1(http://1/)");
 }
 
-TEST_F(HubTest, AServiceThatDoesNotStayRegisteredIsReported) {
+TEST_P(HubTest, AServiceThatDoesNotStayRegisteredIsReported) {
   a->store().database().execute(
       "CREATE TRIGGER unregister AFTER INSERT ON clients WHEN NEW.identifier = 'com.keldra.Pelto' BEGIN"
       " DELETE FROM clients WHERE id = NEW.id; END",
@@ -91,7 +94,7 @@ TEST_F(HubTest, AServiceThatDoesNotStayRegisteredIsReported) {
   a->store().database().execute("DROP TRIGGER unregister", "test");
 }
 
-TEST_F(HubTest, SwitchedOffNothingLeavesTheComputer) {
+TEST_P(HubTest, SwitchedOffNothingLeavesTheComputer) {
   hub.enabled = false;
   a->client->addBookmark("", "1", "http://1/");
   ASSERT_EQ(a->sync(), "");
@@ -102,7 +105,7 @@ TEST_F(HubTest, SwitchedOffNothingLeavesTheComputer) {
   EXPECT_EQ(b->text(), "1(http://1/)");
 }
 
-TEST_F(HubTest, OfflineTheComputerSyncsAloneAndCatchesUp) {
+TEST_P(HubTest, OfflineTheComputerSyncsAloneAndCatchesUp) {
   settle();
   hub.onCall = [](const std::string&) { failAsService("there is no network."); };
   a->client->addBookmark("", "1", "http://1/");
@@ -115,7 +118,7 @@ TEST_F(HubTest, OfflineTheComputerSyncsAloneAndCatchesUp) {
   EXPECT_EQ(b->text(), "1(http://1/)");
 }
 
-TEST_F(HubTest, ComputersThatGiveAtOneMomentTakeTurns) {
+TEST_P(HubTest, ComputersThatGiveAtOneMomentTakeTurns) {
   settle();
   a->client->addBookmark("", "Of a", "http://a/");
   b->client->addBookmark("", "Of b", "http://b/");
@@ -129,7 +132,7 @@ TEST_F(HubTest, ComputersThatGiveAtOneMomentTakeTurns) {
   EXPECT_EQ(a->client->nodes.size(), 2u);
 }
 
-TEST_F(HubTest, CutOffBeforeThePushItIsGivenAgain) {
+TEST_P(HubTest, CutOffBeforeThePushItIsGivenAgain) {
   a->client->addBookmark("", "1", "http://1/");
   failOnce("push");
   ASSERT_EQ(a->sync(), "");
@@ -137,6 +140,42 @@ TEST_F(HubTest, CutOffBeforeThePushItIsGivenAgain) {
   EXPECT_EQ(hub.live(), 0u);
   settle();
   EXPECT_EQ(b->text(), "1(http://1/)");
+}
+
+/// A service whose table is changed by hand.
+class TableTest : public ComputersTest {
+ protected:
+  TableTest() : ComputersTest(MemoryHub::Kind::table) {}
+};
+
+/// A service that is a chain of objects at a place.
+class ChainTest : public ComputersTest {
+ protected:
+  ChainTest() : ComputersTest(MemoryHub::Kind::chain) {}
+};
+
+TEST_F(ChainTest, APlaceWithoutRoomIsReadAndGivenNothingUntilThereIsRoom) {
+  settle();
+  for (const char* const full : {"put new", "put"}) {
+    SCOPED_TRACE(full);
+    const std::string title = std::string(full) + (full[3] ? "" : std::string(300'000, 'x'));
+    b->client->addBookmark("", std::string(full) + " of b", "http://b/");
+    ASSERT_EQ(b->sync(), "");
+    hub.onPlaceCall = [&](const std::string& call) {
+      if (call == full) throw pelto::PlaceFullException("There is no room.");
+    };
+    a->client->addBookmark("", title, "http://a/");
+    platform.log.expectMessages(
+        {"There is no room at the online service: what was changed here stays on this "
+         "computer until there is"});
+    ASSERT_EQ(a->sync(), "");
+    EXPECT_NE(a->find(std::string(full) + " of b"), "") << "what others gave is taken in";
+    ASSERT_EQ(b->sync(), "");
+    EXPECT_EQ(b->find(title), "");
+    hub.onPlaceCall = nullptr;
+    settle();
+    EXPECT_NE(b->find(title), "");
+  }
 }
 
 class CutOffAfterThePush : public HubTest {
@@ -149,7 +188,9 @@ class CutOffAfterThePush : public HubTest {
   }
 };
 
-TEST_F(CutOffAfterThePush, NothingIsThereTwice) {
+CORVANE_OVER_EACH_SERVICE(CutOffAfterThePush);
+
+TEST_P(CutOffAfterThePush, NothingIsThereTwice) {
   a->client->addBookmark("", "1", "http://1/");
   syncCutOff();
   EXPECT_EQ(hub.live(), 1u);
@@ -157,7 +198,7 @@ TEST_F(CutOffAfterThePush, NothingIsThereTwice) {
   EXPECT_EQ(b->text(), "1(http://1/)");
 }
 
-TEST_F(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
+TEST_P(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
   a->client->addBookmark("", "1", "http://1/");
   a->client->addBookmark("", "2", "http://2/");
   settle();
@@ -174,7 +215,7 @@ TEST_F(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
   EXPECT_EQ(a->text(), "uno(http://1/) zwei(http://2/)");
 }
 
-TEST_F(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
+TEST_P(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
   ASSERT_EQ(a->sync(), "");
   a->client->addBookmark("", "1", "http://1/");
   syncCutOff();
@@ -191,7 +232,7 @@ TEST_F(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
   EXPECT_EQ(b->text(), "1(http://1/) 2(http://2/)");
 }
 
-TEST_F(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
+TEST_P(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   a->client->readdress(a->find("1"), "http://one/");
@@ -209,7 +250,7 @@ TEST_F(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
   EXPECT_EQ(b->text(), "1(http://uno/)");
 }
 
-TEST_F(HubTest, EmptiedServiceIsFilledAgain) {
+TEST_P(HubTest, EmptiedServiceIsFilledAgain) {
   a->client->addBookmark("", "1", "http://1/");
   a->client->addBookmark("", "2", "http://2/");
   settle();
@@ -223,7 +264,7 @@ TEST_F(HubTest, EmptiedServiceIsFilledAgain) {
   EXPECT_EQ(hub.live(), 2u);
 }
 
-TEST_F(HubTest, EmptiedServiceIsFilledWithTheSameRecordsWhateverWasDoneToThemSince) {
+TEST_P(HubTest, EmptiedServiceIsFilledWithTheSameRecordsWhateverWasDoneToThemSince) {
   b->client->addFolder("", "F");
   b->client->addBookmark("", "1", "http://1/");
   settle();
@@ -240,7 +281,7 @@ TEST_F(HubTest, EmptiedServiceIsFilledWithTheSameRecordsWhateverWasDoneToThemSin
   EXPECT_EQ(a->identifiers(), b->identifiers());
 }
 
-TEST_F(HubTest, FirstSessionsOfTwoHistoriesAgreeOnIdentifiers) {
+TEST_P(HubTest, FirstSessionsOfTwoHistoriesAgreeOnIdentifiers) {
   for (Computer* computer : {a.get(), b.get()}) {
     const std::string folder = computer->client->addFolder("", "F");
     computer->client->addBookmark(folder, "Same", "http://same/");
@@ -250,7 +291,7 @@ TEST_F(HubTest, FirstSessionsOfTwoHistoriesAgreeOnIdentifiers) {
   EXPECT_EQ(a->identifiers(), b->identifiers());
 }
 
-TEST_F(HubTest, RestoredServiceTakesNothingBack) {
+TEST_P(HubTest, RestoredServiceTakesNothingBack) {
   const std::string folder = a->client->addFolder("", "F");
   for (const char* name : {"1", "2", "3"}) a->client->addBookmark(folder, name, "http://x/");
   settle();
@@ -270,7 +311,7 @@ TEST_F(HubTest, RestoredServiceTakesNothingBack) {
   EXPECT_EQ(hub.live(), 7u);
 }
 
-TEST_F(HubTest, WhateverKindOfExceptionEndsAnExchangeIsOneLineInTheLog) {
+TEST_P(HubTest, WhateverKindOfExceptionEndsAnExchangeIsOneLineInTheLog) {
   struct Row {
     const char* phrase;
     std::function<void()> raise;
@@ -298,7 +339,7 @@ TEST_F(HubTest, WhateverKindOfExceptionEndsAnExchangeIsOneLineInTheLog) {
   settle();
 }
 
-TEST_F(HubTest, AMissingOrDamagedSchemaEndsTheExchangeAlone) {
+TEST_P(HubTest, AMissingOrDamagedSchemaEndsTheExchangeAlone) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   const std::string elsewhere = platform.directory / "Elsewhere.syncschema";
@@ -320,7 +361,7 @@ TEST_F(HubTest, AMissingOrDamagedSchemaEndsTheExchangeAlone) {
   settle();
 }
 
-TEST_F(HubTest, AnotherAccountIsMetAnew) {
+TEST_P(HubTest, AnotherAccountIsMetAnew) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   hub.state = {};
@@ -330,7 +371,7 @@ TEST_F(HubTest, AnotherAccountIsMetAnew) {
   EXPECT_EQ(hub.live(), 1u);
 }
 
-TEST_F(HubTest, ComputerThatStayedAwayForLongHearsOfEveryDeletion) {
+TEST_P(HubTest, ComputerThatStayedAwayForLongHearsOfEveryDeletion) {
   for (const char* name : {"1", "2", "3"}) a->client->addBookmark("", name, "http://x/");
   settle();
   a->client->remove(a->find("2"));
@@ -351,13 +392,24 @@ class BulkDeletion : public HubTest {
     for (int i = from; i < to; ++i) a->client->remove(a->find(std::to_string(i)));
     ASSERT_EQ(a->sync(), "") << "the guard of the file lets it pass";
   }
-  /// What the rows of the account are when somebody has emptied its table.
+  /// What the rows of the account are when somebody has emptied its table. Of a chain, nobody can do more
+  /// than delete everything.
   void emptyTable() {
+    if (hub.kind == MemoryHub::Kind::chain) return deleteEverything();
     hub.state.records.clear();
     hub.state.revisions.clear();
     hub.state.forgotten = ++hub.state.now.revision;
     hub.state.now.pushId = "0E000000-0000-4000-8000-000000000004";
     hub.state.pushIds[hub.state.now.revision] = hub.state.now.pushId.toString();
+  }
+  void deleteEverything() {
+    const auto stranger = hub.connect(platform.directory / "home of a stranger");
+    pelto::HubPush push{stranger->remoteChanges({}).now, "0E000000-0000-4000-8000-0000000000FF", {}};
+    for (const auto& [id, record] : hub.state.records) {
+      push.records.emplace_back().id = id;
+      push.records.back().deleted = true;
+    }
+    ASSERT_TRUE(stranger->push(push));
   }
   /// The computer syncs on its own, and says of how many of how many it asks.
   void expectRefused(Computer& computer, const std::string& howMany) {
@@ -388,7 +440,9 @@ class BulkDeletion : public HubTest {
   }
 };
 
-TEST_F(BulkDeletion, AnEmptiedTableDeletesNothingHereUntilSomebodyApproves) {
+CORVANE_OVER_EACH_SERVICE(BulkDeletion);
+
+TEST_P(BulkDeletion, AnEmptiedTableDeletesNothingHereUntilSomebodyApproves) {
   bookmarkEverywhere(102);
   emptyTable();
   for (Computer* computer : {a.get(), b.get()}) {
@@ -404,7 +458,7 @@ TEST_F(BulkDeletion, AnEmptiedTableDeletesNothingHereUntilSomebodyApproves) {
   EXPECT_EQ(b->client->nodes.size(), 103u) << "and the others need not be asked any more";
 }
 
-TEST_F(BulkDeletion, WhatWasDeletedElsewhereSinceTheLastExchangeIsAskedForAsOne) {
+TEST_P(BulkDeletion, WhatWasDeletedElsewhereSinceTheLastExchangeIsAskedForAsOne) {
   bookmarkEverywhere(60);
   remove(0, 29);
   remove(29, 44);
@@ -414,14 +468,14 @@ TEST_F(BulkDeletion, WhatWasDeletedElsewhereSinceTheLastExchangeIsAskedForAsOne)
   EXPECT_EQ(b->client->nodes.size(), 16u);
 }
 
-TEST_F(BulkDeletion, OfAllThereWasIsAskedForHoweverLittle) {
+TEST_P(BulkDeletion, OfAllThereWasIsAskedForHoweverLittle) {
   bookmarkEverywhere(5);
   remove(0, 4);
   remove(4, 5);
   expectRefused(*b, "5 of 5");
 }
 
-TEST_F(BulkDeletion, AnApprovalServesForNothingElse) {
+TEST_P(BulkDeletion, AnApprovalServesForNothingElse) {
   bookmarkEverywhere(60);
   remove(0, 29);
   remove(29, 44);
@@ -434,7 +488,7 @@ TEST_F(BulkDeletion, AnApprovalServesForNothingElse) {
   EXPECT_EQ(b->client->nodes.size(), 10u);
 }
 
-TEST_F(BulkDeletion, WithinTheGuardsLimitsNobodyIsAsked) {
+TEST_P(BulkDeletion, WithinTheGuardsLimitsNobodyIsAsked) {
   bookmarkEverywhere(60);
   remove(0, 30);
   settle();
@@ -444,7 +498,7 @@ TEST_F(BulkDeletion, WithinTheGuardsLimitsNobodyIsAsked) {
   EXPECT_EQ(b->client->nodes.size(), 10u);
 }
 
-TEST_F(BulkDeletion, WhatThisComputerDeletesItselfIsAskedForOnceAtMost) {
+TEST_P(BulkDeletion, WhatThisComputerDeletesItselfIsAskedForOnceAtMost) {
   bookmarkEverywhere(60);
   for (int i = 0; i < 44; ++i) a->client->remove(a->find(std::to_string(i)));
   EXPECT_NE(a->sync(), "");
@@ -454,14 +508,14 @@ TEST_F(BulkDeletion, WhatThisComputerDeletesItselfIsAskedForOnceAtMost) {
   EXPECT_EQ(hub.live(), 16u);
 }
 
-TEST_F(BulkDeletion, AServiceThatIsGivenEverythingAnewDeletesNothingElsewhere) {
+TEST_P(BulkDeletion, AServiceThatIsGivenEverythingAnewDeletesNothingElsewhere) {
   bookmarkEverywhere(60);
   loomer::ClientTable(a->store()).setResetPending(service(*a), true);
   settle();
   EXPECT_EQ(b->client->nodes.size(), 60u);
 }
 
-TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
+TEST_P(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
   hub.limit = 2;
   for (const char* name : {"1", "2", "3"}) a->client->addBookmark("", name, "http://x/");
   ASSERT_EQ(a->sync(), "");
@@ -478,7 +532,7 @@ TEST_F(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
   EXPECT_EQ(b->client->nodes.size(), 3u);
 }
 
-TEST_F(HubTest, AFolderMoveThatWaitsForAnAnswerOfAFullAccountGoesAtTheNextRun) {
+TEST_P(HubTest, AFolderMoveThatWaitsForAnAnswerOfAFullAccountGoesAtTheNextRun) {
   const std::string folder = a->client->addFolder("", "F");
   const std::string target = a->client->addFolder("", "G");
   settle();
@@ -495,7 +549,7 @@ TEST_F(HubTest, AFolderMoveThatWaitsForAnAnswerOfAFullAccountGoesAtTheNextRun) {
   EXPECT_EQ(b->text(), "G[F[]]") << "though nothing changed here since";
 }
 
-TEST_F(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) {
+TEST_P(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) {
   const std::string longest(pelto::kLongestHubRecord - 1, 'u');
   a->client->addBookmark("", "1", longest);
   a->client->addBookmark("", "2", longest + "u");
@@ -511,7 +565,7 @@ TEST_F(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) 
   EXPECT_EQ(b->client->nodes.size(), 2u);
 }
 
-TEST_F(HubTest, WhatAFullAccountLeftOutOfAPushThatWasCutOffIsOfferedAgain) {
+TEST_P(HubTest, WhatAFullAccountLeftOutOfAPushThatWasCutOffIsOfferedAgain) {
   hub.limit = 1;
   for (const char* name : {"1", "2"}) a->client->addBookmark("", name, "http://x/");
   failOnce("pushed");
@@ -523,7 +577,7 @@ TEST_F(HubTest, WhatAFullAccountLeftOutOfAPushThatWasCutOffIsOfferedAgain) {
   EXPECT_EQ(b->client->nodes.size(), 2u);
 }
 
-TEST_F(HubTest, WhatAFullAccountLeftOutAndAnotherComputerGaveKeepsItsPlace) {
+TEST_P(HubTest, WhatAFullAccountLeftOutAndAnotherComputerGaveKeepsItsPlace) {
   hub.limit = 1;
   for (const char* name : {"1", "2"}) a->client->addBookmark("", name, "http://x/");
   ASSERT_EQ(a->sync(), "");
@@ -539,7 +593,7 @@ TEST_F(HubTest, WhatAFullAccountLeftOutAndAnotherComputerGaveKeepsItsPlace) {
   EXPECT_EQ(b->text(), "3(http://x/) 1(http://x/) 2(http://x/)");
 }
 
-TEST_F(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
+TEST_P(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
   settle();
   for (int i = 0; i < 30; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
   const MemoryHub::State before = hub.state;
@@ -556,7 +610,7 @@ TEST_F(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
   EXPECT_EQ(hub.live(), 31u);
 }
 
-TEST_F(HubTest, MuchIsGivenInSeveralPushes) {
+TEST_P(HubTest, MuchIsGivenInSeveralPushes) {
   for (int i = 0; i < 2400; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(hub.live(), 2400u);
@@ -565,7 +619,7 @@ TEST_F(HubTest, MuchIsGivenInSeveralPushes) {
   EXPECT_EQ(b->text(), a->text());
 }
 
-TEST_F(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
+TEST_P(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
   for (int i = 0; i < 3500; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
   hub.onCall = [this](const std::string& call) {
     if (call == "push") platform.clock.time.seconds += 60;
@@ -581,7 +635,7 @@ TEST_F(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
   EXPECT_EQ(hub.live(), 3500u);
 }
 
-TEST_F(HubTest, DeletionsAndChangesAreLeftForTheNextPushToo) {
+TEST_P(HubTest, DeletionsAndChangesAreLeftForTheNextPushToo) {
   for (int i = 0; i < 3000; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
   settle();
   for (int i = 0; i < 1200; ++i) a->client->remove(a->find(std::to_string(i)));
@@ -592,7 +646,7 @@ TEST_F(HubTest, DeletionsAndChangesAreLeftForTheNextPushToo) {
   EXPECT_EQ(b->client->nodes.size(), 1800u);
 }
 
-TEST_F(HubTest, ResetReplacesWhatTheServiceHolds) {
+TEST_P(HubTest, ResetReplacesWhatTheServiceHolds) {
   const std::string folder = a->client->addFolder("", "F");
   a->client->addBookmark(folder, "1", "http://1/");
   settle();
@@ -604,7 +658,7 @@ TEST_F(HubTest, ResetReplacesWhatTheServiceHolds) {
   EXPECT_EQ(hub.live(), 2u);
 }
 
-TEST_F(HubTest, RecordThatBecameAnotherKindDoesNotKeepTheRestFromBeingExchanged) {
+TEST_F(TableTest, RecordThatBecameAnotherKindDoesNotKeepTheRestFromBeingExchanged) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   pelto::HubRecord& record = hub.state.records.begin()->second;
@@ -622,7 +676,7 @@ TEST_F(HubTest, RecordThatBecameAnotherKindDoesNotKeepTheRestFromBeingExchanged)
   EXPECT_NE(b->find("2"), "");
 }
 
-TEST_F(HubTest, AnEarlierStateIsToldOnceARun) {
+TEST_F(TableTest, AnEarlierStateIsToldOnceARun) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
   const String account = hub.state.now.account;
@@ -641,7 +695,7 @@ TEST_F(HubTest, AnEarlierStateIsToldOnceARun) {
   platform.log.expectMessages(platform.log.messages);
 }
 
-TEST_F(HubTest, AccountFullOfBytesLeavesOutWhatDoesNotFit) {
+TEST_P(HubTest, AccountFullOfBytesLeavesOutWhatDoesNotFit) {
   hub.byteLimit = 40;
   a->client->addBookmark("", "Short", "http://s/");
   a->client->addBookmark("", "Long", "http://a-rather-long-address.example.com/");

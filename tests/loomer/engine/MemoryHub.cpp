@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+
 namespace corvane {
 
 class MemoryHub::Connection : public pelto::Hub {
@@ -35,10 +37,10 @@ class MemoryHub::Connection : public pelto::Hub {
     return remote;
   }
 
-  bool push(const pelto::HubPush& push) override {
+  pelto::HubPushed push(const pelto::HubPush& push) override {
     note("push");
     State& service = _hub.state;
-    if (!(push.expected == service.now)) return false;
+    if (!(push.expected == service.now)) return {};
     const std::int64_t revision = ++service.now.revision;
     service.now.pushId = push.id;
     service.pushIds[revision] = push.id.toString();
@@ -47,7 +49,7 @@ class MemoryHub::Connection : public pelto::Hub {
       service.revisions[record.id.toString()] = revision;
     }
     note("pushed");
-    return true;
+    return {pelto::HubPushed::Outcome::done, service.now};
   }
 
   bool hasPush(const String& pushId) override {
@@ -87,9 +89,82 @@ class MemoryHub::Connection : public pelto::Hub {
   MemoryHub& _hub;
 };
 
-MemoryHub::MemoryHub() { state.now.account = "0A000000-0000-4000-8000-000000000001"; }
+/// The chain as one computer reaches it. What it gives is noted in the table, for the test.
+class MemoryHub::ChainConnection : public pelto::Hub, pelto::EnabledSetting {
+ public:
+  ChainConnection(MemoryHub& hub, const std::string& directory)
+      : _hub(hub),
+        _sealer(pelto::AccountKey(std::string(pelto::AccountKey::kBytes, 'k')),
+                hub.state.now.account.toString(), 1),
+        _place(_memory.connect()),
+        _chain(*_place, _sealer, *this,
+               {.keptPath = directory + "/Chain.plist",
+                .computer = "0F000000-0000-4000-8000-000000000001",
+                .mostRecords = hub.limit,
+                .mostBytes = hub.byteLimit}) {
+    _memory.onCall = [this](const std::string& call) {
+      if (_hub.onPlaceCall) _hub.onPlaceCall(call);
+    };
+  }
 
-std::unique_ptr<pelto::Hub> MemoryHub::connect() { return std::make_unique<Connection>(*this); }
+ private:
+  // The place's objects are part of the state that a test puts back.
+  template <typename Work>
+  auto atPlace(const Work& work) {
+    _memory.objects.swap(_hub.state.objects);
+    const std::shared_ptr<void> back(nullptr, [this](void*) { _memory.objects.swap(_hub.state.objects); });
+    return work();
+  }
+
+ public:
+  pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>& seen) override {
+    note("remote changes");
+    return atPlace([&] { return _chain.remoteChanges(seen); });
+  }
+
+  pelto::HubPushed push(const pelto::HubPush& push) override {
+    note("push");
+    const pelto::HubPushed pushed = atPlace([&] { return _chain.push(push); });
+    if (!pushed) return pushed;
+    State& service = _hub.state;
+    service.now = pushed.now;
+    service.pushIds[push.expected.revision + 1] = push.id.toString();
+    service.pushIds[pushed.now.revision] = pushed.now.pushId.toString();
+    for (const pelto::HubRecord& record : push.records) {
+      service.records[record.id.toString()] = record;
+      service.revisions[record.id.toString()] = push.expected.revision + 1;
+    }
+    note("pushed");
+    return pushed;
+  }
+
+  bool hasPush(const String& pushId) override {
+    note("has push");
+    return atPlace([&] { return _chain.hasPush(pushId); });
+  }
+
+  bool isEnabled(const String&) override { return _hub.enabled; }
+  void setEnabled(const String&, bool value) override { _hub.enabled = value; }
+
+ private:
+  void note(const std::string& call) {
+    _hub.calls.push_back(call);
+    if (_hub.onCall) _hub.onCall(call);
+  }
+
+  MemoryHub& _hub;
+  pelto::Sealer _sealer;
+  MemoryPlace _memory;
+  std::unique_ptr<pelto::Place> _place;
+  pelto::ChainHub _chain;
+};
+
+MemoryHub::MemoryHub(Kind of) : kind(of) { state.now.account = "0A000000-0000-4000-8000-000000000001"; }
+
+std::unique_ptr<pelto::Hub> MemoryHub::connect(const std::string& directory) {
+  if (kind == Kind::table) return std::make_unique<Connection>(*this);
+  return std::make_unique<ChainConnection>(*this, directory);
+}
 
 void MemoryHub::dropTombstones() {
   std::erase_if(state.records, [&](const auto& each) {

@@ -7,11 +7,13 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "tests/pelto/chain/MemoryPlace.h"
 
 namespace corvane {
 
 /// One account of an online service in memory, shared by the computers of a test. A test makes it fail, and
-/// puts it back to earlier states.
+/// puts it back to earlier states. The account is a table of records, or a chain at a place in memory, and
+/// then the table only tells a test what was given.
 class MemoryHub {
  public:
   struct State {
@@ -20,18 +22,22 @@ class MemoryHub {
     std::map<std::string, std::int64_t> revisions;    ///< of each record
     std::map<std::int64_t, std::string> pushIds;      ///< of each revision
     std::int64_t forgotten = 0;                       ///< the newest tombstone dropped
+    MemoryPlace::Objects objects;                     ///< of the chain
   };
+  enum class Kind { table, chain };
 
-  MemoryHub();
+  explicit MemoryHub(Kind kind = Kind::table);
 
-  /// The account as one more computer reaches it. This object must outlive it.
-  std::unique_ptr<pelto::Hub> connect();
+  /// The account as one more computer reaches it, which keeps what it knows of it in `directory`. This object
+  /// must outlive it.
+  std::unique_ptr<pelto::Hub> connect(const std::string& directory);
   /// Forgets tombstones, as a service does after a long time.
   void dropTombstones();
   std::size_t live() const;
   /// Of the live records' names and addresses.
   std::size_t liveBytes() const;
 
+  Kind kind;
   State state;
   bool enabled = true;
   std::int64_t limit = 1'000'000;
@@ -41,9 +47,12 @@ class MemoryHub {
   /// "pushed" the push stands already.
   std::function<void(const std::string&)> onCall;
   std::vector<std::string> calls;
+  /// Of the chain: as MemoryPlace::onCall.
+  std::function<void(const std::string&)> onPlaceCall;
 
  private:
   class Connection;
+  class ChainConnection;
 };
 
 /// What a test has the service raise.

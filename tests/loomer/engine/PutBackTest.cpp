@@ -47,7 +47,9 @@ class PutBackTest : public HubTest {
   MemoryHub::State backup;
 };
 
-TEST_F(PutBackTest, EditsOfOtherComputersSinceStand) {
+CORVANE_OVER_EACH_SERVICE(PutBackTest);
+
+TEST_P(PutBackTest, EditsOfOtherComputersSinceStand) {
   begin();
   add(*a, "7");
   sync(*a);
@@ -60,7 +62,7 @@ TEST_F(PutBackTest, EditsOfOtherComputersSinceStand) {
   EXPECT_EQ(names(), "F[one 3 4] 5 6 7");
 }
 
-TEST_F(PutBackTest, EditsThatTheServiceLostAreGivenAgain) {
+TEST_P(PutBackTest, EditsThatTheServiceLostAreGivenAgain) {
   begin();
   add(*a, "7");
   a->client->rename(a->find("1"), "one");
@@ -73,7 +75,7 @@ TEST_F(PutBackTest, EditsThatTheServiceLostAreGivenAgain) {
   EXPECT_EQ(names(), "F[one 3 4] 6 5 7");
 }
 
-TEST_F(PutBackTest, WhatBothComputersGiveAgainIsThereOnce) {
+TEST_P(PutBackTest, WhatBothComputersGiveAgainIsThereOnce) {
   begin();
   add(*a, "7");
   a->client->rename(a->find("1"), "one");
@@ -88,7 +90,7 @@ TEST_F(PutBackTest, WhatBothComputersGiveAgainIsThereOnce) {
   EXPECT_EQ(hub.live(), 6u);
 }
 
-TEST_F(PutBackTest, ANameChangedBeforeAndAnAddressChangedSinceBothStand) {
+TEST_P(PutBackTest, ANameChangedBeforeAndAnAddressChangedSinceBothStand) {
   begin();
   a->client->rename(a->find("1"), "one");
   sync(*a);
@@ -99,7 +101,7 @@ TEST_F(PutBackTest, ANameChangedBeforeAndAnAddressChangedSinceBothStand) {
   EXPECT_EQ(a->text().substr(0, 18), "F[one(http://one/)");
 }
 
-TEST_F(PutBackTest, AnEditOfWhatAnotherComputerGaveAgainStands) {
+TEST_P(PutBackTest, AnEditOfWhatAnotherComputerGaveAgainStands) {
   begin();
   a->client->rename(a->find("1"), "one");
   add(*a, "7");
@@ -114,7 +116,7 @@ TEST_F(PutBackTest, AnEditOfWhatAnotherComputerGaveAgainStands) {
   EXPECT_EQ(names(), "F[uno 2 3] 4 5 6 seven");
 }
 
-TEST_F(PutBackTest, WhatWasDeletedSinceStaysDeletedAlsoWhereItHadBeenLost) {
+TEST_P(PutBackTest, WhatWasDeletedSinceStaysDeletedAlsoWhereItHadBeenLost) {
   begin();
   a->client->rename(a->find("1"), "one");
   add(*a, "7");
@@ -128,7 +130,7 @@ TEST_F(PutBackTest, WhatWasDeletedSinceStaysDeletedAlsoWhereItHadBeenLost) {
   EXPECT_EQ(names(), "F[2 3] 4 5 6");
 }
 
-TEST_F(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGivenAgain) {
+TEST_P(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGivenAgain) {
   begin();
   add(*a, "7");
   settle();
@@ -144,7 +146,7 @@ TEST_F(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGi
   EXPECT_EQ(names(), "F[1 2 3] 4 5 6 7");
 }
 
-TEST_F(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAgain) {
+TEST_P(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAgain) {
   begin();
   a->client->move(a->find("4"), a->find("F"));
   settle();
@@ -160,7 +162,7 @@ TEST_F(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAga
   EXPECT_EQ(names(), "F[1 2 3] 5 6");
 }
 
-TEST_F(PutBackTest, OrdersOfBothSidesStand) {
+TEST_P(PutBackTest, OrdersOfBothSidesStand) {
   begin();
   a->client->move(a->find("3"), a->find("F"), 0);
   sync(*a);
@@ -171,7 +173,7 @@ TEST_F(PutBackTest, OrdersOfBothSidesStand) {
   EXPECT_EQ(names(), "F[3 1 2] 6 4 5");
 }
 
-TEST_F(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
+TEST_P(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
   begin();
   a->client->move(a->find("3"), a->find("F"), 0);
   settle();
@@ -182,7 +184,7 @@ TEST_F(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
   EXPECT_EQ(names(), "F[1 3 2] 4 5 6");
 }
 
-TEST_F(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) {
+TEST_P(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) {
   begin();
   a->client->move(a->find("3"), a->find("F"), 0);
   sync(*a);
@@ -204,7 +206,7 @@ TEST_F(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) 
   EXPECT_EQ(names(), "F[3 1 2] 5 6 4") << "of one between the two";
 }
 
-TEST_F(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
+TEST_P(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
   begin();
   a->client->move(a->find("6"), "", 1);
   settle();
@@ -214,7 +216,7 @@ TEST_F(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
   EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
 }
 
-TEST_F(PutBackTest, WhatWasMovedAndMovedBackBesideAnotherMoveStands) {
+TEST_P(PutBackTest, WhatWasMovedAndMovedBackBesideAnotherMoveStands) {
   begin();
   a->client->move(a->find("F"), "", 3);
   settle();
@@ -225,7 +227,7 @@ TEST_F(PutBackTest, WhatWasMovedAndMovedBackBesideAnotherMoveStands) {
   EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
 }
 
-TEST_F(PutBackTest, MovesOfBothSidesInOneFolderStand) {
+TEST_P(PutBackTest, MovesOfBothSidesInOneFolderStand) {
   begin();
   a->client->move(a->find("4"), "", 3);
   sync(*a);
@@ -236,7 +238,7 @@ TEST_F(PutBackTest, MovesOfBothSidesInOneFolderStand) {
   EXPECT_EQ(names(), "6 F[1 2 3] 5 4");
 }
 
-TEST_F(PutBackTest, OnceAndAgainAndForward) {
+TEST_P(PutBackTest, OnceAndAgainAndForward) {
   begin();
   add(*a, "7");
   settle();
@@ -257,7 +259,7 @@ TEST_F(PutBackTest, OnceAndAgainAndForward) {
   EXPECT_EQ(names(), "2 F[3] four five 6 7");
 }
 
-TEST_F(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
+TEST_P(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
   begin();
   const String account = hub.state.now.account;
   hub.state = {};
@@ -271,7 +273,7 @@ TEST_F(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
   EXPECT_EQ(names(), "6 F[one 2 3] 5");
 }
 
-TEST_F(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
+TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   begin();
   a->client->rename(a->find("1"), "one");
   a->client->remove(a->find("4"));
@@ -284,7 +286,7 @@ TEST_F(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   EXPECT_EQ(a->text().substr(0, 7), "F[one(h");
 }
 
-TEST_F(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
+TEST_P(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
   for (const char* call : {"push", "pushed"}) {
     SCOPED_TRACE(call);
     a = makeComputer(std::string("a at ") + call);
@@ -306,7 +308,7 @@ TEST_F(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
   }
 }
 
-TEST_F(PutBackTest, AStoreThatKnewOneStateAloneLosesNothing) {
+TEST_P(PutBackTest, AStoreThatKnewOneStateAloneLosesNothing) {
   begin();
   add(*a, "7");
   settle();
@@ -321,7 +323,7 @@ TEST_F(PutBackTest, AStoreThatKnewOneStateAloneLosesNothing) {
   EXPECT_EQ(names(), "F[1 2 3] four 5 6 7");
 }
 
-TEST_F(PutBackTest, WhatTheServiceHeldBeforeIsKeptForAsLongAsTheLog) {
+TEST_P(PutBackTest, WhatTheServiceHeldBeforeIsKeptForAsLongAsTheLog) {
   begin();
   a->client->rename(a->find("1"), "one");
   a->client->remove(a->find("2"));

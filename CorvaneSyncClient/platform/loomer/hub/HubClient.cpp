@@ -232,13 +232,15 @@ void HubClient::forgetFormer() {
 bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
   pelto::HubState seen = _remote.now;
   if (!_push.empty()) {
-    _overtaken = !_hub.push({_remote.now, _pushId, std::move(_push)});
-    if (_overtaken) {
-      error = "another computer gave changes in the meantime";
+    const pelto::HubPushed pushed = _hub.push({_remote.now, _pushId, std::move(_push)});
+    _overtaken = pushed.outcome == pelto::HubPushed::Outcome::overtaken;
+    _foundNoRoom = pushed.outcome == pelto::HubPushed::Outcome::full;
+    if (!pushed) {
+      error =
+          _overtaken ? "another computer gave changes in the meantime" : "there is no room at the service";
       return false;
     }
-    ++seen.revision;
-    seen.pushId = _pushId;
+    seen = pushed.now;
   }
   if (_past.empty() || seen != _past.newest()) {
     _past.enter(_remote, seen, _session, Platform::current().clock.now());

@@ -36,6 +36,8 @@ class HubClient : public LoomerSessionDriverDataSource {
 
   /// Whether the session was cancelled because another computer pushed in between.
   bool wasOvertaken() const { return _overtaken; }
+  /// Whether the session was cancelled because there was no room at the service for the push.
+  bool foundNoRoom() const { return _foundNoRoom; }
   /// The number of records left out because the account is full.
   std::size_t leftOut() const { return _leftOut; }
   /// The number of additions and changes that are too long for the service.
@@ -102,6 +104,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::size_t _tooLong = 0;
   std::size_t _postponed = 0;
   bool _overtaken = false;
+  bool _foundNoRoom = false;
 };
 
 }  // namespace corvane::loomer

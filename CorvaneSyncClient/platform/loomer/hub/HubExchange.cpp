@@ -64,7 +64,7 @@ void HubExchange::guarded(void (HubExchange::*work)()) {
 void HubExchange::exchange() {
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     const Outcome outcome = exchangeOnce();
-    _hasMore = outcome == Outcome::more;
+    _hasMore = outcome == Outcome::more && _hasRoom;
     if (outcome != Outcome::overtaken) return;
     Platform::current().clock.sleep(kPauseSeconds * attempt);
   }
@@ -72,7 +72,7 @@ void HubExchange::exchange() {
 }
 
 void HubExchange::giveEverything() {
-  if (!_hasMore && !hasChangesForHub()) return;
+  if (!_hasRoom || (!_hasMore && !hasChangesForHub())) return;
   const double began = secondsNow();
   do {
     exchange();
@@ -94,7 +94,8 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
   const bool offersAgain = offersAgainToHub(client, remote.room);
   if (!past.empty() && past.newest() == remote.now && !offersAgain && !hasChangesForHub())
     return Outcome::done;
-  return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(remote), _mostRecords));
+  const std::size_t mostRecords = _hasRoom ? _mostRecords : 0;
+  return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(remote), mostRecords));
 }
 
 HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
@@ -110,9 +111,18 @@ HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient sou
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
   const auto after = stateOf(_clients.store());
+  if (source.foundNoRoom()) return takeInAlone();
   const bool otherProcessWasFaster = !after || after->sessions != before->sessions;
   if (source.wasOvertaken() || otherProcessWasFaster) return Outcome::overtaken;
   throw PlatformException(pelto::DotPeltoException, driver.lastError().toString());
+}
+
+// What others gave is taken in all the same, in a session that gives nothing.
+HubExchange::Outcome HubExchange::takeInAlone() {
+  _hasRoom = false;
+  systemLog(
+      "There is no room at the online service: what was changed here stays on this computer until there is");
+  return Outcome::overtaken;
 }
 
 // Sizes the next push by how long the last one took.

@@ -45,6 +45,7 @@ class HubExchange : public Exchange {
   void giveEverything();
   Outcome exchangeOnce();
   Outcome runSession(LoomerClient& client, HubClient source);
+  Outcome takeInAlone();
   void suitPush(double seconds, bool wasFull);
   void report(const HubClient& source, bool wentBack, std::int64_t client);
   LoomerClient& hubClient();
@@ -55,6 +56,7 @@ class HubExchange : public Exchange {
   std::unique_ptr<pelto::Hub> _hub;
   std::size_t _mostRecords;  ///< in one push
   bool _hasMore = false;     ///< to give than the last push took
+  bool _hasRoom = true;      ///< at the service, as far as this run knows
   bool _ended = false;       ///< no more exchanges: there is no account, it is switched off, or it failed
 };
 

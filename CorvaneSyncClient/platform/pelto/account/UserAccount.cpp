@@ -41,7 +41,7 @@ class NotingHub : public Hub {
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override {
     return noted(_hub->remoteChanges(seen));
   }
-  bool push(const HubPush& push) override { return noted(_hub->push(push)); }
+  HubPushed push(const HubPush& push) override { return noted(_hub->push(push)); }
   bool hasPush(const String& pushId) override { return noted(_hub->hasPush(pushId)); }
   bool isEnabled(const String& dataClass) override { return noted(_hub->isEnabled(dataClass)); }
   void setEnabled(const String& dataClass, bool enabled) override {

@@ -1,0 +1,141 @@
+#include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
+
+// The exchange: the decisions' actions, carried out. What is read and taken in stands in ChainHubReading.cpp,
+// what is given in ChainHubGiving.cpp.
+
+namespace corvane::pelto {
+
+using namespace chain;
+
+namespace {
+
+constexpr double kLockSeconds = 60;
+constexpr double kLockPause = 0.5;
+
+// Kept from other processes of this computer for as long as the answer lives.
+std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path) {
+  FileSystem& files = Platform::current().files;
+  const std::string lock = path + "-lock";
+  const auto fail = [&](const std::error_code& error) {
+    throw PlaceException("Can't lock " + lock + ": " + error.message() + ".");
+  };
+  if (const auto problem = makePrivateDirectory(path.substr(0, path.rfind('/')))) fail(problem.error);
+  for (double waited = 0;; waited += kLockPause) {
+    std::error_code error;
+    if (auto hold = files.hold(lock, error)) return hold;
+    if (error == std::errc::no_such_file_or_directory) {
+      const PrivateUmask umask;
+      error = files.writeNewAtomically(lock, {});
+      if (error && error != std::errc::file_exists) fail(error);
+      continue;
+    }
+    if (error != std::errc::device_or_resource_busy || waited >= kLockSeconds) fail(error);
+    Platform::current().clock.sleep(kLockPause);
+  }
+}
+
+}  // namespace
+
+ChainHub::ChainHub(Place& place, const Sealer& sealer, EnabledSetting& setting, ChainHubOptions options)
+    : _objects(place, sealer),
+      _sealer(sealer),
+      _setting(setting),
+      _options(std::move(options)),
+      _file(_options.keptPath, sealer.folder()) {}
+
+ChainHub::~ChainHub() = default;
+
+void ChainHub::open() {
+  if (_lock) return;
+  _lock = holdBeside(_options.keptPath);
+  _kept = _file.read();
+  _state.kept = _kept.kept;
+  _commit = _kept.commit;
+  _segments = _kept.segments;
+  _objects.setTags(_kept.tags);
+}
+
+void ChainHub::settle() {
+  _state = begin(std::move(_state.kept), Platform::current().clock.now());
+  carryOut();
+}
+
+void ChainHub::carryOut() {
+  while (true) {
+    const Action action = next(_state);
+    if (action.kind == Action::Kind::none) break;
+    const Answer answer = perform(action);
+    _state = after(std::move(_state), action, answer);
+  }
+  keep();
+  if (_state.stage == Stage::stuck) failStuck();
+}
+
+Answer ChainHub::perform(const Action& action) {
+  Answer answer;
+  switch (action.kind) {
+    case Action::Kind::keep:
+      keep();
+      break;
+    case Action::Kind::give:
+      give();
+      break;
+    case Action::Kind::get:
+      answer.found = _objects.find(action.names);
+      break;
+    case Action::Kind::list:
+      for (const PlaceObject& each : _objects.listCommits()) answer.listed.push_back(each.name);
+      break;
+    case Action::Kind::none:
+      break;
+  }
+  return answer;
+}
+
+void ChainHub::give() {
+  if (!_segments.empty()) _objects.put(_segments);
+  _objects.putNew(nameOf(*_state.kept.undecided), _commit);
+}
+
+void ChainHub::keep() {
+  if (!_state.kept.undecided) {
+    _commit.clear();
+    _segments.clear();
+  }
+  const auto tagOf = [](const std::map<std::string, TaggedLink>& tags, const Link* head) {
+    const auto found = head ? tags.find(nameOf(*head)) : tags.end();
+    return found == tags.end() ? std::string() : found->second.tag;
+  };
+  const Link* const head = _state.kept.head();
+  if (_state.kept == _kept.kept && tagOf(_objects.tags(), head) == tagOf(_kept.tags, head)) return;
+  KeptContents contents{_state.kept, _commit, _segments, _objects.tags()};
+  _file.write(contents);
+  _kept = std::move(contents);
+}
+
+void ChainHub::failStuck() const {
+  const std::string where = _objects.whereabouts();
+  switch (_state.cause) {
+    case Cause::damaged:
+      throw PlaceException("The object c/" + nameOf(*_state.kept.undecided) + " in " + where +
+                           " is damaged. If it stays so for ten minutes, it is passed by.");
+    case Cause::forgets:
+      throw PlaceException("What is given does not stay in " + where + ". Sync again later.");
+    case Cause::restless:
+    case Cause::none:
+      break;
+  }
+  throw PlaceException("What is kept in " + where +
+                       " is another each time that it is read. Sync again later.");
+}
+
+HubState ChainHub::headState() const {
+  const Link* const head = _state.kept.head();
+  const String account(_sealer.account());
+  return head ? HubState{account, head->number, head->pushId} : HubState{account, 0, {}};
+}
+
+}  // namespace corvane::pelto

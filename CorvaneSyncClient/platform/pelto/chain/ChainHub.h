@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
+#include "CorvaneSyncClient/platform/pelto/chain/AccountRecords.h"
+#include "CorvaneSyncClient/platform/pelto/chain/ChainObjects.h"
+#include "CorvaneSyncClient/platform/pelto/chain/Decisions.h"
+#include "CorvaneSyncClient/platform/pelto/chain/History.h"
+#include "CorvaneSyncClient/platform/pelto/chain/KeptFile.h"
+#include "CorvaneSyncClient/platform/system/FileSystem.h"
+
+namespace corvane::pelto {
+
+/// Whether this computer syncs a data class: a setting of this computer.
+class EnabledSetting {
+ public:
+  virtual ~EnabledSetting() = default;
+  virtual bool isEnabled(const String& dataClass) = 0;
+  virtual void setEnabled(const String& dataClass, bool enabled) = 0;
+};
+
+/// Who exchanges, and how much the account may hold.
+struct ChainHubOptions {
+  std::string keptPath;  ///< where this computer keeps what it knows of the chain, private to the user
+  String computer;       ///< its identifier, an upper-case UUID
+  std::int64_t mostRecords = chain::kMostAccountRecords;
+  std::int64_t mostBytes = chain::kMostAccountBytes;
+};
+
+/// A Hub in objects at a place that knows nothing: an append-only chain of sealed commits. docs/service.md
+/// says how that works; what to do next is decided in Decisions.h, and done here.
+///
+/// It serves one exchange. From its first call to its end no other process of this computer exchanges with
+/// what is kept under the same path; who waits for a minute gives up with a PlaceException. A push is durable
+/// at `keptPath` before it is sent; where its outcome stays unknown, the next exchange finds it out before it
+/// does anything else. All calls raise PlaceException.
+class ChainHub : public Hub {
+ public:
+  /// All must outlive this object.
+  ChainHub(Place& place, const Sealer& sealer, EnabledSetting& setting, ChainHubOptions options);
+  ~ChainHub() override;
+
+  RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
+  HubPushed push(const HubPush& push) override;
+  bool hasPush(const String& pushId) override;
+  bool isEnabled(const String& dataClass) override { return _setting.isEnabled(dataClass); }
+  void setEnabled(const String& dataClass, bool enabled) override { _setting.setEnabled(dataClass, enabled); }
+
+ private:
+  void open();
+  void settle();
+  void carryOut();
+  chain::Answer perform(const chain::Action& action);
+  void give();
+  void keep();
+  [[noreturn]] void failStuck() const;
+
+  const std::vector<chain::Link>& path() const { return _state.kept.path; }
+  bool startsWithCheckpoint() const { return !path().empty() && path().front().isCheckpoint; }
+  HubState headState() const;
+  chain::Count countAtHead() const;
+
+  /// Runs `work` on a settled exchange. Where it misses an object that a commit names, begins anew once,
+  /// since another computer may just have removed what is old; where that stays missing for a day, passes it
+  /// by.
+  template <typename Work>
+  void withWhatIsMissing(const Work& work);
+  void passBy(const chain::Link& link, const chain::MissingObject& missing);
+  const std::vector<chain::PastState>& told();
+  chain::History history(const std::vector<HubState>& seen);
+  RemoteChanges readChanges(const std::vector<HubState>& seen);
+  void readRecords(const std::vector<HubState>& seen, RemoteChanges& remote);
+  void takeCommit(chain::AccountRecords& records, const chain::Link& link);
+  void readAll(chain::AccountRecords& records);
+  void measureRoom(RemoteChanges& remote);
+
+  chain::Commit commitAfterHead(const String& pushId) const;
+  std::vector<chain::SegmentRef> sealSegments(std::vector<HubRecord> records);
+  HubPushed::Outcome giveCommit(chain::Commit commit);
+  bool checkpoint(std::int64_t keeps);
+  void checkpointIfDue();
+  std::vector<chain::PastState> statesToTell(std::int64_t keeps);
+  void collect();
+
+  chain::ChainObjects _objects;
+  const Sealer& _sealer;
+  EnabledSetting& _setting;
+  ChainHubOptions _options;
+  chain::KeptFile _file;
+  std::unique_ptr<FileSystem::Hold> _lock;
+  chain::KeptContents _kept;  ///< as the file has it
+  chain::State _state;
+  std::vector<NamedBytes> _segments;  ///< of the undecided push
+  std::string _commit;                ///< its bytes
+  std::optional<chain::Link> _reading;
+  std::vector<std::string> _passedBy;  ///< names of commits of which something is missing for good
+  std::optional<std::pair<std::string, std::vector<chain::PastState>>>
+      _told;  ///< by the checkpoint of that hash
+};
+
+}  // namespace corvane::pelto

@@ -1,0 +1,136 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/pelto/chain/Link.h"
+#include "CorvaneSyncClient/platform/pelto/chain/Survey.h"
+
+// What a computer does next at the place, given what it keeps and what it has seen: no I/O. `ChainHub`
+// carries it out. The model checker in the tests explores these very functions.
+//
+// An exchange settles which commit is the newest, and a push is one more thing to settle:
+//
+//     resolve   a push whose outcome is unknown: nothing else is sent before that is known
+//     survey    the whole chain, by a listing: at the first exchange, once a day, and where something is
+//     amiss look      at the newest commit known and at the slot after it, at once; and on from there verify
+//     that what was taken or given since is still there settled   or stuck, with the reason
+
+namespace corvane::pelto::chain {
+
+/// Something amiss at the place, and since when this computer knows of it, by its own clock.
+struct Sighting {
+  std::string name;
+  std::string hash;  ///< of the bytes there
+  Date since;
+
+  friend bool operator==(const Sighting&, const Sighting&) = default;
+};
+
+/// How much an account held after a commit: exact, where a commit tells bounds.
+struct Count {
+  std::string hash;  ///< of the commit
+  std::int64_t records = 0;
+  std::int64_t bytes = 0;
+
+  friend bool operator==(const Count&, const Count&) = default;
+};
+
+/// What a computer keeps of an account's chain. Where it is lost, there are more requests.
+struct Kept {
+  std::vector<Link> path;     ///< from the last checkpoint, or the first commit, to the newest commit known
+  std::int64_t verified = 0;  ///< up to this number, all of `path` was seen there when its last one was
+  /// A push that was or may have been sent, and whose outcome is unknown. It follows the last of `path`.
+  std::optional<Link> undecided;
+  std::vector<Sighting> damaged;  ///< slots
+  std::vector<Sighting> missing;  ///< commits of which a segment is missing
+  Count counted;                  ///< the last exact one
+  Date surveyed;                  ///< when a listing last showed the whole chain
+
+  /// The newest commit known; null at the beginning.
+  const Link* head() const { return path.empty() ? nullptr : &path.back(); }
+
+  friend bool operator==(const Kept&, const Kept&) = default;
+};
+
+/// How often what is amiss has to be seen, at least this many seconds apart, before it counts as so for good.
+inline constexpr double kDamagedSeconds = 600;
+inline constexpr double kMissingSeconds = 86'400;
+inline constexpr double kSurveySeconds = 86'400;
+
+/// Whether `sighting` has now been seen for `seconds`; notes it in `known` where it is new.
+bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, double seconds);
+
+enum class Stage { resolve, survey, look, verify, settled, stuck };
+
+/// Why an exchange cannot go on. The next one tries again.
+enum class Cause {
+  none,
+  restless,  ///< the place shows something else each time
+  forgets,   ///< it does not keep the push, time and again
+  damaged,   ///< the slot of an undecided push is damaged, for less than ten minutes so far
+};
+
+/// An exchange, between two actions.
+struct State {
+  Kept kept;
+  Date now;  ///< when the exchange began, by the computer's clock
+  Stage stage = Stage::look;
+  Cause cause = Cause::none;
+
+  bool isPush = false;    ///< a push is settled, and nothing else
+  bool isUnkept = false;  ///< `kept` has to be durable before anything is sent
+  bool gives = false;     ///< the undecided push is sent next
+  int tries = 0;          ///< to send it
+
+  std::optional<std::vector<std::string>> listed;
+  Readings read;
+  int surveys = 0;
+
+  bool asksForHead = true;
+  int attempt = 0;         ///< of the slot after the newest commit
+  bool isBlocked = false;  ///< that slot is damaged, for less than ten minutes so far: nothing can be given
+  int followed = 0;        ///< commits since the last survey
+
+  friend bool operator==(const State&, const State&) = default;
+};
+
+/// What to do next.
+struct Action {
+  enum class Kind {
+    keep,  ///< make `kept` durable
+    give,  ///< put the undecided push's segments, then `putNew` its commit
+    get,   ///< the commits of these names; answered by what was found, in their order
+    list,  ///< all commits; answered by their names
+    none,  ///< settled or stuck
+  };
+  Kind kind = Kind::none;
+  std::vector<std::string> names;
+
+  friend bool operator==(const Action&, const Action&) = default;
+};
+
+/// What came of an action. That of giving does not count, whatever it was: the slot tells.
+struct Answer {
+  std::vector<Found> found;
+  std::vector<std::string> listed;
+};
+
+/// The beginning of an exchange.
+State begin(Kept kept, Date now);
+/// The beginning of a push after a settled exchange that is not blocked. `commit` follows the head in the
+/// slot of `state.attempt`.
+State beginPush(State state, const Link& commit);
+/// Takes a push back that is known not to have been made: only after a first try that the place refused.
+State withdrawn(State state);
+
+Action next(const State& state);
+State after(State state, const Action& action, const Answer& answer);
+
+/// Whether the commit is a part of the path.
+bool isIn(const std::vector<Link>& path, const Link& link);
+
+}  // namespace corvane::pelto::chain
