@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -94,6 +95,9 @@ HubProcess::HubProcess(const std::string& directory, const std::string& lines,
   _process = spawn(arguments, [&] {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::unsetenv("JOURNAL_STREAM");
+    // Tests look at the memory in use, as which AddressSanitizer would count what it keeps of freed memory.
+    const char* options = ::getenv("ASAN_OPTIONS");
+    ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=1").c_str(), 1);
     ::dup2(log, 2);
   });
   ::close(log);
@@ -140,6 +144,12 @@ int HubProcess::awaitEnd() {
   const int status = statusOf(_process);
   _process = -1;
   return status;
+}
+
+std::vector<std::string> straceWith(const std::vector<std::string>& options) {
+  std::vector<std::string> arguments{"strace", "-D", "-f", "-q"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  return arguments;
 }
 
 ProgramResult runAccountCommand(const std::string& directory, const std::vector<std::string>& arguments) {

@@ -45,6 +45,10 @@ class HubProcess {
   int _port = 0;
 };
 
+/// What stands before a program whose system calls strace watches, with these options. The process is the
+/// program's own.
+std::vector<std::string> straceWith(const std::vector<std::string>& options);
+
 /// Runs "corvane-hub account …" on `directory`/data.
 ProgramResult runAccountCommand(const std::string& directory, const std::vector<std::string>& arguments);
 /// As above; what it printed, without the line feed. Raises std::runtime_error when it refuses.

@@ -6,6 +6,8 @@
 #include <charconv>
 #include <limits>
 
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
+
 namespace corvane::hubserver {
 
 namespace {
@@ -41,6 +43,8 @@ bool standsTwice(const Fields& fields) {
   return std::any_of(std::begin(kSingle), std::end(kSingle),
                      [&](http::field field) { return fields.count(field) > 1; });
 }
+
+bool isNumber(std::string_view text) { return std::all_of(text.begin(), text.end(), isAsciiDigit); }
 
 std::string bearerToken(std::string_view authorization) {
   constexpr std::string_view kScheme = "Bearer ";
@@ -90,7 +94,8 @@ std::optional<RequestHead> parsedRequestHead(std::string_view text) {
   head.target = viewOf(fields.target());
   head.isChunked = fields.count(http::field::transfer_encoding) > 0;
   if (fields.count(http::field::content_length) > 0) {
-    if (head.isChunked) return {};
+    // Of a list of equal lengths, which Beast takes, another program could take a part.
+    if (head.isChunked || !isNumber(viewOf(fields[http::field::content_length]))) return {};
     head.length = parser.content_length().value();
   }
   head.isOldVersion = fields.version() < 11;

@@ -1,0 +1,165 @@
+#include <signal.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include "tests/corvane-hub/HubServerTest.h"
+
+namespace corvane {
+
+namespace {
+
+using HubLimits = HubServerTest;
+
+/// The most memory that a process ever had, in KiB.
+long peakMemory(pid_t process) {
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  for (std::string word; status >> word;) {
+    long kilobytes = 0;
+    if (word == "VmHWM:" && status >> kilobytes) return kilobytes;
+  }
+  throw std::runtime_error("no VmHWM");
+}
+
+TEST_F(HubLimits, AFullAccountTakesNothingMoreUntilThereIsRoom) {
+  accountCommand(directory.path(), {"quota", "ada", "10 KiB"});
+  ASSERT_EQ(client.put("/v1/o/f/1", std::string(4000, 'x')).status, 201);  // and the folder counts for 1 KiB
+  ASSERT_EQ(client.put("/v1/o/f/2", std::string(3000, 'x')).status, 201);
+  const HttpAnswer full = client.put("/v1/o/f/3", std::string(3000, 'x'));
+  EXPECT_EQ(full.status, 507);
+  EXPECT_EQ(full.body, "the account is full: it may hold 10 KiB\n");
+  HubClient again(hub.port(), token);
+  EXPECT_EQ(again.get("/v1/o/f/3").status, 404);
+  EXPECT_EQ(again.remove("/v1/o/f/1").status, 204);
+  EXPECT_EQ(again.put("/v1/o/f/3", std::string(3000, 'x')).status, 201);
+  EXPECT_EQ(HubClient(hub.port(), token).put("/v1/o/f/4", std::string(3000, 'x')).status, 507);
+  accountCommand(directory.path(), {"quota", "ada", "1 MiB"});
+  EXPECT_EQ(HubClient(hub.port(), token).put("/v1/o/f/4", std::string(3000, 'x')).status, 201);
+}
+
+TEST_F(HubLimits, UploadsAtTheSameTimeDoNotPassTheQuotaTogether) {
+  accountCommand(directory.path(), {"quota", "ada", "10 KiB"});
+  std::vector<std::unique_ptr<HubClient>> writers;
+  for (int i = 0; i < 8; ++i) {
+    writers.push_back(std::make_unique<HubClient>(hub.port(), token));
+    HubClient& writer = *writers.back();
+    writer.send(writer.request("PUT", "/v1/o/f/" + std::to_string(i),
+                               "Expect: 100-continue\r\nContent-Length: 4000\r\n"));
+    ASSERT_EQ(writer.receive().status, 100);
+  }
+  int made = 0;
+  for (const auto& writer : writers) {
+    writer->send(std::string(4000, 'x'));
+    const int status = writer->receive().status;
+    EXPECT_TRUE(status == 201 || status == 507) << status;
+    if (status == 201) ++made;
+  }
+  EXPECT_EQ(made, 2);
+}
+
+TEST_F(HubLimits, EmptyObjectsFillAnAccountToo) {
+  accountCommand(directory.path(), {"quota", "ada", "100 KiB"});
+  int made = 0;
+  while (made < 200 && client.put("/v1/o/f/" + std::to_string(made), "").status == 201) ++made;
+  EXPECT_LT(made, 101);
+}
+
+TEST_F(HubLimits, AnObjectHasSixtyFourMebibytesAtMost) {
+  client.send(
+      client.request("PUT", "/v1/o/f/1", "Content-Length: " + std::to_string((64 << 20) + 1) + "\r\n"));
+  EXPECT_EQ(client.receive().status, 413);
+  HubClient endless(hub.port(), token);
+  endless.send(endless.request("PUT", "/v1/o/f/1", "Content-Length: 18446744073709551615\r\n"));
+  EXPECT_EQ(endless.receive().status, 413);
+}
+
+TEST_F(HubLimits, LargeObjectsTakeNoMemory) {
+  const std::string large(48 << 20, 'x');
+  client.get("/v1/o/f/1");
+  const long before = peakMemory(hub.process());
+  ASSERT_EQ(client.put("/v1/o/f/1", large).status, 201);
+  ASSERT_EQ(client.get("/v1/o/f/1").body, large);
+  EXPECT_LT(peakMemory(hub.process()) - before, 4096);
+}
+
+TEST_F(HubLimits, AMillionNamesTakeNoMemoryAndKeepNobodyWaiting) {
+  ASSERT_EQ(client.put("/v1/o/f/one", "x").status, 201);
+  const std::string folder = directory / "data/accounts/ada/objects/f/";
+  // Links are made faster than files, but a file has 65,000 of them at most.
+  std::string file = folder + "one";
+  for (int i = 0; i < 1'000'000; ++i) {
+    const std::string name = folder + std::to_string(i) + "-abcdef";
+    if (i % 60'000 == 59'999) {
+      std::ofstream(name) << "x";
+      file = name;
+    } else {
+      std::filesystem::create_hard_link(file, name);
+    }
+  }
+  const long before = peakMemory(hub.process());
+  HubClient slow(hub.port(), token);
+  slow.send(slow.request("GET", "/v1/list/f"));  // and does not read it yet
+  EXPECT_EQ(client.get("/v1/o/f/one").body, "x");
+  const std::string listing = slow.receive().body;
+  EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 1'000'002);
+  EXPECT_LT(peakMemory(hub.process()) - before, 4096);
+}
+
+TEST_F(HubLimits, AComputerThatAsksTooOftenIsToldToWait) {
+  std::string requests;
+  for (int i = 0; i < 3000; ++i) requests += client.request("GET", "/v1/o/f/1");
+  const std::string other = accountCommand(directory.path(), {"token", "ada", "phone"});
+  client.send(requests);
+  int refused = 0;
+  for (int i = 0; i < 3000; ++i) {
+    const HttpAnswer answer = client.receive();
+    if (answer.status != 429) continue;
+    ++refused;
+    EXPECT_EQ(answer.header("retry-after"), "2");
+  }
+  EXPECT_GT(refused, 0);
+  EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/1").status, 404);
+}
+
+TEST_F(HubLimits, AnAccountHasAHundredConnectionsAtMost) {
+  std::vector<std::unique_ptr<HubClient>> clients;
+  for (int i = 0; i < 100; ++i) {
+    clients.push_back(std::make_unique<HubClient>(hub.port(), token));
+    ASSERT_EQ(clients.back()->get("/v1/o/f/1").status, 404);
+  }
+  EXPECT_EQ(HubClient(hub.port(), token).get("/v1/o/f/1").status, 429);
+  EXPECT_EQ(HubClient(hub.port(), accountCommand(directory.path(), {"add", "bob"})).get("/v1/o/f/1").status,
+            404);
+  clients.pop_back();
+  // The server hears of it in its own time.
+  while (HubClient(hub.port(), token).get("/v1/o/f/1").status == 429) {
+  }
+}
+
+TEST_F(HubLimits, WhatRunsIsFinishedWhenTheServerEnds) {
+  HubClient waiting(hub.port(), token);
+  waiting.send(waiting.request("GET", "/v1/o/f/1?wait=300"));
+  HubClient writing(hub.port(), token);
+  writing.send(writing.request("PUT", "/v1/o/f/2", "Expect: 100-continue\r\nContent-Length: 6\r\n"));
+  ASSERT_EQ(writing.receive().status, 100);
+  ASSERT_EQ(client.get("/v1/o/f/1").status, 404);
+  hub.signal(SIGTERM);
+  EXPECT_EQ(waiting.receive().status, 503);
+  EXPECT_TRUE(client.isClosed());
+  EXPECT_THROW(HubClient(hub.port(), token), ConnectionEnded);
+  writing.send("second");
+  const HttpAnswer answer = writing.receive();
+  EXPECT_EQ(answer.status, 201);
+  EXPECT_EQ(answer.header("connection"), "close");
+  writing.endSending();
+  EXPECT_TRUE(writing.isClosed());
+  waiting.endSending();
+  EXPECT_EQ(hub.awaitEnd(), 0);
+}
+
+}  // namespace
+
+}  // namespace corvane
