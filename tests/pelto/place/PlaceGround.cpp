@@ -26,13 +26,10 @@ using GroundMaker = std::function<std::unique_ptr<PlaceGround>()>;
 
 const std::map<std::string, GroundMaker>& makers() {
   static const std::map<std::string, GroundMaker> all{
-      {"apache", &makeApacheGround},
-      {"apache_digest", &makeApacheDigestGround},
-      {"directory", [] { return std::make_unique<DirectoryGround>(); }},
-      {"hub", &makeHubGround},
-      {"lighttpd", &makeLighttpdGround},
-      {"nginx", &makeNginxGround},
-      {"rclone", &makeRcloneGround},
+      {"apache", &makeApacheGround}, {"apache_digest", &makeApacheDigestGround},
+      {"ceph", &makeCephGround},     {"directory", [] { return std::make_unique<DirectoryGround>(); }},
+      {"hub", &makeHubGround},       {"lighttpd", &makeLighttpdGround},
+      {"nginx", &makeNginxGround},   {"rclone", &makeRcloneGround},
   };
   return all;
 }

@@ -1,12 +1,16 @@
 #include "tests/pelto/place/ServerGrounds.h"
 
+#include <ctime>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
+#include "CorvaneSyncClient/platform/pelto/place/S3Signature.h"
+#include "CorvaneSyncClient/platform/system/files/Timespec.h"
 #include "tests/corvane-hub/HubProcess.h"
 #include "tests/fakes/FreePort.h"
 #include "tests/fakes/TemporaryDirectory.h"
@@ -75,6 +79,54 @@ class HubGround : public PlaceGround {
   TemporaryDirectory _directory;
   std::string _token = accountCommand(_directory.path(), {"add", "ada", "laptop"});
   HubProcess _hub{_directory.path()};
+};
+
+class CephGround : public PlaceGround {
+ public:
+  CephGround() {
+    for (int i = 0; i < kTries; ++i) {
+      const int port = freePort();
+      if (!_server.start({CORVANE_CEPH_SERVER, _server.directory(), std::to_string(port),
+                          std::to_string(freePort()), kKeys.user, kKeys.secret},
+                         port))
+        continue;
+      _address =
+          parsePlaceAddress("s3://bucket/some%20prefix?endpoint=http://127.0.0.1:" + std::to_string(port));
+      makeBucket();
+      return;
+    }
+    throw std::runtime_error("Ceph does not start: " + _server.log());
+  }
+
+  std::unique_ptr<Place> place(Deadline deadline) override { return makePlace(_address, kKeys, deadline); }
+
+ private:
+  static Date now() {
+    timespec time{};
+    ::clock_gettime(CLOCK_REALTIME, &time);
+    return dateOf(time);
+  }
+
+  void makeBucket() const {
+    HttpSettings settings;
+    settings.host = _address.host;
+    settings.authorize = [this](const HttpRequest& request) {
+      return signedS3Headers({kKeys.user, kKeys.secret, _address.region}, request.method, _address.host,
+                             "/bucket", "", "", now());
+    };
+    HttpRequest request;
+    request.what = "make the bucket";
+    request.method = "PUT";
+    request.url = _address.origin + "/bucket";
+    request.hasBody = true;
+    HttpClient client(settings, after(60));
+    const HttpAnswer answer = client.perform(request);
+    if (!answer.isGood()) client.fail(request, answer);
+  }
+
+  static inline const PlaceCredentials kKeys{"AKTEST", "s3cret/key+1"};
+  ServerProcess _server;
+  PlaceAddress _address;
 };
 
 constexpr const char* kApache = R"(
@@ -163,6 +215,8 @@ std::unique_ptr<PlaceGround> makeApacheDigestGround() {
 }
 
 std::unique_ptr<PlaceGround> makeHubGround() { return std::make_unique<HubGround>(); }
+
+std::unique_ptr<PlaceGround> makeCephGround() { return std::make_unique<CephGround>(); }
 
 std::unique_ptr<PlaceGround> makeLighttpdGround() {
   return std::make_unique<WebDavGround>(

@@ -15,6 +15,8 @@ std::unique_ptr<PlaceGround> makeApacheDigestGround();
 /// Our own server.
 std::unique_ptr<PlaceGround> makeHubGround();
 std::unique_ptr<PlaceGround> makeLighttpdGround();
+/// Ceph's gateway for S3, over a cluster in memory.
+std::unique_ptr<PlaceGround> makeCephGround();
 std::unique_ptr<PlaceGround> makeNginxGround();
 std::unique_ptr<PlaceGround> makeRcloneGround();
 
