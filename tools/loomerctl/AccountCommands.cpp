@@ -56,7 +56,7 @@ std::optional<Account> accountBefore(Output& out) {
 Status setAccount(Invocation& run) {
   Account account;
   account.url = run.options.argument == kStandardStream
-                    ? readSecretLine("URL of the account (not shown as you type): ")
+                    ? SecretInput().line("URL of the account (not shown as you type): ")
                     : run.options.argument;
   pelto::checkAccountUrl(account.url);
   if (run.options.argument != kStandardStream && pelto::holdsPassword(account.url)) {

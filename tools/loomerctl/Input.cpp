@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tools/loomerctl/Invocation.h"
 
@@ -65,10 +66,8 @@ constexpr char kEndOfTransmission = 4;     // control-D
 constexpr char kNegativeAcknowledge = 21;  // control-U
 constexpr char kDelete = 127;
 
-// Nothing if the user cancels.
-std::optional<std::string> lineFromTerminal(const char* prompt) {
-  const SilentTerminal terminal;
-  std::fputs(prompt, stderr);  // now, since what is typed before is dropped
+// A line as it is typed on a silent terminal; nothing if the user cancels.
+std::optional<std::string> typedLine() {
   std::string line;
   char key = 0;
   while (readSome(STDIN_FILENO, kStandardInput, &key, 1) == 1 && key != '\n' && key != '\r' &&
@@ -83,6 +82,27 @@ std::optional<std::string> lineFromTerminal(const char* prompt) {
     }
   }
   return line;
+}
+
+using IsComplete = std::function<bool(const std::string&)>;
+
+// What is typed until `isComplete`, or an empty line after others.
+std::string typedLines(const char* prompt, const IsComplete& isComplete) {
+  std::string text;
+  bool isCancelled = false;
+  {
+    const SilentTerminal terminal;
+    std::fputs(prompt, stderr);  // now, since what is typed before is dropped
+    do {
+      const auto line = typedLine();
+      isCancelled = !line;
+      if (isCancelled || line->empty()) break;
+      text += *line + '\n';
+    } while (!isComplete(text));
+  }
+  std::fputs("\n", stderr);
+  if (isCancelled) throw Refused{"Cancelled; nothing was changed."};
+  return text;
 }
 
 std::string trimmed(const std::string& line) {
@@ -103,18 +123,29 @@ std::string readInput(const std::string& path) {
   return readAll(file.number(), path);
 }
 
-std::string readSecretLine(const char* prompt) {
-  std::optional<std::string> line;
-  if (isatty(STDIN_FILENO) == 1) {
-    line = lineFromTerminal(prompt);
-    std::fputs("\n", stderr);
-  } else {
-    line = readInput(kStandardStream);
-    line->resize(std::min(line->find('\n'), line->size()));
-  }
-  if (!line) throw Refused{"Cancelled; nothing was changed."};
-  const std::string text = trimmed(*line);
-  if (text.empty()) throw Refused{"Standard input held nothing."};
+SecretInput::~SecretInput() { pelto::wipe(_rest); }
+
+std::string SecretInput::line(const char* prompt) {
+  return lines(prompt, [](const std::string&) { return true; });
+}
+
+std::string SecretInput::lines(const char* prompt, const IsComplete& isComplete) {
+  std::string text = isatty(STDIN_FILENO) == 1 ? typedLines(prompt, isComplete) : givenLines(isComplete);
+  const pelto::WipeAtEnd wiping(text);
+  std::string bare = trimmed(text);
+  if (bare.empty()) throw Refused{"Standard input held nothing."};
+  return bare;
+}
+
+std::string SecretInput::givenLines(const IsComplete& isComplete) {
+  if (!_isRead) _rest = readInput(kStandardStream);
+  _isRead = true;
+  std::string text;
+  do {
+    const std::size_t end = std::min(_rest.find('\n'), _rest.size());
+    text += _rest.substr(0, end) + '\n';
+    _rest.erase(0, end + 1);
+  } while (!_rest.empty() && !isComplete(text));
   return text;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace corvane::loomerctl {
@@ -13,9 +14,28 @@ std::string inputName(const std::string& path);
 /// All that the file, a pipe or a device too, or standard input holds. Raises Refused when it cannot be read.
 std::string readInput(const std::string& path);
 
-/// The first line of standard input, without white space around it. From a terminal it is asked for with
-/// `prompt` on standard error, and what is typed is not shown. Raises Refused when it cannot be read, holds
-/// nothing, or the user cancels.
-std::string readSecretLine(const char* prompt);
+/// Secrets from standard input. From a terminal each is asked for with a prompt on standard error, and what
+/// is typed is not shown; otherwise they come one after the other. The caller wipes them.
+class SecretInput {
+ public:
+  SecretInput() = default;
+  ~SecretInput();
+  SecretInput(const SecretInput&) = delete;
+  SecretInput& operator=(const SecretInput&) = delete;
+
+  /// The next line, without white space around it. Raises Refused when it cannot be read, holds nothing, or
+  /// the user cancels.
+  std::string line(const char* prompt);
+  /// As many lines as it takes until `isComplete` of them all; on a terminal, an empty line is an end too.
+  /// Raises as `line`.
+  std::string lines(const char* prompt, const std::function<bool(const std::string&)>& isComplete);
+
+ private:
+  /// As `lines`, of what no terminal gives.
+  std::string givenLines(const std::function<bool(const std::string&)>& isComplete);
+
+  bool _isRead = false;  ///< what no terminal gives has been read, into `_rest`
+  std::string _rest;
+};
 
 }  // namespace corvane::loomerctl

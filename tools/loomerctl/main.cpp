@@ -1,3 +1,4 @@
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -21,6 +22,8 @@ bool wantsColours() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Passwords and keys pass through: nothing of them gets into a core dump. Cannot fail with this argument.
+  prctl(PR_SET_DUMPABLE, 0);
   const corvane::PlatformScope services(corvane::linuxPlatform());
   // The write that meets a closed pipe reports it. Ignoring a valid signal does not fail.
   std::signal(SIGPIPE, SIG_IGN);

@@ -44,18 +44,6 @@ Account accountIn(const std::string& path, const std::string& contents) {
   return {url.toString(), computer, {}};
 }
 
-// Wipes what the file held, keys included, when it has been read.
-class Wiping {
- public:
-  explicit Wiping(std::string& contents) : _contents(contents) {}
-  ~Wiping() { wipe(_contents); }
-  Wiping(const Wiping&) = delete;
-  Wiping& operator=(const Wiping&) = delete;
-
- private:
-  std::string& _contents;
-};
-
 std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
 std::string notePathOf(const std::string& path) {
@@ -120,7 +108,7 @@ std::optional<Account> readAccount(const std::string& path) {
          "`loomerctl account set`.");
   }
   if (error) fail(path, "can't read it: " + error.message(), kPermissionRemedy);
-  const Wiping wiping(contents);
+  const WipeAtEnd wiping(contents);  // keys included
   Account account = accountIn(path, contents);
   account.reached = reachedIn(notePathOf(path), account);
   return account;

@@ -32,6 +32,18 @@ class SecretBytes {
 /// Overwrites and empties a string through which a secret passed.
 void wipe(std::string& text);
 
+/// Wipes a string at its own end.
+class WipeAtEnd {
+ public:
+  explicit WipeAtEnd(std::string& text) : _text(text) {}
+  ~WipeAtEnd() { wipe(_text); }
+  WipeAtEnd(const WipeAtEnd&) = delete;
+  WipeAtEnd& operator=(const WipeAtEnd&) = delete;
+
+ private:
+  std::string& _text;
+};
+
 /// Readies libsodium. Whatever calls it directly does this first; repeating it costs nothing. Raises
 /// DotPeltoException when the system gives no random numbers.
 void useSodium();
