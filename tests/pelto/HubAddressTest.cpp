@@ -15,7 +15,7 @@ using testing::Not;
 
 std::string refusalOf(const std::string& url) {
   try {
-    checkAccountUrl(url);
+    parseHubAddress(url);
     return {};
   } catch (const PlatformException& exception) {
     EXPECT_STREQ(exception.name().c_str(), DotPeltoException);

@@ -7,6 +7,7 @@
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Input.h"
 #include "tools/loomerctl/JsonWriter.h"
+#include "tools/loomerctl/PlaceAccount.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
 
@@ -24,6 +25,11 @@ struct Answer {
 
 Answer ask(const Account& account) {
   try {
+    if (account.membership) {
+      commitsOf(account, *pelto::placeOf(account, kPlaceSeconds));
+      pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
+      return {account.membership->enabled.contains(LoomerDataClass_Bookmarks.toString()), {}};
+    }
     return {pelto::hubOf(account)->isEnabled(LoomerDataClass_Bookmarks), {}};
   } catch (const PlatformException& exception) {
     return {std::nullopt, exception.reason()};
@@ -53,19 +59,16 @@ std::optional<Account> accountBefore(Output& out) {
 
 }  // namespace
 
-Status setAccount(Invocation& run) {
-  Account account;
-  account.url = run.options.argument == kStandardStream
-                    ? SecretInput().line("URL of the account (not shown as you type): ")
-                    : run.options.argument;
-  pelto::checkAccountUrl(account.url);
-  if (run.options.argument != kStandardStream && pelto::holdsPassword(account.url)) {
+namespace {
+
+Status setServer(Invocation& run, const std::string& url) {
+  if (run.options.argument != kStandardStream && pelto::holdsPassword(url)) {
     run.err.write(
         "loomerctl: The password stays in the shell's history, and was in the list of processes: `loomerctl "
         "account set -` asks for the address instead.\n");
   }
   const std::optional<Account> before = accountBefore(run.out);
-  account.computer = before ? before->computer : Platform::current().uuids.newUuid();
+  const Account account{url, before ? before->computer : Platform::current().uuids.newUuid(), {}};
   pelto::writeAccount(pelto::userAccountPath(), account);
   run.out.write("The account is " + printable(pelto::withoutSecrets(account.url)) + ".\n");
   run.out.flush();  // the service may take its time
@@ -77,6 +80,38 @@ Status setAccount(Invocation& run) {
                   "\n`loomerctl account test` asks again.\n");
   }
   return statusFine;
+}
+
+Status setPlace(Invocation& run, const std::string& text, SecretInput& input) {
+  const auto before = accountBefore(run.out);
+  const bool isSame = before && before->membership && before->url == text;
+  if (!isSame) refuseIfAtPlace();
+  pelto::PlaceCredentials credentials = askCredentials(pelto::parsePlaceAddress(text), input);
+  Account account = isSame ? *before : newAccountAt(text, {});
+  account.membership->credentials = std::move(credentials);
+  const auto place = pelto::placeOf(account, kPlaceSeconds);
+  run.out.write("Trying " + printable(place->description()) + ".\n");
+  run.out.flush();
+  commitsOf(account, *place);
+  pelto::writeAccount(pelto::userAccountPath(), account);
+  pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
+  run.out.write(
+      isSame ? "The account stays as it is, with what opens the place now.\n"
+             : "It keeps the account from now on, sealed with a key that only this computer has.\n"
+               "`corvanetool --register` switches bookmarks on; `loomerctl account invite` lets another "
+               "computer join.\n");
+  return statusFine;
+}
+
+}  // namespace
+
+Status setAccount(Invocation& run) {
+  SecretInput input;
+  const std::string address = run.options.argument == kStandardStream
+                                  ? input.line("Address of the account (not shown as you type): ")
+                                  : run.options.argument;
+  pelto::checkAccountAddress(address);
+  return pelto::isPlaceAddress(address) ? setPlace(run, address, input) : setServer(run, address);
 }
 
 Status showAccount(Invocation& run) {

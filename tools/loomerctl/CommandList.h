@@ -37,6 +37,12 @@ Status showAccount(Invocation& run);
 Status testAccount(Invocation& run);
 /// `account remove`
 Status removeAccount(Invocation& run);
+/// `account invite`
+Status inviteComputer(Invocation& run);
+/// `account join`
+Status joinAccount(Invocation& run);
+/// `account passphrase`
+Status setPassphrase(Invocation& run);
 /// `undo`
 Status undoSession(Invocation& run);
 /// `export`

@@ -28,10 +28,12 @@ class Refused : public PlatformException {
 struct Options {
   bool json = false;
   bool force = false;
+  bool words = false;
+  bool qr = false;
   std::optional<std::int64_t> session;
   std::optional<std::int64_t> record;
   std::optional<std::int64_t> limit;  ///< at least 1
-  std::string argument;  ///< CLIENT, RECORD, SESSION, FILE or URL; empty for commands without one
+  std::string argument;  ///< CLIENT, RECORD, SESSION, FILE or PLACE; empty for commands without one
 };
 
 /// What a command runs with.

@@ -12,7 +12,7 @@ namespace corvane::pelto {
 
 /// How this user reaches the online service.
 struct Account {
-  /// `postgresql://…` with the password, or the place's address with what opens it: a secret
+  /// `postgresql://…` with the password, a secret, or the place's address
   std::string url;
   String computer;  ///< this computer's identifier there, an upper-case UUID made when the account was set
   /// When the service last answered for this URL and computer, to the day; absent before it ever has. Kept in

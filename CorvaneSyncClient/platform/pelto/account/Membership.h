@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "CorvaneSyncClient/platform/pelto/place/PlaceCredentials.h"
 #include "CorvaneSyncClient/platform/pelto/seal/AccountKey.h"
 #include "CorvaneSyncClient/platform/pelto/seal/ComputerKeys.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Invitation.h"
@@ -13,6 +14,7 @@ namespace corvane::pelto {
 
 /// How this computer belongs to an account that is kept at a place. Copies share the keys.
 struct Membership {
+  PlaceCredentials credentials;
   std::string account;  ///< an upper-case UUID
   std::int64_t generation = 1;
   std::shared_ptr<const AccountKey> key;     ///< of that generation; never null

@@ -14,6 +14,8 @@ constexpr std::string_view kHead = "corvane account 2";
 constexpr std::size_t kKeysEnd = kHead.size() + AccountKey::kBytes + ComputerKeys::kKeyBytes;
 
 constexpr const char* kPlace = "Place";
+constexpr const char* kUser = "User";
+constexpr const char* kSecret = "Secret";
 constexpr const char* kAccount = "Account";
 constexpr const char* kGeneration = "Generation";
 constexpr const char* kComputer = "Computer";
@@ -45,11 +47,12 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
   const Array* const enabled = entries.array(kEnabled);
   const std::int64_t generation = numberIn(entries, kGeneration);
   const auto newest = newestIn(entries);
-  if (place.empty() || name.empty() || !uuidBytes(account.view()) || !uuidBytes(computer.view()) ||
-      !enabled || generation < 1 || !newest) {
+  if (place.empty() || !entries.string(kUser) || !entries.string(kSecret) || name.empty() ||
+      !uuidBytes(account.view()) || !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest) {
     return std::nullopt;
   }
-  Membership membership{account.toString(),
+  Membership membership{{entries.string(kUser).toString(), entries.string(kSecret).toString()},
+                        account.toString(),
                         generation,
                         std::make_shared<AccountKey>(key),
                         std::make_shared<ComputerKeys>(secretKey),
@@ -84,6 +87,8 @@ SecretBytes membershipFileOf(const Account& account) {
   for (const std::string& each : membership.enabled) enabled.append(each);
   const std::string entries =
       writeBinaryPropertyList(Dictionary{{kPlace, account.url},
+                                         {kUser, membership.credentials.user},
+                                         {kSecret, membership.credentials.secret},
                                          {kAccount, membership.account},
                                          {kGeneration, membership.generation},
                                          {kComputer, account.computer},

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
+#include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::pelto {
@@ -70,6 +71,10 @@ class NotingHub : public Hub {
 std::string userAccountPath() { return accountPathForHome(Platform::current().process.homeDirectory()); }
 
 std::optional<Account> userAccount() { return readAccount(userAccountPath()); }
+
+std::unique_ptr<Place> placeOf(const Account& account, double seconds) {
+  return makePlace(parsePlaceAddress(account.url), account.membership->credentials, after(seconds));
+}
 
 void enableDataClass(const Account& account, const String& dataClass, bool enabled) {
   changeMembership(userAccountPath(), account, [&](Membership& membership) {

@@ -7,6 +7,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/account/Account.h"
+#include "CorvaneSyncClient/platform/pelto/place/Place.h"
 #include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane::pelto {
@@ -22,6 +23,10 @@ std::optional<Account> userAccount();
 /// the same account; at most once a day, so that a sync that finds nothing new writes nothing. A failure to
 /// note it goes to the system log.
 std::unique_ptr<Hub> hubOf(const Account& account);
+
+/// The place of an account that is kept at one, for one exchange of at most `seconds`. Nothing is sent yet.
+/// Raises PlaceAddressException.
+std::unique_ptr<Place> placeOf(const Account& account, double seconds);
 
 /// Whether this computer syncs the data class with an account at a place, from now on. Nothing happens when
 /// the user has replaced or removed that account meanwhile. Raises DotPeltoException.

@@ -1,0 +1,174 @@
+// `account invite`, `join` and `passphrase`.
+
+#include <algorithm>
+#include <utility>
+
+#include "CorvaneSyncClient/platform/pelto/account/AccountAddress.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Passphrase.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/CommandList.h"
+#include "tools/loomerctl/PlaceAccount.h"
+#include "tools/loomerctl/QrCode.h"
+#include "tools/loomerctl/Text.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using pelto::Account;
+using pelto::Invitation;
+using pelto::PlaceAddress;
+
+// Objects under a passphrase lie where somebody without a key finds them.
+constexpr const char* kPassphraseFolder = "passphrase";
+constexpr std::size_t kPassphraseObjectBytes = 1024;
+// Each that is tried takes a second and more.
+constexpr std::size_t kMostTried = 20;
+
+constexpr const char* kInvitationPrompt =
+    "Paste or type the invitation, in as many lines as you like; an empty line ends it (not shown as you "
+    "type):\n";
+
+Invitation invitationTo(const Account& account) {
+  const pelto::Membership& membership = *account.membership;
+  Invitation invitation{account.url,
+                        {},
+                        {},
+                        membership.account,
+                        membership.generation,
+                        pelto::AccountKey(membership.key->bytes()),
+                        membership.newest};
+  // Each computer has a token of its own at a hub, so that it can be revoked alone.
+  if (pelto::parsePlaceAddress(account.url).kind != PlaceAddress::Kind::hub) {
+    invitation.user = membership.credentials.user;
+    invitation.secret = membership.credentials.secret;
+  }
+  return invitation;
+}
+
+// Whether nothing that could follow makes more of it.
+bool isWholeInvitation(const std::string& text) {
+  try {
+    pelto::invitationFrom(text);
+    return true;
+  } catch (const pelto::InvitationException& exception) {
+    return !exception.isIncomplete();
+  }
+}
+
+Invitation readInvitation(SecretInput& input) {
+  std::string text = input.lines(kInvitationPrompt, isWholeInvitation);
+  const pelto::WipeAtEnd wiping(text);
+  return pelto::invitationFrom(text);
+}
+
+// A place that shows less than the invitation vouches for is not believed.
+void checkPlaceKnows(const Account& account) {
+  const auto place = pelto::placeOf(account, kPlaceSeconds);
+  const bool isNew = account.membership->newest.number == 0;
+  if (!commitsOf(account, *place).empty() || isNew) return;
+  throw Refused{
+      "There is nothing of the account at " + place->description() +
+      ", though there was when the invitation was made. If a computer was taken out of the account since, "
+      "another invitation is needed."};
+}
+
+Status keepJoined(Invocation& run, const Account& account) {
+  checkPlaceKnows(account);
+  pelto::writeAccount(pelto::userAccountPath(), account);
+  pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
+  run.out.write("This computer has joined the account at " + printable(pelto::withoutSecrets(account.url)) +
+                ".\n`corvanetool --register` switches bookmarks on.\n");
+  return statusFine;
+}
+
+// Opens whichever of the place's objects the passphrase opens.
+std::optional<Invitation> openAny(pelto::Place& place, const std::string& passphrase) {
+  std::vector<pelto::GetRequest> requests;
+  for (const pelto::PlaceObject& each : place.list(kPassphraseFolder)) {
+    requests.push_back({each.name, pelto::Writing::alone, {}, kPassphraseObjectBytes});
+    if (requests.size() == kMostTried) break;
+  }
+  for (const pelto::GetAnswer& each : place.get(requests)) {
+    if (auto invitation = pelto::openWithPassphrase(each.bytes, passphrase)) return invitation;
+  }
+  return std::nullopt;
+}
+
+Status joinByPassphrase(Invocation& run, SecretInput& input) {
+  const std::string& text = run.options.argument;
+  const PlaceAddress address = pelto::parsePlaceAddress(text);
+  pelto::PlaceCredentials credentials = askCredentials(address, input);
+  std::string passphrase = input.line("Passphrase (not shown as you type): ");
+  const pelto::WipeAtEnd wiping(passphrase);
+  const auto place = pelto::makePlace(address, credentials, after(kPlaceSeconds));
+  const auto invitation = openAny(*place, passphrase);
+  if (!invitation) throw Refused{"The passphrase opens no account at " + place->description() + '.'};
+  return keepJoined(run, invitedAccount(*invitation, text, std::move(credentials)));
+}
+
+std::string newPassphrase(SecretInput& input) {
+  std::string passphrase = input.line("New passphrase (not shown as you type): ");
+  std::string again = input.line("The same again: ");
+  const pelto::WipeAtEnd wiping(again);
+  if (passphrase == again) return passphrase;
+  pelto::wipe(passphrase);
+  throw Refused{"The two are not the same; nothing was changed."};
+}
+
+}  // namespace
+
+Status inviteComputer(Invocation& run) {
+  const Account account = placeAccountOrRefuse();
+  const Invitation invitation = invitationTo(account);
+  std::string text = run.options.words ? pelto::wordsOf(invitation) : pelto::lineOf(invitation);
+  const pelto::WipeAtEnd wiping(text);
+  run.err.write(
+      "loomerctl: Whoever sees this can read and change the bookmarks. Type it into `loomerctl account join` "
+      "on the "
+      "other computer.\n");
+  run.err.flush();
+  run.out.write(run.options.qr ? qrCode(text) : text + '\n');
+  return statusFine;
+}
+
+Status joinAccount(Invocation& run) {
+  refuseIfAtPlace();
+  SecretInput input;
+  if (!run.options.argument.empty()) return joinByPassphrase(run, input);
+  const Invitation invitation = readInvitation(input);
+  const PlaceAddress address = pelto::parsePlaceAddress(invitation.address);
+  pelto::PlaceCredentials credentials{invitation.user, invitation.secret};
+  if (address.kind == PlaceAddress::Kind::hub) credentials = askCredentials(address, input);
+  return keepJoined(run, invitedAccount(invitation, invitation.address, std::move(credentials)));
+}
+
+Status setPassphrase(Invocation& run) {
+  const Account account = placeAccountOrRefuse();
+  SecretInput input;
+  std::string passphrase = newPassphrase(input);
+  const pelto::WipeAtEnd wiping(passphrase);
+  Invitation invitation = invitationTo(account);
+  // Whoever joins by passphrase has named the place, and been let in.
+  invitation.address = invitation.user = invitation.secret = std::string();
+  const std::string object = pelto::sealUnderPassphrase(invitation, passphrase);
+
+  const pelto::Membership& membership = *account.membership;
+  const pelto::Sealer sealer(*membership.key, membership.account, membership.generation);
+  const std::string prefix = std::string(kPassphraseFolder) + '/' + sealer.folder() + '-';
+  const auto place = pelto::placeOf(account, kPlaceSeconds);
+  std::vector<std::string> earlier;
+  for (const pelto::PlaceObject& each : place->list(kPassphraseFolder)) {
+    if (each.name.starts_with(prefix)) earlier.push_back(each.name);
+  }
+  place->put({{prefix + pelto::hexadecimal(sealer.hash(object)), object}});
+  place->remove(earlier);
+  run.out.write("`loomerctl account join PLACE` asks for the passphrase on another computer.\n");
+  return statusFine;
+}
+
+}  // namespace corvane::loomerctl

@@ -1,0 +1,104 @@
+#include "tools/loomerctl/PlaceAccount.h"
+
+#include <utility>
+
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/Invocation.h"
+
+namespace corvane::loomerctl {
+
+namespace {
+
+using pelto::Account;
+using pelto::PlaceAddress;
+
+// An account that cannot be read is none that could be lost.
+std::optional<Account> readableAccount() {
+  try {
+    return pelto::userAccount();
+  } catch (const PlatformException&) {
+    return std::nullopt;
+  }
+}
+
+// The service knows a computer by this; it stays what it was with a server before.
+String computerOfUser() {
+  const auto before = readableAccount();
+  return before ? before->computer : Platform::current().uuids.newUuid();
+}
+
+std::string nameOfComputer() {
+  const std::string name = Platform::current().process.hostName();
+  return name.empty() ? "a computer" : name;
+}
+
+}  // namespace
+
+pelto::PlaceCredentials askCredentials(const PlaceAddress& address, SecretInput& input) {
+  switch (address.kind) {
+    case PlaceAddress::Kind::directory:
+      return {};
+    case PlaceAddress::Kind::webDav: {
+      std::string user = address.user.empty() ? input.line("User (not shown as you type): ") : address.user;
+      return {std::move(user), input.line("Password (not shown as you type): ")};
+    }
+    case PlaceAddress::Kind::s3: {
+      std::string user = input.line("Identifier of the access key (not shown as you type): ");
+      return {std::move(user), input.line("Secret of the access key (not shown as you type): ")};
+    }
+    case PlaceAddress::Kind::hub:
+      break;
+  }
+  return {{}, input.line("This computer's token (not shown as you type): ")};
+}
+
+Account placeAccountOrRefuse() {
+  auto account = pelto::userAccount();
+  if (!account) throw Refused{"No account is set. `loomerctl account set` sets one."};
+  if (!account->membership)
+    throw Refused{"This account is kept by a PostgreSQL server, which knows its computers itself."};
+  return *std::move(account);
+}
+
+void refuseIfAtPlace() {
+  const auto account = readableAccount();
+  if (!account || !account->membership) return;
+  throw Refused{
+      "This computer has an account already, whose key would be lost. `loomerctl account remove` forgets "
+      "it."};
+}
+
+Account newAccountAt(const std::string& address, pelto::PlaceCredentials credentials) {
+  pelto::Membership membership{std::move(credentials),
+                               Platform::current().uuids.newUuid().toString(),
+                               1,
+                               std::make_shared<pelto::AccountKey>(pelto::AccountKey::random()),
+                               std::make_shared<pelto::ComputerKeys>(pelto::ComputerKeys::random()),
+                               nameOfComputer(),
+                               {},
+                               {}};
+  return {address, computerOfUser(), {}, std::move(membership)};
+}
+
+Account invitedAccount(const pelto::Invitation& invitation, const std::string& address,
+                       pelto::PlaceCredentials credentials) {
+  pelto::Membership membership{std::move(credentials),
+                               invitation.account,
+                               invitation.generation,
+                               std::make_shared<pelto::AccountKey>(invitation.key.bytes()),
+                               std::make_shared<pelto::ComputerKeys>(pelto::ComputerKeys::random()),
+                               nameOfComputer(),
+                               {},
+                               invitation.newest};
+  return {address, computerOfUser(), {}, std::move(membership)};
+}
+
+std::vector<pelto::PlaceObject> commitsOf(const Account& account, pelto::Place& place) {
+  const pelto::Membership& membership = *account.membership;
+  const pelto::Sealer sealer(*membership.key, membership.account, membership.generation);
+  return place.list(sealer.folder() + "/c");
+}
+
+}  // namespace corvane::loomerctl
