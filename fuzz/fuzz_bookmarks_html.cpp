@@ -17,8 +17,8 @@ namespace {
 using corvane::require;
 using corvane::loomerctl::HtmlNode;
 
-/// The nodes as a file. They are in the order of the file, so that a folder ends where a node of another one
-/// follows.
+// The nodes as a file. They are in the order of the file, so that a folder ends where a node of another one
+// follows.
 std::string fileOf(const std::vector<HtmlNode>& nodes) {
   using namespace corvane::loomerctl;
   std::string file = htmlHead();
@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool hasLineEnd =
         title.find_first_of("\n\r\f") != std::string::npos;  // which is written as a blank
     require(hasLineEnd || again[i].title == title, "titles come back");
-    require(loomerctl::whiteSpaceCollapsed(again[i].title) == loomerctl::whiteSpaceCollapsed(title),
+    require(corvane::whiteSpaceCollapsed(again[i].title) == corvane::whiteSpaceCollapsed(title),
             "titles are shown alike");
     require(again[i].url == nodes[i].url, "addresses come back");
     require(again[i].toolbar == nodes[i].toolbar && again[i].tabGroup == nodes[i].tabGroup,

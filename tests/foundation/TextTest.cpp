@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
@@ -130,6 +131,12 @@ TEST(Text, AsciiIsFoundAtEveryPlace) {
       text[at] = 'a';
     }
   }
+}
+
+TEST(Text, CollapsedTextIsWhatAPageShows) {
+  EXPECT_EQ(whiteSpaceCollapsed("\n a \t b\fc \r"), "a b c");
+  EXPECT_EQ(whiteSpaceCollapsed("a b"), "a b");
+  EXPECT_EQ(whiteSpaceCollapsed(" \t "), "");
 }
 
 }  // namespace

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/loomer/edit/ImportPlan.h"
 
 // The bookmarks file that browsers exchange: HTML in which a definition list is a folder's contents, <DT><H3>
 // begins a folder and <DT><A HREF> is a bookmark. No standard says what it looks like; each browser writes it
@@ -15,18 +15,8 @@
 
 namespace corvane::loomerctl {
 
-/// One folder or bookmark of a file.
-struct HtmlNode {
-  /// The parent of what is directly in the root.
-  static constexpr std::uint32_t kRoot = 0xFFFFFFFF;
-
-  bool folder = false;
-  std::string title;
-  std::string url;               ///< bookmarks only
-  std::uint32_t parent = kRoot;  ///< a folder that stands before it in the list
-  bool toolbar = false;          ///< marked as the folder that the browser's toolbar shows
-  bool tabGroup = false;         ///< marked as a folder that opens as a group of tabs
-};
+/// One folder or bookmark of a file, in the form that an import takes.
+using HtmlNode = loomer::ImportedNode;
 
 /// How much a file says about its bookmarks and folders that HtmlNode does not hold.
 struct HtmlLeftOut {

@@ -3,10 +3,9 @@
 #include <string>
 #include <string_view>
 
-namespace corvane::loomerctl {
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 
-/// What counts as white space in HTML: the blank, the tab, line and page ends.
-constexpr bool isHtmlSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
+namespace corvane::loomerctl {
 
 /// A title for between tags. Nothing but what has a meaning in HTML is escaped: browsers know no other
 /// references in titles and would show them as they stand. White space stays as it is, but a line end, which
@@ -25,8 +24,5 @@ std::string htmlTitle(std::string_view html);
 
 /// The same for an attribute's value: white space stays, except line ends and tabs, and at the ends.
 std::string htmlAttribute(std::string_view html);
-
-/// The text as HTML is shown: each run of white space is one blank, without any at the ends.
-std::string whiteSpaceCollapsed(std::string_view text);
 
 }  // namespace corvane::loomerctl

@@ -1,4 +1,4 @@
-#include "tools/loomerctl/ImportPlan.h"
+#include "CorvaneSyncClient/platform/loomer/edit/ImportPlan.h"
 
 #include <algorithm>
 #include <optional>
@@ -7,18 +7,13 @@
 #include <unordered_set>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Places.h"
-#include "tools/loomerctl/HtmlText.h"
 
-namespace corvane::loomerctl {
+namespace corvane::loomer {
 
 namespace {
-
-using loomer::Content;
-using loomer::Entity;
-using loomer::RecordId;
-using loomer::TruthRecord;
 
 // Equal for records that are the same.
 std::string matchKey(RecordId parent, Entity entity, std::string_view title, std::string_view url) {
@@ -100,20 +95,20 @@ class Import {
     }
   }
 
-  ImportPlan run(const std::vector<HtmlNode>& nodes) {
+  ImportPlan run(const std::vector<ImportedNode>& nodes) {
     std::vector<RecordId> records;
     records.reserve(nodes.size());
-    for (const HtmlNode& node : nodes) {
-      const RecordId parent = node.parent == HtmlNode::kRoot ? loomer::kRoot : records[node.parent];
+    for (const ImportedNode& node : nodes) {
+      const RecordId parent = node.parent == ImportedNode::kRoot ? kRoot : records[node.parent];
       records.push_back(join(node, parent));
     }
     return std::move(_plan);
   }
 
  private:
-  RecordId join(const HtmlNode& node, RecordId parent) {
+  RecordId join(const ImportedNode& node, RecordId parent) {
     const Entity entity = node.folder ? Entity::folder : Entity::bookmark;
-    const bool toolbar = node.toolbar && parent == loomer::kRoot && !_hasToolbar;
+    const bool toolbar = node.toolbar && parent == kRoot && !_hasToolbar;
     if (toolbar) _hasToolbar = true;
     Content content;
     content.name = toolbar ? std::string(LoomerTitleBookmarksBar) : node.title;
@@ -133,7 +128,7 @@ class Import {
 
   // Clients know the two special folders by their titles.
   bool makesSpecial(const Content& content, Entity entity, RecordId parent) {
-    if (entity != Entity::folder || parent != loomer::kRoot) return false;
+    if (entity != Entity::folder || parent != kRoot) return false;
     if (!isSpecialTitle(content.name)) return false;
     bool& seen = _special[content.name == LoomerTitleBookmarksMenu];
     return !std::exchange(seen, true);
@@ -144,7 +139,7 @@ class Import {
     record.id = _nextRecord++;
     record.entity = entity;
     record.parent = parent;
-    record.place = _lastPlaces[parent] += loomer::kPlaceSpread;
+    record.place = _lastPlaces[parent] += kPlaceSpread;
     record.content = std::move(content);
     record.revision = _revision;
     ++(entity == Entity::folder ? _plan.folders : _plan.bookmarks);
@@ -163,9 +158,9 @@ class Import {
 
 }  // namespace
 
-ImportPlan planImport(const std::vector<TruthRecord>& truth, const std::vector<HtmlNode>& nodes,
+ImportPlan planImport(const std::vector<TruthRecord>& truth, const std::vector<ImportedNode>& nodes,
                       RecordId nextRecord, std::int64_t revision) {
   return Import(truth, nextRecord, revision).run(nodes);
 }
 
-}  // namespace corvane::loomerctl
+}  // namespace corvane::loomer
