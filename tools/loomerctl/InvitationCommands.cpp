@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/account/AccountAddress.h"
+#include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
@@ -41,7 +42,7 @@ Invitation invitationTo(const Account& account) {
                         membership.account,
                         membership.generation,
                         pelto::AccountKey(membership.key->bytes()),
-                        membership.newest};
+                        pelto::newestKnown(account)};
   // Each computer has a token of its own at a hub, so that it can be revoked alone.
   if (pelto::parsePlaceAddress(account.url).kind != PlaceAddress::Kind::hub) {
     invitation.user = membership.credentials.user;

@@ -96,6 +96,10 @@ std::string accountPathForHome(const std::string& homeDirectory) {
   return joinedPath(homeDirectory, "Library/Application Support/Loomer/Account.plist");
 }
 
+std::string chainPathBeside(const std::string& accountPath) {
+  return joinedPath(directoryOf(accountPath), "Chain.plist");
+}
+
 std::optional<Account> readAccount(const std::string& path) {
   std::string contents;
   const std::error_code error = readPrivateFile(path, contents);
@@ -139,6 +143,7 @@ void noteAccountReached(const std::string& path, const Account& account, Date wh
 bool removeAccount(const std::string& path) {
   const bool removed = removeIfThere(path);
   removeIfThere(notePathOf(path));
+  removeIfThere(chainPathBeside(path));
   return removed;
 }
 

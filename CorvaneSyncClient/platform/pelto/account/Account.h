@@ -25,6 +25,9 @@ struct Account {
 /// The path of the account's file in that home directory.
 std::string accountPathForHome(const std::string& homeDirectory);
 
+/// The path of what this computer keeps of the account's chain, beside the account's file.
+std::string chainPathBeside(const std::string& accountPath);
+
 /// Reads the account; absent when there is no file. Raises DotPeltoException when the file cannot be read,
 /// does not hold an account, or is accessible to other users.
 std::optional<Account> readAccount(const std::string& path);
@@ -40,7 +43,8 @@ void changeMembership(const std::string& path, const Account& account,
 /// cannot overwrite an account that the user sets or removes at the same moment. It is valid for that URL and
 /// computer only. Raises DotPeltoException.
 void noteAccountReached(const std::string& path, const Account& account, Date when);
-/// Removes the account and the note beside it. False when there was no account. Raises DotPeltoException.
+/// Removes the account with the note and what is kept of its chain beside it. False when there was no
+/// account. Raises DotPeltoException.
 bool removeAccount(const std::string& path);
 
 }  // namespace corvane::pelto

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
+#include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -14,8 +15,12 @@ namespace {
 // Writing the file takes as long as a short session.
 constexpr double kNotedForSeconds = 24.0 * 60 * 60;
 
+// The engine gives for a minute and a half at most; the rest is for what is slow.
+constexpr double kExchangeSeconds = 300;
+
 std::unique_ptr<Hub> makeHub(const Account& account) {
   if (currentService<HubMaker>) return (*currentService<HubMaker>)(account);
+  if (account.membership) return makePlaceHub(account, kExchangeSeconds);
   return std::make_unique<PostgresHub>(account.url, account.computer);
 }
 

@@ -35,7 +35,8 @@ void enableDataClass(const Account& account, const String& dataClass, bool enabl
 /// Makes the hub of an account without connecting.
 using HubMaker = std::function<std::unique_ptr<Hub>(const Account&)>;
 
-/// Makes another maker current, for `hubOf` to use. The default maker makes PostgreSQL hubs.
+/// Makes another maker current, for `hubOf` to use. The default maker makes those of places and
+/// PostgreSQL servers.
 using HubMakerScope = ServiceScope<HubMaker>;
 
 }  // namespace corvane::pelto
