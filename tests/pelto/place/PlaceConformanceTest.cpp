@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
+#include <iostream>
 #include <map>
 #include <memory>
 #include <random>
@@ -15,6 +16,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/place/Place.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
+#include "CorvaneSyncClient/platform/pelto/place/PlaceProbe.h"
 #include "CorvaneSyncClient/platform/system/files/Timespec.h"
 #include "tests/fakes/FakePlatform.h"
 #include "tests/pelto/place/PlaceGround.h"
@@ -247,6 +249,18 @@ TEST_P(PlaceConformanceTest, NothingIsDoneWithoutTime) {
   EXPECT_THROW(place->remove({name("1")}), PlaceException);
   place = newPlace();
   EXPECT_EQ(namesIn(folder + "/c"), std::set<std::string>{name("1")});
+}
+
+// CORVANE_RACES gives another number of rounds.
+TEST_P(PlaceConformanceTest, TheProbeFindsItFitAndLeavesNothing) {
+  const char* const asked = std::getenv("CORVANE_RACES");
+  const PlaceFindings findings =
+      probePlace([] { return groundOf(GetParam()).place(after(kTime), kProbeSpeed); },
+                 asked ? std::atoi(asked) : kProbeRounds);
+  EXPECT_NE(findings.software, "");
+  RecordProperty("software", findings.software);
+  std::cout << findings.software << ": " << findings.rounds << " rounds with one winner\n";
+  EXPECT_TRUE(namesIn("probe").empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Grounds, PlaceConformanceTest, testing::ValuesIn(groundNames()),

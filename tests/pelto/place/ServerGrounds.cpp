@@ -37,42 +37,11 @@ std::string filledIn(std::string text, const std::string& directory, int port) {
   return text;
 }
 
-// A server that a configuration file tells everything.
-struct Setup {
-  std::string configuration;
-  std::string users;                   ///< for the file "users"
-  std::vector<std::string> arguments;  ///< marks are filled in
-};
-
-class WebDavGround : public PlaceGround {
- public:
-  explicit WebDavGround(const Setup& setup) {
-    _server.write("users", setup.users);
-    for (int i = 0; i < kTries; ++i) {
-      const int port = freePort();
-      _server.write("conf", filledIn(setup.configuration, _server.directory(), port));
-      std::vector<std::string> arguments;
-      for (const std::string& argument : setup.arguments)
-        arguments.push_back(filledIn(argument, _server.directory(), port));
-      if (!_server.start(arguments, port)) continue;
-      _address = parsePlaceAddress("http://127.0.0.1:" + std::to_string(port));
-      return;
-    }
-    throw std::runtime_error(setup.arguments.front() + " does not start: " + _server.log());
-  }
-
-  std::unique_ptr<Place> place(Deadline deadline) override { return makePlace(_address, kAlice, deadline); }
-
- private:
-  ServerProcess _server;
-  PlaceAddress _address;
-};
-
 class HubGround : public PlaceGround {
  public:
-  std::unique_ptr<Place> place(Deadline deadline) override {
+  std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override {
     return makePlace(parsePlaceAddress("hub://127.0.0.1:" + std::to_string(_hub.port()) + "?tls=no"),
-                     {"", _token}, deadline);
+                     {"", _token}, deadline, sendSpeed);
   }
 
  private:
@@ -98,7 +67,9 @@ class CephGround : public PlaceGround {
     throw std::runtime_error("Ceph does not start: " + _server.log());
   }
 
-  std::unique_ptr<Place> place(Deadline deadline) override { return makePlace(_address, kKeys, deadline); }
+  std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override {
+    return makePlace(_address, kKeys, deadline, sendSpeed);
+  }
 
  private:
   static Date now() {
@@ -150,11 +121,15 @@ DavLockDB "@DIR@/locks"
 DocumentRoot "@DIR@/data"
 <Directory "@DIR@/data">
   Dav On
+)";
+
+constexpr const char* kApacheUsers = R"(
   AuthName "places"
+  AuthUserFile "@DIR@/users"
   Require valid-user
 )";
 
-Setup apacheSetup(const std::string& authentication, const std::string& users) {
+ServerSetup apacheSetup(const std::string& authentication, const std::string& users) {
   return {kApache + authentication + "</Directory>\n",
           users,
           {"/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND"}};
@@ -204,14 +179,37 @@ auth.require = ("" => ("method" => "basic", "realm" => "places", "require" => "v
 
 }  // namespace
 
+WebDavGround::WebDavGround(const ServerSetup& setup) {
+  _server.write("users", setup.users);
+  for (int i = 0; i < kTries; ++i) {
+    const int port = freePort();
+    _server.write("conf", filledIn(setup.configuration, _server.directory(), port));
+    std::vector<std::string> arguments;
+    for (const std::string& argument : setup.arguments)
+      arguments.push_back(filledIn(argument, _server.directory(), port));
+    if (!_server.start(arguments, port)) continue;
+    _address = parsePlaceAddress("http://127.0.0.1:" + std::to_string(port));
+    return;
+  }
+  throw std::runtime_error(setup.arguments.front() + " does not start: " + _server.log());
+}
+
+std::unique_ptr<Place> WebDavGround::place(Deadline deadline, std::size_t sendSpeed) {
+  return makePlace(_address, kAlice, deadline, sendSpeed);
+}
+
 std::unique_ptr<PlaceGround> makeApacheGround() {
   return std::make_unique<WebDavGround>(
-      apacheSetup("AuthType Basic\nAuthUserFile \"@DIR@/users\"\n", kAliceSha));
+      apacheSetup(std::string(kApacheUsers) + "AuthType Basic\n", kAliceSha));
+}
+
+std::unique_ptr<WebDavGround> makeOpenApacheGround() {
+  return std::make_unique<WebDavGround>(apacheSetup("Require all granted\n", ""));
 }
 
 std::unique_ptr<PlaceGround> makeApacheDigestGround() {
   return std::make_unique<WebDavGround>(
-      apacheSetup("AuthType Digest\nAuthUserFile \"@DIR@/users\"\n", kAliceDigest));
+      apacheSetup(std::string(kApacheUsers) + "AuthType Digest\n", kAliceDigest));
 }
 
 std::unique_ptr<PlaceGround> makeHubGround() { return std::make_unique<HubGround>(); }
@@ -220,20 +218,20 @@ std::unique_ptr<PlaceGround> makeCephGround() { return std::make_unique<CephGrou
 
 std::unique_ptr<PlaceGround> makeLighttpdGround() {
   return std::make_unique<WebDavGround>(
-      Setup{kLighttpd, kAlicePlain, {"/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf"}});
+      ServerSetup{kLighttpd, kAlicePlain, {"/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf"}});
 }
 
 std::unique_ptr<PlaceGround> makeNginxGround() {
-  return std::make_unique<WebDavGround>(
-      Setup{kNginx, kAliceSha, {"/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error"}});
+  return std::make_unique<WebDavGround>(ServerSetup{
+      kNginx, kAliceSha, {"/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error"}});
 }
 
 std::unique_ptr<PlaceGround> makeRcloneGround() {
-  return std::make_unique<WebDavGround>(
-      Setup{"",
-            "",
-            {"/usr/bin/rclone", "serve", "webdav", "@DIR@/data", "--config", "@DIR@/conf", "--cache-dir",
-             "@DIR@/cache", "--addr", "127.0.0.1:@PORT@", "--user", kAlice.user, "--pass", kAlice.secret}});
+  return std::make_unique<WebDavGround>(ServerSetup{
+      "",
+      "",
+      {"/usr/bin/rclone", "serve", "webdav", "@DIR@/data", "--config", "@DIR@/conf", "--cache-dir",
+       "@DIR@/cache", "--addr", "127.0.0.1:@PORT@", "--user", kAlice.user, "--pass", kAlice.secret}});
 }
 
 }  // namespace corvane::pelto

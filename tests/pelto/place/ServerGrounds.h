@@ -1,10 +1,34 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "CorvaneSyncClient/platform/pelto/place/PlaceAddress.h"
 #include "tests/pelto/place/PlaceGround.h"
+#include "tests/pelto/place/ServerProcess.h"
 
 namespace corvane::pelto {
+
+/// A server that a file tells everything. "@DIR@" and "@PORT@" stand for these in all texts.
+struct ServerSetup {
+  std::string configuration;           ///< for the file "conf"
+  std::string users;                   ///< for the file "users"
+  std::vector<std::string> arguments;  ///< of the program
+};
+
+/// A WebDAV server.
+class WebDavGround : public PlaceGround {
+ public:
+  explicit WebDavGround(const ServerSetup& setup);
+  std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override;
+  const PlaceAddress& address() const { return _address; }
+
+ private:
+  ServerProcess _server;
+  PlaceAddress _address;
+};
 
 // Servers from Debian, each at a port of the loopback interface with its own files. Raise std::runtime_error
 // when they do not start.
@@ -12,6 +36,8 @@ namespace corvane::pelto {
 std::unique_ptr<PlaceGround> makeApacheGround();
 /// Apache that wants HTTP's Digest scheme.
 std::unique_ptr<PlaceGround> makeApacheDigestGround();
+/// Apache that lets everybody in.
+std::unique_ptr<WebDavGround> makeOpenApacheGround();
 /// Our own server.
 std::unique_ptr<PlaceGround> makeHubGround();
 std::unique_ptr<PlaceGround> makeLighttpdGround();

@@ -16,6 +16,7 @@
 #include "CorvaneSyncClient/platform/system/FileSystem.h"
 #include "CorvaneSyncClient/platform/system/Paths.h"
 #include "CorvaneSyncClient/platform/system/files/Timespec.h"
+#include "CorvaneSyncClient/platform/system/files/Volume.h"
 
 namespace corvane::pelto {
 
@@ -134,6 +135,15 @@ DirectoryPlace::DirectoryPlace(std::string directory, Deadline deadline)
     : _directory(std::move(directory)), _deadline(deadline) {}
 
 std::string DirectoryPlace::description() const { return "the directory " + _directory; }
+
+std::string DirectoryPlace::software() const {
+  const std::optional<FileSystem::Volume> volume = volumeOf(_directory);
+  return volume && volume->isLocal ? "a disk of this computer" : "a share";
+}
+
+std::vector<std::string> DirectoryPlace::caveats() const {
+  return {"A share or disk that isn't mounted looks like an empty place, if the directory itself is there."};
+}
 
 std::string DirectoryPlace::pathOf(std::string_view name) const {
   return joinedPath(_directory, std::string(name));

@@ -29,6 +29,8 @@ class DirectoryPlace : public Place {
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
   std::string description() const override;
+  std::string software() const override;
+  std::vector<std::string> caveats() const override;
 
  private:
   std::string pathOf(std::string_view name) const;

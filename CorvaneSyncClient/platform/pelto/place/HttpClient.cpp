@@ -128,8 +128,10 @@ class HttpClient::Round {
     const HttpRequest& request = _requests[job.index];
     const HttpAnswer& answer = transfer->answer();
     const bool isAnswered = outcome == HttpTransfer::Outcome::answered;
-    if (isAnswered && !answer.header("server").empty())
-      _client._server = firstLineOf(answer.header("server")) + ", " + transfer->protocol();
+    if (isAnswered) {
+      const std::string name = firstLineOf(answer.header("server"));
+      _client._server = (name.empty() ? "a server without a name" : name) + ", " + transfer->protocol();
+    }
     const bool isTriedAgain =
         outcome == HttpTransfer::Outcome::lost ||
         (isAnswered && (answer.status == 429 || (request.isIdempotent && isPassing(answer.status))));

@@ -53,6 +53,7 @@ struct HttpSettings {
   /// What the server says of an error, for messages; may be empty.
   std::function<std::string(const HttpAnswer&)> reasonIn;
   std::vector<std::string> secrets;  ///< what no message may show
+  std::size_t sendSpeed = 0;         ///< bytes a second; 0: as fast as it goes
   double connect = 5;                ///< seconds for name, connection and TLS together
   double stall = 30;                 ///< seconds without progress
   double firstPause = 0.3;           ///< seconds before the second attempt; doubled for each further one

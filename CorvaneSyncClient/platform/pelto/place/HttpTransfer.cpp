@@ -19,6 +19,9 @@ constexpr std::size_t kKeptErrorBytes = 16 << 10;
 /// Bytes a second that count as progress.
 constexpr long kSlowest = 100;
 
+constexpr long kSmallBuffer = 16 << 10;
+constexpr long kLargeBuffer = 64 << 10;
+
 constexpr const char* kServerRemedy = "See whether the address is right; tell whoever runs the server.";
 constexpr const char* kConnectionRemedy = "See whether this computer is online and the address is right.";
 
@@ -99,6 +102,9 @@ void HttpTransfer::setLimits(const HttpSettings& settings, Deadline deadline) {
   curl_easy_setopt(handle(), CURLOPT_CONNECTTIMEOUT_MS, millisecondsOf(settings.connect));
   curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_LIMIT, kSlowest);
   curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_TIME, std::max(1L, static_cast<long>(settings.stall)));
+  // libcurl counts by whole buffers.
+  curl_easy_setopt(handle(), CURLOPT_MAX_SEND_SPEED_LARGE, static_cast<curl_off_t>(settings.sendSpeed));
+  curl_easy_setopt(handle(), CURLOPT_UPLOAD_BUFFERSIZE, settings.sendSpeed > 0 ? kSmallBuffer : kLargeBuffer);
   curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(handle(), CURLOPT_FOLLOWLOCATION, 0L);
   curl_easy_setopt(handle(), CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));

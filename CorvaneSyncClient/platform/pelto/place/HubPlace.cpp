@@ -17,8 +17,9 @@ constexpr std::size_t kMostListing = 128 << 20;
 
 constexpr std::string_view kEnd = "end\n";
 
-HttpSettings settingsFor(const PlaceAddress& address, const std::string& token) {
+HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, std::size_t sendSpeed) {
   HttpSettings settings;
+  settings.sendSpeed = sendSpeed;
   settings.host = address.host;
   settings.certificates = address.certificates;
   settings.authorize = [token](const HttpRequest&) {
@@ -49,10 +50,11 @@ std::optional<PlaceObject> objectIn(std::string_view line) {
 
 }  // namespace
 
-HubPlace::HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline)
+HubPlace::HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline,
+                   std::size_t sendSpeed)
     : _description(address.description()),
       _base(address.origin + percentEncodedPath(address.path) + "/v1/"),
-      _client(settingsFor(address, token), deadline) {}
+      _client(settingsFor(address, token, sendSpeed), deadline) {}
 
 std::string HubPlace::urlOf(const std::string& name) const {
   requirePlaceName(name);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,7 +14,8 @@ namespace corvane::pelto {
 /// A corvane-hub, which keeps the objects of the account that this computer's token belongs to.
 class HubPlace : public Place {
  public:
-  HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline);
+  HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline,
+           std::size_t sendSpeed = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;
   void put(const std::vector<NamedBytes>& objects) override;
@@ -21,6 +23,7 @@ class HubPlace : public Place {
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
   std::string description() const override { return _description; }
+  std::string software() const override { return _client.server(); }
 
  private:
   std::string urlOf(const std::string& name) const;

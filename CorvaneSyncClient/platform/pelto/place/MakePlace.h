@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "CorvaneSyncClient/platform/pelto/place/Place.h"
@@ -9,8 +10,9 @@
 
 namespace corvane::pelto {
 
-/// The place at an address, for one exchange that ends by the deadline. Nothing is sent yet.
+/// The place at an address, for one exchange that ends by the deadline. Nothing is sent yet. What
+/// goes over a network goes no faster than `sendSpeed`, in bytes a second, unless that is 0.
 std::unique_ptr<Place> makePlace(const PlaceAddress& address, const PlaceCredentials& credentials,
-                                 Deadline deadline);
+                                 Deadline deadline, std::size_t sendSpeed = 0);
 
 }  // namespace corvane::pelto

@@ -86,6 +86,10 @@ class Place {
   virtual void remove(const std::vector<std::string>& names) = 0;
   /// Where it is, in words and without secrets: "the directory /mnt/share".
   virtual std::string description() const = 0;
+  /// What the place calls itself once it has answered, "Apache/2.4.71, HTTP/1.1"; "" where it does not say.
+  virtual std::string software() const { return {}; }
+  /// What places of this kind cannot promise, in sentences for the user.
+  virtual std::vector<std::string> caveats() const { return {}; }
 };
 
 }  // namespace corvane::pelto

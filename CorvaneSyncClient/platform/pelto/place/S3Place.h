@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,7 +17,8 @@ namespace corvane::pelto {
 /// this computer's clock; a server that finds it wrong is asked again by its own.
 class S3Place : public Place {
  public:
-  S3Place(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline);
+  S3Place(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
+          std::size_t sendSpeed = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;
   void put(const std::vector<NamedBytes>& objects) override;
@@ -24,9 +26,13 @@ class S3Place : public Place {
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
   std::string description() const override { return _address.description(); }
+  std::string software() const override { return _client.server(); }
+  std::vector<std::string> caveats() const override {
+    return {"Where the bucket keeps old versions of what is removed, it grows until you have them removed."};
+  }
 
  private:
-  HttpSettings settings(const PlaceCredentials& credentials) const;
+  HttpSettings settings(const PlaceCredentials& credentials, std::size_t sendSpeed) const;
   std::vector<std::string> sign(const HttpRequest& request) const;
   std::vector<HttpAnswer> perform(const std::vector<HttpRequest>& requests);
   bool isClockRefused(const HttpAnswer& answer);

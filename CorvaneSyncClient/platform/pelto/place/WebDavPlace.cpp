@@ -49,11 +49,13 @@ bool isOpen(int status) {
 
 }  // namespace
 
-WebDavPlace::WebDavPlace(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline)
-    : _address(address), _credentials(credentials), _client(settings(), deadline) {}
+WebDavPlace::WebDavPlace(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
+                         std::size_t sendSpeed)
+    : _address(address), _credentials(credentials), _client(settings(sendSpeed), deadline) {}
 
-HttpSettings WebDavPlace::settings() const {
+HttpSettings WebDavPlace::settings(std::size_t sendSpeed) const {
   HttpSettings settings;
+  settings.sendSpeed = sendSpeed;
   settings.host = _address.host;
   settings.certificates = _address.certificates;
   settings.authorize = [this](const HttpRequest&) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <set>
 #include <string>
 #include <string_view>
@@ -21,7 +22,8 @@ namespace corvane::pelto {
 /// Name and password go by HTTP's Basic scheme, or by Digest to a server that asks for it.
 class WebDavPlace : public Place {
  public:
-  WebDavPlace(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline);
+  WebDavPlace(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
+              std::size_t sendSpeed = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;
   void put(const std::vector<NamedBytes>& objects) override;
@@ -29,9 +31,16 @@ class WebDavPlace : public Place {
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
   std::string description() const override { return _address.description(); }
+  std::string software() const override { return _client.server(); }
+  std::vector<std::string> caveats() const override {
+    return {
+        "After a power cut there, the newest changes can be gone: WebDAV servers don't wait for the disk. "
+        "The "
+        "computers find that out and give them again."};
+  }
 
  private:
-  HttpSettings settings() const;
+  HttpSettings settings(std::size_t sendSpeed) const;
   std::vector<HttpAnswer> perform(const std::vector<HttpRequest>& requests);
   HttpAnswer perform(const HttpRequest& request);
   std::string urlOf(std::string_view name) const;
