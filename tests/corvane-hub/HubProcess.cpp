@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace corvane {
 
@@ -84,32 +85,50 @@ ProgramResult runProgram(const std::vector<std::string>& arguments) {
   return result;
 }
 
+ChildProcess::ChildProcess(const std::vector<std::string>& arguments, const std::string& log) {
+  const int file = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  if (file < 0) failSystem(log);
+  _number = spawn(arguments, [&] {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::unsetenv("JOURNAL_STREAM");
+    // Tests look at the memory in use, as which AddressSanitizer would count what it keeps of freed memory.
+    const char* options = ::getenv("ASAN_OPTIONS");
+    ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=1").c_str(), 1);
+    ::dup2(file, 2);
+  });
+  ::close(file);
+}
+
+ChildProcess::~ChildProcess() {
+  if (_number < 0) return;
+  ::kill(_number, SIGKILL);
+  statusOf(_number);
+}
+
+bool ChildProcess::hasEnded() const {
+  siginfo_t ended{};
+  ::waitid(P_PID, static_cast<id_t>(_number), &ended, WEXITED | WNOHANG | WNOWAIT);
+  return ended.si_pid != 0;
+}
+
+void ChildProcess::signal(int number) const {
+  if (::kill(_number, number) != 0) failSystem("kill");
+}
+
+int ChildProcess::awaitEnd() { return statusOf(std::exchange(_number, -1)); }
+
 HubProcess::HubProcess(const std::string& directory, const std::string& lines,
                        const std::vector<std::string>& wrapper) {
   const std::string file = configuration(directory, lines.empty() ? "listen = 127.0.0.1:0\n" : lines);
   _log = file + ".log";
   std::vector<std::string> arguments = wrapper;
   arguments.insert(arguments.end(), {CORVANE_HUB, "--config", file, "serve"});
-  const int log = ::open(_log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-  if (log < 0) failSystem(_log);
-  _process = spawn(arguments, [&] {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::unsetenv("JOURNAL_STREAM");
-    // Tests look at the memory in use, as which AddressSanitizer would count what it keeps of freed memory.
-    const char* options = ::getenv("ASAN_OPTIONS");
-    ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=1").c_str(), 1);
-    ::dup2(log, 2);
-  });
-  ::close(log);
+  _process = std::make_unique<ChildProcess>(arguments, _log);
   awaitLog("serves");
-  const std::string text = this->log();
+  const std::string text = log();
   const std::string where = "listens at 127.0.0.1:";
   const std::size_t at = text.find(where);
   if (at != std::string::npos) _port = std::stoi(text.substr(at + where.size()));
-}
-
-HubProcess::~HubProcess() {
-  if (_process > 0) kill();
 }
 
 std::string HubProcess::log() const {
@@ -122,9 +141,7 @@ std::string HubProcess::log() const {
 void HubProcess::awaitLog(const std::string& text) const {
   const auto end = std::chrono::steady_clock::now() + kPatience;
   while (log().find(text) == std::string::npos) {
-    siginfo_t ended{};
-    ::waitid(P_PID, static_cast<id_t>(_process), &ended, WEXITED | WNOHANG | WNOWAIT);
-    if (ended.si_pid != 0 || std::chrono::steady_clock::now() > end) {
+    if (_process->hasEnded() || std::chrono::steady_clock::now() > end) {
       throw std::runtime_error("corvane-hub does not say \"" + text + "\" but: " + log());
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -134,16 +151,6 @@ void HubProcess::awaitLog(const std::string& text) const {
 void HubProcess::kill() {
   signal(SIGKILL);
   awaitEnd();
-}
-
-void HubProcess::signal(int number) const {
-  if (::kill(_process, number) != 0) failSystem("kill");
-}
-
-int HubProcess::awaitEnd() {
-  const int status = statusOf(_process);
-  _process = -1;
-  return status;
 }
 
 std::vector<std::string> straceWith(const std::vector<std::string>& options) {

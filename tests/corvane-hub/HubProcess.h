@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,26 @@ struct ProgramResult {
 };
 ProgramResult runProgram(const std::vector<std::string>& arguments);
 
+/// A program in a process of its own, killed with this object and when the test is killed. Raises
+/// std::runtime_error.
+class ChildProcess {
+ public:
+  /// What the program says on standard error goes into the file `log`.
+  ChildProcess(const std::vector<std::string>& arguments, const std::string& log);
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  pid_t number() const { return _number; }
+  bool hasEnded() const;
+  void signal(int number) const;
+  /// Waits for its end and answers the exit status.
+  int awaitEnd();
+
+ private:
+  pid_t _number;  // -1 once it was waited for
+};
+
 /// A real corvane-hub in a directory of the test's, on a port of the loopback interface. Killed with this
 /// object, and when the test is killed. Several may serve one directory. Everything raises std::runtime_error
 /// when it fails.
@@ -23,25 +44,21 @@ class HubProcess {
   /// `wrapper` stands before the program, such as strace.
   explicit HubProcess(const std::string& directory, const std::string& lines = {},
                       const std::vector<std::string>& wrapper = {});
-  ~HubProcess();
-  HubProcess(const HubProcess&) = delete;
-  HubProcess& operator=(const HubProcess&) = delete;
-
   int port() const { return _port; }
-  pid_t process() const { return _process; }
+  pid_t process() const { return _process->number(); }
   /// What it has logged so far.
   std::string log() const;
   /// Returns once `text` is in the log.
   void awaitLog(const std::string& text) const;
   /// SIGKILL; returns when the process is gone.
   void kill();
-  void signal(int number) const;
+  void signal(int number) const { _process->signal(number); }
   /// Waits for the end that it makes itself, and answers its exit status.
-  int awaitEnd();
+  int awaitEnd() { return _process->awaitEnd(); }
 
  private:
   std::string _log;
-  pid_t _process = -1;
+  std::unique_ptr<ChildProcess> _process;
   int _port = 0;
 };
 
