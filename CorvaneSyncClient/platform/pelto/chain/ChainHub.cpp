@@ -92,6 +92,7 @@ Answer ChainHub::perform(const Action& action) {
     case Action::Kind::none:
       break;
   }
+  answer.now = Platform::current().clock.now();
   return answer;
 }
 
@@ -120,7 +121,7 @@ void ChainHub::failStuck() const {
   const std::string where = _objects.whereabouts();
   switch (_state.cause) {
     case Cause::damaged:
-      throw PlaceException("The object c/" + nameOf(*_state.kept.undecided) + " in " + where +
+      throw PlaceException("The object c/" + _state.damaged + " in " + where +
                            " is damaged. If it stays so for ten minutes, it is passed by.");
     case Cause::forgets:
       throw PlaceException("What is given does not stay in " + where + ". Sync again later.");

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::pelto {
 
@@ -48,7 +49,8 @@ void ChainHub::passBy(const Link& link, const MissingObject& missing) {
                          "Remove the commit's object: the computers of the account then give everything "
                          "again.");
   }
-  const bool isOver = isForGood(_state.kept.missing, {nameOf(link), {}, _state.now}, kMissingSeconds);
+  const Sighting sighting{nameOf(link), {}, Platform::current().clock.now()};
+  const bool isOver = isForGood(_state.kept.missing, sighting, _state.now, kMissingSeconds);
   keep();
   if (!isOver) throw PlaceException(what + "If it stays missing for a day, the commit is passed by.");
   _passedBy.push_back(nameOf(link));

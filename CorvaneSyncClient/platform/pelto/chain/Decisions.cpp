@@ -24,10 +24,15 @@ Slot nextSlot(const State& state) {
   return head ? slotAfter(head->number, head->hash, state.attempt) : slotAfter(0, beginning(), state.attempt);
 }
 
+const std::string& nextPrevious(const Kept& kept) {
+  static const std::string kBeginning = beginning();
+  return kept.head() ? kept.head()->hash : kBeginning;
+}
+
 bool follows(const State& state, const Link& link) {
   const Link* const head = state.kept.head();
   return link.number == (head ? head->number : 0) + 1 && link.attempt == state.attempt &&
-         link.previous == (head ? head->hash : beginning());
+         link.previous == nextPrevious(state.kept);
 }
 
 void take(Kept& kept, const Link& link) {
@@ -36,13 +41,15 @@ void take(Kept& kept, const Link& link) {
   kept.path.push_back(link);
 }
 
-// The commits that were not yet seen again since they were taken or given, the last of the path excluded.
+// Of commits taken since the last verified one: that one and all of them but the last, which was read last.
+// The place may have gone back before that, and the last one may be there all the same.
 std::vector<Link> unverified(const Kept& kept) {
   std::vector<Link> links;
+  if (!kept.head() || kept.head()->number == kept.verified) return links;
   for (const Link& each : kept.path) {
-    if (each.number > kept.verified) links.push_back(each);
+    if (each.number >= kept.verified) links.push_back(each);
   }
-  if (!links.empty()) links.pop_back();
+  links.pop_back();
   return links;
 }
 
@@ -108,18 +115,36 @@ State afterResolving(State state, const Answer& answer) {
   for (std::size_t i = 0; i < under.size(); ++i)
     isIntact = isIntact && isThere(answer.found[i + 1], under[i]);
   const Link push = *state.kept.undecided;
+  // A listing tells whether the place went back, or whether the answers were old ones.
+  if (!isIntact) return toSurvey(std::move(state));
   if (slot.state == Found::State::damaged) {
-    const bool isOver = isForGood(state.kept.damaged, {nameOf(push), slot.hash, state.now}, kDamagedSeconds);
+    const Sighting sighting{nameOf(push), slot.hash, answer.now};
+    const bool isOver = isForGood(state.kept.damaged, sighting, state.now, kDamagedSeconds);
+    state.damaged = sighting.name;
     if (!isOver) return stuck(std::move(state), Cause::damaged);
-  } else if (slot.state == Found::State::absent && isIntact) {
+  } else if (slot.state == Found::State::absent) {
     if (++state.tries > kMostTries) return stuck(std::move(state), Cause::forgets);
     state.gives = true;
     return state;
   }
   state.kept.undecided.reset();
-  if (!isIntact) return toSurvey(std::move(state));
   if (isThere(slot, push)) take(state.kept, push);
   return state.isPush ? settle(std::move(state)) : toLook(std::move(state), false);
+}
+
+// Whether a commit that was good reads as damaged, for less than ten minutes so far: that may pass, and is no
+// reason to take the place for one that went back.
+bool hasNewDamage(State& state, Date now) {
+  bool isNew = false;
+  for (const Link& each : state.kept.path) {
+    const auto found = state.read.find(nameOf(each));
+    if (found == state.read.end() || found->second.state != Found::State::damaged) continue;
+    const Sighting sighting{nameOf(each), found->second.hash, now};
+    if (isForGood(state.kept.damaged, sighting, state.now, kDamagedSeconds)) continue;
+    isNew = true;
+    state.damaged = sighting.name;
+  }
+  return isNew;
 }
 
 State afterSurveying(State state, const Answer& answer, const Action& action) {
@@ -134,12 +159,19 @@ State afterSurveying(State state, const Answer& answer, const Action& action) {
   }
   Survey found = survey(*state.listed, state.read);
   if (!found.unread.empty()) return state;
+  if (hasNewDamage(state, answer.now)) return stuck(std::move(state), Cause::damaged);
   state.kept.path = std::move(found.path);
   state.kept.verified = state.kept.head() ? state.kept.head()->number : 0;
   state.kept.surveyed = state.now;
   state.listed.reset();
   state.read.clear();
   state.followed = 0;
+  if (state.kept.undecided && state.kept.undecided->previous == nextPrevious(state.kept)) {
+    state.stage = Stage::resolve;
+    return state;
+  }
+  // Another commit has its slot, or the one before it is gone.
+  state.kept.undecided.reset();
   return toLook(std::move(state), false);
 }
 
@@ -154,8 +186,8 @@ State afterLooking(State state, const Answer& answer) {
     state.attempt = 0;
     return ++state.followed == kMostFollowed ? toSurvey(std::move(state)) : state;
   }
-  const Sighting sighting{nameOf(nextSlot(state)), slot.hash, state.now};
-  if (isForGood(state.kept.damaged, sighting, kDamagedSeconds)) {
+  const Sighting sighting{nameOf(nextSlot(state)), slot.hash, answer.now};
+  if (isForGood(state.kept.damaged, sighting, state.now, kDamagedSeconds)) {
     ++state.attempt;
     return state;
   }
@@ -175,11 +207,11 @@ State afterVerifying(State state, const Answer& answer) {
 
 }  // namespace
 
-bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, double seconds) {
+bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, Date began, double seconds) {
   const auto found = std::find_if(known.begin(), known.end(),
                                   [&](const Sighting& each) { return each.name == sighting.name; });
-  if (found != known.end() && found->hash == sighting.hash && found->since <= sighting.since)
-    return sighting.since.seconds - found->since.seconds >= seconds;
+  const bool isOld = found != known.end() && found->hash == sighting.hash && found->since <= sighting.since;
+  if (isOld) return began.seconds - found->since.seconds >= seconds;
   if (found != known.end()) known.erase(found);
   if (known.size() == kMostSightings) known.erase(known.begin());
   known.push_back(sighting);

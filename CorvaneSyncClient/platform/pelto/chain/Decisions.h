@@ -61,8 +61,9 @@ inline constexpr double kDamagedSeconds = 600;
 inline constexpr double kMissingSeconds = 86'400;
 inline constexpr double kSurveySeconds = 86'400;
 
-/// Whether `sighting` has now been seen for `seconds`; notes it in `known` where it is new.
-bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, double seconds);
+/// Whether an exchange that began at `began` has seen what an earlier one saw at least `seconds` before.
+/// Notes the sighting in `known` where it is new.
+bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, Date began, double seconds);
 
 enum class Stage { resolve, survey, look, verify, settled, stuck };
 
@@ -71,7 +72,7 @@ enum class Cause {
   none,
   restless,  ///< the place shows something else each time
   forgets,   ///< it does not keep the push, time and again
-  damaged,   ///< the slot of an undecided push is damaged, for less than ten minutes so far
+  damaged,   ///< an object that matters is damaged, for less than ten minutes so far
 };
 
 /// An exchange, between two actions.
@@ -80,6 +81,7 @@ struct State {
   Date now;  ///< when the exchange began, by the computer's clock
   Stage stage = Stage::look;
   Cause cause = Cause::none;
+  std::string damaged;  ///< the commit that is, where that is the cause
 
   bool isPush = false;    ///< a push is settled, and nothing else
   bool isUnkept = false;  ///< `kept` has to be durable before anything is sent
@@ -117,6 +119,7 @@ struct Action {
 struct Answer {
   std::vector<Found> found;
   std::vector<std::string> listed;
+  Date now;  ///< by the computer's clock
 };
 
 /// The beginning of an exchange.

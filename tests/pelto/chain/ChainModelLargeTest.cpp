@@ -1,0 +1,24 @@
+#include "tests/pelto/chain/ChainModelCase.h"
+
+namespace corvane::model {
+namespace {
+
+class LargeChainModel : public testing::TestWithParam<Case> {};
+
+TEST_P(LargeChainModel, LosesNothingDoublesNothingAndConverges) { expectNoFault(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Over, LargeChainModel,
+    testing::ValuesIn(std::vector<Case>{
+        {"Requests", {.kills = 1, .lost = 1, .late = 1, .stale = 1}},
+        {"RollBacks", {.kills = 1, .rollBacks = 1}},
+        {"LateAfterRollBack",
+         {.late = 1, .rollBacks = 1, .lateAfterRollBack = true, .surveysInTheEnd = true}},
+        {"Damage", {.damages = 1}},
+        {"Collection", {.late = 1, .checkpoints = 2, .ages = 1}},
+        {"CollectionAndRollBack", {.rollBacks = 1, .checkpoints = 1, .ages = 1, .surveysInTheEnd = true}},
+    }),
+    [](const auto& each) { return each.param.name; });
+
+}  // namespace
+}  // namespace corvane::model
