@@ -84,7 +84,7 @@ TEST_F(HubHouse, TwoHostsServeTheirAccountsBehindOneProxy) {
   const HubProcess firstHub(first);
   const HubProcess secondHub(second, "listen = unix:" + second + "/socket\n");
   std::ofstream(nginx + "/conf")
-      << "daemon off; error_log " << nginx << "/log; pid " << nginx << "/pid;\n"
+      << "daemon off; master_process off; error_log " << nginx << "/log; pid " << nginx << "/pid;\n"
       << (::geteuid() == 0 ? "user root;\n" : "") << "events {}\n"
       << "http {\n  access_log off; client_body_temp_path " << nginx << "/body;\n"
       << "  upstream first { server 127.0.0.1:" << firstHub.port() << "; keepalive 8; }\n"
