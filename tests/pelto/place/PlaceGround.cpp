@@ -29,7 +29,8 @@ const std::map<std::string, GroundMaker>& makers() {
       {"apache", &makeApacheGround}, {"apache_digest", &makeApacheDigestGround},
       {"ceph", &makeCephGround},     {"directory", [] { return std::make_unique<DirectoryGround>(); }},
       {"hub", &makeHubGround},       {"lighttpd", &makeLighttpdGround},
-      {"nginx", &makeNginxGround},   {"rclone", &makeRcloneGround},
+      {"nginx", &makeNginxGround},   {"nginx_tls", &makeNginxTlsGround},
+      {"rclone", &makeRcloneGround},
   };
   return all;
 }

@@ -135,7 +135,9 @@ ServerSetup apacheSetup(const std::string& authentication, const std::string& us
           {"/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND"}};
 }
 
-constexpr const char* kNginx = R"(
+// With what `listen` says after the port, and further lines for the server.
+ServerSetup nginxSetup(const std::string& listening, const std::string& lines) {
+  std::string configuration = R"(
 load_module /usr/lib/nginx/modules/ngx_http_dav_ext_module.so;
 daemon off;
 worker_processes 4;
@@ -151,7 +153,8 @@ http {
   scgi_temp_path @DIR@/scgi;
   client_max_body_size 0;
   server {
-    listen 127.0.0.1:@PORT@ reuseport;
+    listen 127.0.0.1:@PORT@ reuseport)" +
+                              listening + ";\n" + lines + R"(
     root @DIR@/data;
     location / {
       auth_basic "places";
@@ -162,7 +165,10 @@ http {
   }
 }
 )";
-
+  return {std::move(configuration),
+          kAliceSha,
+          {"/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error"}};
+}
 constexpr const char* kLighttpd = R"(
 server.modules = ("mod_auth", "mod_authn_file", "mod_webdav")
 server.bind = "127.0.0.1"
@@ -188,7 +194,7 @@ WebDavGround::WebDavGround(const ServerSetup& setup) {
     for (const std::string& argument : setup.arguments)
       arguments.push_back(filledIn(argument, _server.directory(), port));
     if (!_server.start(arguments, port)) continue;
-    _address = parsePlaceAddress("http://127.0.0.1:" + std::to_string(port));
+    _address = parsePlaceAddress(filledIn(setup.address, _server.directory(), port));
     return;
   }
   throw std::runtime_error(setup.arguments.front() + " does not start: " + _server.log());
@@ -221,9 +227,18 @@ std::unique_ptr<PlaceGround> makeLighttpdGround() {
       ServerSetup{kLighttpd, kAlicePlain, {"/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf"}});
 }
 
-std::unique_ptr<PlaceGround> makeNginxGround() {
-  return std::make_unique<WebDavGround>(ServerSetup{
-      kNginx, kAliceSha, {"/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error"}});
+std::unique_ptr<PlaceGround> makeNginxGround() { return std::make_unique<WebDavGround>(nginxSetup("", "")); }
+
+std::unique_ptr<WebDavGround> makeNginxTlsGround() {
+  ServerSetup setup =
+      nginxSetup(" ssl http2", "ssl_certificate @DIR@/certificate; ssl_certificate_key @DIR@/key;");
+  setup.arguments = {
+      "/bin/sh", "-c",
+      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=localhost "
+      "-addext subjectAltName=DNS:localhost -keyout @DIR@/key -out @DIR@/certificate && "
+      "exec /usr/sbin/nginx -p @DIR@ -c @DIR@/conf -e @DIR@/error"};
+  setup.address = "https://localhost:@PORT@?ca=@DIR@/certificate";
+  return std::make_unique<WebDavGround>(setup);
 }
 
 std::unique_ptr<PlaceGround> makeRcloneGround() {

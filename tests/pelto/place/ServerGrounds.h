@@ -16,6 +16,7 @@ struct ServerSetup {
   std::string configuration;           ///< for the file "conf"
   std::string users;                   ///< for the file "users"
   std::vector<std::string> arguments;  ///< of the program
+  std::string address = "http://127.0.0.1:@PORT@";
 };
 
 /// A WebDAV server.
@@ -44,6 +45,8 @@ std::unique_ptr<PlaceGround> makeLighttpdGround();
 /// Ceph's gateway for S3, over a cluster in memory.
 std::unique_ptr<PlaceGround> makeCephGround();
 std::unique_ptr<PlaceGround> makeNginxGround();
+/// nginx with TLS, HTTP/2, and a certificate of its own, which the address names.
+std::unique_ptr<WebDavGround> makeNginxTlsGround();
 std::unique_ptr<PlaceGround> makeRcloneGround();
 
 }  // namespace corvane::pelto
