@@ -47,8 +47,8 @@ NextSession nextSession(TruthStore& store, const ClientState& client) {
   const TruthState truth = records.state();
   NextSession next;
   next.first = !client.syncedRevision;
-  const bool tellsEveryChange = client.identifier == kHubClientIdentifier;
-  next.kind = sessionKind(SessionKind::fast, client, truth, tellsEveryChange);
+  const bool keepsHistory = client.identifier == kHubClientIdentifier;
+  next.kind = sessionKind(SessionKind::fast, client, truth, keepsHistory);
   MergeInput input;
   input.truth = records.readAll().records;
   input.base = BaseTable(store).read(client.id).records;

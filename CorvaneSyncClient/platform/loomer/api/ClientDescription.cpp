@@ -12,7 +12,7 @@ bool isBookmarksEntity(const String& name) {
   return name == LoomerEntity_Bookmarks_Folder || name == LoomerEntity_Bookmarks_Bookmark;
 }
 
-/// What is wrong with the data class and its entities; empty when nothing is, here and below.
+// What is wrong with the data class and its entities; empty when nothing is, here and below.
 std::string problemOfRecords(const Dictionary& description) {
   const String dataClass = description.string("DataClass");
   if (!dataClass) return "it names no data class under \"DataClass\"";

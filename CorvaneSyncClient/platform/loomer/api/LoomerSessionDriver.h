@@ -14,6 +14,7 @@ namespace corvane {
 class LoomerClient {
  public:
   virtual ~LoomerClient() = default;
+  /// The name under which the engine keeps its base.
   virtual String clientIdentifier() const = 0;
   /// The value kept under `key`; nothing when there is none.
   virtual std::optional<Value> objectForKey(const String& key) = 0;
@@ -38,15 +39,19 @@ class LoomerSessionDriverDataSource {
  public:
   virtual ~LoomerSessionDriverDataSource() = default;
 
+  /// Who the client is: the name under which the engine keeps its base.
   virtual String clientIdentifier() = 0;
   /// File URL of the client description; nothing when there is no such resource.
   virtual std::optional<Url> clientDescriptionURL() = 0;
+  /// File URLs of the bundles that hold the schema of its records.
   virtual std::vector<Url> schemaBundleURLs() = 0;
+  /// All entities of the schema: a session without one of them is cancelled.
   virtual std::vector<String> entityNamesToSync() = 0;
   /// A LoomerSyncMode.
   virtual int preferredSyncModeForEntityName(const String& entityName) = 0;
-  /// Seconds.
+  /// How long to wait for another session to end, in seconds.
   virtual double sessionBeginSessionTimeout() = 0;
+  /// How long the client may take to take the changes in, in seconds.
   virtual double sessionPullChangesTimeout() = 0;
 
   /// `recordsForEntityName:moreComing:error:`: records by local id. Asked again while `moreComing` is set to
@@ -85,17 +90,16 @@ class LoomerSessionDriverDataSource {
   /// came in between; the session is then registered and its mode asked for once more. False when it cannot,
   /// which cancels the session.
   virtual bool readAgain() { return false; }
-  /// Whether the client reports every change and every deletion since it was last asked: it need never be
-  /// looked at whole. The guard judges the deletions all the same.
-  virtual bool tellsEveryChange() { return false; }
-  /// Whether the client may be put back to an earlier state: what it held before is then kept for a while.
-  virtual bool mayGoBack() { return false; }
+  /// Whether the client keeps a history of its own, as the online service does:
+  /// - It reports every change and every deletion since it was last asked, so that it need never be looked at
+  ///   whole. The guard judges the deletions all the same.
+  /// - It may be put back to an earlier state, so that what it held before is kept for a while.
+  /// - Its ids are the records' own, the same in every store: a record is matched by its id alone, also after
+  ///   it was deleted, and goes by it from then on.
+  virtual bool keepsHistory() { return false; }
   /// The state to which it was put back since its last session, null when it was not. The same pointer at
   /// every call.
   virtual const EarlierState* wentBackTo() { return nullptr; }
-  /// Whether the client's ids are the records' own, the same in every store: a record is matched by its id
-  /// alone, also after it was deleted, and goes by it from then on.
-  virtual bool identifiersAreGlobal() { return false; }
   /// Called before the session finishes: the changes that it delivered go by this push id.
   virtual void willTakeChanges(const String& /*pushId*/) {}
   /// Whether the client has durably taken the changes of that push id; nothing when it cannot tell. Asked

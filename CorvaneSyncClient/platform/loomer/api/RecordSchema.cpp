@@ -22,7 +22,7 @@ constexpr const char* kBrowserBundle = "com.keldra.Corvane";
                       ". Install the program again to bring the file back."};
 }
 
-/// What is wrong, for `readFile` to say where.
+// What is wrong, for `readFile` to say where.
 [[noreturn]] void reject(std::string cause) { throw SchemaProblem{std::move(cause)}; }
 
 String required(const Dictionary& dictionary, const char* key, const std::string& where) {
@@ -41,7 +41,7 @@ std::vector<String> strings(const Dictionary& dictionary, const char* key) {
   return texts;
 }
 
-/// Enters one attribute under its meaning, which decides the type that it must have.
+// Enters one attribute under its meaning, which decides the type that it must have.
 void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std::string& where) {
   const String key = required(attribute, "Key", "an attribute of " + where);
   const String type = required(attribute, "Type", "the attribute \"" + key.toString() + "\" of " + where);
@@ -75,8 +75,8 @@ std::string listed(const std::vector<String>& keys) {
   return text;
 }
 
-/// The merge takes two records without a common id for one by just these attributes: a schema that declares
-/// others would promise what no session keeps.
+// The merge takes two records without a common id for one by just these attributes: a schema that declares
+// others would promise what no session keeps.
 void checkIdentity(const EntitySchema& schema, std::vector<String> declared, const std::string& where) {
   std::vector<String> needed{schema.nameKey, schema.parentKey};
   if (schema.entity == Entity::bookmark) needed.push_back(schema.urlKey);
@@ -156,8 +156,8 @@ RecordSchema readFile(const std::string& path, const std::string& bytes) {
   }
 }
 
-/// The same path in the installation: the directory that holds the browser's bundle takes the root's place.
-/// Nothing for other paths, and when there is no such bundle.
+// The same path in the installation: the directory that holds the browser's bundle takes the root's place.
+// Nothing for other paths, and when there is no such bundle.
 std::optional<std::string> pathInInstallation(const std::string& path) {
   if (!path.starts_with(kSystemLibrary)) return std::nullopt;
   const auto browser = Platform::current().bundles.bundleWithIdentifier(kBrowserBundle);
@@ -166,7 +166,7 @@ std::optional<std::string> pathInInstallation(const std::string& path) {
   return bundle.substr(0, bundle.rfind('/')) + path;
 }
 
-/// The same text unless a file or the service might not be able to hold it.
+// The same text unless a file or the service might not be able to hold it.
 String wellFormed(const String& text) {
   if (isAscii(text.view()) || isValidUtf8(text.view())) return text;
   return repairedUtf8(text.view());

@@ -62,10 +62,8 @@ class HubClient : public LoomerSessionDriverDataSource {
   bool sessionDriverDidPull(LoomerSessionDriver& driver, String& error) override;
   bool sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) override;
   void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
-  bool tellsEveryChange() override { return true; }
-  bool mayGoBack() override { return true; }
+  bool keepsHistory() override { return true; }
   const EarlierState* wentBackTo() override { return pointerTo(_earlier); }
-  bool identifiersAreGlobal() override { return true; }
   void willTakeChanges(const String& pushId) override { _pushId = pushId; }
   std::optional<bool> tookChanges(const String& pushId) override;
 

@@ -34,6 +34,7 @@ class HubExchange : public Exchange {
   void giveChanges() override;
 
  private:
+  /// How one session of the service ended.
   enum class Outcome {
     done,
     more,       ///< there is more to give

@@ -14,6 +14,7 @@ class ClientRegistry {
   /// `store` must outlive this object.
   explicit ClientRegistry(TruthStore& store) : _store(store) {}
 
+  /// The store that they are registered in.
   TruthStore& store() { return _store; }
 
   /// Valid until the client is unregistered; null when there is no such client. Another process may have

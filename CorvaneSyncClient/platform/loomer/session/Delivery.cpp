@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -68,7 +69,7 @@ class Delivering {
     return _refusedFolder && change.moves && change.entity == Entity::folder;
   }
 
-  /// Absent for a folder that the client does not hold.
+  // Absent for a folder that the client does not hold.
   String localIdOf(RecordId folder) const {
     const auto added = _delivery.localIds.find(folder);
     if (added != _delivery.localIds.end()) return added->second;
@@ -76,10 +77,10 @@ class Delivering {
     return held && !held->notHeld ? held->localId : String();
   }
 
-  /// Whether another record bears the id that all computers know the new record by, as after somebody made a
-  /// folder of a bookmark.
+  // Whether another record bears the id that all computers know the new record by, as after somebody made a
+  // folder of a bookmark.
   bool isIdentifierInUse(const ClientChange& change) const {
-    return change.type == LoomerChangeTypeAdd && _dataSource.identifiersAreGlobal() &&
+    return change.type == LoomerChangeTypeAdd && _dataSource.keepsHistory() &&
            _idsInUse.contains(_identifiers.at(change.record));
   }
 
@@ -94,7 +95,7 @@ class Delivering {
     const String identifier = addition ? _identifiers.at(change.record) : change.localId;
     String remapped, error;
     const int answer = _dataSource.applyChange(LoomerChange(change.type, identifier, record), schema.name,
-                                               remapped, record ? &*record : nullptr, error);
+                                               remapped, pointerTo(record), error);
     if (error) cancel(change, error.toString());
     if (addition) localId = remapped ? remapped : identifier;
     return answer;

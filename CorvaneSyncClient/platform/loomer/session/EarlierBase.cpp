@@ -14,14 +14,14 @@ namespace corvane::loomer {
 
 namespace {
 
-/// What is known of one record: what the client held, oldest first.
+// What is known of one record: what the client held, oldest first.
 struct Known {
   std::vector<const HeldVersion*> versions;
-  const BaseRecord* atState = nullptr;  ///< the version that it held at the earlier state
-  bool isHeld = false;  ///< whether the client is known to have held the newest one to the end
+  const BaseRecord* atState = nullptr;  // the version that it held at the earlier state
+  bool isHeld = false;                  // whether the client is known to have held the newest one to the end
 
   const BaseRecord& newest() const { return versions.back()->record; }
-  /// What the client held when the session of that number ended; null for nothing.
+  // What the client held when the session of that number ended; null for nothing.
   const BaseRecord* at(std::int64_t session) const {
     for (const HeldVersion* const each : versions) {
       if (each->since <= session && (!each->until || *each->until > session)) return &each->record;
@@ -30,27 +30,27 @@ struct Known {
   }
 };
 
-/// A record of the base that the client holds now.
+// A record of the base that the client holds now.
 struct Met {
   BaseRecord base;
   const ClientRecord* now = nullptr;
   const Known* known = nullptr;
-  bool isChanged = false;  ///< at the client since that state
+  bool isChanged = false;  // at the client since that state
 };
 
-/// The base's order of the children that the client has in a folder now and had there before: how the client
-/// listed them when it and the truth parted. An order in which it is known to have held them before is one
-/// that somebody gave it again, from which the truth has moved on. Any other one was made by others, out of
-/// the newest known order that the client can have been given again since: every child that was moved on the
-/// way there was then written to it (see `EarlierBase::moved`), so what was not written stands there as it
-/// does now.
+// The base's order of the children that the client has in a folder now and had there before: how the client
+// listed them when it and the truth parted. An order in which it is known to have held them before is one
+// that somebody gave it again, from which the truth has moved on. Any other one was made by others, out of
+// the newest known order that the client can have been given again since: every child that was moved on the
+// way there was then written to it (see `EarlierBase::moved`), so what was not written stands there as it
+// does now.
 class EarlierOrder {
  public:
-  /// `session` is the one whose end the earlier state stood at.
+  // `session` is the one whose end the earlier state stood at.
   EarlierOrder(std::vector<Met*> children, std::int64_t session)
       : _children(std::move(children)), _session(session) {}
 
-  /// Numbers them.
+  // Numbers them.
   void number() {
     std::sort(_children.begin(), _children.end(),
               [](const Met* a, const Met* b) { return precedesAmongSiblings(*a->now, *b->now); });
@@ -64,7 +64,7 @@ class EarlierOrder {
   using Children = std::vector<std::size_t>;  // by their places in the present order
   using Ranks = std::vector<std::size_t>;     // the children's places in an order
 
-  /// What was not written since has now the number that it had then.
+  // What was not written since has now the number that it had then.
   static std::optional<BaseRecord> atState(const Met& child) {
     if (!child.isChanged) {
       BaseRecord record = child.base;
@@ -99,8 +99,8 @@ class EarlierOrder {
     _known.push_back(std::move(ranks));
   }
 
-  /// The sessions since that state after which the client held something new here, the last ones of them: as
-  /// many as it takes to get over a server that took over.
+  // The sessions since that state after which the client held something new here, the last ones of them: as
+  // many as it takes to get over a server that took over.
   std::vector<std::int64_t> sessionsBetween() const {
     constexpr std::size_t kMost = 64;
     std::set<std::int64_t, std::greater<>> sessions;
@@ -114,7 +114,7 @@ class EarlierOrder {
     return last;
   }
 
-  /// The children that had such a version in this folder, in the order of these.
+  // The children that had such a version in this folder, in the order of these.
   template <typename VersionOf>
   Children listed(VersionOf versionOf) const {
     std::vector<std::pair<BaseRecord, std::size_t>> versions;
@@ -129,7 +129,7 @@ class EarlierOrder {
     return order;
   }
 
-  /// `order` with the children that it lacks behind those that precede them in `whole`.
+  // `order` with the children that it lacks behind those that precede them in `whole`.
   static Children completed(const Children& order, const Children& whole) {
     std::vector<bool> isListed(whole.size(), false);
     for (const std::size_t child : order) isListed[child] = true;
@@ -159,7 +159,7 @@ class EarlierOrder {
     return newest == _known.end() ? _known.back() : *newest;
   }
 
-  /// Whether the children that were not written since that state stand there as they do now.
+  // Whether the children that were not written since that state stand there as they do now.
   bool mayHaveBeenGivenAgain(const Ranks& ranks) const {
     Ranks unwritten;
     for (std::size_t i = 0; i < ranks.size(); ++i) {
@@ -228,7 +228,7 @@ class EarlierBaseMaker {
     _met.push_back(std::move(met));
   }
 
-  /// Whether the client held it in another place since that state, and lost that.
+  // Whether the client held it in another place since that state, and lost that.
   bool wasMoved(const Met& met) const {
     const auto& versions = met.known->versions;
     return !met.isChanged && std::any_of(versions.begin(), versions.end(), [&](const HeldVersion* each) {
@@ -253,14 +253,14 @@ class EarlierBaseMaker {
       met.base.parent = *now;
   }
 
-  /// Nothing for a folder that was not known.
+  // Nothing for a folder that was not known.
   std::optional<RecordId> parentOf(const ClientRecord& record) const {
     if (!record.parentLocalId || !_folders.contains(record.parentLocalId)) return kRoot;
     const auto found = _recordOf.find(record.parentLocalId);
     return found == _recordOf.end() ? std::nullopt : std::optional(found->second);
   }
 
-  /// What the client lacks though it had it, and what it never held.
+  // What the client lacks though it had it, and what it never held.
   void takeMissing() {
     for (const auto& [record, known] : _known) {
       if (_isMet.contains(record)) continue;

@@ -8,6 +8,7 @@
 
 namespace corvane::loomer {
 
+/// What `baseOfEarlierState` finds.
 struct EarlierBase {
   std::vector<BaseRecord> records;  ///< by ascending record
   /// What the client held since, lacks now, and was not deleted there.
@@ -25,7 +26,7 @@ struct EarlierBase {
 /// unchanged since that state, and every value that it is known to have held since, is an old one, from which
 /// the truth has moved on: it counts as the base's, and the truth's value stands. Every other value is an
 /// edit that others made on the client since, and stands. A record that the client lacks was deleted there if
-/// it had it at that state or is told to have had it since; else it was lost, is no part of the base, and is
+/// it had it at that state or reports that it had it since; else it was lost, is no part of the base, and is
 /// given to the client once more. What cannot be told from a value that was lost is one that was changed
 /// since and back again.
 ///

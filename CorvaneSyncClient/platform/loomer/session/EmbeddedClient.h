@@ -18,6 +18,7 @@ class EmbeddedClient : public LoomerClient {
   /// Durable when it returns; inside a session, with the session. Raises LoomerStoreException.
   void setObject(const std::optional<Value>& object, const String& key) override;
 
+  /// The client's number in the store.
   std::int64_t row() const { return _row; }
 
   /// From here on values are held back: a session has begun, but its transaction has not.

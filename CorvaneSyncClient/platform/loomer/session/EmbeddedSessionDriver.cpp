@@ -19,11 +19,11 @@ namespace corvane::loomer {
 
 namespace {
 
-/// One session of one client, from the client's registration with it to the commit. Any exception out of
-/// `run` leaves the transaction to be rolled back by the caller.
+// One session of one client, from the client's registration with it to the commit. Any exception out of
+// `run` leaves the transaction to be rolled back by the caller.
 class Session {
  public:
-  /// All must outlive this object. `schema` is the form of the client's records.
+  // All must outlive this object. `schema` is the form of the client's records.
   Session(TruthStore& store, LoomerSessionDriver& driver, LoomerSessionDriverDataSource& dataSource,
           EmbeddedClient& client, const RecordSchema& schema)
       : _store(store),
@@ -33,10 +33,10 @@ class Session {
         _schema(schema),
         _journal(store.path(), client.row()) {}
 
-  /// Runs the session and commits. Raises SessionCancelled, LoomerStoreException and what the data source
-  /// raises.
-  ///
-  /// All that can fail in the store comes before the client saves, but for the commit itself.
+  // Runs the session and commits. Raises SessionCancelled, LoomerStoreException and what the data source
+  // raises.
+  //
+  // All that can fail in the store comes before the client saves, but for the commit itself.
   void run() {
     const Opening opening = open();
     TakenRecords taken = takeRecords(opening);
@@ -55,7 +55,7 @@ class Session {
     if (opening.journal || settlement.journal) _journal.remove();
   }
 
-  /// Whether the session got as far as its transaction.
+  // Whether the session got as far as its transaction.
   bool tookLock() const { return _tookLock; }
 
  private:
@@ -70,7 +70,7 @@ class Session {
     const bool anotherEnded = !before || before->sessions != opening.client.sessions;
     if (anotherEnded || !_dataSource.isUpToDate()) preferred = readAgain();
     opening.truth = _records.state();
-    opening.kind = sessionKind(preferred, opening.client, opening.truth, _dataSource.tellsEveryChange());
+    opening.kind = sessionKind(preferred, opening.client, opening.truth, _dataSource.keepsHistory());
     opening.refusal = RefusalTable(_store).find(opening.client.id);
     opening.journal = journalOf(opening.client);
     if (opening.journal && opening.kind == SessionKind::fast) opening.kind = SessionKind::slow;
@@ -84,7 +84,7 @@ class Session {
     checkAnswer(_dataSource.sessionDriverDidRegisterClient(_driver, error), error, "begin the session");
   }
 
-  /// The strongest kind that is asked for.
+  // The strongest kind that is asked for.
   SessionKind preferredKind() {
     std::vector<String> missing;
     for (const EntitySchema& entity : _schema.entities) missing.push_back(entity.name);
@@ -106,7 +106,7 @@ class Session {
                missing.front())};
   }
 
-  /// Begins the transaction. Answers the client's state in it.
+  // Begins the transaction. Answers the client's state in it.
   ClientState takeLock() {
     const double timeout = _dataSource.sessionBeginSessionTimeout();
     if (!_store.begin(timeout)) {
@@ -125,7 +125,7 @@ class Session {
     return *state;
   }
 
-  /// Has the client read anew what it holds. Answers the kind that it asks for then.
+  // Has the client read anew what it holds. Answers the kind that it asks for then.
   SessionKind readAgain() {
     _client.dropHeldValues();
     if (!_dataSource.readAgain()) {
@@ -138,8 +138,8 @@ class Session {
     return preferredKind();
   }
 
-  /// The journal of a session that was killed while the client saved; nothing when there is none, or it is of
-  /// another time.
+  // The journal of a session that was killed while the client saved; nothing when there is none, or it is of
+  // another time.
   std::optional<Journal> journalOf(const ClientState& client) const {
     std::optional<Journal> journal = _journal.read();
     if (!journal) return std::nullopt;
@@ -182,8 +182,9 @@ class Session {
       }
     }
     if (sides.earlier) sides.heldSince = _bases.heldSince(client, sides.earlier->session);
-    if (_dataSource.mayGoBack()) sides.lost = _bases.lost(client);
-    if (_dataSource.identifiersAreGlobal()) sides.recordsByIdentifier = recordsByIdentifier(opening, sides);
+    if (!_dataSource.keepsHistory()) return sides;
+    sides.lost = _bases.lost(client);
+    sides.recordsByIdentifier = recordsByIdentifier(opening, sides);
     return sides;
   }
 
@@ -206,7 +207,7 @@ class Session {
     return identifiers;
   }
 
-  /// Writes all that the session changes in the store, in the transaction that is open.
+  // Writes all that the session changes in the store, in the transaction that is open.
   void store(const Opening& opening, const Plan& plan, const Settlement& settlement) {
     const std::optional<SessionEntry>& entry = settlement.logEntry;
     if (!plan.isQuiet()) storeMerge(plan, settlement);
@@ -226,18 +227,18 @@ class Session {
       SessionLog(_store).enter(*settlement.logEntry, changes, plan.result.losses, contents);
     }
     const std::int64_t client = settlement.client.id;
-    _bases.replace(client, settlement.client.sessions, _dataSource.mayGoBack(), plan.storedBase(),
+    _bases.replace(client, settlement.client.sessions, _dataSource.keepsHistory(), plan.storedBase(),
                    settlement.base, contents);
     for (const RecordId record : plan.matched) _bases.setLost(client, record, false);
     for (const RecordId record : plan.lost) {
       const bool isGone = !findRecord(settlement.base, record);  // what is not gone is given to it once more
       if (isGone) _bases.setLost(client, record, true);
     }
-    if (_dataSource.identifiersAreGlobal()) adoptIdentifiers(plan.storedBase(), settlement.base);
+    if (_dataSource.keepsHistory()) adoptIdentifiers(plan.storedBase(), settlement.base);
   }
 
-  /// Gives each record that has a new local id that one for its identifier. Another record that bore it gets
-  /// a fresh one.
+  // Gives each record that has a new local id that one for its identifier. Another record that bore it gets
+  // a fresh one.
   void adoptIdentifiers(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after) {
     std::vector<const BaseRecord*> adopted;
     for (const BaseRecord& each : after) {

@@ -44,7 +44,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   /// Stores what the guard refused, so that it can be looked at and approved. Answers what there is to say
   /// when that fails.
   std::string storeRefusal(const SessionRefused& refused);
-  /// Rolls the session back, tells the client, and keeps what the client stores then.
+  /// Rolls the session back, has the client know of it, and keeps what it stores then.
   void cancel(const std::string& reason, bool tookLock);
   /// As `cancel`; what the client raises then is dropped.
   void cancelQuietly(const std::string& reason, bool tookLock) noexcept;

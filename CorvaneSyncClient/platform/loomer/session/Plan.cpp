@@ -19,7 +19,7 @@ namespace corvane::loomer {
 
 namespace {
 
-/// Whether the client's record has a value that came with the delivery.
+// Whether the client's record has a value that came with the delivery.
 bool showsDelivery(const BaseRecord& before, const BaseRecord& after, const ClientRecord& now,
                    const std::vector<BaseRecord>& base) {
   const auto came = [&](auto Content::*value) {
@@ -30,9 +30,9 @@ bool showsDelivery(const BaseRecord& before, const BaseRecord& after, const Clie
   return before.parent != after.parent && now.parentLocalId == (folder ? folder->localId : String());
 }
 
-/// Whether the client's records show that it has taken the delivery: they hold one of the additions or, where
-/// there was none, a value that came with it. An addition that is missing then counts as deleted by the user,
-/// so that nothing less will do.
+// Whether the client's records show that it has taken the delivery: they hold one of the additions or, where
+// there was none, a value that came with it. An addition that is missing then counts as deleted by the user,
+// so that nothing less will do.
 bool showDelivery(const Journal& journal, const std::vector<BaseRecord>& base,
                   const std::vector<ClientRecord>& pushed) {
   std::unordered_map<String, const ClientRecord*> byLocalId;
@@ -97,13 +97,13 @@ class Planning {
     if (_plan.knownPushId && !_opening.client.restorePending) _plan.kind = SessionKind::slow;
   }
 
-  /// Whether the client denies every delivery that the journal knows of: it was put back to a state before
-  /// them. What it lacks of them was not deleted.
+  // Whether the client denies every delivery that the journal knows of: it was put back to a state before
+  // them. What it lacks of them was not deleted.
   bool isDenied(const Journal& journal) const {
     return journal.knownPushId && _sides.tookPush == false && _sides.tookKnownPush == false;
   }
 
-  /// What killed sessions delivered the client may have held too.
+  // What killed sessions delivered the client may have held too.
   void takeEarlierBase() {
     std::vector<HeldVersion> held = std::move(_sides.heldSince);
     if (_opening.journal) {
@@ -136,7 +136,7 @@ class Planning {
     if (!_plan.matched.empty()) mergeOver(withDifference(unknown, _plan.input.base));
   }
 
-  /// What is matched was not held before, but is known by that id.
+  // What is matched was not held before, but is known by that id.
   void matchByIdentifier() {
     if (_sides.recordsByIdentifier.empty()) return;
     std::unordered_set<String> known;

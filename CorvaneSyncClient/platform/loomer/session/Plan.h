@@ -63,6 +63,7 @@ struct Plan {
   std::vector<RecordId> matched;  ///< of what it had lost before, what others have given it again
   String knownPushId;             ///< of the newest delivery of a killed session that the client took
 
+  /// The base as it stands in the store.
   const std::vector<BaseRecord>& storedBase() const { return replacedBase ? *replacedBase : input.base; }
   /// Whether there is something to deliver.
   bool delivers() const { return result.deleteAllFirst || !result.clientChanges.empty(); }

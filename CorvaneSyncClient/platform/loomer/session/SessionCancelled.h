@@ -23,7 +23,9 @@ class SessionRefused : public SessionCancelled {
   SessionRefused(std::string reason, Refusal refusal, std::vector<RecordId> deletions)
       : SessionCancelled(std::move(reason)), _refusal(std::move(refusal)), _deletions(std::move(deletions)) {}
 
+  /// What is stored of it, to be looked at and approved.
   const Refusal& refusal() const { return _refusal; }
+  /// The records that the plan would delete.
   const std::vector<RecordId>& deletions() const { return _deletions; }
 
  private:

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kDeletionsWithoutApproval = 20;
 constexpr std::size_t kSmallestTreeToEmpty = 5;
 
-/// Fowler, Noll and Vo's hash, variant 1a.
+// Fowler, Noll and Vo's hash, variant 1a.
 class Digest {
  public:
   void add(std::int64_t number) {

@@ -24,16 +24,16 @@ SessionKind kindOfMode(int syncMode) {
 }
 
 SessionKind sessionKind(SessionKind preferred, const ClientState& client, const TruthState& truth,
-                        bool tellsEveryChange) {
+                        bool keepsHistory) {
   if (client.resetPending) return SessionKind::replace;
   if (client.restorePending || !isBaseUsable(client, truth)) return SessionKind::refresh;
-  // A client asks for refresh after a cancelled session. That would hand back what it has deleted, or, after
+  // A client asks for refresh after a cancelled session. That would restore what it has deleted or, after
   // one that the guard refused, everything before anybody has decided. The base is what it was, so that what
   // the client changed since is still known.
-  const bool asksBecauseCancelled = !tellsEveryChange && client.cancelled;
+  const bool asksBecauseCancelled = !keepsHistory && client.cancelled;
   if (preferred == SessionKind::refresh) return asksBecauseCancelled ? SessionKind::slow : preferred;
   // The browser may have written while the last session delivered something.
-  if (tellsEveryChange) return preferred;
+  if (keepsHistory) return preferred;
   const bool look = client.delivered || client.sessionsWithoutRecords >= kSessionsWithoutRecords;
   return look ? SessionKind::slow : preferred;
 }

@@ -10,10 +10,10 @@ namespace corvane::loomer {
 /// any other number.
 SessionKind kindOfMode(int syncMode);
 
-/// The kind of the client's next session. `preferred` is the strongest one asked for. `tellsEveryChange`: the
-/// client need never be looked at whole.
+/// The kind of the client's next session. `preferred` is the strongest one asked for. A client that
+/// `keepsHistory` need never be looked at whole.
 SessionKind sessionKind(SessionKind preferred, const ClientState& client, const TruthState& truth,
-                        bool tellsEveryChange);
+                        bool keepsHistory);
 
 /// Whether a fast session of this client may have something to deliver.
 bool mayHaveNews(const ClientState& client, const TruthState& truth);

@@ -10,85 +10,56 @@ namespace corvane::loomer {
 
 namespace {
 
-/// What the client held before the session of records of which it did not take a change.
-class HeldBefore {
- public:
-  explicit HeldBefore(const Plan& plan) {
-    for (const std::vector<BaseRecord>* const base : {&plan.result.base, &plan.input.base}) {
-      for (const BaseRecord& each : *base) {
-        if (each.localId) _records.emplace(each.localId, each.record);
-      }
-    }
-    for (const BaseRecord& each : plan.input.base) _base.emplace(each.record, &each);
-    if (!plan.input.client) return;
-    for (const ClientRecord& each : *plan.input.client) _pushed.emplace(each.localId, &each);
-  }
-
-  BaseRecord recordOf(const ClientChange& change) const {
-    BaseRecord held;
-    held.localId = change.localId;
-    held.record = change.record;
-    held.entity = change.entity;
-    if (const auto pushed = _pushed.find(change.localId); pushed != _pushed.end()) {
-      const auto parent = _records.find(pushed->second->parentLocalId);
-      held.parent = parent == _records.end() ? kRoot : parent->second;
-      held.position = pushed->second->position;
-      held.content = pushed->second->content;
-    } else if (const auto base = _base.find(change.record); base != _base.end()) {
-      held.parent = base->second->parent;
-      held.position = base->second->position;
-      held.content = base->second->content;
-    }
-    return held;
-  }
-
- private:
-  std::unordered_map<String, RecordId> _records;            // by local id
-  std::unordered_map<String, const ClientRecord*> _pushed;  // by local id
-  std::unordered_map<RecordId, const BaseRecord*> _base;
-};
-
-/// The revision of each record that the client refused.
-std::unordered_map<RecordId, std::int64_t> refusedRevisions(const Plan& plan, const Delivery& delivery) {
-  std::unordered_map<RecordId, std::int64_t> revisions;
-  for (const TruthRecord& each : plan.input.truth) {
-    if (delivery.refused.contains(each.id)) revisions.insert_or_assign(each.id, each.revision);
-  }
-  for (const TruthChange& each : plan.result.truthChanges) {
-    if (delivery.refused.contains(each.after.id)) {
-      revisions.insert_or_assign(each.after.id, each.after.revision);
-    }
-  }
-  return revisions;
-}
-
 BaseRecord& mutableRecord(std::vector<BaseRecord>& base, RecordId record) {
   return base[static_cast<std::size_t>(findRecord(base, record) - base.data())];
 }
 
-/// Corrects the plan's base, in which the client has taken everything.
+// The revision, after the session, of each record that the client refused.
+std::unordered_map<RecordId, std::int64_t> refusedRevisions(const Plan& plan, const Delivery& delivery) {
+  std::unordered_map<RecordId, std::int64_t> revisions;
+  for (const TruthRecord& each : plan.input.truth) {
+    if (delivery.refused.contains(each.id)) revisions.emplace(each.id, each.revision);
+  }
+  for (const TruthChange& each : plan.result.truthChanges) {
+    if (delivery.refused.contains(each.after.id)) revisions[each.after.id] = each.after.revision;
+  }
+  return revisions;
+}
+
+// Corrects the plan's base, in which the client has taken everything. Of a record of which it did not take
+// the change or deletion, it holds what it gave to the session.
 void takeBackWhatWasNotTaken(std::vector<BaseRecord>& base, const Plan& plan, const Delivery& delivery) {
-  const HeldBefore before(plan);
   const auto revisions = refusedRevisions(plan, delivery);
+  std::unordered_map<String, RecordId> records;
+  for (const std::vector<BaseRecord>* const each : {&plan.result.base, &plan.input.base}) {
+    for (const BaseRecord& record : *each) {
+      if (record.localId) records.emplace(record.localId, record.record);
+    }
+  }
+  std::unordered_map<String, const ClientRecord*> given;
+  if (plan.input.client) {
+    for (const ClientRecord& each : *plan.input.client) given.emplace(each.localId, &each);
+  }
   std::vector<BaseRecord> stillHeld;
   for (const ClientChange& change : plan.result.clientChanges) {
     const auto refused = revisions.find(change.record);
     if (refused == revisions.end() && !delivery.withheld.contains(change.record)) continue;
-    const std::int64_t revision = refused == revisions.end() ? 0 : refused->second;
-    if (change.type == LoomerChangeTypeAdd) {
-      BaseRecord& record = mutableRecord(base, change.record);
-      record.notHeld = true;
+    const bool isDeletion = change.type == LoomerChangeTypeDelete;
+    BaseRecord& record = isDeletion ? stillHeld.emplace_back() : mutableRecord(base, change.record);
+    record.refusedRevision = refused == revisions.end() ? 0 : refused->second;
+    record.notHeld = change.type == LoomerChangeTypeAdd;
+    if (record.notHeld) {
       record.position = 0;
-      record.refusedRevision = revision;
       continue;
     }
-    BaseRecord held = before.recordOf(change);
-    held.refusedRevision = revision;
-    if (change.type == LoomerChangeTypeModify) {
-      mutableRecord(base, change.record) = std::move(held);
-    } else {
-      stillHeld.push_back(std::move(held));
-    }
+    const ClientRecord& held = *given.at(change.localId);
+    const auto parent = records.find(held.parentLocalId);
+    record.localId = change.localId;
+    record.record = change.record;
+    record.entity = change.entity;
+    record.parent = parent == records.end() ? kRoot : parent->second;
+    record.position = held.position;
+    record.content = held.content;
   }
   for (BaseRecord& each : stillHeld) base.push_back(std::move(each));
   sortByRecord(base);
@@ -103,18 +74,18 @@ std::vector<BaseRecord> baseAfter(const Plan& plan, const Delivery& delivery) {
   return base;
 }
 
-/// Who refuses something is asked once more: what was noted of that goes with a session that is killed.
+// Who refuses something is asked once more: what was noted of that goes with a session that is killed.
 BaseRecord offeredAgain(const BaseRecord& settled) {
   BaseRecord record = settled;
   record.refusedRevision = 0;
   return record;
 }
 
-/// The base of a client that has taken the delivery and has changed nothing itself: for what it did change is
-/// rolled back with a session that is killed, and must count as changed again at the next.
-///
-/// That is the truth as it was before the session, as far as the client has taken it; all else is as in the
-/// base before.
+// The base of a client that has taken the delivery and has changed nothing itself: for what it did change is
+// rolled back with a session that is killed, and must count as changed again at the next.
+//
+// That is the truth as it was before the session, as far as the client has taken it; all else is as in the
+// base before.
 class UnchangedClient {
  public:
   UnchangedClient(const Plan& plan, const std::vector<BaseRecord>& settled) : _plan(plan), _settled(settled) {
@@ -150,14 +121,14 @@ class UnchangedClient {
     }
   }
 
-  /// Whether the client holds what the truth says after the session.
+  // Whether the client holds what the truth says after the session.
   bool isTaken(const BaseRecord& settled, const TruthRecord& before) const {
     const auto changed = _changed.find(settled.record);
     const TruthRecord& merged = changed == _changed.end() ? before : *changed->second;
     return !settled.notHeld && settled.parent == merged.parent && settled.content == merged.content;
   }
 
-  /// The client's own numbers stay where they say the same order as the truth did.
+  // The client's own numbers stay where they say the same order as the truth did.
   void orderSiblings() {
     for (auto first = _base.begin(); first != _base.end();) {
       const auto end = std::find_if(first, _base.end(),
@@ -170,8 +141,8 @@ class UnchangedClient {
     }
   }
 
-  /// What the client did not take, what it has deleted, and what was deleted in the truth and lives again
-  /// because the client has changed it.
+  // What the client did not take, what it has deleted, and what was deleted in the truth and lives again
+  // because the client has changed it.
   void takeTheRest() {
     for (const BaseRecord& before : _plan.input.base) {
       if (_taken.contains(before.record)) continue;
@@ -184,7 +155,7 @@ class UnchangedClient {
     }
   }
 
-  /// In the truth, before the session.
+  // In the truth, before the session.
   bool isLive(RecordId record) const {
     const auto& truth = _plan.input.truth;
     const auto found = std::lower_bound(truth.begin(), truth.end(), record,
@@ -199,7 +170,7 @@ class UnchangedClient {
   std::vector<BaseRecord> _base;
 };
 
-/// The client's ids of what it has added.
+// The client's ids of what it has added.
 std::vector<String> addedIds(const Plan& plan, const Delivery& delivery) {
   std::vector<String> added;
   for (const ClientChange& change : plan.result.clientChanges) {
