@@ -35,6 +35,7 @@ class BookmarkMap final : public Describable {
   CorvaneBookmarkFolder* root() const { return findFolder(kRootUid); }
   /// Whether anything stands under `uid`, a marker included.
   bool contains(const String& uid) const { return _entries.contains(uid); }
+  /// Nodes and markers.
   std::size_t size() const { return _entries.size(); }
 
   /// Enters a node under its uid in place of whatever was there (a node there is destroyed). The map owns it.
@@ -46,12 +47,14 @@ class BookmarkMap final : public Describable {
 
   /// All keys in map order, markers included: for walks that change the map.
   std::vector<String> keys() const { return _entries.keys(); }
+  /// In map order, markers included.
   OrderedMap<Entry>::const_iterator begin() const { return _entries.begin(); }
   OrderedMap<Entry>::const_iterator end() const { return _entries.end(); }
 
   /// What reading the file left out: entries, and lists of them, with all that they hold. A file that is
   /// written from this map lacks them.
   const Array& skippedEntries() const { return _skippedEntries; }
+  /// Notes an entry, or a list of entries, that reading the file leaves out.
   void noteSkippedEntry(Value entry) { _skippedEntries.append(std::move(entry)); }
 
   /// A snapshot: every node copied, every marker and what was left out kept, in the same order.

@@ -35,6 +35,7 @@ class ChildIndex {
   std::size_t placeOf(const Item* item) const;
   /// Removes every occurrence of `uid`; answers whether there was one.
   bool remove(const String& uid);
+  /// In the order of the list.
   std::vector<String> uids() const;
 
   /// Marks all fresh items that name a uid, of whichever list, as stale: `first` is the first of them, as the

@@ -20,6 +20,7 @@ class ChildList final : public Describable {
 
   /// The uids in order; null when there is no list. Valid until the list changes.
   const std::vector<String>* uids() const;
+  /// Replaces the list; from then on there is one, though it may be empty.
   void assign(std::vector<String> uids);
 
   /// Inserts a child of the folder `folder`. `folderMap` is the map that owns the folder, or null: without

@@ -29,6 +29,7 @@ inline constexpr std::int32_t kSpecialPosition = LoomerPositionSpecial;
 /// when they are asked of a plain node.
 class CorvaneBookmark : public Describable {
  public:
+  /// A node that belongs to no map yet.
   explicit CorvaneBookmark(String uid) : _uid(std::move(uid)) {}
   virtual ~CorvaneBookmark() = default;
   CorvaneBookmark& operator=(const CorvaneBookmark&) = delete;

@@ -26,7 +26,9 @@ class CorvaneBookmarkFolder : public CorvaneBookmark {
 
   /// The uids in order; null when there is no list. Valid until the folder changes.
   const std::vector<String>* children() const { return _children.uids(); }
+  /// Replaces the list; the children's own parents stay as they are.
   void setChildren(std::vector<String> children) { _children.assign(std::move(children)); }
+  /// Whether it opens as a group of tabs.
   bool autoTab() const { return _autoTab; }
 
   /// `addChild:map:`: enters the child's uid at its sorted place; does not look for an occurrence that is

@@ -17,6 +17,7 @@ class CorvaneBookmarkRecord : public CorvaneBookmark {
   static CorvaneBookmarkRecord* bookmarkWithUid(const String& uid, const Dictionary& record,
                                                 BookmarkMap& map);
 
+  /// Absent where none was given.
   const String& url() const { return _url; }
   /// Takes a string or a URL value. Anything else, null included, keeps the URL held before and is logged.
   void setUrl(const Value* url);

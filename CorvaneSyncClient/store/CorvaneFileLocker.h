@@ -18,7 +18,7 @@ namespace corvane {
 //   .staleLockDirectory/  where a lock that cannot be deleted is moved, as "lock-UUID"; never emptied
 //
 // Exclusion rests on making a directory being atomic, on network file systems too, and never on what
-// "details.plist" says: the file only tells those who wait whom they wait for, and the holder whether the
+// "details.plist" says: the file only shows those who wait whom they wait for, and the holder whether the
 // lock is still its own.
 //
 // A lock whose holder is known to be dead (a process of this machine that no longer exists) is broken as soon

@@ -27,7 +27,9 @@ class EmbeddedManager : public LoomerManager {
   /// From here on sessions run between two exchanges with the online service.
   void useHub(HubOpener openHub) { _openHub = std::move(openHub); }
 
+  /// The store that it opened.
   TruthStore& store() { return _store; }
+  /// The clients that are registered there.
   ClientRegistry& clients() { return _clients; }
 
  private:

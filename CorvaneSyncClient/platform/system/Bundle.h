@@ -14,8 +14,8 @@ class Bundle {
   virtual ~Bundle() = default;
   /// Its directory, for messages.
   virtual std::string path() = 0;
-  /// Opens its shared library, once. False when it has none, or when it cannot be opened, which the system
-  /// log tells with the cause.
+  /// Opens its shared library, once. False when it has none, or when it cannot be opened, for a cause that
+  /// the system log names.
   virtual bool load() = 0;
   /// Whether the loaded library has a class of this name: it exports a C symbol "NAME" or any "NAME_…". False
   /// before `load`.

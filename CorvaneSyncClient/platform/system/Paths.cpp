@@ -9,7 +9,7 @@ namespace corvane {
 
 namespace {
 
-/// `path` with a leading "~" replaced, where that is a component of its own.
+// `path` with a leading "~" replaced, where that is a component of its own.
 std::string expandingHome(std::string_view path, std::string_view homeDirectory) {
   if (path == "~") return std::string(homeDirectory);
   if (path.starts_with("~/")) return joinedPath(homeDirectory, path.substr(2));

@@ -9,7 +9,7 @@ namespace corvane {
 
 namespace {
 
-/// Whether the whole text is a finite decimal number, and not 0.
+// Whether the whole text is a finite decimal number, and not 0.
 bool isNumberOtherThanZero(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
   double number = 0;

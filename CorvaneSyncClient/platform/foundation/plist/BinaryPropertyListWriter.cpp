@@ -130,9 +130,9 @@ class ObjectTable {
   }
 
   const std::vector<Object>& objects() const { return _objects; }
-  /// Of all containers one after another, in the order of the objects.
+  // Of all containers one after another, in the order of the objects.
   const std::vector<std::uint32_t>& references() const { return _references; }
-  /// Bytes of all strings and data.
+  // Bytes of all strings and data.
   std::size_t textSize() const { return _textSize; }
 
  private:

@@ -14,7 +14,7 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-/// iconv's descriptor of one conversion to UTF-8.
+// iconv's descriptor of one conversion to UTF-8.
 class Converter {
  public:
   explicit Converter(const std::string& from) : _descriptor(iconv_open("UTF-8", from.c_str())) {
@@ -30,8 +30,8 @@ class Converter {
 
   explicit operator bool() const { return _descriptor != reinterpret_cast<iconv_t>(-1); }
 
-  /// Adds what the bytes in front of `bytes` mean, and takes these away, up to the first fault. 0, or iconv's
-  /// EILSEQ for bytes that are no character and EINVAL for one that the end cuts off.
+  // Adds what the bytes in front of `bytes` mean, and takes these away, up to the first fault. 0, or iconv's
+  // EILSEQ for bytes that are no character and EINVAL for one that the end cuts off.
   int convert(std::string_view& bytes, std::string& text) {
     char* from = const_cast<char*>(bytes.data());  // which iconv leaves as they are
     std::size_t left = bytes.size();
@@ -40,7 +40,7 @@ class Converter {
     return error;
   }
 
-  /// Adds the character that was held back to see whether a mark follows it.
+  // Adds the character that was held back to see whether a mark follows it.
   void finish(std::string& text) { run(nullptr, nullptr, text); }
 
  private:

@@ -14,7 +14,7 @@ namespace corvane::loomer {
 
 namespace {
 
-/// Behind every place that a sibling has; the folder is numbered afresh.
+// Behind every place that a sibling has; the folder is numbered afresh.
 constexpr std::int64_t kLastPlace = std::numeric_limits<std::int64_t>::max();
 
 class Undo {
@@ -73,7 +73,7 @@ class Undo {
     reparent(found->second, change.before->parent, change.before->place);
   }
 
-  /// The session deleted it and a later one brought it back.
+  // The session deleted it and a later one brought it back.
   void restoreRevived(Index at, const LoggedState& before) {
     TruthRecord& now = _after[at];
     const bool same =
@@ -122,7 +122,7 @@ class Undo {
 
   // --- 2. Every parent lives ---
 
-  /// kNoNode for the root and for what nobody remembers.
+  // kNoNode for the root and for what nobody remembers.
   Index indexOf(RecordId id) const {
     const auto found = _index.find(id);
     return found == _index.end() ? kNoNode : found->second;
@@ -134,8 +134,8 @@ class Undo {
     return at != kNoNode && !_after[at].deleted && _after[at].entity == Entity::folder;
   }
 
-  /// The nearest living folder above a dead one; the root where nobody remembers, or where tombstones of
-  /// different sessions point at one another.
+  // The nearest living folder above a dead one; the root where nobody remembers, or where tombstones of
+  // different sessions point at one another.
   RecordId livingAbove(RecordId dead) {
     std::vector<RecordId> way;
     RecordId above = dead;
@@ -173,8 +173,8 @@ class Undo {
     return nodesOnCycles(parents);
   }
 
-  /// Takes back the moves that close cycles with later moves; if others close then, all moves. Records that
-  /// come back close none on their own: before the session they stood in one tree.
+  // Takes back the moves that close cycles with later moves; if others close then, all moves. Records that
+  // come back close none on their own: before the session they stood in one tree.
   void breakCycles() {
     if (_reparented.empty()) return;
     const std::vector<Index> first = cycles();

@@ -16,6 +16,7 @@ struct UndoNote {
   std::string what;  ///< a sentence about the record, without its subject: "was deleted again since …"
 };
 
+/// What an undo does to the truth, and what it has to say of it.
 struct UndoPlan {
   std::vector<TruthChange> changes;
   std::vector<UndoNote> notes;
@@ -34,6 +35,7 @@ struct UndoPlan {
 UndoPlan planUndo(const std::vector<TruthRecord>& truth, const std::vector<LoggedChange>& changes,
                   std::int64_t revision, bool force);
 
+/// What an undo did.
 struct UndoResult {
   /// The number of the session that undid it; nothing when there was nothing left to undo.
   std::optional<std::int64_t> session;

@@ -15,9 +15,9 @@ namespace corvane::loomer {
 namespace {
 
 enum class Standing : std::uint8_t {
-  absent,   ///< the client will not hold it
-  given,    ///< the client will hold it as the truth has it
-  refused,  ///< the client holds it and will not take the truth's version: it stays as the client has it
+  absent,   // the client will not hold it
+  given,    // the client will hold it as the truth has it
+  refused,  // the client holds it and will not take the truth's version: it stays as the client has it
 };
 
 class ClientDiff {
@@ -39,13 +39,13 @@ class ClientDiff {
     return node.entity == Entity::folder && !node.content.name;
   }
 
-  /// Of an addition that the client refused, nothing counts any more once it holds the record all the same.
+  // Of an addition that the client refused, nothing counts any more once it holds the record all the same.
   std::int64_t refusedRevision(const Node& node) const {
     const BaseRecord* const base = node.base || node.client ? node.base : node.notHeld;
     return base ? base->refusedRevision : 0;
   }
 
-  /// Whether the client refused the very version that there is.
+  // Whether the client refused the very version that there is.
   bool wasRefused(const Node& node) const {
     return node.truth && !node.changed && refusedRevision(node) != 0 &&
            refusedRevision(node) == node.truth->revision;
@@ -71,8 +71,8 @@ class ClientDiff {
     }
   }
 
-  /// The parent that each node will have at the client. What stays in its place against the truth may close a
-  /// cycle with what moves: that then stays too.
+  // The parent that each node will have at the client. What stays in its place against the truth may close a
+  // cycle with what moves: that then stays too.
   void decideGoals() {
     _goal.assign(_trees.nodes.size(), kNoNode);
     Parents fallbacks(_trees.nodes.size(), kNoNode);
@@ -90,7 +90,7 @@ class ClientDiff {
     }
   }
 
-  /// Siblings rank as they are to be listed; what is dead ranks before all else.
+  // Siblings rank as they are to be listed; what is dead ranks before all else.
   void rankAll() {
     _rank.assign(_trees.nodes.size(), 0);
     Index rank = 0;
@@ -155,9 +155,9 @@ class ClientDiff {
     if (folder == kRootNode) keepSpecialFoldersFirst(ordinary);
   }
 
-  /// A client takes the first folder with a special title for the special one, wherever its special folders
-  /// stand in its list. Where another folder of such a title gets a new place, the special one is told its
-  /// number again, which puts it at the front of the list.
+  // A client takes the first folder with a special title for the special one, wherever its special folders
+  // stand in its list. Where another folder of such a title gets a new place, the special one is told its
+  // number again, which puts it at the front of the list.
   void keepSpecialFoldersFirst(const std::vector<Index>& ordinary) {
     std::unordered_map<String, Index> special;
     for (const Index node : _trees.order.of(kRootNode)) {
@@ -183,7 +183,7 @@ class ClientDiff {
     }
   }
 
-  /// The client's entries that it is not to hold any more, children before their folders.
+  // The client's entries that it is not to hold any more, children before their folders.
   void writeDeletions(const std::vector<Index>& held, Entity entity) {
     for (auto node = held.rbegin(); node != held.rend(); ++node) {
       const Node& at = _trees.nodes[*node];
@@ -197,8 +197,8 @@ class ClientDiff {
     }
   }
 
-  /// Additions and modifications, folders before what is in them, the siblings of one folder from the
-  /// greatest number to the smallest.
+  // Additions and modifications, folders before what is in them, the siblings of one folder from the
+  // greatest number to the smallest.
   void writeChanges(const std::vector<Index>& goal, Entity entity) {
     for (const Index node : goal) {
       const Node& at = _trees.nodes[node];
@@ -248,7 +248,7 @@ class ClientDiff {
               [](const BaseRecord& a, const BaseRecord& b) { return a.record < b.record; });
   }
 
-  /// In the root numbers below are left to the special folders.
+  // In the root numbers below are left to the special folders.
   static constexpr std::int32_t kLeastInRoot = -1;
 
   const Trees& _trees;

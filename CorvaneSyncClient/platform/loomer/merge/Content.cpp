@@ -54,9 +54,9 @@ class ContentMerge {
   Content _sent;
 };
 
-/// Of each title that makes a folder special, one folder of the root is special and no other: the one that
-/// both sides or one of them made so, the truth's before the client's; else the oldest, since a client that
-/// finds no other takes it.
+// Of each title that makes a folder special, one folder of the root is special and no other: the one that
+// both sides or one of them made so, the truth's before the client's; else the oldest, since a client that
+// finds no other takes it.
 class SpecialFolders {
  public:
   explicit SpecialFolders(Trees& trees) : _trees(trees) {}
@@ -77,7 +77,7 @@ class SpecialFolders {
            (at.content.special && at.content.name);
   }
 
-  /// The less, the better the claim to be special.
+  // The less, the better the claim to be special.
   auto claim(Index node) const {
     const Node& at = _trees.nodes[node];
     const bool inTruth = at.isLiveInTruth() && at.truth->content.special;

@@ -61,10 +61,10 @@ std::vector<Index> nodesOnCycles(const Parents& parents) {
 
 namespace {
 
-/// One walk upwards, which goes on where it was after a cycle was opened. A node whose way leads out is
-/// settled for good, since only nodes on cycles change; one on a cycle falls back for good. So each node
-/// that can fall back is walked by once, and what lies between those never changes: it is skipped by ways
-/// that only get shorter.
+// One walk upwards, which goes on where it was after a cycle was opened. A node whose way leads out is
+// settled for good, since only nodes on cycles change; one on a cycle falls back for good. So each node
+// that can fall back is walked by once, and what lies between those never changes: it is skipped by ways
+// that only get shorter.
 class CycleBreaking {
  public:
   CycleBreaking(Parents& parents, const Parents& fallbacks)
@@ -104,7 +104,7 @@ class CycleBreaking {
     _way.clear();
   }
 
-  /// The end of the way so far, from `first` on, is the cycle.
+  // The end of the way so far, from `first` on, is the cycle.
   void breakCycle(Index first) {
     Index last = kNoNode;
     while (last != first) {
@@ -115,7 +115,7 @@ class CycleBreaking {
     }
   }
 
-  /// The first node, from this one upwards, that can still fall back or has no parent.
+  // The first node, from this one upwards, that can still fall back or has no parent.
   Index unfixedFrom(Index node) {
     while (_next[node] != node) node = _next[node] = _next[_next[node]];
     return node;

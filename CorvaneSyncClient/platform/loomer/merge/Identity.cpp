@@ -12,7 +12,7 @@
 namespace corvane::loomer {
 namespace {
 
-/// What two records must share to be taken for one.
+// What two records must share to be taken for one.
 struct MatchKey {
   enum class Kind : std::uint8_t { folder, bookmark, bookmarkByAddress };
   Kind kind = Kind::folder;
@@ -43,7 +43,7 @@ std::optional<MatchKey> matchKeyOfSpecial(Entity entity, const Content& content)
   return exactMatchKey(entity, content);
 }
 
-/// Makes everything that lies on a cycle a child of the root.
+// Makes everything that lies on a cycle a child of the root.
 void cutCycles(Parents& parents) {
   for (const Index node : nodesOnCycles(parents)) parents[node] = kRootNode;
 }
@@ -127,7 +127,7 @@ class Identification {
 
   using HeldByLocalId = std::unordered_map<String, Index>;
 
-  /// Finds what the client holds, each local id once.
+  // Finds what the client holds, each local id once.
   HeldByLocalId readHeld() {
     HeldByLocalId byLocalId;
     if (_input.replace) return byLocalId;
@@ -148,7 +148,7 @@ class Identification {
     return byLocalId;
   }
 
-  /// A client that pushed nothing holds what its base says, as far as that is a tree.
+  // A client that pushed nothing holds what its base says, as far as that is a tree.
   void makeRecordsOfBase() {
     for (const Index node : _trees.baseOrder.topDown()) {
       const BaseRecord* const base = _trees.nodes[node].base;
@@ -162,7 +162,7 @@ class Identification {
     }
   }
 
-  /// What has no parent, a bookmark for its parent, or lies on a cycle becomes a child of the root.
+  // What has no parent, a bookmark for its parent, or lies on a cycle becomes a child of the root.
   void placeHeld(const HeldByLocalId& byLocalId) {
     _heldParent.assign(_trees.held.size() + 1, kRootNode);
     _heldParent[kRootNode] = kNoNode;
@@ -175,7 +175,7 @@ class Identification {
     cutCycles(_heldParent);
   }
 
-  /// A folder has no address, a bookmark does not open as tabs, and special are folders in the root alone.
+  // A folder has no address, a bookmark does not open as tabs, and special are folders in the root alone.
   void takeSenselessValuesOut() {
     for (Index held = 1; held <= lastHeld(); ++held) {
       const ClientRecord& record = heldRecord(held);
@@ -235,7 +235,7 @@ class Identification {
     matchByKey(unknown, candidates, matchKeyByAddress);
   }
 
-  /// Claims, in order, for each unknown record the first free candidate that is like it.
+  // Claims, in order, for each unknown record the first free candidate that is like it.
   void matchByKey(const std::vector<Index>& unknown, const std::vector<Index>& candidates,
                   MatchKeyOf matchKeyOf) {
     struct Queue {
@@ -281,7 +281,7 @@ class Identification {
     _trees.clientOrder = SiblingLists(_trees.clientParent, _heldTopDown);
   }
 
-  /// The folder with that id, kNoNode if there is none.
+  // The folder with that id, kNoNode if there is none.
   Index folderOf(RecordId id) const {
     if (id == kRoot) return kRootNode;
     const auto found = _nodeOfRecord.find(id);
@@ -292,7 +292,7 @@ class Identification {
   const ClientRecord& heldRecord(Index held) const { return *_trees.held[held - 1]; }
   Index lastHeld() const { return static_cast<Index>(_trees.held.size()); }
   Index lastNode() const { return static_cast<Index>(_trees.nodes.size() - 1); }
-  /// Nodes below this index are the root and what the truth knows.
+  // Nodes below this index are the root and what the truth knows.
   std::size_t truthNodeCount() const { return _trees.truthParent.size(); }
 
   const MergeInput& _input;

@@ -15,7 +15,7 @@ bool rises(const std::vector<std::int64_t>& values, Rise rise) {
   return true;
 }
 
-/// Distinct ranks such that a strict rise in ranks is the rise that was asked for in values.
+// Distinct ranks such that a strict rise in ranks is the rise that was asked for in values.
 std::vector<std::size_t> ranksOf(const std::vector<std::int64_t>& values, Rise rise) {
   std::vector<std::size_t> sorted(values.size());
   std::iota(sorted.begin(), sorted.end(), std::size_t{0});

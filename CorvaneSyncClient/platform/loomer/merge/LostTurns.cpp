@@ -6,8 +6,8 @@
 namespace corvane::loomer {
 namespace {
 
-/// Which siblings may be named as losers. Of those that the base does not know, they are the ones outside a
-/// longest subsequence that the merge kept.
+// Which siblings may be named as losers. Of those that the base does not know, they are the ones outside a
+// longest subsequence that the merge kept.
 std::vector<bool> candidates(const OrderedSide& side) {
   std::vector<std::int64_t> merged;
   std::vector<std::uint64_t> weights;
@@ -21,8 +21,8 @@ std::vector<bool> candidates(const OrderedSide& side) {
   return result;
 }
 
-/// For each candidate the farthest sibling that the side has before it and the merge behind it, as far as
-/// this is the side's doing; kNone for the others.
+// For each candidate the farthest sibling that the side has before it and the merge behind it, as far as
+// this is the side's doing; kNone for the others.
 std::vector<std::size_t> putBehind(const OrderedSide& side, const std::vector<bool>& candidates) {
   // What the base does not know counts as passed by all that stand behind it.
   const std::size_t count = side.size();
@@ -42,7 +42,7 @@ std::vector<std::size_t> putBehind(const OrderedSide& side, const std::vector<bo
   return passed;
 }
 
-/// The same siblings, every order read from its end.
+// The same siblings, every order read from its end.
 OrderedSide mirrored(const OrderedSide& side) {
   OrderedSide result(side.rbegin(), side.rend());
   for (OrderedSibling& sibling : result) {

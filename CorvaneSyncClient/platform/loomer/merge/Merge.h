@@ -11,6 +11,7 @@
 
 namespace corvane::loomer {
 
+/// The three sides of a merge, and how they are to be merged.
 struct MergeInput {
   /// Every live record and every tombstone that is still kept, in any order.
   std::vector<TruthRecord> truth;
@@ -42,6 +43,7 @@ struct ClientChange {
   Content content;            ///< whole; not for deletions
 };
 
+/// What a merge does to the truth and to the client.
 struct MergeResult {
   std::vector<TruthChange> truthChanges;    ///< at most one per record; only records that differ
   bool deleteAllFirst = false;              ///< the client is told to delete everything before the changes

@@ -30,9 +30,9 @@ namespace {
 using Rank = std::int64_t;
 constexpr Rank kUnranked = -1;
 
-/// Siblings that one side alone has, next to one another in its list.
+// Siblings that one side alone has, next to one another in its list.
 struct Run {
-  std::size_t after = 0;  ///< how many of the siblings that both sides have go before it
+  std::size_t after = 0;  // how many of the siblings that both sides have go before it
   std::size_t begin = 0;
   std::size_t end = 0;
 };
@@ -81,7 +81,7 @@ class OrderMerge {
     return withRuns(shared, truth, client);
   }
 
-  /// Those of a side's children of `folder` that are there after the merge and may stand anywhere.
+  // Those of a side's children of `folder` that are there after the merge and may stand anywhere.
   std::vector<Index> staying(std::span<const Index> children, Index folder) const {
     std::vector<Index> result;
     result.reserve(children.size());
@@ -133,7 +133,7 @@ class OrderMerge {
     }
   }
 
-  /// Marks what is outside the longest subsequence of `list` that stands in the base's order.
+  // Marks what is outside the longest subsequence of `list` that stands in the base's order.
   void markMoved(const std::vector<Index>& list, std::vector<bool>& moved) const {
     std::vector<Index> compared;
     std::vector<Rank> ranks;
@@ -199,8 +199,8 @@ class OrderMerge {
                  list.begin() + static_cast<std::ptrdiff_t>(run.end));
   }
 
-  /// The runs of `list` by the place where they go; those of one place in the list's order. What both sides
-  /// have is ranked by the merged order.
+  // The runs of `list` by the place where they go; those of one place in the list's order. What both sides
+  // have is ranked by the merged order.
   std::vector<Run> runsIn(const std::vector<Index>& list, std::size_t sharedCount) const {
     // The list is read from its end. `standing` is a union-find: of the first k of the merged order, the last
     // one that stands before the run in the list, counted from 1; 0 is the folder's beginning.
@@ -233,7 +233,7 @@ class OrderMerge {
 
   // --- For the change log
 
-  /// Notes what a side turned round and the merge did not, "after" one sibling against "before" it.
+  // Notes what a side turned round and the merge did not, "after" one sibling against "before" it.
   void recordLosses(const std::vector<Index>& order, const std::vector<Index>& truth,
                     const std::vector<Index>& client) {
     rank(order);

@@ -13,7 +13,7 @@ namespace corvane::loomer {
 namespace {
 
 using Place = std::int64_t;
-/// Places stay this far from the ends of the number range, so that no distance between two overflows.
+// Places stay this far from the ends of the number range, so that no distance between two overflows.
 constexpr Place kFarthest = std::numeric_limits<Place>::max() / 4;
 
 void numberAfresh(Trees& trees, std::span<const Index> children) {
@@ -21,7 +21,7 @@ void numberAfresh(Trees& trees, std::span<const Index> children) {
   for (const Index child : children) trees.nodes[child].place = place += kPlaceSpread;
 }
 
-/// Numbers the run [begin, end) between its neighbours. Answers false if there is no room.
+// Numbers the run [begin, end) between its neighbours. Answers false if there is no room.
 bool numberRun(Trees& trees, std::span<const Index> children, std::size_t begin, std::size_t end) {
   const auto count = static_cast<Place>(end - begin);
   const bool first = begin == 0;

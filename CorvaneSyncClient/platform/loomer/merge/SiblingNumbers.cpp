@@ -90,8 +90,8 @@ class Numbering {
     }
   }
 
-  /// Numbers the children [begin, end), between two that keep theirs; with different numbers if there is
-  /// room.
+  // Numbers the children [begin, end), between two that keep theirs; with different numbers if there is
+  // room.
   void numberRun(std::size_t begin, std::size_t end) {
     if (begin == 0 && end == _children.size()) {
       for (std::size_t i = begin; i < end; ++i) _numbers[i] = static_cast<Number>(i);

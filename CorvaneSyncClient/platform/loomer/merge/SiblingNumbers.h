@@ -6,12 +6,12 @@
 
 // The numbers that make a client list a folder's children in a wanted order.
 //
-// A client places a child that it is handed by walking the folder's list: it goes before the first sibling
-// with a greater number, or with the same number and a title that sorts after its own, else at the end. Where
-// the list is sorted by (number, title) before, it is so afterwards; so a list that was sorted ends sorted by
-// the last (number, title) of every child, in whatever order the children arrive. That is what `listsInOrder`
-// checks, and all it takes. Children that the client keeps to itself have numbers too: they stand between
-// others but separate none.
+// A client places a child that is delivered to it by walking the folder's list: it goes before the first
+// sibling with a greater number, or with the same number and a title that sorts after its own, else at the
+// end. Where the list is sorted by (number, title) before, it is so afterwards; so a list that was sorted
+// ends sorted by the last (number, title) of every child, in whatever order the children arrive. That is what
+// `listsInOrder` checks, and all it takes. Children that the client keeps to itself have numbers too: they
+// stand between others but separate none.
 
 namespace corvane::loomer {
 
@@ -31,7 +31,7 @@ struct PlacedChild {
 /// log n).
 void numberChildren(std::vector<PlacedChild>& children, std::int32_t least);
 
-/// Whether a client that is handed those children lists them in the order given.
+/// Whether a client that takes those children lists them in the order given.
 bool listsInOrder(const std::vector<PlacedChild>& children, std::int32_t least);
 
 }  // namespace corvane::loomer

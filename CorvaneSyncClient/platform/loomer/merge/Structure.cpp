@@ -15,8 +15,8 @@
 namespace corvane::loomer {
 namespace {
 
-/// After so many passes every remaining move of a folder by the client is undone at once, which keeps tangles
-/// that were made on purpose from costing more than n·log n.
+// After so many passes every remaining move of a folder by the client is undone at once, which keeps tangles
+// that were made on purpose from costing more than n·log n.
 constexpr int kCyclePasses = 24;
 
 class Structure {
@@ -39,8 +39,8 @@ class Structure {
   }
 
  private:
-  /// A folder that came without its name was not readable at the client, so that what is missing below it is
-  /// no deletion: the folder, and with it all below that is missing, was not read.
+  // A folder that came without its name was not readable at the client, so that what is missing below it is
+  // no deletion: the folder, and with it all below that is missing, was not read.
   void findUnread() {
     _unread.assign(_trees.nodes.size(), false);
     for (const Index node : _trees.baseOrder.topDown()) {
@@ -78,9 +78,9 @@ class Structure {
     return at.isLiveInTruth() && !at.client && at.base && _trees.input.client && !_trees.input.refresh;
   }
 
-  /// A folder that one side deleted and the other changed comes back with what it held: with all that went in
-  /// the same deletion. In the truth that is one revision; of a client's deletions all that is known is that
-  /// they came between the same two sessions.
+  // A folder that one side deleted and the other changed comes back with what it held: with all that went in
+  // the same deletion. In the truth that is one revision; of a client's deletions all that is known is that
+  // they came between the same two sessions.
   void reviveContents() {
     for (const Index node : _trees.clientOrder.topDown()) {
       const Index above = _trees.clientParent[node];
@@ -100,7 +100,7 @@ class Structure {
     return at.truth && at.truth->deleted;
   }
 
-  /// kNoNode for what no side has any more.
+  // kNoNode for what no side has any more.
   Index chooseParent(Index node) const {
     const Node& at = _trees.nodes[node];
     const Index truth = _trees.truthParent[node];
@@ -112,7 +112,7 @@ class Structure {
     return _trees.input.refresh ? truth : client;
   }
 
-  /// Gives a parent to everything that lives by itself, and the folders above it.
+  // Gives a parent to everything that lives by itself, and the folders above it.
   void attach() {
     std::fill(_trees.parent.begin(), _trees.parent.end(), kNoNode);
     for (Index node = 1; node < _trees.nodes.size(); ++node) {
@@ -126,7 +126,7 @@ class Structure {
     }
   }
 
-  /// Whether the node is where the client moved it, which can be undone.
+  // Whether the node is where the client moved it, which can be undone.
   bool isClientMove(Index node) const {
     return _trees.nodes[node].isLiveInTruth() && _chosen[node] != _trees.truthParent[node];
   }

@@ -25,6 +25,7 @@ bool precedesAmongSiblings(const Record& a, const Record& b) {
   return a.localId.view() < b.localId.view();
 }
 
+/// One record, as the three sides know it and as it is to be.
 struct Node {
   RecordId id = kRoot;
   Entity entity = Entity::folder;
@@ -41,6 +42,7 @@ struct Node {
   bool isLiveInTruth() const { return truth && !truth->deleted; }
 };
 
+/// The nodes and the trees that they form.
 struct Trees {
   explicit Trees(const MergeInput& from) : input(from) {}
 

@@ -14,6 +14,7 @@ namespace corvane::loomer {
 using RecordId = std::int64_t;
 inline constexpr RecordId kRoot = 0;
 
+/// The kinds of records; the numbers stand in the store.
 enum class Entity : std::uint8_t { folder, bookmark };
 
 /// What a record says, apart from its place in the tree. Each field merges on its own.
@@ -87,9 +88,11 @@ struct BaseDifference {
 
 /// Null for a record that the base does not name.
 const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
+/// What leads from `before` to `after`.
 BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after);
 /// The base to which the difference leads.
 std::vector<BaseRecord> withDifference(const BaseDifference& difference, const std::vector<BaseRecord>& base);
+/// By ascending record; O(n) when it is so already.
 void sortByRecord(std::vector<BaseRecord>& base);
 
 }  // namespace corvane::loomer

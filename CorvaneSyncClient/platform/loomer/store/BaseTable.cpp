@@ -39,7 +39,7 @@ std::vector<HeldVersion> versionsOf(Statement& query) {
   return versions;
 }
 
-/// Whether both say that the client holds the very same.
+// Whether both say that the client holds the very same.
 bool holdTheSame(const BaseRecord& a, BaseRecord b) {
   b.refusedRevision = a.refusedRevision;
   return !a.notHeld && a == b;

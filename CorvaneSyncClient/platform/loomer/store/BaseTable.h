@@ -25,6 +25,7 @@ class BaseTable {
  public:
   explicit BaseTable(TruthStore& store) : _store(store) {}
 
+  /// Empty for a client that has finished no session.
   StoredBase read(std::int64_t client);
   /// What the client's base says of one record; nothing when it does not name it.
   std::optional<BaseRecord> find(std::int64_t client, RecordId record);

@@ -30,6 +30,7 @@ class ClientTable {
  public:
   explicit ClientTable(TruthStore& store) : _store(store) {}
 
+  /// Nothing when there is no such client.
   std::optional<ClientState> find(const String& identifier);
   /// By identifier, sorted.
   std::vector<ClientState> all();
@@ -37,10 +38,13 @@ class ClientTable {
   /// Registers a client, or renews the description of the registered one when it differs. A plain property
   /// list.
   void enter(const String& identifier, const Dictionary& description, Date now);
+  /// As it was registered; empty for an unknown client.
   Dictionary description(std::int64_t client);
   /// Takes the client out with its base, its values and what is pending for it.
   void remove(std::int64_t client);
+  /// Whether its next session replaces all that it holds.
   void setResetPending(std::int64_t client, bool pending);
+  /// Whether its next session gives back what it lacks.
   void setRestorePending(std::int64_t client, bool pending);
   /// Notes that the client's session was cancelled; until one finishes.
   void setCancelled(std::int64_t client);

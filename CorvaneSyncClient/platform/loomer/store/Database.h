@@ -30,6 +30,7 @@ class LoomerStoreException : public PlatformException {
 /// The store's file holds something else than what the engine wrote there. Says what to do about it.
 class DamagedStoreException : public LoomerStoreException {
  public:
+  /// `what` is wrong with the file at `path`: a clause for the message.
   DamagedStoreException(const std::string& path, const std::string& what);
 };
 
@@ -44,6 +45,7 @@ class Database;
 /// order: absent strings and empty optionals as NULL.
 class Statement {
  public:
+  /// Made by `Database::query`.
   Statement(Database& database, sqlite3_stmt* statement, const char* sql, const char* purpose)
       : _database(database), _statement(statement), _sql(sql), _purpose(purpose) {}
   Statement(const Statement&) = delete;
@@ -65,6 +67,7 @@ class Statement {
   /// Whether there is another row, which the accessors below then read.
   bool next();
 
+  /// The columns of the row, from 0 on.
   bool isNull(int column) const;
   std::int64_t integer(int column) const;
   std::optional<std::int64_t> optionalInteger(int column) const;
@@ -125,9 +128,12 @@ class Database {
   void commit();
   /// Ends the transaction without its effects; nothing when there is none.
   void rollback() noexcept;
+  /// Whether a transaction is open.
   bool inTransaction() const;
+  /// The number that the last INSERT gave to its row.
   std::int64_t lastInsertedRow() const;
 
+  /// Raises LoomerStoreException for an error code of SQLite: what was to be done, and why it failed.
   [[noreturn]] void fail(int code, const char* purpose) const;
 
  private:

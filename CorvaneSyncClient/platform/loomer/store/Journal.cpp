@@ -19,7 +19,7 @@ constexpr std::int64_t kNotHeld = 1;
 constexpr std::int64_t kTabGroup = 2;
 constexpr std::int64_t kSpecial = 4;
 
-/// Why a property list is no journal.
+// Why a property list is no journal.
 class NoJournal : public PlatformException {
  public:
   explicit NoJournal(std::string reason) : PlatformException("NoJournalException", std::move(reason)) {}
@@ -27,7 +27,7 @@ class NoJournal : public PlatformException {
 
 Value optionalText(const String& text) { return text ? Value(text) : Value(false); }
 
-/// The record's fields in one row. Dictionaries would name each field in every record.
+// The record's fields in one row. Dictionaries would name each field in every record.
 Array rowOf(const BaseRecord& record) {
   const std::int64_t flags = (record.notHeld ? kNotHeld : 0) | (record.content.tabGroup ? kTabGroup : 0) |
                              (record.content.special ? kSpecial : 0);

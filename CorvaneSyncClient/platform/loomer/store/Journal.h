@@ -31,6 +31,7 @@ struct Journal {
 /// The file of one client's journal: a property list, private to the user.
 class JournalFile {
  public:
+  /// The journal of the client with that number in the store at `storePath`.
   JournalFile(const std::string& storePath, std::int64_t client);
 
   /// Nothing when there is no journal, and when it cannot be read, which a line in the system log says: the

@@ -21,7 +21,7 @@ constexpr std::size_t kCopies = 5;
 constexpr std::size_t kLongestName = 200;  // bytes; file systems take 255
 constexpr std::string_view kSuffix = ".plist";
 
-/// An identifier as one component of a path: it may hold slashes, and be longer than a name may be.
+// An identifier as one component of a path: it may hold slashes, and be longer than a name may be.
 std::string componentOf(const String& identifier) {
   std::string name;
   for (const char c : identifier.view()) {
@@ -35,8 +35,8 @@ std::string componentOf(const String& identifier) {
   return "long-" + std::to_string(sipHash({}, identifier.view()));
 }
 
-/// What a copy's name says: "NUMBER-ENTRIES-DIGEST.plist", numbered in the order in which they were kept,
-/// whatever the clock said.
+// What a copy's name says: "NUMBER-ENTRIES-DIGEST.plist", numbered in the order in which they were kept,
+// whatever the clock said.
 struct Name {
   std::uint64_t number = 0;
   std::size_t entries = 0;
@@ -55,7 +55,7 @@ bool takeNumber(std::string_view& text, Number& number) {
   return true;
 }
 
-/// Nothing for a file that is not one of the copies.
+// Nothing for a file that is not one of the copies.
 std::optional<Name> nameOf(std::string_view text) {
   Name name;
   if (!text.ends_with(kSuffix)) return std::nullopt;
@@ -65,7 +65,7 @@ std::optional<Name> nameOf(std::string_view text) {
   return name;
 }
 
-/// By number, newest first.
+// By number, newest first.
 std::vector<Name> namesIn(const std::string& directory) {
   std::vector<Name> names;
   std::error_code error;

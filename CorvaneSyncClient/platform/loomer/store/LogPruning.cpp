@@ -20,7 +20,7 @@ class Pruning {
   }
 
  private:
-  /// The oldest session of which something is left to drop.
+  // The oldest session of which something is left to drop.
   std::optional<std::int64_t> next() {
     const std::int64_t pruned = _database.integer("SELECT pruned_session FROM truth", kPrune);
     Statement oldest = _database.query("SELECT min(id) FROM sessions WHERE id <= ?", kPrune);
@@ -34,7 +34,7 @@ class Pruning {
     return next();
   }
 
-  /// Whether none is left.
+  // Whether none is left.
   bool dropChanges(std::int64_t session) {
     ReleasedContents released(_store);
     std::vector<RecordId> records;

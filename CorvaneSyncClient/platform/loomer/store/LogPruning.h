@@ -25,6 +25,7 @@ void pruneLog(TruthStore& store, Date now, std::size_t rows);
 /// Drops contents that the truth, the bases or the log referred to until now, in the open transaction.
 class ReleasedContents {
  public:
+  /// Finds out whether the log is whole.
   explicit ReleasedContents(TruthStore& store);
 
   /// Whether there can be anything to drop: a log that is whole refers to everything that the truth ever

@@ -11,9 +11,9 @@ namespace {
 //
 // What a record says is a row of "contents" that is written once, never changed, and removed only with the
 // last that refers to it: the record, the bases of the clients and both sides of the change log refer to the
-// same row. Every content that the truth ever held stays as long as the log tells of it. References to it are
+// same row. Every content that the truth ever held stays as long as the log names it. References to it are
 // no foreign keys: looking each one up would cost a first session a fifth of its time, and the check of the
-// store tells of one that leads nowhere.
+// store reports one that leads nowhere.
 constexpr const char* kVersion1 = R"sql(
   PRAGMA application_id = 0x4c6f6f6d;
 

@@ -52,7 +52,7 @@ StoredTruth readRows(Statement& query, bool deleted) {
   return truth;
 }
 
-/// Both by ascending id.
+// Both by ascending id.
 StoredTruth merged(StoredTruth live, StoredTruth dead) {
   if (dead.records.empty()) return live;
   StoredTruth all;
@@ -73,7 +73,7 @@ StoredTruth merged(StoredTruth live, StoredTruth dead) {
 
 bool isLive(const std::optional<TruthRecord>& record) { return record && !record->deleted; }
 
-/// A place that no record is ever given, one for each record.
+// A place that no record is ever given, one for each record.
 std::int64_t parkingPlace(RecordId record) { return std::numeric_limits<std::int64_t>::min() + record; }
 
 template <typename Record, typename Key>
@@ -85,7 +85,7 @@ std::optional<ContentId> storedRow(const std::vector<Record>& records, const std
   return rows[static_cast<std::size_t>(found - records.begin())];
 }
 
-/// The text of an identifier as the store holds it.
+// The text of an identifier as the store holds it.
 String identifierOf(const TruthStore& store, RecordId record, std::string_view stored) {
   UuidBytes bytes;
   if (stored.size() != bytes.size()) {

@@ -47,6 +47,7 @@ class ContentRows {
               const std::vector<ContentId>& truthRows, const std::vector<BaseRecord>& base,
               const std::vector<ContentId>& baseRows);
 
+  /// The row that holds that content of the record.
   ContentId row(RecordId record, const Content& content);
 
  private:
@@ -68,6 +69,7 @@ class RecordTable {
  public:
   explicit RecordTable(TruthStore& store) : _store(store) {}
 
+  /// The truth's counters.
   TruthState state();
   /// Everything, whatever its size.
   StoredTruth readAll();
@@ -75,6 +77,7 @@ class RecordTable {
   std::optional<TruthRecord> find(RecordId record);
   /// The live records in a folder, in their order; those of kRoot stand directly in the root.
   std::vector<TruthRecord> children(RecordId folder);
+  /// Of live folders and bookmarks, and of tombstones.
   RecordCounts counts();
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
   String globalIdentifier(RecordId record);
@@ -86,7 +89,7 @@ class RecordTable {
   void makeGlobalIdentifier(RecordId record);
 
   /// Brings the changed records to their new state, in the open transaction. Each change's `before` must be
-  /// what is stored. What breaks a law of the tree raises LoomerStoreException here or at the commit.
+  /// what is stored. What breaks an invariant of the tree raises LoomerStoreException here or at the commit.
   void apply(const std::vector<TruthChange>& changes, std::int64_t revision, ContentRows& contents);
   /// Drops the tombstones that every registered client's base has passed and none refers to.
   void dropOldTombstones();

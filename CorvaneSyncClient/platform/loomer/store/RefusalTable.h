@@ -19,10 +19,12 @@ struct Refusal {
   std::optional<Date> approved;
 };
 
+/// The plans that the guard refused, one for each client at most.
 class RefusalTable {
  public:
   explicit RefusalTable(TruthStore& store) : _store(store) {}
 
+  /// Nothing when no plan of the client stands refused.
   std::optional<Refusal> find(std::int64_t client);
   /// The records that the refused plan would delete, ascending.
   std::vector<RecordId> deletions(std::int64_t client);
@@ -31,6 +33,7 @@ class RefusalTable {
   void enter(std::int64_t client, const Refusal& refusal, const std::vector<RecordId>& deletions);
   /// Lets the refused plan pass once. False when nothing was refused.
   bool approve(std::int64_t client, Date now);
+  /// Nothing is refused to the client any more.
   void remove(std::int64_t client);
 
  private:

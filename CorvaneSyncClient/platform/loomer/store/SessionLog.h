@@ -71,6 +71,7 @@ class SessionLog {
 
   /// Whether the session was in the log and is dropped.
   bool isPruned(std::int64_t session);
+  /// Of sessions in the log.
   std::size_t count();
   /// Of every record that a session in the log added or changed.
   std::unordered_map<RecordId, RecordDates> dates();
@@ -78,6 +79,7 @@ class SessionLog {
   std::vector<SessionEntry> sessions();
   /// Hands over the sessions, newest first, one at a time, until `take` answers false.
   void newestFirst(const std::function<bool(const SessionEntry&)>& take);
+  /// Nothing when the log has no such session.
   std::optional<SessionEntry> session(std::int64_t id);
   /// The session's changes by ascending record, of one record alone where one is named, one at a time, until
   /// `take` answers false.
@@ -85,6 +87,7 @@ class SessionLog {
                  const std::function<bool(const LoggedChange&)>& take);
   /// By ascending record.
   std::vector<LoggedChange> changes(std::int64_t session);
+  /// The values that lost a conflict in the session.
   std::vector<Loss> losses(std::int64_t session);
 
  private:

@@ -23,7 +23,7 @@ constexpr const char* kRegisterAgain =
 constexpr const char* kNextSession =
     "Sync a client whose bookmarks changed: the session that merges them sets this right.";
 
-/// Queries answer what is wrong with what, and the client's identifier for the remedy where there is one.
+// Queries answer what is wrong with what, and the client's identifier for the remedy where there is one.
 struct Rule {
   const char* name;
   const char* sql;
@@ -104,7 +104,7 @@ constexpr Rule kRules[] = {
      "the log mentions a record that never existed: record ", kRebuild},
 };
 
-/// One row can hold several lines.
+// One row can hold several lines.
 void checkIntegrity(TruthStore& store, const std::function<void(StoreFinding)>& take) {
   Statement query = store.database().query("PRAGMA integrity_check", kCheck);
   query.open();
@@ -124,7 +124,7 @@ void checkRule(TruthStore& store, const Rule& rule, const std::function<void(Sto
   }
 }
 
-/// Descriptions and values of clients are property lists.
+// Descriptions and values of clients are property lists.
 void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& take) {
   Statement query = store.database().query(
       "SELECT identifier, 'description', description FROM clients UNION ALL"

@@ -22,7 +22,7 @@ constexpr double kWriteTimeoutSeconds = 60.0;
 // Who brings the store to its present form may have to wait for a session that long.
 constexpr double kOpenTimeoutSeconds = 60.0;
 
-/// Asks `done` several times a second, by the platform's clock, for at most `seconds`; its last answer.
+// Asks `done` several times a second, by the platform's clock, for at most `seconds`; its last answer.
 template <typename Condition>
 bool waitUntil(const Condition& done, double seconds) {
   Clock& clock = Platform::current().clock;
@@ -41,17 +41,17 @@ bool waitUntil(const Condition& done, double seconds) {
                              "Give yourself permission to read and write there, and sync again.");
 }
 
-/// A side file may be gone at any time: the last process that closes the store removes both.
+// A side file may be gone at any time: the last process that closes the store removes both.
 void narrowSideFile(const std::string& store, const std::string& path) {
   const PrivateFileError problem = setMode(path, kPrivateFileMode);
   if (problem && problem.error != std::errc::no_such_file_or_directory)
     failWith(store, "close " + path + " to other users", problem.error);
 }
 
-/// SQLite's own locks do not make opening one step: its busy handler does not cover the switch to the
-/// write-ahead log, and between the file's making and its first commit another process finds neither nothing
-/// nor a store. The lock is on a file of its own, since closing any descriptor of the store itself would drop
-/// SQLite's locks on it.
+// SQLite's own locks do not make opening one step: its busy handler does not cover the switch to the
+// write-ahead log, and between the file's making and its first commit another process finds neither nothing
+// nor a store. The lock is on a file of its own, since closing any descriptor of the store itself would drop
+// SQLite's locks on it.
 FileDescriptor lockForOpening(const std::string& path) {
   if (const PrivateFileError problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))
     failWith(path, "make " + problem.path + " a directory of the user's own", problem.error);
@@ -68,9 +68,9 @@ FileDescriptor lockForOpening(const std::string& path) {
                              "Wait until that process has ended and try again.");
 }
 
-/// Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
-/// the same mode, but leaves those that stand there already as they are. An existing file is not opened here:
-/// closing it again would drop the locks that this process holds on it.
+// Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
+// the same mode, but leaves those that stand there already as they are. An existing file is not opened here:
+// closing it again would drop the locks that this process holds on it.
 std::string prepared(std::string path) {
   const FileDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode));
   if (!file && errno != EEXIST) failWith(path, "create it", lastSystemError());

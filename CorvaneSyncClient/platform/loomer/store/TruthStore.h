@@ -25,6 +25,7 @@ std::string storePathForHome(const std::string& homeDirectory);
 /// a process that dies. Readers never wait.
 class TruthStore {
  public:
+  /// Opens the store, making or migrating it where that is needed. Raises LoomerStoreException.
   explicit TruthStore(std::string path);
 
   const std::string& path() const { return _database.path(); }

@@ -15,13 +15,13 @@ namespace corvane {
 
 namespace {
 
-/// The last component without its extension: "Nuvolo" for "/System/Library/Nuvolo.framework".
+// The last component without its extension: "Nuvolo" for "/System/Library/Nuvolo.framework".
 std::string bundleName(const std::string& path) {
   const std::string name = path.substr(path.rfind('/') + 1);
   return name.substr(0, name.rfind('.'));
 }
 
-/// Reads a table of texts; nothing when there is none or it cannot be read.
+// Reads a table of texts; nothing when there is none or it cannot be read.
 std::optional<Dictionary> readStrings(FileSystem& files, const std::string& path) {
   std::string bytes;
   if (files.read(path, bytes)) return std::nullopt;
@@ -34,7 +34,7 @@ std::optional<Dictionary> readStrings(FileSystem& files, const std::string& path
   }
 }
 
-/// The parts of a loaded library's dynamic section that lead to its symbols.
+// The parts of a loaded library's dynamic section that lead to its symbols.
 struct SymbolTable {
   const ElfW(Sym) * symbols = nullptr;
   const char* names = nullptr;
@@ -54,9 +54,9 @@ SymbolTable symbolTableOf(const link_map& library) {
   return table;
 }
 
-/// A GNU hash table: counts of buckets, of leading symbols outside the table, and of filter words, a shift;
-/// the filter words; the buckets, each the number of its chain's first symbol or 0; the chains, one word a
-/// symbol, in which the lowest bit marks a chain's end. Exported symbols are exactly those in the chains.
+// A GNU hash table: counts of buckets, of leading symbols outside the table, and of filter words, a shift;
+// the filter words; the buckets, each the number of its chain's first symbol or 0; the chains, one word a
+// symbol, in which the lowest bit marks a chain's end. Exported symbols are exactly those in the chains.
 template <typename Visit>
 bool anyHashedSymbol(const std::uint32_t* hash, Visit visit) {
   const std::uint32_t bucketCount = hash[0];
@@ -74,8 +74,8 @@ bool anyHashedSymbol(const std::uint32_t* hash, Visit visit) {
   return false;
 }
 
-/// Whether a shared library opened with dlopen exports a symbol of its own for which `matches` says yes.
-/// Reads the library's dynamic symbol table in memory; false for a library without a GNU hash table.
+// Whether a shared library opened with dlopen exports a symbol of its own for which `matches` says yes.
+// Reads the library's dynamic symbol table in memory; false for a library without a GNU hash table.
 bool exportsSymbol(void* library, const std::function<bool(std::string_view)>& matches) {
   link_map* map = nullptr;
   if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || !map) return false;

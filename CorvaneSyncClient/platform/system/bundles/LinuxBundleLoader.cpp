@@ -16,7 +16,7 @@ constexpr std::string_view kSystemLibrary = "/System/Library/";
 
 std::string parentOf(const std::string& path) { return std::filesystem::path(path).parent_path().string(); }
 
-/// The path of the Corvane.app that `executable` lies in; empty when it lies in none.
+// The path of the Corvane.app that `executable` lies in; empty when it lies in none.
 std::string browserAround(const std::string& executable) {
   const std::size_t slash = executable.rfind('/');
   if (slash == std::string::npos) return "";
@@ -26,7 +26,7 @@ std::string browserAround(const std::string& executable) {
   return browser.ends_with("/Corvane.app") ? browser : "";
 }
 
-/// The tool's bundle: two levels above the executable in an installation, its directory elsewhere.
+// The tool's bundle: two levels above the executable in an installation, its directory elsewhere.
 std::string ownBundlePath(const std::string& executable, const std::string& browser) {
   const std::string directory = parentOf(executable);
   return browser.empty() ? directory : parentOf(parentOf(directory));

@@ -58,7 +58,7 @@ class FlockHold : public FileSystem::Hold {
   FileDescriptor _file;
 };
 
-/// Whether the open file is what stands at `path`, and not what stood there before.
+// Whether the open file is what stands at `path`, and not what stood there before.
 bool standsAt(const FileDescriptor& file, const std::string& path) {
   struct stat own {};
   struct stat there {};
@@ -66,8 +66,8 @@ bool standsAt(const FileDescriptor& file, const std::string& path) {
          own.st_dev == there.st_dev && own.st_ino == there.st_ino;
 }
 
-/// What stands at `path`, links followed; `hasOld` says whether it is a regular file. Nothing being there is
-/// no error, be it for a link that leads nowhere or through a file.
+// What stands at `path`, links followed; `hasOld` says whether it is a regular file. Nothing being there is
+// no error, nor is a link that leads nowhere or through a file.
 std::error_code examineOld(const std::string& path, struct stat& old, bool& hasOld) {
   hasOld = ::stat(path.c_str(), &old) == 0;
   if (!hasOld) return errno == ENOENT || errno == ENOTDIR ? std::error_code() : lastSystemError();
@@ -75,7 +75,7 @@ std::error_code examineOld(const std::string& path, struct stat& old, bool& hasO
   return {};
 }
 
-/// Whether a symbolic link stands at `path` that leads to nothing, or through a file.
+// Whether a symbolic link stands at `path` that leads to nothing, or through a file.
 bool leadsNowhere(const std::string& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode) &&
@@ -84,7 +84,7 @@ bool leadsNowhere(const std::string& path) {
 
 std::error_code errorOf(int result) { return result == 0 ? std::error_code() : lastSystemError(); }
 
-/// Gives `file` the old file's owner, as far as permitted, and its mode.
+// Gives `file` the old file's owner, as far as permitted, and its mode.
 std::error_code takeOver(const FileDescriptor& file, const struct stat& old) {
   // An ordinary user cannot give files away, and a group only to one of the user's: what cannot be kept
   // becomes the user's own.
@@ -97,13 +97,13 @@ std::error_code synchronize(const FileDescriptor& file) {
   return errorOf(retryingInterrupted([&] { return ::fsync(file.number()); }));
 }
 
-/// Some file systems have no fsync for directories and say so: there is nothing to wait for then.
+// Some file systems have no fsync for directories and say so: there is nothing to wait for then.
 std::error_code synchronizeDirectory(const FileDescriptor& directory) {
   const std::error_code error = synchronize(directory);
   return error.value() == EINVAL || error.value() == ENOTSUP ? std::error_code() : error;
 }
 
-/// A new file beside a target, whose place it is to take. Gone again with this object until it has taken it.
+// A new file beside a target, whose place it is to take. Gone again with this object until it has taken it.
 class TemporaryFile {
  public:
   explicit TemporaryFile(const std::string& target) : _target(target) {}
@@ -111,12 +111,12 @@ class TemporaryFile {
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  /// Makes the file with these contents and has it reach the disk; with the mode of `old`, and where
-  /// permitted its owner, unless that is null. Opens the directory too, which `settle` needs.
+  // Makes the file with these contents and has it reach the disk; with the mode of `old`, and where
+  // permitted its owner, unless that is null. Opens the directory too, which `settle` needs.
   std::error_code write(std::string_view contents, const struct stat* old);
   const std::string& path() const { return _path; }
-  /// To be called once the file was renamed to the target: the directory reaches the disk, and what writers
-  /// of the same target left behind when they were killed is removed. Errors are of `notDurableCategory`.
+  // To be called once the file was renamed to the target: the directory reaches the disk, and what writers
+  // of the same target left behind when they were killed is removed. Errors are of `notDurableCategory`.
   std::error_code settle();
 
  private:

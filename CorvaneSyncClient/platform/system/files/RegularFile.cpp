@@ -19,7 +19,7 @@ constexpr std::uint64_t kLargestFile = std::uint64_t{2} << 30;
 // Up to here a file's own word for its size is believed before its bytes have come.
 constexpr std::uint64_t kMostReserved = std::uint64_t{64} << 20;
 
-/// Opens a regular file for reading. Anything else is refused, and a FIFO without a writer does not block.
+// Opens a regular file for reading. Anything else is refused, and a FIFO without a writer does not block.
 std::error_code openRegular(const std::string& path, FileDescriptor& file, struct stat& status) {
   file = FileDescriptor(
       retryingInterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
@@ -28,7 +28,7 @@ std::error_code openRegular(const std::string& path, FileDescriptor& file, struc
   return {S_ISDIR(status.st_mode) ? EISDIR : EINVAL, std::system_category()};
 }
 
-/// Reads to the end. `expected` is the size that the file claims; memory grows with what really comes.
+// Reads to the end. `expected` is the size that the file claims; memory grows with what really comes.
 std::error_code readAll(const FileDescriptor& file, std::uint64_t expected, std::string& bytes) {
   if (expected > kLargestFile) return {EFBIG, std::system_category()};
   // One byte more than the file seems to have shows its end without another enlargement.
@@ -64,14 +64,14 @@ std::error_code copyContents(const FileDescriptor& from, const FileDescriptor& t
   }
 }
 
-/// Fills a fresh file and closes it.
+// Fills a fresh file and closes it.
 std::error_code fillCopy(const FileDescriptor& source, FileDescriptor target, mode_t mode) {
   if (const std::error_code error = copyContents(source, target)) return error;
   if (fchmod(target.number(), mode & 07777) != 0) return lastSystemError();
   return target.close();
 }
 
-/// Opens a file for writing from its start; `isNew` says whether this call made it.
+// Opens a file for writing from its start; `isNew` says whether this call made it.
 FileDescriptor openForWriting(const std::string& path, bool& isNew) {
   const auto open = [&](int flags) {
     return FileDescriptor(retryingInterrupted(

@@ -14,12 +14,12 @@ namespace corvane {
 
 namespace {
 
-/// Removes the contents of one directory tree. Walks with descriptors, never with paths, and follows no link:
-/// one descriptor is open at a time, however deep the tree is, and the way up goes through "..", which must
-/// then be the directory that was left. What others remove at the same time counts as removed.
+// Removes the contents of one directory tree. Walks with descriptors, never with paths, and follows no link:
+// one descriptor is open at a time, however deep the tree is, and the way up goes through "..", which must
+// then be the directory that was left. What others remove at the same time counts as removed.
 class TreeRemover {
  public:
-  /// Empties the directory `path`; the directory itself stays.
+  // Empties the directory `path`; the directory itself stays.
   std::error_code empty(const std::string& path) {
     if (const std::error_code error = enter(AT_FDCWD, path)) return error;
     while (true) {
@@ -40,7 +40,7 @@ class TreeRemover {
     std::vector<std::string> subdirectories;  // still to be removed; the last one is the one being emptied
   };
 
-  /// Opens a directory, notes it as the innermost level and removes what is no directory in it.
+  // Opens a directory, notes it as the innermost level and removes what is no directory in it.
   std::error_code enter(int parent, const std::string& name) {
     FileDescriptor directory(retryingInterrupted(
         [&] { return ::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));

@@ -18,7 +18,7 @@ namespace corvane {
 
 namespace {
 
-/// Where process ids mean what they mean here: this machine, and the set of processes that this one sees.
+// Where process ids mean what they mean here: this machine, and the set of processes that this one sees.
 std::string processSpace() {
   char host[HOST_NAME_MAX + 1] = {};
   ::gethostname(host, sizeof host - 1);  // without a name all nameless machines look the same
@@ -27,8 +27,8 @@ std::string processSpace() {
   return std::string(host) + '/' + std::to_string(space.st_ino);
 }
 
-/// How temporary names for one target begin: with a hash of the target's name, which could
-/// itself be too long, and of where the process id that follows is one. The same in every process.
+// How temporary names for one target begin: with a hash of the target's name, which could
+// itself be too long, and of where the process id that follows is one. The same in every process.
 std::string temporaryPrefix(const std::string& targetName) {
   const std::uint64_t hash = sipHash({}, targetName + '/' + processSpace());
   char digits[17];
@@ -36,7 +36,7 @@ std::string temporaryPrefix(const std::string& targetName) {
   return std::string(".corvane-") + digits + '-';
 }
 
-/// The process that made the temporary name `name`; 0 when it is not one of this target's.
+// The process that made the temporary name `name`; 0 when it is not one of this target's.
 pid_t makerOf(std::string_view name, const std::string& prefix) {
   if (!name.starts_with(prefix) || !name.ends_with(".tmp")) return 0;
   name.remove_prefix(prefix.size());

@@ -50,10 +50,10 @@ constexpr std::uint32_t kNetworkMagics[] = {
 };
 constexpr std::uint32_t kUserSpaceMagic = 0x65735546;
 
-/// The type of a file system whose mount cannot be seen. All those in user space share one number.
+// The type of a file system whose mount cannot be seen. All those in user space share one number.
 std::string_view typeOfMagic(std::uint32_t magic) { return magic == kUserSpaceMagic ? "fuse" : ""; }
 
-/// Nothing where /proc is not mounted.
+// Nothing where /proc is not mounted.
 std::string readMountTable() {
   std::ifstream file("/proc/self/mountinfo", std::ios::binary);
   std::ostringstream table;
@@ -61,7 +61,7 @@ std::string readMountTable() {
   return table.str();
 }
 
-/// The kernel writes blanks, tabs, line feeds and backslashes in paths as "\ooo".
+// The kernel writes blanks, tabs, line feeds and backslashes in paths as "\ooo".
 std::string withoutOctalEscapes(std::string_view text) {
   std::string result;
   result.reserve(text.size());
@@ -77,7 +77,7 @@ std::string withoutOctalEscapes(std::string_view text) {
   return result;
 }
 
-/// Takes the text up to the next blank off the front.
+// Takes the text up to the next blank off the front.
 std::string_view takeField(std::string_view& line) {
   const std::size_t end = std::min(line.find(' '), line.size());
   const std::string_view field = line.substr(0, end);

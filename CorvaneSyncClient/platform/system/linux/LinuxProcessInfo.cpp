@@ -29,7 +29,7 @@ struct Account {
 
 std::string textOrEmpty(const char* text) { return text ? text : ""; }
 
-/// The user's entry in the password database; nothing when there is none or the database cannot be asked.
+// The user's entry in the password database; nothing when there is none or the database cannot be asked.
 std::optional<Account> ownAccount() {
   std::vector<char> buffer(1024);
   passwd entry{};
@@ -46,7 +46,7 @@ std::optional<Account> ownAccount() {
   return Account{textOrEmpty(entry.pw_name), textOrEmpty(entry.pw_gecos), textOrEmpty(entry.pw_dir)};
 }
 
-/// The directory that an environment variable names; nothing when it names none.
+// The directory that an environment variable names; nothing when it names none.
 std::optional<std::string> directoryInEnvironment(const char* variable) {
   const std::string path = textOrEmpty(std::getenv(variable));
   struct stat status {};

@@ -18,17 +18,17 @@ constexpr const char* kPath = "/com/keldra/DistributedNotificationCenter";
 constexpr const char* kInterface = "com.keldra.DistributedNotificationCenter";
 constexpr const char* kMember = "NotificationPosted";
 
-/// Closes without waiting for what is not yet written: sd-bus's own flush has no time limit.
+// Closes without waiting for what is not yet written: sd-bus's own flush has no time limit.
 struct CloseBus {
   void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 
-/// The text of an sd-bus error, which is an errno value negated.
+// The text of an sd-bus error, which is an errno value negated.
 std::string failure(const char* step, int result) {
   return std::string(step) + ": " + std::system_category().message(-result);
 }
 
-/// Whether the connection stands and everything queued is written; negative on an error.
+// Whether the connection stands and everything queued is written; negative on an error.
 int isWritten(sd_bus* bus) {
   const int ready = sd_bus_is_ready(bus);
   if (ready <= 0) return ready;
@@ -37,7 +37,7 @@ int isWritten(sd_bus* bus) {
   return result < 0 ? result : queued == 0;
 }
 
-/// Runs the connection until everything is written, within the given time. 0, or a negative error.
+// Runs the connection until everything is written, within the given time. 0, or a negative error.
 int writeOut(sd_bus* bus, SteadyClock::time_point end) {
   while (true) {
     const int written = isWritten(bus);

@@ -12,13 +12,13 @@ namespace {
 
 constexpr std::size_t kRoomForMark = 64;
 
-/// `code` in two hexadecimal digits.
+// `code` in two hexadecimal digits.
 std::string hexadecimal(unsigned code) {
   constexpr char digits[] = "0123456789abcdef";
   return {digits[code / 16 % 16], digits[code % 16]};
 }
 
-/// One character as it stands in a line.
+// One character as it stands in a line.
 std::string lineForm(std::string_view character) {
   const auto first = static_cast<unsigned char>(character[0]);
   if (character == "\n") return "\\n";
