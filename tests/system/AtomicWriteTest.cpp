@@ -21,15 +21,15 @@
 
 namespace {
 
-/// What the n-th call of a function fails with, counted down; 0 when it is not to fail.
+// What the n-th call of a function fails with, counted down; 0 when it is not to fail.
 struct Fault {
   int callsUntil = 0;
   int error = 0;
 };
 std::map<std::string, Fault>* faults = nullptr;
-constexpr int kNeverReturns = -1;       ///< in place of an error: the process stands still until it is killed
-std::function<void()> beforeRenameat2;  ///< called once, before the next one
-std::string lastRenamed;                ///< the name that the last rename took away
+constexpr int kNeverReturns = -1;       // in place of an error: the process stands still until it is killed
+std::function<void()> beforeRenameat2;  // called once, before the next one
+std::string lastRenamed;                // the name that the last rename took away
 
 bool failsNow(const char* function) {
   if (!faults) return false;
@@ -114,7 +114,7 @@ class AtomicWrite : public testing::Test {
   LinuxFileSystem files;
 };
 
-TEST_F(AtomicWrite, everyFailureLeavesTheOldFileAndNoOther) {
+TEST_F(AtomicWrite, EveryFailureLeavesTheOldFileAndNoOther) {
   struct Row {
     const char* phrase;
     const char* function;
@@ -140,7 +140,7 @@ TEST_F(AtomicWrite, everyFailureLeavesTheOldFileAndNoOther) {
   }
 }
 
-TEST_F(AtomicWrite, everyFailureLeavesNothingWhereNothingWas) {
+TEST_F(AtomicWrite, EveryFailureLeavesNothingWhereNothingWas) {
   for (const auto& [function, call] : std::multimap<std::string, int>{
            {"write", 1}, {"write", 2}, {"fsync", 1}, {"rename", 1}, {"stat", 1}}) {
     EXPECT_TRUE(writeWith({{function, {call, EIO}}}, "new contents")) << function;
@@ -148,12 +148,12 @@ TEST_F(AtomicWrite, everyFailureLeavesNothingWhereNothingWas) {
   }
 }
 
-TEST_F(AtomicWrite, interruptionsAndShortWritesAreCarriedThrough) {
+TEST_F(AtomicWrite, InterruptionsAndShortWritesAreCarriedThrough) {
   EXPECT_FALSE(writeWith({{"write", {2, EINTR}}, {"fsync", {1, EINTR}}}, "some longer contents"));
   EXPECT_EQ(contents(), "some longer contents");
 }
 
-TEST_F(AtomicWrite, worksWithoutDirectoryFsync) {
+TEST_F(AtomicWrite, WorksWithoutDirectoryFsync) {
   for (const int error : {EINVAL, ENOTSUP}) {
     ASSERT_FALSE(files.write(path, "old"));
     EXPECT_FALSE(writeWith({{"fsync", {2, error}}}, "new")) << error;
@@ -161,7 +161,7 @@ TEST_F(AtomicWrite, worksWithoutDirectoryFsync) {
   }
 }
 
-TEST_F(AtomicWrite, aDirectoryThatDoesNotReachTheDiskIsToldAndTheNewFileStands) {
+TEST_F(AtomicWrite, ADirectoryThatDoesNotReachTheDiskIsReportedAndTheNewFileStands) {
   ASSERT_FALSE(files.write(path, "old"));
   EXPECT_EQ(writeWith({{"fsync", {2, EIO}}}, "new"), std::errc::io_error);
   EXPECT_EQ(writeWith({{"fsync", {2, EIO}}}, "new").category(), notDurableCategory());
@@ -170,13 +170,13 @@ TEST_F(AtomicWrite, aDirectoryThatDoesNotReachTheDiskIsToldAndTheNewFileStands) 
   EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }
 
-TEST_F(AtomicWrite, anOwnerThatCannotBeKeptIsNoFailure) {
+TEST_F(AtomicWrite, AnOwnerThatCannotBeKeptIsNoFailure) {
   ASSERT_FALSE(files.write(path, "old"));
   EXPECT_FALSE(writeWith({{"fchown", {1, EPERM}}}, "new"));
   EXPECT_EQ(contents(), "new");
 }
 
-TEST_F(AtomicWrite, modeIsKept) {
+TEST_F(AtomicWrite, ModeIsKept) {
   for (const mode_t mode : {0600u, 0640u, 0664u, 0444u, 0777u}) {
     ASSERT_FALSE(files.writeAtomically(path, "one"));
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
@@ -185,7 +185,7 @@ TEST_F(AtomicWrite, modeIsKept) {
   }
 }
 
-TEST_F(AtomicWrite, aNewFileGetsItsModeFromTheUmask) {
+TEST_F(AtomicWrite, ANewFileGetsItsModeFromTheUmask) {
   const mode_t before = umask(0027);
   const std::error_code error = files.writeAtomically(path, "new");
   umask(before);
@@ -193,7 +193,7 @@ TEST_F(AtomicWrite, aNewFileGetsItsModeFromTheUmask) {
   EXPECT_EQ(modeOf(path), 0640u);
 }
 
-TEST_F(AtomicWrite, aLinkItselfIsReplaced) {
+TEST_F(AtomicWrite, ALinkItselfIsReplaced) {
   ASSERT_FALSE(files.write(directory / "target", "target"));
   ASSERT_EQ(symlink("target", path.c_str()), 0);
   ASSERT_FALSE(files.writeAtomically(path, "new"));
@@ -204,7 +204,7 @@ TEST_F(AtomicWrite, aLinkItselfIsReplaced) {
   EXPECT_EQ(target, "target");
 }
 
-TEST_F(AtomicWrite, aLinkThatLeadsNowhereIsReplaced) {
+TEST_F(AtomicWrite, ALinkThatLeadsNowhereIsReplaced) {
   ASSERT_FALSE(files.write(directory / "file", "file"));
   for (const char* target : {"none", "file/inside"}) {
     ASSERT_EQ(symlink(target, path.c_str()), 0);
@@ -216,13 +216,13 @@ TEST_F(AtomicWrite, aLinkThatLeadsNowhereIsReplaced) {
   EXPECT_EQ(files.writeAtomically(directory / "file/inside", "new"), std::errc::not_a_directory);
 }
 
-TEST_F(AtomicWrite, aDirectoryIsNotReplaced) {
+TEST_F(AtomicWrite, ADirectoryIsNotReplaced) {
   ASSERT_FALSE(files.makeDirectory(path, 0700));
   EXPECT_EQ(files.writeAtomically(path, "new"), std::errc::is_a_directory);
   EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }
 
-TEST_F(AtomicWrite, aMissingDirectoryIsAnError) {
+TEST_F(AtomicWrite, AMissingDirectoryIsAnError) {
   EXPECT_EQ(files.writeAtomically(directory / "none/f", "new"), std::errc::no_such_file_or_directory);
 }
 
@@ -241,7 +241,7 @@ class NewFile : public AtomicWrite {
 };
 
 // Somebody makes the file between the look for it and the renaming: his stands.
-TEST_F(NewFile, oneThatComesInTheLastMomentStands) {
+TEST_F(NewFile, OneThatComesInTheLastMomentStands) {
   for (const auto& faultsOfFileSystem :
        {std::map<std::string, Fault>{}, knowsNoSuchRename, hasNoLinksEither}) {
     beforeRenameat2 = [this] { ASSERT_FALSE(files.write(path, "somebody's")); };
@@ -252,7 +252,7 @@ TEST_F(NewFile, oneThatComesInTheLastMomentStands) {
   }
 }
 
-TEST_F(NewFile, isMadeOnEveryFileSystem) {
+TEST_F(NewFile, IsMadeOnEveryFileSystem) {
   for (const auto& faultsOfFileSystem :
        {std::map<std::string, Fault>{}, knowsNoSuchRename, hasNoLinksEither}) {
     EXPECT_FALSE(writeNewWith(faultsOfFileSystem, "new"));
@@ -262,7 +262,7 @@ TEST_F(NewFile, isMadeOnEveryFileSystem) {
   }
 }
 
-TEST_F(NewFile, directoriesAreRenamedOnEveryFileSystem) {
+TEST_F(NewFile, DirectoriesAreRenamedOnEveryFileSystem) {
   ASSERT_FALSE(files.makeDirectory(directory / "a", 0700));
   ASSERT_FALSE(files.makeDirectory(directory / "b", 0700));
   std::map<std::string, Fault> given = knowsNoSuchRename;
@@ -273,7 +273,7 @@ TEST_F(NewFile, directoriesAreRenamedOnEveryFileSystem) {
   EXPECT_EQ(names(), (std::vector<std::string>{"b", "c"}));
 }
 
-TEST_F(NewFile, everyFailureLeavesNothing) {
+TEST_F(NewFile, EveryFailureLeavesNothing) {
   for (const auto& [function, call] :
        std::multimap<std::string, int>{{"write", 1}, {"write", 2}, {"fsync", 1}, {"renameat2", 1}}) {
     EXPECT_EQ(writeNewWith({{function, {call, EIO}}}, "new contents").value(), EIO) << function;
@@ -283,7 +283,7 @@ TEST_F(NewFile, everyFailureLeavesNothing) {
 }
 
 // A link that leads nowhere, through a file included, is nothing; one that leads in a cycle is something.
-TEST_F(NewFile, takesThePlaceOfALinkToNothingAlone) {
+TEST_F(NewFile, TakesThePlaceOfALinkToNothingAlone) {
   ASSERT_FALSE(files.write(directory / "file", ""));
   for (const char* target : {"nowhere", "file/inside"}) {
     ASSERT_EQ(symlink(target, path.c_str()), 0);
@@ -299,7 +299,7 @@ TEST_F(NewFile, takesThePlaceOfALinkToNothingAlone) {
   }
 }
 
-/// A process that stands still in the middle of an atomic write, with its temporary file complete.
+// A process that stands still in the middle of an atomic write, with its temporary file complete.
 class StuckWriter {
  public:
   explicit StuckWriter(const std::string& path) : _child(fork()) {
@@ -322,14 +322,14 @@ class StuckWriter {
 
 class KilledWriter : public AtomicWrite {
  protected:
-  /// Waits until `count` names stand in the directory.
+  // Waits until `count` names stand in the directory.
   bool waitForNames(std::size_t count) {
     for (int i = 0; i < 10'000 && names().size() != count; ++i) usleep(1000);
     return names().size() == count;
   }
 };
 
-TEST_F(KilledWriter, itsLeftoversGoAtTheNextWrite) {
+TEST_F(KilledWriter, ItsLeftoversGoAtTheNextWrite) {
   ASSERT_FALSE(files.write(path, "old"));
   StuckWriter writer(path);
   ASSERT_TRUE(waitForNames(2));
@@ -343,7 +343,7 @@ TEST_F(KilledWriter, itsLeftoversGoAtTheNextWrite) {
   EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }
 
-TEST_F(KilledWriter, theFileOfALivingWriterStays) {
+TEST_F(KilledWriter, TheFileOfALivingWriterStays) {
   StuckWriter writer(path);
   ASSERT_TRUE(waitForNames(1));
   ASSERT_FALSE(files.writeAtomically(path, "new"));
@@ -353,7 +353,7 @@ TEST_F(KilledWriter, theFileOfALivingWriterStays) {
   EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }
 
-TEST_F(KilledWriter, leftoversOfOtherFilesStay) {
+TEST_F(KilledWriter, LeftoversOfOtherFilesStay) {
   StuckWriter writer(directory / "Other.plist");
   ASSERT_TRUE(waitForNames(1));
   writer.kill();
@@ -367,7 +367,7 @@ TEST_F(KilledWriter, leftoversOfOtherFilesStay) {
                                                "Bookmarks.plist", "Other.plist"}));
 }
 
-TEST_F(AtomicWrite, namesLeftBehindAreNotUsed) {
+TEST_F(AtomicWrite, NamesLeftBehindAreNotUsed) {
   ASSERT_FALSE(files.writeAtomically(path, "old"));
   // What an earlier process with this process's number may have left behind.
   const std::size_t number = lastRenamed.rfind('-') + 1;

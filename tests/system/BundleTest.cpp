@@ -11,7 +11,7 @@
 namespace corvane {
 namespace {
 
-/// An installation in a fresh directory, with a framework under its own System/Library.
+// An installation in a fresh directory, with a framework under its own System/Library.
 class Bundles : public testing::Test {
  protected:
   Bundles() {
@@ -32,7 +32,7 @@ class Bundles : public testing::Test {
                            preferredLanguages("de_AT.UTF-8")};
 };
 
-TEST_F(Bundles, bundlesAroundTheRunningTool) {
+TEST_F(Bundles, AreFoundAroundTheRunningTool) {
   EXPECT_EQ(loader.ownBundle().path(), tool);
   const std::unique_ptr<Bundle> browser = loader.bundleWithIdentifier("com.keldra.Corvane");
   ASSERT_TRUE(browser);
@@ -40,7 +40,7 @@ TEST_F(Bundles, bundlesAroundTheRunningTool) {
   EXPECT_FALSE(loader.bundleWithIdentifier("com.keldra.Other"));
 }
 
-TEST_F(Bundles, outsideAnInstallation) {
+TEST_F(Bundles, AreFewerOutsideAnInstallation) {
   LinuxBundleLoader elsewhere(platform.files, root + "/tests/program", {"en"});
   EXPECT_EQ(elsewhere.ownBundle().path(), root + "/tests");
   EXPECT_FALSE(elsewhere.bundleWithIdentifier("com.keldra.Corvane"));
@@ -49,7 +49,7 @@ TEST_F(Bundles, outsideAnInstallation) {
   EXPECT_FALSE(otherName.bundleWithIdentifier("com.keldra.Corvane"));
 }
 
-TEST_F(Bundles, systemPathsAreLookedForInTheInstallationToo) {
+TEST_F(Bundles, SystemPathsAreLookedForInTheInstallationToo) {
   const std::string path = "/System/Library/PrivateFrameworks/CorvaneTestNuvolo/Nuvolo.framework";
   const std::unique_ptr<Bundle> bundle = loader.bundleWithPath(path);
   ASSERT_TRUE(bundle);
@@ -60,7 +60,7 @@ TEST_F(Bundles, systemPathsAreLookedForInTheInstallationToo) {
   EXPECT_TRUE(loader.bundleWithPath(framework));
 }
 
-TEST_F(Bundles, classesAndMethodsOfALoadedLibrary) {
+TEST_F(Bundles, ClassesAndMethodsAreThoseOfALoadedLibrary) {
   const std::unique_ptr<Bundle> bundle = loader.bundleWithPath(framework);
   ASSERT_TRUE(bundle);
   EXPECT_FALSE(bundle->hasClass("NuvoloClient")) << "not before it is loaded";
@@ -85,7 +85,7 @@ TEST_F(Bundles, classesAndMethodsOfALoadedLibrary) {
   dlclose(library);
 }
 
-TEST_F(Bundles, applicationsKeepTheirLibraryInContents) {
+TEST_F(Bundles, ApplicationsKeepTheirLibraryInContents) {
   platform.makeDirectories(root + "/App.app/Contents/Linux");
   std::filesystem::copy_file(CORVANE_TEST_FEED_AGENT, root + "/App.app/Contents/Linux/libApp.so");
   const std::unique_ptr<Bundle> bundle = loader.bundleWithPath(root + "/App.app");
@@ -93,7 +93,7 @@ TEST_F(Bundles, applicationsKeepTheirLibraryInContents) {
   EXPECT_TRUE(bundle->hasClass("NuvoloClient"));
 }
 
-TEST_F(Bundles, withoutAUsableLibrary) {
+TEST_F(Bundles, WithoutAUsableLibraryHaveNoClasses) {
   platform.makeDirectories(root + "/Empty.bundle");
   write(root + "/Broken.bundle/libBroken.so", "not a library");
   for (const char* name : {"/Empty.bundle", "/Broken.bundle"}) {
@@ -111,7 +111,7 @@ TEST_F(Bundles, withoutAUsableLibrary) {
   EXPECT_NE(platform.log.messages[0].find("file too short"), std::string::npos) << "the system's own cause";
 }
 
-TEST_F(Bundles, resources) {
+TEST_F(Bundles, ResourcesAreFilesOfTheBundle) {
   write(tool + "/Contents/Resources/CorvaneClientDescription.plist", "{}");
   write(framework + "/Resources/R.txt", "r");
   platform.makeDirectories(tool + "/Contents/Resources/Folder.plist");
@@ -122,7 +122,7 @@ TEST_F(Bundles, resources) {
   EXPECT_EQ(loader.bundleWithPath(framework)->resource("R", "txt"), framework + "/Resources/R.txt");
 }
 
-TEST_F(Bundles, localizedStrings) {
+TEST_F(Bundles, LocalizedStringsAreOfTheFirstLanguageThatHasThem) {
   const std::string resources = tool + "/Contents/Resources";
   write(resources + "/de_AT.lproj/Localizable.strings", "\"Only Austria\" = \"Servus\";\n");
   write(resources + "/de.lproj/Localizable.strings", "/* greeting */ \"Hello\" = \"Grüß Gott %@\";\n");
@@ -138,7 +138,7 @@ TEST_F(Bundles, localizedStrings) {
   EXPECT_EQ(own.localizedString("Nobody has this", kDefaultStringsTable), "Nobody has this");
 }
 
-TEST(Languages, ofALocaleName) {
+TEST(Languages, AreThoseThatALocaleNames) {
   using Names = std::vector<std::string>;
   EXPECT_EQ(preferredLanguages("de_DE.UTF-8@euro"), (Names{"de_DE", "de", "en"}));
   EXPECT_EQ(preferredLanguages("fr"), (Names{"fr", "en"}));
@@ -148,7 +148,7 @@ TEST(Languages, ofALocaleName) {
   }
 }
 
-TEST(Languages, ofTheEnvironment) {
+TEST(Languages, AreOfTheStrongestVariable) {
   const ScopedVariable all("LC_ALL", ""), messages("LC_MESSAGES", "fr_FR"), language("LANG", "de_DE");
   EXPECT_EQ(localeOfEnvironment(), "fr_FR");
   {
@@ -159,7 +159,7 @@ TEST(Languages, ofTheEnvironment) {
   EXPECT_EQ(localeOfEnvironment(), "de_DE");
 }
 
-TEST(FakeBundles, obeyTheContract) {
+TEST(FakeBundles, ObeyTheContract) {
   FakeBundles bundles;
   FakeBundle& declared = bundles.byPath["/B.bundle"];
   declared.classes = {"NuvoloClient"};

@@ -23,7 +23,7 @@ class ClockContract : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Clocks, ClockContract, testing::Bool(),
                          [](const auto& chosen) { return chosen.param ? "Manual" : "Linux"; });
 
-TEST_P(ClockContract, sleepTakesTime) {
+TEST_P(ClockContract, SleepTakesTime) {
   const Date before = clock().now();
   clock().sleep(0.02);
   clock().sleep(0);
@@ -31,14 +31,14 @@ TEST_P(ClockContract, sleepTakesTime) {
             0.0199);  // a double near today keeps a tenth of a microsecond
 }
 
-TEST(LinuxClock, countsFrom2001) {
+TEST(LinuxClock, CountsFrom2001) {
   const double expected =
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count() -
       978307200.0;
   EXPECT_LT(std::fabs(LinuxClock().now().seconds - expected), 3600.0);
 }
 
-TEST(LinuxClock, signalsDoNotCutSleepShort) {
+TEST(LinuxClock, SignalsDoNotCutSleepShort) {
   struct sigaction action {};
   struct sigaction before {};
   action.sa_handler = [](int) {};
@@ -54,7 +54,7 @@ TEST(LinuxClock, signalsDoNotCutSleepShort) {
   EXPECT_GE(slept, std::chrono::milliseconds(50));
 }
 
-TEST(ManualClock, remembersSleeps) {
+TEST(ManualClock, RemembersSleeps) {
   ManualClock clock;
   int calls = 0;
   clock.onSleep = [&] { ++calls; };

@@ -16,14 +16,14 @@ namespace {
 class DistributedLockTest : public testing::Test {
  protected:
   DistributedLock lock() { return DistributedLock::lockWithPath(path); }
-  /// A lock that has been looked at, and can be broken.
+  // A lock that has been looked at, and can be broken.
   DistributedLock judged() {
     DistributedLock result = lock();
     std::error_code error;
     EXPECT_TRUE(result.lockDate(error)) << error.message();
     return result;
   }
-  /// Another process breaks the lock and takes it.
+  // Another process breaks the lock and takes it.
   void anotherBreaksAndTakes() {
     std::filesystem::remove_all(path);
     ASSERT_FALSE(platform.realFiles.makeDirectory(path, 0700));
@@ -45,7 +45,7 @@ class DistributedLockTest : public testing::Test {
   std::string path = platform.process.temporary + "/com.keldra.Corvane.SyncClient.IsRunning";
 };
 
-/// The exception's name and reason; "" when none is raised.
+// The exception's name and reason; "" when none is raised.
 template <typename Work>
 std::string raisedBy(Work work) {
   try {
@@ -56,7 +56,7 @@ std::string raisedBy(Work work) {
   }
 }
 
-TEST_F(DistributedLockTest, oneHolderAtATime) {
+TEST_F(DistributedLockTest, HasOneHolderAtATime) {
   EXPECT_TRUE(lock().tryLock());
   EXPECT_FALSE(lock().tryLock());
   EXPECT_TRUE(std::filesystem::is_directory(path));
@@ -66,7 +66,7 @@ TEST_F(DistributedLockTest, oneHolderAtATime) {
   lock().unlock();
 }
 
-TEST_F(DistributedLockTest, excludesOtherProcesses) {
+TEST_F(DistributedLockTest, ExcludesOtherProcesses) {
   EXPECT_EQ(answerOfChild([&] { return lock().tryLock() ? "taken" : "refused"; }), "taken");
   EXPECT_FALSE(lock().tryLock()) << "the other process ended, its lock stands";
   lock().breakLock();
@@ -74,7 +74,7 @@ TEST_F(DistributedLockTest, excludesOtherProcesses) {
   EXPECT_EQ(answerOfChild([&] { return lock().tryLock() ? "taken" : "refused"; }), "refused");
 }
 
-TEST_F(DistributedLockTest, ofManyProcessesOneGetsIt) {
+TEST_F(DistributedLockTest, OfManyProcessesOneGetsIt) {
   // All children wait for the gate to open, then try at once.
   int gate[2], results[2];
   ASSERT_EQ(pipe(gate), 0);
@@ -99,7 +99,7 @@ TEST_F(DistributedLockTest, ofManyProcessesOneGetsIt) {
   EXPECT_EQ(std::count(answers.begin(), answers.end(), 'y'), 1);
 }
 
-TEST_F(DistributedLockTest, lockDateIsTheTimeOfTaking) {
+TEST_F(DistributedLockTest, LockDateIsTheTimeOfTaking) {
   std::error_code error;
   EXPECT_EQ(lock().lockDate(error), std::nullopt);
   EXPECT_EQ(error, std::errc::no_such_file_or_directory);
@@ -110,14 +110,14 @@ TEST_F(DistributedLockTest, lockDateIsTheTimeOfTaking) {
 }
 
 // A link that leads nowhere stands in the way like anything else, and has a date of its own.
-TEST_F(DistributedLockTest, aLinkToNothingIsALock) {
+TEST_F(DistributedLockTest, ALinkToNothingIsALock) {
   std::filesystem::create_symlink("nowhere", path);
   EXPECT_FALSE(lock().tryLock());
   judged().breakLock();
   EXPECT_TRUE(lock().tryLock());
 }
 
-TEST_F(DistributedLockTest, breakingRemovesWhateverStands) {
+TEST_F(DistributedLockTest, BreakingRemovesWhateverStands) {
   std::filesystem::create_directories(path + "/with/contents");
   lock().breakLock();
   EXPECT_FALSE(std::filesystem::exists(path));
@@ -129,7 +129,7 @@ TEST_F(DistributedLockTest, breakingRemovesWhateverStands) {
 }
 
 // Between the look and the break another breaks the lock and takes it: it is his.
-TEST_F(DistributedLockTest, breakingSparesWhatWasTakenSinceTheLook) {
+TEST_F(DistributedLockTest, BreakingSparesWhatWasTakenSinceTheLook) {
   ASSERT_TRUE(lock().tryLock());
   DistributedLock slower = judged();
   anotherBreaksAndTakes();
@@ -140,7 +140,7 @@ TEST_F(DistributedLockTest, breakingSparesWhatWasTakenSinceTheLook) {
 }
 
 // The same in the very last moment, by a program that knows of no holds: what was moved aside is put back.
-TEST_F(DistributedLockTest, whatIsAnothersIsPutBack) {
+TEST_F(DistributedLockTest, WhatIsAnothersIsPutBack) {
   ASSERT_TRUE(lock().tryLock());
   DistributedLock slower = judged();
   FileIdentity anothers;
@@ -156,7 +156,7 @@ TEST_F(DistributedLockTest, whatIsAnothersIsPutBack) {
 }
 
 // And a third one takes the lock before it is put back: the third one's is not replaced.
-TEST_F(DistributedLockTest, whatAThirdOneMadeMeanwhileIsNotReplaced) {
+TEST_F(DistributedLockTest, WhatAThirdOneMadeMeanwhileIsNotReplaced) {
   ASSERT_TRUE(lock().tryLock());
   DistributedLock slower = judged();
   FileIdentity thirds;
@@ -171,7 +171,7 @@ TEST_F(DistributedLockTest, whatAThirdOneMadeMeanwhileIsNotReplaced) {
 }
 
 // What is gone, whenever it goes, counts as broken.
-TEST_F(DistributedLockTest, breakingWhatIsGoneIsDone) {
+TEST_F(DistributedLockTest, BreakingWhatIsGoneIsDone) {
   for (const FileOperation operation :
        {FileOperation::hold, FileOperation::moveAside, FileOperation::remove}) {
     ASSERT_TRUE(lock().tryLock());
@@ -183,7 +183,7 @@ TEST_F(DistributedLockTest, breakingWhatIsGoneIsDone) {
 }
 
 // Those who break a lock hold on to it, so that each sees what the other has made of it.
-TEST_F(DistributedLockTest, removingHasAHoldOnTheLock) {
+TEST_F(DistributedLockTest, RemovingHasAHoldOnTheLock) {
   DistributedLock mine = lock();
   ASSERT_TRUE(mine.tryLock());
   int held = 0;
@@ -194,7 +194,7 @@ TEST_F(DistributedLockTest, removingHasAHoldOnTheLock) {
   EXPECT_EQ(held, 1);
 }
 
-TEST_F(DistributedLockTest, aLockPathThatCannotBeRemoved) {
+TEST_F(DistributedLockTest, ALockThatCannotBeRemovedStandsAndIsReported) {
   DistributedLock mine = lock();
   ASSERT_TRUE(mine.tryLock());
   for (const FileOperation operation : {FileOperation::remove, FileOperation::moveAside}) {
@@ -208,13 +208,13 @@ TEST_F(DistributedLockTest, aLockPathThatCannotBeRemoved) {
   }
 }
 
-TEST_F(DistributedLockTest, unlockingALockThatIsGoneIsNoError) {
+TEST_F(DistributedLockTest, UnlockingALockThatIsGoneIsNoError) {
   EXPECT_EQ(lock().unlock(), std::nullopt);
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 // Whatever was done to the directory meanwhile, it is given up.
-TEST_F(DistributedLockTest, aLockThatWasTouchedOrHoldsAFileIsGivenUp) {
+TEST_F(DistributedLockTest, ALockThatWasTouchedOrHoldsAFileIsGivenUp) {
   DistributedLock mine = lock();
   ASSERT_TRUE(mine.tryLock());
   ASSERT_FALSE(platform.realFiles.write(path + "/.nfs0001", "somebody's"));
@@ -224,7 +224,7 @@ TEST_F(DistributedLockTest, aLockThatWasTouchedOrHoldsAFileIsGivenUp) {
 }
 
 // A lock is told by what it is: a successor's with the very same date and inode number is the successor's.
-TEST_F(DistributedLockTest, aLockThatAnotherBrokeAndTookIsHis) {
+TEST_F(DistributedLockTest, ALockThatAnotherBrokeAndTookIsHis) {
   DistributedLock first = lock();
   ASSERT_TRUE(first.tryLock());
   std::error_code error;
@@ -240,7 +240,7 @@ TEST_F(DistributedLockTest, aLockThatAnotherBrokeAndTookIsHis) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(DistributedLockTest, aLockTakenAgainIsGivenUp) {
+TEST_F(DistributedLockTest, ALockTakenAgainIsGivenUp) {
   DistributedLock mine = lock();
   ASSERT_TRUE(mine.tryLock());
   lock().breakLock();
@@ -250,7 +250,7 @@ TEST_F(DistributedLockTest, aLockTakenAgainIsGivenUp) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(DistributedLockTest, aLockThatCouldNotBeToldIsGivenUp) {
+TEST_F(DistributedLockTest, ALockThatCouldNotBeLookedAtIsGivenUp) {
   DistributedLock mine = lock();
   platform.files.fail(FileOperation::ownAttributes, 1, std::errc::io_error);
   ASSERT_TRUE(mine.tryLock());
@@ -258,7 +258,7 @@ TEST_F(DistributedLockTest, aLockThatCouldNotBeToldIsGivenUp) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(DistributedLockTest, takingItWhereNothingCanBeMade) {
+TEST_F(DistributedLockTest, TakingItRaisesWhereNothingCanBeMade) {
   std::filesystem::remove(platform.process.temporary);
   EXPECT_EQ(raisedBy([&] { lock().tryLock(); }),
             "NSObjectNotAvailableException: Can't take lock " + path + ": No such file or directory");

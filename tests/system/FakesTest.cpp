@@ -9,7 +9,7 @@
 namespace corvane {
 namespace {
 
-TEST(ForwardingFileSystem, failsTheNthOperationFromNow) {
+TEST(ForwardingFileSystem, FailsTheNthOperationFromNow) {
   FakePlatform platform;
   const std::string path = platform.directory / "f";
   ASSERT_FALSE(platform.files.write(path, "0"));
@@ -24,7 +24,7 @@ TEST(ForwardingFileSystem, failsTheNthOperationFromNow) {
   EXPECT_EQ(platform.files.mutationCount(), 4);
 }
 
-TEST(ForwardingFileSystem, hooksComeBeforeTheOperation) {
+TEST(ForwardingFileSystem, HooksComeBeforeTheOperation) {
   FakePlatform platform;
   const std::string path = platform.directory / "f";
   platform.files.before(FileOperation::read, 1,
@@ -37,7 +37,7 @@ TEST(ForwardingFileSystem, hooksComeBeforeTheOperation) {
   EXPECT_TRUE(std::filesystem::exists(path));
 }
 
-TEST(ForwardingFileSystem, interceptsByPathAndHeals) {
+TEST(ForwardingFileSystem, InterceptsByPathAndHeals) {
   FakePlatform platform;
   platform.files.intercept = [](const ForwardingFileSystem::Call& call) {
     return call.path.ends_with("bad") ? std::make_error_code(std::errc::io_error) : std::error_code();
@@ -50,7 +50,7 @@ TEST(ForwardingFileSystem, interceptsByPathAndHeals) {
   EXPECT_FALSE(platform.files.write(platform.directory / "bad", ""));
 }
 
-TEST(FakePlatform, isCurrentAndInner) {
+TEST(FakePlatform, IsCurrentUntilAnInnerOneIs) {
   FakePlatform outer;
   EXPECT_EQ(&Platform::current().files, &outer.files);
   {
@@ -62,7 +62,7 @@ TEST(FakePlatform, isCurrentAndInner) {
   EXPECT_TRUE(std::filesystem::is_directory(outer.process.temporaryDirectory()));
 }
 
-TEST(StrictPlatform, failsOnUndeclaredAndOnMissingMessages) {
+TEST(StrictPlatform, FailsOnUndeclaredAndOnMissingMessages) {
   EXPECT_NONFATAL_FAILURE(
       {
         StrictPlatform platform;
@@ -81,7 +81,7 @@ TEST(StrictPlatform, failsOnUndeclaredAndOnMissingMessages) {
   platform.log.write(SystemLog::Kind::diagnostic, "traces need no declaration");
 }
 
-TEST(RecordingNotifications, failureIsAnsweredAndNothingPosted) {
+TEST(RecordingNotifications, AFailureIsAnsweredAndNothingIsPosted) {
   RecordingNotifications notifications;
   EXPECT_EQ(notifications.post("name", "object"), std::nullopt);
   notifications.failure = "no bus";

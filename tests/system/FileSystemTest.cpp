@@ -16,7 +16,7 @@
 namespace corvane {
 namespace {
 
-/// What every file system promises: the real one, and the forwarding one that tests use in its place.
+// What every file system promises: the real one, and the forwarding one that tests use in its place.
 class FileSystemContract : public testing::TestWithParam<bool> {
  protected:
   FileSystem& files() { return GetParam() ? static_cast<FileSystem&>(_forwarding) : _linux; }
@@ -50,7 +50,7 @@ class FileSystemContract : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Files, FileSystemContract, testing::Bool(),
                          [](const auto& chosen) { return chosen.param ? "Forwarding" : "Linux"; });
 
-TEST_P(FileSystemContract, writesAndReadsAnyBytes) {
+TEST_P(FileSystemContract, WritesAndReadsAnyBytes) {
   const std::string bytes("a\0b\n\xff", 5);
   ASSERT_FALSE(files().write(directory / "f", bytes));
   EXPECT_EQ(contents(directory / "f"), bytes);
@@ -61,11 +61,11 @@ TEST_P(FileSystemContract, writesAndReadsAnyBytes) {
   EXPECT_EQ(contents(directory / "f"), large);
 }
 
-TEST_P(FileSystemContract, readsFilesWhoseSizeIsNotToldBeforehand) {
+TEST_P(FileSystemContract, ReadsFilesWhoseSizeIsNotKnownBeforehand) {
   EXPECT_NE(contents("/proc/self/mountinfo"), "");
 }
 
-TEST_P(FileSystemContract, tellsWhyItCannotRead) {
+TEST_P(FileSystemContract, SaysWhyItCannotRead) {
   ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
   std::string bytes = "untouched";
   EXPECT_EQ(files().read(directory / "none", bytes), std::errc::no_such_file_or_directory);
@@ -76,7 +76,7 @@ TEST_P(FileSystemContract, tellsWhyItCannotRead) {
 }
 
 // Two GiB and one byte, none of them on disk.
-TEST_P(FileSystemContract, refusesToReadHugeFiles) {
+TEST_P(FileSystemContract, RefusesToReadHugeFiles) {
   ASSERT_FALSE(files().write(directory / "huge", ""));
   std::filesystem::resize_file(directory / "huge", (std::uintmax_t{2} << 30) + 1);
   std::string bytes = "untouched";
@@ -84,13 +84,13 @@ TEST_P(FileSystemContract, refusesToReadHugeFiles) {
   EXPECT_EQ(bytes, "untouched");
 }
 
-TEST_P(FileSystemContract, attributesIfKnown) {
+TEST_P(FileSystemContract, AttributesThatAreNotKnownAreAbsent) {
   ASSERT_FALSE(files().write(directory / "f", ""));
   EXPECT_EQ(files().attributesIfKnown(directory / "f")->kind, FileKind::regular);
   EXPECT_FALSE(files().attributesIfKnown(directory / "none"));
 }
 
-TEST_P(FileSystemContract, attributes) {
+TEST_P(FileSystemContract, AttributesAreThoseOfWhatALinkLeadsTo) {
   ASSERT_FALSE(files().write(directory / "f", "12345"));
   ASSERT_EQ(symlink("f", (directory / "link").c_str()), 0);
   ASSERT_EQ(symlink("none", (directory / "dangling").c_str()), 0);
@@ -106,7 +106,7 @@ TEST_P(FileSystemContract, attributes) {
   EXPECT_FALSE(error);
 }
 
-TEST_P(FileSystemContract, datesKeepTheirFractionsBothWays) {
+TEST_P(FileSystemContract, DatesKeepTheirFractionsBothWays) {
   ASSERT_FALSE(files().write(directory / "f", ""));
   const double dates[] = {0.0,  1000.0,         800'000'000.125,  800'000'000.1234567, 817'000'123.000000119,
                           -0.5, -978'307'200.0, -1'000'000'000.25};
@@ -116,14 +116,14 @@ TEST_P(FileSystemContract, datesKeepTheirFractionsBothWays) {
   }
 }
 
-TEST_P(FileSystemContract, makesOneDirectoryOnce) {
+TEST_P(FileSystemContract, MakesOneDirectoryOnce) {
   EXPECT_FALSE(files().makeDirectory(directory / "d", 0700));
   EXPECT_EQ(modeOf(directory / "d"), 0700u);
   EXPECT_EQ(files().makeDirectory(directory / "d", 0700), std::errc::file_exists);
   EXPECT_EQ(files().makeDirectory(directory / "x/y", 0700), std::errc::no_such_file_or_directory);
 }
 
-TEST_P(FileSystemContract, symbolicLinkDestinations) {
+TEST_P(FileSystemContract, SymbolicLinkDestinationIsWhatTheLinkHolds) {
   const std::string longTarget(2000, 't');
   ASSERT_EQ(symlink(longTarget.c_str(), (directory / "long").c_str()), 0);
   ASSERT_FALSE(files().write(directory / "f", ""));
@@ -132,7 +132,7 @@ TEST_P(FileSystemContract, symbolicLinkDestinations) {
   EXPECT_EQ(files().symbolicLinkDestination(directory / "none"), std::nullopt);
 }
 
-TEST_P(FileSystemContract, renameReplaces) {
+TEST_P(FileSystemContract, RenameReplaces) {
   ASSERT_FALSE(files().write(directory / "a", "new"));
   ASSERT_FALSE(files().write(directory / "b", "old"));
   EXPECT_FALSE(files().rename(directory / "a", directory / "b"));
@@ -141,7 +141,7 @@ TEST_P(FileSystemContract, renameReplaces) {
   EXPECT_EQ(files().rename(directory / "a", directory / "b"), std::errc::no_such_file_or_directory);
 }
 
-TEST_P(FileSystemContract, renameWithoutReplacingReplacesNothing) {
+TEST_P(FileSystemContract, RenameWithoutReplacingReplacesNothing) {
   ASSERT_FALSE(files().write(directory / "a", "new"));
   ASSERT_FALSE(files().write(directory / "b", "old"));
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
@@ -158,7 +158,7 @@ TEST_P(FileSystemContract, renameWithoutReplacingReplacesNothing) {
   EXPECT_EQ(listed(), (std::vector<std::string>{"b", "c", "e", "link"}));
 }
 
-TEST_P(FileSystemContract, ownAttributesAreThoseOfTheLink) {
+TEST_P(FileSystemContract, OwnAttributesAreThoseOfTheLink) {
   ASSERT_EQ(symlink("none", (directory / "link").c_str()), 0);
   std::error_code error;
   const std::optional<FileAttributes> link = files().ownAttributes(directory / "link", error);
@@ -170,7 +170,7 @@ TEST_P(FileSystemContract, ownAttributesAreThoseOfTheLink) {
 
 // A directory keeps its identity whatever is done to it, and one made in its place has another, though it
 // gets the same inode number at once.
-TEST_P(FileSystemContract, identityTellsADirectoryFromItsSuccessor) {
+TEST_P(FileSystemContract, ADirectoryAndItsSuccessorDifferInIdentity) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
   const FileIdentity first = attributesOf(directory / "d").identity;
   ASSERT_FALSE(files().write(directory / "d/f", ""));
@@ -182,7 +182,7 @@ TEST_P(FileSystemContract, identityTellsADirectoryFromItsSuccessor) {
   EXPECT_NE(attributesOf(directory / "d").identity, first);
 }
 
-TEST_P(FileSystemContract, movesAsideToANameOfItsOwn) {
+TEST_P(FileSystemContract, MovesAsideToANameOfItsOwn) {
   std::vector<std::string> asides(3);
   for (std::string& aside : asides) {
     ASSERT_FALSE(files().makeDirectory(directory / "lock", 0700));
@@ -195,7 +195,7 @@ TEST_P(FileSystemContract, movesAsideToANameOfItsOwn) {
 }
 
 // What a killed process had moved aside goes when the next one moves something aside, contents and all.
-TEST_P(FileSystemContract, whatAKilledProcessMovedAsideGoesTheNextTime) {
+TEST_P(FileSystemContract, WhatAKilledProcessMovedAsideGoesTheNextTime) {
   ASSERT_FALSE(files().makeDirectory(directory / "lock", 0700));
   ASSERT_FALSE(files().write(directory / "lock/details.plist", "details"));
   const std::string left = answerOfChild([this] {
@@ -210,7 +210,7 @@ TEST_P(FileSystemContract, whatAKilledProcessMovedAsideGoesTheNextTime) {
   EXPECT_FALSE(files().attributesIfKnown(left));
 }
 
-TEST_P(FileSystemContract, holdKeepsOthersOutUntilItIsDropped) {
+TEST_P(FileSystemContract, HoldKeepsOthersOutUntilItIsDropped) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
   std::unique_ptr<FileSystem::Hold> first = hold(directory / "d");
   ASSERT_TRUE(first);
@@ -227,7 +227,7 @@ TEST_P(FileSystemContract, holdKeepsOthersOutUntilItIsDropped) {
 }
 
 // Whoever waits for a hold on what stands at a path gets one on what stands there then.
-TEST_P(FileSystemContract, holdIsOnWhatStandsThereInTheEnd) {
+TEST_P(FileSystemContract, HoldIsOnWhatStandsThereInTheEnd) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
   std::unique_ptr<FileSystem::Hold> first = hold(directory / "d");
   std::thread other([&] {
@@ -243,7 +243,7 @@ TEST_P(FileSystemContract, holdIsOnWhatStandsThereInTheEnd) {
 }
 
 // A process that ends, however it ends, gives its hold up.
-TEST_P(FileSystemContract, holdGoesWithItsProcess) {
+TEST_P(FileSystemContract, HoldGoesWithItsProcess) {
   ASSERT_FALSE(files().makeDirectory(directory / "d", 0700));
   EXPECT_EQ(answerOfChild([this] {
               const auto held = hold(directory / "d");
@@ -254,7 +254,7 @@ TEST_P(FileSystemContract, holdGoesWithItsProcess) {
   EXPECT_TRUE(hold(directory / "d"));
 }
 
-TEST_P(FileSystemContract, copyKeepsContentsAndMode) {
+TEST_P(FileSystemContract, CopyKeepsContentsAndMode) {
   ASSERT_FALSE(files().write(directory / "a", "text"));
   ASSERT_EQ(chmod((directory / "a").c_str(), 0604), 0);
   EXPECT_FALSE(files().copy(directory / "a", directory / "b"));
@@ -266,14 +266,14 @@ TEST_P(FileSystemContract, copyKeepsContentsAndMode) {
   EXPECT_EQ(listed(), (std::vector<std::string>{"a", "b"}));
 }
 
-TEST_P(FileSystemContract, writesAtomically) {
+TEST_P(FileSystemContract, WritesAtomically) {
   EXPECT_FALSE(files().writeAtomically(directory / "f", "one"));
   EXPECT_FALSE(files().writeAtomically(directory / "f", "two"));
   EXPECT_EQ(contents(directory / "f"), "two");
   EXPECT_EQ(listed(), std::vector<std::string>{"f"});
 }
 
-TEST_P(FileSystemContract, writesNewFilesAtomicallyAndReplacesNothing) {
+TEST_P(FileSystemContract, WritesNewFilesAtomicallyAndReplacesNothing) {
   EXPECT_FALSE(files().writeNewAtomically(directory / "f", "one"));
   EXPECT_EQ(files().writeNewAtomically(directory / "f", "two"), std::errc::file_exists);
   EXPECT_EQ(contents(directory / "f"), "one");
@@ -282,7 +282,7 @@ TEST_P(FileSystemContract, writesNewFilesAtomicallyAndReplacesNothing) {
   EXPECT_EQ(listed(), (std::vector<std::string>{"d", "f"}));
 }
 
-TEST_P(FileSystemContract, volumeOfAnExistingPath) {
+TEST_P(FileSystemContract, WhatExistsHasAVolume) {
   const std::optional<FileSystem::Volume> volume = files().volume(directory.path());
   ASSERT_TRUE(volume);
   EXPECT_TRUE(directory.path().starts_with(volume->mountPoint)) << volume->mountPoint;

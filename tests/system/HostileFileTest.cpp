@@ -15,8 +15,8 @@
 
 namespace {
 
-off_t claimedSize = -1;                                     ///< of every file, unless negative
-std::size_t largestAllowed = static_cast<std::size_t>(-1);  ///< bytes of an allocation
+off_t claimedSize = -1;                                     // of every file, unless negative
+std::size_t largestAllowed = static_cast<std::size_t>(-1);  // bytes of an allocation
 std::size_t largestSeen = 0;
 
 }  // namespace
@@ -56,7 +56,7 @@ class HostileFile : public testing::Test {
   std::string bytes = "untouched";
 };
 
-TEST_F(HostileFile, memoryGrowsWithWhatCameAndNotWithWhatWasClaimed) {
+TEST_F(HostileFile, MemoryGrowsWithWhatCameAndNotWithWhatWasClaimed) {
   ASSERT_FALSE(files.write(directory / "f", "small"));
   claimedSize = off_t{2} << 30;
   EXPECT_FALSE(read());
@@ -64,14 +64,14 @@ TEST_F(HostileFile, memoryGrowsWithWhatCameAndNotWithWhatWasClaimed) {
   EXPECT_LT(largestSeen, std::size_t{100} << 20);
 }
 
-TEST_F(HostileFile, aClaimBeyondAnyMemoryIsTooLarge) {
+TEST_F(HostileFile, AClaimBeyondAnyMemoryIsTooLarge) {
   ASSERT_FALSE(files.write(directory / "f", "small"));
   claimedSize = std::numeric_limits<off_t>::max();
   EXPECT_EQ(read(), std::errc::file_too_large);
   EXPECT_EQ(bytes, "untouched");
 }
 
-TEST_F(HostileFile, moreThanWasClaimedIsReadToo) {
+TEST_F(HostileFile, MoreThanWasClaimedIsReadToo) {
   const std::string large(3'000'000, 'x');
   ASSERT_FALSE(files.write(directory / "f", large));
   for (const off_t claimed : {0, 1, 2'999'999, 3'000'000, 3'000'001, 5'000'000}) {
@@ -81,7 +81,7 @@ TEST_F(HostileFile, moreThanWasClaimedIsReadToo) {
   }
 }
 
-TEST_F(HostileFile, memoryThatDoesNotSufficeIsAnError) {
+TEST_F(HostileFile, MemoryThatDoesNotSufficeIsAnError) {
   ASSERT_FALSE(files.write(directory / "f", std::string(3'000'000, 'x')));
   largestAllowed = 2'000'000;
   const std::error_code error = read();

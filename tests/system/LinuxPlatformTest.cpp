@@ -8,7 +8,7 @@
 namespace corvane {
 namespace {
 
-TEST(LinuxPlatform, gathersTheRealServices) {
+TEST(LinuxPlatform, GathersTheRealServices) {
   Platform& platform = linuxPlatform();
   EXPECT_EQ(&platform, &linuxPlatform());
   EXPECT_EQ(platform.process.processId(), getpid());

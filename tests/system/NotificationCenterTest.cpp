@@ -18,7 +18,7 @@
 namespace corvane {
 namespace {
 
-/// A message bus of the test's own, ended when the object goes.
+// A message bus of the test's own, ended when the object goes.
 class PrivateBus {
  public:
   explicit PrivateBus(const std::string& socketPath) : address("unix:path=" + socketPath) {
@@ -70,7 +70,7 @@ int keepSignal(sd_bus_message* message, void* context, sd_bus_error*) {
   return 0;
 }
 
-/// A listener on the bus, subscribed once the constructor is done.
+// A listener on the bus, subscribed once the constructor is done.
 class Listener {
  public:
   Listener() {
@@ -81,7 +81,7 @@ class Listener {
                                   nullptr, nullptr, &keepSignal, &_received),
               0);
   }
-  /// Waits until `count` signals have come, for half a minute at most.
+  // Waits until `count` signals have come, for half a minute at most.
   std::vector<Received> wait(std::size_t count) {
     while (_received.size() < count) {
       const int processed = sd_bus_process(_bus.get(), nullptr);
@@ -99,7 +99,7 @@ class Listener {
   std::vector<Received> _received;
 };
 
-TEST(SdBusNotificationCenter, aListenerReceivesTheSignals) {
+TEST(SdBusNotificationCenter, AListenerReceivesTheSignals) {
   TemporaryDirectory directory;
   const PrivateBus bus(directory / "bus");
   ASSERT_TRUE(bus.isReady);
@@ -116,7 +116,7 @@ TEST(SdBusNotificationCenter, aListenerReceivesTheSignals) {
   EXPECT_EQ(listener.wait(2), expected);
 }
 
-TEST(SdBusNotificationCenter, textThatNoBusCarriesIsAnswered) {
+TEST(SdBusNotificationCenter, TextThatNoBusCarriesIsAnswered) {
   TemporaryDirectory directory;
   const PrivateBus bus(directory / "bus");
   ASSERT_TRUE(bus.isReady);
@@ -124,7 +124,7 @@ TEST(SdBusNotificationCenter, textThatNoBusCarriesIsAnswered) {
   EXPECT_EQ(SdBusNotificationCenter().post("name", "\xff"), "cannot build the signal: Invalid argument");
 }
 
-TEST(SdBusNotificationCenter, noBusIsAnswered) {
+TEST(SdBusNotificationCenter, AMissingBusIsAnswered) {
   TemporaryDirectory directory;
   {
     const ScopedVariable address("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (directory / "none"));
@@ -137,7 +137,7 @@ TEST(SdBusNotificationCenter, noBusIsAnswered) {
   EXPECT_TRUE(reason->starts_with("no session bus: ")) << *reason;
 }
 
-TEST(SdBusNotificationCenter, aBusThatNeverAnswersIsGivenUp) {
+TEST(SdBusNotificationCenter, ABusThatNeverAnswersIsGivenUp) {
   TemporaryDirectory directory;
   const std::string path = directory / "dead";
   const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -6,7 +6,7 @@
 namespace corvane {
 namespace {
 
-TEST(Paths, joined) {
+TEST(Paths, AreJoinedWithOneSlash) {
   struct Row {
     const char* directory;
     const char* name;
@@ -21,13 +21,13 @@ TEST(Paths, joined) {
   }
 }
 
-TEST(Paths, withoutTrailingSlashes) {
+TEST(Paths, LoseTheirTrailingSlashes) {
   const std::pair<const char*, const char*> rows[] = {
       {"/a/b//", "/a/b"}, {"/a", "/a"}, {"//", "/"}, {"", ""}};
   for (const auto& [path, expected] : rows) EXPECT_EQ(withoutTrailingSlashes(path), expected) << path;
 }
 
-TEST(Paths, standardized) {
+TEST(Paths, AreStandardizedByTextAlone) {
   struct Row {
     const char* path;
     const char* expected;
@@ -56,7 +56,7 @@ TEST(Paths, standardized) {
   for (const Row& row : rows) EXPECT_EQ(standardizedPath(row.path, "/home/u/"), row.expected) << row.path;
 }
 
-TEST(Paths, resolvesOneLevelOfALink) {
+TEST(Paths, AreResolvedThroughOneLevelOfALink) {
   FakePlatform platform;
   LinuxFileSystem files;
   const std::string base = platform.directory.path();

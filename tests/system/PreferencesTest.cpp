@@ -9,8 +9,8 @@
 namespace corvane {
 namespace {
 
-/// What every preferences store promises: the one of property-list files, and the one that tests use in its
-/// place.
+// What every preferences store promises: the one of property-list files, and the one that tests use in its
+// place.
 class PreferencesContract : public testing::TestWithParam<bool> {
  protected:
   PreferencesContract() { _platform.makeDirectories(_platform.process.home + "/Library/Preferences"); }
@@ -37,7 +37,7 @@ class PreferencesContract : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Stores, PreferencesContract, testing::Bool(),
                          [](const auto& chosen) { return chosen.param ? "Memory" : "PropertyLists"; });
 
-TEST_P(PreferencesContract, values) {
+TEST_P(PreferencesContract, AValueIsThatOfItsDomainAndKey) {
   EXPECT_EQ(preferences().value("com.keldra.Corvane", "SCLog"), std::nullopt);
   set("com.keldra.Corvane", {{"SCLog", "YES"}, {"Number", 7}});
   EXPECT_EQ(preferences().value("com.keldra.Corvane", "SCLog"), Value("YES"));
@@ -46,7 +46,7 @@ TEST_P(PreferencesContract, values) {
   EXPECT_EQ(preferences().value("com.keldra.Other", "SCLog"), std::nullopt);
 }
 
-TEST_P(PreferencesContract, userDefaultsAreSearchedInTheirOrder) {
+TEST_P(PreferencesContract, UserDefaultsAreSearchedInTheirOrder) {
   EXPECT_FALSE(preferences().booleanUserDefault("Key"));  // absent reads as false
   set(".GlobalPreferences", {{"Key", true}});
   EXPECT_TRUE(preferences().booleanUserDefault("Key"));
@@ -58,7 +58,7 @@ TEST_P(PreferencesContract, userDefaultsAreSearchedInTheirOrder) {
   EXPECT_FALSE(preferences().booleanUserDefault("Elsewhere"));
 }
 
-TEST(Preferences, whatReadsAsTrue) {
+TEST(Preferences, TrueTextsAndNumbersOtherThanZeroReadAsTrue) {
   for (const Value& value : {Value(true), Value(1), Value(-3), Value(0.5), Value("YES"), Value("yes"),
                              Value("True"), Value("1"), Value("-2"), Value("+4"), Value("0.1")}) {
     EXPECT_TRUE(readsAsTrue(value)) << description(value);
@@ -83,14 +83,14 @@ class PropertyListPreferencesFiles : public testing::Test {
   std::string path = platform.process.home + "/Library/Preferences/d.plist";
 };
 
-TEST_F(PropertyListPreferencesFiles, anyFlavour) {
+TEST_F(PropertyListPreferencesFiles, AreReadInAnyFlavour) {
   const Dictionary values{{"Key", "text"}};
   EXPECT_EQ(valueFrom(writeBinaryPropertyList(values)), Value("text"));
   EXPECT_EQ(valueFrom(writeXmlPropertyList(values)), Value("text"));
   EXPECT_EQ(valueFrom("{ Key = text; }"), Value("text"));
 }
 
-TEST_F(PropertyListPreferencesFiles, aUserWithoutAHomeHasNone) {
+TEST_F(PropertyListPreferencesFiles, AUserWithoutAHomeHasNone) {
   struct Homeless : FakeProcessInfo {
     std::string homeDirectory() override {
       throw PlatformException(NSObjectNotAvailableException, "no home");
@@ -101,7 +101,7 @@ TEST_F(PropertyListPreferencesFiles, aUserWithoutAHomeHasNone) {
   EXPECT_FALSE(preferences.booleanUserDefault("Key"));
 }
 
-TEST_F(PropertyListPreferencesFiles, anUnreadableFileCountsAsAbsent) {
+TEST_F(PropertyListPreferencesFiles, AnUnreadableFileCountsAsAbsent) {
   EXPECT_EQ(valueFrom(""), std::nullopt);
   EXPECT_EQ(valueFrom("bplist00 and then nothing"), std::nullopt);
   EXPECT_EQ(valueFrom("{ Key = "), std::nullopt);

@@ -16,7 +16,7 @@
 namespace corvane {
 namespace {
 
-TEST(ProcessInfo, ownProcessIsAlive) {
+TEST(ProcessInfo, OwnProcessIsAlive) {
   LinuxProcessInfo real;
   FakeProcessInfo fake;
   for (ProcessInfo* process : std::initializer_list<ProcessInfo*>{&real, &fake}) {
@@ -27,7 +27,7 @@ TEST(ProcessInfo, ownProcessIsAlive) {
   }
 }
 
-TEST(ProcessInfo, anEndedProcessIsGone) {
+TEST(ProcessInfo, AnEndedProcessIsGone) {
   const pid_t child = fork();
   if (child == 0) _exit(0);
   LinuxProcessInfo process;
@@ -36,7 +36,7 @@ TEST(ProcessInfo, anEndedProcessIsGone) {
   EXPECT_EQ(process.liveness(child), ProcessInfo::Liveness::gone);
 }
 
-TEST(ProcessInfo, namesAreTheSystems) {
+TEST(ProcessInfo, NamesAreTheSystems) {
   LinuxProcessInfo process;
   char host[256] = {};
   ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
@@ -47,7 +47,7 @@ TEST(ProcessInfo, namesAreTheSystems) {
   EXPECT_EQ(process.userName(), entry ? entry->pw_name : std::to_string(geteuid()));
 }
 
-TEST(ProcessInfo, fullNameFromTheAccountsComment) {
+TEST(ProcessInfo, FullNameComesFromTheAccountsComment) {
   struct Row {
     const char* comment;
     const char* expected;
@@ -63,7 +63,7 @@ TEST(ProcessInfo, fullNameFromTheAccountsComment) {
   for (const Row& row : rows) EXPECT_EQ(fullNameFromComment(row.comment, "ada"), row.expected) << row.comment;
 }
 
-TEST(ProcessInfo, homeDirectory) {
+TEST(ProcessInfo, HomeDirectoryIsTheVariablesElseTheAccounts) {
   LinuxProcessInfo process;
   {
     const ScopedVariable home("HOME", "/some/home//");
@@ -85,7 +85,7 @@ TEST(ProcessInfo, homeDirectory) {
 
 class TemporaryDirectoryRules : public testing::Test {
  protected:
-  /// What is answered with these variables; the exception's text when one is raised.
+  // What is answered with these variables; the exception's text when one is raised.
   std::string answer(const std::optional<std::string>& tmpdir, const std::optional<std::string>& runtime) {
     const ScopedVariable first("TMPDIR", tmpdir);
     const ScopedVariable second("XDG_RUNTIME_DIR", runtime);
@@ -101,7 +101,7 @@ class TemporaryDirectoryRules : public testing::Test {
   std::string own = shared / ("corvane-" + std::to_string(geteuid()));
 };
 
-TEST_F(TemporaryDirectoryRules, variablesInTheirOrder) {
+TEST_F(TemporaryDirectoryRules, VariablesCountInTheirOrder) {
   EXPECT_EQ(answer(one.path() + "/", two.path()), one.path());
   EXPECT_EQ(answer(std::nullopt, two.path()), two.path());
   EXPECT_EQ(answer("", two.path()), two.path());
@@ -110,7 +110,7 @@ TEST_F(TemporaryDirectoryRules, variablesInTheirOrder) {
   EXPECT_FALSE(std::filesystem::exists(own));
 }
 
-TEST_F(TemporaryDirectoryRules, madeForTheUserAlone) {
+TEST_F(TemporaryDirectoryRules, IsMadeForTheUserAlone) {
   const mode_t before = umask(0277);
   EXPECT_EQ(answer(std::nullopt, std::nullopt), own);
   umask(before);
@@ -121,7 +121,7 @@ TEST_F(TemporaryDirectoryRules, madeForTheUserAlone) {
   EXPECT_EQ(answer(std::nullopt, std::nullopt), own) << "a second time";
 }
 
-TEST_F(TemporaryDirectoryRules, anOwnDirectoryOpenToOthersIsClosed) {
+TEST_F(TemporaryDirectoryRules, AnOwnDirectoryOpenToOthersIsClosed) {
   ASSERT_EQ(mkdir(own.c_str(), 0777), 0);
   ASSERT_EQ(chmod(own.c_str(), 0777), 0);
   EXPECT_EQ(answer(std::nullopt, std::nullopt), own);
@@ -130,13 +130,13 @@ TEST_F(TemporaryDirectoryRules, anOwnDirectoryOpenToOthersIsClosed) {
   EXPECT_EQ(status.st_mode & 07777, 0700u);
 }
 
-TEST_F(TemporaryDirectoryRules, aLinkIsRefused) {
+TEST_F(TemporaryDirectoryRules, ALinkIsRefused) {
   ASSERT_EQ(symlink(one.path().c_str(), own.c_str()), 0);
   EXPECT_EQ(answer(std::nullopt, std::nullopt),
             "Can't use temporary directory " + own + ": it is not a directory");
 }
 
-TEST_F(TemporaryDirectoryRules, whatCannotBeMadeIsRefused) {
+TEST_F(TemporaryDirectoryRules, WhatCannotBeMadeIsRefused) {
   std::filesystem::remove(shared.path());
   EXPECT_EQ(answer(std::nullopt, std::nullopt),
             "Can't use temporary directory " + own + ": No such file or directory");

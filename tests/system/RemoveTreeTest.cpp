@@ -16,7 +16,7 @@ bool exists(const std::string& path) {
   return std::filesystem::exists(std::filesystem::symlink_status(path));
 }
 
-TEST(Remove, filesDirectoriesAndTrees) {
+TEST(Remove, TakesFilesDirectoriesAndTrees) {
   TemporaryDirectory directory;
   LinuxFileSystem files;
   std::filesystem::create_directories(directory / "tree/a/b");
@@ -32,7 +32,7 @@ TEST(Remove, filesDirectoriesAndTrees) {
   EXPECT_EQ(files.remove(directory / "none"), std::errc::no_such_file_or_directory);
 }
 
-TEST(Remove, linksAreRemovedAndNotFollowed) {
+TEST(Remove, LinksAreRemovedAndNotFollowed) {
   TemporaryDirectory directory;
   LinuxFileSystem files;
   std::filesystem::create_directories(directory / "kept");
@@ -51,7 +51,7 @@ TEST(Remove, linksAreRemovedAndNotFollowed) {
 }
 
 // Deeper than a process may have files open, and with a path longer than the system takes in one piece.
-TEST(Remove, depthCostsNeitherStackNorDescriptors) {
+TEST(Remove, DepthCostsNeitherStackNorDescriptors) {
   TemporaryDirectory directory;
   LinuxFileSystem files;
   ASSERT_FALSE(files.makeDirectory(directory / "deep", 0700));

@@ -7,8 +7,8 @@
 namespace corvane {
 namespace {
 
-/// Logs three lines in a fresh process, as the switch is read once in each, and answers how often the
-/// preferences were consulted and what was logged.
+// Logs three lines in a fresh process, as the switch is read once in each, and answers how often the
+// preferences were consulted and what was logged.
 std::string logged(const Dictionary& preferences) {
   return answerOfChild([&] {
     FakePlatform platform;
@@ -27,14 +27,14 @@ std::string logged(const Dictionary& preferences) {
 
 // Preference absent: nothing is logged, and the preference store is consulted only once however many calls
 // follow.
-TEST(SCLogSwitch, preferenceAbsentIsConsultedOnlyOnceHoweverManyCallsFollow) {
+TEST(SCLogSwitch, AnAbsentPreferenceIsConsultedOnceHoweverManyCallsFollow) {
   EXPECT_EQ(logged({}), "1 consulted");
 }
 
 // Preference set to the boolean true: diagnostics stay off.
-TEST(SCLogSwitch, booleanTrueStaysOff) { EXPECT_EQ(logged({{"SCLog", true}}), "1 consulted"); }
+TEST(SCLogSwitch, BooleanTrueStaysOff) { EXPECT_EQ(logged({{"SCLog", true}}), "1 consulted"); }
 
-TEST(SCLogSwitch, everythingButTheExactStringStaysOff) {
+TEST(SCLogSwitch, EverythingButTheExactStringStaysOff) {
   for (const Value& value :
        {Value("yes"), Value("1"), Value(1), Value("YES "), Value("NO"), Value(Array{"YES"})}) {
     EXPECT_EQ(logged({{"SCLog", value}}), "1 consulted") << description(value);
@@ -42,7 +42,7 @@ TEST(SCLogSwitch, everythingButTheExactStringStaysOff) {
 }
 
 // Preference "YES": every call logs one line; a message whose arguments contain "%" is logged literally.
-TEST(SCLogSwitch, yesLogsEachCallAndPercentSignsInArgumentsLiterally) {
+TEST(SCLogSwitch, YesLogsEachCallAndPercentSignsInArgumentsLiterally) {
   EXPECT_EQ(logged({{"SCLog", "YES"}}), "1 consulted\nfirst 1\n100% of %@ %s and 2%\nthird");
 }
 
@@ -55,7 +55,7 @@ struct FailingPreferences : Preferences {
   int consultations = 0;
 };
 
-TEST(SCLogSwitch, aStoreThatFailsSwitchesOffAndIsConsultedOnce) {
+TEST(SCLogSwitch, AStoreThatFailsSwitchesOffAndIsConsultedOnce) {
   EXPECT_EQ(answerOfChild([] {
               FakePlatform fakes;
               FailingPreferences preferences;
@@ -76,7 +76,7 @@ class CountedDescription final : public Describable {
   mutable int count = 0;
 };
 
-TEST(SCLogSwitch, argumentsAreNotDescribedWhenOff) {
+TEST(SCLogSwitch, ArgumentsAreNotDescribedWhenOff) {
   const auto descriptions = [](const Dictionary& preferences) {
     return answerOfChild([&] {
       FakePlatform platform;

@@ -43,14 +43,14 @@ void closelog() { opened = {}; }
 namespace corvane {
 namespace {
 
-TEST(SyslogLog, identifierPidAndFacilityAndNeverStandardError) {
+TEST(SyslogLog, LinesBearIdentifierPidAndFacilityAndSpareStandardError) {
   SyslogLog log;
   EXPECT_EQ(opened.identifier, "corvanetool");
   EXPECT_EQ(opened.options, LOG_PID);  // LOG_PERROR and LOG_CONS would write elsewhere
   EXPECT_EQ(opened.facility, LOG_USER);
 }
 
-TEST(SyslogLog, oneMessageOneLine) {
+TEST(SyslogLog, OneMessageIsOneLine) {
   logged.clear();
   SyslogLog log;
   log.write(SystemLog::Kind::message, "100% of %s\nsecond line");
@@ -60,7 +60,7 @@ TEST(SyslogLog, oneMessageOneLine) {
   EXPECT_EQ(logged, expected);
 }
 
-TEST(SyslogLog, controlCharactersAreEscaped) {
+TEST(SyslogLog, ControlCharactersAreEscaped) {
   struct Row {
     std::string message;
     const char* expected;
@@ -83,7 +83,7 @@ TEST(SyslogLog, controlCharactersAreEscaped) {
   for (const Row& row : rows) EXPECT_EQ(logLine(row.message), row.expected);
 }
 
-TEST(SyslogLog, veryLongMessagesAreCutWithAMark) {
+TEST(SyslogLog, VeryLongMessagesAreCutWithAMark) {
   const std::string fitting(kLogLineLimit, 'x');
   EXPECT_EQ(logLine(fitting), fitting);
   const std::string line = logLine(fitting + "y");
@@ -92,7 +92,7 @@ TEST(SyslogLog, veryLongMessagesAreCutWithAMark) {
   EXPECT_GE(line.size(), kLogLineLimit - 64);
 }
 
-TEST(SyslogLog, aCutNeverFallsInsideACharacterOrAnEscape) {
+TEST(SyslogLog, ACutNeverFallsInsideACharacterOrAnEscape) {
   for (std::size_t shift = 0; shift < 5; ++shift) {
     const std::string start(shift, 'x');
     std::string globes, escapes;

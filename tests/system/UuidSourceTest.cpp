@@ -9,7 +9,7 @@
 namespace corvane {
 namespace {
 
-TEST(UuidSource, everySourceAnswersDifferentOnes) {
+TEST(UuidSource, EverySourceAnswersDifferentOnes) {
   UuidSource& random = linuxPlatform().uuids;
   SequencedUuids sequenced;
   for (UuidSource* source : std::initializer_list<UuidSource*>{&random, &sequenced}) {
@@ -19,7 +19,7 @@ TEST(UuidSource, everySourceAnswersDifferentOnes) {
   }
 }
 
-TEST(UuidSource, stringFormIsUpperCase) {
+TEST(UuidSource, StringFormIsUpperCase) {
   const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   for (int i = 0; i < 100; ++i) {
     const std::string uuid = linuxPlatform().uuids.newUuid().toString();
@@ -27,7 +27,7 @@ TEST(UuidSource, stringFormIsUpperCase) {
   }
 }
 
-TEST(SequencedUuids, givenOnesFirst) {
+TEST(SequencedUuids, GivenOnesComeFirst) {
   SequencedUuids uuids;
   uuids.given = {"A", "B"};
   EXPECT_EQ(uuids.newUuid(), "A");

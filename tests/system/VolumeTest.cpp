@@ -15,7 +15,7 @@ constexpr std::string_view kMountTable =
     "garbage\n"
     "35 22 0:44 / /homework rw propagate_from:3 unbindable - btrfs /dev/sdc rw\n";
 
-TEST(Volume, mountHoldingAPath) {
+TEST(Volume, TheLongestMountPointHoldsAPath) {
   struct Row {
     const char* phrase;
     const char* path;
@@ -43,7 +43,7 @@ TEST(Volume, mountHoldingAPath) {
   EXPECT_FALSE(mountHolding("/x", "22 1 8:1 / /home rw - ext4 d rw")) << "nothing holds the path";
 }
 
-TEST(Volume, aMountThatCannotBeSeenIsToldByTheTypeNumberAlone) {
+TEST(Volume, AMountThatCannotBeSeenIsKnownByTheTypeNumberAlone) {
   struct Row {
     const char* phrase;
     const char* mountTable;
@@ -65,7 +65,7 @@ TEST(Volume, aMountThatCannotBeSeenIsToldByTheTypeNumberAlone) {
   }
 }
 
-TEST(Volume, aMountThatIsSeenIsToldByItsNameToo) {
+TEST(Volume, AMountThatIsSeenIsKnownByItsNameToo) {
   const auto volume = [](const char* path, std::uint32_t magic) {
     return volumeHolding(path, kMountTable, magic);
   };
@@ -75,20 +75,20 @@ TEST(Volume, aMountThatIsSeenIsToldByItsNameToo) {
   EXPECT_FALSE(volume("/homework/x", 0x6969).isLocal) << "by its number";
 }
 
-TEST(Volume, linesOfAnotherFormAreNoEntries) {
+TEST(Volume, LinesOfAnotherFormAreNoEntries) {
   for (const char* line : {"", "22", "22 1 8:1 / / rw shared:1", "22 1 8:1 / / rw -",
                            "22 1 8:1 / none rw - ext4 x rw", "22 1 8:1 / / rw - "}) {
     EXPECT_FALSE(parseMountLine(line)) << line;
   }
 }
 
-TEST(Volume, escapesThatAreNoneStay) {
+TEST(Volume, WhatIsNoEscapeStays) {
   EXPECT_EQ(parseMountLine("1 1 0:1 / /a\\04 rw - t s o")->mountPoint, "/a\\04");
   EXPECT_EQ(parseMountLine("1 1 0:1 / /a\\x40b rw - t s o")->mountPoint, "/a\\x40b");
   EXPECT_EQ(parseMountLine("1 1 0:1 / /a\\011\\012\\040 rw - t s o")->mountPoint, "/a\t\n ");
 }
 
-TEST(Volume, networkTypes) {
+TEST(Volume, NetworkTypesAreKnownByName) {
   for (const char* type :
        {"nfs", "nfs4", "cifs", "smb3", "smbfs", "afs", "coda", "ncpfs", "ceph", "9p", "lustre", "virtiofs",
         "fuse.sshfs", "fuse.glusterfs", "fuse.ceph-fuse", "fuse.davfs", "fuse"}) {
@@ -100,7 +100,7 @@ TEST(Volume, networkTypes) {
   }
 }
 
-TEST(Volume, networkMagics) {
+TEST(Volume, NetworkTypesAreKnownByNumber) {
   for (const std::uint32_t magic : {0x6969u, 0xFF534D42u, 0xFE534D42u, 0x517Bu, 0x564Cu, 0x5346414Fu,
                                     0x6B414653u, 0x73757245u, 0x00C36400u, 0x01021997u, 0x0BD00BD0u}) {
     EXPECT_TRUE(isNetworkMagic(magic)) << std::hex << magic;
