@@ -9,7 +9,7 @@
 namespace corvane::bench {
 namespace {
 
-/// Of texts of so many bytes: a key, a uid, an address, a long text.
+// Of texts of so many bytes: a key, a uid, an address, a long text.
 void hashText(benchmark::State& state) {
   const std::string text(static_cast<std::size_t>(state.range(0)), 'x');
   const HashKey key{1, 2};
@@ -18,7 +18,7 @@ void hashText(benchmark::State& state) {
 }
 BENCHMARK(hashText)->Arg(8)->Arg(36)->Arg(100)->Arg(4096);
 
-/// Looking records up by uid, each text hashed once.
+// Looking records up by uid, each text hashed once.
 void lookUpByUid(benchmark::State& state) {
   std::vector<String> uids;
   std::unordered_map<String, std::size_t> places;

@@ -12,7 +12,7 @@ namespace {
 
 using namespace loomer;
 
-/// A client in step with a truth of so many records, every `perFolder` bookmarks in a folder of their own.
+// A client in step with a truth of so many records, every `perFolder` bookmarks in a folder of their own.
 MergeInput inStep(std::int64_t records, std::int64_t perFolder) {
   MergeInput input;
   input.client.emplace();
@@ -58,7 +58,7 @@ void mergeFirstSessionIntoAnEmptyTruth(benchmark::State& state) {
 }
 BENCHMARK(mergeFirstSessionIntoAnEmptyTruth)->Apply(sizes);
 
-/// Everything is matched by match key.
+// Everything is matched by match key.
 void mergeFirstSessionOfAnEqualTree(benchmark::State& state) {
   MergeInput input = inStep(state.range(0), 20);
   input.base.clear();
@@ -67,7 +67,7 @@ void mergeFirstSessionOfAnEqualTree(benchmark::State& state) {
 }
 BENCHMARK(mergeFirstSessionOfAnEqualTree)->Apply(sizes);
 
-/// In one folder, where titles differ from the truth's: matched by address.
+// In one folder, where titles differ from the truth's: matched by address.
 void mergeFirstSessionByAddress(benchmark::State& state) {
   MergeInput input = inStep(state.range(0), state.range(0));
   for (ClientRecord& record : *input.client) {
@@ -86,7 +86,7 @@ void mergeOneChange(benchmark::State& state) {
 }
 BENCHMARK(mergeOneChange)->Apply(sizes);
 
-/// One folder, shuffled by the client.
+// One folder, shuffled by the client.
 void mergeReorder(benchmark::State& state) {
   MergeInput input = inStep(state.range(0), state.range(0));
   std::vector<std::int32_t> positions;

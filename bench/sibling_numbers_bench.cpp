@@ -13,9 +13,9 @@ namespace {
 
 using loomer::PlacedChild;
 
-class Folder {
+class NumberedFolder {
  public:
-  explicit Folder(std::int64_t size) {
+  explicit NumberedFolder(std::int64_t size) {
     for (std::int64_t i = 0; i < size; ++i) _titles.push_back("Title " + std::to_string(i));
     for (std::size_t i = 0; i < _titles.size(); ++i) {
       children.push_back({.listed = true,
@@ -42,7 +42,7 @@ void measure(benchmark::State& state, const std::vector<PlacedChild>& children) 
 }
 
 void placeOneInTheMiddle(benchmark::State& state) {
-  Folder folder(state.range(0));
+  NumberedFolder folder(state.range(0));
   const PlacedChild added{.hasTitle = true, .title = "New"};
   folder.children.insert(folder.children.begin() + state.range(0) / 2, added);
   measure(state, folder.children);
@@ -50,7 +50,7 @@ void placeOneInTheMiddle(benchmark::State& state) {
 BENCHMARK(placeOneInTheMiddle)->Apply(sizes);
 
 void placeShuffled(benchmark::State& state) {
-  Folder folder(state.range(0));
+  NumberedFolder folder(state.range(0));
   std::shuffle(folder.children.begin(), folder.children.end(), std::mt19937(1));
   measure(state, folder.children);
 }

@@ -17,7 +17,7 @@
 namespace corvane::loomer {
 namespace {
 
-/// Numbers and values from bytes; zeros when they are used up.
+// Numbers and values from bytes; zeros when they are used up.
 class Bytes {
  public:
   Bytes(const std::uint8_t* data, std::size_t size) : _data(data), _size(size) {}
@@ -25,7 +25,7 @@ class Bytes {
   unsigned below(unsigned limit) { return next() % limit; }
   bool flag() { return next() & 1U; }
 
-  /// Mostly small; now and then at the ends of the range, where sums overflow.
+  // Mostly small; now and then at the ends of the range, where sums overflow.
   std::int64_t number(std::int64_t least, std::int64_t greatest) {
     const unsigned byte = next();
     if (byte >= 250) return byte % 2 ? greatest : least;
@@ -116,7 +116,7 @@ MergeInput inputFrom(Bytes bytes) {
 
 using Records = std::map<RecordId, TruthRecord>;
 
-/// The truth after the merge; of doubled identifiers the first counts.
+// The truth after the merge; of doubled identifiers the first counts.
 Records mergedTruth(const MergeInput& input, const MergeResult& result) {
   Records records;
   for (const TruthRecord& record : input.truth) {
@@ -149,7 +149,7 @@ void requireForest(const Records& records) {
   }
 }
 
-/// What the client was told to hold, by record: the changes are sound in the order of delivery.
+// What the client was told to hold, by record: the changes are sound in the order of delivery.
 void requireClientChanges(const MergeInput& input, const MergeResult& result) {
   std::unordered_map<String, Entity> held;
   if (input.client && !result.deleteAllFirst) {

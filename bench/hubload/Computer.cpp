@@ -10,6 +10,7 @@
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
 #include "bench/hubload/Traffic.h"
+#include "tests/kit/TreeText.h"
 
 namespace corvane::hubload {
 
@@ -17,7 +18,7 @@ namespace {
 
 constexpr int kComplaintsShown = 3;
 
-/// Adds the time that it lives to a sum of seconds.
+// Adds the time that it lives to a sum of seconds.
 class Stopwatch {
  public:
   explicit Stopwatch(double& sum) : _sum(sum) {}
@@ -30,15 +31,15 @@ class Stopwatch {
   std::chrono::steady_clock::time_point _began = std::chrono::steady_clock::now();
 };
 
-/// What a session had to do with the service.
+// What a session had to do with the service.
 struct Dealings {
   double seconds = 0;
-  std::size_t taken = 0;  ///< records
-  int given = 0;          ///< pushes
-  int overtaken = 0;      ///< pushes for which another computer was faster
+  std::size_t taken = 0;  // records
+  int given = 0;          // pushes
+  int overtaken = 0;      // pushes for which another computer was faster
 };
 
-/// Notes what passes through it.
+// Notes what passes through it.
 class NotedHub : public pelto::Hub {
  public:
   NotedHub(std::unique_ptr<pelto::Hub> hub, Dealings& dealings) : _hub(std::move(hub)), _dealings(dealings) {}
@@ -76,22 +77,20 @@ Kind kindOf(const Dealings& dealings) {
   return dealings.taken > 0 ? Kind::take : Kind::quiet;
 }
 
-/// Everything in a folder, in order; equal texts are equal trees.
-std::string treeText(loomer::RecordTable& records, loomer::RecordId folder) {
-  std::string text;
-  for (const loomer::TruthRecord& record : records.children(folder)) {
-    const loomer::Content& content = record.content;
-    text += record.entity == loomer::Entity::folder ? 'f' : 'b';
-    text += records.globalIdentifier(record.id).view();
-    for (const String& part : {content.name, content.url}) {
-      text += (part ? std::to_string(part.view().size()) : "-") + ' ';
-      text += part.view();
-    }
-    text += content.tabGroup ? 't' : '-';
-    text += content.special ? 's' : '-';
-    if (record.entity == loomer::Entity::folder) text += '[' + treeText(records, record.id) + ']';
-  }
-  return text;
+// The truth in the notation of tests, with the identifiers that all computers know: equal texts are equal
+// trees.
+std::string truthText(loomer::TruthStore& store) {
+  loomer::RecordTable records(store);
+  const auto childrenOf = [&](const loomer::TruthRecord& folder) { return records.children(folder.id); };
+  const auto nodeOf = [&](const loomer::TruthRecord& record) -> kit::TreeNode {
+    return {.label = records.globalIdentifier(record.id).toString(),
+            .folder = record.entity == loomer::Entity::folder,
+            .title = record.content.name,
+            .url = record.content.url,
+            .tabGroup = record.content.tabGroup,
+            .special = record.content.special};
+  };
+  return kit::printTree(kit::treeBelow(loomer::TruthRecord(), childrenOf, nodeOf));
 }
 
 }  // namespace
@@ -144,10 +143,9 @@ Sample Computer::sync(const loomer::TruthPlanner& edit) {
 
 Digest Computer::digest() const {
   loomer::TruthStore store(_store);
-  loomer::RecordTable records(store);
-  const loomer::RecordCounts counts = records.counts();
+  const loomer::RecordCounts counts = loomer::RecordTable(store).counts();
   return {_account, _number, static_cast<std::int64_t>(counts.folders + counts.bookmarks),
-          std::hash<std::string>()(treeText(records, loomer::kRoot))};
+          std::hash<std::string>()(truthText(store))};
 }
 
 }  // namespace corvane::hubload

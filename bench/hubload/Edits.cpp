@@ -31,7 +31,7 @@ TruthRecord newRecord(const TruthState& state, int number, RecordId parent, std:
   return record;
 }
 
-/// The live records of one entity.
+// The live records of one entity.
 std::vector<const TruthRecord*> live(const std::vector<TruthRecord>& truth, Entity entity) {
   std::vector<const TruthRecord*> found;
   for (const TruthRecord& record : truth) {
@@ -40,7 +40,7 @@ std::vector<const TruthRecord*> live(const std::vector<TruthRecord>& truth, Enti
   return found;
 }
 
-/// Behind everything in the folder.
+// Behind everything in the folder.
 std::int64_t endOf(const std::vector<TruthRecord>& truth, RecordId folder) {
   std::int64_t last = 0;
   for (const TruthRecord& record : truth) {

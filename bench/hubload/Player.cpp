@@ -72,7 +72,7 @@ std::vector<Sample> Player::syncEach(bool (*isMeant)(const Computer&), const loo
   return samples;
 }
 
-/// One session after another, each of any computer; with an edit where one is due.
+// One session after another, each of any computer; with an edit where one is due.
 std::vector<Sample> Player::syncUntilTimeIsUp(const Order& order) {
   std::vector<Sample> samples;
   const auto began = Clock::now();

@@ -10,7 +10,7 @@ namespace {
 
 const char* const kNames[kKinds] = {"load", "pull", "quiet", "take", "edit"};
 
-/// The least value that at least that part of all values does not exceed; `values` are sorted and not empty.
+// The least value that at least that part of all values does not exceed; `values` are sorted and not empty.
 double percentile(const std::vector<double>& values, double part) {
   const auto rank = static_cast<std::size_t>(std::ceil(part * static_cast<double>(values.size())));
   return values[std::max<std::size_t>(rank, 1) - 1];

@@ -14,7 +14,7 @@ namespace corvane::hubload {
 
 namespace {
 
-/// Letters and digits that nobody guesses.
+// Letters and digits that nobody guesses.
 std::string randomWord() {
   std::string word = newUuidString();
   std::erase(word, '-');
@@ -23,7 +23,7 @@ std::string randomWord() {
   return word;
 }
 
-/// The address with another user, and with another server where `via` names one.
+// The address with another user, and with another server where `via` names one.
 std::string urlOf(const std::string& address, const std::string& via, const std::string& user,
                   const std::string& password) {
   constexpr std::string_view kMark = "://";

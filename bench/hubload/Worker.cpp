@@ -16,7 +16,7 @@ namespace corvane::hubload {
 
 namespace {
 
-/// False at the other side's end, or when a signal came.
+// False at the other side's end, or when a signal came.
 bool readAll(int file, void* bytes, std::size_t size) {
   auto* at = static_cast<char*>(bytes);
   while (size > 0) {
@@ -53,7 +53,7 @@ bool writeItems(int file, const std::vector<Item>& items) {
   return writeAll(file, &count, sizeof count) && writeAll(file, items.data(), count * sizeof(Item));
 }
 
-/// What the new process does until nobody gives orders any more.
+// What the new process does until nobody gives orders any more.
 void serve(int socket, const std::function<Worker::Servant()>& makeServant) {
   const Worker::Servant servant = makeServant();
   Order order;

@@ -25,7 +25,7 @@ using namespace corvane::hubload;
 
 constexpr int kSettlingRounds = 10;
 
-/// All computers of one population, played by workers.
+// All computers of one population, played by workers.
 class Play {
  public:
   Play(const Options& options, std::string administratorUrl, int accounts, int records)
@@ -42,7 +42,7 @@ class Play {
     }
   }
 
-  /// Whether every computer agreed with the others of its account, and no session failed.
+  // Whether every computer agreed with the others of its account, and no session failed.
   bool run() {
     order({Phase::switchOn});
     printHead();
@@ -82,7 +82,7 @@ class Play {
 
   Effort effort() const { return effortSoFar(_administratorUrl, _accounts.prefix()); }
 
-  /// Rounds of sessions until nothing moves any more.
+  // Rounds of sessions until nothing moves any more.
   void settle() {
     for (int round = 0; round < kSettlingRounds; ++round) {
       const Answer answer = order({Phase::settle});
@@ -145,7 +145,7 @@ bool playAll(const Options& options) {
   return isFine;
 }
 
-/// Signals that end the program interrupt its waiting, so that what it made is removed.
+// Signals that end the program interrupt its waiting, so that what it made is removed.
 void endInOrder() {
   struct sigaction action = {};
   action.sa_handler = [](int) {};

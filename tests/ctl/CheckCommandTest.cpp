@@ -12,7 +12,7 @@ using testing::HasSubstr;
 
 class CheckTest : public CtlTest {};
 
-TEST_F(CheckTest, SoundStore) {
+TEST_F(CheckTest, ASoundStoreIsSaidToBeSound) {
   seed();
   const Run run = ctl({"check"});
   EXPECT_EQ(run.status, 0);

@@ -106,7 +106,7 @@ TEST_F(RefusedPlanTest, ApprovalServesOnceForExactlyThatPlan) {
   EXPECT_EQ(json({"plan", "a"}, "d['refusedPlan']['approved'] is None"), "True");
   EXPECT_EQ(ctl({"approve", "a"}).status, 0);
   EXPECT_EQ(a->sync(), "");
-  EXPECT_EQ(a->text(), "Other(http://o/)");
+  EXPECT_EQ(a->text(), "Other@http://o/");
   EXPECT_EQ(ctl({"approve", "a"}).status, 1);
   EXPECT_EQ(json({"check"}, "d['sound']"), "True");
 }

@@ -31,8 +31,8 @@ class CtlTest : public EngineTest {
   void useEmptyHome();
   std::string ctlStorePath() const { return loomer::storePathForHome(home); }
 
-  /// Two clients with one tree: "BookmarksBar*[News[Daily(http://d/) Weekly(http://w/)] Shop(http://s/)]
-  /// Zoo(http://z/)".
+  /// Two clients with one tree: `BookmarksBar!(News(Daily@http://d/ Weekly@http://w/) Shop@http://s/)
+  /// Zoo@http://z/`.
   void seed();
   /// The number of the record of this title.
   std::string numberOf(const std::string& title);

@@ -2,33 +2,31 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
+
 #include "tests/ctl/HtmlFiles.h"
+#include "tests/kit/TreeText.h"
 #include "tools/loomerctl/BookmarksHtml.h"
 #include "tools/loomerctl/HtmlText.h"
 
 namespace corvane::loomerctl {
 namespace {
 
-// "Bar*[A(http://a/) Sub#[]]": titles, addresses in round brackets, "*" toolbar, "#" tab group.
+// The nodes in the notation of trees, called by their titles; the toolbar's folder is the special one.
 std::string outline(const std::vector<HtmlNode>& nodes) {
-  std::string text;
-  std::vector<std::uint32_t> open;
-  for (std::size_t i = 0; i < nodes.size(); ++i) {
-    const HtmlNode& node = nodes[i];
-    while (!open.empty() && open.back() != node.parent) {
-      text += ']';
-      open.pop_back();
-    }
-    if (!text.empty() && text.back() != '[') text += ' ';
-    text += node.title + (node.toolbar ? "*" : "") + (node.tabGroup ? "#" : "");
-    if (node.folder) {
-      text += '[';
-      open.push_back(static_cast<std::uint32_t>(i));
-    } else {
-      text += '(' + node.url + ')';
-    }
-  }
-  return text + std::string(open.size(), ']');
+  std::map<std::uint32_t, std::vector<std::uint32_t>> children;
+  for (std::uint32_t i = 0; i < nodes.size(); ++i) children[nodes[i].parent].push_back(i);
+  const auto node = [&](std::uint32_t at) -> kit::TreeNode {
+    const HtmlNode& read = nodes[at];
+    return {.label = read.title,
+            .folder = read.folder,
+            .title = String(read.title),
+            .url = read.folder ? String() : String(read.url),
+            .tabGroup = read.tabGroup,
+            .special = read.toolbar};
+  };
+  return kit::printTree(kit::treeBelow(
+      HtmlNode::kRoot, [&](std::uint32_t folder) { return children[folder]; }, node));
 }
 
 struct HtmlRow {
@@ -46,64 +44,65 @@ TEST_P(HtmlReaderTest, Reads) {
 
 const HtmlRow kRows[] = {
     {"a file with a toolbar folder, dates and icons", htmlFile(kToolbarStyle),
-     "Toolbar*[News[Caf\xC3\xA9 & more(http://a.example/?x=1&copy=2)] Plain(http://b.example/)] "
-     "Loose(http://c.example/)"},
+     "Toolbar!(News(\"Caf\xC3\xA9 & more\"@\"http://a.example/?x=1&copy=2\") Plain@http://b.example/) "
+     "Loose@http://c.example/"},
     {"a file with descriptions, separators and an introduction", htmlFile(kDescribedStyle),
-     "Menu(place:sort=8) Work[Inner[Deep(http://deep.example/)] After(http://after.example/)] Empty[] "
-     "Last(http://l.example/)"},
+     "Menu@\"place:sort=8\" Work(Inner(Deep@http://deep.example/) After@http://after.example/) Empty() "
+     "Last@http://l.example/"},
     {"a file of the oldest kind: upper case, no closing of items, line ends of two characters",
      htmlFile(kOldStyle),
-     "Links[One(http://one.example/) Two(http://two.example/)] Three(http://three.example/)"},
+     "Links(One@http://one.example/ Two@http://two.example/) Three@http://three.example/"},
     {"a file without a root heading, folders by list alone", htmlFile(kBareStyle),
-     "Favourites[Home(https://home.example/)] Reading[] Root(https://root.example/)"},
+     "Favourites(Home@https://home.example/) Reading() Root@https://root.example/"},
     {"unclosed tags", "<DL><DT><A HREF=\"http://a/\">A<DT><H3>F<DL><DT><A HREF=\"http://b/\">B",
-     "A(http://a/) F[B(http://b/)]"},
+     "A@http://a/ F(B@http://b/)"},
     {"upper and lower case",
      "<dl><dt><a href='http://a/'>A</A><dT><h3>F</H3><Dl><dt><A hReF='http://b/'>B</a></dL></DL>",
-     "A(http://a/) F[B(http://b/)]"},
+     "A@http://a/ F(B@http://b/)"},
     {"attributes unquoted",
      "<DL><DT><A HREF=http://a/b?c=d ADD_DATE=12 >A</A><DT><H3 PERSONAL_TOOLBAR_FOLDER=true>T</H3><DL></DL>",
-     "A(http://a/b?c=d) T*[]"},
-    {"a toolbar flag of false", "<DT><H3 PERSONAL_TOOLBAR_FOLDER=\"false\">T</H3><DL></DL>", "T[]"},
+     "A@\"http://a/b?c=d\" T!()"},
+    {"a toolbar flag of false", "<DT><H3 PERSONAL_TOOLBAR_FOLDER=\"false\">T</H3><DL></DL>", "T()"},
     {"<DD> descriptions ignored, links in them too",
      "<DL><DT><A HREF=\"http://a/\">A</A><DD>Text <A HREF=\"http://no/\">no</A> more<DT><A "
      "HREF=\"http://b/\">B</A></DL>",
-     "A(http://a/) B(http://b/)"},
+     "A@http://a/ B@http://b/"},
     {"a description between a folder's title and its list",
-     "<DL><DT><H3>F</H3><DD>About F<DL><DT><A HREF=\"http://b/\">B</A></DL></DL>", "F[B(http://b/)]"},
+     "<DL><DT><H3>F</H3><DD>About F<DL><DT><A HREF=\"http://b/\">B</A></DL></DL>", "F(B@http://b/)"},
     {"<HR> ignored", "<DL><DT><A HREF=\"http://a/\">A</A><HR><DT><A HREF=\"http://b/\">B</A></DL>",
-     "A(http://a/) B(http://b/)"},
+     "A@http://a/ B@http://b/"},
     {"nested <DL> without a heading belongs to the folder around it",
      "<DL><DL><DT><A HREF=\"http://a/\">A</A></DL><DT><A HREF=\"http://b/\">B</A></DL>",
-     "A(http://a/) B(http://b/)"},
+     "A@http://a/ B@http://b/"},
     {"a bookmark between a folder's title and a list",
      "<DL><DT><H3>F</H3><A HREF=\"http://a/\">A</A><DL><DT><A HREF=\"http://b/\">B</A></DL></DL>",
-     "F[] A(http://a/) B(http://b/)"},
+     "F() A@http://a/ B@http://b/"},
     {"lists closed too often",
      "</DL></DL><DL><DT><H3>F</H3><DL></DL></DL></DL></DL><DT><A HREF=\"http://a/\">A</A>",
-     "F[] A(http://a/)"},
-    {"a folder without a list", "<DL><DT><H3>F</H3><DT><A HREF=\"http://a/\">A</A></DL>", "F[] A(http://a/)"},
-    {"CRLF", "<DL><p>\r\n<DT><A HREF=\"http://a/\">A\r\n title</A>\r\n</DL><p>\r\n", "A title(http://a/)"},
+     "F() A@http://a/"},
+    {"a folder without a list", "<DL><DT><H3>F</H3><DT><A HREF=\"http://a/\">A</A></DL>", "F() A@http://a/"},
+    {"CRLF", "<DL><p>\r\n<DT><A HREF=\"http://a/\">A\r\n title</A>\r\n</DL><p>\r\n", "\"A title\"@http://a/"},
     {"entities",
      "<DL><DT><A HREF=\"http://a/?a=1&amp;b=2\">&lt;&quot;&#39;&#x20AC;&#8211;&eacute;&hellip;&gt;</A></DL>",
-     "<\"'\xE2\x82\xAC\xE2\x80\x93\xC3\xA9\xE2\x80\xA6>(http://a/?a=1&b=2)"},
+     R"("<\"'€–é…>"@"http://a/?a=1&b=2")"},
     {"what looks like an entity and is none",
      "<DL><DT><A HREF=\"http://a/?x&copy=1&lt\">AT&T &nosuch; &#xZZ; &#0;</A></DL>",
-     "AT&T &nosuch; &#xZZ; \xEF\xBF\xBD(http://a/?x&copy=1&lt)"},
+     "\"AT&T &nosuch; &#xZZ; \xEF\xBF\xBD\"@\"http://a/?x&copy=1&lt\""},
     {"inline tags and comments in titles",
-     "<DL><DT><A HREF=\"http://a/\">A <b>bold</b><!-- no <DT> --> title</A></DL>", "A bold title(http://a/)"},
+     "<DL><DT><A HREF=\"http://a/\">A <b>bold</b><!-- no <DT> --> title</A></DL>",
+     "\"A bold title\"@http://a/"},
     {"scripts and style sheets",
      "<script>if (a<b) \"<DT><A HREF='http://no/'>\"</script><style><DT></style><DL><DT><A "
      "HREF='http://a/'>A</A></DL>",
-     "A(http://a/)"},
+     "A@http://a/"},
     {"a mark inside the page is no bookmark",
-     "<DL><DT><A NAME=\"x\">Mark</A><DT><A HREF=\"http://a/\">A</A></DL>", "A(http://a/)"},
+     "<DL><DT><A NAME=\"x\">Mark</A><DT><A HREF=\"http://a/\">A</A></DL>", "A@http://a/"},
     {"an address with white space inside", "<DL><DT><A HREF=\" javascript:void\n(0) \">J</A></DL>",
-     "J(javascript:void(0))"},
+     "J@\"javascript:void(0)\""},
     {"a quote left open", "<DL><DT><A HREF=\"http://a/>A</A><DT><A HREF='http://b/'>B</A></DL>",
-     "A(http://a/) B(http://b/)"},
-    {"a tag cut off", "<DL><DT><A HREF=\"http://a/\">A</A><DT><A HREF=\"http", "A(http://a/)"},
-    {"a byte of zero", std::string("<DT><A HREF=\"x\0y\">A</A>", 23), "A(x\xEF\xBF\xBDy)"},
+     "A@http://a/ B@http://b/"},
+    {"a tag cut off", "<DL><DT><A HREF=\"http://a/\">A</A><DT><A HREF=\"http", "A@http://a/"},
+    {"a byte of zero", std::string("<DT><A HREF=\"x\0y\">A</A>", 23), "A@x\xEF\xBF\xBDy"},
     {"nothing", "", ""},
     {"no bookmarks file at all", "<html><body><p>Hello & goodbye</p></body></html>", ""},
 };
@@ -163,12 +162,6 @@ TEST(HtmlTextTest, LineEndInATitleIsWrittenAsABlank) {
 TEST(HtmlTextTest, WhiteSpaceThatBreaksTheLineOfATitleIsLayout) {
   EXPECT_EQ(htmlTitle("\n    a\r\n\tb  c\n"), "a b  c");
   EXPECT_EQ(htmlTitle(" \n \t"), "");
-}
-
-TEST(HtmlTextTest, CollapsedTextIsWhatAPageShows) {
-  EXPECT_EQ(whiteSpaceCollapsed("\n a \t b\fc \r"), "a b c");
-  EXPECT_EQ(whiteSpaceCollapsed("a b"), "a b");
-  EXPECT_EQ(whiteSpaceCollapsed(" \t "), "");
 }
 
 }  // namespace

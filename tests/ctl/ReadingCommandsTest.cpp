@@ -313,7 +313,7 @@ struct UsageRow {
   const char* says;
 };
 
-TEST_F(ReadingTest, Usage) {
+TEST_F(ReadingTest, WrongUsageIsExplained) {
   const UsageRow wrong[] = {
       {"nothing", {}, 2, "usage: loomerctl COMMAND"},
       {"unknown command", {"frobnicate"}, 2, "there is no command \"frobnicate\". `loomerctl --help` shows"},

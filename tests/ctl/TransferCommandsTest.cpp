@@ -107,9 +107,9 @@ TEST_F(TransferTest, ImportMergesAndTravelsToEveryClient) {
   EXPECT_THAT(run.out, HasSubstr("3 were there already"));
   settle({a.get(), b.get()});
   const char* merged =
-      "BookmarksBar*[News[Daily(http://d/) Weekly(http://w/) Monthly(http://m/)] Shop(http://s/)] "
-      "Zoo(http://z/) "
-      "Another Zoo(http://z/)";
+      "BookmarksBar!(News(Daily@http://d/ Weekly@http://w/ Monthly@http://m/) Shop@http://s/) "
+      "Zoo@http://z/ "
+      "\"Another Zoo\"@http://z/";
   EXPECT_EQ(a->text(), merged);
   EXPECT_EQ(b->text(), merged);
 }
@@ -122,7 +122,7 @@ TEST_F(TransferTest, ImportIsASessionOfItsOwnThatCanBeUndone) {
   ASSERT_EQ(ctl({"import", file}).status, 0);
   settle({a.get(), b.get()});
   EXPECT_THAT(b->text(),
-              HasSubstr("Work[Inner[Deep(http://deep.example/)] After(http://after.example/)] Empty[]"));
+              HasSubstr("Work(Inner(Deep@http://deep.example/) After@http://after.example/) Empty()"));
   const std::string expression =
       "[(s['client'], s['kind'], s['changed']) for s in d if s['kind'] == 'import']";
   EXPECT_EQ(json({"sessions"}, expression), "[('loomerctl import from browser.html', 'import', 7)]");

@@ -3,11 +3,13 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <functional>
 #include <random>
 
 #include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
 #include "tests/ctl/CtlFixture.h"
+#include "tests/kit/Steps.h"
 
 namespace corvane {
 namespace {
@@ -117,11 +119,11 @@ TEST_F(UndoTest, LaterValueStaysUnlessForced) {
   syncA();
   EXPECT_THAT(undoOf(session), HasSubstr("had its title changed again since"));
   settle({a.get(), b.get()});
-  EXPECT_THAT(b->text(), HasSubstr("Second(http://z/)")) << "the address came back, the title stayed";
+  EXPECT_THAT(b->text(), HasSubstr("Second@http://z/")) << "the address came back, the title stayed";
   EXPECT_THAT(undoOf(session), HasSubstr("nothing left to undo of session"));
   EXPECT_THAT(undoOf(session, {"--force"}), HasSubstr("is undone"));
   settle({a.get(), b.get()});
-  EXPECT_THAT(b->text(), HasSubstr("Zoo(http://z/)"));
+  EXPECT_THAT(b->text(), HasSubstr("Zoo@http://z/"));
 }
 
 TEST_F(UndoTest, WhatWasDeletedSinceStaysDeletedUnlessForced) {
@@ -133,7 +135,7 @@ TEST_F(UndoTest, WhatWasDeletedSinceStaysDeletedUnlessForced) {
   EXPECT_THAT(undoOf(session), HasSubstr("was deleted since and stays deleted"));
   EXPECT_THAT(undoOf(session, {"--force"}), HasSubstr("is undone"));
   settle({a.get(), b.get()});
-  EXPECT_THAT(a->text(), HasSubstr("Zoo(http://z/)"));
+  EXPECT_THAT(a->text(), HasSubstr("Zoo@http://z/"));
 }
 
 TEST_F(UndoTest, AddedFolderThatHoldsSomethingElseByNowStaysAlsoWhenForced) {
@@ -146,7 +148,7 @@ TEST_F(UndoTest, AddedFolderThatHoldsSomethingElseByNowStaysAlsoWhenForced) {
   ASSERT_EQ(b->sync(), "");
   EXPECT_THAT(undoOf(session, {"--force"}), HasSubstr("holds something else by now; it stays"));
   settle({a.get(), b.get()});
-  EXPECT_THAT(a->text(), HasSubstr("New[Theirs(http://t/)]"));
+  EXPECT_THAT(a->text(), HasSubstr("New(Theirs@http://t/)"));
   EXPECT_EQ(a->find("Mine"), "");
 }
 
@@ -158,7 +160,7 @@ TEST_F(UndoTest, ComesBackAboveAFolderThatIsGoneSince) {
   syncA();
   EXPECT_THAT(undoOf(session), HasSubstr("nearest folder above"));
   settle({a.get(), b.get()});
-  EXPECT_EQ(b->text(), "BookmarksBar*[Shop(http://s/) Daily(http://d/)] Zoo(http://z/)");
+  EXPECT_EQ(b->text(), "BookmarksBar!(Shop@http://s/ Daily@http://d/) Zoo@http://z/");
 }
 
 TEST_F(UndoTest, MoveThatWouldCloseACycleByNowIsLeftOut) {
@@ -171,7 +173,7 @@ TEST_F(UndoTest, MoveThatWouldCloseACycleByNowIsLeftOut) {
   syncA();
   EXPECT_THAT(undoOf(session), HasSubstr("lies inside it by now"));
   settle({a.get(), b.get()});
-  EXPECT_THAT(b->text(), HasSubstr("Inner[News["));
+  EXPECT_THAT(b->text(), HasSubstr("Inner(News("));
 }
 
 TEST_F(UndoTest, SecondSpecialFolderOfATitleComesBackAsAnOrdinaryOne) {
@@ -199,59 +201,56 @@ TEST_F(UndoTest, ComesBackAfterItsTombstoneIsForgotten) {
   EXPECT_EQ(b->text(), before);
 }
 
-// Random edits of one client, as a person makes them in one sitting.
-class Editor {
- public:
-  Editor(ScriptedClient& client, unsigned seed) : _client(client), _random(seed) {}
+const kit::Weights kEdits = {{1, kit::StepKind::addFolder}, {1, kit::StepKind::addBookmark},
+                             {1, kit::StepKind::rename},    {1, kit::StepKind::readdress},
+                             {1, kit::StepKind::erase},     {2, kit::StepKind::move}};
 
-  void edit(int count) {
-    for (int i = 0; i < count; ++i) editOnce();
+std::vector<kit::Step> editsDrawn(unsigned seed, std::size_t count) {
+  std::vector<kit::Step> steps;
+  for (rc::Random random(seed); steps.size() < count;) {
+    const std::vector<kit::Step> more = kit::stepsOf(kEdits, 1000)(random.split(), 100).value();
+    steps.insert(steps.end(), more.begin(), more.end());
   }
+  steps.resize(count);
+  return steps;
+}
 
- private:
-  std::size_t below(std::size_t end) { return _random() % end; }
+bool isBelow(const ScriptedClient& client, std::string id, const std::string& above) {
+  while (!id.empty() && id != above) id = client.nodes.at(id).parent;
+  return id == above;
+}
 
-  std::string any(bool foldersAlone) {
-    std::vector<std::string> ids{""};
-    for (const auto& [id, node] : _client.nodes) {
-      if (!foldersAlone || node.folder) ids.push_back(id);
-    }
-    return ids[below(ids.size())];
+void carryOut(ScriptedClient& client, const kit::Step& step) {
+  std::vector<std::string> all{""}, folders{""};
+  for (const auto& [id, node] : client.nodes) {
+    all.push_back(id);
+    if (node.folder) folders.push_back(id);
   }
-
+  const std::string id = all[step.entry % all.size()];
+  const std::string folder = folders[step.folder % folders.size()];
+  const auto isSpecial = [&](const std::string& each) {
+    return client.nodes.at(each).position == LoomerPositionSpecial;
+  };
   // Before, between and behind the children that are not special.
-  std::size_t placesIn(const std::string& folder) {
-    const auto& list = _client.children[folder];
-    return 1 +
-           static_cast<std::size_t>(std::count_if(list.begin(), list.end(), [this](const std::string& id) {
-             return _client.nodes.at(id).position != -2;
-           }));
+  const std::vector<std::string>& siblings = client.children[folder];
+  const auto places = 1 + std::count_if(siblings.begin(), siblings.end(), std::not_fn(isSpecial));
+  const int at = static_cast<int>(step.index % static_cast<std::size_t>(places));
+  const std::string name = "N" + std::to_string(step.value);
+  if (step.kind == kit::StepKind::addFolder) client.addFolder(folder, name, at);
+  if (step.kind == kit::StepKind::addBookmark) client.addBookmark(folder, name, "http://n/", at);
+  if (id.empty() || isSpecial(id)) return;
+  if (step.kind == kit::StepKind::rename) client.rename(id, name);
+  if (step.kind == kit::StepKind::readdress) client.readdress(id, "http://" + name + "/");
+  if (step.kind == kit::StepKind::erase) client.remove(id);
+  if (step.kind == kit::StepKind::move && !isBelow(client, folder, id)) {
+    client.move(id, folder, folder == client.nodes.at(id).parent ? 0 : at);
   }
+}
 
-  bool isBelow(std::string id, const std::string& above) const {
-    while (!id.empty() && id != above) id = _client.nodes.at(id).parent;
-    return id == above;
-  }
-
-  void editOnce() {
-    const std::string id = any(false);
-    const std::string folder = any(true);
-    const int at = static_cast<int>(below(placesIn(folder)));
-    const std::string name = "N" + std::to_string(below(1000));
-    const std::size_t kind = below(7);
-    if (kind == 0) _client.addFolder(folder, name, at);
-    if (kind == 1) _client.addBookmark(folder, name, "http://n/", at);
-    if (id.empty() || _client.nodes.at(id).position == -2) return;
-    if (kind == 2) _client.rename(id, name);
-    if (kind == 3) _client.readdress(id, "http://" + name + "/");
-    if (kind == 4) _client.remove(id);
-    if (kind >= 5 && !isBelow(folder, id))
-      _client.move(id, folder, folder == _client.nodes.at(id).parent ? 0 : at);
-  }
-
-  ScriptedClient& _client;
-  std::mt19937 _random;
-};
+// The edits of a person in one sitting.
+void edit(ScriptedClient& client, unsigned seed, std::size_t count) {
+  for (const kit::Step& step : editsDrawn(seed, count)) carryOut(client, step);
+}
 
 TEST(UndoScaleTest, WhatComesBackFromADeepTreeThatIsGoneNeedsNoSquareOfItsDepth) {
   constexpr loomer::RecordId kDepth = 200'000;
@@ -276,13 +275,13 @@ class UndoHistoryTest : public UndoTest, public testing::WithParamInterface<unsi
 
 TEST_P(UndoHistoryTest, UndoOfTheLastSessionRestoresEveryTreeAndItsUndoBringsItBack) {
   seed();
-  Editor(*a, GetParam()).edit(20);
+  edit(*a, GetParam(), 20);
   settle({a.get(), b.get()});
   for (unsigned round = 0; round < 10; ++round) {
     const std::string before = a->text();
     ASSERT_EQ(b->text(), before);
     ScriptedClient& editing = round % 2 ? *b : *a;
-    Editor(editing, GetParam() * 100 + round).edit(1 + static_cast<int>(round));
+    edit(editing, GetParam() * 100 + round, 1 + round);
     ASSERT_EQ(editing.sync(), "");
     const std::string after = editing.text();
     const std::int64_t changed = number("SELECT changed FROM sessions ORDER BY id DESC LIMIT 1");
@@ -307,7 +306,7 @@ TEST_P(UndoHistoryTest, UndoOfAnySessionKeepsTheTruthAForestAndClientsAlike) {
   std::mt19937 random(GetParam());
   for (unsigned round = 0; round < 15; ++round) {
     ScriptedClient& editing = random() % 2 ? *a : *b;
-    Editor(editing, GetParam() * 1000 + round).edit(4);
+    edit(editing, GetParam() * 1000 + round, 4);
     ASSERT_EQ(editing.sync(), "");
     const std::int64_t session =
         1 + static_cast<std::int64_t>(random() % static_cast<unsigned>(lastSession()));

@@ -6,7 +6,7 @@ namespace corvane {
 
 namespace {
 
-/// In the system category, as the real file system's errors are.
+// In the system category, as the real file system's errors are.
 std::error_code systemError(std::errc code) { return {static_cast<int>(code), std::system_category()}; }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "CorvaneSyncClient/platform/foundation/plist/BinaryPropertyListTrailer.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/foundation/BinaryPlistBuilder.h"
+#include "tests/foundation/PropertyListReason.h"
 
 namespace corvane {
 namespace {
@@ -16,15 +17,6 @@ using ::testing::HasSubstr;
 std::string withObject(const std::string& hex) { return BinaryPlistBuilder{{hexBytes(hex)}}.bytes(); }
 
 Value again(const Value& value) { return readPropertyList(writeBinaryPropertyList(value)); }
-
-std::string reasonOf(const std::string& bytes) {
-  try {
-    readPropertyList(bytes);
-  } catch (const PropertyListException& exception) {
-    return exception.reason();
-  }
-  return "no exception";
-}
 
 TEST(BinaryPropertyList, ReadsEveryKindOfScalar) {
   const struct {

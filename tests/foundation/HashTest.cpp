@@ -13,7 +13,7 @@ namespace corvane {
 namespace {
 
 // Vectors of another implementation: Python's hash(bytes) with a zero key (PYTHONHASHSEED=0).
-TEST(SipHash, KnownAnswers) {
+TEST(SipHash, GivesThePublishedAnswers) {
   const struct {
     const char* text;
     std::uint64_t expected;

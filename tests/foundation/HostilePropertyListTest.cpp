@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "tests/foundation/BinaryPlistBuilder.h"
+#include "tests/foundation/PropertyListReason.h"
 
 namespace corvane {
 namespace {
@@ -27,15 +28,6 @@ bool reads(std::string_view bytes) {
   } catch (const PropertyListException&) {
     return false;
   }
-}
-
-std::string reasonOf(const std::string& bytes) {
-  try {
-    readPropertyList(bytes);
-  } catch (const PropertyListException& exception) {
-    return exception.reason();
-  }
-  return "no exception";
 }
 
 TEST(HostilePropertyList, EveryPrefixLoadsOrIsRefused) {

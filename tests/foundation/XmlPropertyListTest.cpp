@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "tests/foundation/PropertyListReason.h"
 
 namespace corvane {
 namespace {
@@ -14,15 +15,6 @@ using ::testing::StartsWith;
 Value readXml(const std::string& inside) {
   return readPropertyList("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + inside +
                           "</plist>");
-}
-
-std::string reasonOf(const std::string& bytes) {
-  try {
-    readPropertyList(bytes);
-  } catch (const PropertyListException& exception) {
-    return exception.reason();
-  }
-  return "no exception";
 }
 
 // The declaration that the project's files do without.

@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "CorvaneSyncClient/platform/pelto/account/Account.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/front/Installation.h"
@@ -20,12 +17,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// A computer whose user has an account. What a run says on standard output or standard error fails the test.
+// A computer whose user has an account. What a run says on standard output or standard error fails the test.
 class ConnectedComputer {
  public:
   explicit ConnectedComputer(const std::string& url,
@@ -44,7 +36,7 @@ class ConnectedComputer {
   }
   std::optional<int> run(std::vector<std::string> arguments) {
     const auto status = statusOf(_installation, std::move(arguments));
-    EXPECT_EQ(contents(_installation.standardOutput()) + contents(_installation.standardError()), "");
+    EXPECT_EQ(contentsOf(_installation.standardOutput()) + contentsOf(_installation.standardError()), "");
     return status;
   }
   std::optional<int> run(const char* command) { return run(std::vector<std::string>{command}); }

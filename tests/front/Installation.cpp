@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 #include <thread>
 
@@ -32,6 +34,11 @@ void redirect(const std::string& path, int descriptor) {
 }
 
 }  // namespace
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
 
 Installation::Installation() {
   const fs::path top = _directory.path();

@@ -10,6 +10,9 @@
 
 namespace corvane {
 
+/// The bytes of a file; none of one that cannot be read.
+std::string contentsOf(const std::string& path);
+
 /// The tool as installed in a directory of its own, with a home and a temporary directory that only its runs
 /// use.
 class Installation {

@@ -23,7 +23,7 @@ bool given(Answer answer, const char* reason) {
   return answer == Answer::yes;
 }
 
-/// An engine that notes what it is asked, and raises where a test says.
+// An engine that notes what it is asked, and raises where a test says.
 class ObservedLoomer : public ScriptedLoomer {
  public:
   explicit ObservedLoomer(Calls& calls) : _calls(calls) {}
@@ -43,7 +43,7 @@ class ObservedLoomer : public ScriptedLoomer {
   }
 
   bool registrable = true;
-  std::string raisesAt;  ///< "find", "register" or "unregister"; empty: nowhere
+  std::string raisesAt;  // "find", "register" or "unregister"; empty: nowhere
 
  private:
   void note(const std::string& call, const String& identifier) {
@@ -95,14 +95,14 @@ const std::string kOff = "off com.keldra.Bookmarks";
 const std::string kNotRegistered = "Corvane Sync Client is not registered";
 const std::string kUncaught = "Uncaught exception running corvanetool: ";
 
-/// What a command meets.
+// What a command meets.
 struct Circumstances {
   bool registered = true;
   bool registrable = true;
   Answer computer = Answer::yes;
   Answer dataClass = Answer::yes;
   Answer switching = Answer::yes;
-  std::string engineRaisesAt = {};  ///< "find", "register" or "unregister"; empty: nowhere
+  std::string engineRaisesAt = {};  // "find", "register" or "unregister"; empty: nowhere
 };
 
 struct Row {
@@ -255,7 +255,7 @@ const Row kRows[] = {
      {"Error disabling data class with .Pelto: no switch"}},
 };
 
-/// A platform, an engine and a service as a command meets them.
+// A platform, an engine and a service as a command meets them.
 struct Surroundings {
   explicit Surroundings(const Circumstances& circumstances = {}) {
     platform.bundles.own.resources["CorvaneClientDescription.plist"] = kDescription;

@@ -29,7 +29,7 @@ class SingleRunLockTest : public ::testing::Test {
     std::error_code error;
     return platform.realFiles.attributes(path(), error).has_value();
   }
-  /// A lock that somebody else took so long ago.
+  // A lock that somebody else took so long ago.
   void lockOfAge(double seconds) {
     ASSERT_FALSE(platform.realFiles.makeDirectory(path(), 0700));
     ASSERT_FALSE(setModificationDate(path(), Date{platform.clock.time.seconds - seconds}));

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
@@ -18,19 +17,14 @@ namespace {
 const std::vector<std::string> kSync = {"--sync", "com.keldra.Corvane", "--entitynames", "anything"};
 const std::vector<std::string> kIsSyncing = {"--issyncing"};
 
-std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // A line in the system log that a test does not declare fails it.
 class ToolTest : public ::testing::Test {
  protected:
   void TearDown() override { EXPECT_EQ(installation.systemLog(), expectedLog); }
 
-  /// What a run said on standard output and standard error together.
+  // What a run said on standard output and standard error together.
   std::string said() const {
-    return contents(installation.standardOutput()) + contents(installation.standardError());
+    return contentsOf(installation.standardOutput()) + contentsOf(installation.standardError());
   }
 
   Installation installation;
@@ -46,12 +40,12 @@ TEST_F(ToolTest, SyncsAndSaysNothing) {
 
 TEST_F(ToolTest, UsageGoesToStandardErrorAlone) {
   EXPECT_EQ(statusOf(installation, {}), 1);
-  EXPECT_EQ(contents(installation.standardOutput()), "");
+  EXPECT_EQ(contentsOf(installation.standardOutput()), "");
   EXPECT_TRUE(
-      contents(installation.standardError()).starts_with("corvanetool say: what you trying to do?\n\n"));
+      contentsOf(installation.standardError()).starts_with("corvanetool say: what you trying to do?\n\n"));
   EXPECT_EQ(statusOf(installation, {"--sync", "X", "--entitynames"}), 1);
   EXPECT_TRUE(
-      contents(installation.standardError()).ends_with("    --sync clientId --entitynames entityNames\n"));
+      contentsOf(installation.standardError()).ends_with("    --sync clientId --entitynames entityNames\n"));
 }
 
 TEST_F(ToolTest, ImproperClientIdsFailWithoutALock) {
@@ -70,7 +64,7 @@ TEST_F(ToolTest, UnreadableFilesAreNamedInTheLog) {
   std::filesystem::create_directories(std::filesystem::path(installation.bookmarks()).parent_path());
   std::ofstream(installation.bookmarks()) << "rubbish";
   EXPECT_EQ(statusOf(installation, kSync), 1);
-  EXPECT_EQ(contents(installation.bookmarks()), "rubbish");
+  EXPECT_EQ(contentsOf(installation.bookmarks()), "rubbish");
   expectedLog = {"Could not read bookmarks file " + installation.bookmarks() +
                  ": it holds a value of type string in place of a dictionary"};
 }
@@ -181,7 +175,7 @@ StoredClient storedClient(const Installation& installation) {
 }
 
 Dictionary propertyList(const std::string& path) {
-  const Value value = readPropertyList(contents(path));
+  const Value value = readPropertyList(contentsOf(path));
   return *value.as<Dictionary>();
 }
 
@@ -213,7 +207,7 @@ Dictionary leaf(const char* uid, const char* title, const char* note) {
           {"Note", note}};
 }
 
-/// The file's bookmark of that address.
+// The file's bookmark of that address.
 Dictionary childAt(const std::string& path, const std::string& url) {
   const Dictionary root = propertyList(path);
   for (const Value& child : *root.array("Children")) {
@@ -260,7 +254,8 @@ TEST(ClientBundleTest, HoldsWhatItsDescriptionNames) {
   const Dictionary description = propertyList(resources / "CorvaneClientDescription.plist");
   EXPECT_EQ(description.string("DisplayName"), "Corvane");
   EXPECT_TRUE(std::filesystem::equivalent(resources / description.string("ToolPath").view(), CORVANE_TOOL));
-  EXPECT_TRUE(contents(resources / description.string("ImagePath").view()).starts_with("\x89PNG\r\n\x1a\n"));
+  EXPECT_TRUE(
+      contentsOf(resources / description.string("ImagePath").view()).starts_with("\x89PNG\r\n\x1a\n"));
 }
 
 TEST_F(ToolTest, RegistersAndUnregistersAClient) {

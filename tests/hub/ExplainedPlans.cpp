@@ -9,8 +9,8 @@ namespace corvane {
 
 namespace {
 
-/// The lines of the log's entries that hold plans: the first line of an entry begins with the time, the
-/// others with a tab.
+// The lines of the log's entries that hold plans: the first line of an entry begins with the time, the
+// others with a tab.
 std::vector<std::vector<std::string>> planEntries(std::istream& log) {
   std::vector<std::vector<std::string>> entries;
   bool isPlan = false;

@@ -45,8 +45,8 @@ class PlanTest : public HubTest {
         "DELETE FROM corvane_hub.accounts WHERE role LIKE 'other%'");
   }
 
-  /// With ten records, forty pushes and a computer each: enough that no partition is so small that the server
-  /// would rather read it whole.
+  // With ten records, forty pushes and a computer each: enough that no partition is so small that the server
+  // would rather read it whole.
   void addOtherAccounts() {
     administer(
         "INSERT INTO corvane_hub.accounts(role) SELECT 'other' || n FROM generate_series(1, 600) AS n;"
@@ -71,7 +71,7 @@ class PlanTest : public HubTest {
         .substr(std::string("corvane_hub.").size());
   }
 
-  /// Everything that a computer may ask of the service.
+  // Everything that a computer may ask of the service.
   void doEverything() {
     PostgresHub fresh(url, computer);
     fresh.setEnabled(kHubDataClass, true);

@@ -54,7 +54,7 @@ class Parser {
     return node;
   }
 
-  /// Absent when there is none.
+  // Absent when there is none.
   String word() {
     if (takes('"')) return quoted();
     const std::size_t end = std::min(_text.find_first_of(kSpecialCharacters, _at), _text.size());

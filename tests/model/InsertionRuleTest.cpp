@@ -16,7 +16,7 @@ constexpr bool kBookmark = false;
 
 class InsertionRuleTest : public ModelTest {
  protected:
-  /// Puts a node into the map, in no list.
+  // Puts a node into the map, in no list.
   CorvaneBookmark& add(const char* uid, bool isFolder, const char* title, int position) {
     Dictionary record;
     if (title) record.set(LoomerAttribute_Bookmarks_Folder_Name, title);

@@ -7,8 +7,8 @@ namespace {
 
 class ModelMergeTest : public ModelTest {
  protected:
-  /// A root with the bookmark A ("a") between X and Y; the original is what it was before the test's own
-  /// change.
+  // A root with the bookmark A ("a") between X and Y; the original is what it was before the test's own
+  // change.
   void SetUp() override {
     read(rootEntry({bookmarkEntry("X", "x"), bookmarkEntry("A", "a", "http://a/"), bookmarkEntry("Y", "y"),
                     folderEntry("F", "f")}));

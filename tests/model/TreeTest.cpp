@@ -202,7 +202,7 @@ TEST_F(TreeTest, AbstractOperationsOnlyLog) {
        "120"});
 }
 
-TEST_F(TreeTest, Descriptions) {
+TEST_F(TreeTest, DescriptionsShowWhatNodesHold) {
   read(rootEntry({folderEntry("F", "Fold", {bookmarkEntry("1A2B", "News"), bookmarkEntry("X", "x")})}));
   EXPECT_EQ(bookmark("1A2B").description(), "CorvaneBookmarkRecord - UID:1A2B Title: News");
   EXPECT_EQ(folder("F").description(), "CorvaneBookmarkFolder - UID:F Title: Fold Children: (1A2B, X)");

@@ -43,7 +43,7 @@ bool sendAll(int to, std::string_view bytes) {
   return true;
 }
 
-/// What has arrived; nothing at the end.
+// What has arrived; nothing at the end.
 std::string receiveSome(int from, std::size_t most = 65536) {
   char buffer[65536];
   const ssize_t count =
@@ -51,7 +51,7 @@ std::string receiveSome(int from, std::size_t most = 65536) {
   return count > 0 ? std::string(buffer, static_cast<std::size_t>(count)) : std::string();
 }
 
-/// Reads the server's answer up to "ready for query", its last message, or to the connection's end.
+// Reads the server's answer up to "ready for query", its last message, or to the connection's end.
 std::string awaitAnswer(int server) {
   std::string answer;
   while (answer.size() < 6 || answer.compare(answer.size() - 6, 5, std::string("Z\0\0\0\5", 5)) != 0) {
@@ -62,7 +62,7 @@ std::string awaitAnswer(int server) {
   return answer;
 }
 
-/// Sends the answer without its end, and its rows for as long as somebody takes them.
+// Sends the answer without its end, and its rows for as long as somebody takes them.
 void sendForEver(int client, const std::string& answer) {
   std::string beforeRows, rows;
   for (std::size_t at = 0; at + 5 <= answer.size();) {
@@ -78,7 +78,7 @@ void sendForEver(int client, const std::string& answer) {
   while (isTaken) isTaken = sendAll(client, rows);
 }
 
-/// What is passed on piece by piece must not wait for the other side's acknowledgement.
+// What is passed on piece by piece must not wait for the other side's acknowledgement.
 void sendAtOnce(int socket) {
   const int isOn = 1;
   ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &isOn, sizeof isOn);
@@ -153,7 +153,7 @@ void CuttingProxy::serve() {
   }
 }
 
-/// What has arrived, after the time that the line takes for it.
+// What has arrived, after the time that the line takes for it.
 std::string CuttingProxy::carried(int from) const {
   const int most = _bytesAtOnce;
   if (most == 0) return receiveSome(from);
@@ -179,7 +179,7 @@ void CuttingProxy::relay(int client, int server) {
   }
 }
 
-/// Whether this is where the connection is to be cut; runs the action then.
+// Whether this is where the connection is to be cut; runs the action then.
 bool CuttingProxy::isCut(int number, Moment moment) {
   std::function<void()> action;
   {
@@ -192,7 +192,7 @@ bool CuttingProxy::isCut(int number, Moment moment) {
   return true;
 }
 
-/// Sends the whole messages among the bytes on; false when the connection is to be cut.
+// Sends the whole messages among the bytes on; false when the connection is to be cut.
 bool CuttingProxy::carryMessages(std::string& pending, bool& isStarted, int client, int server) {
   while (true) {
     // Until the session has started messages have no type.

@@ -30,10 +30,10 @@
 
 namespace {
 
-/// What the resolver below says of itself to the processes of this test.
+// What the resolver below says of itself to the processes of this test.
 struct Resolver {
-  std::atomic<pid_t> process;       ///< where it is at work
-  std::atomic<std::size_t> opened;  ///< how many descriptors are open there
+  std::atomic<pid_t> process;       // where it is at work
+  std::atomic<std::size_t> opened;  // how many descriptors are open there
 };
 
 Resolver& resolver() {
@@ -48,7 +48,7 @@ std::size_t entriesOf(const char* directory) {
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-/// So many addresses from 192.0.2.0 on, to be freed by the system.
+// So many addresses from 192.0.2.0 on, to be freed by the system.
 int addresses(std::uint32_t count, addrinfo** list) {
   const auto system = reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
   *list = nullptr;
@@ -69,7 +69,7 @@ int addresses(std::uint32_t count, addrinfo** list) {
 
 }  // namespace
 
-/// The system's resolver in this program: it knows the names of these tests.
+// The system's resolver in this program: it knows the names of these tests.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** list) {
   const std::string_view host(name);
   if ((hints->ai_flags & AI_NUMERICHOST) == 0) {

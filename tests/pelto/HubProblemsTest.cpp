@@ -23,7 +23,7 @@ using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
-/// A port that takes connections and never says a word.
+// A port that takes connections and never says a word.
 class SilentPort {
  public:
   SilentPort() : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -46,7 +46,7 @@ class SilentPort {
 
 class ProblemTest : public HubTest {
  protected:
-  /// Every call fails in the same way; the reason.
+  // Every call fails in the same way; the reason.
   std::string failureWith(const std::string& address, HubTimeouts timeouts = {}) {
     PostgresHub failing(address, computer, timeouts);
     const std::string reason = failureOf([&] { failing.remoteChanges({}); });
@@ -209,7 +209,7 @@ TEST_F(ProblemTest, ABusyAccountIsGivenUpInTime) {
   EXPECT_TRUE(hasty.push({now, newUuidString(), {}}));
 }
 
-/// A server whose transactions go wrong a number of times when they give changes.
+// A server whose transactions go wrong a number of times when they give changes.
 class ConflictTest : public ProblemTest {
  protected:
   ConflictTest() {
@@ -224,7 +224,7 @@ class ConflictTest : public ProblemTest {
     server.administer("DROP FUNCTION public.conflict CASCADE; DROP SEQUENCE public.conflicts");
   }
 
-  /// What becomes of a push in whose way `times` others are.
+  // What becomes of a push in whose way `times` others are.
   std::string pushWithConflicts(const std::string& state, int times) {
     server.administer(
         "ALTER SEQUENCE public.conflicts RESTART; DROP TRIGGER IF EXISTS conflict ON corvane_hub.accounts;"
@@ -338,7 +338,7 @@ TEST_F(ProblemTest, AnAnswerWhoseRowsNeverEndIsGivenUp) {
   EXPECT_EQ(endless, 2) << "that of the account, and that of the records";
 }
 
-/// A service that has always one more page of records, and makes what it likes of the account's limits.
+// A service that has always one more page of records, and makes what it likes of the account's limits.
 class EndlessTest : public ProblemTest {
  protected:
   static void SetUpTestSuite() {
@@ -391,7 +391,7 @@ class EncryptedTest : public ProblemTest {
       administer(statement);
     while (server.administer("SHOW ssl") != to) std::this_thread::yield();
   }
-  /// A key and a certificate for "hub.example.org" that nobody else has signed; the server uses them.
+  // A key and a certificate for "hub.example.org" that nobody else has signed; the server uses them.
   void encrypt() {
     const std::string key = server.directory() + "/data/server.key";
     const std::string command =

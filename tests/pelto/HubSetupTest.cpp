@@ -29,7 +29,7 @@ std::string messageOf(Work work) {
   }
 }
 
-/// How many columns have statistics that tell of what accounts hold.
+// How many columns have statistics that tell of what accounts hold.
 constexpr const char* kTellingStatistics =
     "SELECT count(*) FROM pg_statistic s JOIN pg_attribute a ON a.attrelid = s.starelid AND a.attnum = "
     "s.staattnum JOIN pg_class c ON c.oid = s.starelid WHERE c.relnamespace = 'corvane_hub'::regnamespace"
@@ -88,7 +88,7 @@ TEST_F(SetupTest, AMissingDatabaseIsNamed) {
               AllOf(HasSubstr("database \"nowhere\" does not exist"), Not(HasSubstr("older"))));
 }
 
-/// The scripts as they are installed, in one directory, with a migration more.
+// The scripts as they are installed, in one directory, with a migration more.
 class MigrationTest : public SetupTest {
  protected:
   void install(const std::string& migration) {
@@ -207,7 +207,7 @@ TEST_F(SetupTest, AChangedPasswordReplacesTheOldOne) {
   EXPECT_EQ(failureOf([&] { PostgresHub(fresh, computer).remoteChanges({}); }), "");
 }
 
-/// A session of the account's that has begun a push and keeps it open.
+// A session of the account's that has begun a push and keeps it open.
 class OpenSessionTest : public SetupTest {
  protected:
   OpenSessionTest() {
@@ -219,7 +219,7 @@ class OpenSessionTest : public SetupTest {
   std::int64_t sessions() {
     return number("SELECT count(*) FROM pg_stat_activity WHERE usename = '" + user + "'");
   }
-  /// What the session was told at its end; empty when it came to its own.
+  // What the session was told at its end; empty when it came to its own.
   std::string end() {
     _session.join();
     _session = std::thread([] {});
@@ -296,7 +296,7 @@ TEST_F(SetupTest, PasswordsStayOutOfTheServersLog) {
   administer("SELECT pg_reload_conf()");
 }
 
-/// pgbouncer, which hands one connection to the server from transaction to transaction.
+// pgbouncer, which hands one connection to the server from transaction to transaction.
 class Pooler {
  public:
   Pooler(const PostgresServer& server, const std::string& directory, const std::string& user,

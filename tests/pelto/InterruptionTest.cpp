@@ -25,7 +25,7 @@ class InterruptionTest : public HubTest {
     renamed.name = newUuidString();
     return {hub.remoteChanges({}).now, newUuidString(), {renamed, tombstone(bookmark("gone", {}))}};
   }
-  /// What a push through the proxy came to, against what the account then holds.
+  // What a push through the proxy came to, against what the account then holds.
   void expectBeforeOrAfter(const HubPush& push, bool isTold) {
     PostgresHub direct(url, computer);
     const HubState now = direct.remoteChanges({}).now;
@@ -147,8 +147,8 @@ TEST_F(InterruptionTest, SignalsInterruptNothing) {
   EXPECT_GT(alarms, 10);
 }
 
-/// One computer of several that work at the same time. Texts are not shared between threads: each has its
-/// own.
+// One computer of several that work at the same time. Texts are not shared between threads: each has its
+// own.
 struct Racer {
   explicit Racer(const std::string& url) : hub(url, newUuidString()) { hub.setEnabled(kHubDataClass, true); }
   PostgresHub hub;

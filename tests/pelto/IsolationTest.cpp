@@ -9,7 +9,7 @@
 namespace corvane::pelto {
 namespace {
 
-/// SQLSTATE of what the statements end with; empty when the server takes them.
+// SQLSTATE of what the statements end with; empty when the server takes them.
 std::string stateOf(const std::string& url, const std::string& statements) {
   try {
     runSql(url, statements);
@@ -26,7 +26,7 @@ class IsolationTest : public HubTest {
   IsolationTest() { PostgresHub(other, computer).setEnabled(kHubDataClass, true); }
   ~IsolationTest() override { EXPECT_EQ(everything(), before) << "somebody else's rows changed"; }
 
-  /// All rows of the account that somebody else tries to reach.
+  // All rows of the account that somebody else tries to reach.
   std::string everything() {
     std::string rows;
     for (const std::string table : {"accounts", "records", "pushes", "computers", "settings"}) {

@@ -41,7 +41,7 @@ std::string contentsOf(const std::string& path) {
   return text.str();
 }
 
-/// PostgreSQL refuses to run as root: the user to be then, "postgres" or else "nobody".
+// PostgreSQL refuses to run as root: the user to be then, "postgres" or else "nobody".
 const passwd* otherUser() {
   if (::geteuid() != 0) return nullptr;
   if (const passwd* user = ::getpwnam("postgres")) return user;
@@ -49,7 +49,7 @@ const passwd* otherUser() {
   throw std::runtime_error("PostgreSQL does not run as root, and there is no other user to run it as");
 }
 
-/// Runs `prepare` and then a program in a process of its own; `arguments[0]` is its path.
+// Runs `prepare` and then a program in a process of its own; `arguments[0]` is its path.
 pid_t spawn(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {
   std::vector<char*> pointers;
   for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
@@ -81,7 +81,7 @@ int statusOf(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-/// Runs a program to its end; what it printed. Raises with that when it fails.
+// Runs a program to its end; what it printed. Raises with that when it fails.
 std::string outputOf(const std::vector<std::string>& arguments, const std::string& programs = {}) {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) failSystem("pipe");
@@ -107,7 +107,7 @@ std::string outputOf(const std::vector<std::string>& arguments, const std::strin
   return output;
 }
 
-/// The directory with the server's programs: what pg_config says, else the newest of Debian's.
+// The directory with the server's programs: what pg_config says, else the newest of Debian's.
 std::string findPrograms() {
   std::vector<std::string> candidates;
   try {
@@ -130,8 +130,8 @@ std::string findPrograms() {
   throw std::runtime_error("there is no PostgreSQL server: install the package postgresql");
 }
 
-/// The server's process by its own note, as long as it really is one over this directory; 0 when there is
-/// none.
+// The server's process by its own note, as long as it really is one over this directory; 0 when there is
+// none.
 pid_t serverOver(const std::string& directory) {
   const pid_t process = std::atoi(contentsOf(directory + "/data/postmaster.pid").c_str());
   if (process <= 0) return 0;
@@ -139,7 +139,7 @@ pid_t serverOver(const std::string& directory) {
   return command.find(directory + "/data") != std::string::npos ? process : 0;
 }
 
-/// What the watcher does: waits for the test's end, however it comes, and then clears up.
+// What the watcher does: waits for the test's end, however it comes, and then clears up.
 [[noreturn]] void watch(int socket, const std::string& directory) {
   ::setsid();
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::signal(signal, SIG_IGN);
@@ -258,7 +258,7 @@ void PostgresServer::launch() {
             });
 }
 
-/// False when the server ended instead.
+// False when the server ended instead.
 bool PostgresServer::awaitAnswer() {
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (PQping(administratorUrl("postgres").c_str()) != PQPING_OK) {

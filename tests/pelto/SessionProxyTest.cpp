@@ -24,7 +24,7 @@ class SessionProxyTest : public ::testing::Test {
     pelto::removeAccount(pelto::userAccountPath());
     pelto::writeAccount(pelto::userAccountPath(), {url, "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01", {}});
   }
-  /// What each question does with an account file that others may read.
+  // What each question does with an account file that others may read.
   void makeFileUnusable() {
     setAccount();
     ASSERT_FALSE(platform.realFiles.write(pelto::userAccountPath(), "rubbish"));

@@ -24,8 +24,8 @@ void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
 }
 
-/// Computers whose users edit at random, and what must come of it. An entry's title is what it is known by
-/// throughout, and after a dot the number of its last renaming.
+// Computers whose users edit at random, and what must come of it. An entry's title is what it is known by
+// throughout, and after a dot the number of its last renaming.
 class RandomComputers {
  public:
   RandomComputers(const std::vector<std::size_t>& clients, MemoryHub::Kind service)
@@ -73,7 +73,7 @@ class RandomComputers {
     }
   }
 
-  /// Edits stop; the service works.
+  // Edits stop; the service works.
   void settle() {
     _simulation.hub.enabled = true;
     _simulation.hub.limit = kAmple;
@@ -102,7 +102,7 @@ class RandomComputers {
     }
   }
 
-  /// A computer that joins is given the very tree that is there, and gives nothing.
+  // A computer that joins is given the very tree that is there, and gives nothing.
   void requireJoining() {
     const std::int64_t revision = _simulation.hub.state.now.revision;
     _simulation.join();
@@ -126,7 +126,7 @@ class RandomComputers {
     return name.substr(0, name.find('.'));
   }
 
-  /// What every client holds before it syncs for the first time.
+  // What every client holds before it syncs for the first time.
   static void bookmarkInCommon(ScriptedClient& client) {
     const std::string bar = client.addSpecial("BookmarksBar");
     client.addBookmark("", kAnchor, "http://n1/");
@@ -136,13 +136,13 @@ class RandomComputers {
     client.addBookmark(folder, "n5", "http://n5/");
   }
 
-  /// Before all have met, an edit of what they have in common makes two different things of it.
+  // Before all have met, an edit of what they have in common makes two different things of it.
   bool mayBeEdited(const Node& node) {
     return std::stoi(identityOf(node).substr(1)) > kInCommon || _simulation.allHaveMet();
   }
 
-  /// As above: who meets an emptied service without ever having met another computer's entries has a history
-  /// of its own.
+  // As above: who meets an emptied service without ever having met another computer's entries has a history
+  // of its own.
   void restore(std::size_t backup) {
     if (_simulation.allHaveMet())
       _simulation.restore(_simulation.backups[backup % _simulation.backups.size()]);
@@ -224,7 +224,7 @@ class RandomComputers {
   ComputerSimulation _simulation;
   int _serial = 0;
   int _versions = 0;
-  std::set<std::string> _live;  ///< what nobody deleted
+  std::set<std::string> _live;  // what nobody deleted
 };
 
 using enum StepKind;

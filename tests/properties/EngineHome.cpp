@@ -27,7 +27,7 @@ void EngineInstallation::install(const std::string& resource, const std::string&
   if (const auto error = platform.realFiles.write(to, bytes)) throw std::system_error(error, to);
 }
 
-/// The file of shared memory is made anew from the others.
+// The file of shared memory is made anew from the others.
 void copyStore(const std::string& from, const std::string& to) {
   namespace fs = std::filesystem;
   fs::remove_all(to);

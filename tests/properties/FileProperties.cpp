@@ -24,7 +24,7 @@ void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
 }
 
-/// A simulation whose browsers edit at random, and what must come of it.
+// A simulation whose browsers edit at random, and what must come of it.
 class RandomFiles {
  public:
   explicit RandomFiles(std::size_t clients) : _simulation(clients) {
@@ -73,7 +73,7 @@ class RandomFiles {
     _simulation.write(client, file);
   }
 
-  /// The properties at rest: every title that nobody deleted is there once.
+  // The properties at rest: every title that nobody deleted is there once.
   void requireNothingLost() {
     std::map<std::string, int> counts;
     const BrowserFile file = _simulation.file(0);
@@ -85,7 +85,7 @@ class RandomFiles {
     }
   }
 
-  /// What the browser alone knows stays with its entry, in its file.
+  // What the browser alone knows stays with its entry, in its file.
   void requireNotesKept() {
     for (std::size_t client = 0; client < _simulation.size(); ++client) {
       for (const std::string& note : _simulation.file(client).notes()) {
@@ -164,9 +164,9 @@ class RandomFiles {
   unsigned _serial = 0;
   std::string _anchor;
   std::vector<std::string> _given;
-  std::set<std::string> _gone;                 ///< titles that may be missing at the end
-  std::set<std::string> _hidden;               ///< titles that do not sync
-  std::map<std::string, std::string> _titles;  ///< the first title of what a browser added, by uid
+  std::set<std::string> _gone;                 // titles that may be missing at the end
+  std::set<std::string> _hidden;               // titles that do not sync
+  std::map<std::string, std::string> _titles;  // the first title of what a browser added, by uid
 };
 
 using enum StepKind;
@@ -179,7 +179,7 @@ kit::Weights editsAndSessions() {
   return weights;
 }
 
-/// One session of every client, in an order that is drawn.
+// One session of every client, in an order that is drawn.
 void roundInAnyOrder(FileSimulation& simulation) {
   std::vector<std::size_t> order(simulation.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;

@@ -40,7 +40,7 @@ class Folder {
     }
   }
 
-  /// Changes for one bookmark that stands before the `index`-th child.
+  // Changes for one bookmark that stands before the `index`-th child.
   std::size_t changesForInsertionAt(std::size_t index) {
     const auto id = static_cast<RecordId>(_input.base.size() + 1);
     const Content content{.name = title(), .url = String("http://example.com")};

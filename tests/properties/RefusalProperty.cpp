@@ -27,8 +27,8 @@ void require(bool holds, const std::string& what) {
   if (!holds) throw std::logic_error(what);
 }
 
-/// Three clients in memory on a real engine, one of which refuses and ignores at random what is delivered to
-/// it.
+// Three clients in memory on a real engine, one of which refuses and ignores at random what is delivered to
+// it.
 class PickySimulation {
  public:
   PickySimulation() {

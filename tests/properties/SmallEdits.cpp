@@ -96,7 +96,7 @@ class Enumeration {
     if (_seen.insert(keyOf(outcome.simulation)).second) _outcomes.push_back(std::move(outcome));
   }
 
-  /// The tree, in which new entries have no names.
+  // The tree, in which new entries have no names.
   std::string keyOf(const ClientSimulation& client) const {
     std::string key;
     const std::function<void(const std::string&)> write = [&](const std::string& uid) {

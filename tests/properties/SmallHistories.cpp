@@ -28,7 +28,7 @@ struct Truth {
 struct SyncedSide {
   ClientSimulation simulation;
   std::vector<BaseRecord> base;
-  std::vector<BaseRecord> baseBefore = {};  ///< of the last session: it names what that session deleted
+  std::vector<BaseRecord> baseBefore = {};  // of the last session: it names what that session deleted
 };
 
 MergeResult mergeFor(const Truth& truth, SyncedSide& side) {
@@ -75,7 +75,7 @@ Facts factsOf(const Truth& truth) {
   return facts;
 }
 
-/// What a side's tree said when it synced, by the records that its session found for its entries.
+// What a side's tree said when it synced, by the records that its session found for its entries.
 Facts factsOf(const ClientSimulation& simulation, const SyncedSide& synced) {
   std::map<std::string, RecordId> records{{ClientSimulation::kRootUid, kRoot}};
   for (const auto* const base : {&synced.baseBefore, &synced.base}) {
@@ -102,7 +102,7 @@ void grow(ClientSimulation& client, const std::string& folder, const std::vector
   }
 }
 
-/// A client that holds the tree, its entries numbered in the order of the text.
+// A client that holds the tree, its entries numbered in the order of the text.
 ClientSimulation grown(const std::string& text) {
   ClientSimulation client("A");
   std::size_t made = 0;
@@ -114,7 +114,7 @@ std::string joined(const std::string& tree, const std::string& rest) {
   return rest.empty() ? tree : tree + " " + rest;
 }
 
-/// All histories from one forest.
+// All histories from one forest.
 class Forest {
  public:
   Forest(const std::string& text, const SmallHistoryScope& scope, SmallHistoryCounts& counts)
@@ -178,7 +178,7 @@ struct TwoSides::AfterA {
   Truth truth;
   SyncedSide a;
   Facts facts;
-  std::string edited;  ///< A's tree when it synced
+  std::string edited;  // A's tree when it synced
 };
 
 TwoSides::TwoSides(const ClientSimulation& start)

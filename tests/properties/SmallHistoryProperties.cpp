@@ -50,8 +50,8 @@ class Judge {
     return now.title != before.title || now.url != before.url || now.parent != before.parent;
   }
 
-  /// Whether a record that the other side deleted is changed on this one, or lies in a folder of which that
-  /// holds: a changed folder comes back with what it held.
+  // Whether a record that the other side deleted is changed on this one, or lies in a folder of which that
+  // holds: a changed folder comes back with what it held.
   bool comesBack(RecordId id, const Facts& side, const Facts& other) const {
     for (RecordId at = id; at != kRoot; at = side.at(at).parent) {
       const Fact* const before = in(_history.origin, at);

@@ -21,7 +21,7 @@ const kit::Weights kEdits = {{2, Kind::addBookmark}, {1, Kind::addFolder}, {1, K
                              {1, Kind::readdress},   {3, Kind::move},      {2, Kind::reorder},
                              {1, Kind::erase}};
 
-/// Carries out one edit with names that no other edit gives.
+// Carries out one edit with names that no other edit gives.
 void editAtRandom(ClientSimulation& client, const Step& step, unsigned& serial) {
   const std::string title = "t" + std::to_string(++serial);
   const std::vector<std::string> folders = client.uids(Entity::folder);

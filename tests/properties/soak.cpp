@@ -33,8 +33,8 @@ using Clock = std::chrono::steady_clock;
 struct Property {
   const char* name;
   std::function<void()> check;
-  int histories;  ///< in one turn
-  int size;       ///< of the largest history, in edits
+  int histories;  // in one turn
+  int size;       // of the largest history, in edits
   std::uint64_t done = 0;
   double seconds = 0;
 };
@@ -63,7 +63,7 @@ struct SoakOptions {
   std::string property;
 };
 
-/// One turn of a property; false when it does not hold.
+// One turn of a property; false when it does not hold.
 bool drive(Property& property, std::uint64_t seed) {
   rc::detail::TestParams params;
   params.seed = seed;
@@ -86,8 +86,8 @@ bool drive(Property& property, std::uint64_t seed) {
   return false;
 }
 
-/// Turns until the time is up, at least one of each property. The seed of a turn is the first one plus the
-/// number of turns before it, so that a turn can be replayed alone.
+// Turns until the time is up, at least one of each property. The seed of a turn is the first one plus the
+// number of turns before it, so that a turn can be replayed alone.
 bool soak(std::vector<Property>& properties, const SoakOptions& options) {
   const auto end = Clock::now() + std::chrono::duration<double>(options.minutes * 60);
   std::uint64_t seed = options.seed;

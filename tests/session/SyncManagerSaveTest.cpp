@@ -63,7 +63,7 @@ class SyncManagerSaveTest : public SyncSessionTest {
     return manager->sync();
   }
 
-  /// The name of what the run raises, and its reason; empty when nothing.
+  // The name of what the run raises, and its reason; empty when nothing.
   std::string raised() {
     try {
       sync();
@@ -73,14 +73,14 @@ class SyncManagerSaveTest : public SyncSessionTest {
     return "";
   }
 
-  /// No bookmarks can be written from now on.
+  // No bookmarks can be written from now on.
   void fillDisk() {
     platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
       const bool isFile = call.operation == FileOperation::writeAtomically && call.path == bookmarksPath();
       return isFile ? std::make_error_code(std::errc::no_space_on_device) : std::error_code();
     };
   }
-  /// Declares what the store says of one write on a full disk.
+  // Declares what the store says of one write on a full disk.
   void expectFailedWrite() {
     platform.log.expectMessages(
         {"Could not write bookmarks file " + bookmarksPath() + ": No space left on device",
@@ -88,7 +88,7 @@ class SyncManagerSaveTest : public SyncSessionTest {
          "{WebBookmarkType = WebBookmarkTypeList; WebBookmarkFileVersion = 1}"});
   }
 
-  /// Declares what the store says of a file that holds the word "rubbish".
+  // Declares what the store says of a file that holds the word "rubbish".
   void expectRubbish() {
     platform.log.expectMessages({"Could not read bookmarks file " + bookmarksPath() +
                                  ": it holds a value of type string in place of a dictionary"});
@@ -105,7 +105,7 @@ class SyncManagerSaveTest : public SyncSessionTest {
   std::vector<loomer::KeptFile> kept() {
     return loomer::KeptFiles(loomer::storePathForHome(platform.process.home), "com.keldra.Corvane").all();
   }
-  /// Declares what is said of entries that are left out, the newest copy's.
+  // Declares what is said of entries that are left out, the newest copy's.
   void expectLeftOut(std::size_t entries, const std::string& copy) {
     platform.log.expectMessages({"com.keldra.Corvane: entries of the bookmarks file " + bookmarksPath() +
                                  " that cannot be synced are left out (" + std::to_string(entries) +

@@ -27,14 +27,14 @@ class SyncManagerTest : public SyncSessionTest {
     return manager && manager->sync();
   }
 
-  /// Declares what is said of a client whose file is not there.
+  // Declares what is said of a client whose file is not there.
   void expectMissing(const std::string& clientId, const std::string& path) {
     platform.log.expectMessages({"Can't sync client " + clientId + ": its bookmarks file " + path +
                                  " does not exist. A file without bookmarks is made by: echo '{}' > \"" +
                                  path + '"'});
   }
 
-  /// The name of what `sync` raises; empty when nothing.
+  // The name of what `sync` raises; empty when nothing.
   std::string raisedName() {
     try {
       syncs(kMain);

@@ -11,7 +11,7 @@ namespace corvane {
 
 namespace {
 
-/// Called by its uid, and with no other title or address to speak of.
+// Called by its uid, and with no other title or address to speak of.
 kit::TreeNode nodeFor(const BookmarkMap& map, const String& uid) {
   const CorvaneBookmark* const node = map.find(uid);
   const std::string label = uid.toString() + (node ? "" : "?");

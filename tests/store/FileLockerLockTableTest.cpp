@@ -102,7 +102,7 @@ class FileLockerLockTable : public StoreTest, public testing::WithParamInterface
   }
 };
 
-TEST_P(FileLockerLockTable, Row) {
+TEST_P(FileLockerLockTable, EndsAsItsRowSays) {
   const LockCase& row = GetParam();
   SCOPED_TRACE(row.phrase);
   if (row.details) {

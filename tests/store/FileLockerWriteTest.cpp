@@ -48,7 +48,7 @@ class FileLockerWriteTest : public StoreTest {
   OpenLocker locker{guarded, &delegate, 10};
 };
 
-TEST_F(FileLockerWriteTest, Paths) {
+TEST_F(FileLockerWriteTest, PathsLieInTheDirectory) {
   EXPECT_EQ(locker.path(), guarded);
   EXPECT_EQ(locker.lockDirectoryPath(), lockDirectory);
   EXPECT_EQ(locker.lockFilePath(), lockFile);

@@ -26,10 +26,10 @@ class ConvergenceTest : public EngineTest {
   void seed() {
     makeTree(*a);
     settle({a.get(), b.get()});
-    ASSERT_EQ(a->text(), "Bar*[] F[A(http://a/) B(http://b/) C(http://c/)] D(http://d/)");
+    ASSERT_EQ(a->text(), "Bar!() F(A@http://a/ B@http://b/ C@http://c/) D@http://d/");
     ASSERT_EQ(b->text(), a->text());
   }
-  /// Two rounds bring both together; a third changes nothing.
+  // Two rounds bring both together; a third changes nothing.
   void expectSettled(const std::string& text) {
     for (int round = 0; round < 2; ++round) {
       ASSERT_EQ(a->sync(), "");
@@ -54,7 +54,7 @@ TEST_F(ConvergenceTest, TitleEditedHereAndAddressEditedThereBothSurvive) {
   seed();
   a->rename(a->find("A"), "Alpha");
   b->readdress(b->find("A"), "http://alpha/");
-  expectSettled("Bar*[] F[Alpha(http://alpha/) B(http://b/) C(http://c/)] D(http://d/)");
+  expectSettled("Bar!() F(Alpha@http://alpha/ B@http://b/ C@http://c/) D@http://d/");
 }
 
 TEST_F(ConvergenceTest, AdditionsMovesAndDeletionsOfBothArriveAsTheyWere) {
@@ -63,20 +63,20 @@ TEST_F(ConvergenceTest, AdditionsMovesAndDeletionsOfBothArriveAsTheyWere) {
   a->remove(a->find("B"));
   b->move(b->find("D"), b->find("F"), 0);
   b->addFolder("", "G");
-  expectSettled("Bar*[new(http://n/)] F[D(http://d/) A(http://a/) C(http://c/)] G[]");
+  expectSettled("Bar!(new@http://n/) F(D@http://d/ A@http://a/ C@http://c/) G()");
 }
 
 TEST_F(ConvergenceTest, OneSidedReorderArrivesExactly) {
   seed();
   a->move(a->find("C"), a->find("F"), 0);
-  expectSettled("Bar*[] F[C(http://c/) A(http://a/) B(http://b/)] D(http://d/)");
+  expectSettled("Bar!() F(C@http://c/ A@http://a/ B@http://b/) D@http://d/");
 }
 
 TEST_F(ConvergenceTest, FolderDeletedHereLivesOnWithWhatWasAddedThere) {
   seed();
   a->remove(a->find("F"));
   b->addBookmark(b->find("F"), "kept", "http://k/");
-  expectSettled("Bar*[] F[kept(http://k/)] D(http://d/)");
+  expectSettled("Bar!() F(kept@http://k/) D@http://d/");
 }
 
 TEST_F(ConvergenceTest, CrossingMovesCloseNoCycle) {
@@ -98,8 +98,7 @@ TEST_F(ConvergenceTest, EqualFirstTreesWithDifferentIdsMergeWithoutDuplicates) {
   a->addBookmark("", "twin", "http://t/");
   b->addBookmark("", "twin", "http://t/");
   b->addBookmark("", "twin", "http://t/");
-  expectSettled(
-      "Bar*[] F[A(http://a/) B(http://b/) C(http://c/)] D(http://d/) twin(http://t/) twin(http://t/)");
+  expectSettled("Bar!() F(A@http://a/ B@http://b/ C@http://c/) D@http://d/ twin@http://t/ twin@http://t/");
 }
 
 TEST_F(ConvergenceTest, FirstSessionInterruptedAfterTheClientSavedHealsWithoutDuplicates) {
@@ -133,8 +132,8 @@ TEST_F(ConvergenceTest, LargeOrderOfSiblingsIsTheSameEverywhere) {
   EXPECT_EQ(a->nodes.size(), 220u);
 }
 
-/// Random edits in random turns, the seed printed. Two clients edit; after each session the store is checked,
-/// and at the end both hold one tree.
+// Random edits in random turns, the seed printed. Two clients edit; after each session the store is checked,
+// and at the end both hold one tree.
 class RandomHistory : public ConvergenceTest, public testing::WithParamInterface<unsigned> {
  protected:
   std::string pick(ScriptedClient& client, bool folder, bool orRoot) {

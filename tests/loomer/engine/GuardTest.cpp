@@ -205,7 +205,7 @@ TEST_F(GuardSessionTest, PendingResetGivesEverythingBack) {
   EXPECT_NE(a->sync(), "");
   loomer::ClientTable(store()).setResetPending(manager().clientWithIdentifier("a")->row(), true);
   EXPECT_EQ(a->sync(), "");
-  EXPECT_EQ(a->text(), "B0(http://b/) B1(http://b/) B2(http://b/) B3(http://b/) B4(http://b/) B5(http://b/)");
+  EXPECT_EQ(a->text(), "B0@http://b/ B1@http://b/ B2@http://b/ B3@http://b/ B4@http://b/ B5@http://b/");
 }
 
 }  // namespace

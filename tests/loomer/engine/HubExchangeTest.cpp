@@ -27,7 +27,7 @@ TEST_P(HubTest, WhatOneComputerAddsArrivesAtTheOtherInItsOrder) {
   a->client->addBookmark(folder, "2", "http://2/");
   a->client->addBookmark("", "3", "http://3/");
   settle();
-  EXPECT_EQ(b->text(), "F[1(http://1/) 2(http://2/)] 3(http://3/)");
+  EXPECT_EQ(b->text(), "F(1@http://1/ 2@http://2/) 3@http://3/");
 }
 
 TEST_P(HubTest, EditsMovesAndDeletionsOfBothSidesMeet) {
@@ -40,7 +40,7 @@ TEST_P(HubTest, EditsMovesAndDeletionsOfBothSidesMeet) {
   b->client->move(b->find("4"), b->find("F"), 0);
   b->client->move(b->find("2"), "");
   settle();
-  EXPECT_EQ(a->text(), "F[4(http://x/) one(http://one/)] 2(http://x/)");
+  EXPECT_EQ(a->text(), "F(4@http://x/ one@http://one/) 2@http://x/");
 }
 
 TEST_P(HubTest, FirstSessionsOfTwoHistoriesMakeOne) {
@@ -77,7 +77,7 @@ TEST_P(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
   EXPECT_EQ(std::count(hub.calls.begin(), hub.calls.end(), "remote changes"), 3)
       << "twice before the session of the bookmarks and once after it";
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(b->text(), "1@http://1/");
 }
 
 TEST_P(HubTest, AServiceThatDoesNotStayRegisteredIsReported) {
@@ -102,7 +102,7 @@ TEST_P(HubTest, SwitchedOffNothingLeavesTheComputer) {
   EXPECT_EQ(hub.state.now.revision, 0);
   hub.enabled = true;
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(b->text(), "1@http://1/");
 }
 
 TEST_P(HubTest, OfflineTheComputerSyncsAloneAndCatchesUp) {
@@ -115,7 +115,7 @@ TEST_P(HubTest, OfflineTheComputerSyncsAloneAndCatchesUp) {
   expectAlone(1, "there is no network.");
   hub.onCall = nullptr;
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(b->text(), "1@http://1/");
 }
 
 TEST_P(HubTest, ComputersThatGiveAtOneMomentTakeTurns) {
@@ -139,7 +139,7 @@ TEST_P(HubTest, CutOffBeforeThePushItIsGivenAgain) {
   expectAlone();
   EXPECT_EQ(hub.live(), 0u);
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(b->text(), "1@http://1/");
 }
 
 /// A service whose table is changed by hand.
@@ -195,7 +195,7 @@ TEST_P(CutOffAfterThePush, NothingIsThereTwice) {
   syncCutOff();
   EXPECT_EQ(hub.live(), 1u);
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(b->text(), "1@http://1/");
 }
 
 TEST_P(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
@@ -212,7 +212,7 @@ TEST_P(CutOffAfterThePush, LaterEditsOnEitherComputerStand) {
   ASSERT_EQ(b->sync(), "");
   a->client->rename(a->find("one"), "uno");
   settle();
-  EXPECT_EQ(a->text(), "uno(http://1/) zwei(http://2/)");
+  EXPECT_EQ(a->text(), "uno@http://1/ zwei@http://2/");
 }
 
 TEST_P(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
@@ -229,7 +229,7 @@ TEST_P(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
   hub.state = {};
   hub.state.now.account = account;
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/) 2(http://2/)");
+  EXPECT_EQ(b->text(), "1@http://1/ 2@http://2/");
 }
 
 TEST_P(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
@@ -247,7 +247,7 @@ TEST_P(CutOffAfterThePush, ARestartBeforeTheCommitIsTheSame) {
   a = std::make_unique<Computer>(std::move(a->client), killed, hub);
   a->client->readdress(a->find("1"), "http://uno/");
   settle();
-  EXPECT_EQ(b->text(), "1(http://uno/)");
+  EXPECT_EQ(b->text(), "1@http://uno/");
 }
 
 TEST_P(HubTest, EmptiedServiceIsFilledAgain) {
@@ -260,7 +260,7 @@ TEST_P(HubTest, EmptiedServiceIsFilledAgain) {
   b->client->rename(b->find("2"), "two");
   platform.log.expectMessages({kPutBack, kPutBack});
   settle();
-  EXPECT_EQ(a->text(), "1(http://1/) two(http://2/)");
+  EXPECT_EQ(a->text(), "1@http://1/ two@http://2/");
   EXPECT_EQ(hub.live(), 2u);
 }
 
@@ -307,7 +307,7 @@ TEST_P(HubTest, RestoredServiceTakesNothingBack) {
   ASSERT_EQ(b->sync(), "");
   b->client->addBookmark("", "6", "http://6/");
   settle();
-  EXPECT_EQ(a->text(), "F[one(http://x/) 3(http://x/)] 2(http://x/) 4(http://4/) 5(http://5/) 6(http://6/)");
+  EXPECT_EQ(a->text(), "F(one@http://x/ 3@http://x/) 2@http://x/ 4@http://4/ 5@http://5/ 6@http://6/");
   EXPECT_EQ(hub.live(), 7u);
 }
 
@@ -367,7 +367,7 @@ TEST_P(HubTest, AnotherAccountIsMetAnew) {
   hub.state = {};
   hub.state.now.account = "0B000000-0000-4000-8000-000000000002";
   settle();
-  EXPECT_EQ(b->text(), "1(http://1/)");
+  EXPECT_EQ(b->text(), "1@http://1/");
   EXPECT_EQ(hub.live(), 1u);
 }
 
@@ -378,7 +378,7 @@ TEST_P(HubTest, ComputerThatStayedAwayForLongHearsOfEveryDeletion) {
   ASSERT_EQ(a->sync(), "");
   hub.dropTombstones();
   settle();
-  EXPECT_EQ(b->text(), "1(http://x/) 3(http://x/)");
+  EXPECT_EQ(b->text(), "1@http://x/ 3@http://x/");
 }
 
 /// Computers of which one deletes so much that the others ask.
@@ -525,7 +525,7 @@ TEST_P(HubTest, FullAccountLeavesAdditionsOnTheComputerUntilThereIsRoom) {
   a->client->rename(a->client->find("3"), "three");
   ASSERT_EQ(a->sync(), "");
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "2(http://x/) three(http://x/)") << "changes still go";
+  EXPECT_EQ(b->text(), "2@http://x/ three@http://x/") << "changes still go";
   EXPECT_EQ(a->client->nodes.size(), 3u);
   hub.limit = 3;
   settle();
@@ -543,10 +543,10 @@ TEST_P(HubTest, AFolderMoveThatWaitsForAnAnswerOfAFullAccountGoesAtTheNextRun) {
   platform.log.expectMessages(
       {"The account at the online service is full: 1 bookmarks and folders stay on this computer"});
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "F[] G[]") << "the move is withheld after a refused folder change";
+  EXPECT_EQ(b->text(), "F() G()") << "the move is withheld after a refused folder change";
   ASSERT_EQ(a->sync(), "");
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "G[F[]]") << "though nothing changed here since";
+  EXPECT_EQ(b->text(), "G(F())") << "though nothing changed here since";
 }
 
 TEST_P(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) {
@@ -558,7 +558,7 @@ TEST_P(HubTest, WhatIsTooLongForTheServiceStaysOnTheComputerUntilItIsShortened) 
   platform.log.expectMessages(
       {"1 bookmarks and folders are too long for the online service and stay on this computer"});
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "1(" + longest + ")");
+  EXPECT_EQ(b->text(), "1@" + longest);
   ASSERT_EQ(a->sync(), "") << "and nothing is said of it again";
   a->client->rename(a->client->find("2"), "");
   settle();
@@ -590,7 +590,7 @@ TEST_P(HubTest, WhatAFullAccountLeftOutAndAnotherComputerGaveKeepsItsPlace) {
   hub.limit = 3;
   a->client->addBookmark("", "3", "http://x/", 0);
   settle();
-  EXPECT_EQ(b->text(), "3(http://x/) 1(http://x/) 2(http://x/)");
+  EXPECT_EQ(b->text(), "3@http://x/ 1@http://x/ 2@http://x/");
 }
 
 TEST_P(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
@@ -654,7 +654,7 @@ TEST_P(HubTest, ResetReplacesWhatTheServiceHolds) {
   clients.setResetPending(clients.find(loomer::kHubClientIdentifier)->id, true);
   settle();
   EXPECT_FALSE(clients.find(loomer::kHubClientIdentifier)->resetPending) << "also when nothing has changed";
-  EXPECT_EQ(b->text(), "F[1(http://1/)]");
+  EXPECT_EQ(b->text(), "F(1@http://1/)");
   EXPECT_EQ(hub.live(), 2u);
 }
 

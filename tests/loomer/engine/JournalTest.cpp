@@ -181,7 +181,7 @@ TEST_F(JournalTest, OneThatCannotBeWrittenCancelsTheSessionBeforeTheClientSaves)
   EXPECT_THAT(b->calls, testing::Not(testing::Contains("will finish")));
   fs::remove_all(journal);
   EXPECT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "New(http://new/)");
+  EXPECT_EQ(b->text(), "New@http://new/");
 }
 
 }  // namespace

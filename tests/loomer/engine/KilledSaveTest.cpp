@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Sessions that are killed after the client has saved and before the engine has committed.
+// Sessions that are killed after the client has saved and before the engine has committed.
 class KilledSave : public EngineTest {
  protected:
   KilledSave() {
@@ -19,7 +19,7 @@ class KilledSave : public EngineTest {
     b->sync();
   }
 
-  /// The session's journal stands beside a store that knows nothing of the session.
+  // The session's journal stands beside a store that knows nothing of the session.
   void syncKilledAfterSaving(ScriptedClient& client) {
     close();
     const fs::path directory = fs::path(storePath).parent_path();
@@ -41,13 +41,25 @@ class KilledSave : public EngineTest {
     reopen();
   }
 
-  /// As above, but for the saving.
+  // As above, but for the saving.
   void syncKilledBeforeSaving(ScriptedClient& client) {
     const auto nodes = client.nodes;
     const auto children = client.children;
     syncKilledAfterSaving(client);
     client.nodes = nodes;
     client.children = children;
+  }
+
+  // `a` adds these bookmarks, each at the address that its name stands for in the notation of trees.
+  void give(std::initializer_list<std::string> names) {
+    for (const std::string& name : names) a->addBookmark("", name, "http://" + name);
+    ASSERT_EQ(a->sync(), "");
+  }
+
+  void bothEndWith(const std::string& tree) {
+    settle({b.get(), a.get()});
+    EXPECT_EQ(a->text(), tree);
+    EXPECT_EQ(b->text(), tree);
   }
 
   std::vector<fs::path> journals() const {
@@ -62,20 +74,18 @@ class KilledSave : public EngineTest {
 };
 
 TEST_F(KilledSave, LeavesAJournalThatTheNextSessionClears) {
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledAfterSaving(*b);
   EXPECT_EQ(journals().size(), 1u);
   EXPECT_EQ(fs::status(journals().at(0)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   settle({b.get(), a.get()});
   EXPECT_TRUE(journals().empty());
-  EXPECT_EQ(b->text(), "New(http://new/)");
+  EXPECT_EQ(b->text(), "New");
   EXPECT_EQ(a->text(), b->text());
 }
 
 TEST_F(KilledSave, ASessionThatEndsTakesItsJournalAlong) {
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   std::size_t written = 0;
   b->onCall = [&](const std::string& call) {
     if (call == "will finish") written = journals().size();
@@ -87,45 +97,32 @@ TEST_F(KilledSave, ASessionThatEndsTakesItsJournalAlong) {
 
 TEST_F(KilledSave, AdditionThatTheUserMovedAndChangedSinceIsTheSameRecord) {
   a->addFolder("", "F");
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledAfterSaving(*b);
   const std::string added = b->find("New");
   b->rename(added, "Mine");
   b->readdress(added, "http://mine/");
   b->move(added, b->find("F"));
-  settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "F[Mine(http://mine/)]");
-  EXPECT_EQ(b->text(), a->text());
+  bothEndWith("F(Mine@http://mine/)");
 }
 
 TEST_F(KilledSave, AdditionThatTheUserDeletedSinceStaysDeleted) {
-  a->addBookmark("", "One", "http://one/");
-  a->addBookmark("", "Two", "http://two/");
-  ASSERT_EQ(a->sync(), "");
+  give({"One", "Two"});
   syncKilledAfterSaving(*b);
   b->remove(b->find("One"));
-  settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "Two(http://two/)");
-  EXPECT_EQ(b->text(), a->text());
+  bothEndWith("Two");
 }
 
 TEST_F(KilledSave, AdditionThatTheUserDeletedSinceIsRestoredWhereThatWasAskedFor) {
-  a->addBookmark("", "One", "http://one/");
-  a->addBookmark("", "Two", "http://two/");
-  ASSERT_EQ(a->sync(), "");
+  give({"One", "Two"});
   syncKilledAfterSaving(*b);
   b->remove(b->find("One"));
   loomer::ClientTable(store()).setRestorePending(manager().clientWithIdentifier("b")->row(), true);
-  settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "One(http://one/) Two(http://two/)");
-  EXPECT_EQ(b->text(), a->text());
+  bothEndWith("One Two");
 }
 
 TEST_F(KilledSave, FirstSessionsAdditionThatTheUserDeletedSinceStaysDeleted) {
-  a->addBookmark("", "One", "http://one/");
-  a->addBookmark("", "Two", "http://two/");
-  ASSERT_EQ(a->sync(), "");
+  give({"One", "Two"});
   const auto c = makeClient("c");
   c->addBookmark("", "Own", "http://own/");
   syncKilledAfterSaving(*c);
@@ -145,12 +142,10 @@ TEST_F(KilledSave, ValueThatCameWithItDoesNotOverrideANewerOne) {
   a->rename(a->find("First"), "Second");
   ASSERT_EQ(a->sync(), "");
   syncKilledAfterSaving(*b);
-  ASSERT_EQ(b->text(), "Second(http://1/)");
+  ASSERT_EQ(b->text(), "Second@http://1/");
   a->rename(a->find("Second"), "Third");
   ASSERT_EQ(a->sync(), "");
-  settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "Third(http://1/)");
-  EXPECT_EQ(a->text(), b->text());
+  bothEndWith("Third@http://1/");
 }
 
 TEST_F(KilledSave, WhatTheClientItselfHadChangedIsStillItsChange) {
@@ -161,9 +156,7 @@ TEST_F(KilledSave, WhatTheClientItselfHadChangedIsStillItsChange) {
   b->rename(b->find("Title"), "Better title");
   b->addBookmark("", "Own", "http://own/");
   syncKilledAfterSaving(*b);
-  settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "Better title(http://2/) Own(http://own/)");
-  EXPECT_EQ(b->text(), a->text());
+  bothEndWith("\"Better title\"@http://2/ Own@http://own/");
 }
 
 TEST_F(KilledSave, OrderThatCameWithItDoesNotOverrideANewerOne) {
@@ -172,26 +165,21 @@ TEST_F(KilledSave, OrderThatCameWithItDoesNotOverrideANewerOne) {
   a->addBookmark("", "5", "http://x/", 1);
   ASSERT_EQ(a->sync(), "");
   syncKilledAfterSaving(*b);
-  ASSERT_EQ(b->text(), "1(http://x/) 5(http://x/) 2(http://x/) 3(http://x/) 4(http://x/)");
+  ASSERT_EQ(b->text(), "1@http://x/ 5@http://x/ 2@http://x/ 3@http://x/ 4@http://x/");
   a->move(a->find("5"), "", 3);
   ASSERT_EQ(a->sync(), "");
-  settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "1(http://x/) 2(http://x/) 3(http://x/) 5(http://x/) 4(http://x/)");
-  EXPECT_EQ(a->text(), b->text());
+  bothEndWith("1@http://x/ 2@http://x/ 3@http://x/ 5@http://x/ 4@http://x/");
 }
 
 TEST_F(KilledSave, BeforeItHasSavedCountsForNothing) {
   a->addBookmark("", "Old", "http://old/");
   settle({a.get(), b.get()});
   a->rename(a->find("Old"), "Renamed");
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledBeforeSaving(*b);
-  ASSERT_EQ(b->text(), "Old(http://old/)");
+  ASSERT_EQ(b->text(), "Old@http://old/");
   b->readdress(b->find("Old"), "http://b/");
-  settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "Renamed(http://b/) New(http://new/)");
-  EXPECT_EQ(b->text(), a->text());
+  bothEndWith("Renamed@http://b/ New");
 }
 
 TEST_F(KilledSave, FirstSessionBeforeItHasSavedDeletesNothing) {
@@ -210,56 +198,43 @@ TEST_F(KilledSave, ValuesAloneDoNotShowThatAnAdditionWasTaken) {
   a->addBookmark("", "Old", "http://old/");
   settle({a.get(), b.get()});
   a->rename(a->find("Old"), "Renamed");
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledBeforeSaving(*b);
   b->rename(b->find("Old"), "Renamed");
-  settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "Renamed(http://old/) New(http://new/)");
-  EXPECT_EQ(b->text(), a->text());
+  bothEndWith("Renamed@http://old/ New");
 }
 
 TEST_F(KilledSave, AQuietSessionAfterItLooksAtTheRecords) {
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledAfterSaving(*b);
   b->mode = LoomerSyncModeFast;
   ASSERT_EQ(b->sync(), "");
   EXPECT_EQ(number("SELECT mode FROM sessions ORDER BY id DESC LIMIT 1"), LoomerSyncModeSlow);
-  EXPECT_EQ(b->text(), "New(http://new/)");
+  EXPECT_EQ(b->text(), "New");
 }
 
 TEST_F(KilledSave, AndKilledAgainBeforeSavingIsStillKnown) {
-  a->addBookmark("", "One", "http://one/");
-  ASSERT_EQ(a->sync(), "");
+  give({"One"});
   syncKilledAfterSaving(*b);
   a->rename(a->find("One"), "Uno");
-  a->addBookmark("", "Two", "http://two/");
-  ASSERT_EQ(a->sync(), "");
+  give({"Two"});
   syncKilledBeforeSaving(*b);
   b->readdress(b->find("One"), "http://b/");
-  settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "Uno(http://b/) Two(http://two/)");
-  EXPECT_EQ(a->text(), b->text());
+  bothEndWith("Uno@http://b/ Two");
 }
 
 TEST_F(KilledSave, AndKilledAgainAfterSavingIsStillKnown) {
-  a->addBookmark("", "One", "http://one/");
-  ASSERT_EQ(a->sync(), "");
+  give({"One"});
   syncKilledAfterSaving(*b);
-  a->addBookmark("", "Two", "http://two/");
-  ASSERT_EQ(a->sync(), "");
+  give({"Two"});
   syncKilledAfterSaving(*b);
   b->readdress(b->find("One"), "http://b/");
   b->rename(b->find("Two"), "Zwei");
-  settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "One(http://b/) Zwei(http://two/)");
-  EXPECT_EQ(a->text(), b->text());
+  bothEndWith("One@http://b/ Zwei@http://Two");
 }
 
 TEST_F(KilledSave, JournalsOfOtherSessionsAndDamagedOnesAreNotUsed) {
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledAfterSaving(*b);
   const fs::path journal = journals().at(0);
   const fs::path kept = journal.string() + ".kept";
@@ -272,19 +247,17 @@ TEST_F(KilledSave, JournalsOfOtherSessionsAndDamagedOnesAreNotUsed) {
   EXPECT_EQ(b->text(), "");
   EXPECT_TRUE(journals().empty());
 
-  a->addBookmark("", "Newer", "http://newer/");
-  ASSERT_EQ(a->sync(), "");
+  give({"Newer"});
   std::ofstream(journal) << "no property list";
   platform.log.expectMessages({"The journal " + journal.string() +
                                " cannot be read and is not used: plain-text property list, offset 3: text "
                                "after the value"});
   settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "Newer(http://newer/)");
+  EXPECT_EQ(b->text(), "Newer");
 }
 
 TEST_F(KilledSave, ItsJournalGoesWithTheRegistration) {
-  a->addBookmark("", "New", "http://new/");
-  ASSERT_EQ(a->sync(), "");
+  give({"New"});
   syncKilledAfterSaving(*b);
   manager().unregisterClient(*manager().clientWithIdentifier("b"));
   EXPECT_TRUE(journals().empty());
@@ -301,7 +274,7 @@ TEST_F(KilledSave, RefusedChangesAreNotTakenForHeld) {
   };
   syncKilledAfterSaving(*b);
   settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "Taken(http://t/)");
+  EXPECT_EQ(b->text(), "Taken@http://t/");
   EXPECT_EQ(a->nodes.size(), 2u) << "a refused record is not deleted";
 }
 

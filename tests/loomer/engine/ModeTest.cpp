@@ -114,7 +114,7 @@ TEST_F(ModeSessionTest, RefreshDeletesNothingThatTheClientLacks) {
   a->remove(a->find("B"));
   a->mode = LoomerSyncModeRefresh;
   ASSERT_EQ(a->sync(), "");
-  EXPECT_EQ(a->text(), "A(http://a/) B(http://b/)");
+  EXPECT_EQ(a->text(), "A@http://a/ B@http://b/");
 }
 
 TEST_F(ModeSessionTest, TombstonesLiveUntilEveryRegisteredClientsBaseHasPassedThem) {
@@ -128,7 +128,7 @@ TEST_F(ModeSessionTest, TombstonesLiveUntilEveryRegisteredClientsBaseHasPassedTh
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(number("SELECT count(*) FROM tombstones"), 1) << "the other client has not passed it";
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "A(http://a/)");
+  EXPECT_EQ(b->text(), "A@http://a/");
   EXPECT_EQ(number("SELECT count(*) FROM tombstones"), 0);
   EXPECT_EQ(number("SELECT forgotten_revision FROM truth"), number("SELECT revision FROM truth"));
 }
@@ -141,7 +141,7 @@ TEST_F(ModeSessionTest, ClientWhoseBaseIsOlderThanTheTruthsMemoryRunsAsRefresh) 
   store().database().execute("UPDATE truth SET revision = 9, forgotten_revision = 7", "restore");
   a->remove(a->find("B"));
   ASSERT_EQ(a->sync(), "");
-  EXPECT_EQ(a->text(), "A(http://a/) B(http://b/)") << "neither resurrects nor wipes silently";
+  EXPECT_EQ(a->text(), "A@http://a/ B@http://b/") << "neither resurrects nor wipes silently";
 }
 
 TEST(ModeTest, AClientThatTellsEveryChangeIsTakenAtItsWord) {

@@ -13,7 +13,7 @@
 namespace corvane {
 namespace {
 
-/// Two-way signals between a test and the process that it forks.
+// Two-way signals between a test and the process that it forks.
 class PipeSignal {
  public:
   PipeSignal() { EXPECT_EQ(pipe(_ends), 0); }
@@ -33,7 +33,7 @@ class PipeSignal {
 
 class ProcessTest : public EngineTest {
  protected:
-  /// Runs `body` in another process with an engine of its own; its answer is the exit status.
+  // Runs `body` in another process with an engine of its own; its answer is the exit status.
   template <typename Body>
   pid_t fork(const Body& body) {
     close();  // connections must not be carried into another process
@@ -80,10 +80,10 @@ TEST_F(ProcessTest, OneSessionAtATimeForOneStoreAcrossProcesses) {
   };
   EXPECT_EQ(b->sync(), "");
   EXPECT_GE(platform.clock.sleeps.size(), 3u);
-  EXPECT_EQ(b->text(), "A(http://a/)") << "what the other session committed is seen";
+  EXPECT_EQ(b->text(), "A@http://a/") << "what the other session committed is seen";
 }
 
-/// Keeps the store from being opened, as another process does while it makes it.
+// Keeps the store from being opened, as another process does while it makes it.
 class OpeningElsewhere {
  public:
   explicit OpeningElsewhere(const std::string& storePath)
@@ -130,9 +130,9 @@ TEST_F(ProcessTest, AStoreThatSomebodyKeepsFromBeingOpenedIsGivenUpAfterAMinute)
   EXPECT_NEAR(platform.clock.now().seconds - began.seconds, 60.0, 0.2);
 }
 
-class KilledSession : public ProcessTest, public testing::WithParamInterface<const char*> {};
+class KilledProcess : public ProcessTest, public testing::WithParamInterface<const char*> {};
 
-TEST_P(KilledSession, ThenSyncingOnEndsAsIfItHadNotBeenKilled) {
+TEST_P(KilledProcess, ThenSyncingOnEndsAsIfItHadNotBeenKilled) {
   SCOPED_TRACE(GetParam());
   const auto a = makeClient("a"), b = makeClient("b");
   const std::string folder = a->addFolder("", "F");
@@ -153,11 +153,11 @@ TEST_P(KilledSession, ThenSyncingOnEndsAsIfItHadNotBeenKilled) {
   EXPECT_EQ(number("SELECT count(*) FROM records WHERE id > 0"), 3)
       << "nothing of the killed session is left";
   settle({b.get(), a.get()});
-  EXPECT_EQ(a->text(), "F[A(http://a/)] B(http://b/) C(http://c/)");
+  EXPECT_EQ(a->text(), "F(A@http://a/) B@http://b/ C@http://c/");
   EXPECT_EQ(b->text(), a->text());
 }
 
-INSTANTIATE_TEST_SUITE_P(AtEachStep, KilledSession,
+INSTANTIATE_TEST_SUITE_P(AtEachStep, KilledProcess,
                          testing::Values("did register", "mode bookmarks", "begin timeout", "records folders",
                                          "records bookmarks", "add F", "add A", "did pull", "will finish"));
 

@@ -18,7 +18,7 @@ class PruningTest : public EngineTest {
   std::int64_t oldest() { return number("SELECT min(id) FROM sessions"); }
   std::int64_t contentRows() { return number("SELECT count(*) FROM contents"); }
 
-  /// Sessions without changes, as from a client that was only handed things down.
+  // Sessions without changes, as from a client to which things were only delivered.
   void enterSessions(std::int64_t count) {
     store().writing([&] {
       store()
@@ -99,7 +99,7 @@ TEST_F(PruningTest, DropsChangesLossesAndContentsThatNothingRefersToAnyMore) {
   EXPECT_EQ(number("SELECT count(*) FROM losses"), 0);
   EXPECT_EQ(contentRows(), 2) << "what the truth holds, nothing else";
   ASSERT_EQ(b->sync(), "");
-  EXPECT_EQ(b->text(), "Kept(http://kept/) Newest(http://old/)");
+  EXPECT_EQ(b->text(), "Kept@http://kept/ Newest@http://old/");
 }
 
 TEST_F(PruningTest, ContentsThatOnlyAnAbsentClientsBaseRefersToGoWithIt) {
@@ -118,7 +118,7 @@ TEST_F(PruningTest, ContentsThatOnlyAnAbsentClientsBaseRefersToGoWithIt) {
   EXPECT_EQ(contentRows(), 3) << "the base of the absent client still says what it held";
   EXPECT_THAT(loomer::checkStore(store()), testing::IsEmpty());
   settle({b.get(), a.get()});
-  EXPECT_EQ(b->text(), "New(http://old/)");
+  EXPECT_EQ(b->text(), "New@http://old/");
   EXPECT_EQ(contentRows(), 1);
 }
 

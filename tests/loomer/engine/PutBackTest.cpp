@@ -8,7 +8,7 @@
 namespace corvane {
 namespace {
 
-/// A service that lost its last pushes, as one does whose standby server takes over, or all since a backup.
+// A service that lost its last pushes, as one does whose standby server takes over, or all since a backup.
 class PutBackTest : public HubTest {
  protected:
   void TearDown() override {
@@ -19,7 +19,7 @@ class PutBackTest : public HubTest {
     HubTest::TearDown();
   }
 
-  /// Both computers hold F[1 2 3] 4 5 6, and a push more than the service will be put back to.
+  // Both computers hold F[1 2 3] 4 5 6, and a push more than the service will be put back to.
   void begin() {
     const std::string folder = a->client->addFolder("", "F");
     for (const char* name : {"1", "2", "3"}) add(*a, name, folder);
@@ -32,16 +32,17 @@ class PutBackTest : public HubTest {
     computer.client->addBookmark(folder, name, "http://" + name + "/", at);
   }
   static void sync(Computer& computer) { ASSERT_EQ(computer.sync(), ""); }
-  /// Names alone.
+  // The tree by names alone.
   std::string names() const {
-    std::string names;
-    bool isAddress = false;
-    for (const char each : a->text()) {
-      if (each == '(') isAddress = true;
-      if (!isAddress) names += each;
-      if (each == ')') isAddress = false;
+    std::vector<kit::TreeNode> tree = a->client->tree();
+    forgetAddresses(tree);
+    return kit::printTree(tree);
+  }
+  static void forgetAddresses(std::vector<kit::TreeNode>& nodes) {
+    for (kit::TreeNode& node : nodes) {
+      if (!node.folder) node.url = String("http://" + node.label);
+      forgetAddresses(node.children);
     }
-    return names;
   }
 
   MemoryHub::State backup;
@@ -59,7 +60,7 @@ TEST_P(PutBackTest, EditsOfOtherComputersSinceStand) {
   b->client->move(b->find("4"), b->find("F"));
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "F[one 3 4] 5 6 7");
+  EXPECT_EQ(names(), "F(one 3 4) 5 6 7");
 }
 
 TEST_P(PutBackTest, EditsThatTheServiceLostAreGivenAgain) {
@@ -72,7 +73,7 @@ TEST_P(PutBackTest, EditsThatTheServiceLostAreGivenAgain) {
   sync(*a);
   hub.state = backup;
   settle();
-  EXPECT_EQ(names(), "F[one 3 4] 6 5 7");
+  EXPECT_EQ(names(), "F(one 3 4) 6 5 7");
 }
 
 TEST_P(PutBackTest, WhatBothComputersGiveAgainIsThereOnce) {
@@ -86,7 +87,7 @@ TEST_P(PutBackTest, WhatBothComputersGiveAgainIsThereOnce) {
   a->client->readdress(a->find("7"), "http://seven/");
   b->client->remove(b->find("3"));
   settle();
-  EXPECT_EQ(a->text(), "F[one(http://1/) 4(http://4/)] 5(http://5/) 6(http://6/) 7(http://seven/)");
+  EXPECT_EQ(a->text(), "F(one@http://1/ 4@http://4/) 5@http://5/ 6@http://6/ 7@http://seven/");
   EXPECT_EQ(hub.live(), 6u);
 }
 
@@ -98,7 +99,7 @@ TEST_P(PutBackTest, ANameChangedBeforeAndAnAddressChangedSinceBothStand) {
   b->client->readdress(b->find("1"), "http://one/");
   sync(*b);
   settle();
-  EXPECT_EQ(a->text().substr(0, 18), "F[one(http://one/)");
+  EXPECT_EQ(a->text().substr(0, 17), "F(one@http://one/");
 }
 
 TEST_P(PutBackTest, AnEditOfWhatAnotherComputerGaveAgainStands) {
@@ -113,7 +114,7 @@ TEST_P(PutBackTest, AnEditOfWhatAnotherComputerGaveAgainStands) {
   b->client->rename(b->find("7"), "seven");
   b->client->remove(b->find("8"));
   settle();
-  EXPECT_EQ(names(), "F[uno 2 3] 4 5 6 seven");
+  EXPECT_EQ(names(), "F(uno 2 3) 4 5 6 seven");
 }
 
 TEST_P(PutBackTest, WhatWasDeletedSinceStaysDeletedAlsoWhereItHadBeenLost) {
@@ -127,7 +128,7 @@ TEST_P(PutBackTest, WhatWasDeletedSinceStaysDeletedAlsoWhereItHadBeenLost) {
   b->client->remove(b->find("7"));
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "F[2 3] 4 5 6");
+  EXPECT_EQ(names(), "F(2 3) 4 5 6");
 }
 
 TEST_P(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGivenAgain) {
@@ -139,11 +140,11 @@ TEST_P(PutBackTest, WhatWasDeletedWhileTheServiceHadLostItStaysDeletedWhenItIsGi
   sync(*a);
   sync(*b);  // gives it again
   settle();
-  EXPECT_EQ(names(), "F[1 2 3] 4 5 6");
+  EXPECT_EQ(names(), "F(1 2 3) 4 5 6");
   // Whoever knows of the deletion may bring it back.
   add(*b, "7");
   settle();
-  EXPECT_EQ(names(), "F[1 2 3] 4 5 6 7");
+  EXPECT_EQ(names(), "F(1 2 3) 4 5 6 7");
 }
 
 TEST_P(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAgain) {
@@ -159,7 +160,7 @@ TEST_P(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAga
   sync(*a);
   sync(*b);  // gives it again
   settle();
-  EXPECT_EQ(names(), "F[1 2 3] 5 6");
+  EXPECT_EQ(names(), "F(1 2 3) 5 6");
 }
 
 TEST_P(PutBackTest, OrdersOfBothSidesStand) {
@@ -170,7 +171,7 @@ TEST_P(PutBackTest, OrdersOfBothSidesStand) {
   b->client->move(b->find("6"), "", 1);
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "F[3 1 2] 6 4 5");
+  EXPECT_EQ(names(), "F(3 1 2) 6 4 5");
 }
 
 TEST_P(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
@@ -181,7 +182,7 @@ TEST_P(PutBackTest, AnOrderGivenAgainAndChangedSinceStands) {
   sync(*a);
   b->client->move(b->find("3"), b->find("F"), 1);
   settle();
-  EXPECT_EQ(names(), "F[1 3 2] 4 5 6");
+  EXPECT_EQ(names(), "F(1 3 2) 4 5 6");
 }
 
 TEST_P(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) {
@@ -193,7 +194,7 @@ TEST_P(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) 
   hub.state.now.account = account;
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "F[3 1 2] 4 5 6") << "of an emptied service";
+  EXPECT_EQ(names(), "F(3 1 2) 4 5 6") << "of an emptied service";
 
   const MemoryHub::State first = hub.state;
   a->client->move(a->find("6"), "", 1);
@@ -203,7 +204,7 @@ TEST_P(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) 
   hub.state = first;
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "F[3 1 2] 5 6 4") << "of one between the two";
+  EXPECT_EQ(names(), "F(3 1 2) 5 6 4") << "of one between the two";
 }
 
 TEST_P(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
@@ -213,7 +214,7 @@ TEST_P(PutBackTest, AnOrderThatMixesTwoFromBeforeIsNewAllTheSame) {
   hub.state = backup;
   a->client->move(a->find("4"), "", 2);
   settle();
-  EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
+  EXPECT_EQ(names(), "F(1 2 3) 6 4 5");
 }
 
 TEST_P(PutBackTest, WhatWasMovedAndMovedBackBesideAnotherMoveStands) {
@@ -224,7 +225,7 @@ TEST_P(PutBackTest, WhatWasMovedAndMovedBackBesideAnotherMoveStands) {
   a->client->move(a->find("6"), "", 0);
   a->client->move(a->find("F"), "", 0);
   settle();
-  EXPECT_EQ(names(), "F[1 2 3] 6 4 5");
+  EXPECT_EQ(names(), "F(1 2 3) 6 4 5");
 }
 
 TEST_P(PutBackTest, MovesOfBothSidesInOneFolderStand) {
@@ -235,7 +236,7 @@ TEST_P(PutBackTest, MovesOfBothSidesInOneFolderStand) {
   b->client->move(b->find("6"), "", 0);
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "6 F[1 2 3] 5 4");
+  EXPECT_EQ(names(), "6 F(1 2 3) 5 4");
 }
 
 TEST_P(PutBackTest, OnceAndAgainAndForward) {
@@ -256,7 +257,7 @@ TEST_P(PutBackTest, OnceAndAgainAndForward) {
   hub.state = other;
   a->client->move(a->find("2"), "", 0);
   settle();
-  EXPECT_EQ(names(), "2 F[3] four five 6 7");
+  EXPECT_EQ(names(), "2 F(3) four five 6 7");
 }
 
 TEST_P(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
@@ -270,7 +271,7 @@ TEST_P(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
   a->client->move(a->find("6"), "", 0);
   sync(*a);
   settle();
-  EXPECT_EQ(names(), "6 F[one 2 3] 5");
+  EXPECT_EQ(names(), "6 F(one 2 3) 5");
 }
 
 TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
@@ -283,7 +284,7 @@ TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   hub.state = backup;
   a = makeComputer("later");  // nobody else knows of it
   settle();
-  EXPECT_EQ(a->text().substr(0, 7), "F[one(h");
+  EXPECT_EQ(a->text().substr(0, 7), "F(one@h");
 }
 
 TEST_P(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
@@ -304,7 +305,7 @@ TEST_P(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
     a->client->rename(a->find("7"), "seven");
     a->client->rename(a->find("3"), "three");
     settle();
-    EXPECT_EQ(names(), "F[one two three] 4 5 6 seven");
+    EXPECT_EQ(names(), "F(one two three) 4 5 6 seven");
   }
 }
 
@@ -320,7 +321,7 @@ TEST_P(PutBackTest, AStoreThatKnewOneStateAloneLosesNothing) {
   b->client->rename(b->find("4"), "four");
   sync(*b);
   settle();
-  EXPECT_EQ(names(), "F[1 2 3] four 5 6 7");
+  EXPECT_EQ(names(), "F(1 2 3) four 5 6 7");
 }
 
 TEST_P(PutBackTest, WhatTheServiceHeldBeforeIsKeptForAsLongAsTheLog) {
@@ -339,7 +340,7 @@ TEST_P(PutBackTest, WhatTheServiceHeldBeforeIsKeptForAsLongAsTheLog) {
   EXPECT_EQ(a->number("SELECT count(*) FROM tombstones"), 0);
 }
 
-/// Keeps values alone.
+// Keeps values alone.
 class ValuesClient : public LoomerClient {
  public:
   String clientIdentifier() const override { return "com.example.values"; }

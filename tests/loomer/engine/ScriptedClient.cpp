@@ -85,24 +85,21 @@ std::string ScriptedClient::find(const std::string& name) const {
   return {};
 }
 
-std::string ScriptedClient::text() const {
-  const std::function<std::string(const std::string&)> list = [&](const std::string& parent) {
-    std::string text;
+std::vector<kit::TreeNode> ScriptedClient::tree() const {
+  const auto childrenOf = [this](const std::string& parent) {
     const auto found = children.find(parent);
-    if (found == children.end()) return text;
-    for (const std::string& id : found->second) {
-      const Node& node = nodes.at(id);
-      if (!text.empty()) text += ' ';
-      text += node.name.toString();
-      if (node.position == kSpecial) text += '*';
-      if (node.tabGroup) text += '#';
-      text += node.folder ? '[' : '(';
-      text += node.folder ? list(id) : node.url.toString();
-      text += node.folder ? ']' : ')';
-    }
-    return text;
+    return found == children.end() ? std::vector<std::string>() : found->second;
   };
-  return list("");
+  const auto nodeOf = [this](const std::string& id) -> kit::TreeNode {
+    const Node& node = nodes.at(id);
+    return {.label = node.name.toString(),
+            .folder = node.folder,
+            .title = node.name,
+            .url = node.folder ? String() : node.url,
+            .tabGroup = node.tabGroup,
+            .special = node.position == kSpecial};
+  };
+  return kit::treeBelow(std::string(), childrenOf, nodeOf);
 }
 
 std::string ScriptedClient::sync() {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
+#include "tests/kit/TreeText.h"
 
 namespace corvane {
 
@@ -38,9 +39,10 @@ class ScriptedClient : public LoomerSessionDriverDataSource {
   void removeAll();
   /// The id of the only node of this name; empty when there is none.
   std::string find(const std::string& name) const;
-  /// "bar*[A(u) sub#[]] B(u)": names, addresses in round brackets, children in square ones, "*" special, "#"
-  /// tab group.
-  std::string text() const;
+  /// The tree as it is; nodes are called by their names.
+  std::vector<kit::TreeNode> tree() const;
+  /// The tree in the notation of tests.
+  std::string text() const { return kit::printTree(tree()); }
 
   /// Runs a session of the current engine; answers its `lastError`, empty for a success.
   std::string sync();

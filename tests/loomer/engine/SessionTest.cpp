@@ -16,7 +16,7 @@ using testing::IsSupersetOf;
 
 class SessionTest : public EngineTest {
  protected:
-  /// A first client whose tree is the truth already.
+  // A first client whose tree is the truth already.
   void seed() {
     first = makeClient("first");
     const std::string folder = first->addFolder("", "F");
@@ -44,7 +44,7 @@ TEST_F(SessionTest, SecondClientIsGivenEverythingFoldersFirst) {
   seed();
   const auto second = makeClient("second");
   ASSERT_EQ(second->sync(), "");
-  EXPECT_EQ(second->text(), "F[A(http://a/)] B(http://b/)");
+  EXPECT_EQ(second->text(), "F(A@http://a/) B@http://b/");
   std::vector<std::string> adds;
   for (const std::string& call : second->calls) {
     if (call.starts_with("add")) adds.push_back(call);
@@ -116,7 +116,7 @@ TEST_F(SessionTest, ChangedRecordsOfAFastSessionAreMergedOverTheBase) {
   EXPECT_THAT(first->calls, testing::Not(testing::Contains("records folders")));
   const auto second = makeClient("second");
   ASSERT_EQ(second->sync(), "");
-  EXPECT_EQ(second->text(), "F[A(http://a/)] B2(http://b/)");
+  EXPECT_EQ(second->text(), "F(A@http://a/) B2@http://b/");
 }
 
 struct Failure {
@@ -177,7 +177,7 @@ TEST_F(SessionTest, CancelsWhenTakingChangesInTakesLongerThanTheClientSaid) {
   second->pullTimeout = 5.0;
   second->answer = [this](auto&) {
     platform.clock.time.seconds += 6.0;
-    return 1;
+    return static_cast<int>(LoomerChangeAccepted);
   };
   EXPECT_THAT(second->sync(), HasSubstr("longer than 5 seconds"));
   EXPECT_EQ(second->text(), "");
@@ -315,7 +315,7 @@ TEST_F(SessionTest, AClientThatCanReadAgainDoesSoOnceAnotherSessionOfItsEnded) {
   };
   first->mode = LoomerSyncModeSlow;
   EXPECT_EQ(first->sync(), "");
-  EXPECT_EQ(first->text(), "F[A(http://a/)] Bee(http://b/)");
+  EXPECT_EQ(first->text(), "F(A@http://a/) Bee@http://b/");
   EXPECT_THAT(first->calls, IsSupersetOf({"read again", "records folders", "will finish"}));
   const auto second = makeClient("second");
   EXPECT_EQ(second->sync(), "");
@@ -377,7 +377,7 @@ TEST_F(SessionTest, LogKeepsWhatLostAConflictWithBothSides) {
   EXPECT_EQ(losses[0].truthValue, "First's");
   EXPECT_TRUE(losses[0].clientWon);
   settle({first.get(), second.get()});
-  EXPECT_EQ(first->text(), "F[A(http://a/)] Second's(http://b/)");
+  EXPECT_EQ(first->text(), "F(A@http://a/) Second's@http://b/");
 }
 
 TEST_F(SessionTest, WhatWasDeletedBeforeACancelledSessionStaysDeleted) {
@@ -390,7 +390,7 @@ TEST_F(SessionTest, WhatWasDeletedBeforeACancelledSessionStaysDeleted) {
   ASSERT_NE(a->sync(), "");
   a->finishAnswer = true;
   settle({a.get(), b.get()});
-  EXPECT_EQ(b->text(), "B(http://b/)");
+  EXPECT_EQ(b->text(), "B@http://b/");
   EXPECT_EQ(number("SELECT sum(cancelled) FROM clients"), 0);
 }
 

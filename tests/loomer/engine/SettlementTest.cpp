@@ -15,7 +15,7 @@ struct Answered {
   ThreeTrees trees;
   std::vector<std::string> refused;
   std::vector<std::string> withheld;
-  const char* held;  ///< by the client, as its base says after the session
+  const char* held;  // by the client, as its base says after the session
   friend void PrintTo(const Answered& row, std::ostream* out) { *out << row.phrase; }
 };
 
@@ -106,8 +106,8 @@ TEST(SettlementTest, AClientThatIsGivenEverythingAnewNeedsNoJournal) {
   EXPECT_FALSE(settle(session.opening, plan, PlannedSession::delivery(plan), kNow).journal);
 }
 
-/// The session is killed between the client's saving and the commit: the store knows nothing of it but the
-/// journal, and the client holds what was delivered.
+// The session is killed between the client's saving and the commit: the store knows nothing of it but the
+// journal, and the client holds what was delivered.
 class KilledSession : public testing::Test {
  protected:
   static void endsAsIfNotKilled(const ThreeTrees& trees, const std::vector<std::string>& refused = {}) {

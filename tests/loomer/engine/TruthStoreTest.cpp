@@ -17,7 +17,7 @@ using testing::HasSubstr;
 
 class TruthStoreTest : public EngineTest {
  protected:
-  /// Opening must be refused with path, cause and remedy, and must leave the file as it is.
+  // Opening must be refused with path, cause and remedy, and must leave the file as it is.
   void expectRefused(const std::string& cause, const std::string& remedy) {
     const std::string before = contents(storePath);
     try {
@@ -32,7 +32,7 @@ class TruthStoreTest : public EngineTest {
     EXPECT_EQ(contents(storePath), before) << "it is never overwritten";
     platform.realFiles.remove(storePath);
   }
-  /// Every table and index as it is defined, without comments and white space.
+  // Every table and index as it is defined, without comments and white space.
   std::string form() {
     loomer::Statement query =
         store().database().query("SELECT name, coalesce(sql, '') FROM sqlite_schema ORDER BY name", "test");
@@ -156,8 +156,8 @@ TEST_F(TruthStoreTest, AStoreOfTheFirstVersionIsBroughtToThePresentForm) {
   EXPECT_EQ(a->sync(), "");
   EXPECT_EQ(b->sync(), "");
   EXPECT_EQ(number("SELECT revision FROM truth"), 2) << "nobody has anything new";
-  EXPECT_EQ(a->text(), "F[A(http://a/)]");
-  EXPECT_EQ(b->text(), "F[A(http://a/)]");
+  EXPECT_EQ(a->text(), "F(A@http://a/)");
+  EXPECT_EQ(b->text(), "F(A@http://a/)");
 }
 
 TEST_F(TruthStoreTest, MigrationsTakeOnlyTheStepsNotTakenYet) {

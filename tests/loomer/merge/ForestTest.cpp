@@ -7,7 +7,7 @@
 namespace corvane::loomer::test {
 namespace {
 
-/// What opening cycles means: pass by pass, until none is left.
+// What opening cycles means: pass by pass, until none is left.
 std::vector<bool> fallenPassByPass(Parents parents, const Parents& fallbacks) {
   std::vector<bool> fallen(parents.size(), false);
   for (;;) {
@@ -21,7 +21,7 @@ std::vector<bool> fallenPassByPass(Parents parents, const Parents& fallbacks) {
   }
 }
 
-/// A random tree: of any two nodes the one that comes first in a random order stands above.
+// A random tree: of any two nodes the one that comes first in a random order stands above.
 Parents randomTree(Index nodes, std::mt19937& random) {
   std::vector<Index> order;
   for (Index node = 1; node < nodes; ++node) order.push_back(node);

@@ -64,7 +64,7 @@ void requireTruthChanges(const MergeInput& input, const MergeResult& result) {
   }
 }
 
-/// What the client holds while the changes are delivered to it one by one.
+// What the client holds while the changes are delivered to it one by one.
 class ReceivingClient {
  public:
   explicit ReceivingClient(const MergeInput& input, const MergeResult& result) {
@@ -202,7 +202,7 @@ void History::syncKilled(std::size_t at) {
   client.simulation.apply(result, uncommitted);
 }
 
-/// Right after its session a client holds the truth, and another session has nothing to do on either side.
+// Right after its session a client holds the truth, and another session has nothing to do on either side.
 void History::requireQuiet(Client& client) {
   const MergeInput input = inputFor(client, Mode::slow);
   const std::string held = client.simulation.print();

@@ -15,7 +15,7 @@ std::string titleFor(const Step& step, Titles titles, unsigned& serial) {
   return titles == Titles::unique ? "t" + std::to_string(++serial) : kTitles[step.value % kTitles.size()];
 }
 
-/// An entry a person can point at, without the root; empty if there is none.
+// An entry a person can point at, without the root; empty if there is none.
 std::string entryFor(const ClientSimulation& client, const Step& step) {
   std::vector<std::string> all = client.uids(Entity::folder);
   std::erase(all, ClientSimulation::kRootUid);

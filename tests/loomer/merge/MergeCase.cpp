@@ -14,16 +14,16 @@ namespace {
 
 constexpr std::int32_t kSpecialPosition = -2;
 
-/// A node of a tree, and where it is.
+// A node of a tree, and where it is.
 struct Placed {
   const kit::TreeNode* node;
-  std::string parent;  ///< label; empty for the root
+  std::string parent;  // label; empty for the root
   std::int32_t position;
   Entity entity() const { return node->folder ? Entity::folder : Entity::bookmark; }
   Content content() const { return {node->title, node->url, node->tabGroup, node->special}; }
 };
 
-/// Parents first. The nodes belong to `siblings`.
+// Parents first. The nodes belong to `siblings`.
 void place(const std::vector<kit::TreeNode>& siblings, const std::string& parent,
            std::vector<Placed>& placed) {
   std::int32_t position = 0;
@@ -34,7 +34,7 @@ void place(const std::vector<kit::TreeNode>& siblings, const std::string& parent
   }
 }
 
-/// A tree as text, and its nodes in one list.
+// A tree as text, and its nodes in one list.
 struct PlacedTree {
   explicit PlacedTree(const std::string& text) : tree(kit::parseTree(text)) { place(tree, "", nodes); }
   std::vector<kit::TreeNode> tree;

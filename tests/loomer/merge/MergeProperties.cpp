@@ -24,7 +24,7 @@ const kit::Weights kQuietEdits = {{2, addBookmark}, {1, addFolder}, {1, addHidde
                                   {1, rename},      {1, readdress}, {1, toggle},
                                   {2, move},        {2, reorder},   {1, erase}};
 
-/// Every title below an entry, its own included.
+// Every title below an entry, its own included.
 std::set<std::string> titlesBelow(const ClientSimulation& client, const std::string& uid) {
   std::set<std::string> titles;
   std::vector<std::string> open{uid};
@@ -45,7 +45,7 @@ std::map<std::string, int> countTitles(const ClientSimulation& client) {
   return counts;
 }
 
-/// Gives every client the same first tree under uids of its own.
+// Gives every client the same first tree under uids of its own.
 void growEqualTrees(History& history, unsigned& serial) {
   const unsigned first = serial;
   for (std::size_t at = 0; at < history.size(); ++at) {

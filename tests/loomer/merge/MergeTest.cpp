@@ -9,8 +9,8 @@ namespace {
 struct Row {
   const char* phrase;
   ThreeTrees trees;
-  const char* truth;    ///< the truth, and the client's tree, after the merge
-  const char* changes;  ///< for the client
+  const char* truth;    // the truth, and the client's tree, after the merge
+  const char* changes;  // for the client
   const char* losses = "";
 };
 

@@ -78,7 +78,7 @@ Letters lettersOf(const std::vector<TruthRecord>& records) {
   return result;
 }
 
-/// One merge of siblings, held to the rules.
+// One merge of siblings, held to the rules.
 class OrderCase {
  public:
   explicit OrderCase(const SiblingOrders& orders)
@@ -163,7 +163,7 @@ class OrderCase {
     }
   }
 
-  /// Whether "after X" or "before X" holds for the letter in the list.
+  // Whether "after X" or "before X" holds for the letter in the list.
   static bool isTrue(char letter, const std::string& value, const Letters& list) {
     const char other = value.back();
     return value.starts_with("after ") ? precedes(list, other, letter) : precedes(list, letter, other);
@@ -204,7 +204,7 @@ class OrderCase {
   Letters _merged, _truth, _client, _shared, _base;
 };
 
-/// Where to take a letter out and where to put one in, taken modulo the list's length.
+// Where to take a letter out and where to put one in, taken modulo the list's length.
 struct ListEdit {
   unsigned kind = 0;
   unsigned from = 0;

@@ -18,7 +18,7 @@ PlacedChild listed(std::uint32_t rank, std::int32_t number, std::string_view tit
 }
 PlacedChild added(std::string_view title) { return {.delivered = true, .hasTitle = true, .title = title}; }
 
-/// "number" for each child, with "!" where the client is told it.
+// "number" for each child, with "!" where the client is told it.
 std::string numbered(std::vector<PlacedChild> children, std::int32_t least = kAnywhere) {
   numberChildren(children, least);
   EXPECT_TRUE(listsInOrder(children, least));
@@ -87,7 +87,7 @@ const Row kRows[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Numbers, Placement, ::testing::ValuesIn(kRows));
 
-/// The client's walk over its list, child by child.
+// The client's walk over its list, child by child.
 class NaiveFolder {
  public:
   struct Entry {
@@ -113,7 +113,7 @@ class NaiveFolder {
   std::vector<Entry> _entries;
 };
 
-/// However the children arrive, the client's walk lists them in the wanted order.
+// However the children arrive, the client's walk lists them in the wanted order.
 void walkYieldsOrder() {
   static constexpr std::string_view kTitles[] = {"a", "B", "b", "c"};
   constexpr std::size_t kHidden = 1000;

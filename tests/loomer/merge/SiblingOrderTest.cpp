@@ -36,7 +36,7 @@ const Row kRows[] = {
      "cabijd"},
 };
 
-TEST(SiblingOrder, Rows) {
+TEST(SiblingOrder, MergesAsItsRowSays) {
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.phrase);
     EXPECT_EQ(mergedOrder(row.orders), row.merged);
@@ -57,7 +57,7 @@ TEST(SiblingOrder, EveryReorderOfUpToFiveSiblingsKeepsTheRules) {
   }
 }
 
-/// Every order of `list` with both letters of `inserted` in every two places.
+// Every order of `list` with both letters of `inserted` in every two places.
 std::vector<std::string> withInsertions(std::string list, const std::string& inserted) {
   std::vector<std::string> result;
   do {

@@ -93,7 +93,7 @@ Dictionary readRecord(const Dictionary& record, const std::string& place) {
   return recordFromScenario(record);
 }
 
-void readChange(Section& section, Step& step) {
+void readChange(Section& section, ScenarioStep& step) {
   const auto type = section.required<std::int64_t>("Type", "an integer");
   if (type < std::numeric_limits<int>::min() || type > std::numeric_limits<int>::max()) {
     throw MalformedScenario(section.place("Type") + ": an integer of 32 bits is wanted");
@@ -105,9 +105,9 @@ void readChange(Section& section, Step& step) {
   }
 }
 
-Step readStep(const Value& value, const std::string& place) {
+ScenarioStep readStep(const Value& value, const std::string& place) {
   Section section(value, place);
-  Step step;
+  ScenarioStep step;
   step.name = section.requiredString("Call");
   const CallForm form = callNamed(step.name, section.place("Call"));
   step.call = form.call;

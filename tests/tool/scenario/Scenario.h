@@ -29,7 +29,7 @@ enum class Call {
 };
 
 /// One call of the engine. The fields after `name` are there for the calls that have them.
-struct Step {
+struct ScenarioStep {
   Call call = Call::didRegister;
   String name;    ///< of the call
   String entity;  ///< as the engine names it
@@ -52,7 +52,7 @@ struct Scenario {
   Dictionary clientValues;
   Dictionary preferences;
   std::vector<String> uuids;
-  std::vector<Step> steps;
+  std::vector<ScenarioStep> steps;
   std::vector<BrowserWrite> browserWrites;
   bool sessionResult = true;
   String sessionError;

@@ -29,9 +29,9 @@ Array stringArray(const std::vector<std::string>& texts) {
 }
 
 // One run: the services as the scenario has them, and the outcome.
-class Run {
+class ScenarioRun {
  public:
-  explicit Run(const Scenario& scenario) : _scenario(scenario), _session(scenario, _loomer) {
+  explicit ScenarioRun(const Scenario& scenario) : _scenario(scenario), _session(scenario, _loomer) {
     _platform.makeDirectories(_platform.process.home + "/Library");
     _platform.uuids.given.assign(scenario.uuids.begin(), scenario.uuids.end());
     _platform.preferences.domains[kDomain] = scenario.preferences;
@@ -140,6 +140,6 @@ class Run {
 
 }  // namespace
 
-Dictionary runScenario(const Scenario& scenario) { return Run(scenario).run(); }
+Dictionary runScenario(const Scenario& scenario) { return ScenarioRun(scenario).run(); }
 
 }  // namespace corvane::scenario

@@ -73,11 +73,11 @@ ScriptedSession::ScriptedSession(const Scenario& scenario, ScriptedLoomer& loome
 
 bool ScriptedSession::run(LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver) {
   const MapDescription description(dataSource, _workingMap);
-  for (const Step& step : _scenario.steps) make(step, dataSource, driver);
+  for (const ScenarioStep& step : _scenario.steps) make(step, dataSource, driver);
   return _scenario.sessionResult;
 }
 
-void ScriptedSession::make(const Step& step, LoomerSessionDriverDataSource& dataSource,
+void ScriptedSession::make(const ScenarioStep& step, LoomerSessionDriverDataSource& dataSource,
                            LoomerSessionDriver& driver) {
   bool moreComing = false;
   String error;

@@ -25,7 +25,7 @@ class ScriptedSession {
 
  private:
   bool run(LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver);
-  void make(const Step& step, LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver);
+  void make(const ScenarioStep& step, LoomerSessionDriverDataSource& dataSource, LoomerSessionDriver& driver);
 
   const Scenario& _scenario;
   std::vector<Value> _results;
