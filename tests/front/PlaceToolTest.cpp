@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/account/Account.h"
@@ -20,11 +19,6 @@ using testing::UnorderedElementsAre;
 
 namespace fs = std::filesystem;
 
-std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 class PlaceComputer {
  public:
   /// The exit status of loomerctl; what it prints is in `printed` then.
@@ -34,8 +28,8 @@ class PlaceComputer {
     const std::string command = "HOME='" + _installation.home() + "' " CORVANE_LOOMERCTL " " + arguments +
                                 " <'" + in + "' >'" + out + "' 2>'" + out + ".err'";
     const int status = std::system(command.c_str());
-    printed = contents(out);
-    errors = contents(out + ".err");
+    printed = contentsOf(out);
+    errors = contentsOf(out + ".err");
     return WEXITSTATUS(status);
   }
   std::optional<int> run(const char* command) { return statusOf(_installation, {command}); }
@@ -56,7 +50,7 @@ class PlaceComputer {
         {"WebBookmarkFileVersion", 1}, {"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", children}});
   }
   std::vector<std::string> titles() const {
-    const Value tree = readPropertyList(contents(_installation.bookmarks()));
+    const Value tree = readPropertyList(contentsOf(_installation.bookmarks()));
     std::vector<std::string> titles;
     const Array* const children = tree.as<Dictionary>()->array("Children");
     if (!children) return titles;
@@ -106,7 +100,7 @@ TEST_F(PlaceToolTest, ThePlaceLearnsNoTitleAndNoAddress) {
   meet();
   for (const auto& each : fs::recursive_directory_iterator(place)) {
     if (!each.is_regular_file()) continue;
-    const std::string bytes = contents(each.path());
+    const std::string bytes = contentsOf(each.path());
     EXPECT_EQ(bytes.size() % 1024, 0u) << each.path();
     for (const char* word : {"ant", ".example", "bplist"})
       EXPECT_EQ(bytes.find(word), std::string::npos) << each.path();
