@@ -128,6 +128,23 @@ INSTANTIATE_TEST_SUITE_P(
                     DiskFault{"NoDateCanBeGiven", "utimensat:error=EPERM:when=1", 500, false}),
     [](const auto& row) { return std::string(row.param.phrase); });
 
+TEST_F(HubDurability, WhoCannotWaitForLackOfWatchesIsToldSo) {
+  const HubProcess hub(
+      directory.path(), {},
+      straceWith({"-o", "/dev/null", "-e", "inject=inotify_add_watch:error=ENOSPC:when=2+"}));
+  HubClient client(hub.port(), token);
+  const HttpAnswer answer = client.get("/v1/o/f/c/1?wait=60");
+  EXPECT_EQ(answer.status, 503);
+  EXPECT_EQ(answer.header("retry-after"), "60");
+  EXPECT_EQ(client.put("/v1/o/f/c/1", "x").status, 201);
+}
+
+TEST_F(HubDurability, AServerWithoutDescriptorsTakesClientsInLater) {
+  const HubProcess hub(directory.path(), {},
+                       straceWith({"-o", "/dev/null", "-e", "inject=accept4:error=EMFILE:when=1..2"}));
+  EXPECT_EQ(HubClient(hub.port(), token).put("/v1/o/f/c/1", "x").status, 201);
+}
+
 }  // namespace
 
 }  // namespace corvane

@@ -78,16 +78,27 @@ TEST_F(HubRace, OneOfEightWritersAtTwoServersMakesAnObject) {
   for (const auto& round : race({first.port(), second.port()}, tokens)) expectOneWinner(round);
 }
 
-TEST_F(HubRace, AWaitingClientHearsOfAnObjectMadeAtAnotherServer) {
+class HubNotices : public HubRace, public testing::WithParamInterface<bool> {};
+
+TEST_P(HubNotices, AWaitingClientHearsOfAnObjectMadeAtAnotherServer) {
   const HubProcess first(directory.path());
   const HubProcess second(directory.path());
+  const bool folderExists = GetParam();
+  if (folderExists) {
+    ASSERT_EQ(HubClient(first.port(), tokens[2]).putNew("/v1/o/f/c/0", "x").status, 201);
+  }
   HubClient waiting(first.port(), tokens[0]);
   waiting.send(waiting.request("GET", "/v1/o/f/c/1?wait=60"));
   HubClient other(first.port(), tokens[1]);
   ASSERT_EQ(other.get("/v1/o/f/c/1").status, 404);  // by then the first request has been read
+  ASSERT_EQ(HubClient(second.port(), tokens[1]).putNew("/v1/o/f/c/2", "other").status, 201);
   ASSERT_EQ(HubClient(second.port(), tokens[1]).putNew("/v1/o/f/c/1", "first").status, 201);
   EXPECT_EQ(waiting.receive().body, "first");
 }
+
+INSTANTIATE_TEST_SUITE_P(All, HubNotices, testing::Bool(), [](const auto& row) {
+  return std::string(row.param ? "InAFolder" : "InANewFolder");
+});
 
 }  // namespace
 

@@ -26,14 +26,23 @@ void makeDirectory(const std::string& path) {
   }
 }
 
-/// Names in a directory that a principal could have, in alphabetical order.
-std::vector<std::string> namesIn(const std::string& path) {
+// In the name of an account that is being deleted, behind the account's.
+constexpr const char* kRemovedMark = ".old.";
+
+std::vector<std::string> entriesOf(const std::string& path) {
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), &::closedir);
   if (!directory) throw HubFailure(path + " cannot be read", lastSystemError());
   std::vector<std::string> names;
   while (const dirent* entry = ::readdir(directory.get())) {
-    if (isPrincipalName(entry->d_name)) names.emplace_back(entry->d_name);
+    names.emplace_back(entry->d_name);
   }
+  return names;
+}
+
+/// Names in a directory that a principal could have, in alphabetical order.
+std::vector<std::string> namesIn(const std::string& path) {
+  std::vector<std::string> names = entriesOf(path);
+  std::erase_if(names, [](const std::string& name) { return !isPrincipalName(name); });
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -65,6 +74,23 @@ void Accounts::prepare() {
   if (::stat(changedFile().c_str(), &status) != 0) announceChange();
 }
 
+void Accounts::synchronize() const {
+  const FileDescriptor directory(
+      retryingInterrupted([&] { return ::open(_data.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!directory || ::syncfs(directory.number()) != 0)
+    throw HubFailure(_data + " did not reach the disk", lastSystemError());
+}
+
+void Accounts::clearRemoved() const {
+  const std::string path = _data + "/removed";
+  for (const std::string& name : entriesOf(path)) {
+    if (name.find(kRemovedMark) == std::string::npos) continue;
+    if (const std::error_code error = LinuxFileSystem().remove(path + '/' + name)) {
+      throw HubFailure(path + '/' + name + " cannot be deleted", error);
+    }
+  }
+}
+
 std::vector<std::string> Accounts::names() const { return namesIn(_data + "/accounts"); }
 
 bool Accounts::has(const std::string& account) const {
@@ -81,7 +107,10 @@ bool Accounts::add(const std::string& account, std::uint64_t quota) {
   makeDirectory(made + "/objects");
   replaceFile(made + "/quota", std::to_string(quota) + '\n');
   const std::error_code error = LinuxFileSystem().renameWithoutReplacing(made, whole);
-  if (!error) return true;
+  if (!error) {
+    synchronize();
+    return true;
+  }
   LinuxFileSystem().remove(made);
   if (error == std::errc::file_exists) return false;
   throw HubFailure(whole + " cannot be made", error);
@@ -89,7 +118,7 @@ bool Accounts::add(const std::string& account, std::uint64_t quota) {
 
 bool Accounts::remove(const std::string& account) {
   if (!has(account)) return false;
-  const std::string removed = _data + "/removed/" + account + ".old." + std::to_string(::getpid());
+  const std::string removed = _data + "/removed/" + account + kRemovedMark + std::to_string(::getpid());
   {
     const UsageLedger lock(directoryOf(account));
     if (const std::error_code error =
@@ -98,9 +127,8 @@ bool Accounts::remove(const std::string& account) {
     }
   }
   announceChange();
-  if (const std::error_code error = LinuxFileSystem().remove(removed)) {
-    throw HubFailure("the account is gone, but " + removed + " cannot be deleted", error);
-  }
+  clearRemoved();
+  synchronize();
   return true;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,6 +33,10 @@ class Accounts {
 
   /// Makes the directories, for their owner alone, where they are missing.
   void prepare();
+  /// Returns once everything that can be seen is on the disk.
+  void synchronize() const;
+  /// Deletes what removals left behind that were killed.
+  void clearRemoved() const;
 
   const std::string& data() const { return _data; }
   std::string directoryOf(const std::string& account) const { return _data + "/accounts/" + account; }
@@ -45,7 +48,8 @@ class Accounts {
   bool has(const std::string& account) const;
   /// False when the account exists.
   bool add(const std::string& account, std::uint64_t quota);
-  /// Moves the account away and deletes it; false when there is none.
+  /// Moves the account away and deletes it, with what removals left that were killed; false when there is
+  /// none.
   bool remove(const std::string& account);
 
   std::uint64_t quota(const std::string& account) const;

@@ -95,11 +95,15 @@ void Connection::waitFor(const ObjectTarget& target) {
   const std::string objects = account + "/objects";
   const std::string folder = objects + '/' + target.path.directory;
   FolderWatch& watch = _service.watch;
-  if (!watch.add(folder, target.path.file, *this)) {
-    // The folder's own name comes first. It may have come just now: then the watch on it takes the other
-    // one's place.
-    if (!watch.add(objects, target.path.directory, *this)) return answer({404, kNothing, {}, {}, {}});
-    watch.add(folder, target.path.file, *this);
+  try {
+    if (!watch.add(folder, target.path.file, *this)) {
+      // The folder's own name comes first. It may have come just now: then it is watched after all.
+      if (!watch.add(objects, target.path.directory, *this)) return answer({404, kNothing, {}, {}, {}});
+      watch.add(folder, target.path.file, *this);
+    }
+  } catch (const NoMoreWatches& failure) {
+    if (!std::exchange(_service.saidNoWatches, true)) logLine(Gravity::warning, failure.reason());
+    return answer({503, "too many computers wait", "Retry-After: 60\r\n", {}, {}});
   }
   if (std::optional<OpenObject> object = openObject(account, target.path))
     return sendObject(std::move(*object));

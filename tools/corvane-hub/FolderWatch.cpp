@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
-#include "tools/corvane-hub/HubFailure.h"
 
 namespace corvane::hubserver {
 
@@ -29,30 +28,37 @@ bool FolderWatch::add(const std::string& directory, const std::string& name, Wai
   const int watch = ::inotify_add_watch(_notices.native_handle(), directory.c_str(),
                                         IN_CREATE | IN_MOVED_TO | IN_ONLYDIR | IN_EXCL_UNLINK);
   if (watch < 0 && errno == ENOENT) return false;
-  if (watch < 0)
-    throw HubFailure(directory + " cannot be watched (fs.inotify.max_user_watches)", lastSystemError());
-  _directories[watch].waiters.emplace(name, &waiter);
-  _places[&waiter] = {watch, name};
+  if (watch < 0 && errno == ENOSPC) {
+    throw NoMoreWatches("no more folders can be watched: raise fs.inotify.max_user_watches (sysctl)");
+  }
+  if (watch < 0) throw HubFailure(directory + " cannot be watched", lastSystemError());
+  _directories[watch].emplace(name, &waiter);
+  const Place former = std::exchange(_places[&waiter], {watch, name});
+  withdraw(former, waiter);
   return true;
 }
 
 void FolderWatch::remove(Waiter& waiter) {
   const auto place = _places.find(&waiter);
   if (place == _places.end()) return;
-  const auto& [watch, name] = place->second;
-  Directory& directory = _directories[watch];
-  const auto [first, last] = directory.waiters.equal_range(name);
+  withdraw(place->second, waiter);
+  _places.erase(place);
+}
+
+/// Takes the waiter from a place, if it is there, and ends a watch that nobody needs any more.
+void FolderWatch::withdraw(const Place& place, Waiter& waiter) {
+  const auto directory = _directories.find(place.first);
+  if (directory == _directories.end()) return;
+  const auto [first, last] = directory->second.equal_range(place.second);
   for (auto each = first; each != last; ++each) {
     if (each->second != &waiter) continue;
-    directory.waiters.erase(each);
+    directory->second.erase(each);
     break;
   }
-  if (directory.waiters.empty()) {
-    _directories.erase(watch);
-    // Fails where the directory is gone, and its watch with it.
-    ::inotify_rm_watch(_notices.native_handle(), watch);
-  }
-  _places.erase(place);
+  if (!directory->second.empty()) return;
+  // Fails where the directory is gone, and its watch with it.
+  ::inotify_rm_watch(_notices.native_handle(), place.first);
+  _directories.erase(directory);
 }
 
 void FolderWatch::listen() {
@@ -87,7 +93,7 @@ void FolderWatch::take() {
 void FolderWatch::tell(int watch, std::string_view name) {
   const auto directory = _directories.find(watch);
   if (directory == _directories.end()) return;
-  const auto [first, last] = directory->second.waiters.equal_range(std::string(name));
+  const auto [first, last] = directory->second.equal_range(std::string(name));
   std::vector<Waiter*> told;
   for (auto each = first; each != last; ++each) told.push_back(each->second);
   for (Waiter* waiter : told) {

@@ -7,6 +7,7 @@
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <csignal>
+#include <utility>
 
 #include "tools/corvane-hub/Connection.h"
 #include "tools/corvane-hub/HubFailure.h"
@@ -31,14 +32,6 @@ std::size_t mostConnections() {
   return static_cast<std::size_t>(limit.rlim_cur / 4 * 3);
 }
 
-/// What a server that was killed made, but had not on the disk yet, others see already: it gets there before
-/// anybody is told of it.
-void synchronizeData(const std::string& data) {
-  const FileDescriptor directory(::open(data.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory || ::syncfs(directory.number()) != 0)
-    throw HubFailure(data + " did not reach the disk", lastSystemError());
-}
-
 }  // namespace
 
 /// A listener with the wait for the next client.
@@ -56,7 +49,10 @@ HubServer::HubServer(const HubConfiguration& configuration)
       _timer(_service.context),
       _signals(_service.context, SIGTERM, SIGINT, SIGHUP) {
   _service.accounts.prepare();
-  synchronizeData(configuration.data);
+  _service.accounts.clearRemoved();
+  // What a server that was killed made, but had not on the disk yet, clients are to see again: it gets there
+  // first.
+  _service.accounts.synchronize();
   _mostConnections = mostConnections();
   if (configuration.hasCertificate()) {
     _certificate = std::make_unique<TlsCertificate>(configuration.certificate, configuration.key);
@@ -83,12 +79,16 @@ void HubServer::accept(Door& door) {
   door.clients.async_wait(boost::asio::posix::stream_descriptor::wait_read,
                           [this, &door](boost::system::error_code error) {
                             if (error || _service.isStopping) return;
-                            takeIn(door);
-                            accept(door);
+                            if (takeIn(door)) {
+                              accept(door);
+                            } else {
+                              _resting.push_back(&door);
+                            }
                           });
 }
 
-void HubServer::takeIn(Door& door) {
+/// False when the system has no room for another client just now.
+bool HubServer::takeIn(Door& door) {
   std::error_code error;
   while (FileDescriptor client = acceptedClient(door.listener, error)) {
     if (_service.connections.size() >= _mostConnections) {
@@ -111,10 +111,10 @@ void HubServer::takeIn(Door& door) {
       logLine(Gravity::warning, failure.reason());
     }
   }
-  // The next client of a listener that has no descriptor left is tried again when one comes to it, or one
-  // goes.
-  if (error == std::errc::too_many_files_open)
-    logLine(Gravity::warning, "cannot take a client in: " + error.message());
+  // A client that went away again is none.
+  if (error == std::errc::operation_would_block || error == std::errc::connection_aborted) return true;
+  logLine(Gravity::warning, "cannot take a client in: " + error.message());
+  return false;
 }
 
 void HubServer::tick() {
@@ -128,6 +128,7 @@ void HubServer::tick() {
     if (_service.connections.size() < _mostConnections) _saidFull = false;
     if (_certificate && _certificate->hasChanged()) reload(false);
     if (_service.isStopping) return endWhenQuiet();
+    for (Door* door : std::exchange(_resting, {})) accept(*door);
     tick();
   });
 }
@@ -166,6 +167,7 @@ void HubServer::stop() {
   logLine(Gravity::notice, "ends");
   _service.isStopping = true;
   _end = std::chrono::steady_clock::now() + kEndTime;
+  _resting.clear();
   _doors.clear();
   const auto connections = _service.connections;
   for (const auto& connection : connections) connection->stop();

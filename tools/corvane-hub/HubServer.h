@@ -28,7 +28,7 @@ class HubServer {
   struct Door;
 
   void accept(Door& door);
-  void takeIn(Door& door);
+  bool takeIn(Door& door);
   void tick();
   void hearSignals();
   void reload(bool asked);
@@ -39,6 +39,7 @@ class HubServer {
   HubService _service;
   std::unique_ptr<TlsCertificate> _certificate;
   std::list<Door> _doors;
+  std::vector<Door*> _resting;  // those that no client can be taken in at before the next tick
   boost::asio::steady_timer _timer;
   boost::asio::signal_set _signals;
   std::size_t _mostConnections = 0;

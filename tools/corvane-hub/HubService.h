@@ -52,6 +52,7 @@ struct HubService {
   /// Where every connection reads to and sends from for a moment.
   std::array<char, 64 * 1024> buffer;
   bool isStopping = false;
+  bool saidNoWatches = false;
 };
 
 }  // namespace corvane::hubserver
