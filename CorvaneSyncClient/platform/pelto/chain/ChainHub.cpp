@@ -12,8 +12,9 @@ using namespace chain;
 
 namespace {
 
-constexpr double kLockSeconds = 60;
-constexpr double kLockPause = 0.5;
+// Each try waits for two seconds. The commands of a person wait no longer than a few of them; a run that
+// syncs has the single-run lock, and meets no other one.
+constexpr int kLockTries = 5;
 
 // Kept from other processes of this computer for as long as the answer lives.
 std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path) {
@@ -23,7 +24,7 @@ std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path) {
     throw PlaceException("Can't lock " + lock + ": " + error.message() + ".");
   };
   if (const auto problem = makePrivateDirectory(path.substr(0, path.rfind('/')))) fail(problem.error);
-  for (double waited = 0;; waited += kLockPause) {
+  for (int tries = 1;; ++tries) {
     std::error_code error;
     if (auto hold = files.hold(lock, error)) return hold;
     if (error == std::errc::no_such_file_or_directory) {
@@ -32,8 +33,7 @@ std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path) {
       if (error && error != std::errc::file_exists) fail(error);
       continue;
     }
-    if (error != std::errc::device_or_resource_busy || waited >= kLockSeconds) fail(error);
-    Platform::current().clock.sleep(kLockPause);
+    if (error != std::errc::device_or_resource_busy || tries >= kLockTries) fail(error);
   }
 }
 

@@ -37,9 +37,9 @@ struct ChainHubOptions {
 /// says how that works; what to do next is decided in Decisions.h, and done here.
 ///
 /// It serves one exchange. From its first call to its end no other process of this computer exchanges with
-/// what is kept under the same path; who waits for a minute gives up with a PlaceException. A push is durable
-/// at `keptPath` before it is sent; where its outcome stays unknown, the next exchange finds it out before it
-/// does anything else. All calls raise PlaceException.
+/// what is kept under the same path; who waits for ten seconds gives up with a PlaceException. A push is
+/// durable at `keptPath` before it is sent; where its outcome stays unknown, the next exchange finds it out
+/// before it does anything else. All calls raise PlaceException.
 class ChainHub : public Hub {
  public:
   /// All must outlive this object.

@@ -1,0 +1,343 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
+
+#include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+#include "tests/fakes/StrictPlatform.h"
+#include "tests/pelto/chain/MemoryPlace.h"
+
+namespace corvane {
+namespace {
+
+using namespace pelto;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// Identifiers of records.
+String id(int number) {
+  const std::string digits = std::to_string(number);
+  return "0B000000-0000-4000-8000-" + std::string(12 - digits.size(), '0') + digits;
+}
+
+HubRecord bookmark(int number, const std::string& name) {
+  HubRecord record;
+  record.id = id(number);
+  record.name = name;
+  record.url = "http://" + name + "/";
+  return record;
+}
+
+/// A computer's end of an account: what it has seen, and the records that it was told of.
+class ChainComputer : public EnabledSetting {
+ public:
+  ChainComputer(MemoryPlace& place, std::string keptPath)
+      : _place(place.connect()), _keptPath(std::move(keptPath)) {}
+
+  /// One exchange; `chain` serves it.
+  RemoteChanges takeIn() {
+    begin();
+    RemoteChanges remote = chain->remoteChanges(seen);
+    if (remote.whole) records.clear();
+    for (const HubRecord& each : remote.records) {
+      if (each.deleted) {
+        records.erase(each.id.toString());
+      } else {
+        records[each.id.toString()] = each.name.toString();
+      }
+    }
+    enter(remote.now);
+    return remote;
+  }
+  HubPushed push(std::vector<HubRecord> given) {
+    HubPush push{seen.front(), Platform::current().uuids.newUuid(), std::move(given)};
+    const HubPushed pushed = chain->push(push);
+    if (!pushed) return pushed;
+    for (const HubRecord& each : push.records) records[each.id.toString()] = each.name.toString();
+    enter({push.expected.account, push.expected.revision + 1, push.id});
+    enter(pushed.now);
+    return pushed;
+  }
+  HubPushed give(std::vector<HubRecord> given) {
+    takeIn();
+    return push(std::move(given));
+  }
+  void begin() {
+    chain.reset();
+    chain = std::make_unique<ChainHub>(*_place, _sealer, *this,
+                                       ChainHubOptions{_keptPath, "0F000000-0000-4000-8000-000000000001"});
+  }
+  std::set<std::string> names() const {
+    std::set<std::string> names;
+    for (const auto& [id, name] : records) names.insert(name);
+    return names;
+  }
+  bool isEnabled(const String&) override { return true; }
+  void setEnabled(const String&, bool) override {}
+
+  std::vector<HubState> seen;
+  std::map<std::string, std::string> records;
+  std::unique_ptr<ChainHub> chain;
+
+ private:
+  void enter(const HubState& state) {
+    if (seen.empty() || seen.front() != state) seen.insert(seen.begin(), state);
+  }
+
+  std::unique_ptr<Place> _place;
+  Sealer _sealer{AccountKey(std::string(AccountKey::kBytes, 'k')), "0A000000-0000-4000-8000-000000000001", 1};
+  std::string _keptPath;
+};
+
+class ChainHubTest : public testing::Test {
+ protected:
+  ChainHubTest() { platform.uuids.inForm = true; }
+
+  std::unique_ptr<ChainComputer> computer(const std::string& name) {
+    return std::make_unique<ChainComputer>(place, platform.directory / ("home of " + name + "/Chain.plist"));
+  }
+  /// One edit after the other, until there is a checkpoint. Answers how many.
+  int giveUntilCheckpoint(ChainComputer& by) {
+    for (int given = 1; given <= 200; ++given) {
+      const std::int64_t before = by.takeIn().now.revision;
+      const HubPushed pushed = by.push({bookmark(1000 + given, "n" + std::to_string(given))});
+      if (pushed && pushed.now.revision == before + 2) return given;
+    }
+    throw std::logic_error("there is no checkpoint");
+  }
+  std::string failureOf(const std::function<void()>& work) {
+    try {
+      work();
+    } catch (const PlatformException& exception) {
+      return exception.reason();
+    }
+    return "";
+  }
+
+  StrictPlatform platform;
+  MemoryPlace place;
+  std::unique_ptr<ChainComputer> a = computer("a"), b = computer("b");
+};
+
+TEST_F(ChainHubTest, AQuietExchangeAsksForTheNewestCommitAndTheNextSlotAtOnce) {
+  a->give({bookmark(1, "one")});
+  a->takeIn();
+  place.calls.clear();
+  const auto kept = platform.files.attributesIfKnown(platform.directory / "home of a/Chain.plist");
+  a->takeIn();
+  EXPECT_THAT(place.calls, ElementsAre("get"));
+  EXPECT_EQ(platform.files.attributesIfKnown(platform.directory / "home of a/Chain.plist")->identity,
+            kept->identity)
+      << "nothing is written";
+}
+
+TEST_F(ChainHubTest, AnEditIsOneLookOnePutAndAnotherLook) {
+  a->give({bookmark(1, "one")});
+  place.calls.clear();
+  a->give({bookmark(2, "two")});
+  EXPECT_THAT(place.calls, ElementsAre("get", "put new", "get"));
+}
+
+TEST_F(ChainHubTest, WhoIsSlowerIsOvertaken) {
+  a->takeIn();
+  b->takeIn();
+  EXPECT_TRUE(a->push({bookmark(1, "one")}));
+  EXPECT_EQ(b->push({bookmark(2, "two")}).outcome, HubPushed::Outcome::overtaken);
+  EXPECT_TRUE(b->give({bookmark(2, "two")}));
+  a->takeIn();
+  EXPECT_THAT(a->names(), ElementsAre("one", "two"));
+}
+
+TEST_F(ChainHubTest, ManyRecordsGoIntoSegmentsAndNoneIsUploadedTwice) {
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 20'000; ++i) many.push_back(bookmark(i, "n" + std::to_string(i)));
+  a->give(many);
+  EXPECT_EQ(place.objects.size(), 1u + 10u);
+  b->takeIn();
+  EXPECT_EQ(b->records.size(), many.size());
+}
+
+TEST_F(ChainHubTest, ACheckpointServesNewComputersAndThoseThatWereAway) {
+  b->give({bookmark(1, "one"), bookmark(2, "two")});
+  const int given = giveUntilCheckpoint(*a);
+  EXPECT_GT(given, 60);
+  HubRecord deleted = bookmark(2, "two");
+  deleted.deleted = true;
+  a->give({deleted});
+  const RemoteChanges away = b->takeIn();
+  EXPECT_FALSE(away.whole) << "its state is one of those that the checkpoint tells of";
+  EXPECT_EQ(away.records.size(), static_cast<std::size_t>(given) + 1);
+  const auto late = computer("late");
+  place.calls.clear();
+  late->takeIn();
+  EXPECT_LT(place.calls.size(), 10u) << "what lies before the checkpoint is not read";
+  EXPECT_EQ(late->names(), b->names());
+  EXPECT_TRUE(late->names().contains("one"));
+  EXPECT_FALSE(late->names().contains("two"));
+}
+
+TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
+  const std::string mine = a->takeIn().now.account.toString();
+  giveUntilCheckpoint(*a);
+  giveUntilCheckpoint(*a);
+  const std::size_t before = place.objects.size();
+  platform.clock.time.seconds += 365.0 * 86'400;
+  place.clockAhead = -365.0 * 86'400;
+  giveUntilCheckpoint(*a);
+  EXPECT_GT(place.objects.size(), before) << "this computer's clock is a year ahead, and nothing is old";
+  platform.clock.time.seconds += 31.0 * 86'400;
+  giveUntilCheckpoint(*a);
+  EXPECT_LT(place.objects.size(), before);
+  b->takeIn();
+  EXPECT_EQ(b->records.size(), a->records.size());
+}
+
+TEST_F(ChainHubTest, ALostOrDamagedFileOfWhatIsKeptCostsRequestsAlone) {
+  const std::string path = platform.directory / "home of a/Chain.plist";
+  a->give({bookmark(1, "one")});
+  std::filesystem::remove(path);
+  b->give({bookmark(2, "two")});
+  a->takeIn();
+  EXPECT_THAT(a->names(), ElementsAre("one", "two"));
+  a->begin();
+  platform.realFiles.write(path, "damaged");
+  b->give({bookmark(3, "three")});
+  a->takeIn();
+  EXPECT_EQ(a->names().size(), 3u);
+  ASSERT_EQ(platform.log.messages.size(), 1u);
+  EXPECT_THAT(platform.log.messages[0], HasSubstr("Chain.plist can't be used"));
+  platform.log.expectMessages(platform.log.messages);
+}
+
+TEST_F(ChainHubTest, OtherProcessesOfTheComputerWaitTheirTurn) {
+  a->give({bookmark(1, "one")});
+  std::error_code error;
+  EXPECT_FALSE(platform.realFiles.hold(platform.directory / "home of a/Chain.plist-lock", error));
+  EXPECT_EQ(error, std::errc::device_or_resource_busy);
+  a->chain.reset();
+  platform.files.failAlways(FileOperation::hold, std::errc::device_or_resource_busy);
+  EXPECT_THAT(failureOf([&] { computer("a")->takeIn(); }), HasSubstr("Can't lock"));
+}
+
+TEST_F(ChainHubTest, CutOffAtAnyRequestItLosesAndDoublesNothing) {
+  for (int at = 1;; ++at) {
+    SCOPED_TRACE(at);
+    place.objects.clear();
+    a = computer("a " + std::to_string(at));
+    b = computer("b " + std::to_string(at));
+    b->give({bookmark(1, "one")});
+    int calls = 0;
+    place.onCall = [&](const std::string&) {
+      if (++calls == at) throw PlaceException("It was cut off.");
+    };
+    std::vector<HubRecord> many;
+    for (int i = 0; i < 2'500; ++i) many.push_back(bookmark(10 + i, "n" + std::to_string(i)));
+    const std::string failure = failureOf([&] { a->give(many); });
+    place.onCall = nullptr;
+    if (calls < at) break;
+    EXPECT_EQ(failure, "It was cut off.");
+    // As killed: what it knows is in its file.
+    auto again = computer("a " + std::to_string(at));
+    a.reset();
+    const RemoteChanges remote = again->takeIn();
+    if (again->records.size() == 1) {
+      EXPECT_TRUE(again->push(many));
+    }
+    EXPECT_EQ(again->records.size(), 2'501u);
+    EXPECT_EQ(again->seen.front().revision, 2) << "given once";
+    b->takeIn();
+    EXPECT_EQ(b->records, again->records);
+  }
+}
+
+TEST_F(ChainHubTest, ASegmentMissingForADayIsPassedByAndItsWriterIsToldSo) {
+  b->give({bookmark(1, "one")});
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 2'500; ++i) many.push_back(bookmark(10 + i, "n" + std::to_string(i)));
+  a->give(many);
+  std::erase_if(place.objects, [](const auto& each) { return each.first.find("/s/") != std::string::npos; });
+  EXPECT_THAT(failureOf([&] { b->takeIn(); }), HasSubstr("is missing"));
+  platform.clock.time.seconds += 80'000;
+  EXPECT_THAT(failureOf([&] { b->takeIn(); }), HasSubstr("If it stays missing for a day"));
+  platform.clock.time.seconds += 10'000;
+  b->takeIn();
+  EXPECT_THAT(b->names(), ElementsAre("one"));
+  const RemoteChanges remote = a->takeIn();
+  ASSERT_TRUE(remote.common);
+  EXPECT_EQ(remote.common->revision, 1) << "what it gave is no part of the history";
+  EXPECT_TRUE(remote.whole);
+  EXPECT_TRUE(a->push(many));
+  b->takeIn();
+  EXPECT_EQ(b->records.size(), 2'501u);
+}
+
+TEST_F(ChainHubTest, ASlotThatIsDamagedForGoodIsPassedBy) {
+  b->give({bookmark(1, "one")});
+  a->give({bookmark(2, "two")});
+  place.objects.rbegin()->second.bytes.clear();
+  const std::string name = place.objects.rbegin()->first;
+  b->takeIn();
+  EXPECT_THAT(failureOf([&] { b->push({bookmark(3, "three")}); }), HasSubstr("holds a damaged object"));
+  EXPECT_THAT(failureOf([&] { a->takeIn(); }), HasSubstr(name.substr(name.rfind('/'))))
+      << "it was good before";
+  platform.clock.time.seconds += 601;
+  EXPECT_TRUE(b->give({bookmark(3, "three")}));
+  EXPECT_TRUE(place.objects.contains(name + "-1"));
+  const RemoteChanges remote = a->takeIn();
+  EXPECT_EQ(remote.common->revision, 1);
+  EXPECT_TRUE(a->push({bookmark(2, "two")}));
+  b->takeIn();
+  EXPECT_EQ(b->names().size(), 3u);
+}
+
+TEST_F(ChainHubTest, WhateverIsDoneToAnyObjectIsNamedAndNothingOfItIsTaken) {
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 2'100; ++i) many.push_back(bookmark(10 + i, "n"));
+  a->give({bookmark(1, "one")});
+  a->give(many);
+  a->takeIn();
+  const MemoryPlace::Objects whole = place.objects;
+  const auto expectNamed = [&](const std::string& name, const std::string& bytes) {
+    place.objects.at(name).bytes = bytes;
+    const bool isSegment = name.find("/s/") != std::string::npos;
+    // Who knows the commit finds it another, and who is new needs the segment.
+    const std::string failure = failureOf([&] {
+      if (isSegment) computer("new")->takeIn();
+      if (!isSegment) {
+        std::filesystem::remove(platform.directory / "home of b/Chain.plist");
+        std::filesystem::copy(platform.directory / "home of a/Chain.plist",
+                              platform.directory / "home of b/Chain.plist");
+        platform.clock.time.seconds += 86'401;  // the whole chain is looked at
+        b->takeIn();
+      }
+    });
+    EXPECT_THAT(failure, HasSubstr(name.substr(name.rfind('/'))));
+    place.objects = whole;
+    std::filesystem::remove_all(platform.directory / "home of new");
+  };
+  b->takeIn();
+  b->chain.reset();
+  a->chain.reset();
+  for (const auto& [name, object] : whole) {
+    SCOPED_TRACE(name);
+    const std::size_t step = object.bytes.size() > 4096 ? 211 : 1;
+    for (std::size_t at = 0; at < object.bytes.size(); at += step) {
+      std::string flipped = object.bytes;
+      flipped[at] = static_cast<char>(flipped[at] ^ 1);
+      expectNamed(name, flipped);
+      expectNamed(name, object.bytes.substr(0, at));
+    }
+    for (const auto& [other, bytes] : whole) {
+      if (other != name) expectNamed(name, bytes.bytes);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace corvane
