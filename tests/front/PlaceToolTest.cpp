@@ -39,31 +39,58 @@ class PlaceComputer {
 
   void write(const std::vector<std::string>& titles) {
     Array children;
-    for (const std::string& each : titles) {
-      children.append(Dictionary{{"WebBookmarkType", "WebBookmarkTypeLeaf"},
-                                 {"WebBookmarkUUID", each + "-uid"},
-                                 {"URLString", "http://" + each + ".example/"},
-                                 {"URIDictionary", Dictionary{{"title", each}}}});
+    for (const std::string& each : titles) children.append(leaf(each));
+    writeChildren(children);
+  }
+  /// Everything else stays as it stands in the file.
+  void add(const std::string& title) {
+    Array children = this->children();
+    children.append(leaf(title));
+    writeChildren(children);
+  }
+  void remove(const std::string& title) {
+    Array left;
+    for (const Value& each : children()) {
+      if (titleOf(each) != title) left.append(each);
     }
-    fs::create_directories(fs::path(_installation.bookmarks()).parent_path());
-    std::ofstream(_installation.bookmarks(), std::ios::binary) << writeBinaryPropertyList(Dictionary{
-        {"WebBookmarkFileVersion", 1}, {"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", children}});
+    writeChildren(left);
   }
   std::vector<std::string> titles() const {
-    const Value tree = readPropertyList(contentsOf(_installation.bookmarks()));
     std::vector<std::string> titles;
-    const Array* const children = tree.as<Dictionary>()->array("Children");
-    if (!children) return titles;
-    for (const Value& each : *children)
-      titles.push_back(each.as<Dictionary>()->dictionary("URIDictionary")->string("title").toString());
+    for (const Value& each : children()) titles.push_back(titleOf(each));
     return titles;
   }
   std::vector<std::string> log() const { return _installation.systemLog(); }
+  /// At the service.
+  std::string identifier() const {
+    const StrictPlatform platform;
+    return pelto::readAccount(accountFile())->computer.toString();
+  }
   std::string accountFile() const { return pelto::accountPathForHome(_installation.home()); }
 
   std::string printed, errors;
 
  private:
+  static Dictionary leaf(const std::string& title) {
+    return {{"WebBookmarkType", "WebBookmarkTypeLeaf"},
+            {"WebBookmarkUUID", title + "-uid"},
+            {"URLString", "http://" + title + ".example/"},
+            {"URIDictionary", Dictionary{{"title", title}}}};
+  }
+  static std::string titleOf(const Value& child) {
+    return child.as<Dictionary>()->dictionary("URIDictionary")->string("title").toString();
+  }
+  Array children() const {
+    const Value tree = readPropertyList(contentsOf(_installation.bookmarks()));
+    const Array* const children = tree.as<Dictionary>()->array("Children");
+    return children ? *children : Array();
+  }
+  void writeChildren(const Array& children) {
+    fs::create_directories(fs::path(_installation.bookmarks()).parent_path());
+    std::ofstream(_installation.bookmarks(), std::ios::binary) << writeBinaryPropertyList(Dictionary{
+        {"WebBookmarkFileVersion", 1}, {"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", children}});
+  }
+
   Installation _installation;
 };
 
@@ -160,6 +187,114 @@ TEST_F(PlaceToolTest, RemovingTheAccountForgetsTheChainToo) {
   EXPECT_TRUE(fs::exists(chain));
   EXPECT_EQ(first.ctl("account remove"), 0);
   EXPECT_FALSE(fs::exists(chain));
+}
+
+class TakingOutTest : public PlaceToolTest {
+ protected:
+  // Three computers, and the second one is taken out.
+  void takeOutSecond() {
+    meet();
+    ASSERT_EQ(first.ctl("account invite"), 0);
+    ASSERT_EQ(third.ctl("account join", first.printed), 0);
+    third.write({"cat"});
+    ASSERT_EQ(third.run("--register"), 0);
+    for (PlaceComputer* each : {&third, &first, &second}) ASSERT_EQ(each->sync(), 0);
+    oldInvitation = first.printed;
+    ASSERT_EQ(first.ctl("account remove-computer " + second.identifier()), 0) << first.errors;
+  }
+  std::vector<std::string> computers() {
+    EXPECT_EQ(first.ctl("account computers"), 0);
+    std::vector<std::string> found;
+    for (PlaceComputer* each : {&first, &second}) {
+      if (first.printed.find(each->identifier()) != std::string::npos) found.push_back(each->identifier());
+    }
+    return found;
+  }
+
+  PlaceComputer third;
+  std::string oldInvitation;
+};
+
+TEST_F(TakingOutTest, TheOthersGoOnAndTheOneTakenOutLearnsNothingMore) {
+  takeOutSecond();
+  third.write({"ant", "bee", "cat", "dog"});
+  ASSERT_EQ(third.sync(), 0);
+  ASSERT_EQ(first.sync(), 0);
+  EXPECT_THAT(first.titles(), UnorderedElementsAre("ant", "bee", "cat", "dog"));
+  EXPECT_THAT(third.titles(), UnorderedElementsAre("ant", "bee", "cat", "dog"));
+  EXPECT_THAT(first.log(), IsEmpty());
+  EXPECT_THAT(third.log(), IsEmpty());
+  ASSERT_EQ(second.sync(), 0);
+  EXPECT_THAT(second.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+  ASSERT_EQ(second.log().size(), 1u);
+  EXPECT_THAT(second.log()[0], HasSubstr("This computer was taken out of the account"));
+}
+
+TEST_F(TakingOutTest, WhatIsDeletedStaysDeletedAndWhatIsEditedMeanwhileIsKept) {
+  takeOutSecond();
+  first.remove("ant");
+  first.add("eel");
+  ASSERT_EQ(first.sync(), 0);
+  third.add("dog");
+  ASSERT_EQ(third.sync(), 0);
+  ASSERT_EQ(first.sync(), 0);
+  for (PlaceComputer* each : {&first, &third})
+    EXPECT_THAT(each->titles(), UnorderedElementsAre("bee", "cat", "dog", "eel"));
+}
+
+TEST_F(TakingOutTest, ComputersAreListedUntilTheyAreTakenOut) {
+  meet();
+  EXPECT_THAT(computers(), UnorderedElementsAre(first.identifier(), second.identifier()));
+  EXPECT_EQ(first.ctl("account remove-computer nobody"), 1);
+  EXPECT_EQ(first.ctl("account remove-computer " + first.identifier()), 1) << "itself";
+  EXPECT_EQ(first.ctl("account remove-computer " + second.identifier()), 0);
+  EXPECT_THAT(computers(), UnorderedElementsAre(first.identifier()));
+}
+
+TEST_F(TakingOutTest, AnInvitationFromBeforeLetsNobodyIn) {
+  takeOutSecond();
+  PlaceComputer late;
+  late.ctl("account join", oldInvitation);
+  late.write({});
+  ASSERT_EQ(late.run("--register"), 0);
+  ASSERT_EQ(late.sync(), 0);
+  EXPECT_THAT(late.titles(), IsEmpty());
+  ASSERT_EQ(late.log().size(), 1u);
+  EXPECT_THAT(late.log()[0], HasSubstr("before the account's key was changed"));
+  ASSERT_EQ(first.ctl("account invite"), 0);
+  PlaceComputer invited;
+  ASSERT_EQ(invited.ctl("account join", first.printed), 0) << invited.errors;
+  ASSERT_EQ(invited.run("--register"), 0);
+  ASSERT_EQ(invited.sync(), 0);
+  EXPECT_THAT(invited.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+}
+
+TEST_F(TakingOutTest, AComputerThatWasAwayFollowsTwoChangesOfTheKey) {
+  takeOutSecond();
+  ASSERT_EQ(first.ctl("account invite"), 0);
+  PlaceComputer fourth;
+  ASSERT_EQ(fourth.ctl("account join", first.printed), 0);
+  ASSERT_EQ(fourth.run("--register"), 0);
+  ASSERT_EQ(fourth.sync(), 0);
+  ASSERT_EQ(first.ctl("account remove-computer " + fourth.identifier()), 0) << first.errors;
+  first.write({"ant", "bee", "cat", "eel"});
+  ASSERT_EQ(first.sync(), 0);
+  ASSERT_EQ(third.sync(), 0);
+  EXPECT_THAT(third.titles(), UnorderedElementsAre("ant", "bee", "cat", "eel"));
+  EXPECT_THAT(third.log(), IsEmpty());
+}
+
+TEST_F(TakingOutTest, TheAccountsFileIsFoundAgainWhenTheKeyChangedAndTheFileDidNot) {
+  takeOutSecond();
+  // As after a kill between the last commit and the file.
+  const std::string file = third.accountFile(), before = contentsOf(file);
+  ASSERT_EQ(third.sync(), 0);
+  EXPECT_NE(contentsOf(file), before);
+  std::ofstream(file, std::ios::binary) << before;
+  third.write({"ant", "bee", "cat", "fox"});
+  ASSERT_EQ(third.sync(), 0);
+  ASSERT_EQ(first.sync(), 0);
+  EXPECT_THAT(first.titles(), UnorderedElementsAre("ant", "bee", "cat", "fox"));
 }
 
 }  // namespace

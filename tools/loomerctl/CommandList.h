@@ -43,6 +43,10 @@ Status inviteComputer(Invocation& run);
 Status joinAccount(Invocation& run);
 /// `account passphrase`
 Status setPassphrase(Invocation& run);
+/// `account computers`
+Status showComputers(Invocation& run);
+/// `account remove-computer`
+Status removeComputer(Invocation& run);
 /// `undo`
 Status undoSession(Invocation& run);
 /// `export`

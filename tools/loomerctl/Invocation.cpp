@@ -110,6 +110,15 @@ constexpr Command kCommands[] = {
      showAccount},
     {"account test", "", 0, "asks the service and says what is wrong",
      "Exits 0 if the service answers and can be used, 1 if not.\n", testAccount},
+    {"account computers", "", json, "the computers of the account",
+     "Each with its name, its identifier and when it was last seen, to the week.\n", showComputers},
+    {"account remove-computer", "COMPUTER", 0, "takes a computer out of the account",
+     "COMPUTER is a name or an identifier from `account computers`. Makes a new key, which the other "
+     "computers\n"
+     "get when they sync next; that one does not, and neither does anyone with an earlier invitation. What "
+     "it\n"
+     "has got it keeps.\n",
+     removeComputer},
     {"account remove", "", 0, "forgets the account on this computer",
      "What the engine recorded about the exchange with the service goes too. The bookmarks stay, here and "
      "at\n"

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceCredentials.h"
 #include "CorvaneSyncClient/platform/pelto/seal/AccountKey.h"
 #include "CorvaneSyncClient/platform/pelto/seal/ComputerKeys.h"
@@ -22,6 +23,7 @@ struct Membership {
   std::string name;                          ///< of this computer, for the account's other computers
   std::set<std::string> enabled;             ///< data classes that this computer syncs
   CommitMark newest;                         ///< a commit that the invitation vouches for
+  Date carded = {};                          ///< when this computer last left its card at the place
 };
 
 }  // namespace corvane::pelto

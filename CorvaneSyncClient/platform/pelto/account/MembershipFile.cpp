@@ -21,6 +21,7 @@ constexpr const char* kGeneration = "Generation";
 constexpr const char* kComputer = "Computer";
 constexpr const char* kName = "Name";
 constexpr const char* kEnabled = "Enabled";
+constexpr const char* kCarded = "Carded";
 constexpr const char* kNewestNumber = "NewestNumber";
 constexpr const char* kNewestHash = "NewestHash";
 
@@ -58,7 +59,8 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
                         std::make_shared<ComputerKeys>(secretKey),
                         name.toString(),
                         {},
-                        *newest};
+                        *newest,
+                        entries.date(kCarded).value_or(Date{})};
   for (const Value& each : *enabled) membership.enabled.insert(each.string().toString());
   return Account{place.toString(), computer, {}, std::move(membership)};
 }
@@ -94,6 +96,7 @@ SecretBytes membershipFileOf(const Account& account) {
                                          {kComputer, account.computer},
                                          {kName, membership.name},
                                          {kEnabled, enabled},
+                                         {kCarded, membership.carded},
                                          {kNewestNumber, membership.newest.number},
                                          {kNewestHash, Data(membership.newest.hash)}});
   SecretBytes bytes(kKeysEnd + entries.size());

@@ -1,18 +1,24 @@
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/pelto/account/ComputerCards.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane::pelto {
 
 namespace {
 
 using chain::Link;
+
+constexpr double kCardSeconds = 7 * 86'400;
+constexpr int kMostTries = 3;
 
 Sealer sealerOf(const Account& account) {
   const Membership& membership = *account.membership;
@@ -51,24 +57,51 @@ class AccountSetting : public EnabledSetting {
   const Account& _account;
 };
 
+// The account's chain in one generation.
+struct Exchange {
+  Exchange(const Account& account, double seconds)
+      : place(placeOf(account, seconds)),
+        sealer(sealerOf(account)),
+        setting(account),
+        hub(*place, sealer, setting, {.keptPath = userChainPath(), .computer = account.computer}) {}
+
+  std::unique_ptr<Place> place;
+  Sealer sealer;
+  AccountSetting setting;
+  ChainHub hub;
+};
+
+RosterEntry cardOf(const Account& account) {
+  const Membership& membership = *account.membership;
+  return {account.computer, membership.name, membership.keys->publicKey(), Platform::current().clock.now()};
+}
+
+[[noreturn]] void fail(const std::string& reason) { throw PlatformException(DotPeltoException, reason); }
+
 class PlaceHub : public Hub {
  public:
   PlaceHub(const Account& account, double seconds)
-      : _account(account),
-        _place(placeOf(account, seconds)),
-        _sealer(sealerOf(account)),
-        _setting(_account),
-        _hub(*_place, _sealer, _setting, {.keptPath = userChainPath(), .computer = account.computer}) {}
+      : _account(account), _seconds(seconds), _exchange(std::make_unique<Exchange>(_account, _seconds)) {}
 
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override {
-    RemoteChanges changes = _hub.remoteChanges(seen);
-    if (changes.enabled) checkInvitation();
-    return changes;
+    while (true) {
+      RemoteChanges changes = _exchange->hub.remoteChanges(seen);
+      if (!changes.enabled) return changes;
+      checkInvitation();
+      const auto change = _exchange->hub.change();
+      if (!change) {
+        leaveCard();
+        return changes;
+      }
+      adopt(*change);
+    }
   }
-  HubPushed push(const HubPush& push) override { return _hub.push(push); }
-  bool hasPush(const String& pushId) override { return _hub.hasPush(pushId); }
-  bool isEnabled(const String& dataClass) override { return _hub.isEnabled(dataClass); }
-  void setEnabled(const String& dataClass, bool enabled) override { _hub.setEnabled(dataClass, enabled); }
+  HubPushed push(const HubPush& push) override { return _exchange->hub.push(push); }
+  bool hasPush(const String& pushId) override { return _exchange->hub.hasPush(pushId); }
+  bool isEnabled(const String& dataClass) override { return _exchange->hub.isEnabled(dataClass); }
+  void setEnabled(const String& dataClass, bool enabled) override {
+    _exchange->hub.setEnabled(dataClass, enabled);
+  }
 
  private:
   // From the first exchange on the computer knows the chain itself.
@@ -76,22 +109,55 @@ class PlaceHub : public Hub {
     CommitMark& newest = _account.membership->newest;
     if (newest.number == 0) return;
     if (!continues(keptPath(_account), newest)) {
-      throw PlatformException(
-          DotPeltoException,
-          "The account at " + _place->description() +
-              " is in an older state than when this computer was invited, or in another one: "
-              "the place went back, or withholds something. Sync on a computer that belongs to "
-              "the account for longer, and have it invite this one anew.");
+      fail("The account at " + _exchange->place->description() +
+           " is in an older state than when this computer was invited, or in another one: the place went "
+           "back, or "
+           "withholds something. Sync on a computer that belongs to the account for longer, and have it "
+           "invite this "
+           "one anew.");
     }
     newest = {};
     changeMembership(userAccountPath(), _account, [](Membership& membership) { membership.newest = {}; });
   }
 
+  // Each generation has a higher number than the one before, so that this comes to an end.
+  void adopt(const GenerationChange& change) {
+    Membership& membership = *_account.membership;
+    auto key = keyFrom(change, *membership.key, membership.account, _account.computer, *membership.keys);
+    if (!key || change.generation <= membership.generation) {
+      fail(
+          "This computer was taken out of the account at " + _exchange->place->description() +
+          ", or was invited before the account's key was changed. Another invitation lets it in again, after "
+          "`loomerctl account remove`.");
+    }
+    membership.key = std::make_shared<AccountKey>(*std::move(key));
+    membership.generation = change.generation;
+    changeMembership(userAccountPath(), _account, [&](Membership& kept) {
+      kept.key = membership.key;
+      kept.generation = membership.generation;
+    });
+    _exchange.reset();  // it holds the lock of what is kept
+    _exchange = std::make_unique<Exchange>(_account, _seconds);
+  }
+
+  // The exchange matters more than the card.
+  void leaveCard() {
+    const Date now = Platform::current().clock.now();
+    if (std::abs(now.seconds - _account.membership->carded.seconds) < kCardSeconds) return;
+    try {
+      Roster alone;
+      alone.set(cardOf(_account));
+      putCards(*_exchange->place, _exchange->sealer, alone);
+      _account.membership->carded = now;
+      changeMembership(userAccountPath(), _account, [&](Membership& membership) { membership.carded = now; });
+    } catch (const PlatformException& exception) {
+      SCLog("This computer cannot leave its card at the place: %@", exception.reason());
+    }
+  }
+
   Account _account;
-  std::unique_ptr<Place> _place;
-  Sealer _sealer;
-  AccountSetting _setting;
-  ChainHub _hub;
+  double _seconds;
+  std::unique_ptr<Exchange> _exchange;
 };
 
 }  // namespace
@@ -105,6 +171,44 @@ CommitMark newestKnown(const Account& account) {
 
 std::unique_ptr<Hub> makePlaceHub(const Account& account, double seconds) {
   return std::make_unique<PlaceHub>(account, seconds);
+}
+
+Roster computersOf(const Account& account, double seconds) {
+  const auto place = placeOf(account, seconds);
+  Roster roster = readCards(*place, sealerOf(account));
+  roster.set(cardOf(account));
+  return roster;
+}
+
+Roster changeAccountKey(const Account& account, const String& removed, double seconds) {
+  const Membership& before = *account.membership;
+  const auto key = std::make_shared<AccountKey>(AccountKey::random());
+  Account after = account;
+  after.membership->key = key;
+  after.membership->generation = before.generation + 1;
+
+  Roster roster = computersOf(account, seconds);
+  const GenerationChange change =
+      changeGeneration(*before.key, *key, before.account, after.membership->generation, roster,
+                       removed ? std::vector<String>{removed} : std::vector<String>());
+  if (removed) roster.remove(removed);
+  Exchange exchange(account, seconds);
+  const Sealer next = sealerOf(after);
+  putCards(*exchange.place, next, roster);
+  auto outcome = HubPushed::Outcome::overtaken;
+  for (int i = 0; i < kMostTries && outcome == HubPushed::Outcome::overtaken; ++i)
+    outcome = exchange.hub.changeGeneration(next, change);
+  if (outcome != HubPushed::Outcome::done) {
+    fail("The account's key is not changed: " +
+         std::string(outcome == HubPushed::Outcome::full ? "there is no room at "
+                                                         : "other computers give all the time at ") +
+         exchange.place->description() + ", or one of them has changed it. Sync, and try again.");
+  }
+  changeMembership(userAccountPath(), account, [&](Membership& membership) {
+    membership.key = key;
+    membership.generation = after.membership->generation;
+  });
+  return roster;
 }
 
 }  // namespace corvane::pelto

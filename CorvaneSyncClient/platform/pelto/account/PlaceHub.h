@@ -5,6 +5,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/account/Account.h"
+#include "CorvaneSyncClient/platform/pelto/seal/Roster.h"
 
 namespace corvane::pelto {
 
@@ -19,7 +20,18 @@ CommitMark newestKnown(const Account& account);
 /// `seconds`; nothing is sent before the first call.
 ///
 /// Until its first exchange a computer that was invited takes no chain that is older than, or another than,
-/// the one that the invitation vouches for: such an exchange raises DotPeltoException.
+/// the one that the invitation vouches for: such an exchange raises DotPeltoException. So does one of a
+/// computer that was taken out. Where the account has changed its key, the account's file gets the next one,
+/// and the exchange goes on with that. Once a week this computer renews its card at the place.
 std::unique_ptr<Hub> makePlaceHub(const Account& account, double seconds);
+
+/// The computers of the account, by their cards; this one is always among them. Raises what the place raises.
+Roster computersOf(const Account& account, double seconds);
+
+/// Takes a computer out of the current user's account, or none where `removed` is absent: gives the account a
+/// new key, which the others get with their next exchange, and writes it to the account's file. Answers who
+/// they are. Raises DotPeltoException when others kept giving meanwhile, or have changed the key themselves;
+/// and what the place raises.
+Roster changeAccountKey(const Account& account, const String& removed, double seconds);
 
 }  // namespace corvane::pelto

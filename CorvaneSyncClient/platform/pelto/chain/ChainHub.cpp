@@ -40,7 +40,8 @@ std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path) {
 }  // namespace
 
 ChainHub::ChainHub(Place& place, const Sealer& sealer, EnabledSetting& setting, ChainHubOptions options)
-    : _objects(place, sealer),
+    : _place(place),
+      _objects(place, sealer),
       _sealer(sealer),
       _setting(setting),
       _options(std::move(options)),

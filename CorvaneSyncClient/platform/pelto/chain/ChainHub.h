@@ -49,6 +49,14 @@ class ChainHub : public Hub {
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
   HubPushed push(const HubPush& push) override;
   bool hasPush(const String& pushId) override;
+  /// What the newest commit hands over, when it is the last one of this generation: the account goes on under
+  /// another key. Nothing is pushed any more.
+  std::optional<GenerationChange> change();
+  /// Ends this generation with `change`: the account goes on in a chain that `next` seals, which begins with
+  /// all that there is now. Overtaken when another computer gave something meanwhile, or has ended the
+  /// generation. When this raises, it may have happened all the same; then `change` tells of it.
+  HubPushed::Outcome changeGeneration(const Sealer& next, const GenerationChange& change);
+
   bool isEnabled(const String& dataClass) override { return _setting.isEnabled(dataClass); }
   void setEnabled(const String& dataClass, bool enabled) override { _setting.setEnabled(dataClass, enabled); }
 
@@ -81,13 +89,15 @@ class ChainHub : public Hub {
   void measureRoom(RemoteChanges& remote);
 
   chain::Commit commitAfterHead(const String& pushId) const;
-  std::vector<chain::SegmentRef> sealSegments(std::vector<HubRecord> records);
+  chain::Commit checkpointAfterHead(std::int64_t keeps, const std::vector<chain::PastState>& states,
+                                    chain::ChainObjects& objects, std::vector<NamedBytes>& segments);
   HubPushed::Outcome giveCommit(chain::Commit commit);
   bool checkpoint(std::int64_t keeps);
   void checkpointIfDue();
   std::vector<chain::PastState> statesToTell(std::int64_t keeps);
   void collect();
 
+  Place& _place;
   chain::ChainObjects _objects;
   const Sealer& _sealer;
   EnabledSetting& _setting;

@@ -20,6 +20,15 @@ std::size_t textBytesOf(const std::vector<HubRecord>& records) {
   return bytes;
 }
 
+// `sealed` becomes what to put.
+std::vector<SegmentRef> sealSegments(std::vector<HubRecord> records, ChainObjects& objects,
+                                     std::vector<NamedBytes>& sealed) {
+  std::vector<SegmentRef> segments;
+  for (const std::vector<HubRecord>& part : segmented(std::move(records)))
+    segments.push_back(objects.sealSegment(writeSegment(part), sealed.emplace_back()));
+  return segments;
+}
+
 }  // namespace
 
 // The commit that would follow the newest one, with no records yet.
@@ -46,24 +55,18 @@ Commit ChainHub::commitAfterHead(const String& pushId) const {
   return commit;
 }
 
-std::vector<SegmentRef> ChainHub::sealSegments(std::vector<HubRecord> records) {
-  std::vector<SegmentRef> segments;
-  for (const std::vector<HubRecord>& part : segmented(std::move(records)))
-    segments.push_back(_objects.sealSegment(writeSegment(part), _segments.emplace_back()));
-  return segments;
-}
-
 HubPushed ChainHub::push(const HubPush& push) {
   open();
   if (_state.stage != Stage::settled) settle();
-  if (push.expected != headState()) return {HubPushed::Outcome::overtaken, {}};
+  if (push.expected != headState() || (_state.kept.head() && _state.kept.head()->isLast))
+    return {HubPushed::Outcome::overtaken, {}};
   Commit commit = commitAfterHead(push.id);
   for (const HubRecord& each : push.records) commit.link.records += each.deleted ? 0 : 1;
   const std::size_t bytes = textBytesOf(push.records);
   commit.link.bytes += static_cast<std::int64_t>(bytes);
   commit.records = push.records;
   if (bytes > kInlineBytes || push.records.size() > kSegmentRecords) {
-    commit.segments = sealSegments(std::move(commit.records));
+    commit.segments = sealSegments(std::move(commit.records), _objects, _segments);
     commit.records.clear();
     commit.link.tail += static_cast<std::int64_t>(commit.segments.size());
   }
@@ -109,11 +112,11 @@ void ChainHub::checkpointIfDue() {
   }
 }
 
-// Makes a checkpoint that continues the states up to number `keeps`. False when another computer was faster.
-bool ChainHub::checkpoint(std::int64_t keeps) {
+// A checkpoint after the head that continues the states up to number `keeps`, which are `states`.
+Commit ChainHub::checkpointAfterHead(std::int64_t keeps, const std::vector<PastState>& states,
+                                     ChainObjects& objects, std::vector<NamedBytes>& segments) {
   AccountRecords all(_objects);
   readAll(all);
-  const std::vector<PastState> states = statesToTell(keeps);
   Commit commit = commitAfterHead(Platform::current().uuids.newUuid());
   Snapshot& snapshot = commit.snapshot.emplace();
   if (startsWithCheckpoint()) snapshot.forgotten = _objects.commit(path().front()).snapshot->forgotten;
@@ -130,12 +133,18 @@ bool ChainHub::checkpoint(std::int64_t keeps) {
   std::vector<HubRecord> records = all.release();
   std::erase_if(records,
                 [&](const HubRecord& each) { return each.deleted && each.revision <= snapshot.forgotten; });
-  _segments.clear();
-  snapshot.segments = sealSegments(std::move(records));
-  snapshot.history = _objects.sealSegment(writeHistory(states), _segments.emplace_back());
-  commit.link.segments = static_cast<std::int64_t>(_segments.size());
+  snapshot.segments = sealSegments(std::move(records), objects, segments);
+  snapshot.history = objects.sealSegment(writeHistory(states), segments.emplace_back());
+  commit.link.segments = static_cast<std::int64_t>(segments.size());
   commit.link.tail = 0;
-  return giveCommit(std::move(commit)) == HubPushed::Outcome::done;
+  return commit;
+}
+
+// False when another computer was faster.
+bool ChainHub::checkpoint(std::int64_t keeps) {
+  _segments.clear();
+  return giveCommit(checkpointAfterHead(keeps, statesToTell(keeps), _objects, _segments)) ==
+         HubPushed::Outcome::done;
 }
 
 // The newest states up to number `keeps`, dated by the place.

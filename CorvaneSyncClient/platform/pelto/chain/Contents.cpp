@@ -265,6 +265,14 @@ Snapshot snapshotIn(const Value& value) {
           entries.number("forgotten")};
 }
 
+GenerationChange changeIn(const Value& value) {
+  try {
+    return generationChangeFrom(value);
+  } catch (const SealedFormException& exception) {
+    fail(exception.reason());
+  }
+}
+
 Link linkIn(const Entries& entries) {
   Link link;
   link.number = entries.number("number", 1);
@@ -276,6 +284,7 @@ Link linkIn(const Entries& entries) {
   link.bytes = entries.number("bytes");
   link.segments = entries.number("size");
   link.isCheckpoint = entries.contains("snapshot");
+  link.isLast = entries.contains("change");
   if (link.isCheckpoint) link.keeps = entries.number("keeps");
   if (link.keeps >= link.number || link.before >= link.number) fail("it refers to a later commit");
   return link;
@@ -324,6 +333,7 @@ std::string writeCommit(const Commit& commit) {
     entries.set("keeps", link.keeps);
     entries.set("snapshot", dictionaryOf(*commit.snapshot));
   }
+  if (commit.change) entries.set("change", pelto::valueOf(*commit.change));
   return writeBinaryPropertyList(entries);
 }
 
@@ -339,6 +349,7 @@ Commit readCommit(std::string_view contents) {
   for (HubRecord& each : commit.records) each.revision = commit.link.number;
   commit.segments = segmentsIn(entries.at<Array>("segments"));
   if (commit.link.isCheckpoint) commit.snapshot = snapshotIn(entries.value("snapshot"));
+  if (commit.link.isLast) commit.change = changeIn(entries.value("change"));
   return commit;
 }
 

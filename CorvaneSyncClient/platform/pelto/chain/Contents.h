@@ -11,6 +11,7 @@
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/chain/Link.h"
+#include "CorvaneSyncClient/platform/pelto/seal/GenerationChange.h"
 
 // What the objects of a chain hold before they are sealed: binary property lists. Readers take hostile input:
 // every type, length, count and range is checked, and nothing is allocated by a number alone.
@@ -73,8 +74,9 @@ struct Commit {
   String writer;  ///< the computer's identifier
   Date time;      ///< by the writer's clock, for people
   std::vector<HubRecord> records;
-  std::vector<SegmentRef> segments;  ///< with further records
-  std::optional<Snapshot> snapshot;  ///< of a checkpoint
+  std::vector<SegmentRef> segments;        ///< with further records
+  std::optional<Snapshot> snapshot;        ///< of a checkpoint
+  std::optional<GenerationChange> change;  ///< of a generation's last commit
 };
 
 /// The number of bytes that count of a record.

@@ -15,7 +15,8 @@ Dictionary dictionaryOf(const Link& link) {
   return {{"number", link.number},   {"hash", dataOf(link.hash)}, {"previous", dataOf(link.previous)},
           {"attempt", link.attempt}, {"push", link.pushId},       {"checkpoint", link.isCheckpoint},
           {"keeps", link.keeps},     {"before", link.before},     {"tail", link.tail},
-          {"records", link.records}, {"bytes", link.bytes},       {"segments", link.segments}};
+          {"records", link.records}, {"bytes", link.bytes},       {"segments", link.segments},
+          {"last", link.isLast}};
 }
 
 Dictionary dictionaryOf(const Sighting& sighting) {
@@ -68,6 +69,7 @@ Link linkIn(const Dictionary& entries) {
   link.records = entry<std::int64_t>(entries, "records");
   link.bytes = entry<std::int64_t>(entries, "bytes");
   link.segments = entry<std::int64_t>(entries, "segments");
+  link.isLast = entry<bool>(entries, "last");
   return link;
 }
 

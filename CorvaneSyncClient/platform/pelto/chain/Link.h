@@ -37,6 +37,8 @@ struct Link {
   std::string pushId;    ///< an upper-case UUID
   /// A commit that names a snapshot of the account's state before it.
   bool isCheckpoint = false;
+  /// The last commit of a generation of the account's key, which hands the next key over.
+  bool isLast = false;
   /// Of a checkpoint: the snapshot continues the states up to that number. Those from there to the
   /// checkpoint are no part of its history, because something of them is lost for good.
   std::int64_t keeps = 0;

@@ -1,0 +1,67 @@
+#include <utility>
+
+#include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+// The end of a generation of the account's key. The chain under the next key is there first, and nobody can
+// open it before the last commit of this one hands the key over; its slot decides when two computers try.
+// What others gave in between is lost to the new chain, and given again by those who see that their state is
+// no part of its history.
+
+namespace corvane::pelto {
+
+using namespace chain;
+
+namespace {
+
+// Puts the first commit of a chain with what it names. Raises PlaceException unless it is there then.
+void begin(ChainObjects& objects, const Commit& commit, Link& link, const std::vector<NamedBytes>& segments) {
+  objects.put(segments);
+  const std::string bytes = objects.sealCommit(commit, link);
+  objects.putNew(nameOf(link), bytes);
+  const Found found = objects.find({nameOf(link)}).front();
+  if (found.state != Found::State::good || found.link.hash != link.hash)
+    throw PlaceException("What is given does not stay in " + objects.whereabouts() + ". Try again later.");
+}
+
+void removeAll(ChainObjects& objects, const Link& link, const Snapshot& snapshot) {
+  std::vector<std::string> segments{snapshot.history.name};
+  for (const SegmentRef& each : snapshot.segments) segments.push_back(each.name);
+  objects.remove({nameOf(link)}, segments);
+}
+
+}  // namespace
+
+std::optional<GenerationChange> ChainHub::change() {
+  open();
+  if (_state.stage != Stage::settled) settle();
+  const Link* const head = _state.kept.head();
+  if (!head || !head->isLast) return std::nullopt;
+  return _objects.commit(*head).change;
+}
+
+HubPushed::Outcome ChainHub::changeGeneration(const Sealer& next, const GenerationChange& change) {
+  if (this->change()) return HubPushed::Outcome::overtaken;
+  Commit last = commitAfterHead(Platform::current().uuids.newUuid());
+  last.change = change;
+  last.link.isLast = true;
+  const std::int64_t number = last.link.number;
+  std::vector<PastState> states = statesToTell(number - 1);
+  // By the place's clock, as all of them: this computer's may be wrong.
+  const Date date = states.empty() ? Platform::current().clock.now() : states.front().date;
+  states.insert(states.begin(), {number, last.link.pushId, date});
+
+  ChainObjects objects(_place, next);
+  std::vector<NamedBytes> segments;
+  Commit first = checkpointAfterHead(number, states, objects, segments);
+  first.link.number = number + 1;
+  first.link.before = 0;
+  first.link.attempt = 0;
+  begin(objects, first, first.link, segments);
+  _segments.clear();
+  const HubPushed::Outcome outcome = giveCommit(std::move(last));
+  if (outcome != HubPushed::Outcome::done) removeAll(objects, first.link, *first.snapshot);
+  return outcome;
+}
+
+}  // namespace corvane::pelto
