@@ -71,7 +71,7 @@ std::string tokenFor(Accounts& accounts, const std::string& account, const std::
 
 void add(Accounts& accounts, const HubConfiguration& configuration, const Arguments& names) {
   const std::string& account = principal(names[0]);
-  const std::string& computer = principal(names.size() > 1 ? names[1] : "first");
+  const std::string computer = principal(names.size() > 1 ? names[1] : "first");
   if (!accounts.add(account, configuration.quota))
     throw HubFailure("there is an account \"" + account + "\" already");
   print(tokenFor(accounts, account, computer));
