@@ -58,8 +58,8 @@ class PlaceAccountTest : public CtlTest {
 TEST_F(PlaceAccountTest, SetMakesAKeyThatOnlyThisComputerHas) {
   const Run run = ctl({"account", "set", place});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(run.out, AllOf(HasSubstr(place), HasSubstr("`corvanetool --register`"),
-                             HasSubstr("`loomerctl account invite`")));
+  EXPECT_THAT(run.out, AllOf(HasSubstr(place), HasSubstr("races of eight writers"),
+                             HasSubstr("`corvanetool --register`"), HasSubstr("`loomerctl account invite`")));
   ASSERT_TRUE(account());
   ASSERT_TRUE(account()->membership);
   EXPECT_EQ(account()->membership->generation, 1);
