@@ -261,11 +261,16 @@ TEST_F(ChainHubTest, ASegmentMissingForADayIsPassedByAndItsWriterIsToldSo) {
   std::vector<HubRecord> many;
   for (int i = 0; i < 2'500; ++i) many.push_back(bookmark(10 + i, "n" + std::to_string(i)));
   a->give(many);
+  // A second one is missing, too, which shows only once the first is passed by.
+  for (HubRecord& each : many) each.name = each.name.toString() + ".2";
+  a->give(many);
   std::erase_if(place.objects, [](const auto& each) { return each.first.find("/s/") != std::string::npos; });
   EXPECT_THAT(failureOf([&] { b->takeIn(); }), HasSubstr("is missing"));
   platform.clock.time.seconds += 80'000;
   EXPECT_THAT(failureOf([&] { b->takeIn(); }), HasSubstr("If it stays missing for a day"));
   platform.clock.time.seconds += 10'000;
+  EXPECT_THAT(failureOf([&] { b->takeIn(); }), HasSubstr("If it stays missing for a day"));
+  platform.clock.time.seconds += 90'000;
   b->takeIn();
   EXPECT_THAT(b->names(), ElementsAre("one"));
   const RemoteChanges remote = a->takeIn();

@@ -109,7 +109,7 @@ class ChainHub : public Hub {
   std::vector<NamedBytes> _segments;  ///< of the undecided push
   std::string _commit;                ///< its bytes
   std::optional<chain::Link> _reading;
-  std::vector<std::string> _passedBy;  ///< names of commits of which something is missing for good
+  std::vector<chain::Link> _passedBy;  ///< commits of which something is missing for good
   std::optional<std::pair<std::string, std::vector<chain::PastState>>>
       _told;  ///< by the checkpoint of that hash
 };

@@ -77,8 +77,8 @@ HubPushed ChainHub::push(const HubPush& push) {
 
 HubPushed::Outcome ChainHub::giveCommit(Commit commit) {
   if (_state.isBlocked) {
-    throw PlaceException("The next slot in " + _objects.whereabouts() +
-                         " holds a damaged object. If it stays so for ten minutes, it is passed by.");
+    throw PlaceException("The next slot, c/" + nameOf(commit.link) + " in " + _objects.whereabouts() +
+                         ", holds a damaged object. If it stays so for ten minutes, it is passed by.");
   }
   Link link = commit.link;
   _commit = _objects.sealCommit(commit, link);
@@ -108,7 +108,6 @@ void ChainHub::checkpointIfDue() {
     if (isCheckpointDue(*_state.kept.head()) && checkpoint(_state.kept.head()->number)) collect();
   } catch (const PlatformException& exception) {
     SCLog("No checkpoint is made: %@", exception.reason());
-    if (_state.stage != Stage::settled) settle();
   }
 }
 

@@ -15,7 +15,7 @@ void ChainHub::withWhatIsMissing(const Work& work) {
       return work();
     } catch (const MissingObject& missing) {
       if (!_reading) throw;
-      if (!isFirst) passBy(*_reading, missing);
+      if (!isFirst) passBy(Link(*_reading), missing);
       _state.kept.path.clear();
       settle();
     }
@@ -53,14 +53,20 @@ void ChainHub::passBy(const Link& link, const MissingObject& missing) {
   const bool isOver = isForGood(_state.kept.missing, sighting, _state.now, kMissingSeconds);
   keep();
   if (!isOver) throw PlaceException(what + "If it stays missing for a day, the commit is passed by.");
-  _passedBy.push_back(nameOf(link));
-  checkpoint(link.number - 1);
+  _passedBy.push_back(link);
+  const auto byNumber = [](const Link& one, const Link& other) { return one.number < other.number; };
+  const Link first = *std::min_element(_passedBy.begin(), _passedBy.end(), byNumber);
+  try {
+    checkpoint(first.number - 1);
+  } catch (const MissingObject& another) {
+    if (!_reading) throw;
+    passBy(Link(*_reading), another);
+  }
 }
 
 void ChainHub::takeCommit(AccountRecords& records, const Link& link) {
   _reading = link;
-  if (std::find(_passedBy.begin(), _passedBy.end(), nameOf(link)) == _passedBy.end())
-    records.takeCommit(link);
+  if (!isIn(_passedBy, link)) records.takeCommit(link);
   _reading.reset();
 }
 
