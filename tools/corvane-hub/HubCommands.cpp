@@ -47,7 +47,7 @@ void print(const std::string& text) {
   if (const std::error_code error = writeAll(out, text)) throw HubFailure("nothing can be printed", error);
 }
 
-const std::string& principal(const std::string& name) {
+std::string principal(const std::string& name) {
   if (!isPrincipalName(name)) {
     throw UsageError("\"" + name + "\" is no name: up to 40 of a-z, 0-9 and \"-\", the first no \"-\"");
   }
@@ -55,7 +55,7 @@ const std::string& principal(const std::string& name) {
 }
 
 /// The name of an account that exists.
-const std::string& existing(const Accounts& accounts, const std::string& name) {
+std::string existing(const Accounts& accounts, const std::string& name) {
   if (!accounts.has(principal(name))) throw HubFailure("there is no account \"" + name + "\"");
   return name;
 }
@@ -70,7 +70,7 @@ std::string tokenFor(Accounts& accounts, const std::string& account, const std::
 }
 
 void add(Accounts& accounts, const HubConfiguration& configuration, const Arguments& names) {
-  const std::string& account = principal(names[0]);
+  const std::string account = principal(names[0]);
   const std::string computer = principal(names.size() > 1 ? names[1] : "first");
   if (!accounts.add(account, configuration.quota))
     throw HubFailure("there is an account \"" + account + "\" already");
