@@ -96,23 +96,33 @@ void ComputerSimulation::syncCutOff(std::size_t client, const std::string& call)
   hub.onCall = nullptr;
 }
 
+// The engine catches whatever the service raises, so nothing that is raised ends it like a kill. The session
+// goes on to its end, and all that a process that dies at that call would not have done any more is undone.
 void ComputerSimulation::syncKilled(std::size_t client, const std::string& call) {
   const std::string directory = directoryOf(computerOf(client).storePath);
   const std::string copy = directory + ".killed";
+  std::function<void()> undoTheRest;
   atFirst(call, [&] {
     copyStore(directory, copy);
-    throw Killed{};
+    undoTheRest = [&, service = hub.state, saved = *_clients[client].scripted] {
+      hub.state = service;
+      *_clients[client].scripted = saved;
+    };
   });
-  try {
-    sync(client);
-  } catch (const Killed&) {
-    // What a process that dies here would not have done any more, it undoes as far as it is in the store.
-    computerOf(client).manager.reset();
-    std::filesystem::remove_all(directory);
-    std::filesystem::rename(copy, directory);
-    computerOf(client).manager = open(computerOf(client));
-  }
+  const bool hadMet = _clients[client].hasMet;
+  const std::size_t pushes = backups.size();
+  const pelto::HubState before = hub.state.now;
+  sync(client);
   hub.onCall = nullptr;
+  if (!undoTheRest) return;
+  undoTheRest();
+  _clients[client].hasMet = hadMet;
+  backups.resize(pushes);
+  if (hub.state.now != before) backups.push_back(hub.state);
+  computerOf(client).manager.reset();
+  std::filesystem::remove_all(directory);
+  std::filesystem::rename(copy, directory);
+  computerOf(client).manager = open(computerOf(client));
 }
 
 void ComputerSimulation::syncCrossed(std::size_t client, const std::string& call, std::size_t other) {

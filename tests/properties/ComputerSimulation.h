@@ -60,7 +60,6 @@ class ComputerSimulation {
     std::size_t computer = 0;
     bool hasMet = false;
   };
-  struct Killed {};
 
   void addComputer(std::size_t clients);
   std::unique_ptr<loomer::EmbeddedManager> open(const Computer& computer);
