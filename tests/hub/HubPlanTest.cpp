@@ -56,6 +56,8 @@ class PlanTest : public HubTest {
         "  FROM (SELECT r FROM corvane_hub.records r WHERE account = $ LIMIT 10) AS few(own), others o;"
         "INSERT INTO corvane_hub.pushes SELECT o.id, n, gen_random_uuid(), gen_random_uuid(), now()"
         "  FROM others o, generate_series(1, 40) AS n;"
+        "INSERT INTO corvane_hub.given_again SELECT o.id, gen_random_uuid(), n, n"
+        "  FROM others o, generate_series(1, 40) AS n;"
         "INSERT INTO corvane_hub.computers SELECT id, '" +
         computer.toString() +
         "', 'one of them', now() FROM others;"
@@ -86,6 +88,9 @@ class PlanTest : public HubTest {
     EXPECT_EQ(fresh.remoteChanges({fresh.remoteChanges({}).now}).records.size(), 0u);
     const HubState lost{all.now.account, all.now.revision + 5, newUuidString()};
     EXPECT_EQ(fresh.remoteChanges({lost, all.now}).common, all.now);
+    EXPECT_TRUE(fresh.push({fresh.remoteChanges({}).now, newUuidString(), {}, {lost}}));
+    EXPECT_TRUE(fresh.hasPush(lost.pushId));
+    EXPECT_EQ(fresh.remoteChanges({lost, all.now}).givenAgain, lost);
   }
 
   static void expectOwnRowsAlone(const ExplainedPlan& plan, const std::string& records,

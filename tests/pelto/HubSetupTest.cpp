@@ -44,7 +44,7 @@ TEST_F(SetupTest, RunningTheSetUpAgainChangesNothing) {
       "SELECT md5(string_agg(concat(c.relname, c.relkind, c.relacl), ',' ORDER BY "
       "c.relname)) FROM pg_class c WHERE c.relnamespace = 'corvane_hub'::regnamespace";
   const std::string before = server.administer(schema);
-  EXPECT_THAT(server.setUpHub("hub"), HasSubstr("The online service in this database is of version 2.\n"));
+  EXPECT_THAT(server.setUpHub("hub"), HasSubstr("The online service in this database is of version 3.\n"));
   EXPECT_EQ(server.administer(schema), before);
   EXPECT_EQ(held(), text({a}));
 }
@@ -60,7 +60,7 @@ TEST_F(SetupTest, DatabasesThatAccountsMayConnectToAreNamed) {
     server.administer("REVOKE CONNECT ON DATABASE \"" + each + "\" FROM PUBLIC");
     closed.push_back(each);
   }
-  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 2.\n");
+  EXPECT_EQ(server.setUpHub("hub"), "The online service in this database is of version 3.\n");
   for (const std::string& each : closed)
     server.administer("GRANT CONNECT ON DATABASE \"" + each + "\" TO PUBLIC");
 }
@@ -71,7 +71,7 @@ TEST_F(SetupTest, SeveralSetUpsAtOnceMakeOneService) {
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([this] { EXPECT_EQ(messageOf([&] { server.setUpHub("together"); }), ""); });
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "together"), "2");
+  EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "together"), "3");
 }
 
 TEST_F(SetupTest, ANewerServiceIsRefused) {
@@ -79,7 +79,7 @@ TEST_F(SetupTest, ANewerServiceIsRefused) {
   server.setUpHub("newer");
   server.administer("UPDATE corvane_hub.version SET number = 7", "newer");
   EXPECT_THAT(messageOf([&] { server.setUpHub("newer"); }),
-              HasSubstr("the schema is of version 7, and these scripts know versions up to 2"));
+              HasSubstr("the schema is of version 7, and these scripts know versions up to 3"));
   EXPECT_EQ(server.administer("SELECT number FROM corvane_hub.version", "newer"), "7");
 }
 
@@ -99,7 +99,7 @@ class MigrationTest : public SetupTest {
     fs::create_directories(directory);
     copy(CORVANE_SCRIPTS "/hub-setup");
     for (const auto& file : fs::directory_iterator(CORVANE_SCRIPTS "/../resources/hub")) copy(file);
-    std::ofstream(directory / "003-more.sql") << migration;
+    std::ofstream(directory / "004-more.sql") << migration;
   }
   std::string setUp() {
     return messageOf([&] { server.setUpHub(database, directory / "hub-setup"); });
@@ -122,7 +122,7 @@ TEST_F(MigrationTest, MissingMigrationsAreAppliedOnce) {
   EXPECT_EQ(setUp(), "");
   EXPECT_EQ(setUp(), "");
   EXPECT_EQ(answer("SELECT count(*) FROM corvane_hub.more"), "1");
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "4");
   EXPECT_EQ(failureOf([&] { give(old, {}); }), "")
       << "a service that moved on under a program that it serves";
 }
@@ -131,11 +131,11 @@ TEST_F(MigrationTest, AFailedMigrationLeavesTheVersionBefore) {
   server.makeDatabase(database);
   install("CREATE TABLE corvane_hub.more(a int); SELECT 1 / 0;");
   EXPECT_THAT(setUp(), HasSubstr("division by zero"));
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "2");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
   EXPECT_EQ(answer("SELECT to_regclass('corvane_hub.more') IS NULL"), "t");
   install("CREATE TABLE corvane_hub.more(a int);");
   EXPECT_EQ(setUp(), "");
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "4");
 }
 
 // As for the server's user, where somebody starts the script for him within a home that is closed.
@@ -148,16 +148,19 @@ TEST_F(MigrationTest, ADirectoryInAClosedHomeServes) {
   command.insert(command.end(), {"./hub-setup", server.administratorUrl(database)});
   EXPECT_EQ(messageOf([&] { server.run(command); }), "");
   EXPECT_EQ(::chmod((platform.directory / "closed").c_str(), 0700), 0);
-  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "3");
+  EXPECT_EQ(answer("SELECT number FROM corvane_hub.version"), "4");
 }
 
 TEST_F(MigrationTest, ExistingStatisticsAreDropped) {
   server.makeDatabase(database);
   install("SELECT 1;");
-  for (const char* later : {"002-neighbours.sql", "003-more.sql"}) std::filesystem::remove(directory / later);
+  for (const char* later : {"002-neighbours.sql", "003-given-again.sql", "004-more.sql"})
+    std::filesystem::remove(directory / later);
   EXPECT_EQ(setUp(), "");
   PostgresHub older(server.addAccount(user + "_older", database), computer);
-  give(older, {bookmark("A", "http://a/")});
+  answer(
+      "INSERT INTO corvane_hub.records SELECT id, gen_random_uuid(), false, NULL, 0, 'A', 'http://a/', false,"
+      " false, false, 0, now() FROM corvane_hub.accounts");
   answer("ANALYZE");
   EXPECT_NE(answer(kTellingStatistics), "0");
   server.setUpHub(database);

@@ -29,7 +29,8 @@ class IsolationTest : public HubTest {
   // All rows of the account that somebody else tries to reach.
   std::string everything() {
     std::string rows;
-    for (const std::string table : {"accounts", "records", "pushes", "computers", "settings"}) {
+    for (const std::string table :
+         {"accounts", "records", "pushes", "given_again", "computers", "settings"}) {
       rows += server.administer("SELECT string_agg(t::text, E'\\n' ORDER BY t::text) FROM corvane_hub." +
                                 table + " AS t WHERE " + (table == "accounts" ? "id" : "account") +
                                 " = (SELECT id FROM corvane_hub.accounts WHERE role = '" + user + "')") +
@@ -37,17 +38,19 @@ class IsolationTest : public HubTest {
     }
     return rows;
   }
+  bool giveAgain() { return bool(hub.push({hub.remoteChanges({}).now, newUuidString(), {}, {lost}})); }
   std::string accountNumber() {
     return server.administer("SELECT id FROM corvane_hub.accounts WHERE role = '" + user + "'");
   }
 
   const HubRecord record = bookmark("Private", "http://private/");
   const std::string other = server.addAccount();
-  const std::string before = (give({record}), everything());
+  const HubState lost{hub.remoteChanges({}).now.account, 1, newUuidString()};
+  const std::string before = (give({record}), giveAgain(), everything());
 };
 
 TEST_F(IsolationTest, AnAccountSeesOnlyItsOwnRows) {
-  for (const std::string table : {"accounts", "records", "pushes", "computers", "settings"}) {
+  for (const std::string table : {"accounts", "records", "pushes", "given_again", "computers", "settings"}) {
     SCOPED_TRACE(table);
     const std::string key = table == "accounts" ? "id" : "account";
     EXPECT_EQ(runSql(other,
@@ -62,7 +65,8 @@ TEST_F(IsolationTest, AnAccountSeesOnlyItsOwnRows) {
 TEST_F(IsolationTest, AnAccountWritesToNoTable) {
   const std::string number = accountNumber();
   for (const std::string& who : {other, url}) {
-    for (const std::string table : {"accounts", "records", "pushes", "computers", "settings", "version"}) {
+    for (const std::string table :
+         {"accounts", "records", "pushes", "given_again", "computers", "settings", "version"}) {
       SCOPED_TRACE(table);
       const std::string name = "corvane_hub." + table;
       EXPECT_EQ(stateOf(who, "INSERT INTO " + name + " DEFAULT VALUES"), kNotPermitted);
@@ -98,6 +102,8 @@ TEST_F(IsolationTest, FunctionsActOnlyForTheCaller) {
   EXPECT_FALSE(stranger.push({now, newUuidString(), {tombstone(record)}})) << "another account's state";
   EXPECT_FALSE(stranger.hasPush(now.pushId));
   EXPECT_FALSE(stranger.remoteChanges({now}).common);
+  EXPECT_FALSE(stranger.hasPush(lost.pushId));
+  EXPECT_FALSE(stranger.remoteChanges({lost}).givenAgain);
 
   give(stranger, {tombstone(record), bookmark("Own", "http://own/")});
   stranger.setEnabled(kHubDataClass, false);
@@ -113,6 +119,15 @@ TEST_F(IsolationTest, RecordsAreWrittenOnlyWithinAPush) {
   for (const std::string& who : {url, other}) {
     EXPECT_EQ(stateOf(who, put), kNoPush);
     EXPECT_EQ(stateOf(who, "BEGIN; " + put), kNoPush);
+  }
+}
+
+TEST_F(IsolationTest, StatesAreGivenAgainOnlyWithinAPush) {
+  const std::string give =
+      "SELECT corvane_hub.give_again(ARRAY['" + newUuidString() + "'::uuid], ARRAY[1::bigint])";
+  for (const std::string& who : {url, other}) {
+    EXPECT_EQ(stateOf(who, give), "55000");
+    EXPECT_EQ(stateOf(who, "BEGIN; " + give), "55000");
   }
 }
 

@@ -183,6 +183,43 @@ TEST_F(HubTest, PastPushesAreFoundByTheirIds) {
   EXPECT_FALSE(hub.hasPush(newUuidString()));
 }
 
+TEST_F(HubTest, WhatWasLostAndIsGivenAgainIsPartOfTheHistory) {
+  give({bookmark("A", "http://a/")});
+  const HubState common = hub.remoteChanges({}).now;
+  const HubState older{common.account, 7, newUuidString()}, newer{common.account, 8, newUuidString()};
+  const HubState unknown{common.account, 9, newUuidString()};
+  give({bookmark("B", "http://b/")});
+  const HubState before = hub.remoteChanges({}).now;
+  EXPECT_EQ(hub.remoteChanges({newer, older, common}).givenAgain, std::nullopt);
+  const HubPush push{before, newUuidString(), {}, {newer, before, older, {common.account, 0, {}}}};
+  ASSERT_TRUE(hub.push(push));
+
+  EXPECT_TRUE(hub.hasPush(newer.pushId));
+  EXPECT_FALSE(hub.hasPush(unknown.pushId));
+  const RemoteChanges to = hub.remoteChanges({unknown, newer, older, common});
+  EXPECT_EQ(to.givenAgain, newer);
+  EXPECT_EQ(to.common, common);
+  EXPECT_TRUE(to.whole);
+  EXPECT_EQ(hub.remoteChanges({common, newer}).givenAgain, std::nullopt) << "the line goes on from there";
+  EXPECT_THAT(hub.remoteChanges({common}).past, testing::ElementsAre(before));
+  for (const HubState& since : {common, before})
+    EXPECT_THAT(hub.remoteChanges({since}).pastGivenAgain, testing::ElementsAre(newer, older));
+  ASSERT_TRUE(hub.push({hub.remoteChanges({}).now, newUuidString(), {}, push.givesAgain}));
+  EXPECT_THAT(hub.remoteChanges({hub.remoteChanges({}).now}).pastGivenAgain, testing::IsEmpty());
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.given_again WHERE account = $"), 2);
+}
+
+TEST_F(HubTest, StatesGivenAgainAreBounded) {
+  for (int push = 0; push < 3; ++push) {
+    HubPush given{hub.remoteChanges({}).now, newUuidString(), {}, {}};
+    for (int i = 0; i < 400; ++i)
+      given.givesAgain.push_back({given.expected.account, i + 1, newUuidString()});
+    ASSERT_TRUE(hub.push(given));
+  }
+  EXPECT_EQ(number("SELECT count(*) FROM corvane_hub.given_again WHERE account = $"), 1000);
+  EXPECT_EQ(hub.remoteChanges({}).pastGivenAgain.size(), 128u);
+}
+
 TEST_F(HubTest, AFailedPushLeavesNothing) {
   const HubState now = hub.remoteChanges({}).now;
   const HubRecord a = bookmark("A", "http://a/");

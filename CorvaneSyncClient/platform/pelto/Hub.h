@@ -56,11 +56,18 @@ struct RemoteChanges {
   /// the first of them, the service was restored to it, or to a later state that the computer has not seen.
   /// Absent when the account shares no history with the computer.
   std::optional<HubState> common;
+  /// The first of the states that were asked about whose changes a service that had lost them was given again
+  /// (see `HubPush::givesAgain`), where it comes before `common` among them: what the account holds now has
+  /// grown out of that state too, though not along one line.
+  std::optional<HubState> givenAgain;
   /// States between `common` (or the account's beginning) and `now`, newest first: the latest ones, and a
   /// sample of the earlier ones.
   std::vector<HubState> past;
+  /// The latest of the states that were given again since `common`.
+  std::vector<HubState> pastGivenAgain;
   /// Whether `records` holds all live records, and not only those changed since the first state asked about.
-  /// After a restore it also holds the tombstones of what was deleted since `common`.
+  /// When the first state asked about is not `common`, it also holds the tombstones of what was deleted since
+  /// `common`.
   bool whole = false;
   std::vector<HubRecord> records;  ///< folders and bookmarks in any order
   std::int64_t room = 0;           ///< how many more live records the account may hold
@@ -72,6 +79,10 @@ struct HubPush {
   HubState expected;  ///< the state that the changes are based on
   String id;          ///< a fresh upper-case UUID
   std::vector<HubRecord> records;
+  /// States that a restored service may have lost, and out of which the account has grown again with this
+  /// push: what they changed is in it or was there already. They become part of the account's history, those
+  /// that are not yet.
+  std::vector<HubState> givesAgain = {};
 };
 
 /// What became of a push.
@@ -103,8 +114,8 @@ class Hub {
   virtual RemoteChanges remoteChanges(const std::vector<HubState>& seen) = 0;
   /// Makes `push` the account's next revision, as a whole or not at all.
   virtual HubPushed push(const HubPush& push) = 0;
-  /// Whether the push with that id is part of the account's history. Answers how a push ended when the
-  /// connection was lost before the answer arrived.
+  /// Whether the push with that id is part of the account's history, be it as one given again. Answers how a
+  /// push ended when the connection was lost before the answer arrived.
   virtual bool hasPush(const String& pushId) = 0;
 
   /// Whether this computer syncs the data class. A computer that the service does not know syncs nothing.

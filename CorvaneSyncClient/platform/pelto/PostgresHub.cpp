@@ -36,6 +36,9 @@ constexpr std::int64_t kMostBytesTaken = std::int64_t{4} << 30;
 constexpr std::int64_t kMostRecordsTaken = 4'000'000;
 constexpr std::int64_t kTombstonesForARecord = 3;
 
+// How many of the states that were given again a computer is told of.
+constexpr std::size_t kStatesGivenAgain = 128;
+
 // How often a transaction that conflicts with another one is run.
 constexpr int kAttempts = 5;
 
@@ -64,6 +67,12 @@ std::string beginning(const char* kind, const HubTimeouts& timeouts) {
   for (const auto& [name, value] : settings)
     statements += std::string("; SET LOCAL ") + name + " = " + std::to_string(value);
   return statements;
+}
+
+std::string bigintArray(const std::vector<std::int64_t>& numbers) {
+  std::string array = "{";
+  for (const std::int64_t each : numbers) array += (array.size() > 1 ? "," : "") + std::to_string(each);
+  return array + "}";
 }
 
 // This computer's name as the service stores it.
@@ -308,23 +317,45 @@ std::optional<HubState> PostgresHub::newestOf(HubConnection& connection, const S
   return rows.count() == 1 ? HubState{state.now.account, rows.big(0, 0), rows.uuid(0, 1)} : beginning;
 }
 
+// The first of those states, before the one in common, that was lost and given again.
+std::optional<HubState> PostgresHub::firstGivenAgain(HubConnection& connection, const State& state,
+                                                     const std::vector<HubState>& seen,
+                                                     const std::optional<HubState>& common) {
+  if (seen.empty() || seen.front().account != state.now.account || common == seen.front())
+    return std::nullopt;
+  HubArray pushIds(HubType::uuids);
+  for (const HubState& each : seen) {
+    if (each == common) break;
+    if (each.pushId) pushIds.add(each.pushId);
+  }
+  const HubRows rows = connection.run(
+      "SELECT lost_revision, mark FROM corvane_hub.given_again WHERE account = $1 AND mark = ANY($2)"
+      " ORDER BY array_position($2, mark) LIMIT 1",
+      {bigValue(state.account), pushIds.take()}, kReadChanges);
+  if (rows.count() == 0) return std::nullopt;
+  return HubState{state.now.account, rows.big(0, 0), rows.uuid(0, 1)};
+}
+
 // Reads past states, whether or not the computer has seen them.
 void PostgresHub::readPast(HubConnection& connection, const State& state, RemoteChanges& remote) {
-  std::string revisions;
-  const auto sampled = sampledRevisions(remote.common ? remote.common->revision : 0, state.now.revision);
-  for (const std::int64_t each : sampled) {
-    revisions += (revisions.empty() ? "{" : ",") + std::to_string(each);
-  }
-  if (revisions.empty()) return;
+  const std::int64_t since = remote.common ? remote.common->revision : 0;
+  if (since == state.now.revision) return;
+  const auto sampled = sampledRevisions(since, state.now.revision);
+  const std::string revisions = bigintArray(sampled);
   const auto take = [&](const HubRows& row) {
-    if (remote.past.size() == sampled.size())
+    std::vector<HubState>& states = row.boolean(0, 2) ? remote.pastGivenAgain : remote.past;
+    if (states.size() == std::max(sampled.size(), kStatesGivenAgain))
       connection.failMalformed(kReadChanges, "it gives more than was asked for");
-    remote.past.push_back({state.now.account, row.big(0, 0), row.uuid(0, 1)});
+    states.push_back({state.now.account, row.big(0, 0), row.uuid(0, 1)});
   };
   connection.forEachRow(
-      "SELECT revision, mark FROM corvane_hub.pushes WHERE account = $1 AND revision = ANY($2::bigint[])"
-      " ORDER BY revision DESC",
-      {bigValue(state.account), textValue(revisions + "}")}, kReadChanges, take);
+      "(SELECT revision, mark, false FROM corvane_hub.pushes WHERE account = $1"
+      " AND revision = ANY($2::bigint[]) ORDER BY revision DESC) UNION ALL "
+      "(SELECT lost_revision, mark, true FROM corvane_hub.given_again WHERE account = $1 AND revision > $3"
+      " ORDER BY revision DESC, lost_revision DESC LIMIT $4)",
+      {bigValue(state.account), textValue(revisions), bigValue(since),
+       bigValue(static_cast<std::int64_t>(kStatesGivenAgain))},
+      kReadChanges, take);
 }
 
 // Pages follow the index on (revision, id) and are limited in rows and bytes. The last row of a page may
@@ -378,6 +409,7 @@ RemoteChanges PostgresHub::remoteChanges(const std::vector<HubState>& seen) {
     remote.room = state.room;
     remote.roomForBytes = state.roomForBytes;
     remote.common = newestCommon(connection, state, seen);
+    remote.givenAgain = firstGivenAgain(connection, state, seen, remote.common);
     const bool continues = remote.common && *remote.common == seen.front();
     remote.whole = !continues || remote.common->revision < state.forgottenRevision;
     readPast(connection, state, remote);
@@ -418,6 +450,7 @@ HubPushed PostgresHub::push(const HubPush& push) {
                        kGiveChanges);
     if (!rows.boolean(0, 0)) return Ending::rollBack;
     putRecords(connection, push.records);
+    giveAgain(connection, push.givesAgain);
     return Ending::commit;
   });
   if (ending == Ending::rollBack) return {};
@@ -442,10 +475,24 @@ void PostgresHub::putRecords(HubConnection& connection, const std::vector<HubRec
   }
 }
 
+void PostgresHub::giveAgain(HubConnection& connection, const std::vector<HubState>& states) {
+  HubArray pushIds(HubType::uuids);
+  std::vector<std::int64_t> revisions;
+  for (const HubState& each : states) {
+    if (!each.pushId) continue;  // the account's beginning
+    pushIds.add(each.pushId);
+    revisions.push_back(each.revision);
+  }
+  if (revisions.empty()) return;
+  connection.run("SELECT corvane_hub.give_again($1, $2::bigint[])",
+                 {pushIds.take(), textValue(bigintArray(revisions))}, kGiveChanges);
+}
+
 bool PostgresHub::hasPush(const String& pushId) {
   return reading(kAskForPush, [&](HubConnection& connection) {
     const HubRows rows = connection.run(
         "SELECT EXISTS(SELECT FROM corvane_hub.pushes p WHERE p.account = a.id AND p.mark = $1)"
+        "  OR EXISTS(SELECT FROM corvane_hub.given_again g WHERE g.account = a.id AND g.mark = $1)"
         " FROM corvane_hub.accounts a WHERE a.role = session_user",
         {uuidValue(pushId)}, kAskForPush);
     requireAccount(rows, kAskForPush);

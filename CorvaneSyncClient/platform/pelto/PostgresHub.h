@@ -10,7 +10,7 @@ namespace corvane::pelto {
 
 /// The version of the service's schema that this program needs: the number of the last script in
 /// resources/hub/ that it depends on. A newer service says itself whether it still supports this version.
-inline constexpr std::int32_t kHubVersion = 1;
+inline constexpr std::int32_t kHubVersion = 3;
 
 /// A Hub in PostgreSQL (resources/hub/ holds its schema). It connects at the first call and keeps the
 /// connection until a call fails; the next call then connects again.
@@ -58,10 +58,14 @@ class PostgresHub : public Hub {
                                        const std::vector<HubState>& seen);
   std::optional<HubState> newestOf(HubConnection& connection, const State& state,
                                    const std::vector<HubState>& seen);
+  std::optional<HubState> firstGivenAgain(HubConnection& connection, const State& state,
+                                          const std::vector<HubState>& seen,
+                                          const std::optional<HubState>& common);
   void readPast(HubConnection& connection, const State& state, RemoteChanges& remote);
   void readRecords(HubConnection& connection, const State& state, Since since, RemoteChanges& remote);
   void noteComputer();
   void putRecords(HubConnection& connection, const std::vector<HubRecord>& records);
+  void giveAgain(HubConnection& connection, const std::vector<HubState>& states);
 
   HubAddress _address;
   String _computer;

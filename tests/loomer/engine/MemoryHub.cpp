@@ -19,10 +19,14 @@ class MemoryHub::Connection : public pelto::Hub {
     remote.enabled = _hub.enabled;
     if (!remote.enabled) return remote;
     remote.common = newestCommon(seen);
+    remote.givenAgain = firstGivenAgain(seen, remote.common);
     const bool continues = remote.common && *remote.common == seen.front();
     remote.whole = !continues || remote.common->revision < service.forgotten;
     for (const std::int64_t each : pelto::sampledRevisions(revisionOf(remote.common), service.now.revision)) {
       remote.past.push_back({service.now.account, each, String(service.pushIds.at(each))});
+    }
+    for (const auto& [id, each] : service.givenAgain) {
+      if (each.second > revisionOf(remote.common)) remote.pastGivenAgain.push_back(each.first);
     }
     remote.room = _hub.limit - static_cast<std::int64_t>(_hub.live());
     remote.roomForBytes = _hub.byteLimit - static_cast<std::int64_t>(_hub.liveBytes());
@@ -48,12 +52,16 @@ class MemoryHub::Connection : public pelto::Hub {
       service.records[record.id.toString()] = record;
       service.revisions[record.id.toString()] = revision;
     }
+    for (const pelto::HubState& each : push.givesAgain) {
+      if (!isOfThePast(each)) service.givenAgain.try_emplace(each.pushId.toString(), each, revision);
+    }
     note("pushed");
     return {pelto::HubPushed::Outcome::done, service.now};
   }
 
   bool hasPush(const String& pushId) override {
     note("has push");
+    if (_hub.state.givenAgain.contains(pushId.toString())) return true;
     return std::any_of(_hub.state.pushIds.begin(), _hub.state.pushIds.end(),
                        [&](const auto& each) { return pushId == each.second; });
   }
@@ -75,6 +83,15 @@ class MemoryHub::Connection : public pelto::Hub {
       if (!newest || each.revision > newest->revision) newest = each;
     }
     return newest;
+  }
+
+  std::optional<pelto::HubState> firstGivenAgain(const std::vector<pelto::HubState>& seen,
+                                                 const std::optional<pelto::HubState>& common) const {
+    for (const pelto::HubState& each : seen) {
+      if (each == common) break;
+      if (_hub.state.givenAgain.contains(each.pushId.toString())) return each;
+    }
+    return std::nullopt;
   }
 
   static std::int64_t revisionOf(const std::optional<pelto::HubState>& state) {

@@ -21,8 +21,10 @@ class MemoryHub {
     std::map<std::string, pelto::HubRecord> records;  ///< tombstones included
     std::map<std::string, std::int64_t> revisions;    ///< of each record
     std::map<std::int64_t, std::string> pushIds;      ///< of each revision
-    std::int64_t forgotten = 0;                       ///< the newest tombstone dropped
-    MemoryPlace::Objects objects;                     ///< of the chain
+    /// By push id, the states given again, and the revision of the push that contains them.
+    std::map<std::string, std::pair<pelto::HubState, std::int64_t>> givenAgain;
+    std::int64_t forgotten = 0;    ///< the newest tombstone dropped
+    MemoryPlace::Objects objects;  ///< of the chain
   };
   enum class Kind { table, chain };
 

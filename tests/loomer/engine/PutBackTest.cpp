@@ -274,6 +274,71 @@ TEST_P(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
   EXPECT_EQ(names(), "6 F(one 2 3) 5");
 }
 
+TEST_P(PutBackTest, WhatWasChangedBackAfterItWasGivenAgainStands) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  a->client->move(a->find("6"), "", 1);
+  settle();
+  hub.state = backup;
+  sync(*a);  // gives it again
+  a->client->rename(a->find("one"), "1");
+  a->client->move(a->find("6"), "");
+  sync(*a);
+  sync(*b);  // was away all the while
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 4 5 6");
+}
+
+TEST_P(PutBackTest, WhatAComputerHeardOfAloneIsOlderThanWhatItHolds) {
+  begin();
+  const String account = hub.state.now.account;
+  hub.state = {};
+  hub.state.now.account = account;
+  a->client->rename(a->find("1"), "one");
+  a->client->remove(a->find("4"));
+  sync(*a);  // fills the service again
+  const MemoryHub::State filled = hub.state;
+  const auto late = makeComputer("late");
+  sync(*late);
+  hub.state = backup;  // of the time before it was emptied
+  sync(*late);
+  EXPECT_EQ(late->text().substr(0, 7), "F(one@h");
+  hub.state = filled;
+  sync(*late);
+  settle();
+  EXPECT_EQ(names(), "F(one 2 3) 5 6");
+}
+
+TEST_P(PutBackTest, WhatWasDeletedBeforeAComputerCameStaysDeleted) {
+  begin();
+  a->client->remove(a->find("4"));
+  a->client->remove(a->find("F"));
+  sync(*a);
+  const auto late = makeComputer("late");
+  sync(*late);
+  hub.state = backup;
+  sync(*late);
+  EXPECT_EQ(late->text(), "5@http://5/ 6@http://6/");
+  settle();
+  EXPECT_EQ(names(), "5 6");
+}
+
+TEST_P(PutBackTest, AFolderDeletedBeforeAComputerCameLivesForWhatWasPutIntoItSince) {
+  begin();
+  a->client->remove(a->find("F"));
+  sync(*a);
+  const auto late = makeComputer("late");
+  sync(*late);
+  hub.state = backup;
+  add(*b, "7", b->find("F"));
+  sync(*b);
+  sync(*late);
+  EXPECT_EQ(late->text().substr(0, 14), "F(7@http://7/)");
+  settle();
+  EXPECT_EQ(late->sync(), "");
+  EXPECT_EQ(late->text(), a->text());
+}
+
 TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   begin();
   a->client->rename(a->find("1"), "one");

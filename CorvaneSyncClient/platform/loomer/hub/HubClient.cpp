@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
@@ -18,6 +19,7 @@ using pelto::HubRecord;
 
 constexpr const char* kLeftOutKey = "left out";
 constexpr const char* kPostponedKey = "postponed";
+constexpr const char* kGivesAgainKey = "gives again";
 constexpr std::size_t kFewFormerRecords = 10'000;
 constexpr std::size_t kRecordsAtOnce = 10'000;
 constexpr double kBeginTimeoutSeconds = 60.0;
@@ -58,14 +60,14 @@ HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::Re
       _past(std::move(past)),
       _remote(std::move(remote)),
       _mostRecords(mostRecords) {
-  if (!_past.empty() && _remote.common != _past.newest()) findEarlierState();
+  if (!_past.empty() && !_past.goesOnWith(_remote)) findEarlierState();
 }
 
 // What changed at the service since the newest state that both sides know.
 void HubClient::findEarlierState() {
   _earlier.emplace();
   const std::int64_t revision = _remote.common ? _remote.common->revision : 0;
-  if (_remote.common) _earlier->session = _past.sessionOf(*_remote.common);
+  _earlier->session = _past.sessionInCommon(_remote);
   for (const HubRecord& record : _remote.records) {
     if (record.revision > revision) _earlier->changed.insert(record.id);
   }
@@ -230,9 +232,17 @@ void HubClient::forgetFormer() {
 }
 
 bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
+  LoomerClient& client = *driver.client();
   pelto::HubState seen = _remote.now;
-  if (!_push.empty()) {
-    const pelto::HubPushed pushed = _hub.push({_remote.now, _pushId, std::move(_push)});
+  // What is left goes with later pushes; only then does the service hold all that it lost.
+  if (_earlier && _past.mayTakeOldForNew(_remote)) _past.doubt();
+  const bool hasLost = _earlier || client.objectForKey(kGivesAgainKey);
+  const bool isLast = _postponed == 0 && _leftOut == 0 && _mostRecords > 0;
+  pelto::HubPush push{_remote.now, _pushId, std::move(_push)};
+  if (hasLost && isLast) push.givesAgain = _past.contained();
+  if (!push.records.empty() || !push.givesAgain.empty()) {
+    if (!push.id) push.id = newUuidString();
+    const pelto::HubPushed pushed = _hub.push(push);
     _overtaken = pushed.outcome == pelto::HubPushed::Outcome::overtaken;
     _foundNoRoom = pushed.outcome == pelto::HubPushed::Outcome::full;
     if (!pushed) {
@@ -244,10 +254,11 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
   }
   if (_past.empty() || seen != _past.newest()) {
     _past.enter(_remote, seen, _session, Platform::current().clock.now());
-    _past.store(*driver.client());
+    _past.store(client);
   }
-  noteWhatIsLeft(*driver.client(), kLeftOutKey, _leftOut);
-  noteWhatIsLeft(*driver.client(), kPostponedKey, _postponed);
+  if (hasLost) client.setObject(isLast ? std::nullopt : std::optional(Value(true)), kGivesAgainKey);
+  noteWhatIsLeft(client, kLeftOutKey, _leftOut);
+  noteWhatIsLeft(client, kPostponedKey, _postponed);
   return true;
 }
 

@@ -24,11 +24,24 @@ class HubPast {
   const pelto::HubState& newest() const { return _states.front().seen; }
   /// All states, and the beginning of the account, which is part of every history of it.
   std::vector<pelto::HubState> states() const;
-  /// The number of the client's session whose base corresponded to that state or an earlier one; 0 when there
-  /// was none.
+  /// The number of the client's session whose base corresponded to that state or to one that it has grown out
+  /// of; 0 when none is known.
   std::int64_t sessionOf(const pelto::HubState& state) const;
   /// The number of the last session that learned of a state before that date; 0 when there was none.
   std::int64_t lastSessionBefore(Date date) const;
+
+  /// Whether the account's present state has grown out of the state that the base corresponds to.
+  bool goesOnWith(const pelto::RemoteChanges& remote) const;
+  /// Whether some of what the service was given again may be news for this computer though it is older than
+  /// what the base holds: another computer gave it again out of a state that this one has only heard of.
+  bool mayTakeOldForNew(const pelto::RemoteChanges& remote) const;
+  /// The states that the base has grown out of without doubt.
+  std::vector<pelto::HubState> contained() const;
+  /// Has none of the states count among those any more.
+  void doubt();
+  /// The number of the last session whose base corresponded to a state that the present one has grown out of;
+  /// 0 when there was none.
+  std::int64_t sessionInCommon(const pelto::RemoteChanges& remote) const;
 
   /// Records that the session of that number began with `remote` and that its base corresponds to `now`.
   void enter(const pelto::RemoteChanges& remote, const pelto::HubState& now, std::int64_t session, Date date);
@@ -40,6 +53,8 @@ class HubPast {
     pelto::HubState seen;
     std::int64_t session = 0;
     Date met;
+    bool wasHeld = false;    ///< the base corresponded to it
+    bool isDoubted = false;  ///< whether the base has grown out of it
   };
   void thinOut();
 

@@ -204,7 +204,13 @@ class Identification {
     for (const Index folder : _heldTopDown) {
       std::vector<Index> unknown;
       for (const Index held : _heldOrder.of(folder)) {
-        if (_nodeOfHeld[held] == kNoNode) unknown.push_back(held);
+        if (_nodeOfHeld[held] != kNoNode) continue;
+        if (_input.forgotten.contains(heldRecord(held).localId)) {
+          addNode(held);
+          _trees.nodes.back().isForgotten = true;
+        } else {
+          unknown.push_back(held);
+        }
       }
       if (unknown.empty()) continue;
       const Index parent = _nodeOfHeld[folder];

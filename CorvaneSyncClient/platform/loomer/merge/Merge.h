@@ -26,6 +26,9 @@ struct MergeInput {
   bool replace = false;
   /// Records that the client is told once more, also where it holds them as they are to be.
   std::unordered_set<RecordId> rewritten;
+  /// Local ids of what the client holds as it was before it was deleted in the truth, which knows nothing of
+  /// it: the client is to delete it too.
+  std::unordered_set<String> forgotten;
   /// The first unused record id and the revision that changed records get.
   RecordId nextRecord = 1;
   std::int64_t revision = 1;

@@ -101,7 +101,7 @@ void changeTruth(Trees& trees, MergeResult& result) {
   for (Index node = 1; node < trees.nodes.size(); ++node) {
     const Node& at = trees.nodes[node];
     if (at.isLiveInTruth()) ++result.liveBefore;
-    if (at.lives) continue;
+    if (at.lives || at.isForgotten) continue;
     if (at.isLiveInTruth()) ++result.deletedByAbsence;
     writeChange(trees, node, result);
   }

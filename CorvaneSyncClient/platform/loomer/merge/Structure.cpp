@@ -56,6 +56,7 @@ class Structure {
 
   bool changedByClient(Index node) const {
     const Node& at = _trees.nodes[node];
+    if (at.isForgotten) return false;
     return !at.base || _trees.clientParent[node] != _trees.baseParent[node] ||
            sentContent(at) != at.base->content;
   }

@@ -36,8 +36,9 @@ struct Node {
   const BaseRecord* notHeld =
       nullptr;  ///< the base's note that the client was offered the record and does not hold it
   const ClientRecord* client = nullptr;
-  Content content;         ///< after the merge
-  std::int64_t place = 0;  ///< after the merge
+  bool isForgotten = false;  ///< by the truth, which had deleted what the client still holds
+  Content content;           ///< after the merge
+  std::int64_t place = 0;    ///< after the merge
 
   bool isLiveInTruth() const { return truth && !truth->deleted; }
 };

@@ -209,7 +209,11 @@ class EarlierBaseMaker {
 
   void meet(const ClientRecord& now) {
     const auto record = _recordOf.find(now.localId);
-    if (record == _recordOf.end() || !_known.contains(record->second)) return;
+    if (record == _recordOf.end() || !_known.contains(record->second)) {
+      const bool isOld = record == _recordOf.end() && !_earlier.changed.contains(now.localId);
+      if (isOld) _base.forgotten.insert(now.localId);
+      return;
+    }
     const Known& known = _known.at(record->second);
     if (known.newest().entity != now.entity || !_isMet.emplace(record->second).second) return;
     Met met{.base = known.atState ? *known.atState : known.versions.front()->record,

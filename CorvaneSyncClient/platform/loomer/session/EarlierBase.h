@@ -13,6 +13,10 @@ struct EarlierBase {
   std::vector<BaseRecord> records;  ///< by ascending record
   /// What the client held since, lacks now, and was not deleted there.
   std::vector<RecordId> lost;
+  /// Local ids of what the client held at that state, holds still, and is not known to have held since: the
+  /// truth, which had grown out of that state, had deleted it by the time that it first heard of the client,
+  /// or has forgotten the deletion.
+  std::unordered_set<String> forgotten;
   /// What the client had in another place since and lost. It is written to the client again, even where it
   /// was moved back to where it stands, so that others see that it was moved.
   std::unordered_set<RecordId> moved;

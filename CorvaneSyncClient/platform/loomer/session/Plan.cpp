@@ -117,9 +117,21 @@ class Planning {
       });
     }
     EarlierBase base = baseOfEarlierState(_plan.input.base, held, *_plan.input.client, *_sides.earlier);
+    std::erase_if(base.forgotten, [this](const String& localId) { return isLive(localId); });
     _plan.lost = std::move(base.lost);
     _plan.input.rewritten = std::move(base.moved);
+    _plan.input.forgotten = std::move(base.forgotten);
     mergeOver(std::move(base.records));
+  }
+
+  /// Whether the truth has a record of that identifier.
+  bool isLive(const String& identifier) const {
+    const auto found = _sides.recordsByIdentifier.find(identifier);
+    if (found == _sides.recordsByIdentifier.end()) return false;
+    const auto& truth = _plan.input.truth;
+    const auto record = std::lower_bound(truth.begin(), truth.end(), found->second,
+                                         [](const TruthRecord& each, RecordId id) { return each.id < id; });
+    return record != truth.end() && record->id == found->second && !record->deleted;
   }
 
   void matchLost() {
@@ -144,6 +156,7 @@ class Planning {
     BaseDifference matched;
     for (const ClientRecord& each : *_plan.input.client) {
       const auto found = _sides.recordsByIdentifier.find(each.localId);
+      if (_plan.input.forgotten.contains(each.localId)) continue;
       if (found == _sides.recordsByIdentifier.end() || known.contains(each.localId)) continue;
       const BaseRecord* const before = findRecord(_plan.input.base, found->second);
       if (before && !before->notHeld) continue;

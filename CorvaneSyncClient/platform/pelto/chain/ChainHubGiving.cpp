@@ -70,6 +70,11 @@ HubPushed ChainHub::push(const HubPush& push) {
     commit.records.clear();
     commit.link.tail += static_cast<std::int64_t>(commit.segments.size());
   }
+  const History known(path(), {});
+  for (const HubState& each : push.givesAgain) {
+    if (each.pushId && !known.hasPush(each.pushId))
+      commit.link.givesAgain.push_back({each.revision, each.pushId.toString()});
+  }
   const HubPushed::Outcome outcome = giveCommit(std::move(commit));
   if (outcome == HubPushed::Outcome::done) checkpointIfDue();
   return {outcome, headState()};
@@ -127,6 +132,9 @@ Commit ChainHub::checkpointAfterHead(std::int64_t keeps, const std::vector<PastS
   }
   commit.link.isCheckpoint = true;
   commit.link.keeps = keeps;
+  std::vector<Link> kept = path();
+  std::erase_if(kept, [&](const Link& link) { return link.number > keeps; });
+  commit.link.givesAgain = History(std::move(kept), {}).givenAgainSince(0, kToldGivenAgain);
   commit.link.records = all.liveCount();
   commit.link.bytes = all.liveBytes();
   std::vector<HubRecord> records = all.release();

@@ -118,6 +118,10 @@ RemoteChanges ChainHub::readChanges(const std::vector<HubState>& seen) {
   for (const std::int64_t each : sampledRevisions(since, remote.now.revision)) {
     if (const auto pushId = known.pushOf(each)) remote.past.push_back({remote.now.account, each, *pushId});
   }
+  const bool isOurs = !seen.empty() && seen.front().account == remote.now.account;
+  if (isOurs) remote.givenAgain = known.firstGivenAgain(seen, remote.common);
+  for (const GivenAgain& each : known.givenAgainSince(since, kGivenAgainAtOnce))
+    remote.pastGivenAgain.push_back({remote.now.account, each.number, String(each.pushId)});
   readRecords(seen, remote);
   measureRoom(remote);
   return remote;

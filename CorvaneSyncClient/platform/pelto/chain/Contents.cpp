@@ -23,6 +23,7 @@ constexpr std::size_t kNameDigits = 32;
 constexpr std::size_t kMostRecords = 10'000;
 constexpr std::size_t kMostSegments = 100'000;
 constexpr std::size_t kMostStates = 100'000;
+constexpr std::size_t kMostGivenAgain = 10'000;
 constexpr std::int64_t kMostNumber = std::int64_t{1} << 53;
 
 enum Flag : unsigned {
@@ -273,6 +274,28 @@ GenerationChange changeIn(const Value& value) {
   }
 }
 
+Data dataOf(const std::vector<GivenAgain>& states) {
+  std::string bytes;
+  for (const GivenAgain& each : states) {
+    append(bytes, static_cast<std::uint64_t>(each.number), 8);
+    appendUuid(bytes, each.pushId);
+  }
+  return Data(bytes);
+}
+
+std::vector<GivenAgain> givenAgainIn(std::string_view bytes) {
+  constexpr std::size_t kSize = 8 + kUuid;
+  if (bytes.size() % kSize != 0 || bytes.size() / kSize > kMostGivenAgain)
+    fail("\"again\" is no list of states");
+  std::vector<GivenAgain> states;
+  for (std::size_t at = 0; at < bytes.size(); at += kSize) {
+    const auto number = static_cast<std::int64_t>(loadBigEndian(bytes.data() + at, 8));
+    if (number < 1 || number > kMostNumber) fail("a state is out of range");
+    states.push_back({number, uuidIn(bytes, at + 8)});
+  }
+  return states;
+}
+
 Link linkIn(const Entries& entries) {
   Link link;
   link.number = entries.number("number", 1);
@@ -283,6 +306,7 @@ Link linkIn(const Entries& entries) {
   link.records = entries.number("live");
   link.bytes = entries.number("bytes");
   link.segments = entries.number("size");
+  if (entries.contains("again")) link.givesAgain = givenAgainIn(entries.at<Data>("again").bytes());
   link.isCheckpoint = entries.contains("snapshot");
   link.isLast = entries.contains("change");
   if (link.isCheckpoint) link.keeps = entries.number("keeps");
@@ -329,6 +353,7 @@ std::string writeCommit(const Commit& commit) {
                      {"size", link.segments},
                      {"records", columnsOf(commit.records, false)},
                      {"segments", arrayOf(commit.segments)}};
+  if (!link.givesAgain.empty()) entries.set("again", dataOf(link.givesAgain));
   if (commit.snapshot) {
     entries.set("keeps", link.keeps);
     entries.set("snapshot", dictionaryOf(*commit.snapshot));

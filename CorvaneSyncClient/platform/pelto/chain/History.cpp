@@ -30,9 +30,37 @@ bool History::contains(std::int64_t number, const String& pushId) const {
   return found && *found == pushId;
 }
 
+bool History::isGivenAgain(const String& pushId) const {
+  return std::any_of(_path.begin(), _path.end(), [&](const Link& link) {
+    return std::any_of(link.givesAgain.begin(), link.givesAgain.end(),
+                       [&](const GivenAgain& each) { return pushId == each.pushId; });
+  });
+}
+
+std::optional<HubState> History::firstGivenAgain(const std::vector<HubState>& seen,
+                                                 const std::optional<HubState>& common) const {
+  for (const HubState& each : seen) {
+    if (each == common) break;
+    if (each.pushId && isGivenAgain(each.pushId)) return each;
+  }
+  return std::nullopt;
+}
+
+std::vector<GivenAgain> History::givenAgainSince(std::int64_t number, std::size_t most) const {
+  std::vector<GivenAgain> states;
+  for (auto link = _path.rbegin(); link != _path.rend() && link->number > number; ++link) {
+    for (const GivenAgain& each : link->givesAgain) {
+      if (states.size() == most) return states;
+      if (std::find(states.begin(), states.end(), each) == states.end()) states.push_back(each);
+    }
+  }
+  return states;
+}
+
 bool History::hasPush(const String& pushId) const {
   const auto isIt = [&](const auto& each) { return pushId == each.pushId; };
-  return std::any_of(_path.begin(), _path.end(), isIt) || std::any_of(_told.begin(), _told.end(), isIt);
+  return std::any_of(_path.begin(), _path.end(), isIt) || std::any_of(_told.begin(), _told.end(), isIt) ||
+         isGivenAgain(pushId);
 }
 
 std::optional<HubState> History::newestCommon(const std::vector<HubState>& seen,

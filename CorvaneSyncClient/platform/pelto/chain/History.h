@@ -14,6 +14,10 @@ namespace corvane::pelto::chain {
 /// the account.
 inline constexpr std::size_t kToldStates = 4'000;
 
+/// How many states that were given again a checkpoint tells of, and how many a computer is told of.
+inline constexpr std::size_t kToldGivenAgain = 1'000;
+inline constexpr std::size_t kGivenAgainAtOnce = 128;
+
 /// The account's history as far as it is known: the commits from the last checkpoint on, and what that one
 /// tells of those before.
 class History {
@@ -23,13 +27,21 @@ class History {
 
   /// Whether a commit of that number and push is a part of it; number 0 always is.
   bool contains(std::int64_t number, const String& pushId) const;
+  /// Whether that push is a part of it, be it as one given again.
   bool hasPush(const String& pushId) const;
   /// The push that made that state; absent where it is not known.
   std::optional<String> pushOf(std::int64_t number) const;
   /// The newest of those states that is a part of it.
   std::optional<HubState> newestCommon(const std::vector<HubState>& seen, const String& account) const;
+  /// The first of those states, before `common`, that was given again.
+  std::optional<HubState> firstGivenAgain(const std::vector<HubState>& seen,
+                                          const std::optional<HubState>& common) const;
+  /// The newest of the states that commits after that number gave again, `most` of them at most.
+  std::vector<GivenAgain> givenAgainSince(std::int64_t number, std::size_t most) const;
 
  private:
+  bool isGivenAgain(const String& pushId) const;
+
   std::vector<Link> _path;
   std::vector<PastState> _told;
 };

@@ -11,13 +11,8 @@ namespace {
 
 Data dataOf(const std::string& bytes) { return Data(bytes); }
 
-Dictionary dictionaryOf(const Link& link) {
-  return {{"number", link.number},   {"hash", dataOf(link.hash)}, {"previous", dataOf(link.previous)},
-          {"attempt", link.attempt}, {"push", link.pushId},       {"checkpoint", link.isCheckpoint},
-          {"keeps", link.keeps},     {"before", link.before},     {"tail", link.tail},
-          {"records", link.records}, {"bytes", link.bytes},       {"segments", link.segments},
-          {"last", link.isLast}};
-}
+template <typename Items>
+Array arrayOf(const Items& items);
 
 Dictionary dictionaryOf(const Sighting& sighting) {
   return {{"name", sighting.name}, {"hash", dataOf(sighting.hash)}, {"since", sighting.since}};
@@ -25,6 +20,27 @@ Dictionary dictionaryOf(const Sighting& sighting) {
 
 Dictionary dictionaryOf(const Count& count) {
   return {{"hash", dataOf(count.hash)}, {"records", count.records}, {"bytes", count.bytes}};
+}
+
+Dictionary dictionaryOf(const GivenAgain& state) {
+  return {{"number", state.number}, {"push", state.pushId}};
+}
+
+Dictionary dictionaryOf(const Link& link) {
+  return {{"number", link.number},
+          {"hash", dataOf(link.hash)},
+          {"previous", dataOf(link.previous)},
+          {"attempt", link.attempt},
+          {"push", link.pushId},
+          {"checkpoint", link.isCheckpoint},
+          {"keeps", link.keeps},
+          {"before", link.before},
+          {"tail", link.tail},
+          {"records", link.records},
+          {"bytes", link.bytes},
+          {"segments", link.segments},
+          {"last", link.isLast},
+          {"again", arrayOf(link.givesAgain)}};
 }
 
 template <typename Items>
@@ -70,6 +86,11 @@ Link linkIn(const Dictionary& entries) {
   link.bytes = entry<std::int64_t>(entries, "bytes");
   link.segments = entry<std::int64_t>(entries, "segments");
   link.isLast = entry<bool>(entries, "last");
+  for (const Value& each : entry<Array>(entries, "again")) {
+    const Dictionary& state = dictionaryIn(each);
+    link.givesAgain.push_back(
+        {entry<std::int64_t>(state, "number"), entry<String>(state, "push").toString()});
+  }
   return link;
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace corvane::pelto::chain {
 
@@ -28,6 +29,14 @@ std::string nameOf(const Slot& slot);
 /// Absent for a name of another form.
 std::optional<Slot> slotNamed(std::string_view name);
 
+/// A state that the account had lost, and has grown out of again.
+struct GivenAgain {
+  std::int64_t number = 0;  ///< in the past that was lost
+  std::string pushId;       ///< an upper-case UUID
+
+  friend bool operator==(const GivenAgain&, const GivenAgain&) = default;
+};
+
 /// What a commit says of itself and of its place in the chain.
 struct Link {
   std::int64_t number = 0;
@@ -49,6 +58,8 @@ struct Link {
   std::int64_t records = 0;   ///< at most as many live records does the account hold
   std::int64_t bytes = 0;     ///< at most as many bytes of names and addresses
   std::int64_t segments = 0;  ///< of the newest snapshot
+  /// With this commit, newest first; with a checkpoint, all that the commits before it gave again.
+  std::vector<GivenAgain> givesAgain = {};
 
   friend bool operator==(const Link&, const Link&) = default;
 };
