@@ -84,7 +84,7 @@ class ObservedProxy : public DotPeltoSessionProxy {
   DotPeltoSessionProxyScope _scope{*this};
 };
 
-constexpr const char* kMain = "com.keldra.Corvane";
+constexpr const char* kClient = "com.keldra.Corvane";
 const std::string kFind = "find com.keldra.Corvane";
 const std::string kRegister = "register com.keldra.Corvane";
 const std::string kUnregister = "unregister com.keldra.Corvane";
@@ -105,7 +105,7 @@ struct Circumstances {
   std::string engineRaisesAt = {};  // "find", "register" or "unregister"; empty: nowhere
 };
 
-struct Row {
+struct RegistrationRow {
   const char* phrase;
   Command command;
   Circumstances circumstances;
@@ -114,7 +114,7 @@ struct Row {
   Calls messages;
 };
 
-const Row kRows[] = {
+const RegistrationRow kRegistrationRows[] = {
     {"registers afresh", Command::registerSyncClient, {}, 0, {kFind, kUnregister, kFind, kRegister}, {}},
     {"registers a client never seen",
      Command::registerSyncClient,
@@ -260,7 +260,7 @@ struct Surroundings {
   explicit Surroundings(const Circumstances& circumstances = {}) {
     platform.bundles.own.resources["CorvaneClientDescription.plist"] = kDescription;
     loomer.registered = circumstances.registered;
-    loomer.client.identifier = kMain;
+    loomer.client.identifier = kClient;
     loomer.registrable = circumstances.registrable;
     loomer.raisesAt = circumstances.engineRaisesAt;
     proxy.computer = circumstances.computer;
@@ -276,11 +276,11 @@ struct Surroundings {
 };
 
 TEST(RegistrationTest, CommandsAskInOrderAndAnswer) {
-  for (const Row& row : kRows) {
+  for (const RegistrationRow& row : kRegistrationRows) {
     SCOPED_TRACE(row.phrase);
     Surroundings around(row.circumstances);
     around.platform.log.expectMessages(row.messages);
-    EXPECT_EQ(runCommand({row.command, kMain}), row.status);
+    EXPECT_EQ(runCommand({row.command, kClient}), row.status);
     EXPECT_EQ(around.calls, row.calls);
   }
 }
@@ -297,7 +297,7 @@ TEST(RegistrationTest, MissingClientIsRegisteredFromTheToolsOwnDescription) {
   Surroundings around({.registered = false});
   EXPECT_EQ(runCommand({Command::registerWithService, String()}), 0);
   ASSERT_EQ(around.loomer.registrations.size(), 1u);
-  EXPECT_EQ(around.loomer.registrations[0].identifier, kMain);
+  EXPECT_EQ(around.loomer.registrations[0].identifier, kClient);
   EXPECT_FALSE(around.loomer.registrations[0].bundleId);
   EXPECT_EQ(around.loomer.registrations[0].path, Surroundings::kDescription);
 }

@@ -7,8 +7,6 @@
 namespace corvane::loomer::test {
 namespace {
 
-constexpr const char* kRoot = ClientSimulation::kRootUid;
-
 class Enumeration {
  public:
   Enumeration(const ClientSimulation& start, std::string side) : _side(std::move(side)) {
@@ -36,11 +34,11 @@ class Enumeration {
       for (const auto& [uid, entry] : client.entries()) {
         if (entry.title == kCommonTitle) return;
       }
-      client.add(kRoot, client.entries().at(kRoot).children.size(), Entity::bookmark, kCommonTitle,
-                 "http://common");
+      client.add(ClientSimulation::kRootUid, client.entries().at(ClientSimulation::kRootUid).children.size(),
+                 Entity::bookmark, kCommonTitle, "http://common");
     });
     for (const auto& [uid, entry] : from.simulation.entries()) {
-      if (uid != kRoot) editEntry(from, uid);
+      if (uid != ClientSimulation::kRootUid) editEntry(from, uid);
     }
   }
 
@@ -113,7 +111,7 @@ class Enumeration {
       for (const std::string& child : entry.children) write(child);
       if (entry.entity == Entity::folder) key += ")";
     };
-    write(kRoot);
+    write(ClientSimulation::kRootUid);
     return key;
   }
 

@@ -10,10 +10,6 @@ namespace {
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr int kAdd = LoomerChangeTypeAdd;
-constexpr int kModify = LoomerChangeTypeModify;
-constexpr int kDelete = LoomerChangeTypeDelete;
-
 class IntakeTest : public ControllerTest {};
 
 // A pulled folder addition whose record lacks a parent is filed with the parent "Root".

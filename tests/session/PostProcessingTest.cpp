@@ -9,10 +9,6 @@ namespace {
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr int kAdd = LoomerChangeTypeAdd;
-constexpr int kModify = LoomerChangeTypeModify;
-constexpr int kDelete = LoomerChangeTypeDelete;
-
 Dictionary withParents(Dictionary record, Array parents) {
   record.set(LoomerRelationship_Bookmarks_Folder_Parent, std::move(parents));
   return record;

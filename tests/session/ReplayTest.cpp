@@ -11,10 +11,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr int kAdd = LoomerChangeTypeAdd;
-constexpr int kModify = LoomerChangeTypeModify;
-constexpr int kDelete = LoomerChangeTypeDelete;
-
 const std::string kId = "com.keldra.Corvane - ";
 
 class ReplayTest : public ControllerTest {};

@@ -17,6 +17,10 @@
 
 namespace corvane {
 
+constexpr int kAdd = LoomerChangeTypeAdd;
+constexpr int kModify = LoomerChangeTypeModify;
+constexpr int kDelete = LoomerChangeTypeDelete;
+
 std::unique_ptr<BookmarkMap> mapped(const Dictionary& bookmarks);
 /// The tree from the root in the notation of tests, entries called by their uids: "Root(news(n1 n2) w1)".
 /// Uids that the map does not hold are marked with "?".

@@ -129,8 +129,8 @@ std::optional<std::string> declaredBy(const Tag& meta) {
 
 // The label that the first <META> with one declares, in lower case.
 std::optional<std::string> declaredLabel(std::string_view html) {
-  constexpr std::size_t kHead = 4096;  // browsers look at 1,024 bytes
-  HtmlTokenizer tokens(html.substr(0, kHead));
+  constexpr std::size_t kSearched = 4096;  // browsers look at 1,024 bytes
+  HtmlTokenizer tokens(html.substr(0, kSearched));
   Tag tag;
   std::string_view text;
   while (tokens.next(tag, text) || !text.empty()) {

@@ -11,7 +11,6 @@ namespace corvane::loomer::test {
 namespace {
 
 constexpr std::int32_t kUnknownPosition = -1000;
-constexpr std::int32_t kSpecialPosition = -2;
 
 bool hasSpecialTitle(const String& title) { return title == "BookmarksBar" || title == "BookmarksMenu"; }
 

@@ -12,8 +12,6 @@
 namespace corvane::loomer::test {
 namespace {
 
-constexpr std::int32_t kSpecialPosition = -2;
-
 // A node of a tree, and where it is.
 struct Placed {
   const kit::TreeNode* node;

@@ -11,13 +11,13 @@
 namespace corvane::loomer::test {
 namespace {
 
-struct Row {
+struct OrderRow {
   const char* phrase;
   SiblingOrders orders;
   const char* merged;
 };
 
-const Row kRows[] = {
+const OrderRow kOrderRows[] = {
     {"what both sides turned round stays so", {"abc", "cba", "bac"}, "cba"},
     {"what nobody turned round stays so", {"abc", "acb", "cab"}, "cab"},
     {"one moved to the front here, another to the end there", {"abcd", "bcda", "dabc"}, "dbca"},
@@ -37,7 +37,7 @@ const Row kRows[] = {
 };
 
 TEST(SiblingOrder, MergesAsItsRowSays) {
-  for (const Row& row : kRows) {
+  for (const OrderRow& row : kOrderRows) {
     SCOPED_TRACE(row.phrase);
     EXPECT_EQ(mergedOrder(row.orders), row.merged);
     EXPECT_NO_THROW(requireOrderRules(row.orders));

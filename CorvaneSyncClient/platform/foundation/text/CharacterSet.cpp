@@ -12,8 +12,6 @@ namespace corvane {
 
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
-
 // iconv's descriptor of one conversion to UTF-8.
 class Converter {
  public:
@@ -87,7 +85,7 @@ std::optional<DecodedText> decodeText(std::string_view bytes, const std::string&
       decoded.fault = bytes.size() - left.size();
       return decoded;
     }
-    appendUtf8(decoded.text, kReplacement);
+    appendUtf8(decoded.text, kReplacementCharacter);
     left.remove_prefix(kUnit);
   }
   converter.finish(decoded.text);

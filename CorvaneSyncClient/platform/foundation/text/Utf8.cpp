@@ -53,13 +53,12 @@ Utf8Step decodePair(std::string_view text, std::size_t at) {
 }  // namespace
 
 std::string repairedUtf8(std::string_view bytes) {
-  constexpr char32_t kReplacement = 0xFFFD;
   std::string text;
   text.reserve(bytes.size());
   for (std::size_t at = 0; at < bytes.size();) {
     const Utf8Step step = decodePair(bytes, at);
     const bool isText = step && !isSurrogate(step.codePoint);
-    appendUtf8(text, isText ? step.codePoint : kReplacement);
+    appendUtf8(text, isText ? step.codePoint : kReplacementCharacter);
     at += std::max<std::size_t>(step.length, 1);
   }
   return text;

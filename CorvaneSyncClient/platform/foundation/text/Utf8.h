@@ -7,6 +7,9 @@
 
 namespace corvane {
 
+/// Stands for what is no text (U+FFFD).
+constexpr char32_t kReplacementCharacter = 0xFFFD;
+
 /// One step through UTF-8 text: the code point and how many bytes it takes.
 struct Utf8Step {
   char32_t codePoint = 0;
