@@ -51,7 +51,7 @@ struct Request {
   std::string hash;
 };
 
-enum class Doing { exchange, push, checkpoint };
+enum class Doing { exchange, push, checkpoint, collection };
 
 /// What a computer has in memory while it is at work.
 struct Work {
@@ -59,8 +59,9 @@ struct Work {
   Doing doing = Doing::exchange;
   std::string pushed;  ///< hash of what is given
   bool hasPutSegment = false;
-  bool sawNone = false;  ///< of a look before a put
-  bool wasMade = false;  ///< what the place answered to the put
+  bool sawNone = false;   ///< of a look before a put
+  Collectable collected;  ///< what is about to be removed
+  bool wasMade = false;   ///< what the place answered to the put
 };
 
 struct Writer {
@@ -157,6 +158,8 @@ class Digest {
     add(writer.work->state);
     add(writer.work->doing);
     add(writer.work->pushed);
+    for (const std::string& each : writer.work->collected.commits) add(each);
+    for (const std::string& each : writer.work->collected.segments) add(each);
     for (const bool each : {writer.work->hasPutSegment, writer.work->sawNone, writer.work->wasMade})
       add(each);
   }
@@ -360,7 +363,7 @@ class Explorer {
   // What touches nothing but the computer itself needs no interleaving with others. It may be killed before
   // it keeps what it decided.
   void goOnAlone(World& world, std::size_t i) {
-    while (world.writers[i].work) {
+    while (world.writers[i].work && world.writers[i].work->doing != Doing::collection) {
       const Action::Kind kind = _decisions.next(world.writers[i].work->state).kind;
       const bool isAlone =
           kind == Action::Kind::none || (kind == Action::Kind::keep && world.left.kills == 0);
@@ -396,6 +399,7 @@ class Explorer {
   void step(World& world, std::size_t i, Luck luck) {
     Writer& writer = world.writers[i];
     Work& work = *writer.work;
+    if (work.doing == Doing::collection) return remove(world, writer);
     const Action action = _decisions.next(work.state);
     if (action.kind == Action::Kind::none) return conclude(world, i);
     Answer answer;
@@ -497,8 +501,9 @@ class Explorer {
         return beginGiving(i, world, 0, Doing::checkpoint);
       }
     }
-    if (work.doing == Doing::checkpoint && isDone) collect(world, work.state.kept);
-    writer.work.reset();
+    if (work.doing != Doing::checkpoint || !isDone) return writer.work.reset();
+    work.doing = Doing::collection;
+    work.collected = collectableAt(world, work.state.kept);
   }
 
   void settlePush(Writer& writer, const std::string& hash) const {
@@ -607,7 +612,14 @@ class Explorer {
     _registry.try_emplace(commit.link.hash, commit);
   }
 
-  void collect(World& world, const Kept& kept) const {
+  // The place may have gone back since it was listed.
+  static void remove(World& world, Writer& writer) {
+    for (const std::string& each : writer.work->collected.commits) world.place.commits.erase(each);
+    for (const std::string& each : writer.work->collected.segments) world.place.segments.erase(each);
+    writer.work.reset();
+  }
+
+  Collectable collectableAt(const World& world, const Kept& kept) const {
     std::vector<pelto::PlaceObject> commits, segments;
     std::vector<std::string> named;
     for (const auto& [name, cell] : world.place.commits) {
@@ -616,9 +628,7 @@ class Explorer {
     }
     for (const auto& [name, written] : world.place.segments) segments.push_back({name, 0, Date{written}});
     std::sort(named.begin(), named.end());
-    const Collectable found = _decisions.collectable(commits, segments, kept.path.front().before, named);
-    for (const std::string& each : found.commits) world.place.commits.erase(each);
-    for (const std::string& each : found.segments) world.place.segments.erase(each);
+    return _decisions.collectable(commits, segments, kept.path.front().before, named);
   }
 
   // From here on nothing goes wrong.
