@@ -112,6 +112,8 @@ INSTANTIATE_TEST_SUITE_P(Over, ChainModel,
                              {"RollBacks", {.rollBacks = 1}},
                              {"Damage", {.writers = 1, .edits = 2, .kills = 1, .damages = 1}},
                              {"Collection", {.checkpoints = 2, .ages = 1}},
+                             {"CollectionOfCommitsAndRollBack",
+                              {.writers = 1, .edits = 3, .rollBacks = 1, .checkpoints = 2, .ages = 1}},
                          }),
                          [](const auto& each) { return each.param.name; });
 
