@@ -182,6 +182,26 @@ TEST_F(ChainHubTest, ACheckpointServesNewComputersAndThoseThatWereAway) {
   EXPECT_FALSE(late->names().contains("two"));
 }
 
+TEST_F(ChainHubTest, WhatWasLostAndIsGivenAgainIsPartOfTheHistoryAlsoAfterACheckpoint) {
+  b->give({bookmark(1, "one")});
+  const HubState common = a->takeIn().now;
+  const HubState older{common.account, 7, id(7)}, newer{common.account, 8, id(8)};
+  const HubState unknown{common.account, 9, id(9)};
+  ASSERT_TRUE(a->chain->push({common, id(100), {}, {newer, common, older}}));
+  for (const char* when : {"at once", "after a checkpoint"}) {
+    SCOPED_TRACE(when);
+    b->begin();
+    EXPECT_TRUE(b->chain->hasPush(newer.pushId));
+    EXPECT_FALSE(b->chain->hasPush(unknown.pushId));
+    b->seen = {unknown, newer, older, common};
+    const RemoteChanges told = b->takeIn();
+    EXPECT_EQ(told.givenAgain, newer);
+    EXPECT_EQ(told.common, common);
+    EXPECT_THAT(told.pastGivenAgain, ElementsAre(newer, older));
+    giveUntilCheckpoint(*a);
+  }
+}
+
 TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
   const std::string mine = a->takeIn().now.account.toString();
   giveUntilCheckpoint(*a);

@@ -63,7 +63,8 @@ std::string text(const std::vector<HubRecord>& records) {
 }
 
 TEST(Contents, OfACommitAreReadAsTheyWereWritten) {
-  const Commit commit = fullCommit();
+  Commit commit = fullCommit();
+  commit.link.givesAgain = {{4, kRecord}, {3, kPush}};
   const Commit read = readCommit(writeCommit(commit));
   EXPECT_EQ(read.link, commit.link);
   EXPECT_EQ(read.writer, commit.writer);
@@ -118,6 +119,8 @@ TEST(Contents, OfAnotherShapeAreRefused) {
       {"a negative count", [](Dictionary& all) { all.set("live", -1); }},
       {"a checkpoint that keeps itself", [](Dictionary& all) { all.set("keeps", 7); }},
       {"a checkpoint before that is later", [](Dictionary& all) { all.set("before", 8); }},
+      {"half a state given again", [](Dictionary& all) { all.set("again", Data(std::string(23, 1))); }},
+      {"the beginning given again", [](Dictionary& all) { all.set("again", Data(std::string(24, 0))); }},
       {"segments as text", [](Dictionary& all) { all.set("segments", "none"); }},
       {"a segment as text", [](Dictionary& all) { all.set("segments", Array{"none"}); }},
       {"a segment elsewhere",
