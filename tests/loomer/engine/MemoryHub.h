@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,11 @@ class MemoryHub {
   class Connection;
   class ChainConnection;
 };
+
+/// As tests over each kind are called.
+inline void PrintTo(MemoryHub::Kind kind, std::ostream* out) {
+  *out << (kind == MemoryHub::Kind::table ? "Table" : "Chain");
+}
 
 /// What a test has the service raise.
 [[noreturn]] void failAsService(const std::string& reason);
