@@ -293,7 +293,9 @@ class Explorer {
   }
 
   void expandDamage(const World& world, const std::string& story) {
-    for (const auto& [name, cell] : world.place.commits) {
+    for (const auto& commit : world.place.commits) {
+      const auto& name = commit.first;
+      const auto& cell = commit.second;
       if (cell.damage == Damage::passing) {
         event(world, story, name + " is whole again",
               [&](World& next) { next.place.commits.at(name).damage = Damage::none; });

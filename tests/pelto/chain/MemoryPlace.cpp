@@ -21,9 +21,9 @@ class MemoryPlace::Connection : public Place {
     return isMade ? Made::made : Made::present;
   }
 
-  void put(const std::vector<NamedBytes>& objects) override {
+  void put(const std::vector<NamedBytes>& written) override {
     note("put");
-    for (const NamedBytes& each : objects) {
+    for (const NamedBytes& each : written) {
       requirePlaceName(each.name);
       _place.objects.insert_or_assign(each.name, Object{each.bytes, now()});
     }
