@@ -102,8 +102,10 @@ TEST_F(ProblemTest, VersionsThatDoNotFitAreNamedAndOthersServe) {
                ", oldest_client = " + std::to_string(oldestClient));
   };
   set(kHubVersion - 1, 1);
-  EXPECT_THAT(failureWith(url), AllOf(HasSubstr("it is of version 0, and this program needs version 1"),
-                                      HasSubstr("hub-setup")));
+  EXPECT_THAT(failureWith(url),
+              AllOf(HasSubstr("it is of version " + std::to_string(kHubVersion - 1) +
+                              ", and this program needs version " + std::to_string(kHubVersion) + '.'),
+                    HasSubstr("hub-setup")));
   set(99, kHubVersion + 1);
   EXPECT_THAT(failureWith(url),
               AllOf(HasSubstr("it is of version 99"), HasSubstr("Install a newer version")));
@@ -112,7 +114,7 @@ TEST_F(ProblemTest, VersionsThatDoNotFitAreNamedAndOthersServe) {
       << "newer, but it still serves this one";
   administer("DELETE FROM corvane_hub.version");
   EXPECT_THAT(failureWith(url), HasSubstr("not set up completely"));
-  administer("INSERT INTO corvane_hub.version VALUES(1, 1)");
+  administer("INSERT INTO corvane_hub.version VALUES(" + std::to_string(kHubVersion) + ", 1)");
   EXPECT_EQ(failureOf([&] { PostgresHub(url, computer).remoteChanges({}); }), "");
 }
 
