@@ -306,7 +306,8 @@ class Explorer {
           });
       if (cell.damage != Damage::none || world.left.damages == 0 || !isHead) continue;
       for (const Damage damage : {Damage::passing, Damage::lasting}) {
-        event(world, story, name + (damage == Damage::passing ? " is damaged for now" : " is damaged"),
+        event(world, story,
+              name + (damage == Damage::passing ? " is damaged, and heals" : " is damaged for good"),
               [&](World& next) {
                 --next.left.damages;
                 next.place.commits.at(name).damage = damage;
