@@ -154,18 +154,26 @@ void copyInto(const fs::path& to, const fs::path& from) {
   fs::copy(from, to, fs::copy_options::recursive);
 }
 
-TEST_F(PlaceToolTest, APlaceOlderThanTheInvitationIsNotBelieved) {
+class OlderPlaceTest : public PlaceToolTest {
+ protected:
+  OlderPlaceTest() {
+    EXPECT_EQ(first.ctl("account set '" + place + "'"), 0);
+    first.write({"ant"});
+    EXPECT_EQ(first.run("--register"), 0);
+    EXPECT_EQ(first.sync(), 0);
+    copyInto(kept.path() + "/older", place);
+    first.write({"ant", "bee"});
+    EXPECT_EQ(first.sync(), 0);
+    EXPECT_EQ(first.ctl("account invite"), 0);
+  }
+  void goBack() { copyInto(place, kept.path() + "/older"); }
+
   const TemporaryDirectory kept;
-  ASSERT_EQ(first.ctl("account set '" + place + "'"), 0);
-  first.write({"ant"});
-  ASSERT_EQ(first.run("--register"), 0);
-  ASSERT_EQ(first.sync(), 0);
-  copyInto(kept / "older", place);
-  first.write({"ant", "bee"});
-  ASSERT_EQ(first.sync(), 0);
-  ASSERT_EQ(first.ctl("account invite"), 0);
-  copyInto(place, kept / "older");
-  ASSERT_EQ(second.ctl("account join", first.printed), 0);
+};
+
+TEST_F(OlderPlaceTest, WhatGoesBackBeforeTheFirstExchangeIsNotBelieved) {
+  ASSERT_EQ(second.ctl("account join", first.printed), 0) << second.errors;
+  goBack();
   ASSERT_EQ(second.run("--register"), 0);
   ASSERT_EQ(second.sync(), 0);
   ASSERT_EQ(second.log().size(), 1u);
@@ -175,10 +183,20 @@ TEST_F(PlaceToolTest, APlaceOlderThanTheInvitationIsNotBelieved) {
   EXPECT_THAT(second.titles(), IsEmpty()) << "another history than that of the invitation";
   ASSERT_EQ(first.ctl("account invite"), 0);
   ASSERT_EQ(second.ctl("account remove"), 0);
-  ASSERT_EQ(second.ctl("account join", first.printed), 0);
+  ASSERT_EQ(second.ctl("account join", first.printed), 0) << second.errors;
   ASSERT_EQ(second.run("--register"), 0);
   ASSERT_EQ(second.sync(), 0);
   EXPECT_THAT(second.titles(), UnorderedElementsAre("ant", "bee"));
+}
+
+TEST_F(OlderPlaceTest, ItIsNotJoined) {
+  goBack();
+  EXPECT_EQ(second.ctl("account join", first.printed), 1);
+  EXPECT_THAT(second.errors, HasSubstr("in an older state than when this computer was invited"));
+  EXPECT_FALSE(fs::exists(second.accountFile()));
+  ASSERT_EQ(first.sync(), 0);
+  ASSERT_EQ(first.ctl("account invite"), 0);
+  EXPECT_EQ(second.ctl("account join", first.printed), 0) << second.errors;
 }
 
 TEST_F(PlaceToolTest, RemovingTheAccountForgetsTheChainToo) {
@@ -254,19 +272,40 @@ TEST_F(TakingOutTest, ComputersAreListedUntilTheyAreTakenOut) {
 TEST_F(TakingOutTest, AnInvitationFromBeforeLetsNobodyIn) {
   takeOutSecond();
   PlaceComputer late;
-  late.ctl("account join", oldInvitation);
+  EXPECT_EQ(late.ctl("account join", oldInvitation), 1);
+  EXPECT_THAT(late.errors, HasSubstr("has changed since this computer was invited"));
+  EXPECT_FALSE(fs::exists(late.accountFile()));
+  EXPECT_FALSE(fs::exists(pelto::chainPathBeside(late.accountFile())));
+  ASSERT_EQ(first.ctl("account invite"), 0);
+  ASSERT_EQ(late.ctl("account join", first.printed), 0) << late.errors;
   late.write({});
   ASSERT_EQ(late.run("--register"), 0);
   ASSERT_EQ(late.sync(), 0);
-  EXPECT_THAT(late.titles(), IsEmpty());
-  ASSERT_EQ(late.log().size(), 1u);
-  EXPECT_THAT(late.log()[0], HasSubstr("before the account's key was changed"));
+  EXPECT_THAT(late.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+}
+
+TEST_F(TakingOutTest, WhoJoinedAndDidNotSyncBeforeTheKeyChangedHasToBeInvitedAnew) {
+  meet();
   ASSERT_EQ(first.ctl("account invite"), 0);
-  PlaceComputer invited;
-  ASSERT_EQ(invited.ctl("account join", first.printed), 0) << invited.errors;
-  ASSERT_EQ(invited.run("--register"), 0);
-  ASSERT_EQ(invited.sync(), 0);
-  EXPECT_THAT(invited.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+  ASSERT_EQ(third.ctl("account join", first.printed), 0);
+  ASSERT_EQ(first.ctl("account new-key"), 0) << first.errors;
+  third.write({});
+  ASSERT_EQ(third.run("--register"), 0);
+  ASSERT_EQ(third.sync(), 0);
+  EXPECT_THAT(third.titles(), IsEmpty());
+  ASSERT_EQ(third.log().size(), 1u);
+  EXPECT_THAT(third.log()[0], HasSubstr("before the account's key was changed"));
+}
+
+TEST_F(TakingOutTest, ANewKeyAloneTakesNobodyOut) {
+  meet();
+  ASSERT_EQ(first.ctl("account new-key"), 0) << first.errors;
+  second.add("cat");
+  ASSERT_EQ(second.sync(), 0);
+  ASSERT_EQ(first.sync(), 0);
+  EXPECT_THAT(first.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+  EXPECT_THAT(second.log(), IsEmpty());
+  EXPECT_THAT(computers(), UnorderedElementsAre(first.identifier(), second.identifier()));
 }
 
 TEST_F(TakingOutTest, AComputerThatWasAwayFollowsTwoChangesOfTheKey) {

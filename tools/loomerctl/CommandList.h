@@ -41,12 +41,14 @@ Status removeAccount(Invocation& run);
 Status inviteComputer(Invocation& run);
 /// `account join`
 Status joinAccount(Invocation& run);
-/// `account passphrase`
+/// `account passphrase`, and with --remove its end
 Status setPassphrase(Invocation& run);
 /// `account computers`
 Status showComputers(Invocation& run);
 /// `account remove-computer`
 Status removeComputer(Invocation& run);
+/// `account new-key`
+Status changeKey(Invocation& run);
 /// `undo`
 Status undoSession(Invocation& run);
 /// `export`

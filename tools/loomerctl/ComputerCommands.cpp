@@ -1,8 +1,10 @@
-// `account computers` and `remove-computer`.
+// `account computers`, `remove-computer` and `new-key`.
 
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
+#include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/JsonWriter.h"
+#include "tools/loomerctl/Passphrases.h"
 #include "tools/loomerctl/PlaceAccount.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
@@ -46,6 +48,22 @@ RosterEntry computerNamed(const Roster& roster, const std::string& name) {
   return *found;
 }
 
+// The key has changed since `account` was read.
+void tellOfNewKey(Invocation& run, const Account& account, const Roster& roster) {
+  run.out.write("These get the new key when they sync next:");
+  for (const RosterEntry& each : roster.entries())
+    if (!(each.computer == account.computer)) run.out.write(' ' + quoted(each.name));
+  run.out.write(roster.entries().size() > 1 ? ".\n" : " none.\n");
+  run.out.write("Invitations and the passphrase from before no longer let anybody in.\n");
+  try {
+    removePassphrase(*pelto::placeOf(account, kPlaceSeconds), account);
+  } catch (const PlatformException& exception) {
+    // It leads to the earlier key, which lets nobody in.
+    run.err.write("loomerctl: The passphrase from before can't be removed from the place: " +
+                  printable(exception.reason()) + '\n');
+  }
+}
+
 }  // namespace
 
 Status showComputers(Invocation& run) {
@@ -73,14 +91,19 @@ Status removeComputer(Invocation& run) {
   const Roster remaining = pelto::changeAccountKey(account, removed.computer, kPlaceSeconds);
   run.out.write(quoted(removed.name) +
                 " is taken out of the account. What it has got it keeps; from what comes it is " +
-                "locked out.\nThese get the new key when they sync next:");
-  for (const RosterEntry& each : remaining.entries())
-    if (!(each.computer == account.computer)) run.out.write(' ' + quoted(each.name));
-  run.out.write(remaining.entries().size() > 1 ? ".\n" : " none.\n");
+                "locked out.\n");
+  tellOfNewKey(run, account, remaining);
   run.out.write(
-      "Invitations and the passphrase from before no longer hold. If the computer could fall into wrong "
-      "hands, change "
-      "the place's password or key, or revoke the computer's token.\n");
+      "If the computer could fall into wrong hands, change the place's password or key, or revoke the "
+      "computer's token.\n");
+  return statusFine;
+}
+
+Status changeKey(Invocation& run) {
+  const Account account = placeAccountOrRefuse();
+  const Roster roster = pelto::changeAccountKey(account, {}, kPlaceSeconds);
+  run.out.write("The account has a new key. Whoever has the earlier one can still read what was there.\n");
+  tellOfNewKey(run, account, roster);
   return statusFine;
 }
 

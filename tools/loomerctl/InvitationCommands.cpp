@@ -7,11 +7,9 @@
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
-#include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
-#include "CorvaneSyncClient/platform/pelto/seal/Passphrase.h"
-#include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandList.h"
+#include "tools/loomerctl/Passphrases.h"
 #include "tools/loomerctl/PlaceAccount.h"
 #include "tools/loomerctl/QrCode.h"
 #include "tools/loomerctl/Text.h"
@@ -23,12 +21,6 @@ namespace {
 using pelto::Account;
 using pelto::Invitation;
 using pelto::PlaceAddress;
-
-// Objects under a passphrase lie where somebody without a key finds them.
-constexpr const char* kPassphraseFolder = "passphrase";
-constexpr std::size_t kPassphraseObjectBytes = 1024;
-// Each that is tried takes a second and more.
-constexpr std::size_t kMostTried = 20;
 
 constexpr const char* kInvitationPrompt =
     "Paste or type the invitation, in as many lines as you like; an empty line ends it (not shown as you "
@@ -67,37 +59,13 @@ Invitation readInvitation(SecretInput& input) {
   return pelto::invitationFrom(text);
 }
 
-// A place that shows less than the invitation vouches for is not believed.
-void checkPlaceKnows(const Account& account) {
-  const auto place = pelto::placeOf(account, kPlaceSeconds);
-  const bool isNew = account.membership->newest.number == 0;
-  if (!commitsOf(account, *place).empty() || isNew) return;
-  throw Refused{
-      "There is nothing of the account at " + place->description() +
-      ", though there was when the invitation was made. If a computer was taken out of the account since, "
-      "another invitation is needed."};
-}
-
 Status keepJoined(Invocation& run, const Account& account) {
-  checkPlaceKnows(account);
+  pelto::checkJoinable(account, kPlaceSeconds);
   pelto::writeAccount(pelto::userAccountPath(), account);
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
   run.out.write("This computer has joined the account at " + printable(pelto::withoutSecrets(account.url)) +
                 ".\n`corvanetool --register` switches bookmarks on.\n");
   return statusFine;
-}
-
-// Opens whichever of the place's objects the passphrase opens.
-std::optional<Invitation> openAny(pelto::Place& place, const std::string& passphrase) {
-  std::vector<pelto::GetRequest> requests;
-  for (const pelto::PlaceObject& each : place.list(kPassphraseFolder)) {
-    requests.push_back({each.name, pelto::Writing::alone, {}, kPassphraseObjectBytes});
-    if (requests.size() == kMostTried) break;
-  }
-  for (const pelto::GetAnswer& each : place.get(requests)) {
-    if (auto invitation = pelto::openWithPassphrase(each.bytes, passphrase)) return invitation;
-  }
-  return std::nullopt;
 }
 
 Status joinByPassphrase(Invocation& run, SecretInput& input) {
@@ -107,7 +75,7 @@ Status joinByPassphrase(Invocation& run, SecretInput& input) {
   std::string passphrase = input.line("Passphrase (not shown as you type): ");
   const pelto::WipeAtEnd wiping(passphrase);
   const auto place = pelto::makePlace(address, credentials, after(kPlaceSeconds));
-  const auto invitation = openAny(*place, passphrase);
+  const auto invitation = invitationUnder(*place, passphrase);
   if (!invitation) throw Refused{"The passphrase opens no account at " + place->description() + '.'};
   return keepJoined(run, invitedAccount(*invitation, text, std::move(credentials)));
 }
@@ -150,24 +118,21 @@ Status joinAccount(Invocation& run) {
 
 Status setPassphrase(Invocation& run) {
   const Account account = placeAccountOrRefuse();
+  const auto place = pelto::placeOf(account, kPlaceSeconds);
+  if (run.options.remove) {
+    if (!removePassphrase(*place, account)) throw Refused{"The account has no passphrase."};
+    run.out.write(
+        "The passphrase is removed. Whoever knows it and has copied the place before has the account's key "
+        "all the same; `loomerctl account new-key` changes that.\n");
+    return statusFine;
+  }
   SecretInput input;
   std::string passphrase = newPassphrase(input);
   const pelto::WipeAtEnd wiping(passphrase);
   Invitation invitation = invitationTo(account);
   // Whoever joins by passphrase has named the place, and been let in.
   invitation.address = invitation.user = invitation.secret = std::string();
-  const std::string object = pelto::sealUnderPassphrase(invitation, passphrase);
-
-  const pelto::Membership& membership = *account.membership;
-  const pelto::Sealer sealer(*membership.key, membership.account, membership.generation);
-  const std::string prefix = std::string(kPassphraseFolder) + '/' + sealer.folder() + '-';
-  const auto place = pelto::placeOf(account, kPlaceSeconds);
-  std::vector<std::string> earlier;
-  for (const pelto::PlaceObject& each : place->list(kPassphraseFolder)) {
-    if (each.name.starts_with(prefix)) earlier.push_back(each.name);
-  }
-  place->put({{prefix + pelto::hexadecimal(sealer.hash(object)), object}});
-  place->remove(earlier);
+  putUnderPassphrase(*place, account, invitation, passphrase);
   run.out.write("`loomerctl account join PLACE` asks for the passphrase on another computer.\n");
   return statusFine;
 }

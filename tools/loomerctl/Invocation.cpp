@@ -14,7 +14,16 @@ namespace corvane::loomerctl {
 
 namespace {
 
-enum Option : unsigned { json = 1, session = 2, record = 4, limit = 8, force = 16, words = 32, qr = 64 };
+enum Option : unsigned {
+  json = 1,
+  session = 2,
+  record = 4,
+  limit = 8,
+  force = 16,
+  words = 32,
+  qr = 64,
+  remove = 128
+};
 
 struct Command {
   const char* name;  // one word, or two: a group and what to do in it
@@ -93,17 +102,20 @@ constexpr Command kCommands[] = {
      setAccount},
     {"account invite", "", words | qr, "prints what lets another computer join",
      "One line that `account join` reads on the other computer. Whoever sees it can read and change the\n"
-     "bookmarks. It does not lose its power until `account remove-computer` changes the key.\n",
+     "bookmarks. It does not lose its power until `account new-key` or `account remove-computer` changes "
+     "the\n"
+     "key.\n",
      inviteComputer},
     {"account join", "[PLACE]", 0, "joins the account of another computer",
      "Asks for the invitation, in either form, or reads it from standard input; with PLACE, for the "
      "account's\n"
      "passphrase instead. At a hub, this computer's own token is asked for too.\n",
      joinAccount},
-    {"account passphrase", "", 0, "sets a passphrase that lets computers join",
+    {"account passphrase", "", remove, "sets a passphrase that lets computers join",
      "Keeps the account's key at the place, sealed under a passphrase of at least 12 characters. Whoever "
      "can\n"
-     "read the place may guess at it for as long as he likes. Replaces an earlier passphrase.\n",
+     "read the place may guess at it for as long as he likes. Replaces an earlier passphrase; --remove sets\n"
+     "none.\n",
      setPassphrase},
     {"account show", "", json, "the account, and whether the service answers",
      "Shows no password. Says when the service answered last, and whether bookmarks are synced with it.\n",
@@ -119,6 +131,11 @@ constexpr Command kCommands[] = {
      "it\n"
      "has got it keeps.\n",
      removeComputer},
+    {"account new-key", "", 0, "changes the account's key",
+     "For when an invitation or the passphrase may have become known. The other computers get the key when\n"
+     "they sync next; earlier invitations and the passphrase let nobody in any more. What was at the place\n"
+     "until now can still be read with the earlier key.\n",
+     changeKey},
     {"account remove", "", 0, "forgets the account on this computer",
      "What the engine recorded about the exchange with the service goes too. The bookmarks stay, here and "
      "at\n"
@@ -141,6 +158,7 @@ constexpr OptionForm kOptions[] = {
     {force, "--force", nullptr, "also what was changed again since"},
     {words, "--words", nullptr, "as words, for reading out and typing"},
     {qr, "--qr", nullptr, "as a QR code, for a camera"},
+    {remove, "--remove", nullptr, "removes the passphrase"},
 };
 
 constexpr const char* kStatuses =
@@ -277,6 +295,7 @@ class Arguments {
     if (form.option == force) _options.force = true;
     if (form.option == words) _options.words = true;
     if (form.option == qr) _options.qr = true;
+    if (form.option == remove) _options.remove = true;
     if (!form.value) return;
     std::string value;
     if (equals != std::string::npos) {

@@ -30,6 +30,7 @@ struct Options {
   bool force = false;
   bool words = false;
   bool qr = false;
+  bool remove = false;
   std::optional<std::int64_t> session;
   std::optional<std::int64_t> record;
   std::optional<std::int64_t> limit;  ///< at least 1

@@ -140,10 +140,12 @@ void noteAccountReached(const std::string& path, const Account& account, Date wh
                  writeBinaryPropertyList(Dictionary{{kAccountKey, hashOf(account)}, {kReachedKey, when}}));
 }
 
+void forgetChain(const std::string& accountPath) { removeIfThere(chainPathBeside(accountPath)); }
+
 bool removeAccount(const std::string& path) {
   const bool removed = removeIfThere(path);
   removeIfThere(notePathOf(path));
-  removeIfThere(chainPathBeside(path));
+  forgetChain(path);
   return removed;
 }
 

@@ -43,6 +43,8 @@ void changeMembership(const std::string& path, const Account& account,
 /// cannot overwrite an account that the user sets or removes at the same moment. It is valid for that URL and
 /// computer only. Raises DotPeltoException.
 void noteAccountReached(const std::string& path, const Account& account, Date when);
+/// Removes what is kept of the account's chain beside that file. Raises DotPeltoException.
+void forgetChain(const std::string& accountPath);
 /// Removes the account with the note and what is kept of its chain beside it. False when there was no
 /// account. Raises DotPeltoException.
 bool removeAccount(const std::string& path);

@@ -78,6 +78,14 @@ RosterEntry cardOf(const Account& account) {
 
 [[noreturn]] void fail(const std::string& reason) { throw PlatformException(DotPeltoException, reason); }
 
+[[noreturn]] void failOlder(const Place& place) {
+  fail(
+      "The account at " + place.description() +
+      " is in an older state than when this computer was invited, or in another one: the place went back, or "
+      "withholds something. Sync on a computer that belongs to the account for longer, and have it invite "
+      "this one anew.");
+}
+
 class PlaceHub : public Hub {
  public:
   PlaceHub(const Account& account, double seconds)
@@ -108,14 +116,7 @@ class PlaceHub : public Hub {
   void checkInvitation() {
     CommitMark& newest = _account.membership->newest;
     if (newest.number == 0) return;
-    if (!continues(keptPath(_account), newest)) {
-      fail("The account at " + _exchange->place->description() +
-           " is in an older state than when this computer was invited, or in another one: the place went "
-           "back, or "
-           "withholds something. Sync on a computer that belongs to the account for longer, and have it "
-           "invite this "
-           "one anew.");
-    }
+    if (!continues(keptPath(_account), newest)) failOlder(*_exchange->place);
     newest = {};
     changeMembership(userAccountPath(), _account, [](Membership& membership) { membership.newest = {}; });
   }
@@ -171,6 +172,29 @@ CommitMark newestKnown(const Account& account) {
 
 std::unique_ptr<Hub> makePlaceHub(const Account& account, double seconds) {
   return std::make_unique<PlaceHub>(account, seconds);
+}
+
+void checkJoinable(const Account& account, double seconds) {
+  try {
+    Exchange exchange(account, seconds);
+    const bool hasEnded = exchange.hub.change().has_value();
+    const CommitMark& newest = account.membership->newest;
+    const std::vector<Link> path = keptPath(account);
+    if (path.empty() && newest.number > 0) {
+      fail("There is nothing of the account at " + exchange.place->description() +
+           ", though there was when this computer was invited. Sync on a computer that belongs to the "
+           "account, and have it invite this one anew.");
+    }
+    if (hasEnded) {
+      fail("The key of the account at " + exchange.place->description() +
+           " has changed since this computer was invited. It takes another invitation, or a passphrase that "
+           "is set since.");
+    }
+    if (!continues(path, newest)) failOlder(*exchange.place);
+  } catch (const PlatformException&) {
+    forgetChain(userAccountPath());
+    throw;
+  }
 }
 
 Roster computersOf(const Account& account, double seconds) {

@@ -25,6 +25,11 @@ CommitMark newestKnown(const Account& account);
 /// and the exchange goes on with that. Once a week this computer renews its card at the place.
 std::unique_ptr<Hub> makePlaceHub(const Account& account, double seconds);
 
+/// Whether the first exchange of a computer that was invited to `account` would be refused: raises
+/// DotPeltoException then, and what the place raises. The account's file is not written, and what this
+/// computer keeps of the chain is there only if all is well.
+void checkJoinable(const Account& account, double seconds);
+
 /// The computers of the account, by their cards; this one is always among them. Raises what the place raises.
 Roster computersOf(const Account& account, double seconds);
 
