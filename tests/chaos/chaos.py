@@ -1,0 +1,551 @@
+#!/usr/bin/env python3
+"""Computers with one account at a real place, the real tools, and everything that can go wrong between them: random edits,
+syncs in any order and at once, tools and servers killed, connections refused and cut, the place put back. When the faults end
+and everybody has synced, all computers hold one tree, in which no edit is lost, doubled or undone, and another round of
+syncs writes nothing.
+
+usage: chaos.py [--place KIND] [--seed N] [--rounds N] [--only TURN] [--verbose] PROGRAMS LOG_LIBRARY CLOCK_LIBRARY
+
+PROGRAMS is the directory of corvanetool, loomerctl and corvane-hub; the libraries are for LD_PRELOAD. A round is a few turns, each with its fault, and a
+settlement. The seed tells what is done; when that meets what else runs on the machine is chance, so a failure may take more than one run
+to come again.
+"""
+
+import argparse
+import collections
+import os
+import random
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import traceback
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "crash"))
+
+import histories  # noqa: E402
+import places  # noqa: E402
+import proxy  # noqa: E402
+from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, root_with, write  # noqa: E402
+
+SESSION_SECONDS = 300
+SETTLEMENT_ROUNDS = 12
+KEPT_BACKUPS = 6
+# What a session may say in the system log while there are faults.
+SAYS = ("Bookmarks were synced on this computer alone, not with the online service: ",
+        "The online service was put back to an earlier state: ")
+NO_ROOM = ("There is no room at the online service: ", "The account at the online service is full: ")
+TAKEN_OUT = SAYS[0] + "This computer was taken out of the account"
+INVITE_ANEW = "Sync on a computer that belongs to the account for longer, and have it invite this one anew"
+# Messages that announce what happens after some time.
+WAITS = {"for ten minutes": 660, "for a day": 87_000}
+WEEK_SECONDS = 7 * 86_400
+YEAR_SECONDS = 365 * 86_400
+
+
+def preloadable(path):
+    """The library by a name of this process's: in LD_PRELOAD a name ends at a blank or a colon, and a path may hold both."""
+    return f"/proc/{os.getpid()}/fd/{os.open(path, os.O_RDONLY)}"
+
+
+class Computer(Home):
+    """A home whose runs write to a system log of their own, and go by a clock that is `shift` seconds off."""
+
+    def __init__(self, tools, path, libraries):
+        super().__init__(tools, path)
+        self.name = os.path.basename(path)
+        self.log = path + ".log"
+        self.is_new = True  # never at the service
+        self.environment.update(LD_PRELOAD=":".join(libraries), CORVANE_TEST_SYSLOG=self.log)
+        self.advance(0)
+
+    def advance(self, seconds):
+        self.shift = int(self.environment.get("CORVANE_TEST_CLOCK_SHIFT", 0)) + seconds
+        self.environment["CORVANE_TEST_CLOCK_SHIFT"] = str(self.shift)
+
+    def age_lock(self):
+        """By this computer's clock."""
+        if super().age_lock():
+            aged = time.time() + self.shift - STALE_AFTER_SECONDS - 1
+            os.utime(self.lock(), (aged, aged))
+
+    def lines(self):
+        """What was logged since this was asked last."""
+        if not os.path.exists(self.log):
+            return []
+        with open(self.log, encoding="utf-8") as file:
+            found = file.read().splitlines()
+        os.remove(self.log)
+        return found
+
+    def must(self, program, *arguments, given=""):
+        done = subprocess.run([program, *arguments], env=self.environment, input=given, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True, timeout=SESSION_SECONDS)
+        if done.returncode != 0:
+            raise Failure(f"{self.name}: {arguments} ended with {done.returncode}: {done.stderr} {self.lines()}")
+        return done.stdout
+
+    def must_control(self, *arguments, given=""):
+        return self.must(self.tools.control, *arguments, given=given)
+
+    def bytes(self):
+        with open(self.bookmarks(FIRST), "rb") as file:
+            return file.read()
+
+
+class Chaos:
+    """One run: the place, the computers, and what must come of the edits."""
+
+    def __init__(self, options, directory):
+        self.options = options
+        self.directory = directory
+        self.draw = random.Random(options.seed)
+        self.counts = collections.Counter()
+        self.histories = histories.Histories(random.Random(self.draw.random()))
+        os.mkdir(os.path.join(directory, "place"))
+        os.mkdir(os.path.join(directory, "backups"))
+        os.chmod(directory, 0o755)  # a server may run as somebody else
+        self.place = places.KINDS[options.place](os.path.join(directory, "place"), options.programs,
+                                                 random.Random(self.draw.random()))
+        self.computers = []
+        self.backups = []
+        self.deck = []
+        self.made = 0
+        self.waited = 0
+
+    def end(self):
+        self.place.end()
+
+    # What is told of a failing run.
+
+    def tell(self, text):
+        self.story.append(text)
+        if self.options.verbose:
+            print(text, flush=True)
+
+    # Computers.
+
+    def new_computer(self, children=()):
+        path = os.path.join(self.directory, f"computer{self.made}")
+        self.made += 1
+        computer = Computer(Tools(self.options.programs), path, self.options.libraries).make()
+        computer.advance(self.waited)
+        write(computer.bookmarks(FIRST), root_with(list(children)))
+        return computer
+
+    def begin(self):
+        self.story = []
+        first = self.new_computer(self.histories.first_children())
+        first.must_control("account", "set", self.place.address, given=self.place.secrets(first.name))
+        self.place.interpose()
+        first.must(first.tools.tool, "--register")
+        self.computers.append(first)
+        self.require_said(first, first.sync(FIRST), ())
+        for _ in range(self.draw.randint(2, 4)):
+            self.join()
+        self.settle()
+
+    def join(self):
+        computer = self.new_computer()
+        self.invite(computer)
+        self.computers.append(computer)
+        return computer
+
+    def invite(self, computer):
+        host = self.draw.choice([each for each in self.computers if each is not computer])
+        invitation = host.must_control("account", "invite")
+        computer.must_control("account", "join", given=invitation + self.place.secrets(computer.name))
+        computer.must(computer.tools.tool, "--register")
+        self.tell(f"{computer.name} joins, invited by {host.name}")
+
+    def heal(self, computer, lines):
+        """Does what a message asks for. The host of a computer that has just come may not have known the newest key."""
+        computer.is_new = computer.is_new and bool(lines)
+        if any(INVITE_ANEW in line or computer.is_new and line.startswith(TAKEN_OUT) for line in lines):
+            computer.must_control("account", "remove")
+            self.invite(computer)
+
+    def wait(self, seconds):
+        self.tell(f"{seconds} seconds go by")
+        self.waited += seconds
+        for computer in self.computers:
+            computer.advance(seconds)
+
+    # Steps.
+
+    def edit(self):
+        """Some of the users edit."""
+        for computer in self.computers:
+            for _ in range(self.draw.choice((0, 0, 1, 2, 4))):
+                root = computer.root(FIRST)
+                if self.draw.random() < 0.15 and computer is self.computers[0]:
+                    done = self.histories.reorder(root)
+                else:
+                    done = self.histories.edit(computer.name, root)
+                write(computer.bookmarks(FIRST), root)
+                self.tell(f"{computer.name}: {done}")
+                self.counts["edits"] += 1
+
+    def some(self):
+        return self.draw.sample(self.computers, self.draw.randint(1, len(self.computers)))
+
+    def sync_all(self, computers, says=SAYS):
+        """In turn or at once."""
+        if self.draw.random() < 0.4:
+            for computer in computers:
+                self.require_said(computer, computer.sync(FIRST), says)
+        else:
+            self.await_all(self.start_all(computers), says)
+
+    def start_all(self, computers):
+        return [(computer, computer.start(FIRST)) for computer in computers]
+
+    def await_all(self, started, says=SAYS):
+        for computer, process in started:
+            output, _ = process.communicate(timeout=SESSION_SECONDS)
+            self.require_said(computer, (process.returncode, output), says)
+
+    def require_said(self, computer, ended, says, killed=False):
+        """A session ends well, prints nothing, and logs nothing but what it should."""
+        status, output = ended
+        lines = computer.lines()
+        self.counts["sessions"] += 1
+        self.counts["sessions that said something"] += bool(lines)
+        self.tell(f"{computer.name} synced: {status} {output.strip()} {lines}")
+        if not (status == 0 or killed and status == -signal.SIGKILL) or output:
+            raise Failure(f"{computer.name}: a session ended with {status}: {output.strip()} {lines}")
+        for line in lines:
+            if not line.startswith(tuple(says)):
+                raise Failure(f"{computer.name} said: {line}")
+        return lines
+
+    # Turns: edits, and syncs under a fault.
+
+    def turn_plain(self):
+        for _ in range(2):
+            self.edit()
+            self.sync_all(self.some())
+
+    def turn_tools_killed(self):
+        """Each at a moment of its own."""
+        self.edit()
+        for _ in range(2):
+            started = self.start_all(self.computers)
+            ends = {process.pid: time.monotonic() + self.draw.uniform(0, 0.08) for _, process in started}
+            for computer, process in sorted(started, key=lambda each: ends[each[1].pid]):
+                time.sleep(max(0, ends[process.pid] - time.monotonic()))
+                process.kill()
+            for computer, process in started:
+                output, _ = process.communicate(timeout=SESSION_SECONDS)
+                self.counts["tools killed"] += process.returncode == -signal.SIGKILL
+                self.require_said(computer, (process.returncode, output), SAYS, killed=True)
+                computer.age_lock()
+
+    def turn_tool_killed_at_a_call(self):
+        calls = ("fdatasync", "fsync", "rename", "sendto" if self.place.proxy else "link,linkat")
+        self.edit()
+        for computer in self.some():
+            call = self.draw.choice(calls)
+            number = self.draw.randint(1, 8)
+            ended = computer.sync(FIRST, ("strace", "-f", "-qq", "-o", "/dev/null", "-e", f"trace={call}",
+                                          "-e", f"inject={call}:signal=SIGKILL:when={number}"))
+            self.counts["tools killed at a call"] += ended[0] == -signal.SIGKILL
+            self.tell(f"{computer.name}: kill at {call} {number}")
+            self.require_said(computer, ended, SAYS, killed=True)
+            computer.age_lock()
+
+    def turn_server_killed(self):
+        self.edit()
+        started = self.start_all(self.computers)
+        time.sleep(self.draw.uniform(0, 0.06))
+        self.place.kill()
+        self.tell("the server is killed")
+        self.counts["servers killed"] += 1
+        if self.draw.random() < 0.5:
+            time.sleep(self.draw.uniform(0, 0.5))
+            self.place.start()
+            self.await_all(started)
+        else:
+            self.await_all(started)
+            self.place.start()
+
+    def turn_refused(self):
+        self.edit()
+        self.place.proxy.refuse()
+        self.tell("connections are refused")
+        self.counts["times of refusal"] += 1
+        started = self.start_all(self.some())
+        if self.draw.random() < 0.5:
+            time.sleep(self.draw.uniform(0, 0.5))
+            self.place.proxy.listen()
+            self.await_all(started)
+        else:
+            self.await_all(started)
+            self.place.proxy.listen()
+
+    def turn_cut(self):
+        """Single exchanges are cut, or all from some moment on."""
+        self.edit()
+        draw, cuts = random.Random(self.draw.random()), []
+
+        def plan():
+            if not cuts:
+                cuts.extend(draw.sample(proxy.CUTS, len(proxy.CUTS)))
+            return cuts.pop() if draw.random() < share else None
+
+        share = self.draw.choice((0.1, 0.3, 1))
+        self.place.proxy.plan = plan
+        self.tell(f"exchanges are cut: {share}")
+        self.sync_all(self.some())
+        self.place.proxy.plan = None
+
+    def turn_put_back(self):
+        """Edits before, in the part that is lost, and after."""
+        self.edit()
+        self.sync_all(self.some())
+        if self.draw.random() < 0.5 or not self.backups:
+            path = self.back_up()
+            for _ in range(self.draw.randint(1, 3)):
+                self.edit()
+                self.sync_all(self.some())
+        else:
+            path = self.draw.choice(self.backups)
+        self.place.put_back(path)
+        self.tell(f"put back to {os.path.basename(path)}")
+        self.counts["times put back"] += 1
+        self.edit()
+        self.sync_all(self.some())
+
+    def back_up(self):
+        path = os.path.join(self.directory, "backups", str(self.counts["backups"]))
+        self.counts["backups"] += 1
+        self.place.back_up(path)
+        self.tell(f"backup {self.counts['backups'] - 1}")
+        self.backups.append(path)
+        while len(self.backups) > KEPT_BACKUPS:
+            shutil.rmtree(self.backups.pop(self.draw.randrange(len(self.backups) - 1)))
+        return path
+
+    def turn_clock_off(self):
+        """From now on; or right again."""
+        computer = self.draw.choice(self.computers)
+        off = self.waited - computer.shift or self.draw.choice((-1, 1)) * YEAR_SECONDS
+        computer.advance(off)
+        self.tell(f"{computer.name}'s clock moves by {off}")
+        self.counts["clocks moved"] += 1
+        self.turn_plain()
+
+    def turn_power_cut(self):
+        """What the server has not made durable is gone, or empty."""
+        self.edit()
+        self.sync_all(self.some())
+        before = set(self.place.objects())
+        for _ in range(2):
+            self.edit()
+            self.sync_all(self.some())
+        self.place.kill()
+        newest = sorted(set(self.place.objects()) - before, key=lambda path: os.stat(path).st_mtime_ns)
+        for path in newest[self.draw.randint(0, len(newest)):] if self.draw.random() < 0.5 else newest:
+            loss = self.draw.choice(("gone", "empty", "kept"))
+            self.tell(f"{loss}: {path}")
+            self.place.lose(path, loss)
+            self.counts[f"objects {loss} after a power cut"] += 1
+        self.place.start()
+        self.counts["power cuts"] += 1
+        self.edit()
+        self.sync_all(self.some())
+
+    def turn_computer_taken_out(self):
+        """While the others sync and edit. What it gave before counts; another computer comes instead."""
+        if len(self.computers) < 3:
+            return self.turn_plain()
+        # A card that the place has lost is left again within a week.
+        self.wait(WEEK_SECONDS)
+        for computer in self.computers:
+            self.settle_one(computer)
+        out = self.draw.choice(self.computers[1:])
+        host = self.draw.choice([each for each in self.computers if each is not out])
+        self.computers.remove(out)
+        self.edit()
+        started = self.start_all([*self.computers, out])
+        time.sleep(self.draw.uniform(0, 0.05))
+        self.take_out(host, out)
+        self.await_all(started, (*SAYS, TAKEN_OUT))
+        self.histories.forget(out.name)
+        if self.draw.random() < 0.5:
+            self.sync_all(self.some())
+        lines = self.require_said(out, out.sync(FIRST), [TAKEN_OUT])
+        if not lines:
+            raise Failure(f"{out.name} was taken out and does not say so")
+        self.counts["computers taken out"] += 1
+        self.join()
+
+    def take_out(self, host, out):
+        """Others may be faster, and whoever has just come may not know the newest key: the command says so."""
+        identifier = next(line.split()[-1] for line in out.control("account", "show")[1].splitlines()
+                          if line.startswith("Computer"))
+        for _ in range(SETTLEMENT_ROUNDS):
+            status, output = host.control("account", "remove-computer", identifier)
+            host.lines()
+            self.tell(f"{host.name} takes out {out.name}: {status} {output.strip()}")
+            if status == 0:
+                return
+            self.settle_one(host)
+        raise Failure(f"{out.name} cannot be taken out: {output}")
+
+    def settle_one(self, computer):
+        """Until all that it has is given."""
+        for _ in range(SETTLEMENT_ROUNDS):
+            lines = self.require_said(computer, computer.sync(FIRST), SAYS)
+            if not lines:
+                return
+            self.heal(computer, lines)
+            self.wait_as_told(lines)
+        raise Failure(f"{computer.name} does not come to rest: {lines}")
+
+    def turn_quota(self):
+        """The account has room for little more than it holds, or none; later it has enough."""
+        self.edit()
+        quota = sum(os.stat(path).st_size for path in self.place.objects()) + self.draw.choice((0, 4096, 16_384))
+        self.place.set_quota(str(quota))
+        self.tell(f"the quota is {quota}")
+        for _ in range(2):
+            self.edit()
+            for computer in self.some():
+                lines = self.require_said(computer, computer.sync(FIRST), (*SAYS, *NO_ROOM))
+                self.counts["quotas reached"] += any(line.startswith(NO_ROOM) for line in lines)
+        self.place.set_quota("1 GiB")
+        self.tell("the quota is 1 GiB")
+
+    def turn_token_revoked(self):
+        """That computer says so, the others go on; a new token heals it."""
+        computer = self.draw.choice(self.computers)
+        self.place.revoke(computer.name)
+        self.tell(f"{computer.name}'s token is revoked")
+        self.edit()
+        for each in self.computers:
+            lines = self.require_said(each, each.sync(FIRST), SAYS)
+            if each is computer and not any("token" in line for line in lines):
+                raise Failure(f"{each.name}'s token was revoked, and it said {lines}")
+        computer.must_control("account", "set", self.place.address, given=self.place.secrets(computer.name))
+        self.tell(f"{computer.name} has a new token")
+        self.counts["tokens revoked"] += 1
+
+    def turn_aged(self):
+        """All that is there becomes old enough to be collected."""
+        for path in self.place.objects():
+            aged = os.stat(path).st_mtime - 40 * 86_400
+            os.utime(path, (aged, aged))
+        self.counts["times that objects aged"] += 1
+        self.turn_plain()
+
+    def turn_joined(self):
+        """Another computer comes, while the others sync."""
+        if len(self.computers) == 5:
+            return self.turn_plain()
+        self.edit()
+        self.join()
+        self.sync_all(self.computers)
+
+    def turns(self):
+        turns = [self.turn_plain, self.turn_tools_killed, self.turn_tools_killed, self.turn_tool_killed_at_a_call,
+                 self.turn_server_killed, self.turn_put_back, self.turn_put_back, self.turn_joined, self.turn_clock_off,
+                 self.turn_computer_taken_out, self.turn_aged]
+        if self.place.proxy:
+            turns += [self.turn_refused, self.turn_cut, self.turn_cut]
+        if not self.place.is_durable:
+            turns += [self.turn_power_cut]
+        if self.place.has_tokens:
+            turns += [self.turn_quota, self.turn_token_revoked]
+        return [turn for turn in turns if self.options.only in (None, turn.__name__.partition("_")[2])]
+
+    # Settlements.
+
+    def round(self):
+        for _ in range(self.draw.randint(2, 4)):
+            if not self.deck:
+                self.deck = self.turns()
+                self.draw.shuffle(self.deck)
+            turn = self.deck.pop()
+            self.tell(f"== {turn.__name__}")
+            turn()
+        self.settle()
+        self.counts["rounds"] += 1
+
+    def wait_as_told(self, lines):
+        told = [seconds for text, seconds in WAITS.items() if any(text in line for line in lines)]
+        if told:
+            self.wait(max(told))
+
+    def state(self):
+        return self.place.fingerprint(), [computer.bytes() for computer in self.computers]
+
+    def settle(self):
+        """Without faults, all sync until nothing moves any more."""
+        self.tell("== settlement")
+        before = None
+        for _ in range(SETTLEMENT_ROUNDS):
+            said = []
+            for computer in self.draw.sample(self.computers, len(self.computers)):
+                lines = self.require_said(computer, computer.sync(FIRST), SAYS)
+                self.heal(computer, lines)
+                said += lines
+            after = self.state()
+            if after == before and not said:
+                return self.require_kept()
+            before = after
+            self.wait_as_told(said)
+        raise Failure(f"the computers do not come to rest: {said}")
+
+    def require_kept(self):
+        first = self.computers[0]
+        for computer in self.computers:
+            if computer.shared_tree(FIRST) != first.shared_tree(FIRST):
+                raise Failure(f"{computer.name} and {first.name} differ:\n{computer.shared_tree(FIRST)}\n"
+                              f"{first.shared_tree(FIRST)}")
+            computer.must_be_sound()
+        self.histories.require_kept(first.root(FIRST))
+        self.histories.settle(first.root(FIRST))
+
+
+def run(options):
+    directory = tempfile.mkdtemp(prefix="corvane-chaos-")
+    chaos = Chaos(options, directory)
+    try:
+        chaos.begin()
+        for number in range(options.rounds):
+            chaos.tell(f"==== round {number}")
+            chaos.round()
+    except Exception:
+        print("\n".join(chaos.story))
+        print(traceback.format_exc())
+        print(f"seed {options.seed} fails at {options.place}; the homes and the place are in {directory}. Again:\n"
+              f"{sys.argv[0]} --place {options.place} --seed {options.seed} --rounds {options.rounds} "
+              f"{' '.join(sys.argv[-3:])}")
+        return 1
+    finally:
+        chaos.end()
+    shutil.rmtree(directory)
+    told = dict(chaos.counts)
+    if chaos.place.proxy:
+        told["exchanges cut"] = chaos.place.proxy.cuts
+    print(f"{options.place}, seed {options.seed}: {told}")
+    return 0
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--place", choices=places.KINDS, default="directory")
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 32))
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--only", help="turns of this name alone")
+    parser.add_argument("--verbose", action="store_true")
+    parser.add_argument("programs", type=os.path.abspath)
+    parser.add_argument("libraries", type=preloadable, nargs=2)
+    sys.exit(run(parser.parse_args()))
+
+
+if __name__ == "__main__":
+    main()
