@@ -308,7 +308,7 @@ TEST_F(HttpClientTest, ErrorsHaveTheKindOfTheirStatusAndShowNoSecret) {
   const HttpRequest request = reading("http://127.0.0.1/f/1");
   HttpAnswer answer;
   answer.body = "no such token: t0ken-t0ken\nsecond line";
-  for (const int status : {401, 403}) {
+  for (const int status : {401, 402, 403}) {
     answer.status = status;
     EXPECT_THROW(client.fail(request, answer), PlaceRefusedException);
   }
@@ -316,13 +316,17 @@ TEST_F(HttpClientTest, ErrorsHaveTheKindOfTheirStatusAndShowNoSecret) {
     answer.status = status;
     EXPECT_THROW(client.fail(request, answer), PlaceFullException);
   }
-  for (const int status : {400, 302, 429, 500, 503}) {
+  for (const int status : {400, 302, 423, 429, 500, 503}) {
     answer.status = status;
     const std::string failure = pelto::failureOf([&] { client.fail(request, answer); });
     EXPECT_THAT(failure, AllOf(StartsWith("Can't read f/1 at the.host: "), Not(HasSubstr(kToken))));
     answer.body = "plain\x1b[31m words\nsecond line";
     EXPECT_THAT(pelto::failureOf([&] { client.fail(request, answer); }),
                 AllOf(HasSubstr(std::to_string(status) + " (plain[31m words)"), Not(HasSubstr("second"))));
+  }
+  for (const int status : {423, 429, 500, 502, 503, 504}) {
+    answer.status = status;
+    EXPECT_THAT(pelto::failureOf([&] { client.fail(request, answer); }), HasSubstr("again at the next sync"));
   }
 }
 

@@ -50,7 +50,7 @@ class HubGround : public PlaceGround {
   HubProcess _hub{_directory.path()};
 };
 
-class CephGround : public PlaceGround {
+class CephGround : public S3Ground {
  public:
   CephGround() {
     for (int i = 0; i < kTries; ++i) {
@@ -59,8 +59,10 @@ class CephGround : public PlaceGround {
                           std::to_string(freePort()), kKeys.user, kKeys.secret},
                          port))
         continue;
-      _address =
-          parsePlaceAddress("s3://bucket/some%20prefix?endpoint=http://127.0.0.1:" + std::to_string(port));
+      const std::string endpoint =
+          "s3://bucket/some%20prefix?endpoint=http://localhost:" + std::to_string(port);
+      _address = parsePlaceAddress(endpoint);
+      _addressByHost = parsePlaceAddress(endpoint + "&style=host");
       makeBucket();
       return;
     }
@@ -69,6 +71,9 @@ class CephGround : public PlaceGround {
 
   std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override {
     return makePlace(_address, kKeys, deadline, sendSpeed);
+  }
+  std::unique_ptr<Place> placeByHost(Deadline deadline) override {
+    return makePlace(_addressByHost, kKeys, deadline);
   }
 
  private:
@@ -97,7 +102,7 @@ class CephGround : public PlaceGround {
 
   static inline const PlaceCredentials kKeys{"AKTEST", "s3cret/key+1"};
   ServerProcess _server;
-  PlaceAddress _address;
+  PlaceAddress _address, _addressByHost;
 };
 
 constexpr const char* kApache = R"(
@@ -220,7 +225,7 @@ std::unique_ptr<PlaceGround> makeApacheDigestGround() {
 
 std::unique_ptr<PlaceGround> makeHubGround() { return std::make_unique<HubGround>(); }
 
-std::unique_ptr<PlaceGround> makeCephGround() { return std::make_unique<CephGround>(); }
+std::unique_ptr<S3Ground> makeCephGround() { return std::make_unique<CephGround>(); }
 
 std::unique_ptr<PlaceGround> makeLighttpdGround() {
   return std::make_unique<WebDavGround>(

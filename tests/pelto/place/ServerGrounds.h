@@ -31,6 +31,13 @@ class WebDavGround : public PlaceGround {
   PlaceAddress _address;
 };
 
+/// A bucket that can be reached by two addresses.
+class S3Ground : public PlaceGround {
+ public:
+  /// With the bucket's name in the host's.
+  virtual std::unique_ptr<Place> placeByHost(Deadline deadline) = 0;
+};
+
 // Servers from Debian, each at a port of the loopback interface with its own files. Raise std::runtime_error
 // when they do not start.
 
@@ -43,7 +50,7 @@ std::unique_ptr<WebDavGround> makeOpenApacheGround();
 std::unique_ptr<PlaceGround> makeHubGround();
 std::unique_ptr<PlaceGround> makeLighttpdGround();
 /// Ceph's gateway for S3, over a cluster in memory.
-std::unique_ptr<PlaceGround> makeCephGround();
+std::unique_ptr<S3Ground> makeCephGround();
 std::unique_ptr<PlaceGround> makeNginxGround();
 /// nginx with TLS, HTTP/2, and a certificate of its own, which the address names.
 std::unique_ptr<WebDavGround> makeNginxTlsGround();

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
 #include "CorvaneSyncClient/platform/pelto/place/WebDavPlace.h"
 #include "tests/pelto/place/ScriptedServer.h"
 
@@ -62,6 +64,63 @@ TEST_F(WebDavPlaceTest, AMoveThatEndedUnclearlyIsMadeClearWhereThatIsPossible) {
       EXPECT_EQ(std::count(sent.begin(), sent.end(), "MOVE"), 1);
     }
   }
+}
+
+// Raising would say that it was not made.
+TEST_F(WebDavPlaceTest, AMoveOfWhichNothingIsHeardAnyMoreIsUnknown) {
+  const ScriptedServer server([&](const std::string& request, ScriptedConnection& connection) {
+    if (is(request, "MKCOL") || is(request, "PUT")) connection.send(httpAnswer("201 Created"));
+  });
+  EXPECT_EQ(placeAt(server).putNew("f/1", "bytes"), Made::unknown);
+}
+
+TEST_F(WebDavPlaceTest, AnObjectThatIsThereIsSoThoughTheRestCannotBeDiscarded) {
+  const ScriptedServer server([&](const std::string& request, ScriptedConnection& connection) {
+    if (is(request, "MOVE")) connection.send(httpAnswer("500 Error"));
+    if (!is(request, "MOVE") && !is(request, "DELETE")) connection.send(httpAnswer("201 Created"));
+  });
+  EXPECT_EQ(placeAt(server).putNew("f/1", "bytes"), Made::present);
+}
+
+TEST_F(WebDavPlaceTest, WhatIsRefusedLeavesNothingBehind) {
+  for (const char* refused : {"PUT", "MOVE"}) {
+    SCOPED_TRACE(refused);
+    const ScriptedServer server([&](const std::string& request, ScriptedConnection& connection) {
+      connection.send(is(request, "HEAD")
+                          ? httpAnswer("404 Not Found")
+                          : httpAnswer(is(request, refused) ? "507 Insufficient Storage" : "201 Created"));
+    });
+    EXPECT_THROW(placeAt(server).putNew("f/1", "bytes"), PlaceFullException);
+    const std::string made = server.requests().front(), discarded = server.requests().back();
+    EXPECT_EQ(discarded.substr(0, discarded.find(" HTTP")),
+              "DELETE" + made.substr(5, made.find(" HTTP") - 5));
+  }
+}
+
+TEST_F(WebDavPlaceTest, WhatIsLockedIsLeftToTheNextSync) {
+  const ScriptedServer server(httpAnswer("423 Locked"));
+  const auto failureOf = [&](const std::function<void(WebDavPlace&)>& call) {
+    WebDavPlace place = placeAt(server);
+    try {
+      call(place);
+    } catch (const PlaceException& exception) {
+      return exception.reason();
+    }
+    return std::string("(none)");
+  };
+  const std::function<void(WebDavPlace&)> calls[] = {
+      [](WebDavPlace& place) {
+        place.put({{"f/1", "x"}});
+      },
+      [](WebDavPlace& place) { place.putNew("f/1", "x"); },
+      [](WebDavPlace& place) { place.remove({"f/1"}); },
+      [](WebDavPlace& place) {
+        place.get({{"f/1", Writing::alone, {}, 10}});
+      },
+      [](WebDavPlace& place) { place.list("f"); },
+  };
+  for (const auto& call : calls)
+    EXPECT_THAT(failureOf(call), AllOf(HasSubstr("answers 423"), HasSubstr("again at the next sync")));
 }
 
 TEST_F(WebDavPlaceTest, TheFoldersAreMadeWhereTheyAreMissing) {

@@ -220,15 +220,18 @@ void HttpClient::fail(const HttpRequest& request, const HttpAnswer& answer) cons
   const std::string said = _settings.reasonIn ? _settings.reasonIn(answer) : std::string();
   const std::string cause =
       "it answers " + std::to_string(answer.status) + (said.empty() ? "" : " (" + firstLineOf(said) + ")");
+  if (answer.status == 413 || answer.status == 507 || (_settings.isFull && _settings.isFull(answer))) {
+    throw PlaceFullException(
+        messageFor(request, cause, "Make room there, or have whoever runs the server allow more."));
+  }
   switch (answer.status) {
     case 401:
     case 403:
       throw PlaceRefusedException(messageFor(
           request, cause, "See whether name and password, or this computer's token, still hold there."));
-    case 413:
-    case 507:
-      throw PlaceFullException(
-          messageFor(request, cause, "Make room there, or have whoever runs the server allow more."));
+    case 402:
+      throw PlaceRefusedException(messageFor(request, cause, "See whether what it costs there is paid."));
+    case 423:
     case 429:
     case 500:
     case 502:

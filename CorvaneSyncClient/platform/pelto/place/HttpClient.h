@@ -52,6 +52,8 @@ struct HttpSettings {
   std::function<std::vector<std::string>(const HttpRequest&)> authorize;
   /// What the server says of an error, for messages; may be empty.
   std::function<std::string(const HttpAnswer&)> reasonIn;
+  /// Whether it says so for want of room, where the status does not tell; may be empty.
+  std::function<bool(const HttpAnswer&)> isFull;
   std::vector<std::string> secrets;  ///< what no message may show
   std::size_t sendSpeed = 0;         ///< bytes a second; 0: as fast as it goes
   double connect = 5;                ///< seconds for name, connection and TLS together

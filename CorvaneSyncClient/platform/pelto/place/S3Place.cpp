@@ -33,6 +33,10 @@ HttpSettings S3Place::settings(const PlaceCredentials& credentials, std::size_t 
   settings.certificates = _address.certificates;
   settings.authorize = [this](const HttpRequest& request) { return sign(request); };
   settings.reasonIn = [](const HttpAnswer& answer) { return readS3ErrorCode(answer.body); };
+  // Ceph says so with 403, others with 400.
+  settings.isFull = [](const HttpAnswer& answer) {
+    return readS3ErrorCode(answer.body).find("QuotaExceeded") != std::string::npos;
+  };
   settings.secrets = {credentials.secret};
   return settings;
 }

@@ -134,27 +134,38 @@ Made WebDavPlace::putNew(const std::string& name, std::string_view bytes) {
   HttpRequest filling = putRequest(name, bytes, urlOf(temporary) + std::string(kMember));
   filling.what = what;
   const HttpAnswer filled = perform(filling);
-  if (!filled.isGood()) _client.fail(filling, filled);
+  if (!filled.isGood()) {
+    discard(temporary);
+    _client.fail(filling, filled);
+  }
   HttpRequest moving = requestFor(what, "MOVE", urlOf(temporary) + '/');
   moving.headers = {"Destination: " + urlOf(name) + '/', "Overwrite: F"};
   moving.isIdempotent = false;
   const HttpAnswer moved = perform(moving);
   if (moved.isGood()) return Made::made;
-  const HttpRequest discarding = requestFor("discard " + temporary, "DELETE", urlOf(temporary) + '/');
-  if (moved.status == 412) {
-    // What stays is a leftover for `list`.
-    perform(discarding);
-    return Made::present;
-  }
-  if (!isOpen(moved.status)) _client.fail(moving, moved);
-  const HttpRequest looking = requestFor(what, "HEAD", urlOf(name) + std::string(kMember));
-  const HttpAnswer found = perform(looking);
-  if (found.isGood()) {
-    perform(discarding);
-    return Made::present;
-  }
-  if (moved.status == 403) _client.fail(moving, moved);
+  const bool isThere = moved.status == 412 || (isOpen(moved.status) && isKnownToBeThere(name, what));
+  if (isThere || !isOpen(moved.status) || moved.status == 403) discard(temporary);
+  if (isThere) return Made::present;
+  if (!isOpen(moved.status) || moved.status == 403) _client.fail(moving, moved);
   return Made::unknown;
+}
+
+// False also when the server does not answer.
+bool WebDavPlace::isKnownToBeThere(const std::string& name, const std::string& what) {
+  try {
+    return perform(requestFor(what, "HEAD", urlOf(name) + std::string(kMember))).isGood();
+  } catch (const PlaceException&) {
+    return false;
+  }
+}
+
+// What stays is a leftover for `list`; a failure here must not hide what became of the object.
+void WebDavPlace::discard(const std::string& temporary) {
+  try {
+    perform(requestFor("discard " + temporary, "DELETE", urlOf(temporary) + '/'));
+  } catch (const PlaceException&) {
+    return;
+  }
 }
 
 void WebDavPlace::put(const std::vector<NamedBytes>& objects) {

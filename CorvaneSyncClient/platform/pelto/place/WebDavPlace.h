@@ -46,6 +46,8 @@ class WebDavPlace : public Place {
   std::string urlOf(std::string_view name) const;
   void makeFolder(const std::string& name, const std::string& what);
   void makeCollection(const std::string& name, const std::string& what);
+  bool isKnownToBeThere(const std::string& name, const std::string& what);
+  void discard(const std::string& temporary);
   std::vector<WebDavEntry> entriesOf(const HttpRequest& request, const HttpAnswer& answer) const;
   void removeLeftovers(const std::string& folder, const std::vector<WebDavEntry>& entries,
                        const HttpAnswer& answer);
