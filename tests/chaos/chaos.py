@@ -27,6 +27,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 
 import histories  # noqa: E402
 import places  # noqa: E402
+import power  # noqa: E402
 import proxy  # noqa: E402
 from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, root_with, write  # noqa: E402
 
@@ -333,12 +334,54 @@ class Chaos:
         computer = self.draw.choice(self.computers)
         off = self.waited - computer.shift or self.draw.choice((-1, 1)) * YEAR_SECONDS
         computer.advance(off)
+        computer.age_lock()  # of a killed run, which by a clock put back is yet to come
         self.tell(f"{computer.name}'s clock moves by {off}")
         self.counts["clocks moved"] += 1
         self.turn_plain()
 
     def turn_power_cut(self):
-        """What the server has not made durable is gone, or empty."""
+        """What is not durable is gone."""
+        if not self.place.is_durable:
+            return self.turn_power_cut_of_the_careless()
+        self.edit()
+        self.sync_all(self.some())
+        before = self.back_up()
+        self.edit()
+        trace, number = os.path.join(self.directory, "trace"), self.draw.randint(1, 6)
+        self.tell(f"the power is cut at fsync {number}")
+        if self.place.proxy:
+            self.place.kill()
+            self.place.start(power.tracing(trace, number))
+            self.sync_all(self.some())
+            self.place.kill()
+        else:
+            computer = self.draw.choice(self.computers)
+            self.require_said(computer, computer.sync(FIRST, power.tracing(trace, number)), SAYS, killed=True)
+            computer.age_lock()
+        self.lose_what_is_not_durable(power.unsynced(trace, self.place.data), before)
+        if self.place.proxy:
+            self.place.start()
+        self.counts["power cuts"] += 1
+        self.sync_all(self.some())
+
+    def lose_what_is_not_durable(self, made, before):
+        """The cut may have come before or after these names were made, and the removal of others."""
+        for path in reversed(made):
+            if self.draw.random() < 0.5:
+                self.tell(f"gone: {path}")
+                shutil.rmtree(path) if os.path.isdir(path) else os.remove(path)
+                self.counts["objects gone after a power cut"] += 1
+        for at, _, names in os.walk(before):
+            for name in names:
+                path = os.path.join(self.place.data, os.path.relpath(os.path.join(at, name), before))
+                if not os.path.exists(path) and os.path.isdir(os.path.dirname(path)) and self.draw.random() < 0.5:
+                    self.tell(f"there again: {path}")
+                    shutil.copy2(os.path.join(at, name), path)
+                    self.counts["objects there again after a power cut"] += 1
+        self.place.forget_what_was_counted()
+
+    def turn_power_cut_of_the_careless(self):
+        """What the server has not made durable is gone, or empty: nothing, with these servers."""
         self.edit()
         self.sync_all(self.some())
         before = set(self.place.objects())
@@ -435,9 +478,7 @@ class Chaos:
 
     def turn_aged(self):
         """All that is there becomes old enough to be collected."""
-        for path in self.place.objects():
-            aged = os.stat(path).st_mtime - 40 * 86_400
-            os.utime(path, (aged, aged))
+        self.place.age(40 * 86_400)
         self.counts["times that objects aged"] += 1
         self.turn_plain()
 
@@ -452,11 +493,11 @@ class Chaos:
     def turns(self):
         turns = [self.turn_plain, self.turn_tools_killed, self.turn_tools_killed, self.turn_tool_killed_at_a_call,
                  self.turn_server_killed, self.turn_put_back, self.turn_put_back, self.turn_joined, self.turn_clock_off,
-                 self.turn_computer_taken_out, self.turn_aged]
+                 self.turn_computer_taken_out]
         if self.place.proxy:
             turns += [self.turn_refused, self.turn_cut, self.turn_cut]
-        if not self.place.is_durable:
-            turns += [self.turn_power_cut]
+        if self.place.has_files:
+            turns += [self.turn_aged, self.turn_power_cut]
         if self.place.has_tokens:
             turns += [self.turn_quota, self.turn_token_revoked]
         return [turn for turn in turns if self.options.only in (None, turn.__name__.partition("_")[2])]
@@ -485,6 +526,8 @@ class Chaos:
     def settle(self):
         """Without faults, all sync until nothing moves any more."""
         self.tell("== settlement")
+        if self.place.proxy:
+            self.place.proxy.await_late()
         before = None
         for _ in range(SETTLEMENT_ROUNDS):
             said = []

@@ -1,7 +1,10 @@
 """Places with an account for the computers: a directory, our own server, and other people's. Each can be killed, started
 again, and put back to an earlier state."""
 
+import base64
+import hashlib
 import os
+import pickle
 import pwd
 import shutil
 import signal
@@ -9,6 +12,7 @@ import socket
 import subprocess
 import time
 
+from bucket import Bucket
 from proxy import CuttingProxy
 
 PATIENCE_SECONDS = 60
@@ -50,6 +54,7 @@ class Place:
     proxy = None
     is_durable = True  # what was acknowledged outlives a power cut
     has_tokens = False
+    has_files = True  # an object is a file below `data`
 
     def __init__(self, directory):
         self.directory = directory
@@ -73,6 +78,15 @@ class Place:
         shutil.rmtree(self.data)
         copy(path, self.data)
         self.start()
+
+    def age(self, seconds):
+        """All that is there becomes older."""
+        for path in self.objects():
+            aged = os.stat(path).st_mtime - seconds
+            os.utime(path, (aged, aged))
+
+    def forget_what_was_counted(self):
+        """What a server knows of objects that are others now."""
 
     def secrets(self, computer):
         """The lines that open the place to a computer."""
@@ -120,10 +134,11 @@ class Served(Place):
         self.proxy = CuttingProxy(self.shown_port, self.port, self.draw)
         self.start()
 
-    def start(self):
+    def start(self, before=()):
+        """With the words `before` the server's command."""
         self.configure()
         with open(os.path.join(self.directory, "log"), "ab") as log:
-            self.process = subprocess.Popen(self.command(), stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+            self.process = subprocess.Popen([*before, *self.command()], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                             start_new_session=True, user=self.runs_as,
                                             group=self.runs_as and pwd.getpwuid(self.runs_as).pw_gid)
         end = time.monotonic() + PATIENCE_SECONDS
@@ -185,8 +200,11 @@ class Hub(Served):
         self.account("quota", self.ACCOUNT, size)
 
     def put_back(self, path):
-        os.remove(os.path.join(self._record(), "usage"))
+        self.forget_what_was_counted()
         super().put_back(path)
+
+    def forget_what_was_counted(self):
+        os.remove(os.path.join(self._record(), "usage"))
 
     def _record(self):
         return os.path.join(self.directory, "hub", "accounts", self.ACCOUNT)
@@ -198,6 +216,7 @@ class WebDav(Served):
     is_durable = False
     USER, PASSWORD = "alice", "geheim"
     USERS = f"{USER}:{PASSWORD}\n"
+    HASHED_USERS = f"{USER}:{{SHA}}{base64.b64encode(hashlib.sha1(PASSWORD.encode()).digest()).decode()}\n"
     CONFIGURATION = ""
     COMMAND = ()
 
@@ -236,7 +255,7 @@ class WebDav(Served):
 
 
 class Nginx(WebDav):
-    USERS = "alice:{PLAIN}geheim\n"
+    USERS = WebDav.HASHED_USERS
     CONFIGURATION = """
 load_module /usr/lib/nginx/modules/ngx_http_dav_ext_module.so;
 daemon off;
@@ -267,4 +286,127 @@ http {
     COMMAND = ("/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error")
 
 
-KINDS = {"directory": Directory, "hub": Hub, "nginx": Nginx}
+class Apache(WebDav):
+    USERS = WebDav.HASHED_USERS
+    CONFIGURATION = """
+ServerRoot "@DIR@"
+ServerName localhost
+Listen 127.0.0.1:@PORT@
+PidFile "@DIR@/pid"
+ErrorLog "@DIR@/error"
+DefaultRuntimeDir "@DIR@"
+LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
+LoadModule authn_core_module /usr/lib/apache2/modules/mod_authn_core.so
+LoadModule authn_file_module /usr/lib/apache2/modules/mod_authn_file.so
+LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
+LoadModule authz_user_module /usr/lib/apache2/modules/mod_authz_user.so
+LoadModule auth_basic_module /usr/lib/apache2/modules/mod_auth_basic.so
+LoadModule dav_module /usr/lib/apache2/modules/mod_dav.so
+LoadModule dav_fs_module /usr/lib/apache2/modules/mod_dav_fs.so
+StartServers 2
+DavLockDB "@DIR@/locks"
+DocumentRoot "@DIR@/data"
+<Directory "@DIR@/data">
+  Dav On
+  AuthType Basic
+  AuthName "places"
+  AuthUserFile "@DIR@/users"
+  Require valid-user
+</Directory>
+"""
+    COMMAND = ("/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND")
+
+    def start(self):
+        # A killed one leaves it behind, and with it another would not start.
+        if os.path.exists(os.path.join(self.directory, "pid")):
+            os.remove(os.path.join(self.directory, "pid"))
+        super().start()
+
+
+class Lighttpd(WebDav):
+    CONFIGURATION = """
+server.modules = ("mod_auth", "mod_authn_file", "mod_webdav")
+server.bind = "127.0.0.1"
+server.port = @PORT@
+server.document-root = "@DIR@/data"
+server.errorlog = "@DIR@/error"
+server.upload-dirs = ("@DIR@")
+webdav.activate = "enable"
+mimetype.assign = ("" => "application/octet-stream")
+auth.backend = "plain"
+auth.backend.plain.userfile = "@DIR@/users"
+auth.require = ("" => ("method" => "basic", "realm" => "places", "require" => "valid-user"))
+"""
+    COMMAND = ("/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf")
+
+
+class Rclone(WebDav):
+    COMMAND = ("/usr/bin/rclone", "serve", "webdav", "@DIR@/data", "--config", "@DIR@/conf", "--cache-dir", "@DIR@/cache",
+               "--addr", "127.0.0.1:@PORT@", "--user", WebDav.USER, "--pass", WebDav.PASSWORD)
+
+
+class Ceph(Served):
+    """Ceph's gateway for S3. What it keeps is in the memory of another process, which is not killed."""
+
+    has_files = False
+    START_SECONDS = 240
+
+    def __init__(self, directory, programs, draw):
+        super().__init__(directory, draw)
+        self.bucket = Bucket(self.KEY, self.SECRET)
+        self.address = f"s3://{Bucket.NAME}?endpoint=http://127.0.0.1:{self.shown_port}"
+        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "pelto", "place", "ceph-server")
+        with open(os.path.join(directory, "log"), "ab") as log:
+            self.cluster = subprocess.Popen([script, directory, str(self.port), str(free_port()), self.KEY, self.SECRET],
+                                            stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
+        self._await_bucket()
+
+    KEY, SECRET = "AKTEST", "geheim"
+
+    def _await_bucket(self):
+        end = time.monotonic() + self.START_SECONDS
+        while not (listens(self.port) and self.bucket.make(self.port)):
+            if self.cluster.poll() is not None or time.monotonic() > end:
+                raise RuntimeError(f"Ceph does not start; see {self.directory}/log")
+            time.sleep(0.2)
+
+    def interpose(self):
+        """The gateway alone moves."""
+        children = subprocess.run(["pgrep", "-P", str(self.cluster.pid), "radosgw"], check=True, stdout=subprocess.PIPE)
+        os.kill(int(children.stdout), signal.SIGKILL)
+        while listens(self.port):
+            time.sleep(0.01)
+        super().interpose()
+
+    def configure(self):
+        pass
+
+    def command(self):
+        return ["radosgw", "-c", os.path.join(self.directory, "conf"), "-n", "client.admin", "-f",
+                f"--rgw-frontends=beast endpoint=127.0.0.1:{self.port}"]
+
+    def secrets(self, computer):
+        return f"{self.KEY}\n{self.SECRET}\n"
+
+    def fingerprint(self):
+        return self.bucket.list(self.port)
+
+    def back_up(self, path):
+        with open(path, "wb") as file:
+            pickle.dump([(name, self.bucket.get(self.port, name)) for name, *_ in self.fingerprint()], file)
+
+    def put_back(self, path):
+        for name, *_ in self.fingerprint():
+            self.bucket.remove(self.port, name)
+        with open(path, "rb") as file:
+            for name, contents in pickle.load(file):
+                self.bucket.put(self.port, name, contents)
+
+    def end(self):
+        self.kill()
+        self.cluster.terminate()
+        self.cluster.wait()
+
+
+KINDS = {"directory": Directory, "hub": Hub, "apache": Apache, "lighttpd": Lighttpd, "nginx": Nginx, "rclone": Rclone,
+         "ceph": Ceph}

@@ -7,9 +7,9 @@ import threading
 
 PATIENCE_SECONDS = 60
 
-# Of a request, what reaches the server; of an answer, what reaches the client. "All" of an answer is followed by the end of
-# the connection.
-REQUEST_CUTS = ("no request", "part of the request")
+# Of a request, what reaches the server, and when; of an answer, what reaches the client before the connection ends.
+REQUEST_CUTS = ("no request", "part of the request", "a late request")
+MOST_LATE_SECONDS = 2
 ANSWER_CUTS = ("no answer", "in the status line", "behind the status line", "in the headers", "before the blank line",
                "in the blank line", "before the body", "in the body", "before the last byte", "behind the last byte")
 CUTS = REQUEST_CUTS + ANSWER_CUTS
@@ -97,6 +97,7 @@ class CuttingProxy:
         self.plan = None
         self.cuts = {cut: 0 for cut in CUTS}
         self.lock = threading.Lock()
+        self.late = []
         self.listener = None
         self.listen()
 
@@ -138,6 +139,9 @@ class CuttingProxy:
         """One request and its answer; whether the connection goes on."""
         request = self._request(client)
         cut, part = self._draw_cut(len(request))
+        if cut == "a late request":
+            self._send_later(request)
+            return False
         if cut in REQUEST_CUTS:
             server.connection.sendall(request[:part])
             return False
@@ -155,6 +159,25 @@ class CuttingProxy:
         if is_reset and end == 0:
             _reset(client.connection)
         return False
+
+    def _send_later(self, request):
+        with self.lock:
+            sender = threading.Timer(self.draw.uniform(0, MOST_LATE_SECONDS), self._send, (request,))
+            self.late.append(sender)
+        sender.start()
+
+    def _send(self, request):
+        try:
+            with socket.create_connection(("127.0.0.1", self.target), timeout=PATIENCE_SECONDS) as connection:
+                connection.sendall(request)
+                self._answer(_Stream(connection))
+        except (OSError, _Ended):
+            pass  # the server has ended meanwhile
+
+    def await_late(self):
+        """Until nothing is on its way any more."""
+        while self.late:
+            self.late.pop().join()
 
     def _draw_cut(self, request_length):
         with self.lock:
