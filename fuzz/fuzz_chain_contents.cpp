@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "CorvaneSyncClient/platform/pelto/chain/Contents.h"
+#include "CorvaneSyncClient/platform/pelto/chain/Link.h"
 #include "fuzz/Require.h"
 
 namespace corvane::pelto::chain {
@@ -33,5 +34,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   readAndWrite(bytes, readCommit, writeCommit);
   readAndWrite(bytes, readSegment, writeSegment);
   readAndWrite(bytes, readHistory, writeHistory);
+  if (const auto slot = slotNamed(bytes)) corvane::require(nameOf(*slot) == bytes, "a slot has one name");
   return 0;
 }

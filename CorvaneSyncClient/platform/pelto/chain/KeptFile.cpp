@@ -50,8 +50,12 @@ Array arrayOf(const Items& items) {
   return Array(std::move(values));
 }
 
-// A value that is not there, or of another type, makes the whole file one that cannot be read.
+// A value that is not there, of another type, or none that is ever written there, makes the whole file one
+// that cannot be read.
 struct Malformed {};
+
+constexpr std::size_t kHashBytes = 32;
+constexpr std::int64_t kMostAttempts = 1000;
 
 template <typename T>
 const T& entry(const Dictionary& entries, const char* key) {
@@ -76,7 +80,11 @@ Link linkIn(const Dictionary& entries) {
   link.number = entry<std::int64_t>(entries, "number");
   link.hash = bytesIn(entries, "hash");
   link.previous = bytesIn(entries, "previous");
-  link.attempt = static_cast<int>(entry<std::int64_t>(entries, "attempt"));
+  const std::int64_t attempt = entry<std::int64_t>(entries, "attempt");
+  if (link.number < 1 || link.hash.size() != kHashBytes || link.previous.size() != kHashBytes ||
+      attempt < 0 || attempt > kMostAttempts)
+    throw Malformed();
+  link.attempt = static_cast<int>(attempt);
   link.pushId = entry<String>(entries, "push").toString();
   link.isCheckpoint = entry<bool>(entries, "checkpoint");
   link.keeps = entry<std::int64_t>(entries, "keeps");

@@ -1,10 +1,10 @@
 #include "CorvaneSyncClient/platform/pelto/place/HubPlace.h"
 
-#include <charconv>
-#include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
+#include "CorvaneSyncClient/platform/pelto/place/HubListing.h"
 #include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
 
@@ -14,8 +14,6 @@ namespace {
 
 /// A million objects with the longest names that there are in use.
 constexpr std::size_t kMostListing = 128 << 20;
-
-constexpr std::string_view kEnd = "end\n";
 
 HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, std::size_t sendSpeed) {
   HttpSettings settings;
@@ -28,24 +26,6 @@ HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, 
   settings.reasonIn = [](const HttpAnswer& answer) { return answer.body; };
   settings.secrets = {token};
   return settings;
-}
-
-template <typename Number>
-std::optional<Number> takeNumber(std::string_view& line) {
-  Number number{};
-  const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
-  const auto length = static_cast<std::size_t>(end - line.data());
-  if (error != std::errc() || length == line.size() || *end != ' ') return std::nullopt;
-  line.remove_prefix(length + 1);
-  return number;
-}
-
-/// Reads "BYTES SECONDS-SINCE-1970 NAME".
-std::optional<PlaceObject> objectIn(std::string_view line) {
-  const auto bytes = takeNumber<std::uint64_t>(line);
-  const auto seconds = bytes ? takeNumber<std::int64_t>(line) : std::nullopt;
-  if (!seconds || line.empty()) return std::nullopt;
-  return PlaceObject{std::string(line), *bytes, Date{static_cast<double>(*seconds) - kSecondsFrom1970To2001}};
 }
 
 }  // namespace
@@ -93,18 +73,13 @@ std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
   const HttpAnswer answer = _client.perform(request);
   if (answer.status == 404) return {};
   if (answer.status != 200) _client.fail(request, answer);
-  std::vector<PlaceObject> objects;
-  std::string_view rest = answer.body;
-  while (rest != kEnd) {
-    const std::size_t end = rest.find('\n');
-    const std::optional<PlaceObject> object =
-        end == std::string_view::npos ? std::nullopt : objectIn(rest.substr(0, end));
-    if (!object)
-      _client.fail(request, "its listing is cut or of another form", "Tell whoever runs the server.");
-    if (isPlaceName(object->name) && folderOf(object->name) == folder) objects.push_back(*object);
-    rest.remove_prefix(end + 1);
-  }
-  return objects;
+  std::optional<std::vector<PlaceObject>> objects = readHubListing(answer.body);
+  if (!objects)
+    _client.fail(request, "its listing is cut or of another form", "Tell whoever runs the server.");
+  std::erase_if(*objects, [&](const PlaceObject& object) {
+    return !isPlaceName(object.name) || folderOf(object.name) != folder;
+  });
+  return *std::move(objects);
 }
 
 void HubPlace::remove(const std::vector<std::string>& names) {
