@@ -238,22 +238,17 @@ class Histories:
             raise Undone(f"the order is {order_of(root)} instead of {self.orders[-1]}, which replaced {self.orders[-4:-1]}")
 
     def settle(self, root):
-        """All computers show the same: where edits contended, everybody sees from now on what came of it."""
-        for found in entries_of(root):
-            values, history = values_of(found), self.entries[identity_of(found.entry)]
-            for attribute in ATTRIBUTES:
-                for value in history.replaced[attribute]:
-                    history.replaced[attribute][value] = value != values[attribute]
-            history.deletions.clear()
-        living = {identity_of(found.entry) for found in entries_of(root)}
+        """All computers show the same: where edits contended, everybody sees from now on what came of it. What somebody
+        deleted and somebody else's edit kept may yet go: with a place that is put back to the deletion."""
+        living = {identity_of(found.entry): found for found in entries_of(root)}
         for identity, history in self.entries.items():
+            values = values_of(living[identity]) if identity in living else {}
+            for attribute in ATTRIBUTES:
+                last = values.get(attribute, history.last(attribute)[0])
+                for value in history.replaced[attribute]:
+                    history.replaced[attribute][value] = value != last
             if identity not in living:
-                history.deletions.append(({attribute: history.last(attribute)[0] for attribute in ATTRIBUTES},
-                                          set(history.entered)))
-                for attribute in ATTRIBUTES:
-                    last = history.last(attribute)[0]
-                    for value in history.replaced[attribute]:
-                        history.replaced[attribute][value] = value != last
+                history.delete({attribute: history.last(attribute)[0] for attribute in ATTRIBUTES}, history.entered)
 
     def _came_back(self, ends, identity):
         """A folder that lives because somebody changed it, though somebody else deleted it, comes back with what it held."""

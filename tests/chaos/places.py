@@ -15,7 +15,8 @@ import time
 from bucket import Bucket
 from proxy import CuttingProxy
 
-PATIENCE_SECONDS = 60
+PATIENCE_SECONDS = 600
+SECONDS_AWAY = 1.1
 
 
 def free_port():
@@ -235,6 +236,11 @@ class WebDav(Served):
             with open(os.path.join(self.directory, name), "w", encoding="utf-8") as file:
                 file.write(self._filled_in(text))
 
+    def kill(self):
+        """A server needs more than a moment to come again. Within one, nginx would give the same tag to what is there then."""
+        super().kill()
+        time.sleep(SECONDS_AWAY)
+
     def lose(self, path, loss):
         """What a power cut leaves of an object: nothing, or its name."""
         if loss == "empty":
@@ -349,7 +355,6 @@ class Ceph(Served):
     """Ceph's gateway for S3. What it keeps is in the memory of another process, which is not killed."""
 
     has_files = False
-    START_SECONDS = 240
 
     def __init__(self, directory, programs, draw):
         super().__init__(directory, draw)
@@ -364,7 +369,7 @@ class Ceph(Served):
     KEY, SECRET = "AKTEST", "geheim"
 
     def _await_bucket(self):
-        end = time.monotonic() + self.START_SECONDS
+        end = time.monotonic() + PATIENCE_SECONDS
         while not (listens(self.port) and self.bucket.make(self.port)):
             if self.cluster.poll() is not None or time.monotonic() > end:
                 raise RuntimeError(f"Ceph does not start; see {self.directory}/log")

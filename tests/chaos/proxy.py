@@ -5,7 +5,7 @@ import socket
 import struct
 import threading
 
-PATIENCE_SECONDS = 60
+PATIENCE_SECONDS = 600
 
 # Of a request, what reaches the server, and when; of an answer, what reaches the client before the connection ends.
 REQUEST_CUTS = ("no request", "part of the request", "a late request")
