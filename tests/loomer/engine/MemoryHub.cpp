@@ -55,8 +55,10 @@ class MemoryHub::Connection : public pelto::Hub {
     for (const pelto::HubState& each : push.givesAgain) {
       if (!isOfThePast(each)) service.givenAgain.try_emplace(each.pushId.toString(), each, revision);
     }
+    // As it is now: another computer may push before the answer arrives.
+    const pelto::HubPushed pushed{pelto::HubPushed::Outcome::done, service.now};
     note("pushed");
-    return {pelto::HubPushed::Outcome::done, service.now};
+    return pushed;
   }
 
   bool hasPush(const String& pushId) override {
