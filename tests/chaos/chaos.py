@@ -34,7 +34,6 @@ from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, root_with, w
 SESSION_SECONDS = 900
 SETTLEMENT_ROUNDS = 20
 TRIES = 3
-KEPT_BACKUPS = 6
 # What a session may say in the system log while there are faults.
 SAYS = ("Bookmarks were synced on this computer alone, not with the online service: ",
         "The online service was put back to an earlier state: ")
@@ -156,7 +155,7 @@ class Chaos:
         computer = self.new_computer()
         self.invite(computer)
         self.computers.append(computer)
-        return computer
+        self.backups.clear()  # of states that it has only heard of
 
     def invite(self, computer):
         """By one that has synced: an invitation of before a change of the key lets nobody in."""
@@ -316,11 +315,14 @@ class Chaos:
         self.place.proxy.plan = None
 
     def turn_put_back(self):
-        """Edits before, in the part that is lost, and after."""
+        """Edits before, in the part that is lost, and after. To a state that all computers had: who has only heard of it
+        cannot tell its values from newer ones."""
         self.edit()
         self.sync_all(self.some())
         if self.draw.random() < 0.5 or not self.backups:
+            self.settle()
             path = self.back_up()
+            self.backups.append(path)
             for _ in range(self.draw.randint(1, 3)):
                 self.edit()
                 self.sync_all(self.some())
@@ -337,9 +339,6 @@ class Chaos:
         self.counts["backups"] += 1
         self.place.back_up(path)
         self.tell(f"backup {self.counts['backups'] - 1}")
-        self.backups.append(path)
-        while len(self.backups) > KEPT_BACKUPS:
-            shutil.rmtree(self.backups.pop(self.draw.randrange(len(self.backups) - 1)))
         return path
 
     def turn_clock_off(self):
@@ -477,6 +476,17 @@ class Chaos:
         self.place.set_quota("1 GiB")
         self.tell("the quota is 1 GiB")
 
+    def turn_disk_full(self):
+        """For some of them, as it is where quotas are the users'."""
+        self.edit()
+        error = self.draw.choice(("ENOSPC", "EDQUOT", "EIO"))
+        for computer in self.some():
+            self.tell(f"{computer.name} meets {error}")
+            lines = self.require_said(computer, computer.sync(FIRST, (
+                "strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=linkat", "-e", f"inject=linkat:error={error}")),
+                                      (*SAYS, *NO_ROOM))
+            self.counts[f"{error} met"] += bool(lines)
+
     def turn_token_revoked(self):
         """That computer says so, the others go on; a new token heals it."""
         computer = self.draw.choice(self.computers)
@@ -510,6 +520,8 @@ class Chaos:
                  self.turn_computer_taken_out]
         if self.place.proxy:
             turns += [self.turn_refused, self.turn_cut, self.turn_cut]
+        else:
+            turns += [self.turn_disk_full]
         if self.place.has_files:
             turns += [self.turn_aged, self.turn_power_cut]
         if self.place.has_tokens:

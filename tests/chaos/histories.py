@@ -71,6 +71,8 @@ class EntryHistory:
         self.replaced = {attribute: {values[attribute]: False} for attribute in ATTRIBUTES}
         self.entered = set()
         self.deletions = []
+        self.was_deleted = False
+        self.deleted_with = set()  # what a deleted folder held; what of it lives brings the folder back
 
     def knows(self, attribute, value):
         return value in self.replaced[attribute]
@@ -85,6 +87,7 @@ class EntryHistory:
 
     def delete(self, values, seen_in_it):
         self.deletions.append((values, set(seen_in_it)))
+        self.was_deleted = True
 
     def must_be_gone(self):
         """Whether somebody deleted it who knew of every edit, and of everything that was put into it."""
@@ -94,7 +97,7 @@ class EntryHistory:
     def complaint(self, values):
         for attribute in ATTRIBUTES:
             # With a deletion, the edits of who deleted may have gone.
-            if self.deletions and self.knows(attribute, values[attribute]):
+            if self.was_deleted and self.knows(attribute, values[attribute]):
                 continue
             if values[attribute] not in self.last(attribute):
                 return f'"{values[attribute]}" instead of {self.last(attribute)}'
@@ -209,6 +212,7 @@ class Histories:
                 values["folder"] = inside
             identity = identity_of(each.entry)
             self.entries[identity].delete(values, self.seen[who][identity])
+            self.entries[identity].deleted_with.update(identities)
         found.siblings.remove(found.entry)
         return f"delete {identities}"
 
@@ -226,10 +230,12 @@ class Histories:
             filled.add(found.folder)
         for identity, history in self.entries.items():
             if identity not in ends:
-                if not history.deletions:
+                if not history.was_deleted:
                     raise Undone(f"{identity} vanished though nobody deleted it")
                 continue
-            if history.must_be_gone() and identity not in filled and not self._came_back(ends, identity):
+            may_stay = (identity in filled or self._came_back(ends, identity)
+                        or any(each in ends for each in history.deleted_with - {identity}))
+            if history.must_be_gone() and not may_stay:
                 raise Undone(f"{identity} was deleted and came back")
             complaint = history.complaint(ends[identity])
             if complaint:
@@ -242,6 +248,8 @@ class Histories:
         deleted and somebody else's edit kept may yet go: with a place that is put back to the deletion."""
         living = {identity_of(found.entry): found for found in entries_of(root)}
         for identity, history in self.entries.items():
+            history.deletions.clear()
+            history.deleted_with.clear()
             values = values_of(living[identity]) if identity in living else {}
             for attribute in ATTRIBUTES:
                 last = values.get(attribute, history.last(attribute)[0])
@@ -253,7 +261,7 @@ class Histories:
     def _came_back(self, ends, identity):
         """A folder that lives because somebody changed it, though somebody else deleted it, comes back with what it held."""
         while (identity := ends[identity]["folder"]) not in ("", BAR):
-            if self.entries[identity].deletions:
+            if self.entries[identity].was_deleted:
                 return True
         return False
 
