@@ -2,10 +2,8 @@
 
 #include <cstdint>
 #include <deque>
-#include <string_view>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Forest.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
 
@@ -13,17 +11,6 @@
 // the three sides say about it and, step by step, what it is to be.
 
 namespace corvane::loomer {
-
-/// The order in which a client lists siblings that it, or its base, numbers: by number, then by title,
-/// folders first.
-template <typename Record>
-bool precedesAmongSiblings(const Record& a, const Record& b) {
-  if (a.position != b.position) return a.position < b.position;
-  const int byTitle = compareCaseInsensitive(a.content.name.view(), b.content.name.view());
-  if (byTitle != 0) return byTitle < 0;
-  if (a.entity != b.entity) return a.entity == Entity::folder;
-  return a.localId.view() < b.localId.view();
-}
 
 /// One record, as the three sides know it and as it is to be.
 struct Node {

@@ -5,6 +5,12 @@
 
 namespace corvane::loomer {
 
+bool isLive(const std::vector<TruthRecord>& truth, RecordId record) {
+  const auto found = std::lower_bound(truth.begin(), truth.end(), record,
+                                      [](const TruthRecord& each, RecordId id) { return each.id < id; });
+  return found != truth.end() && found->id == record && !found->deleted;
+}
+
 const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record) {
   const auto found = std::lower_bound(base.begin(), base.end(), record,
                                       [](const BaseRecord& each, RecordId id) { return each.record < id; });

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 
 namespace corvane::loomer {
@@ -83,6 +84,20 @@ struct BaseDifference {
   std::vector<BaseRecord> held;  ///< records of which the other says something else, by ascending record
   std::vector<RecordId> gone;    ///< records that the other does not name, ascending
 };
+
+/// The order in which a client lists siblings that it, or its base, numbers: by number, then by title,
+/// folders first.
+template <typename Record>
+bool precedesAmongSiblings(const Record& a, const Record& b) {
+  if (a.position != b.position) return a.position < b.position;
+  const int byTitle = compareCaseInsensitive(a.content.name.view(), b.content.name.view());
+  if (byTitle != 0) return byTitle < 0;
+  if (a.entity != b.entity) return a.entity == Entity::folder;
+  return a.localId.view() < b.localId.view();
+}
+
+/// Whether the truth, given by ascending record, has that one and has not deleted it.
+bool isLive(const std::vector<TruthRecord>& truth, RecordId record);
 
 // Bases are by ascending record, here and below.
 

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
+#include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 namespace corvane::loomer {
 

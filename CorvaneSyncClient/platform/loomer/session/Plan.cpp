@@ -117,21 +117,17 @@ class Planning {
       });
     }
     EarlierBase base = baseOfEarlierState(_plan.input.base, held, *_plan.input.client, *_sides.earlier);
-    std::erase_if(base.forgotten, [this](const String& localId) { return isLive(localId); });
+    std::erase_if(base.forgotten, [this](const String& localId) { return isInTruth(localId); });
     _plan.lost = std::move(base.lost);
     _plan.input.rewritten = std::move(base.moved);
     _plan.input.forgotten = std::move(base.forgotten);
     mergeOver(std::move(base.records));
   }
 
-  /// Whether the truth has a record of that identifier.
-  bool isLive(const String& identifier) const {
+  // Whether the truth has a record of that identifier.
+  bool isInTruth(const String& identifier) const {
     const auto found = _sides.recordsByIdentifier.find(identifier);
-    if (found == _sides.recordsByIdentifier.end()) return false;
-    const auto& truth = _plan.input.truth;
-    const auto record = std::lower_bound(truth.begin(), truth.end(), found->second,
-                                         [](const TruthRecord& each, RecordId id) { return each.id < id; });
-    return record != truth.end() && record->id == found->second && !record->deleted;
+    return found != _sides.recordsByIdentifier.end() && isLive(_plan.input.truth, found->second);
   }
 
   void matchLost() {

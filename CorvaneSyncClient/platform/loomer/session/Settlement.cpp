@@ -4,8 +4,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
-
 namespace corvane::loomer {
 
 namespace {
@@ -144,23 +142,16 @@ class UnchangedClient {
   // What the client did not take, what it has deleted, and what was deleted in the truth and lives again
   // because the client has changed it.
   void takeTheRest() {
+    const auto wasLive = [this](RecordId record) { return isLive(_plan.input.truth, record); };
     for (const BaseRecord& before : _plan.input.base) {
       if (_taken.contains(before.record)) continue;
-      const bool isKept = findRecord(_settled, before.record) || isLive(before.record);
+      const bool isKept = findRecord(_settled, before.record) || wasLive(before.record);
       if (isKept) _base.push_back(before);
       _taken.insert(before.record);
     }
     for (const BaseRecord& settled : _settled) {
-      if (!_taken.contains(settled.record) && isLive(settled.record)) _base.push_back(offeredAgain(settled));
+      if (!_taken.contains(settled.record) && wasLive(settled.record)) _base.push_back(offeredAgain(settled));
     }
-  }
-
-  // In the truth, before the session.
-  bool isLive(RecordId record) const {
-    const auto& truth = _plan.input.truth;
-    const auto found = std::lower_bound(truth.begin(), truth.end(), record,
-                                        [](const TruthRecord& each, RecordId id) { return each.id < id; });
-    return found != truth.end() && found->id == record && !found->deleted;
   }
 
   const Plan& _plan;
