@@ -118,6 +118,8 @@ class Chaos:
         self.made = 0
         self.waited = 0
         self.has_gaps = False
+        self.session_seconds = 0
+        self.story = []
 
     def end(self):
         self.place.end()
@@ -140,7 +142,6 @@ class Chaos:
         return computer
 
     def begin(self):
-        self.story = []
         first = self.new_computer(self.histories.first_children())
         first.must_control("account", "set", self.place.address, given=self.place.secrets(first.name))
         self.place.interpose()
@@ -204,6 +205,10 @@ class Chaos:
         else:
             self.await_all(self.start_all(computers), says)
 
+    def moment(self):
+        """Seconds, within which sessions that begin at once are mostly over."""
+        return self.draw.uniform(0, self.session_seconds * len(self.computers))
+
     def start_all(self, computers):
         return [(computer, computer.start(FIRST)) for computer in computers]
 
@@ -246,7 +251,7 @@ class Chaos:
         self.edit()
         for _ in range(2):
             started = self.start_all(self.computers)
-            ends = {process.pid: time.monotonic() + self.draw.uniform(0, 0.08) for _, process in started}
+            ends = {process.pid: time.monotonic() + self.moment() for _, process in started}
             for computer, process in sorted(started, key=lambda each: ends[each[1].pid]):
                 time.sleep(max(0, ends[process.pid] - time.monotonic()))
                 process.kill()
@@ -272,7 +277,7 @@ class Chaos:
     def turn_server_killed(self):
         self.edit()
         started = self.start_all(self.computers)
-        time.sleep(self.draw.uniform(0, 0.06))
+        time.sleep(self.moment())
         self.place.kill()
         self.tell("the server is killed")
         self.counts["servers killed"] += 1
@@ -426,7 +431,7 @@ class Chaos:
         self.computers.remove(out)
         self.edit()
         started = self.start_all([*self.computers, out])
-        time.sleep(self.draw.uniform(0, 0.05))
+        time.sleep(self.moment())
         self.take_out(host, out)
         self.await_all(started, (*SAYS, TAKEN_OUT))
         self.histories.forget(out.name)
@@ -558,7 +563,9 @@ class Chaos:
         for _ in range(SETTLEMENT_ROUNDS):
             said = []
             for computer in self.draw.sample(self.computers, len(self.computers)):
+                began = time.monotonic()
                 lines = self.require_said(computer, computer.sync(FIRST), SAYS)
+                self.session_seconds = time.monotonic() - began
                 self.heal(computer, lines)
                 said += lines
             after = self.state()

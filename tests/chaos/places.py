@@ -6,6 +6,7 @@ import hashlib
 import os
 import pickle
 import pwd
+import random
 import shutil
 import signal
 import socket
@@ -15,14 +16,22 @@ import time
 from bucket import Bucket
 from proxy import CuttingProxy
 
+# Ends a server with the test.
+AT_MOST_AS_LONG = ("setpriv", "--pdeathsig", "TERM")
 PATIENCE_SECONDS = 600
 SECONDS_AWAY = 1.1
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """None of those that the system gives to connections, one of which might have it by the time that it is needed."""
+    while True:
+        port = random.SystemRandom().randrange(15_000, 32_000)
+        with socket.socket() as probe:
+            try:
+                probe.bind(("127.0.0.1", port))
+                return port
+            except OSError:
+                pass  # somebody has it
 
 
 def listens(port):
@@ -139,7 +148,7 @@ class Served(Place):
         """With the words `before` the server's command."""
         self.configure()
         with open(os.path.join(self.directory, "log"), "ab") as log:
-            self.process = subprocess.Popen([*before, *self.command()], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+            self.process = subprocess.Popen([*AT_MOST_AS_LONG, *before, *self.command()], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                             start_new_session=True, user=self.runs_as,
                                             group=self.runs_as and pwd.getpwuid(self.runs_as).pw_gid)
         end = time.monotonic() + PATIENCE_SECONDS
@@ -322,11 +331,11 @@ DocumentRoot "@DIR@/data"
 """
     COMMAND = ("/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND")
 
-    def start(self):
+    def configure(self):
+        super().configure()
         # A killed one leaves it behind, and with it another would not start.
         if os.path.exists(os.path.join(self.directory, "pid")):
             os.remove(os.path.join(self.directory, "pid"))
-        super().start()
 
 
 class Lighttpd(WebDav):
@@ -362,8 +371,8 @@ class Ceph(Served):
         self.address = f"s3://{Bucket.NAME}?endpoint=http://127.0.0.1:{self.shown_port}"
         script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "pelto", "place", "ceph-server")
         with open(os.path.join(directory, "log"), "ab") as log:
-            self.cluster = subprocess.Popen([script, directory, str(self.port), str(free_port()), self.KEY, self.SECRET],
-                                            stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
+            command = [*AT_MOST_AS_LONG, script, directory, str(self.port), str(free_port()), self.KEY, self.SECRET]
+            self.cluster = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
         self._await_bucket()
 
     KEY, SECRET = "AKTEST", "geheim"
