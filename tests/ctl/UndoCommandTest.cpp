@@ -64,7 +64,7 @@ TEST_F(UndoTest, EachKindOfChangeIsTakenBackEverywhere) {
          c.move(c.find("Weekly"), "", 0);
          c.remove(c.find("News"));
        }},
-      {"make a group of tabs", [](auto& c) { c.nodes.at(c.find("News")).tabGroup = c.edited = true; }},
+      {"make a group of tabs", [](auto& c) { c.toggle(c.find("News")); }},
   };
   for (const Edit& each : edits) {
     SCOPED_TRACE(each.phrase);
@@ -215,34 +215,20 @@ std::vector<kit::Step> editsDrawn(unsigned seed, std::size_t count) {
   return steps;
 }
 
-bool isBelow(const ScriptedClient& client, std::string id, const std::string& above) {
-  while (!id.empty() && id != above) id = client.nodes.at(id).parent;
-  return id == above;
-}
-
 void carryOut(ScriptedClient& client, const kit::Step& step) {
-  std::vector<std::string> all{""}, folders{""};
-  for (const auto& [id, node] : client.nodes) {
-    all.push_back(id);
-    if (node.folder) folders.push_back(id);
-  }
-  const std::string id = all[step.entry % all.size()];
-  const std::string folder = folders[step.folder % folders.size()];
-  const auto isSpecial = [&](const std::string& each) {
-    return client.nodes.at(each).position == LoomerPositionSpecial;
-  };
+  const std::vector<std::string> all = client.visibleNodes();
+  const std::string id = all.empty() ? "" : kit::chosen(all, step.entry);
+  const std::string folder = kit::chosen(client.visibleFolders(), step.folder);
   // Before, between and behind the children that are not special.
-  const std::vector<std::string>& siblings = client.children[folder];
-  const auto places = 1 + std::count_if(siblings.begin(), siblings.end(), std::not_fn(isSpecial));
-  const int at = static_cast<int>(step.index % static_cast<std::size_t>(places));
+  const int at = static_cast<int>(step.index % (client.ordinaryChildren(folder) + 1));
   const std::string name = "N" + std::to_string(step.value);
   if (step.kind == kit::StepKind::addFolder) client.addFolder(folder, name, at);
   if (step.kind == kit::StepKind::addBookmark) client.addBookmark(folder, name, "http://n/", at);
-  if (id.empty() || isSpecial(id)) return;
+  if (id.empty() || client.nodes.at(id).isSpecial()) return;
   if (step.kind == kit::StepKind::rename) client.rename(id, name);
   if (step.kind == kit::StepKind::readdress) client.readdress(id, "http://" + name + "/");
   if (step.kind == kit::StepKind::erase) client.remove(id);
-  if (step.kind == kit::StepKind::move && !isBelow(client, folder, id)) {
+  if (step.kind == kit::StepKind::move) {
     client.move(id, folder, folder == client.nodes.at(id).parent ? 0 : at);
   }
 }

@@ -51,6 +51,12 @@ struct Step {
   unsigned value = 0;
 };
 
+/// What a step's number chooses among what there is, which is something.
+template <typename Each>
+const Each& chosen(const std::vector<Each>& all, std::size_t number) {
+  return all.at(number % all.size());
+}
+
 /// Prints a step as an initializer, so that a failing history can be pasted into a test.
 std::ostream& operator<<(std::ostream& out, const Step& step);
 

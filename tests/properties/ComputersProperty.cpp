@@ -156,32 +156,25 @@ class RandomComputers {
   }
 
   void edit(ScriptedClient& client, const Step& step) {
-    std::vector<std::string> folders{""};
-    std::vector<std::string> all;
-    for (const auto& [id, node] : client.nodes) {
-      if (node.folder) folders.push_back(id);
-      if (node.position >= 0) all.push_back(id);
-    }
-    const std::string folder = folders[step.folder % folders.size()];
+    std::vector<std::string> all = client.visibleNodes();
+    std::erase_if(all, [&](const std::string& id) { return client.nodes.at(id).isSpecial(); });
+    const std::string folder = kit::chosen(client.visibleFolders(), step.folder);
     if (step.kind <= StepKind::addFolder) return add(client, step, folder);
     if (all.empty()) return;
-    const std::string id = all[step.entry % all.size()];
-    Node& node = client.nodes.at(id);
+    const std::string id = kit::chosen(all, step.entry);
+    const Node node = client.nodes.at(id);
     if (!mayBeEdited(node)) return;
     const std::string version = std::to_string(++_versions);
     if (step.kind == StepKind::rename) client.rename(id, identityOf(node) + "." + version);
     if (step.kind == StepKind::readdress && !node.folder) client.readdress(id, "http://v" + version + "/");
-    if (step.kind == StepKind::toggle && node.folder) {
-      node.tabGroup = !node.tabGroup;
-      client.edited = true;
-    }
+    if (step.kind == StepKind::toggle && node.folder) client.toggle(id);
     if (step.kind == StepKind::move) move(client, id, folder, step.index);
     if (step.kind == StepKind::erase) erase(client, id);
   }
 
   void add(ScriptedClient& client, const Step& step, const std::string& folder) {
     const std::string name = "n" + std::to_string(++_serial);
-    const int at = static_cast<int>(step.index % (ordinaryChildren(client, folder) + 1));
+    const int at = static_cast<int>(step.index % (client.ordinaryChildren(folder) + 1));
     _live.insert(name);
     if (step.kind == StepKind::addFolder) {
       client.addFolder(folder, name, at);
@@ -190,32 +183,18 @@ class RandomComputers {
     }
   }
 
-  static std::size_t ordinaryChildren(ScriptedClient& client, const std::string& folder) {
-    const std::vector<std::string>& siblings = client.children[folder];
-    return static_cast<std::size_t>(
-        std::count_if(siblings.begin(), siblings.end(),
-                      [&](const std::string& id) { return client.nodes.at(id).position >= 0; }));
-  }
-
   static void move(ScriptedClient& client, const std::string& id, const std::string& folder, unsigned index) {
     if (client.nodes.at(id).name == kAnchor && !folder.empty()) return;
-    for (std::string at = folder; !at.empty(); at = client.nodes.at(at).parent) {
-      if (at == id) return;
-    }
     const bool stays = client.nodes.at(id).parent == folder;
-    const std::size_t places = ordinaryChildren(client, folder) + (stays ? 0 : 1);
+    const std::size_t places = client.ordinaryChildren(folder) + (stays ? 0 : 1);
     client.move(id, folder, static_cast<int>(index % places));
   }
 
   void erase(ScriptedClient& client, const std::string& id) {
-    std::vector<std::string> below{id};
-    for (std::size_t i = 0; i < below.size(); ++i) {
-      const Node& node = client.nodes.at(below[i]);
+    const std::vector<std::string> below = client.subtree(id);
+    for (const std::string& each : below) {
+      const Node& node = client.nodes.at(each);
       if (identityOf(node) == kAnchor || !mayBeEdited(node)) return;
-      const auto children = client.children.find(below[i]);
-      if (children != client.children.end()) {
-        below.insert(below.end(), children->second.begin(), children->second.end());
-      }
     }
     for (const std::string& each : below) _live.erase(identityOf(client.nodes.at(each)));
     client.remove(id);

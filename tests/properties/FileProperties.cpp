@@ -15,8 +15,6 @@ namespace corvane {
 
 namespace {
 
-using loomer::Entity;
-
 using kit::Step;
 using kit::StepKind;
 
@@ -55,20 +53,20 @@ class RandomFiles {
   void edit(const Step& step) {
     const std::size_t client = step.client % _simulation.size();
     BrowserFile file = _simulation.file(client);
-    const std::vector<std::size_t> folders = file.visible(true);
-    const std::vector<std::size_t> all = file.visible(false);
-    const std::size_t folder = folders[step.folder % folders.size()];
+    const std::vector<std::string> all = file.visibleNodes();
+    const std::string folder = kit::chosen(file.visibleFolders(), step.folder);
     if (step.kind <= StepKind::addHidden) {
-      const Entity entity = step.kind == StepKind::addFolder ? Entity::folder : Entity::bookmark;
-      const bool hidden = step.kind == StepKind::addHidden;
       const std::string title = newTitle();
       const std::string uid = newUid(client);
-      file.add(folder, step.index, entity, title, uid, hidden);
-      if (hidden) _hidden.insert(title);
+      Node node =
+          kit::newNode(step.kind == StepKind::addFolder, folder, title, "http://example.com/" + title);
+      node.hidden = step.kind == StepKind::addHidden;
+      file.addWithNote(uid, node, step.index);
+      if (node.hidden) _hidden.insert(title);
       // Who deletes a folder elsewhere cannot know what is hidden in it: that goes with the folder.
-      if (hidden && folder != 0) _titles.erase(uid);
-    } else if (all.size() > 1) {
-      change(file, step, all[1 + step.entry % (all.size() - 1)], folder);
+      if (node.hidden && folder != BrowserFile::kRoot) _titles.erase(uid);
+    } else if (!all.empty()) {
+      change(file, step, kit::chosen(all, step.entry), folder);
     }
     _simulation.write(client, file);
   }
@@ -77,7 +75,7 @@ class RandomFiles {
   void requireNothingLost() {
     std::map<std::string, int> counts;
     const BrowserFile file = _simulation.file(0);
-    for (const std::size_t at : file.visible(false)) ++counts[file.title(at)];
+    for (const std::string& uid : file.visibleNodes()) ++counts[titleOf(file, uid)];
     for (const auto& [title, count] : counts) require(count == 1, title + " is there more than once");
     for (const std::string& title : _given) {
       if (_gone.contains(title) || _hidden.contains(title)) continue;
@@ -100,42 +98,33 @@ class RandomFiles {
   }
 
  private:
-  void change(BrowserFile& file, const Step& step, std::size_t entry, std::size_t folder) {
-    const bool isBookmark = !file.at(entry).isFolder;
-    if (step.kind == StepKind::rename && file.title(entry) != _anchor) {
+  using Node = BrowserFile::Node;
+
+  static std::string titleOf(const BrowserFile& file, const std::string& uid) {
+    return file.nodes.at(uid).name.toString();
+  }
+
+  void change(BrowserFile& file, const Step& step, const std::string& entry, const std::string& folder) {
+    const bool isBookmark = !file.nodes.at(entry).folder;
+    if (step.kind == StepKind::rename && titleOf(file, entry) != _anchor) {
       // What is called otherwise now was not deleted; nor is what another client still calls by this name.
-      _gone.insert(file.title(entry));
+      _gone.insert(titleOf(file, entry));
       file.rename(entry, newTitle());
       _gone.insert(lastTitle());
     }
     if (step.kind == StepKind::readdress && isBookmark)
       file.readdress(entry, "http://example.com/" + newTitle(false));
     if (step.kind == StepKind::toggle && !isBookmark) file.toggle(entry);
-    if (holdsAnchor(file, entry)) return;
+    const std::vector<std::string> below = file.subtree(entry);
+    const auto isAnchor = [&](const std::string& uid) { return titleOf(file, uid) == _anchor; };
+    if (std::any_of(below.begin(), below.end(), isAnchor)) return;
     if (step.kind == StepKind::move) file.move(entry, folder, step.index);
     if (step.kind == StepKind::erase) {
-      noteGone(file, entry);
-      file.erase(entry);
-    }
-  }
-
-  bool holdsAnchor(const BrowserFile& file, std::size_t entry) const {
-    std::vector<std::size_t> below{entry};
-    for (std::size_t i = 0; i < below.size(); ++i) {
-      if (file.title(below[i]) == _anchor) return true;
-      const auto& children = file.at(below[i]).children;
-      below.insert(below.end(), children.begin(), children.end());
-    }
-    return false;
-  }
-
-  void noteGone(const BrowserFile& file, std::size_t entry) {
-    std::vector<std::size_t> below{entry};
-    for (std::size_t i = 0; i < below.size(); ++i) {
-      _gone.insert(file.title(below[i]));
-      _titles.erase(file.at(below[i]).keys.string("WebBookmarkUUID").toString());
-      const auto& children = file.at(below[i]).children;
-      below.insert(below.end(), children.begin(), children.end());
+      for (const std::string& uid : below) {
+        _gone.insert(titleOf(file, uid));
+        _titles.erase(uid);
+      }
+      file.remove(entry);
     }
   }
 
@@ -209,7 +198,7 @@ void undoRestoresEveryFile() {
   simulation.round();
   simulation.round();
   simulation.requireConverged();
-  const std::string before = simulation.file(0).print();
+  const std::string before = simulation.file(0).text();
   const std::int64_t revision = simulation.revision();
   for (Step step : *kit::stepsOf(kEdits)) {
     step.client = 1;
@@ -222,7 +211,7 @@ void undoRestoresEveryFile() {
   simulation.round();
   simulation.requireConverged();
   simulation.requireSound();
-  const std::string after = simulation.file(0).print();
+  const std::string after = simulation.file(0).text();
   require(after == before, "undoing does not restore the tree\n" + before + "\n" + after);
 }
 

@@ -152,9 +152,9 @@ std::size_t FileSimulation::live() {
 }
 
 void FileSimulation::requireConverged() {
-  const std::string tree = file(0).print();
+  const std::string tree = file(0).text();
   for (std::size_t client = 1; client < _clients; ++client) {
-    const std::string other = file(client).print();
+    const std::string other = file(client).text();
     require(other == tree, "two clients hold different trees:\n" + tree + "\n" + other);
   }
   const std::int64_t revisionBefore = revision();

@@ -59,23 +59,19 @@ class PickySimulation {
     ScriptedClient& client = *_clients[at];
     client.edited = true;
     if (step.kind == StepKind::sync) return sync(at);
-    std::vector<std::string> folders{""};
-    std::vector<std::string> all;
-    for (const auto& [id, node] : client.nodes) {
-      if (node.folder) folders.push_back(id);
-      if (node.name != "anchor") all.push_back(id);
-    }
-    const std::string parent = folders[step.folder % folders.size()];
-    const auto place = static_cast<int>(step.index % (client.children[parent].size() + 1));
+    std::vector<std::string> all = client.visibleNodes();
+    std::erase(all, client.find("anchor"));
+    const std::string parent = kit::chosen(client.visibleFolders(), step.folder);
+    const auto place = static_cast<int>(step.index % (client.childrenOf(parent).size() + 1));
     const std::string title = "t" + std::to_string(++_serial);
     if (step.kind == StepKind::addBookmark)
       client.addBookmark(parent, given(title), "http://" + title, place);
     if (step.kind == StepKind::addFolder) client.addFolder(parent, given(title), place);
     if (step.kind <= StepKind::addFolder || all.empty()) return;
-    const std::string id = all[step.entry % all.size()];
+    const std::string id = kit::chosen(all, step.entry);
     if (step.kind == StepKind::readdress && !client.nodes.at(id).folder)
       client.readdress(id, "http://" + title);
-    if (step.kind == StepKind::move) move(client, id, parent);
+    if (step.kind == StepKind::move) client.move(id, parent);
     if (step.kind == StepKind::erase) remove(client, id);
   }
 
@@ -95,21 +91,8 @@ class PickySimulation {
  private:
   const char* given(const std::string& title) { return _given.insert(title).first->c_str(); }
 
-  static void move(ScriptedClient& client, const std::string& id, const std::string& parent) {
-    for (std::string at = parent; !at.empty(); at = client.nodes.at(at).parent) {
-      if (at == id) return;
-    }
-    client.move(id, parent);
-  }
-
   void remove(ScriptedClient& client, const std::string& id) {
-    std::vector<std::string> below{id};
-    for (std::size_t i = 0; i < below.size(); ++i) {
-      const auto children = client.children.find(below[i]);
-      if (children != client.children.end()) {
-        below.insert(below.end(), children->second.begin(), children->second.end());
-      }
-    }
+    const std::vector<std::string> below = client.subtree(id);
     for (const std::string& each : below) {
       if (client.nodes.at(each).name == "anchor") return;
     }

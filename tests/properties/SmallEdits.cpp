@@ -10,7 +10,7 @@ namespace {
 class Enumeration {
  public:
   Enumeration(const ClientSimulation& start, std::string side) : _side(std::move(side)) {
-    for (const auto& [uid, entry] : start.entries()) _original.insert(uid);
+    for (const auto& [uid, node] : start.nodes) _original.insert(uid);
     keep({start, ""});
   }
 
@@ -29,41 +29,35 @@ class Enumeration {
 
   void editAll(std::size_t at) {
     const Outcome from = _outcomes[at];
-    for (const std::string& folder : from.simulation.uids(Entity::folder)) addInto(from, folder);
+    for (const std::string& folder : from.simulation.visibleFolders()) addInto(from, folder);
     edit(from, "add the common bookmark", [](ClientSimulation& client) {
-      for (const auto& [uid, entry] : client.entries()) {
-        if (entry.title == kCommonTitle) return;
-      }
-      client.add(ClientSimulation::kRootUid, client.entries().at(ClientSimulation::kRootUid).children.size(),
-                 Entity::bookmark, kCommonTitle, "http://common");
+      if (!client.find(kCommonTitle).empty()) return;
+      client.add(kit::newNode(false, ClientSimulation::kRoot, kCommonTitle, "http://common"));
     });
-    for (const auto& [uid, entry] : from.simulation.entries()) {
-      if (uid != ClientSimulation::kRootUid) editEntry(from, uid);
-    }
+    for (const auto& [uid, node] : from.simulation.nodes) editEntry(from, uid);
   }
 
   void addInto(const Outcome& from, const std::string& folder) {
-    const std::size_t size = from.simulation.entries().at(folder).children.size();
-    for (const Entity entity : {Entity::bookmark, Entity::folder}) {
+    const std::size_t size = from.simulation.childrenOf(folder).size();
+    for (const bool isFolder : {false, true}) {
       for (std::size_t index = 0; index <= size; index += std::max<std::size_t>(size, 1)) {
-        const char* const kind = entity == Entity::folder ? "folder" : "bookmark";
+        const char* const kind = isFolder ? "folder" : "bookmark";
         edit(from, std::string("add a ") + kind + " to " + folder + " at " + std::to_string(index),
-             [&](ClientSimulation& client) { addNew(client, folder, index, entity); });
+             [&](ClientSimulation& client) { addNew(client, folder, index, isFolder); });
       }
     }
   }
 
   void editEntry(const Outcome& from, const std::string& uid) {
-    const ClientSimulation::Entry& entry = from.simulation.entries().at(uid);
     edit(from, "rename " + uid, [&](ClientSimulation& client) { client.rename(uid, uid.substr(1) + _side); });
-    if (entry.entity == Entity::bookmark) {
+    if (!from.simulation.nodes.at(uid).folder) {
       edit(from, "re-address " + uid,
            [&](ClientSimulation& client) { client.readdress(uid, "http://" + _side); });
     }
-    edit(from, "delete " + uid, [&](ClientSimulation& client) { client.erase(uid); });
+    edit(from, "delete " + uid, [&](ClientSimulation& client) { client.remove(uid); });
     edit(from, "nest " + uid, [&](ClientSimulation& client) { nest(client, uid); });
-    for (const std::string& folder : from.simulation.uids(Entity::folder)) {
-      const std::size_t size = from.simulation.entries().at(folder).children.size();
+    for (const std::string& folder : from.simulation.visibleFolders()) {
+      const std::size_t size = from.simulation.childrenOf(folder).size();
       for (std::size_t index = 0; index <= size; ++index) {
         edit(from, "move " + uid + " to " + folder + " at " + std::to_string(index),
              [&](ClientSimulation& client) { client.move(uid, folder, index); });
@@ -71,17 +65,17 @@ class Enumeration {
     }
   }
 
-  std::string addNew(ClientSimulation& client, const std::string& folder, std::size_t index, Entity entity) {
-    const std::string title = "new" + _side + std::to_string(client.entries().size());
-    return client.add(folder, index, entity, title, "http://" + title);
+  std::string addNew(ClientSimulation& client, const std::string& folder, std::size_t index, bool isFolder) {
+    const std::string title = "new" + _side + std::to_string(client.nodes.size());
+    return client.add(kit::newNode(isFolder, folder, title, "http://" + title), index);
   }
 
   void nest(ClientSimulation& client, const std::string& uid) {
-    const std::string parent = client.entries().at(uid).parent;
-    const std::vector<std::string>& siblings = client.entries().at(parent).children;
+    const std::string parent = client.nodes.at(uid).parent;
+    const std::vector<std::string>& siblings = client.childrenOf(parent);
     const auto index =
         static_cast<std::size_t>(std::find(siblings.begin(), siblings.end(), uid) - siblings.begin());
-    client.move(uid, addNew(client, parent, index, Entity::folder), 0);
+    client.move(uid, addNew(client, parent, index, true), 0);
   }
 
   void edit(const Outcome& from, const std::string& words, const Change& change) {
@@ -98,20 +92,20 @@ class Enumeration {
   std::string keyOf(const ClientSimulation& client) const {
     std::string key;
     const std::function<void(const std::string&)> write = [&](const std::string& uid) {
-      const ClientSimulation::Entry& entry = client.entries().at(uid);
+      const kit::ClientTree::Node& node = client.nodes.at(uid);
       if (_original.contains(uid)) {
-        key += uid + "=" + entry.title.toString() + "@" + entry.url.toString();
+        key += uid + "=" + node.name.toString() + "@" + node.url.toString();
       } else {
-        const bool renamed = !entry.title.view().starts_with("new");
-        const bool readdressed = entry.url == "http://" + _side;
-        key += entry.title == kCommonTitle ? "common" : renamed ? "renamed" : "new";
+        const bool renamed = !node.name.view().starts_with("new");
+        const bool readdressed = node.url == "http://" + _side;
+        key += node.name == kCommonTitle ? "common" : renamed ? "renamed" : "new";
         if (readdressed) key += "@";
       }
-      key += entry.entity == Entity::folder ? "(" : ",";
-      for (const std::string& child : entry.children) write(child);
-      if (entry.entity == Entity::folder) key += ")";
+      key += node.folder ? "(" : ",";
+      for (const std::string& child : client.childrenOf(uid)) write(child);
+      if (node.folder) key += ")";
     };
-    write(ClientSimulation::kRootUid);
+    for (const std::string& uid : client.childrenOf(ClientSimulation::kRoot)) write(uid);
     return key;
   }
 

@@ -77,17 +77,17 @@ Facts factsOf(const Truth& truth) {
 
 // What a side's tree said when it synced, by the records that its session found for its entries.
 Facts factsOf(const ClientSimulation& simulation, const SyncedSide& synced) {
-  std::map<std::string, RecordId> records{{ClientSimulation::kRootUid, kRoot}};
+  std::map<std::string, RecordId> records{{ClientSimulation::kRoot, kRoot}};
   for (const auto* const base : {&synced.baseBefore, &synced.base}) {
     for (const BaseRecord& record : *base) records[record.localId.toString()] = record.record;
   }
   Facts facts;
-  for (const auto& [folder, entry] : simulation.entries()) {
+  for (const auto& [folder, children] : simulation.children) {
     std::size_t index = 0;
-    for (const std::string& uid : entry.children) {
-      const ClientSimulation::Entry& child = simulation.entries().at(uid);
-      facts[records.at(uid)] = {records.at(folder), index++, child.title.toString(), child.url.toString(),
-                                child.entity};
+    for (const std::string& uid : children) {
+      const kit::ClientTree::Node& child = simulation.nodes.at(uid);
+      facts[records.at(uid)] = {records.at(folder), index++, child.name.toString(), child.url.toString(),
+                                child.folder ? Entity::folder : Entity::bookmark};
     }
   }
   return facts;
@@ -95,10 +95,10 @@ Facts factsOf(const ClientSimulation& simulation, const SyncedSide& synced) {
 
 void grow(ClientSimulation& client, const std::string& folder, const std::vector<kit::TreeNode>& nodes,
           std::size_t& made) {
-  for (std::size_t i = 0; i < nodes.size(); ++i) {
-    const std::string title = nodes[i].label + std::to_string(++made);
-    const Entity entity = nodes[i].folder ? Entity::folder : Entity::bookmark;
-    grow(client, client.add(folder, i, entity, title, "http://" + title), nodes[i].children, made);
+  for (const kit::TreeNode& each : nodes) {
+    const std::string title = each.label + std::to_string(++made);
+    const std::string uid = client.add(kit::newNode(each.folder, folder, title, "http://" + title));
+    grow(client, uid, each.children, made);
   }
 }
 
@@ -106,7 +106,7 @@ void grow(ClientSimulation& client, const std::string& folder, const std::vector
 ClientSimulation grown(const std::string& text) {
   ClientSimulation client("A");
   std::size_t made = 0;
-  grow(client, ClientSimulation::kRootUid, kit::parseTree(text), made);
+  grow(client, ClientSimulation::kRoot, kit::parseTree(text), made);
   return client;
 }
 

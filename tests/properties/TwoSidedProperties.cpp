@@ -24,26 +24,20 @@ const kit::Weights kEdits = {{2, Kind::addBookmark}, {1, Kind::addFolder}, {1, K
 // Carries out one edit with names that no other edit gives.
 void editAtRandom(ClientSimulation& client, const Step& step, unsigned& serial) {
   const std::string title = "t" + std::to_string(++serial);
-  const std::vector<std::string> folders = client.uids(Entity::folder);
-  const std::string folder = folders[step.folder % folders.size()];
-  if (step.kind == Kind::addBookmark || step.kind == Kind::addFolder) {
-    const Entity entity = step.kind == Kind::addFolder ? Entity::folder : Entity::bookmark;
-    client.add(folder, step.index, entity, title, "http://" + title);
+  const std::string folder = kit::chosen(client.visibleFolders(), step.folder);
+  if (step.kind <= Kind::addFolder) {
+    client.add(kit::newNode(step.kind == Kind::addFolder, folder, title, "http://" + title), step.index);
     return;
   }
-  std::vector<std::string> all = client.uids(Entity::bookmark);
-  for (const std::string& uid : folders) {
-    if (uid != ClientSimulation::kRootUid) all.push_back(uid);
-  }
+  const std::vector<std::string> all = client.visibleNodes();
   if (all.empty()) return;
-  const std::string uid = all[(step.entry * 12 + step.value) % all.size()];
-  const ClientSimulation::Entry entry = client.entries().at(uid);
+  const std::string uid = kit::chosen(all, step.entry * 12 + step.value);
+  const kit::ClientTree::Node node = client.nodes.at(uid);
   if (step.kind == Kind::rename) client.rename(uid, title);
-  if (step.kind == Kind::readdress && entry.entity == Entity::bookmark)
-    client.readdress(uid, "http://" + title);
+  if (step.kind == Kind::readdress && !node.folder) client.readdress(uid, "http://" + title);
   if (step.kind == Kind::move) client.move(uid, folder, step.index);
-  if (step.kind == Kind::reorder) client.move(uid, entry.parent, step.index);
-  if (step.kind == Kind::erase) client.erase(uid);
+  if (step.kind == Kind::reorder) client.move(uid, node.parent, step.index);
+  if (step.kind == Kind::erase) client.remove(uid);
 }
 
 }  // namespace

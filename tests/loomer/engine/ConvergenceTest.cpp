@@ -140,7 +140,7 @@ class RandomHistory : public ConvergenceTest, public testing::WithParamInterface
     std::vector<std::string> ids;
     if (orRoot) ids.push_back("");
     for (const auto& [id, node] : client.nodes) {
-      if (node.folder == folder && node.position != -2) ids.push_back(id);
+      if (node.folder == folder && !node.isSpecial()) ids.push_back(id);
     }
     return ids.empty() ? "" : ids[random() % ids.size()];
   }

@@ -2,104 +2,46 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
-
 namespace corvane {
 
 namespace {
-constexpr int kSpecial = -2;
-bool isFolders(const String& entity) { return entity == LoomerEntity_Bookmarks_Folder; }
-}  // namespace
 
-std::vector<std::string>::iterator ScriptedClient::placeIn(std::vector<std::string>& siblings, int at) {
-  if (at < 0) return siblings.end();
-  const auto isSpecial = [this](const std::string& id) {
-    const auto node = nodes.find(id);
-    return node != nodes.end() && node->second.position == kSpecial;
-  };
-  return siblings.begin() + std::count_if(siblings.begin(), siblings.end(), isSpecial) + at;
+bool isFolders(const String& entity) { return entity == LoomerEntity_Bookmarks_Folder; }
+
+const String& nameKey(bool folder) {
+  return folder ? LoomerAttribute_Bookmarks_Folder_Name : LoomerAttribute_Bookmarks_Bookmark_Name;
 }
 
-std::string ScriptedClient::enter(Node node, int at) {
-  const std::string id = identifier + "-" + std::to_string(_nextId++);
-  std::vector<std::string>& siblings = children[node.parent];
-  siblings.insert(placeIn(siblings, at), id);
-  nodes[id] = std::move(node);
-  renumber();
-  edited = true;
-  return id;
+}  // namespace
+
+std::size_t ScriptedClient::ordinaryChildren(const std::string& parent) const {
+  const std::vector<std::string>& siblings = childrenOf(parent);
+  return static_cast<std::size_t>(std::count_if(
+      siblings.begin(), siblings.end(), [this](const std::string& id) { return !nodes.at(id).isSpecial(); }));
+}
+
+std::size_t ScriptedClient::indexOf(const std::string& parent, int at) const {
+  if (at < 0) return kEnd;
+  return childrenOf(parent).size() - ordinaryChildren(parent) + static_cast<std::size_t>(at);
 }
 
 std::string ScriptedClient::addFolder(const std::string& parent, const std::string& name, int at) {
-  return enter({true, name, String(), parent, 0, false}, at);
+  return add(kit::newNode(true, parent, name), indexOf(parent, at));
 }
 
 std::string ScriptedClient::addBookmark(const std::string& parent, const std::string& name,
                                         const std::string& url, int at) {
-  return enter({false, name, url, parent, 0, false}, at);
+  return add(kit::newNode(false, parent, name, url), indexOf(parent, at));
 }
 
 std::string ScriptedClient::addSpecial(const std::string& name) {
-  return enter({true, name, String(), "", kSpecial, false}, -1);
-}
-
-void ScriptedClient::rename(const std::string& id, const std::string& name) {
-  nodes.at(id).name = name;
-  edited = true;
-}
-
-void ScriptedClient::readdress(const std::string& id, const std::string& url) {
-  nodes.at(id).url = url;
-  edited = true;
+  Node node = kit::newNode(true, kRoot, name);
+  node.position = LoomerPositionSpecial;
+  return add(std::move(node));
 }
 
 void ScriptedClient::move(const std::string& id, const std::string& parent, int at) {
-  unplace(id);
-  nodes.at(id).parent = parent;
-  std::vector<std::string>& siblings = children[parent];
-  siblings.insert(placeIn(siblings, at), id);
-  renumber();
-  edited = true;
-}
-
-void ScriptedClient::remove(const std::string& id) {
-  const std::vector<std::string> below = children[id];
-  for (const std::string& child : below) remove(child);
-  unplace(id);
-  children.erase(id);
-  nodes.erase(id);
-  renumber();
-  edited = true;
-}
-
-void ScriptedClient::removeAll() {
-  nodes.clear();
-  children.clear();
-  edited = true;
-}
-
-std::string ScriptedClient::find(const std::string& name) const {
-  for (const auto& [id, node] : nodes) {
-    if (node.name == std::string_view(name)) return id;
-  }
-  return {};
-}
-
-std::vector<kit::TreeNode> ScriptedClient::tree() const {
-  const auto childrenOf = [this](const std::string& parent) {
-    const auto found = children.find(parent);
-    return found == children.end() ? std::vector<std::string>() : found->second;
-  };
-  const auto nodeOf = [this](const std::string& id) -> kit::TreeNode {
-    const Node& node = nodes.at(id);
-    return {.label = node.name.toString(),
-            .folder = node.folder,
-            .title = node.name,
-            .url = node.folder ? String() : node.url,
-            .tabGroup = node.tabGroup,
-            .special = node.position == kSpecial};
-  };
-  return kit::treeBelow(std::string(), childrenOf, nodeOf);
+  ClientTree::move(id, parent, indexOf(parent, at));
 }
 
 std::string ScriptedClient::sync() {
@@ -107,15 +49,18 @@ std::string ScriptedClient::sync() {
   driver->_setClient(set);
   calls.clear();
   delivered.clear();
-  _mapped.clear();
   _sent.clear();
-  _savedNodes = nodes;
-  _savedChildren = children;
+  save();
   const bool ok = driver->sync();
   sessionClient = driver->client();
   const std::string error = driver->lastError().toString();
   if (ok) return error;
   return error.empty() ? "failed without an error" : error;
+}
+
+void ScriptedClient::save() {
+  _savedNodes = nodes;
+  _savedChildren = children;
 }
 
 void ScriptedClient::note(const std::string& call) {
@@ -147,8 +92,7 @@ int ScriptedClient::preferredSyncModeForEntityName(const String& entityName) {
 bool ScriptedClient::readAgain() {
   note("read again");
   upToDate = readsAgain && readsAgain();
-  _savedNodes = nodes;
-  _savedChildren = children;
+  save();
   return upToDate;
 }
 
@@ -157,15 +101,11 @@ double ScriptedClient::sessionBeginSessionTimeout() {
   return beginTimeout;
 }
 
-Dictionary ScriptedClient::recordOf(const std::string& id) const {
-  const Node& node = nodes.at(id);
+Dictionary ScriptedClient::recordOf(const Node& node) const {
   Dictionary record;
   record.set(LoomerRecordEntityNameKey,
              node.folder ? LoomerEntity_Bookmarks_Folder : LoomerEntity_Bookmarks_Bookmark);
-  if (node.name) {
-    record.set(node.folder ? LoomerAttribute_Bookmarks_Folder_Name : LoomerAttribute_Bookmarks_Bookmark_Name,
-               node.name);
-  }
+  if (node.name) record.set(nameKey(node.folder), node.name);
   record.set(
       node.folder ? LoomerAttribute_Bookmarks_Folder_Position : LoomerAttribute_Bookmarks_Bookmark_Position,
       node.position);
@@ -190,7 +130,7 @@ Dictionary ScriptedClient::recordsForEntityName(const String& entityName, bool& 
       moreComing = true;
       break;
     }
-    records.set(id, recordOf(id));
+    records.set(id, recordOf(node));
   }
   sent += records.size();
   return records;
@@ -207,11 +147,7 @@ int ScriptedClient::applyChange(const LoomerChange& change, const String& entity
   static const char* kNames[] = {"?", "add ", "modify ", "delete "};
   std::string name;
   if (formattedRecord) {
-    name = formattedRecord
-               ->string((isFolders(entityName) ? LoomerAttribute_Bookmarks_Folder_Name
-                                               : LoomerAttribute_Bookmarks_Bookmark_Name)
-                            .view())
-               .toString();
+    name = formattedRecord->string(nameKey(isFolders(entityName)).view()).toString();
   } else if (const auto known = nodes.find(change.recordIdentifier().toString()); known != nodes.end()) {
     name = known->second.name.toString();
   }
@@ -221,64 +157,36 @@ int ScriptedClient::applyChange(const LoomerChange& change, const String& entity
   if (result != LoomerChangeAccepted) return result;
   std::string id = change.recordIdentifier().toString();
   if (change.type() == LoomerChangeTypeAdd && !unmappedIds) {
-    const String own =
-        mapId ? mapId(change.recordIdentifier()) : String(identifier + "-" + std::to_string(_nextId++));
+    const String own = mapId ? mapId(change.recordIdentifier()) : String(newId());
     remappedRecordIdentifier = own;
     id = own.toString();
   }
-  take(change, id, isFolders(entityName));
+  if (change.type() == LoomerChangeTypeDelete) {
+    drop(id);
+  } else {
+    place(id, nodeOf(id, *change.record(), isFolders(entityName)));
+  }
   return result;
 }
 
-void ScriptedClient::take(const LoomerChange& change, const std::string& id, bool folder) {
-  if (nodes.contains(id)) unplace(id);
-  if (change.type() == LoomerChangeTypeDelete) {
-    nodes.erase(id);
-    children.erase(id);
-    return;
-  }
-  const Dictionary& record = *change.record();
-  Node& node = nodes[id];
+ScriptedClient::Node ScriptedClient::nodeOf(const std::string& id, const Dictionary& record,
+                                            bool folder) const {
+  const auto known = nodes.find(id);
+  Node node = known == nodes.end() ? Node() : known->second;
   node.folder = folder;
-  node.name = record.string(
-      (folder ? LoomerAttribute_Bookmarks_Folder_Name : LoomerAttribute_Bookmarks_Bookmark_Name).view());
+  node.name = record.string(nameKey(folder).view());
   if (const Value* url = record.find(LoomerAttribute_Bookmarks_Bookmark_Url)) node.url = url->as<Url>()->text;
   node.position = *record.integer32(LoomerAttribute_Bookmarks_Bookmark_Position.view());
   node.tabGroup = record.integer32("is tab group") == 1;
   const Array* parent = record.array(LoomerRelationship_Bookmarks_Folder_Parent.view());
-  node.parent = parent ? (*parent)[0].string().toString() : "";
-  place(id);
-}
-
-void ScriptedClient::place(const std::string& id) {
-  const Node& node = nodes.at(id);
-  std::vector<std::string>& siblings = children[node.parent];
-  const auto goesBefore = [&](const std::string& other) {
-    const Node& sibling = nodes.at(other);
-    if (node.position != sibling.position) return node.position < sibling.position;
-    const int order = compareCaseInsensitive(node.name.view(), sibling.name.view());
-    return order < 0 || (order == 0 && node.folder);
-  };
-  siblings.insert(std::find_if(siblings.begin(), siblings.end(), goesBefore), id);
-}
-
-void ScriptedClient::unplace(const std::string& id) { std::erase(children[nodes.at(id).parent], id); }
-
-void ScriptedClient::renumber() {
-  for (auto& [parent, list] : children) {
-    for (std::size_t i = 0; i < list.size(); ++i) {
-      Node& node = nodes.at(list[i]);
-      if (node.position != kSpecial) node.position = static_cast<int>(i);
-    }
-  }
+  node.parent = parent ? (*parent)[0].string().toString() : kRoot;
+  return node;
 }
 
 bool ScriptedClient::deleteAllRecordsForEntityName(const String& entityName, String&) {
   note(isFolders(entityName) ? "delete all folders" : "delete all bookmarks");
   if (!deleteAllAnswer) return false;
-  std::erase_if(nodes, [&](const auto& each) { return each.second.folder == isFolders(entityName); });
-  for (auto& [parent, list] : children)
-    std::erase_if(list, [&](const std::string& id) { return !nodes.contains(id); });
+  dropAll(isFolders(entityName));
   return true;
 }
 
@@ -296,7 +204,7 @@ bool ScriptedClient::sessionDriverDidPull(LoomerSessionDriver&, String&) {
 bool ScriptedClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String&) {
   note("will finish");
   if (!finishAnswer) return false;
-  renumber();
+  number();
   edited = false;
   driver.client()->setObject(Value(true), "synced");
   return true;

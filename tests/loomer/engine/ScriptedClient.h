@@ -6,43 +6,24 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
-#include "tests/kit/TreeText.h"
+#include "tests/kit/ClientTree.h"
 
 namespace corvane {
 
-/// A client in memory: a tree that a test edits, and a data source that offers it to the engine, takes
-/// changes in by the browser's placement rule, and keeps them when the session finishes. What a test sets
-/// makes it misbehave.
-class ScriptedClient : public LoomerSessionDriverDataSource {
+/// A client in memory: a data source that offers its tree to the engine, takes changes in, and keeps them
+/// when the session finishes. What a test sets makes it misbehave.
+class ScriptedClient : public kit::ClientTree, public LoomerSessionDriverDataSource {
  public:
-  struct Node {
-    bool folder = false;
-    String name;
-    String url;
-    std::string parent;  ///< empty for the root
-    int position = 0;
-    bool tabGroup = false;
-  };
-
-  explicit ScriptedClient(std::string name) : identifier(std::move(name)) {}
+  explicit ScriptedClient(std::string name) : ClientTree(name), identifier(std::move(name)) {}
 
   // Editing: at the end of the parent's children, or at the `at`-th place after the special folders.
   std::string addFolder(const std::string& parent, const std::string& name, int at = -1);
   std::string addBookmark(const std::string& parent, const std::string& name, const std::string& url,
                           int at = -1);
   std::string addSpecial(const std::string& name);
-  void rename(const std::string& id, const std::string& name);
-  void readdress(const std::string& id, const std::string& url);
   void move(const std::string& id, const std::string& parent, int at = -1);
-  /// With everything in it.
-  void remove(const std::string& id);
-  void removeAll();
-  /// The id of the only node of this name; empty when there is none.
-  std::string find(const std::string& name) const;
-  /// The tree as it is; nodes are called by their names.
-  std::vector<kit::TreeNode> tree() const;
-  /// The tree in the notation of tests.
-  std::string text() const { return kit::printTree(tree()); }
+  /// How many children come after the special folders.
+  std::size_t ordinaryChildren(const std::string& parent) const;
 
   /// Runs a session of the current engine; answers its `lastError`, empty for a success.
   std::string sync();
@@ -50,13 +31,10 @@ class ScriptedClient : public LoomerSessionDriverDataSource {
   std::string identifier;
   Url description;
   Url schema;
-  std::map<std::string, Node> nodes;
-  std::map<std::string, std::vector<std::string>> children;
 
   // What the client asks for and answers.
   int mode = 0;  ///< a LoomerSyncMode; 0: refresh at first and after a cancelled session, slow when edited,
                  ///< else fast
-  bool edited = true;
   bool unmappedIds = false;  ///< keeps the engine's identifiers
   double beginTimeout = 60.0;
   double pullTimeout = 600.0;
@@ -96,23 +74,15 @@ class ScriptedClient : public LoomerSessionDriverDataSource {
   void sessionDriverWillCancelSession(LoomerSessionDriver& driver) override;
 
  private:
-  using Nodes = std::map<std::string, Node>;
-  using Children = std::map<std::string, std::vector<std::string>>;
-
   void note(const std::string& call);
-  std::vector<std::string>::iterator placeIn(std::vector<std::string>& siblings, int at);
-  std::string enter(Node node, int at);
-  void take(const LoomerChange& change, const std::string& id, bool folder);
-  void place(const std::string& id);
-  void unplace(const std::string& id);
-  void renumber();
-  Dictionary recordOf(const std::string& id) const;
+  std::size_t indexOf(const std::string& parent, int at) const;
+  Node nodeOf(const std::string& id, const Dictionary& record, bool folder) const;
+  Dictionary recordOf(const Node& node) const;
+  void save();
 
-  int _nextId = 1;
   Nodes _savedNodes;  // the saved ones come back when a session is cancelled
   Children _savedChildren;
-  std::map<std::string, std::string> _mapped;  // engine's identifier to own
-  std::map<std::string, std::size_t> _sent;    // records sent, by entity
+  std::map<std::string, std::size_t> _sent;  // records sent, by entity
 };
 
 }  // namespace corvane

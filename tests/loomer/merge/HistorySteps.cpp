@@ -15,47 +15,30 @@ std::string titleFor(const Step& step, Titles titles, unsigned& serial) {
   return titles == Titles::unique ? "t" + std::to_string(++serial) : kTitles[step.value % kTitles.size()];
 }
 
-// An entry a person can point at, without the root; empty if there is none.
-std::string entryFor(const ClientSimulation& client, const Step& step) {
-  std::vector<std::string> all = client.uids(Entity::folder);
-  std::erase(all, ClientSimulation::kRootUid);
-  const std::vector<std::string> bookmarks = client.uids(Entity::bookmark);
-  all.insert(all.end(), bookmarks.begin(), bookmarks.end());
-  return all.empty() ? std::string() : all[step.entry % all.size()];
-}
-
-std::string folderFor(const ClientSimulation& client, const Step& step) {
-  const std::vector<std::string> folders = client.uids(Entity::folder);
-  return folders[step.folder % folders.size()];
-}
-
 void carryOutAt(ClientSimulation& client, const Step& step, Titles titles, unsigned& serial) {
-  const std::string folder = folderFor(client, step);
-  if (step.kind == StepKind::addBookmark || step.kind == StepKind::addHidden) {
+  const std::string folder = kit::chosen(client.visibleFolders(), step.folder);
+  if (step.kind <= StepKind::addHidden) {
     const std::string title = titleFor(step, titles, serial);
     const std::string url = titles == Titles::unique ? title : kAddresses[step.entry % kAddresses.size()];
-    client.add(folder, step.index, Entity::bookmark, title, url, step.kind == StepKind::addHidden);
+    kit::ClientTree::Node node = kit::newNode(step.kind == StepKind::addFolder, folder, title, url);
+    node.hidden = step.kind == StepKind::addHidden;
+    client.add(std::move(node), step.index);
     return;
   }
-  if (step.kind == StepKind::addFolder) {
-    client.add(folder, step.index, Entity::folder, titleFor(step, titles, serial), "");
-    return;
-  }
-  const std::string uid = entryFor(client, step);
-  if (uid.empty()) return;
-  const ClientSimulation::Entry& entry = client.entries().at(uid);
-  const bool bookmark = entry.entity == Entity::bookmark;
+  const std::vector<std::string> all = client.visibleNodes();
+  if (all.empty()) return;
+  const std::string uid = kit::chosen(all, step.entry);
+  const kit::ClientTree::Node node = client.nodes.at(uid);
   if (step.kind == StepKind::rename) client.rename(uid, titleFor(step, titles, serial));
-  if (step.kind == StepKind::readdress && bookmark && titles == Titles::few) {
+  if (step.kind == StepKind::readdress && !node.folder && titles == Titles::few) {
     client.readdress(uid, kAddresses[step.value % kAddresses.size()]);
   }
-  if (step.kind == StepKind::toggle && !bookmark) client.toggle(uid);
+  if (step.kind == StepKind::toggle && node.folder) client.toggle(uid);
   if (step.kind == StepKind::move) client.move(uid, folder, step.index);
   if (step.kind == StepKind::reorder) {
-    const std::string parent = entry.parent;
-    client.move(uid, parent, step.index % (client.entries().at(parent).children.size() + 1));
+    client.move(uid, node.parent, step.index % (client.childrenOf(node.parent).size() + 1));
   }
-  if (step.kind == StepKind::erase) client.erase(uid);
+  if (step.kind == StepKind::erase) client.remove(uid);
 }
 
 }  // namespace

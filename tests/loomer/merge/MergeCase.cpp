@@ -26,7 +26,7 @@ void place(const std::vector<kit::TreeNode>& siblings, const std::string& parent
            std::vector<Placed>& placed) {
   std::int32_t position = 0;
   for (const kit::TreeNode& node : siblings) {
-    placed.push_back({&node, parent, node.special ? kSpecialPosition : position});
+    placed.push_back({&node, parent, node.special ? LoomerPositionSpecial : position});
     ++position;
     place(node.children, node.label, placed);
   }

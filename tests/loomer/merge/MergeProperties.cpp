@@ -24,24 +24,17 @@ const kit::Weights kQuietEdits = {{2, addBookmark}, {1, addFolder}, {1, addHidde
                                   {1, rename},      {1, readdress}, {1, toggle},
                                   {2, move},        {2, reorder},   {1, erase}};
 
-// Every title below an entry, its own included.
-std::set<std::string> titlesBelow(const ClientSimulation& client, const std::string& uid) {
+std::set<std::string> titlesOf(const ClientSimulation& client) {
   std::set<std::string> titles;
-  std::vector<std::string> open{uid};
-  while (!open.empty()) {
-    const ClientSimulation::Entry& entry = client.entries().at(open.back());
-    open.pop_back();
-    titles.insert(entry.title.toString());
-    open.insert(open.end(), entry.children.begin(), entry.children.end());
+  for (const std::string& each : client.subtree(ClientSimulation::kRoot)) {
+    if (each != ClientSimulation::kRoot) titles.insert(client.nodes.at(each).name.toString());
   }
   return titles;
 }
 
 std::map<std::string, int> countTitles(const ClientSimulation& client) {
   std::map<std::string, int> counts;
-  for (const auto& [uid, entry] : client.entries()) {
-    if (uid != ClientSimulation::kRootUid && !entry.hidden) ++counts[entry.title.toString()];
-  }
+  for (const std::string& uid : client.visibleNodes()) ++counts[client.nodes.at(uid).name.toString()];
   return counts;
 }
 
@@ -53,9 +46,9 @@ void growEqualTrees(History& history, unsigned& serial) {
     ClientSimulation& client = history.client(at);
     for (unsigned i = 0; i < 4; ++i) {
       const std::string name = "t" + std::to_string(++serial);
-      const std::string folder = client.add(ClientSimulation::kRootUid, i, Entity::folder, name, "");
+      const std::string folder = client.add(kit::newNode(true, ClientSimulation::kRoot, name), i);
       const std::string child = "t" + std::to_string(++serial);
-      client.add(folder, 0, Entity::bookmark, child, child);
+      client.add(kit::newNode(false, folder, child, child));
     }
   }
 }
@@ -103,10 +96,10 @@ void nothingVanishes() {
   std::set<std::string> deleted;
   for (const Step& step : *stepsOf(weights)) {
     const std::size_t at = step.client % history.size();
-    const std::set<std::string> before = titlesBelow(history.client(at), ClientSimulation::kRootUid);
+    const std::set<std::string> before = titlesOf(history.client(at));
     carryOut(history, step, Titles::unique, serial);
     if (step.kind == erase) {
-      const std::set<std::string> after = titlesBelow(history.client(at), ClientSimulation::kRootUid);
+      const std::set<std::string> after = titlesOf(history.client(at));
       std::set_difference(before.begin(), before.end(), after.begin(), after.end(),
                           std::inserter(deleted, deleted.end()));
     }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -9,9 +8,6 @@
 #include "tests/kit/TreeText.h"
 
 namespace corvane::loomer::test {
-
-/// The position, in the tree of a client, of a folder that the browser shows by itself.
-constexpr std::int32_t kSpecialPosition = -2;
 
 /// A record, called `label`, as a node of a tree in the notation of tests.
 kit::TreeNode nodeOf(const std::string& label, Entity entity, const Content& content);
