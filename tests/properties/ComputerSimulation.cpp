@@ -29,17 +29,14 @@ ComputerSimulation::ComputerSimulation(const std::vector<std::size_t>& clients, 
 void ComputerSimulation::addComputer(std::size_t clients) {
   const std::size_t number = _computers.size();
   Computer computer;
-  computer.storePath =
-      loomer::storePathForHome(_installation.platform.directory / ("home" + std::to_string(number)));
+  computer.storePath = loomer::storePathForHome(_platform.directory / ("home" + std::to_string(number)));
   computer.manager = open(computer);
   _computers.push_back(std::move(computer));
   for (std::size_t i = 0; i < clients; ++i) {
     const std::string name = "com.example.c" + std::to_string(number) + "." + std::to_string(i);
     Client& client = _clients.emplace_back();
     client.computer = number;
-    client.scripted = std::make_unique<ScriptedClient>(name);
-    client.scripted->description = Url{"file://" + _installation.descriptionPath};
-    client.scripted->schema = Url{"file://" + std::string(EngineInstallation::kSchema)};
+    client.scripted = _installation.makeClient(name);
   }
 }
 
@@ -62,9 +59,9 @@ bool ComputerSimulation::allHaveMet() const {
 std::string ComputerSimulation::syncWith(loomer::EmbeddedManager& manager, std::size_t client) {
   const LoomerManagerScope scope(manager);
   const std::int64_t revision = hub.state.now.revision;
-  const std::size_t complaints = _installation.platform.log.messages.size();
+  const std::size_t complaints = _platform.log.messages.size();
   const std::string error = _clients[client].scripted->sync();
-  const bool inTouch = hub.enabled && _installation.platform.log.messages.size() == complaints;
+  const bool inTouch = hub.enabled && _platform.log.messages.size() == complaints;
   LoomerClient* const service = manager.clientWithIdentifier(loomer::kHubClientIdentifier);
   const bool tookAll = service && !loomer::leftOutOfHub(*service);
   if (error.empty() && inTouch && tookAll) _clients[client].hasMet = true;
@@ -156,13 +153,13 @@ void ComputerSimulation::requireConverged() {
     require(client(i).text() == tree, "two clients hold different trees:\n" + tree + "\n" + client(i).text());
   }
   const std::int64_t revision = hub.state.now.revision;
-  _installation.platform.log.messages.clear();
+  _platform.log.messages.clear();
   for (std::size_t i = 0; i < clientCount(); ++i) {
     sync(i);
     require(client(i).delivered.empty(), "a session with nothing new delivers something");
   }
   require(hub.state.now.revision == revision, "a session with nothing new changes the service");
-  const std::vector<std::string>& messages = _installation.platform.log.messages;
+  const std::vector<std::string>& messages = _platform.log.messages;
   require(messages.empty(), "somebody complains: " + (messages.empty() ? "" : messages.front()));
   for (Computer& computer : _computers) requireSound(computer.manager->store());
 }

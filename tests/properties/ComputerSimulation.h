@@ -4,9 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/loomer/engine/EngineHome.h"
 #include "tests/loomer/engine/MemoryHub.h"
-#include "tests/loomer/engine/ScriptedClient.h"
-#include "tests/properties/EngineHome.h"
 
 namespace corvane {
 
@@ -67,7 +66,8 @@ class ComputerSimulation {
   std::string syncWith(loomer::EmbeddedManager& manager, std::size_t client);
   void atFirst(const std::string& call, std::function<void()> act);
 
-  EngineInstallation _installation;
+  FakePlatform _platform;
+  EngineInstallation _installation{_platform};
   std::vector<Computer> _computers;
   std::vector<Client> _clients;
 };

@@ -28,13 +28,13 @@ void requireDone(const std::error_code& error, const std::string& path) {
 }  // namespace
 
 FileSimulation::FileSimulation(std::size_t clients) : _clients(clients), _newest(clients) {
-  _home.platform.makeDirectories(_home.platform.process.home + "/Library/Corvane");
+  _platform.makeDirectories(_platform.process.home + "/Library/Corvane");
   const Dictionary empty{{"WebBookmarkFileVersion", 1},
                          {"WebBookmarkType", "WebBookmarkTypeList"},
                          {"WebBookmarkUUID", "Root"},
                          {"Children", Array()}};
   for (std::size_t client = 0; client < clients; ++client) {
-    requireDone(_home.platform.realFiles.write(path(client), writeBinaryPropertyList(empty)), path(client));
+    requireDone(_platform.realFiles.write(path(client), writeBinaryPropertyList(empty)), path(client));
   }
 }
 
@@ -43,7 +43,7 @@ std::string FileSimulation::name(std::size_t client) const {
 }
 
 std::string FileSimulation::path(std::size_t client) const {
-  return _home.platform.process.home + "/Library/Corvane/" + name(client);
+  return _platform.process.home + "/Library/Corvane/" + name(client);
 }
 
 std::string FileSimulation::bytes(std::size_t client) const {
@@ -71,7 +71,7 @@ void FileSimulation::write(std::size_t client, const BrowserFile& contents) {
   // A session saves with the date of the moment, which is older than those given here.
   Date& newest = _newest.at(client);
   newest.seconds = std::max(newest.seconds, date(client).seconds) + 1.0;
-  requireDone(_home.platform.realFiles.write(path(client), writeBinaryPropertyList(contents.contents())),
+  requireDone(_platform.realFiles.write(path(client), writeBinaryPropertyList(contents.contents())),
               path(client));
   requireDone(setModificationDate(path(client), newest), path(client));
 }
@@ -86,13 +86,13 @@ bool FileSimulation::run(std::size_t client) {
 
 void FileSimulation::sync(std::size_t client) {
   const bool succeeded = run(client);
-  const std::vector<std::string>& log = _home.platform.log.messages;
+  const std::vector<std::string>& log = _platform.log.messages;
   require(succeeded, "a session fails: " + (log.empty() ? std::string("for no reason") : log.back()));
 }
 
 void FileSimulation::syncWhile(std::size_t client, const std::function<void()>& browser) {
   bool wrote = false;
-  _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+  _platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
     const bool takesLock = call.operation == FileOperation::makeDirectory && call.path.ends_with("/lock");
     if (takesLock && !wrote) {
       wrote = true;
@@ -101,7 +101,7 @@ void FileSimulation::syncWhile(std::size_t client, const std::function<void()>& 
     return std::error_code();
   };
   sync(client);
-  _home.platform.files.intercept = nullptr;
+  _platform.files.intercept = nullptr;
 }
 
 void FileSimulation::syncKilled(std::size_t client, int operation) {
@@ -109,7 +109,7 @@ void FileSimulation::syncKilled(std::size_t client, int operation) {
   const std::filesystem::path copy = directory.string() + ".killed";
   copyStore(directory.string(), copy.string());
   int seen = 0;
-  _home.platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+  _platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
     if (!isMutating(call.operation)) return std::error_code();
     copyStore(directory.string(), copy.string());
     if (++seen == operation) throw Killed{};
@@ -120,12 +120,12 @@ void FileSimulation::syncKilled(std::size_t client, int operation) {
   } catch (const Killed&) {
     // What a process that dies here would not have done any more, it undoes as far as it is in the store.
   }
-  _home.platform.files.intercept = nullptr;
+  _platform.files.intercept = nullptr;
   _home.close();
   std::filesystem::remove_all(directory);
   std::filesystem::rename(copy, directory);
   // The directory's lock of a process that is gone: its holder is not this process.
-  std::filesystem::remove_all(_home.platform.process.home + "/Library/Corvane/lock");
+  std::filesystem::remove_all(_platform.process.home + "/Library/Corvane/lock");
   _home.open();
 }
 

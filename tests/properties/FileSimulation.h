@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/loomer/engine/EngineHome.h"
 #include "tests/properties/BrowserFile.h"
-#include "tests/properties/EngineHome.h"
 
 namespace corvane {
 
@@ -39,7 +39,7 @@ class FileSimulation {
   std::int64_t revision();
   std::size_t live();
   std::int64_t sessions() const { return _sessions; }
-  void requireSound() { _home.requireSound(); }
+  void requireSound() { corvane::requireSound(_home.store()); }
   /// Raises unless all files hold one tree and another round of sessions changes neither file nor truth.
   void requireConverged();
 
@@ -50,7 +50,8 @@ class FileSimulation {
   std::string path(std::size_t client) const;
   bool run(std::size_t client);
 
-  EngineHome _home;
+  FakePlatform _platform;
+  EngineHome _home{_platform};
   std::size_t _clients;
   std::vector<Date> _newest;  ///< date of each file so far
   std::int64_t _sessions = 0;

@@ -6,8 +6,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "tests/kit/Steps.h"
-#include "tests/loomer/engine/ScriptedClient.h"
-#include "tests/properties/EngineHome.h"
+#include "tests/loomer/engine/EngineHome.h"
 #include "tests/properties/FileProperties.h"
 
 namespace corvane {
@@ -33,9 +32,7 @@ class PickySimulation {
  public:
   PickySimulation() {
     for (std::size_t i = 0; i < kClients; ++i) {
-      _clients.push_back(std::make_unique<ScriptedClient>("com.example.client" + std::to_string(i)));
-      _clients.back()->description = Url{"file://" + _home.descriptionPath};
-      _clients.back()->schema = Url{"file://" + std::string(EngineHome::kSchema)};
+      _clients.push_back(_home.makeClient("com.example.client" + std::to_string(i)));
     }
     _clients[0]->addBookmark("", "anchor", "http://anchor");
     sync(0);
@@ -85,7 +82,7 @@ class PickySimulation {
     for (const std::string& title : _given) {
       require(_gone.contains(title) || titles.contains(title), title + " vanished though nobody deleted it");
     }
-    _home.requireSound();
+    requireSound(_home.store());
   }
 
  private:
@@ -100,7 +97,8 @@ class PickySimulation {
     client.remove(id);
   }
 
-  EngineHome _home;
+  FakePlatform _platform;
+  EngineHome _home{_platform};
   std::vector<std::unique_ptr<ScriptedClient>> _clients;
   unsigned _serial = 0;
   unsigned _answers = 1;

@@ -5,9 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 #include "tests/fakes/StrictPlatform.h"
-#include "tests/loomer/engine/ScriptedClient.h"
+#include "tests/loomer/engine/EngineHome.h"
 
 namespace corvane {
 
@@ -15,16 +14,17 @@ namespace corvane {
 /// clients.
 class EngineTest : public testing::Test {
  protected:
-  EngineTest();
   /// After every test the whole store must be sound, and the truth a forest.
   void TearDown() override;
 
   /// Closes the engine and opens it again, as between two runs of the tool.
-  void reopen();
-  void close();
-  std::unique_ptr<ScriptedClient> makeClient(const std::string& identifier);
-  loomer::EmbeddedManager& manager() { return *_manager; }
-  loomer::TruthStore& store() { return _manager->store(); }
+  void reopen() { _home.open(); }
+  void close() { _home.close(); }
+  std::unique_ptr<ScriptedClient> makeClient(const std::string& identifier) const {
+    return _home.makeClient(identifier);
+  }
+  loomer::EmbeddedManager& manager() { return _home.manager(); }
+  loomer::TruthStore& store() { return _home.store(); }
   std::int64_t number(const char* sql) { return store().database().integer(sql, "test"); }
   /// Runs each client's sessions until none of them changes anything.
   void settle(std::initializer_list<ScriptedClient*> clients);
@@ -32,13 +32,14 @@ class EngineTest : public testing::Test {
   static std::string contents(const std::string& path);
 
   StrictPlatform platform;
-  std::string storePath;
-  std::string descriptionPath;
-  std::string schemaPath;
 
  private:
-  std::unique_ptr<loomer::EmbeddedManager> _manager;
-  std::unique_ptr<LoomerManagerScope> _scope;
+  EngineHome _home{platform};
+
+ protected:
+  const std::string& storePath = _home.storePath;
+  const std::string& descriptionPath = _home.descriptionPath;
+  const std::string& schemaPath = _home.schemaPath;
 };
 
 }  // namespace corvane
