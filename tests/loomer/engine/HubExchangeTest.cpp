@@ -225,9 +225,7 @@ TEST_P(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
   expectAlone();
   syncCutOff();  // knows of the first one, and gives the second bookmark
   EXPECT_EQ(hub.live(), 2u);
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   settle();
   EXPECT_EQ(b->text(), "1@http://1/ 2@http://2/");
 }
@@ -254,9 +252,7 @@ TEST_P(HubTest, EmptiedServiceIsFilledAgain) {
   a->client->addBookmark("", "1", "http://1/");
   a->client->addBookmark("", "2", "http://2/");
   settle();
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   b->client->rename(b->find("2"), "two");
   platform.log.expectMessages({kPutBack});
   settle();
@@ -269,9 +265,7 @@ TEST_P(HubTest, EmptiedServiceIsFilledWithTheSameRecordsWhateverWasDoneToThemSin
   b->client->addBookmark("", "1", "http://1/");
   settle();
   EXPECT_EQ(a->identifiers(), b->identifiers());
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   a->client->rename(a->find("1"), "one");
   a->client->readdress(a->find("one"), "http://one/");
   a->client->move(a->find("one"), a->find("F"));
@@ -679,9 +673,7 @@ TEST_F(TableTest, RecordThatBecameAnotherKindDoesNotKeepTheRestFromBeingExchange
 TEST_F(TableTest, AnEarlierStateIsToldOnceARun) {
   a->client->addBookmark("", "1", "http://1/");
   settle();
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   int pushes = 0;
   hub.onCall = [&](const std::string& call) {
     if (call != "push" || ++pushes > 3) return;

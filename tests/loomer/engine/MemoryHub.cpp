@@ -185,6 +185,12 @@ std::unique_ptr<pelto::Hub> MemoryHub::connect(const std::string& directory) {
   return std::make_unique<ChainConnection>(*this, directory);
 }
 
+void MemoryHub::empty() {
+  const String account = state.now.account;
+  state = {};
+  state.now.account = account;
+}
+
 void MemoryHub::dropTombstones() {
   std::erase_if(state.records, [&](const auto& each) {
     if (!each.second.deleted) return false;

@@ -34,6 +34,8 @@ class MemoryHub {
   /// The account as one more computer reaches it, which keeps what it knows of it in `directory`. This object
   /// must outlive it.
   std::unique_ptr<pelto::Hub> connect(const std::string& directory);
+  /// Forgets everything but which account it is, as a service that lost its data.
+  void empty();
   /// Forgets tombstones, as a service does after a long time.
   void dropTombstones();
   std::size_t live() const;

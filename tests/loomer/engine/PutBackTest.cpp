@@ -151,9 +151,7 @@ TEST_P(PutBackTest, WhatWasDeletedWhileItWasLostStaysDeletedWhereverItIsGivenAga
   begin();
   a->client->move(a->find("4"), a->find("F"));
   settle();
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   a->client->remove(a->find("4"));
   failOnce("remote changes");
   sync(*a);  // alone
@@ -189,9 +187,7 @@ TEST_P(PutBackTest, AnOrderFromBeforeThatIsGivenAgainUndoesNoneThatCameAfterIt) 
   begin();
   a->client->move(a->find("3"), a->find("F"), 0);
   sync(*a);
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   sync(*b);
   settle();
   EXPECT_EQ(names(), "F(3 1 2) 4 5 6") << "of an emptied service";
@@ -262,9 +258,7 @@ TEST_P(PutBackTest, OnceAndAgainAndForward) {
 
 TEST_P(PutBackTest, EmptiedServiceKeepsWhatWasChangedSince) {
   begin();
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   sync(*a);
   a->client->rename(a->find("1"), "one");
   a->client->remove(a->find("4"));
@@ -291,9 +285,7 @@ TEST_P(PutBackTest, WhatWasChangedBackAfterItWasGivenAgainStands) {
 
 TEST_P(PutBackTest, WhatAComputerHeardOfAloneIsOlderThanWhatItHolds) {
   begin();
-  const String account = hub.state.now.account;
-  hub.state = {};
-  hub.state.now.account = account;
+  hub.empty();
   a->client->rename(a->find("1"), "one");
   a->client->remove(a->find("4"));
   sync(*a);  // fills the service again
