@@ -11,18 +11,13 @@ that a full disk or a read-only one would refuse are refused by strace.
 import contextlib
 import itertools
 import os
-import shutil
 import sqlite3
 import stat
 import subprocess
-import sys
-import tempfile
 import time
-import unittest
 
-from homes import FIRST, SECOND, Home, Tools, child, edit_both, leaf, write, write_two_histories
+from homes import FIRST, SECOND, Home, HomeTest, child, edit_both, leaf, run_tests, write, write_two_histories
 
-TOOLS = None
 # A file restored with an old date looks unchanged; every twentieth session in a row without records takes them all the same.
 SESSIONS_UNTIL_RECORDS = 20
 # Modes bind root as well once it has no capabilities.
@@ -56,11 +51,9 @@ def read_only(top):
             os.chmod(path, mode)
 
 
-class HomeTest(unittest.TestCase):
+class ProblemTest(HomeTest):
     def setUp(self):
-        self.directory = tempfile.mkdtemp(prefix="corvane-problem-")
-        self.addCleanup(shutil.rmtree, self.directory)
-        self.home = Home(TOOLS, os.path.join(self.directory, "home")).make()
+        super().setUp()
         write_two_histories(self.home)
 
     def settle(self):
@@ -89,7 +82,7 @@ class HomeTest(unittest.TestCase):
             database.execute(statement)
 
 
-class SeveralAtOnce(HomeTest):
+class SeveralAtOnce(ProblemTest):
     def finish_all(self, processes):
         for process in processes:
             output, _ = process.communicate(timeout=120)
@@ -107,7 +100,7 @@ class SeveralAtOnce(HomeTest):
 
     def test_different_clients_that_do_not_see_each_others_single_run_lock(self):
         """Two sessions then wait for each other at the store alone."""
-        elsewhere = Home(TOOLS, self.home.path)
+        elsewhere = Home(self.tools, self.home.path)
         elsewhere.environment = dict(self.home.environment, TMPDIR=os.path.join(self.directory, "tmp"))
         os.mkdir(elsewhere.environment["TMPDIR"])
         processes = [self.home.start(FIRST), elsewhere.start(SECOND)]
@@ -146,7 +139,7 @@ class SeveralAtOnce(HomeTest):
         self.assertIn("Inside the second", self.titles(FIRST))
 
 
-class StoreProblems(HomeTest):
+class StoreProblems(ProblemTest):
     def refused(self, *phrases):
         """The store is refused, and neither it nor a bookmarks file changes; what is said names what is wrong."""
         with open(self.home.store(), "rb") as file:
@@ -262,7 +255,7 @@ class StoreProblems(HomeTest):
         self.assertIn("Inside the second", self.titles(FIRST))
 
 
-class FullDisk(HomeTest):
+class FullDisk(ProblemTest):
     def test_a_disk_that_fills_up_loses_nothing_at_any_moment(self):
         """So many system calls of a kind find room in each session, and no later one; then there is room again."""
         self.settle()
@@ -282,7 +275,7 @@ class FullDisk(HomeTest):
                 found += 1 + found // 4
 
 
-class JumpingClocks(HomeTest):
+class JumpingClocks(ProblemTest):
     def test_files_dated_a_year_ahead_or_back_lose_no_edit(self):
         self.settle()
         for turn, days in enumerate((365, -365, 0)):
@@ -305,11 +298,5 @@ class JumpingClocks(HomeTest):
             self.assertEqual(not os.path.exists(self.home.lock()), broken)
 
 
-def main():
-    global TOOLS
-    TOOLS = Tools(os.path.abspath(sys.argv.pop(1)))
-    unittest.main(verbosity=1)
-
-
 if __name__ == "__main__":
-    main()
+    run_tests()

@@ -4,6 +4,9 @@ import os
 import plistlib
 import shutil
 import subprocess
+import sys
+import tempfile
+import unittest
 
 FIRST = "com.keldra.Corvane"
 SECOND = "com.keldra.Corvane.Second.plist"
@@ -197,3 +200,20 @@ def edit_both(home, deleting=True):
     child(second, "Made on the second")["Children"].append(child(second, "Second")["Children"].pop(0))
     child(second, "BookmarksBar")["Children"].remove(child(child(second, "BookmarksBar"), "Sailing"))
     write(home.bookmarks(SECOND), second)
+
+
+class HomeTest(unittest.TestCase):
+    """A test with a home of its own."""
+
+    tools = None
+
+    def setUp(self):
+        self.directory = tempfile.mkdtemp(prefix="corvane-home-")
+        self.addCleanup(shutil.rmtree, self.directory)
+        self.home = Home(self.tools, os.path.join(self.directory, "home")).make()
+
+
+def run_tests():
+    """Those of the script that calls this, whose first argument is the directory of the programs."""
+    HomeTest.tools = Tools(os.path.abspath(sys.argv.pop(1)))
+    unittest.main(verbosity=1)

@@ -9,15 +9,10 @@ single-run lock and no half-written file, and the next one finds everything in o
 
 import os
 import resource
-import shutil
 import subprocess
-import sys
-import tempfile
-import unittest
 
-from homes import FIRST, SECOND, Home, Tools, folder, leaf, root_with, write
+from homes import FIRST, SECOND, HomeTest, folder, leaf, root_with, run_tests, write
 
-TOOLS = None
 MIB = 1 << 20
 FOLDERS = 40
 PAGES = 150
@@ -40,11 +35,9 @@ def limited(size):
     return limit
 
 
-class ShortMemory(unittest.TestCase):
+class ShortMemory(HomeTest):
     def setUp(self):
-        self.directory = tempfile.mkdtemp(prefix="corvane-memory-")
-        self.addCleanup(shutil.rmtree, self.directory)
-        self.home = Home(TOOLS, os.path.join(self.directory, "home")).make()
+        super().setUp()
         for client, name in ((FIRST, "First"), (SECOND, "Second")):
             write(self.home.bookmarks(client), large_root(name))
 
@@ -81,7 +74,7 @@ class ShortMemory(unittest.TestCase):
         self.home.must_sync(FIRST)
         said = 0
         for size in range(16, 200, 2):
-            status, output = self.run_limited([TOOLS.control, "export", os.devnull], size * MIB)
+            status, output = self.run_limited([self.tools.control, "export", os.devnull], size * MIB)
             self.assertGreaterEqual(status, 0, f"ended by a signal at {size} MiB: {output}")
             said += "not enough memory" in output
             if status == 0:
@@ -89,11 +82,5 @@ class ShortMemory(unittest.TestCase):
         self.assertGreater(said, 0)
 
 
-def main():
-    global TOOLS
-    TOOLS = Tools(os.path.abspath(sys.argv.pop(1)))
-    unittest.main(verbosity=1)
-
-
 if __name__ == "__main__":
-    main()
+    run_tests()
