@@ -9,14 +9,14 @@ namespace {
 
 using Command = CommandLine::Command;
 
-struct Row {
+struct CommandLineCase {
   const char* phrase;
   std::vector<const char*> arguments;  // after the program's name
   Command command;
   const char* clientId = nullptr;
 };
 
-const Row kRows[] = {
+const CommandLineCase kRows[] = {
     {"no arguments at all", {}, Command::unknown},
     {"a sync", {"--sync", "X", "--entitynames", "anything"}, Command::sync, "X"},
     {"--sync X --entitynames alone (argc 4)", {"--sync", "X", "--entitynames"}, Command::unknown},
@@ -56,7 +56,7 @@ const Row kRows[] = {
 };
 
 TEST(CommandLine, IsRecognised) {
-  for (const Row& row : kRows) {
+  for (const CommandLineCase& row : kRows) {
     SCOPED_TRACE(row.phrase);
     std::vector<const char*> argv = row.arguments;
     argv.insert(argv.begin(), "corvanetool");

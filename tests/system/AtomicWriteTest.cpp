@@ -22,11 +22,11 @@
 namespace {
 
 // What the n-th call of a function fails with, counted down; 0 when it is not to fail.
-struct Fault {
+struct FailingCall {
   int callsUntil = 0;
   int error = 0;
 };
-std::map<std::string, Fault>* faults = nullptr;
+std::map<std::string, FailingCall>* faults = nullptr;
 constexpr int kNeverReturns = -1;       // in place of an error: the process stands still until it is killed
 std::function<void()> beforeRenameat2;  // called once, before the next one
 std::string lastRenamed;                // the name that the last rename took away
@@ -102,7 +102,7 @@ class AtomicWrite : public testing::Test {
     EXPECT_FALSE(listDirectory(directory.path(), result));
     return result;
   }
-  std::error_code writeWith(std::map<std::string, Fault> given, const std::string& text) {
+  std::error_code writeWith(std::map<std::string, FailingCall> given, const std::string& text) {
     faults = &given;
     const std::error_code error = files.writeAtomically(path, text);
     faults = nullptr;
@@ -228,7 +228,7 @@ TEST_F(AtomicWrite, AMissingDirectoryIsAnError) {
 
 class NewFile : public AtomicWrite {
  protected:
-  std::error_code writeNewWith(std::map<std::string, Fault> given, const std::string& text) {
+  std::error_code writeNewWith(std::map<std::string, FailingCall> given, const std::string& text) {
     faults = &given;
     const std::error_code error = files.writeNewAtomically(path, text);
     faults = nullptr;
@@ -236,14 +236,14 @@ class NewFile : public AtomicWrite {
   }
 
   // How a file system fails that does not know the rename, and one that has no links either.
-  const std::map<std::string, Fault> knowsNoSuchRename{{"renameat2", {1, EINVAL}}};
-  const std::map<std::string, Fault> hasNoLinksEither{{"renameat2", {1, EINVAL}}, {"link", {1, EPERM}}};
+  const std::map<std::string, FailingCall> knowsNoSuchRename{{"renameat2", {1, EINVAL}}};
+  const std::map<std::string, FailingCall> hasNoLinksEither{{"renameat2", {1, EINVAL}}, {"link", {1, EPERM}}};
 };
 
 // Somebody makes the file between the look for it and the renaming: his stands.
 TEST_F(NewFile, OneThatComesInTheLastMomentStands) {
   for (const auto& faultsOfFileSystem :
-       {std::map<std::string, Fault>{}, knowsNoSuchRename, hasNoLinksEither}) {
+       {std::map<std::string, FailingCall>{}, knowsNoSuchRename, hasNoLinksEither}) {
     beforeRenameat2 = [this] { ASSERT_FALSE(files.write(path, "somebody's")); };
     EXPECT_EQ(writeNewWith(faultsOfFileSystem, "mine"), std::errc::file_exists);
     EXPECT_EQ(contents(), "somebody's");
@@ -254,7 +254,7 @@ TEST_F(NewFile, OneThatComesInTheLastMomentStands) {
 
 TEST_F(NewFile, IsMadeOnEveryFileSystem) {
   for (const auto& faultsOfFileSystem :
-       {std::map<std::string, Fault>{}, knowsNoSuchRename, hasNoLinksEither}) {
+       {std::map<std::string, FailingCall>{}, knowsNoSuchRename, hasNoLinksEither}) {
     EXPECT_FALSE(writeNewWith(faultsOfFileSystem, "new"));
     EXPECT_EQ(contents(), "new");
     EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
@@ -265,7 +265,7 @@ TEST_F(NewFile, IsMadeOnEveryFileSystem) {
 TEST_F(NewFile, DirectoriesAreRenamedOnEveryFileSystem) {
   ASSERT_FALSE(files.makeDirectory(directory / "a", 0700));
   ASSERT_FALSE(files.makeDirectory(directory / "b", 0700));
-  std::map<std::string, Fault> given = knowsNoSuchRename;
+  std::map<std::string, FailingCall> given = knowsNoSuchRename;
   faults = &given;
   EXPECT_EQ(files.renameWithoutReplacing(directory / "a", directory / "b"), std::errc::file_exists);
   given = knowsNoSuchRename;
@@ -304,7 +304,7 @@ class StuckWriter {
  public:
   explicit StuckWriter(const std::string& path) : _child(fork()) {
     if (_child != 0) return;
-    std::map<std::string, Fault> given{{"rename", {1, kNeverReturns}}};
+    std::map<std::string, FailingCall> given{{"rename", {1, kNeverReturns}}};
     faults = &given;
     LinuxFileSystem().writeAtomically(path, "half done");
     _exit(1);

@@ -19,12 +19,11 @@ Dictionary change(Dictionary record) {
                    {"Record", std::move(record)}});
 }
 
-struct Row {
-  Value scenario;
-  const char* message;
-};
-
 TEST(Scenario, RefusesWhatIsMalformed) {
+  struct Row {
+    Value scenario;
+    const char* message;
+  };
   const Row rows[] = {
       {"text", ": a dictionary is wanted, not a value of type string"},
       {Dictionary{{"Stepps", Array{}}}, "Stepps: there is no such key here"},

@@ -29,20 +29,20 @@ std::string numbered(std::vector<PlacedChild> children, std::int32_t least = kAn
   return text;
 }
 
-struct Row {
+struct SiblingsRow {
   const char* phrase;
   std::vector<PlacedChild> children;
   const char* expected;
   std::int32_t least = kAnywhere;
 };
-void PrintTo(const Row& row, std::ostream* out) { *out << row.phrase; }
+void PrintTo(const SiblingsRow& row, std::ostream* out) { *out << row.phrase; }
 
-class Placement : public ::testing::TestWithParam<Row> {};
+class Placement : public ::testing::TestWithParam<SiblingsRow> {};
 TEST_P(Placement, ChangesAsFewAsItCan) {
   EXPECT_EQ(numbered(GetParam().children, GetParam().least), GetParam().expected);
 }
 
-const Row kRows[] = {
+const SiblingsRow kRows[] = {
     {"nothing to do keeps even equal numbers", {listed(0, 7, "b"), listed(1, 7, "b")}, "7 7"},
     {"an empty folder counts from 0", {added("b"), added("a")}, "0! 1!"},
     {"at the end one more than the last", {listed(0, 0, "b"), listed(1, 1, "b"), added("a")}, "0 1 2!"},

@@ -97,11 +97,6 @@ TEST(Contents, CutAnywhereAreRefused) {
     EXPECT_THROW(readCommit(std::string_view(whole).substr(0, size)), ContentsException) << size;
 }
 
-struct Row {
-  const char* phrase;
-  std::function<void(Dictionary&)> change;
-};
-
 void changeRecords(Dictionary& entries, const char* key, Value value) {
   Dictionary records = *entries.dictionary("records");
   records.set(key, std::move(value));
@@ -109,6 +104,10 @@ void changeRecords(Dictionary& entries, const char* key, Value value) {
 }
 
 TEST(Contents, OfAnotherShapeAreRefused) {
+  struct Row {
+    const char* phrase;
+    std::function<void(Dictionary&)> change;
+  };
   const Row rows[] = {
       {"no number", [](Dictionary& all) { all.remove("number"); }},
       {"number 0", [](Dictionary& all) { all.set("number", 0); }},
