@@ -111,7 +111,14 @@ Status setPlace(Invocation& run, const std::string& text, SecretInput& input) {
   run.out.flush();
   if (!isSame) tryPlace(run, account);
   commitsOf(account, *place);
-  pelto::writeAccount(pelto::userAccountPath(), account);
+  if (isSame) {
+    // The key may have changed while the user typed.
+    pelto::changeMembership(pelto::userAccountPath(), account, [&](pelto::Membership& membership) {
+      membership.credentials = account.membership->credentials;
+    });
+  } else {
+    pelto::writeAccount(pelto::userAccountPath(), account);
+  }
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
   run.out.write(
       isSame ? "The account stays as it is, with what opens the place now.\n"

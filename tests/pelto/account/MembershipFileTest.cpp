@@ -2,6 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "CorvaneSyncClient/platform/pelto/account/DotPeltoSessionProxy.h"
 #include "CorvaneSyncClient/platform/pelto/account/MembershipFile.h"
@@ -143,6 +149,64 @@ TEST_F(MembershipFileTest, TheMembershipOfAnotherAccountIsNotChanged) {
   EXPECT_EQ(readAccount(path)->membership->generation, 3);
   changeMembership(path, account, toFour);
   EXPECT_EQ(readAccount(path)->membership->generation, 4);
+}
+
+// On a slow machine others may hold the file for longer than one waits.
+void insistOnEnabling(const std::string& path, const Account& account, const std::string& dataClass) {
+  for (bool isDone = false; !isDone;) {
+    try {
+      changeMembership(path, account, [&](Membership& membership) { membership.enabled.insert(dataClass); });
+      isDone = true;
+    } catch (const PlatformException&) {
+    }
+  }
+}
+
+TEST_F(MembershipFileTest, WhatSeveralProcessesChangeAtOnceIsAllKept) {
+  constexpr int kProcesses = 4, kChanges = 15;
+  writeAccount(path, account);
+  std::vector<pid_t> processes;
+  for (int process = 0; process < kProcesses; ++process) {
+    processes.push_back(::fork());
+    ASSERT_GE(processes.back(), 0);
+    if (processes.back() != 0) continue;
+    for (int i = 0; i < kChanges; ++i)
+      insistOnEnabling(path, account, std::to_string(process) + "." + std::to_string(i));
+    ::_exit(0);
+  }
+  for (const pid_t each : processes) {
+    int status = -1;
+    ASSERT_EQ(::waitpid(each, &status, 0), each);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(readAccount(path)->membership->enabled.size(), 1u + kProcesses * kChanges);
+}
+
+TEST_F(MembershipFileTest, NobodyElseChangesItMeanwhile) {
+  const auto expectLocked = [&](const char* what, const std::function<void()>& work) {
+    bool wasLocked = false;
+    platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+      std::error_code error;
+      const bool isChange =
+          call.operation == FileOperation::writeAtomically || call.operation == FileOperation::remove;
+      if (isChange && call.path == path) wasLocked = !platform.realFiles.hold(path + "-lock", error);
+      return std::error_code();
+    };
+    work();
+    platform.files.heal();
+    EXPECT_TRUE(wasLocked) << what;
+  };
+  expectLocked("set", [&] { writeAccount(path, account); });
+  expectLocked("changed", [&] { changeMembership(path, account, [](Membership&) {}); });
+  expectLocked("removed", [&] { removeAccount(path); });
+  writeAccount(path, account);
+  platform.files.failAlways(FileOperation::hold, std::errc::device_or_resource_busy);
+  try {
+    writeAccount(path, account);
+    FAIL() << "others hold it";
+  } catch (const PlatformException& exception) {
+    EXPECT_THAT(exception.reason(), HasSubstr("can't lock " + path + "-lock"));
+  }
 }
 
 // The switches of an account at a place.

@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/platform/pelto/account/Account.h"
 
+#include <memory>
+
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
@@ -83,6 +85,21 @@ void writePrivately(const std::string& path, std::string_view contents) {
     fail(path, "can't write it: " + error.message(), kPermissionRemedy);
 }
 
+// Of the account's file. A reader needs none, since the file is replaced at once.
+std::unique_ptr<FileSystem::Hold> holdOf(const std::string& path) {
+  PrivateFileError problem;
+  auto hold = holdBeside(path, problem);
+  if (hold) return hold;
+  const char* const what = problem.path.ends_with("-lock") ? "can't lock " : "can't make ";
+  fail(path, what + problem.path + ": " + problem.error.message(), kPermissionRemedy);
+}
+
+void writeHeld(const std::string& path, const Account& account) {
+  if (account.membership) return writePrivately(path, membershipFileOf(account).view());
+  writePrivately(
+      path, writeBinaryPropertyList(Dictionary{{kUrlKey, account.url}, {kComputerKey, account.computer}}));
+}
+
 bool removeIfThere(const std::string& path) {
   const std::error_code error = Platform::current().files.remove(path);
   if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) return false;
@@ -119,20 +136,20 @@ std::optional<Account> readAccount(const std::string& path) {
 }
 
 void writeAccount(const std::string& path, const Account& account) {
-  if (account.membership) return writePrivately(path, membershipFileOf(account).view());
-  writePrivately(
-      path, writeBinaryPropertyList(Dictionary{{kUrlKey, account.url}, {kComputerKey, account.computer}}));
+  const auto hold = holdOf(path);
+  writeHeld(path, account);
 }
 
 void changeMembership(const std::string& path, const Account& account,
                       const std::function<void(Membership&)>& change) {
+  const auto hold = holdOf(path);
   auto kept = readAccount(path);
   if (!kept || !kept->membership || !account.membership || !(kept->computer == account.computer) ||
       kept->membership->account != account.membership->account) {
     return;
   }
   change(*kept->membership);
-  writeAccount(path, *kept);
+  writeHeld(path, *kept);
 }
 
 void noteAccountReached(const std::string& path, const Account& account, Date when) {
@@ -143,6 +160,8 @@ void noteAccountReached(const std::string& path, const Account& account, Date wh
 void forgetChain(const std::string& accountPath) { removeIfThere(chainPathBeside(accountPath)); }
 
 bool removeAccount(const std::string& path) {
+  std::unique_ptr<FileSystem::Hold> hold;
+  if (Platform::current().files.attributesIfKnown(path)) hold = holdOf(path);
   const bool removed = removeIfThere(path);
   removeIfThere(notePathOf(path));
   forgetChain(path);

@@ -31,12 +31,13 @@ std::string chainPathBeside(const std::string& accountPath);
 /// Reads the account; absent when there is no file. Raises DotPeltoException when the file cannot be read,
 /// does not hold an account, or is accessible to other users.
 std::optional<Account> readAccount(const std::string& path);
-/// Writes the account without `reached`, atomically, to a file that only the user can read. Raises
-/// DotPeltoException.
+/// Writes the account without `reached`, atomically, to a file that only the user can read. What changes that
+/// file or removes it, here and below, waits for others of the user's processes that do; one that has to wait
+/// for ten seconds raises DotPeltoException, as for whatever else fails.
 void writeAccount(const std::string& path, const Account& account);
 /// Reads the account, lets `change` change its membership, and writes it. Nothing happens when there is no
-/// account by now, or not the one that `account` and `computer` name. Another process that does the same at
-/// this very moment may undo it. Raises DotPeltoException.
+/// account by now, or not the one that `account` and `computer` name. No other process's change is lost by
+/// it. Raises DotPeltoException.
 void changeMembership(const std::string& path, const Account& account,
                       const std::function<void(Membership&)>& change);
 /// Notes that the service answered for this account. The note is a file beside the account's, so that it

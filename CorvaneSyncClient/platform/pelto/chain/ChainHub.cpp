@@ -10,35 +10,6 @@ namespace corvane::pelto {
 
 using namespace chain;
 
-namespace {
-
-// Each try waits for two seconds. The commands of a person wait no longer than a few of them; a run that
-// syncs has the single-run lock, and meets no other one.
-constexpr int kLockTries = 5;
-
-// Kept from other processes of this computer for as long as the answer lives.
-std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path) {
-  FileSystem& files = Platform::current().files;
-  const std::string lock = path + "-lock";
-  const auto fail = [&](const std::error_code& error) {
-    throw PlaceException("Can't lock " + lock + ": " + error.message() + ".");
-  };
-  if (const auto problem = makePrivateDirectory(path.substr(0, path.rfind('/')))) fail(problem.error);
-  for (int tries = 1;; ++tries) {
-    std::error_code error;
-    if (auto hold = files.hold(lock, error)) return hold;
-    if (error == std::errc::no_such_file_or_directory) {
-      const PrivateUmask umask;
-      error = files.writeNewAtomically(lock, {});
-      if (error && error != std::errc::file_exists) fail(error);
-      continue;
-    }
-    if (error != std::errc::device_or_resource_busy || tries >= kLockTries) fail(error);
-  }
-}
-
-}  // namespace
-
 ChainHub::ChainHub(Place& place, const Sealer& sealer, EnabledSetting& setting, ChainHubOptions options)
     : _place(place),
       _objects(place, sealer),
@@ -51,7 +22,9 @@ ChainHub::~ChainHub() = default;
 
 void ChainHub::open() {
   if (_lock) return;
-  _lock = holdBeside(_options.keptPath);
+  PrivateFileError problem;
+  _lock = holdBeside(_options.keptPath, problem);
+  if (!_lock) throw PlaceException("Can't lock " + problem.path + ": " + problem.error.message() + ".");
   _kept = _file.read();
   _state.kept = _kept.kept;
   _commit = _kept.commit;

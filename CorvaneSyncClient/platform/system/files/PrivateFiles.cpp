@@ -7,12 +7,17 @@
 #include <cerrno>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/files/RegularFile.h"
 
 namespace corvane {
 
 namespace {
+
+// Each try waits for two seconds. The commands of a person wait no longer than a few of them; a run that
+// syncs has the single-run lock, and meets no other one.
+constexpr int kLockTries = 5;
 
 PrivateFileError failureOf(const std::string& path) { return {path, lastSystemError()}; }
 
@@ -48,6 +53,24 @@ std::error_code readPrivateFile(const std::string& path, std::string& contents) 
     if (isOwn && (status.st_mode & 077) == 0) return {};
     return {EPERM, std::system_category()};
   });
+}
+
+std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path, PrivateFileError& problem) {
+  FileSystem& files = Platform::current().files;
+  const std::string lock = path + "-lock";
+  if ((problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))) return nullptr;
+  for (int tries = 1;; ++tries) {
+    std::error_code error;
+    if (auto hold = files.hold(lock, error)) return hold;
+    if (error == std::errc::no_such_file_or_directory) {
+      const PrivateUmask umask;
+      error = files.writeNewAtomically(lock, {});
+      if (!error || error == std::errc::file_exists) continue;
+    }
+    if (error == std::errc::device_or_resource_busy && tries < kLockTries) continue;
+    problem = {lock, error};
+    return nullptr;
+  }
 }
 
 PrivateUmask::PrivateUmask() : _before(::umask(077)) {}

@@ -2,8 +2,11 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <system_error>
+
+#include "CorvaneSyncClient/platform/system/FileSystem.h"
 
 namespace corvane {
 
@@ -29,6 +32,11 @@ PrivateFileError setMode(const std::string& path, mode_t mode);
 /// file; `std::errc::operation_not_permitted` for any other. Root may act for the user whom the file belongs
 /// to.
 std::error_code readPrivateFile(const std::string& path, std::string& contents);
+
+/// Keeps others of the user's processes, as long as the answer lives, from what stands or will stand at
+/// `path`: by a hold on the file `path` + "-lock", which is made where it is missing, with its directory.
+/// Empty, with `problem` set, where that cannot be, and where others hold it for ten seconds.
+std::unique_ptr<FileSystem::Hold> holdBeside(const std::string& path, PrivateFileError& problem);
 
 /// New files are the user's alone for as long as this object lives, also those that others of this process
 /// make.
