@@ -302,6 +302,140 @@ TEST_F(ChainHubTest, ASegmentMissingForADayIsPassedByAndItsWriterIsToldSo) {
   EXPECT_EQ(b->records.size(), 2'501u);
 }
 
+class LostSnapshotTest : public ChainHubTest {
+ protected:
+  // What the newest checkpoint names, once one is made.
+  std::vector<std::string> snapshot() {
+    const MemoryPlace::Objects before = place.objects;
+    giveUntilCheckpoint(*a);
+    std::vector<std::string> names;
+    for (const auto& each : place.objects) {
+      if (!before.contains(each.first) && each.first.find("/s/") != std::string::npos)
+        names.push_back(each.first);
+    }
+    return names;
+  }
+  void damage(const std::vector<std::string>& names) {
+    for (const std::string& each : names) place.objects.at(each).bytes[100] ^= 1;
+  }
+  std::int64_t commits() const {
+    return std::count_if(place.objects.begin(), place.objects.end(),
+                         [](const auto& each) { return each.first.find("/c/") != std::string::npos; });
+  }
+};
+
+TEST_F(LostSnapshotTest, WhatIsOlderIsReadInsteadAndACheckpointReplacesIt) {
+  a->give({bookmark(1, "one")});
+  for (const char* newcomer : {"with all commits", "after a checkpoint"}) {
+    SCOPED_TRACE(newcomer);
+    damage(snapshot());
+    const std::int64_t before = commits();
+    const auto late = computer(newcomer), later = computer(newcomer + std::string(", later"));
+    const RemoteChanges remote = late->takeIn();
+    EXPECT_EQ(late->names(), a->names());
+    EXPECT_EQ(commits(), before + 1);
+    EXPECT_TRUE(late->push({bookmark(2, newcomer)})) << "told of the state that it has made";
+    place.calls.clear();
+    later->takeIn();
+    EXPECT_LT(place.calls.size(), 10u) << "the new checkpoint is read";
+    EXPECT_EQ(later->names(), late->names());
+    const RemoteChanges known = a->takeIn();
+    EXPECT_EQ(known.common->revision, remote.now.revision - 1) << "all states go on";
+    EXPECT_EQ(a->names(), late->names());
+  }
+}
+
+TEST_F(LostSnapshotTest, AMissingPartIsLikeADamagedOne) {
+  a->give({bookmark(1, "one")});
+  place.objects.erase(snapshot().back());
+  const auto late = computer("late");
+  late->takeIn();
+  EXPECT_EQ(late->names(), a->names());
+}
+
+TEST_F(LostSnapshotTest, WithNothingOlderWhoIsNewWaitsForADayAndTheOthersGiveAllAgain) {
+  a->give({bookmark(1, "one")});
+  const std::vector<std::string> lost = snapshot();
+  std::erase_if(place.objects, [&](const auto& each) {
+    const auto slot = chain::slotNamed(each.first.substr(each.first.rfind('/') + 1));
+    return slot && slot->number < a->seen.front().revision;
+  });
+  damage(lost);
+  a->give({bookmark(2, "two")});
+  for (const double seconds : {0.0, 86'000.0}) {
+    platform.clock.time.seconds += seconds;
+    const std::string failure = failureOf([&] { computer("late")->takeIn(); });
+    EXPECT_THAT(failure, HasSubstr("this computer waits"));
+    EXPECT_THAT(failure, HasSubstr("give that again when they sync"));
+  }
+  platform.clock.time.seconds += 1'000;
+  const auto late = computer("late");
+  late->takeIn();
+  EXPECT_THAT(late->names(), ElementsAre("two"));
+  std::vector<HubRecord> all;
+  for (const auto& [id, name] : a->records) {
+    all.push_back(bookmark(0, name));
+    all.back().id = id;
+  }
+  const std::set<std::string> names = a->names();
+  const RemoteChanges remote = a->takeIn();
+  EXPECT_FALSE(remote.common && remote.common->revision > 0) << "no state from before goes on";
+  EXPECT_TRUE(remote.whole);
+  EXPECT_TRUE(a->push(all));
+  late->takeIn();
+  EXPECT_EQ(late->names(), names);
+}
+
+class LastCommitTest : public ChainHubTest {
+ protected:
+  // a has ended the generation; answers the name of the last commit.
+  std::string end() {
+    const AccountKey key = AccountKey(std::string(AccountKey::kBytes, 'k'));
+    const AccountKey next = AccountKey(std::string(AccountKey::kBytes, 'n'));
+    const std::string account = a->seen.front().account.toString();
+    a->begin();
+    const GenerationChange change = changeGeneration(key, next, account, 2, {}, {});
+    EXPECT_EQ(a->chain->changeGeneration(Sealer(next, account, 2), change), HubPushed::Outcome::done);
+    std::string last;
+    for (const auto& each : place.objects) {
+      const auto slot = chain::slotNamed(each.first.substr(each.first.rfind('/') + 1));
+      if (slot && slot->number == a->seen.front().revision + 1) last = each.first;
+    }
+    return last;
+  }
+};
+
+TEST_F(LastCommitTest, HandsTheKeyOverWhateverElseIsGone) {
+  b->give({bookmark(1, "one")});
+  a->give({bookmark(2, "two")});
+  const std::string last = end();
+  std::erase_if(place.objects, [&](const auto& each) { return each.first != last; });
+  const auto late = computer("late");
+  for (ChainComputer* each : {b.get(), late.get()}) {
+    each->begin();
+    ASSERT_TRUE(each->chain->change());
+    EXPECT_EQ(each->chain->change()->generation, 2);
+  }
+}
+
+TEST_F(LastCommitTest, NothingFollowsIt) {
+  b->give({bookmark(1, "one")});
+  a->takeIn();
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 2'500; ++i) many.push_back(bookmark(10 + i, "n" + std::to_string(i)));
+  a->give(many);
+  end();
+  std::erase_if(place.objects, [](const auto& each) { return each.first.find("/s/") != std::string::npos; });
+  const std::size_t before = place.objects.size();
+  for (int days = 0; days < 3; ++days) {
+    b->takeIn();
+    EXPECT_EQ(b->push({bookmark(3, "three")}).outcome, HubPushed::Outcome::overtaken);
+    platform.clock.time.seconds += 90'000;
+  }
+  EXPECT_EQ(place.objects.size(), before) << "what is missing before it is not passed by";
+  EXPECT_TRUE(b->chain->change());
+}
+
 TEST_F(ChainHubTest, ASlotThatIsDamagedForGoodIsPassedBy) {
   b->give({bookmark(1, "one")});
   a->give({bookmark(2, "two")});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,11 +76,11 @@ class ChainHub : public Hub {
   chain::Count countAtHead() const;
 
   /// Runs `work` on a settled exchange. Where it misses an object that a commit names, begins anew once,
-  /// since another computer may just have removed what is old; where that stays missing for a day, passes it
-  /// by.
-  template <typename Work>
-  void withWhatIsMissing(const Work& work);
-  void passBy(const chain::Link& link, const chain::MissingObject& missing);
+  /// since another computer may just have removed what is old, and reads what is older instead of a
+  /// checkpoint; where that does not help for a day, passes the commit by.
+  void withWhatIsMissing(const std::function<void()>& work);
+  void passBy(const chain::Link& link, const chain::MissingObject& missing, bool isForGood);
+  void checkpointAround();
   const std::vector<chain::PastState>& told();
   chain::History history(const std::vector<HubState>& seen);
   RemoteChanges readChanges(const std::vector<HubState>& seen);

@@ -35,26 +35,28 @@ void removeAll(ChainObjects& objects, const Link& link, const Snapshot& snapshot
 std::optional<GenerationChange> ChainHub::change() {
   open();
   if (_state.stage != Stage::settled) settle();
-  const Link* const head = _state.kept.head();
-  if (!head || !head->isLast) return std::nullopt;
-  return _objects.commit(*head).change;
+  if (!isEnded(_state.kept)) return std::nullopt;
+  return _objects.commit(*_state.kept.head()).change;
 }
 
 HubPushed::Outcome ChainHub::changeGeneration(const Sealer& next, const GenerationChange& change) {
   if (this->change()) return HubPushed::Outcome::overtaken;
-  Commit last = commitAfterHead(Platform::current().uuids.newUuid());
+  ChainObjects objects(_place, next);
+  Commit last, first;
+  std::vector<NamedBytes> segments;
+  withWhatIsMissing([&] {
+    last = commitAfterHead(Platform::current().uuids.newUuid());
+    const std::int64_t number = last.link.number;
+    std::vector<PastState> states = statesToTell(number - 1);
+    // By the place's clock, as all of them: this computer's may be wrong.
+    const Date date = states.empty() ? Platform::current().clock.now() : states.front().date;
+    states.insert(states.begin(), {number, last.link.pushId, date});
+    segments.clear();
+    first = checkpointAfterHead(number, states, objects, segments);
+  });
   last.change = change;
   last.link.isLast = true;
-  const std::int64_t number = last.link.number;
-  std::vector<PastState> states = statesToTell(number - 1);
-  // By the place's clock, as all of them: this computer's may be wrong.
-  const Date date = states.empty() ? Platform::current().clock.now() : states.front().date;
-  states.insert(states.begin(), {number, last.link.pushId, date});
-
-  ChainObjects objects(_place, next);
-  std::vector<NamedBytes> segments;
-  Commit first = checkpointAfterHead(number, states, objects, segments);
-  first.link.number = number + 1;
+  first.link.number = last.link.number + 1;
   first.link.before = 0;
   first.link.attempt = 0;
   begin(objects, first, first.link, segments);

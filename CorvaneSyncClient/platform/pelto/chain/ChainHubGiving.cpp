@@ -58,8 +58,7 @@ Commit ChainHub::commitAfterHead(const String& pushId) const {
 HubPushed ChainHub::push(const HubPush& push) {
   open();
   if (_state.stage != Stage::settled) settle();
-  if (push.expected != headState() || (_state.kept.head() && _state.kept.head()->isLast))
-    return {HubPushed::Outcome::overtaken, {}};
+  if (push.expected != headState() || isEnded(_state.kept)) return {HubPushed::Outcome::overtaken, {}};
   Commit commit = commitAfterHead(push.id);
   for (const HubRecord& each : push.records) commit.link.records += each.deleted ? 0 : 1;
   const std::size_t bytes = textBytesOf(push.records);
@@ -81,6 +80,7 @@ HubPushed ChainHub::push(const HubPush& push) {
 }
 
 HubPushed::Outcome ChainHub::giveCommit(Commit commit) {
+  if (isEnded(_state.kept)) return HubPushed::Outcome::overtaken;
   if (_state.isBlocked) {
     throw PlaceException("The next slot, c/" + nameOf(commit.link) + " in " + _objects.whereabouts() +
                          ", holds a damaged object. If it stays so for ten minutes, it is passed by.");
@@ -163,6 +163,8 @@ std::vector<PastState> ChainHub::statesToTell(std::int64_t keeps) {
     if (link.number <= keeps) states.push_back({link.number, link.pushId, dates[nameOf(link)]});
   }
   std::reverse(states.begin(), states.end());
+  // What is told may be what is missing.
+  if (keeps == 0) return states;
   for (const PastState& each : told()) {
     if (each.number <= keeps) states.push_back(each);
   }

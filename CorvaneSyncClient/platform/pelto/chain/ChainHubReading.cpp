@@ -1,23 +1,24 @@
-#include <algorithm>
-
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane::pelto {
 
 using namespace chain;
 
-template <typename Work>
-void ChainHub::withWhatIsMissing(const Work& work) {
+void ChainHub::withWhatIsMissing(const std::function<void()>& work) {
   for (bool isFirst = true;; isFirst = false) {
     try {
       _reading.reset();
       return work();
     } catch (const MissingObject& missing) {
       if (!_reading) throw;
-      if (!isFirst) passBy(Link(*_reading), missing);
+      const Link link(*_reading);
+      const bool isForGood = isMissingForGood(_state.kept, link, _state.now, Platform::current().clock.now());
+      if (!isFirst) passBy(link, missing, isForGood);
       _state.kept.path.clear();
       settle();
+      if (goesAround(path())) checkpointAround();
     }
   }
 }
@@ -40,27 +41,36 @@ RemoteChanges ChainHub::remoteChanges(const std::vector<HubState>& seen) {
   return remote;
 }
 
-// The commit's writer still has what it gave, and gives it again once it sees that its state is no longer a
-// part of the history.
-void ChainHub::passBy(const Link& link, const MissingObject& missing) {
-  const std::string what = missing.reason() + " The commit " + nameOf(link) + " needs it. ";
-  if (link.isCheckpoint) {
-    throw PlaceException(what +
-                         "Remove the commit's object: the computers of the account then give everything "
-                         "again.");
-  }
-  const Sighting sighting{nameOf(link), {}, Platform::current().clock.now()};
-  const bool isOver = isForGood(_state.kept.missing, sighting, _state.now, kMissingSeconds);
+// The writers still have what they gave, and give it again once they see that their state is no longer a part
+// of the history.
+void ChainHub::passBy(const Link& link, const MissingObject& missing, bool isForGood) {
   keep();
-  if (!isOver) throw PlaceException(what + "If it stays missing for a day, the commit is passed by.");
+  if (!isForGood) {
+    throw PlaceException(
+        missing.reason() + " The commit " + nameOf(link) + " needs it. " +
+        (link.isCheckpoint
+             ? "Nothing older is left that could stand in for it: until then this computer waits. "
+               "If it stays missing for a day, the account begins with what came after it, and "
+               "the computers that have the rest give that again when they sync."
+             : "If it stays missing for a day, the commit is passed by."));
+  }
   _passedBy.push_back(link);
-  const auto byNumber = [](const Link& one, const Link& other) { return one.number < other.number; };
-  const Link first = *std::min_element(_passedBy.begin(), _passedBy.end(), byNumber);
   try {
-    checkpoint(first.number - 1);
+    checkpoint(continuedWithout(_passedBy));
   } catch (const MissingObject& another) {
     if (!_reading) throw;
-    passBy(Link(*_reading), another);
+    const Link other(*_reading);
+    passBy(other, another, isMissingForGood(_state.kept, other, _state.now, Platform::current().clock.now()));
+  }
+}
+
+// So that the next one does not need what is older, which goes at the next collection. What is in the way of
+// that is left to the next one.
+void ChainHub::checkpointAround() {
+  try {
+    checkpoint(_state.kept.head()->number);
+  } catch (const PlatformException& exception) {
+    SCLog("A damaged checkpoint is not replaced: %@", exception.reason());
   }
 }
 
@@ -74,7 +84,7 @@ void ChainHub::readAll(AccountRecords& records) {
   for (const Link& link : std::vector<Link>(path())) {
     if (!link.isCheckpoint) {
       takeCommit(records, link);
-    } else if (link.hash == path().front().hash) {
+    } else if (link.hash == path().front().hash && !isIn(_passedBy, link)) {
       _reading = link;
       records.takeSnapshot(link);
       _reading.reset();

@@ -36,8 +36,9 @@ bool follows(const State& state, const Link& link) {
 }
 
 void take(Kept& kept, const Link& link) {
-  // The state after a checkpoint no longer depends on what lies before it.
-  if (link.isCheckpoint) kept.path.clear();
+  // The state after a checkpoint no longer depends on what lies before it, and who has come to the last
+  // commit has all in the next generation.
+  if (link.isCheckpoint || link.isLast) kept.path.clear();
   kept.path.push_back(link);
 }
 
@@ -69,14 +70,6 @@ State stuck(State state, Cause cause) {
   return state;
 }
 
-State toLook(State state, bool asksForHead) {
-  state.stage = Stage::look;
-  state.asksForHead = asksForHead && !state.kept.path.empty();
-  state.attempt = 0;
-  state.isBlocked = false;
-  return state;
-}
-
 State toSurvey(State state) {
   if (state.surveys == kMostSurveys) return stuck(std::move(state), Cause::restless);
   ++state.surveys;
@@ -98,6 +91,14 @@ State toVerify(State state) {
   if (count == 0) return settle(std::move(state));
   state.stage = Stage::verify;
   return state;
+}
+
+State toLook(State state, bool asksForHead) {
+  state.stage = Stage::look;
+  state.asksForHead = asksForHead && !state.kept.path.empty();
+  state.attempt = 0;
+  state.isBlocked = false;
+  return isEnded(state.kept) && !state.asksForHead ? toVerify(std::move(state)) : state;
 }
 
 // The commits that a push rests on: those that are not verified, and always the one before it, since the
@@ -147,6 +148,25 @@ bool hasNewDamage(State& state, Date now) {
   return isNew;
 }
 
+// What the listing shows, around checkpoints of which something is missing where that leads to the same
+// commit.
+Survey surveyed(const State& state) {
+  Survey trusting = survey(*state.listed, state.read);
+  Readings doubting = state.read;
+  bool hasDoubts = false;
+  for (const Sighting& each : state.kept.missing) {
+    const auto found = doubting.find(each.name);
+    if (found == doubting.end() || !found->second.link.isCheckpoint) continue;
+    found->second.link.isWhole = false;
+    hasDoubts = true;
+  }
+  if (!trusting.unread.empty() || trusting.path.empty() || !hasDoubts) return trusting;
+  Survey around = survey(*state.listed, doubting);
+  const bool leadsThere = !around.unread.empty() ||
+                          (!around.path.empty() && around.path.back().hash == trusting.path.back().hash);
+  return leadsThere ? around : trusting;
+}
+
 State afterSurveying(State state, const Answer& answer, const Action& action) {
   if (!state.listed) {
     state.listed = answer.listed;
@@ -157,7 +177,7 @@ State afterSurveying(State state, const Answer& answer, const Action& action) {
       state.read[action.names[i]] = found;
     }
   }
-  Survey found = survey(*state.listed, state.read);
+  Survey found = surveyed(state);
   if (!found.unread.empty()) return state;
   if (hasNewDamage(state, answer.now)) return stuck(std::move(state), Cause::damaged);
   state.kept.path = std::move(found.path);
@@ -179,11 +199,13 @@ State afterLooking(State state, const Answer& answer) {
   if (state.asksForHead && !isThere(answer.found.front(), *state.kept.head()))
     return toSurvey(std::move(state));
   state.asksForHead = false;
+  if (isEnded(state.kept)) return toVerify(std::move(state));
   const Found& slot = answer.found.back();
   if (slot.state == Found::State::absent) return toVerify(std::move(state));
   if (slot.state == Found::State::good && follows(state, slot.link)) {
     take(state.kept, slot.link);
     state.attempt = 0;
+    if (isEnded(state.kept)) return toVerify(std::move(state));
     return ++state.followed == kMostFollowed ? toSurvey(std::move(state)) : state;
   }
   const Sighting sighting{nameOf(nextSlot(state)), slot.hash, answer.now};
@@ -216,6 +238,24 @@ bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, Date bega
   if (known.size() == kMostSightings) known.erase(known.begin());
   known.push_back(sighting);
   return false;
+}
+
+bool isEnded(const Kept& kept) { return kept.head() && kept.head()->isLast; }
+
+bool isMissingForGood(Kept& kept, const Link& commit, Date began, Date now) {
+  return isForGood(kept.missing, {nameOf(commit), {}, now}, began, kMissingSeconds);
+}
+
+std::int64_t continuedWithout(const std::vector<Link>& passedBy) {
+  std::int64_t newest = passedBy.front().number - 1;
+  for (const Link& each : passedBy) newest = each.isCheckpoint ? 0 : std::min(newest, each.number - 1);
+  return newest;
+}
+
+bool goesAround(const std::vector<Link>& path) {
+  return std::any_of(path.begin(), path.end(), [&](const Link& each) {
+    return each.isCheckpoint && each.number != path.front().number;
+  });
 }
 
 State begin(Kept kept, Date now) {
@@ -253,11 +293,11 @@ Action next(const State& state) {
     }
     case Stage::survey:
       if (!state.listed) return {Action::Kind::list, {}};
-      return {Action::Kind::get, survey(*state.listed, state.read).unread};
+      return {Action::Kind::get, surveyed(state).unread};
     case Stage::look: {
       std::vector<std::string> names;
       if (state.asksForHead) names.push_back(nameOf(*state.kept.head()));
-      names.push_back(nameOf(nextSlot(state)));
+      if (!isEnded(state.kept)) names.push_back(nameOf(nextSlot(state)));
       return {Action::Kind::get, std::move(names)};
     }
     case Stage::verify:

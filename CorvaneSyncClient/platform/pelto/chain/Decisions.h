@@ -56,6 +56,9 @@ struct Kept {
   friend bool operator==(const Kept&, const Kept&) = default;
 };
 
+/// Whether the newest commit known is the last one of its generation. Nothing follows it.
+bool isEnded(const Kept& kept);
+
 /// How often what is amiss has to be seen, at least this many seconds apart, before it counts as so for good.
 inline constexpr double kDamagedSeconds = 600;
 inline constexpr double kMissingSeconds = 86'400;
@@ -64,6 +67,16 @@ inline constexpr double kSurveySeconds = 86'400;
 /// Whether an exchange that began at `began` has seen what an earlier one saw at least `seconds` before.
 /// Notes the sighting in `known` where it is new.
 bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, Date began, double seconds);
+
+/// Notes that something of the commit is missing: an object that it names. True once that has been so for a
+/// day, and the commit is to be passed by. A checkpoint that is noted is no longer read where the commits
+/// before it are still there.
+bool isMissingForGood(Kept& kept, const Link& commit, Date began, Date now);
+/// The newest state that a checkpoint continues which passes these commits by; there has to be one. What is
+/// missing of a checkpoint is missing of all states that it continues.
+std::int64_t continuedWithout(const std::vector<Link>& passedBy);
+/// Whether the path goes around a checkpoint, since something of that one is missing.
+bool goesAround(const std::vector<Link>& path);
 
 enum class Stage { resolve, survey, look, verify, settled, stuck };
 

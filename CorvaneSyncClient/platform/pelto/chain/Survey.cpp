@@ -71,6 +71,7 @@ class Surveyor {
   std::optional<std::vector<Link>> completePathTo(const Listed& head) {
     std::vector<Link> path;
     for (const Link* link = counting(head); link; link = before(*link)) {
+      if (link->isLast) return std::vector<Link>{*link};
       path.push_back(*link);
       const bool isFirst = link->number == 1 && link->previous == beginning();
       if (isFirst || (link->isCheckpoint && link->isWhole)) {

@@ -35,9 +35,11 @@ struct Survey {
 /// whatever it has seen before.
 ///
 /// After each commit comes the first good one of its slots. A chain is complete when it goes on without a gap
-/// from the account's first commit, or from a checkpoint whose snapshot is whole. More than one chain there
-/// can be when the place was put back to an earlier state: a request from before may be carried out after
-/// that. The complete chain with the highest number counts; of two, the one whose name comes first.
+/// from the account's first commit, or from a checkpoint whose snapshot is whole. The last commit of a
+/// generation is a chain by itself: nothing that follows counts, and nothing before it is needed. More than
+/// one chain there can be when the place was put back to an earlier state: a request from before may be
+/// carried out after that. The complete chain with the highest number counts; of two, the one whose name
+/// comes first.
 Survey survey(const std::vector<std::string>& listed, const Readings& readings);
 
 }  // namespace corvane::pelto::chain
