@@ -13,7 +13,6 @@ namespace {
 using pelto::Account;
 using pelto::Invitation;
 
-constexpr const char* kPassphraseFolder = "passphrase";
 constexpr std::size_t kPassphraseObjectBytes = 1024;
 constexpr std::size_t kMostTried = 20;
 
@@ -24,12 +23,12 @@ pelto::Sealer sealerOf(const Account& account) {
 
 // What the names of an account's objects begin with.
 std::string prefixOf(const pelto::Sealer& sealer) {
-  return std::string(kPassphraseFolder) + '/' + sealer.folder() + '-';
+  return std::string(pelto::kPassphraseFolder) + '/' + sealer.folder() + '-';
 }
 
 std::vector<std::string> objectsOf(pelto::Place& place, const pelto::Sealer& sealer) {
   std::vector<std::string> names;
-  for (const pelto::PlaceObject& each : place.list(kPassphraseFolder)) {
+  for (const pelto::PlaceObject& each : place.list(pelto::kPassphraseFolder)) {
     if (each.name.starts_with(prefixOf(sealer))) names.push_back(each.name);
   }
   return names;
@@ -39,7 +38,7 @@ std::vector<std::string> objectsOf(pelto::Place& place, const pelto::Sealer& sea
 
 std::optional<Invitation> invitationUnder(pelto::Place& place, const std::string& passphrase) {
   std::vector<pelto::GetRequest> requests;
-  for (const pelto::PlaceObject& each : place.list(kPassphraseFolder)) {
+  for (const pelto::PlaceObject& each : place.list(pelto::kPassphraseFolder)) {
     requests.push_back({each.name, pelto::Writing::alone, {}, kPassphraseObjectBytes});
     if (requests.size() == kMostTried) break;
   }

@@ -33,7 +33,9 @@ Account accountAtPlace() {
                         std::make_shared<ComputerKeys>(std::string(32, 'S')),
                         "Küche",
                         {kBookmarks},
-                        {12, std::string(16, 'h')}};
+                        {12, std::string(16, 'h')},
+                        {},
+                        {{std::string(32, 'a'), "7-" + std::string(32, 'f')}, {std::string(32, 'b'), ""}}};
   return {"https://ada@dav.example.com/b", "C0000000-0000-4000-8000-000000000001", {}, std::move(membership)};
 }
 
@@ -50,6 +52,7 @@ void expectEqual(const Account& read, const Account& written) {
   EXPECT_EQ(read.membership->name, written.membership->name);
   EXPECT_EQ(read.membership->enabled, written.membership->enabled);
   EXPECT_EQ(read.membership->newest, written.membership->newest);
+  EXPECT_EQ(read.membership->left, written.membership->left);
 }
 
 class MembershipFileTest : public testing::Test {
@@ -115,6 +118,9 @@ TEST_F(MembershipFileTest, FilesWithWrongEntriesAreRefused) {
       {"no name", [](Account& each) { each.membership->name.clear(); }},
       {"a hash without a number", [](Account& each) { each.membership->newest.number = 0; }},
       {"a short hash", [](Account& each) { each.membership->newest.hash = "h"; }},
+      {"a folder that is none", [](Account& each) { each.membership->left[".."] = ""; }},
+      {"a commit that is none",
+       [](Account& each) { each.membership->left[std::string(32, 'c')] = "../../7"; }},
       {"a negative number",
        [](Account& each) {
          each.membership->newest = {-1, ""};

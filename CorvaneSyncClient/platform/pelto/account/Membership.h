@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/pelto/account/LeftGenerations.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceCredentials.h"
 #include "CorvaneSyncClient/platform/pelto/seal/AccountKey.h"
 #include "CorvaneSyncClient/platform/pelto/seal/ComputerKeys.h"
@@ -24,6 +25,7 @@ struct Membership {
   std::set<std::string> enabled;             ///< data classes that this computer syncs
   CommitMark newest;                         ///< a commit that the invitation vouches for
   Date carded = {};                          ///< when this computer last left its card at the place
+  LeftGenerations left = {};                 ///< and what they hold is not yet removed
 };
 
 }  // namespace corvane::pelto

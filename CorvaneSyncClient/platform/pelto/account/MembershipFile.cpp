@@ -5,6 +5,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/pelto/chain/Link.h"
 
 namespace corvane::pelto {
 
@@ -22,6 +23,7 @@ constexpr const char* kComputer = "Computer";
 constexpr const char* kName = "Name";
 constexpr const char* kEnabled = "Enabled";
 constexpr const char* kCarded = "Carded";
+constexpr const char* kLeft = "Left";
 constexpr const char* kNewestNumber = "NewestNumber";
 constexpr const char* kNewestHash = "NewestHash";
 
@@ -41,6 +43,21 @@ std::optional<CommitMark> newestIn(const Dictionary& entries) {
   return newest;
 }
 
+// By folder the name of the last commit. Absent when an entry names what is not of that form: all in these
+// folders is removed one day.
+std::optional<LeftGenerations> leftIn(const Dictionary& entries) {
+  LeftGenerations left;
+  const Dictionary* const kept = entries.dictionary(kLeft);
+  if (!kept) return left;
+  for (const auto& [key, value] : *kept) {
+    const std::string folder = key.toString(), last = value.string().toString();
+    const bool isFolder = folder.size() == 32 && folder.find_first_not_of("0123456789abcdef") == folder.npos;
+    if (!isFolder || !value.string() || (!last.empty() && !chain::slotNamed(last))) return std::nullopt;
+    left[folder] = last;
+  }
+  return left;
+}
+
 std::optional<Account> accountIn(const Dictionary& entries, std::string_view key,
                                  std::string_view secretKey) {
   const String place = entries.string(kPlace), account = entries.string(kAccount),
@@ -48,8 +65,10 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
   const Array* const enabled = entries.array(kEnabled);
   const std::int64_t generation = numberIn(entries, kGeneration);
   const auto newest = newestIn(entries);
+  const auto left = leftIn(entries);
   if (place.empty() || !entries.string(kUser) || !entries.string(kSecret) || name.empty() ||
-      !uuidBytes(account.view()) || !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest) {
+      !uuidBytes(account.view()) || !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest ||
+      !left) {
     return std::nullopt;
   }
   Membership membership{{entries.string(kUser).toString(), entries.string(kSecret).toString()},
@@ -60,7 +79,8 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
                         name.toString(),
                         {},
                         *newest,
-                        entries.date(kCarded).value_or(Date{})};
+                        entries.date(kCarded).value_or(Date{}),
+                        *left};
   for (const Value& each : *enabled) membership.enabled.insert(each.string().toString());
   return Account{place.toString(), computer, {}, std::move(membership)};
 }
@@ -87,6 +107,8 @@ SecretBytes membershipFileOf(const Account& account) {
   const Membership& membership = *account.membership;
   Array enabled;
   for (const std::string& each : membership.enabled) enabled.append(each);
+  Dictionary left;
+  for (const auto& [folder, last] : membership.left) left.set(folder, last);
   const std::string entries =
       writeBinaryPropertyList(Dictionary{{kPlace, account.url},
                                          {kUser, membership.credentials.user},
@@ -97,6 +119,7 @@ SecretBytes membershipFileOf(const Account& account) {
                                          {kName, membership.name},
                                          {kEnabled, enabled},
                                          {kCarded, membership.carded},
+                                         {kLeft, left},
                                          {kNewestNumber, membership.newest.number},
                                          {kNewestHash, Data(membership.newest.hash)}});
   SecretBytes bytes(kKeysEnd + entries.size());

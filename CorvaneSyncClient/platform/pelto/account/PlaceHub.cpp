@@ -29,6 +29,26 @@ std::vector<Link> keptPath(const Account& account) {
   return chain::KeptFile(userChainPath(), sealerOf(account).folder()).read().kept.path;
 }
 
+// What takes this computer from one generation to the next, in the account's file and in `account`.
+void enterGeneration(Account& account, std::shared_ptr<const AccountKey> key, std::int64_t generation) {
+  const std::string before = sealerOf(account).folder();
+  const std::string last = chain::nameOf(keptPath(account).back());
+  Membership& membership = *account.membership;
+  membership.key = std::move(key);
+  membership.generation = generation;
+  const std::string folder = sealerOf(account).folder();
+  const auto enter = [&](Membership& changed) {
+    changed.left[before] = last;
+    changed.left.erase(folder);
+    // Another process may have gone further meanwhile.
+    if (changed.generation > generation) return;
+    changed.key = membership.key;
+    changed.generation = generation;
+  };
+  enter(membership);
+  changeMembership(userAccountPath(), account, enter);
+}
+
 CommitMark markOf(const Link& link) { return {link.number, link.hash.substr(0, CommitMark::kHashBytes)}; }
 
 // A chain that begins later, at a checkpoint, has come a longer way than the mark tells.
@@ -131,12 +151,7 @@ class PlaceHub : public Hub {
           ", or was invited before the account's key was changed. Another invitation lets it in again, after "
           "`loomerctl account remove`.");
     }
-    membership.key = std::make_shared<AccountKey>(*std::move(key));
-    membership.generation = change.generation;
-    changeMembership(userAccountPath(), _account, [&](Membership& kept) {
-      kept.key = membership.key;
-      kept.generation = membership.generation;
-    });
+    enterGeneration(_account, std::make_shared<AccountKey>(*std::move(key)), change.generation);
     _exchange.reset();  // it holds the lock of what is kept
     _exchange = std::make_unique<Exchange>(_account, _seconds);
   }
@@ -151,9 +166,26 @@ class PlaceHub : public Hub {
       putCards(*_exchange->place, _exchange->sealer, alone);
       _account.membership->carded = now;
       changeMembership(userAccountPath(), _account, [&](Membership& membership) { membership.carded = now; });
+      removeLeft();
     } catch (const PlatformException& exception) {
       SCLog("This computer cannot leave its card at the place: %@", exception.reason());
     }
+  }
+
+  // The card tells what time it is at the place.
+  void removeLeft() {
+    Membership& membership = *_account.membership;
+    if (membership.left.empty()) return;
+    Date now;
+    for (const PlaceObject& each : _exchange->place->list(_exchange->sealer.folder() + "/m"))
+      now = std::max(now, each.date);
+    const auto emptied = removeLeftBehind(*_exchange->place, membership.left, now);
+    if (emptied.empty()) return;
+    const auto forget = [&](Membership& changed) {
+      for (const std::string& each : emptied) changed.left.erase(each);
+    };
+    forget(membership);
+    changeMembership(userAccountPath(), _account, forget);
   }
 
   Account _account;
@@ -211,13 +243,16 @@ Roster changeAccountKey(const Account& account, const String& removed, double se
   after.membership->key = key;
   after.membership->generation = before.generation + 1;
 
+  const Sealer next = sealerOf(after);
+  // Where this ends halfway, what is begun is removed one day.
+  changeMembership(userAccountPath(), account,
+                   [&](Membership& membership) { membership.left[next.folder()] = ""; });
   Roster roster = computersOf(account, seconds);
   const GenerationChange change =
       changeGeneration(*before.key, *key, before.account, after.membership->generation, roster,
                        removed ? std::vector<String>{removed} : std::vector<String>());
   if (removed) roster.remove(removed);
   Exchange exchange(account, seconds);
-  const Sealer next = sealerOf(after);
   putCards(*exchange.place, next, roster);
   auto outcome = HubPushed::Outcome::overtaken;
   for (int i = 0; i < kMostTries && outcome == HubPushed::Outcome::overtaken; ++i)
@@ -228,10 +263,8 @@ Roster changeAccountKey(const Account& account, const String& removed, double se
                                                          : "other computers give all the time at ") +
          exchange.place->description() + ", or one of them has changed it. Sync, and try again.");
   }
-  changeMembership(userAccountPath(), account, [&](Membership& membership) {
-    membership.key = key;
-    membership.generation = after.membership->generation;
-  });
+  Account changed = account;
+  enterGeneration(changed, key, after.membership->generation);
   return roster;
 }
 

@@ -103,4 +103,14 @@ Collectable collectable(const std::vector<PlaceObject>& commits, const std::vect
   return found;
 }
 
+std::vector<std::string> leftBehind(const std::vector<PlaceObject>& objects, const std::string& last,
+                                    Date now) {
+  std::vector<std::string> names;
+  for (const PlaceObject& each : objects) {
+    if (now.seconds - each.date.seconds <= kCollectedAfter) return {};
+    if (each.name != last) names.push_back(each.name);
+  }
+  return names;
+}
+
 }  // namespace corvane::pelto::chain

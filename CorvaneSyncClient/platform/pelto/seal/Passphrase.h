@@ -18,6 +18,10 @@ struct PassphraseCost {
 /// Fewer characters than this are no passphrase: whoever keeps the place may guess as long as he likes.
 inline constexpr std::size_t kShortestPassphrase = 12;
 
+/// The folder of a place in which such objects lie, where somebody without a key finds them. The name of each
+/// begins with the folder of its account's generation.
+inline constexpr const char* kPassphraseFolder = "passphrase";
+
 /// An invitation, under a passphrase instead of in somebody's hands. An object of 1 KiB:
 ///
 ///     1 byte    the form, 1
