@@ -85,6 +85,46 @@ const Mutant kMutants[] = {
     {"JumpsWithoutLookingForItsOwnState",
      {.rollBacks = 1, .checkpoints = 1, .surveysInTheEnd = true},
      [](Decisions& decisions) { decisions.contains = [](const History&, const Link&) { return true; }; }},
+    {"ContinuesTheStatesThatItPassesBy",
+     {.losses = 1},
+     [](Decisions& decisions) {
+       decisions.continuedWithout = [](const std::vector<Link>& passedBy) { return passedBy.back().number; };
+     }},
+    {"WaitsForeverForWhatIsMissing",
+     {.losses = 1},
+     [](Decisions& decisions) {
+       decisions.isMissingForGood = [](Kept& kept, const Link& link, Date began, Date now) {
+         isMissingForGood(kept, link, began, now);
+         return false;
+       };
+     }},
+    {"ReadsAroundNoLostSnapshot",
+     {.edits = 1, .editors = 1, .losses = 1, .checkpoints = 1},
+     [](Decisions& decisions) {
+       decisions.isMissingForGood = [](Kept& kept, const Link& link, Date began, Date now) {
+         return !link.isCheckpoint && isMissingForGood(kept, link, began, now);
+       };
+     }},
+    {"GoesOnAfterTheLastCommit",
+     {.writers = 3, .editors = 0, .changes = 1},
+     [](Decisions& decisions) {
+       decisions.after = [](State state, const Action& action, Answer answer) {
+         for (Found& each : answer.found) each.link.isLast = false;
+         return after(std::move(state), action, answer);
+       };
+     }},
+    {"HandsAKeyOverBeforeAnythingIsUnderIt",
+     {.kills = 1, .changes = 1},
+     [](Decisions& decisions) { decisions.handsOverAtOnce = true; }},
+    {"BeginsAGenerationWithoutTheStatesBefore",
+     {.changes = 1},
+     [](Decisions& decisions) { decisions.beginsWithoutStates = true; }},
+    {"LeavesNotEvenTheLastCommit",
+     {.writers = 3, .editors = 1, .changes = 1, .ages = 1},
+     [](Decisions& decisions) {
+       decisions.leftBehind = [](const std::vector<pelto::PlaceObject>& objects, const std::string&,
+                                 Date now) { return leftBehind(objects, "", now); };
+     }},
 };
 
 class ChainMutant : public testing::TestWithParam<Mutant> {};
@@ -108,12 +148,17 @@ TEST_P(ChainModel, LosesNothingDoublesNothingAndConverges) { expectNoFault(GetPa
 INSTANTIATE_TEST_SUITE_P(Over, ChainModel,
                          testing::ValuesIn(std::vector<Case>{
                              {"Requests", {.kills = 1, .late = 1}},
-                             {"Threes", {.writers = 3}},
+                             {"Threes", {.writers = 3, .editors = 2}},
                              {"RollBacks", {.rollBacks = 1}},
                              {"Damage", {.writers = 1, .edits = 2, .kills = 1, .damages = 1}},
                              {"Collection", {.checkpoints = 2, .ages = 1}},
                              {"CollectionOfCommitsAndRollBack",
                               {.writers = 1, .edits = 3, .rollBacks = 1, .checkpoints = 2, .ages = 1}},
+                             {"LostSegments", {.editors = 1, .losses = 1}},
+                             {"ChangeOfKey", {.editors = 1, .kills = 1, .changes = 1}},
+                             {"ThreesAndChangeOfKey", {.writers = 3, .editors = 0, .changes = 1}},
+                             {"ChangesOfKeyAtOnce", {.editors = 1, .changes = 2}},
+                             {"WhatAChangeOfKeyLeaves", {.editors = 1, .changes = 1, .ages = 1}},
                          }),
                          [](const auto& each) { return each.param.name; });
 
