@@ -49,6 +49,8 @@ class ToolRun {
 
   /// Waits until the run stands still, or has ended; answers whether it stands still.
   bool waitUntilHeld();
+  /// What it stands still at; beside it is what it tells of itself.
+  const std::string& pipe() const { return _pipe; }
   /// Lets it go on.
   void letGo();
   /// Waits for its end: its exit status, or nothing when a signal ended it.

@@ -100,6 +100,14 @@ TEST_F(ToolTest, OneRunAtATime) {
   EXPECT_EQ(statusOf(installation, kSync), 0);
 }
 
+TEST_F(ToolTest, NothingOfARunGetsIntoACoreDump) {
+  ToolRun run(installation, kSync, true);
+  ASSERT_TRUE(run.waitUntilHeld());
+  EXPECT_EQ(contentsOf(run.pipe() + ".dumpable"), "0");
+  run.letGo();
+  EXPECT_EQ(run.exitStatus(), 0);
+}
+
 TEST_F(ToolTest, TwoRunsAtOnceNeverBothHoldTheLock) {
   ToolRun first(installation, kSync, true);
   ToolRun second(installation, kSync, true);
