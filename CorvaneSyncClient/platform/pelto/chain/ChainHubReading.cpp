@@ -49,9 +49,10 @@ void ChainHub::passBy(const Link& link, const MissingObject& missing, bool isFor
     throw PlaceException(
         missing.reason() + " The commit " + nameOf(link) + " needs it. " +
         (link.isCheckpoint
-             ? "Nothing older is left that could stand in for it: until then this computer waits. "
-               "If it stays missing for a day, the account begins with what came after it, and "
-               "the computers that have the rest give that again when they sync."
+             ? "Nothing older is left that could stand in for it, so this computer waits. Put it back if "
+               "there is a copy. "
+               "If it stays missing for a day, the account begins with what came after it, and the computers "
+               "that have the rest give that again when they sync."
              : "If it stays missing for a day, the commit is passed by."));
   }
   _passedBy.push_back(link);
