@@ -34,18 +34,19 @@ TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40)
 TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
 
 /// Over each kind of service.
-class Computers : public testing::TestWithParam<MemoryHub::Kind> {};
+class SeveralComputers : public testing::TestWithParam<MemoryHub::Kind> {};
 
-INSTANTIATE_TEST_SUITE_P(Over, Computers, testing::Values(MemoryHub::Kind::table, MemoryHub::Kind::chain),
+INSTANTIATE_TEST_SUITE_P(Over, SeveralComputers,
+                         testing::Values(MemoryHub::Kind::table, MemoryHub::Kind::chain),
                          [](const auto& each) {
                            return each.param == MemoryHub::Kind::table ? "Table" : "Chain";
                          });
 
-TEST_P(Computers, ConvergeWhateverHappensToTheService) {
+TEST_P(SeveralComputers, ConvergeWhateverHappensToTheService) {
   loomer::test::checkTimes(times(25), 40, [] { computersConverge(GetParam()); });
 }
 
-TEST_P(Computers, KeepEveryEditWhateverTheServiceLoses) {
+TEST_P(SeveralComputers, KeepEveryEditWhateverTheServiceLoses) {
   loomer::test::checkTimes(times(60), 40, [] { editsSurviveRollbacks(GetParam()); });
 }
 
