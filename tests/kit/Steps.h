@@ -33,6 +33,7 @@ enum class StepKind : int {
   // A computer or the service changes.
   restart,
   join,
+  leave,
   dropTombstones,
   emptyService,
   restoreService,

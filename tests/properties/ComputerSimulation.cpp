@@ -42,6 +42,10 @@ void ComputerSimulation::addComputer(std::size_t clients) {
 
 void ComputerSimulation::join() { addComputer(1); }
 
+void ComputerSimulation::leave(std::size_t client) {
+  _clients.erase(_clients.begin() + static_cast<std::ptrdiff_t>(client));
+}
+
 std::unique_ptr<loomer::EmbeddedManager> ComputerSimulation::open(const Computer& computer) {
   auto manager = std::make_unique<loomer::EmbeddedManager>(computer.storePath);
   manager->useHub([this, directory = directoryOf(computer.storePath)] { return hub.connect(directory); });

@@ -38,6 +38,8 @@ class ComputerSimulation {
 
   /// Adds a computer with one client.
   void join();
+  /// The client's computer is gone for good, and those of later numbers move up.
+  void leave(std::size_t client);
 
   /// The service's states after each push so far, oldest first, and how it is put back to one of them.
   std::vector<MemoryHub::State> backups;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
 #include <set>
 #include <stdexcept>
 
@@ -42,7 +43,7 @@ class EditingComputers {
     for (const char* const name : {"o1", "o2", "o3", "o4", "o5"}) {
       _simulation.client(0).addBookmark(ordered, name, std::string("http://") + name + "/");
     }
-    _orders.insert(orderIn(_simulation.client(0)));
+    _users.resize(computers);
     _lastOrder = orderIn(_simulation.client(0));
     for (int round = 0; round < 2; ++round) {
       for (std::size_t i = 0; i < computers; ++i) _simulation.sync(i);
@@ -53,9 +54,15 @@ class EditingComputers {
     for (std::size_t i = 0; i < _simulation.clientCount(); ++i) lookAt(i);
     const std::size_t client = step.client % _simulation.clientCount();
     const char* const call = kCalls[step.entry % kCalls.size()];
+    const bool isReorder = step.kind == StepKind::reorder;
+    const bool changesNobody = step.kind == StepKind::restoreService || step.kind == StepKind::join;
+    if (step.kind == StepKind::leave) return leave(client);
+    if (!changesNobody) _users[isReorder ? 0 : client].met.reset();
     switch (step.kind) {
       case StepKind::sync:
-        return _simulation.sync(client);
+        _simulation.sync(client);
+        _users[client].met = {_rollbacks, _simulation.hub.state.now.revision};
+        return;
       case StepKind::syncCutOff:
         return _simulation.syncCutOff(client, call);
       case StepKind::syncKilled:
@@ -63,7 +70,9 @@ class EditingComputers {
       case StepKind::reorder:
         return reorder(step);
       case StepKind::join:
-        if (_simulation.clientCount() < kMostComputers) _simulation.join();
+        if (_simulation.clientCount() == kMostComputers) return;
+        _simulation.join();
+        _users.emplace_back();
         return;
       case StepKind::restoreService:
         return putBack(step);
@@ -109,6 +118,16 @@ class EditingComputers {
  private:
   using Node = ScriptedClient::Node;
 
+  /// The service's state with which a computer last exchanged everything.
+  struct Met {
+    int rollbacks = 0;  ///< so many before
+    std::int64_t revision = 0;
+  };
+  struct User {
+    std::map<std::string, std::set<std::string>> seen;  ///< by folder
+    std::optional<Met> met;                             ///< nothing when he has changed something since
+  };
+
   static constexpr const char* kAnchor = "n1";  // never deleted: keeps the guard out of these histories
   static constexpr const char* kOrdered = "o";  // its children are reordered by one user, and nothing else
 
@@ -127,6 +146,7 @@ class EditingComputers {
     const std::size_t count = _simulation.backups.size();
     const std::size_t back =
         step.folder % 3 == 0 ? step.entry * 31U % count : step.entry % std::min<std::size_t>(count, 4);
+    ++_rollbacks;
     const MemoryHub::State state = _simulation.backups[count - 1 - back];
     _simulation.restore(state);
   }
@@ -152,18 +172,27 @@ class EditingComputers {
     return order;
   }
 
+  /// What this computer has seen another one has seen too, though perhaps not step by step.
+  void leave(std::size_t at) {
+    const std::optional<Met> met = _users[at].met;
+    const auto knowsAll = [&](const User& other) {
+      return &other != &_users[at] && met && other.met && other.met->rollbacks == met->rollbacks &&
+             other.met->revision >= met->revision;
+    };
+    if (std::none_of(_users.begin(), _users.end(), knowsAll)) return;
+    _simulation.leave(at);
+    _users.erase(_users.begin() + static_cast<std::ptrdiff_t>(at));
+    if (at == 0) _isOrderFinal = true;
+  }
+
   void reorder(const Step& step) {
+    if (_isOrderFinal) return;
     ScriptedClient& client = _simulation.client(0);
     const std::string folder = client.find(kOrdered);
     const std::vector<std::string> before = client.children[folder];
     const std::string moved = before[step.entry % before.size()];
     client.move(moved, folder, static_cast<int>(step.folder % before.size()));
-    if (_orders.insert(orderIn(client)).second) {
-      _lastOrder = orderIn(client);
-    } else {
-      const auto place = std::find(before.begin(), before.end(), moved) - before.begin();
-      client.move(moved, folder, static_cast<int>(place));
-    }
+    _lastOrder = orderIn(client);
   }
 
   void add(std::size_t at, const std::string& folder, bool isFolder) {
@@ -185,7 +214,8 @@ class EditingComputers {
   void lookAt(std::size_t at) {
     ScriptedClient& client = _simulation.client(at);
     for (const auto& [id, node] : client.nodes) {
-      if (!node.parent.empty()) _seen[at][identityOf(client.nodes.at(node.parent))].insert(identityOf(node));
+      if (!node.parent.empty())
+        _users[at].seen[identityOf(client.nodes.at(node.parent))].insert(identityOf(node));
     }
   }
 
@@ -244,7 +274,7 @@ class EditingComputers {
     }
     for (const std::string& each : below) {
       const Node& node = client.nodes.at(each);
-      _entries.at(identityOf(node)).erase(valuesOf(client, node), _seen[at][identityOf(node)]);
+      _entries.at(identityOf(node)).erase(valuesOf(client, node), _users[at].seen[identityOf(node)]);
     }
     client.remove(id);
   }
@@ -253,16 +283,17 @@ class EditingComputers {
   int _serial = 0;
   int _versions = 0;
   std::map<std::string, EntryHistory> _entries;
-  std::map<std::size_t, std::map<std::string, std::set<std::string>>> _seen;  ///< by client and folder
-  std::set<std::string> _orders;                                              ///< that there ever were
+  std::vector<User> _users;  ///< by client
+  int _rollbacks = 0;
   std::string _lastOrder;
+  bool _isOrderFinal = false;  ///< whose user is gone
 };
 
 using enum StepKind;
-const kit::Weights kSteps = {{3, addBookmark},   {1, addFolder},  {4, rename},     {3, readdress},
-                             {1, toggle},        {4, move},       {3, reorder},    {3, erase},
-                             {12, sync},         {1, syncCutOff}, {1, syncKilled}, {1, join},
-                             {3, restoreService}};
+const kit::Weights kSteps = {{3, addBookmark}, {1, addFolder},     {4, rename},     {3, readdress},
+                             {1, toggle},      {4, move},          {3, reorder},    {3, erase},
+                             {12, sync},       {1, syncCutOff},    {1, syncKilled}, {1, join},
+                             {2, leave},       {3, restoreService}};
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,6 +21,23 @@ inline constexpr const char* kHubDataClass = "com.keldra.Bookmarks";
 /// Bytes of a record's name and url together: the service takes none with more.
 inline constexpr std::size_t kLongestHubRecord = 1 << 20;
 
+/// Where a record's values come from: of each the id of the push that gave it first. Whoever writes the
+/// record keeps those of the values that it leaves as they are, and of those that it gives to a service again
+/// that lost them. Absent where that is not known.
+struct HubOrigins {
+  String name;
+  String url;
+  String tabGroup;
+  String parent;
+  String place;  ///< among its siblings; a new number that leaves their order as it is changes nothing
+
+  friend bool operator==(const HubOrigins&, const HubOrigins&) = default;
+};
+
+/// The members of HubOrigins.
+inline constexpr std::array kHubOrigins = {&HubOrigins::name, &HubOrigins::url, &HubOrigins::tabGroup,
+                                           &HubOrigins::parent, &HubOrigins::place};
+
 /// One record as the service keeps it. Siblings are ordered by `position`, then by name, folders first, then
 /// by id.
 struct HubRecord {
@@ -34,6 +52,7 @@ struct HubRecord {
   bool deleted = false;  ///< a tombstone: of the rest only the id counts
   /// The account's revision that wrote the record; only set in records that the service sends.
   std::int64_t revision = 0;
+  HubOrigins origins = {};
 };
 
 /// A state of an account: which account, its revision, and the id of the push that made that revision. Two

@@ -331,6 +331,88 @@ TEST_P(PutBackTest, AFolderDeletedBeforeAComputerCameLivesForWhatWasPutIntoItSin
   EXPECT_EQ(late->text(), a->text());
 }
 
+// Has the service lose what `a` did in two steps. A third computer knows the first step alone, and gives it
+// again; `b` knows only what came of both, and `a` is away.
+class JumpTest : public PutBackTest {
+ protected:
+  template <typename First, typename Second, typename Since>
+  void loseBoth(const First& first, const Second& second, const Since& since) {
+    begin();
+    const auto early = makeComputer("early");
+    sync(*early);
+    backup = hub.state;
+    first();
+    sync(*a);
+    sync(*early);
+    second();
+    sync(*a);
+    sync(*b);
+    hub.state = backup;
+    since(*early);
+    sync(*early);
+    sync(*b);
+    outcome = b->text();
+    sync(*early);
+    EXPECT_EQ(early->text(), outcome);
+    settle();
+    EXPECT_EQ(a->text(), outcome);
+  }
+  template <typename First, typename Second>
+  void loseBoth(const First& first, const Second& second) {
+    loseBoth(first, second, [](Computer&) {});
+  }
+
+  std::string outcome;
+};
+
+CORVANE_OVER_EACH_SERVICE(JumpTest);
+
+TEST_P(JumpTest, AnOlderValueGivenAgainIsKnownToBeOlder) {
+  loseBoth([&] { a->client->rename(a->find("1"), "one"); },
+           [&] { a->client->rename(a->find("one"), "uno"); });
+  EXPECT_EQ(outcome.substr(0, 8), "F(uno@ht");
+}
+
+TEST_P(JumpTest, AnEditBesideAnOlderValueStands) {
+  loseBoth([&] { a->client->rename(a->find("1"), "one"); }, [&] { a->client->rename(a->find("one"), "uno"); },
+           [](Computer& early) { early.client->readdress(early.find("one"), "http://edited/"); });
+  EXPECT_EQ(outcome.substr(0, 21), "F(uno@http://edited/ ");
+}
+
+TEST_P(JumpTest, WhatWasAddedAndDeletedStaysDeleted) {
+  loseBoth([&] { add(*a, "7"); }, [&] { a->client->remove(a->find("7")); });
+  EXPECT_EQ(outcome.find("7@"), std::string::npos);
+}
+
+TEST_P(JumpTest, WhatWasPutIntoAFolderThatWasDeletedSinceIsWhereItWasMovedTo) {
+  loseBoth(
+      [&] {
+        a->client->addFolder("", "G");
+        a->client->move(a->find("5"), a->find("G"));
+      },
+      [&] {
+        a->client->move(a->find("5"), a->find("F"));
+        a->client->remove(a->find("G"));
+      });
+  EXPECT_EQ(outcome, "F(1@http://1/ 2@http://2/ 3@http://3/ 5@http://5/) 4@http://4/ 6@http://6/");
+}
+
+TEST_P(JumpTest, OfSeveralOrdersTheLastOneStands) {
+  loseBoth([&] { a->client->move(a->find("6"), "", 0); },
+           [&] {
+             a->client->move(a->find("4"), "", 0);
+             a->client->move(a->find("F"), "", 3);
+           });
+  EXPECT_EQ(outcome, "4@http://4/ 6@http://6/ 5@http://5/ F(1@http://1/ 2@http://2/ 3@http://3/)");
+}
+
+TEST_P(JumpTest, AMoveSinceIsMadeInTheLastOrder) {
+  loseBoth([&] { a->client->move(a->find("3"), a->find("F"), 0); },
+           [&] { a->client->move(a->find("3"), a->find("F"), 2); },
+           [](Computer& early) { early.client->move(early.find("6"), "", 0); });
+  EXPECT_EQ(outcome, "6@http://6/ F(1@http://1/ 2@http://2/ 3@http://3/) 4@http://4/ 5@http://5/");
+}
+
 TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   begin();
   a->client->rename(a->find("1"), "one");

@@ -85,6 +85,25 @@ TEST(Contents, OfASegmentKeepTheRevisions) {
   EXPECT_EQ(text(readSegment(writeSegment(records))), text(records));
 }
 
+std::vector<HubRecord> recordsWithOrigins() {
+  std::vector<HubRecord> records = fullCommit().records;
+  records[0].origins = {kPush, kPush, kPush, kPush, kRecord};
+  records[1].origins = {kRecord, "0C000000-0000-4000-8000-000000000003", String(), kPush, kPush};
+  return records;
+}
+
+TEST(Contents, KeepTheOriginsOfValues) {
+  Commit commit = fullCommit();
+  commit.records = recordsWithOrigins();
+  for (const auto& read :
+       {readCommit(writeCommit(commit)).records, readSegment(writeSegment(commit.records))}) {
+    ASSERT_EQ(read.size(), 3u);
+    for (std::size_t i = 0; i < read.size(); ++i) EXPECT_EQ(read[i].origins, commit.records[i].origins) << i;
+  }
+  EXPECT_EQ(readSegment(writeSegment(fullCommit().records))[0].origins, HubOrigins())
+      << "as written by a version that knew of none";
+}
+
 TEST(Contents, OfAHistoryAreReadAsTheyWereWritten) {
   const std::vector<PastState> states{{9, kPush, Date{3}}, {4, kRecord, Date{-1.25}}};
   EXPECT_EQ(readHistory(writeHistory(states)), states);
@@ -142,10 +161,17 @@ TEST(Contents, OfAnotherShapeAreRefused) {
       {"no addresses", [](Dictionary& all) { changeRecords(all, "urls", Array{}); }},
       {"an endless address",
        [](Dictionary& all) { changeRecords(all, "urls", Array{std::string(kLongestHubRecord + 1, 'u')}); }},
+      {"half a push", [](Dictionary& all) { changeRecords(all, "pushes", Data(std::string(24, 1))); }},
+      {"values from a push that is not named",
+       [](Dictionary& all) { changeRecords(all, "pushes", Data(std::string(32, 1))); }},
+      {"too few origins", [](Dictionary& all) { changeRecords(all, "origins", Data(std::string(18, 0))); }},
+      {"too many origins", [](Dictionary& all) { changeRecords(all, "origins", Data(std::string(22, 0))); }},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.phrase);
-    const Value value = readPropertyList(writeCommit(fullCommit()));
+    Commit commit = fullCommit();
+    commit.records = recordsWithOrigins();
+    const Value value = readPropertyList(writeCommit(commit));
     Dictionary entries = *value.as<Dictionary>();
     row.change(entries);
     EXPECT_THROW(readCommit(writeBinaryPropertyList(entries)), ContentsException);

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -24,6 +25,19 @@ class LoomerClient {
 
 class LoomerSessionDriver;
 
+/// Whether the truth has moved on from what a client holds (`old`), or others gave it to the client since
+/// (`news`).
+enum class Age : std::uint8_t { unknown, old, news };
+
+/// Of the values of one of a client's records.
+struct Ages {
+  Age name = Age::unknown;
+  Age url = Age::unknown;
+  Age tabGroup = Age::unknown;
+  Age parent = Age::unknown;
+  Age place = Age::unknown;  ///< among its siblings
+};
+
 /// An earlier state of a client, to which it was put back, though others may have changed it since.
 struct EarlierState {
   /// The number of the client's session whose end it stood at, or stood after; 0 for one before the first.
@@ -31,6 +45,11 @@ struct EarlierState {
   /// The local ids of what was added, changed or deleted at the client since that state, as far as the client
   /// can tell.
   std::unordered_set<String> changed;
+  /// By local id, as far as the client can tell.
+  std::unordered_map<String, Ages> ages;
+  /// The local ids of what the client knows to be older there than what the truth gave to it, though it may
+  /// say the same.
+  std::unordered_set<String> outdated;
 };
 
 /// What the engine asks of a client during one session. All calls come synchronously from inside

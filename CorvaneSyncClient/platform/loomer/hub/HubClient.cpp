@@ -4,6 +4,8 @@
 #include <unordered_map>
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
+#include "CorvaneSyncClient/platform/loomer/hub/OriginTable.h"
+#include "CorvaneSyncClient/platform/loomer/hub/PushOrigins.h"
 #include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
@@ -15,6 +17,7 @@ namespace corvane::loomer {
 
 namespace {
 
+using pelto::HubOrigins;
 using pelto::HubRecord;
 
 constexpr const char* kLeftOutKey = "left out";
@@ -42,6 +45,33 @@ HubRecord hubRecord(const ClientRecord& record) {
           .url = record.content.url,
           .tabGroup = record.content.tabGroup,
           .special = record.content.special};
+}
+
+std::unordered_map<String, HubRecord> hubRecords(const std::vector<BaseRecord>& base) {
+  std::unordered_map<String, HubRecord> records;
+  for (const ClientRecord& each : clientTree(base, {})) records.emplace(each.localId, hubRecord(each));
+  return records;
+}
+
+// Takes in what a killed session pushed, if only for the service to lose it.
+void takeOver(const BaseDifference& difference, const String& pushId, std::vector<BaseRecord>& base,
+              std::unordered_map<String, HubRecord>& records) {
+  base = withDifference(difference, base);
+  std::unordered_map<String, HubRecord> after = hubRecords(base);
+  for (auto& [id, record] : after) {
+    const auto before = records.find(id);
+    record.origins = {pushId, pushId, pushId, pushId, pushId};
+    if (before == records.end()) continue;
+    const auto keep = [&, &record = record](auto HubRecord::*value, String HubOrigins::*origin) {
+      if (record.*value == before->second.*value) record.origins.*origin = before->second.origins.*origin;
+    };
+    keep(&HubRecord::name, &HubOrigins::name);
+    keep(&HubRecord::url, &HubOrigins::url);
+    keep(&HubRecord::tabGroup, &HubOrigins::tabGroup);
+    keep(&HubRecord::parent, &HubOrigins::parent);
+    keep(&HubRecord::position, &HubOrigins::place);
+  }
+  records = std::move(after);
 }
 
 }  // namespace
@@ -92,15 +122,57 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
   _client = state ? state->id : 0;
   _session = state ? state->sessions + 1 : 1;
   _offersAgain = offersAgainToHub(*driver.client(), _remote.room);
+  const std::optional<Value> lost = driver.client()->objectForKey(kGivesAgainKey);
+  if (lost && lost->as<std::int64_t>()) _lostSession = *lost->as<std::int64_t>();
+  if (_earlier) _lostSession = _session - 1;
+  if (_lostSession > 0) _knownOrigins = OriginTable(_store, _client).readAll();
+  if (_earlier) tellAges();
   askForPushes();
   return true;
 }
 
+// Of a value that was changed since the newest state that both know.
+Age HubClient::ageOf(const String& origin) const {
+  if (!origin) return Age::unknown;
+  if (_past.contains(origin)) return Age::old;
+  return _pushesSince.contains(origin) ? Age::news : Age::unknown;
+}
+
+// Whether the service got the value after it was put back.
+bool HubClient::isNews(const String& origin) const {
+  const Age age = ageOf(origin);
+  return age == Age::news || (age == Age::unknown && origin && !_earlier);
+}
+
+void HubClient::tellAges() {
+  for (const auto* const states : {&_remote.past, &_remote.pastGivenAgain}) {
+    for (const pelto::HubState& each : *states) _pushesSince.insert(each.pushId);
+  }
+  _pushesSince.insert(_remote.now.pushId);
+  for (const HubRecord& record : _remote.records) {
+    if (record.deleted) continue;
+    const auto age = [&](const String& origin) {
+      return !origin || _earlier->changed.contains(record.id) ? ageOf(origin) : Age::old;
+    };
+    const HubOrigins& held = record.origins;
+    _earlier->ages.emplace(record.id, Ages{age(held.name), age(held.url), age(held.tabGroup),
+                                           age(held.parent), age(held.place)});
+    const auto known = _knownOrigins.find(record.id);
+    if (known == _knownOrigins.end()) continue;
+    const bool isOutdated =
+        std::any_of(pelto::kHubOrigins.begin(), pelto::kHubOrigins.end(), [&](String HubOrigins::*each) {
+          return known->second.*each && held.*each && known->second.*each != held.*each &&
+                 age(held.*each) == Age::old;
+        });
+    if (isOutdated) _earlier->outdated.insert(record.id);
+  }
+}
+
 // Asks now, because the store is locked later.
 void HubClient::askForPushes() {
-  const auto journal = JournalFile(_store.path(), _client).read();
-  if (!journal) return;
-  for (const String& pushId : {journal->pushId, journal->knownPushId}) {
+  _journal = JournalFile(_store.path(), _client).read();
+  if (!_journal) return;
+  for (const String& pushId : {_journal->pushId, _journal->knownPushId}) {
     if (pushId) _pushesAskedFor.emplace(pushId, _hub.hasPush(pushId));
   }
 }
@@ -231,17 +303,85 @@ void HubClient::forgetFormer() {
   base.forgetFormer(_client, session, std::max(base.heldCount(_client), kFewFormerRecords));
 }
 
+// What the service held before it was put back.
+std::unordered_map<String, HubRecord> HubClient::lostRecords() {
+  std::unordered_map<String, HubRecord> lost;
+  if (_lostSession == 0) return lost;
+  std::vector<BaseRecord> base;
+  for (HeldVersion& each : BaseTable(_store).heldSince(_client, _lostSession)) {
+    if (each.since <= _lostSession) base.push_back(std::move(each.record));
+  }
+  lost = hubRecords(base);
+  for (auto& [id, record] : lost) {
+    const auto known = _knownOrigins.find(id);
+    if (known != _knownOrigins.end()) record.origins = known->second;
+  }
+  if (_journal && _journal->sessions == _lostSession) {
+    takeOver(_journal->known, _journal->knownPushId, base, lost);
+    takeOver(_journal->delivered, _journal->pushId, base, lost);
+  }
+  return lost;
+}
+
+HubOrigins HubClient::originsAt(const HubRecord& held) {
+  if (held.revision > 0) return held.origins;
+  if (_lostSession == 0) return OriginTable(_store, _client).find(held.id);
+  const auto known = _knownOrigins.find(held.id);
+  return known == _knownOrigins.end() ? HubOrigins() : known->second;
+}
+
+void HubClient::setOrigins(pelto::HubPush& push) {
+  if (push.records.empty()) return;
+  PushedOver over{
+      .held = {}, .lost = lostRecords(), .isNews = [this](const String& each) { return isNews(each); }};
+  std::unordered_set<String> given;
+  for (const HubRecord& each : push.records) given.insert(each.id);
+  for (HubRecord& each : _tree) {
+    if (given.contains(each.id)) each.origins = originsAt(each);
+    over.held.emplace(each.id, &each);
+  }
+  loomer::setOrigins(push.records, push.id, over);
+}
+
+// Of the service's record as it is once all that it lost is given again.
+HubOrigins HubClient::settledOrigins(const HubRecord& held) const {
+  HubOrigins origins = held.origins;
+  const auto known = _knownOrigins.find(held.id);
+  if (known == _knownOrigins.end()) return origins;
+  for (String HubOrigins::*const each : pelto::kHubOrigins) {
+    if (origins.*each && !isNews(origins.*each) && known->second.*each) origins.*each = known->second.*each;
+  }
+  return origins;
+}
+
+void HubClient::keepOrigins(const std::vector<HubRecord>& given) {
+  OriginTable table(_store, _client);
+  for (const std::vector<HubRecord>* const each : {&_remote.records, &_tree}) {
+    for (const HubRecord& record : *each) {
+      if (record.deleted) {
+        table.remove(record.id);
+      } else if (record.revision > 0) {
+        table.put(record.id, settledOrigins(record));
+      }
+    }
+  }
+  for (const HubRecord& record : given) {
+    record.deleted ? table.remove(record.id) : table.put(record.id, record.origins);
+  }
+}
+
 bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
   LoomerClient& client = *driver.client();
   pelto::HubState seen = _remote.now;
   // What is left goes with later pushes; only then does the service hold all that it lost.
-  if (_earlier && _past.mayTakeOldForNew(_remote)) _past.doubt();
   const bool hasLost = _earlier || client.objectForKey(kGivesAgainKey);
   const bool isLast = _postponed == 0 && _leftOut == 0 && _mostRecords > 0;
   pelto::HubPush push{_remote.now, _pushId, std::move(_push)};
-  if (hasLost && isLast) push.givesAgain = _past.contained();
+  if (hasLost && isLast) push.givesAgain = _past.states();
+  std::erase_if(push.givesAgain, [](const pelto::HubState& each) { return each.revision == 0; });
   if (!push.records.empty() || !push.givesAgain.empty()) {
     if (!push.id) push.id = newUuidString();
+    setOrigins(push);
     const pelto::HubPushed pushed = _hub.push(push);
     _overtaken = pushed.outcome == pelto::HubPushed::Outcome::overtaken;
     _foundNoRoom = pushed.outcome == pelto::HubPushed::Outcome::full;
@@ -256,7 +396,8 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
     _past.enter(_remote, seen, _session, Platform::current().clock.now());
     _past.store(client);
   }
-  if (hasLost) client.setObject(isLast ? std::nullopt : std::optional(Value(true)), kGivesAgainKey);
+  keepOrigins(push.records);
+  if (hasLost) client.setObject(isLast ? std::nullopt : std::optional(Value(_lostSession)), kGivesAgainKey);
   noteWhatIsLeft(client, kLeftOutKey, _leftOut);
   noteWhatIsLeft(client, kPostponedKey, _postponed);
   return true;

@@ -10,6 +10,7 @@
 #include "CorvaneSyncClient/platform/loomer/api/LoomerSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/api/RecordSchema.h"
 #include "CorvaneSyncClient/platform/loomer/hub/HubPast.h"
+#include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 
@@ -69,6 +70,14 @@ class HubClient : public LoomerSessionDriverDataSource {
 
  private:
   void findEarlierState();
+  void tellAges();
+  Age ageOf(const String& origin) const;
+  bool isNews(const String& origin) const;
+  void setOrigins(pelto::HubPush& push);
+  std::unordered_map<String, pelto::HubRecord> lostRecords();
+  pelto::HubOrigins originsAt(const pelto::HubRecord& held);
+  pelto::HubOrigins settledOrigins(const pelto::HubRecord& held) const;
+  void keepOrigins(const std::vector<pelto::HubRecord>& given);
   void forgetFormer();
   void askForPushes();
   void readTree();
@@ -87,6 +96,14 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::optional<EarlierState> _earlier;
   std::int64_t _client = 0;   ///< its row in the store
   std::int64_t _session = 0;  ///< this session's number
+  std::optional<Journal> _journal;
+  /// The number of the session at whose end the service held what it has lost and is given again; 0 when it
+  /// lost nothing, or has it all again.
+  std::int64_t _lostSession = 0;
+  /// The origins of all that, and of the rest.
+  std::unordered_map<String, pelto::HubOrigins> _knownOrigins;
+  /// The pushes that came to the service, or were given to it again, since the newest state that both know.
+  std::unordered_set<String> _pushesSince;
 
   bool _hasTree = false;
   std::vector<pelto::HubRecord> _tree;

@@ -13,8 +13,6 @@ constexpr const char* kRevisionKey = "revision";
 constexpr const char* kPushIdKey = "mark";
 constexpr const char* kSessionKey = "session";
 constexpr const char* kMetKey = "met";
-constexpr const char* kHeldKey = "held";
-constexpr const char* kDoubtedKey = "doubted";
 
 // Within this distance in revisions every state is kept, up to a limit for a service that is restored often.
 constexpr std::uint64_t kNear = 64;
@@ -48,14 +46,16 @@ HubPast::HubPast(LoomerClient& client) {
     for (const Value& each : *states) {
       const Dictionary* const state = each.as<Dictionary>();
       if (!state) continue;
-      _states.push_back({seenIn(*state, account), integer(*state, kSessionKey),
-                         state->date(kMetKey).value_or(Date{}), state->find(kHeldKey) != nullptr,
-                         state->find(kDoubtedKey) != nullptr});
+      _states.push_back(
+          {seenIn(*state, account), integer(*state, kSessionKey), state->date(kMetKey).value_or(Date{})});
     }
   }
   // The store of an older version, which kept only the last state.
   const pelto::HubState last = seenIn(*seen, account);
-  if (_states.empty() || _states.front().seen != last) _states = {{last, 1, Date{}, true, false}};
+  if (_states.empty() || _states.front().seen != last) _states = {{last, 1, Date{}}};
+  for (const State& each : _states) {
+    if (each.seen.pushId) _pushIds.insert(each.seen.pushId);
+  }
 }
 
 std::vector<pelto::HubState> HubPast::states() const {
@@ -83,24 +83,6 @@ bool HubPast::goesOnWith(const pelto::RemoteChanges& remote) const {
   return !empty() && (remote.common == newest() || remote.givenAgain == newest());
 }
 
-bool HubPast::mayTakeOldForNew(const pelto::RemoteChanges& remote) const {
-  return remote.givenAgain && std::none_of(_states.begin(), _states.end(), [&](const State& each) {
-           return each.wasHeld && each.seen == remote.givenAgain;
-         });
-}
-
-std::vector<pelto::HubState> HubPast::contained() const {
-  std::vector<pelto::HubState> states;
-  for (const State& each : _states) {
-    if (!each.isDoubted) states.push_back(each.seen);
-  }
-  return states;
-}
-
-void HubPast::doubt() {
-  for (State& each : _states) each.isDoubted = true;
-}
-
 std::int64_t HubPast::sessionInCommon(const pelto::RemoteChanges& remote) const {
   std::int64_t session = 0;
   for (const auto& each : {remote.common, remote.givenAgain}) {
@@ -111,11 +93,11 @@ std::int64_t HubPast::sessionInCommon(const pelto::RemoteChanges& remote) const 
 
 void HubPast::enter(const pelto::RemoteChanges& remote, const pelto::HubState& now, std::int64_t session,
                     Date date) {
-  std::vector<State> entered{{now, session, date, true, false}};
+  std::vector<State> entered{{now, session, date}};
   const auto add = [&](const pelto::HubState& seen, std::int64_t sessionBefore) {
     const bool isKnown = seen == now || std::any_of(_states.begin(), _states.end(),
                                                     [&](const State& each) { return each.seen == seen; });
-    if (!isKnown) entered.push_back({seen, sessionBefore, date, false, false});
+    if (!isKnown) entered.push_back({seen, sessionBefore, date});
   };
   add(remote.now, sessionInCommon(remote));
   const std::int64_t sessionOfCommon = remote.common ? sessionOf(*remote.common) : 0;
@@ -152,8 +134,6 @@ void HubPast::store(LoomerClient& client) const {
     Dictionary state = dictionaryOf(each.seen);
     state.set(kSessionKey, each.session);
     state.set(kMetKey, each.met);
-    if (each.wasHeld) state.set(kHeldKey, true);
-    if (each.isDoubted) state.set(kDoubtedKey, true);
     past.append(Value(std::move(state)));
   }
   Dictionary seen = dictionaryOf(newest());

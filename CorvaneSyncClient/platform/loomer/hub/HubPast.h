@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_set>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
@@ -30,15 +31,11 @@ class HubPast {
   /// The number of the last session that learned of a state before that date; 0 when there was none.
   std::int64_t lastSessionBefore(Date date) const;
 
+  /// Whether the base has grown out of what that push made.
+  bool contains(const String& pushId) const { return _pushIds.contains(pushId); }
+
   /// Whether the account's present state has grown out of the state that the base corresponds to.
   bool goesOnWith(const pelto::RemoteChanges& remote) const;
-  /// Whether some of what the service was given again may be news for this computer though it is older than
-  /// what the base holds: another computer gave it again out of a state that this one has only heard of.
-  bool mayTakeOldForNew(const pelto::RemoteChanges& remote) const;
-  /// The states that the base has grown out of without doubt.
-  std::vector<pelto::HubState> contained() const;
-  /// Has none of the states count among those any more.
-  void doubt();
   /// The number of the last session whose base corresponded to a state that the present one has grown out of;
   /// 0 when there was none.
   std::int64_t sessionInCommon(const pelto::RemoteChanges& remote) const;
@@ -53,12 +50,11 @@ class HubPast {
     pelto::HubState seen;
     std::int64_t session = 0;
     Date met;
-    bool wasHeld = false;    ///< the base corresponded to it
-    bool isDoubted = false;  ///< whether the base has grown out of it
   };
   void thinOut();
 
   std::vector<State> _states;
+  std::unordered_set<String> _pushIds;  ///< of the states that were read
 };
 
 }  // namespace corvane::loomer

@@ -283,6 +283,11 @@ class Identification {
     for (Index held = 1; held <= lastHeld(); ++held) {
       _trees.clientParent[_nodeOfHeld[held]] = _nodeOfHeld[_heldParent[held]];
     }
+    for (Index node = 1; node < _trees.nodes.size(); ++node) {
+      const Node& at = _trees.nodes[node];
+      if (at.base && at.client && _input.unmoved.contains(at.id))
+        _trees.baseParent[node] = _trees.clientParent[node];
+    }
     for (Index& held : _heldTopDown) held = _nodeOfHeld[held];
     _trees.clientOrder = SiblingLists(_trees.clientParent, _heldTopDown);
   }

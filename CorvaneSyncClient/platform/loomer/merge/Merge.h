@@ -29,6 +29,8 @@ struct MergeInput {
   /// Local ids of what the client holds as it was before it was deleted in the truth, which knows nothing of
   /// it: the client is to delete it too.
   std::unordered_set<String> forgotten;
+  /// Records that the client holds in such a folder, but did not move there.
+  std::unordered_set<RecordId> unmoved;
   /// The first unused record id and the revision that changed records get.
   RecordId nextRecord = 1;
   std::int64_t revision = 1;

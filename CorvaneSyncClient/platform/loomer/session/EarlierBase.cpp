@@ -36,14 +36,15 @@ struct Met {
   const ClientRecord* now = nullptr;
   const Known* known = nullptr;
   bool isChanged = false;  // at the client since that state
+  Ages ages = {};
 };
 
 // The base's order of the children that the client has in a folder now and had there before: how the client
 // listed them when it and the truth parted. An order in which it is known to have held them before is one
 // that somebody gave it again, from which the truth has moved on. Any other one was made by others, out of
 // the newest known order that the client can have been given again since: every child that was moved on the
-// way there was then written to it (see `EarlierBase::moved`), so what was not written stands there as it
-// does now.
+// way there was then written to it (see `EarlierBase::outdated`), so what was not written stands there as it
+// does now. All that is only a guess for a client that cannot tell which places are new.
 class EarlierOrder {
  public:
   // `session` is the one whose end the earlier state stood at.
@@ -55,7 +56,7 @@ class EarlierOrder {
     std::sort(_children.begin(), _children.end(),
               [](const Met* a, const Met* b) { return precedesAmongSiblings(*a->now, *b->now); });
     readKnownOrders();
-    const Ranks& ranks = baseOrder();
+    const Ranks ranks = areAgesKnown() ? orderBeforeNews() : baseOrder();
     for (std::size_t i = 0; i < _children.size(); ++i)
       _children[i]->base.position = static_cast<std::int32_t>(ranks[i]);
   }
@@ -93,11 +94,13 @@ class EarlierOrder {
     enter(completed(listed(&EarlierOrder::atState), last));
   }
 
-  void enter(const Children& order) {
+  static Ranks ranksOf(const Children& order) {
     Ranks ranks(order.size());
     for (std::size_t i = 0; i < order.size(); ++i) ranks[order[i]] = i;
-    _known.push_back(std::move(ranks));
+    return ranks;
   }
+
+  void enter(const Children& order) { _known.push_back(ranksOf(order)); }
 
   // The sessions since that state after which the client held something new here, the last ones of them: as
   // many as it takes to get over a server that took over.
@@ -148,6 +151,21 @@ class EarlierOrder {
       result.insert(result.end(), behind[child].begin(), behind[child].end());
     }
     return result;
+  }
+
+  bool areAgesKnown() const {
+    return std::all_of(_children.begin(), _children.end(),
+                       [](const Met* child) { return child->ages.place != Age::unknown; });
+  }
+
+  // The truth has moved on from the order of all that others did not move since.
+  Ranks orderBeforeNews() const {
+    Children unmoved, now(_children.size());
+    std::iota(now.begin(), now.end(), std::size_t{0});
+    for (const std::size_t child : now) {
+      if (_children[child]->ages.place == Age::old) unmoved.push_back(child);
+    }
+    return ranksOf(completed(unmoved, completed(listed(&EarlierOrder::newest), now)));
   }
 
   const Ranks& baseOrder() const {
@@ -207,11 +225,24 @@ class EarlierBaseMaker {
     }
   }
 
+  Ages agesOf(const ClientRecord& now) const {
+    const auto found = _earlier.ages.find(now.localId);
+    return found == _earlier.ages.end() ? Ages() : found->second;
+  }
+
+  // Whether others may have given the client a record that it is not known to have held, or something of it.
+  bool mayBeNew(const ClientRecord& now) const {
+    const Ages ages = agesOf(now);
+    const auto all = {ages.name, ages.url, ages.tabGroup, ages.parent, ages.place};
+    if (std::find(all.begin(), all.end(), Age::news) != all.end()) return true;
+    const bool areAllOld = std::all_of(all.begin(), all.end(), [](Age each) { return each == Age::old; });
+    return !areAllOld && _earlier.changed.contains(now.localId);
+  }
+
   void meet(const ClientRecord& now) {
     const auto record = _recordOf.find(now.localId);
     if (record == _recordOf.end() || !_known.contains(record->second)) {
-      const bool isOld = record == _recordOf.end() && !_earlier.changed.contains(now.localId);
-      if (isOld) _base.forgotten.insert(now.localId);
+      if (record == _recordOf.end() && !mayBeNew(now)) _base.forgotten.insert(now.localId);
       return;
     }
     const Known& known = _known.at(record->second);
@@ -220,41 +251,57 @@ class EarlierBaseMaker {
             .now = &now,
             .known = &known};
     met.isChanged = _earlier.changed.contains(now.localId);
+    met.ages = agesOf(now);
     met.base.localId = now.localId;
     const BaseRecord* const stored = findRecord(_stored, met.base.record);
     met.base.refusedRevision = stored ? stored->refusedRevision : 0;
-    takeOldValue(met, &Content::name);
-    takeOldValue(met, &Content::url);
-    takeOldValue(met, &Content::tabGroup);
-    takeOldValue(met, &Content::special);
-    takeOldParent(met);
-    if (wasMoved(met)) _base.moved.insert(met.base.record);
+    takeEarlierValue(met, &Content::name, met.ages.name);
+    takeEarlierValue(met, &Content::url, met.ages.url);
+    takeEarlierValue(met, &Content::tabGroup, met.ages.tabGroup);
+    takeEarlierValue(met, &Content::special, Age::unknown);
+    takeEarlierParent(met);
+    if (isOutdated(met)) _base.outdated.insert(met.base.record);
     _met.push_back(std::move(met));
   }
 
-  // Whether the client held it in another place since that state, and lost that.
-  bool wasMoved(const Met& met) const {
+  // Whether the client holds it as it was earlier, be it that it had it in another place since and lost that.
+  bool isOutdated(const Met& met) const {
+    if (_earlier.outdated.contains(met.now->localId)) return true;
     const auto& versions = met.known->versions;
-    return !met.isChanged && std::any_of(versions.begin(), versions.end(), [&](const HeldVersion* each) {
-      return each->since > _earlier.session && each->record.position != met.now->position;
+    return met.ages.place == Age::unknown && !met.isChanged &&
+           std::any_of(versions.begin(), versions.end(), [&](const HeldVersion* each) {
+             return each->since > _earlier.session && each->record.position != met.now->position;
+           });
+  }
+
+  // Whether the truth has moved on from the value `now`; `valueOf` reads it from a version.
+  template <typename Value, typename ValueOf>
+  static bool isOld(const Met& met, Age age, const Value& now, const ValueOf& valueOf) {
+    if (age != Age::unknown) return age == Age::old;
+    const auto& versions = met.known->versions;
+    return !met.isChanged || std::any_of(versions.begin(), versions.end(), [&](const HeldVersion* each) {
+      return valueOf(each->record) == now;
     });
   }
 
   template <typename Value>
-  void takeOldValue(Met& met, Value Content::*attribute) const {
+  static void takeEarlierValue(Met& met, Value Content::*attribute, Age age) {
     const Value& now = met.now->content.*attribute;
-    const auto& versions = met.known->versions;
-    const auto held = [&](const HeldVersion* each) { return each->record.content.*attribute == now; };
-    if (!met.isChanged || std::any_of(versions.begin(), versions.end(), held))
-      met.base.content.*attribute = now;
+    const auto valueOf = [&](const BaseRecord& record) { return record.content.*attribute; };
+    if (age == Age::news) met.base.content.*attribute = met.known->newest().content.*attribute;
+    if (isOld(met, age, now, valueOf)) met.base.content.*attribute = now;
   }
 
-  void takeOldParent(Met& met) const {
+  void takeEarlierParent(Met& met) {
     const std::optional<RecordId> now = parentOf(*met.now);
-    const auto& versions = met.known->versions;
-    const auto held = [&](const HeldVersion* each) { return each->record.parent == now; };
-    if (now && (!met.isChanged || std::any_of(versions.begin(), versions.end(), held)))
+    const auto valueOf = [](const BaseRecord& record) { return std::optional(record.parent); };
+    if (met.ages.parent == Age::news) met.base.parent = met.known->newest().parent;
+    if (!isOld(met, met.ages.parent, now, valueOf)) return;
+    if (now) {
       met.base.parent = *now;
+    } else if (met.ages.parent == Age::old) {
+      _base.unmoved.insert(met.base.record);
+    }
   }
 
   // Nothing for a folder that was not known.

@@ -119,8 +119,9 @@ class Planning {
     EarlierBase base = baseOfEarlierState(_plan.input.base, held, *_plan.input.client, *_sides.earlier);
     std::erase_if(base.forgotten, [this](const String& localId) { return isInTruth(localId); });
     _plan.lost = std::move(base.lost);
-    _plan.input.rewritten = std::move(base.moved);
+    _plan.input.rewritten = std::move(base.outdated);
     _plan.input.forgotten = std::move(base.forgotten);
+    _plan.input.unmoved = std::move(base.unmoved);
     mergeOver(std::move(base.records));
   }
 

@@ -189,7 +189,18 @@ constexpr const char* kVersion5 = R"sql(
   CREATE INDEX lost_base ON former_base(client, record) WHERE lost;
 )sql";
 
-constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4, kVersion5};
+// Where the values that the online service holds come from.
+constexpr const char* kVersion6 = R"sql(
+  CREATE TABLE origins(
+    client INTEGER NOT NULL REFERENCES clients(id) ON DELETE CASCADE,
+    local_id BLOB NOT NULL CHECK (length(local_id) = 16),
+    -- Of name, address, tab group, folder and place, 16 bytes each; 16 in all when they are one.
+    pushes BLOB NOT NULL CHECK (length(pushes) IN (16, 80)),
+    PRIMARY KEY (client, local_id)
+  ) WITHOUT ROWID;
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4, kVersion5, kVersion6};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 

@@ -1,9 +1,11 @@
 #include "CorvaneSyncClient/platform/pelto/chain/Contents.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <unordered_map>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
@@ -25,6 +27,9 @@ constexpr std::size_t kMostSegments = 100'000;
 constexpr std::size_t kMostStates = 100'000;
 constexpr std::size_t kMostGivenAgain = 10'000;
 constexpr std::int64_t kMostNumber = std::int64_t{1} << 53;
+
+constexpr std::size_t kOriginNumber = 2;  // bytes
+static_assert(kSegmentRecords * kHubOrigins.size() < 1U << (8 * kOriginNumber));
 
 enum Flag : unsigned {
   kFolder = 1,
@@ -116,8 +121,34 @@ unsigned flagsOf(const HubRecord& record) {
          (record.name ? kHasName : 0U) | (record.url ? kHasUrl : 0U);
 }
 
+// The pushes that values come from, each once; the values refer to them by number, from 1. 0 is for unknown.
+class OriginColumns {
+ public:
+  void add(const HubOrigins& origins) {
+    for (const String HubOrigins::*each : kHubOrigins)
+      append(_numbers, numberOf(origins.*each), kOriginNumber);
+  }
+  void enter(Dictionary& columns) const {
+    if (_known.empty()) return;
+    columns.set("pushes", Data(_pushes));
+    columns.set("origins", Data(_numbers));
+  }
+
+ private:
+  std::size_t numberOf(const String& pushId) {
+    if (!pushId) return 0;
+    const auto [known, isNew] = _known.try_emplace(pushId, _known.size() + 1);
+    if (isNew) appendUuid(_pushes, pushId.view());
+    return known->second;
+  }
+
+  std::unordered_map<String, std::size_t> _known;
+  std::string _pushes, _numbers;
+};
+
 Dictionary columnsOf(const std::vector<HubRecord>& records, bool withRevisions) {
   std::string ids, flags, positions, parents, revisions;
+  OriginColumns origins;
   std::vector<Value> names, urls;
   for (const HubRecord& record : records) {
     const unsigned flag = flagsOf(record);
@@ -129,6 +160,7 @@ Dictionary columnsOf(const std::vector<HubRecord>& records, bool withRevisions) 
     if (flag & kHasParent) appendUuid(parents, record.parent.view());
     if (flag & kHasName) names.emplace_back(record.name);
     if (flag & kHasUrl) urls.emplace_back(record.url);
+    origins.add(record.origins);
   }
   Dictionary columns{{"ids", Data(ids)},
                      {"flags", Data(flags)},
@@ -137,6 +169,7 @@ Dictionary columnsOf(const std::vector<HubRecord>& records, bool withRevisions) 
                      {"names", Array(std::move(names))},
                      {"urls", Array(std::move(urls))}};
   if (withRevisions) columns.set("revisions", Data(revisions));
+  origins.enter(columns);
   return columns;
 }
 
@@ -179,6 +212,31 @@ class Texts {
   std::size_t _at = 0;
 };
 
+class OriginReader {
+ public:
+  explicit OriginReader(const Entries& columns) : _numbers(columns, "origins") {
+    const std::string_view pushes = columns.at<Data>("pushes").bytes();
+    if (pushes.size() % kUuid != 0 || pushes.size() / kUuid > kMostRecords * kHubOrigins.size())
+      fail("\"pushes\" is no list of pushes");
+    for (std::size_t at = 0; at < pushes.size(); at += kUuid) _pushes.emplace_back(uuidIn(pushes, at));
+  }
+
+  HubOrigins take() {
+    HubOrigins origins;
+    for (String HubOrigins::*each : kHubOrigins) {
+      const std::uint64_t number = loadBigEndian(_numbers.take(kOriginNumber).data(), kOriginNumber);
+      if (number > _pushes.size()) fail("a value comes from an unknown push");
+      if (number > 0) origins.*each = _pushes[number - 1];
+    }
+    return origins;
+  }
+  void requireEnd() const { _numbers.requireEnd(); }
+
+ private:
+  Column _numbers;
+  std::vector<String> _pushes;
+};
+
 class RecordReader {
  public:
   RecordReader(const Entries& columns, bool withRevisions)
@@ -190,6 +248,7 @@ class RecordReader {
         _urls(columns, "urls") {
     if (_flags.size() > kMostRecords) fail("there are " + std::to_string(_flags.size()) + " records");
     if (withRevisions) _revisions.emplace(columns, "revisions");
+    if (columns.contains("origins")) _origins.emplace(columns);
   }
 
   std::vector<HubRecord> read() {
@@ -199,6 +258,7 @@ class RecordReader {
     for (const Column* column : {&_ids, &_positions, &_parents}) column->requireEnd();
     for (const Texts* texts : {&_names, &_urls}) texts->requireEnd();
     if (_revisions) _revisions->requireEnd();
+    if (_origins) _origins->requireEnd();
     return records;
   }
 
@@ -219,6 +279,7 @@ class RecordReader {
     if (flags & kHasParent) record.parent = uuidIn(_parents.take(kUuid), 0);
     if (flags & kHasName) record.name = _names.take();
     if (flags & kHasUrl) record.url = _urls.take();
+    if (_origins) record.origins = _origins->take();
     if (textBytes(record) > kLongestHubRecord) fail("a record is too long");
     return record;
   }
@@ -227,6 +288,7 @@ class RecordReader {
   Column _ids, _positions, _parents;
   Texts _names, _urls;
   std::optional<Column> _revisions;
+  std::optional<OriginReader> _origins;  // none in what versions wrote that did not know of them
 };
 
 Value valueOf(const SegmentRef& segment) {
