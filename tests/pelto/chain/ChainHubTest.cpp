@@ -37,8 +37,14 @@ HubRecord bookmark(int number, const std::string& name) {
 /// A computer's end of an account: what it has seen, and the records that it was told of.
 class ChainComputer : public EnabledSetting {
  public:
-  ChainComputer(MemoryPlace& place, std::string keptPath)
-      : _place(place.connect()), _keptPath(std::move(keptPath)) {}
+  ChainComputer(MemoryPlace& place, std::string keptPath, std::int64_t generation = 1)
+      : _place(place.connect()), _sealer(sealerOf(generation)), _keptPath(std::move(keptPath)) {}
+
+  static Sealer sealerOf(std::int64_t generation) {
+    const char key = static_cast<char>('j' + generation);
+    return {AccountKey(std::string(AccountKey::kBytes, key)), "0A000000-0000-4000-8000-000000000001",
+            generation};
+  }
 
   /// One exchange; `chain` serves it.
   RemoteChanges takeIn() {
@@ -91,7 +97,7 @@ class ChainComputer : public EnabledSetting {
   }
 
   std::unique_ptr<Place> _place;
-  Sealer _sealer{AccountKey(std::string(AccountKey::kBytes, 'k')), "0A000000-0000-4000-8000-000000000001", 1};
+  Sealer _sealer;
   std::string _keptPath;
 };
 
@@ -200,6 +206,30 @@ TEST_F(ChainHubTest, WhatWasLostAndIsGivenAgainIsPartOfTheHistoryAlsoAfterACheck
     EXPECT_THAT(told.pastGivenAgain, ElementsAre(newer, older));
     giveUntilCheckpoint(*a);
   }
+}
+
+TEST_F(ChainHubTest, ANewGenerationKnowsTheWholePast) {
+  HubRecord one = bookmark(1, "one");
+  one.origins = {id(11), id(12), id(13), id(14), id(15)};
+  b->give({one});
+  const HubState common = a->takeIn().now;
+  const HubState older{common.account, 7, id(7)}, newer{common.account, 8, id(8)};
+  const HubState unknown{common.account, 9, id(9)};
+  ASSERT_TRUE(a->chain->push({common, id(100), {}, {newer, older}}));
+  a->takeIn();
+  const GenerationChange change{2, {}, {}};
+  ASSERT_EQ(a->chain->changeGeneration(ChainComputer::sealerOf(2), change), HubPushed::Outcome::done);
+  ChainComputer next(place, platform.directory / "home of a, again/Chain.plist", 2);
+  next.seen = {unknown, newer, older, common};
+  const RemoteChanges told = next.takeIn();
+  EXPECT_EQ(told.common, common);
+  EXPECT_EQ(told.givenAgain, newer);
+  EXPECT_THAT(told.pastGivenAgain, ElementsAre(newer, older));
+  EXPECT_THAT(told.past, testing::Contains(HubState{common.account, 2, id(100)}));
+  EXPECT_TRUE(next.chain->hasPush(id(100)));
+  EXPECT_TRUE(next.chain->hasPush(newer.pushId));
+  ASSERT_EQ(told.records.size(), 1u);
+  EXPECT_EQ(told.records[0].origins, one.origins);
 }
 
 TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
