@@ -106,7 +106,7 @@ TEST_F(HttpClientTest, AnswersThatCannotBeTrustedAreErrors) {
       {httpAnswer("200 OK", "abc", "Content-Encoding: gzip\r\n"), "encoding that nobody asked for"},
       {httpAnswer("200 OK", "abc", "Content-Encoding: br\r\n"), "encoding that nobody asked for"},
       {ok + "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", "Can't read f/1"},
-      {ok + "X: " + std::string(70'000, 'x') + "\r\n\r\n", "Can't read f/1"},
+      {httpAnswer("200 OK", "abc", "X: " + std::string(70'000, 'x') + "\r\n"), "answer is too long"},
       {ok + "Content-Length: abc\r\n\r\nabc", "Can't read f/1"},
       {ok + "Content-Length: -3\r\n\r\nabc", "Can't read f/1"},
       {ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\nabc", "Can't read f/1"},

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
+#include <sodium.h>
 
+#include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
 #include "tests/fakes/FakePlatform.h"
 
@@ -90,6 +92,26 @@ TEST_F(SealerTest, AnObjectPassesForNoOther) {
   };
   for (const auto& each : cases) EXPECT_FALSE(each.opened) << each.what;
   EXPECT_TRUE(opened(sealed));
+}
+
+// A key's owner could hide something there that nobody looks at.
+TEST_F(SealerTest, PaddingIsZerosAlone) {
+  SecretBytes subkey(crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
+  crypto_kdf_derive_from_key(subkey.data(), subkey.size(), 1, "corvseal", unsignedOf(key.bytes().data()));
+  const std::string data = lengthPrefixed(kAccount) + bigEndian(3) + lengthPrefixed(kName);
+  const std::string nothing("\x28\xb5\x2f\xfd\x20\x00\x01\x00\x00", 9);  // in a frame of zstd (RFC 8878)
+  constexpr std::size_t kNonce = crypto_aead_xchacha20poly1305_ietf_NPUBBYTES;
+  for (const char last : {'\0', '\1'}) {
+    std::string plain = nothing;
+    plain.resize(1024 - 1 - kNonce - crypto_aead_xchacha20poly1305_ietf_ABYTES, '\0');
+    plain.back() = last;
+    std::string sealed(1024, '\1');
+    unsigned char* const nonce = unsignedOf(sealed.data()) + 1;
+    crypto_aead_xchacha20poly1305_ietf_encrypt(nonce + kNonce, nullptr, unsignedOf(plain.data()),
+                                               plain.size(), unsignedOf(data.data()), data.size(), nullptr,
+                                               nonce, subkey.data());
+    EXPECT_EQ(opened(sealed).has_value(), last == '\0');
+  }
 }
 
 TEST_F(SealerTest, ContentsBeyondTheLimitAreRefusedBeforeMemoryIsTaken) {
