@@ -13,6 +13,7 @@
 namespace corvane {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -267,6 +268,24 @@ TEST_F(TakingOutTest, ComputersAreListedUntilTheyAreTakenOut) {
   EXPECT_EQ(first.ctl("account remove-computer " + first.identifier()), 1) << "itself";
   EXPECT_EQ(first.ctl("account remove-computer " + second.identifier()), 0);
   EXPECT_THAT(computers(), UnorderedElementsAre(first.identifier()));
+}
+
+TEST_F(TakingOutTest, AComputerWhoseCardAPutBackPlaceForgotLeavesItAgain) {
+  const TemporaryDirectory kept;
+  ASSERT_EQ(first.ctl("account set '" + place + "'"), 0);
+  first.write({"ant"});
+  ASSERT_EQ(first.run("--register"), 0);
+  ASSERT_EQ(first.sync(), 0);
+  copyInto(kept / "older", place);
+  ASSERT_EQ(first.ctl("account invite"), 0);
+  ASSERT_EQ(second.ctl("account join", first.printed), 0);
+  second.write({"bee"});
+  ASSERT_EQ(second.run("--register"), 0);
+  ASSERT_EQ(second.sync(), 0);
+  copyInto(place, kept / "older");
+  EXPECT_THAT(computers(), ElementsAre(first.identifier()));
+  ASSERT_EQ(second.sync(), 0);
+  EXPECT_THAT(computers(), UnorderedElementsAre(first.identifier(), second.identifier()));
 }
 
 TEST_F(TakingOutTest, AnInvitationFromBeforeLetsNobodyIn) {

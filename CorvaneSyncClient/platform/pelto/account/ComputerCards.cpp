@@ -53,6 +53,13 @@ Roster readCards(Place& place, const Sealer& sealer) {
   return roster;
 }
 
+bool hasCard(Place& place, const Sealer& sealer, const String& computer) {
+  const std::vector<PlaceObject> there = place.list(cardFolder(sealer));
+  const std::string prefix = cardPrefix(sealer, computer);
+  return std::any_of(there.begin(), there.end(),
+                     [&](const PlaceObject& object) { return object.name.starts_with(prefix); });
+}
+
 void putCards(Place& place, const Sealer& sealer, const Roster& cards) {
   const std::vector<PlaceObject> there = place.list(cardFolder(sealer));
   std::vector<NamedBytes> objects;

@@ -14,6 +14,9 @@ namespace corvane::pelto {
 /// place raises.
 Roster readCards(Place& place, const Sealer& sealer);
 
+/// Whether a card of the computer's is there. Raises what the place raises.
+bool hasCard(Place& place, const Sealer& sealer, const String& computer);
+
 /// Puts cards for these computers, in the place of their earlier ones. Raises what the place raises.
 void putCards(Place& place, const Sealer& sealer, const Roster& cards);
 

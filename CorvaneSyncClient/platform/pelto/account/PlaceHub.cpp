@@ -159,8 +159,11 @@ class PlaceHub : public Hub {
   // The exchange matters more than the card.
   void leaveCard() {
     const Date now = Platform::current().clock.now();
-    if (std::abs(now.seconds - _account.membership->carded.seconds) < kCardSeconds) return;
+    const bool isDue = std::abs(now.seconds - _account.membership->carded.seconds) >= kCardSeconds;
+    if (!isDue && !_exchange->hub.hasSurveyed()) return;
     try {
+      // A place that went back may have forgotten it.
+      if (!isDue && hasCard(*_exchange->place, _exchange->sealer, _account.computer)) return;
       Roster alone;
       alone.set(cardOf(_account));
       putCards(*_exchange->place, _exchange->sealer, alone);

@@ -50,6 +50,9 @@ class ChainHub : public Hub {
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
   HubPushed push(const HubPush& push) override;
   bool hasPush(const String& pushId) override;
+  /// Whether the last exchange has looked at the whole chain anew, as it does once a day and where something
+  /// is not as it was.
+  bool hasSurveyed() const { return _state.kept.surveyed == _state.now; }
   /// What the newest commit hands over, when it is the last one of this generation: the account goes on under
   /// another key. Nothing is pushed any more.
   std::optional<GenerationChange> change();
