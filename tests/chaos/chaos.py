@@ -320,8 +320,7 @@ class Chaos:
         self.place.proxy.plan = None
 
     def turn_put_back(self):
-        """Edits before, in the part that is lost, and after. To a state that all computers had: who has only heard of it
-        cannot tell its values from newer ones."""
+        """Edits before, in the part that is lost, and after. To a state that all computers had."""
         self.edit()
         self.sync_all(self.some())
         if self.draw.random() < 0.5 or not self.backups:
