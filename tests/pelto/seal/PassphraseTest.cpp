@@ -1,5 +1,9 @@
 #include <gmock/gmock.h>
+#include <sodium.h>
 
+#include <cstring>
+
+#include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Passphrase.h"
 #include "tests/fakes/FakePlatform.h"
 
@@ -53,6 +57,31 @@ TEST_F(PassphraseTest, EveryByteOfTheObjectCounts) {
   for (const std::size_t size : {0u, 1u, 80u, 1023u})
     EXPECT_FALSE(openWithPassphrase(object.substr(0, size), kPassphrase));
   EXPECT_FALSE(openWithPassphrase(object + '\0', kPassphrase));
+}
+
+// Whoever has the key could make an object that two passphrases open, and learn which of them is tried.
+TEST_F(PassphraseTest, AnObjectThatDoesNotCommitToThePassphraseIsRefused) {
+  const std::string object = sealUnderPassphrase(invitation, kPassphrase, kCheap);
+  constexpr std::size_t kSalt = 9, kCommitment = 25, kNonce = 57, kCipher = 81;
+  unsigned char keys[64];
+  ASSERT_EQ(crypto_pwhash(keys, sizeof keys, kPassphrase, std::strlen(kPassphrase),
+                          unsignedOf(object.data()) + kSalt, kCheap.passes,
+                          kCheap.kibibytes * std::size_t{1024}, crypto_pwhash_ALG_ARGON2ID13),
+            0);
+  std::string plain(object.size() - kCipher - crypto_aead_xchacha20poly1305_ietf_ABYTES, '\0');
+  ASSERT_EQ(crypto_aead_xchacha20poly1305_ietf_decrypt(unsignedOf(plain.data()), nullptr, nullptr,
+                                                       unsignedOf(object.data()) + kCipher,
+                                                       object.size() - kCipher, unsignedOf(object.data()),
+                                                       kNonce, unsignedOf(object.data()) + kNonce, keys),
+            0);
+  for (const char change : {'\0', '\1'}) {
+    std::string resealed = object;
+    resealed[kCommitment] = static_cast<char>(resealed[kCommitment] ^ change);
+    unsigned char* const start = unsignedOf(resealed.data());
+    crypto_aead_xchacha20poly1305_ietf_encrypt(start + kCipher, nullptr, unsignedOf(plain.data()),
+                                               plain.size(), start, kNonce, nullptr, start + kNonce, keys);
+    EXPECT_EQ(openWithPassphrase(resealed, kPassphrase).has_value(), change == '\0');
+  }
 }
 
 TEST_F(PassphraseTest, ObjectsThatAskForTooMuchAreRefused) {
