@@ -106,6 +106,8 @@ void HttpTransfer::setLimits(const HttpSettings& settings, Deadline deadline) {
   curl_easy_setopt(handle(), CURLOPT_MAX_SEND_SPEED_LARGE, static_cast<curl_off_t>(settings.sendSpeed));
   curl_easy_setopt(handle(), CURLOPT_UPLOAD_BUFFERSIZE, settings.sendSpeed > 0 ? kSmallBuffer : kLargeBuffer);
   curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L);
+  // The system's resolver takes as long as it likes, in a thread, and is not waited for beyond the limits.
+  curl_easy_setopt(handle(), CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle(), CURLOPT_FOLLOWLOCATION, 0L);
   curl_easy_setopt(handle(), CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
 }
