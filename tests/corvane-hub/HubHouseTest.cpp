@@ -95,7 +95,8 @@ TEST_F(HubHouse, TwoHostsServeTheirAccountsBehindOneProxy) {
       << "      proxy_set_header Connection \"\"; proxy_set_header Host $host;\n"
       << "      proxy_request_buffering off; proxy_buffering off; client_max_body_size 64m;\n"
       << "      proxy_read_timeout 330s;\n    }\n  }\n}\n";
-  const ChildProcess proxy({"nginx", "-p", nginx, "-c", nginx + "/conf"}, nginx + "/errors");
+  const ChildProcess proxy({"nginx", "-p", nginx, "-c", nginx + "/conf"},
+                           [&] { redirectErrorsOrEnd(nginx + "/errors"); });
   while (::access((nginx + "/socket").c_str(), F_OK) != 0 && !proxy.hasEnded()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }

@@ -1,52 +1,21 @@
 #include "tests/corvane-hub/HubProcess.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
-#include <utility>
 
 namespace corvane {
 
 namespace {
 
 constexpr std::chrono::seconds kPatience{60};
-
-[[noreturn]] void failSystem(const std::string& what) {
-  throw std::system_error(errno, std::system_category(), what);
-}
-
-pid_t spawn(const std::vector<std::string>& arguments, const std::function<void()>& prepare) {
-  std::vector<char*> pointers;
-  for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
-  pointers.push_back(nullptr);
-  const pid_t child = ::fork();
-  if (child < 0) failSystem("fork");
-  if (child > 0) return child;
-  prepare();
-  ::execvp(pointers[0], pointers.data());
-  ::_exit(127);
-}
-
-int statusOf(pid_t child) {
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) failSystem("waitpid");
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 void writeText(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary);
@@ -63,59 +32,16 @@ std::string configuration(const std::string& directory, const std::string& lines
   return path;
 }
 
+// In the new process.
+void prepareServer(const std::string& log) {
+  ::unsetenv("JOURNAL_STREAM");
+  // Tests look at the memory in use, as which AddressSanitizer would count what it keeps of freed memory.
+  const char* options = ::getenv("ASAN_OPTIONS");
+  ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=1").c_str(), 1);
+  redirectErrorsOrEnd(log);
+}
+
 }  // namespace
-
-ProgramResult runProgram(const std::vector<std::string>& arguments) {
-  int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) failSystem("pipe");
-  const pid_t child = spawn(arguments, [&] {
-    ::dup2(ends[1], 1);
-    ::dup2(ends[1], 2);
-  });
-  ::close(ends[1]);
-  ProgramResult result;
-  char buffer[4096];
-  while (true) {
-    const ssize_t count = ::read(ends[0], buffer, sizeof buffer);
-    if (count > 0) result.output.append(buffer, static_cast<std::size_t>(count));
-    if (count == 0 || (count < 0 && errno != EINTR)) break;
-  }
-  ::close(ends[0]);
-  result.status = statusOf(child);
-  return result;
-}
-
-ChildProcess::ChildProcess(const std::vector<std::string>& arguments, const std::string& log) {
-  const int file = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-  if (file < 0) failSystem(log);
-  _number = spawn(arguments, [&] {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::unsetenv("JOURNAL_STREAM");
-    // Tests look at the memory in use, as which AddressSanitizer would count what it keeps of freed memory.
-    const char* options = ::getenv("ASAN_OPTIONS");
-    ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=1").c_str(), 1);
-    ::dup2(file, 2);
-  });
-  ::close(file);
-}
-
-ChildProcess::~ChildProcess() {
-  if (_number < 0) return;
-  ::kill(_number, SIGKILL);
-  statusOf(_number);
-}
-
-bool ChildProcess::hasEnded() const {
-  siginfo_t ended{};
-  ::waitid(P_PID, static_cast<id_t>(_number), &ended, WEXITED | WNOHANG | WNOWAIT);
-  return ended.si_pid != 0;
-}
-
-void ChildProcess::signal(int number) const {
-  if (::kill(_number, number) != 0) failSystem("kill");
-}
-
-int ChildProcess::awaitEnd() { return statusOf(std::exchange(_number, -1)); }
 
 HubProcess::HubProcess(const std::string& directory, const std::string& lines,
                        const std::vector<std::string>& wrapper) {
@@ -123,7 +49,7 @@ HubProcess::HubProcess(const std::string& directory, const std::string& lines,
   _log = file + ".log";
   std::vector<std::string> arguments = wrapper;
   arguments.insert(arguments.end(), {CORVANE_HUB, "--config", file, "serve"});
-  _process = std::make_unique<ChildProcess>(arguments, _log);
+  _process = std::make_unique<ChildProcess>(arguments, [this] { prepareServer(_log); });
   awaitLog("serves");
   const std::string text = log();
   const std::string where = "listens at 127.0.0.1:";

@@ -6,34 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/fakes/ChildProcess.h"
+
 namespace corvane {
-
-/// What a program that ran to its end said.
-struct ProgramResult {
-  int status = 0;
-  std::string output;  ///< standard output and error
-};
-ProgramResult runProgram(const std::vector<std::string>& arguments);
-
-/// A program in a process of its own, killed with this object and when the test is killed. Raises
-/// std::runtime_error.
-class ChildProcess {
- public:
-  /// What the program says on standard error goes into the file `log`.
-  ChildProcess(const std::vector<std::string>& arguments, const std::string& log);
-  ~ChildProcess();
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-
-  pid_t number() const { return _number; }
-  bool hasEnded() const;
-  void signal(int number) const;
-  /// Waits for its end and answers the exit status.
-  int awaitEnd();
-
- private:
-  pid_t _number;  // -1 once it was waited for
-};
 
 /// A real corvane-hub in a directory of the test's, on a port of the loopback interface. Killed with this
 /// object, and when the test is killed. Several may serve one directory. Everything raises std::runtime_error

@@ -9,7 +9,7 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/store/ChildProcess.h"
+#include "tests/store/TalkingProcess.h"
 #include "tests/store/PlistManagerTest.h"
 
 namespace corvane {
@@ -33,7 +33,7 @@ class StoreProcessTest : public PlistManagerTest {
 
 // A "lock" directory whose "details.plist" names a living process is waited for.
 TEST_F(StoreProcessTest, LivingHolderIsWaitedForAndAskedAbout) {
-  ChildProcess holder(guarded);
+  TalkingProcess holder(guarded);
   ASSERT_EQ(holder.ask("lock"), "1");
   delegate.answers = {Action::waitAgain, Action::giveUp};
   EXPECT_EQ(locker.lock(), Result::gaveUp);
@@ -46,7 +46,7 @@ TEST_F(StoreProcessTest, LivingHolderIsWaitedForAndAskedAbout) {
 }
 
 TEST_F(StoreProcessTest, LockIsHadOnceTheLivingHolderGivesItUp) {
-  ChildProcess holder(guarded);
+  TalkingProcess holder(guarded);
   ASSERT_EQ(holder.ask("lock"), "1");
   platform.clock.onSleep = [&] {
     if (platform.clock.sleeps.size() == 7) {
@@ -60,7 +60,7 @@ TEST_F(StoreProcessTest, LockIsHadOnceTheLivingHolderGivesItUp) {
 
 // A process killed while it holds the lock: broken at the first poll.
 TEST_F(StoreProcessTest, DeadHoldersLockIsBrokenWithoutSleeping) {
-  ChildProcess holder(guarded);
+  TalkingProcess holder(guarded);
   ASSERT_EQ(holder.ask("lock"), "1");
   holder.kill();
   ASSERT_TRUE(std::filesystem::exists(lockFile));
@@ -70,7 +70,7 @@ TEST_F(StoreProcessTest, DeadHoldersLockIsBrokenWithoutSleeping) {
 }
 
 TEST_F(StoreProcessTest, HolderThatIsKilledWhileWaitedForLosesItsLock) {
-  ChildProcess holder(guarded);
+  TalkingProcess holder(guarded);
   ASSERT_EQ(holder.ask("lock"), "1");
   platform.clock.onSleep = [&] {
     if (platform.clock.sleeps.size() == 3) holder.kill();
@@ -83,7 +83,7 @@ TEST_F(StoreProcessTest, HolderThatIsKilledWhileWaitedForLosesItsLock) {
 // A thief that rewrites "details.plist".
 TEST_F(StoreProcessTest, ThiefKeepsTheLock) {
   ASSERT_EQ(locker.lock(), Result::acquired);
-  ChildProcess thief(guarded);
+  TalkingProcess thief(guarded);
   ASSERT_EQ(thief.ask("steal"), "stolen");
   locker.unlock();
   ASSERT_THAT(delegate.thefts, SizeIs(1));
@@ -96,8 +96,8 @@ TEST_F(StoreProcessTest, ThiefKeepsTheLock) {
 
 // The two locks of two processes of one machine exclude each other: no count is lost.
 TEST_F(StoreProcessTest, CountingProcessesExcludeEachOther) {
-  ChildProcess first(guarded);
-  ChildProcess second(guarded);
+  TalkingProcess first(guarded);
+  TalkingProcess second(guarded);
   first.send("count 40");
   second.send("count 40");
   EXPECT_EQ(first.answer(), "counted");
@@ -117,7 +117,7 @@ struct Hammering {
 // Has a process take the lock `times` times, and starts another for each that is killed meanwhile.
 void hammer(const std::string& directory, int times, unsigned seed, Hammering& outcome) {
   for (int left = times; left > 0; ++seed) {
-    ChildProcess process(directory);
+    TalkingProcess process(directory);
     process.send("hammer " + std::to_string(left) + " " + std::to_string(seed));
     std::string answer = process.answer();
     for (; answer == "alone"; answer = process.answer(), --left) ++outcome.acquisitions;
@@ -157,13 +157,13 @@ TEST_F(StoreProcessTest, OfManyProcessesThatAreKilledNoTwoHoldTheLock) {
 // Two processes save in turn: each sees the other's writing, is refused, reads and saves again.
 TEST_F(StoreProcessTest, SaversInTurnSeeEachOther) {
   putFile(bookmarksOf(1), 1000);
-  ChildProcess savers[] = {ChildProcess(guarded), ChildProcess(guarded)};
-  for (ChildProcess& saver : savers) EXPECT_EQ(saver.ask("read"), "1");
+  TalkingProcess savers[] = {TalkingProcess(guarded), TalkingProcess(guarded)};
+  for (TalkingProcess& saver : savers) EXPECT_EQ(saver.ask("read"), "1");
   EXPECT_EQ(savers[0].ask("save 2"), "saved");
   // Dates set by hand keep two writings within one tick of the file system's clock apart.
   setDate(file, 1001);
   for (int version = 3; version < 9; ++version) {
-    ChildProcess& saver = savers[version % 2 == 0 ? 0 : 1];
+    TalkingProcess& saver = savers[version % 2 == 0 ? 0 : 1];
     const std::string save = "save " + std::to_string(version);
     EXPECT_EQ(saver.ask(save), "refused");
     EXPECT_EQ(saver.ask("read"), std::to_string(version - 1));
@@ -177,7 +177,7 @@ TEST_F(StoreProcessTest, SaversInTurnSeeEachOther) {
 // A saver killed with the lock in its hands leaves the old file, and the next save goes through at once.
 TEST_F(StoreProcessTest, KilledSaverIsNoObstacle) {
   putFile(bookmarksOf(1), 1000);
-  ChildProcess saver(guarded);
+  TalkingProcess saver(guarded);
   EXPECT_EQ(saver.ask("read"), "1");
   EXPECT_EQ(saver.ask("stallInSave 2"), "stalled");
   saver.kill();
@@ -193,7 +193,7 @@ TEST_F(StoreProcessTest, KilledSaverIsNoObstacle) {
 // A saver that hangs with the lock in its hands makes the next save fail after the timeout.
 TEST_F(StoreProcessTest, HangingSaverIsAnObstacle) {
   putFile(bookmarksOf(1), 1000);
-  ChildProcess saver(guarded);
+  TalkingProcess saver(guarded);
   EXPECT_EQ(saver.ask("read"), "1");
   EXPECT_EQ(saver.ask("stallInSave 2"), "stalled");
   const Dictionary mine = bookmarksOf(3);

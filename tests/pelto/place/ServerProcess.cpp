@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -46,17 +45,17 @@ bool listens(int port) {
   return is;
 }
 
-// In the child.
-[[noreturn]] void become(char** arguments, const std::string& log, const passwd* user) {
+// In the new process.
+void becomeOrEnd(const std::string& log, const passwd* user) {
   const int file = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
   const int nothing = ::open("/dev/null", O_RDONLY);
   ::setsid();  // an interrupt from the terminal goes to the test alone
+  // Another user's process forgets what it gets when the test is killed.
   const bool isReady = file >= 0 && nothing >= 0 && ::dup2(nothing, 0) == 0 && ::dup2(file, 1) == 1 &&
                        ::dup2(file, 2) == 2 &&
                        (!user || (::setgid(user->pw_gid) == 0 && ::setuid(user->pw_uid) == 0)) &&
                        ::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0;
-  if (isReady) ::execv(arguments[0], arguments);
-  ::_exit(127);
+  if (!isReady) ::_exit(127);
 }
 
 }  // namespace
@@ -75,18 +74,12 @@ void ServerProcess::write(const std::string& name, const std::string& contents) 
 }
 
 bool ServerProcess::start(const std::vector<std::string>& arguments, int port) {
-  std::vector<char*> pointers;
-  for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
-  pointers.push_back(nullptr);
-  const std::string logPath = _directory / "log";
-  const passwd* const user = otherUser();
-  _process = ::fork();
-  if (_process < 0) throw std::runtime_error("fork fails");
-  if (_process == 0) become(pointers.data(), logPath, user);
+  _process = std::make_unique<ChildProcess>(
+      arguments, [logPath = _directory / "log", user = otherUser()] { becomeOrEnd(logPath, user); });
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (!listens(port)) {
-    if (::waitpid(_process, nullptr, WNOHANG) == _process) {
-      _process = -1;
+    if (_process->hasEnded()) {
+      _process.reset();
       return false;
     }
     if (std::chrono::steady_clock::now() > deadline)
@@ -97,14 +90,14 @@ bool ServerProcess::start(const std::vector<std::string>& arguments, int port) {
 }
 
 void ServerProcess::stop() {
-  if (_process < 0) return;
-  ::kill(_process, SIGTERM);
+  if (!_process) return;
+  _process->signal(SIGTERM);
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (::waitpid(_process, nullptr, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) ::kill(-_process, SIGKILL);
+  while (!_process->hasEnded()) {
+    if (std::chrono::steady_clock::now() > deadline) ::kill(-_process->number(), SIGKILL);
     std::this_thread::sleep_for(kPause);
   }
-  _process = -1;
+  _process.reset();
 }
 
 std::string ServerProcess::log() const {

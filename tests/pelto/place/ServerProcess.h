@@ -1,10 +1,10 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryDirectory.h"
 
 namespace corvane {
@@ -33,7 +33,7 @@ class ServerProcess {
 
  private:
   TemporaryDirectory _directory;
-  pid_t _process = -1;
+  std::unique_ptr<ChildProcess> _process;
 };
 
 }  // namespace corvane
