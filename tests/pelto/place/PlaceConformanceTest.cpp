@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
@@ -174,6 +176,32 @@ TEST_P(PlaceConformanceTest, ManyAreWrittenAndReadAtOnceInTheirOrder) {
     EXPECT_TRUE(answers[2 * i].bytes == objects[i].bytes);
     EXPECT_EQ(answers[2 * i + 1].state, GetAnswer::State::absent);
   }
+}
+
+volatile std::sig_atomic_t alarms = 0;
+
+TEST_P(PlaceConformanceTest, SignalsInterruptNothing) {
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) { alarms = alarms + 1; };
+  ASSERT_EQ(::sigaction(SIGALRM, &action, &before), 0);
+  const itimerval often{{0, 500}, {0, 500}}, never{};
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+  std::vector<NamedBytes> objects;
+  std::vector<GetRequest> requests;
+  for (int i = 0; i < 60; ++i) {
+    objects.push_back({folder + "/s/" + std::to_string(i), randomBytes(200'000, i)});
+    requests.push_back({objects.back().name, Writing::alone, {}, kMost});
+  }
+  place->put(objects);
+  EXPECT_EQ(place->putNew(name("1"), "first"), Made::made);
+  const std::vector<GetAnswer> answers = place->get(requests);
+  const std::size_t found = namesIn(folder + "/s").size();
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &never, nullptr), 0);
+  ASSERT_EQ(::sigaction(SIGALRM, &before, nullptr), 0);
+  EXPECT_EQ(found, objects.size());
+  for (std::size_t i = 0; i < objects.size(); ++i) EXPECT_TRUE(answers[i].bytes == objects[i].bytes);
+  EXPECT_GT(alarms, 10);
 }
 
 TEST_P(PlaceConformanceTest, AListingHoldsAllOfThreeThousandObjects) {
