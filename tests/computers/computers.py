@@ -1,19 +1,29 @@
-"""Computers for the tests with a real online service: homes with the real tools, and a private server between them."""
+"""Computers for the tests with a real corvane-hub: homes with the real tools, and a private server between them."""
 
+import ctypes
+import http.client
+import http.server
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import threading
+import time
 import unittest
+import uuid
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "crash"))
+TESTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
+SEAL_ORACLE = os.path.join(TESTS, "pelto", "seal", "seal_oracle.py")
+sys.path.insert(0, os.path.join(TESTS, "crash"))
 
 from homes import FIRST, Home, Tools, leaf, root_with, write  # noqa: E402
 
 # What is interrupted at some points is interrupted at all of them.
 EVERYWHERE = "CORVANE_EVERYWHERE" in os.environ
 ALONE = "Bookmarks were synced on this computer alone, not with the online service: "
+PR_SET_PDEATHSIG = 1
 
 
 def preloadable(path):
@@ -22,27 +32,150 @@ def preloadable(path):
 
 
 class Service:
-    """The private server, and the relay before it, in a process of their own."""
+    """A corvane-hub with data of its own, which ends with this process."""
 
     def __init__(self, program):
-        self.process = subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self._answer("start")
+        self.program = program
+        self.directory = tempfile.mkdtemp(prefix="corvane-hub-")
+        self.port = 0
+        self.start()
 
-    def ask(self, *words):
-        self.process.stdin.write("\t".join(map(str, words)) + "\n")
-        self.process.stdin.flush()
-        return self._answer(*words)
+    def _configuration(self):
+        path = os.path.join(self.directory, "configuration")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(f"data = {self.directory}/data\nlisten = 127.0.0.1:{self.port}\n")
+        return path
 
-    def _answer(self, *words):
-        outcome, _, text = self.process.stdout.readline().rstrip("\n").partition("\t")
-        if outcome != "ok":
-            raise RuntimeError(f"{words}: {text}")
-        return text.strip()
+    def start(self):
+        """At the port that it had before, if it had one. Returns when it serves."""
+        log = os.path.join(self.directory, "log")
+        with open(log, "w", encoding="utf-8") as output:
+            self.process = subprocess.Popen(
+                [self.program, "--config", self._configuration(), "serve"], stdin=subprocess.DEVNULL, stdout=output,
+                stderr=output, preexec_fn=lambda: ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL))
+        said = ""
+        while "serves" not in said:
+            if self.process.poll() is not None:
+                raise RuntimeError(f"corvane-hub does not run: {said}")
+            time.sleep(0.01)
+            with open(log, encoding="utf-8") as file:
+                said = file.read()
+        self.port = int(said.split("listens at 127.0.0.1:")[1].split()[0])
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait(timeout=120)
 
     def end(self):
-        self.process.stdin.close()
-        self.process.stdout.close()
-        self.process.wait(timeout=120)
+        self.kill()
+        shutil.rmtree(self.directory)
+
+    def account(self, *arguments):
+        """What "corvane-hub account" prints."""
+        return subprocess.run([self.program, "--config", self._configuration(), "account", *arguments], check=True,
+                              stdout=subprocess.PIPE, text=True, timeout=120).stdout.strip()
+
+    def data(self, account):
+        return os.path.join(self.directory, "data", "accounts", account)
+
+    def commits(self, account):
+        """The names of the commits that an account has."""
+        objects = os.path.join(self.data(account), "objects")
+        return sorted(name for folder in os.listdir(objects) if folder.endswith(".c")
+                      for name in os.listdir(os.path.join(objects, folder)))
+
+
+class Relay:
+    """Stands before the server and counts requests. At one of them, and at all that follow, it can cut the connection, keep
+    silent or answer rubbish."""
+
+    def __init__(self, service):
+        self.service = service
+        self._lock = threading.Lock()
+        self.pass_on()
+        relay = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            protocol_version = "HTTP/1.1"
+
+            def do_GET(self):
+                relay.handle(self)
+
+            do_PUT = do_DELETE = do_GET
+
+            def log_message(self, *_):
+                pass
+
+        class Server(http.server.ThreadingHTTPServer):
+            def handle_error(self, *_):
+                pass  # the client has gone
+
+        self._server = Server(("127.0.0.1", 0), Handler)
+        self.port = self._server.server_address[1]
+        threading.Thread(target=self._server.serve_forever, daemon=True).start()
+
+    def pass_on(self):
+        """Restarts the count; everything is passed on."""
+        with self._lock:
+            self.requests = 0
+            self._from, self._what = 0, None
+            self._passing = threading.Event()
+
+    def stop_at(self, request, what):
+        """What becomes of that request, counted from 1, and of those that follow until `pass_on`: "before" cuts before the server
+        sees it and "after" once the server has carried it out, which holds for the first one alone, "silence" answers
+        nothing, and "rubbish" something that is no answer."""
+        self.let_go()
+        with self._lock:
+            self._from, self._what = request, what
+
+    def let_go(self):
+        """Ends the silence of those that wait."""
+        self._passing.set()
+        self.pass_on()
+
+    def end(self):
+        self.let_go()
+        self._server.shutdown()
+        self._server.server_close()
+
+    def _number(self):
+        with self._lock:
+            self.requests += 1
+            what = self._what if self._from and self.requests >= self._from else None
+            if what == "after" and self.requests > self._from:
+                what = "before"
+            return what, self._passing
+
+    def handle(self, handler):
+        body = handler.rfile.read(int(handler.headers.get("Content-Length", 0)))
+        what, passing = self._number()
+        if what == "silence":
+            passing.wait(timeout=300)
+        if what in ("before", "silence"):
+            handler.close_connection = True
+            return
+        status, headers, answer = (200, {}, b"<html>Welcome</html>") if what == "rubbish" else self._ask(handler, body)
+        if what == "after":
+            handler.close_connection = True
+            return
+        handler.send_response_only(status)
+        for name, value in headers.items():
+            if name.lower() not in ("transfer-encoding", "connection", "content-length"):
+                handler.send_header(name, value)
+        if status not in (204, 304):
+            handler.send_header("Content-Length", str(len(answer)))
+        handler.end_headers()
+        handler.wfile.write(answer)
+
+    def _ask(self, handler, body):
+        server = http.client.HTTPConnection("127.0.0.1", self.service.port, timeout=300)
+        try:
+            server.request(handler.command, handler.path, body or None, dict(handler.headers))
+            answer = server.getresponse()
+            return answer.status, dict(answer.getheaders()), answer.read()
+        finally:
+            server.close()
 
 
 class Computer(Home):
@@ -67,10 +200,13 @@ class Computer(Home):
         return subprocess.run([self.tools.tool, *arguments], env=self.environment, stdin=subprocess.DEVNULL,
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=300).returncode
 
-    def use(self, url):
-        status, output = self.control("account", "set", url)
-        if status != 0:
-            raise RuntimeError(f"the account cannot be set: {output}")
+    def account(self, *arguments, answers=""):
+        """Runs "loomerctl account" with what it asks for; what it prints."""
+        done = subprocess.run([self.tools.control, "account", *arguments], env=self.environment, input=answers,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=300)
+        if done.returncode != 0:
+            raise RuntimeError(f"account {arguments[0]}: {done.stderr}")
+        return done.stdout
 
     def children(self):
         return self.root(FIRST)["Children"]
@@ -105,29 +241,35 @@ class HubTest(unittest.TestCase):
     accounts = 0
 
     def setUp(self):
-        self.directory = tempfile.mkdtemp(prefix="corvane-hub-")
+        self.directory = tempfile.mkdtemp(prefix="corvane-computers-")
         self.addCleanup(shutil.rmtree, self.directory)
         self.computers = []
-        self.url = self.account("hub")
-
-    def account(self, database):
+        self.tokens = []
         HubTest.accounts += 1
         self.name = f"user{HubTest.accounts}"
-        return self.service.ask("account", self.name, database)
+        self.service.account("add", self.name)
+        self.found_account(self.service.port)
 
-    def computer(self, children=(), url=None, switched_on=True):
-        path = os.path.join(self.directory, f"computer{len(self.computers)}")
+    def found_account(self, port):
+        """All computers join alike: `account set` would try the server for half a minute."""
+        self.invitation = subprocess.run(
+            [sys.executable, SEAL_ORACLE, "line", os.urandom(32).hex(), str(uuid.uuid4()), "1",
+             f"hub://127.0.0.1:{port}?tls=no"], check=True, stdout=subprocess.PIPE, text=True, timeout=120).stdout
+
+    def computer(self, children=(), switched_on=True):
+        number = len(self.computers)
+        path = os.path.join(self.directory, f"computer{number}")
         computer = Computer(Tools(self.programs), path, self.log_library).make()
         write(computer.bookmarks(FIRST), root_with(list(children)))
-        computer.use(url or self.url)
+        self.tokens.append(self.service.account("token", self.name, f"computer{number}"))
+        computer.account("join", answers=self.invitation + self.tokens[number] + "\n")
         if switched_on:
             self.assertEqual(computer.run("--register"), 0, computer.lines())
         self.computers.append(computer)
         return computer
 
-    def revision(self, database="hub"):
-        return int(self.service.ask("sql", database, "SELECT revision FROM corvane_hub.accounts"
-                                                     f" WHERE role = '{self.name}'"))
+    def commits(self):
+        return self.service.commits(self.name)
 
     def sync_alone(self, computer):
         """A session whose exchange does not succeed: it ends well, and one line says why."""
@@ -153,10 +295,10 @@ class HubTest(unittest.TestCase):
             computer.must_be_sound()
 
     def require_quiet(self):
-        before = self.revision(), [computer.tree(FIRST) for computer in self.computers]
+        before = self.commits(), [computer.tree(FIRST) for computer in self.computers]
         for computer in self.computers:
             self.sync(computer)
-        self.assertEqual((self.revision(), [computer.tree(FIRST) for computer in self.computers]), before)
+        self.assertEqual((self.commits(), [computer.tree(FIRST) for computer in self.computers]), before)
 
     def require_once(self, *titles):
         for title in titles:
@@ -166,8 +308,8 @@ class HubTest(unittest.TestCase):
 class GivingAndTaking(HubTest):
     """Two computers, of which the first has something to give and something to take in each session."""
 
-    def start_with(self, url_of_first):
-        self.first = self.computer([leaf("Common"), leaf("Also common")], url_of_first)
+    def start(self):
+        self.first = self.computer([leaf("Common"), leaf("Also common")])
         self.second = self.computer()
         self.settle()
         self.turn = 0
@@ -199,7 +341,7 @@ class GivingAndTaking(HubTest):
 
 def main():
     HubTest.programs, HubTest.log_library = os.path.abspath(sys.argv.pop(1)), preloadable(sys.argv.pop(1))
-    HubTest.service = Service(os.path.abspath(sys.argv.pop(1)))
+    HubTest.service = Service(os.path.join(HubTest.programs, "corvane-hub"))
     try:
         program = unittest.main(verbosity=1, exit=False)
     finally:

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Kills the real tool at the system calls of its exchange with a real online service, syncs on, and demands that all
+"""Kills the real tool at the system calls of its exchange with a real corvane-hub, syncs on, and demands that all
 computers agree, with nothing lost and nothing doubled.
 
-usage: killing.py PROGRAMS LOG_LIBRARY SERVICE [TEST...]
+usage: killing.py PROGRAMS LOG_LIBRARY [TEST...]
 
-PROGRAMS is the directory of corvanetool and loomerctl. What is sent to the service and what is made durable are the points:
+PROGRAMS is the directory of corvanetool, loomerctl and corvane-hub. What is sent to the service and what is made durable are the points:
 some of each, spread over the session, or with CORVANE_EVERYWHERE in the environment all.
 """
 
@@ -31,7 +31,7 @@ def spread(count):
 class Killing(GivingAndTaking):
     def setUp(self):
         super().setUp()
-        self.start_with(self.url)
+        self.start()
 
     def under_strace(self, *options):
         return self.first.sync(FIRST, ("strace", "-f", "-qq", "-s", "0", *options))

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""The real tools on several computers, and a real online service: what they bring together.
+"""The real tools on several computers, and a real corvane-hub: what they bring together.
 
-usage: meeting.py PROGRAMS LOG_LIBRARY SERVICE [TEST...]
+usage: meeting.py PROGRAMS LOG_LIBRARY [TEST...]
 
-PROGRAMS is the directory of corvanetool and loomerctl.
+PROGRAMS is the directory of corvanetool, loomerctl and corvane-hub.
 """
 
 import random
@@ -87,11 +87,11 @@ class Meeting(HubTest):
 
     def test_a_computer_that_joins_is_given_everything_and_gives_nothing(self):
         self.two_computers()
-        before = self.revision()
+        before = self.commits()
         third = self.computer()
         self.sync(third)
         self.assertEqual(third.shared_tree(FIRST), self.computers[0].shared_tree(FIRST))
-        self.assertEqual(self.revision(), before)
+        self.assertEqual(self.commits(), before)
 
     def start_all(self):
         return [computer.start(FIRST) for computer in self.computers]
@@ -139,9 +139,9 @@ class Meeting(HubTest):
             titles += self.make_edits(turn)
             processes = self.start_all()
             time.sleep(draw.uniform(0, 0.15))
-            self.service.ask("kill")
+            self.service.kill()
             self.wait_for(processes)
-            self.service.ask("start")
+            self.service.start()
             for computer in self.computers:
                 self.assertLessEqual(len(computer.lines()), 1)
         self.settle()
@@ -156,9 +156,9 @@ class Meeting(HubTest):
         first.add("Kept here")
         second.add("Kept there")
         self.sync(second)
-        before = self.revision()
+        before = self.commits()
         self.sync(first)
-        self.assertEqual(self.revision(), before)
+        self.assertEqual(self.commits(), before)
         self.assertNotIn("Kept there", first.titles())
         self.assertEqual(first.run("--register"), 0)
         self.assertEqual(first.run("--isregistered"), 0)

@@ -1,11 +1,12 @@
-// The real tool and a real online service.
+// The real tools and a real corvane-hub.
 
 #include <gmock/gmock.h>
 
-#include "CorvaneSyncClient/platform/pelto/account/Account.h"
-#include "tests/fakes/StrictPlatform.h"
-#include "tests/front/Installation.h"
-#include "tests/pelto/PostgresServer.h"
+#include <memory>
+
+#include "CorvaneSyncClient/platform/pelto/seal/Invitation.h"
+#include "tests/corvane-hub/HubProcess.h"
+#include "tests/front/PlaceComputer.h"
 
 namespace corvane {
 namespace {
@@ -16,106 +17,130 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-// A computer whose user has an account. What a run says on standard output or standard error fails the test.
-class ConnectedComputer {
- public:
-  explicit ConnectedComputer(const std::string& url,
-                             const char* identifier = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01")
-      : _identifier(identifier) {
-    setAccount(url);
-  }
-
-  void setAccount(const std::string& url) {
-    const StrictPlatform platform;
-    pelto::writeAccount(accountFile(), {url, _identifier, std::nullopt});
-  }
-  std::optional<Date> reached() {
-    const StrictPlatform platform;
-    return pelto::readAccount(accountFile())->reached;
-  }
-  std::optional<int> run(std::vector<std::string> arguments) {
-    const auto status = statusOf(_installation, std::move(arguments));
-    EXPECT_EQ(contentsOf(_installation.standardOutput()) + contentsOf(_installation.standardError()), "");
-    return status;
-  }
-  std::optional<int> run(const char* command) { return run(std::vector<std::string>{command}); }
-  std::vector<std::string> systemLog() const { return _installation.systemLog(); }
-
- private:
-  std::string accountFile() const { return pelto::accountPathForHome(_installation.home()); }
-
-  Installation _installation;
-  String _identifier;
-};
+using testing::UnorderedElementsAre;
 
 class HubToolTest : public ::testing::Test {
  protected:
-  PostgresServer& server = postgresServer();
+  std::string address() const { return "hub://127.0.0.1:" + std::to_string(hub->port()) + "?tls=no"; }
+  // As another computer of ada's, with a token of its own.
+  void join(PlaceComputer& computer, const std::string& name, const std::string& invitation) {
+    const std::string itsToken = accountCommand(directory.path(), {"token", "ada", name});
+    ASSERT_EQ(computer.ctl("account join", invitation + itsToken + "\n"), 0) << computer.errors;
+  }
+  // Both computers belong to the account. It is not made by `account set`, which tries a server for half a
+  // minute.
+  void joinBoth() {
+    const std::string invitation =
+        pelto::lineOf(
+            {address(), {}, {}, "A1C0B5A0-0F3D-4F7C-9B59-1F1B7F1F2A01", 1, pelto::AccountKey::random(), {}}) +
+        "\n";
+    ASSERT_EQ(first.ctl("account join", invitation + token + "\n"), 0) << first.errors;
+    join(second, "desktop", invitation);
+  }
+  void syncBoth() {
+    first.write({"ant"});
+    second.write({"bee"});
+    for (PlaceComputer* each : {&first, &second}) ASSERT_EQ(each->run("--register"), 0);
+    for (PlaceComputer* each : {&first, &second, &first}) ASSERT_EQ(each->sync(), 0);
+  }
+  void meet() {
+    joinBoth();
+    syncBoth();
+  }
+  // What a session says whose exchange does not succeed, and which ends well all the same.
+  std::string lineOf(PlaceComputer& computer) {
+    EXPECT_EQ(computer.sync(), 0);
+    const auto lines = computer.takeLog();
+    EXPECT_EQ(lines.size(), 1u);
+    return lines.empty() ? "" : lines[0];
+  }
+
+  const TemporaryDirectory directory;
+  std::unique_ptr<HubProcess> hub = std::make_unique<HubProcess>(directory.path());
+  const std::string token = accountCommand(directory.path(), {"add", "ada", "laptop"});
+  PlaceComputer first, second;
 };
 
-TEST_F(HubToolTest, SwitchesBookmarksOnAndOff) {
-  ConnectedComputer computer(server.addAccount());
-  EXPECT_EQ(computer.run("--canregister"), 1) << "never reached";
-  EXPECT_EQ(computer.run("--unregister"), 0);
-  EXPECT_NE(computer.reached(), std::nullopt);
-  EXPECT_EQ(computer.run("--canregister"), 0);
-  EXPECT_EQ(computer.run("--register"), 0);
-  EXPECT_EQ(computer.run("--isregistered"), 0);
-  EXPECT_EQ(computer.run("--register"), 0) << "again changes nothing";
-  EXPECT_EQ(computer.run("--isregistered"), 0);
-  EXPECT_EQ(computer.run("--unregister"), 0);
-  EXPECT_EQ(computer.run("--isregistered"), 1);
-  EXPECT_THAT(computer.systemLog(), IsEmpty());
-  EXPECT_EQ(computer.run({"--unregistersyncclient", "com.keldra.Corvane"}), 0)
-      << "switching off leaves the registration";
+TEST_F(HubToolTest, TwoComputersMeet) {
+  ASSERT_EQ(first.ctl("account set '" + address() + "'", token + "\n"), 0) << first.errors;
+  ASSERT_EQ(first.ctl("account invite"), 0);
+  join(second, "desktop", first.printed);
+  syncBoth();
+  for (PlaceComputer* each : {&first, &second}) {
+    EXPECT_THAT(each->titles(), UnorderedElementsAre("ant", "bee"));
+    EXPECT_THAT(each->log(), IsEmpty());
+  }
 }
 
 TEST_F(HubToolTest, EachComputerHasItsOwnSwitch) {
-  const std::string url = server.addAccount();
-  ConnectedComputer first(url), second(url, "0D9E4C1A-7B5E-4C0E-8C39-5A3A0C0B7E11");
-  for (ConnectedComputer* each : {&first, &second}) {
-    ASSERT_EQ(each->run({"--registersyncclient", "com.keldra.Corvane"}), 0);
-    ASSERT_EQ(each->run("--unregister"), 0);
+  joinBoth();
+  for (PlaceComputer* each : {&first, &second}) {
+    EXPECT_EQ(each->run("--canregister"), 0);
+    EXPECT_EQ(each->run("--isregistered"), 1);
+    EXPECT_THAT(each->takeLog(), ElementsAre("Corvane Sync Client is not registered"));
   }
   EXPECT_EQ(first.run("--register"), 0);
+  EXPECT_EQ(first.run("--register"), 0) << "again changes nothing";
   EXPECT_EQ(first.run("--isregistered"), 0);
   EXPECT_EQ(second.run("--isregistered"), 1);
+  EXPECT_EQ(second.takeLog().size(), 1u);
+  EXPECT_EQ(first.run("--unregister"), 0);
+  EXPECT_EQ(first.run("--isregistered"), 1);
+  EXPECT_THAT(first.log(), IsEmpty());
 }
 
-TEST_F(HubToolTest, ErrorsSayWhatIsWrongAndShowNoPassword) {
-  const std::string url = server.addAccount("wanda");
-  ConnectedComputer computer(url);
-  ASSERT_EQ(computer.run("--unregister"), 0);
-  ASSERT_EQ(computer.run("--register"), 0);
-  const std::string password = url.substr(url.find("wanda:") + 6, 32);
-  server.hubAccount("password", "wanda");
-  EXPECT_EQ(computer.run("--isregistered"), 1);
-  EXPECT_EQ(computer.run("--register"), 1);
-  const auto about = [&](const char* beginning) {
-    return AllOf(StartsWith(beginning), HasSubstr("user wanda"), HasSubstr("password"),
-                 Not(HasSubstr(password)));
-  };
-  EXPECT_THAT(computer.systemLog(),
-              ElementsAre(about("Error checking if bookmarks data class is enabled with .Pelto: "),
-                          about("Error enabling bookmarks with .Pelto: ")));
+TEST_F(HubToolTest, AWrongTokenSetsNothingAndIsNotShown) {
+  const std::string secret = token.substr(token.rfind('.') + 1);
+  const std::string wrong = token.substr(0, token.size() - 1) + (token.back() == '0' ? '1' : '0');
+  EXPECT_EQ(first.ctl("account set '" + address() + "'", wrong + "\n"), 1);
+  EXPECT_THAT(first.errors,
+              AllOf(HasSubstr("127.0.0.1"), HasSubstr("token"), Not(HasSubstr(secret.substr(0, 16)))));
+  EXPECT_EQ(first.run("--canregister"), 1);
+  EXPECT_EQ(first.run("--register"), 1);
+  EXPECT_THAT(first.log(), IsEmpty());
 }
 
-TEST_F(HubToolTest, MissingPasswordIsToldInTheLogAlone) {
-  server.addAccount("walter");
-  ConnectedComputer computer("postgresql://walter@127.0.0.1:" + std::to_string(server.port()) + "/hub");
-  EXPECT_EQ(computer.run("--unregister"), 1);
-  EXPECT_THAT(computer.systemLog(), ElementsAre(AllOf(StartsWith("Error disabling bookmarks with .Pelto: "),
-                                                      HasSubstr("the server wants a password"))));
+TEST_F(HubToolTest, ARevokedTokenIsToldInTheLogWhichDoesNotShowIt) {
+  meet();
+  accountCommand(directory.path(), {"revoke", "ada", "laptop"});
+  first.add("cat");
+  const std::string secret = token.substr(token.rfind('.') + 1);
+  EXPECT_THAT(lineOf(first), AllOf(StartsWith(kSyncedAlone), HasSubstr("127.0.0.1"), HasSubstr("revoked"),
+                                   Not(HasSubstr(secret))));
+  EXPECT_EQ(first.ctl("account test"), 1);
+  EXPECT_THAT(first.errors, AllOf(HasSubstr("revoked"), Not(HasSubstr(secret))));
+  EXPECT_EQ(first.run("--isregistered"), 0) << "a setting of this computer";
+  const std::string another = accountCommand(directory.path(), {"token", "ada", "laptop"});
+  ASSERT_EQ(first.ctl("account set '" + address() + "'", another + "\n"), 0) << first.errors;
+  for (PlaceComputer* each : {&first, &second}) ASSERT_EQ(each->sync(), 0);
+  EXPECT_THAT(second.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+  EXPECT_THAT(first.log(), IsEmpty());
 }
 
-TEST_F(HubToolTest, DatabaseWithoutTheServiceCannotBeSwitchedOn) {
-  server.makeDatabase("empty");
-  ConnectedComputer computer(server.administratorUrl("empty"));
-  EXPECT_EQ(computer.run("--unregister"), 1);
-  EXPECT_THAT(computer.systemLog(), ElementsAre(AllOf(StartsWith("Error disabling bookmarks with .Pelto: "),
-                                                      HasSubstr("docs/hub.md"))));
-  EXPECT_EQ(computer.reached(), std::nullopt) << "a server that is none of the service's is not it";
+TEST_F(HubToolTest, AServerThatIsAwayIsToldInTheLogAndCaughtUpWith) {
+  meet();
+  const std::string listen = "listen = 127.0.0.1:" + std::to_string(hub->port()) + "\n";
+  hub->kill();
+  first.add("cat");
+  EXPECT_THAT(lineOf(first), AllOf(StartsWith(kSyncedAlone), HasSubstr("127.0.0.1")));
+  hub = std::make_unique<HubProcess>(directory.path(), listen);
+  for (PlaceComputer* each : {&first, &second}) ASSERT_EQ(each->sync(), 0);
+  EXPECT_THAT(second.titles(), UnorderedElementsAre("ant", "bee", "cat"));
+  EXPECT_THAT(first.log(), IsEmpty());
+}
+
+TEST_F(HubToolTest, AFullAccountIsReadAndGivenNothingUntilThereIsRoom) {
+  meet();
+  second.add("cat");
+  ASSERT_EQ(second.sync(), 0);
+  accountCommand(directory.path(), {"quota", "ada", "1 KiB"});
+  first.add("dog");
+  EXPECT_THAT(lineOf(first), StartsWith("There is no room at the online service: "));
+  EXPECT_THAT(first.titles(), UnorderedElementsAre("ant", "bee", "cat", "dog"));
+  accountCommand(directory.path(), {"quota", "ada", "1 GiB"});
+  for (PlaceComputer* each : {&first, &second}) ASSERT_EQ(each->sync(), 0);
+  EXPECT_THAT(second.titles(), UnorderedElementsAre("ant", "bee", "cat", "dog"));
+  EXPECT_THAT(first.log(), IsEmpty());
 }
 
 }  // namespace

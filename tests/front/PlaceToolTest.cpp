@@ -5,10 +5,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/account/Account.h"
-#include "tests/fakes/StrictPlatform.h"
-#include "tests/front/Installation.h"
+#include "tests/front/PlaceComputer.h"
 
 namespace corvane {
 namespace {
@@ -19,81 +17,6 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 namespace fs = std::filesystem;
-
-class PlaceComputer {
- public:
-  /// The exit status of loomerctl; what it prints is in `printed` then.
-  int ctl(const std::string& arguments, const std::string& input = "") {
-    const std::string in = _installation.home() + "/in", out = _installation.home() + "/out";
-    std::ofstream(in, std::ios::binary) << input;
-    const std::string command = "HOME='" + _installation.home() + "' " CORVANE_LOOMERCTL " " + arguments +
-                                " <'" + in + "' >'" + out + "' 2>'" + out + ".err'";
-    const int status = std::system(command.c_str());
-    printed = contentsOf(out);
-    errors = contentsOf(out + ".err");
-    return WEXITSTATUS(status);
-  }
-  std::optional<int> run(const char* command) { return statusOf(_installation, {command}); }
-  std::optional<int> sync() {
-    return statusOf(_installation, {"--sync", "com.keldra.Corvane", "--entitynames", "anything"});
-  }
-
-  void write(const std::vector<std::string>& titles) {
-    Array children;
-    for (const std::string& each : titles) children.append(leaf(each));
-    writeChildren(children);
-  }
-  /// Everything else stays as it stands in the file.
-  void add(const std::string& title) {
-    Array children = this->children();
-    children.append(leaf(title));
-    writeChildren(children);
-  }
-  void remove(const std::string& title) {
-    Array left;
-    for (const Value& each : children()) {
-      if (titleOf(each) != title) left.append(each);
-    }
-    writeChildren(left);
-  }
-  std::vector<std::string> titles() const {
-    std::vector<std::string> titles;
-    for (const Value& each : children()) titles.push_back(titleOf(each));
-    return titles;
-  }
-  std::vector<std::string> log() const { return _installation.systemLog(); }
-  /// At the service.
-  std::string identifier() const {
-    const StrictPlatform platform;
-    return pelto::readAccount(accountFile())->computer.toString();
-  }
-  std::string accountFile() const { return pelto::accountPathForHome(_installation.home()); }
-
-  std::string printed, errors;
-
- private:
-  static Dictionary leaf(const std::string& title) {
-    return {{"WebBookmarkType", "WebBookmarkTypeLeaf"},
-            {"WebBookmarkUUID", title + "-uid"},
-            {"URLString", "http://" + title + ".example/"},
-            {"URIDictionary", Dictionary{{"title", title}}}};
-  }
-  static std::string titleOf(const Value& child) {
-    return child.as<Dictionary>()->dictionary("URIDictionary")->string("title").toString();
-  }
-  Array children() const {
-    const Value tree = readPropertyList(contentsOf(_installation.bookmarks()));
-    const Array* const children = tree.as<Dictionary>()->array("Children");
-    return children ? *children : Array();
-  }
-  void writeChildren(const Array& children) {
-    fs::create_directories(fs::path(_installation.bookmarks()).parent_path());
-    std::ofstream(_installation.bookmarks(), std::ios::binary) << writeBinaryPropertyList(Dictionary{
-        {"WebBookmarkFileVersion", 1}, {"WebBookmarkType", "WebBookmarkTypeList"}, {"Children", children}});
-  }
-
-  Installation _installation;
-};
 
 class PlaceToolTest : public ::testing::Test {
  protected:

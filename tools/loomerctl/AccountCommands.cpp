@@ -1,7 +1,6 @@
 // `account set`, `show`, `test` and `remove`.
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
-#include "CorvaneSyncClient/platform/pelto/account/AccountAddress.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceProbe.h"
@@ -19,7 +18,7 @@ namespace {
 
 using pelto::Account;
 
-// What the service says when it is asked whether this computer syncs bookmarks.
+// Whether this computer syncs bookmarks with the service, and whether that answers.
 struct Answer {
   std::optional<bool> enabled;  // nothing: it does not answer
   std::string problem;          // why it does not
@@ -27,12 +26,9 @@ struct Answer {
 
 Answer ask(const Account& account) {
   try {
-    if (account.membership) {
-      commitsOf(account, *pelto::placeOf(account, kPlaceSeconds));
-      pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
-      return {account.membership->enabled.contains(LoomerDataClass_Bookmarks.toString()), {}};
-    }
-    return {pelto::hubOf(account)->isEnabled(LoomerDataClass_Bookmarks), {}};
+    commitsOf(account, *pelto::placeOf(account, kPlaceSeconds));
+    pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
+    return {account.membership->enabled.contains(LoomerDataClass_Bookmarks.toString()), {}};
   } catch (const PlatformException& exception) {
     return {std::nullopt, exception.reason()};
   }
@@ -42,11 +38,6 @@ const char* answerText(bool enabled) {
   return enabled ? "The service answers. Bookmarks are synced with it.\n"
                  : "The service answers. Bookmarks are not synced with it; `corvanetool --register` switches "
                    "them on.\n";
-}
-
-Account accountOrRefuse() {
-  if (auto account = pelto::userAccount()) return *std::move(account);
-  throw Refused{"No account is set. `loomerctl account set` sets one."};
 }
 
 // The account that is to be replaced. One whose file cannot be read is no loss, but is mentioned.
@@ -59,33 +50,8 @@ std::optional<Account> accountBefore(Output& out) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // A slow server takes its time for fifty races.
 constexpr double kProbeSeconds = 300;
-
-Status setServer(Invocation& run, const std::string& url) {
-  if (run.options.argument != kStandardStream && pelto::holdsPassword(url)) {
-    run.err.write(
-        "loomerctl: The password stays in the shell's history, and was in the list of processes: `loomerctl "
-        "account set -` asks for the address instead.\n");
-  }
-  const std::optional<Account> before = accountBefore(run.out);
-  const Account account{url, before ? before->computer : Platform::current().uuids.newUuid(), {}};
-  pelto::writeAccount(pelto::userAccountPath(), account);
-  run.out.write("The account is " + printable(pelto::withoutSecrets(account.url)) + ".\n");
-  run.out.flush();  // the service may take its time
-  const Answer answer = ask(account);
-  if (answer.enabled) {
-    run.out.write(answerText(*answer.enabled));
-  } else {
-    run.out.write("It is kept, though the service can't be used now: " + printable(answer.problem) +
-                  "\n`loomerctl account test` asks again.\n");
-  }
-  return statusFine;
-}
 
 // Raises what the probe raises for a place that is not fit.
 void tryPlace(Invocation& run, const Account& account) {
@@ -99,11 +65,18 @@ void tryPlace(Invocation& run, const Account& account) {
   for (const std::string& each : findings.caveats) run.out.write("But: " + printable(each) + '\n');
 }
 
-Status setPlace(Invocation& run, const std::string& text, SecretInput& input) {
+}  // namespace
+
+Status setAccount(Invocation& run) {
+  SecretInput input;
+  const std::string text = run.options.argument == kStandardStream
+                               ? input.line("Address of the account (not shown as you type): ")
+                               : run.options.argument;
+  const pelto::PlaceAddress address = pelto::parsePlaceAddress(text);
   const auto before = accountBefore(run.out);
-  const bool isSame = before && before->membership && before->url == text;
-  if (!isSame) refuseIfAtPlace();
-  pelto::PlaceCredentials credentials = askCredentials(pelto::parsePlaceAddress(text), input);
+  const bool isSame = before && before->url == text;
+  if (!isSame) refuseIfSet();
+  pelto::PlaceCredentials credentials = askCredentials(address, input);
   Account account = isSame ? *before : newAccountAt(text, {});
   account.membership->credentials = std::move(credentials);
   const auto place = pelto::placeOf(account, kPlaceSeconds);
@@ -128,23 +101,12 @@ Status setPlace(Invocation& run, const std::string& text, SecretInput& input) {
   return statusFine;
 }
 
-}  // namespace
-
-Status setAccount(Invocation& run) {
-  SecretInput input;
-  const std::string address = run.options.argument == kStandardStream
-                                  ? input.line("Address of the account (not shown as you type): ")
-                                  : run.options.argument;
-  pelto::checkAccountAddress(address);
-  return pelto::isPlaceAddress(address) ? setPlace(run, address, input) : setServer(run, address);
-}
-
 Status showAccount(Invocation& run) {
   const Account account = accountOrRefuse();
   const Answer answer = ask(account);
   const auto kept = pelto::userAccount();  // the service's answer is recorded there
   const std::optional<Date> reached = kept ? kept->reached : std::nullopt;
-  const std::string service = pelto::withoutSecrets(account.url);
+  const std::string service = pelto::parsePlaceAddress(account.url).description();
   if (run.options.json) {
     JsonWriter json(run.out);
     json.beginObject();

@@ -67,7 +67,7 @@ void tellOfNewKey(Invocation& run, const Account& account, const Roster& roster)
 }  // namespace
 
 Status showComputers(Invocation& run) {
-  const Account account = placeAccountOrRefuse();
+  const Account account = accountOrRefuse();
   const Roster roster = pelto::computersOf(account, kPlaceSeconds);
   if (run.options.json) {
     writeJson(run, roster, account);
@@ -84,7 +84,7 @@ Status showComputers(Invocation& run) {
 }
 
 Status removeComputer(Invocation& run) {
-  const Account account = placeAccountOrRefuse();
+  const Account account = accountOrRefuse();
   const RosterEntry removed = computerNamed(pelto::computersOf(account, kPlaceSeconds), run.options.argument);
   if (removed.computer == account.computer)
     throw Refused{"That is this computer. `loomerctl account remove` forgets the account here."};
@@ -100,7 +100,7 @@ Status removeComputer(Invocation& run) {
 }
 
 Status changeKey(Invocation& run) {
-  const Account account = placeAccountOrRefuse();
+  const Account account = accountOrRefuse();
   const Roster roster = pelto::changeAccountKey(account, {}, kPlaceSeconds);
   run.out.write("The account has a new key. Whoever has the earlier one can still read what was there.\n");
   tellOfNewKey(run, account, roster);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/pelto/account/AccountAddress.h"
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
@@ -63,7 +62,8 @@ Status keepJoined(Invocation& run, const Account& account) {
   pelto::checkJoinable(account, kPlaceSeconds);
   pelto::writeAccount(pelto::userAccountPath(), account);
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
-  run.out.write("This computer has joined the account at " + printable(pelto::withoutSecrets(account.url)) +
+  run.out.write("This computer has joined the account at " +
+                printable(pelto::parsePlaceAddress(account.url).description()) +
                 ".\n`corvanetool --register` switches bookmarks on.\n");
   return statusFine;
 }
@@ -92,7 +92,7 @@ std::string newPassphrase(SecretInput& input) {
 }  // namespace
 
 Status inviteComputer(Invocation& run) {
-  const Account account = placeAccountOrRefuse();
+  const Account account = accountOrRefuse();
   const Invitation invitation = invitationTo(account);
   std::string text = run.options.words ? pelto::wordsOf(invitation) : pelto::lineOf(invitation);
   const pelto::WipeAtEnd wiping(text);
@@ -106,7 +106,7 @@ Status inviteComputer(Invocation& run) {
 }
 
 Status joinAccount(Invocation& run) {
-  refuseIfAtPlace();
+  refuseIfSet();
   SecretInput input;
   if (!run.options.argument.empty()) return joinByPassphrase(run, input);
   const Invitation invitation = readInvitation(input);
@@ -117,7 +117,7 @@ Status joinAccount(Invocation& run) {
 }
 
 Status setPassphrase(Invocation& run) {
-  const Account account = placeAccountOrRefuse();
+  const Account account = accountOrRefuse();
   const auto place = pelto::placeOf(account, kPlaceSeconds);
   if (run.options.remove) {
     if (!removePassphrase(*place, account)) throw Refused{"The account has no passphrase."};

@@ -14,21 +14,6 @@ namespace {
 using pelto::Account;
 using pelto::PlaceAddress;
 
-// An account that cannot be read is none that could be lost.
-std::optional<Account> readableAccount() {
-  try {
-    return pelto::userAccount();
-  } catch (const PlatformException&) {
-    return std::nullopt;
-  }
-}
-
-// The service knows a computer by this; it stays what it was with a server before.
-String computerOfUser() {
-  const auto before = readableAccount();
-  return before ? before->computer : Platform::current().uuids.newUuid();
-}
-
 std::string nameOfComputer() {
   const std::string name = Platform::current().process.hostName();
   return name.empty() ? "a computer" : name;
@@ -54,17 +39,17 @@ pelto::PlaceCredentials askCredentials(const PlaceAddress& address, SecretInput&
   return {{}, input.line("This computer's token (not shown as you type): ")};
 }
 
-Account placeAccountOrRefuse() {
-  auto account = pelto::userAccount();
-  if (!account) throw Refused{"No account is set. `loomerctl account set` sets one."};
-  if (!account->membership)
-    throw Refused{"This account is kept by a PostgreSQL server, which knows its computers itself."};
-  return *std::move(account);
+Account accountOrRefuse() {
+  if (auto account = pelto::userAccount()) return *std::move(account);
+  throw Refused{"No account is set. `loomerctl account set` sets one."};
 }
 
-void refuseIfAtPlace() {
-  const auto account = readableAccount();
-  if (!account || !account->membership) return;
+void refuseIfSet() {
+  try {
+    if (!pelto::userAccount()) return;
+  } catch (const PlatformException&) {
+    return;  // one that cannot be read is none that could be lost
+  }
   throw Refused{
       "This computer has an account already, whose key would be lost. `loomerctl account remove` forgets "
       "it."};
@@ -79,7 +64,7 @@ Account newAccountAt(const std::string& address, pelto::PlaceCredentials credent
                                nameOfComputer(),
                                {},
                                {}};
-  return {address, computerOfUser(), {}, std::move(membership)};
+  return {address, Platform::current().uuids.newUuid(), {}, std::move(membership)};
 }
 
 Account invitedAccount(const pelto::Invitation& invitation, const std::string& address,
@@ -92,7 +77,7 @@ Account invitedAccount(const pelto::Invitation& invitation, const std::string& a
                                nameOfComputer(),
                                {},
                                invitation.newest};
-  return {address, computerOfUser(), {}, std::move(membership)};
+  return {address, Platform::current().uuids.newUuid(), {}, std::move(membership)};
 }
 
 std::vector<pelto::PlaceObject> commitsOf(const Account& account, pelto::Place& place) {

@@ -8,7 +8,7 @@
 
 namespace corvane::loomerctl {
 
-// What the commands on an account at a place share.
+// What the commands on the account share.
 
 /// How long a command may take at the place, in seconds.
 inline constexpr double kPlaceSeconds = 60;
@@ -16,12 +16,11 @@ inline constexpr double kPlaceSeconds = 60;
 /// Asks for what opens the place: nothing for a directory, a password, a bucket's key, a hub's token.
 pelto::PlaceCredentials askCredentials(const pelto::PlaceAddress& address, SecretInput& input);
 
-/// The user's account, which is kept at a place; raises Refused when there is none, or when it is kept
-/// elsewhere.
-pelto::Account placeAccountOrRefuse();
+/// The user's account; raises Refused when there is none.
+pelto::Account accountOrRefuse();
 
-/// Raises Refused when the user has an account at a place: its key would be lost.
-void refuseIfAtPlace();
+/// Raises Refused when the user has an account: its key would be lost.
+void refuseIfSet();
 
 /// An account with a new key, of which this computer is the first.
 pelto::Account newAccountAt(const std::string& address, pelto::PlaceCredentials credentials);

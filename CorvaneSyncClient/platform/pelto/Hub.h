@@ -11,8 +11,8 @@
 
 namespace corvane::pelto {
 
-/// The name of every exception about the online service. The reason says what was tried, with which server,
-/// what went wrong and what to do; never a password.
+/// The name of exceptions about the account at the online service. The reason says what was tried, what went
+/// wrong and what to do; never a secret.
 inline constexpr const char* DotPeltoException = "DotPeltoException";
 
 /// The data class whose records the service keeps.
@@ -123,7 +123,7 @@ struct HubPushed {
 std::vector<std::int64_t> sampledRevisions(std::int64_t since, std::int64_t now);
 
 /// The versioned record store of one account at the online service. It merges nothing. Every function raises
-/// DotPeltoException when the service cannot be reached, refuses, or does not answer in time.
+/// PlatformException when the service cannot be reached, refuses, or does not answer in time.
 class Hub {
  public:
   virtual ~Hub() = default;
@@ -136,11 +136,6 @@ class Hub {
   /// Whether the push with that id is part of the account's history, be it as one given again. Answers how a
   /// push ended when the connection was lost before the answer arrived.
   virtual bool hasPush(const String& pushId) = 0;
-
-  /// Whether this computer syncs the data class. A computer that the service does not know syncs nothing.
-  virtual bool isEnabled(const String& dataClass) = 0;
-  /// Switches the data class on or off for this computer.
-  virtual void setEnabled(const String& dataClass, bool enabled) = 0;
 };
 
 }  // namespace corvane::pelto

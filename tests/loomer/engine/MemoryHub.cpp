@@ -68,9 +68,6 @@ class MemoryHub::Connection : public pelto::Hub {
                        [&](const auto& each) { return pushId == each.second; });
   }
 
-  bool isEnabled(const String&) override { return _hub.enabled; }
-  void setEnabled(const String&, bool value) override { _hub.enabled = value; }
-
  private:
   bool isOfThePast(const pelto::HubState& seen) const {
     const auto found = _hub.state.pushIds.find(seen.revision);
@@ -109,14 +106,14 @@ class MemoryHub::Connection : public pelto::Hub {
 };
 
 /// The chain as one computer reaches it. What it gives is noted in the table, for the test.
-class MemoryHub::ChainConnection : public pelto::Hub, pelto::EnabledSetting {
+class MemoryHub::ChainConnection : public pelto::Hub {
  public:
   ChainConnection(MemoryHub& hub, const std::string& directory)
       : _hub(hub),
         _sealer(pelto::AccountKey(std::string(pelto::AccountKey::kBytes, 'k')),
                 hub.state.now.account.toString(), 1),
         _place(_memory.connect()),
-        _chain(*_place, _sealer, *this,
+        _chain(*_place, _sealer,
                {.keptPath = directory + "/Chain.plist",
                 .computer = "0F000000-0000-4000-8000-000000000001",
                 .mostRecords = hub.limit,
@@ -138,6 +135,7 @@ class MemoryHub::ChainConnection : public pelto::Hub, pelto::EnabledSetting {
  public:
   pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>& seen) override {
     note("remote changes");
+    if (!_hub.enabled) return {};
     return atPlace([&] { return _chain.remoteChanges(seen); });
   }
 
@@ -161,9 +159,6 @@ class MemoryHub::ChainConnection : public pelto::Hub, pelto::EnabledSetting {
     note("has push");
     return atPlace([&] { return _chain.hasPush(pushId); });
   }
-
-  bool isEnabled(const String&) override { return _hub.enabled; }
-  void setEnabled(const String&, bool value) override { _hub.enabled = value; }
 
  private:
   void note(const std::string& call) {

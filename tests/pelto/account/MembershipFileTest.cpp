@@ -13,7 +13,8 @@
 #include "CorvaneSyncClient/platform/pelto/account/MembershipFile.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "tests/fakes/StrictPlatform.h"
-#include "tests/pelto/ScriptedService.h"
+#include "tests/pelto/account/AccountAtPlace.h"
+#include "tests/pelto/account/ScriptedService.h"
 
 namespace corvane::pelto {
 namespace {
@@ -24,20 +25,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 constexpr const char* kBookmarks = "com.keldra.Bookmarks";
-
-Account accountAtPlace() {
-  Membership membership{{"ada", "geheim"},
-                        "A1C0B5A0-0F3D-4F7C-9B59-1F1B7F1F2A01",
-                        3,
-                        std::make_shared<AccountKey>(std::string(32, 'K')),
-                        std::make_shared<ComputerKeys>(std::string(32, 'S')),
-                        "Küche",
-                        {kBookmarks},
-                        {12, std::string(16, 'h')},
-                        {},
-                        {{std::string(32, 'a'), "7-" + std::string(32, 'f')}, {std::string(32, 'b'), ""}}};
-  return {"https://ada@dav.example.com/b", "C0000000-0000-4000-8000-000000000001", {}, std::move(membership)};
-}
 
 void expectEqual(const Account& read, const Account& written) {
   EXPECT_EQ(read.url, written.url);

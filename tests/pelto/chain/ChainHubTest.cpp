@@ -35,7 +35,7 @@ HubRecord bookmark(int number, const std::string& name) {
 }
 
 /// A computer's end of an account: what it has seen, and the records that it was told of.
-class ChainComputer : public EnabledSetting {
+class ChainComputer {
  public:
   ChainComputer(MemoryPlace& place, std::string keptPath, std::int64_t generation = 1)
       : _place(place.connect()), _sealer(sealerOf(generation)), _keptPath(std::move(keptPath)) {}
@@ -76,7 +76,7 @@ class ChainComputer : public EnabledSetting {
   }
   void begin() {
     chain.reset();
-    chain = std::make_unique<ChainHub>(*_place, _sealer, *this,
+    chain = std::make_unique<ChainHub>(*_place, _sealer,
                                        ChainHubOptions{_keptPath, "0F000000-0000-4000-8000-000000000001"});
   }
   std::set<std::string> names() const {
@@ -84,8 +84,6 @@ class ChainComputer : public EnabledSetting {
     for (const auto& [id, name] : records) names.insert(name);
     return names;
   }
-  bool isEnabled(const String&) override { return true; }
-  void setEnabled(const String&, bool) override {}
 
   std::vector<HubState> seen;
   std::map<std::string, std::string> records;

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
-#include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/account/MembershipFile.h"
@@ -15,17 +14,31 @@ namespace corvane::pelto {
 
 namespace {
 
-constexpr const char* kUrlKey = "URL";
-constexpr const char* kComputerKey = "Computer";
+constexpr const char* kFormerUrlKey = "URL";
 constexpr const char* kAccountKey = "Account";  // a hash of what the note is about
 constexpr const char* kReachedKey = "Reached";
 
 constexpr const char* kPermissionRemedy = "Give yourself permission to read and write there.";
 constexpr const char* kSetAgainRemedy = "Set the account again with `loomerctl account set`.";
+constexpr const char* kFormerRemedy =
+    "Set a place with `loomerctl account set` on one computer, and have the others join with `loomerctl "
+    "account join`: each computer holds all of its bookmarks, and gives them to the place.";
 
 [[noreturn]] void fail(const std::string& path, const std::string& what, const std::string& remedy) {
   throw PlatformException(DotPeltoException,
                           "The online service's account in " + path + ": " + what + ". " + remedy);
+}
+
+// Whether these are the bytes of an account at a PostgreSQL server, a property list with its address.
+bool isFormerAccount(const std::string& contents) {
+  try {
+    const Value value = readPropertyList(contents);
+    const Dictionary* const entries = value.as<Dictionary>();
+    const String url = entries ? entries->string(kFormerUrlKey) : String();
+    return url && (url.view().starts_with("postgresql://") || url.view().starts_with("postgres://"));
+  } catch (const PropertyListException&) {
+    return false;
+  }
 }
 
 Account accountIn(const std::string& path, const std::string& contents) {
@@ -33,17 +46,9 @@ Account accountIn(const std::string& path, const std::string& contents) {
     if (auto account = accountInMembershipFile(contents)) return *std::move(account);
     fail(path, "it is damaged", kSetAgainRemedy);
   }
-  Value value;
-  try {
-    value = readPropertyList(contents);
-  } catch (const PropertyListException& exception) {
-    fail(path, exception.reason(), kSetAgainRemedy);
-  }
-  const Dictionary* entries = value.as<Dictionary>();
-  const String url = entries ? entries->string(kUrlKey) : String();
-  const String computer = entries ? entries->string(kComputerKey) : String();
-  if (!url || !uuidBytes(computer.view())) fail(path, "it is no account", kSetAgainRemedy);
-  return {url.toString(), computer, {}};
+  if (isFormerAccount(contents))
+    fail(path, "it is at a PostgreSQL server, where bookmarks are no longer kept", kFormerRemedy);
+  fail(path, "it is no account", kSetAgainRemedy);
 }
 
 std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
@@ -94,12 +99,6 @@ std::unique_ptr<FileSystem::Hold> holdOf(const std::string& path) {
   fail(path, what + problem.path + ": " + problem.error.message(), kPermissionRemedy);
 }
 
-void writeHeld(const std::string& path, const Account& account) {
-  if (account.membership) return writePrivately(path, membershipFileOf(account).view());
-  writePrivately(
-      path, writeBinaryPropertyList(Dictionary{{kUrlKey, account.url}, {kComputerKey, account.computer}}));
-}
-
 bool removeIfThere(const std::string& path) {
   const std::error_code error = Platform::current().files.remove(path);
   if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) return false;
@@ -124,9 +123,10 @@ std::optional<Account> readAccount(const std::string& path) {
     return std::nullopt;
   // Anyone who can read the file can read and change every bookmark.
   if (error == std::errc::operation_not_permitted) {
-    fail(path, "it belongs to another user, or other users may read or write it",
-         "Have the account's password changed if somebody may have seen it, and set the account again with "
-         "`loomerctl account set`.");
+    fail(
+        path, "it belongs to another user, or other users may read or write it",
+        "Close it with `chmod 600`. If somebody may have seen it, take this computer out of the account with "
+        "`loomerctl account remove-computer` on another one, and let it join anew.");
   }
   if (error) fail(path, "can't read it: " + error.message(), kPermissionRemedy);
   const WipeAtEnd wiping(contents);  // keys included
@@ -137,19 +137,19 @@ std::optional<Account> readAccount(const std::string& path) {
 
 void writeAccount(const std::string& path, const Account& account) {
   const auto hold = holdOf(path);
-  writeHeld(path, account);
+  writePrivately(path, membershipFileOf(account).view());
 }
 
 void changeMembership(const std::string& path, const Account& account,
                       const std::function<void(Membership&)>& change) {
   const auto hold = holdOf(path);
   auto kept = readAccount(path);
-  if (!kept || !kept->membership || !account.membership || !(kept->computer == account.computer) ||
+  if (!kept || !(kept->computer == account.computer) ||
       kept->membership->account != account.membership->account) {
     return;
   }
   change(*kept->membership);
-  writeHeld(path, *kept);
+  writePrivately(path, membershipFileOf(*kept).view());
 }
 
 void noteAccountReached(const std::string& path, const Account& account, Date when) {

@@ -12,14 +12,12 @@ namespace corvane::pelto {
 
 /// How this user reaches the online service.
 struct Account {
-  /// `postgresql://…` with the password, a secret, or the place's address
-  std::string url;
+  std::string url;  ///< the place's address
   String computer;  ///< this computer's identifier there, an upper-case UUID made when the account was set
   /// When the service last answered for this URL and computer, to the day; absent before it ever has. Kept in
   /// a file of its own, which `noteAccountReached` writes.
   std::optional<Date> reached;
-  /// Present when the account is kept at a place.
-  std::optional<Membership> membership = {};
+  std::optional<Membership> membership = {};  ///< set in every account that is read or written
 };
 
 /// The path of the account's file in that home directory.
@@ -29,7 +27,8 @@ std::string accountPathForHome(const std::string& homeDirectory);
 std::string chainPathBeside(const std::string& accountPath);
 
 /// Reads the account; absent when there is no file. Raises DotPeltoException when the file cannot be read,
-/// does not hold an account, or is accessible to other users.
+/// does not hold an account, holds one at a PostgreSQL server, as earlier versions had, or is accessible to
+/// other users.
 std::optional<Account> readAccount(const std::string& path);
 /// Writes the account without `reached`, atomically, to a file that only the user can read. What changes that
 /// file or removes it, here and below, waits for others of the user's processes that do; one that has to wait

@@ -9,16 +9,11 @@ namespace {
 // Uses the user's account, which it reads again at each call.
 class AccountProxy : public DotPeltoSessionProxy {
  public:
-  bool isComputerEnabledForSyncing() override {
-    const auto account = pelto::userAccount();
-    return account && (account->membership || account->reached);
-  }
+  bool isComputerEnabledForSyncing() override { return pelto::userAccount().has_value(); }
 
   bool dataclassIsEnabledForSyncing(const String& dataclass) override {
     const auto account = pelto::userAccount();
-    if (!account) return false;
-    if (account->membership) return account->membership->enabled.contains(dataclass.toString());
-    return pelto::hubOf(*account)->isEnabled(dataclass);
+    return account && account->membership->enabled.contains(dataclass.toString());
   }
 
   bool setDataclass(const String& dataclass, bool isEnabledForSyncing, String& error) override {
@@ -28,11 +23,7 @@ class AccountProxy : public DotPeltoSessionProxy {
       return false;
     }
     try {
-      if (account->membership) {
-        pelto::enableDataClass(*account, dataclass, isEnabledForSyncing);
-      } else {
-        pelto::hubOf(*account)->setEnabled(dataclass, isEnabledForSyncing);
-      }
+      pelto::enableDataClass(*account, dataclass, isEnabledForSyncing);
       return true;
     } catch (const PlatformException& exception) {
       error = exception.reason();

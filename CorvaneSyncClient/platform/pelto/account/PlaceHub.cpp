@@ -60,34 +60,21 @@ bool continues(const std::vector<Link>& path, const CommitMark& mark) {
   return at == path.end() || markOf(*at) == mark;
 }
 
-// The switches, in the account's file.
-class AccountSetting : public EnabledSetting {
- public:
-  explicit AccountSetting(const Account& account) : _account(account) {}
-
-  bool isEnabled(const String& dataClass) override {
-    const auto kept = userAccount();
-    return kept && kept->membership && kept->membership->enabled.contains(dataClass.toString());
-  }
-  void setEnabled(const String& dataClass, bool enabled) override {
-    enableDataClass(_account, dataClass, enabled);
-  }
-
- private:
-  const Account& _account;
-};
+// Another process may switch it meanwhile.
+bool isSwitchedOn() {
+  const auto kept = userAccount();
+  return kept && kept->membership->enabled.contains(kHubDataClass);
+}
 
 // The account's chain in one generation.
 struct Exchange {
   Exchange(const Account& account, double seconds)
       : place(placeOf(account, seconds)),
         sealer(sealerOf(account)),
-        setting(account),
-        hub(*place, sealer, setting, {.keptPath = userChainPath(), .computer = account.computer}) {}
+        hub(*place, sealer, {.keptPath = userChainPath(), .computer = account.computer}) {}
 
   std::unique_ptr<Place> place;
   Sealer sealer;
-  AccountSetting setting;
   ChainHub hub;
 };
 
@@ -112,9 +99,9 @@ class PlaceHub : public Hub {
       : _account(account), _seconds(seconds), _exchange(std::make_unique<Exchange>(_account, _seconds)) {}
 
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override {
+    if (!isSwitchedOn()) return {};
     while (true) {
       RemoteChanges changes = _exchange->hub.remoteChanges(seen);
-      if (!changes.enabled) return changes;
       checkInvitation();
       const auto change = _exchange->hub.change();
       if (!change) {
@@ -126,10 +113,6 @@ class PlaceHub : public Hub {
   }
   HubPushed push(const HubPush& push) override { return _exchange->hub.push(push); }
   bool hasPush(const String& pushId) override { return _exchange->hub.hasPush(pushId); }
-  bool isEnabled(const String& dataClass) override { return _exchange->hub.isEnabled(dataClass); }
-  void setEnabled(const String& dataClass, bool enabled) override {
-    _exchange->hub.setEnabled(dataClass, enabled);
-  }
 
  private:
   // From the first exchange on the computer knows the chain itself.

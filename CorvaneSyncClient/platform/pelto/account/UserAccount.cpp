@@ -3,7 +3,6 @@
 #include <cmath>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/pelto/PostgresHub.h"
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -20,8 +19,7 @@ constexpr double kExchangeSeconds = 300;
 
 std::unique_ptr<Hub> makeHub(const Account& account) {
   if (currentService<HubMaker>) return (*currentService<HubMaker>)(account);
-  if (account.membership) return makePlaceHub(account, kExchangeSeconds);
-  return std::make_unique<PostgresHub>(account.url, account.computer);
+  return makePlaceHub(account, kExchangeSeconds);
 }
 
 // An account that the user has replaced or removed meanwhile needs no note. One that is replaced or removed
@@ -45,15 +43,12 @@ class NotingHub : public Hub {
   NotingHub(const Account& account, std::unique_ptr<Hub> hub) : _account(account), _hub(std::move(hub)) {}
 
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override {
-    return noted(_hub->remoteChanges(seen));
+    RemoteChanges changes = _hub->remoteChanges(seen);
+    if (changes.enabled) note();  // nobody is asked where bookmarks are switched off
+    return changes;
   }
   HubPushed push(const HubPush& push) override { return noted(_hub->push(push)); }
   bool hasPush(const String& pushId) override { return noted(_hub->hasPush(pushId)); }
-  bool isEnabled(const String& dataClass) override { return noted(_hub->isEnabled(dataClass)); }
-  void setEnabled(const String& dataClass, bool enabled) override {
-    _hub->setEnabled(dataClass, enabled);
-    note();
-  }
 
  private:
   template <typename T>

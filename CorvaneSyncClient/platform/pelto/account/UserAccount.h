@@ -24,19 +24,18 @@ std::optional<Account> userAccount();
 /// note it goes to the system log.
 std::unique_ptr<Hub> hubOf(const Account& account);
 
-/// The place of an account that is kept at one, for one exchange of at most `seconds`. Nothing is sent yet.
+/// The place of an account, for one exchange of at most `seconds`. Nothing is sent yet.
 /// Raises PlaceAddressException.
 std::unique_ptr<Place> placeOf(const Account& account, double seconds);
 
-/// Whether this computer syncs the data class with an account at a place, from now on. Nothing happens when
+/// Whether this computer syncs the data class with the account from now on. Nothing happens when
 /// the user has replaced or removed that account meanwhile. Raises DotPeltoException.
 void enableDataClass(const Account& account, const String& dataClass, bool enabled);
 
 /// Makes the hub of an account without connecting.
 using HubMaker = std::function<std::unique_ptr<Hub>(const Account&)>;
 
-/// Makes another maker current, for `hubOf` to use. The default maker makes those of places and
-/// PostgreSQL servers.
+/// Makes another maker current, for `hubOf` to use.
 using HubMakerScope = ServiceScope<HubMaker>;
 
 }  // namespace corvane::pelto

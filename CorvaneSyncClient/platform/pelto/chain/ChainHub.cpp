@@ -10,11 +10,10 @@ namespace corvane::pelto {
 
 using namespace chain;
 
-ChainHub::ChainHub(Place& place, const Sealer& sealer, EnabledSetting& setting, ChainHubOptions options)
+ChainHub::ChainHub(Place& place, const Sealer& sealer, ChainHubOptions options)
     : _place(place),
       _objects(place, sealer),
       _sealer(sealer),
-      _setting(setting),
       _options(std::move(options)),
       _file(_options.keptPath, sealer.folder()) {}
 

@@ -18,14 +18,6 @@
 
 namespace corvane::pelto {
 
-/// Whether this computer syncs a data class: a setting of this computer.
-class EnabledSetting {
- public:
-  virtual ~EnabledSetting() = default;
-  virtual bool isEnabled(const String& dataClass) = 0;
-  virtual void setEnabled(const String& dataClass, bool enabled) = 0;
-};
-
 /// Who exchanges, and how much the account may hold.
 struct ChainHubOptions {
   std::string keptPath;  ///< where this computer keeps what it knows of the chain, private to the user
@@ -44,7 +36,7 @@ struct ChainHubOptions {
 class ChainHub : public Hub {
  public:
   /// All must outlive this object.
-  ChainHub(Place& place, const Sealer& sealer, EnabledSetting& setting, ChainHubOptions options);
+  ChainHub(Place& place, const Sealer& sealer, ChainHubOptions options);
   ~ChainHub() override;
 
   RemoteChanges remoteChanges(const std::vector<HubState>& seen) override;
@@ -60,9 +52,6 @@ class ChainHub : public Hub {
   /// all that there is now. Overtaken when another computer gave something meanwhile, or has ended the
   /// generation. When this raises, it may have happened all the same; then `change` tells of it.
   HubPushed::Outcome changeGeneration(const Sealer& next, const GenerationChange& change);
-
-  bool isEnabled(const String& dataClass) override { return _setting.isEnabled(dataClass); }
-  void setEnabled(const String& dataClass, bool enabled) override { _setting.setEnabled(dataClass, enabled); }
 
  private:
   void open();
@@ -104,7 +93,6 @@ class ChainHub : public Hub {
   Place& _place;
   chain::ChainObjects _objects;
   const Sealer& _sealer;
-  EnabledSetting& _setting;
   ChainHubOptions _options;
   chain::KeptFile _file;
   std::unique_ptr<FileSystem::Hold> _lock;

@@ -34,7 +34,6 @@ bool ChainHub::hasPush(const String& pushId) {
 
 RemoteChanges ChainHub::remoteChanges(const std::vector<HubState>& seen) {
   RemoteChanges remote;
-  if (!isEnabled(kHubDataClass)) return remote;
   open();
   settle();
   withWhatIsMissing([&] { remote = readChanges(seen); });

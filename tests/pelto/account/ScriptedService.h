@@ -8,14 +8,14 @@
 
 namespace corvane {
 
-/// An online service that knows every account and keeps their switches, in the place of the real one for as
-/// long as this object lives.
+/// An online service that knows every account, in the place of the real one for as long as this object lives.
 class ScriptedService {
  public:
   /// Not empty: it does not answer, for this reason.
   std::string problem;
-  /// The data classes that are switched on.
-  std::set<std::string> enabled;
+  bool enabled = true;  ///< whether this computer syncs bookmarks with it
+  /// The ids of the pushes that it has.
+  std::set<std::string> pushes;
   /// What it was asked, in order, also when it did not answer.
   std::vector<std::string> calls;
   /// Done before each answer.
@@ -28,27 +28,17 @@ class ScriptedService {
 
     pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>&) override {
       _service.answer("remote changes");
-      return {};
+      pelto::RemoteChanges changes;
+      changes.enabled = _service.enabled;
+      return changes;
     }
     pelto::HubPushed push(const pelto::HubPush&) override {
       _service.answer("push");
       return {};
     }
-    bool hasPush(const String&) override {
+    bool hasPush(const String& pushId) override {
       _service.answer("has push");
-      return false;
-    }
-    bool isEnabled(const String& dataClass) override {
-      _service.answer("enabled? " + dataClass.toString());
-      return _service.enabled.contains(dataClass.toString());
-    }
-    void setEnabled(const String& dataClass, bool on) override {
-      _service.answer((on ? "on " : "off ") + dataClass.toString());
-      if (on) {
-        _service.enabled.insert(dataClass.toString());
-      } else {
-        _service.enabled.erase(dataClass.toString());
-      }
+      return _service.pushes.contains(pushId.toString());
     }
 
    private:
