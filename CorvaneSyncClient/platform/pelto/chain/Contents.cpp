@@ -10,6 +10,7 @@
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
 // Records stand in columns, which take a fifth of the bytes of a dictionary each: fixed widths one after the
 // other in a data value, and names and addresses of those that have one in arrays.
@@ -197,10 +198,11 @@ class Texts {
  public:
   Texts(const Entries& entries, const char* key) : _texts(entries.at<Array>(key)), _key(key) {}
 
+  // As UTF-8 that every reader takes, whatever another computer gave.
   String take() {
     const String text = _at < _texts.size() ? _texts[_at++].string() : String();
     if (!text) fail(std::string("\"") + _key + "\" lacks a text");
-    return text;
+    return isValidUtf8(text.view()) ? text : String(repairedUtf8(text.view()));
   }
   void requireEnd() const {
     if (_at != _texts.size()) fail(std::string("\"") + _key + "\" is too long");
