@@ -149,7 +149,7 @@ class CuttingProxy:
             server.connection.sendall(request)
         except OSError:
             pass  # a server may answer before it has read all, and end the connection
-        answer = self._answer(server)
+        answer = self._answer(server, request)
         if cut is None:
             client.connection.sendall(answer)
             return b"\r\nconnection: close" not in answer[:answer.index(b"\r\n\r\n")].lower()
@@ -170,7 +170,7 @@ class CuttingProxy:
         try:
             with socket.create_connection(("127.0.0.1", self.target), timeout=PATIENCE_SECONDS) as connection:
                 connection.sendall(request)
-                self._answer(_Stream(connection))
+                self._answer(_Stream(connection), request)
         except (OSError, _Ended):
             pass  # the server has ended meanwhile
 
@@ -195,8 +195,8 @@ class CuttingProxy:
         return head + client.body(head)
 
     @staticmethod
-    def _answer(server):
+    def _answer(server, request):
         head = server.head()
-        if re.match(rb"HTTP/1\.1 (204|304)", head):
+        if request.startswith(b"HEAD ") or re.match(rb"HTTP/1\.1 (204|304)", head):
             return head
         return head + server.body(head)
