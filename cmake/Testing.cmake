@@ -15,10 +15,9 @@ function(corvane_slow_test)
   set_tests_properties(${ARGN} PROPERTIES LABELS slow COST 1000)
 endfunction()
 
-# Compiling test cases under the sanitizers takes longer than running them. What they test keeps its optimisation, and so
-# do the libraries that they share, in which properties spend their time.
+# Under the sanitizers compiling tests takes longer than running them. A report's stack names lines of what they test.
 if(CORVANE_SANITIZE)
-  set(CORVANE_TEST_OPTIONS -O0)
+  add_compile_options(-g0)
 endif()
 
 find_package(GTest REQUIRED)
@@ -29,7 +28,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   file(CONFIGURE OUTPUT googletest_headers.cpp CONTENT "")
   add_library(corvane_googletest_headers OBJECT "${CMAKE_CURRENT_BINARY_DIR}/googletest_headers.cpp")
   target_link_libraries(corvane_googletest_headers PRIVATE GTest::gmock)
-  target_compile_options(corvane_googletest_headers PRIVATE ${CORVANE_TEST_OPTIONS} "SHELL:-Xclang -fno-pch-timestamp")
+  target_compile_options(corvane_googletest_headers PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
   target_precompile_headers(corvane_googletest_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 endif()
 
@@ -41,7 +40,6 @@ function(corvane_add_test_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_compile_definitions(${name} PRIVATE ${ARG_DEFINITIONS})
-  target_compile_options(${name} PRIVATE ${CORVANE_TEST_OPTIONS})
   if(TARGET corvane_googletest_headers)
     target_precompile_headers(${name} REUSE_FROM corvane_googletest_headers)
   endif()

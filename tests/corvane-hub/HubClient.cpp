@@ -17,10 +17,6 @@ namespace {
 
 constexpr const char* kHost = "Host: hub.example\r\n";
 
-[[noreturn]] void failSystem(const std::string& what) {
-  throw std::system_error(errno, std::system_category(), what);
-}
-
 }  // namespace
 
 HubClient::HubClient(int port, std::string token)
@@ -31,7 +27,7 @@ HubClient::HubClient(int port, std::string token)
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const timeval patience{60, 0};
   if (_socket < 0 || ::setsockopt(_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) != 0)
-    failSystem("socket");
+    throw std::system_error(errno, std::system_category(), "socket");
   if (::connect(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     ::close(_socket);
     throw ConnectionEnded("nobody listens");

@@ -3,11 +3,11 @@
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/seal/GenerationChange.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/pelto/seal/TestAccount.h"
 
 namespace corvane::pelto {
 namespace {
 
-constexpr const char* kAccount = "A1C0B5A0-0F3D-4F7C-9B59-1F1B7F1F2A01";
 constexpr const char* kDesk = "0D9E4C1A-7B5E-4C0E-8C39-5A3A0C0B7E11";
 constexpr const char* kLaptop = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01";
 constexpr const char* kLost = "3B1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01";

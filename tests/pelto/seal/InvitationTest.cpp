@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/seal/Invitation.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/pelto/seal/TestAccount.h"
 
 namespace corvane::pelto {
 namespace {
@@ -12,7 +13,6 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-constexpr const char* kAccount = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01";
 constexpr const char* kAddress = "https://dav.example.com/bookmarks";
 constexpr std::size_t kGroupDigits = 16;
 

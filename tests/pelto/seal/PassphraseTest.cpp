@@ -6,11 +6,11 @@
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Passphrase.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/pelto/seal/TestAccount.h"
 
 namespace corvane::pelto {
 namespace {
 
-constexpr const char* kAccount = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01";
 constexpr const char* kPassphrase = "Käse im Bahnhof, vier Uhr";
 // As little as an object may ask for, but where the usual is what is tested.
 constexpr PassphraseCost kCheap{1, 8 * 1024};

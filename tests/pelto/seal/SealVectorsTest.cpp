@@ -11,12 +11,12 @@
 #include "CorvaneSyncClient/platform/pelto/seal/ComputerKeys.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/pelto/seal/TestAccount.h"
 
 namespace corvane::pelto {
 namespace {
 
-constexpr const char* kAccount = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01";
-constexpr const char* kName = "f/c/7-abc";
+constexpr const char* kObject = "f/c/7-abc";
 
 std::string counting(std::size_t size, char first) {
   std::string bytes(size, '\0');
@@ -86,10 +86,10 @@ TEST_F(SealVectorsTest, SealedBytesAreTheseForEver) {
   std::string sealed;
   {
     const FixedNonce nonce;
-    sealed = sealer.seal(kName, "Ant");
+    sealed = sealer.seal(kObject, "Ant");
   }
-  EXPECT_EQ(hexadecimal(sealed), oracle("seal " + where + kName + ' ' + hexadecimal(counting(24, 100)) + ' ' +
-                                        hexadecimal("Ant")));
+  EXPECT_EQ(hexadecimal(sealed), oracle("seal " + where + kObject + ' ' + hexadecimal(counting(24, 100)) +
+                                        ' ' + hexadecimal("Ant")));
   EXPECT_EQ(hexadecimal(sealer.hash(sealed)),
             "86244b332d7b2d4618ac47e93fdf12197c2e1738b3014cd46e6b4258ca95b76f");
 }
@@ -97,11 +97,11 @@ TEST_F(SealVectorsTest, SealedBytesAreTheseForEver) {
 TEST_F(SealVectorsTest, EachOpensWhatTheOtherSealed) {
   for (const std::string& contents : {std::string(), std::string("Ant"), counting(100, 1)}) {
     const std::string hex = contents.empty() ? "''" : hexadecimal(contents);
-    EXPECT_EQ(oracle("open " + where + kName + ' ' + hexadecimal(sealer.seal(kName, contents))),
+    EXPECT_EQ(oracle("open " + where + kObject + ' ' + hexadecimal(sealer.seal(kObject, contents))),
               hexadecimal(contents));
     const std::string sealed =
-        bytesOf(oracle("seal " + where + kName + ' ' + hexadecimal(counting(24, 7)) + ' ' + hex));
-    EXPECT_EQ(sealer.open(kName, sealed, 1000), contents);
+        bytesOf(oracle("seal " + where + kObject + ' ' + hexadecimal(counting(24, 7)) + ' ' + hex));
+    EXPECT_EQ(sealer.open(kObject, sealed, 1000), contents);
   }
 }
 

@@ -4,13 +4,13 @@
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/pelto/seal/TestAccount.h"
 
 namespace corvane::pelto {
 namespace {
 
 using testing::MatchesRegex;
 
-constexpr const char* kAccount = "6E1C0B5A-0F3D-4F7C-9B59-1F1B7F1F2A01";
 constexpr const char* kOtherAccount = "0D9E4C1A-7B5E-4C0E-8C39-5A3A0C0B7E11";
 constexpr std::size_t kPlenty = 1 << 24;
 constexpr const char* kName = "c/7-00112233445566778899aabbccddeeff";

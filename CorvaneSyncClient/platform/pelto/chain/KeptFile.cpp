@@ -54,9 +54,6 @@ Array arrayOf(const Items& items) {
 // that cannot be read.
 struct Malformed {};
 
-constexpr std::size_t kHashBytes = 32;
-constexpr std::int64_t kMostAttempts = 1000;
-
 template <typename T>
 const T& entry(const Dictionary& entries, const char* key) {
   const Value* const value = entries.find(key);

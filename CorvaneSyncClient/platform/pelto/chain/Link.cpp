@@ -7,9 +7,7 @@ namespace corvane::pelto::chain {
 
 namespace {
 
-constexpr std::size_t kHashBytes = 32;
 constexpr std::size_t kBytesInName = 16;
-constexpr int kMostAttempts = 1000;
 
 // A decimal number without sign and leading zeros; absent for other text.
 template <typename Number>

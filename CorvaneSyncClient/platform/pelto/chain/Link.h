@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -7,6 +8,11 @@
 #include <vector>
 
 namespace corvane::pelto::chain {
+
+/// Of a commit's hash.
+inline constexpr std::size_t kHashBytes = 32;
+/// Slots of one number that may be passed by.
+inline constexpr int kMostAttempts = 1000;
 
 /// What stands for the hash of the commit before the first one.
 std::string beginning();

@@ -29,7 +29,7 @@ Date dateFrom(const std::string& text) {
 }
 
 // Servers differ in their namespaces.
-class Builder {
+class S3ListingBuilder {
  public:
   void begin(const XmlPath& path) {
     if (path.size() == 1 && localName(path[0]) != "ListBucketResult") throw XmlException("it is no listing");
@@ -63,7 +63,7 @@ class Builder {
 }  // namespace
 
 S3Listing readS3Listing(std::string_view bytes) {
-  Builder builder;
+  S3ListingBuilder builder;
   readXml(bytes, {[&](const XmlPath& path) { builder.begin(path); },
                   [&](const XmlPath& path, const std::string& text) { builder.end(path, text); }});
   return builder.finish();

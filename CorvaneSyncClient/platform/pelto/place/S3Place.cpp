@@ -14,7 +14,7 @@ namespace corvane::pelto {
 namespace {
 
 constexpr std::size_t kMostPageBytes = 8 << 20;  // of a thousand keys
-constexpr std::size_t kMostListed = 1'000'000;
+constexpr std::size_t kMostInBucket = 1'000'000;
 
 std::string withoutSlash(const std::string& path) { return path.empty() ? path : path.substr(1); }
 
@@ -116,7 +116,7 @@ std::vector<PlaceObject> S3Place::list(const std::string& folder) {
   const std::string prefix = keyOf(folder) + '/';
   const std::string bucket = _address.isBucketInHost ? "/" : '/' + _address.bucket;
   std::vector<PlaceObject> objects;
-  for (std::string token, before = "-"; token != before && objects.size() < kMostListed;) {
+  for (std::string token, before = "-"; token != before && objects.size() < kMostInBucket;) {
     HttpRequest request;
     request.what = "list " + folder;
     request.method = "GET";

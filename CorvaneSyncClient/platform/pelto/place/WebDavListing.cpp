@@ -21,7 +21,7 @@ std::string pathIn(const std::string& href) {
   return percentDecoded(path);
 }
 
-class Builder {
+class WebDavListingBuilder {
  public:
   void begin(const XmlPath& path) {
     if (path.size() == 1 && path[0] != "DAV: multistatus") throw XmlException("it is no listing");
@@ -78,7 +78,7 @@ class Builder {
 }  // namespace
 
 std::vector<WebDavEntry> readWebDavListing(std::string_view bytes) {
-  Builder builder;
+  WebDavListingBuilder builder;
   readXml(bytes, {[&](const XmlPath& path) { builder.begin(path); },
                   [&](const XmlPath& path, const std::string& text) { builder.end(path, text); }});
   return builder.finish();

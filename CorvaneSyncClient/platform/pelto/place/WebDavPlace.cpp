@@ -15,7 +15,7 @@ namespace corvane::pelto {
 
 namespace {
 
-constexpr std::size_t kMostListing = 128 << 20;
+constexpr std::size_t kMostMultistatus = 128 << 20;
 constexpr std::string_view kMember = "/o";
 
 constexpr std::string_view kAskedProperties =
@@ -207,7 +207,7 @@ std::vector<PlaceObject> WebDavPlace::list(const std::string& folder) {
   request.headers = {"Depth: 1", "Content-Type: application/xml; charset=utf-8"};
   request.body = kAskedProperties;
   request.hasBody = true;
-  request.mostBytes = kMostListing;
+  request.mostBytes = kMostMultistatus;
   const HttpAnswer answer = perform(request);
   if (answer.status == 404) return {};
   const std::vector<WebDavEntry> entries = entriesOf(request, answer);

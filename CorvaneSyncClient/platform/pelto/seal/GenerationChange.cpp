@@ -16,7 +16,6 @@ namespace {
 constexpr const char* kGeneration = "Generation";
 constexpr const char* kRemoved = "Removed";
 constexpr const char* kBoxes = "Boxes";
-constexpr const char* kComputer = "Computer";
 constexpr const char* kBox = "Box";
 
 // In a box: the next key, and a keyed hash that binds it to its occasion.

@@ -15,13 +15,13 @@ namespace corvane::pelto {
 
 namespace {
 
-constexpr char kForm = 1;
-constexpr std::size_t kNumberBytes = 4;
+constexpr char kObjectForm = 1;
+constexpr std::size_t kCostBytes = 4;
 constexpr std::size_t kSaltBytes = crypto_pwhash_argon2id_SALTBYTES;
 constexpr std::size_t kKeyBytes = crypto_aead_xchacha20poly1305_ietf_KEYBYTES;
 constexpr std::size_t kCommitmentBytes = 32;
 constexpr std::size_t kNonceBytes = crypto_aead_xchacha20poly1305_ietf_NPUBBYTES;
-constexpr std::size_t kSaltAt = 1 + 2 * kNumberBytes;
+constexpr std::size_t kSaltAt = 1 + 2 * kCostBytes;
 constexpr std::size_t kCommitmentAt = kSaltAt + kSaltBytes;
 constexpr std::size_t kNonceAt = kCommitmentAt + kCommitmentBytes;
 constexpr std::size_t kCipherAt = kNonceAt + kNonceBytes;
@@ -90,9 +90,9 @@ std::string sealUnderPassphrase(const Invitation& invitation, std::string_view p
   std::copy_n(bytes.data(), bytes.size(), plain.data());
 
   std::string object(kObjectBytes, '\0');
-  object[0] = kForm;
-  storeBigEndian(object.data() + 1, cost.passes, kNumberBytes);
-  storeBigEndian(object.data() + 1 + kNumberBytes, cost.kibibytes, kNumberBytes);
+  object[0] = kObjectForm;
+  storeBigEndian(object.data() + 1, cost.passes, kCostBytes);
+  storeBigEndian(object.data() + 1 + kCostBytes, cost.kibibytes, kCostBytes);
   randombytes_buf(object.data() + kSaltAt, kSaltBytes);
   const SecretBytes keys = derived(passphrase, std::string_view(object).substr(kSaltAt, kSaltBytes), cost);
   std::copy_n(keys.data() + kKeyBytes, kCommitmentBytes, object.data() + kCommitmentAt);
@@ -105,11 +105,11 @@ std::string sealUnderPassphrase(const Invitation& invitation, std::string_view p
 
 std::optional<Invitation> openWithPassphrase(std::string_view object, std::string_view passphrase) {
   useSodium();
-  if (object.size() != kObjectBytes || object[0] != kForm) return std::nullopt;
+  if (object.size() != kObjectBytes || object[0] != kObjectForm) return std::nullopt;
   const auto number = [&](std::size_t at) {
-    return static_cast<std::uint32_t>(loadBigEndian(object.data() + at, kNumberBytes));
+    return static_cast<std::uint32_t>(loadBigEndian(object.data() + at, kCostBytes));
   };
-  const PassphraseCost cost{number(1), number(1 + kNumberBytes)};
+  const PassphraseCost cost{number(1), number(1 + kCostBytes)};
   if (!isTakenOn(cost)) return std::nullopt;
   const SecretBytes keys = derived(passphrase, object.substr(kSaltAt, kSaltBytes), cost);
   if (sodium_memcmp(keys.data() + kKeyBytes, object.data() + kCommitmentAt, kCommitmentBytes) != 0)

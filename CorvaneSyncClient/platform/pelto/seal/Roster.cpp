@@ -11,12 +11,11 @@ namespace corvane::pelto {
 
 namespace {
 
-constexpr const char* kComputer = "Computer";
 constexpr const char* kName = "Name";
 constexpr const char* kPublicKey = "PublicKey";
 constexpr const char* kLastSeen = "LastSeen";
 
-bool comesBefore(const RosterEntry& entry, const String& computer) {
+bool isBefore(const RosterEntry& entry, const String& computer) {
   return entry.computer.view() < computer.view();
 }
 
@@ -49,13 +48,13 @@ RosterEntry entryFrom(const Value& value, const std::string& where) {
 }  // namespace
 
 const RosterEntry* Roster::find(const String& computer) const {
-  const auto at = std::lower_bound(_entries.begin(), _entries.end(), computer, comesBefore);
+  const auto at = std::lower_bound(_entries.begin(), _entries.end(), computer, isBefore);
   return at != _entries.end() && at->computer == computer ? &*at : nullptr;
 }
 
 void Roster::set(RosterEntry entry) {
   check(entry, "computer " + entry.computer.toString());
-  const auto at = std::lower_bound(_entries.begin(), _entries.end(), entry.computer, comesBefore);
+  const auto at = std::lower_bound(_entries.begin(), _entries.end(), entry.computer, isBefore);
   if (at != _entries.end() && at->computer == entry.computer) {
     *at = std::move(entry);
     return;
@@ -86,7 +85,7 @@ Roster rosterFrom(const Value& value) {
     const std::string where = "computer " + std::to_string(++number);
     RosterEntry entry = entryFrom(each, where);
     check(entry, where);
-    if (!roster.entries().empty() && !comesBefore(roster.entries().back(), entry.computer))
+    if (!roster.entries().empty() && !isBefore(roster.entries().back(), entry.computer))
       failForm(where, kOutOfPlace);
     roster.set(std::move(entry));
   }

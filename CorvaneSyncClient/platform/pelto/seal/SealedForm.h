@@ -24,6 +24,9 @@ std::string bytesIn(const Dictionary& dictionary, const char* key, std::size_t s
 /// An array of at most `most` values.
 const Array& arrayOf(const Value& value, std::size_t most, const std::string& where);
 
+/// The key of the computer that a dictionary is about.
+inline constexpr const char* kComputer = "Computer";
+
 /// What is wrong with one of several that stand ordered by their identifiers.
 inline constexpr const char* kOutOfPlace = "not in its place by identifier";
 

@@ -19,12 +19,12 @@ constexpr std::size_t kSubkeyBytes = crypto_kdf_BYTES_MAX / 2;
 static_assert(kSubkeyBytes == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
 static_assert(kSubkeyBytes == kHashKeyBytes);
 static_assert(AccountKey::kBytes == crypto_kdf_KEYBYTES);
-constexpr char kContext[crypto_kdf_CONTEXTBYTES + 1] = "corvseal";
+constexpr char kSealContext[crypto_kdf_CONTEXTBYTES + 1] = "corvseal";
 
-constexpr char kForm = 1;
-constexpr std::size_t kNonceBytes = crypto_aead_xchacha20poly1305_ietf_NPUBBYTES;
+constexpr char kSealedForm = 1;
+constexpr std::size_t kSealNonceBytes = crypto_aead_xchacha20poly1305_ietf_NPUBBYTES;
 constexpr std::size_t kTagBytes = crypto_aead_xchacha20poly1305_ietf_ABYTES;
-constexpr std::size_t kAround = 1 + kNonceBytes + kTagBytes;
+constexpr std::size_t kAround = 1 + kSealNonceBytes + kTagBytes;
 constexpr std::size_t kPadding = 1024;
 constexpr int kCompressionLevel = 3;
 
@@ -58,7 +58,7 @@ std::optional<std::string> decompressed(std::string_view plain, std::size_t most
 Sealer::Sealer(const AccountKey& key, std::string account, std::int64_t generation)
     : _account(std::move(account)), _generation(generation), _subkeys(kSubkeys * kSubkeyBytes) {
   for (std::size_t i = 0; i < kSubkeys; ++i) {
-    crypto_kdf_derive_from_key(_subkeys.data() + i * kSubkeyBytes, kSubkeyBytes, i + 1, kContext,
+    crypto_kdf_derive_from_key(_subkeys.data() + i * kSubkeyBytes, kSubkeyBytes, i + 1, kSealContext,
                                unsignedOf(key.bytes().data()));
   }
 }
@@ -75,10 +75,10 @@ std::string Sealer::seal(std::string_view name, std::string_view contents) const
   const std::string plain = compressedAndPadded(contents);
   const std::string data = associatedData(name);
   std::string sealed(plain.size() + kAround, '\0');
-  sealed[0] = kForm;
+  sealed[0] = kSealedForm;
   unsigned char* const nonce = unsignedOf(sealed.data()) + 1;
-  randombytes_buf(nonce, kNonceBytes);
-  crypto_aead_xchacha20poly1305_ietf_encrypt(nonce + kNonceBytes, nullptr, unsignedOf(plain.data()),
+  randombytes_buf(nonce, kSealNonceBytes);
+  crypto_aead_xchacha20poly1305_ietf_encrypt(nonce + kSealNonceBytes, nullptr, unsignedOf(plain.data()),
                                              plain.size(), unsignedOf(data.data()), data.size(), nullptr,
                                              nonce, subkey(Subkey::contents));
   return sealed;
@@ -86,12 +86,13 @@ std::string Sealer::seal(std::string_view name, std::string_view contents) const
 
 std::optional<std::string> Sealer::open(std::string_view name, std::string_view sealed,
                                         std::size_t mostBytes) const {
-  if (sealed.size() <= kAround || sealed.size() % kPadding != 0 || sealed[0] != kForm) return std::nullopt;
+  if (sealed.size() <= kAround || sealed.size() % kPadding != 0 || sealed[0] != kSealedForm)
+    return std::nullopt;
   const std::string data = associatedData(name);
   const unsigned char* const nonce = unsignedOf(sealed.data()) + 1;
   std::string plain(sealed.size() - kAround, '\0');
   const int refused = crypto_aead_xchacha20poly1305_ietf_decrypt(
-      unsignedOf(plain.data()), nullptr, nullptr, nonce + kNonceBytes, plain.size() + kTagBytes,
+      unsignedOf(plain.data()), nullptr, nullptr, nonce + kSealNonceBytes, plain.size() + kTagBytes,
       unsignedOf(data.data()), data.size(), nonce, subkey(Subkey::contents));
   if (refused) return std::nullopt;
   return decompressed(plain, mostBytes);
