@@ -1,16 +1,18 @@
+# Two labels: "slow" tests take longer than a moment, and "plain" ones are as slow and have to run without the sanitizers:
+# those cannot run them at all, or only at a smaller size (tests/kit/TestSize.h). `scripts/test quick` leaves both out, and
+# other runs start with them.
+
 # corvane_plain_test(NAME target...)
-# Marks a test as one that the sanitizers cannot run, and the targets that it needs.
+# Labels a test as plain, and names the targets that it needs.
 
 add_custom_target(plain_tests)
 
 function(corvane_plain_test name)
-  corvane_slow_test("${name}")
-  set_property(TEST "${name}" APPEND PROPERTY LABELS plain)
+  set_tests_properties("${name}" PROPERTIES LABELS plain COST 1000)
   add_dependencies(plain_tests ${ARGN})
 endfunction()
 
 # corvane_slow_test(NAME...)
-# Marks tests that take longer than a moment: `scripts/test quick` leaves them out, and other runs start with them.
 function(corvane_slow_test)
   set_tests_properties(${ARGN} PROPERTIES LABELS slow COST 1000)
 endfunction()
@@ -18,6 +20,7 @@ endfunction()
 # Under the sanitizers compiling tests takes longer than running them. A report's stack names lines of what they test.
 if(CORVANE_SANITIZE)
   add_compile_options(-g0)
+  add_compile_definitions(CORVANE_SANITIZED)
 endif()
 
 find_package(GTest REQUIRED)
@@ -45,19 +48,27 @@ function(corvane_add_test_program name)
   endif()
 endfunction()
 
-# corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...] [SLOW pattern...])
+# corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...] [SLOW pattern...] [PLAIN pattern...])
 # One GoogleTest program; every test case in it becomes a test of its own, with a name prefix NAME. Those that a pattern of
-# SLOW fits, such as "Scale.*", are slow tests.
+# SLOW or PLAIN fits, such as "Scale.*", get that label.
 function(corvane_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;DEFINITIONS;SLOW" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;DEFINITIONS;SLOW;PLAIN" ${ARGN})
   corvane_add_test_program(${name} SOURCES ${ARG_SOURCES} LIBRARIES ${ARG_LIBRARIES} DEFINITIONS ${ARG_DEFINITIONS})
   set(discovery DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300 TEST_PREFIX "${name}/")
-  list(JOIN ARG_SLOW ":" slow)
-  if(slow)
-    gtest_discover_tests(${name} ${discovery} TEST_LIST ${name}_slow TEST_FILTER "${slow}"
-                         PROPERTIES LABELS slow COST 1000)
+  foreach(label slow plain)
+    string(TOUPPER ARG_${label} patterns)
+    if(${patterns})
+      list(JOIN ${patterns} ":" filter)
+      gtest_discover_tests(${name} ${discovery} TEST_LIST ${name}_${label} TEST_FILTER "${filter}"
+                           PROPERTIES LABELS ${label} COST 1000)
+    endif()
+  endforeach()
+  if(ARG_PLAIN)
+    add_dependencies(plain_tests ${name})
   endif()
-  if(NOT slow STREQUAL "*")
-    gtest_discover_tests(${name} ${discovery} TEST_FILTER "*-${slow}")
+  set(labelled ${ARG_SLOW} ${ARG_PLAIN})
+  list(JOIN labelled ":" labelled)
+  if(NOT labelled STREQUAL "*")
+    gtest_discover_tests(${name} ${discovery} TEST_FILTER "*-${labelled}")
   endif()
 endfunction()

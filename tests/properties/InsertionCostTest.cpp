@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/loomer/merge/Merge.h"
+#include "tests/kit/TestSize.h"
 
 // How many changes are delivered to a client for one bookmark that another client inserted, in folders of
 // three sizes.
@@ -21,7 +22,7 @@
 namespace corvane::loomer::test {
 namespace {
 
-constexpr std::size_t kInsertions = 200;
+constexpr auto kInsertions = sized<std::size_t>(200, 40);
 
 class Folder {
  public:
@@ -87,7 +88,7 @@ TEST_P(InsertionCost, StaysSmallWhereverItIs) {
   EXPECT_LE(sum, 2 * insertions);
   EXPECT_LE(most, 8U);
 }
-INSTANTIATE_TEST_SUITE_P(Sizes, InsertionCost, testing::Values(10, 1'000, 100'000));
+INSTANTIATE_TEST_SUITE_P(Sizes, InsertionCost, testing::Values(10, 1'000, sized(100'000, 4'000)));
 
 }  // namespace
 }  // namespace corvane::loomer::test

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/kit/TestSize.h"
 #include "tests/properties/SmallHistories.h"
 
 namespace {
@@ -26,6 +27,13 @@ const std::vector<SmallHistoryScope> kDefault = {
     {.nodes = 2, .editsOfA = 1, .editsOfB = 2},
     {.nodes = 3, .editsOfA = 1, .editsOfB = 1},
     {.nodes = 3, .editsOfA = 2, .editsOfB = 2, .parts = 499},
+};
+
+// Each kind of edit beside each, for the sanitizers.
+const std::vector<SmallHistoryScope> kSanitized = {
+    {.nodes = 1, .editsOfA = 1, .editsOfB = 1},
+    {.nodes = 2, .editsOfA = 1, .editsOfB = 1},
+    {.nodes = 3, .editsOfA = 1, .editsOfB = 1, .parts = 49},
 };
 
 std::vector<SmallHistoryScope> fullScopes() {
@@ -60,7 +68,7 @@ int printUsage() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<SmallHistoryScope> scopes = kDefault;
+  std::vector<SmallHistoryScope> scopes = corvane::kIsSanitized ? kSanitized : kDefault;
   SmallHistoryScope chosen;
   std::uint64_t part = 0;
   std::uint64_t parts = 1;

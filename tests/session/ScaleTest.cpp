@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "tests/kit/TestSize.h"
 #include "tests/session/SyncSessionFixture.h"
 
 namespace corvane {
@@ -41,7 +42,7 @@ std::vector<Value> leaves(int count) {
 }
 
 TEST_F(ScaleTest, DeletesAMillionBookmarksAtOnce) {
-  controller->setOrigBookmarkDictionary(mapped(rootEntry(leaves(1'000'000))));
+  controller->setOrigBookmarkDictionary(mapped(rootEntry(leaves(sized(1'000'000, 20'000)))));
   String error;
   EXPECT_TRUE(controller->deleteAllRecordsForEntityName(LoomerEntity_Bookmarks_Bookmark, error));
   EXPECT_EQ(controller->currentBookmarkDictionary()->size(), 1u);
@@ -49,7 +50,7 @@ TEST_F(ScaleTest, DeletesAMillionBookmarksAtOnce) {
 
 TEST_F(ScaleTest, PlacesTwentyThousandFoldersThatArriveChildFirst) {
   controller->setOrigBookmarkDictionary(mapped(rootEntry({})));
-  constexpr int kCount = 20'000;
+  constexpr int kCount = sized(20'000, 5'000);
   for (int i = kCount; i-- > 0;) {
     const std::string parent = i == 0 ? "Root" : "g" + std::to_string(i - 1);
     apply(LoomerChangeTypeAdd, "g" + std::to_string(i), folderRecord("Name", parent.c_str()),
@@ -69,18 +70,19 @@ TEST_F(ScaleTest, PlacesTwentyThousandFoldersThatArriveChildFirst) {
 }
 
 TEST_F(ScaleTest, ReplaysAHundredThousandChangesOfOneFolder) {
-  const Dictionary bookmarks = rootEntry(leaves(100'000));
+  constexpr int kHalf = sized(50'000, 2'000);
+  const Dictionary bookmarks = rootEntry(leaves(2 * kHalf));
   controller->setOrigBookmarkDictionary(mapped(bookmarks));
-  for (int i = 0; i < 50'000; ++i) {
+  for (int i = 0; i < kHalf; ++i) {
     apply(LoomerChangeTypeDelete, "b" + std::to_string(i), Dictionary(), LoomerEntity_Bookmarks_Bookmark);
-    apply(LoomerChangeTypeModify, "b" + std::to_string(50'000 + i),
+    apply(LoomerChangeTypeModify, "b" + std::to_string(kHalf + i),
           atPosition(bookmarkRecord("New", "Root"), i), LoomerEntity_Bookmarks_Bookmark);
     apply(LoomerChangeTypeAdd, "e" + std::to_string(i), atPosition(bookmarkRecord("Added", "Root"), i),
           LoomerEntity_Bookmarks_Bookmark);
   }
   const auto fresh = mapped(bookmarks);
   controller->applyChangesToDictionary(*fresh);
-  EXPECT_EQ(fresh->root()->children()->size(), 100'000u);
+  EXPECT_EQ(fresh->root()->children()->size(), 2u * kHalf);
 }
 
 }  // namespace

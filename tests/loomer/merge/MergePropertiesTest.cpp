@@ -1,3 +1,4 @@
+#include "tests/kit/TestSize.h"
 #include "tests/loomer/merge/CheckTimes.h"
 #include "tests/loomer/merge/MergeProperties.h"
 
@@ -8,14 +9,18 @@ namespace corvane::loomer::test {
 namespace {
 
 TEST(MergeProperties, WhenEditsStopAllClientsHoldOneTreeAfterTwoRounds) {
-  checkTimes(3000, 60, clientsConverge);
+  checkTimes(sized(3000, 200), 60, clientsConverge);
 }
 
-TEST(MergeProperties, ChangesOfOneClientArriveAsTheyWere) { checkTimes(1500, 40, changesArrive); }
+TEST(MergeProperties, ChangesOfOneClientArriveAsTheyWere) { checkTimes(sized(1500, 100), 40, changesArrive); }
 
-TEST(MergeProperties, NothingVanishesAndNothingAppearsTwice) { checkTimes(2000, 60, nothingVanishes); }
+TEST(MergeProperties, NothingVanishesAndNothingAppearsTwice) {
+  checkTimes(sized(2000, 100), 60, nothingVanishes);
+}
 
-TEST(MergeProperties, AKilledSessionLeavesNoTrace) { checkTimes(1500, 40, killedSessionsLeaveNoTrace); }
+TEST(MergeProperties, AKilledSessionLeavesNoTrace) {
+  checkTimes(sized(1500, 200), 40, killedSessionsLeaveNoTrace);
+}
 
 }  // namespace
 }  // namespace corvane::loomer::test

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/kit/TestSize.h"
 #include "tests/loomer/merge/History.h"
 
 // Sizes that no recursion and nothing quadratic survives. Nothing here is timed.
@@ -7,8 +8,8 @@
 namespace corvane::loomer::test {
 namespace {
 
-constexpr std::size_t kChildren = 200'000;
-constexpr std::size_t kDepth = 20'000;
+constexpr auto kChildren = sized<std::size_t>(200'000, 10'000);
+constexpr auto kDepth = sized<std::size_t>(20'000, 5'000);
 
 struct MergeSides {
   std::vector<TruthRecord> truth;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "tests/kit/TestSize.h"
 #include "tests/loomer/merge/CheckTimes.h"
 #include "tests/loomer/merge/OrderProperties.h"
 
@@ -46,6 +47,7 @@ TEST(SiblingOrder, MergesAsItsRowSays) {
 
 TEST(SiblingOrder, EveryReorderOfUpToFiveSiblingsKeepsTheRules) {
   for (const std::string base : {"a", "ab", "abc", "abcd", "abcde"}) {
+    if (base.size() > sized(5u, 4u)) break;
     std::string truth = base;
     do {
       std::string client = base;
@@ -96,7 +98,7 @@ TEST(SiblingOrder, WhatTheBaseDoesNotKnowKeepsTheRules) {
 }
 
 TEST(SiblingOrder, RandomEditsOfUpToTwelveSiblingsKeepTheRules) {
-  checkTimes(20'000, 100, ordersKeepTheirRules);
+  checkTimes(sized(20'000, 1'000), 100, ordersKeepTheirRules);
 }
 
 }  // namespace
