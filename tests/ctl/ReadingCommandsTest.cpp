@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <sstream>
 
 #include "CorvaneSyncClient/platform/loomer/store/KeptFiles.h"
 #include "tests/ctl/CtlFixture.h"
@@ -345,6 +346,34 @@ TEST_F(ReadingTest, EveryCommandHasHelpThatNeedsNoStore) {
     EXPECT_EQ(run.status, 0) << command;
     EXPECT_THAT(run.out, HasSubstr(std::string("usage: loomerctl ") + command));
     EXPECT_THAT(run.out, HasSubstr("Exit status: 0 fine, 1 nothing found or refused"));
+  }
+}
+
+TEST_F(ReadingTest, HelpFillsLinesOfEightyColumns) {
+  for (const std::vector<std::string>& command : {std::vector<std::string>{},
+                                                  {"tree"},
+                                                  {"changes"},
+                                                  {"check"},
+                                                  {"restore"},
+                                                  {"import"},
+                                                  {"account", "set"},
+                                                  {"account", "join"},
+                                                  {"account", "passphrase"},
+                                                  {"account", "remove-computer"},
+                                                  {"account", "remove"}}) {
+    std::vector<std::string> arguments = command;
+    arguments.push_back("--help");
+    std::istringstream help(ctl(arguments).out);
+    std::string before;
+    bool isText = false;  // where the next line's first word has to be one that did not fit
+    for (std::string line; std::getline(help, line); before = line) {
+      EXPECT_LE(line.size(), 80u) << line;
+      if (isText && !line.empty()) {
+        EXPECT_GT(before.size() + 1 + line.substr(0, line.find(' ')).size(), 80u) << line;
+      }
+      if (line.starts_with("Options")) break;
+      isText = !command.empty() && !line.empty() && !line.starts_with("usage: ");
+    }
   }
 }
 

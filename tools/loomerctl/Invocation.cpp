@@ -31,112 +31,105 @@ struct Command {
       argument;  // what it must be given, or may be given where it stands in brackets; empty for nothing
   unsigned options;
   const char* summary;
-  const char* help;  // what the summary leaves open; lines end with line ends
+  const char* help;  // what the summary leaves open
   Status (*run)(Invocation&);
 };
 
 constexpr Command kCommands[] = {
     {"status", "", json, "what the store holds and what is waiting",
-     "Shows the store's size, how many bookmarks, folders and clients it holds, the last session, and what\n"
-     "waits for the clients: pending restores and resets, and refused plans.\n",
+     "Shows the store's size, how many bookmarks, folders and clients it holds, the last session, and "
+     "what waits for the clients: pending restores and resets, and refused plans.",
      showStatus},
     {"clients", "", json, "the registered clients",
-     "One line for each client: what it holds, when it synced last, and what its next session waits for.\n",
+     "One line for each client: what it holds, when it synced last, and what its next session waits for.",
      showClients},
     {"tree", "", json | record, "the agreed bookmarks",
-     "Shows folders before their contents, everything in its order, each with its number. With --record,\n"
-     "one folder alone. As JSON, a flat list in the same order with depth and parent.\n",
+     "Shows folders before their contents, everything in its order, each with its number. With --record, "
+     "one folder alone. As JSON, a flat list in the same order with depth and parent.",
      showTree},
-    {"sessions", "", json | limit, "the sessions that changed something, newest first",
-     "Quiet sessions are counted with their clients and not listed.\n", showSessions},
+    {"sessions", "", json | limit, "the sessions with changes, newest first",
+     "Quiet sessions are counted with their clients and not listed.", showSessions},
     {"changes", "", json | session | record | limit, "what the sessions changed, newest first",
-     "Shows each attribute before and after, and the values that lost a conflict. --limit counts records.\n",
+     "Shows each attribute before and after, and the values that lost a conflict. --limit counts records.",
      showChanges},
-    {"show", "RECORD", json, "one record: where it is, who holds it, its history",
-     "RECORD is a number from `tree` or `changes`. Deleted records are shown while they are remembered.\n",
+    {"show", "RECORD", json, "one record: its place, holders and history",
+     "RECORD is a number from `tree` or `changes`. Deleted records are shown while they are remembered.",
      showRecord},
     {"check", "", json, "checks the whole store",
-     "Checks that the bookmarks form one tree, that the clients' bases and the logs fit it, and SQLite's\n"
-     "own integrity. Says what to do about each finding. Changes nothing. Exits 3 when it finds something.\n",
+     "Checks that the bookmarks form one tree, that the clients' bases and the logs fit it, and SQLite's "
+     "own integrity. Says what to do about each finding. Changes nothing. Exits 3 when it finds "
+     "something.",
      checkStore},
     {"plan", "CLIENT", json, "what a client's next session would deliver",
-     "The changes that the client gets if it has none of its own. If its last session was refused\n"
-     "because it would have deleted too much, what that session would have deleted. Changes nothing.\n",
+     "The changes that the client gets if it has none of its own. If its last session was refused because "
+     "it would have deleted too much, what that session would have deleted. Changes nothing.",
      showPlan},
     {"approve", "CLIENT", 0, "lets a client's refused plan pass once",
-     "For a session that was refused because the client lacks most of the bookmarks, when they are meant to\n"
-     "go. Holds for exactly the plan that `plan CLIENT` shows, and only once.\n",
+     "For a session that was refused because the client lacks most of the bookmarks, when they are meant "
+     "to go. Holds for exactly the plan that `plan CLIENT` shows, and only once.",
      approvePlan},
-    {"undo", "SESSION", force, "brings back what a session changed or deleted",
-     "SESSION is a number from `sessions`. The outcome travels to every client at its next session, and can\n"
-     "itself be undone. What a later session changed again stays, unless --force is given.\n",
+    {"undo", "SESSION", force, "undoes what a session changed or deleted",
+     "SESSION is a number from `sessions`. The outcome travels to every client at its next session, and "
+     "can itself be undone. What a later session changed again stays, unless --force is given.",
      undoSession},
-    {"restore", "CLIENT", 0, "restores what a client lacks at its next session",
-     "Nothing is deleted because the client lacks it; what it added or changed arrives as usual, and what\n"
-     "else its file holds stays as it is. For a session that was refused because the client lacks most of\n"
-     "the bookmarks, when they are not meant to go.\n",
+    {"restore", "CLIENT", 0, "lets a client have back what it lacks",
+     "At the client's next session. Nothing is deleted because the client lacks it; what it added or "
+     "changed arrives as usual, and what else its file holds stays as it is. For a session that was "
+     "refused because the client lacks most of the bookmarks, when they are not meant to go.",
      restoreClient},
-    {"reset", "CLIENT", 0, "gives a client everything anew at its next session",
-     "The client deletes everything and is given the agreed bookmarks. What it changed since its last\n"
-     "session is lost, and so is whatever its file holds that is not synced: entries hidden from sync, and\n"
-     "what other programs stored with an entry. `restore` keeps all that.\n",
+    {"reset", "CLIENT", 0, "gives a client everything anew",
+     "At its next session the client deletes everything and is given the agreed bookmarks. What it "
+     "changed since its last session is lost, and so is whatever its file holds that is not synced: "
+     "entries hidden from sync, and what other programs stored with an entry. `restore` keeps all that.",
      resetClient},
     {"export", "FILE", 0, "writes a bookmarks file that browsers read",
-     "An HTML file with everything in its order, replacing FILE. \"-\" is standard output.\n", exportFile},
+     "An HTML file with everything in its order, replacing FILE. \"-\" is standard output.", exportFile},
     {"import", "FILE", 0, "adds what a browser's bookmarks file holds",
-     "Adds the folders and bookmarks of an exported HTML file that are not there already (same folder,\n"
-     "title and address); they travel to every client. Tags, keywords, descriptions and separators are\n"
-     "left out. Makes a store if there is none. \"-\" is standard input. `undo` takes an import back.\n",
+     "Adds the folders and bookmarks of an exported HTML file that are not there already (same folder, "
+     "title and address); they travel to every client. Tags, keywords, descriptions and separators are "
+     "left out. Makes a store if there is none. \"-\" is standard input. `undo` takes an import back.",
      importFile},
-    {"account set", "PLACE", 0, "keeps the bookmarks at a place, for other computers",
-     "PLACE is a directory, such as a mounted share; a WebDAV folder (https://USER@HOST/FOLDER); a bucket\n"
+    {"account set", "PLACE", 0, "shares the bookmarks through a place",
+     "PLACE is a directory, such as a mounted share; a WebDAV folder (https://USER@HOST/FOLDER); a bucket "
      "(s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST); a corvane-hub (hub://HOST). Passwords "
-     "and\n"
-     "keys are asked for. What is kept there is sealed with a key that is made now and that only this "
-     "computer\n"
-     "has: `account invite` lets others join. Tries the place before it sets anything.\n"
-     "\"-\" reads the address from standard input, and whatever else is asked for from the lines after it.\n",
+     "and keys are asked for. What is kept there is sealed with a key that is made now and that only this "
+     "computer has: `account invite` lets others join. Tries the place before it sets anything. \"-\" reads "
+     "the address from standard input, and whatever else is asked for from the lines after it.",
      setAccount},
     {"account invite", "", words | qr, "prints what lets another computer join",
-     "One line that `account join` reads on the other computer. Whoever sees it can read and change the\n"
+     "One line that `account join` reads on the other computer. Whoever sees it can read and change the "
      "bookmarks. It does not lose its power until `account new-key` or `account remove-computer` changes "
-     "the\n"
-     "key.\n",
+     "the key.",
      inviteComputer},
     {"account join", "[PLACE]", 0, "joins the account of another computer",
      "Asks for the invitation, in either form, or reads it from standard input; with PLACE, for the "
-     "account's\n"
-     "passphrase instead. At a hub, this computer's own token is asked for too.\n",
+     "account's passphrase instead. At a hub, this computer's own token is asked for too.",
      joinAccount},
     {"account passphrase", "", remove, "sets a passphrase that lets computers join",
      "Keeps the account's key at the place, sealed under a passphrase of at least 12 characters. Whoever "
-     "can\n"
-     "read the place may guess at it for as long as he likes. Replaces an earlier passphrase; --remove sets\n"
-     "none.\n",
+     "can read the place may guess at it for as long as he likes. Replaces an earlier passphrase; "
+     "--remove sets none.",
      setPassphrase},
     {"account show", "", json, "the account, and whether the service answers",
-     "Shows no password. Says when the service answered last, and whether bookmarks are synced with it.\n",
+     "Shows no password. Says when the service answered last, and whether bookmarks are synced with it.",
      showAccount},
     {"account test", "", 0, "asks the service and says what is wrong",
-     "Exits 0 if the service answers and can be used, 1 if not.\n", testAccount},
+     "Exits 0 if the service answers and can be used, 1 if not.", testAccount},
     {"account computers", "", json, "the computers of the account",
-     "Each with its name, its identifier and when it was last seen, to the week.\n", showComputers},
+     "Each with its name, its identifier and when it was last seen, to the week.", showComputers},
     {"account remove-computer", "COMPUTER", 0, "takes a computer out of the account",
      "COMPUTER is a name or an identifier from `account computers`. Makes a new key, which the other "
-     "computers\n"
-     "get when they sync next; that one does not, and neither does anyone with an earlier invitation. What "
-     "it\n"
-     "has got it keeps.\n",
+     "computers get when they sync next; that one does not, and neither does anyone with an earlier "
+     "invitation. What it has got it keeps.",
      removeComputer},
     {"account new-key", "", 0, "changes the account's key",
-     "For when an invitation or the passphrase may have become known. The other computers get the key when\n"
-     "they sync next; earlier invitations and the passphrase let nobody in any more. What was at the place\n"
-     "until now can still be read with the earlier key.\n",
+     "For when an invitation or the passphrase may have become known. The other computers get the key "
+     "when they sync next; earlier invitations and the passphrase let nobody in any more. What was at the "
+     "place until now can still be read with the earlier key.",
      changeKey},
     {"account remove", "", 0, "forgets the account on this computer",
      "What the engine recorded about the exchange with the service goes too. The bookmarks stay, here and "
-     "at\n"
-     "the service.\n",
+     "at the service.",
      removeAccount},
 };
 
@@ -159,7 +152,7 @@ constexpr OptionForm kOptions[] = {
 };
 
 constexpr const char* kStatuses =
-    "Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.\n";
+    "Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.";
 
 class UsageError : public PlatformException {
  public:
@@ -223,23 +216,24 @@ void writeOptions(Output& out, unsigned options) {
 }
 
 void writeHelp(Output& out) {
-  out.write(
-      "Shows and repairs what the sync engine agreed on with the clients of your bookmarks.\n\n"
-      "usage: loomerctl COMMAND [OPTION]... [ARGUMENT]\n\n");
+  out.write(wrapped("Shows and repairs what the sync engine agreed on with the clients of your bookmarks.") +
+            "\nusage: loomerctl COMMAND [OPTION]... [ARGUMENT]\n\n");
   Table table(out, {{"Commands"}, {""}});
   for (const Command& each : kCommands) {
     const std::string argument = *each.argument ? std::string(" ") + each.argument : "";
     table.add({std::string("  ") + each.name + argument, each.summary});
   }
   table.finish();
-  out.write("\n`loomerctl COMMAND --help` says more about a command; loomerctl(1) describes everything.\n");
-  out.write(kStatuses);
+  out.write(
+      '\n' +
+      wrapped("`loomerctl COMMAND --help` says more about a command; loomerctl(1) describes everything."));
+  out.write(wrapped(kStatuses));
 }
 
 void writeHelp(const Command& command, Output& out) {
-  out.write("usage: " + usageOf(command) + "\n\n" + command.help + '\n');
+  out.write("usage: " + usageOf(command) + "\n\n" + wrapped(command.help) + '\n');
   writeOptions(out, command.options);
-  out.write(std::string("\n") + kStatuses);
+  out.write('\n' + wrapped(kStatuses));
 }
 
 std::int64_t numberFrom(const std::string& name, const std::string& text, std::int64_t least) {

@@ -87,6 +87,21 @@ std::string countText(std::size_t count, const char* singular, const char* plura
   return grouped(count) + ' ' + (count == 1 ? singular : plural);
 }
 
+std::string wrapped(std::string_view text) {
+  constexpr std::size_t kColumns = 80;
+  std::string lines;
+  std::size_t column = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::string_view word = text.substr(at, text.find(' ', at) - at);
+    at += word.size() + 1;
+    const bool fits = column == 0 || column + 1 + displayWidth(word) <= kColumns;
+    if (column > 0) lines += fits ? ' ' : '\n';
+    column = (fits && column > 0 ? column + 1 : 0) + displayWidth(word);
+    lines += word;
+  }
+  return lines + '\n';
+}
+
 std::string timeText(Date date) { return localDescription(date); }
 
 }  // namespace corvane::loomerctl

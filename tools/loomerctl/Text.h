@@ -30,6 +30,9 @@ std::string countText(std::size_t count, const char* singular, const char* plura
 /// "1,234,567".
 std::string grouped(std::size_t number);
 
+/// The words of `text` in lines of at most 80 columns, each with a line end.
+std::string wrapped(std::string_view text);
+
 /// In the local zone: "2026-11-21 11:49:00 +0100".
 std::string timeText(Date date);
 
