@@ -3,7 +3,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <atomic>
+#include <barrier>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -81,15 +81,14 @@ TEST_P(PlaceConformanceTest, OfEightRacersForANameOneAloneIsToldThatItMadeIt) {
   const char* const asked = std::getenv("CORVANE_RACES");
   const int rounds = asked ? std::atoi(asked) : 20;
   ASSERT_EQ(place->putNew(name("before"), "-"), Made::made);
-  std::atomic<int> arrived = 0;
+  std::barrier together(kRacers);
   std::vector<std::vector<Made>> told(rounds, std::vector<Made>(kRacers));
   std::vector<std::thread> racers;
   for (int racer = 0; racer < kRacers; ++racer) {
     racers.emplace_back([&, racer] {
       const std::unique_ptr<Place> own = newPlace();
       for (int round = 0; round < rounds; ++round) {
-        ++arrived;
-        while (arrived < (round + 1) * kRacers) std::this_thread::yield();
+        together.arrive_and_wait();
         told[round][racer] = own->putNew(name(std::to_string(round)), "by " + std::to_string(racer));
       }
     });
