@@ -20,6 +20,11 @@ std::string directoryOf(const std::string& path) {
 
 }  // namespace
 
+std::string identityOf(const kit::ClientTree::Node& node) {
+  const std::string name = node.name.toString();
+  return name.substr(0, name.find('.'));
+}
+
 ComputerSimulation::ComputerSimulation(const std::vector<std::size_t>& clients, MemoryHub::Kind service)
     : hub(service) {
   backups.push_back(hub.state);

@@ -9,6 +9,9 @@
 
 namespace corvane {
 
+/// What an entry of a random history is known by, whatever it is renamed to: its name up to a dot.
+std::string identityOf(const kit::ClientTree::Node& node);
+
 /// Computers that share an account of the online service. Each has a store of its own, and clients in memory
 /// on it.
 class ComputerSimulation {

@@ -121,11 +121,6 @@ class RandomComputers {
 
   using Node = ScriptedClient::Node;
 
-  static std::string identityOf(const Node& node) {
-    const std::string name = node.name.toString();
-    return name.substr(0, name.find('.'));
-  }
-
   // What every client holds before it syncs for the first time.
   static void bookmarkInCommon(ScriptedClient& client) {
     const std::string bar = client.addSpecial("BookmarksBar");

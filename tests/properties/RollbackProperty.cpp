@@ -37,7 +37,7 @@ class EditingComputers {
       : _simulation(std::vector<std::size_t>(computers, 1), service) {
     add(0, "", true);
     add(0, "", true);
-    const std::string folder = _simulation.client(0).children.at("").front();
+    const std::string folder = _simulation.client(0).childrenOf("").front();
     for (const char* const in : {"", folder.c_str(), folder.c_str()}) add(0, in, false);
     const std::string ordered = _simulation.client(0).addFolder("", kOrdered);
     for (const char* const name : {"o1", "o2", "o3", "o4", "o5"}) {
@@ -131,11 +131,6 @@ class EditingComputers {
   static constexpr const char* kAnchor = "n1";  // never deleted: keeps the guard out of these histories
   static constexpr const char* kOrdered = "o";  // its children are reordered by one user, and nothing else
 
-  static std::string identityOf(const Node& node) {
-    const std::string name = node.name.toString();
-    return name.substr(0, name.find('.'));
-  }
-
   static EntryValues valuesOf(ScriptedClient& client, const Node& node) {
     const std::string folder = node.parent.empty() ? "" : identityOf(client.nodes.at(node.parent));
     return {node.name.toString(), node.url ? node.url.toString() : "", node.tabGroup ? "1" : "0", folder};
@@ -166,7 +161,7 @@ class EditingComputers {
 
   static std::string orderIn(ScriptedClient& client) {
     std::string order;
-    for (const std::string& id : client.children[client.find(kOrdered)]) {
+    for (const std::string& id : client.childrenOf(client.find(kOrdered))) {
       order += client.nodes.at(id).name.toString() + " ";
     }
     return order;
@@ -189,7 +184,7 @@ class EditingComputers {
     if (_isOrderFinal) return;
     ScriptedClient& client = _simulation.client(0);
     const std::string folder = client.find(kOrdered);
-    const std::vector<std::string> before = client.children[folder];
+    const std::vector<std::string> before = client.childrenOf(folder);
     const std::string moved = before[step.entry % before.size()];
     client.move(moved, folder, static_cast<int>(step.folder % before.size()));
     _lastOrder = orderIn(client);
@@ -221,26 +216,23 @@ class EditingComputers {
 
   void edit(std::size_t at, const Step& step) {
     ScriptedClient& client = _simulation.client(at);
-    std::vector<std::string> folders{""};
-    std::vector<std::string> all;
-    for (const auto& [id, node] : client.nodes) {
-      if (isOrdered(client, node)) continue;
-      if (node.folder) folders.push_back(id);
-      all.push_back(id);
-    }
-    const std::string folder = folders[step.folder % folders.size()];
+    const auto isLeftAlone = [&](const std::string& id) {
+      return !id.empty() && isOrdered(client, client.nodes.at(id));
+    };
+    std::vector<std::string> folders = client.visibleFolders();
+    std::vector<std::string> all = client.visibleNodes();
+    std::erase_if(folders, isLeftAlone);
+    std::erase_if(all, isLeftAlone);
+    const std::string folder = kit::chosen(folders, step.folder);
     if (step.kind <= StepKind::addFolder) return add(at, folder, step.kind == StepKind::addFolder);
     if (all.empty()) return;
-    const std::string id = all[step.entry % all.size()];
+    const std::string id = kit::chosen(all, step.entry);
     if (step.kind == StepKind::erase) return erase(at, id);
     const Node before = client.nodes.at(id);
     const std::string version = std::to_string(++_versions);
     if (step.kind == StepKind::rename) client.rename(id, identityOf(before) + "." + version);
     if (step.kind == StepKind::readdress && !before.folder) client.readdress(id, "http://v" + version + "/");
-    if (step.kind == StepKind::toggle && before.folder && !before.tabGroup) {
-      client.nodes.at(id).tabGroup = true;
-      client.edited = true;
-    }
+    if (step.kind == StepKind::toggle && before.folder && !before.tabGroup) client.toggle(id);
     if (step.kind == StepKind::move) move(client, id, folder);
     note(client, id, valuesOf(client, before));
   }
@@ -264,13 +256,9 @@ class EditingComputers {
 
   void erase(std::size_t at, const std::string& id) {
     ScriptedClient& client = _simulation.client(at);
-    std::vector<std::string> below{id};
-    for (std::size_t i = 0; i < below.size(); ++i) {
-      if (identityOf(client.nodes.at(below[i])) == kAnchor) return;
-      const auto children = client.children.find(below[i]);
-      if (children != client.children.end()) {
-        below.insert(below.end(), children->second.begin(), children->second.end());
-      }
+    const std::vector<std::string> below = client.subtree(id);
+    for (const std::string& each : below) {
+      if (identityOf(client.nodes.at(each)) == kAnchor) return;
     }
     for (const std::string& each : below) {
       const Node& node = client.nodes.at(each);
