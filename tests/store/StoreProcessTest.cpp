@@ -9,8 +9,8 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/store/TalkingProcess.h"
 #include "tests/store/PlistManagerTest.h"
+#include "tests/store/TalkingProcess.h"
 
 namespace corvane {
 namespace {

@@ -66,12 +66,9 @@ TEST_F(KeptFileTest, WhatWasKeptOfAnotherChainIsNone) {
 
 TEST_F(KeptFileTest, AFileOfWhatNoChainHasIsNotUsedAndThatIsSaid) {
   const std::function<void(Link&)> damages[] = {
-      [](Link& link) { link.number = 0; },
-      [](Link& link) { link.number = -1; },
-      [](Link& link) { link.hash.pop_back(); },
-      [](Link& link) { link.previous += 'x'; },
-      [](Link& link) { link.attempt = -1; },
-      [](Link& link) { link.attempt = 1001; },
+      [](Link& link) { link.number = 0; },      [](Link& link) { link.number = -1; },
+      [](Link& link) { link.hash.pop_back(); }, [](Link& link) { link.previous += 'x'; },
+      [](Link& link) { link.attempt = -1; },    [](Link& link) { link.attempt = 1001; },
   };
   for (const auto& damage : damages) {
     for (const bool isUndecided : {true, false}) {
