@@ -107,6 +107,22 @@ class ComputersTest : public EngineTest {
 class HubTest : public ComputersTest, public testing::WithParamInterface<MemoryHub::Kind> {
  protected:
   HubTest() : ComputersTest(GetParam()) {}
+
+  /// That many records on the first computer, in folders of a hundred records each, since an edit looks at all
+  /// siblings. Answers the ids of the bookmarks.
+  std::vector<std::string> bookmarkMuch(int records) {
+    std::vector<std::string> bookmarks;
+    std::string folder;
+    for (int i = 0; i < records; ++i) {
+      const std::string name = std::to_string(i);
+      if (i % 100 == 0) {
+        folder = a->client->addFolder("", name);
+      } else {
+        bookmarks.push_back(a->client->addBookmark(folder, name, "http://x/"));
+      }
+    }
+    return bookmarks;
+  }
 };
 
 inline std::string nameOfService(const testing::TestParamInfo<MemoryHub::Kind>& info) {

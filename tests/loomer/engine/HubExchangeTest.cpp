@@ -605,7 +605,7 @@ TEST_P(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
 }
 
 TEST_P(HubTest, MuchIsGivenInSeveralPushes) {
-  for (int i = 0; i < 2400; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  bookmarkMuch(2400);
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(hub.live(), 2400u);
   EXPECT_EQ(hub.state.now.revision, 2) << "2,000 records, and the others";
@@ -614,7 +614,7 @@ TEST_P(HubTest, MuchIsGivenInSeveralPushes) {
 }
 
 TEST_P(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
-  for (int i = 0; i < 3500; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  bookmarkMuch(3500);
   hub.onCall = [this](const std::string& call) {
     if (call == "push") platform.clock.time.seconds += 60;
   };
@@ -630,11 +630,11 @@ TEST_P(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
 }
 
 TEST_P(HubTest, DeletionsAndChangesAreLeftForTheNextPushToo) {
-  for (int i = 0; i < 3000; ++i) a->client->addBookmark("", std::to_string(i), "http://x/");
+  const std::vector<std::string> bookmarks = bookmarkMuch(3000);
   settle();
-  for (int i = 0; i < 1200; ++i) a->client->remove(a->find(std::to_string(i)));
+  for (std::size_t i = 0; i < 1200; ++i) a->client->remove(bookmarks[i]);
   ASSERT_EQ(a->sync(), "");
-  for (int i = 1200; i < 3000; ++i) a->client->readdress(a->find(std::to_string(i)), "http://y/");
+  for (std::size_t i = 1200; i < bookmarks.size(); ++i) a->client->readdress(bookmarks[i], "http://y/");
   settle();
   EXPECT_EQ(hub.live(), 1800u);
   EXPECT_EQ(b->client->nodes.size(), 1800u);
