@@ -63,6 +63,12 @@ TEST_F(HubDurability, AnObjectAndItsNameAreOnTheDiskBeforeTheAnswer) {
       "");
 }
 
+TEST_F(HubDurability, WhatAKilledServerMadeIsOnTheDiskBeforeTheNextOneListens) {
+  HubProcess hub(directory.path(), {},
+                 straceWith({"-y", "-o", directory / "trace", "-e", "trace=syncfs,listen"}));
+  EXPECT_EQ(missingInOrder(finishedTrace(hub), {R"(syncfs\(\d+<.*/data>\) += 0)", R"(listen\(.* = 0)"}), "");
+}
+
 struct Refused {
   const char* phrase;
   const char* headers;

@@ -40,6 +40,13 @@ TEST_F(HubLimits, AFullAccountTakesNothingMoreUntilThereIsRoom) {
   EXPECT_EQ(HubClient(hub.port(), token).put("/v1/o/f/4", std::string(3000, 'x')).status, 201);
 }
 
+TEST_F(HubLimits, TheLastByteOfTheQuotaIsThereToBeUsed) {
+  accountCommand(directory.path(), {"quota", "ada", "10 KiB"});
+  // The folder counts for 1 KiB.
+  EXPECT_EQ(client.put("/v1/o/f/1", std::string(9 * 1024 + 1, 'x')).status, 507);
+  EXPECT_EQ(HubClient(hub.port(), token).put("/v1/o/f/1", std::string(9 * 1024, 'x')).status, 201);
+}
+
 TEST_F(HubLimits, UploadsAtTheSameTimeDoNotPassTheQuotaTogether) {
   accountCommand(directory.path(), {"quota", "ada", "10 KiB"});
   std::vector<std::unique_ptr<HubClient>> writers;

@@ -1,8 +1,14 @@
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/files/RegularFile.h"
 #include "tests/corvane-hub/HubServerTest.h"
 
@@ -11,6 +17,16 @@ namespace corvane {
 namespace {
 
 using HubTokens = HubServerTest;
+
+/// Whether a thread of the process waits for a lock on a file.
+bool isWaitingForALock(pid_t process) {
+  std::ifstream locks("/proc/locks");
+  const std::string number = ' ' + std::to_string(process) + ' ';
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("->") != std::string::npos && line.find(number) != std::string::npos) return true;
+  }
+  return false;
+}
 
 TEST_F(HubTokens, NobodyGetsInWithoutAGoodOne) {
   const std::string secret = token.substr(token.rfind('.') + 1);
@@ -70,6 +86,23 @@ TEST_F(HubTokens, ACommandMakesNothingAfterARevokingOneHasEnded) {
   EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/2").status, 404);
 }
 
+// As a command on another host does, of which this server has no notice.
+TEST_F(HubTokens, TheTokenIsLookedAtOnceMoreBeforeAnythingIsMade) {
+  const std::string account = directory / "data/accounts/ada", file = account + "/tokens/laptop";
+  ASSERT_EQ(client.put("/v1/o/f/1", "first").status, 201);
+  const FileDescriptor ledger(::open((account + "/usage").c_str(), O_RDWR | O_CLOEXEC));
+  ASSERT_EQ(::flock(ledger.number(), LOCK_EX), 0);
+  client.send(client.request("PUT", "/v1/o/f/2", "Content-Length: 6\r\n") + "second");
+  while (!isWaitingForALock(hub.process())) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::string record;
+  ASSERT_FALSE(readRegular(file, record, [](const struct stat&) { return std::error_code(); }));
+  std::ofstream(file, std::ios::binary) << "revoked " << record;
+  ASSERT_EQ(::flock(ledger.number(), LOCK_UN), 0);
+  EXPECT_EQ(client.receive().status, 403);
+  const std::string other = accountCommand(directory.path(), {"token", "ada", "phone"});
+  EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/2").status, 404);
+}
+
 TEST_F(HubTokens, AComputerThatWasRevokedCanGetANewOne) {
   EXPECT_NE(runAccountCommand(directory.path(), {"token", "ada", "laptop"}).status, 0);
   accountCommand(directory.path(), {"revoke", "ada", "laptop"});
@@ -90,6 +123,14 @@ TEST_F(HubTokens, ARemovedAccountIsGoneWithWhatItHeld) {
   EXPECT_TRUE(std::filesystem::is_empty(directory / "data/removed"));
   const std::string again = accountCommand(directory.path(), {"add", "ada", "laptop"});
   EXPECT_EQ(HubClient(hub.port(), again).get("/v1/list/f").body, "end\n");
+}
+
+TEST_F(HubTokens, ALinkAmongTheObjectsLeadsNowhere) {
+  ASSERT_EQ(client.put("/v1/o/f/1", "first").status, 201);
+  std::filesystem::create_symlink(directory / "data/accounts/ada/tokens/laptop",
+                                  directory / "data/accounts/ada/objects/f/2");
+  EXPECT_EQ(client.get("/v1/o/f/2").status, 500);
+  EXPECT_EQ(HubClient(hub.port(), token).get("/v1/list/f").body.find("f/2"), std::string::npos);
 }
 
 TEST_F(HubTokens, TheAccountsAreClosedToOtherUsers) {
