@@ -1,0 +1,68 @@
+#!/usr/bin/env python3
+"""Runs corvane-service-bench with small numbers.  usage: service_bench_test.py PROGRAM"""
+
+import re
+import subprocess
+import sys
+import unittest
+
+PROGRAM = sys.argv.pop()
+
+
+def run(*options):
+    return subprocess.run([PROGRAM, *options], capture_output=True, text=True)
+
+
+def size(text):
+    number, unit = text.split()
+    return float(number) * {"kB": 1e3, "MB": 1e6}[unit]
+
+
+class ServiceBench(unittest.TestCase):
+    def rows(self, *options):
+        """The tables' rows, as lists of their cells."""
+        done = run(*options)
+        self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
+        return [line.strip("| ").split(" | ") for line in done.stdout.splitlines() if re.match(r"\| [^-]", line)]
+
+    def test_a_quiet_session_is_two_requests_and_an_edit_passes_none_of_the_records(self):
+        for place in ("directory", "hub"):
+            rows = {cells[0]: cells[1:] for cells in self.rows("places", "--places", place, "--records", "3000")}
+            self.assertEqual(rows["quiet session"][0], "2")
+            self.assertLess(size(rows["quiet session"][2]), 1000)
+            # Two looks at the newest commit and the next slot, one put, and another look.
+            self.assertEqual(rows["one edit"][0], "7")
+            self.assertLess(size(rows["one edit"][1]), 5000)
+            # Three thousand records with their names and addresses have to pass.
+            self.assertGreater(size(rows["first push of 3,000"][1]), 30_000)
+            self.assertGreater(size(rows["pull of the same"][2]), 30_000)
+
+    def test_more_records_or_accounts_make_no_more_requests(self):
+        for what, sessions in (("records", ("quiet", "one edit", "taking it in")), ("accounts", ("quiet", "one edit"))):
+            rows = self.rows(what, f"--{what}", "1,20")
+            for session in sessions:
+                requests = {cells[2] for cells in rows if cells[1] == session}
+                self.assertEqual(len(requests), 1, (what, session, rows))
+
+    def test_what_is_old_is_collected_in_the_course_of_a_year(self):
+        rows = self.rows("year", "--days", "40", "--records", "20")
+        counts = {cells[0]: [int(cell.replace(",", "")) for cell in cells[1:] if " " not in cell] for cells in rows
+                  if cells[0].isdigit()}
+        _, sessions, edits, commits, checkpoints, objects, removed = counts["40"]
+        self.assertEqual(edits, 40 * 20 + 5 + 1)
+        self.assertGreater(sessions, edits)
+        self.assertGreaterEqual(commits, edits)
+        self.assertGreater(checkpoints, 5)
+        self.assertGreater(removed, 0)
+        self.assertLess(objects, commits)
+
+    def test_a_command_line_that_cannot_be_followed_is_explained(self):
+        for options in ([], ["all"], ["places", "--places", "moon"], ["records", "--records"], ["year", "--days", "0"],
+                        ["accounts", "--records", "1"], ["places", "--records", "many"]):
+            done = run(*options)
+            self.assertEqual(done.returncode, 2, options)
+            self.assertIn("usage: corvane-service-bench", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
