@@ -43,9 +43,9 @@ class Stopwatch {
 // Notes what passes through it.
 class NotedHub : public pelto::Hub {
  public:
-  NotedHub(std::unique_ptr<pelto::Place> place, const pelto::Sealer& sealer, pelto::EnabledSetting& setting,
-           pelto::ChainHubOptions options, Session& session)
-      : _place(std::move(place)), _hub(*_place, sealer, setting, std::move(options)), _session(session) {}
+  NotedHub(std::unique_ptr<pelto::Place> place, const pelto::Sealer& sealer, pelto::ChainHubOptions options,
+           Session& session)
+      : _place(std::move(place)), _hub(*_place, sealer, std::move(options)), _session(session) {}
 
   pelto::RemoteChanges remoteChanges(const std::vector<pelto::HubState>& seen) override {
     const Stopwatch timed(wallSeconds, _session.serviceSeconds);
@@ -60,8 +60,6 @@ class NotedHub : public pelto::Hub {
     return pushed;
   }
   bool hasPush(const String& pushId) override { return _hub.hasPush(pushId); }
-  bool isEnabled(const String& dataClass) override { return _hub.isEnabled(dataClass); }
-  void setEnabled(const String& dataClass, bool enabled) override { _hub.setEnabled(dataClass, enabled); }
 
  private:
   std::unique_ptr<pelto::Place> _place;
@@ -96,7 +94,7 @@ Session Computer::sync(const loomer::TruthPlanner& edit) {
     loomer::EmbeddedManager manager(_store);
     loomer::HubExchange exchange(manager.clients(), [&] {
       const pelto::ChainHubOptions options{.keptPath = keptPath(), .computer = _identifier};
-      return std::make_unique<NotedHub>(_connect(), _sealer, *this, options, session);
+      return std::make_unique<NotedHub>(_connect(), _sealer, options, session);
     });
     exchange.takeIn();
     if (edit) {

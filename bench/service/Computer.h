@@ -32,7 +32,7 @@ struct Session {
 
 /// A computer of one account: an engine's store, and what is kept of the chain, in a home of its own. Between
 /// two sessions nothing of it is open, as between two runs of the tool.
-class Computer : public pelto::EnabledSetting {
+class Computer {
  public:
   /// `sealer` is the account's, and must outlive this object.
   Computer(const pelto::Sealer& sealer, Connect connect, std::string home);
@@ -49,9 +49,6 @@ class Computer : public pelto::EnabledSetting {
   std::string tree() const;
   /// What it knows of the chain.
   pelto::chain::Kept kept() const;
-
-  bool isEnabled(const String& /*dataClass*/) override { return true; }
-  void setEnabled(const String& /*dataClass*/, bool /*enabled*/) override {}
 
  private:
   std::string keptPath() const { return _home + "/Chain.plist"; }
