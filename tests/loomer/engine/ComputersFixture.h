@@ -108,8 +108,8 @@ class HubTest : public ComputersTest, public testing::WithParamInterface<MemoryH
  protected:
   HubTest() : ComputersTest(GetParam()) {}
 
-  /// That many records on the first computer, in folders of a hundred records each, since an edit looks at all
-  /// siblings. Answers the ids of the bookmarks.
+  /// That many records on the first computer, in folders of a hundred records each, since an edit looks at
+  /// all siblings. Answers the ids of the bookmarks.
   std::vector<std::string> bookmarkMuch(int records) {
     std::vector<std::string> bookmarks;
     std::string folder;
