@@ -272,7 +272,8 @@ TEST_F(LyingHubTest, ListingsOfWhatCannotBeOrIsNotThere) {
     for (const bool isMore : {true, false}) {
       SCOPED_TRACE(line + (isMore ? " besides" : " alone"));
       meet(
-          [&](const LyingHub::Request& request, const std::string& honest, ScriptedConnection& connection) {
+          [line, isMore](const LyingHub::Request& request, const std::string& honest,
+                         ScriptedConnection& connection) {
             const bool isListing = request.target.starts_with("/v1/list/");
             connection.send(isListing ? httpAnswer("200 OK", line + (isMore ? bodyOf(honest) : "end\n"))
                                       : honest);
@@ -298,8 +299,9 @@ TEST_F(LyingHubTest, AnswersWithoutAnEndTakeNoMemoryThatMatters) {
     ::getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss / 1024;  // MiB
   };
-  const std::string block(1 << 20, '1');
-  const Lie endless = [&](const LyingHub::Request&, const std::string&, ScriptedConnection& connection) {
+  // Sent until its connection ends, which may be after the test.
+  static const std::string block(1 << 20, '1');
+  const Lie endless = [](const LyingHub::Request&, const std::string&, ScriptedConnection& connection) {
     connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
     while (connection.send("100000\r\n" + block + "\r\n")) {
     }
