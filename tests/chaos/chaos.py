@@ -29,7 +29,7 @@ import histories  # noqa: E402
 import places  # noqa: E402
 import power  # noqa: E402
 import proxy  # noqa: E402
-from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, root_with, write  # noqa: E402
+from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, root_with, taken_lines, write  # noqa: E402
 
 SESSION_SECONDS = 900
 SETTLEMENT_ROUNDS = 20
@@ -74,12 +74,7 @@ class Computer(Home):
 
     def lines(self):
         """What was logged since this was asked last."""
-        if not os.path.exists(self.log):
-            return []
-        with open(self.log, encoding="utf-8") as file:
-            found = file.read().splitlines()
-        os.remove(self.log)
-        return found
+        return taken_lines(self.log)
 
     def must(self, program, *arguments, given=""):
         """On a slow machine a place may take longer than the programs wait."""

@@ -18,7 +18,7 @@ TESTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
 SEAL_ORACLE = os.path.join(TESTS, "pelto", "seal", "seal_oracle.py")
 sys.path.insert(0, os.path.join(TESTS, "crash"))
 
-from homes import FIRST, Home, Tools, leaf, root_with, write  # noqa: E402
+from homes import FIRST, Home, Tools, leaf, root_with, taken_lines, write  # noqa: E402
 
 # What is interrupted at some points is interrupted at all of them.
 EVERYWHERE = "CORVANE_EVERYWHERE" in os.environ
@@ -188,12 +188,7 @@ class Computer(Home):
 
     def lines(self):
         """What was logged since this was asked last."""
-        if not os.path.exists(self.log):
-            return []
-        with open(self.log, encoding="utf-8") as file:
-            found = file.read().splitlines()
-        os.remove(self.log)
-        return found
+        return taken_lines(self.log)
 
     def run(self, *arguments):
         """The tool's exit status."""

@@ -167,6 +167,16 @@ def root_with(children):
             "UnknownInRoot": ["kept", 1], "Children": children}
 
 
+def taken_lines(log):
+    """What was logged since this was asked last: reading takes the file away."""
+    if not os.path.exists(log):
+        return []
+    with open(log, encoding="utf-8") as file:
+        found = file.read().splitlines()
+    os.remove(log)
+    return found
+
+
 def write_two_histories(home):
     """Two files that grew apart: some is in both, some in one alone."""
     write(home.bookmarks(FIRST), root_with([
