@@ -326,6 +326,8 @@ TEST_F(ReadingTest, WrongUsageIsExplained) {
       {"limit 0", {"sessions", "--limit=0"}, 2, "--limit wants a number of at least 1"},
       {"number missing", {"sessions", "--limit"}, 2, "--limit wants a number after it"},
       {"value for a switch", {"status", "--json=yes"}, 2, "--json takes no value"},
+      {"version of a command", {"status", "--version"}, 2, "status has no option \"--version\""},
+      {"version and more", {"--version", "now"}, 2, "there is no command \"--version\""},
   };
   for (const UsageRow& row : wrong) {
     const Run run = ctl(row.arguments);
@@ -347,6 +349,14 @@ TEST_F(ReadingTest, EveryCommandHasHelpThatNeedsNoStore) {
     EXPECT_THAT(run.out, HasSubstr(std::string("usage: loomerctl ") + command));
     EXPECT_THAT(run.out, HasSubstr("Exit status: 0 fine, 1 nothing found or refused"));
   }
+}
+
+TEST_F(ReadingTest, VersionNeedsNoStore) {
+  useEmptyHome();
+  const Run run = ctl({"--version"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.out, MatchesRegex("loomerctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+  EXPECT_EQ(run.err, "");
 }
 
 TEST_F(ReadingTest, HelpFillsLinesOfEightyColumns) {

@@ -7,6 +7,7 @@ usage: scripts_test.py PROJECT_ROOT BUILD_DIRECTORY [TEST...]
 import os
 import pathlib
 import plistlib
+import re
 import shutil
 import stat
 import subprocess
@@ -138,6 +139,16 @@ class Listing(ScriptTest):
         done = subprocess.run([sys.executable, ROOT / "scripts/show-bookmarks", path], capture_output=True,
                               env={**os.environ, "PYTHONIOENCODING": "ascii"}, timeout=60)
         self.assertEqual((done.returncode, done.stdout), (0, b"T\\xfcr  <http://a/>\n"), done.stderr)
+
+
+class Version(ScriptTest):
+    def test_the_program_the_build_and_the_newest_changes_have_one(self):
+        version = re.search(r"^project\(.* VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
+        self.assertRegex(version, r"^\d+\.\d+\.\d+$")
+        newest = re.search(r"^## (\S+) - \d{4}-\d\d-\d\d$", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1]
+        self.assertEqual(newest, version)
+        said = subprocess.run([os.path.join(BUILD, "bin", "loomerctl"), "--version"], capture_output=True, text=True, timeout=60)
+        self.assertEqual((said.returncode, said.stdout), (0, f"loomerctl {version}\n"), said.stderr)
 
 
 class Installation(ScriptTest):

@@ -9,6 +9,7 @@
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/Version.h"
 
 namespace corvane::loomerctl {
 
@@ -217,7 +218,7 @@ void writeOptions(Output& out, unsigned options) {
 
 void writeHelp(Output& out) {
   out.write(wrapped("Shows and repairs what the sync engine agreed on with the clients of your bookmarks.") +
-            "\nusage: loomerctl COMMAND [OPTION]... [ARGUMENT]\n\n");
+            "\nusage: loomerctl COMMAND [OPTION]... [ARGUMENT]\n       loomerctl --version\n\n");
   Table table(out, {{"Commands"}, {""}});
   for (const Command& each : kCommands) {
     const std::string argument = *each.argument ? std::string(" ") + each.argument : "";
@@ -337,6 +338,10 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
     } else {
       writeHelp(out);
     }
+    return statusFine;
+  }
+  if (arguments == std::vector<std::string>{"--version"}) {
+    out.write(std::string("loomerctl ") + kVersion + '\n');
     return statusFine;
   }
   if (!command) throw UsageError{unknownCommand(arguments[0])};
