@@ -1,10 +1,13 @@
 # The build tree and the installed tree have one shape:
-#   Corvane.app/Contents/CorvaneSyncClient.app/Contents/Linux/corvanetool
-#   Corvane.app/Contents/CorvaneSyncClient.app/Contents/Resources/...
-#   bin/corvanetool -> ../Corvane.app/... (a relative link)
+#   lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app/Contents/Linux/corvanetool
+#   lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app/Contents/Resources/...
+#   lib/corvane/System/Library/...
+#   bin/corvanetool -> ../lib/corvane/Corvane.app/... (a relative link)
+# The tool finds everything from its own place, without the link: both trees can be moved.
 
-set(CORVANE_CLIENT_CONTENTS "Corvane.app/Contents/CorvaneSyncClient.app/Contents")
-set(CORVANE_SYSTEM_RESOURCES "System/Library/PrivateFrameworks/Quillet.framework/Resources")
+set(CORVANE_LIBRARY "lib/corvane")
+set(CORVANE_CLIENT_CONTENTS "${CORVANE_LIBRARY}/Corvane.app/Contents/CorvaneSyncClient.app/Contents")
+set(CORVANE_SYSTEM_RESOURCES "${CORVANE_LIBRARY}/System/Library/PrivateFrameworks/Quillet.framework/Resources")
 
 # corvane_place_tool(target)
 # Puts the tool's executable into the client's bundle, with "bin/corvanetool" as a link to it.

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kContents = "Corvane.app/Contents/CorvaneSyncClient.app/Contents";
+constexpr const char* kContents = "lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app/Contents";
 
 void require(bool succeeded, const char* call) {
   if (!succeeded) throw std::system_error(errno, std::generic_category(), call);
@@ -49,10 +49,10 @@ Installation::Installation() {
   fs::copy(CORVANE_TOOL, top / kContents / "Linux/corvanetool");
   fs::create_symlink(fs::path("..") / kContents / "Linux/corvanetool", top / "bin/corvanetool");
   fs::copy(CORVANE_RESOURCES, top / kContents / "Resources", fs::copy_options::recursive);
-  const fs::path schema = top / "System/Library/PrivateFrameworks/Quillet.framework/Resources";
+  const fs::path schema = top / "lib/corvane/System/Library/PrivateFrameworks/Quillet.framework/Resources";
   fs::create_directories(schema);
   fs::copy(fs::path(CORVANE_RESOURCES) / "Corvane.syncschema", schema);
-  const fs::path agent = top / "System/Library/Frameworks/Nuvolo.framework";
+  const fs::path agent = top / "lib/corvane/System/Library/Frameworks/Nuvolo.framework";
   fs::create_directories(agent);
   fs::copy(CORVANE_HOLDING_AGENT, agent / "libNuvolo.so");
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The scripts before they do anything: what they refuse, and what they would install. And what an installation leaves.
+"""The scripts before they do anything: what they refuse, and what they would install.
 
 usage: scripts_test.py PROJECT_ROOT BUILD_DIRECTORY [TEST...]
 """
@@ -9,7 +9,6 @@ import pathlib
 import plistlib
 import re
 import shutil
-import stat
 import subprocess
 import sys
 import tempfile
@@ -149,26 +148,6 @@ class Version(ScriptTest):
         self.assertEqual(newest, version)
         said = subprocess.run([os.path.join(BUILD, "bin", "loomerctl"), "--version"], capture_output=True, text=True, timeout=60)
         self.assertEqual((said.returncode, said.stdout), (0, f"loomerctl {version}\n"), said.stderr)
-
-
-class Installation(ScriptTest):
-    def test_everybody_may_read_what_was_installed_under_a_closed_umask(self):
-        prefix = os.path.join(self.directory, "prefix")
-        environment = {key: value for key, value in os.environ.items() if key != "DESTDIR"}
-        done = subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], env=environment, umask=0o077,
-                              capture_output=True, text=True, timeout=300)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        closed, files = [], 0
-        for where, directories, names in os.walk(prefix):
-            for name in (*directories, *names):
-                path = os.path.join(where, name)
-                mode = os.stat(path).st_mode
-                needed = 0o055 if stat.S_ISDIR(mode) or mode & 0o100 else 0o044
-                if mode & needed != needed:
-                    closed.append(f"{os.path.relpath(path, prefix)}: {stat.filemode(mode)}")
-            files += len(names)
-        self.assertEqual(closed, [])
-        self.assertTrue(os.path.exists(os.path.join(prefix, "bin", "corvanetool")), f"{files} files")
 
 
 def main():
