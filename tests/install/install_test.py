@@ -5,6 +5,8 @@ usage: install_test.py BUILD_DIRECTORY SYSLOG_LIBRARY [TEST...]
 """
 
 import os
+import pathlib
+import re
 import stat
 import subprocess
 import sys
@@ -73,6 +75,40 @@ class Layout(Installation):
             self.assertIn(f"ExecStart={self.made_at}/bin/corvane-hub serve\n", file.readlines())
 
 
+class Documents(Installation):
+    def files(self, directory, pattern):
+        return sorted(pathlib.Path(self.installed(directory)).glob(pattern))
+
+    def manual_pages(self):
+        return {f"{path.stem}({path.suffix[1:]})" for path in self.files("share/man", "man*/*")}
+
+    def test_each_command_has_a_manual_page(self):
+        described = {page.split("(")[0] for page in self.manual_pages()}
+        self.assertEqual([command for command in COMMANDS if command not in described], [])
+
+    def test_messages_name_only_documents_that_are_installed(self):
+        documents = {path.name for path in self.files("share/doc/corvane-sync", "*")} | self.manual_pages()
+        named = set()
+        for command in COMMANDS:
+            texts = subprocess.run(["objcopy", "-O", "binary", "--only-section=.rodata", self.installed("bin", command),
+                                    "/dev/stdout"], stdout=subprocess.PIPE, check=True, timeout=60).stdout
+            named.update(each.decode() for each in re.findall(rb"\b[\w.-]+\([1578]\)|\b[\w-]+\.md\b", texts))
+        self.assertIn("loomerctl(1)", named)
+        self.assertEqual(sorted(named - documents), [])
+
+    def test_manual_pages_name_only_pages_that_are_installed(self):
+        for page in self.files("share/man", "man*/*"):
+            text = page.read_text(encoding="utf-8")
+            named = {f"{name}({section})" for name, section in re.findall(r"^\.Xr (\S+) (\d)", text, re.MULTILINE)}
+            self.assertTrue(named, page.name)
+            self.assertEqual(sorted(named - self.manual_pages()), [], page.name)
+
+    def test_links_of_documents_lead_to_documents_that_are_installed(self):
+        for document in self.files("share/doc/corvane-sync", "*.md"):
+            for link in re.findall(r"\]\(([^)#]+)", document.read_text(encoding="utf-8")):
+                self.assertTrue(link.startswith("https://") or (document.parent / link).exists(), f"{document.name}: {link}")
+
+
 class Moved(Installation):
     def test_each_command_runs(self):
         for command, status, text in (("corvanetool", 1, "what you trying to do?"), ("loomerctl", 2, "usage: loomerctl"),
@@ -87,6 +123,15 @@ class Moved(Installation):
         self.assertEqual(home.sync(FIRST)[0], 0, taken_lines(log))
         self.assertIn(FIRST, home.control("clients")[1])
         self.assertIn("One", home.control("tree")[1])
+
+    def test_the_manuals_example_of_a_bookmarks_file_is_one(self):
+        page = pathlib.Path(self.installed("share/man/man5/corvane-bookmarks.5")).read_text(encoding="utf-8")
+        home, log = self.home()
+        pathlib.Path(home.bookmarks(FIRST)).write_text(re.search(r"^\.Bd -literal.*?\n(.*?)^\.Ed", page, re.M | re.S)[1])
+        self.assertEqual(home.sync(FIRST)[0], 0, taken_lines(log))
+        tree = home.control("tree")[1]
+        for text in ("Recipes", "Bread", "https://bread.example.com/"):
+            self.assertIn(text, tree)
 
     def test_a_session_needs_the_schema_that_was_installed(self):
         home, log = self.home(leaf("One"))
