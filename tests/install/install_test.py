@@ -108,6 +108,12 @@ class Documents(Installation):
             for link in re.findall(r"\]\(([^)#]+)", document.read_text(encoding="utf-8")):
                 self.assertTrue(link.startswith("https://") or (document.parent / link).exists(), f"{document.name}: {link}")
 
+    def test_completions_lie_where_each_shell_looks(self):
+        names = ("corvanetool", "loomerctl")
+        for directory, name in (("bash-completion/completions", "{}"), ("zsh/site-functions", "_{}"),
+                                ("fish/vendor_completions.d", "{}.fish")):
+            self.assertEqual([path.name for path in self.files("share/" + directory, "*")], [name.format(each) for each in names])
+
 
 class Moved(Installation):
     def test_each_command_runs(self):
