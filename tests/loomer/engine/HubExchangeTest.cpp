@@ -74,8 +74,8 @@ TEST_P(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
     loomer::forgetClient(a->store(), clients.find(loomer::kHubClientIdentifier)->id);
   };
   ASSERT_EQ(a->sync(), "");
-  EXPECT_EQ(std::count(hub.calls.begin(), hub.calls.end(), "remote changes"), 3)
-      << "twice before the session of the bookmarks and once after it";
+  EXPECT_EQ(std::count(hub.calls.begin(), hub.calls.end(), "remote changes"), 2)
+      << "both before the session of the bookmarks";
   settle();
   EXPECT_EQ(b->text(), "1@http://1/");
 }
@@ -176,6 +176,45 @@ TEST_F(ChainTest, APlaceWithoutRoomIsReadAndGivenNothingUntilThereIsRoom) {
     settle();
     EXPECT_NE(b->find(title), "");
   }
+}
+
+TEST_F(ChainTest, AQuietSessionTakesTwoRequestsAnEditFiveAndItsTakingInFour) {
+  settle();
+  a->client->addBookmark("", "1", "http://1/");
+  settle();
+  const auto requestsOf = [this](Computer& computer) {
+    hub.placeRequests = 0;
+    EXPECT_EQ(computer.sync(), "");
+    return hub.placeRequests;
+  };
+  EXPECT_EQ(requestsOf(*a), 2u);
+  a->client->rename(a->find("1"), "one");
+  EXPECT_EQ(requestsOf(*a), 5u);
+  EXPECT_EQ(requestsOf(*b), 4u);
+  EXPECT_EQ(b->text(), "one@http://1/");
+  b->client->rename(b->find("one"), "1");
+  EXPECT_EQ(requestsOf(*b), 5u);
+  EXPECT_EQ(requestsOf(*b), 2u);
+}
+
+TEST_P(HubTest, WhoWasOvertakenSinceTheSessionBeganTakesThatInAndGivesInTheSameRun) {
+  settle();
+  a->client->addBookmark("", "Of a", "http://a/");
+  hub.onCall = [this](const std::string& call) {
+    if (call != "remote changes") return;
+    hub.onCall = [this](const std::string& next) {
+      if (next != "push") return;
+      hub.onCall = nullptr;
+      b->client->addBookmark("", "Of b", "http://b/");
+      ASSERT_EQ(b->sync(), "");
+      hub.calls.clear();
+    };
+  };
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.calls, (std::vector<std::string>{"remote changes", "has push", "push", "pushed"}));
+  EXPECT_EQ(hub.live(), 2u);
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_NE(b->find("Of a"), "");
 }
 
 class CutOffAfterThePush : public HubTest {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 
@@ -128,7 +129,10 @@ class MemoryHub::ChainConnection : public pelto::Hub {
   template <typename Work>
   auto atPlace(const Work& work) {
     _memory.objects.swap(_hub.state.objects);
-    const std::shared_ptr<void> back(nullptr, [this](void*) { _memory.objects.swap(_hub.state.objects); });
+    const std::shared_ptr<void> back(nullptr, [this](void*) {
+      _memory.objects.swap(_hub.state.objects);
+      _hub.placeRequests += std::exchange(_memory.requests, 0);
+    });
     return work();
   }
 

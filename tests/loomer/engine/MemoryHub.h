@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -54,6 +55,7 @@ class MemoryHub {
   std::vector<std::string> calls;
   /// Of the chain: as MemoryPlace::onCall.
   std::function<void(const std::string&)> onPlaceCall;
+  std::size_t placeRequests = 0;  ///< as MemoryPlace::requests
 
  private:
   class Connection;

@@ -15,6 +15,7 @@ class MemoryPlace::Connection : public Place {
 
   Made putNew(const std::string& name, std::string_view bytes) override {
     requirePlaceName(name);
+    ++_place.requests;
     note("put new");
     const bool isMade = _place.objects.try_emplace(name, Object{std::string(bytes), now()}).second;
     note("put new done");
@@ -22,6 +23,7 @@ class MemoryPlace::Connection : public Place {
   }
 
   void put(const std::vector<NamedBytes>& written) override {
+    _place.requests += written.size();
     note("put");
     for (const NamedBytes& each : written) {
       requirePlaceName(each.name);
@@ -31,6 +33,7 @@ class MemoryPlace::Connection : public Place {
   }
 
   std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override {
+    _place.requests += requests.size();
     note("get");
     std::vector<GetAnswer> answers;
     for (const GetRequest& each : requests) answers.push_back(answerTo(each));
@@ -40,6 +43,7 @@ class MemoryPlace::Connection : public Place {
 
   std::vector<PlaceObject> list(const std::string& folder) override {
     requirePlaceFolder(folder);
+    ++_place.requests;
     note("list");
     std::vector<PlaceObject> found;
     for (const auto& [name, object] : _place.objects) {
@@ -50,6 +54,7 @@ class MemoryPlace::Connection : public Place {
   }
 
   void remove(const std::vector<std::string>& names) override {
+    _place.requests += names.size();
     note("remove");
     for (const std::string& each : names) _place.objects.erase(each);
     note("remove done");

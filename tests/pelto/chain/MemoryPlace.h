@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
@@ -31,6 +32,7 @@ class MemoryPlace {
   /// and "… done". What it raises, the call raises.
   std::function<void(const std::string&)> onCall;
   std::vector<std::string> calls;
+  std::size_t requests = 0;  ///< objects and folders that these calls named: of a server, one request each
 
  private:
   class Connection;

@@ -44,7 +44,10 @@ HubExchange::HubExchange(ClientRegistry& clients, HubOpener openHub)
 
 HubExchange::~HubExchange() = default;
 
-void HubExchange::takeIn() { guarded(&HubExchange::exchange); }
+void HubExchange::takeIn() {
+  _known.reset();
+  guarded(&HubExchange::exchange);
+}
 
 void HubExchange::giveChanges() { guarded(&HubExchange::giveEverything); }
 
@@ -66,6 +69,7 @@ void HubExchange::exchange() {
     const Outcome outcome = exchangeOnce();
     _hasMore = outcome == Outcome::more && _hasRoom;
     if (outcome != Outcome::overtaken) return;
+    _known.reset();
     Platform::current().clock.sleep(kPauseSeconds * attempt);
   }
   throw PlatformException(pelto::DotPeltoException, "other computers gave changes all the time. Sync again.");
@@ -82,7 +86,7 @@ void HubExchange::giveEverything() {
 HubExchange::Outcome HubExchange::exchangeOnce() {
   LoomerClient& client = hubClient();
   const HubPast past(client);
-  pelto::RemoteChanges remote = _hub->remoteChanges(past.states());
+  pelto::RemoteChanges remote = remoteChanges(past);
   if (!remote.enabled) {
     _ended = true;
     return Outcome::done;
@@ -96,6 +100,22 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
     return Outcome::done;
   const std::size_t mostRecords = _hasRoom ? _mostRecords : 0;
   return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(remote), mostRecords));
+}
+
+// Where the base corresponds to the state that the service was in when it answered last, nothing is new.
+pelto::RemoteChanges HubExchange::remoteChanges(const HubPast& past) {
+  if (_known && !past.empty() && past.newest() == _known->now) return *_known;
+  pelto::RemoteChanges remote = _hub->remoteChanges(past.states());
+  _known.reset();
+  if (remote.enabled) {
+    pelto::RemoteChanges& known = _known.emplace();
+    known.enabled = true;
+    known.now = remote.now;
+    known.common = remote.now;
+    known.room = remote.room;
+    known.roomForBytes = remote.roomForBytes;
+  }
+  return remote;
 }
 
 HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {

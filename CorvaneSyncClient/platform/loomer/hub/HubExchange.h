@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
@@ -30,7 +31,8 @@ class HubExchange : public Exchange {
   /// lacks.
   void takeIn() override;
   /// Gives everything that the service lacks, for a minute or two at most. Does not contact it when it lacks
-  /// nothing.
+  /// nothing, and does not ask again what `takeIn` has heard: a push shows whether another computer was
+  /// faster.
   void giveChanges() override;
 
  private:
@@ -45,6 +47,7 @@ class HubExchange : public Exchange {
   void exchange();
   void giveEverything();
   Outcome exchangeOnce();
+  pelto::RemoteChanges remoteChanges(const HubPast& past);
   Outcome runSession(LoomerClient& client, HubClient source);
   Outcome takeInAlone();
   void suitPush(double seconds, bool wasFull);
@@ -55,6 +58,8 @@ class HubExchange : public Exchange {
   ClientRegistry& _clients;
   HubOpener _openHub;
   std::unique_ptr<pelto::Hub> _hub;
+  /// What the service answered last, without its changes; absent once another computer was faster since.
+  std::optional<pelto::RemoteChanges> _known;
   std::size_t _mostRecords;  ///< in one push
   bool _hasMore = false;     ///< to give than the last push took
   bool _hasRoom = true;      ///< at the service, as far as this run knows

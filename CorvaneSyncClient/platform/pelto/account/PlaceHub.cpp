@@ -111,7 +111,12 @@ class PlaceHub : public Hub {
       adopt(*change);
     }
   }
-  HubPushed push(const HubPush& push) override { return _exchange->hub.push(push); }
+  // The user may have switched bookmarks off since the changes were asked for: whoever asks again hears of
+  // it.
+  HubPushed push(const HubPush& push) override {
+    if (!isSwitchedOn()) return {};
+    return _exchange->hub.push(push);
+  }
   bool hasPush(const String& pushId) override { return _exchange->hub.hasPush(pushId); }
 
  private:
