@@ -125,8 +125,8 @@ class Zsh(Terminal):
     def __init__(self, home):
         directory = shlex.quote(os.path.join(COMPLETIONS, "zsh"))
         super().__init__(home, ["zsh", "-f", "-i"],
-                         f"fpath=({directory} $fpath); autoload -Uz compinit; compinit -u -d .dump; bindkey -e; setopt no_beep; "
-                         "bindkey '^I' complete-word; zstyle ':completion:*' completer _all_matches _complete; "
+                         f"fpath=({directory} $fpath); autoload -Uz compinit; compinit -u -d .dump; bindkey -e; "
+                         "setopt no_beep; bindkey '^I' complete-word; zstyle ':completion:*' completer _all_matches _complete; "
                          "zstyle ':completion:*' insert true")
 
     def completed(self, line):
@@ -140,8 +140,9 @@ class Fish:
     def completed(self, line):
         files = "; ".join("source " + shlex.quote(os.path.join(COMPLETIONS, "fish", name + ".fish"))
                           for name in ("loomerctl", "corvanetool"))
-        done = subprocess.run(["fish", "--no-config", "-c", f"{files}; complete -C {shlex.quote(line)}"], cwd=self.home.path,
-                              env=self.home.environment, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
+        done = subprocess.run(["fish", "--no-config", "-c", f"{files}; complete -C {shlex.quote(line)}"],
+                              cwd=self.home.path, env=self.home.environment, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=120)
         if done.stderr:
             raise RuntimeError(done.stderr)
         return [each.split("\t")[0] for each in done.stdout.splitlines()]

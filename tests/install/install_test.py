@@ -112,7 +112,8 @@ class Documents(Installation):
         names = ("corvanetool", "loomerctl")
         for directory, name in (("bash-completion/completions", "{}"), ("zsh/site-functions", "_{}"),
                                 ("fish/vendor_completions.d", "{}.fish")):
-            self.assertEqual([path.name for path in self.files("share/" + directory, "*")], [name.format(each) for each in names])
+            found = [path.name for path in self.files("share/" + directory, "*")]
+            self.assertEqual(found, [name.format(each) for each in names])
 
 
 class Moved(Installation):

@@ -5,6 +5,7 @@ usage: manual_pages_test.py MANDOC DIRECTORY_OF_PAGES [TEST...]
 """
 
 import pathlib
+import re
 import subprocess
 import sys
 import unittest
@@ -29,8 +30,9 @@ class ManualPages(unittest.TestCase):
 
     def test_no_line_is_wider_than_a_terminal(self):
         for page in self.pages():
-            done = subprocess.run([MANDOC, "-Tutf8", "-Owidth=80", page], capture_output=True, text=True, check=True, timeout=60)
-            text = subprocess.run(["col", "-b"], input=done.stdout, capture_output=True, text=True, check=True, timeout=60).stdout
+            done = subprocess.run([MANDOC, "-Tutf8", "-Owidth=80", page], capture_output=True, text=True, check=True,
+                                  timeout=60)
+            text = re.sub(".\b", "", done.stdout)  # what is printed over stands for bold and underlined text
             self.assertEqual([line for line in text.splitlines() if len(line) > 80], [], page.name)
 
 

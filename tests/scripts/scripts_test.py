@@ -92,6 +92,8 @@ class Answers(ScriptTest):
             ("test", ["fuzz", "long"], 2, "fuzz takes a number of seconds"),
             ("demo", ["--help"], 0, "shows the main job"),
             ("demo", ["everything"], 2, "scripts/demo"),
+            ("package", ["-h"], 0, "makes the Debian packages"),
+            ("package", ["hub"], 2, "usage: scripts/package"),
             ("packages", ["all"], 2, "usage: packages"),
         ):
             with self.subTest(script=script, arguments=arguments):

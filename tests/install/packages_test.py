@@ -1,0 +1,90 @@
+#!/usr/bin/env python3
+"""The Debian packages of this build, looked into without being installed.
+
+usage: packages_test.py BUILD_DIRECTORY VERSION [TEST...]
+"""
+
+import gzip
+import os
+import pathlib
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+BUILD = None
+VERSION = None
+
+
+def sh(*command):
+    done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          umask=0o077, timeout=300)
+    if done.returncode != 0:
+        raise RuntimeError(f"{' '.join(map(str, command))}: exit status {done.returncode}\n{done.stdout}")
+    return done.stdout
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        directory = tempfile.TemporaryDirectory(prefix="corvane-packages-")
+        cls.addClassCleanup(directory.cleanup)
+        made = pathlib.Path(directory.name)
+        sh("cpack", "--config", os.path.join(BUILD, "CPackConfig.cmake"), "-B", made)
+        cls.packages = {path.name.split("_")[0]: path for path in made.glob("*.deb")}
+        cls.trees = {name: made / name for name in cls.packages}
+        for name, path in cls.packages.items():
+            sh("dpkg-deb", "--raw-extract", path, cls.trees[name])
+
+    def files(self, name):
+        """What the package installs, directories left out, by its path in the system."""
+        tree = self.trees[name]
+        return {f"/{path.relative_to(tree)}": path for path in tree.rglob("*")
+                if "DEBIAN" not in path.parts and not path.is_dir()}
+
+    def test_there_are_two_of_the_projects_version(self):
+        self.assertEqual(sorted(self.packages), ["corvane-hub", "corvane-sync"])
+        for path in self.packages.values():
+            self.assertEqual(sh("dpkg-deb", "--field", path, "Version").strip(), VERSION)
+
+    def test_each_command_is_in_one_of_them(self):
+        commands = {name: sorted(path for path in self.files(name) if path.startswith("/usr/bin/")) for name in self.packages}
+        self.assertEqual(commands, {"corvane-hub": ["/usr/bin/corvane-hub"],
+                                    "corvane-sync": ["/usr/bin/corvanetool", "/usr/bin/loomerctl"]})
+        self.assertTrue((self.trees["corvane-sync"] / "usr/bin/corvanetool").exists(), "a link that leads somewhere")
+
+    def test_everybody_may_read_and_none_but_root_write_what_was_packed_under_a_closed_umask(self):
+        for name, tree in self.trees.items():
+            for path in [*tree.rglob("*"), *(tree / "DEBIAN").rglob("*")]:
+                mode = path.lstat().st_mode
+                if not stat.S_ISLNK(mode):
+                    self.assertEqual(mode & 0o066, 0o044, f"{name}: {path.relative_to(tree)}")
+
+    def test_manual_pages_and_changes_are_compressed_and_told_to_dpkg(self):
+        for name in self.packages:
+            files = self.files(name)
+            pages = [path for path in files if path.startswith("/usr/share/man/")]
+            self.assertTrue(pages and all(path.endswith(".gz") for path in pages), pages)
+            changes = self.trees[name].parent / f"{name}.changes"
+            changes.write_bytes(gzip.decompress(files[f"/usr/share/doc/{name}/changelog.gz"].read_bytes()))
+            for field, expected in (("Source", name), ("Version", VERSION)):
+                self.assertEqual(sh("dpkg-parsechangelog", "-l", changes, "-S", field).strip(), expected)
+            self.assertIn(f"/usr/share/doc/{name}/copyright", files)
+
+    def test_the_servers_configuration_is_dpkgs_and_its_unit_starts_what_is_installed(self):
+        files = self.files("corvane-hub")
+        configurations = [path for path in files if path.startswith("/etc/")]
+        self.assertEqual(sh("dpkg-deb", "--info", self.packages["corvane-hub"], "conffiles").split(), configurations)
+        unit = files["/usr/lib/systemd/system/corvane-hub.service"].read_text(encoding="utf-8")
+        self.assertIn("\nExecStart=/usr/bin/corvane-hub serve\n", unit)
+
+
+def main():
+    global BUILD, VERSION
+    BUILD, VERSION = sys.argv.pop(1), sys.argv.pop(1)
+    unittest.main(verbosity=1)
+
+
+if __name__ == "__main__":
+    main()
