@@ -652,6 +652,29 @@ TEST_P(HubTest, MuchIsGivenInSeveralPushes) {
   EXPECT_EQ(b->text(), a->text());
 }
 
+TEST_P(HubTest, ASlowComputerGivesAsMuchAtOnceAsTheLineCarries) {
+  bookmarkMuch(6400);
+  platform.files.intercept = [this](const ForwardingFileSystem::Call& call) {
+    const bool isJournal =
+        call.operation == FileOperation::writeAtomically && call.path.find("/Journal-") != std::string::npos;
+    if (isJournal) platform.clock.time.seconds += 30;
+    return std::error_code();
+  };
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 6400u);
+  EXPECT_EQ(hub.state.now.revision, 2) << "2,000 records, and the others";
+}
+
+TEST_P(HubTest, APushGrowsToWhatTheLineCarriesInFourSeconds) {
+  bookmarkMuch(4400);
+  hub.onCall = [this](const std::string& call) {
+    if (call == "push") platform.clock.time.seconds += 3.5;
+  };
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_EQ(hub.live(), 4400u);
+  EXPECT_EQ(hub.state.now.revision, 3) << "2,000 records, 2,285, and the others";
+}
+
 TEST_P(HubTest, OverASlowLineMuchIsGivenOverSeveralRuns) {
   bookmarkMuch(3500);
   hub.onCall = [this](const std::string& call) {

@@ -382,7 +382,10 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
   if (!push.records.empty() || !push.givesAgain.empty()) {
     if (!push.id) push.id = newUuidString();
     setOrigins(push);
+    Clock& clock = Platform::current().clock;
+    const double began = clock.now().seconds;
     const pelto::HubPushed pushed = _hub.push(push);
+    _pushSeconds = clock.now().seconds - began;
     _overtaken = pushed.outcome == pelto::HubPushed::Outcome::overtaken;
     _foundNoRoom = pushed.outcome == pelto::HubPushed::Outcome::full;
     if (!pushed) {

@@ -45,6 +45,8 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::size_t tooLong() const { return _tooLong; }
   /// The number of changes postponed to the next push.
   std::size_t postponed() const { return _postponed; }
+  /// How long the service took to take the push, in seconds; 0 when there was none.
+  double pushSeconds() const { return _pushSeconds; }
 
   // The client's side of the session; LoomerSessionDriverDataSource describes each function.
   String clientIdentifier() override { return kHubClientIdentifier; }
@@ -118,6 +120,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::size_t _leftOut = 0;
   std::size_t _tooLong = 0;
   std::size_t _postponed = 0;
+  double _pushSeconds = 0;
   bool _overtaken = false;
   bool _foundNoRoom = false;
 };

@@ -17,13 +17,14 @@ namespace {
 constexpr int kAttempts = 20;
 constexpr double kPauseSeconds = 0.05;
 
-// The number of records in one push. It doubles after a full push that took less than kQuickSeconds, and
-// halves after one that took more than kSlowSeconds.
+// The number of records in one push. After a full push that crossed in less than kQuickSeconds it grows to
+// what would have taken as long, and after one that took more than kSlowSeconds it halves.
 constexpr std::size_t kFirstPush = 2'000;
 constexpr std::size_t kSmallestPush = 250;
 constexpr std::size_t kLargestPush = 128'000;
 constexpr double kQuickSeconds = 4.0;
 constexpr double kSlowSeconds = 15.0;
+constexpr double kMostGrowth = 8.0;
 // How long one run gives what is left.
 constexpr double kGivingSeconds = 90.0;
 
@@ -124,9 +125,8 @@ HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient sou
   const bool wentBack = source.wentBackTo() != nullptr;
   EmbeddedSessionDriver driver(_clients, source);
   driver._setClient(&client);
-  const double began = secondsNow();
   if (driver.sync()) {
-    suitPush(secondsNow() - began, source.postponed() > 0);
+    suitPush(source.pushSeconds(), source.postponed() > 0);
     report(source, wentBack, before->id);
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
@@ -145,9 +145,14 @@ HubExchange::Outcome HubExchange::takeInAlone() {
   return Outcome::overtaken;
 }
 
-// Sizes the next push by how long the last one took.
+// Sizes the next push by how long the last one took to cross. The rest of a session takes as long for a
+// smaller push, and many records in small pushes would cost that over and over.
 void HubExchange::suitPush(double seconds, bool wasFull) {
-  if (seconds < kQuickSeconds && wasFull) _mostRecords = std::min(_mostRecords * 2, kLargestPush);
+  if (wasFull && seconds < kQuickSeconds) {
+    const double growth = std::min(kMostGrowth, kQuickSeconds / std::max(seconds, 0.001));
+    const auto grown = static_cast<std::size_t>(static_cast<double>(_mostRecords) * growth);
+    _mostRecords = std::min(grown, kLargestPush);
+  }
   if (seconds > kSlowSeconds) _mostRecords = std::max(_mostRecords / 2, kSmallestPush);
 }
 

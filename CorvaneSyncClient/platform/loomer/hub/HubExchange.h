@@ -19,8 +19,7 @@ using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 /// up.
 ///
 /// The store is locked during a push. Many changes are therefore given in several pushes, each as large as
-/// the connection carries in a few seconds. This is the only place that sizes pushes; within one, statements
-/// have a fixed size.
+/// the connection carries in a few seconds. This is the only place that sizes pushes.
 class HubExchange : public Exchange {
  public:
   /// `clients` must outlive this object.
