@@ -14,8 +14,8 @@ loomer::TruthPlanner additions(int records);
 /// Plans another title for one record.
 loomer::TruthPlanner newTitle(Random& random);
 
-/// Plans one edit as people make them: of twenty, nine are new bookmarks, three deletions, four new titles
-/// and four moves. `random` must outlive the plan, here and above.
+/// Plans one edit as people make them: of twenty, eight are new bookmarks, six deletions, three new titles
+/// and three moves. `random` must outlive the plan, here and above.
 loomer::TruthPlanner dailyEdit(Random& random);
 
 }  // namespace corvane::servicebench
