@@ -49,26 +49,31 @@ function(corvane_add_test_program name)
 endfunction()
 
 # corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...] [SLOW pattern...] [PLAIN pattern...])
-# One GoogleTest program; every test case in it becomes a test of its own, with a name prefix NAME. Those that a pattern of
-# SLOW or PLAIN fits, such as "Scale.*", get that label.
+# One GoogleTest program. Each of its suites becomes a test, with a name prefix NAME: to start a program takes longer than
+# most cases. Those cases that a pattern of SLOW or PLAIN fits, such as "Scale.*", are tests of their own, with that label.
 function(corvane_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;DEFINITIONS;SLOW;PLAIN" ${ARGN})
   corvane_add_test_program(${name} SOURCES ${ARG_SOURCES} LIBRARIES ${ARG_LIBRARIES} DEFINITIONS ${ARG_DEFINITIONS})
-  set(discovery DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300 TEST_PREFIX "${name}/")
   foreach(label slow plain)
     string(TOUPPER ARG_${label} patterns)
     if(${patterns})
       list(JOIN ${patterns} ":" filter)
-      gtest_discover_tests(${name} ${discovery} TEST_LIST ${name}_${label} TEST_FILTER "${filter}"
-                           PROPERTIES LABELS ${label} COST 1000)
+      gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300 TEST_PREFIX "${name}/"
+                           TEST_LIST ${name}_${label} TEST_FILTER "${filter}" PROPERTIES LABELS ${label} COST 1000)
     endif()
   endforeach()
   if(ARG_PLAIN)
     add_dependencies(plain_tests ${name})
   endif()
-  set(labelled ${ARG_SLOW} ${ARG_PLAIN})
-  list(JOIN labelled ":" labelled)
-  if(NOT labelled STREQUAL "*")
-    gtest_discover_tests(${name} ${discovery} TEST_FILTER "*-${labelled}")
-  endif()
+  set(apart ${ARG_SLOW} ${ARG_PLAIN})
+  list(JOIN apart ":" apart)
+  set(declaration "${CMAKE_CURRENT_BINARY_DIR}/${name}_suites.cmake")
+  file(GENERATE OUTPUT "${declaration}" CONTENT "\
+set(DECLARATION \"${declaration}\")
+set(NAME \"${name}\")
+set(PROGRAM \"$<TARGET_FILE:${name}>\")
+set(APART \"${apart}\")
+include(\"${CMAKE_SOURCE_DIR}/cmake/TestSuites.cmake\")
+")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${declaration}")
 endfunction()
