@@ -5,7 +5,8 @@ over the interfaces beside them. The engine's rooms: {hub, edit} → session →
 api.  usage: check_includes.py PROJECT_ROOT
 
 Checks as well that what is named below comes from its own header of the standard library, and not by way of another one,
-which may cease to include it.
+which may cease to include it; and that each of our types comes from a header that the source includes, by way of others of
+ours or not, and not from a source that is compiled together with it.
 """
 
 import functools
@@ -57,12 +58,51 @@ ALLOWED = {
     "session": SYSTEM | {"model", "store"} | rooms("api", "store"),
     "front": SYSTEM | {"platform/pelto/account", "session"} | rooms("api"),
 }
-# Names of the standard library, by header: those that came by chance before.
+# Names of the standard library, by header.
 STANDARD = {
-    "algorithm": re.compile(r"\bstd::(?:min|max|clamp|find|find_if|count|count_if|sort|stable_sort|any_of|all_of|none_of)\b"),
-    "cstdint": re.compile(r"\bu?int(?:8|16|32|64)_t\b"),
+    "algorithm": "min max clamp find find_if count count_if sort stable_sort any_of all_of none_of",
+    "array": "array",
+    "atomic": "atomic",
+    "cerrno": "errno",
+    "charconv": "from_chars to_chars",
+    "chrono": "chrono",
+    "condition_variable": "condition_variable",
+    "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t",
+    "deque": "deque",
+    "filesystem": "filesystem",
+    "fstream": "fstream ifstream ofstream",
+    "functional": "function",
+    "iostream": "cin cout cerr",
+    "limits": "numeric_limits",
+    "map": "map multimap",
+    "memory": "unique_ptr shared_ptr weak_ptr make_unique make_shared",
+    "mutex": "mutex lock_guard unique_lock call_once",
+    "numeric": "accumulate iota",
+    "optional": "optional nullopt",
+    "random": "mt19937 mt19937_64 random_device uniform_int_distribution",
+    "regex": "regex",
+    "set": "set multiset",
+    "span": "span",
+    "sstream": "stringstream istringstream ostringstream",
+    "stdexcept": "runtime_error logic_error invalid_argument out_of_range",
+    "string": "string to_string",
+    "string_view": "string_view",
+    "system_error": "system_error error_code system_category",
+    "thread": "thread",
+    "tuple": "tuple tie",
+    "unordered_map": "unordered_map",
+    "unordered_set": "unordered_set",
+    "utility": "pair exchange swap",
+    "variant": "variant monostate visit",
+    "vector": "vector",
 }
+STANDARD_HEADERS = {name: header for header, names in STANDARD.items() for name in names.split()}
+# Those of C are also said without "std::".
+STANDARD_NAME = re.compile(r"\b(?:std::(\w+)|(errno|u?int(?:8|16|32|64)_t))\b")
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
+# What is said in comments and literals counts for nothing.
+UNCODED = re.compile(r'R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|//[^\n]*|/\*.*?\*/', re.DOTALL)
+TYPE = re.compile(r"^(?:class|struct|union|enum|enum class)\s+([A-Z]\w+)\b[^;{]*\{|^using\s+([A-Z]\w+)\s*=", re.MULTILINE)
 
 
 def area(path):
@@ -102,31 +142,63 @@ def unregistered(root):
             yield f"{file.relative_to(root)}: named by no CMakeLists.txt"
 
 
+def sources(root, *folders):
+    return [file for folder in folders for file in sorted((root / folder).rglob("*")) if file.suffix in (".h", ".cpp")]
+
+
 @functools.cache
-def includes(root, file, header):
-    """Whether the file or one of ours that it includes has the standard library's header."""
+def code(file):
+    return UNCODED.sub(" ", file.read_text(encoding="utf-8"))
+
+
+@functools.cache
+def included(root, file):
+    """What the file includes: of ours as files, of others by name."""
     text = file.read_text(encoding="utf-8")
-    if f"#include <{header}>" in text:
-        return True
-    names = [match.group(1) for line in text.splitlines() if (match := INCLUDE.match(line))]
-    included = [next((path for path in (root / name, file.parent / name) if path.exists()), None) for name in names]
-    return any(path and includes(root, path, header) for path in included)
+    pairs = ((root / name, file.parent / name) for name in re.findall(r'^#include "([^"]+)"', text, re.MULTILINE))
+    ours = [next((path for path in pair if path.exists()), None) for pair in pairs]
+    return [path for path in ours if path], re.findall(r"^#include <([^>]+)>", text, re.MULTILINE)
+
+
+@functools.cache
+def reached(root, file):
+    """The file, what it includes of ours, and what that includes."""
+    return {file}.union(*(reached(root, path) for path in included(root, file)[0]))
 
 
 def by_chance(root):
-    for folder in ("CorvaneSyncClient", "tools", "tests", "bench", "fuzz"):
-        for file in sorted((root / folder).rglob("*")):
-            if file.suffix not in (".h", ".cpp"):
-                continue
-            for header, names in STANDARD.items():
-                match = names.search(file.read_text(encoding="utf-8"))
-                if match and not includes(root, file, header):
-                    yield f"{file.relative_to(root)}: has {match.group(0)} without <{header}>"
+    for file in sources(root, "CorvaneSyncClient", "tools", "tests", "bench", "fuzz"):
+        there = {header for one in reached(root, file) for header in included(root, one)[1]}
+        for name in sorted({a or b for a, b in set(STANDARD_NAME.findall(code(file)))} & STANDARD_HEADERS.keys()):
+            if STANDARD_HEADERS[name] not in there:
+                yield f"{file.relative_to(root)}: has {name} without <{STANDARD_HEADERS[name]}>"
+
+
+@functools.cache
+def declared(file):
+    return set(re.findall(r"\b(?:class|struct|typename)\s+([A-Z]\w+)\b", code(file)))
+
+
+def types(root):
+    """Our types by name, each with its header; but for names of several types."""
+    found = {}
+    for file in sources(root, "CorvaneSyncClient", "tools"):
+        for match in TYPE.finditer(code(file)):
+            found.setdefault(match.group(1) or match.group(2), []).append(file)
+    return {name: files[0] for name, files in found.items() if len(files) == 1 and files[0].suffix == ".h"}
+
+
+def out_of_reach(root):
+    headers = types(root)
+    for file in sources(root, "CorvaneSyncClient", "tools"):
+        for name in sorted(set(re.findall(r"\b[A-Z]\w+\b", code(file))) & headers.keys()):
+            if headers[name] not in reached(root, file) and not any(name in declared(one) for one in reached(root, file)):
+                yield f"{file.relative_to(root)}: has {name} without {headers[name].relative_to(root)}"
 
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    found = [*problems(root), *unregistered(root), *by_chance(root)]
+    found = [*problems(root), *unregistered(root), *by_chance(root), *out_of_reach(root)]
     print("\n".join(found) if found else "includes point one way; every test file is registered")
     return 1 if found else 0
 

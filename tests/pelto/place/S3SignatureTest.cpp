@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "CorvaneSyncClient/platform/pelto/place/S3Signature.h"
 
 namespace corvane::pelto {
