@@ -89,6 +89,7 @@ class Answers(ScriptTest):
             ("test", ["tests"], 2, 'there is no part "tests"'),
             ("test", ["--all"], 2, 'there is no part "--all"'),
             ("test", ["lint", "dev"], 2, '"lint" takes no further argument'),
+            ("test", ["package", "hub"], 2, '"package" takes no further argument'),
             ("test", ["fuzz", "long"], 2, "fuzz takes a number of seconds"),
             ("demo", ["--help"], 0, "shows the main job"),
             ("demo", ["everything"], 2, "scripts/demo"),
