@@ -58,7 +58,7 @@ void tryPlace(Invocation& run, const Account& account) {
   const auto address = pelto::parsePlaceAddress(account.url);
   const auto findings = pelto::probePlace([&] {
     return pelto::makePlace(address, account.membership->credentials, after(kProbeSeconds),
-                            pelto::kProbeSpeed);
+                            pelto::kProbePause);
   });
   run.out.write("It is fit: " + findings.software + "; in " + std::to_string(findings.rounds) +
                 " races of eight writers, one alone won each.\n");

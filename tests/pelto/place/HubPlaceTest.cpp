@@ -27,9 +27,9 @@ using testing::Not;
 
 class HubPlaceTest : public testing::Test {
  protected:
-  std::unique_ptr<Place> place(double seconds = 600, std::size_t sendSpeed = 0) const {
+  std::unique_ptr<Place> place(double seconds = 600, double pauseBeforeEnd = 0) const {
     return makePlace(parsePlaceAddress("hub://127.0.0.1:" + std::to_string(hub.port()) + "?tls=no"),
-                     {"", token}, after(seconds), sendSpeed);
+                     {"", token}, after(seconds), pauseBeforeEnd);
   }
   void account(const std::vector<std::string>& arguments) const {
     accountCommand(directory.path(), arguments);
@@ -122,13 +122,13 @@ TEST_F(HubPlaceTest, WhoAsksTooOftenWaitsAsLongAsTheServerSays) {
 }
 
 TEST_F(HubPlaceTest, AServerThatIsKilledInTheMiddleLeavesItOpenWhatWasMade) {
-  const std::string bytes(8 << 20, 'x');  // takes two minutes
+  const std::string bytes(8 << 20, 'x');
   std::atomic<bool> isOver = false;
   std::thread killing([&] {
     awaitUpload(isOver);
     hub.kill();
   });
-  const Made made = place(600, 64 << 10)->putNew("f/1", bytes);
+  const Made made = place(600, 25)->putNew("f/1", bytes);
   isOver = true;
   killing.join();
   EXPECT_EQ(made, Made::unknown);
@@ -145,7 +145,7 @@ TEST_F(HubPlaceTest, AServerThatEndsFinishesWhatIsOnItsWay) {
     awaitUpload(isOver);
     hub.signal(SIGTERM);
   });
-  EXPECT_EQ(place(600, 64 << 10)->putNew("f/1", bytes), Made::made);
+  EXPECT_EQ(place(600, 2)->putNew("f/1", bytes), Made::made);
   isOver = true;
   ending.join();
   EXPECT_EQ(hub.awaitEnd(), 0);

@@ -282,7 +282,7 @@ TEST_P(PlaceConformanceTest, NothingIsDoneWithoutTime) {
 TEST_P(PlaceConformanceTest, TheProbeFindsItFitAndLeavesNothing) {
   const char* const asked = std::getenv("CORVANE_RACES");
   const PlaceFindings findings =
-      probePlace([] { return groundOf(GetParam()).place(after(kTime), kProbeSpeed); },
+      probePlace([] { return groundOf(GetParam()).place(after(kTime), kProbePause); },
                  asked ? std::atoi(asked) : kProbeRounds);
   EXPECT_NE(findings.software, "");
   RecordProperty("software", findings.software);

@@ -14,7 +14,7 @@ namespace {
 
 class DirectoryGround : public PlaceGround {
  public:
-  std::unique_ptr<Place> place(Deadline deadline, std::size_t /*sendSpeed*/) override {
+  std::unique_ptr<Place> place(Deadline deadline, double /*pauseBeforeEnd*/) override {
     return std::make_unique<DirectoryPlace>(_directory.path(), deadline);
   }
 

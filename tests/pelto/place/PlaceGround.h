@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,7 +15,7 @@ class PlaceGround {
   virtual ~PlaceGround() = default;
 
   /// One more way to the one place. Each thread has one of its own.
-  virtual std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed = 0) = 0;
+  virtual std::unique_ptr<Place> place(Deadline deadline, double pauseBeforeEnd = 0) = 0;
 };
 
 /// The names of the grounds that this build can make.

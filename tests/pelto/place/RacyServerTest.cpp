@@ -35,7 +35,7 @@ class ConditionalPutPlace : public WebDavPlace {
  private:
   static HttpSettings settings() {
     HttpSettings settings;
-    settings.sendSpeed = kProbeSpeed;
+    settings.pauseBeforeEnd = kProbePause;
     return settings;
   }
 

@@ -39,9 +39,9 @@ std::string filledIn(std::string text, const std::string& directory, int port) {
 
 class HubGround : public PlaceGround {
  public:
-  std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override {
+  std::unique_ptr<Place> place(Deadline deadline, double pauseBeforeEnd) override {
     return makePlace(parsePlaceAddress("hub://127.0.0.1:" + std::to_string(_hub.port()) + "?tls=no"),
-                     {"", _token}, deadline, sendSpeed);
+                     {"", _token}, deadline, pauseBeforeEnd);
   }
 
  private:
@@ -69,8 +69,8 @@ class CephGround : public S3Ground {
     throw std::runtime_error("Ceph does not start: " + _server.log());
   }
 
-  std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override {
-    return makePlace(_address, kKeys, deadline, sendSpeed);
+  std::unique_ptr<Place> place(Deadline deadline, double pauseBeforeEnd) override {
+    return makePlace(_address, kKeys, deadline, pauseBeforeEnd);
   }
   std::unique_ptr<Place> placeByHost(Deadline deadline) override {
     return makePlace(_addressByHost, kKeys, deadline);
@@ -205,8 +205,8 @@ WebDavGround::WebDavGround(const ServerSetup& setup) {
   throw std::runtime_error(setup.arguments.front() + " does not start: " + _server.log());
 }
 
-std::unique_ptr<Place> WebDavGround::place(Deadline deadline, std::size_t sendSpeed) {
-  return makePlace(_address, kAlice, deadline, sendSpeed);
+std::unique_ptr<Place> WebDavGround::place(Deadline deadline, double pauseBeforeEnd) {
+  return makePlace(_address, kAlice, deadline, pauseBeforeEnd);
 }
 
 std::unique_ptr<PlaceGround> makeApacheGround() {

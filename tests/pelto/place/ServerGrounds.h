@@ -23,7 +23,7 @@ struct ServerSetup {
 class WebDavGround : public PlaceGround {
  public:
   explicit WebDavGround(const ServerSetup& setup);
-  std::unique_ptr<Place> place(Deadline deadline, std::size_t sendSpeed) override;
+  std::unique_ptr<Place> place(Deadline deadline, double pauseBeforeEnd) override;
   const PlaceAddress& address() const { return _address; }
 
  private:

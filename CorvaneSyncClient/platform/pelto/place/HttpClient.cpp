@@ -75,6 +75,7 @@ class HttpClient::Round {
   std::vector<HttpAnswer> run() {
     while (!_waiting.empty() || !_running.empty()) {
       startDue();
+      resumeDue();
       int count = 0;
       curl_multi_perform(_client._multi, &count);
       while (CURLMsg* const message = curl_multi_info_read(_client._multi, &count)) {
@@ -116,6 +117,13 @@ class HttpClient::Round {
     CURL* const handle = job.transfer->handle();
     if (curl_multi_add_handle(_client._multi, handle) != CURLM_OK) throw std::bad_alloc();
     _running.emplace(handle, std::move(job));
+  }
+
+  void resumeDue() const {
+    const Deadline now = Deadline::clock::now();
+    for (const auto& [handle, job] : _running) {
+      if (job.transfer->pausedUntil().value_or(Deadline::max()) <= now) job.transfer->resume();
+    }
   }
 
   void take(CURL* handle, CURLcode code) {
@@ -163,13 +171,15 @@ class HttpClient::Round {
     return true;
   }
 
-  // Until something comes, or it is time for a further attempt.
+  // Until something comes, or it is time for a further attempt or the end of a body.
   void await() const {
     if (_waiting.empty() && _running.empty()) return;
     Deadline next = Deadline::clock::now() + std::chrono::milliseconds(kLongestWait);
     if (_running.size() < kMostAtOnce) {
       for (const Job& job : _waiting) next = std::min(next, std::max(job.notBefore, _notBefore));
     }
+    for (const auto& [handle, job] : _running)
+      next = std::min(next, job.transfer->pausedUntil().value_or(next));
     const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Deadline::clock::now()).count();
     if (wait > 0) curl_multi_poll(_client._multi, nullptr, 0, static_cast<int>(wait), nullptr);
   }

@@ -55,7 +55,7 @@ struct HttpSettings {
   /// Whether it says so for want of room, where the status does not tell; may be empty.
   std::function<bool(const HttpAnswer&)> isFull;
   std::vector<std::string> secrets;  ///< what no message may show
-  std::size_t sendSpeed = 0;         ///< bytes a second; 0: as fast as it goes
+  double pauseBeforeEnd = 0;         ///< seconds for which the last byte of a body is kept back
   double connect = 5;                ///< seconds for name, connection and TLS together
   double stall = 30;                 ///< seconds without progress
   double firstPause = 0.3;           ///< seconds before the second attempt; doubled for each further one

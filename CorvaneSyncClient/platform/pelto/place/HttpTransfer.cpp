@@ -4,6 +4,7 @@
 #include <cctype>
 #include <chrono>
 #include <new>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 
@@ -18,9 +19,7 @@ constexpr std::size_t kMostIdleBytes = 1 << 20;
 constexpr std::size_t kKeptErrorBytes = 16 << 10;
 /// Bytes a second that count as progress.
 constexpr long kSlowest = 100;
-
-constexpr long kSmallBuffer = 16 << 10;
-constexpr long kLargeBuffer = 64 << 10;
+constexpr long kUploadBuffer = 64 << 10;
 
 constexpr const char* kServerRemedy = "See whether the address is right; tell whoever runs the server.";
 constexpr const char* kConnectionRemedy = "See whether this computer is online and the address is right.";
@@ -55,7 +54,9 @@ void HttpTransfer::prepare(const HttpRequest& request, const HttpSettings& setti
                            const std::optional<PlaceCredentials>& digest, Deadline deadline) {
   _request = &request;
   _answer = {};
-  _headerBytes = _bodyBytes = 0;
+  _headerBytes = _bodyBytes = _givenBytes = 0;
+  _pause = settings.pauseBeforeEnd;
+  _pausedUntil.reset();
   _problem.clear();
   _remedy.clear();
   _error[0] = '\0';
@@ -80,7 +81,12 @@ void HttpTransfer::setRequest(const HttpRequest& request) {
     if (request.method == "PUT") append("Content-Type: application/octet-stream");
     curl_easy_setopt(handle(), CURLOPT_POST, 1L);
     curl_easy_setopt(handle(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
-    curl_easy_setopt(handle(), CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
+    const char* const whole = request.body.empty() ? "" : request.body.data();
+    curl_easy_setopt(handle(), CURLOPT_POSTFIELDS, _pause > 0 ? nullptr : whole);
+    curl_easy_setopt(handle(), CURLOPT_READFUNCTION, &HttpTransfer::onGive);
+    curl_easy_setopt(handle(), CURLOPT_READDATA, this);
+    curl_easy_setopt(handle(), CURLOPT_SEEKFUNCTION, &HttpTransfer::onSeek);
+    curl_easy_setopt(handle(), CURLOPT_SEEKDATA, this);
   } else {
     curl_easy_setopt(handle(), CURLOPT_HTTPGET, 1L);
   }
@@ -102,9 +108,7 @@ void HttpTransfer::setLimits(const HttpSettings& settings, Deadline deadline) {
   curl_easy_setopt(handle(), CURLOPT_CONNECTTIMEOUT_MS, millisecondsOf(settings.connect));
   curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_LIMIT, kSlowest);
   curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_TIME, std::max(1L, static_cast<long>(settings.stall)));
-  // libcurl counts by whole buffers.
-  curl_easy_setopt(handle(), CURLOPT_MAX_SEND_SPEED_LARGE, static_cast<curl_off_t>(settings.sendSpeed));
-  curl_easy_setopt(handle(), CURLOPT_UPLOAD_BUFFERSIZE, settings.sendSpeed > 0 ? kSmallBuffer : kLargeBuffer);
+  curl_easy_setopt(handle(), CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer);
   curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L);
   // The system's resolver takes as long as it likes, in a thread, and is not waited for beyond the limits.
   curl_easy_setopt(handle(), CURLOPT_QUICK_EXIT, 1L);
@@ -137,6 +141,34 @@ std::size_t HttpTransfer::onHeader(char* bytes, std::size_t /*size*/, std::size_
 
 std::size_t HttpTransfer::onBody(char* bytes, std::size_t /*size*/, std::size_t count, void* self) {
   return static_cast<HttpTransfer*>(self)->takeBody({bytes, count}) ? count : 0;
+}
+
+std::size_t HttpTransfer::onGive(char* room, std::size_t /*size*/, std::size_t count, void* self) {
+  return static_cast<HttpTransfer*>(self)->giveBody(room, count);
+}
+
+// What went to a connection that the server had closed goes to a new one.
+int HttpTransfer::onSeek(void* self, curl_off_t offset, int /*origin*/) {
+  static_cast<HttpTransfer*>(self)->_givenBytes = static_cast<std::size_t>(offset);
+  return CURL_SEEKFUNC_OK;
+}
+
+// What is given leaves before more is asked for.
+std::size_t HttpTransfer::giveBody(char* room, std::size_t size) {
+  const std::string_view left = _request->body.substr(_givenBytes);
+  if (left.size() == 1 && _pause > 0) {
+    _pausedUntil = after(std::exchange(_pause, 0));
+    return CURL_READFUNC_PAUSE;
+  }
+  const std::string_view now = left.substr(0, std::min(size, std::max<std::size_t>(left.size(), 2) - 1));
+  std::copy(now.begin(), now.end(), room);
+  _givenBytes += now.size();
+  return now.size();
+}
+
+void HttpTransfer::resume() {
+  _pausedUntil.reset();
+  curl_easy_pause(handle(), CURLPAUSE_CONT);  // what fails here fails the transfer
 }
 
 bool HttpTransfer::refuse(std::string problem) {

@@ -22,6 +22,10 @@ class HttpTransfer {
                const std::optional<PlaceCredentials>& digest, Deadline deadline);
   CURL* handle() const { return _handle.get(); }
 
+  /// When the rest of the body is to follow, by `resume`; absent unless it is kept back.
+  std::optional<Deadline> pausedUntil() const { return _pausedUntil; }
+  void resume();
+
   /// How the attempt ended.
   enum class Outcome {
     answered,
@@ -54,16 +58,22 @@ class HttpTransfer {
   void checkWhole();
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
+  std::size_t giveBody(char* room, std::size_t size);
   bool refuse(std::string problem);
   static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t onGive(char* room, std::size_t size, std::size_t count, void* self);
+  static int onSeek(void* self, curl_off_t offset, int origin);
 
   std::unique_ptr<CURL, HandleDeleter> _handle;
   std::unique_ptr<curl_slist, ListDeleter> _headers;
   const HttpRequest* _request = nullptr;
+  double _pause = 0;  ///< seconds; 0 once it has begun
+  std::optional<Deadline> _pausedUntil;
   HttpAnswer _answer;
   std::size_t _headerBytes = 0;
   std::size_t _bodyBytes = 0;
+  std::size_t _givenBytes = 0;
   std::string _problem;
   std::string _remedy;
   char _error[CURL_ERROR_SIZE] = {};

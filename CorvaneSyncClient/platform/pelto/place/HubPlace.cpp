@@ -15,9 +15,9 @@ namespace {
 /// A million objects with the longest names that there are in use.
 constexpr std::size_t kMostListing = 128 << 20;
 
-HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, std::size_t sendSpeed) {
+HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, double pauseBeforeEnd) {
   HttpSettings settings;
-  settings.sendSpeed = sendSpeed;
+  settings.pauseBeforeEnd = pauseBeforeEnd;
   settings.host = address.host;
   settings.certificates = address.certificates;
   settings.authorize = [token](const HttpRequest&) {
@@ -31,10 +31,10 @@ HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, 
 }  // namespace
 
 HubPlace::HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline,
-                   std::size_t sendSpeed)
+                   double pauseBeforeEnd)
     : _description(address.description()),
       _base(address.origin + percentEncodedPath(address.path) + "/v1/"),
-      _client(settingsFor(address, token, sendSpeed), deadline) {}
+      _client(settingsFor(address, token, pauseBeforeEnd), deadline) {}
 
 std::string HubPlace::urlOf(const std::string& name) const {
   requirePlaceName(name);

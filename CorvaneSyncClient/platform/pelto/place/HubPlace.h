@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +14,7 @@ namespace corvane::pelto {
 class HubPlace : public Place {
  public:
   HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline,
-           std::size_t sendSpeed = 0);
+           double pauseBeforeEnd = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;
   void put(const std::vector<NamedBytes>& objects) override;

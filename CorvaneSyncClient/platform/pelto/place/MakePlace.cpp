@@ -8,18 +8,18 @@
 namespace corvane::pelto {
 
 std::unique_ptr<Place> makePlace(const PlaceAddress& address, const PlaceCredentials& credentials,
-                                 Deadline deadline, std::size_t sendSpeed) {
+                                 Deadline deadline, double pauseBeforeEnd) {
   switch (address.kind) {
     case PlaceAddress::Kind::directory:
       return std::make_unique<DirectoryPlace>(address.path, deadline);
     case PlaceAddress::Kind::webDav:
-      return std::make_unique<WebDavPlace>(address, credentials, deadline, sendSpeed);
+      return std::make_unique<WebDavPlace>(address, credentials, deadline, pauseBeforeEnd);
     case PlaceAddress::Kind::s3:
-      return std::make_unique<S3Place>(address, credentials, deadline, sendSpeed);
+      return std::make_unique<S3Place>(address, credentials, deadline, pauseBeforeEnd);
     case PlaceAddress::Kind::hub:
       break;
   }
-  return std::make_unique<HubPlace>(address, credentials.secret, deadline, sendSpeed);
+  return std::make_unique<HubPlace>(address, credentials.secret, deadline, pauseBeforeEnd);
 }
 
 }  // namespace corvane::pelto

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 
 #include "CorvaneSyncClient/platform/pelto/place/Place.h"
@@ -10,9 +9,9 @@
 
 namespace corvane::pelto {
 
-/// The place at an address, for one exchange that ends by the deadline. Nothing is sent yet. What
-/// goes over a network goes no faster than `sendSpeed`, in bytes a second, unless that is 0.
+/// The place at an address, for one exchange that ends by the deadline. Nothing is sent yet. The last
+/// byte of what goes over a network is kept back for `pauseBeforeEnd` seconds.
 std::unique_ptr<Place> makePlace(const PlaceAddress& address, const PlaceCredentials& credentials,
-                                 Deadline deadline, std::size_t sendSpeed = 0);
+                                 Deadline deadline, double pauseBeforeEnd = 0);
 
 }  // namespace corvane::pelto

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -20,17 +19,17 @@ struct PlaceFindings {
 /// How often eight writers race for a name.
 inline constexpr int kProbeRounds = 50;
 
-/// How fast, in bytes a second, the writers are to send: slowly enough that all of them are at it at the same
-/// time.
-inline constexpr std::size_t kProbeSpeed = 320'000;
+/// Seconds that the writers are to keep back the last byte of what they send. A server that looks first and
+/// writes afterwards waits for it, and all of them have begun meanwhile.
+inline constexpr double kProbePause = 0.06;
 
 /// Tries a place before an account is entrusted to it, whatever it calls itself: writes, reads, lists and
 /// removes, and has eight writers with connections of their own race for names. Whether two writers can win,
 /// no requests one after the other would show. What it makes lies in the folder "probe", and is removed
 /// again.
 ///
-/// `make` makes a way to the place that sends with `kProbeSpeed`; it is called for each writer, and the ways
-/// are used by as many threads.
+/// `make` makes a way to the place with `kProbePause`; it is called for each writer, and the ways are used by
+/// as many threads.
 ///
 /// Raises PlaceException for a place that is not fit, with the reason, and like Place.
 PlaceFindings probePlace(const std::function<std::unique_ptr<Place>()>& make, int rounds = kProbeRounds);

@@ -21,14 +21,14 @@ std::string withoutSlash(const std::string& path) { return path.empty() ? path :
 }  // namespace
 
 S3Place::S3Place(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
-                 std::size_t sendSpeed)
+                 double pauseBeforeEnd)
     : _address(address),
       _keys{credentials.user, credentials.secret, address.region},
-      _client(settings(credentials, sendSpeed), deadline) {}
+      _client(settings(credentials, pauseBeforeEnd), deadline) {}
 
-HttpSettings S3Place::settings(const PlaceCredentials& credentials, std::size_t sendSpeed) const {
+HttpSettings S3Place::settings(const PlaceCredentials& credentials, double pauseBeforeEnd) const {
   HttpSettings settings;
-  settings.sendSpeed = sendSpeed;
+  settings.pauseBeforeEnd = pauseBeforeEnd;
   settings.host = _address.host;
   settings.certificates = _address.certificates;
   settings.authorize = [this](const HttpRequest& request) { return sign(request); };

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,7 +17,7 @@ namespace corvane::pelto {
 class S3Place : public Place {
  public:
   S3Place(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
-          std::size_t sendSpeed = 0);
+          double pauseBeforeEnd = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;
   void put(const std::vector<NamedBytes>& objects) override;
@@ -32,7 +31,7 @@ class S3Place : public Place {
   }
 
  private:
-  HttpSettings settings(const PlaceCredentials& credentials, std::size_t sendSpeed) const;
+  HttpSettings settings(const PlaceCredentials& credentials, double pauseBeforeEnd) const;
   std::vector<std::string> sign(const HttpRequest& request) const;
   std::vector<HttpAnswer> perform(const std::vector<HttpRequest>& requests);
   bool isClockRefused(const HttpAnswer& answer);

@@ -50,12 +50,12 @@ bool isOpen(int status) {
 }  // namespace
 
 WebDavPlace::WebDavPlace(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
-                         std::size_t sendSpeed)
-    : _address(address), _credentials(credentials), _client(settings(sendSpeed), deadline) {}
+                         double pauseBeforeEnd)
+    : _address(address), _credentials(credentials), _client(settings(pauseBeforeEnd), deadline) {}
 
-HttpSettings WebDavPlace::settings(std::size_t sendSpeed) const {
+HttpSettings WebDavPlace::settings(double pauseBeforeEnd) const {
   HttpSettings settings;
-  settings.sendSpeed = sendSpeed;
+  settings.pauseBeforeEnd = pauseBeforeEnd;
   settings.host = _address.host;
   settings.certificates = _address.certificates;
   settings.authorize = [this](const HttpRequest&) {

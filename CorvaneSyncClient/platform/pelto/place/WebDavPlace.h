@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <set>
 #include <string>
 #include <string_view>
@@ -23,7 +22,7 @@ namespace corvane::pelto {
 class WebDavPlace : public Place {
  public:
   WebDavPlace(const PlaceAddress& address, const PlaceCredentials& credentials, Deadline deadline,
-              std::size_t sendSpeed = 0);
+              double pauseBeforeEnd = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;
   void put(const std::vector<NamedBytes>& objects) override;
@@ -40,7 +39,7 @@ class WebDavPlace : public Place {
   }
 
  private:
-  HttpSettings settings(std::size_t sendSpeed) const;
+  HttpSettings settings(double pauseBeforeEnd) const;
   std::vector<HttpAnswer> perform(const std::vector<HttpRequest>& requests);
   HttpAnswer perform(const HttpRequest& request);
   std::string urlOf(std::string_view name) const;
