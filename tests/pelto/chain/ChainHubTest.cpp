@@ -465,10 +465,14 @@ TEST_F(LastCommitTest, NothingFollowsIt) {
   EXPECT_TRUE(b->chain->change());
 }
 
-TEST_F(ChainHubTest, ASlotThatIsDamagedForGoodIsPassedBy) {
+class DamagedSlotTest : public ChainHubTest, public testing::WithParamInterface<std::size_t> {};
+
+INSTANTIATE_TEST_SUITE_P(Lengths, DamagedSlotTest, testing::Values(0, 1, 5 << 20));
+
+TEST_P(DamagedSlotTest, ASlotThatIsDamagedForGoodIsPassedBy) {
   b->give({bookmark(1, "one")});
   a->give({bookmark(2, "two")});
-  place.objects.rbegin()->second.bytes.clear();
+  place.objects.rbegin()->second.bytes = std::string(GetParam(), 'x');
   const std::string name = place.objects.rbegin()->first;
   b->takeIn();
   EXPECT_THAT(failureOf([&] { b->push({bookmark(3, "three")}); }), HasSubstr("holds a damaged object"));

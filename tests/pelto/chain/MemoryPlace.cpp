@@ -1,7 +1,6 @@
 #include "tests/pelto/chain/MemoryPlace.h"
 
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
-#include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -68,7 +67,7 @@ class MemoryPlace::Connection : public Place {
     const auto found = _place.objects.find(request.name);
     if (found == _place.objects.end()) return {};
     const std::string& bytes = found->second.bytes;
-    if (bytes.size() > request.mostBytes) throw PlaceException(request.name + " is too long.");
+    if (bytes.size() > request.mostBytes) return {GetAnswer::State::tooLong, {}, {}};
     const std::string tag = std::to_string(sipHash({}, bytes));
     if (tag == request.tag) return {GetAnswer::State::unchanged, {}, tag};
     return {GetAnswer::State::present, bytes, tag};

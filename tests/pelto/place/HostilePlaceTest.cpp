@@ -53,7 +53,6 @@ TEST_P(HostilePlaceTest, NoRubbishIsTakenForAnObjectOrAListing) {
       "HTTP/1.1 200 OK\r\n\r\nwithout a length",
       "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\ncut",
       "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n",
-      httpAnswer("200 OK", std::string(200'000'000, 'x')),
       httpAnswer("200 OK", "\x1f\x8b", "Content-Encoding: gzip\r\n"),
       httpAnswer("206 Partial Content", "part"),
       httpAnswer("301 Moved", "", "Location: https://elsewhere.example.org/\r\n"),
@@ -73,6 +72,14 @@ TEST_P(HostilePlaceTest, NoRubbishIsTakenForAnObjectOrAListing) {
     expectFailure([&] { placeAt(server)->get({asking()}); });
     expectFailure([&] { placeAt(server)->list("f"); });
   }
+}
+
+TEST_P(HostilePlaceTest, OfWhatIsTooLongNothingIsTaken) {
+  const ScriptedServer server(httpAnswer("200 OK", std::string(200'000'000, 'x')));
+  const GetAnswer answer = placeAt(server)->get({asking()}).front();
+  EXPECT_EQ(answer.state, GetAnswer::State::tooLong);
+  EXPECT_EQ(answer.bytes + answer.tag, "");
+  expectFailure([&] { placeAt(server)->list("f"); });
 }
 
 TEST_P(HostilePlaceTest, NoRubbishIsTakenForAListing) {

@@ -51,8 +51,10 @@ Found ChainObjects::foundIn(const std::string& name, const GetAnswer& answer) {
     const Link& link = _tags.at(name).link;
     return {Found::State::good, link, link.hash};
   }
-  Found found = opened(name, answer.bytes);
   _tags.erase(name);
+  if (answer.state == GetAnswer::State::tooLong)
+    return {Found::State::damaged, {}, _sealer.hash("longer than any commit")};
+  Found found = opened(name, answer.bytes);
   if (found.state == Found::State::good && !answer.tag.empty()) _tags[name] = {found.link, answer.tag};
   return found;
 }
@@ -133,7 +135,7 @@ std::vector<std::string> ChainObjects::readSome(const std::vector<SegmentRef>& s
   for (std::size_t i = from; i < end; ++i) {
     const std::string& object = requests[i - from].name;
     const GetAnswer& answer = answers[i - from];
-    if (answer.state != GetAnswer::State::present)
+    if (answer.state == GetAnswer::State::absent)
       throw MissingObject(object + " is missing at " + _place.description() + ".");
     if (_sealer.hash(answer.bytes) != segments[i].hash)
       throw MissingObject(object + " at " + _place.description() + " is damaged.");

@@ -248,10 +248,7 @@ GetAnswer DirectoryPlace::getOne(const GetRequest& request) const {
   const std::string tag = tagOf(status);
   if (tag == request.tag) return {GetAnswer::State::unchanged, {}, tag};
   const auto size = static_cast<std::uint64_t>(status.st_size);
-  if (size > request.mostBytes) {
-    fail(what, "it has " + std::to_string(size) + " bytes, more than any object",
-         "Move away what stands there.");
-  }
+  if (size > request.mostBytes) return {GetAnswer::State::tooLong, {}, {}};
   std::optional<std::string> bytes = contentsOf(file, static_cast<std::size_t>(size));
   if (!bytes && errno != 0) fail(what, lastSystemError());
   if (!bytes) fail(what, "it changed while it was read", "It is tried again.");

@@ -26,6 +26,7 @@ struct HttpRequest {
   bool hasBody = false;
   /// The longest body that a good answer may have; 0 where its body does not matter and is dropped.
   std::size_t mostBytes = 0;
+  bool mayBeLonger = false;  ///< a longer body is no error: the answer says `isTooLong`, and has none
   /// Whether doing it twice does no more than doing it once. Only then it is sent again where it may have
   /// been carried out already.
   bool isIdempotent = true;
@@ -36,6 +37,7 @@ struct HttpAnswer {
   int status = 0;  ///< 0: the request was sent, and how it ended is not known
   std::vector<std::pair<std::string, std::string>> headers;  ///< names in lower case
   std::string body;
+  bool isTooLong = false;
 
   /// The value of the header with that name in lower case; "" without one.
   std::string header(std::string_view name) const;

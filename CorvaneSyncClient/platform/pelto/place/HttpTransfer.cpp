@@ -198,6 +198,10 @@ bool HttpTransfer::takeBody(std::string_view bytes) {
   curl_easy_getinfo(handle(), CURLINFO_RESPONSE_CODE, &status);
   const bool isGood = isSuccess(status), isRead = isGood && _request->mostBytes > 0;
   _bodyBytes += bytes.size();
+  if (isRead && _bodyBytes > _request->mostBytes && _request->mayBeLonger) {
+    _answer.isTooLong = true;
+    return false;
+  }
   if (_bodyBytes > (isRead ? _request->mostBytes : kMostIdleBytes)) {
     return refuse("its answer has more than " +
                   std::to_string(isRead ? _request->mostBytes : kMostIdleBytes) + " bytes");
@@ -242,6 +246,10 @@ HttpTransfer::Outcome HttpTransfer::finish(CURLcode code) {
   long status = 0;
   curl_easy_getinfo(handle(), CURLINFO_RESPONSE_CODE, &status);
   _answer.status = static_cast<int>(status);
+  if (_answer.isTooLong) {
+    _answer.body.clear();
+    return Outcome::answered;
+  }
   if (code == CURLE_OK && isSuccess(status) && _request->mostBytes > 0) checkWhole();
   const Outcome outcome = _problem.empty() ? outcomeOf(code) : Outcome::failed;
   long sent = 0;

@@ -9,6 +9,7 @@ HttpRequest getRequest(const GetRequest& request, std::string url) {
   sent.url = std::move(url);
   // 0 would drop the body.
   sent.mostBytes = request.mostBytes > 0 ? request.mostBytes : 1;
+  sent.mayBeLonger = true;
   if (!request.tag.empty()) sent.headers.push_back("If-None-Match: " + request.tag);
   return sent;
 }
@@ -21,6 +22,7 @@ GetAnswer getAnswer(const HttpClient& client, const HttpRequest& request, HttpAn
     return {GetAnswer::State::unchanged, {}, header.substr(header.find(": ") + 2)};
   }
   if (answer.status != 200) client.fail(request, answer);
+  if (answer.isTooLong) return {GetAnswer::State::tooLong, {}, {}};
   return {GetAnswer::State::present, std::move(answer.body), answer.header("etag")};
 }
 

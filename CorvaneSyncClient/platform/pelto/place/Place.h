@@ -42,7 +42,7 @@ struct GetRequest {
   std::string name;
   Writing writing = Writing::contested;
   std::string tag;            ///< of the copy that the reader has; "" for none
-  std::size_t mostBytes = 0;  ///< a longer object is an error
+  std::size_t mostBytes = 0;  ///< a longer object is none of the reader's
 };
 
 /// What a place answers to a GetRequest.
@@ -51,6 +51,7 @@ struct GetAnswer {
     absent,
     unchanged,  ///< still what the request's tag stands for; `bytes` is empty
     present,
+    tooLong,  ///< something longer than the request's `mostBytes`, of which nothing is given
   };
   State state = State::absent;
   std::string bytes;
@@ -65,7 +66,7 @@ struct GetAnswer {
 ///
 /// A place is made for one exchange and has one deadline for all its calls. Every call raises PlaceException
 /// where the place cannot be reached, refuses, is not done by the deadline, or answers what it should not: an
-/// answer that is cut, or longer than it may be, is never taken for an object. A place may be lying or
+/// answer that is cut is never taken for an object. A place may be lying or
 /// forget; nothing here finds that out.
 class Place {
  public:
