@@ -1,5 +1,6 @@
 #include "tools/loomerctl/Passphrases.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
@@ -37,13 +38,17 @@ std::vector<std::string> objectsOf(pelto::Place& place, const pelto::Sealer& sea
 }  // namespace
 
 std::optional<Invitation> invitationUnder(pelto::Place& place, const std::string& passphrase) {
-  std::vector<pelto::GetRequest> requests;
-  for (const pelto::PlaceObject& each : place.list(pelto::kPassphraseFolder)) {
-    requests.push_back({each.name, pelto::Writing::alone, {}, kPassphraseObjectBytes});
-    if (requests.size() == kMostTried) break;
-  }
-  for (const pelto::GetAnswer& each : place.get(requests)) {
-    if (auto invitation = pelto::openWithPassphrase(each.bytes, passphrase)) return invitation;
+  std::vector<pelto::PlaceObject> objects = place.list(pelto::kPassphraseFolder);
+  std::erase_if(objects, [](const pelto::PlaceObject& each) {
+    return each.bytes != 0 && each.bytes != kPassphraseObjectBytes;
+  });
+  std::stable_sort(objects.begin(), objects.end(),
+                   [](const auto& a, const auto& b) { return b.date < a.date; });
+  if (objects.size() > kMostTried) objects.resize(kMostTried);
+  for (const pelto::PlaceObject& each : objects) {
+    const pelto::GetRequest request{each.name, pelto::Writing::alone, {}, kPassphraseObjectBytes};
+    const pelto::GetAnswer answer = place.get({request}).front();
+    if (auto invitation = pelto::openWithPassphrase(answer.bytes, passphrase)) return invitation;
   }
   return std::nullopt;
 }

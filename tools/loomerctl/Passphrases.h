@@ -12,7 +12,8 @@ namespace corvane::loomerctl {
 // Invitations that lie at the place itself, each under its account's passphrase, where somebody without a key
 // finds them. All raise what the place raises.
 
-/// The first invitation that the passphrase opens. Tries 20 at most, as each takes a second and more.
+/// The newest invitation that the passphrase opens. Reads one after the other, 20 at most: each takes a
+/// second and more to try.
 std::optional<pelto::Invitation> invitationUnder(pelto::Place& place, const std::string& passphrase);
 
 /// Puts the invitation under the passphrase, in the place of the account's earlier one. Raises
