@@ -231,6 +231,35 @@ TEST_F(ChainHubTest, ANewGenerationKnowsTheWholePast) {
   EXPECT_EQ(told.records[0].origins, one.origins);
 }
 
+TEST_F(ChainHubTest, DeletionsAreToldForFourHundredDays) {
+  constexpr double kDay = 86'400;
+  const auto c = computer("c");
+  a->give({bookmark(1, "one"), bookmark(2, "two")});
+  b->takeIn();
+  c->takeIn();
+  HubRecord deletion;
+  deletion.id = id(1);
+  deletion.deleted = true;
+  a->give({deletion});
+  platform.clock.time.seconds += 399 * kDay;
+  giveUntilCheckpoint(*a);
+  const RemoteChanges early = b->takeIn();
+  EXPECT_FALSE(early.whole);
+  EXPECT_EQ(std::count_if(early.records.begin(), early.records.end(),
+                          [](const HubRecord& each) { return each.deleted; }),
+            1);
+  EXPECT_FALSE(b->names().contains("one"));
+  platform.clock.time.seconds += 2 * kDay;
+  giveUntilCheckpoint(*a);
+  const RemoteChanges late = c->takeIn();
+  EXPECT_TRUE(late.whole) << "what is not there any more is deleted";
+  EXPECT_EQ(std::count_if(late.records.begin(), late.records.end(),
+                          [](const HubRecord& each) { return each.deleted; }),
+            0);
+  EXPECT_FALSE(c->names().contains("one"));
+  EXPECT_TRUE(c->names().contains("two"));
+}
+
 TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
   const std::string mine = a->takeIn().now.account.toString();
   giveUntilCheckpoint(*a);

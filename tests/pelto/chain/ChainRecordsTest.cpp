@@ -162,6 +162,82 @@ TEST_F(ChainRecordsTest, BytesThatAreNotTextAreRefusedAndChangeNothing) {
   give({deletionOf(a)});
 }
 
+TEST_F(ChainRecordsTest, AnIdThatIsNoUuidIsRefusedAndChangesNothing) {
+  const HubRecord a = recordNamed("A", "http://a/");
+  give({a});
+  HubRecord noId = recordNamed("B", "http://b/"), noParent = noId, noOrigin = noId;
+  noId.id = "B";
+  noParent.parent = "no UUID either";
+  noOrigin.origins.name = "0B000000-0000-4000-8000-00000000000";
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 2'100; ++i) many.push_back(recordNamed("n", "http://n/"));
+  many.push_back(noId);
+  const String good = newUuidString();
+  const HubPush pushes[] = {
+      {{}, good, {noId}}, {{}, good, {noParent}}, {{}, good, {noOrigin}},
+      {{}, good, many},   {{}, "no push", {a}},   {{}, good, {a}, {{now().account, 1, "no state"}}},
+  };
+  for (HubPush push : pushes) {
+    SCOPED_TRACE(push.id.toString() + ' ' + std::to_string(push.records.size()));
+    push.expected = now();
+    EXPECT_THROW(exchange().push(push), PlatformException);
+    ChainHub& hub = exchange();
+    push.expected = hub.remoteChanges({}).now;
+    EXPECT_THROW(hub.push(push), PlatformException);
+    EXPECT_TRUE(hub.push({push.expected, newUuidString(), {}})) << "the exchange goes on";
+    EXPECT_EQ(held(), listed({a}));
+    for (const auto& [name, object] : place.objects) EXPECT_EQ(name.find("/s/"), name.npos);
+  }
+}
+
+TEST_F(ChainRecordsTest, OfARecordThatAPushHasTwiceTheLastOneCounts) {
+  HubRecord a = recordNamed("A", "http://a/"), b = recordNamed("B", "http://b/");
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 2'500; ++i) many.push_back(deletionOf(recordNamed({}, {})));
+  for (const bool isMuch : {false, true}) {
+    SCOPED_TRACE(isMuch);
+    give({});
+    const HubState before = now();
+    HubRecord renamed = a;
+    renamed.name = isMuch ? "A of many" : "A of few";
+    std::vector<HubRecord> given{a, deletionOf(b)};
+    if (isMuch) given.insert(given.end(), many.begin(), many.end());
+    given.insert(given.end(), {renamed, b, renamed});
+    give(given);
+    EXPECT_EQ(held(), listed({renamed, b}));
+    std::vector<HubRecord> since = told({before}).records;
+    std::erase_if(since, [&](const HubRecord& each) { return each.id != a.id && each.id != b.id; });
+    EXPECT_EQ(listed(since), listed({renamed, b}));
+  }
+}
+
+TEST_F(ChainRecordsTest, OfManyStatesThatWereGivenAgainTheNewestAreTold) {
+  std::vector<String> all;
+  for (int push = 0; push < 5; ++push) {
+    std::vector<HubState> states;
+    for (int i = 0; i < 60; ++i) states.push_back({now().account, 100 + i, newUuidString()});
+    const HubState state = now();
+    ASSERT_TRUE(exchange().push({state, newUuidString(), {}, states}));
+    std::vector<String> ids;
+    for (const HubState& each : states) ids.push_back(each.pushId);
+    all.insert(all.begin(), ids.begin(), ids.end());
+  }
+  const RemoteChanges remote = told();
+  ASSERT_EQ(remote.pastGivenAgain.size(), 128U);
+  for (std::size_t i = 0; i < remote.pastGivenAgain.size(); ++i)
+    EXPECT_EQ(remote.pastGivenAgain[i].pushId, all[i]);
+  EXPECT_TRUE(exchange().hasPush(all.back())) << "and all are known";
+}
+
+TEST_F(ChainRecordsTest, MoreStatesThanAReaderTakesAreNotWritten) {
+  const HubState state = now();
+  std::vector<HubState> states(10'001, {state.account, 1, newUuidString()});
+  EXPECT_THROW(exchange().push({state, newUuidString(), {}, states}), PlatformException);
+  states.pop_back();
+  EXPECT_TRUE(exchange().push({state, newUuidString(), {}, states}));
+  EXPECT_EQ(now().revision, 1);
+}
+
 TEST_F(ChainRecordsTest, RemoteChangesAreThoseSinceTheStateSeen) {
   HubRecord a = recordNamed("A", "http://a/"), b = recordNamed("B", "http://b/"),
             c = recordNamed("C", "http://c/");

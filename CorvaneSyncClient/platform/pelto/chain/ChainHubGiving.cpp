@@ -62,6 +62,7 @@ HubPushed ChainHub::push(const HubPush& push) {
   Commit commit = commitAfterHead(push.id);
   for (const HubRecord& each : push.records) commit.link.records += each.deleted ? 0 : 1;
   const std::size_t bytes = textBytesOf(push.records);
+  _segments.clear();  // of a push that could not be sealed
   commit.link.bytes += static_cast<std::int64_t>(bytes);
   commit.records = push.records;
   if (bytes > kInlineBytes || push.records.size() > kSegmentRecords) {

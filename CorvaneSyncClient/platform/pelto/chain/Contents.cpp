@@ -339,6 +339,7 @@ GenerationChange changeIn(const Value& value) {
 }
 
 Data dataOf(const std::vector<GivenAgain>& states) {
+  if (states.size() > kMostGivenAgain) fail("it gives more states again than anybody reads");
   std::string bytes;
   for (const GivenAgain& each : states) {
     append(bytes, static_cast<std::uint64_t>(each.number), 8);
