@@ -69,6 +69,17 @@ TEST_F(HubDurability, WhatAKilledServerMadeIsOnTheDiskBeforeTheNextOneListens) {
   EXPECT_EQ(missingInOrder(finishedTrace(hub), {R"(syncfs\(\d+<.*/data>\) += 0)", R"(listen\(.* = 0)"}), "");
 }
 
+TEST_F(HubDurability, AServerIsKeptOutOfCoreDumpsBeforeItReadsAnythingOfItsOwn) {
+  HubProcess hub(directory.path(), {},
+                 straceWith({"-o", directory / "trace", "-e", "trace=prctl,openat,clone,clone3"}));
+  std::vector<std::string> lines = finishedTrace(hub);
+  EXPECT_EQ(
+      missingInOrder(lines, {R"(prctl\(PR_SET_DUMPABLE, SUID_DUMP_DISABLE\) += 0)", R"(openat\(.*/conf-)"}),
+      "");
+  std::erase_if(lines, [](const std::string& line) { return line.find("PR_SET_DUMPABLE") == line.npos; });
+  EXPECT_EQ(lines.size(), 1U) << "and stays so";
+}
+
 struct Refused {
   const char* phrase;
   const char* headers;
