@@ -48,6 +48,17 @@ TEST_F(WebDavPlaceTest, ANewObjectIsAFilledCollectionThatIsMovedToItsName) {
                                  HasSubstr("\r\nDestination: http://" + server.host() + "/dav/f/1/\r\n")));
 }
 
+TEST_F(WebDavPlaceTest, APlaceWhoseFolderDoesNotExistIsNotMade) {
+  const ScriptedServer server(httpAnswer("409 Conflict"));
+  try {
+    placeAt(server).putNew("f/1", "bytes");
+    FAIL() << "made";
+  } catch (const PlaceException& exception) {
+    EXPECT_EQ(exception.reason(), "Can't make f/1 at " + server.host() + ": the folder /dav at " +
+                                      server.host() + " does not exist. Make it, or give another address.");
+  }
+}
+
 TEST_F(WebDavPlaceTest, AMoveThatEndedUnclearlyIsMadeClearWhereThatIsPossible) {
   for (const char* unclear :
        {"500 Error", "405 Not", "423 Locked", "409 Conflict", "404 Not", "207 Multi", ""}) {

@@ -106,7 +106,7 @@ void WebDavPlace::makeFolder(const std::string& name, const std::string& what) {
     makeFolder(std::string(folderOf(name)), what);
     answer = perform(request);
   } else if (isParentMissing) {
-    _client.fail(request, "there is no " + _address.description(), "Make it there, or give another address.");
+    _client.fail(request, _address.description() + " does not exist", "Make it, or give another address.");
   }
   // 405: it is there.
   if (!answer.isGood() && answer.status != 405) _client.fail(request, answer);
