@@ -19,6 +19,7 @@ from proxy import CuttingProxy
 # Ends a server with the test.
 AT_MOST_AS_LONG = ("setpriv", "--pdeathsig", "TERM")
 PATIENCE_SECONDS = 600
+OF_PLACES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "pelto", "place")
 SECONDS_AWAY = 1.1
 
 
@@ -51,6 +52,15 @@ def fingerprint_of(directory):
                 continue  # removed meanwhile
             found.append((os.path.relpath(path, directory), status.st_size, status.st_mtime_ns))
     return sorted(found)
+
+
+def configuration_of(server, **marks):
+    """What the server of that name is told wherever a test runs one."""
+    with open(os.path.join(OF_PLACES, "servers", server + ".conf"), encoding="utf-8") as file:
+        text = file.read()
+    for mark, value in marks.items():
+        text = text.replace(f"@{mark}@", value)
+    return text
 
 
 def copy(source, target):
@@ -271,64 +281,14 @@ class WebDav(Served):
 
 class Nginx(WebDav):
     USERS = WebDav.HASHED_USERS
-    CONFIGURATION = """
-load_module /usr/lib/nginx/modules/ngx_http_dav_ext_module.so;
-daemon off;
-worker_processes 4;
-pid @DIR@/pid;
-error_log @DIR@/error;
-events { worker_connections 256; }
-http {
-  access_log off;
-  client_body_temp_path @DIR@/body;
-  proxy_temp_path @DIR@/proxy;
-  fastcgi_temp_path @DIR@/fastcgi;
-  uwsgi_temp_path @DIR@/uwsgi;
-  scgi_temp_path @DIR@/scgi;
-  client_max_body_size 0;
-  server {
-    listen 127.0.0.1:@PORT@ reuseport;
-    root @DIR@/data;
-    location / {
-      auth_basic "places";
-      auth_basic_user_file @DIR@/users;
-      dav_methods PUT DELETE MKCOL COPY MOVE;
-      dav_ext_methods PROPFIND OPTIONS;
-    }
-  }
-}
-"""
+    CONFIGURATION = configuration_of("nginx", LISTENING="", LINES="")
     COMMAND = ("/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error")
 
 
 class Apache(WebDav):
     USERS = WebDav.HASHED_USERS
-    CONFIGURATION = """
-ServerRoot "@DIR@"
-ServerName localhost
-Listen 127.0.0.1:@PORT@
-PidFile "@DIR@/pid"
-ErrorLog "@DIR@/error"
-DefaultRuntimeDir "@DIR@"
-LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
-LoadModule authn_core_module /usr/lib/apache2/modules/mod_authn_core.so
-LoadModule authn_file_module /usr/lib/apache2/modules/mod_authn_file.so
-LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
-LoadModule authz_user_module /usr/lib/apache2/modules/mod_authz_user.so
-LoadModule auth_basic_module /usr/lib/apache2/modules/mod_auth_basic.so
-LoadModule dav_module /usr/lib/apache2/modules/mod_dav.so
-LoadModule dav_fs_module /usr/lib/apache2/modules/mod_dav_fs.so
-StartServers 2
-DavLockDB "@DIR@/locks"
-DocumentRoot "@DIR@/data"
-<Directory "@DIR@/data">
-  Dav On
-  AuthType Basic
-  AuthName "places"
-  AuthUserFile "@DIR@/users"
-  Require valid-user
-</Directory>
-"""
+    CONFIGURATION = configuration_of(
+        "apache", WHO='AuthName "places"\n  AuthUserFile "@DIR@/users"\n  Require valid-user\n  AuthType Basic')
     COMMAND = ("/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND")
 
     def configure(self):
@@ -339,19 +299,7 @@ DocumentRoot "@DIR@/data"
 
 
 class Lighttpd(WebDav):
-    CONFIGURATION = """
-server.modules = ("mod_auth", "mod_authn_file", "mod_webdav")
-server.bind = "127.0.0.1"
-server.port = @PORT@
-server.document-root = "@DIR@/data"
-server.errorlog = "@DIR@/error"
-server.upload-dirs = ("@DIR@")
-webdav.activate = "enable"
-mimetype.assign = ("" => "application/octet-stream")
-auth.backend = "plain"
-auth.backend.plain.userfile = "@DIR@/users"
-auth.require = ("" => ("method" => "basic", "realm" => "places", "require" => "valid-user"))
-"""
+    CONFIGURATION = configuration_of("lighttpd")
     COMMAND = ("/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf")
 
 
@@ -369,7 +317,7 @@ class Ceph(Served):
         super().__init__(directory, draw)
         self.bucket = Bucket(self.KEY, self.SECRET)
         self.address = f"s3://{Bucket.NAME}?endpoint=http://127.0.0.1:{self.shown_port}"
-        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "pelto", "place", "ceph-server")
+        script = os.path.join(OF_PLACES, "ceph-server")
         with open(os.path.join(directory, "log"), "ab") as log:
             command = [*AT_MOST_AS_LONG, script, directory, str(self.port), str(free_port()), self.KEY, self.SECRET]
             self.cluster = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)

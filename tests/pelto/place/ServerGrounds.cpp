@@ -1,7 +1,9 @@
 #include "tests/pelto/place/ServerGrounds.h"
 
 #include <ctime>
+#include <fstream>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -27,14 +29,24 @@ constexpr const char* kAliceSha = "alice:{SHA}9m7zE8CWEi0yETRRwnND3zdHWr0=\n";
 constexpr const char* kAlicePlain = "alice:s3cret: w\xc3\xb6rd\n";
 constexpr const char* kAliceDigest = "alice:places:cda780cc153252861fd5c52b8457d6e2\n";
 
-// A text with "@DIR@" and "@PORT@" in the places of these.
-std::string filledIn(std::string text, const std::string& directory, int port) {
-  for (const auto& [mark, value] : {std::pair<std::string, std::string>("@DIR@", directory),
-                                    std::pair<std::string, std::string>("@PORT@", std::to_string(port))}) {
+using Marks = std::vector<std::pair<std::string, std::string>>;
+
+// A text with values in the places of its marks, "@NAME@".
+std::string filledIn(std::string text, const Marks& marks) {
+  for (const auto& [mark, value] : marks) {
     for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark))
       text.replace(at, mark.size(), value);
   }
   return text;
+}
+
+// What the server of that name is told wherever a test runs one.
+std::string configurationOf(const std::string& server) {
+  std::ifstream file(CORVANE_SERVERS "/" + server + ".conf");
+  if (!file) throw std::runtime_error("there is no configuration of " + server);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
 }
 
 class HubGround : public PlaceGround {
@@ -105,88 +117,22 @@ class CephGround : public S3Ground {
   PlaceAddress _address, _addressByHost;
 };
 
-constexpr const char* kApache = R"(
-ServerRoot "@DIR@"
-ServerName localhost
-Listen 127.0.0.1:@PORT@
-PidFile "@DIR@/pid"
-ErrorLog "@DIR@/error"
-DefaultRuntimeDir "@DIR@"
-LoadModule mpm_event_module /usr/lib/apache2/modules/mod_mpm_event.so
-LoadModule authn_core_module /usr/lib/apache2/modules/mod_authn_core.so
-LoadModule authn_file_module /usr/lib/apache2/modules/mod_authn_file.so
-LoadModule authz_core_module /usr/lib/apache2/modules/mod_authz_core.so
-LoadModule authz_user_module /usr/lib/apache2/modules/mod_authz_user.so
-LoadModule auth_basic_module /usr/lib/apache2/modules/mod_auth_basic.so
-LoadModule auth_digest_module /usr/lib/apache2/modules/mod_auth_digest.so
-LoadModule dav_module /usr/lib/apache2/modules/mod_dav.so
-LoadModule dav_fs_module /usr/lib/apache2/modules/mod_dav_fs.so
-StartServers 2
-DavLockDB "@DIR@/locks"
-DocumentRoot "@DIR@/data"
-<Directory "@DIR@/data">
-  Dav On
-)";
-
-constexpr const char* kApacheUsers = R"(
-  AuthName "places"
+constexpr const char* kApacheUsers = R"(AuthName "places"
   AuthUserFile "@DIR@/users"
   Require valid-user
-)";
+  )";
 
-ServerSetup apacheSetup(const std::string& authentication, const std::string& users) {
-  return {kApache + authentication + "</Directory>\n",
+ServerSetup apacheSetup(const std::string& who, const std::string& users) {
+  return {filledIn(configurationOf("apache"), {{"@WHO@", who}}),
           users,
           {"/usr/sbin/apache2", "-f", "@DIR@/conf", "-DFOREGROUND"}};
 }
 
-// With what `listen` says after the port, and further lines for the server.
 ServerSetup nginxSetup(const std::string& listening, const std::string& lines) {
-  std::string configuration = R"(
-load_module /usr/lib/nginx/modules/ngx_http_dav_ext_module.so;
-daemon off;
-worker_processes 4;
-pid @DIR@/pid;
-error_log @DIR@/error;
-events { worker_connections 256; }
-http {
-  access_log off;
-  client_body_temp_path @DIR@/body;
-  proxy_temp_path @DIR@/proxy;
-  fastcgi_temp_path @DIR@/fastcgi;
-  uwsgi_temp_path @DIR@/uwsgi;
-  scgi_temp_path @DIR@/scgi;
-  client_max_body_size 0;
-  server {
-    listen 127.0.0.1:@PORT@ reuseport)" +
-                              listening + ";\n" + lines + R"(
-    root @DIR@/data;
-    location / {
-      auth_basic "places";
-      auth_basic_user_file @DIR@/users;
-      dav_methods PUT DELETE MKCOL COPY MOVE;
-      dav_ext_methods PROPFIND OPTIONS;
-    }
-  }
-}
-)";
-  return {std::move(configuration),
+  return {filledIn(configurationOf("nginx"), {{"@LISTENING@", listening}, {"@LINES@", lines}}),
           kAliceSha,
           {"/usr/sbin/nginx", "-p", "@DIR@", "-c", "@DIR@/conf", "-e", "@DIR@/error"}};
 }
-constexpr const char* kLighttpd = R"(
-server.modules = ("mod_auth", "mod_authn_file", "mod_webdav")
-server.bind = "127.0.0.1"
-server.port = @PORT@
-server.document-root = "@DIR@/data"
-server.errorlog = "@DIR@/error"
-server.upload-dirs = ("@DIR@")
-webdav.activate = "enable"
-mimetype.assign = ("" => "application/octet-stream")
-auth.backend = "plain"
-auth.backend.plain.userfile = "@DIR@/users"
-auth.require = ("" => ("method" => "basic", "realm" => "places", "require" => "valid-user"))
-)";
 
 }  // namespace
 
@@ -194,12 +140,12 @@ WebDavGround::WebDavGround(const ServerSetup& setup) {
   _server.write("users", setup.users);
   for (int i = 0; i < kTries; ++i) {
     const int port = freePort();
-    _server.write("conf", filledIn(setup.configuration, _server.directory(), port));
+    const Marks marks{{"@DIR@", _server.directory()}, {"@PORT@", std::to_string(port)}};
+    _server.write("conf", filledIn(setup.configuration, marks));
     std::vector<std::string> arguments;
-    for (const std::string& argument : setup.arguments)
-      arguments.push_back(filledIn(argument, _server.directory(), port));
+    for (const std::string& argument : setup.arguments) arguments.push_back(filledIn(argument, marks));
     if (!_server.start(arguments, port)) continue;
-    _address = parsePlaceAddress(filledIn(setup.address, _server.directory(), port));
+    _address = parsePlaceAddress(filledIn(setup.address, marks));
     return;
   }
   throw std::runtime_error(setup.arguments.front() + " does not start: " + _server.log());
@@ -210,17 +156,16 @@ std::unique_ptr<Place> WebDavGround::place(Deadline deadline, double pauseBefore
 }
 
 std::unique_ptr<PlaceGround> makeApacheGround() {
-  return std::make_unique<WebDavGround>(
-      apacheSetup(std::string(kApacheUsers) + "AuthType Basic\n", kAliceSha));
+  return std::make_unique<WebDavGround>(apacheSetup(std::string(kApacheUsers) + "AuthType Basic", kAliceSha));
 }
 
 std::unique_ptr<WebDavGround> makeOpenApacheGround() {
-  return std::make_unique<WebDavGround>(apacheSetup("Require all granted\n", ""));
+  return std::make_unique<WebDavGround>(apacheSetup("Require all granted", ""));
 }
 
 std::unique_ptr<PlaceGround> makeApacheDigestGround() {
   return std::make_unique<WebDavGround>(
-      apacheSetup(std::string(kApacheUsers) + "AuthType Digest\n", kAliceDigest));
+      apacheSetup(std::string(kApacheUsers) + "AuthType Digest", kAliceDigest));
 }
 
 std::unique_ptr<PlaceGround> makeHubGround() { return std::make_unique<HubGround>(); }
@@ -228,8 +173,8 @@ std::unique_ptr<PlaceGround> makeHubGround() { return std::make_unique<HubGround
 std::unique_ptr<S3Ground> makeCephGround() { return std::make_unique<CephGround>(); }
 
 std::unique_ptr<PlaceGround> makeLighttpdGround() {
-  return std::make_unique<WebDavGround>(
-      ServerSetup{kLighttpd, kAlicePlain, {"/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf"}});
+  return std::make_unique<WebDavGround>(ServerSetup{
+      configurationOf("lighttpd"), kAlicePlain, {"/usr/sbin/lighttpd", "-D", "-f", "@DIR@/conf"}});
 }
 
 std::unique_ptr<PlaceGround> makeNginxGround() { return std::make_unique<WebDavGround>(nginxSetup("", "")); }
