@@ -86,6 +86,19 @@ TEST_F(DirectoryPlaceTest, WhatStandsThereByOtherNamesIsPassedOver) {
   EXPECT_EQ(objects.front().name, "f/1");
 }
 
+TEST_F(DirectoryPlaceTest, WhatWasChangedInItsPlaceIsReadAnew) {
+  const auto write = [this](const char* contents, long nanoseconds) {
+    std::ofstream(path("f/1")) << contents;
+    const timespec times[] = {{1'800'000'000, nanoseconds}, {1'800'000'000, nanoseconds}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path("f/1").c_str(), times, 0), 0);
+  };
+  place.putNew("f/1", "one");
+  write("one", 1);
+  const GetAnswer before = place.get({{"f/1", Writing::contested, {}, 10}}).front();
+  write("two", 2);
+  EXPECT_EQ(place.get({{"f/1", Writing::contested, before.tag, 10}}).front().bytes, "two");
+}
+
 TEST_F(DirectoryPlaceTest, WhatIsNoFileIsNotRead) {
   place.putNew("f/1", "1");
   std::filesystem::create_directory(path("f/folder"));
