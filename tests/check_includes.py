@@ -49,7 +49,7 @@ ALLOWED = {
     LOOMER + "/hub": SYSTEM | {"platform/pelto"} | rooms("api", "records", "merge", "store", "session"),
     LOOMER: SYSTEM | {"platform/pelto", "platform/pelto/account"} | rooms("api", "records", "store", "session", "hub"),
     "platform/pelto/seal": SYSTEM,
-    "platform/pelto/place": SYSTEM,
+    "platform/pelto/place": SYSTEM | {"platform/pelto/seal"},
     "platform/pelto": SYSTEM,
     "platform/pelto/chain": SYSTEM | {"platform/pelto"} | folders("platform/pelto", "place", "seal"),
     "platform/pelto/account": SYSTEM | {"platform/pelto"} | folders("platform/pelto", "place", "seal", "chain"),

@@ -92,7 +92,8 @@ class HubPopulation : public Population {
 
   static std::unique_ptr<pelto::Place> wayTo(int port, const std::string& token) {
     const std::string address = "hub://127.0.0.1:" + std::to_string(port) + "?tls=no";
-    return makePlace(pelto::parsePlaceAddress(address), {"", token}, after(kExchangeSeconds));
+    return makePlace(pelto::parsePlaceAddress(address), {"", pelto::SharedSecret(token)},
+                     after(kExchangeSeconds));
   }
 
   std::string processFile(const std::string& name) const {

@@ -131,7 +131,8 @@ Status setPassphrase(Invocation& run) {
   const pelto::WipeAtEnd wiping(passphrase);
   Invitation invitation = invitationTo(account);
   // Whoever joins by passphrase has named the place, and been let in.
-  invitation.address = invitation.user = invitation.secret = std::string();
+  invitation.address = invitation.user = std::string();
+  invitation.secret = {};
   putUnderPassphrase(*place, account, invitation, passphrase);
   run.out.write("`loomerctl account join PLACE` asks for the passphrase on another computer.\n");
   return statusFine;

@@ -19,6 +19,13 @@ std::string nameOfComputer() {
   return name.empty() ? "a computer" : name;
 }
 
+// The secret that the user types next.
+pelto::SharedSecret askSecret(SecretInput& input, const char* prompt) {
+  std::string typed = input.line(prompt);
+  const pelto::WipeAtEnd wiping(typed);
+  return pelto::SharedSecret(typed);
+}
+
 }  // namespace
 
 pelto::PlaceCredentials askCredentials(const PlaceAddress& address, SecretInput& input) {
@@ -27,16 +34,16 @@ pelto::PlaceCredentials askCredentials(const PlaceAddress& address, SecretInput&
       return {};
     case PlaceAddress::Kind::webDav: {
       std::string user = address.user.empty() ? input.line("User (not shown as you type): ") : address.user;
-      return {std::move(user), input.line("Password (not shown as you type): ")};
+      return {std::move(user), askSecret(input, "Password (not shown as you type): ")};
     }
     case PlaceAddress::Kind::s3: {
       std::string user = input.line("Identifier of the access key (not shown as you type): ");
-      return {std::move(user), input.line("Secret of the access key (not shown as you type): ")};
+      return {std::move(user), askSecret(input, "Secret of the access key (not shown as you type): ")};
     }
     case PlaceAddress::Kind::hub:
       break;
   }
-  return {{}, input.line("This computer's token (not shown as you type): ")};
+  return {{}, askSecret(input, "This computer's token (not shown as you type): ")};
 }
 
 Account accountOrRefuse() {

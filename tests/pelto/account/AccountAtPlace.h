@@ -10,7 +10,7 @@ namespace corvane {
 /// An account of which no part is empty. Its secrets are "geheim", and keys of 'K's and 'S's.
 inline pelto::Account accountAtPlace() {
   pelto::Membership membership{
-      {"ada", "geheim"},
+      {"ada", pelto::SharedSecret("geheim")},
       "A1C0B5A0-0F3D-4F7C-9B59-1F1B7F1F2A01",
       3,
       std::make_shared<pelto::AccountKey>(std::string(32, 'K')),

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/account/DotPeltoSessionProxy.h"
 #include "CorvaneSyncClient/platform/pelto/account/MembershipFile.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
@@ -31,7 +32,7 @@ void expectEqual(const Account& read, const Account& written) {
   EXPECT_EQ(read.computer, written.computer);
   ASSERT_TRUE(read.membership);
   EXPECT_EQ(read.membership->credentials.user, written.membership->credentials.user);
-  EXPECT_EQ(read.membership->credentials.secret, written.membership->credentials.secret);
+  EXPECT_EQ(read.membership->credentials.secret.view(), written.membership->credentials.secret.view());
   EXPECT_EQ(read.membership->account, written.membership->account);
   EXPECT_EQ(read.membership->generation, written.membership->generation);
   EXPECT_TRUE(*read.membership->key == *written.membership->key);
@@ -69,6 +70,22 @@ TEST_F(MembershipFileTest, ReadsBackAsItWasWritten) {
   first.membership->enabled = {};
   writeAccount(path, first);
   expectEqual(*readAccount(path), first);
+}
+
+TEST_F(MembershipFileTest, AFileOfTheFormBeforeIsReadAndWrittenInTheNewOne) {
+  writeAccount(path, account);
+  const std::string now(membershipFileOf(account).view());
+  const std::size_t keysEnd = std::string("corvane account 3").size() + 64;
+  Value entries = readPropertyList(std::string_view(now).substr(keysEnd + 2 + std::string("geheim").size()));
+  Dictionary before = *entries.as<Dictionary>();
+  before.set("Secret", "geheim");
+  const std::string former = "corvane account 2" + now.substr(17, 64) + writeBinaryPropertyList(before);
+  EXPECT_EQ(problemOf(former), "read");
+  expectEqual(*readAccount(path), account);
+  changeMembership(path, account, [](Membership&) {});
+  std::string written;
+  platform.realFiles.read(path, written);
+  EXPECT_EQ(written, now);
 }
 
 TEST_F(MembershipFileTest, IsTheUsersAloneWhateverTheUmask) {

@@ -79,7 +79,8 @@ class LyingHubTest : public testing::Test {
 
   // Asks for everything, and gives a record that is not there yet.
   Exchanged exchange(const std::string& home, double seconds, std::optional<HubRecord> given = {}) {
-    const auto place = makePlace(parsePlaceAddress(hub.address()), {"", kToken}, after(seconds));
+    const auto place =
+        makePlace(parsePlaceAddress(hub.address()), {"", SharedSecret(kToken)}, after(seconds));
     ChainHub chain(*place, sealer,
                    {platform.directory / (home + "/Chain.plist"), "0F000000-0000-4000-8000-000000000001"});
     Exchanged exchanged;

@@ -27,7 +27,7 @@ class HostilePlaceTest : public testing::TestWithParam<std::string> {
     std::string address = "http://" + server.host() + "/dav";
     if (GetParam() == "s3") address = "s3://bucket?endpoint=http://" + server.host();
     if (GetParam() == "hub") address = "hub://" + server.host() + "?tls=no";
-    return makePlace(parsePlaceAddress(address), {"alice", kSecret}, after(seconds));
+    return makePlace(parsePlaceAddress(address), {"alice", SharedSecret(kSecret)}, after(seconds));
   }
 
   template <typename Call>

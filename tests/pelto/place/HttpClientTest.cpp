@@ -33,7 +33,7 @@ HttpSettings settings() {
     return std::vector<std::string>{std::string("Authorization: Bearer ") + kToken};
   };
   settings.reasonIn = [](const HttpAnswer& answer) { return answer.body; };
-  settings.secrets = {kToken};
+  settings.secrets = {SharedSecret(kToken)};
   settings.firstPause = 0.001;
   return settings;
 }

@@ -34,8 +34,8 @@ TEST(HttpTextTest, DatesOfHeadersAreRead) {
 
 TEST(HttpTextTest, BasicAuthorizationIsBase64) {
   // RFC 7617, section 2.
-  EXPECT_EQ(basicAuthorization("Aladdin", "open sesame"), "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
-  EXPECT_EQ(basicAuthorization("test", "123\xc2\xa3"), "Basic dGVzdDoxMjPCow==");
+  EXPECT_EQ(basicAuthorization("Aladdin", "open sesame"), "QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
+  EXPECT_EQ(basicAuthorization("test", "123\xc2\xa3"), "dGVzdDoxMjPCow==");
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ class HubPlaceTest : public testing::Test {
  protected:
   std::unique_ptr<Place> place(double seconds = 600, double pauseBeforeEnd = 0) const {
     return makePlace(parsePlaceAddress("hub://127.0.0.1:" + std::to_string(hub.port()) + "?tls=no"),
-                     {"", token}, after(seconds), pauseBeforeEnd);
+                     {"", SharedSecret(token)}, after(seconds), pauseBeforeEnd);
   }
   void account(const std::vector<std::string>& arguments) const {
     accountCommand(directory.path(), arguments);

@@ -31,7 +31,7 @@ class S3PlaceTest : public testing::Test {
   S3Place placeAt(const ScriptedServer& server, const std::string& style = "path") const {
     return {parsePlaceAddress("s3://bucket/pre%20fix?region=eu-central-1&style=" + style +
                               "&endpoint=http://" + endpoint(server)),
-            {"ID", kSecret},
+            {"ID", SharedSecret(kSecret)},
             after(30)};
   }
   // The value of a header of the request.
@@ -82,8 +82,8 @@ TEST_F(S3PlaceTest, TheBucketStandsInThePathOrInTheHostAndTheSignatureIsForThatH
       EXPECT_THAT(path, StartsWith((isInHost ? "" : "/bucket") + object)) << request;
       EXPECT_EQ(header(request, "Host"), host);
       const std::vector<std::string> expected =
-          signedS3Headers({"ID", kSecret, "eu-central-1"}, request.substr(0, space), host, path, query,
-                          request.substr(request.find("\r\n\r\n") + 4), platform.clock.now());
+          signedS3Headers({"ID", SharedSecret(kSecret), "eu-central-1"}, request.substr(0, space), host, path,
+                          query, request.substr(request.find("\r\n\r\n") + 4), platform.clock.now());
       EXPECT_EQ("Authorization: " + header(request, "Authorization"), expected.back());
     }
   }

@@ -24,7 +24,8 @@ namespace {
 
 constexpr int kTries = 5;
 
-const PlaceCredentials kAlice{"alice", "s3cret: w\xc3\xb6rd"};
+constexpr const char* kAlicesPassword = "s3cret: w\xc3\xb6rd";
+const PlaceCredentials kAlice{"alice", SharedSecret(kAlicesPassword)};
 constexpr const char* kAliceSha = "alice:{SHA}9m7zE8CWEi0yETRRwnND3zdHWr0=\n";
 constexpr const char* kAlicePlain = "alice:s3cret: w\xc3\xb6rd\n";
 constexpr const char* kAliceDigest = "alice:places:cda780cc153252861fd5c52b8457d6e2\n";
@@ -53,7 +54,7 @@ class HubGround : public PlaceGround {
  public:
   std::unique_ptr<Place> place(Deadline deadline, double pauseBeforeEnd) override {
     return makePlace(parsePlaceAddress("hub://127.0.0.1:" + std::to_string(_hub.port()) + "?tls=no"),
-                     {"", _token}, deadline, pauseBeforeEnd);
+                     {"", SharedSecret(_token)}, deadline, pauseBeforeEnd);
   }
 
  private:
@@ -68,7 +69,7 @@ class CephGround : public S3Ground {
     for (int i = 0; i < kTries; ++i) {
       const int port = freePort();
       if (!_server.start({CORVANE_CEPH_SERVER, _server.directory(), std::to_string(port),
-                          std::to_string(freePort()), kKeys.user, kKeys.secret},
+                          std::to_string(freePort()), kKeys.user, std::string(kKeys.secret.view())},
                          port))
         continue;
       const std::string endpoint =
@@ -112,7 +113,7 @@ class CephGround : public S3Ground {
     if (!answer.isGood()) client.fail(request, answer);
   }
 
-  static inline const PlaceCredentials kKeys{"AKTEST", "s3cret/key+1"};
+  static inline const PlaceCredentials kKeys{"AKTEST", SharedSecret("s3cret/key+1")};
   ServerProcess _server;
   PlaceAddress _address, _addressByHost;
 };
@@ -196,7 +197,7 @@ std::unique_ptr<PlaceGround> makeRcloneGround() {
       "",
       "",
       {"/usr/bin/rclone", "serve", "webdav", "@DIR@/data", "--config", "@DIR@/conf", "--cache-dir",
-       "@DIR@/cache", "--addr", "127.0.0.1:@PORT@", "--user", kAlice.user, "--pass", kAlice.secret}});
+       "@DIR@/cache", "--addr", "127.0.0.1:@PORT@", "--user", kAlice.user, "--pass", kAlicesPassword}});
 }
 
 }  // namespace corvane::pelto

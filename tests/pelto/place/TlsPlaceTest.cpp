@@ -14,7 +14,8 @@ class TlsPlaceTest : public testing::Test {
  protected:
   static std::string failureAt(const PlaceAddress& address) {
     try {
-      makePlace(address, {"alice", "s3cret"}, after(60))->get({{"f/1", Writing::alone, {}, 10}});
+      makePlace(address, {"alice", SharedSecret("s3cret")}, after(60))
+          ->get({{"f/1", Writing::alone, {}, 10}});
     } catch (const PlaceException& exception) {
       return exception.reason();
     }

@@ -32,7 +32,7 @@ class InvitationTest : public testing::Test {
     const Invitation read = invitationFrom(text);
     EXPECT_EQ(read.address, kAddress);
     EXPECT_EQ(read.user, "ada");
-    EXPECT_EQ(read.secret, "geheim");
+    EXPECT_EQ(read.secret.view(), "geheim");
     EXPECT_EQ(read.account, kAccount);
     EXPECT_EQ(read.generation, 3);
     EXPECT_TRUE(read.key == AccountKey(std::string(32, 'K')));
@@ -42,7 +42,7 @@ class InvitationTest : public testing::Test {
   FakePlatform platform;
   const Invitation invitation{kAddress,
                               "ada",
-                              "geheim",
+                              SharedSecret("geheim"),
                               kAccount,
                               3,
                               AccountKey(std::string(32, 'K')),

@@ -3,16 +3,21 @@
 #include <algorithm>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/BigEndian.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/chain/Link.h"
 
 namespace corvane::pelto {
 
 namespace {
 
-constexpr std::string_view kHead = "corvane account 2";
+constexpr std::string_view kHead = "corvane account 3";
+// Of a file whose secret stands among the entries.
+constexpr std::string_view kFormerHead = "corvane account 2";
 constexpr std::size_t kKeysEnd = kHead.size() + AccountKey::kBytes + ComputerKeys::kKeyBytes;
+constexpr std::size_t kLengthBytes = 2;  // of the secret's length
 
 constexpr const char* kPlace = "Place";
 constexpr const char* kUser = "User";
@@ -58,20 +63,19 @@ std::optional<LeftGenerations> leftIn(const Dictionary& entries) {
   return left;
 }
 
-std::optional<Account> accountIn(const Dictionary& entries, std::string_view key,
-                                 std::string_view secretKey) {
+std::optional<Account> accountIn(const Dictionary& entries, std::string_view key, std::string_view secretKey,
+                                 std::string_view secret) {
   const String place = entries.string(kPlace), account = entries.string(kAccount),
                computer = entries.string(kComputer), name = entries.string(kName);
   const Array* const enabled = entries.array(kEnabled);
   const std::int64_t generation = numberIn(entries, kGeneration);
   const auto newest = newestIn(entries);
   const auto left = leftIn(entries);
-  if (place.empty() || !entries.string(kUser) || !entries.string(kSecret) || name.empty() ||
-      !uuidBytes(account.view()) || !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest ||
-      !left) {
+  if (place.empty() || !entries.string(kUser) || name.empty() || !uuidBytes(account.view()) ||
+      !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest || !left) {
     return std::nullopt;
   }
-  Membership membership{{entries.string(kUser).toString(), entries.string(kSecret).toString()},
+  Membership membership{{entries.string(kUser).toString(), SharedSecret(secret)},
                         account.toString(),
                         generation,
                         std::make_shared<AccountKey>(key),
@@ -85,22 +89,41 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
   return Account{place.toString(), computer, {}, std::move(membership)};
 }
 
+// Takes the secret that stands before the entries away from them; absent when it is cut.
+std::optional<std::string_view> takeSecret(std::string_view& bytes) {
+  if (bytes.size() < kLengthBytes) return std::nullopt;
+  const std::size_t size = loadBigEndian(bytes.data(), kLengthBytes);
+  bytes.remove_prefix(kLengthBytes);
+  if (bytes.size() < size) return std::nullopt;
+  const std::string_view secret = bytes.substr(0, size);
+  bytes.remove_prefix(size);
+  return secret;
+}
+
 }  // namespace
 
-bool isMembershipFile(std::string_view bytes) { return bytes.starts_with(kHead); }
+bool isMembershipFile(std::string_view bytes) {
+  return bytes.starts_with(kHead) || bytes.starts_with(kFormerHead);
+}
 
 std::optional<Account> accountInMembershipFile(std::string_view bytes) {
   if (!isMembershipFile(bytes) || bytes.size() < kKeysEnd) return std::nullopt;
+  const bool isFormer = bytes.starts_with(kFormerHead);
+  std::string_view rest = bytes.substr(kKeysEnd);
+  auto secret = isFormer ? std::string_view() : takeSecret(rest);
   Value value;
   try {
-    value = readPropertyList(bytes.substr(kKeysEnd));
+    value = readPropertyList(rest);
   } catch (const PropertyListException&) {
     return std::nullopt;
   }
   const Dictionary* const entries = value.as<Dictionary>();
   if (!entries) return std::nullopt;
+  const String formerSecret = entries->string(kSecret);
+  if (isFormer) secret = formerSecret ? std::optional(formerSecret.view()) : std::nullopt;
+  if (!secret) return std::nullopt;
   return accountIn(*entries, bytes.substr(kHead.size(), AccountKey::kBytes),
-                   bytes.substr(kHead.size() + AccountKey::kBytes, ComputerKeys::kKeyBytes));
+                   bytes.substr(kHead.size() + AccountKey::kBytes, ComputerKeys::kKeyBytes), *secret);
 }
 
 SecretBytes membershipFileOf(const Account& account) {
@@ -112,7 +135,6 @@ SecretBytes membershipFileOf(const Account& account) {
   const std::string entries =
       writeBinaryPropertyList(Dictionary{{kPlace, account.url},
                                          {kUser, membership.credentials.user},
-                                         {kSecret, membership.credentials.secret},
                                          {kAccount, membership.account},
                                          {kGeneration, membership.generation},
                                          {kComputer, account.computer},
@@ -122,10 +144,16 @@ SecretBytes membershipFileOf(const Account& account) {
                                          {kLeft, left},
                                          {kNewestNumber, membership.newest.number},
                                          {kNewestHash, Data(membership.newest.hash)}});
-  SecretBytes bytes(kKeysEnd + entries.size());
+  const std::string_view secret = membership.credentials.secret.view();
+  if (secret.size() >> (8 * kLengthBytes) != 0)
+    throw PlatformException(DotPeltoException, "What opens the place is too long.");
+  char length[kLengthBytes];
+  storeBigEndian(length, secret.size(), kLengthBytes);
+  SecretBytes bytes(kKeysEnd + kLengthBytes + secret.size() + entries.size());
   unsigned char* at = bytes.data();
   for (const std::string_view each :
-       {kHead, membership.key->bytes(), membership.keys->secretKey(), std::string_view(entries)}) {
+       {kHead, membership.key->bytes(), membership.keys->secretKey(), std::string_view(length, kLengthBytes),
+        secret, std::string_view(entries)}) {
     at = std::copy(each.begin(), each.end(), at);
   }
   return bytes;

@@ -1,13 +1,17 @@
 #include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
 
 #include <curl/curl.h>
+#include <malloc.h>
 #include <sodium.h>
+#include <string.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <new>
@@ -29,8 +33,23 @@ constexpr int kLongestWait = 1000;    // milliseconds until the deadline is look
 
 constexpr const char* kLaterRemedy = "It is tried again at the next sync.";
 
+// libcurl keeps copies of what proves who asks, and of what it sends and receives.
+void freeWiped(void* memory) {
+  if (memory) sodium_memzero(memory, ::malloc_usable_size(memory));
+  std::free(memory);
+}
+
+void* reallocateWiped(void* memory, std::size_t size) {
+  void* const larger = std::malloc(size);
+  if (!larger || !memory) return larger;
+  std::memcpy(larger, memory, std::min(size, ::malloc_usable_size(memory)));
+  freeWiped(memory);
+  return larger;
+}
+
 void initialiseCurl() {
-  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static const CURLcode result = curl_global_init_mem(CURL_GLOBAL_DEFAULT, std::malloc, freeWiped,
+                                                      reallocateWiped, ::strdup, std::calloc);
   if (result != CURLE_OK) throw std::bad_alloc();  // it fails for nothing else
 }
 
@@ -220,8 +239,9 @@ void HttpClient::fail(const HttpRequest& request, const std::string& cause, cons
 std::string HttpClient::messageFor(const HttpRequest& request, const std::string& cause,
                                    const std::string& remedy) const {
   std::string told = cause;
-  for (const std::string& secret : _settings.secrets) {
-    if (!secret.empty() && told.find(secret) != std::string::npos) told = "it answers with a secret";
+  for (const SharedSecret& secret : _settings.secrets) {
+    if (!secret.view().empty() && told.find(secret.view()) != std::string::npos)
+      told = "it answers with a secret";
   }
   return "Can't " + request.what + " at " + _settings.host + ": " + told + ". " + remedy;
 }

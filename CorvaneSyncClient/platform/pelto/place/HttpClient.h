@@ -50,17 +50,17 @@ struct HttpAnswer {
 struct HttpSettings {
   std::string host;          ///< for messages
   std::string certificates;  ///< file of the authorities to believe; "" for the system's
-  /// Answers the headers that prove who asks. Called before every sending.
+  /// Answers the headers that prove who asks, which are wiped then. Called before every sending.
   std::function<std::vector<std::string>(const HttpRequest&)> authorize;
   /// What the server says of an error, for messages; may be empty.
   std::function<std::string(const HttpAnswer&)> reasonIn;
   /// Whether it says so for want of room, where the status does not tell; may be empty.
   std::function<bool(const HttpAnswer&)> isFull;
-  std::vector<std::string> secrets;  ///< what no message may show
-  double pauseBeforeEnd = 0;         ///< seconds for which the last byte of a body is kept back
-  double connect = 5;                ///< seconds for name, connection and TLS together
-  double stall = 30;                 ///< seconds without progress
-  double firstPause = 0.3;           ///< seconds before the second attempt; doubled for each further one
+  std::vector<SharedSecret> secrets;  ///< what no message may show
+  double pauseBeforeEnd = 0;          ///< seconds for which the last byte of a body is kept back
+  double connect = 5;                 ///< seconds for name, connection and TLS together
+  double stall = 30;                  ///< seconds without progress
+  double firstPause = 0.3;            ///< seconds before the second attempt; doubled for each further one
 };
 
 /// Requests to one server, up to eight at a time, with one deadline for all of them. Believes nothing that it

@@ -5,6 +5,8 @@
 #include <sodium.h>
 #include <strings.h>
 
+#include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
+
 namespace corvane::pelto {
 
 namespace {
@@ -80,12 +82,22 @@ std::optional<Date> dateFromHttp(const std::string& text) {
 }
 
 std::string basicAuthorization(std::string_view user, std::string_view password) {
-  const std::string both = std::string(user) + ':' + std::string(password);
+  std::string both;
+  both.reserve(user.size() + 1 + password.size());
+  both.append(user).append(":").append(password);
+  const WipeAtEnd wiping(both);
   std::string text(sodium_base64_ENCODED_LEN(both.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
   sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(both.data()),
                     both.size(), sodium_base64_VARIANT_ORIGINAL);
   text.pop_back();  // the terminating zero
-  return "Basic " + text;
+  return text;
+}
+
+std::vector<std::string> authorizationHeader(std::string_view scheme, std::string_view proof) {
+  std::vector<std::string> headers(1);
+  headers[0].reserve(100 + scheme.size() + proof.size());
+  headers[0].append("Authorization: ").append(scheme).append(" ").append(proof);
+  return headers;
 }
 
 std::string firstLineOf(std::string_view text) {

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
@@ -21,8 +22,10 @@ std::string percentDecoded(std::string_view text);
 /// The date in a header, such as "Sun, 22 Nov 2026 09:40:00 GMT" (RFC 9110); absent for other text.
 std::optional<Date> dateFromHttp(const std::string& text);
 
-/// The value of an "Authorization" header by HTTP's Basic scheme (RFC 7617).
+/// What proves who asks by HTTP's Basic scheme (RFC 7617).
 std::string basicAuthorization(std::string_view user, std::string_view password);
+/// The one header "Authorization: SCHEME PROOF". The caller wipes it, like what `basicAuthorization` answers.
+std::vector<std::string> authorizationHeader(std::string_view scheme, std::string_view proof);
 
 /// The text's first line, printable characters alone, cut after 200 of them. For what a server says of an
 /// error.

@@ -62,12 +62,17 @@ void HttpTransfer::prepare(const HttpRequest& request, const HttpSettings& setti
   _error[0] = '\0';
   setRequest(request);
   if (settings.authorize) {
-    for (const std::string& header : settings.authorize(request)) append(header);
+    for (std::string& header : settings.authorize(request)) {
+      const WipeAtEnd wiping(header);
+      append(header);
+    }
   }
   curl_easy_setopt(handle(), CURLOPT_HTTPHEADER, _headers.get());
   curl_easy_setopt(handle(), CURLOPT_HTTPAUTH, digest ? CURLAUTH_DIGEST : CURLAUTH_NONE);
   curl_easy_setopt(handle(), CURLOPT_USERNAME, digest ? digest->user.c_str() : nullptr);
-  curl_easy_setopt(handle(), CURLOPT_PASSWORD, digest ? digest->secret.c_str() : nullptr);
+  std::string password(digest ? digest->secret.view() : std::string_view());
+  const WipeAtEnd wiping(password);
+  curl_easy_setopt(handle(), CURLOPT_PASSWORD, digest ? password.c_str() : nullptr);
   setLimits(settings, deadline);
   setTrust(settings);
 }

@@ -15,14 +15,12 @@ namespace {
 /// A million objects with the longest names that there are in use.
 constexpr std::size_t kMostListing = 128 << 20;
 
-HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, double pauseBeforeEnd) {
+HttpSettings settingsFor(const PlaceAddress& address, const SharedSecret& token, double pauseBeforeEnd) {
   HttpSettings settings;
   settings.pauseBeforeEnd = pauseBeforeEnd;
   settings.host = address.host;
   settings.certificates = address.certificates;
-  settings.authorize = [token](const HttpRequest&) {
-    return std::vector<std::string>{"Authorization: Bearer " + token};
-  };
+  settings.authorize = [token](const HttpRequest&) { return authorizationHeader("Bearer", token.view()); };
   settings.reasonIn = [](const HttpAnswer& answer) { return answer.body; };
   settings.secrets = {token};
   return settings;
@@ -30,7 +28,7 @@ HttpSettings settingsFor(const PlaceAddress& address, const std::string& token, 
 
 }  // namespace
 
-HubPlace::HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline,
+HubPlace::HubPlace(const PlaceAddress& address, const SharedSecret& token, Deadline deadline,
                    double pauseBeforeEnd)
     : _description(address.description()),
       _base(address.origin + percentEncodedPath(address.path) + "/v1/"),

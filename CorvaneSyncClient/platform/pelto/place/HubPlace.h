@@ -7,13 +7,14 @@
 #include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
 #include "CorvaneSyncClient/platform/pelto/place/Place.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceAddress.h"
+#include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
 
 namespace corvane::pelto {
 
 /// A corvane-hub, which keeps the objects of the account that this computer's token belongs to.
 class HubPlace : public Place {
  public:
-  HubPlace(const PlaceAddress& address, const std::string& token, Deadline deadline,
+  HubPlace(const PlaceAddress& address, const SharedSecret& token, Deadline deadline,
            double pauseBeforeEnd = 0);
 
   Made putNew(const std::string& name, std::string_view bytes) override;

@@ -2,6 +2,7 @@
 
 #include <sodium.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <ctime>
@@ -12,6 +13,8 @@
 namespace corvane::pelto {
 
 namespace {
+
+constexpr std::string_view kKeyPrefix = "AWS4";
 
 std::string hexadecimal(std::string_view bytes) {
   std::string text(bytes.size() * 2 + 1, '\0');
@@ -58,12 +61,17 @@ std::vector<std::string> signedS3Headers(const S3Keys& keys, std::string_view me
       "\nx-amz-content-sha256:" + contents + "\nx-amz-date:" + time + "\n\n" + names + '\n' + contents;
   const std::string scope = day + '/' + keys.region + "/s3/aws4_request";
   const std::string text = "AWS4-HMAC-SHA256\n" + time + '\n' + scope + '\n' + hashOf(request);
-  std::string key = "AWS4" + keys.secret;
-  for (const std::string& part : {day, keys.region, std::string("s3"), std::string("aws4_request")})
-    key = authenticate(key, part);
+  SecretBytes key(kKeyPrefix.size() + keys.secret.view().size());
+  std::copy(kKeyPrefix.begin(), kKeyPrefix.end(), key.data());
+  std::copy(keys.secret.view().begin(), keys.secret.view().end(), key.data() + kKeyPrefix.size());
+  for (const std::string& part : {day, keys.region, std::string("s3"), std::string("aws4_request")}) {
+    std::string derived = authenticate(key.view(), part);
+    const WipeAtEnd wiping(derived);
+    key = SecretBytes(derived);
+  }
   return {"x-amz-content-sha256: " + contents, "x-amz-date: " + time,
           "Authorization: AWS4-HMAC-SHA256 Credential=" + keys.id + '/' + scope + ",SignedHeaders=" + names +
-              ",Signature=" + hexadecimal(authenticate(key, text))};
+              ",Signature=" + hexadecimal(authenticate(key.view(), text))};
 }
 
 }  // namespace corvane::pelto

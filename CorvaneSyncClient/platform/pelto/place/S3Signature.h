@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
 
 namespace corvane::pelto {
 
 /// Whose requests they are.
 struct S3Keys {
   std::string id;
-  std::string secret;
+  SharedSecret secret;
   std::string region;
 };
 

@@ -59,10 +59,10 @@ HttpSettings WebDavPlace::settings(double pauseBeforeEnd) const {
   settings.host = _address.host;
   settings.certificates = _address.certificates;
   settings.authorize = [this](const HttpRequest&) {
-    std::vector<std::string> headers;
-    if (!_usesDigest && !_credentials.user.empty())
-      headers.push_back("Authorization: " + basicAuthorization(_credentials.user, _credentials.secret));
-    return headers;
+    if (_usesDigest || _credentials.user.empty()) return std::vector<std::string>();
+    std::string proof = basicAuthorization(_credentials.user, _credentials.secret.view());
+    const WipeAtEnd wiping(proof);
+    return authorizationHeader("Basic", proof);
   };
   settings.secrets = {_credentials.secret};
   return settings;

@@ -92,7 +92,7 @@ bool readPlace(std::string_view bytes, Invitation& invitation) {
     return false;
   invitation.address = bytes.substr(0, user);
   invitation.user = bytes.substr(user + 1, secret - user - 1);
-  invitation.secret = bytes.substr(secret + 1);
+  invitation.secret = SharedSecret(bytes.substr(secret + 1));
   return true;
 }
 
@@ -141,8 +141,8 @@ SecretBytes bytesOf(const Invitation& invitation) {
     throw PlatformException(NSInvalidArgumentException, "no account that an invitation can be made for");
   }
   const std::string_view separator("\0", 1);
-  const std::size_t place =
-      invitation.address.size() + invitation.user.size() + invitation.secret.size() + 2 * separator.size();
+  const std::size_t place = invitation.address.size() + invitation.user.size() +
+                            invitation.secret.view().size() + 2 * separator.size();
   if (place > kLongestPlace) {
     throw PlatformException(
         "DotPeltoInvitationException",
@@ -160,7 +160,7 @@ SecretBytes bytesOf(const Invitation& invitation) {
   hash.resize(CommitMark::kHashBytes, '\0');
   for (const std::string_view each :
        {std::string_view(hash), std::string_view(invitation.address), separator,
-        std::string_view(invitation.user), separator, std::string_view(invitation.secret)}) {
+        std::string_view(invitation.user), separator, invitation.secret.view()}) {
     writer.add(each);
   }
   writer.add(checksum(writer.written()));

@@ -26,7 +26,7 @@ struct Invitation {
   std::string address;  ///< of the place
   std::string
       user;  ///< with what the place lets one in, where that is the same for all computers; else empty
-  std::string secret;
+  SharedSecret secret;
   std::string account;  ///< an upper-case UUID
   std::int64_t generation = 0;
   AccountKey key;

@@ -36,6 +36,9 @@ SecretBytes& SecretBytes::operator=(SecretBytes&& other) noexcept {
 
 SecretBytes::~SecretBytes() { sodium_free(_bytes); }
 
+SharedSecret::SharedSecret(std::string_view text)
+    : _bytes(text.empty() ? nullptr : std::make_shared<const SecretBytes>(text)) {}
+
 void wipe(std::string& text) {
   sodium_memzero(text.data(), text.size());
   text.clear();

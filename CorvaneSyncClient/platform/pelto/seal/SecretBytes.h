@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,20 @@ class SecretBytes {
  private:
   std::size_t _size;
   unsigned char* _bytes;
+};
+
+/// A secret that several hold: copies share its bytes, and the last one wipes them.
+class SharedSecret {
+ public:
+  /// None: of no bytes.
+  SharedSecret() = default;
+  /// A copy of `text`; the caller wipes its own. Raises std::bad_alloc.
+  explicit SharedSecret(std::string_view text);
+
+  std::string_view view() const { return _bytes ? _bytes->view() : std::string_view(); }
+
+ private:
+  std::shared_ptr<const SecretBytes> _bytes;
 };
 
 /// Overwrites and empties a string through which a secret passed.
