@@ -49,10 +49,11 @@ struct HubRecord {
   String url;
   bool tabGroup = false;
   bool special = false;
-  bool deleted = false;  ///< a tombstone: of the rest only the id counts
+  bool deleted = false;  ///< a tombstone: of the rest only the id and `deletedBy` count
   /// The account's revision that wrote the record; only set in records that the service sends.
   std::int64_t revision = 0;
   HubOrigins origins = {};
+  String deletedBy = {};  ///< the origin of a tombstone, as it were: the id of the push that gave it first
 };
 
 /// A state of an account: which account, its revision, and the id of the push that made that revision. Two
@@ -79,14 +80,14 @@ struct RemoteChanges {
   /// (see `HubPush::givesAgain`), where it comes before `common` among them: what the account holds now has
   /// grown out of that state too, though not along one line.
   std::optional<HubState> givenAgain;
-  /// States between `common` (or the account's beginning) and `now`, newest first: the latest ones, and a
-  /// sample of the earlier ones.
+  /// The states between `common` (or the account's beginning) and `now`, newest first, as far back as the
+  /// service knows them.
   std::vector<HubState> past;
-  /// The latest of the states that were given again since `common`.
+  /// The states that were given again since `common`, the latest ones first.
   std::vector<HubState> pastGivenAgain;
   /// Whether `records` holds all live records, and not only those changed since the first state asked about.
-  /// When the first state asked about is not `common`, it also holds the tombstones of what was deleted since
-  /// `common`.
+  /// When there is a first state asked about and it is not `common`, it also holds all tombstones that there
+  /// are.
   bool whole = false;
   std::vector<HubRecord> records;  ///< folders and bookmarks in any order
   std::int64_t room = 0;           ///< how many more live records the account may hold
@@ -117,10 +118,6 @@ struct HubPushed {
 
   explicit operator bool() const { return outcome == Outcome::done; }
 };
-
-/// Which of the revisions between `since` and `now`, both excluded, a computer learns of: the newest 64, then
-/// one at each doubling of the distance from `now`. Descending.
-std::vector<std::int64_t> sampledRevisions(std::int64_t since, std::int64_t now);
 
 /// The versioned record store of one account at the online service. It merges nothing. Every function raises
 /// PlatformException when the service cannot be reached, refuses, or does not answer in time.

@@ -23,7 +23,7 @@ class MemoryHub::Connection : public pelto::Hub {
     remote.givenAgain = firstGivenAgain(seen, remote.common);
     const bool continues = remote.common && *remote.common == seen.front();
     remote.whole = !continues || remote.common->revision < service.forgotten;
-    for (const std::int64_t each : pelto::sampledRevisions(revisionOf(remote.common), service.now.revision)) {
+    for (std::int64_t each = service.now.revision - 1; each > revisionOf(remote.common); --each) {
       remote.past.push_back({service.now.account, each, String(service.pushIds.at(each))});
     }
     for (const auto& [id, each] : service.givenAgain) {
@@ -34,7 +34,7 @@ class MemoryHub::Connection : public pelto::Hub {
     for (const auto& [id, record] : service.records) {
       const std::int64_t revision = service.revisions.at(id);
       const bool isNew = remote.common && revision > remote.common->revision;
-      const bool isTold = remote.whole ? !record.deleted || (isNew && !continues) : isNew;
+      const bool isTold = remote.whole ? !record.deleted || (!continues && !seen.empty()) : isNew;
       if (!isTold) continue;
       remote.records.push_back(record);
       remote.records.back().revision = revision;

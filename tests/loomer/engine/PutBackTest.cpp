@@ -413,6 +413,122 @@ TEST_P(JumpTest, AMoveSinceIsMadeInTheLastOrder) {
   EXPECT_EQ(outcome, "6@http://6/ F(1@http://1/ 2@http://2/ 3@http://3/) 4@http://4/ 5@http://5/");
 }
 
+// `b` was told of the older push among many that it jumped over.
+TEST_P(JumpTest, AnOlderValueIsKnownToBeOlderHoweverManyStatesWereJumpedOver) {
+  loseBoth([&] { a->client->rename(a->find("1"), "one"); },
+           [&] {
+             for (int i = 0; i < 70; ++i) {
+               a->client->readdress(a->find("6"), "http://" + std::to_string(i) + "/");
+               sync(*a);
+             }
+             a->client->rename(a->find("one"), "uno");
+           });
+  EXPECT_EQ(outcome.substr(0, 8), "F(uno@ht");
+}
+
+TEST_P(JumpTest, WhatLivesAgainAfterItWasDeletedLivesOn) {
+  begin();
+  const auto early = makeComputer("early"), other = makeComputer("other");
+  sync(*early);
+  sync(*other);
+  backup = hub.state;
+  a->client->remove(a->find("4"));
+  sync(*a);
+  const MemoryHub::State deleted = hub.state;
+  sync(*early);
+  other->client->rename(other->find("4"), "four");
+  sync(*other);
+  sync(*b);
+  for (const MemoryHub::State& state : {backup, deleted}) {
+    hub.state = state;
+    sync(*early);
+    sync(*b);
+    EXPECT_NE(b->text().find("four@http://4/"), std::string::npos);
+    sync(*early);
+    EXPECT_EQ(early->text(), b->text());
+  }
+  settle();
+  EXPECT_NE(a->text().find("four@http://4/"), std::string::npos);
+}
+
+// Who gives a deletion again does not know it itself, since it came later.
+TEST_P(JumpTest, WhatLivesAgainLivesOnThoughSomebodyNeverHadIt) {
+  begin();
+  const auto other = makeComputer("other");
+  sync(*other);
+  backup = hub.state;
+  a->client->remove(a->find("4"));
+  sync(*a);
+  const auto early = makeComputer("early");
+  sync(*early);
+  other->client->rename(other->find("4"), "four");
+  sync(*other);
+  sync(*b);
+  hub.state = backup;
+  sync(*early);
+  EXPECT_EQ(hub.live(), 6u);
+  sync(*b);
+  EXPECT_NE(b->text().find("four@http://4/"), std::string::npos);
+  sync(*early);
+  EXPECT_EQ(early->text(), b->text());
+  settle();
+}
+
+TEST_P(JumpTest, WhatIsDeletedAfterItLivedAgainStaysDeleted) {
+  begin();
+  const auto early = makeComputer("early"), other = makeComputer("other");
+  sync(*early);
+  sync(*other);
+  backup = hub.state;
+  a->client->remove(a->find("4"));
+  sync(*a);
+  sync(*early);
+  other->client->rename(other->find("4"), "four");
+  sync(*other);
+  sync(*b);
+  hub.state = backup;
+  const auto late = makeComputer("late");
+  sync(*late);
+  late->client->remove(late->find("4"));
+  sync(*late);
+  sync(*b);
+  EXPECT_EQ(b->text().find("four"), std::string::npos);
+  sync(*early);
+  settle();
+  EXPECT_EQ(a->text().find("four"), std::string::npos);
+}
+
+// Who gives much again does so in several pushes, and others who know less come in between.
+TEST_P(JumpTest, WhileMuchIsGivenAgainNoOlderValueIsTakenForANewerOne) {
+  begin();
+  const auto early = makeComputer("early");
+  sync(*early);
+  backup = hub.state;
+  const std::vector<std::string> many = bookmarkMuch(2'500);
+  a->client->rename(a->find("4"), "four");
+  sync(*a);
+  sync(*early);
+  for (const std::string& each : many) a->client->readdress(each, "http://y/");
+  a->client->rename(a->find("four"), "vier");
+  sync(*a);
+  sync(*b);
+  hub.state = backup;
+  // Between two pushes of b's.
+  int pushes = 0;
+  hub.onCall = [&](const std::string& call) {
+    if (call != "pushed" || ++pushes != 1) return;
+    hub.onCall = nullptr;
+    sync(*early);
+  };
+  sync(*b);
+  EXPECT_EQ(hub.onCall, nullptr);
+  outcome = b->text();
+  EXPECT_EQ(outcome.find("http://x/"), std::string::npos);
+  EXPECT_NE(outcome.find("vier@"), std::string::npos);
+  settle();
+  EXPECT_EQ(a->text(), outcome);
+}
+
 TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   begin();
   a->client->rename(a->find("1"), "one");
@@ -446,6 +562,25 @@ TEST_P(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
     settle();
     EXPECT_EQ(names(), "F(one two three) 4 5 6 seven");
   }
+}
+
+TEST_P(PutBackTest, WhatALineDoesNotCarryAtOnceIsGivenAgainInHalves) {
+  begin();
+  bookmarkMuch(600);
+  sync(*a);
+  hub.state = backup;
+  hub.onCall = [this](const std::string& call) {
+    if (call != "push") return;
+    hub.onCall = nullptr;
+    platform.clock.time.seconds += 100;
+    failAsService("it was cut off.");
+  };
+  sync(*a);  // alone
+  const std::int64_t revision = hub.state.now.revision;
+  sync(*a);
+  EXPECT_EQ(hub.state.now.revision, revision + 2);
+  settle();
+  EXPECT_EQ(hub.live(), 607u);
 }
 
 TEST_P(PutBackTest, AStoreThatKnewOneStateAloneLosesNothing) {

@@ -297,15 +297,14 @@ TEST_F(ChainRecordsTest, PastPushesAreFoundByTheirIds) {
   EXPECT_FALSE(exchange().hasPush(newUuidString()));
 }
 
-TEST_F(ChainRecordsTest, PastStatesAreToldMoreSparselyTheFartherBack) {
+TEST_F(ChainRecordsTest, AllPastStatesAreToldAlsoThoseBeforeACheckpoint) {
   const HubState empty = now();
   for (int i = 0; i < 200; ++i) give({});
   const RemoteChanges remote = told();
   const std::vector<HubState>& past = remote.past;
-  std::vector<std::int64_t> revisions;
-  for (const HubState& each : past) revisions.push_back(each.revision);
-  EXPECT_EQ(revisions, sampledRevisions(0, remote.now.revision));
-  ASSERT_EQ(past.size(), 65U);
+  ASSERT_EQ(past.size(), static_cast<std::size_t>(remote.now.revision - 1));
+  for (std::size_t i = 0; i < past.size(); ++i)
+    EXPECT_EQ(past[i].revision, remote.now.revision - 1 - static_cast<std::int64_t>(i));
   EXPECT_EQ(told({past.back()}).common, past.back());
   EXPECT_EQ(told({past[2], empty}).past, (std::vector<HubState>{past[0], past[1]}));
 }
@@ -330,8 +329,7 @@ TEST_F(ChainRecordsTest, TheNewestCommonStateIsFoundWhenThePlaceWentBack) {
   EXPECT_EQ(remote.now.revision, lost.revision) << "the same number";
   EXPECT_EQ(remote.common, second) << "of another past";
   EXPECT_TRUE(remote.whole);
-  EXPECT_EQ(listed(remote.records), listed({a, deletionOf(b)}))
-      << "what was deleted before needs not be told";
+  EXPECT_EQ(listed(remote.records), listed({a, deletionOf(b), deletionOf(c)})) << "and all tombstones";
   EXPECT_EQ(remote.past, std::vector<HubState>()) << "there are none between";
   EXPECT_EQ(told({lost, first}).past, std::vector<HubState>{second});
   EXPECT_EQ(told({lost, empty}).common, empty) << "every account began so";

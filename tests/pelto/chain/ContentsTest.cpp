@@ -89,6 +89,7 @@ std::vector<HubRecord> recordsWithOrigins() {
   std::vector<HubRecord> records = fullCommit().records;
   records[0].origins = {kPush, kPush, kPush, kPush, kRecord};
   records[1].origins = {kRecord, "0C000000-0000-4000-8000-000000000003", String(), kPush, kPush};
+  records[2].deletedBy = kRecord;
   return records;
 }
 
@@ -98,7 +99,10 @@ TEST(Contents, KeepTheOriginsOfValues) {
   for (const auto& read :
        {readCommit(writeCommit(commit)).records, readSegment(writeSegment(commit.records))}) {
     ASSERT_EQ(read.size(), 3u);
-    for (std::size_t i = 0; i < read.size(); ++i) EXPECT_EQ(read[i].origins, commit.records[i].origins) << i;
+    for (std::size_t i = 0; i < read.size(); ++i) {
+      EXPECT_EQ(read[i].origins, commit.records[i].origins) << i;
+      EXPECT_EQ(read[i].deletedBy, commit.records[i].deletedBy) << i;
+    }
   }
   EXPECT_EQ(readSegment(writeSegment(fullCommit().records))[0].origins, HubOrigins())
       << "as written by a version that knew of none";
@@ -166,6 +170,10 @@ TEST(Contents, OfAnotherShapeAreRefused) {
        [](Dictionary& all) { changeRecords(all, "pushes", Data(std::string(32, 1))); }},
       {"too few origins", [](Dictionary& all) { changeRecords(all, "origins", Data(std::string(18, 0))); }},
       {"too many origins", [](Dictionary& all) { changeRecords(all, "origins", Data(std::string(22, 0))); }},
+      {"too few deletions",
+       [](Dictionary& all) { changeRecords(all, "deletions", Data(std::string(1, 0))); }},
+      {"too many deletions",
+       [](Dictionary& all) { changeRecords(all, "deletions", Data(std::string(4, 0))); }},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.phrase);

@@ -47,6 +47,8 @@ struct EarlierState {
   std::unordered_set<String> changed;
   /// By local id, as far as the client can tell.
   std::unordered_map<String, Ages> ages;
+  /// The local ids of what was deleted there by a deletion from which the truth has moved on.
+  std::unordered_set<String> oldDeletions;
   /// The local ids of what the client knows to be older there than what the truth gave to it, though it may
   /// say the same.
   std::unordered_set<String> outdated;

@@ -1,11 +1,13 @@
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_map>
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/hub/OriginTable.h"
 #include "CorvaneSyncClient/platform/loomer/hub/PushOrigins.h"
+#include "CorvaneSyncClient/platform/loomer/hub/PushTable.h"
 #include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
@@ -23,6 +25,9 @@ using pelto::HubRecord;
 constexpr const char* kLeftOutKey = "left out";
 constexpr const char* kPostponedKey = "postponed";
 constexpr const char* kGivesAgainKey = "gives again";
+constexpr const char* kPartedKey = "parted";
+// States that one push gives again.
+constexpr std::size_t kMostGivenAgain = 1'000;
 constexpr std::size_t kFewFormerRecords = 10'000;
 constexpr std::size_t kRecordsAtOnce = 10'000;
 constexpr double kBeginTimeoutSeconds = 60.0;
@@ -122,35 +127,46 @@ bool HubClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, Stri
   _client = state ? state->id : 0;
   _session = state ? state->sessions + 1 : 1;
   _offersAgain = offersAgainToHub(*driver.client(), _remote.room);
-  const std::optional<Value> lost = driver.client()->objectForKey(kGivesAgainKey);
-  if (lost && lost->as<std::int64_t>()) _lostSession = *lost->as<std::int64_t>();
-  if (_earlier) _lostSession = _session - 1;
-  if (_lostSession > 0) _knownOrigins = OriginTable(_store, _client).readAll();
+  readWhatWasLost(*driver.client());
   if (_earlier) tellAges();
   askForPushes();
   return true;
 }
 
-// Of a value that was changed since the newest state that both know.
-Age HubClient::ageOf(const String& origin) const {
-  if (!origin) return Age::unknown;
-  if (_past.contains(origin)) return Age::old;
-  return _pushesSince.contains(origin) ? Age::news : Age::unknown;
+void HubClient::readWhatWasLost(LoomerClient& client) {
+  const auto session = [&](const char* key) {
+    const std::optional<Value> value = client.objectForKey(key);
+    return value && value->as<std::int64_t>() ? *value->as<std::int64_t>() : 0;
+  };
+  _lostSession = _earlier ? _session - 1 : session(kGivesAgainKey);
+  _partedSession = _earlier ? _earlier->session : session(kPartedKey);
+  if (_lostSession == 0) return;
+  OriginTable origins(_store, _client);
+  _knownOrigins = origins.readAll();
+  _knownDeletions = origins.readDeletions();
+  _knownPushes = PushTable(_store, _client).readAll();
+  // A store of before they were kept knows these alone.
+  for (const pelto::HubState& each : _past.states()) _knownPushes.insert(each.pushId);
 }
 
-// Whether the service got the value after it was put back.
-bool HubClient::isNews(const String& origin) const {
-  const Age age = ageOf(origin);
-  return age == Age::news || (age == Age::unknown && origin && !_earlier);
+// Of a value that the service holds. What comes from a push of which the base has known nothing is news,
+// whichever past that push was part of.
+Age HubClient::ageOf(const String& origin) const {
+  if (!origin) return Age::unknown;
+  return _knownPushes.contains(origin) ? Age::old : Age::news;
+}
+
+bool HubClient::hasNews(const HubOrigins& origins) const {
+  return std::any_of(pelto::kHubOrigins.begin(), pelto::kHubOrigins.end(),
+                     [&](String HubOrigins::*each) { return isNews(origins.*each); });
 }
 
 void HubClient::tellAges() {
-  for (const auto* const states : {&_remote.past, &_remote.pastGivenAgain}) {
-    for (const pelto::HubState& each : *states) _pushesSince.insert(each.pushId);
-  }
-  _pushesSince.insert(_remote.now.pushId);
   for (const HubRecord& record : _remote.records) {
-    if (record.deleted) continue;
+    if (record.deleted) {
+      if (ageOf(record.deletedBy) == Age::old) _earlier->oldDeletions.insert(record.id);
+      continue;
+    }
     const auto age = [&](const String& origin) {
       return !origin || _earlier->changed.contains(record.id) ? ageOf(origin) : Age::old;
     };
@@ -203,8 +219,10 @@ void HubClient::readTree() {
   _hasTree = true;
   if (_offersAgain) BaseTable(_store).offerAgain(_client);
   if (_remote.whole) {
-    _tree = std::move(_remote.records);
-    std::erase_if(_tree, [](const HubRecord& record) { return record.deleted; });
+    const auto isLive = [](const HubRecord& record) { return !record.deleted; };
+    const auto tombstones = std::stable_partition(_remote.records.begin(), _remote.records.end(), isLive);
+    _tree.assign(std::move_iterator(_remote.records.begin()), std::move_iterator(tombstones));
+    _remote.records.erase(_remote.records.begin(), tombstones);
     return;
   }
   std::unordered_map<String, const HubRecord*> newer;
@@ -301,6 +319,7 @@ void HubClient::forgetFormer() {
   const Date now = Platform::current().clock.now();
   const std::int64_t session = _past.lastSessionBefore(Date{now.seconds - kKeptSeconds});
   base.forgetFormer(_client, session, std::max(base.heldCount(_client), kFewFormerRecords));
+  OriginTable(_store, _client).forgetDeletions(session);
 }
 
 // What the service held before it was put back.
@@ -341,6 +360,16 @@ void HubClient::setOrigins(pelto::HubPush& push) {
     over.held.emplace(each.id, &each);
   }
   loomer::setOrigins(push.records, push.id, over);
+  for (HubRecord& each : push.records) {
+    if (each.deleted) each.deletedBy = originOfDeletion(each.id, push.id);
+  }
+}
+
+String HubClient::originOfDeletion(const String& id, const String& pushId) const {
+  const auto known = _knownDeletions.find(id);
+  if (known != _knownDeletions.end()) return known->second;
+  // What was never here had been deleted before, by the time of the state that was lost at the latest.
+  return _earlier && !_knownOrigins.contains(id) ? _past.newest().pushId : pushId;
 }
 
 // Of the service's record as it is once all that it lost is given again.
@@ -356,18 +385,49 @@ HubOrigins HubClient::settledOrigins(const HubRecord& held) const {
 
 void HubClient::keepOrigins(const std::vector<HubRecord>& given) {
   OriginTable table(_store, _client);
+  std::unordered_set<String> deleted;
+  for (const auto& [id, pushId] : table.readDeletions()) deleted.insert(id);
+  const auto keep = [&](const HubRecord& record, const HubOrigins& origins) {
+    if (record.deleted) {
+      table.putDeletion(record.id, record.deletedBy, _session);
+      deleted.insert(record.id);
+      return;
+    }
+    table.put(record.id, origins);
+    // That the service lost the deletion alone does not bring the record back.
+    const bool isBack = _lostSession == 0 || hasNews(origins);
+    if (isBack && deleted.contains(record.id)) table.removeDeletion(record.id);
+  };
   for (const std::vector<HubRecord>* const each : {&_remote.records, &_tree}) {
     for (const HubRecord& record : *each) {
-      if (record.deleted) {
-        table.remove(record.id);
-      } else if (record.revision > 0) {
-        table.put(record.id, settledOrigins(record));
-      }
+      if (record.deleted || record.revision > 0) keep(record, settledOrigins(record));
     }
   }
-  for (const HubRecord& record : given) {
-    record.deleted ? table.remove(record.id) : table.put(record.id, record.origins);
+  for (const HubRecord& record : given) keep(record, record.origins);
+}
+
+void HubClient::keepPushes(const String& pushId, const pelto::HubState& seen) {
+  PushTable table(_store, _client);
+  for (const auto* const states : {&_remote.pastGivenAgain, &_remote.past}) {
+    for (const pelto::HubState& each : *states) table.add(each, _session);
   }
+  table.add(_remote.now, _session);
+  table.add({_remote.now.account, _remote.now.revision + 1, pushId}, _session);
+  table.add(seen, _session);
+}
+
+// All that the service may have lost.
+std::vector<pelto::HubState> HubClient::statesGivenAgain() {
+  std::vector<pelto::HubState> states = _past.states();
+  std::unordered_set<String> listed;
+  for (const pelto::HubState& each : states) listed.insert(each.pushId);
+  const auto learned =
+      PushTable(_store, _client).learnedAfter(_partedSession, _remote.now.account, kMostGivenAgain);
+  for (const pelto::HubState& each : learned) {
+    if (listed.insert(each.pushId).second) states.push_back(each);
+  }
+  std::erase_if(states, [](const pelto::HubState& each) { return each.revision == 0; });
+  return states;
 }
 
 bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& error) {
@@ -377,11 +437,11 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
   const bool hasLost = _earlier || client.objectForKey(kGivesAgainKey);
   const bool isLast = _postponed == 0 && _leftOut == 0 && _mostRecords > 0;
   pelto::HubPush push{_remote.now, _pushId, std::move(_push)};
-  if (hasLost && isLast) push.givesAgain = _past.states();
-  std::erase_if(push.givesAgain, [](const pelto::HubState& each) { return each.revision == 0; });
+  if (hasLost && isLast) push.givesAgain = statesGivenAgain();
   if (!push.records.empty() || !push.givesAgain.empty()) {
     if (!push.id) push.id = newUuidString();
     setOrigins(push);
+    _inPush = push.records.size();
     Clock& clock = Platform::current().clock;
     const double began = clock.now().seconds;
     const pelto::HubPushed pushed = _hub.push(push);
@@ -398,12 +458,18 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
   if (_past.empty() || seen != _past.newest()) {
     _past.enter(_remote, seen, _session, Platform::current().clock.now());
     _past.store(client);
+    keepPushes(push.id, seen);
   }
   keepOrigins(push.records);
-  if (hasLost) client.setObject(isLast ? std::nullopt : std::optional(Value(_lostSession)), kGivesAgainKey);
+  if (hasLost) noteWhatIsLost(client, isLast);
   noteWhatIsLeft(client, kLeftOutKey, _leftOut);
   noteWhatIsLeft(client, kPostponedKey, _postponed);
   return true;
+}
+
+void HubClient::noteWhatIsLost(LoomerClient& client, bool isGiven) const {
+  client.setObject(isGiven ? std::nullopt : std::optional(Value(_lostSession)), kGivesAgainKey);
+  client.setObject(isGiven ? std::nullopt : std::optional(Value(_partedSession)), kPartedKey);
 }
 
 void HubClient::sessionDriverWillCancelSession(LoomerSessionDriver&) {}

@@ -35,6 +35,9 @@ class HubClient : public LoomerSessionDriverDataSource {
   HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::RemoteChanges remote,
             std::size_t mostRecords);
 
+  /// Has the push take that many records at most.
+  void giveAtMost(std::size_t records) { _mostRecords = records; }
+
   /// Whether the session was cancelled because another computer pushed in between.
   bool wasOvertaken() const { return _overtaken; }
   /// Whether the session was cancelled because there was no room at the service for the push.
@@ -43,6 +46,8 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::size_t leftOut() const { return _leftOut; }
   /// The number of additions and changes that are too long for the service.
   std::size_t tooLong() const { return _tooLong; }
+  /// The number of records in the push that was tried.
+  std::size_t inPush() const { return _inPush; }
   /// The number of changes postponed to the next push.
   std::size_t postponed() const { return _postponed; }
   /// How long the service took to take the push, in seconds; 0 when there was none.
@@ -72,19 +77,25 @@ class HubClient : public LoomerSessionDriverDataSource {
 
  private:
   void findEarlierState();
+  void readWhatWasLost(LoomerClient& client);
   void tellAges();
   Age ageOf(const String& origin) const;
-  bool isNews(const String& origin) const;
+  bool isNews(const String& origin) const { return ageOf(origin) == Age::news; }
+  bool hasNews(const pelto::HubOrigins& origins) const;
+  std::vector<pelto::HubState> statesGivenAgain();
   void setOrigins(pelto::HubPush& push);
+  String originOfDeletion(const String& id, const String& pushId) const;
   std::unordered_map<String, pelto::HubRecord> lostRecords();
   pelto::HubOrigins originsAt(const pelto::HubRecord& held);
   pelto::HubOrigins settledOrigins(const pelto::HubRecord& held) const;
   void keepOrigins(const std::vector<pelto::HubRecord>& given);
+  void keepPushes(const String& pushId, const pelto::HubState& seen);
   void forgetFormer();
   void askForPushes();
   void readTree();
   std::vector<pelto::HubRecord> recordsOfBase();
   void noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const;
+  void noteWhatIsLost(LoomerClient& client, bool isGiven) const;
   bool isPushFull();
   int erase(const String& id);
   void addTombstone(const String& id);
@@ -102,10 +113,13 @@ class HubClient : public LoomerSessionDriverDataSource {
   /// The number of the session at whose end the service held what it has lost and is given again; 0 when it
   /// lost nothing, or has it all again.
   std::int64_t _lostSession = 0;
+  /// The number of the last session at whose end it held nothing that it has lost.
+  std::int64_t _partedSession = 0;
   /// The origins of all that, and of the rest.
   std::unordered_map<String, pelto::HubOrigins> _knownOrigins;
-  /// The pushes that came to the service, or were given to it again, since the newest state that both know.
-  std::unordered_set<String> _pushesSince;
+  std::unordered_map<String, String> _knownDeletions;
+  /// The pushes out of which its states have grown that the base has stood for.
+  std::unordered_set<String> _knownPushes;
 
   bool _hasTree = false;
   std::vector<pelto::HubRecord> _tree;
@@ -115,6 +129,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   std::vector<pelto::HubRecord> _push;
   bool _offersAgain = false;  ///< what was postponed or left out before
   std::size_t _mostRecords;
+  std::size_t _inPush = 0;
   /// By push id: whether the push is part of the account's history.
   std::unordered_map<String, bool> _pushesAskedFor;
   std::size_t _leftOut = 0;

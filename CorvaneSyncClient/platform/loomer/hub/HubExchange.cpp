@@ -27,6 +27,11 @@ constexpr double kSlowSeconds = 15.0;
 constexpr double kMostGrowth = 8.0;
 // How long one run gives what is left.
 constexpr double kGivingSeconds = 90.0;
+// What a service lost it is given again in one push: half of it might be taken for all by computers that know
+// less. A line that cannot carry that in time, though nothing else is wrong with it, is given half as much at
+// the next run.
+constexpr const char* kGivesAtMostKey = "gives again at most";
+constexpr double kInVainSeconds = 60.0;
 
 double secondsNow() { return Platform::current().clock.now().seconds; }
 
@@ -99,8 +104,9 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
   const bool offersAgain = offersAgainToHub(client, remote.room);
   if (!past.empty() && past.newest() == remote.now && !offersAgain && !hasChangesForHub())
     return Outcome::done;
-  const std::size_t mostRecords = _hasRoom ? _mostRecords : 0;
-  return runSession(client, HubClient(_clients.store(), *_hub, past, std::move(remote), mostRecords));
+  HubClient source(_clients.store(), *_hub, past, std::move(remote), _hasRoom ? _mostRecords : 0);
+  const bool givesAgain = _hasRoom && source.wentBackTo();
+  return givesAgain ? giveAgain(client, source) : runSession(client, source);
 }
 
 // Where the base corresponds to the state that the service was in when it answered last, nothing is new.
@@ -119,7 +125,24 @@ pelto::RemoteChanges HubExchange::remoteChanges(const HubPast& past) {
   return remote;
 }
 
-HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient source) {
+HubExchange::Outcome HubExchange::giveAgain(LoomerClient& client, HubClient& source) {
+  const std::optional<Value> noted = client.objectForKey(kGivesAtMostKey);
+  const auto* const number = noted ? noted->as<std::int64_t>() : nullptr;
+  source.giveAtMost(number ? static_cast<std::size_t>(*number) : kLargestPush);
+  const double began = secondsNow();
+  try {
+    const Outcome outcome = runSession(client, source);
+    if (number && outcome != Outcome::overtaken) client.setObject(std::nullopt, kGivesAtMostKey);
+    return outcome;
+  } catch (...) {
+    const std::size_t half = std::max(source.inPush() / 2, kSmallestPush);
+    if (source.inPush() > 0 && secondsNow() - began > kInVainSeconds)
+      client.setObject(Value(static_cast<std::int64_t>(half)), kGivesAtMostKey);
+    throw;
+  }
+}
+
+HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient& source) {
   const auto before = stateOf(_clients.store());
   if (!before) return Outcome::overtaken;  // another process has just unregistered the service
   const bool wentBack = source.wentBackTo() != nullptr;

@@ -47,7 +47,8 @@ class HubExchange : public Exchange {
   void giveEverything();
   Outcome exchangeOnce();
   pelto::RemoteChanges remoteChanges(const HubPast& past);
-  Outcome runSession(LoomerClient& client, HubClient source);
+  Outcome giveAgain(LoomerClient& client, HubClient& source);
+  Outcome runSession(LoomerClient& client, HubClient& source);
   Outcome takeInAlone();
   void suitPush(double seconds, bool wasFull);
   void report(const HubClient& source, bool wentBack, std::int64_t client);

@@ -53,9 +53,6 @@ HubPast::HubPast(LoomerClient& client) {
   // The store of an older version, which kept only the last state.
   const pelto::HubState last = seenIn(*seen, account);
   if (_states.empty() || _states.front().seen != last) _states = {{last, 1, Date{}}};
-  for (const State& each : _states) {
-    if (each.seen.pushId) _pushIds.insert(each.seen.pushId);
-  }
 }
 
 std::vector<pelto::HubState> HubPast::states() const {
@@ -102,7 +99,8 @@ void HubPast::enter(const pelto::RemoteChanges& remote, const pelto::HubState& n
   add(remote.now, sessionInCommon(remote));
   const std::int64_t sessionOfCommon = remote.common ? sessionOf(*remote.common) : 0;
   for (const pelto::HubState& each : remote.past) add(each, sessionOfCommon);
-  for (const pelto::HubState& each : remote.pastGivenAgain) add(each, 0);
+  const std::size_t again = std::min(remote.pastGivenAgain.size(), kMostNear);
+  for (std::size_t i = 0; i < again; ++i) add(remote.pastGivenAgain[i], 0);
   std::erase_if(_states, [&](const State& each) { return each.seen == now; });
   _states.insert(_states.begin(), entered.begin(), entered.end());
   thinOut();

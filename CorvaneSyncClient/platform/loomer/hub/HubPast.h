@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <unordered_set>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
@@ -31,9 +30,6 @@ class HubPast {
   /// The number of the last session that learned of a state before that date; 0 when there was none.
   std::int64_t lastSessionBefore(Date date) const;
 
-  /// Whether the base has grown out of what that push made.
-  bool contains(const String& pushId) const { return _pushIds.contains(pushId); }
-
   /// Whether the account's present state has grown out of the state that the base corresponds to.
   bool goesOnWith(const pelto::RemoteChanges& remote) const;
   /// The number of the last session whose base corresponded to a state that the present one has grown out of;
@@ -54,7 +50,6 @@ class HubPast {
   void thinOut();
 
   std::vector<State> _states;
-  std::unordered_set<String> _pushIds;  ///< of the states that were read
 };
 
 }  // namespace corvane::loomer

@@ -315,7 +315,10 @@ class EarlierBaseMaker {
   void takeMissing() {
     for (const auto& [record, known] : _known) {
       if (_isMet.contains(record)) continue;
-      const bool wasDeleted = known.atState || _earlier.changed.contains(known.newest().localId);
+      const String& localId = known.newest().localId;
+      // What lived again after it was deleted is given to the client once more.
+      const bool livedOn = known.isHeld && _earlier.oldDeletions.contains(localId);
+      const bool wasDeleted = !livedOn && (known.atState || _earlier.changed.contains(localId));
       if (!wasDeleted) _base.lost.push_back(record);
       if (wasDeleted && known.isHeld) _base.records.push_back(known.newest());
     }

@@ -200,7 +200,29 @@ constexpr const char* kVersion6 = R"sql(
   ) WITHOUT ROWID;
 )sql";
 
-constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4, kVersion5, kVersion6};
+// What the online service is known to have held, and to have deleted, in every past that it had.
+constexpr const char* kVersion7 = R"sql(
+  -- Every push out of which the state has grown that the client's base stands for.
+  CREATE TABLE pushes(
+    client INTEGER NOT NULL REFERENCES clients(id) ON DELETE CASCADE,
+    push BLOB NOT NULL CHECK (length(push) = 16),
+    revision INTEGER NOT NULL,       -- of the state that it made
+    session INTEGER NOT NULL,        -- the number of the client's session that learned of it
+    PRIMARY KEY (client, push)
+  ) WITHOUT ROWID;
+
+  -- The push that deleted a record first.
+  CREATE TABLE deletions(
+    client INTEGER NOT NULL REFERENCES clients(id) ON DELETE CASCADE,
+    local_id BLOB NOT NULL CHECK (length(local_id) = 16),
+    push BLOB NOT NULL CHECK (length(push) = 16),
+    session INTEGER NOT NULL,        -- the number of the client's session that learned of it
+    PRIMARY KEY (client, local_id)
+  ) WITHOUT ROWID;
+)sql";
+
+constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4,
+                                       kVersion5, kVersion6, kVersion7};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 

@@ -125,12 +125,10 @@ RemoteChanges ChainHub::readChanges(const std::vector<HubState>& seen) {
   const History known = history(seen);
   remote.common = known.newestCommon(seen, remote.now.account);
   const std::int64_t since = remote.common ? remote.common->revision : 0;
-  for (const std::int64_t each : sampledRevisions(since, remote.now.revision)) {
-    if (const auto pushId = known.pushOf(each)) remote.past.push_back({remote.now.account, each, *pushId});
-  }
+  remote.past = known.statesBetween(since, remote.now);
   const bool isOurs = !seen.empty() && seen.front().account == remote.now.account;
   if (isOurs) remote.givenAgain = known.firstGivenAgain(seen, remote.common);
-  for (const GivenAgain& each : known.givenAgainSince(since, kGivenAgainAtOnce))
+  for (const GivenAgain& each : known.givenAgainSince(since, kToldGivenAgain))
     remote.pastGivenAgain.push_back({remote.now.account, each.number, String(each.pushId)});
   readRecords(seen, remote);
   measureRoom(remote);
@@ -156,7 +154,7 @@ void ChainHub::readRecords(const std::vector<HubState>& seen, RemoteChanges& rem
   remote.records = records.release();
   std::erase_if(remote.records, [&](const HubRecord& record) {
     const bool isNew = remote.common && record.revision > common;
-    return remote.whole ? record.deleted && (!isNew || continues) : !isNew;
+    return remote.whole ? record.deleted && (continues || seen.empty()) : !isNew;
   });
 }
 

@@ -129,10 +129,12 @@ class OriginColumns {
     for (const String HubOrigins::*each : kHubOrigins)
       append(_numbers, numberOf(origins.*each), kOriginNumber);
   }
+  void addDeletion(const String& pushId) { append(_deletions, numberOf(pushId), kOriginNumber); }
   void enter(Dictionary& columns) const {
     if (_known.empty()) return;
     columns.set("pushes", Data(_pushes));
     columns.set("origins", Data(_numbers));
+    columns.set("deletions", Data(_deletions));
   }
 
  private:
@@ -144,7 +146,7 @@ class OriginColumns {
   }
 
   std::unordered_map<String, std::size_t> _known;
-  std::string _pushes, _numbers;
+  std::string _pushes, _numbers, _deletions;
 };
 
 Dictionary columnsOf(const std::vector<HubRecord>& records, bool withRevisions) {
@@ -156,7 +158,10 @@ Dictionary columnsOf(const std::vector<HubRecord>& records, bool withRevisions) 
     appendUuid(ids, record.id.view());
     append(flags, flag, 1);
     append(revisions, static_cast<std::uint64_t>(record.revision), 8);
-    if (record.deleted) continue;
+    if (record.deleted) {
+      origins.addDeletion(record.deletedBy);
+      continue;
+    }
     append(positions, static_cast<std::uint32_t>(record.position), 4);
     if (flag & kHasParent) appendUuid(parents, record.parent.view());
     if (flag & kHasName) names.emplace_back(record.name);
@@ -221,21 +226,29 @@ class OriginReader {
     if (pushes.size() % kUuid != 0 || pushes.size() / kUuid > kMostRecords * kHubOrigins.size())
       fail("\"pushes\" is no list of pushes");
     for (std::size_t at = 0; at < pushes.size(); at += kUuid) _pushes.emplace_back(uuidIn(pushes, at));
+    if (columns.contains("deletions")) _deletions.emplace(columns, "deletions");
   }
 
   HubOrigins take() {
     HubOrigins origins;
-    for (String HubOrigins::*each : kHubOrigins) {
-      const std::uint64_t number = loadBigEndian(_numbers.take(kOriginNumber).data(), kOriginNumber);
-      if (number > _pushes.size()) fail("a value comes from an unknown push");
-      if (number > 0) origins.*each = _pushes[number - 1];
-    }
+    for (String HubOrigins::*each : kHubOrigins) origins.*each = takeFrom(_numbers);
     return origins;
   }
-  void requireEnd() const { _numbers.requireEnd(); }
+  String takeDeletion() { return _deletions ? takeFrom(*_deletions) : String(); }
+  void requireEnd() const {
+    _numbers.requireEnd();
+    if (_deletions) _deletions->requireEnd();
+  }
 
  private:
+  String takeFrom(Column& column) const {
+    const std::uint64_t number = loadBigEndian(column.take(kOriginNumber).data(), kOriginNumber);
+    if (number > _pushes.size()) fail("something comes from an unknown push");
+    return number > 0 ? _pushes[number - 1] : String();
+  }
+
   Column _numbers;
+  std::optional<Column> _deletions;  // not what versions wrote that did not know of them
   std::vector<String> _pushes;
 };
 
@@ -272,7 +285,10 @@ class RecordReader {
     if (_revisions) record.revision = static_cast<std::int64_t>(loadBigEndian(_revisions->take(8).data(), 8));
     if (record.revision < 0 || record.revision > kMostNumber) fail("a record's revision is out of range");
     record.deleted = flags & kDeleted;
-    if (record.deleted) return record;
+    if (record.deleted) {
+      if (_origins) record.deletedBy = _origins->takeDeletion();
+      return record;
+    }
     record.folder = flags & kFolder;
     record.tabGroup = flags & kTabGroup;
     record.special = flags & kSpecial;

@@ -30,6 +30,17 @@ bool History::contains(std::int64_t number, const String& pushId) const {
   return found && *found == pushId;
 }
 
+std::vector<HubState> History::statesBetween(std::int64_t since, const HubState& now) const {
+  std::vector<HubState> states;
+  const auto enter = [&](const auto& each) {
+    if (each.number > since && each.number < now.revision)
+      states.push_back({now.account, each.number, String(each.pushId)});
+  };
+  std::for_each(_path.rbegin(), _path.rend(), enter);
+  std::for_each(_told.begin(), _told.end(), enter);
+  return states;
+}
+
 bool History::isGivenAgain(const String& pushId) const {
   return std::any_of(_path.begin(), _path.end(), [&](const Link& link) {
     return std::any_of(link.givesAgain.begin(), link.givesAgain.end(),

@@ -16,7 +16,6 @@ inline constexpr std::size_t kToldStates = 4'000;
 
 /// How many states that were given again a checkpoint tells of, and how many a computer is told of.
 inline constexpr std::size_t kToldGivenAgain = 1'000;
-inline constexpr std::size_t kGivenAgainAtOnce = 128;
 
 /// The account's history as far as it is known: the commits from the last checkpoint on, and what that one
 /// tells of those before.
@@ -31,6 +30,8 @@ class History {
   bool hasPush(const String& pushId) const;
   /// The push that made that state; absent where it is not known.
   std::optional<String> pushOf(std::int64_t number) const;
+  /// Its states between that number and `now`, both excluded, newest first.
+  std::vector<HubState> statesBetween(std::int64_t since, const HubState& now) const;
   /// The newest of those states that is a part of it.
   std::optional<HubState> newestCommon(const std::vector<HubState>& seen, const String& account) const;
   /// The first of those states, before `common`, that was given again.
