@@ -14,9 +14,11 @@ to come again.
 import argparse
 import collections
 import os
+import plistlib
 import random
 import shutil
 import signal
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -92,6 +94,24 @@ class Computer(Home):
         with open(self.bookmarks(FIRST), "rb") as file:
             return file.read()
 
+    def state_name(self):
+        """Revision and push of the state of the service that it last saw."""
+        with tempfile.TemporaryDirectory() as directory:  # looking at the store itself would change its files
+            copy = os.path.join(directory, "Truth.db")
+            for suffix in ("", "-wal"):
+                if os.path.exists(self.store() + suffix):
+                    shutil.copy(self.store() + suffix, copy + suffix)
+            store = sqlite3.connect(copy)
+            try:
+                found = store.execute("SELECT value FROM client_values WHERE key = 'seen'").fetchone()
+            except sqlite3.OperationalError:
+                found = None  # a session was killed that was to make the store
+            store.close()
+        if found is None:
+            return "no state"
+        seen = plistlib.loads(found[0])
+        return f"state {seen['revision']} {seen.get('mark', '')[:8]}"
+
 
 class Chaos:
     """One run: the place, the computers, and what must come of the edits."""
@@ -109,6 +129,7 @@ class Chaos:
                                                  random.Random(self.draw.random()))
         self.computers = []
         self.backups = []
+        self.torn = set()  # those made while others wrote
         self.deck = []
         self.made = 0
         self.waited = 0
@@ -125,6 +146,18 @@ class Chaos:
         self.story.append(text)
         if self.options.verbose:
             print(text, flush=True)
+
+    def tell_all(self, failure):
+        """What it takes to explain a failure stands beside the homes, the place and the backups, which are left as they are:
+        the story, and what each computer's sessions changed."""
+        path = os.path.join(self.directory, "story")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("\n".join([*self.story, failure]))
+        for computer in self.computers:
+            for log in ("sessions", "changes"):
+                with open(f"{computer.path}.{log}", "w", encoding="utf-8") as file:
+                    file.write(computer.control(log)[1])
+        return path
 
     # Computers.
 
@@ -151,7 +184,6 @@ class Chaos:
         computer = self.new_computer()
         self.invite(computer)
         self.computers.append(computer)
-        self.backups.clear()  # of states that it has only heard of
 
     def invite(self, computer):
         """By one that has synced: an invitation of before a change of the key lets nobody in."""
@@ -216,9 +248,10 @@ class Chaos:
         """A session ends well, prints nothing, and logs nothing but what it should."""
         status, output = ended
         lines = computer.lines()
+        self.histories.session_ended(computer.name, computer.root(FIRST), status == -signal.SIGKILL)
         self.counts["sessions"] += 1
         self.counts["sessions that said something"] += bool(lines)
-        self.tell(f"{computer.name} synced: {status} {output.strip()} {lines}")
+        self.tell(f"{computer.name} synced: {status} {output.strip()} {lines}, {computer.state_name()}")
         if not (status == 0 or killed and status == -signal.SIGKILL) or output:
             raise Failure(f"{computer.name}: a session ended with {status}: {output.strip()} {lines}")
         for line in lines:
@@ -315,12 +348,11 @@ class Chaos:
         self.place.proxy.plan = None
 
     def turn_put_back(self):
-        """Edits before, in the part that is lost, and after. To a state that all computers had."""
+        """Edits before, in the part that is lost, and after."""
         self.edit()
         self.sync_all(self.some())
         if self.draw.random() < 0.5 or not self.backups:
-            self.settle()
-            path = self.back_up()
+            path = self.back_up() if self.draw.random() < 0.7 else self.back_up_while_syncing()
             self.backups.append(path)
             for _ in range(self.draw.randint(1, 3)):
                 self.edit()
@@ -328,6 +360,7 @@ class Chaos:
         else:
             path = self.draw.choice(self.backups)
         self.place.put_back(path)
+        self.has_gaps = self.has_gaps or path in self.torn
         self.tell(f"put back to {os.path.basename(path)}")
         self.counts["times put back"] += 1
         self.edit()
@@ -338,6 +371,16 @@ class Chaos:
         self.counts["backups"] += 1
         self.place.back_up(path)
         self.tell(f"backup {self.counts['backups'] - 1}")
+        return path
+
+    def back_up_while_syncing(self):
+        """It may lack what came before something that it has."""
+        started = self.start_all(self.some())
+        time.sleep(self.moment())
+        path = self.back_up()
+        self.torn.add(path)
+        self.await_all(started)
+        self.counts["backups while syncing"] += 1
         return path
 
     def turn_clock_off(self):
@@ -433,6 +476,7 @@ class Chaos:
             self.sync_all(self.some())
         self.require_told(out, TAKEN_OUT)
         self.counts["computers taken out"] += 1
+        self.backups.clear()  # of the time before the key changed
         self.join()
         # Who has not got the new key yet could not be told of it by a place that is put back to before it.
         for computer in self.computers:
@@ -593,9 +637,10 @@ def run(options):
             chaos.tell(f"==== round {number}")
             chaos.round()
     except Exception:
-        print("\n".join(chaos.story))
-        print(traceback.format_exc())
-        print(f"seed {options.seed} fails at {options.place}; the homes and the place are in {directory}. Again:\n"
+        failure = traceback.format_exc()
+        print(failure)
+        print(f"seed {options.seed} fails at {options.place}; what happened is told in {chaos.tell_all(failure)}, and the homes, "
+              f"the place and its backups are beside it. Again:\n"
               f"{sys.argv[0]} --place {options.place} --seed {options.seed} --rounds {options.rounds} "
               f"{' '.join(sys.argv[-3:])}")
         return 1

@@ -72,6 +72,7 @@ class EntryHistory:
         self.entered = set()
         self.deletions = []
         self.was_deleted = False
+        self.may_come_back = False
         self.deleted_with = set()  # what a deleted folder held; what of it lives brings the folder back
 
     def knows(self, attribute, value):
@@ -111,6 +112,8 @@ class Histories:
         self.draw = draw
         self.entries = {}
         self.seen = collections.defaultdict(lambda: collections.defaultdict(set))  # by computer and folder
+        self.held = {}  # by computer, at the end of its last session or edit
+        self.unconfirmed = {}  # by computer, what a killed session has added
         self.serial = 0
         self.versions = 0
         self.orders = [[f"o{i}" for i in range(6)]]
@@ -136,13 +139,22 @@ class Histories:
     def forget(self, who):
         self.seen.pop(who, None)
 
+    def session_ended(self, who, root, killed):
+        """What a killed session had added comes back when its user deletes all of that before the next session: it cannot
+        be told from what that session did not get to save."""
+        now = {identity_of(each.entry) for each in entries_of(root)}
+        self.unconfirmed[who] = self.unconfirmed.get(who, set()) | now - self.held.get(who, now) if killed else set()
+        self.held[who] = now
+
     def edit(self, who, root):
         """One random edit of a computer's bookmarks, made by somebody who looks at them; what it was."""
         self.look(who, root)
         kinds = {self.add_bookmark: 4, self.add_folder: 1, self.rename: 4, self.readdress: 3, self.move: 4, self.delete: 3,
                  self.shuffle: 2}
         kind = self.draw.choices(list(kinds), kinds.values())[0] if entries_of(root) else self.add_bookmark
-        return kind(who, root)
+        done = kind(who, root)
+        self.held[who] = {identity_of(each.entry) for each in entries_of(root)}
+        return done
 
     def reorder(self, root):
         """For the one computer that may."""
@@ -214,6 +226,10 @@ class Histories:
             self.entries[identity].delete(values, self.seen[who][identity])
             self.entries[identity].deleted_with.update(identities)
         found.siblings.remove(found.entry)
+        unconfirmed = self.unconfirmed.get(who, set())
+        if not unconfirmed & {identity_of(each.entry) for each in entries_of(root)}:
+            for identity in unconfirmed:
+                self.entries[identity].may_come_back = True
         return f"delete {identities}"
 
     def require_kept(self, root):
@@ -233,7 +249,7 @@ class Histories:
                 if not history.was_deleted:
                     raise Undone(f"{identity} vanished though nobody deleted it")
                 continue
-            may_stay = (identity in filled or self._came_back(ends, identity)
+            may_stay = (history.may_come_back or identity in filled or self._came_back(ends, identity)
                         or any(each in ends for each in history.deleted_with - {identity}))
             if history.must_be_gone() and not may_stay:
                 raise Undone(f"{identity} was deleted and came back")
@@ -244,12 +260,13 @@ class Histories:
             raise Undone(f"the order is {order_of(root)} instead of {self.orders[-1]}, which replaced {self.orders[-4:-1]}")
 
     def settle(self, root):
-        """All computers show the same: where edits contended, everybody sees from now on what came of it. What somebody
-        deleted and somebody else's edit kept may yet go: with a place that is put back to the deletion."""
+        """All computers show the same: where edits contended, everybody sees from now on what came of it."""
         living = {identity_of(found.entry): found for found in entries_of(root)}
         for identity, history in self.entries.items():
             history.deletions.clear()
             history.deleted_with.clear()
+            history.was_deleted = False
+            history.may_come_back = False
             values = values_of(living[identity]) if identity in living else {}
             for attribute in ATTRIBUTES:
                 last = values.get(attribute, history.last(attribute)[0])
