@@ -336,7 +336,10 @@ std::unordered_map<String, HubRecord> HubClient::lostRecords() {
     if (known != _knownOrigins.end()) record.origins = known->second;
   }
   if (_journal && _journal->sessions == _lostSession) {
-    takeOver(_journal->known, _journal->knownPushId, base, lost);
+    // What a session knew of a service that was put back is no part of what that has lost.
+    const bool hadGoneBack = _journal->knownPushId == _journal->pushId;
+    if (hadGoneBack) base = withDifference(_journal->known, base);
+    if (!hadGoneBack) takeOver(_journal->known, _journal->knownPushId, base, lost);
     takeOver(_journal->delivered, _journal->pushId, base, lost);
   }
   return lost;
