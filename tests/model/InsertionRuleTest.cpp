@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
+#include "tests/kit/TestSize.h"
 #include "tests/model/ModelFixtures.h"
 
 namespace corvane {
@@ -321,7 +322,7 @@ TEST_F(InsertionRuleTest, LongListIsToldThatAListedFolderBecameSpecial) {
 
 TEST_F(InsertionRuleTest, UidListedInManyFoldersIsChangedWithoutVisitingThemAll) {
   // A node that is built anew in one folder after another stays listed in those before.
-  constexpr int kFolders = 20'000;
+  constexpr int kFolders = sized(20'000, 2'000);
   std::vector<String> siblings;
   for (int i = 0; i < 64; ++i)
     siblings.push_back(add(("s" + std::to_string(i)).c_str(), kBookmark, "s", i).uid());
@@ -352,7 +353,7 @@ TEST_F(InsertionRuleTest, CopyOfAChangedLongListIsUpToDate) {
 }
 
 TEST_F(InsertionRuleTest, HundredThousandChildrenInOneFolder) {
-  constexpr int kChildren = 100'000;
+  constexpr int kChildren = sized(100'000, 10'000);
   read(rootEntry({}));
   for (int i = 0; i < kChildren; ++i) {
     const int position = (i * 7919) % kChildren;
