@@ -67,7 +67,7 @@ std::optional<std::uint32_t> parsedWait(std::string_view query) {
   return seconds;
 }
 
-std::string_view trimmed(std::string_view text) {
+std::string_view withoutBlanks(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(" \t") + 1 - first);
@@ -128,10 +128,10 @@ std::optional<std::variant<ObjectTarget, ListTarget>> parsedTarget(std::string_v
 }
 
 bool matchesTag(std::string_view ifNoneMatch, std::string_view tag) {
-  if (trimmed(ifNoneMatch) == "*") return true;
+  if (withoutBlanks(ifNoneMatch) == "*") return true;
   while (!ifNoneMatch.empty()) {
     const std::size_t comma = std::min(ifNoneMatch.find(','), ifNoneMatch.size());
-    std::string_view one = trimmed(ifNoneMatch.substr(0, comma));
+    std::string_view one = withoutBlanks(ifNoneMatch.substr(0, comma));
     if (one.starts_with("W/")) one.remove_prefix(2);
     if (one == tag) return true;
     ifNoneMatch.remove_prefix(std::min(comma + 1, ifNoneMatch.size()));

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::string_view kSpace = " \t\n\r\f\v";
 
-std::string_view trimmed(std::string_view text) {
+std::string_view withoutSpace(std::string_view text) {
   const std::size_t start = text.find_first_not_of(kSpace);
   if (start == std::string_view::npos) return {};
   return text.substr(start, text.find_last_not_of(kSpace) + 1 - start);
@@ -87,7 +87,7 @@ std::optional<int> readTime(FieldReader& fields) {
   return second ? std::optional(*hour * 3600 + *minute * 60 + *second) : std::nullopt;
 }
 
-constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::string_view kBase64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 int digitValue(char c) {
   if (c >= 'A' && c <= 'Z') return c - 'A';
@@ -99,7 +99,7 @@ int digitValue(char c) {
 }  // namespace
 
 std::optional<Value> integerFromText(std::string_view text) {
-  text = trimmed(text);
+  text = withoutSpace(text);
   const bool negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);
   int base = 10;
@@ -119,7 +119,7 @@ std::optional<Value> integerFromText(std::string_view text) {
 }
 
 std::optional<double> realFromText(std::string_view text) {
-  text = trimmed(text);
+  text = withoutSpace(text);
   if (text.starts_with('+')) {
     text.remove_prefix(1);
     if (text.starts_with('-')) return std::nullopt;
@@ -166,7 +166,7 @@ std::string base64Text(std::string_view bytes) {
     }
     const std::size_t present = std::min<std::size_t>(bytes.size() - at, 3);
     for (std::size_t i = 0; i < 4; ++i) {
-      text += i <= present ? kDigits[group >> (18 - 6 * i) & 63] : '=';
+      text += i <= present ? kBase64Digits[group >> (18 - 6 * i) & 63] : '=';
     }
   }
   return text;
