@@ -57,7 +57,7 @@ function __loomerctl_complete
     else if set -q option[1]
         return
     else if set -q command[1]; and string match -q -- '--session=*' $word
-        printf -- '--session=%s\n' (__loomerctl_values sessions session)
+        __loomerctl_values sessions session | string replace -r -- '^' --session=
     else if set -q command[1]; and string match -q -- '-*' $word
         string match -ra -- '--[a-z]+' $usage
         echo --help
