@@ -100,7 +100,7 @@ TEST_F(S3PlaceTest, AllPagesOfAListingAreAskedForAndOtherKeysArePassedOver) {
   const ScriptedServer server([&](const std::string& request, ScriptedConnection& connection) {
     const bool isSecond = request.find("continuation-token=a%2Bb%2F%3D%26&") != std::string::npos;
     const bool isThird = request.find("continuation-token=last&") != std::string::npos;
-    connection.send(isThird    ? page("another prefix/f/3", "")
+    connection.send(isThird    ? page("pre-fix/f/3", "")
                     : isSecond ? page("pre fix/f/2", "last")
                                : page("pre fix/f/1", "a+b/=&amp;"));
   });
@@ -110,6 +110,22 @@ TEST_F(S3PlaceTest, AllPagesOfAListingAreAskedForAndOtherKeysArePassedOver) {
   EXPECT_EQ(objects[1].name, "f/2");
   ASSERT_EQ(server.requests().size(), 3U);
   EXPECT_THAT(server.requests().front(), HasSubstr("prefix=pre%20fix%2Ff%2F"));
+}
+
+TEST_F(S3PlaceTest, AListingThatGoesOnAtTheSamePlaceForEverIsNone) {
+  const ScriptedServer server(
+      httpAnswer("200 OK",
+                 "<ListBucketResult><IsTruncated>true</IsTruncated><NextContinuationToken>"
+                 "on</NextContinuationToken></ListBucketResult>"));
+  EXPECT_THAT(failureOf([&] { placeAt(server).list("f"); }), HasSubstr("no end"));
+}
+
+TEST_F(S3PlaceTest, WhatLiesInNoBucketIsNotAbsent) {
+  const ScriptedServer server(errorAnswer("404 Not Found", "NoSuchBucket"));
+  EXPECT_THAT(failureOf([&] {
+                placeAt(server).get({{"f/1", Writing::contested, {}, 10}});
+              }),
+              HasSubstr("404 (NoSuchBucket)"));
 }
 
 TEST_F(S3PlaceTest, RefusalsAreNamedByTheServersCodeAndHaveTheKindThatTheyMean) {
@@ -146,7 +162,9 @@ TEST_F(S3PlaceTest, AServerThatIsAskedToSlowDownGetsPausesAndThenItsAnswer) {
                 placeAt(slow).put({{"f/1", "x"}});
               }),
               AllOf(HasSubstr("503 (SlowDown)"), HasSubstr("again at the next sync")));
+  const std::size_t before = slow.requests().size();
   EXPECT_EQ(placeAt(slow).putNew("f/1", "x"), Made::unknown);
+  EXPECT_EQ(slow.requests().size(), before + 1) << "it may have been carried out";
 }
 
 TEST_F(S3PlaceTest, ASignatureOfTheWrongTimeIsMadeAnewOnce) {

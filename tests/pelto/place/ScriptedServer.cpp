@@ -68,9 +68,6 @@ void ScriptedServer::accept() {
 
 // A request's body has the length that its header announces.
 void ScriptedServer::serve(int descriptor) {
-  const int open = ++_open;
-  for (int most = _mostAtOnce; most < open && !_mostAtOnce.compare_exchange_weak(most, open);) {
-  }
   std::string request;
   std::size_t wanted = std::string::npos;
   char buffer[4096];
@@ -91,7 +88,6 @@ void ScriptedServer::serve(int descriptor) {
     ScriptedConnection connection(descriptor);
     _script(request, connection);
   }
-  --_open;
   ::shutdown(descriptor, SHUT_WR);
   ::close(descriptor);
 }

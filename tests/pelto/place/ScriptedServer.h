@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -42,8 +41,6 @@ class ScriptedServer {
   std::string host() const { return "127.0.0.1:" + std::to_string(_port); }
   /// The requests so far, header and body, in the order in which they came.
   std::vector<std::string> requests() const;
-  /// The most connections that were open at one moment.
-  int mostAtOnce() const { return _mostAtOnce; }
 
  private:
   void accept();
@@ -55,7 +52,6 @@ class ScriptedServer {
   mutable std::mutex _mutex;
   std::vector<std::string> _requests;
   std::vector<std::thread> _threads;
-  std::atomic<int> _open = 0, _mostAtOnce = 0;
   std::thread _accepting;
 };
 
