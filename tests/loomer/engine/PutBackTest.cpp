@@ -283,6 +283,38 @@ TEST_P(PutBackTest, WhatWasChangedBackAfterItWasGivenAgainStands) {
   EXPECT_EQ(names(), "F(1 2 3) 4 5 6");
 }
 
+TEST_P(PutBackTest, WhatWasChangedBackWhileTheServiceHadLostItStands) {
+  begin();
+  a->client->rename(a->find("1"), "one");
+  settle();
+  b->client->rename(b->find("6"), "six");
+  sync(*b);
+  hub.state = backup;
+  a->client->rename(a->find("one"), "1");
+  failOnce("remote changes");
+  sync(*a);  // alone
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 4 5 six");
+}
+
+TEST_P(PutBackTest, AnOrderMadeWhileTheServiceHadLostOtherThingsStands) {
+  begin();
+  a->client->move(a->find("3"), a->find("F"), 0);
+  sync(*a);
+  backup = hub.state;
+  a->client->rename(a->find("5"), "five");
+  sync(*a);
+  hub.state = backup;
+  b->client->rename(b->find("6"), "six");
+  sync(*b);
+  hub.state = backup;
+  a->client->move(a->find("3"), a->find("F"), 2);
+  failOnce("remote changes");
+  sync(*a);  // alone
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 4 five six");
+}
+
 TEST_P(PutBackTest, WhatAComputerHeardOfAloneIsOlderThanWhatItHolds) {
   begin();
   hub.empty();

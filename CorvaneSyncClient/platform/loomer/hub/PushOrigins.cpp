@@ -84,10 +84,13 @@ class OriginSetter {
     return chosen(versions, origin, isSame(versions.held), isSame(versions.lost));
   }
 
-  // `stands`: as the service holds it; `isGivenAgain`: as it was lost.
+  // `stands`: as the service holds it; `isGivenAgain`: as it was lost. What is neither lost nor news was
+  // changed since, be it back to what the service holds.
   String chosen(const Versions& versions, String HubOrigins::*origin, bool stands, bool isGivenAgain) const {
-    if (isGivenAgain && !isNews(versions.held, origin) && (versions.lost->origins.*origin || !stands))
-      return versions.lost->origins.*origin;
+    if (versions.lost && !isNews(versions.held, origin)) {
+      if (!isGivenAgain) return _pushId;
+      if (versions.lost->origins.*origin || !stands) return versions.lost->origins.*origin;
+    }
     return stands ? versions.held->origins.*origin : _pushId;
   }
 
