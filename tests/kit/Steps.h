@@ -30,6 +30,7 @@ enum class StepKind : int {
   syncCancelled,
   refresh,
   replace,
+  settle,
   // A computer or the service changes.
   restart,
   join,
@@ -37,6 +38,7 @@ enum class StepKind : int {
   dropTombstones,
   emptyService,
   restoreService,
+  losePushes,
   switchService,
   fillAccount,
   emptyAccount

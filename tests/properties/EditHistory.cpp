@@ -12,8 +12,22 @@ std::vector<std::string> ValueHistory::last() const {
   return last;
 }
 
+void ValueHistory::settle(const std::string& value) {
+  for (auto& [known, followers] : _followers) followers = known == value ? 0 : std::max(followers, 1);
+}
+
 EntryHistory::EntryHistory(const EntryValues& first) {
   for (const std::string& each : first) _values.emplace_back(each);
+}
+
+void EntryHistory::settle(const EntryValues* end) {
+  _deletions.clear();
+  EntryValues seen;
+  for (std::size_t i = 0; i < _values.size(); ++i) {
+    seen.push_back(end ? (*end)[i] : _values[i].last().front());
+    _values[i].settle(seen.back());
+  }
+  if (!end) erase(seen, _entered);
 }
 
 bool EntryHistory::mustBeGone() const {

@@ -18,6 +18,8 @@ class ValueHistory {
     ++_followers[from];
     _followers[to];
   }
+  /// Everybody sees that value from now on, and no other.
+  void settle(const std::string& value);
   /// Those that no edit replaced. There are several where edits were made without knowing of one another.
   std::vector<std::string> last() const;
 
@@ -44,6 +46,10 @@ class EntryHistory {
   void erase(const EntryValues& seen, const std::set<std::string>& seenInIt) {
     _deletions.push_back({seen, seenInIt});
   }
+
+  /// All computers hold these values, or nothing of it: from now on everybody sees what came of the edits so
+  /// far.
+  void settle(const EntryValues* end);
 
   bool wasDeleted() const { return !_deletions.empty(); }
   /// Whether somebody deleted it who knew of every edit, and of everything that was put into it.

@@ -60,9 +60,7 @@ class EditingComputers {
     if (!changesNobody) _users[isReorder ? 0 : client].met.reset();
     switch (step.kind) {
       case StepKind::sync:
-        _simulation.sync(client);
-        _users[client].met = {_rollbacks, _simulation.hub.state.now.revision};
-        return;
+        return sync(client);
       case StepKind::syncCutOff:
         return _simulation.syncCutOff(client, call);
       case StepKind::syncKilled:
@@ -74,21 +72,27 @@ class EditingComputers {
         _simulation.join();
         _users.emplace_back();
         return;
+      case StepKind::settle:
+        settle();
+        return requireEditsKept();
       case StepKind::restoreService:
         return putBack(step);
+      case StepKind::losePushes:
+        return losePushes(client, step);
       default:
         return edit(client, step);
     }
   }
 
-  /// Edits stop.
+  /// Until all hold the same.
   void settle() {
     for (int round = 0; round < 2; ++round) {
-      for (std::size_t i = 0; i < _simulation.clientCount(); ++i) _simulation.sync(i);
+      for (std::size_t i = 0; i < _simulation.clientCount(); ++i) sync(i);
     }
     _simulation.requireConverged();
   }
 
+  /// Of what all hold, which counts from then on as seen by everybody.
   void requireEditsKept() {
     std::map<std::string, EntryValues> found;
     std::set<std::string> filled;
@@ -113,6 +117,10 @@ class EditingComputers {
       const std::string complaint = history.complaint(end->second);
       require(complaint.empty(), identity + " has " + complaint + ": " + client.text());
     }
+    for (auto& [identity, history] : _entries) {
+      const auto end = found.find(identity);
+      history.settle(end == found.end() ? nullptr : &end->second);
+    }
   }
 
  private:
@@ -134,6 +142,41 @@ class EditingComputers {
   static EntryValues valuesOf(ScriptedClient& client, const Node& node) {
     const std::string folder = node.parent.empty() ? "" : identityOf(client.nodes.at(node.parent));
     return {node.name.toString(), node.url ? node.url.toString() : "", node.tabGroup ? "1" : "0", folder};
+  }
+
+  void sync(std::size_t user) {
+    _simulation.sync(user);
+    _users[user].met = {_rollbacks, _simulation.hub.state.now.revision};
+  }
+
+  /// One user gives an edit, and then another one of the same value. Of the others some see the first one
+  /// alone, some only what came of both, and some each. Then the service loses it all; those that know a part
+  /// of it may come first.
+  void losePushes(std::size_t author, const Step& step) {
+    constexpr std::array kKinds = {StepKind::rename, StepKind::readdress, StepKind::move};
+    const auto part = [&](std::size_t user) -> std::size_t {
+      const std::size_t after = (user + _users.size() - author) % _users.size();
+      return (after == 1 ? step.index : after == 2 ? step.value : step.index + step.value) % 3;
+    };
+    const auto syncThose = [&](const auto& who) {
+      for (std::size_t user = 0; user < _users.size(); ++user) {
+        if (user != author && who(user)) sync(user);
+      }
+    };
+    sync(author);
+    const MemoryHub::State before = _simulation.hub.state;
+    for (unsigned i = 0; i < 2; ++i) {
+      Step one = step;
+      one.kind = kKinds[step.folder % kKinds.size()];
+      one.folder += i;
+      edit(author, one);
+      sync(author);
+      syncThose([&](std::size_t user) { return part(user) == i || part(user) == 2; });
+    }
+    ++_rollbacks;
+    _simulation.restore(before);
+    if (step.entry % 2 == 1) return;
+    for (std::size_t i = 0; i < 2; ++i) syncThose([&](std::size_t user) { return part(user) == i; });
   }
 
   /// To a state in the last part of the past, or to any.
@@ -278,15 +321,15 @@ class EditingComputers {
 };
 
 using enum StepKind;
-const kit::Weights kSteps = {{3, addBookmark}, {1, addFolder},     {4, rename},     {3, readdress},
-                             {1, toggle},      {4, move},          {3, reorder},    {3, erase},
-                             {12, sync},       {1, syncCutOff},    {1, syncKilled}, {1, join},
-                             {2, leave},       {3, restoreService}};
+const kit::Weights kSteps = {{3, addBookmark}, {1, addFolder},      {4, rename},     {3, readdress},
+                             {1, toggle},      {4, move},           {3, reorder},    {3, erase},
+                             {12, sync},       {1, syncCutOff},     {1, syncKilled}, {1, join},
+                             {2, leave},       {3, restoreService}, {8, losePushes}, {1, StepKind::settle}};
 
 }  // namespace
 
 void editsSurviveRollbacks(MemoryHub::Kind service) {
-  EditingComputers random(*rc::gen::inRange<std::size_t>(2, 5), service);
+  EditingComputers random(*rc::gen::element<std::size_t>(2, 3, 3, 4), service);
   for (const Step& step : *kit::stepsOf(kSteps, 24)) random.carryOut(step);
   random.settle();
   random.requireEditsKept();
