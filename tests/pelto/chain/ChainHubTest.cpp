@@ -260,6 +260,16 @@ TEST_F(ChainHubTest, DeletionsAreToldForFourHundredDays) {
   EXPECT_TRUE(c->names().contains("two"));
 }
 
+TEST_F(ChainHubTest, TheKeyIsChangedAfterWhatOthersGaveMeanwhile) {
+  a->takeIn();
+  b->give({bookmark(1, "one")});
+  const GenerationChange change{2, {}, {}};
+  ASSERT_EQ(a->chain->changeGeneration(ChainComputer::sealerOf(2), change), HubPushed::Outcome::done);
+  ChainComputer next(place, platform.directory / "home of a, again/Chain.plist", 2);
+  next.takeIn();
+  EXPECT_THAT(next.names(), ElementsAre("one"));
+}
+
 TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
   const std::string mine = a->takeIn().now.account.toString();
   giveUntilCheckpoint(*a);

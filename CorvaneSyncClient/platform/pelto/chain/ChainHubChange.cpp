@@ -40,7 +40,9 @@ std::optional<GenerationChange> ChainHub::change() {
 }
 
 HubPushed::Outcome ChainHub::changeGeneration(const Sealer& next, const GenerationChange& change) {
-  if (this->change()) return HubPushed::Outcome::overtaken;
+  open();
+  settle();
+  if (isEnded(_state.kept)) return HubPushed::Outcome::overtaken;
   ChainObjects objects(_place, next);
   Commit last, first;
   std::vector<NamedBytes> segments;
