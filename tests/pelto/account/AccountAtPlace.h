@@ -19,7 +19,9 @@ inline pelto::Account accountAtPlace() {
       {"com.keldra.Bookmarks"},
       {12, std::string(16, 'h')},
       {},
-      {{std::string(32, 'a'), "7-" + std::string(32, 'f')}, {std::string(32, 'b'), ""}}};
+      {{std::string(32, 'a'), "7-" + std::string(32, 'f')}, {std::string(32, 'b'), ""}},
+      {{1, std::string(pelto::kKeyBoxBytes, 'x'), {2, {}, {}}, "5-" + std::string(32, '0')},
+       {2, std::string(pelto::kKeyBoxBytes, 'y'), {3, {}, {}}, "7-" + std::string(32, 'f')}}};
   return {"https://ada@dav.example.com/b", "C0000000-0000-4000-8000-000000000001", {}, std::move(membership)};
 }
 

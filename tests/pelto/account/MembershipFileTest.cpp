@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
@@ -41,6 +42,7 @@ void expectEqual(const Account& read, const Account& written) {
   EXPECT_EQ(read.membership->enabled, written.membership->enabled);
   EXPECT_EQ(read.membership->newest, written.membership->newest);
   EXPECT_EQ(read.membership->left, written.membership->left);
+  EXPECT_EQ(read.membership->former, written.membership->former);
 }
 
 class MembershipFileTest : public testing::Test {
@@ -125,6 +127,12 @@ TEST_F(MembershipFileTest, FilesWithWrongEntriesAreRefused) {
       {"a folder that is none", [](Account& each) { each.membership->left[".."] = ""; }},
       {"a commit that is none",
        [](Account& each) { each.membership->left[std::string(32, 'c')] = "../../7"; }},
+      {"an earlier generation 0", [](Account& each) { each.membership->former[0].generation = 0; }},
+      {"a box of another size", [](Account& each) { each.membership->former[0].keyBox.pop_back(); }},
+      {"no last commit", [](Account& each) { each.membership->former[0].last.clear(); }},
+      {"earlier generations in another order",
+       [](Account& each) { std::swap(each.membership->former[0], each.membership->former[1]); }},
+      {"a change to no generation", [](Account& each) { each.membership->former[0].change.generation = 0; }},
       {"a negative number",
        [](Account& each) {
          each.membership->newest = {-1, ""};

@@ -270,6 +270,32 @@ TEST_F(ChainHubTest, TheKeyIsChangedAfterWhatOthersGaveMeanwhile) {
   EXPECT_THAT(next.names(), ElementsAre("one"));
 }
 
+TEST_F(ChainHubTest, AGenerationEndsAgainWhereThePlaceForgotThat) {
+  b->give({bookmark(1, "one")});
+  a->takeIn();
+  const auto before = place.objects;
+  const GenerationChange change{2, {}, {}};
+  ASSERT_EQ(a->chain->changeGeneration(ChainComputer::sealerOf(2), change), HubPushed::Outcome::done);
+  place.objects = before;
+  b->give({bookmark(2, "two")});
+  // Another one comes between, as it may at any time.
+  bool hasCome = false;
+  place.onCall = [&](const std::string& call) {
+    if (hasCome || call != "put new") return;
+    hasCome = true;
+    b->give({bookmark(3, "three")});
+  };
+  a->begin();
+  EXPECT_EQ(a->chain->endAgain(change), change);
+  EXPECT_TRUE(hasCome);
+  b->takeIn();
+  EXPECT_EQ(b->chain->change(), change);
+  // What has ended stays as it is.
+  const std::size_t objects = place.objects.size();
+  EXPECT_EQ(b->chain->endAgain({2, {String(id(5))}, {}}), change);
+  EXPECT_EQ(place.objects.size(), objects);
+}
+
 TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
   const std::string mine = a->takeIn().now.account.toString();
   giveUntilCheckpoint(*a);

@@ -35,6 +35,7 @@ class KeptFileTest : public testing::Test {
     contents.kept.missing = {{"2-00", {}, Date{200}}};
     contents.kept.counted = {std::string(32, 'c'), 3, 100};
     contents.kept.surveyed = Date{300};
+    contents.kept.isReviewed = true;
     contents.commit = "sealed";
     contents.segments = {{"f/s/1", "sealed too"}};
     contents.tags = {{nameOf(linkOf(2)), {linkOf(2), "\"tag\""}}};

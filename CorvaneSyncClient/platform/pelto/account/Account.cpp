@@ -116,6 +116,11 @@ std::string chainPathBeside(const std::string& accountPath) {
   return joinedPath(directoryOf(accountPath), "Chain.plist");
 }
 
+std::string formerChainPathBeside(const std::string& accountPath, std::int64_t generation) {
+  const std::string number = std::to_string(generation % kMostFormerGenerations);
+  return joinedPath(directoryOf(accountPath), "FormerChain-" + number + ".plist");
+}
+
 std::optional<Account> readAccount(const std::string& path) {
   std::string contents;
   const std::error_code error = readPrivateFile(path, contents);
@@ -157,7 +162,11 @@ void noteAccountReached(const std::string& path, const Account& account, Date wh
                  writeBinaryPropertyList(Dictionary{{kAccountKey, hashOf(account)}, {kReachedKey, when}}));
 }
 
-void forgetChain(const std::string& accountPath) { removeIfThere(chainPathBeside(accountPath)); }
+void forgetChain(const std::string& accountPath) {
+  removeIfThere(chainPathBeside(accountPath));
+  for (std::int64_t i = 0; i < kMostFormerGenerations; ++i)
+    removeIfThere(formerChainPathBeside(accountPath, i));
+}
 
 bool removeAccount(const std::string& path) {
   std::unique_ptr<FileSystem::Hold> hold;

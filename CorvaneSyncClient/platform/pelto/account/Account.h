@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -25,6 +26,8 @@ std::string accountPathForHome(const std::string& homeDirectory);
 
 /// The path of what this computer keeps of the account's chain, beside the account's file.
 std::string chainPathBeside(const std::string& accountPath);
+/// The same of the chain of a generation that the account has left; one path for many of them.
+std::string formerChainPathBeside(const std::string& accountPath, std::int64_t generation);
 
 /// Reads the account; absent when there is no file. Raises DotPeltoException when the file cannot be read,
 /// does not hold an account, holds one at a PostgreSQL server, as earlier versions had, or is accessible to
@@ -43,9 +46,9 @@ void changeMembership(const std::string& path, const Account& account,
 /// cannot overwrite an account that the user sets or removes at the same moment. It is valid for that URL and
 /// computer only. Raises DotPeltoException.
 void noteAccountReached(const std::string& path, const Account& account, Date when);
-/// Removes what is kept of the account's chain beside that file. Raises DotPeltoException.
+/// Removes what is kept of the account's chains beside that file. Raises DotPeltoException.
 void forgetChain(const std::string& accountPath);
-/// Removes the account with the note and what is kept of its chain beside it. False when there was no
+/// Removes the account with the note and what is kept of its chains beside it. False when there was no
 /// account. Raises DotPeltoException.
 bool removeAccount(const std::string& path);
 

@@ -29,6 +29,10 @@ constexpr const char* kName = "Name";
 constexpr const char* kEnabled = "Enabled";
 constexpr const char* kCarded = "Carded";
 constexpr const char* kLeft = "Left";
+constexpr const char* kFormer = "Former";
+constexpr const char* kKey = "Key";
+constexpr const char* kChange = "Change";
+constexpr const char* kLast = "Last";
 constexpr const char* kNewestNumber = "NewestNumber";
 constexpr const char* kNewestHash = "NewestHash";
 
@@ -63,6 +67,47 @@ std::optional<LeftGenerations> leftIn(const Dictionary& entries) {
   return left;
 }
 
+// Raises SealedFormException for a change that is none.
+std::optional<FormerGeneration> formerGenerationIn(const Value& value) {
+  const auto* const entries = value.as<Dictionary>();
+  const Value* const box = entries ? entries->find(kKey) : nullptr;
+  const Data* const bytes = box ? box->as<Data>() : nullptr;
+  const Value* const change = entries ? entries->find(kChange) : nullptr;
+  if (!bytes || bytes->bytes().size() != kKeyBoxBytes || !change) return std::nullopt;
+  FormerGeneration former{numberIn(*entries, kGeneration), std::string(bytes->bytes()),
+                          generationChangeFrom(*change), entries->string(kLast).toString()};
+  if (former.generation < 1 || !chain::slotNamed(former.last)) return std::nullopt;
+  return former;
+}
+
+// Absent when one of them is not of its form.
+std::optional<std::vector<FormerGeneration>> formerIn(const Dictionary& entries) {
+  std::vector<FormerGeneration> former;
+  const Array* const kept = entries.array(kFormer);
+  if (!kept) return former;
+  try {
+    for (const Value& each : *kept) {
+      auto one = formerGenerationIn(each);
+      if (!one || (!former.empty() && former.back().generation >= one->generation)) return std::nullopt;
+      former.push_back(*std::move(one));
+    }
+  } catch (const SealedFormException&) {
+    return std::nullopt;
+  }
+  return former;
+}
+
+Array arrayOf(const std::vector<FormerGeneration>& former) {
+  Array all;
+  for (const FormerGeneration& each : former) {
+    all.append(Dictionary{{kGeneration, each.generation},
+                          {kKey, Data(each.keyBox)},
+                          {kChange, valueOf(each.change)},
+                          {kLast, each.last}});
+  }
+  return all;
+}
+
 std::optional<Account> accountIn(const Dictionary& entries, std::string_view key, std::string_view secretKey,
                                  std::string_view secret) {
   const String place = entries.string(kPlace), account = entries.string(kAccount),
@@ -71,8 +116,9 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
   const std::int64_t generation = numberIn(entries, kGeneration);
   const auto newest = newestIn(entries);
   const auto left = leftIn(entries);
+  auto former = formerIn(entries);
   if (place.empty() || !entries.string(kUser) || name.empty() || !uuidBytes(account.view()) ||
-      !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest || !left) {
+      !uuidBytes(computer.view()) || !enabled || generation < 1 || !newest || !left || !former) {
     return std::nullopt;
   }
   Membership membership{{entries.string(kUser).toString(), SharedSecret(secret)},
@@ -84,7 +130,8 @@ std::optional<Account> accountIn(const Dictionary& entries, std::string_view key
                         {},
                         *newest,
                         entries.date(kCarded).value_or(Date{}),
-                        *left};
+                        *left,
+                        *std::move(former)};
   for (const Value& each : *enabled) membership.enabled.insert(each.string().toString());
   return Account{place.toString(), computer, {}, std::move(membership)};
 }
@@ -142,6 +189,7 @@ SecretBytes membershipFileOf(const Account& account) {
                                          {kEnabled, enabled},
                                          {kCarded, membership.carded},
                                          {kLeft, left},
+                                         {kFormer, arrayOf(membership.former)},
                                          {kNewestNumber, membership.newest.number},
                                          {kNewestHash, Data(membership.newest.hash)}});
   const std::string_view secret = membership.credentials.secret.view();

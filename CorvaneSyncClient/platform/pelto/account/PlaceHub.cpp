@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/account/ComputerCards.h"
@@ -29,21 +30,27 @@ std::vector<Link> keptPath(const Account& account) {
   return chain::KeptFile(userChainPath(), sealerOf(account).folder()).read().kept.path;
 }
 
-// What takes this computer from one generation to the next, in the account's file and in `account`.
-void enterGeneration(Account& account, std::shared_ptr<const AccountKey> key, std::int64_t generation) {
-  const std::string before = sealerOf(account).folder();
-  const std::string last = chain::nameOf(keptPath(account).back());
+// What takes this computer from one generation to the next, in the account's file and in `account`. `last` is
+// the name of the commit that holds the change.
+void enterGeneration(Account& account, std::shared_ptr<const AccountKey> key, const GenerationChange& change,
+                     const std::string& last) {
   Membership& membership = *account.membership;
+  const std::string before = sealerOf(account).folder();
+  const FormerGeneration former{membership.generation,
+                                keyBoxFor(membership.keys->publicKey(), *membership.key), change, last};
   membership.key = std::move(key);
-  membership.generation = generation;
+  membership.generation = change.generation;
   const std::string folder = sealerOf(account).folder();
   const auto enter = [&](Membership& changed) {
     changed.left[before] = last;
     changed.left.erase(folder);
-    // Another process may have gone further meanwhile.
-    if (changed.generation > generation) return;
+    // Another process may have gone as far or further meanwhile.
+    const bool isKnown = !changed.former.empty() && changed.former.back().generation >= former.generation;
+    if (!isKnown) changed.former.push_back(former);
+    if (std::ssize(changed.former) > kMostFormerGenerations) changed.former.erase(changed.former.begin());
+    if (changed.generation > change.generation) return;
     changed.key = membership.key;
-    changed.generation = generation;
+    changed.generation = change.generation;
   };
   enter(membership);
   changeMembership(userAccountPath(), account, enter);
@@ -105,6 +112,7 @@ class PlaceHub : public Hub {
       checkInvitation();
       const auto change = _exchange->hub.change();
       if (!change) {
+        review();
         leaveCard();
         return changes;
       }
@@ -139,9 +147,53 @@ class PlaceHub : public Hub {
           ", or was invited before the account's key was changed. Another invitation lets it in again, after "
           "`loomerctl account remove`.");
     }
-    enterGeneration(_account, std::make_shared<AccountKey>(*std::move(key)), change.generation);
+    enterGeneration(_account, std::make_shared<AccountKey>(*std::move(key)), change, _exchange->hub.newest());
     _exchange.reset();  // it holds the lock of what is kept
     _exchange = std::make_unique<Exchange>(_account, _seconds);
+  }
+
+  // A place that was put back to before a change of the key has forgotten it, and computers that have not
+  // followed it would go on without the others. The newest generation comes first, so that whoever is handed
+  // a key finds ended what has ended. The exchange matters more.
+  void review() {
+    std::vector<FormerGeneration>& former = _account.membership->former;
+    if (former.empty() || !_exchange->hub.isReviewDue()) return;
+    try {
+      std::for_each(former.rbegin(), former.rend(), [this](FormerGeneration& each) { seeEnded(each); });
+      _exchange->hub.noteReviewed();
+    } catch (const PlatformException& exception) {
+      SCLog("Whether an earlier key's chain has ended is not known: %@", exception.reason());
+    }
+  }
+
+  void seeEnded(FormerGeneration& former) {
+    const Membership& membership = *_account.membership;
+    const auto sealer = sealerOf(former, membership.account, *membership.keys);
+    if (!sealer) return;  // not this computer's
+    const std::string keptAt = formerChainPathBeside(userAccountPath(), former.generation);
+    ChainHub hub(*_exchange->place, *sealer, {.keptPath = keptAt, .computer = _account.computer});
+    if (hub.endAgain(former.change) != former.change) {
+      systemLog(
+          "The account at %@ is in two parts that no longer meet: the place was put back to before a change "
+          "of its key, and a computer that did not have the new one has changed the key again. On each "
+          "computer `loomerctl account computers` shows who is in its part. Have those of one part leave "
+          "with `loomerctl account remove`, and invite them to the other one",
+          _exchange->place->description());
+    }
+    noteLast(former, sealer->folder(), hub.newest());
+  }
+
+  // What else a place that was put back holds of that generation is removed anew.
+  void noteLast(FormerGeneration& former, const std::string& folder, const std::string& last) {
+    if (former.last == last) return;
+    former.last = last;
+    _account.membership->left[folder] = last;
+    changeMembership(userAccountPath(), _account, [&](Membership& changed) {
+      for (FormerGeneration& each : changed.former) {
+        if (each.generation == former.generation) each.last = last;
+      }
+      changed.left[folder] = last;
+    });
   }
 
   // The exchange matters more than the card.
@@ -255,7 +307,7 @@ Roster changeAccountKey(const Account& account, const String& removed, double se
          exchange.place->description() + ", or one of them has changed it. Sync, and try again.");
   }
   Account changed = account;
-  enterGeneration(changed, key, after.membership->generation);
+  enterGeneration(changed, key, change, exchange.hub.newest());
   return roster;
 }
 

@@ -45,6 +45,11 @@ class ChainHub : public Hub {
   /// Whether the last exchange has looked at the whole chain anew, as it does once a day and where something
   /// is not as it was.
   bool hasSurveyed() const { return _state.kept.surveyed == _state.now; }
+  /// The name of the newest commit, which there has to be.
+  std::string newest() const { return chain::nameOf(*_state.kept.head()); }
+  /// Whether the generations before this one are to be looked at, and none of them was since.
+  bool isReviewDue() const { return chain::isReviewDue(_state.kept); }
+  void noteReviewed();
   /// What the newest commit hands over, when it is the last one of this generation: the account goes on under
   /// another key. Nothing is pushed any more.
   std::optional<GenerationChange> change();
@@ -52,6 +57,10 @@ class ChainHub : public Hub {
   /// all that there is now. Overtaken when another computer gave something meanwhile, or has ended the
   /// generation. When this raises, it may have happened all the same; then `change` tells of it.
   HubPushed::Outcome changeGeneration(const Sealer& next, const GenerationChange& change);
+  /// Sees to it that this generation, which once ended with `change`, has ended: where the place forgot that,
+  /// being put back, `change` is given again. Answers the change that it has ended with, which is another one
+  /// where somebody who had not got `change` was faster.
+  GenerationChange endAgain(const GenerationChange& change);
 
  private:
   void open();

@@ -14,6 +14,8 @@ using namespace chain;
 
 namespace {
 
+constexpr int kMostRounds = 3;
+
 // Puts the first commit of a chain with what it names. Raises PlaceException unless it is there then.
 void begin(ChainObjects& objects, const Commit& commit, Link& link, const std::vector<NamedBytes>& segments) {
   objects.put(segments);
@@ -66,6 +68,30 @@ HubPushed::Outcome ChainHub::changeGeneration(const Sealer& next, const Generati
   const HubPushed::Outcome outcome = giveCommit(std::move(last));
   if (outcome != HubPushed::Outcome::done) removeAll(objects, first.link, *first.snapshot);
   return outcome;
+}
+
+void ChainHub::noteReviewed() {
+  _state.kept.isReviewed = true;
+  keep();
+}
+
+// Nothing is begun under the next key: whoever gives this has it, and gives what there is under it as to any
+// place that went back.
+GenerationChange ChainHub::endAgain(const GenerationChange& change) {
+  open();
+  for (int i = 0; i < kMostRounds; ++i) {
+    settle();
+    if (isEnded(_state.kept)) return *this->change();
+    Commit last = commitAfterHead(Platform::current().uuids.newUuid());
+    last.change = change;
+    last.link.isLast = true;
+    _segments.clear();
+    const HubPushed::Outcome outcome = giveCommit(std::move(last));
+    if (outcome == HubPushed::Outcome::done) return change;
+    if (outcome == HubPushed::Outcome::full)
+      throw PlaceFullException("There is no room in " + _objects.whereabouts() + ".");
+  }
+  throw PlaceException("Others give all the time in " + _objects.whereabouts() + ". Sync again later.");
 }
 
 }  // namespace corvane::pelto

@@ -183,6 +183,7 @@ State afterSurveying(State state, const Answer& answer, const Action& action) {
   state.kept.path = std::move(found.path);
   state.kept.verified = state.kept.head() ? state.kept.head()->number : 0;
   state.kept.surveyed = state.now;
+  state.kept.isReviewed = false;
   state.listed.reset();
   state.read.clear();
   state.followed = 0;
@@ -241,6 +242,8 @@ bool isForGood(std::vector<Sighting>& known, const Sighting& sighting, Date bega
 }
 
 bool isEnded(const Kept& kept) { return kept.head() && kept.head()->isLast; }
+
+bool isReviewDue(const Kept& kept) { return !kept.isReviewed; }
 
 bool isMissingForGood(Kept& kept, const Link& commit, Date began, Date now) {
   return isForGood(kept.missing, {nameOf(commit), {}, now}, began, kMissingSeconds);

@@ -49,6 +49,7 @@ struct Kept {
   std::vector<Sighting> missing;  ///< commits of which a segment is missing
   Count counted;                  ///< the last exact one
   Date surveyed;                  ///< when a listing last showed the whole chain
+  bool isReviewed = false;        ///< since then, the ends of the generations before
 
   /// The newest commit known; null at the beginning.
   const Link* head() const { return path.empty() ? nullptr : &path.back(); }
@@ -58,6 +59,11 @@ struct Kept {
 
 /// Whether the newest commit known is the last one of its generation. Nothing follows it.
 bool isEnded(const Kept& kept);
+
+/// Whether a computer has to see whether the generations that it has left are still ended at the place. It
+/// has after each survey: a place that went back is surveyed, and one that has forgotten the end of a
+/// generation and nothing since shows that to nobody else.
+bool isReviewDue(const Kept& kept);
 
 /// How often what is amiss has to be seen, at least this many seconds apart, before it counts as so for good.
 inline constexpr double kDamagedSeconds = 600;

@@ -117,11 +117,16 @@ Collectable collectable(const std::vector<PlaceObject>& commits, const std::vect
 std::vector<std::string> leftBehind(const std::vector<PlaceObject>& objects, const std::string& last,
                                     Date now) {
   std::vector<std::string> names;
+  bool hasLast = last.empty();
   for (const PlaceObject& each : objects) {
     if (now.seconds - each.date.seconds <= kCollectedAfter) return {};
-    if (each.name != last) names.push_back(each.name);
+    if (each.name == last) {
+      hasLast = true;
+    } else {
+      names.push_back(each.name);
+    }
   }
-  return names;
+  return hasLast ? names : std::vector<std::string>();
 }
 
 }  // namespace corvane::pelto::chain

@@ -68,8 +68,9 @@ Collectable collectable(const std::vector<PlaceObject>& commits, const std::vect
                         std::int64_t from, const std::vector<std::string>& named);
 
 /// What may be removed of a generation that the account has left: all that is there but its last commit,
-/// `last`, once nothing of it is younger than thirty days; `now` is by the place's clock. Whoever comes to
-/// that commit later needs nothing else. `last` is empty for a generation that never became the account's.
+/// `last`, once that is there and nothing is younger than thirty days; `now` is by the place's clock. Whoever
+/// comes to that commit later needs nothing else. `last` is empty for a generation that never became the
+/// account's.
 std::vector<std::string> leftBehind(const std::vector<PlaceObject>& objects, const std::string& last,
                                     Date now);
 

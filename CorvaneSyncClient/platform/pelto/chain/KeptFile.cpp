@@ -120,6 +120,7 @@ KeptContents contentsIn(const Dictionary& entries) {
   kept.counted = {bytesIn(counted, "hash"), entry<std::int64_t>(counted, "records"),
                   entry<std::int64_t>(counted, "bytes")};
   kept.surveyed = entry<Date>(entries, "surveyed");
+  kept.isReviewed = entries.find("reviewed") && entry<bool>(entries, "reviewed");
   for (const auto& [name, tag] : entry<Dictionary>(entries, "tags")) {
     const std::string text = tag.string().toString();
     for (const Link& link : kept.path) {
@@ -176,7 +177,8 @@ void KeptFile::write(const KeptContents& contents) const {
                      {"damaged", arrayOf(kept.damaged)},
                      {"missing", arrayOf(kept.missing)},
                      {"counted", dictionaryOf(kept.counted)},
-                     {"surveyed", kept.surveyed}};
+                     {"surveyed", kept.surveyed},
+                     {"reviewed", kept.isReviewed}};
   Dictionary tags;
   for (const Link& link : kept.path) {
     const auto tagged = contents.tags.find(nameOf(link));
