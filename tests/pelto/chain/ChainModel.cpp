@@ -228,7 +228,7 @@ class Explorer {
       });
     }
     start(" begins", [&](World& next, Writer& mine) { _computers.beginSession(next, mine); });
-    if (world.left.changes == 0) return;
+    if (world.left.changes == 0 || i >= _bounds.changers) return;
     const std::size_t last = world.writers.size() - 1, removed = i == last ? 0 : last;
     start(" takes computer " + std::to_string(removed) + " out", [&](World& next, Writer& mine) {
       --next.left.changes;
@@ -290,6 +290,8 @@ class Explorer {
     for (int round = 0; round < rounds; ++round) {
       for (std::size_t i = 0; i < world.writers.size(); ++i) runSession(world, i);
       if (_bounds.damages > 0) world.clock += kDamagedSeconds;
+      // An undecided push may have come to a generation that was seen ended.
+      if (_bounds.changes > 0 && _bounds.surveysInTheEnd) world.clock += kSurveySeconds;
       if (takesDays) world.clock += kMissingSeconds;
     }
     const Writer* first = nullptr;

@@ -37,6 +37,7 @@ struct Decisions {
   std::function<std::int64_t(const std::vector<Link>&)> continuedWithout = pelto::chain::continuedWithout;
   std::function<std::vector<std::string>(const std::vector<pelto::PlaceObject>&, const std::string&, Date)>
       leftBehind = pelto::chain::leftBehind;
+  std::function<bool(const Kept&)> isReviewDue = pelto::chain::isReviewDue;
   /// The next key is handed over before there is anything under it.
   bool handsOverAtOnce = false;
   /// The first commit under the next key does not continue the states before it.
@@ -53,17 +54,18 @@ struct Bounds {
   int edits = 1;            ///< of each editor
   std::size_t editors = 9;  ///< so many writers, or all
   int kills = 0;
-  int lost = 0;       ///< requests that are never carried out
-  int late = 0;       ///< requests that are carried out at any later time, or never
-  int stale = 0;      ///< answers that an object is absent though it is there
-  int rollBacks = 0;  ///< of the whole place, to an earlier moment
-  int damages = 0;    ///< of a commit just made: for moments, or for good
-  int losses = 0;     ///< of a segment: for moments, or for good
-  int changes = 0;    ///< of the key: a computer takes another one out
+  int lost = 0;              ///< requests that are never carried out
+  int late = 0;              ///< requests that are carried out at any later time, or never
+  int stale = 0;             ///< answers that an object is absent though it is there
+  int rollBacks = 0;         ///< of the whole place, to an earlier moment
+  int damages = 0;           ///< of a commit just made: for moments, or for good
+  int losses = 0;            ///< of a segment: for moments, or for good
+  int changes = 0;           ///< of the key: a computer takes another one out
+  std::size_t changers = 9;  ///< so many writers, or all, may do that
   int checkpoints = 0;
   int ages = 0;                    ///< times that thirty days pass at the place
   bool lateAfterRollBack = false;  ///< requests from before a roll-back may be carried out after it
-  bool surveysInTheEnd = false;    ///< a day passes before edits have to have met
+  bool surveysInTheEnd = false;    ///< a day passes before edits have to have met; and before keys, a few
   std::size_t mostStates = 3'000'000;
 };
 

@@ -20,6 +20,19 @@ bool actsAtPlace(Doing doing) {
          doing == Doing::leaving;
 }
 
+bool isReviewing(const Work& work) {
+  return work.doing == Doing::reviewing || work.doing == Doing::endingAgain;
+}
+
+// Of the chain that the computer is at.
+const std::string& keyOf(const Writer& writer) {
+  return isReviewing(*writer.work) ? writer.former[writer.work->reviewed - 1].key : writer.key;
+}
+
+void keep(Writer& writer, const Kept& kept) {
+  (isReviewing(*writer.work) ? writer.keptOfFormer[keyOf(writer)] : writer.kept) = kept;
+}
+
 std::string nameOfLast(const Writer& writer) { return pelto::chain::nameOf(*writer.kept.head()); }
 
 }  // namespace
@@ -38,7 +51,7 @@ void Computers::step(World& world, std::size_t i, Luck luck) {
   Answer answer;
   switch (action.kind) {
     case Action::Kind::keep:
-      writer.kept = _decisions.kept(work.state.kept);
+      keep(writer, _decisions.kept(work.state.kept));
       break;
     case Action::Kind::give:
       if (!give(world, writer, luck)) return;
@@ -51,7 +64,7 @@ void Computers::step(World& world, std::size_t i, Luck luck) {
       }
       break;
     case Action::Kind::list:
-      for (const auto& [name, cell] : chainOf(world, writer.key).commits) answer.listed.push_back(name);
+      for (const auto& [name, cell] : chainOf(world, keyOf(writer)).commits) answer.listed.push_back(name);
       break;
     case Action::Kind::none:
       break;
@@ -76,13 +89,13 @@ void Computers::goOnAlone(World& world, std::size_t i) {
 bool Computers::give(World& world, Writer& writer, Luck luck) {
   Work& work = *writer.work;
   const Link& push = *work.state.kept.undecided;
-  Chain& chain = world.place[writer.key];
+  Chain& chain = world.place[keyOf(writer)];
   if (!work.hasPutSegment) {
     chain.segments[push.hash] = world.placeTime;
     work.hasPutSegment = true;
     return false;
   }
-  const Request request{writer.key, pelto::chain::nameOf(push), push.hash};
+  const Request request{keyOf(writer), pelto::chain::nameOf(push), push.hash};
   if (_decisions.replaces && !work.sawNone) {
     work.sawNone = true;
     work.wasMade = !chain.commits.contains(request.name);
@@ -116,7 +129,7 @@ bool Computers::make(World& world, const Request& request) {
 }
 
 Found Computers::find(const World& world, const Writer& writer, const std::string& name) const {
-  const Chain& chain = chainOf(world, writer.key);
+  const Chain& chain = chainOf(world, keyOf(writer));
   const auto found = chain.commits.find(name);
   if (found == chain.commits.end()) return {};
   const Cell& cell = found->second;
@@ -139,7 +152,8 @@ void Computers::conclude(World& world, std::size_t i) {
     world.place.erase(work.next);
     return writer.work.reset();
   }
-  writer.kept = _decisions.kept(work.state.kept);
+  keep(writer, _decisions.kept(work.state.kept));
+  if (isReviewing(work)) return concludeReview(world, i);
   if (work.state.stage == Stage::stuck) return writer.work.reset();
   if (work.doing == Doing::exchange) return concludeExchange(world, i);
   concludeCommit(world, i,
@@ -171,6 +185,17 @@ void Computers::concludeExchange(World& world, std::size_t i) {
     return checkpoint(world, i, work.state.kept.head()->number, Doing::replacing);
   }
   if (const Link* const missing = missingOf(world, writer)) return remedy(world, i, *missing);
+  // Elsewhere the last commit of a generation stays, and looking at it is nothing but more states.
+  const bool reviews = _bounds.rollBacks > 0 && !writer.former.empty();
+  if (!reviews || !_decisions.isReviewDue(work.state.kept)) return goOnWithExchange(world, i);
+  work.exchange = work.state;
+  work.reviewed = writer.former.size();
+  review(world, i);
+}
+
+void Computers::goOnWithExchange(World& world, std::size_t i) {
+  Writer& writer = world.writers[i];
+  Work& work = *writer.work;
   takeIn(world, i);
   const Edits given = writer.truth & ~writer.base;
   if (given != 0 && !work.state.isBlocked) return push(world, i, given);
@@ -373,6 +398,7 @@ void Computers::identify(Made& commit, const std::string& key) {
   digest.add(commit.all);
   digest.add(commit.writer);
   digest.add(commit.next);
+  digest.add(commit.isAgain);
   // As long as real ones, or a listing would take their names for something else.
   const auto [one, other] = digest.value();
   for (const std::uint64_t each : {one, other, one, other})
@@ -457,10 +483,59 @@ void Computers::adopt(World& world, std::size_t i) const {
   if (_decisions.handsOverAtOnce && work.removes) makeFirst(world, work);
   writer.left[writer.key] = nameOfLast(writer);
   writer.left.erase(work.next);
+  const std::size_t removed = _registry.at(writer.kept.head()->hash).removed;
+  writer.former.push_back({writer.key, work.next, removed, nameOfLast(writer)});
   writer.key = work.next;
   writer.kept = {};
   writer.work.reset();
   if (!work.removes) beginSession(world, writer);
+}
+
+void Computers::review(World& world, std::size_t i) const {
+  Writer& writer = world.writers[i];
+  Work& work = *writer.work;
+  work.doing = Doing::reviewing;
+  work.timesEnded = 0;
+  work.state = _decisions.begin(writer.keptOfFormer[keyOf(writer)], Date{world.clock});
+}
+
+void Computers::concludeReview(World& world, std::size_t i) {
+  constexpr int kMostTimes = 3;
+  Writer& writer = world.writers[i];
+  Work& work = *writer.work;
+  Former& former = writer.former[work.reviewed - 1];
+  const bool isStuck = work.state.stage == Stage::stuck;
+  if (!isStuck && isEnded(work.state.kept)) {
+    const std::string last = pelto::chain::nameOf(*work.state.kept.head());
+    if (former.last != last) writer.left[former.key] = former.last = last;
+    if (--work.reviewed == 0) return endReview(world, i, true);
+    return review(world, i);
+  }
+  if (work.doing == Doing::endingAgain && !isStuck) {
+    // Another commit has the slot.
+    work.doing = Doing::reviewing;
+    work.state = _decisions.begin(std::move(work.state.kept), Date{world.clock});
+    return;
+  }
+  if (isStuck || work.state.isBlocked || work.timesEnded++ == kMostTimes) return endReview(world, i, false);
+  Made last = commitAfterHead(i, work);
+  last.link.isLast = last.isAgain = true;
+  last.next = former.next;
+  last.removed = former.removed;
+  identify(last, former.key);
+  work.doing = Doing::endingAgain;
+  work.state = _decisions.beginPush(std::move(work.state), _registry.at(last.link.hash).link);
+}
+
+void Computers::endReview(World& world, std::size_t i, bool isDone) {
+  Writer& writer = world.writers[i];
+  Work& work = *writer.work;
+  work.reviewed = 0;
+  work.doing = Doing::exchange;
+  work.state = std::move(work.exchange);
+  work.state.kept.isReviewed = isDone;
+  writer.kept = _decisions.kept(work.state.kept);
+  goOnWithExchange(world, i);
 }
 
 std::vector<std::string> Computers::leftBy(const World& world, const Writer& writer, const std::string& key,

@@ -40,6 +40,7 @@ class Computers {
 
   void conclude(World& world, std::size_t i);
   void concludeExchange(World& world, std::size_t i);
+  void goOnWithExchange(World& world, std::size_t i);
   void concludeCommit(World& world, std::size_t i, bool isDone);
   void carryOut(World& world, std::size_t i);
 
@@ -67,6 +68,9 @@ class Computers {
   void beginGeneration(World& world, std::size_t i);
   static void makeFirst(World& world, const Work& work);
   void adopt(World& world, std::size_t i) const;
+  void review(World& world, std::size_t i) const;
+  void concludeReview(World& world, std::size_t i);
+  void endReview(World& world, std::size_t i, bool isDone);
   void leave(World& world, Writer& writer) const;
   std::vector<std::string> leftBy(const World& world, const Writer& writer, const std::string& key,
                                   const std::string& last) const;

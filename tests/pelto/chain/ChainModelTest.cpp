@@ -125,6 +125,19 @@ const Mutant kMutants[] = {
        decisions.leftBehind = [](const std::vector<pelto::PlaceObject>& objects, const std::string&,
                                  Date now) { return leftBehind(objects, "", now); };
      }},
+    {"HandsNoKeyOverAgain",
+     {.editors = 0, .rollBacks = 1, .changes = 1, .changers = 1, .surveysInTheEnd = true},
+     [](Decisions& decisions) { decisions.isReviewDue = [](const Kept&) { return false; }; }},
+    {"LooksOnlyOnceWhetherAGenerationHasEnded",
+     {.editors = 0, .rollBacks = 1, .changes = 1, .changers = 1, .surveysInTheEnd = true},
+     [](Decisions& decisions) {
+       decisions.after = [](State state, const Action& action, const Answer& answer) {
+         const bool wasReviewed = state.kept.isReviewed;
+         state = after(std::move(state), action, answer);
+         state.kept.isReviewed = wasReviewed;
+         return state;
+       };
+     }},
 };
 
 class ChainMutant : public testing::TestWithParam<Mutant> {};
@@ -145,22 +158,25 @@ class ChainModel : public testing::TestWithParam<Case> {};
 
 TEST_P(ChainModel, LosesNothingDoublesNothingAndConverges) { expectNoFault(GetParam()); }
 
-INSTANTIATE_TEST_SUITE_P(Over, ChainModel,
-                         testing::ValuesIn(std::vector<Case>{
-                             {"Requests", {.kills = 1, .late = 1}},
-                             {"Threes", {.writers = 3, .editors = 2}},
-                             {"RollBacks", {.rollBacks = 1}},
-                             {"Damage", {.writers = 1, .edits = 2, .kills = 1, .damages = 1}},
-                             {"Collection", {.checkpoints = 2, .ages = 1}},
-                             {"CollectionOfCommitsAndRollBack",
-                              {.writers = 1, .edits = 3, .rollBacks = 1, .checkpoints = 2, .ages = 1}},
-                             {"LostSegments", {.editors = 1, .losses = 1}},
-                             {"ChangeOfKey", {.editors = 1, .kills = 1, .changes = 1}},
-                             {"ThreesAndChangeOfKey", {.writers = 3, .editors = 0, .changes = 1}},
-                             {"ChangesOfKeyAtOnce", {.editors = 1, .changes = 2}},
-                             {"WhatAChangeOfKeyLeaves", {.editors = 1, .changes = 1, .ages = 1}},
-                         }),
-                         [](const auto& each) { return each.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Over, ChainModel,
+    testing::ValuesIn(std::vector<Case>{
+        {"Requests", {.kills = 1, .late = 1}},
+        {"Threes", {.writers = 3, .editors = 2}},
+        {"RollBacks", {.rollBacks = 1}},
+        {"Damage", {.writers = 1, .edits = 2, .kills = 1, .damages = 1}},
+        {"Collection", {.checkpoints = 2, .ages = 1}},
+        {"CollectionOfCommitsAndRollBack",
+         {.writers = 1, .edits = 3, .rollBacks = 1, .checkpoints = 2, .ages = 1}},
+        {"LostSegments", {.editors = 1, .losses = 1}},
+        {"ChangeOfKey", {.editors = 1, .kills = 1, .changes = 1}},
+        {"ThreesAndChangeOfKey", {.writers = 3, .editors = 0, .changes = 1}},
+        {"ChangesOfKeyAtOnce", {.editors = 1, .changes = 2}},
+        {"ChangeOfKeyAndRollBack",
+         {.editors = 1, .rollBacks = 1, .changes = 1, .changers = 1, .surveysInTheEnd = true}},
+        {"WhatAChangeOfKeyLeaves", {.editors = 1, .changes = 1, .ages = 1}},
+    }),
+    [](const auto& each) { return each.param.name; });
 
 }  // namespace
 }  // namespace corvane::model

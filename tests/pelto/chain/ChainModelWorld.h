@@ -29,6 +29,7 @@ struct Made {
   std::vector<PastState> told;
   std::string next;         ///< of a generation's last commit: the key that it hands over
   std::size_t removed = 0;  ///< and who does not get it
+  bool isAgain = false;     ///< the place has forgotten the one before
 };
 
 /// All commits ever made, by hash.
@@ -75,6 +76,8 @@ enum class Doing {
   adopting,   ///< the next key
   undoing,    ///< what was begun under a key that nobody gets
   leaving,    ///< removes what is left behind
+  reviewing,  ///< whether a generation that was left has ended
+  endingAgain,
 };
 
 /// What a computer has in memory while it is at work.
@@ -88,10 +91,21 @@ struct Work {
   bool wasMade = false;       ///< what the place answered to the put
   bool hasReadAgain = false;  ///< since something was missing
   bool hasReplaced = false;
+  std::size_t reviewed = 0;  ///< which of the former keys is reviewed, from 1
+  int timesEnded = 0;        ///< it, again
+  State exchange;            ///< that goes on after it
   std::vector<Link> passedBy;
   std::optional<std::size_t> removes;  ///< a computer, out of the account
   std::string next;                    ///< the key that comes of it
   Request first;                       ///< under that
+};
+
+/// A key that a computer has left for the next one.
+struct Former {
+  std::string key;
+  std::string next;
+  std::size_t removed = 0;
+  std::string last;  ///< the name of the last commit
 };
 
 struct Writer {
@@ -99,6 +113,8 @@ struct Writer {
   std::string key;
   bool isOut = false;                       ///< it knows that it was taken out
   std::map<std::string, std::string> left;  ///< keys left behind, and the names of their last commits
+  std::vector<Former> former;
+  std::map<std::string, Kept> keptOfFormer;  ///< by key
   // The engine: what it knows, what it takes the service to hold, and its last push while that is unsettled.
   Edits truth = 0;
   Edits base = 0;
@@ -164,6 +180,7 @@ class Digest {
     add(kept.damaged);
     add(kept.missing);
     add(kept.surveyed.seconds);
+    add(kept.isReviewed);
   }
   void add(const State& state) {
     add(state.kept);
@@ -201,6 +218,9 @@ class Digest {
     for (const bool each :
          {work.hasPutSegment, work.sawNone, work.wasMade, work.hasReadAgain, work.hasReplaced})
       add(each);
+    add(work.reviewed);
+    add(work.timesEnded);
+    if (work.reviewed != 0) add(work.exchange);
     add(work.passedBy);
     add(work.removes ? static_cast<int>(*work.removes) : -1);
     add(work.next);
@@ -210,6 +230,11 @@ class Digest {
     add(writer.key);
     add(writer.isOut);
     add(writer.left);
+    for (const Former& each : writer.former) {
+      add(each.key);
+      add(each.last);
+    }
+    add(writer.keptOfFormer);
     add(writer.truth);
     add(writer.base);
     add(writer.seen);
