@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Kills the real loomerctl at the system calls with which it takes a computer out of an account, then lets all computers sync
-and the command run again: who remains has everything, and who is taken out learns nothing more.
+and the command run again: who remains has everything, and who is taken out learns nothing more. The same with the place put
+back to before that, and the real corvanetool killed where it gives the place what it has forgotten.
 
 usage: changing_keys.py PROGRAMS [TEST...]
 
@@ -126,29 +127,74 @@ class ChangingKeys(unittest.TestCase):
         self.assertEqual(self.first.key(), self.third.key())
         self.assertNotEqual(self.first.key(), self.second.key())
 
-    def counts(self):
+    def counts(self, act):
+        """How many calls of each kind it takes."""
         trace = os.path.join(self.top, "trace")
-        status, _, errors = self.take_out("strace", "-f", "-qq", "-s", "0", "-o", trace, "-e", "trace=" + ",".join(CALLS))
-        self.assertEqual(status, 0, errors)
+        status, *said = act("strace", "-f", "-qq", "-s", "0", "-o", trace, "-e", "trace=" + ",".join(CALLS))
+        self.assertEqual(status, 0, said)
         with open(trace, encoding="utf-8", errors="replace") as file:
             calls = collections.Counter(match.group(1) for match in map(CALL.match, file) if match)
-        self.assertLessEqual({"linkat", "renameat", "rename"}, set(calls), "the command makes objects and writes files")
+        self.assertLessEqual({"linkat", "renameat", "rename"}, set(calls), "it makes objects and writes files")
         return calls
 
-    def test_at_each_thing_that_it_does(self):
-        for call, count in self.counts().items():
+    def kill_at_each(self, begin, act, require):
+        """Kills `act` at each thing that it does after `begin`, and asks for what is required then."""
+        begin()
+        for call, count in self.counts(act).items():
             for number in spread(count):
                 with self.subTest(call=call, number=number):
-                    self.go_back()
-                    status, _, _ = self.take_out("strace", "-f", "-qq", "-o", os.devnull, "-e", f"trace={call}",
-                                                 "-e", f"inject={call}:signal=SIGKILL:when={number}")
+                    begin()
+                    status, *_ = act("strace", "-f", "-qq", "-o", os.devnull, "-e", f"trace={call}",
+                                     "-e", f"inject={call}:signal=SIGKILL:when={number}")
                     self.assertEqual(status, -signal.SIGKILL)
                     self.require_private()
-                    self.third.add("Meanwhile")
-                    self.third.must_sync(FIRST)
-                    self.first.must_sync(FIRST)
-                    self.require_private()
-                    self.require_taken_out()
+                    require()
+
+    def require_changed(self):
+        self.third.add("Meanwhile")
+        self.third.must_sync(FIRST)
+        self.first.must_sync(FIRST)
+        self.require_private()
+        self.require_taken_out()
+
+    def test_at_each_thing_that_it_does(self):
+        self.kill_at_each(self.go_back, self.take_out, self.require_changed)
+
+    def put_back(self):
+        """The place forgets that the second computer was taken out. The third one was away."""
+        self.go_back()
+        status, _, errors = self.take_out()
+        self.assertEqual(status, 0, errors)
+        self.first.add("After")
+        self.first.must_sync(FIRST)
+        place = os.path.join(self.everything, "place")
+        shutil.rmtree(place)
+        shutil.copytree(os.path.join(self.top, "before", "place"), place, symlinks=True)
+        for computer, title in ((self.second, "Of the second"), (self.third, "Of the third")):
+            computer.add(title)
+            computer.must_sync(FIRST)
+
+    def give_again(self, *before):
+        return self.first.sync(FIRST, before)
+
+    def require_given_again(self):
+        self.first.age_lock()
+        for computer in (self.first, self.second, self.third, self.first):
+            computer.must_sync(FIRST)
+        self.require_private()
+        self.third.add("Later")
+        for computer in (self.third, self.first, self.second):
+            computer.must_sync(FIRST)
+        # The third one had taken in what the second one gave while the place had forgotten.
+        everything = ["After", "First", "Later", "Of the second", "Of the third", "Second", "Third"]
+        self.assertEqual(self.first.titles(), everything)
+        self.assertEqual(self.third.titles(), everything)
+        self.assertNotIn("Later", self.second.titles())
+        self.assertEqual(self.first.key(), self.third.key())
+        self.assertNotEqual(self.first.key(), self.second.key())
+
+    def test_at_each_thing_that_gives_a_forgotten_change_again(self):
+        self.kill_at_each(self.put_back, self.give_again, self.require_given_again)
 
 
 if __name__ == "__main__":
