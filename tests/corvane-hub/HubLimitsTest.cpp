@@ -24,6 +24,12 @@ long peakMemory(pid_t process) {
   throw std::runtime_error("no VmHWM");
 }
 
+TEST_F(HubLimits, AFullAccountIsSaidToBeFullBeforeTheBodyComes) {
+  accountCommand(directory.path(), {"quota", "ada", "10 KiB"});
+  client.send(client.request("PUT", "/v1/o/f/1", "Content-Length: 20000\r\n"));
+  EXPECT_EQ(client.receive().status, 507);
+}
+
 TEST_F(HubLimits, AFullAccountTakesNothingMoreUntilThereIsRoom) {
   accountCommand(directory.path(), {"quota", "ada", "10 KiB"});
   ASSERT_EQ(client.put("/v1/o/f/1", std::string(4000, 'x')).status, 201);  // and the folder counts for 1 KiB

@@ -11,6 +11,7 @@
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/files/RegularFile.h"
 #include "tests/corvane-hub/HubServerTest.h"
+#include "tools/corvane-hub/ComputerToken.h"
 
 namespace corvane {
 
@@ -41,6 +42,16 @@ TEST_F(HubTokens, NobodyGetsInWithoutAGoodOne) {
   }
   client.send("GET /v1/o/f/1 HTTP/1.1\r\nHost: x\r\nAuthorization: Basic " + token + "\r\n\r\n");
   EXPECT_EQ(client.receive().status, 401);
+}
+
+TEST(HubTokenHashes, AreComparedInAllTheirBytes) {
+  const hubserver::SecretHash hash{};
+  EXPECT_TRUE(hubserver::equalHashes(hash, hash));
+  for (std::size_t i = 0; i < hash.size(); ++i) {
+    hubserver::SecretHash other = hash;
+    other[i] = 1;
+    EXPECT_FALSE(hubserver::equalHashes(hash, other)) << i;
+  }
 }
 
 TEST_F(HubTokens, AreNotKept) {
@@ -86,21 +97,41 @@ TEST_F(HubTokens, ACommandMakesNothingAfterARevokingOneHasEnded) {
   EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/2").status, 404);
 }
 
-// As a command on another host does, of which this server has no notice.
-TEST_F(HubTokens, TheTokenIsLookedAtOnceMoreBeforeAnythingIsMade) {
-  const std::string account = directory / "data/accounts/ada", file = account + "/tokens/laptop";
+class HubLateRevocation : public HubServerTest {
+ protected:
+  /// The status of the answer to a request whose token is revoked while it waits for the account's lock: as a
+  /// command on another host does, of which this server has no notice.
+  int statusWhenRevokedMeanwhile(const std::string& request) {
+    const std::string account = directory / "data/accounts/ada", file = account + "/tokens/laptop";
+    const FileDescriptor ledger(::open((account + "/usage").c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(::flock(ledger.number(), LOCK_EX), 0);
+    client.send(request);
+    while (!isWaitingForALock(hub.process())) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::string record;
+    EXPECT_FALSE(readRegular(file, record, [](const struct stat&) { return std::error_code(); }));
+    std::ofstream(file, std::ios::binary) << "revoked " << record;
+    EXPECT_EQ(::flock(ledger.number(), LOCK_UN), 0);
+    return client.receive().status;
+  }
+  int statusForAnother(const std::string& target) {
+    return HubClient(hub.port(), accountCommand(directory.path(), {"token", "ada", "phone"}))
+        .get(target)
+        .status;
+  }
+};
+
+TEST_F(HubLateRevocation, ATokenIsLookedAtOnceMoreBeforeAnythingIsMade) {
   ASSERT_EQ(client.put("/v1/o/f/1", "first").status, 201);
-  const FileDescriptor ledger(::open((account + "/usage").c_str(), O_RDWR | O_CLOEXEC));
-  ASSERT_EQ(::flock(ledger.number(), LOCK_EX), 0);
-  client.send(client.request("PUT", "/v1/o/f/2", "Content-Length: 6\r\n") + "second");
-  while (!isWaitingForALock(hub.process())) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  std::string record;
-  ASSERT_FALSE(readRegular(file, record, [](const struct stat&) { return std::error_code(); }));
-  std::ofstream(file, std::ios::binary) << "revoked " << record;
-  ASSERT_EQ(::flock(ledger.number(), LOCK_UN), 0);
-  EXPECT_EQ(client.receive().status, 403);
-  const std::string other = accountCommand(directory.path(), {"token", "ada", "phone"});
-  EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/2").status, 404);
+  EXPECT_EQ(
+      statusWhenRevokedMeanwhile(client.request("PUT", "/v1/o/f/2", "Content-Length: 6\r\n") + "second"),
+      403);
+  EXPECT_EQ(statusForAnother("/v1/o/f/2"), 404);
+}
+
+TEST_F(HubLateRevocation, ATokenIsLookedAtOnceMoreBeforeAnythingIsRemoved) {
+  ASSERT_EQ(client.put("/v1/o/f/1", "first").status, 201);
+  EXPECT_EQ(statusWhenRevokedMeanwhile(client.request("DELETE", "/v1/o/f/1")), 403);
+  EXPECT_EQ(statusForAnother("/v1/o/f/1"), 200);
 }
 
 TEST_F(HubTokens, AComputerThatWasRevokedCanGetANewOne) {
