@@ -65,6 +65,7 @@ std::string repairedUtf8(std::string_view bytes) {
 }
 
 bool isValidUtf8(std::string_view bytes) {
+  if (isAscii(bytes)) return true;  // which is seen word by word
   for (std::size_t at = 0; at < bytes.size();) {
     const Utf8Step step = decodeUtf8(bytes, at);
     if (!step || isSurrogate(step.codePoint)) return false;
