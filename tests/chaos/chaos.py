@@ -186,9 +186,13 @@ class Chaos:
         self.computers.append(computer)
 
     def invite(self, computer):
-        """By one that has synced: an invitation of before a change of the key lets nobody in."""
-        host = self.draw.choice([each for each in self.computers if each is not computer])
-        self.settle_one(host)
+        """By one that has synced after all others, who hand it the newest key where the place has forgotten that: an invitation
+        of before a change of the key lets nobody in."""
+        others = [each for each in self.computers if each is not computer]
+        self.draw.shuffle(others)
+        host = others[-1]
+        for each in others:
+            self.settle_one(each)
         invitation = host.must_control("account", "invite")
         computer.must_control("account", "join", given=invitation + self.place.secrets(computer.name))
         computer.must(computer.tools.tool, "--register")
@@ -456,44 +460,66 @@ class Chaos:
         self.sync_all(self.some())
 
     def turn_computer_taken_out(self):
-        """While the others sync and edit. What it gave before counts; another computer comes instead."""
+        """While the others sync and edit. What it gave before counts; another computer comes instead. The place may be put back
+        to before that, and is told again."""
         if len(self.computers) < 3:
             return self.turn_plain()
-        # A card that the place has lost is left again within a week.
-        self.wait(WEEK_SECONDS)
-        for computer in self.computers:
-            self.settle_one(computer)
+        self.gather()
         out = self.draw.choice(self.computers[1:])
         host = self.draw.choice([each for each in self.computers if each is not out])
+        before = self.back_up() if self.draw.random() < 0.5 else None
         self.computers.remove(out)
         self.edit()
         started = self.start_all([*self.computers, out])
         time.sleep(self.moment())
-        self.take_out(host, out)
+        self.change_key(host, "remove-computer", self.identifier(out))
         self.await_all(started, (*SAYS, TAKEN_OUT))
         self.histories.forget(out.name)
         if self.draw.random() < 0.5:
             self.sync_all(self.some())
+        if before:
+            self.place.put_back(before)
+            self.tell(f"put back to {os.path.basename(before)}, before the change of the key")
+            self.counts["times put back to before a computer was taken out"] += 1
+            self.edit()
+            self.sync_all([*self.some(), out], (*SAYS, TAKEN_OUT))
+            self.settle_one(host)
         self.require_told(out, TAKEN_OUT)
         self.counts["computers taken out"] += 1
-        self.backups.clear()  # of the time before the key changed
         self.join()
-        # Who has not got the new key yet could not be told of it by a place that is put back to before it.
-        for computer in self.computers:
-            self.settle_one(computer)
 
-    def take_out(self, host, out):
+    def turn_key_changed(self):
+        """Some get it at once, and others when they sync; before that, the place may be put back."""
+        self.gather()
+        host = self.draw.choice(self.computers)
+        self.edit()
+        started = self.start_all(self.draw.sample([each for each in self.computers if each is not host], 1))
+        time.sleep(self.moment())
+        self.change_key(host, "new-key")
+        self.await_all(started)
+        self.counts["keys changed"] += 1
+        self.sync_all(self.some())
+
+    def gather(self):
+        """All have the newest key, and have left the cards by which they are handed the next one: one that the place has
+        lost is left again within a week."""
+        self.wait(WEEK_SECONDS)
+        self.settle()
+
+    def identifier(self, computer):
+        return next(line.split()[-1] for line in computer.control("account", "show")[1].splitlines()
+                    if line.startswith("Computer"))
+
+    def change_key(self, host, *command):
         """Others may be faster, and whoever has just come may not know the newest key: the command says so."""
-        identifier = next(line.split()[-1] for line in out.control("account", "show")[1].splitlines()
-                          if line.startswith("Computer"))
         for _ in range(SETTLEMENT_ROUNDS):
-            status, output = host.control("account", "remove-computer", identifier)
+            status, output = host.control("account", *command)
             host.lines()
-            self.tell(f"{host.name} takes out {out.name}: {status} {output.strip()}")
+            self.tell(f"{host.name}: {command}: {status} {output.strip()}")
             if status == 0:
                 return
             self.settle_one(host)
-        raise Failure(f"{out.name} cannot be taken out: {output}")
+        raise Failure(f"{host.name} cannot do {command}: {output}")
 
     def settle_one(self, computer):
         """Until all that it has is given."""
@@ -560,7 +586,7 @@ class Chaos:
     def turns(self):
         turns = [self.turn_plain, self.turn_tools_killed, self.turn_tools_killed, self.turn_tool_killed_at_a_call,
                  self.turn_server_killed, self.turn_put_back, self.turn_put_back, self.turn_joined, self.turn_clock_off,
-                 self.turn_computer_taken_out]
+                 self.turn_computer_taken_out, self.turn_key_changed]
         if self.place.proxy:
             turns += [self.turn_refused, self.turn_cut, self.turn_cut]
         else:
