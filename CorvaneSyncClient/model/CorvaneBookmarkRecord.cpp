@@ -58,7 +58,7 @@ std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(
 }
 
 std::optional<Url> CorvaneBookmarkRecord::urlForRecord() const {
-  if (auto url = urlWithUserTypedString(_url.view())) return url;
+  if (auto url = urlWithUserTypedString(_url)) return url;
   const std::string escaped = percentEscaped(_url.view());
   SCLog("Escaped bad url \"%@\" into \"%@\"", _url, escaped);
   return urlWithUserTypedString(escaped);

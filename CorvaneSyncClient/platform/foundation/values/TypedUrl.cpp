@@ -5,6 +5,7 @@
 #include <utf8proc.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <new>
 
@@ -230,10 +231,52 @@ bool isUrl(const std::string& text) {
   return true;
 }
 
+// ---- What needs no repair ----
+
+// What may stand in a host that is a plain name or an IPv4 address, and behind it, up to the fragment.
+constexpr bool isInPlainHost(char c) { return isAsciiLetter(c) || isAsciiDigit(c) || c == '-' || c == '.'; }
+constexpr bool isInPlainPath(char c) {
+  constexpr std::string_view kOthers = "-._~:/?@!$&'()*+,;=";
+  return isAsciiLetter(c) || isAsciiDigit(c) || kOthers.find(c) != std::string_view::npos;
+}
+
+constexpr auto tableOf(bool (*isMember)(char)) {
+  std::array<bool, 256> table{};
+  for (std::size_t byte = 0; byte < table.size(); ++byte) table[byte] = isMember(static_cast<char>(byte));
+  return table;
+}
+constexpr auto kPlainHost = tableOf(isInPlainHost);
+constexpr auto kPlainPath = tableOf(isInPlainPath);
+
+// The first place from `at` on that the class does not have.
+std::size_t pastClass(const std::array<bool, 256>& members, std::string_view text, std::size_t at) {
+  while (at < text.size() && members[static_cast<unsigned char>(text[at])]) ++at;
+  return at;
+}
+
+// Whether the text is one of the addresses that nearly all bookmarks have: "http" or "https", a plain host,
+// and ASCII that a URL may hold behind it. It is a URL by the grammar, and no repair would change it.
+bool isPlainWebUrl(std::string_view text) {
+  const std::size_t host = text.starts_with("https://") ? 8 : text.starts_with("http://") ? 7 : 0;
+  if (host == 0) return false;
+  std::size_t at = pastClass(kPlainHost, text, host);
+  if (at == host || (at < text.size() && !isOneOf(text[at], "/?#"))) return false;
+  bool isInFragment = false;
+  while ((at = pastClass(kPlainPath, text, at)) < text.size()) {
+    const bool isEscape = text[at] == '%' && text.size() - at > 2 && hexDigitValue(text[at + 1]) >= 0 &&
+                          hexDigitValue(text[at + 2]) >= 0;
+    if (!isEscape && (text[at] != '#' || isInFragment)) return false;
+    isInFragment = isInFragment || !isEscape;
+    at += isEscape ? 3 : 1;
+  }
+  return true;
+}
+
 }  // namespace
 
-std::optional<Url> urlWithUserTypedString(std::string_view text) {
-  const std::string_view typed = trimmed(text);
+std::optional<Url> urlWithUserTypedString(const String& text) {
+  if (isPlainWebUrl(text.view())) return Url{text};
+  const std::string_view typed = trimmed(text.view());
   if (!isOrdinary(typed)) return std::nullopt;
   auto url = repaired(typed);
   if (!url || !isUrl(*url)) return std::nullopt;
