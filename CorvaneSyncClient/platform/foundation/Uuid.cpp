@@ -2,16 +2,38 @@
 
 #include <uuid/uuid.h>
 
+#include <algorithm>
 #include <cstring>
+
+#include "CorvaneSyncClient/platform/foundation/RandomBytes.h"
 
 namespace corvane {
 
+namespace {
+
+// The system is asked for those of several UUIDs at once: a session that adds everything needs one for each
+// addition.
+UuidBytes randomBytes() {
+  static std::array<char, 256> taken;
+  static std::size_t left = 0;
+  UuidBytes bytes;
+  if (left == 0) {
+    takeRandomBytes(taken);
+    left = taken.size();
+  }
+  left -= bytes.size();
+  std::copy_n(taken.begin() + left, bytes.size(), bytes.begin());
+  return bytes;
+}
+
+}  // namespace
+
+// Version 4 and the variant of RFC 4122 stand in some bits; the rest is random.
 std::string newUuidString() {
-  uuid_t uuid;
-  uuid_generate_random(uuid);
-  char text[UUID_STR_LEN];
-  uuid_unparse_upper(uuid, text);
-  return text;
+  UuidBytes bytes = randomBytes();
+  bytes[6] = static_cast<char>((bytes[6] & 0x0F) | 0x40);
+  bytes[8] = static_cast<char>((bytes[8] & 0x3F) | 0x80);
+  return uuidString(bytes);
 }
 
 std::optional<UuidBytes> uuidBytes(std::string_view text) {
@@ -24,10 +46,15 @@ std::optional<UuidBytes> uuidBytes(std::string_view text) {
 }
 
 std::string uuidString(const UuidBytes& bytes) {
-  uuid_t uuid;
-  std::memcpy(uuid, bytes.data(), sizeof uuid);
-  char text[UUID_STR_LEN];
-  uuid_unparse_upper(uuid, text);
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text;
+  text.reserve(UUID_STR_LEN);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
   return text;
 }
 

@@ -1,14 +1,11 @@
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 
-#include <sys/random.h>
-
-#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <new>
-#include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/foundation/RandomBytes.h"
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 
 namespace corvane {
@@ -19,11 +16,7 @@ namespace {
 // hashes in a way of its own.
 HashKey randomKey() {
   HashKey key;
-  while (::getrandom(&key, sizeof key, 0) != static_cast<ssize_t>(sizeof key)) {
-    if (errno == EINTR) continue;
-    throw PlatformException(NSObjectNotAvailableException,
-                            "Can't get random bytes: " + std::system_category().message(errno));
-  }
+  takeRandomBytes({reinterpret_cast<char*>(&key), sizeof key});
   return key;
 }
 
