@@ -63,6 +63,7 @@ std::string CorvaneBookmarkFolder::description() const {
 std::optional<Dictionary> CorvaneBookmarkFolder::vessynDictionaryRepresentation(const BookmarkMap&) const {
   if (!parentId()) return std::nullopt;
   Dictionary record;
+  record.reserve(5);
   record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder);
   writeCommonRecordValues({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position},
                           LoomerRelationship_Bookmarks_Folder_Parent, record);

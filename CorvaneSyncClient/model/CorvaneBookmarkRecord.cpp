@@ -43,6 +43,7 @@ bool CorvaneBookmarkRecord::isEqual(const CorvaneBookmark& other) const {
 
 std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(const BookmarkMap&) const {
   Dictionary record;
+  record.reserve(5);
   record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark);
   writeCommonRecordValues(
       {LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position},

@@ -6,19 +6,34 @@ namespace corvane {
 
 namespace {
 
-const String kTypeKey = "WebBookmarkType";
+const String kTypeKey = interned("WebBookmarkType");
 const String kTypeList = "WebBookmarkTypeList";
 const String kTypeLeaf = "WebBookmarkTypeLeaf";
-const String kUuidKey = "WebBookmarkUUID";
-const String kTitleKey = "Title";
-const String kChildrenKey = "Children";
-const String kAutoTabKey = "WebBookmarkAutoTab";
-const String kUrlKey = "URLString";
-const String kUriDictionaryKey = "URIDictionary";
-const String kUriTitleKey = "title";
-const String kUriUrlKey = "";
-const String kOmitKey = "ShouldOmitFromUI";
+const String kUuidKey = interned("WebBookmarkUUID");
+const String kTitleKey = interned("Title");
+const String kChildrenKey = interned("Children");
+const String kAutoTabKey = interned("WebBookmarkAutoTab");
+const String kUrlKey = interned("URLString");
+const String kUriDictionaryKey = interned("URIDictionary");
+const String kUriTitleKey = interned("title");
+const String kUriUrlKey = interned("");
+const String kOmitKey = interned("ShouldOmitFromUI");
 const String kEmptyText = "";
+
+// The value under an interned key in one type, as Dictionary's accessors answer it.
+template <typename T>
+const T* find(const Dictionary& entry, const String& key) {
+  const Value* const value = entry.find(key);
+  return value ? value->as<T>() : nullptr;
+}
+String stringIn(const Dictionary& entry, const String& key) {
+  const String* const text = find<String>(entry, key);
+  return text ? *text : String();
+}
+bool isTrue(const Dictionary& entry, const String& key) {
+  const Value* const value = entry.find(key);
+  return value && value->boolean().value_or(false);
+}
 
 Dictionary withoutChildren(const Dictionary& entry) {
   Dictionary kept = entry;
@@ -37,7 +52,7 @@ std::size_t entryCount(const Array& entries) {
     open.pop_back();
     for (const Value& value : list) {
       const Dictionary* entry = value.as<Dictionary>();
-      const Array* inside = entry ? entry->array(kChildrenKey.view()) : value.as<Array>();
+      const Array* inside = entry ? find<Array>(*entry, kChildrenKey) : value.as<Array>();
       if (entry || !inside || inside->empty()) ++count;
       if (inside && counted.insert(inside->identity()).second) open.push_back(inside);
     }
@@ -64,16 +79,16 @@ CorvaneBookmarkRecord* CorvaneFileForm::readRecord(const Dictionary& entry, cons
   auto* record = readCommon<CorvaneBookmarkRecord>(entry, parentId, position, isInIgnoredFolder);
   if (!record) return nullptr;
   record->setUrl(entry.find(kUrlKey));
-  if (const Dictionary* uri = entry.dictionary(kUriDictionaryKey.view())) {
-    record->setTitle(uri->string(kUriTitleKey.view()));
+  if (const Dictionary* uri = find<Dictionary>(entry, kUriDictionaryKey)) {
+    record->setTitle(stringIn(*uri, kUriTitleKey));
   }
-  if (const Array* lost = entry.array(kChildrenKey.view()); lost && !lost->empty())
+  if (const Array* lost = find<Array>(entry, kChildrenKey); lost && !lost->empty())
     _map.noteSkippedEntry(*lost);
   return record;
 }
 
 String CorvaneFileForm::uidToTake(const Dictionary& entry, const String& parentId) const {
-  const String uid = parentId ? entry.string(kUuidKey.view()) : kRootUid;
+  const String uid = parentId ? stringIn(entry, kUuidKey) : kRootUid;
   if (!uid) {
     SCLog("Corvane - skipping Corvane entry for bookmark with no uid, dict is %@", entry);
     return String();
@@ -94,7 +109,7 @@ Node* CorvaneFileForm::readCommon(const Dictionary& entry, const String& parentI
   Node* node = owned.get();
   node->_initialCorvaneDictionaryRepresentation = withoutChildren(entry);
   node->_position = position;
-  node->_isIgnoredBySync = isInIgnoredFolder || entry.boolean(kOmitKey.view()).value_or(false);
+  node->_isIgnoredBySync = isInIgnoredFolder || isTrue(entry, kOmitKey);
   node->_parentId = parentId;
   _map.insert(std::move(owned));
   return node;
@@ -104,7 +119,7 @@ CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, cons
                                                    std::int32_t position, bool isInIgnoredFolder) {
   auto* folder = readCommon<CorvaneBookmarkFolder>(entry, parentId, position, isInIgnoredFolder);
   if (!folder) return nullptr;
-  String title = entry.string(kTitleKey.view());
+  String title = stringIn(entry, kTitleKey);
   if (!title && parentId) {
     // The folder stays in the map, so that its uid stays taken and the engine still hears of it.
     SCLog("Corvane - skipping Corvane dict for folder without name: %@", entry);
@@ -113,7 +128,7 @@ CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, cons
   if (title && parentId.isSameInstance(kRootUid)) markIfSpecial(*folder, title);
   if (!title) title = "/";
   folder->setTitle(title);
-  folder->_autoTab = entry.boolean(kAutoTabKey.view()).value_or(false);
+  folder->_autoTab = isTrue(entry, kAutoTabKey);
   if (folder->_autoTab) {
     SCLog("Corvane - creating object from Corvane record, setting auto tab to true for %@", title);
   }
@@ -124,14 +139,14 @@ CorvaneBookmarkFolder* CorvaneFileForm::openFolder(const Dictionary& entry, cons
 // A file may name one list of children in any number of folders. It is read once: by then every uid in it is
 // taken, so that all there is to a second reading are the trace lines of what is skipped.
 const Array* CorvaneFileForm::childrenToRead(const Dictionary& entry, const String& folderUid) {
-  const Array* children = entry.array(kChildrenKey.view());
+  const Array* children = find<Array>(entry, kChildrenKey);
   if (!children || children->empty()) return nullptr;
   if (_read.insert(children->identity()).second) return children;
   _map.noteSkippedEntry(*children);
   if (!SCLogIsOn()) return nullptr;
   for (const Value& child : *children) {
     const Dictionary* skipped = child.as<Dictionary>();
-    const String type = skipped ? skipped->string(kTypeKey.view()) : String();
+    const String type = skipped ? stringIn(*skipped, kTypeKey) : String();
     if (type == kTypeList || type == kTypeLeaf) uidToTake(*skipped, folderUid);
   }
   return nullptr;
@@ -166,7 +181,7 @@ void CorvaneFileForm::readNextChild() {
 CorvaneBookmark* CorvaneFileForm::readChild(const Dictionary& entry) {
   const OpenFolder& parent = _open.back();
   const bool isIgnored = parent.folder->isIgnoredBySync();
-  const String type = entry.string(kTypeKey.view());
+  const String type = stringIn(entry, kTypeKey);
   const String parentId = parent.folder->uid();
   const auto position = static_cast<std::int32_t>(parent.built.size());
   if (type == kTypeList) return openFolder(entry, parentId, position, isIgnored);

@@ -36,7 +36,8 @@ class BinaryReader {
         _trailer(readBinaryTrailer(bytes)),
         _budget(kOverlapAllowance * bytes.size()),
         _objects(_trailer.count),
-        _heights(_trailer.count, kNotBuilt) {}
+        _heights(_trailer.count, kNotBuilt),
+        _isInterned(_trailer.count, false) {}
 
   Value read() {
     const std::uint64_t end = _bytes.size() - kBinaryTrailerSize;
@@ -55,7 +56,7 @@ class BinaryReader {
     std::size_t count = 0;
     std::size_t next = 0;
     std::uint32_t height = 0;  // of the tallest container inside
-    Dictionary dictionary;
+    Dictionary::Map entries;
     std::vector<Value> values;
   };
   // A count and the bytes that follow it.
@@ -119,7 +120,7 @@ class BinaryReader {
     if (isDictionary) {
       container.keys = container.references;
       container.references += counted.count * _trailer.referenceSize;
-      if (counted.count > 0) container.dictionary.reserve(counted.count);
+      container.entries.reserve(counted.count);
     } else {
       container.values.reserve(counted.count);
     }
@@ -144,7 +145,7 @@ class BinaryReader {
       checkDepth(_open.size() + height, container.offset);
       container.height = std::max(container.height, height);
       if (container.keys) {
-        container.dictionary.set(key(container), *value);
+        container.entries.setInterned(key(container), *value);
       } else {
         container.values.push_back(*value);
       }
@@ -152,11 +153,16 @@ class BinaryReader {
     close(container);
   }
 
-  String key(const OpenContainer& container) {
+  const String& key(const OpenContainer& container) {
     const std::size_t size = _trailer.referenceSize;
     const std::uint64_t object = loadBigEndian(container.keys + container.next * size, size);
     const Value* value = find(object, container.offset);
     const String* text = value ? value->as<String>() : nullptr;
+    if (text && !_isInterned[object]) {
+      _objects[object] = interned(*text);
+      _isInterned[object] = true;
+      text = value->as<String>();
+    }
     if (!text) {
       const std::string type = value ? value->typeName() : "container";
       failBinary(offsetOf(object), type + " as the key of a dictionary");
@@ -167,7 +173,7 @@ class BinaryReader {
   void close(OpenContainer& container) {
     _heights[container.object] = kScalar + container.height + 1;
     if (container.keys) {
-      _objects[container.object] = std::move(container.dictionary);
+      _objects[container.object] = Dictionary(std::move(container.entries));
     } else {
       _objects[container.object] = Array(std::move(container.values));
     }
@@ -317,6 +323,7 @@ class BinaryReader {
   std::uint64_t _budget;
   std::vector<Value> _objects;
   std::vector<std::uint32_t> _heights;
+  std::vector<bool> _isInterned;  // whether an object is a key, of which there is one String for each text
   std::vector<OpenContainer> _open;
 };
 

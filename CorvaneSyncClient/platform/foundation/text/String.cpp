@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <unordered_set>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/RandomBytes.h"
@@ -44,6 +45,11 @@ void SharedBytes::destroy(SharedBytes* bytes) {
 std::uint32_t SharedBytes::hash() const {
   if (_hash == 0) _hash = hashOf(view());
   return _hash;
+}
+
+String interned(const String& key) {
+  static std::unordered_set<String> keys;
+  return *keys.insert(key).first;
 }
 
 std::uint32_t hashOf(std::string_view text) {

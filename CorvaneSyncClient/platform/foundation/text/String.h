@@ -71,6 +71,10 @@ class String {
   Ref<SharedBytes> _bytes;
 };
 
+/// The one String of that text that serves as a key wherever it comes up, in files as in the program, so that
+/// dictionaries find it by instance. Kept until the process ends.
+String interned(const String& key);
+
 /// The hash that `String::hash` answers for text that is not yet a String. Differs from process to process.
 std::uint32_t hashOf(std::string_view text);
 

@@ -94,6 +94,15 @@ class OrderedMap {
     return append(std::move(key), std::move(value));
   }
 
+  /// As `set`, for a map all of whose keys are interned: a small one is searched by instance.
+  V& setInterned(const String& key, const V& value) {
+    if (!_slots.empty()) return set(key, value);
+    for (Entry& entry : _entries) {
+      if (entry.key.isSameInstance(key)) return entry.value = value;
+    }
+    return append(key, value);
+  }
+
   /// Takes the key and its value out; answers whether it was there.
   bool remove(const String& key) { return removeAt(locate(key)); }
   bool remove(std::string_view key) { return removeAt(locateText(key, nullptr)); }

@@ -63,6 +63,12 @@ Dictionary::Dictionary(std::initializer_list<std::pair<String, Value>> entries) 
   for (const auto& [key, value] : entries) set(key, value);
 }
 
+Dictionary::Dictionary(Map entries) {
+  if (entries.empty()) return;
+  _rep = Ref<Rep>(new Rep);
+  _rep->map = std::move(entries);
+}
+
 std::size_t Dictionary::size() const { return _rep ? _rep->map.size() : 0; }
 void Dictionary::reserve(std::size_t count) { mutableRep().map.reserve(count); }
 

@@ -70,6 +70,7 @@ class Dictionary {
 
   Dictionary() = default;
   Dictionary(std::initializer_list<std::pair<String, Value>> entries);
+  explicit Dictionary(Map entries);
 
   std::size_t size() const;
   bool empty() const { return size() == 0; }
