@@ -54,6 +54,11 @@ class Packages(unittest.TestCase):
                                     "corvane-sync": ["/usr/bin/corvanetool", "/usr/bin/loomerctl"]})
         self.assertTrue((self.trees["corvane-sync"] / "usr/bin/corvanetool").exists(), "a link that leads somewhere")
 
+    def test_what_is_loaded_at_its_first_use_is_depended_on_like_what_is_linked(self):
+        depends = sh("dpkg-deb", "--field", self.packages["corvane-sync"], "Depends")
+        for library in ("libcurl4", "libsqlite3-0"):
+            self.assertIn(library, depends)
+
     def test_everybody_may_read_and_none_but_root_write_what_was_packed_under_a_closed_umask(self):
         for name, tree in self.trees.items():
             for path in [*tree.rglob("*"), *(tree / "DEBIAN").rglob("*")]:
