@@ -60,7 +60,8 @@ def make_root():
         release = re.search(r"^VERSION_CODENAME=(\w+)", system, re.MULTILINE)[1]
         making = ROOT.with_name(ROOT.name + ".making")
         shutil.rmtree(making, ignore_errors=True)
-        sh("debootstrap", "--variant=minbase", release, making)
+        # What it mounts in there is gone however it ends: the next run removes what is left of it.
+        sh("unshare", "--mount", "debootstrap", "--variant=minbase", release, making)
         making.rename(ROOT)
     depends = [field(each, "Depends") for each in PACKAGES]
     proxies = {name: value for name, value in os.environ.items() if name.lower().endswith("_proxy")}
