@@ -7,6 +7,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+#include "CorvaneSyncClient/platform/pelto/chain/History.h"
 #include "tests/fakes/StrictPlatform.h"
 #include "tests/pelto/chain/MemoryPlace.h"
 
@@ -212,10 +213,11 @@ TEST_F(ChainRecordsTest, OfARecordThatAPushHasTwiceTheLastOneCounts) {
 }
 
 TEST_F(ChainRecordsTest, OfManyStatesThatWereGivenAgainTheNewestAreTold) {
+  const String account = now().account;
   std::vector<String> all;
   for (int push = 0; push < 5; ++push) {
     std::vector<HubState> states;
-    for (int i = 0; i < 60; ++i) states.push_back({now().account, 100 + i, newUuidString()});
+    for (int i = 0; i < 300; ++i) states.push_back({account, 1'000 + i, newUuidString()});
     const HubState state = now();
     ASSERT_TRUE(exchange().push({state, newUuidString(), {}, states}));
     std::vector<String> ids;
@@ -223,7 +225,7 @@ TEST_F(ChainRecordsTest, OfManyStatesThatWereGivenAgainTheNewestAreTold) {
     all.insert(all.begin(), ids.begin(), ids.end());
   }
   const RemoteChanges remote = told();
-  ASSERT_EQ(remote.pastGivenAgain.size(), 128U);
+  ASSERT_EQ(remote.pastGivenAgain.size(), chain::kToldGivenAgain);
   for (std::size_t i = 0; i < remote.pastGivenAgain.size(); ++i)
     EXPECT_EQ(remote.pastGivenAgain[i].pushId, all[i]);
   EXPECT_TRUE(exchange().hasPush(all.back())) << "and all are known";
