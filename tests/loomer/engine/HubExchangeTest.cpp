@@ -197,6 +197,30 @@ TEST_F(ChainTest, AQuietSessionTakesTwoRequestsAnEditFiveAndItsTakingInFour) {
   EXPECT_EQ(requestsOf(*b), 2u);
 }
 
+TEST_F(ChainTest, APushOfUnknownOutcomeHoldsBackNothingThatOthersGave) {
+  settle();
+  a->client->addBookmark("", "Of a", "http://a/");
+  failOnce("remote changes");
+  ASSERT_EQ(a->sync(), "");
+  expectAlone();
+  b->client->addBookmark("", "Of b", "http://b/");
+  ASSERT_EQ(b->sync(), "");
+  hub.onPlaceCall = [](const std::string& call) {
+    if (call == "put new") failAsService("it was cut off.");
+  };
+  ASSERT_EQ(a->sync(), "");
+  expectAlone();
+  EXPECT_NE(a->find("Of b"), "");
+  hub.onPlaceCall = [](const std::string& call) {
+    if (call == "put new") throw pelto::PlaceFullException("There is no room.");
+  };
+  ASSERT_EQ(a->sync(), "");
+  expectAlone(1, "There is no room.");
+  hub.onPlaceCall = nullptr;
+  settle();
+  EXPECT_NE(b->find("Of a"), "");
+}
+
 TEST_P(HubTest, WhoWasOvertakenSinceTheSessionBeganTakesThatInAndGivesInTheSameRun) {
   settle();
   a->client->addBookmark("", "Of a", "http://a/");
@@ -265,6 +289,7 @@ TEST_P(CutOffAfterThePush, AServiceThatIsEmptiedAfterTwoOfThemTakesNothing) {
   syncCutOff();  // knows of the first one, and gives the second bookmark
   EXPECT_EQ(hub.live(), 2u);
   hub.empty();
+  platform.log.expectMessages({kPutBack});
   settle();
   EXPECT_EQ(b->text(), "1@http://1/ 2@http://2/");
 }
@@ -638,6 +663,7 @@ TEST_P(CutOffAfterThePush, AServicePutBackSinceTakesNothingWithIt) {
     expectAlone();
   }
   hub.state = before;
+  platform.log.expectMessages({kPutBack});
   settle();
   EXPECT_EQ(a->client->nodes.size(), 31u);
   EXPECT_EQ(hub.live(), 31u);

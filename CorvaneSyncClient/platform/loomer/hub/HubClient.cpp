@@ -87,6 +87,12 @@ bool offersAgainToHub(LoomerClient& client, std::int64_t room) {
   return client.objectForKey(kPostponedKey) || (room > 0 && leftOutOfHub(client));
 }
 
+bool takesInFirst(LoomerClient& client, const HubPast& past, const pelto::RemoteChanges& remote) {
+  const bool hasLost =
+      (!past.empty() && !past.goesOnWith(remote)) || client.objectForKey(kGivesAgainKey).has_value();
+  return !remote.records.empty() && !hasLost;
+}
+
 HubClient::HubClient(TruthStore& store, pelto::Hub& hub, HubPast past, pelto::RemoteChanges remote,
                      std::size_t mostRecords)
     : _store(store),

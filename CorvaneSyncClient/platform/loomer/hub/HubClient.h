@@ -25,6 +25,11 @@ bool leftOutOfHub(LoomerClient& client);
 /// and `room`, in records, may now suffice for.
 bool offersAgainToHub(LoomerClient& client, std::int64_t room);
 
+/// Whether what is new at the service has to be in the store before anything is given, so that a push whose
+/// outcome stays unknown holds nothing of it back. Not where the service lost something: that is given again
+/// in the session that finds it out.
+bool takesInFirst(LoomerClient& client, const HubPast& past, const pelto::RemoteChanges& remote);
+
 /// One session of the online service as a client of the engine. Its tree is its base with the remote changes
 /// applied; what the session delivers to it becomes one push. Its local ids are the service's ids, and the
 /// engine's identifiers for additions, so that a record has the same id on every computer.

@@ -73,6 +73,7 @@ void HubExchange::guarded(void (HubExchange::*work)()) {
 void HubExchange::exchange() {
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     const Outcome outcome = exchangeOnce();
+    if (outcome == Outcome::takenIn) continue;
     _hasMore = outcome == Outcome::more && _hasRoom;
     if (outcome != Outcome::overtaken) return;
     _known.reset();
@@ -104,9 +105,11 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
   const bool offersAgain = offersAgainToHub(client, remote.room);
   if (!past.empty() && past.newest() == remote.now && !offersAgain && !hasChangesForHub())
     return Outcome::done;
-  HubClient source(_clients.store(), *_hub, past, std::move(remote), _hasRoom ? _mostRecords : 0);
-  const bool givesAgain = _hasRoom && source.wentBackTo();
-  return givesAgain ? giveAgain(client, source) : runSession(client, source);
+  const bool isFirst = takesInFirst(client, past, remote), gives = _hasRoom && !isFirst;
+  HubClient source(_clients.store(), *_hub, past, std::move(remote), gives ? _mostRecords : 0);
+  const bool givesAgain = gives && source.wentBackTo();
+  const Outcome outcome = givesAgain ? giveAgain(client, source) : runSession(client, source, gives);
+  return outcome == Outcome::more && _hasRoom && isFirst ? Outcome::takenIn : outcome;
 }
 
 // Where the base corresponds to the state that the service was in when it answered last, nothing is new.
@@ -131,7 +134,7 @@ HubExchange::Outcome HubExchange::giveAgain(LoomerClient& client, HubClient& sou
   source.giveAtMost(number ? static_cast<std::size_t>(*number) : kLargestPush);
   const double began = secondsNow();
   try {
-    const Outcome outcome = runSession(client, source);
+    const Outcome outcome = runSession(client, source, true);
     if (number && outcome != Outcome::overtaken) client.setObject(std::nullopt, kGivesAtMostKey);
     return outcome;
   } catch (...) {
@@ -142,14 +145,14 @@ HubExchange::Outcome HubExchange::giveAgain(LoomerClient& client, HubClient& sou
   }
 }
 
-HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient& source) {
+HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient& source, bool gives) {
   const auto before = stateOf(_clients.store());
   if (!before) return Outcome::overtaken;  // another process has just unregistered the service
   const bool wentBack = source.wentBackTo() != nullptr;
   EmbeddedSessionDriver driver(_clients, source);
   driver._setClient(&client);
   if (driver.sync()) {
-    suitPush(source.pushSeconds(), source.postponed() > 0);
+    if (gives) suitPush(source.pushSeconds(), source.postponed() > 0);
     report(source, wentBack, before->id);
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }

@@ -26,7 +26,7 @@ class HubExchange : public Exchange {
   HubExchange(ClientRegistry& clients, HubOpener openHub);
   ~HubExchange() override;
 
-  /// Takes in the remote changes that this computer has not seen, and gives one push of what the service
+  /// Takes in the remote changes that this computer has not seen, and then gives one push of what the service
   /// lacks.
   void takeIn() override;
   /// Gives everything that the service lacks, for a minute or two at most. Does not contact it when it lacks
@@ -39,6 +39,7 @@ class HubExchange : public Exchange {
   enum class Outcome {
     done,
     more,       ///< there is more to give
+    takenIn,    ///< what was new, and nothing is given yet
     overtaken,  ///< another computer or process was faster, or the account is not the one of the last time
   };
 
@@ -48,7 +49,7 @@ class HubExchange : public Exchange {
   Outcome exchangeOnce();
   pelto::RemoteChanges remoteChanges(const HubPast& past);
   Outcome giveAgain(LoomerClient& client, HubClient& source);
-  Outcome runSession(LoomerClient& client, HubClient& source);
+  Outcome runSession(LoomerClient& client, HubClient& source, bool gives);
   Outcome takeInAlone();
   void suitPush(double seconds, bool wasFull);
   void report(const HubClient& source, bool wentBack, std::int64_t client);
