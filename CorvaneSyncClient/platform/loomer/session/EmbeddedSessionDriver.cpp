@@ -171,7 +171,7 @@ class Session {
     const std::int64_t client = opening.client.id;
     Sides sides;
     sides.truth = _records.readAll();
-    sides.base = _bases.read(client);
+    sides.base = _bases.read(client, sides.truth);
     sides.client = std::move(taken);
     sides.earlier = _dataSource.wentBackTo();
     if (!sides.client.tree) return sides;

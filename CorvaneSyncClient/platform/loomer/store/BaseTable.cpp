@@ -18,6 +18,18 @@ const std::string kBase =
     " FROM base b JOIN contents c ON c.id = b.content WHERE b.client = ?";
 const std::string kEveryRecord = kBase + " ORDER BY b.record";
 const std::string kOneRecord = kBase + " AND b.record = ?";
+// The same without the contents.
+const std::string kBareRecords =
+    "SELECT record, local_id, entity, parent, position, refused_revision, not_held, content"
+    " FROM base WHERE client = ?";
+const std::string kEveryBareRecord = kBareRecords + " ORDER BY record";
+const std::string kRow =
+    " INTO base(client, record, local_id, entity, parent, position, content, refused_revision, not_held, "
+    "since)"
+    " VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
+const std::string kInsert = "INSERT" + kRow;
+const std::string kInsertOrReplace = "INSERT OR REPLACE" + kRow;
+constexpr const char* kOneContent = "SELECT name, url, tab_group, special FROM contents WHERE id = ?";
 
 // What `versionsOf` reads: the same, with the sessions from and to which the client held it.
 std::string selectVersions(const std::string& versions) {
@@ -47,7 +59,13 @@ bool holdTheSame(const BaseRecord& a, BaseRecord b) {
 
 }  // namespace
 
-BaseRecord baseRecordOf(const Statement& row) {
+namespace {
+
+Content contentOf(const Statement& row, int column) {
+  return {row.text(column), row.text(column + 1), row.integer(column + 2) != 0, row.integer(column + 3) != 0};
+}
+
+BaseRecord bareRecordOf(const Statement& row) {
   BaseRecord record;
   record.record = row.integer(0);
   record.localId = row.text(1);
@@ -56,7 +74,14 @@ BaseRecord baseRecordOf(const Statement& row) {
   record.position = static_cast<std::int32_t>(row.integer(4));
   record.refusedRevision = row.integer(5);
   record.notHeld = row.integer(6) != 0;
-  record.content = {row.text(7), row.text(8), row.integer(9) != 0, row.integer(10) != 0};
+  return record;
+}
+
+}  // namespace
+
+BaseRecord baseRecordOf(const Statement& row) {
+  BaseRecord record = bareRecordOf(row);
+  record.content = contentOf(row, 7);
   return record;
 }
 
@@ -69,6 +94,52 @@ StoredBase BaseTable::read(std::int64_t client) {
     base.contents.push_back(query.integer(11));
   }
   return base;
+}
+
+namespace {
+
+// Reads bare rows, by ascending record, beside the truth: where both name one row of contents, they share it.
+class BesideTruth {
+ public:
+  BesideTruth(Database& database, const StoredTruth& truth)
+      : _content(database.query(kOneContent, kReadBase)), _truth(truth) {
+    base.records.reserve(truth.records.size());
+    base.contents.reserve(truth.records.size());
+  }
+
+  void take(const Statement& row) {
+    BaseRecord record = bareRecordOf(row);
+    const ContentId content = row.integer(7);
+    const std::vector<TruthRecord>& records = _truth.records;
+    while (_at < records.size() && records[_at].id < record.record) ++_at;
+    const bool isKnown = _at < records.size() && records[_at].id == record.record;
+    if (isKnown && _truth.contents[_at] == content) {
+      record.content = records[_at].content;
+    } else if (_content.open(content).next()) {
+      record.content = contentOf(_content, 0);
+    } else {
+      return;  // as a join has it; the check of the store reports it
+    }
+    base.records.push_back(std::move(record));
+    base.contents.push_back(content);
+  }
+
+  StoredBase base;
+
+ private:
+  Statement _content;
+  const StoredTruth& _truth;
+  std::size_t _at = 0;
+};
+
+}  // namespace
+
+StoredBase BaseTable::read(std::int64_t client, const StoredTruth& truth) {
+  Statement query = _store.database().query(kEveryBareRecord.c_str(), kReadBase);
+  BesideTruth reading(_store.database(), truth);
+  query.open(client);
+  while (query.next()) reading.take(query);
+  return std::move(reading.base);
 }
 
 std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) {
@@ -91,10 +162,10 @@ void BaseTable::replace(std::int64_t client, std::int64_t session, bool keepsFor
                         const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after,
                         ContentRows& contents) {
   Statement remove = _store.database().query("DELETE FROM base WHERE client = ? AND record = ?", kWriteBase);
-  Statement enter = _store.database().query(
-      "INSERT OR REPLACE INTO base(client, record, local_id, entity, parent, position, content,"
-      " refused_revision, not_held, since) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-      kWriteBase);
+  // Into a base that is empty, rows go without a look at what they might replace.
+  if (before.empty()) _store.database().query("DELETE FROM base WHERE client = ?", kWriteBase).run(client);
+  Statement enter =
+      _store.database().query((before.empty() ? kInsert : kInsertOrReplace).c_str(), kWriteBase);
   Statement refuse = _store.database().query(
       "UPDATE base SET refused_revision = ? WHERE client = ? AND record = ?", kWriteBase);
   Statement keep = _store.database().query(

@@ -27,6 +27,8 @@ class BaseTable {
 
   /// Empty for a client that has finished no session.
   StoredBase read(std::int64_t client);
+  /// The same, beside the truth as it is stored: what both say is read once, and its text shared.
+  StoredBase read(std::int64_t client, const StoredTruth& truth);
   /// What the client's base says of one record; nothing when it does not name it.
   std::optional<BaseRecord> find(std::int64_t client, RecordId record);
   /// How many records the client held when its last session ended.
