@@ -62,7 +62,12 @@ SessionDriverController::SessionDriverController(String clientId, CorvaneSyncMan
 void SessionDriverController::setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks) {
   if (bookmarks == _origBookmarkDictionary) return;
   _origBookmarkDictionary = std::move(bookmarks);
-  _currentBookmarkDictionary = _origBookmarkDictionary->scDeepMutableCopy();
+  _workingMap.reset();
+}
+
+BookmarkMap& SessionDriverController::_currentBookmarkDictionary() const {
+  if (!_workingMap) _workingMap = _origBookmarkDictionary->scDeepMutableCopy();
+  return *_workingMap;
 }
 
 void SessionDriverController::setCurrentDiskModDate(std::optional<Date> date) { _currentDiskModDate = date; }
@@ -109,7 +114,7 @@ int SessionDriverController::applyChange(const LoomerChange& change, const Strin
                                          const Dictionary* /*formattedRecord*/, String& /*error*/) {
   _bookmarksChanged = true;
   const String& identifier = change.recordIdentifier();
-  const CorvaneBookmark* present = _currentBookmarkDictionary->find(identifier);
+  const CorvaneBookmark* present = _presentMap().find(identifier);
   if (present && present->isIgnoredBySync()) return LoomerChangeIgnored;
   const Dictionary record = withParentFilledIn(change.record());
   SCLog(kApplyingChange, change.type(), record);
@@ -137,7 +142,7 @@ int SessionDriverController::applyChange(const LoomerChange& change, const Strin
     case LoomerChangeTypeAdd:
       if (isFolder) fileUnder(identifier, newUid, _addedFolderGlobalToLocalIdMapper);
       // A bookmark is built from any record as things are; one that were not would not be filed.
-      if (isBookmark && !CorvaneBookmarkRecord::bookmarkWithUid(newUid, record, *_currentBookmarkDictionary))
+      if (isBookmark && !CorvaneBookmarkRecord::bookmarkWithUid(newUid, record, _currentBookmarkDictionary()))
         return LoomerChangeRefused;
       (isFolder ? _addedFolders : _addedBookmarks).set(newUid, record);
       return LoomerChangeAccepted;
@@ -149,22 +154,22 @@ int SessionDriverController::applyChange(const LoomerChange& change, const Strin
 
 // What was inside a folder stays in the map, listed by nobody.
 void SessionDriverController::_delete(const String& uid, bool isFolder) {
-  if (const CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid)) {
-    CorvaneBookmarkFolder* parent = _currentBookmarkDictionary->findFolder(bookmark->parentId());
+  if (const CorvaneBookmark* bookmark = _currentBookmarkDictionary().find(uid)) {
+    CorvaneBookmarkFolder* parent = _currentBookmarkDictionary().findFolder(bookmark->parentId());
     if (parent) parent->removeChild(*bookmark);
   }
-  _currentBookmarkDictionary->remove(uid);
+  _currentBookmarkDictionary().remove(uid);
   (isFolder ? _deletedFolders : _deletedBookmarks).push_back(uid);
 }
 
 void SessionDriverController::_modifyCurrentBookmark(const String& uid, const Dictionary& record) {
-  CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid);
+  CorvaneBookmark* bookmark = _currentBookmarkDictionary().find(uid);
   if (!bookmark) return;
   if (!(bookmark->parentId() == parentInRecord(record, LoomerRelationship_Bookmarks_Bookmark_Parent))) {
-    CorvaneBookmarkFolder* parent = _currentBookmarkDictionary->findFolder(bookmark->parentId());
+    CorvaneBookmarkFolder* parent = _currentBookmarkDictionary().findFolder(bookmark->parentId());
     if (parent) parent->removeChild(*bookmark);
   }
-  bookmark->updateWithVessynDictionary(record, *_currentBookmarkDictionary);
+  bookmark->updateWithVessynDictionary(record, _currentBookmarkDictionary());
 }
 
 // Each deletion is traced as one that the engine delivers; yet none of them has the folders placed.
@@ -178,8 +183,8 @@ bool SessionDriverController::deleteAllRecordsForEntityName(const String& entity
     return false;
   }
   const Dictionary record = withParentFilledIn(std::nullopt);
-  for (const String& uid : _currentBookmarkDictionary->keys()) {
-    const CorvaneBookmark* bookmark = _currentBookmarkDictionary->find(uid);
+  for (const String& uid : _currentBookmarkDictionary().keys()) {
+    const CorvaneBookmark* bookmark = _currentBookmarkDictionary().find(uid);
     if (uid == kRootUid || !bookmark || bookmark->isIgnoredBySync()) continue;
     if (folders ? !bookmark->asFolder() : !bookmark->asRecord()) continue;
     SCLog(kApplyingChange, LoomerChangeTypeDelete, record);
@@ -190,14 +195,14 @@ bool SessionDriverController::deleteAllRecordsForEntityName(const String& entity
 
 void SessionDriverController::_postProcessFolders() {
   SCLog("post-proccessing");
-  SCLog("_currentBookmarkDictionary pre-post-process %@", *_currentBookmarkDictionary);
+  SCLog("_currentBookmarkDictionary pre-post-process %@", _presentMap());
   _postProcessedFolders = true;
   for (auto& folder : _addedFolders) folder.value = _localIdRemappedFolderFromRecord(folder.value);
   for (auto& folder : _modifiedFolders) folder.value = _localIdRemappedFolderFromRecord(folder.value);
   _fillOutAddedFoldersTopDownKeys();
   for (const String& uid : _addedFoldersTopDownKeys) _applyHeldAsideFolder(*_addedFolders.find(uid), uid);
   for (const auto& folder : _modifiedFolders) _applyHeldAsideFolder(folder.value, folder.key);
-  SCLog("_currentBookmarkDictionary post-post-process %@", *_currentBookmarkDictionary);
+  SCLog("_currentBookmarkDictionary post-post-process %@", _presentMap());
 }
 
 Dictionary SessionDriverController::_localIdRemappedFolderFromRecord(const Dictionary& record) const {
@@ -223,7 +228,7 @@ void SessionDriverController::_fillOutAddedFoldersTopDownKeys() {
     const std::optional<Dictionary> added = asDictionary(_addedFolders);
     SCLog("_fillOutAddedFoldersTopDownKeys.  _addedFolders is %@", pointerTo(added));
   }
-  TopDownFolders folders = topDownFolders(_addedFolders, *_currentBookmarkDictionary);
+  TopDownFolders folders = topDownFolders(_addedFolders, _presentMap());
   for (const String& uid : folders.parentless) {
     systemLog("No parent specified for non-root folder.  Skipping %@", *_addedFolders.find(uid));
   }
@@ -235,7 +240,7 @@ void SessionDriverController::_fillOutAddedFoldersTopDownKeys() {
 
 void SessionDriverController::_applyHeldAsideFolder(const Dictionary& record, const String& withLocalId) {
   SCLog("_applyHeldAsideFolder:%@ withLocalId:%@", record, withLocalId);
-  BookmarkMap& map = *_currentBookmarkDictionary;
+  BookmarkMap& map = _currentBookmarkDictionary();
   const String parent = folderParentInRecord(record);
   if (parent && !map.findFolder(parent)) {
     systemLog(
@@ -276,7 +281,7 @@ bool SessionDriverController::sessionDriverDidPull(LoomerSessionDriver&, String&
 
 bool SessionDriverController::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String&) {
   if (_bookmarksChanged) {
-    _modDateOnLastSync = _syncManager.saveBookmarks(*_currentBookmarkDictionary, true);
+    _modDateOnLastSync = _syncManager.saveBookmarks(_presentMap(), true);
     storeDate(driver, _modDateOnLastSync);
   } else if (!storedDate(driver)) {
     _modDateOnLastSync = _currentDiskModDate;

@@ -31,7 +31,7 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   SessionDriverController(const SessionDriverController&) = delete;
   SessionDriverController& operator=(const SessionDriverController&) = delete;
 
-  /// Gives the bookmarks as the session finds them, never null, and makes the working map from them. The map
+  /// Gives the bookmarks as the session finds them, never null; the working map begins as these. The map
   /// already held changes nothing; it is shared because that can only be asked of a giver who still has it.
   void setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks);
   /// The file's modification date when it was read; absent when it is not known.
@@ -41,7 +41,9 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   /// Whether the engine asked to delete all records of an entity: its data replaces the client's.
   bool pulledTheTruth() const { return _pulledTheTruth; }
   /// The map that pulled changes go to; null before there is an original.
-  const BookmarkMap* currentBookmarkDictionary() const { return _currentBookmarkDictionary.get(); }
+  const BookmarkMap* currentBookmarkDictionary() const {
+    return _origBookmarkDictionary ? &_currentBookmarkDictionary() : nullptr;
+  }
 
   /// `applyChangesToDictionary:` Replays all filed changes on `bookmarks`, a map of the file as it is now.
   /// Where it differs from the original, the browser's changes stand. Can be repeated on other maps.
@@ -83,6 +85,11 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
  private:
   using Uids = std::vector<String>;
 
+  /// The working map, to be changed: made when it is first asked for, since most sessions change nothing.
+  BookmarkMap& _currentBookmarkDictionary() const;
+  /// What the working map says, to be read.
+  const BookmarkMap& _presentMap() const { return _workingMap ? *_workingMap : *_origBookmarkDictionary; }
+
   // Taking changes in.
   void _delete(const String& uid, bool isFolder);
   void _modifyCurrentBookmark(const String& uid, const Dictionary& record);
@@ -114,7 +121,7 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   bool _postProcessedFolders = false;
   bool _pulledTheTruth = false;
   std::shared_ptr<const BookmarkMap> _origBookmarkDictionary;
-  std::unique_ptr<BookmarkMap> _currentBookmarkDictionary;
+  mutable std::unique_ptr<BookmarkMap> _workingMap;  // null as long as it is as the original
   OrderedMap<String>
       _addedFolderGlobalToLocalIdMapper;  // the engine's identifier → the local uid given for it
   std::optional<Date> _currentDiskModDate;
