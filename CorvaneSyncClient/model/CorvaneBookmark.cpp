@@ -63,6 +63,18 @@ std::optional<Dictionary> CorvaneBookmark::vessynDictionaryRepresentation(const 
   return std::nullopt;
 }
 
+void CorvaneBookmark::appendText(std::string& text, const String& value) {
+  const std::uint64_t length = value ? value.view().size() + 1 : 0;
+  text.append(reinterpret_cast<const char*>(&length), sizeof length);
+  text += value.view();
+}
+
+bool CorvaneBookmark::appendRecordText(std::string& text) const {
+  text.append(reinterpret_cast<const char*>(&_position), sizeof _position);
+  for (const String* const each : {&_uid, &_title, &_parentId}) appendText(text, *each);
+  return true;
+}
+
 void CorvaneBookmark::updateWithVessynDictionary(const Dictionary&, BookmarkMap&) { logAbstractCall(116); }
 
 void CorvaneBookmark::applyChangesFromVessynDictionary(const Dictionary&, const CorvaneBookmark*,

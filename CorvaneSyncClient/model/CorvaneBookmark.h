@@ -70,6 +70,9 @@ class CorvaneBookmark : public Describable {
   virtual Dictionary corvaneDictionaryRepresentation(const BookmarkMap& map) const;
   /// `vessynDictionaryRepresentation:`: the record for the engine; nothing for the root folder.
   virtual std::optional<Dictionary> vessynDictionaryRepresentation(const BookmarkMap& map) const;
+  /// Appends what tells the node's record and its uid from every other: equal texts are of equal records.
+  /// False where making the record writes a line to the system log.
+  virtual bool appendRecordText(std::string& text) const;
   /// `updateWithVessynDictionary:map:`: overwrites the node from a record and places it anew in its parent.
   virtual void updateWithVessynDictionary(const Dictionary& record, BookmarkMap& map);
   /// `applyChangesFromVessynDictionary:exceptingChangesFromOrigBookmark:map:`: merges a record into the node,
@@ -98,6 +101,8 @@ class CorvaneBookmark : public Describable {
     const String& name;
     const String& position;
   };
+  /// The text behind its length, so that no two sequences of texts look alike; an absent one is no empty one.
+  static void appendText(std::string& text, const String& value);
   /// The name, parent and position of a record for this node.
   void writeCommonRecordValues(const RecordKeys& keys, const String& parentKey, Dictionary& record) const;
   /// Title and position of the three-way merge, with the class's own attribute between them.

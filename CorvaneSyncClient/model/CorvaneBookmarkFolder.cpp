@@ -71,6 +71,11 @@ std::optional<Dictionary> CorvaneBookmarkFolder::vessynDictionaryRepresentation(
   return record;
 }
 
+bool CorvaneBookmarkFolder::appendRecordText(std::string& text) const {
+  text += _autoTab ? 't' : 'f';
+  return CorvaneBookmark::appendRecordText(text);
+}
+
 void CorvaneBookmarkFolder::updateWithVessynDictionary(const Dictionary& record, BookmarkMap& map) {
   setTitle(record.string(LoomerAttribute_Bookmarks_Folder_Name.view()));
   takeAutoTab(record);

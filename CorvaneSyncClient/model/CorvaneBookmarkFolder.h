@@ -44,6 +44,7 @@ class CorvaneBookmarkFolder : public CorvaneBookmark {
   std::string description() const override;
   Dictionary corvaneDictionaryRepresentation(const BookmarkMap& map) const override;
   std::optional<Dictionary> vessynDictionaryRepresentation(const BookmarkMap& map) const override;
+  bool appendRecordText(std::string& text) const override;
   void updateWithVessynDictionary(const Dictionary& record, BookmarkMap& map) override;
   void applyChangesFromVessynDictionary(const Dictionary& record,
                                         const CorvaneBookmark* exceptingChangesFromOrigBookmark,

@@ -65,6 +65,12 @@ std::optional<Url> CorvaneBookmarkRecord::urlForRecord() const {
   return urlWithUserTypedString(escaped);
 }
 
+bool CorvaneBookmarkRecord::appendRecordText(std::string& text) const {
+  text += 'b';
+  appendText(text, _url);
+  return (!_url || urlForRecord()) && CorvaneBookmark::appendRecordText(text);
+}
+
 void CorvaneBookmarkRecord::updateWithVessynDictionary(const Dictionary& record, BookmarkMap& map) {
   setTitle(record.string(LoomerAttribute_Bookmarks_Bookmark_Name.view()));
   setUrl(record.find(LoomerAttribute_Bookmarks_Bookmark_Url));

@@ -107,6 +107,45 @@ Dictionary SessionDriverController::recordsForEntityName(const String& entityNam
   return records;
 }
 
+template <typename Take>
+void SessionDriverController::_eachSyncedNode(Take take) const {
+  for (const auto& entry : *_origBookmarkDictionary) {
+    const CorvaneBookmark* const node = entry.value.node.get();
+    if (node && !node->isIgnoredBySync() && (node->asRecord() || node->parentId())) take(*node);
+  }
+}
+
+std::optional<std::vector<std::uint64_t>> SessionDriverController::recordDigests(const HashKey& key) {
+  if (SCLogIsOn()) return std::nullopt;
+  std::vector<std::uint64_t> digests;
+  digests.reserve(_origBookmarkDictionary->size());
+  std::string text;
+  bool isSilent = true;
+  _eachSyncedNode([&](const CorvaneBookmark& node) {
+    text.clear();
+    isSilent = isSilent && node.appendRecordText(text);
+    digests.push_back(sipHash(key, text));
+  });
+  if (!isSilent) return std::nullopt;
+  return digests;
+}
+
+Dictionary SessionDriverController::recordsAt(const String& entityName,
+                                              const std::vector<std::size_t>& places) {
+  const bool folders = entityName == LoomerEntity_Bookmarks_Folder;
+  Dictionary records;
+  std::size_t place = 0;
+  auto next = places.begin();
+  _eachSyncedNode([&](const CorvaneBookmark& node) {
+    if (next == places.end() || *next != place++) return;
+    ++next;
+    if (folders != (node.asFolder() != nullptr)) return;
+    if (auto record = node.vessynDictionaryRepresentation(*_origBookmarkDictionary))
+      records.set(node.uid(), *std::move(record));
+  });
+  return records;
+}
+
 Dictionary SessionDriverController::changedRecordsForEntityName(const String&, bool&, String&) { return {}; }
 
 int SessionDriverController::applyChange(const LoomerChange& change, const String& entityName,

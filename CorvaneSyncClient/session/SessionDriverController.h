@@ -64,6 +64,10 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
   /// Always none: a session over a changed file is a slow one.
   Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  /// Of the nodes of the original map, in its order. Nothing where giving the records says something: in the
+  /// trace, or in the system log of an address that is none.
+  std::optional<std::vector<std::uint64_t>> recordDigests(const HashKey& key) override;
+  Dictionary recordsAt(const String& entityName, const std::vector<std::size_t>& places) override;
   /// `formattedRecord` is not used and `error` never written.
   int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
                   const Dictionary* formattedRecord, String& error) override;
@@ -84,6 +88,10 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
 
  private:
   using Uids = std::vector<String>;
+
+  /// The nodes that the engine hears of: those that are ignored by sync, and the root, are none.
+  template <typename Take>
+  void _eachSyncedNode(Take take) const;
 
   /// The working map, to be changed: made when it is first asked for, since most sessions change nothing.
   BookmarkMap& _currentBookmarkDictionary() const;

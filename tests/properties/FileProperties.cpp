@@ -191,6 +191,32 @@ void filesConverge() {
   random.requireNotesKept();
 }
 
+void agreementsChangeNothing() {
+  const std::size_t clients = *rc::gen::inRange<std::size_t>(1, 4);
+  kit::Weights weights = kEdits;
+  weights.insert(weights.end(), {{4, rename}, {2, readdress}, {2, toggle}, {9, sync}});
+  const std::vector<Step> steps = *kit::stepsOf(weights);
+  bool hadAgreement = false;
+  // Of each step, what is stored and the files behind it.
+  const auto carriedOut = [&](bool overAgreements) {
+    RandomFiles random(clients);
+    std::vector<std::string> states;
+    for (const Step& step : steps) {
+      if (!overAgreements) random.simulation().forgetAgreements();
+      hadAgreement |= step.kind == StepKind::sync && random.simulation().agreements() > 0;
+      random.carryOut(step);
+      std::string& state = states.emplace_back(random.simulation().storeText());
+      for (std::size_t client = 0; client < clients; ++client) state += random.simulation().bytes(client);
+    }
+    return states;
+  };
+  const std::vector<std::string> merged = carriedOut(true);
+  RC_CLASSIFY(hadAgreement);
+  const std::vector<std::string> wholly = carriedOut(false);
+  for (std::size_t i = 0; i < steps.size(); ++i)
+    require(merged[i] == wholly[i], "after step " + std::to_string(i) + "\n" + merged[i] + "\n" + wholly[i]);
+}
+
 void undoRestoresEveryFile() {
   RandomFiles random(*rc::gen::inRange<std::size_t>(2, 4));
   FileSimulation& simulation = random.simulation();

@@ -10,6 +10,9 @@ namespace corvane {
 /// keys that only the browser knows stay, and sessions with nothing new write nothing.
 void filesConverge();
 
+/// Sessions over what a client agreed to leave files and store as sessions do that merge everything.
+void agreementsChangeNothing();
+
 /// Undoing a session on an otherwise quiet system brings every file's tree back exactly.
 void undoRestoresEveryFile();
 

@@ -144,6 +144,52 @@ bool FileSimulation::undoLast() {
   return true;
 }
 
+void FileSimulation::forgetAgreements() {
+  _home.store().database().execute("DELETE FROM agreements", "test");
+}
+
+std::size_t FileSimulation::agreements() {
+  return static_cast<std::size_t>(
+      _home.store().database().integer("SELECT count(*) FROM agreements", "test"));
+}
+
+std::string FileSimulation::storeText() {
+  static constexpr const char* kQueries[] = {
+      "SELECT revision || ' ' || next_record || ' ' || forgotten_revision FROM truth",
+      "SELECT r.id || ' ' || entity || ' ' || parent || ' ' || place || ' ' || revision || ' ' || "
+      "coalesce(name, '-')"
+      " || ' ' || coalesce(url, '-') || ' ' || tab_group || special FROM records r JOIN contents c ON c.id = "
+      "r.content"
+      " ORDER BY r.id",
+      "SELECT id || ' ' || parent || ' ' || revision FROM tombstones ORDER BY id",
+      "SELECT client || ' ' || record || ' ' || coalesce(local_id, '-') || ' ' || entity || ' ' || parent || "
+      "' ' ||"
+      " position || ' ' || refused_revision || ' ' || not_held || ' ' || since || ' ' || coalesce(name, '-') "
+      "|| ' ' ||"
+      " coalesce(url, '-') || ' ' || tab_group || special FROM base b JOIN contents c ON c.id = b.content"
+      " ORDER BY client, record",
+      "SELECT identifier || ' ' || coalesce(synced_revision, '-') || ' ' || sessions || ' ' || "
+      "without_records || ' ' ||"
+      " handed_down || cancelled || reset_pending || give_back_pending FROM clients ORDER BY id",
+      "SELECT id || ' ' || client || ' ' || mode || ' ' || revision || ' ' || taken || ' ' || changed || ' ' "
+      "||"
+      " handed_down || ' ' || refused FROM sessions ORDER BY id",
+      "SELECT session || ' ' || record || ' ' || coalesce(after_parent, '-') || ' ' || coalesce(after_place, "
+      "'-')"
+      " FROM changes ORDER BY session, record",
+      "SELECT session || ' ' || record || ' ' || attribute || ' ' || client_value || ' ' || truth_value FROM "
+      "losses"
+      " ORDER BY id",
+      "SELECT 'contents ' || count(*) FROM contents"};
+  std::string text;
+  for (const char* const sql : kQueries) {
+    loomer::Statement query = _home.store().database().query(sql, "test");
+    query.open();
+    while (query.next()) text += query.text(0).toString() + '\n';
+  }
+  return text;
+}
+
 std::int64_t FileSimulation::revision() { return loomer::RecordTable(_home.store()).state().revision; }
 
 std::size_t FileSimulation::live() {

@@ -39,6 +39,11 @@ class FileSimulation {
   std::int64_t revision();
   std::size_t live();
   std::int64_t sessions() const { return _sessions; }
+  /// Has the next sessions merge everything, whatever the clients agreed to.
+  void forgetAgreements();
+  std::size_t agreements();
+  /// Everything that a session leaves in the store, but for its times and what agreements say.
+  std::string storeText();
   void requireSound() { corvane::requireSound(_home.store()); }
   /// Raises unless all files hold one tree and another round of sessions changes neither file nor truth.
   void requireConverged();

@@ -33,6 +33,10 @@ TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40)
 
 TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
 
+TEST(Files, AreMergedTheSameOverAnAgreement) {
+  loomer::test::checkTimes(times(40), 40, agreementsChangeNothing);
+}
+
 /// Over each kind of service.
 class SeveralComputers : public testing::TestWithParam<MemoryHub::Kind> {};
 

@@ -19,6 +19,8 @@ class History {
   ClientSimulation& client(std::size_t at) { return _clients.at(at).simulation; }
   const std::vector<TruthRecord>& truth() const { return _truth; }
 
+  /// What a slow session of the client would merge now.
+  MergeInput inputFor(std::size_t at) { return inputFor(_clients.at(at), Mode::slow); }
   /// One session, as refresh if the client has no base yet; its result.
   MergeResult sync(std::size_t at, Mode mode = Mode::slow);
   /// A session that is killed after the client saved its file and before the engine committed.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "tests/loomer/merge/HistorySteps.h"
@@ -51,6 +52,95 @@ void growEqualTrees(History& history, unsigned& serial) {
       client.add(kit::newNode(false, folder, child, child));
     }
   }
+}
+
+// The parts of the sides that stand in the folders of `changed`, and the folders above these.
+MergeInput partAround(const MergeInput& whole, const std::set<RecordId>& changed) {
+  std::map<RecordId, RecordId> parents;
+  for (const BaseRecord& each : whole.base) parents[each.record] = each.parent;
+  std::set<RecordId> folders;
+  for (const RecordId record : changed) folders.insert(parents.at(record));
+  std::set<RecordId> kept;
+  for (const auto& [record, parent] : parents) {
+    if (folders.contains(parent)) kept.insert(record);
+  }
+  for (RecordId at : folders) {
+    for (; at != kRoot; at = parents.at(at)) kept.insert(at);
+  }
+  MergeInput part = whole;
+  std::erase_if(part.truth, [&](const TruthRecord& each) { return !kept.contains(each.id); });
+  std::erase_if(part.base, [&](const BaseRecord& each) { return !kept.contains(each.record); });
+  std::erase_if(*part.client, [&](const ClientRecord& each) {
+    return std::none_of(part.base.begin(), part.base.end(),
+                        [&](const BaseRecord& base) { return base.localId == each.localId; });
+  });
+  return part;
+}
+
+// Whether all three say the same, special folders and hidden entries among them.
+bool agree(const MergeInput& input) {
+  std::map<RecordId, const TruthRecord*> live;
+  for (const TruthRecord& each : input.truth) {
+    if (!each.deleted) live[each.id] = &each;
+  }
+  std::map<std::string, const ClientRecord*> held;
+  for (const ClientRecord& each : *input.client) held[each.localId.toString()] = &each;
+  if (live.size() != input.base.size() || held.size() != input.base.size()) return false;
+  return std::all_of(input.base.begin(), input.base.end(), [&](const BaseRecord& each) {
+    const auto record = live.find(each.record);
+    const auto client = held.find(each.localId.toString());
+    return record != live.end() && client != held.end() && !each.notHeld && each.refusedRevision == 0 &&
+           record->second->content == each.content && record->second->parent == each.parent &&
+           client->second->content == each.content && client->second->position == each.position;
+  });
+}
+
+// The records that the client gives other values, or none where it did more than that.
+std::optional<std::set<RecordId>> changedInPlace(const MergeInput& before, const MergeInput& now) {
+  if (before.client->size() != now.client->size()) return std::nullopt;
+  std::set<RecordId> changed;
+  for (std::size_t i = 0; i < now.client->size(); ++i) {
+    const ClientRecord& was = (*before.client)[i];
+    const ClientRecord& is = (*now.client)[i];
+    const bool stands = was.localId == is.localId && was.parentLocalId == is.parentLocalId &&
+                        was.position == is.position && was.entity == is.entity;
+    if (!stands) return std::nullopt;
+    if (was.content == is.content) continue;
+    for (const BaseRecord& each : now.base) {
+      if (each.localId == is.localId) changed.insert(each.record);
+    }
+  }
+  return changed;
+}
+
+std::map<RecordId, BaseRecord> baseById(const std::vector<BaseRecord>& base) {
+  std::map<RecordId, BaseRecord> records;
+  for (const BaseRecord& each : base) records[each.record] = each;
+  return records;
+}
+
+void requireSameMerge(const MergeInput& whole, const MergeInput& part) {
+  const MergeResult all = merge(whole);
+  const MergeResult some = merge(part);
+  if (!some.clientChanges.empty()) return;  // then the whole is merged
+  RC_ASSERT(all.clientChanges.empty());
+  RC_ASSERT(!all.deleteAllFirst);
+  RC_ASSERT(all.deletedByAbsence == 0U);
+  RC_ASSERT(some.deletedByAbsence == 0U);
+  RC_ASSERT(all.losses.size() == some.losses.size());
+  RC_ASSERT(all.truthChanges.size() == some.truthChanges.size());
+  for (std::size_t i = 0; i < all.truthChanges.size(); ++i) {
+    const TruthRecord& one = all.truthChanges[i].after;
+    const TruthRecord& other = some.truthChanges[i].after;
+    RC_ASSERT(one.id == other.id);
+    RC_ASSERT(one.parent == other.parent);
+    RC_ASSERT(one.place == other.place);
+    RC_ASSERT(one.content == other.content);
+    RC_ASSERT(one.deleted == other.deleted);
+  }
+  std::map<RecordId, BaseRecord> base = baseById(whole.base);
+  for (const BaseRecord& each : some.base) base[each.record] = each;
+  RC_ASSERT(base == baseById(all.base));
 }
 
 }  // namespace
@@ -114,6 +204,28 @@ void nothingVanishes() {
     const std::string title = "t" + std::to_string(i);
     if (!deleted.contains(title)) RC_ASSERT(counts.contains(title));
   }
+}
+
+void changedValuesMergeInTheirFolders() {
+  History history(*rc::gen::inRange<std::size_t>(1, 4));
+  unsigned serial = 0;
+  for (const Step& step : *stepsOf(kEverything)) carryOut(history, step, Titles::few, serial);
+  history.round();
+  history.sync(0);
+  int compared = 0;
+  for (Step step : *stepsOf({{3, rename}, {1, readdress}, {1, toggle}})) {
+    step.client = 0;
+    const MergeInput before = history.inputFor(0);
+    carryOut(history, step, Titles::few, serial);
+    const MergeInput now = history.inputFor(0);
+    const auto changed = agree(before) ? changedInPlace(before, now) : std::nullopt;
+    if (changed && !changed->empty()) {
+      requireSameMerge(now, partAround(now, *changed));
+      ++compared;
+    }
+    if (step.value % 2 == 0) history.sync(0);
+  }
+  RC_CLASSIFY(compared > 0);
 }
 
 void killedSessionsLeaveNoTrace() {

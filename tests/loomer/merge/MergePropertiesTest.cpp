@@ -18,6 +18,10 @@ TEST(MergeProperties, NothingVanishesAndNothingAppearsTwice) {
   checkTimes(sized(2000, 100), 60, nothingVanishes);
 }
 
+TEST(MergeProperties, ChangedValuesMergeInTheirFolders) {
+  checkTimes(sized(2000, 100), 60, changedValuesMergeInTheirFolders);
+}
+
 TEST(MergeProperties, AKilledSessionLeavesNoTrace) {
   checkTimes(sized(1500, 200), 40, killedSessionsLeaveNoTrace);
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/values/Value.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerChange.h"
 
@@ -81,6 +84,20 @@ class LoomerSessionDriverDataSource {
   /// `changedRecordsForEntityName:moreComing:error:`: as above, the records changed since the last session.
   virtual Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing,
                                                  String& error) = 0;
+
+  // A client that is mostly what it was at its last session can say so without making its records.
+
+  /// A digest, made with `key`, of each record that the client would give if it were asked for all of them,
+  /// in an order that stays while none comes, goes or moves: equal ones are of records that say the same
+  /// under the same local id. Nothing where the client wants to be asked for its records.
+  virtual std::optional<std::vector<std::uint64_t>> recordDigests(const HashKey& /*key*/) {
+    return std::nullopt;
+  }
+  /// By local id, the entity's records among those at `places`, ascending, of what `recordDigests` last
+  /// answered.
+  virtual Dictionary recordsAt(const String& /*entityName*/, const std::vector<std::size_t>& /*places*/) {
+    return {};
+  }
 
   /// `applyChange:forEntityName:remappedRecordIdentifier:formattedRecord:error:` answers a
   /// LoomerChangeResult. `remappedRecordIdentifier` receives the client's own id for an added record and is

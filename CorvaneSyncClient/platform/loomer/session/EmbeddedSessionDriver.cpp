@@ -5,10 +5,12 @@
 #include <unordered_set>
 
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/session/Agreement.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionGuard.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/session/Settlement.h"
+#include "CorvaneSyncClient/platform/loomer/store/AgreementTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
@@ -39,9 +41,7 @@ class Session {
   // All that can fail in the store comes before the client saves, but for the commit itself.
   void run() {
     const Opening opening = open();
-    TakenRecords taken = takeRecords(opening);
-    const bool isQuiet = !taken.tree && opening.kind != SessionKind::replace;
-    const Plan plan = isQuiet ? quietPlan(opening) : makePlan(opening, readSides(opening, std::move(taken)));
+    const Plan plan = planFor(opening);
     guard(opening, plan);
     const Delivery delivery = deliver(_dataSource, _schema, plan, identifiersOfAdditions(plan));
     const Settlement settlement = settle(opening, plan, delivery, Platform::current().clock.now());
@@ -151,6 +151,47 @@ class Session {
     return std::nullopt;
   }
 
+  Plan planFor(const Opening& opening) {
+    if (std::optional<Plan> plan = planOverAgreement(opening)) return *std::move(plan);
+    _agreement.reset();
+    TakenRecords taken = takeRecords(opening);
+    const bool isQuiet = !taken.tree && opening.kind != SessionKind::replace;
+    if (isQuiet) return quietPlan(opening, std::nullopt);
+    return makePlan(opening, readSides(opening, std::move(taken)));
+  }
+
+  // Where the client gives what it gave when all last agreed, but for a few values, the rest is neither taken
+  // nor read nor merged. Nothing where that does not do.
+  std::optional<Plan> planOverAgreement(const Opening& opening) {
+    if (opening.kind != SessionKind::slow || opening.journal) return std::nullopt;
+    if (mayHaveNews(opening.client, opening.truth)) return std::nullopt;
+    _agreement = _agreements.find(opening.client.id);
+    if (!_agreement) return std::nullopt;
+    std::optional<std::vector<std::uint64_t>> now = _dataSource.recordDigests(_agreement->key);
+    const auto changed = now ? differingPlaces(_agreement->digests, *now) : std::nullopt;
+    if (!changed) return std::nullopt;
+    if (changed->empty()) return quietPlan(opening, now->size());
+    auto sides = sidesAround(opening.client.id, recordsAt(*changed), _records, _bases);
+    if (!sides) return std::nullopt;
+    sides->client.count = now->size();
+    sides->client.all = true;
+    _agreement->digests = *std::move(now);
+    Plan plan = makePlan(opening, *std::move(sides));
+    if (plan.delivers()) return std::nullopt;
+    return plan;
+  }
+
+  std::vector<ClientRecord> recordsAt(const std::vector<std::size_t>& places) {
+    std::vector<ClientRecord> records;
+    for (const EntitySchema& entity : _schema.entities) {
+      for (const auto& [localId, value] : _dataSource.recordsAt(entity.name, places)) {
+        if (const auto* record = value.as<Dictionary>())
+          records.push_back(clientRecord(entity, localId, *record));
+      }
+    }
+    return records;
+  }
+
   TakenRecords takeRecords(const Opening& opening) {
     if (opening.kind == SessionKind::replace) return {};
     const bool hasNews = mayHaveNews(opening.client, opening.truth);
@@ -235,6 +276,17 @@ class Session {
       if (isGone) _bases.setLost(client, record, true);
     }
     if (_dataSource.keepsHistory()) adoptIdentifiers(plan.storedBase(), settlement.base);
+    noteAgreement(plan, settlement);
+  }
+
+  void noteAgreement(const Plan& plan, const Settlement& settlement) {
+    const bool agrees = isAgreement(plan, settlement);
+    if (agrees && !_agreement) {
+      const HashKey key = _agreements.freshKey();
+      if (auto digests = _dataSource.recordDigests(key)) _agreement = Agreement{key, *std::move(digests)};
+    }
+    if (!agrees) _agreement.reset();
+    _agreements.replace(settlement.client.id, _agreement);
   }
 
   // Gives each record that has a new local id that one for its identifier. Another record that bore it gets
@@ -283,6 +335,8 @@ class Session {
   ClientTable _clients{_store};
   RecordTable _records{_store};
   BaseTable _bases{_store};
+  AgreementTable _agreements{_store};
+  std::optional<Agreement> _agreement;  // as it is to be stored, if the session is over one
   JournalFile _journal;
   bool _tookLock = false;
 };

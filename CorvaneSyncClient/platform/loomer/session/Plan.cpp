@@ -175,9 +175,11 @@ class Planning {
 
 }  // namespace
 
-Plan quietPlan(const Opening& opening) {
+Plan quietPlan(const Opening& opening, std::optional<std::size_t> seen) {
   Plan plan;
   plan.kind = opening.kind;
+  plan.taken = seen.value_or(0);
+  plan.tookAllRecords = seen.has_value();
   plan.input.revision = 0;
   return plan;
 }

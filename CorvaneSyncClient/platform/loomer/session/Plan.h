@@ -71,8 +71,9 @@ struct Plan {
   bool isQuiet() const { return input.revision == 0; }
 };
 
-/// The plan of a session in which nothing is new on either side.
-Plan quietPlan(const Opening& opening);
+/// The plan of a session in which nothing is new on either side. `seen` are the records of the client of
+/// which that is known, all that it holds; nothing where it was not asked.
+Plan quietPlan(const Opening& opening, std::optional<std::size_t> seen);
 
 /// Finds the base to merge over and merges. Pure: no input or output, the same plan for the same input.
 Plan makePlan(const Opening& opening, Sides sides);

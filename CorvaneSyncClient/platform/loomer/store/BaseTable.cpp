@@ -18,11 +18,13 @@ const std::string kBase =
     " FROM base b JOIN contents c ON c.id = b.content WHERE b.client = ?";
 const std::string kEveryRecord = kBase + " ORDER BY b.record";
 const std::string kOneRecord = kBase + " AND b.record = ?";
+const std::string kOneLocalId = kBase + " AND b.local_id = ? LIMIT 1";
 // The same without the contents.
 const std::string kBareRecords =
     "SELECT record, local_id, entity, parent, position, refused_revision, not_held, content"
     " FROM base WHERE client = ?";
 const std::string kEveryBareRecord = kBareRecords + " ORDER BY record";
+const std::string kOneBareRecord = kBareRecords + " AND record = ?";
 const std::string kRow =
     " INTO base(client, record, local_id, entity, parent, position, content, refused_revision, not_held, "
     "since)"
@@ -140,6 +142,21 @@ StoredBase BaseTable::read(std::int64_t client, const StoredTruth& truth) {
   query.open(client);
   while (query.next()) reading.take(query);
   return std::move(reading.base);
+}
+
+StoredBase BaseTable::readOnly(std::int64_t client, const StoredTruth& truth) {
+  Statement query = _store.database().query(kOneBareRecord.c_str(), kReadBase);
+  BesideTruth reading(_store.database(), truth);
+  for (const TruthRecord& each : truth.records) {
+    if (query.open(client, each.id).next()) reading.take(query);
+  }
+  return std::move(reading.base);
+}
+
+std::optional<BaseRecord> BaseTable::find(std::int64_t client, const String& localId) {
+  Statement query = _store.database().query(kOneLocalId.c_str(), kReadBase);
+  if (!query.open(client, localId).next()) return std::nullopt;
+  return baseRecordOf(query);
 }
 
 std::optional<BaseRecord> BaseTable::find(std::int64_t client, RecordId record) {

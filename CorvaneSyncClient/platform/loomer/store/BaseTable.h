@@ -29,8 +29,12 @@ class BaseTable {
   StoredBase read(std::int64_t client);
   /// The same, beside the truth as it is stored: what both say is read once, and its text shared.
   StoredBase read(std::int64_t client, const StoredTruth& truth);
+  /// As before, of the truth's records alone.
+  StoredBase readOnly(std::int64_t client, const StoredTruth& truth);
   /// What the client's base says of one record; nothing when it does not name it.
   std::optional<BaseRecord> find(std::int64_t client, RecordId record);
+  /// The same of what the client knows by that id; walks the base.
+  std::optional<BaseRecord> find(std::int64_t client, const String& localId);
   /// How many records the client held when its last session ended.
   std::size_t heldCount(std::int64_t client);
   /// How many records the client was offered and does not hold.

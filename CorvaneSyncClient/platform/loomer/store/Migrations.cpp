@@ -221,8 +221,18 @@ constexpr const char* kVersion7 = R"sql(
   ) WITHOUT ROWID;
 )sql";
 
+// What a client has not changed need not be merged to find that out.
+constexpr const char* kVersion8 = R"sql(
+  -- What a client gave when it, its base and the truth last agreed on everything.
+  CREATE TABLE agreements(
+    client INTEGER PRIMARY KEY REFERENCES clients(id) ON DELETE CASCADE,
+    hash_key BLOB NOT NULL CHECK (length(hash_key) = 16),
+    digests BLOB NOT NULL CHECK (length(digests) % 8 = 0)   -- of each record 8 bytes, in the client's order
+  );
+)sql";
+
 constexpr const char* kMigrations[] = {kVersion1, kVersion2, kVersion3, kVersion4,
-                                       kVersion5, kVersion6, kVersion7};
+                                       kVersion5, kVersion6, kVersion7, kVersion8};
 
 constexpr const char* kVersionQuery = "PRAGMA user_version";
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
@@ -130,6 +131,32 @@ StoredTruth RecordTable::readAll() {
   Statement live = _store.database().query(kEveryLive.c_str(), kReadRecords);
   Statement dead = _store.database().query(kEveryDead.c_str(), kReadRecords);
   return merged(readRows(live, false), readRows(dead, true));
+}
+
+StoredTruth RecordTable::readFolders(std::vector<RecordId> folders) {
+  std::map<RecordId, std::pair<TruthRecord, ContentId>> found;
+  const auto enter = [&](const Statement& row) {
+    found.try_emplace(row.integer(0), recordOf(row, false), row.integer(5));
+  };
+  Statement inside = _store.database().query(kLiveInFolder.c_str(), kReadRecords);
+  Statement one = _store.database().query(kOneLive.c_str(), kReadRecords);
+  std::sort(folders.begin(), folders.end());
+  folders.erase(std::unique(folders.begin(), folders.end()), folders.end());
+  for (const RecordId folder : folders) {
+    inside.open(folder);
+    while (inside.next()) enter(inside);
+    for (RecordId above = folder; above != kRoot && !found.contains(above);
+         above = found.at(above).first.parent) {
+      if (!one.open(above).next()) break;  // as if it stood in the root; the check of the store reports it
+      enter(one);
+    }
+  }
+  StoredTruth truth;
+  for (auto& [id, record] : found) {
+    truth.records.push_back(std::move(record.first));
+    truth.contents.push_back(record.second);
+  }
+  return truth;
 }
 
 std::optional<TruthRecord> RecordTable::find(RecordId record) {

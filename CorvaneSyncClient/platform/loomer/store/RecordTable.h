@@ -73,6 +73,8 @@ class RecordTable {
   TruthState state();
   /// Everything, whatever its size.
   StoredTruth readAll();
+  /// What is in these folders, and every folder on the way up from there.
+  StoredTruth readFolders(std::vector<RecordId> folders);
   /// The record, or its tombstone; nothing when there never was one or it is forgotten.
   std::optional<TruthRecord> find(RecordId record);
   /// The live records in a folder, in their order; those of kRoot stand directly in the root.

@@ -100,6 +100,10 @@ constexpr Rule kRules[] = {
      "SELECT c.identifier || ' id ' || b.local_id, c.identifier FROM base b JOIN clients c ON c.id = b.client"
      " WHERE b.local_id IS NOT NULL GROUP BY b.client, b.local_id HAVING count(*) > 1",
      "one local id stands for two records: client ", kResetClient},
+    {"agreement of another size",
+     "SELECT c.identifier, c.identifier FROM agreements a JOIN clients c ON c.id = a.client"
+     " WHERE length(a.digests) / 8 <> (SELECT count(*) FROM base b WHERE b.client = a.client)",
+     "what a client agreed to is not what its base holds: client ", kResetClient},
     {"logged record", "SELECT DISTINCT record FROM changes WHERE record >= (SELECT next_record FROM truth)",
      "the log mentions a record that never existed: record ", kRebuild},
 };
