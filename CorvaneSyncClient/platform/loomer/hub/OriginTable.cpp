@@ -12,7 +12,6 @@ using pelto::HubOrigins;
 
 constexpr const char* kReadOrigins = "read where the online service's values come from";
 constexpr const char* kWriteOrigins = "note where the online service's values come from";
-constexpr std::size_t kUuidSize = 16;
 
 std::string packed(const HubOrigins& origins) {
   std::string bytes;

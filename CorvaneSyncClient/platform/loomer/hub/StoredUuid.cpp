@@ -6,10 +6,6 @@
 
 namespace corvane::loomer {
 
-namespace {
-constexpr std::size_t kUuidSize = 16;
-}
-
 std::string storedUuid(const String& uuid) {
   const auto bytes = uuid ? uuidBytes(uuid.view()) : std::nullopt;
   return bytes ? std::string(bytes->data(), bytes->size()) : std::string(kUuidSize, '\0');
