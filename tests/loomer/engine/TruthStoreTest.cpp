@@ -87,11 +87,14 @@ TEST_F(TruthStoreTest, StoreWithADamagedHeadIsRefused) {
 }
 
 TEST_F(TruthStoreTest, DamageFurtherInEndsTheSessionAndLeavesTheFile) {
+  close();
+  const std::size_t ofEmptyStore = contents(storePath).size() / 4096;
+  reopen();
   fill(2000);
   close();
   const std::string good = contents(storePath);
   std::string bytes = good;
-  for (std::size_t page = 20; (page + 1) * 4096 < bytes.size(); ++page)
+  for (std::size_t page = ofEmptyStore; (page + 1) * 4096 < bytes.size(); ++page)
     bytes.replace(page * 4096, 64, 64, '\xee');
   platform.realFiles.write(storePath, bytes);
   reopen();
