@@ -53,9 +53,9 @@ class ShortMemory(HomeTest):
     def sync_at_every_limit(self, client):
         """Sessions with ever more memory, until one has enough; how many had too little."""
         before = self.contents(client)
-        for short in range(200):
-            status, output = self.run_limited(self.home.command(client), (16 + 2 * short) * MIB)
-            self.assertFalse(os.path.exists(self.home.lock()), f"a lock stays behind at {16 + 2 * short} MiB: {output}")
+        for short in range(400):
+            status, output = self.run_limited(self.home.command(client), (16 + short) * MIB)
+            self.assertFalse(os.path.exists(self.home.lock()), f"a lock stays behind at {16 + short} MiB: {output}")
             if status == 0:
                 return short
             self.assertEqual(self.contents(client), before, "a session that failed wrote the file")
