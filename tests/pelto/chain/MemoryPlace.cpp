@@ -31,11 +31,11 @@ class MemoryPlace::Connection : public Place {
     note("put done");
   }
 
-  std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override {
-    _place.requests += requests.size();
+  std::vector<GetAnswer> get(const std::vector<GetRequest>& wanted) override {
+    _place.requests += wanted.size();
     note("get");
     std::vector<GetAnswer> answers;
-    for (const GetRequest& each : requests) answers.push_back(answerTo(each));
+    for (const GetRequest& each : wanted) answers.push_back(answerTo(each));
     note("get done");
     return answers;
   }
