@@ -46,7 +46,7 @@ TEST(PlanTest, IsTheSameForTheSameSides) {
 
 TEST(PlanTest, NothingIsPlannedWhenNothingIsNew) {
   PlannedSession session({"a", "a", "a"});
-  const Plan plan = quietPlan(session.opening);
+  const Plan plan = quietPlan(session.opening, std::nullopt);
   EXPECT_TRUE(plan.isQuiet());
   EXPECT_FALSE(plan.delivers());
   EXPECT_FALSE(planOf(session).isQuiet()) << "what is merged is not quiet, though it changes nothing";

@@ -59,7 +59,7 @@ INSTANTIATE_TEST_SUITE_P(Answers, Settling, testing::ValuesIn(kAnswered));
 
 TEST(SettlementTest, WhatIsNewOnNeitherSideLeavesNothingBehindButTheCount) {
   PlannedSession session({"a", "a", "a"});
-  const Plan plan = quietPlan(session.opening);
+  const Plan plan = quietPlan(session.opening, std::nullopt);
   const Settlement settlement = settle(session.opening, plan, Delivery(), kNow);
   EXPECT_TRUE(settlement.base.empty());
   EXPECT_FALSE(settlement.logEntry);
