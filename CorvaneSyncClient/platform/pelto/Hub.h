@@ -23,7 +23,7 @@ inline constexpr std::size_t kLongestHubRecord = 1 << 20;
 
 /// Where a record's values come from: of each the id of the push that gave it first. Whoever writes the
 /// record keeps those of the values that it leaves as they are, and of those that it gives to a service again
-/// that lost them. Absent where that is not known.
+/// that lost them; who brings a deleted record back gives all of it anew. Absent where that is not known.
 struct HubOrigins {
   String name;
   String url;

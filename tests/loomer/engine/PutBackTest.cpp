@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/hub/HubPast.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "tests/loomer/engine/ComputersFixture.h"
 
 namespace corvane {
@@ -32,6 +34,15 @@ class PutBackTest : public HubTest {
     computer.client->addBookmark(folder, name, "http://" + name + "/", at);
   }
   static void sync(Computer& computer) { ASSERT_EQ(computer.sync(), ""); }
+  // The last session that changed something.
+  static void undoLast(Computer& computer) {
+    std::int64_t last = 0;
+    loomer::SessionLog(computer.store()).newestFirst([&](const loomer::SessionEntry& entry) {
+      if (entry.changed > 0) last = entry.id;
+      return last == 0;
+    });
+    ASSERT_TRUE(loomer::undoSession(computer.store(), "somebody", last, false).session);
+  }
   // The tree by names alone.
   std::string names() const {
     std::vector<kit::TreeNode> tree = a->client->tree();
@@ -363,6 +374,61 @@ TEST_P(PutBackTest, AFolderDeletedBeforeAComputerCameLivesForWhatWasPutIntoItSin
   EXPECT_EQ(late->text(), a->text());
 }
 
+// Others know of the deletion, and of a push that came after what whoever undoes it has seen.
+TEST_P(PutBackTest, ADeletionThatTheServiceLostAndThatIsUndoneStaysUndone) {
+  for (const bool isJump : {false, true}) {
+    SCOPED_TRACE(isJump ? "learned of with later pushes" : "learned of alone");
+    const std::string when = isJump ? " then" : " before";
+    a = makeComputer("a" + when);
+    b = makeComputer("b" + when);
+    hub.state = MemoryHub().state;
+    begin();
+    const auto other = makeComputer("other" + when);
+    sync(*other);
+    backup = hub.state;
+    a->client->remove(a->find("4"));
+    a->client->remove(a->find("F"));
+    sync(*a);
+    if (!isJump) sync(*b);
+    other->client->rename(other->find("6"), "six");
+    sync(*other);
+    sync(*b);
+    hub.state = backup;
+    undoLast(*a);
+    sync(*a);
+    sync(*b);
+    sync(*other);
+    settle();
+    EXPECT_EQ(names(), "F(1 2 3) 4 5 six");
+  }
+}
+
+TEST_P(PutBackTest, WhatWasAddedAndDeletedAndIsBroughtBackLivesOn) {
+  for (const bool isFirst : {true, false}) {
+    SCOPED_TRACE(isFirst ? "who brings it back comes first" : "the other one comes first");
+    const std::string when = isFirst ? " first" : " last";
+    a = makeComputer("a" + when);
+    b = makeComputer("b" + when);
+    hub.state = MemoryHub().state;
+    begin();
+    add(*a, "7");
+    settle();
+    a->client->remove(a->find("7"));
+    settle();
+    b->client->rename(b->find("6"), "six");
+    sync(*b);
+    hub.state = backup;
+    undoLast(*a);
+    if (!isFirst) sync(*b);
+    sync(*a);
+    settle();
+    EXPECT_EQ(names(), "F(1 2 3) 4 5 six 7");
+    b->client->remove(b->find("7"));
+    settle();
+    EXPECT_EQ(names(), "F(1 2 3) 4 5 six");
+  }
+}
+
 // Has the service lose what `a` did in two steps. A third computer knows the first step alone, and gives it
 // again; `b` knows only what came of both, and `a` is away.
 class JumpTest : public PutBackTest {
@@ -490,6 +556,34 @@ TEST_P(JumpTest, WhatLivesAgainAfterItWasDeletedLivesOn) {
   }
   settle();
   EXPECT_NE(a->text().find("four@http://4/"), std::string::npos);
+}
+
+TEST_P(JumpTest, WhatLivedOnAndIsDeletedThenStaysDeleted) {
+  begin();
+  const auto early = makeComputer("early"), other = makeComputer("other");
+  sync(*early);
+  sync(*other);
+  backup = hub.state;
+  a->client->remove(a->find("4"));
+  sync(*a);
+  sync(*early);
+  other->client->rename(other->find("4"), "four");
+  sync(*other);
+  sync(*b);
+  other->client->rename(other->find("6"), "six");
+  sync(*other);
+  hub.state = backup;
+  sync(*early);
+  sync(*b);  // gives it again
+  hub.state = backup;
+  b->client->remove(b->find("four"));
+  failOnce("remote changes");
+  sync(*b);  // alone
+  sync(*b);
+  sync(*other);
+  EXPECT_EQ(other->text().find("four"), std::string::npos);
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 5 six");
 }
 
 // Who gives a deletion again does not know it itself, since it came later.

@@ -150,6 +150,10 @@ void HubClient::readWhatWasLost(LoomerClient& client) {
   OriginTable origins(_store, _client);
   _knownOrigins = origins.readAll();
   _knownDeletions = origins.readDeletions();
+  readPushes();
+}
+
+void HubClient::readPushes() {
   _knownPushes = PushTable(_store, _client).readAll();
   // A store of before they were kept knows these alone.
   for (const pelto::HubState& each : _past.states()) _knownPushes.insert(each.pushId);
@@ -176,6 +180,8 @@ void HubClient::tellAges() {
     const auto age = [&](const String& origin) {
       return !origin || _earlier->changed.contains(record.id) ? ageOf(origin) : Age::old;
     };
+    // What lives here again is given as a whole, lest others who know of the deletion give that again.
+    if (_knownDeletions.contains(record.id)) _earlier->outdated.insert(record.id);
     const HubOrigins& held = record.origins;
     _earlier->ages.emplace(record.id, Ages{age(held.name), age(held.url), age(held.tabGroup),
                                            age(held.parent), age(held.place)});
@@ -224,6 +230,7 @@ Dictionary HubClient::recordsForEntityName(const String& entityName, bool& moreC
 void HubClient::readTree() {
   _hasTree = true;
   if (_offersAgain) BaseTable(_store).offerAgain(_client);
+  takeMarksOff();
   if (_remote.whole) {
     const auto isLive = [](const HubRecord& record) { return !record.deleted; };
     const auto tombstones = std::stable_partition(_remote.records.begin(), _remote.records.end(), isLive);
@@ -237,6 +244,23 @@ void HubClient::readTree() {
   std::erase_if(_tree, [&](const HubRecord& record) { return newer.contains(record.id); });
   for (const HubRecord& record : _remote.records) {
     if (!record.deleted) _tree.push_back(record);
+  }
+}
+
+// Of what was lost, was deleted here, and others have given anew all the same: it lives again.
+void HubClient::takeMarksOff() {
+  BaseTable base(_store);
+  const std::vector<HeldVersion> lost = base.lost(_client);
+  if (lost.empty()) return;
+  if (_knownPushes.empty()) readPushes();
+  std::unordered_set<String> givenAnew;
+  for (const HubRecord& record : _remote.records) {
+    const bool isAnew = std::all_of(pelto::kHubOrigins.begin(), pelto::kHubOrigins.end(),
+                                    [&](String HubOrigins::*each) { return isNews(record.origins.*each); });
+    if (isAnew) givenAnew.insert(record.id);
+  }
+  for (const HeldVersion& each : lost) {
+    if (givenAnew.contains(each.record.localId)) base.setLost(_client, each.record.record, false);
   }
 }
 
@@ -370,7 +394,11 @@ void HubClient::setOrigins(pelto::HubPush& push) {
   }
   loomer::setOrigins(push.records, push.id, over);
   for (HubRecord& each : push.records) {
-    if (each.deleted) each.deletedBy = originOfDeletion(each.id, push.id);
+    if (each.deleted) {
+      each.deletedBy = originOfDeletion(each.id, push.id);
+    } else if (_knownDeletions.contains(each.id)) {
+      each.origins = {push.id, push.id, push.id, push.id, push.id};
+    }
   }
 }
 
@@ -396,7 +424,7 @@ void HubClient::keepOrigins(const std::vector<HubRecord>& given) {
   OriginTable table(_store, _client);
   std::unordered_set<String> deleted;
   for (const auto& [id, pushId] : table.readDeletions()) deleted.insert(id);
-  const auto keep = [&](const HubRecord& record, const HubOrigins& origins) {
+  const auto keep = [&](const HubRecord& record, const HubOrigins& origins, bool isGiven) {
     if (record.deleted) {
       table.putDeletion(record.id, record.deletedBy, _session);
       deleted.insert(record.id);
@@ -404,15 +432,15 @@ void HubClient::keepOrigins(const std::vector<HubRecord>& given) {
     }
     table.put(record.id, origins);
     // That the service lost the deletion alone does not bring the record back.
-    const bool isBack = _lostSession == 0 || hasNews(origins);
+    const bool isBack = isGiven || _lostSession == 0 || hasNews(origins);
     if (isBack && deleted.contains(record.id)) table.removeDeletion(record.id);
   };
   for (const std::vector<HubRecord>* const each : {&_remote.records, &_tree}) {
     for (const HubRecord& record : *each) {
-      if (record.deleted || record.revision > 0) keep(record, settledOrigins(record));
+      if (record.deleted || record.revision > 0) keep(record, settledOrigins(record), false);
     }
   }
-  for (const HubRecord& record : given) keep(record, record.origins);
+  for (const HubRecord& record : given) keep(record, record.origins, true);
 }
 
 void HubClient::keepPushes(const String& pushId, const pelto::HubState& seen) {

@@ -83,6 +83,7 @@ class HubClient : public LoomerSessionDriverDataSource {
  private:
   void findEarlierState();
   void readWhatWasLost(LoomerClient& client);
+  void readPushes();
   void tellAges();
   Age ageOf(const String& origin) const;
   bool isNews(const String& origin) const { return ageOf(origin) == Age::news; }
@@ -98,6 +99,7 @@ class HubClient : public LoomerSessionDriverDataSource {
   void forgetFormer();
   void askForPushes();
   void readTree();
+  void takeMarksOff();
   std::vector<pelto::HubRecord> recordsOfBase();
   void noteWhatIsLeft(LoomerClient& client, const char* key, std::size_t count) const;
   void noteWhatIsLost(LoomerClient& client, bool isGiven) const;

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/EarlierBase.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <numeric>
 #include <optional>
@@ -230,13 +231,21 @@ class EarlierBaseMaker {
     return found == _earlier.ages.end() ? Ages() : found->second;
   }
 
+  std::array<Age, 5> listedAges(const ClientRecord& now) const {
+    const Ages ages = agesOf(now);
+    return {ages.name, ages.url, ages.tabGroup, ages.parent, ages.place};
+  }
+
+  bool areAll(Age age, const ClientRecord& now) const {
+    const std::array<Age, 5> ages = listedAges(now);
+    return std::all_of(ages.begin(), ages.end(), [age](Age each) { return each == age; });
+  }
+
   // Whether others may have given the client a record that it is not known to have held, or something of it.
   bool mayBeNew(const ClientRecord& now) const {
-    const Ages ages = agesOf(now);
-    const auto all = {ages.name, ages.url, ages.tabGroup, ages.parent, ages.place};
-    if (std::find(all.begin(), all.end(), Age::news) != all.end()) return true;
-    const bool areAllOld = std::all_of(all.begin(), all.end(), [](Age each) { return each == Age::old; });
-    return !areAllOld && _earlier.changed.contains(now.localId);
+    const std::array<Age, 5> ages = listedAges(now);
+    if (std::find(ages.begin(), ages.end(), Age::news) != ages.end()) return true;
+    return !areAll(Age::old, now) && _earlier.changed.contains(now.localId);
   }
 
   void meet(const ClientRecord& now) {
@@ -246,6 +255,8 @@ class EarlierBaseMaker {
       return;
     }
     const Known& known = _known.at(record->second);
+    const bool isGivenAnew = !known.isHeld && areAll(Age::news, now);
+    if (isGivenAnew) return;
     if (known.newest().entity != now.entity || !_isMet.emplace(record->second).second) return;
     Met met{.base = known.atState ? *known.atState : known.versions.front()->record,
             .now = &now,

@@ -32,9 +32,11 @@ struct EarlierBase {
 /// something from which the truth has moved on: it counts as the base's, and the truth's value stands. What
 /// it calls news is an edit that others made on it since, and stands. Of a value whose age it cannot tell,
 /// that one is old which it holds unchanged since that state or is known to have held since; one that was
-/// changed since and back again cannot be told from it. A record that the client lacks was deleted there if
-/// it had it at that state or reports that it had it since, unless it was held to the end and that deletion
-/// is an old one; else it was lost, is no part of the base, and is given to the client once more.
+/// changed since and back again cannot be told from it. A record that the client did not hold to the end and
+/// all of whose values are news was given to it anew: it is no part of the base, and lives again. A record
+/// that the client lacks was deleted there if it had it at that state or reports that it had it since, unless
+/// it was held to the end and that deletion is an old one; else it was lost, is no part of the base, and is
+/// given to the client once more.
 ///
 /// `stored` is the client's base as it is stored, `held` what it held at that state and since, by record,
 /// oldest first, `pushed` what it holds now. Pure; O(n log n).
