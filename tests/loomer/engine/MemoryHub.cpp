@@ -100,7 +100,7 @@ class MemoryHub::Connection : public pelto::Hub {
 
   void note(const std::string& call) {
     _hub.calls.push_back(call);
-    if (const auto onCall = _hub.onCall) onCall(call);  // a copy, since a call may put another in its place
+    if (const auto watcher = _hub.onCall) watcher(call);  // a copy: it may put another in its own place
   }
 
   MemoryHub& _hub;
@@ -167,7 +167,7 @@ class MemoryHub::ChainConnection : public pelto::Hub {
  private:
   void note(const std::string& call) {
     _hub.calls.push_back(call);
-    if (const auto onCall = _hub.onCall) onCall(call);  // a copy, since a call may put another in its place
+    if (const auto watcher = _hub.onCall) watcher(call);  // a copy: it may put another in its own place
   }
 
   MemoryHub& _hub;
