@@ -1,12 +1,14 @@
 #include "tests/loomer/engine/EngineFixture.h"
 
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
+#include "tests/loomer/engine/QueryPlans.h"
 
 namespace corvane {
 
 void EngineTest::TearDown() {
   if (!_home.isOpen()) reopen();
   EXPECT_EQ(loomer::checkStore(store()), std::vector<std::string>());
+  EXPECT_EQ(takeNestedScans(storePath), std::vector<std::string>());
 }
 
 void EngineTest::settle(std::initializer_list<ScriptedClient*> clients) {

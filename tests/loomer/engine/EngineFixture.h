@@ -14,7 +14,8 @@ namespace corvane {
 /// clients.
 class EngineTest : public testing::Test {
  protected:
-  /// After every test the whole store must be sound, and the truth a forest.
+  /// After every test the whole store must be sound, the truth a forest, and no statement may have looked
+  /// through a table again and again.
   void TearDown() override;
 
   /// Closes the engine and opens it again, as between two runs of the tool.

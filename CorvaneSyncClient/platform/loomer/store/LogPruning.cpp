@@ -96,9 +96,9 @@ void ReleasedContents::drop() {
       "DELETE FROM contents WHERE id = ?2"
       " AND NOT EXISTS (SELECT 1 FROM records WHERE id = ?1 AND content = ?2)"
       " AND NOT EXISTS (SELECT 1 FROM tombstones WHERE id = ?1 AND content = ?2)"
-      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN base b ON b.client = c.id"
+      " AND NOT EXISTS (SELECT 1 FROM clients CROSS JOIN base b ON b.client = clients.id"
       " WHERE b.record = ?1 AND b.content = ?2)"
-      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN former_base f ON f.client = c.id"
+      " AND NOT EXISTS (SELECT 1 FROM clients CROSS JOIN former_base f ON f.client = clients.id"
       " WHERE f.record = ?1 AND f.content = ?2)"
       " AND NOT EXISTS (SELECT 1 FROM changes WHERE before_content = ?2)",
       kPrune);

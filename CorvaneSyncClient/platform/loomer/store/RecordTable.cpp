@@ -298,9 +298,9 @@ void RecordTable::dropOldTombstones() {
   // A client that goes back to an earlier state may hold what was deleted since.
   static const std::string kUnneeded =
       " revision <= ?1"
-      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN base b ON b.client = c.id"
+      " AND NOT EXISTS (SELECT 1 FROM clients CROSS JOIN base b ON b.client = clients.id"
       " WHERE b.record = tombstones.id)"
-      " AND NOT EXISTS (SELECT 1 FROM clients c JOIN former_base f ON f.client = c.id"
+      " AND NOT EXISTS (SELECT 1 FROM clients CROSS JOIN former_base f ON f.client = clients.id"
       " WHERE f.record = tombstones.id)";
   static const std::string kNewest = "SELECT max(revision) FROM tombstones WHERE" + kUnneeded;
   static const std::string kDrop = "DELETE FROM tombstones WHERE" + kUnneeded + " RETURNING id, content";
