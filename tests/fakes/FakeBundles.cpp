@@ -29,6 +29,11 @@ std::string FakeBundle::localizedString(const std::string& key, const std::strin
   return found == texts.end() ? key : found->second;
 }
 
+const StringsTable* FakeBundle::translations(const std::string& table) {
+  const auto found = translatedTables.find(table);
+  return found == translatedTables.end() ? nullptr : &found->second;
+}
+
 int FakeBundles::methodCalls = 0;
 
 FakeBundles::FakeBundles() {

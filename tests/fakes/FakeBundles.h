@@ -19,6 +19,7 @@ class FakeBundle : public Bundle {
   ClassMethod classMethod(const std::string& className, const std::string& method) override;
   std::optional<std::string> resource(const std::string& name, const std::string& type) override;
   std::string localizedString(const std::string& key, const std::string& table) override;
+  const StringsTable* translations(const std::string& table) override;
 
   std::string location;
   bool loadable = true;
@@ -27,6 +28,7 @@ class FakeBundle : public Bundle {
   std::map<std::pair<std::string, std::string>, ClassMethod> methods;        ///< by class and method
   std::map<std::string, std::string> resources;                              ///< path by "NAME.TYPE"
   std::map<std::string, std::map<std::string, std::string>> localizedTexts;  ///< by table and key
+  std::map<std::string, StringsTable> translatedTables;                      ///< by name; none is English
 };
 
 /// The bundles that a test declares. The bundles handed out are copies of the declared ones.

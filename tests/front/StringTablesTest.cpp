@@ -10,6 +10,8 @@
 namespace corvane {
 namespace {
 
+constexpr const char* kOtherLanguages[] = {"de", "es", "fr", "ja"};
+
 Dictionary table(const std::string& language, const std::string& name) {
   LinuxFileSystem files;
   std::string contents;
@@ -36,15 +38,36 @@ TEST_P(StringTables, EnglishIsTheKey) {
   for (const auto& entry : english) EXPECT_EQ(entry.value.string(), entry.key);
 }
 
-TEST_P(StringTables, GermanHasEveryMessageWithItsArguments) {
+TEST_P(StringTables, HaveEveryMessageInEachLanguageWithItsArguments) {
   const Dictionary english = table("en", GetParam());
-  const Dictionary german = table("de", GetParam());
-  EXPECT_EQ(german.size(), english.size());
-  for (const auto& entry : english) {
-    const String text = german.string(entry.key.view());
-    ASSERT_TRUE(text) << entry.key.view();
-    EXPECT_NE(text, entry.key);
-    EXPECT_EQ(conversions(text.view()), conversions(entry.key.view()));
+  for (const char* language : kOtherLanguages) {
+    SCOPED_TRACE(language);
+    const Dictionary translations = table(language, GetParam());
+    EXPECT_EQ(translations.size(), english.size());
+    for (const auto& entry : english) {
+      const String text = translations.string(entry.key.view());
+      ASSERT_TRUE(text) << entry.key.view();
+      EXPECT_NE(text, entry.key);
+      EXPECT_EQ(conversions(text.view()), conversions(entry.key.view()));
+    }
+  }
+}
+
+// tests/check_messages.py looks whether the right texts stand there; this, whether the programs find them.
+TEST(MessagesTables, HoldTheSameTextsToTheirReaderInEachLanguage) {
+  const Dictionary english = table("en", "Messages");
+  EXPECT_GT(english.size(), 0u);
+  for (const char* language : kOtherLanguages) {
+    SCOPED_TRACE(language);
+    const Dictionary translations = table(language, "Messages");
+    EXPECT_EQ(translations.size(), english.size());
+    for (const auto& entry : english) {
+      const bool isCounted = entry.value.as<Dictionary>() != nullptr;
+      const Dictionary* const forms = translations.dictionary(entry.key.view());
+      const String text = forms ? forms->string("other") : translations.string(entry.key.view());
+      EXPECT_EQ(forms != nullptr, isCounted) << entry.key.view();
+      EXPECT_TRUE(text) << entry.key.view();
+    }
   }
 }
 

@@ -49,6 +49,16 @@ TEST_F(Bundles, AreFewerOutsideAnInstallation) {
   EXPECT_FALSE(otherName.bundleWithIdentifier("com.keldra.Corvane"));
 }
 
+TEST_F(Bundles, BelongToTheProgramsBesideThemToo) {
+  platform.makeDirectories(root + "/usr/lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app");
+  LinuxBundleLoader installed(platform.files, root + "/usr/bin/loomerctl", {"en"});
+  EXPECT_EQ(installed.ownBundle().path(),
+            root + "/usr/lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app");
+  EXPECT_FALSE(installed.bundleWithIdentifier("com.keldra.Corvane")) << "only the tool lies in the browser";
+  LinuxBundleLoader alone(platform.files, root + "/opt/bin/loomerctl", {"en"});
+  EXPECT_EQ(alone.ownBundle().path(), root + "/opt/bin");
+}
+
 TEST_F(Bundles, SystemPathsAreLookedForInTheInstallationToo) {
   const std::string path = "/System/Library/PrivateFrameworks/CorvaneTestNuvolo/Nuvolo.framework";
   const std::unique_ptr<Bundle> bundle = loader.bundleWithPath(path);
@@ -136,6 +146,30 @@ TEST_F(Bundles, LocalizedStringsAreOfTheFirstLanguageThatHasThem) {
   EXPECT_EQ(own.localizedString("Hello", "Other"), "Anders");
   EXPECT_EQ(own.localizedString("Hello", "Broken"), "Hello");
   EXPECT_EQ(own.localizedString("Nobody has this", kDefaultStringsTable), "Nobody has this");
+}
+
+TEST_F(Bundles, TranslationsAreTheBestLanguagesTableAndNoneForEnglish) {
+  const std::string resources = tool + "/Contents/Resources";
+  write(resources + "/de.lproj/Messages.strings",
+        "\"Hello\" = \"Hallo\"; \"%1 cats\" = { other = \"%1 Katzen\"; };\n");
+  write(resources + "/en.lproj/Messages.strings", "\"Hello\" = \"Hello\";\n");
+  const StringsTable* german = loader.ownBundle().translations("Messages");
+  ASSERT_TRUE(german);
+  EXPECT_EQ(german->language, "de");
+  EXPECT_EQ(german->texts.string("Hello"), "Hallo");
+  ASSERT_TRUE(german->texts.dictionary("%1 cats"));
+  EXPECT_EQ(german->texts.dictionary("%1 cats")->string("other"), "%1 Katzen");
+  EXPECT_EQ(loader.ownBundle().translations("Other"), nullptr);
+  for (const char* locale : {"en_GB.UTF-8", "C"}) {
+    LinuxBundleLoader english(platform.files, tool + "/Contents/Linux/corvanetool",
+                              preferredLanguages(locale));
+    const std::size_t calls = platform.files.calls.size();
+    EXPECT_EQ(english.ownBundle().translations("Messages"), nullptr) << locale;
+    EXPECT_EQ(platform.files.calls.size(), calls) << locale;
+  }
+  LinuxBundleLoader untranslated(platform.files, tool + "/Contents/Linux/corvanetool",
+                                 preferredLanguages("pt_BR"));
+  EXPECT_EQ(untranslated.ownBundle().translations("Messages"), nullptr);
 }
 
 TEST(Languages, AreThoseThatALocaleNames) {

@@ -29,7 +29,7 @@ void Table::finish() {
 void Table::writeHeld() {
   _started = true;
   std::vector<std::string> headings;
-  for (const Column& column : _columns) headings.emplace_back(column.heading);
+  for (const Column& column : _columns) headings.push_back(column.heading);
   writeRow(headings, Style::heading);
   for (const auto& row : _held) writeRow(row, Style::plain);
   _held.clear();

@@ -13,7 +13,7 @@ class Table {
  public:
   /// How a column looks.
   struct Column {
-    const char* heading;
+    std::string heading;
     bool right = false;  ///< aligned to the right, as numbers are
   };
 

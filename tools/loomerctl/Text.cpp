@@ -3,7 +3,6 @@
 #include <utf8proc.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
@@ -28,6 +27,34 @@ char32_t shown(char32_t codePoint) {
   const bool separatesLines = codePoint == 0x2028 || codePoint == 0x2029;
   if (control || separatesLines || isSurrogate(codePoint) || turnsDirection(codePoint)) return kReplacement;
   return codePoint;
+}
+
+// What stands on no line's beginning, and on no line's end, in text that is written without spaces (JIS X
+// 4051).
+constexpr std::u32string_view kNotFirst =
+    U"、。，．・：；？！゛゜ー々…〜」』）】〕〉》］｝ぁぃぅぇぉっゃゅょゎァィゥェォッャュョヮ,.:;?!)]}%\"'`";
+constexpr std::u32string_view kNotLast = U"「『（【〔〈《［｛([{\"'`";
+
+bool mayBreakBetween(char32_t before, char32_t after) {
+  const int widthBefore = utf8proc_charwidth(static_cast<utf8proc_int32_t>(before));
+  const int widthAfter = utf8proc_charwidth(static_cast<utf8proc_int32_t>(after));
+  // What has no width belongs to what stands in front of it.
+  if (widthBefore < 1 || widthAfter < 1 || (widthBefore < 2 && widthAfter < 2)) return false;
+  return kNotFirst.find(after) == std::u32string_view::npos &&
+         kNotLast.find(before) == std::u32string_view::npos;
+}
+
+// Where the first piece of the text ends that stays on one line: a word, or less where letters are wide.
+std::size_t endOfPiece(std::string_view text) {
+  char32_t before = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const Utf8Step step = decodeUtf8(text, at);
+    const char32_t codePoint = step ? step.codePoint : kReplacement;
+    if (codePoint == ' ' || (at > 0 && mayBreakBetween(before, codePoint))) return at;
+    before = codePoint;
+    at += step ? step.length : 1;
+  }
+  return text.size();
 }
 
 }  // namespace
@@ -67,20 +94,14 @@ std::size_t displayWidth(std::string_view text) {
 }
 
 std::string sizeText(std::uint64_t bytes) {
-  if (bytes < 1000) return countText(bytes, "byte", "bytes");
-  static constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};
+  if (bytes < 1000) return counted(bytes, "%1 byte", "%1 bytes");
   double size = static_cast<double>(bytes) / 1000;
-  std::size_t unit = 0;
-  for (; size >= 999.95 && unit + 1 < std::size(kUnits); ++unit) size /= 1000;
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f %s", size, kUnits[unit]);
-  return text;
-}
-
-std::string grouped(std::size_t number) {
-  std::string text = std::to_string(number);
-  for (std::size_t at = text.size(); at > 3;) text.insert(at -= 3, 1, ',');
-  return text;
+  int power = 1;
+  for (; size >= 999.95 && power < 4; ++power) size /= 1000;
+  const std::string number = withOneDecimal(size);
+  if (power == 1) return tr("%1 kB", number);
+  if (power == 2) return tr("%1 MB", number);
+  return power == 3 ? tr("%1 GB", number) : tr("%1 TB", number);
 }
 
 std::string countText(std::size_t count, const char* singular, const char* plural) {
@@ -91,13 +112,16 @@ std::string wrapped(std::string_view text) {
   constexpr std::size_t kColumns = 80;
   std::string lines;
   std::size_t column = 0;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::string_view word = text.substr(at, text.find(' ', at) - at);
-    at += word.size() + 1;
-    const bool fits = column == 0 || column + 1 + displayWidth(word) <= kColumns;
-    if (column > 0) lines += fits ? ' ' : '\n';
-    column = (fits && column > 0 ? column + 1 : 0) + displayWidth(word);
-    lines += word;
+  while (!text.empty()) {
+    const bool spaced = text.front() == ' ';
+    if (spaced) text.remove_prefix(1);
+    const std::string_view piece = text.substr(0, endOfPiece(text));
+    text.remove_prefix(piece.size());
+    const std::size_t gap = spaced && column > 0 ? 1 : 0;
+    const bool fits = column == 0 || column + gap + displayWidth(piece) <= kColumns;
+    lines += fits ? std::string(gap, ' ') : "\n";
+    column = (fits ? column + gap : 0) + displayWidth(piece);
+    lines += piece;
   }
   return lines + '\n';
 }

@@ -7,6 +7,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomerctl {
 
@@ -27,10 +28,8 @@ std::string sizeText(std::uint64_t bytes);
 /// "1 bookmark", "1,234 bookmarks".
 std::string countText(std::size_t count, const char* singular, const char* plural);
 
-/// "1,234,567".
-std::string grouped(std::size_t number);
-
-/// The words of `text` in lines of at most 80 columns, each with a line end.
+/// The words of `text` in lines of at most 80 columns, each with a line end. Between wide letters, such as
+/// Japanese ones, lines end also without a space.
 std::string wrapped(std::string_view text);
 
 /// In the local zone: "2026-11-21 11:49:00 +0100".

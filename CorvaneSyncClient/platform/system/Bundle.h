@@ -4,7 +4,15 @@
 #include <optional>
 #include <string>
 
+#include "CorvaneSyncClient/platform/foundation/values/Value.h"
+
 namespace corvane {
+
+/// A table of texts in one language.
+struct StringsTable {
+  std::string language;  ///< "de", or "de_AT"
+  Dictionary texts;      ///< by English text; a text, or a dictionary of its plural forms
+};
 
 /// A directory with code and resources. The bundle "…/NAME.EXTENSION" holds its shared library, if any, at
 /// "Contents/Linux/libNAME.so" or, as frameworks do, at "libNAME.so", and its resources in
@@ -29,6 +37,9 @@ class Bundle {
   /// The user's language's text for `key` in "Resources/LANG.lproj/TABLE.strings", else the English one's;
   /// `key` itself without either.
   virtual std::string localizedString(const std::string& key, const std::string& table) = 0;
+  /// The same table as a whole, in the best of the user's languages that has it. Null where that is English,
+  /// whose texts are the keys: nothing is read then.
+  virtual const StringsTable* translations(const std::string& table) = 0;
 };
 
 /// The table that is meant when none is named.

@@ -129,6 +129,30 @@ std::optional<std::string> DlopenBundle::resource(const std::string& name, const
   return std::nullopt;
 }
 
+std::optional<StringsTable> DlopenBundle::readTable(const std::string& language, const std::string& table) {
+  for (const std::string& directory : resourceDirectories()) {
+    const std::string path = joinedPath(directory, language + ".lproj/" + table + ".strings");
+    if (std::optional<Dictionary> texts = readStrings(_files, path)) {
+      return StringsTable{language, std::move(*texts)};
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<StringsTable> DlopenBundle::readTranslations(const std::string& table) {
+  for (const std::string& language : _languages) {
+    if (language.substr(0, language.find_first_of("_-")) == "en") break;
+    if (std::optional<StringsTable> found = readTable(language, table)) return found;
+  }
+  return std::nullopt;
+}
+
+const StringsTable* DlopenBundle::translations(const std::string& table) {
+  const auto [place, isNew] = _translations.try_emplace(table);
+  if (isNew) place->second = readTranslations(table);
+  return place->second ? &*place->second : nullptr;
+}
+
 const std::vector<Dictionary>& DlopenBundle::stringsTables(const std::string& table) {
   const auto [place, isNew] = _stringsTables.try_emplace(table);
   if (!isNew) return place->second;

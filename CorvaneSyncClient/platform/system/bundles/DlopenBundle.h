@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,10 +26,13 @@ class DlopenBundle : public Bundle {
   ClassMethod classMethod(const std::string& className, const std::string& method) override;
   std::optional<std::string> resource(const std::string& name, const std::string& type) override;
   std::string localizedString(const std::string& key, const std::string& table) override;
+  const StringsTable* translations(const std::string& table) override;
 
  private:
   std::vector<std::string> libraryPaths() const;
   std::vector<std::string> resourceDirectories() const;
+  std::optional<StringsTable> readTable(const std::string& language, const std::string& table);
+  std::optional<StringsTable> readTranslations(const std::string& table);
   const std::vector<Dictionary>& stringsTables(const std::string& table);
 
   FileSystem& _files;
@@ -37,6 +41,7 @@ class DlopenBundle : public Bundle {
   void* _library = nullptr;
   std::map<std::string, std::vector<Dictionary>>
       _stringsTables;  // by table name; one dictionary a language that has it
+  std::map<std::string, std::optional<StringsTable>> _translations;  // by table name, once looked for
 };
 
 }  // namespace corvane

@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::string_view kBrowserIdentifier = "com.keldra.Corvane";
 constexpr std::string_view kToolInBrowser = "/Contents/CorvaneSyncClient.app/Contents/Linux/";
+constexpr std::string_view kToolBesideBin = "lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app";
 constexpr std::string_view kSystemLibrary = "/System/Library/";
 
 std::string parentOf(const std::string& path) { return std::filesystem::path(path).parent_path().string(); }
@@ -26,10 +27,19 @@ std::string browserAround(const std::string& executable) {
   return browser.ends_with("/Corvane.app") ? browser : "";
 }
 
-// The tool's bundle: two levels above the executable in an installation, its directory elsewhere.
-std::string ownBundlePath(const std::string& executable, const std::string& browser) {
+bool isDirectory(FileSystem& files, const std::string& path) {
+  const std::optional<FileAttributes> attributes = files.attributesIfKnown(path);
+  return attributes && attributes->kind == FileKind::directory;
+}
+
+// The tool's bundle: two levels above the executable inside Corvane.app, and the same bundle for the programs
+// in the "bin" of an installation; the executable's directory elsewhere.
+std::string ownBundlePath(FileSystem& files, const std::string& executable, const std::string& browser) {
   const std::string directory = parentOf(executable);
-  return browser.empty() ? directory : parentOf(parentOf(directory));
+  if (!browser.empty()) return parentOf(parentOf(directory));
+  if (!directory.ends_with("/bin")) return directory;
+  const std::string installed = joinedPath(parentOf(directory), std::string(kToolBesideBin));
+  return isDirectory(files, installed) ? installed : directory;
 }
 
 bool isLanguageName(std::string_view name) {
@@ -72,19 +82,14 @@ LinuxBundleLoader::LinuxBundleLoader(FileSystem& files, const std::string& execu
       _languages(std::move(languages)),
       _browser(browserAround(executable)),
       _installation(parentOf(_browser)),
-      _own(files, ownBundlePath(executable, _browser), _languages) {}
-
-bool LinuxBundleLoader::isDirectory(const std::string& path) {
-  const std::optional<FileAttributes> attributes = _files.attributesIfKnown(path);
-  return attributes && attributes->kind == FileKind::directory;
-}
+      _own(files, ownBundlePath(files, executable, _browser), _languages) {}
 
 std::unique_ptr<Bundle> LinuxBundleLoader::bundleWithPath(const std::string& path) {
   std::vector<std::string> places{path};
   if (path.starts_with(kSystemLibrary) && !_installation.empty())
     places.push_back(joinedPath(_installation, path));
   for (const std::string& place : places) {
-    if (isDirectory(place)) return std::make_unique<DlopenBundle>(_files, place, _languages);
+    if (isDirectory(_files, place)) return std::make_unique<DlopenBundle>(_files, place, _languages);
   }
   return nullptr;
 }

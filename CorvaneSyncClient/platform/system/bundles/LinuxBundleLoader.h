@@ -15,7 +15,8 @@ class LinuxBundleLoader : public BundleLoader {
   /// `executable` is the tool's path without symbolic links. `files` must outlive this object and its
   /// bundles. When the executable does not lie in
   /// ".../Corvane.app/Contents/CorvaneSyncClient.app/Contents/Linux", there is no browser bundle and no
-  /// installation, and the tool's own bundle is the executable's directory.
+  /// installation. The own bundle is then the one that is installed beside the executable's "bin", else the
+  /// executable's directory.
   LinuxBundleLoader(FileSystem& files, const std::string& executable, std::vector<std::string> languages);
 
   std::unique_ptr<Bundle> bundleWithPath(const std::string& path) override;
@@ -23,8 +24,6 @@ class LinuxBundleLoader : public BundleLoader {
   Bundle& ownBundle() override { return _own; }
 
  private:
-  bool isDirectory(const std::string& path);
-
   FileSystem& _files;
   std::vector<std::string> _languages;
   std::string _browser;       // the path of Corvane.app, or empty

@@ -1,0 +1,93 @@
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr const char* kTable = "Messages";
+
+// How a language counts, after Unicode's CLDR. The form "many", which Spanish and French have for whole
+// millions, is left out: in figures most people write "1 000 000 signets".
+struct Habits {
+  std::string_view language;
+  const char* thousands;      // between groups of three digits
+  const char* decimal;        // in front of tenths
+  std::uint64_t groupedFrom;  // smaller numbers stand without groups
+  const char* none;           // the plural form for 0
+  const char* one;            // for 1
+};
+
+constexpr const char* kOne = "one";
+constexpr const char* kOther = "other";
+
+constexpr Habits kHabits[] = {
+    {"en", ",", ".", 1'000, kOther, kOne},   {"de", ".", ",", 1'000, kOther, kOne},
+    {"es", ".", ",", 10'000, kOther, kOne},  {"fr", "\u202F", ",", 1'000, kOne, kOne},
+    {"ja", ",", ".", 1'000, kOther, kOther},
+};
+
+const StringsTable* messagesTable() { return Platform::current().bundles.ownBundle().translations(kTable); }
+
+const Habits& habitsOf(const StringsTable* table) {
+  const std::string_view whole = table ? std::string_view(table->language) : kHabits[0].language;
+  const std::string_view language = whole.substr(0, whole.find_first_of("_-"));
+  for (const Habits& each : kHabits) {
+    if (each.language == language) return each;
+  }
+  return kHabits[0];
+}
+
+const char* formFor(std::uint64_t count, const Habits& habits) {
+  if (count == 0) return habits.none;
+  return count == 1 ? habits.one : kOther;
+}
+
+std::string filled(std::string_view text, const std::vector<std::string>& values) {
+  std::string result;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const std::size_t number = placeholderAt(text, at);
+    if (number == 0 || number > values.size()) {
+      result += text[at];
+      continue;
+    }
+    result += values[number - 1];
+    ++at;
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string grouped(std::uint64_t number) {
+  const Habits& habits = habitsOf(messagesTable());
+  std::string digits = std::to_string(number);
+  if (number < habits.groupedFrom) return digits;
+  for (std::size_t at = digits.size(); at > 3;) digits.insert(at -= 3, habits.thousands);
+  return digits;
+}
+
+std::string withOneDecimal(double number) {
+  const auto tenths = static_cast<std::uint64_t>(std::llround(number * 10));
+  return grouped(tenths / 10) + habitsOf(messagesTable()).decimal + std::to_string(tenths % 10);
+}
+
+std::string translated(const char* english, const std::vector<std::string>& values) {
+  const StringsTable* const table = messagesTable();
+  const String text = table ? table->texts.string(english) : String();
+  return filled(text ? text.view() : english, values);
+}
+
+std::string translatedCount(std::uint64_t count, const char* one, const char* other,
+                            const std::vector<std::string>& values) {
+  const StringsTable* const table = messagesTable();
+  const Dictionary* const forms = table ? table->texts.dictionary(other) : nullptr;
+  const String text = forms ? forms->string(formFor(count, habitsOf(table))) : String();
+  return filled(text ? text.view() : count == 1 ? one : other, values);
+}
+
+}  // namespace corvane
