@@ -6,6 +6,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
@@ -31,106 +32,115 @@ struct Command {
   const char*
       argument;  // what it must be given, or may be given where it stands in brackets; empty for nothing
   unsigned options;
-  const char* summary;
-  const char* help;  // what the summary leaves open
+  TextKey summary;
+  TextKey help;  // what the summary leaves open
   Status (*run)(Invocation&);
 };
 
 constexpr Command kCommands[] = {
-    {"status", "", json, "what the store holds and what is waiting",
-     "Shows the store's size, how many bookmarks, folders and clients it holds, the last session, and "
-     "what waits for the clients: pending restores and resets, and refused plans.",
+    {"status", "", json, TextKey("what the store holds and what is waiting"),
+     TextKey("Shows the store's size, how many bookmarks, folders and clients it holds, the last session, "
+             "and what waits for the clients: pending restores and resets, and refused plans."),
      showStatus},
-    {"clients", "", json, "the registered clients",
-     "One line for each client: what it holds, when it synced last, and what its next session waits for.",
+    {"clients", "", json, TextKey("the registered clients"),
+     TextKey("One line for each client: what it holds, when it synced last, and what its next session waits "
+             "for."),
      showClients},
-    {"tree", "", json | record, "the agreed bookmarks",
-     "Shows folders before their contents, everything in its order, each with its number. With --record, "
-     "one folder alone. As JSON, a flat list in the same order with depth and parent.",
+    {"tree", "", json | record, TextKey("the agreed bookmarks"),
+     TextKey("Shows folders before their contents, everything in its order, each with its number. With "
+             "--record, one folder alone. As JSON, a flat list in the same order with depth and parent."),
      showTree},
-    {"sessions", "", json | limit, "the sessions with changes, newest first",
-     "Quiet sessions are counted with their clients and not listed.", showSessions},
-    {"changes", "", json | session | record | limit, "what the sessions changed, newest first",
-     "Shows each attribute before and after, and the values that lost a conflict. --limit counts records.",
+    {"sessions", "", json | limit, TextKey("the sessions with changes, newest first"),
+     TextKey("Quiet sessions are counted with their clients and not listed."), showSessions},
+    {"changes", "", json | session | record | limit, TextKey("what the sessions changed, newest first"),
+     TextKey("Shows each attribute before and after, and the values that lost a conflict. --limit counts "
+             "records."),
      showChanges},
-    {"show", "RECORD", json, "one record: its place, holders and history",
-     "RECORD is a number from `tree` or `changes`. Deleted records are shown while they are remembered.",
+    {"show", "RECORD", json, TextKey("one record: its place, holders and history"),
+     TextKey(
+         "RECORD is a number from `tree` or `changes`. Deleted records are shown while they are remembered."),
      showRecord},
-    {"check", "", json, "checks the whole store",
-     "Checks that the bookmarks form one tree, that the clients' bases and the logs fit it, and SQLite's "
-     "own integrity. Says what to do about each finding. Changes nothing. Exits 3 when it finds "
-     "something.",
+    {"check", "", json, TextKey("checks the whole store"),
+     TextKey("Checks that the bookmarks form one tree, that the clients' bases and the logs fit it, and "
+             "SQLite's own integrity. Says what to do about each finding. Changes nothing. Exits 3 when it "
+             "finds something."),
      checkStore},
-    {"plan", "CLIENT", json, "what a client's next session would deliver",
-     "The changes that the client gets if it has none of its own. If its last session was refused because "
-     "it would have deleted too much, what that session would have deleted. Changes nothing.",
+    {"plan", "CLIENT", json, TextKey("what a client's next session would deliver"),
+     TextKey(
+         "The changes that the client gets if it has none of its own. If its last session was refused "
+         "because it would have deleted too much, what that session would have deleted. Changes nothing."),
      showPlan},
-    {"approve", "CLIENT", 0, "lets a client's refused plan pass once",
-     "For a session that was refused because the client lacks most of the bookmarks, when they are meant "
-     "to go. Holds for exactly the plan that `plan CLIENT` shows, and only once.",
+    {"approve", "CLIENT", 0, TextKey("lets a client's refused plan pass once"),
+     TextKey("For a session that was refused because the client lacks most of the bookmarks, when they are "
+             "meant to go. Holds for exactly the plan that `plan CLIENT` shows, and only once."),
      approvePlan},
-    {"undo", "SESSION", force, "undoes what a session changed or deleted",
-     "SESSION is a number from `sessions`. The outcome travels to every client at its next session, and "
-     "can itself be undone. What a later session changed again stays, unless --force is given.",
+    {"undo", "SESSION", force, TextKey("undoes what a session changed or deleted"),
+     TextKey("SESSION is a number from `sessions`. The outcome travels to every client at its next session, "
+             "and can itself be undone. What a later session changed again stays, unless --force is given."),
      undoSession},
-    {"restore", "CLIENT", 0, "lets a client have back what it lacks",
-     "At the client's next session. Nothing is deleted because the client lacks it; what it added or "
-     "changed arrives as usual, and what else its file holds stays as it is. For a session that was "
-     "refused because the client lacks most of the bookmarks, when they are not meant to go.",
+    {"restore", "CLIENT", 0, TextKey("lets a client have back what it lacks"),
+     TextKey("At the client's next session. Nothing is deleted because the client lacks it; what it added or "
+             "changed arrives as usual, and what else its file holds stays as it is. For a session that was "
+             "refused because the client lacks most of the bookmarks, when they are not meant to go."),
      restoreClient},
-    {"reset", "CLIENT", 0, "gives a client everything anew",
-     "At its next session the client deletes everything and is given the agreed bookmarks. What it "
-     "changed since its last session is lost, and so is whatever its file holds that is not synced: "
-     "entries hidden from sync, and what other programs stored with an entry. `restore` keeps all that.",
+    {"reset", "CLIENT", 0, TextKey("gives a client everything anew"),
+     TextKey(
+         "At its next session the client deletes everything and is given the agreed bookmarks. What it "
+         "changed since its last session is lost, and so is whatever its file holds that is not synced: "
+         "entries hidden from sync, and what other programs stored with an entry. `restore` keeps all that."),
      resetClient},
-    {"export", "FILE", 0, "writes a bookmarks file that browsers read",
-     "An HTML file with everything in its order, replacing FILE. \"-\" is standard output.", exportFile},
-    {"import", "FILE", 0, "adds what a browser's bookmarks file holds",
-     "Adds the folders and bookmarks of an exported HTML file that are not there already (same folder, "
-     "title and address); they travel to every client. Tags, keywords, descriptions and separators are "
-     "left out. Makes a store if there is none. \"-\" is standard input. `undo` takes an import back.",
+    {"export", "FILE", 0, TextKey("writes a bookmarks file that browsers read"),
+     TextKey("An HTML file with everything in its order, replacing FILE. \"-\" is standard output."),
+     exportFile},
+    {"import", "FILE", 0, TextKey("adds what a browser's bookmarks file holds"),
+     TextKey(
+         "Adds the folders and bookmarks of an exported HTML file that are not there already (same folder, "
+         "title and address); they travel to every client. Tags, keywords, descriptions and separators are "
+         "left out. Makes a store if there is none. \"-\" is standard input. `undo` takes an import back."),
      importFile},
-    {"account set", "PLACE", 0, "shares the bookmarks through a place",
-     "PLACE is a directory, such as a mounted share; a WebDAV folder (https://USER@HOST/FOLDER); a bucket "
-     "(s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST); a corvane-hub (hub://HOST). Passwords "
-     "and keys are asked for. What is kept there is sealed with a key that is made now and that only this "
-     "computer has: `account invite` lets others join. Tries the place before it sets anything. \"-\" reads "
-     "the address from standard input, and whatever else is asked for from the lines after it.",
+    {"account set", "PLACE", 0, TextKey("shares the bookmarks through a place"),
+     TextKey("PLACE is a directory, such as a mounted share; a WebDAV folder (https://USER@HOST/FOLDER); a "
+             "bucket (s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST); a corvane-hub "
+             "(hub://HOST). Passwords and keys are asked for. What is kept there is sealed with a key that "
+             "is made now and that only this computer has: `account invite` lets others join. Tries the "
+             "place before it sets anything. \"-\" reads the address from standard input, and whatever else "
+             "is asked for from the lines after it."),
      setAccount},
-    {"account invite", "", words | qr, "prints what lets another computer join",
-     "One line that `account join` reads on the other computer. Whoever sees it can read and change the "
-     "bookmarks. It does not lose its power until `account new-key` or `account remove-computer` changes "
-     "the key.",
+    {"account invite", "", words | qr, TextKey("prints what lets another computer join"),
+     TextKey("One line that `account join` reads on the other computer. Whoever sees it can read and change "
+             "the bookmarks. It does not lose its power until `account new-key` or `account remove-computer` "
+             "changes the key."),
      inviteComputer},
-    {"account join", "[PLACE]", 0, "joins the account of another computer",
-     "Asks for the invitation, in either form, or reads it from standard input; with PLACE, for the "
-     "account's passphrase instead. At a hub, this computer's own token is asked for too.",
+    {"account join", "[PLACE]", 0, TextKey("joins the account of another computer"),
+     TextKey("Asks for the invitation, in either form, or reads it from standard input; with PLACE, for the "
+             "account's passphrase instead. At a hub, this computer's own token is asked for too."),
      joinAccount},
-    {"account passphrase", "", remove, "sets a passphrase that lets computers join",
-     "Keeps the account's key at the place, sealed under a passphrase of at least 12 characters. Whoever "
-     "can read the place may guess at it for as long as he likes. Replaces an earlier passphrase; "
-     "--remove sets none.",
+    {"account passphrase", "", remove, TextKey("sets a passphrase that lets computers join"),
+     TextKey("Keeps the account's key at the place, sealed under a passphrase of at least 12 characters. "
+             "Whoever can read the place may guess at it for as long as he likes. Replaces an earlier "
+             "passphrase; --remove sets none."),
      setPassphrase},
-    {"account show", "", json, "the account, and whether the service answers",
-     "Shows no password. Says when the service answered last, and whether bookmarks are synced with it.",
+    {"account show", "", json, TextKey("the account, and whether the service answers"),
+     TextKey(
+         "Shows no password. Says when the service answered last, and whether bookmarks are synced with it."),
      showAccount},
-    {"account test", "", 0, "asks the service and says what is wrong",
-     "Exits 0 if the service answers and can be used, 1 if not.", testAccount},
-    {"account computers", "", json, "the computers of the account",
-     "Each with its name, its identifier and when it was last seen, to the week.", showComputers},
-    {"account remove-computer", "COMPUTER", 0, "takes a computer out of the account",
-     "COMPUTER is a name or an identifier from `account computers`. Makes a new key, which the other "
-     "computers get when they sync next; that one does not, and neither does anyone with an earlier "
-     "invitation. What it has got it keeps.",
+    {"account test", "", 0, TextKey("asks the service and says what is wrong"),
+     TextKey("Exits 0 if the service answers and can be used, 1 if not."), testAccount},
+    {"account computers", "", json, TextKey("the computers of the account"),
+     TextKey("Each with its name, its identifier and when it was last seen, to the week."), showComputers},
+    {"account remove-computer", "COMPUTER", 0, TextKey("takes a computer out of the account"),
+     TextKey("COMPUTER is a name or an identifier from `account computers`. Makes a new key, which the other "
+             "computers get when they sync next; that one does not, and neither does anyone with an earlier "
+             "invitation. What it has got it keeps."),
      removeComputer},
-    {"account new-key", "", 0, "changes the account's key",
-     "For when an invitation or the passphrase may have become known. The other computers get the key "
-     "when they sync next; earlier invitations and the passphrase let nobody in any more. What was at the "
-     "place until now can still be read with the earlier key.",
+    {"account new-key", "", 0, TextKey("changes the account's key"),
+     TextKey("For when an invitation or the passphrase may have become known. The other computers get the "
+             "key when they sync next; earlier invitations and the passphrase let nobody in any more. What "
+             "was at the place until now can still be read with the earlier key."),
      changeKey},
-    {"account remove", "", 0, "forgets the account on this computer",
-     "What the engine recorded about the exchange with the service goes too. The bookmarks stay, here and "
-     "at the service.",
+    {"account remove", "", 0, TextKey("forgets the account on this computer"),
+     TextKey("What the engine recorded about the exchange with the service goes too. The bookmarks stay, "
+             "here and at the service."),
      removeAccount},
 };
 
@@ -138,23 +148,24 @@ struct OptionForm {
   Option option;
   const char* name;
   const char* value;  // null for a switch
-  const char* summary;
+  TextKey summary;
 };
 
 constexpr OptionForm kOptions[] = {
-    {json, "--json", nullptr, "writes JSON, for programs"},
-    {session, "--session", "N", "only that session"},
-    {record, "--record", "R", "only that record"},
-    {limit, "--limit", "N", "at most this many"},
-    {force, "--force", nullptr, "also what was changed again since"},
-    {words, "--words", nullptr, "as words, for reading out and typing"},
-    {qr, "--qr", nullptr, "as a QR code, for a camera"},
-    {remove, "--remove", nullptr, "removes the passphrase"},
+    {json, "--json", nullptr, TextKey("writes JSON, for programs")},
+    {session, "--session", "N", TextKey("only that session")},
+    {record, "--record", "R", TextKey("only that record")},
+    {limit, "--limit", "N", TextKey("at most this many")},
+    {force, "--force", nullptr, TextKey("also what was changed again since")},
+    {words, "--words", nullptr, TextKey("as words, for reading out and typing")},
+    {qr, "--qr", nullptr, TextKey("as a QR code, for a camera")},
+    {remove, "--remove", nullptr, TextKey("removes the passphrase")},
 };
 
-constexpr const char* kStatuses =
-    "Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.";
+constexpr TextKey kStatuses =
+    TextKey("Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.");
 
+// A sentence.
 class UsageError : public PlatformException {
  public:
   explicit UsageError(std::string reason) : PlatformException("LoomerctlUsageError", std::move(reason)) {}
@@ -180,7 +191,7 @@ const Command* commandOf(const std::vector<std::string>& arguments) {
 
 // The argument as a message shows it: an address may hold a password.
 std::string shown(const std::string& argument) {
-  return argument.find("://") == std::string::npos ? '"' + printable(argument) + '"' : "the address";
+  return argument.find("://") == std::string::npos ? '"' + printable(argument) + '"' : tr("the address");
 }
 
 // Says why the arguments name no command.
@@ -191,8 +202,8 @@ std::string unknownCommand(const std::string& name) {
     if (!whole.starts_with(name + ' ')) continue;
     known += (known.empty() ? "" : ", ") + std::string(whole.substr(name.size() + 1));
   }
-  if (known.empty()) return "there is no command " + shown(name);
-  return name + " wants one of these after it: " + known;
+  if (known.empty()) return tr("there is no command %1.", shown(name));
+  return tr("%1 wants one of these after it: %2.", name, known);
 }
 
 std::string usageOf(const Command& command) {
@@ -206,43 +217,46 @@ std::string usageOf(const Command& command) {
 }
 
 void writeOptions(Output& out, unsigned options) {
-  Table table(out, {{"Options"}, {""}});
+  Table table(out, {{tr("Options")}, {""}});
   for (const OptionForm& each : kOptions) {
     if (!(options & each.option)) continue;
-    table.add(
-        {std::string("  ") + each.name + (each.value ? std::string(" ") + each.value : ""), each.summary});
+    table.add({std::string("  ") + each.name + (each.value ? std::string(" ") + each.value : ""),
+               tr(each.summary)});
   }
-  table.add({"  --help", "this text"});
+  table.add({"  --help", tr("this text")});
   table.finish();
 }
 
 void writeHelp(Output& out) {
-  out.write(wrapped("Shows and repairs what the sync engine agreed on with the clients of your bookmarks.") +
-            "\nusage: loomerctl COMMAND [OPTION]... [ARGUMENT]\n       loomerctl --version\n\n");
-  Table table(out, {{"Commands"}, {""}});
+  const std::string secondLine(displayWidth(tr("usage: %1", "")), ' ');
+  out.write(
+      wrapped(tr("Shows and repairs what the sync engine agreed on with the clients of your bookmarks.")));
+  out.write('\n' + tr("usage: %1", "loomerctl COMMAND [OPTION]... [ARGUMENT]") + '\n');
+  out.write(secondLine + "loomerctl --version\n\n");
+  Table table(out, {{tr("Commands")}, {""}});
   for (const Command& each : kCommands) {
     const std::string argument = *each.argument ? std::string(" ") + each.argument : "";
-    table.add({std::string("  ") + each.name + argument, each.summary});
+    table.add({std::string("  ") + each.name + argument, tr(each.summary)});
   }
   table.finish();
-  out.write(
-      '\n' +
-      wrapped("`loomerctl COMMAND --help` says more about a command; loomerctl(1) describes everything."));
-  out.write(wrapped(kStatuses));
+  out.write('\n' +
+            wrapped(tr(
+                "`loomerctl COMMAND --help` says more about a command; loomerctl(1) describes everything.")));
+  out.write(wrapped(tr(kStatuses)));
 }
 
 void writeHelp(const Command& command, Output& out) {
-  out.write("usage: " + usageOf(command) + "\n\n" + wrapped(command.help) + '\n');
+  out.write(tr("usage: %1", usageOf(command)) + "\n\n" + wrapped(tr(command.help)) + '\n');
   writeOptions(out, command.options);
-  out.write('\n' + wrapped(kStatuses));
+  out.write('\n' + wrapped(tr(kStatuses)));
 }
 
 std::int64_t numberFrom(const std::string& name, const std::string& text, std::int64_t least) {
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error == std::errc() && end == text.data() + text.size() && number >= least) return number;
-  throw UsageError{name + " wants a number of at least " + std::to_string(least) + ", not \"" +
-                   printable(text) + '"'};
+  throw UsageError{
+      tr("%1 wants a number of at least %2, not \"%3\".", name, std::to_string(least), printable(text))};
 }
 
 // One run's arguments, as they are read.
@@ -265,7 +279,7 @@ class Arguments {
       }
     }
     if (*_command.argument && *_command.argument != '[' && !_given) {
-      throw UsageError{std::string(_command.name) + " wants a " + _command.argument};
+      throw UsageError{tr("%1 wants a %2.", _command.name, _command.argument)};
     }
     return _options;
   }
@@ -276,10 +290,10 @@ class Arguments {
     const std::string name = argument.substr(0, equals);
     for (const OptionForm& each : kOptions) {
       if (!(_command.options & each.option) || name != each.name) continue;
-      if (!each.value && equals != std::string::npos) throw UsageError{name + " takes no value"};
+      if (!each.value && equals != std::string::npos) throw UsageError{tr("%1 takes no value.", name)};
       return enter(each, equals);
     }
-    throw UsageError{std::string(_command.name) + " has no option \"" + printable(name) + '"'};
+    throw UsageError{tr("%1 has no option \"%2\".", _command.name, printable(name))};
   }
 
   void enter(const OptionForm& form, std::size_t equals) {
@@ -295,7 +309,7 @@ class Arguments {
     } else if (++_at < _arguments.size()) {
       value = _arguments[_at];
     } else {
-      throw UsageError{std::string(form.name) + " wants a number after it"};
+      throw UsageError{tr("%1 wants a number after it.", form.name)};
     }
     const std::int64_t number = numberFrom(form.name, value, form.option == record ? 0 : 1);
     if (form.option == session) _options.session = number;
@@ -305,7 +319,7 @@ class Arguments {
 
   void takeArgument(const std::string& argument) {
     if (!*_command.argument || _given) {
-      throw UsageError{std::string(_command.name) + " does not know what to do with " + shown(argument)};
+      throw UsageError{tr("%1 does not know what to do with %2.", _command.name, shown(argument))};
     }
     _given = true;
     _options.argument = argument;
@@ -368,17 +382,17 @@ Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Ou
   } catch (const OutputClosed&) {
     return statusFine;  // the reader has seen enough
   } catch (const UsageError& error) {
-    return complain(err, error.reason() + ". `" + helpFor(arguments) + "` shows how it is used.",
+    return complain(err, error.reason() + ' ' + tr("`%1` shows how it is used.", helpFor(arguments)),
                     statusUsage);
   } catch (const loomer::DamagedStoreException& exception) {
     return complain(err, exception.reason(), statusDamaged);
   } catch (const PropertyListException& exception) {
-    return complain(err, "A stored value cannot be read: " + exception.reason() + ". Run `loomerctl check`.",
+    return complain(err, tr("A stored value cannot be read: %1. Run `loomerctl check`.", exception.reason()),
                     statusDamaged);
   } catch (const PlatformException& exception) {
     return complain(err, exception.reason(), statusRefused);
   } catch (const std::bad_alloc&) {
-    return complain(err, "There is not enough memory.", statusRefused);
+    return complain(err, tr("There is not enough memory."), statusRefused);
   }
 }
 
