@@ -11,6 +11,7 @@
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
+#include "CorvaneSyncClient/session/RunReport.h"
 
 namespace corvane {
 
@@ -67,13 +68,16 @@ bool sync(const String& clientId) {
   SingleRunLock lock;
   if (!lock.acquire()) return false;
   bool succeeded = false;
+  RunReport report(clientId);
   try {
     CorvaneSyncManager* const manager = keepUntilExit(CorvaneSyncManager::initWithClientId(clientId));
     succeeded = manager && manager->sync();
+    report.ended(succeeded);
   } catch (...) {
     // Here and not in a destructor: those do not run for an exception that nobody catches.
     spare.reset();
     lock.release();
+    report.raised();
     throw;
   }
   lock.release();

@@ -68,6 +68,13 @@ void SingleRunLock::release() {
   if (const std::optional<std::string> problem = _lock.unlock()) SCLog("%@", *problem);
 }
 
+std::optional<SingleRunLock::Holder> SingleRunLock::holder() {
+  std::error_code error;
+  const std::optional<Date> since = _lock.lockDate(error);
+  if (isGone(error)) return std::nullopt;
+  return Holder{since, isStale(since)};
+}
+
 bool SingleRunLock::isHeld() {
   if (!_lock.tryLock()) return true;
   release();

@@ -26,6 +26,14 @@ class SingleRunLock {
   /// Whether anybody holds the lock, however long; leaves it as it is.
   bool isHeld();
 
+  /// Who holds the lock.
+  struct Holder {
+    std::optional<Date> since;
+    bool isStale = false;  ///< the next run breaks it
+  };
+  /// Nothing where nobody holds it. Looks, and never takes it: a run that begins now is not kept off.
+  std::optional<Holder> holder();
+
  private:
   bool tryOrLook(std::optional<Date>& holdersDate, std::error_code& error);
   bool isStale(const std::optional<Date>& lockDate) const;

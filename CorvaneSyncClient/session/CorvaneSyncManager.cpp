@@ -17,7 +17,6 @@ namespace corvane {
 
 namespace {
 
-constexpr const char* kBookmarksFileName = "Bookmarks.plist";
 constexpr const char* kClientDescriptionInBrowser =
     "Contents/CorvaneSyncClient.app/Contents/Resources/CorvaneClientDescription.plist";
 constexpr const char* kFeedFramework = "/System/Library/Frameworks/Nuvolo.framework";
@@ -35,24 +34,13 @@ bool isNothingThere(const std::error_code& error) {
   return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
 }
 
-// The name of the client's file; nothing for an id of neither form.
-std::optional<std::string> fileNameForClientId(const String& clientId) {
-  if (clientId == kMainClientId) return kBookmarksFileName;
-  std::string_view name = clientId.view();
-  if (!name.starts_with(kMainClientId)) return std::nullopt;
-  name.remove_prefix(kMainClientId.size());
-  if (!name.starts_with('.')) return std::nullopt;
-  return std::string(name.substr(1));
-}
-
 }  // namespace
 
 CorvaneSyncManager::CorvaneSyncManager(String clientId) : _clientId(std::move(clientId)) {}
 CorvaneSyncManager::~CorvaneSyncManager() = default;
 
 std::unique_ptr<CorvaneSyncManager> CorvaneSyncManager::initWithClientId(const String& clientId) {
-  return initWithClientId(clientId,
-                          format("%@/Library/Corvane", Platform::current().process.homeDirectory()));
+  return initWithClientId(clientId, bookmarksDirectory());
 }
 
 std::unique_ptr<CorvaneSyncManager> CorvaneSyncManager::initWithClientId(const String& clientId,
@@ -140,7 +128,7 @@ bool CorvaneSyncManager::sync() {
   if (succeeded) {
     _notifyInterestedParties();
   } else {
-    systemLog("Corvane Sync Client got the following error when attempting a sync: %@", driver->lastError());
+    systemLog(kSessionFailed, driver->lastError());
   }
   return succeeded;
 }
@@ -153,6 +141,8 @@ bool CorvaneSyncManager::readBookmarks() {
   _driverController->setCurrentDiskModDate(_plistManager->modificationDate());
   return true;
 }
+
+bool CorvaneSyncManager::isOfOldVersion() const { return currentBookmarkFileVersion < kNewestVersion; }
 
 bool CorvaneSyncManager::isUpToDate() const { return !_plistManager->hasChangedSinceRead(); }
 

@@ -14,6 +14,10 @@ namespace corvane {
 class CorvanePlistManager;
 class SessionDriverController;
 
+/// What the system log says of a session that failed, with the engine's error in it.
+inline constexpr const char* kSessionFailed =
+    "Corvane Sync Client got the following error when attempting a sync: %@";
+
 /// Drives one bookmarks sync run of one client id: reads and checks the browser's file, runs one session of
 /// the sync engine over it, and writes the merged bookmarks back when the session's data source asks for it.
 ///
@@ -46,6 +50,11 @@ class CorvaneSyncManager {
   /// Reads the file and gives its tree and its date to the session's data source. False when the file cannot
   /// be read. Raises "CorvaneBookmarksUnknownVersionException" for a version that is not known here.
   bool readBookmarks();
+  /// Whether the file that was read last is of an earlier version than this program's own. It is synced all
+  /// the same.
+  bool isOfOldVersion() const;
+  /// What a session asks for the bookmarks that were read last.
+  SessionDriverController& dataSource() { return *_driverController; }
   /// Whether the file is still the one that was read last; one that cannot be looked at counts as such.
   bool isUpToDate() const;
 

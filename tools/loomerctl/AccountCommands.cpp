@@ -141,7 +141,7 @@ bool unregisterServiceClient() {
   const auto store = openStoreIfAny();
   if (!store) return false;
   const auto client = loomer::ClientTable(*store).find(loomer::kHubClientIdentifier);
-  if (client) loomer::forgetClient(*store, client->id);
+  if (client) loomer::forgetClient(*store, *client);
   return client.has_value();
 }
 

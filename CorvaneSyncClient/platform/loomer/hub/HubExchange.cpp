@@ -7,7 +7,9 @@
 #include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane::loomer {
 
@@ -55,19 +57,36 @@ void HubExchange::takeIn() {
   guarded(&HubExchange::exchange);
 }
 
-void HubExchange::giveChanges() { guarded(&HubExchange::giveEverything); }
+void HubExchange::giveChanges() {
+  if (guarded(&HubExchange::giveEverything))
+    FailedRuns(_clients.store().path()).endRow(String(kHubClientIdentifier));
+}
 
-void HubExchange::guarded(void (HubExchange::*work)()) {
-  if (_ended) return;
+bool HubExchange::guarded(void (HubExchange::*work)()) {
+  if (_ended) return false;
   try {
     if (!_hub) _hub = _openHub();
-    if (_hub) return (this->*work)();
+    if (_hub) {
+      (this->*work)();
+      return true;
+    }
   } catch (const std::exception& exception) {
-    reportAlone(exception.what());
+    fail(exception.what());
   } catch (...) {
-    reportAlone("an exception of an unknown kind.");
+    fail("an exception of an unknown kind.");
   }
   _ended = true;
+  return false;
+}
+
+// What goes wrong here must not be what the file's session fails of.
+void HubExchange::fail(const char* cause) noexcept {
+  try {
+    reportAlone(cause);
+    FailedRuns(_clients.store().path()).note(String(kHubClientIdentifier), cause);
+  } catch (...) {
+    SCLog("There was no memory for the cause why bookmarks were not synced with the online service");
+  }
 }
 
 void HubExchange::exchange() {

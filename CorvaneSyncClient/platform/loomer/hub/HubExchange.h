@@ -15,8 +15,8 @@ namespace corvane::loomer {
 using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 
 /// Exchanges changes between the truth and the online service, around the sessions of one run. A failure ends
-/// the exchanges of this object with one line in the system log and has no other effect: the next run catches
-/// up.
+/// the exchanges of this object with one line in the system log, is noted among the failed runs, and has no
+/// other effect: the next run catches up.
 ///
 /// The store is locked during a push. Many changes are therefore given in several pushes, each as large as
 /// the connection carries in a few seconds. This is the only place that sizes pushes.
@@ -43,7 +43,9 @@ class HubExchange : public Exchange {
     overtaken,  ///< another computer or process was faster, or the account is not the one of the last time
   };
 
-  void guarded(void (HubExchange::*work)());
+  /// Whether there was something to exchange with, and nothing failed.
+  bool guarded(void (HubExchange::*work)());
+  void fail(const char* cause) noexcept;
   void exchange();
   void giveEverything();
   Outcome exchangeOnce();

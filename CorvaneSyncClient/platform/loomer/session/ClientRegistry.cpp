@@ -41,7 +41,7 @@ EmbeddedClient& ClientRegistry::registerClient(const String& identifier, const D
 
 void ClientRegistry::unregisterClient(LoomerClient& client) {
   const String identifier = client.clientIdentifier();
-  if (const auto state = _table.find(identifier)) forgetClient(_store, state->id);
+  if (const auto state = _table.find(identifier)) forgetClient(_store, *state);
   _clients.erase(identifier.toString());
 }
 

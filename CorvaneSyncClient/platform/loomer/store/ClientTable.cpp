@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
 #include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 
@@ -156,9 +157,10 @@ void ClientTable::setValue(std::int64_t client, const String& key, const std::op
   });
 }
 
-void forgetClient(TruthStore& store, std::int64_t client) {
-  ClientTable(store).remove(client);
-  JournalFile(store.path(), client).remove();
+void forgetClient(TruthStore& store, const ClientState& client) {
+  ClientTable(store).remove(client.id);
+  JournalFile(store.path(), client.id).remove();
+  FailedRuns(store.path()).forget(client.identifier);
 }
 
 }  // namespace corvane::loomer

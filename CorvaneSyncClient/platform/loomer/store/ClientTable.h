@@ -61,7 +61,7 @@ class ClientTable {
   TruthStore& _store;
 };
 
-/// Takes the client out, and its journal with it.
-void forgetClient(TruthStore& store, std::int64_t client);
+/// Takes the client out, and with it its journal and the note of its failed runs.
+void forgetClient(TruthStore& store, const ClientState& client);
 
 }  // namespace corvane::loomer

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane {
+
+/// Hears what is written to the system log for as long as it lives, and remembers the last message: how a
+/// failure that only the log tells of comes to whoever asked for the work.
+class LogListener : private SystemLog {
+ public:
+  /// Whether what is heard goes on to the log that was there before.
+  enum class Passing { on, off };
+
+  explicit LogListener(Passing passing);
+  LogListener(const LogListener&) = delete;
+  LogListener& operator=(const LogListener&) = delete;
+
+  /// Empty before there was one. Traces are none.
+  const std::string& lastMessage() const { return _lastMessage; }
+
+ private:
+  void write(Kind kind, std::string_view message) override;
+
+  Passing _passing;
+  SystemLog& _log;
+  Platform _platform;
+  PlatformScope _scope{_platform};
+  std::string _lastMessage;
+};
+
+}  // namespace corvane
