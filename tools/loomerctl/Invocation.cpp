@@ -38,9 +38,10 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"status", "", json, TextKey("what the store holds and what is waiting"),
-     TextKey("Shows the store's size, how many bookmarks, folders and clients it holds, the last session, "
-             "and what waits for the clients: pending restores and resets, and refused plans."),
+    {"status", "", json, TextKey("whether all is well, and what needs you"),
+     TextKey("When each client was tried and synced last, with what outcome; how it goes with the online "
+             "service and what waits for it; what needs you, with the commands to go on; warnings. Asks "
+             "nobody and changes nothing. Exits 0 only if all is well."),
      showStatus},
     {"clients", "", json, TextKey("the registered clients"),
      TextKey("One line for each client: what it holds, when it synced last, and what its next session waits "
@@ -162,8 +163,8 @@ constexpr OptionForm kOptions[] = {
     {remove, "--remove", nullptr, TextKey("removes the passphrase")},
 };
 
-constexpr TextKey kStatuses =
-    TextKey("Exit status: 0 fine, 1 nothing found or refused, 2 wrong usage, 3 the store is damaged.");
+constexpr TextKey kStatuses = TextKey(
+    "Exit status: 0 fine, 1 nothing found, refused or not well, 2 wrong usage, 3 the store is damaged.");
 
 // A sentence.
 class UsageError : public PlatformException {

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "tools/loomerctl/Text.h"
+
 namespace corvane::loomerctl {
 
 namespace {
@@ -61,10 +63,10 @@ void Output::flush() {
   _buffer.clear();
 }
 
-void writeField(Output& out, const char* label, const std::string& text) {
-  std::string padded = label;
-  padded.resize(12, ' ');
-  out.write(padded, Style::heading);
+void writeField(Output& out, const std::string& label, const std::string& text) {
+  constexpr std::size_t kColumn = 14;
+  const std::size_t width = displayWidth(label);
+  out.write(label + std::string(width < kColumn ? kColumn - width : 1, ' '), Style::heading);
   out.write(text + '\n');
 }
 

@@ -36,7 +36,7 @@ class Output {
   std::string _buffer;
 };
 
-/// One line, the text in a column behind the label of at most 11 characters.
-void writeField(Output& out, const char* label, const std::string& text);
+/// One line, the text in a column behind the label, which takes at most 11 columns.
+void writeField(Output& out, const std::string& label, const std::string& text);
 
 }  // namespace corvane::loomerctl

@@ -108,8 +108,7 @@ std::string countText(std::size_t count, const char* singular, const char* plura
   return grouped(count) + ' ' + (count == 1 ? singular : plural);
 }
 
-std::string wrapped(std::string_view text) {
-  constexpr std::size_t kColumns = 80;
+std::string wrapped(std::string_view text, std::size_t columns) {
   std::string lines;
   std::size_t column = 0;
   while (!text.empty()) {
@@ -118,7 +117,7 @@ std::string wrapped(std::string_view text) {
     const std::string_view piece = text.substr(0, endOfPiece(text));
     text.remove_prefix(piece.size());
     const std::size_t gap = spaced && column > 0 ? 1 : 0;
-    const bool fits = column == 0 || column + gap + displayWidth(piece) <= kColumns;
+    const bool fits = column == 0 || column + gap + displayWidth(piece) <= columns;
     lines += fits ? std::string(gap, ' ') : "\n";
     column = (fits ? column + gap : 0) + displayWidth(piece);
     lines += piece;

@@ -28,9 +28,9 @@ std::string sizeText(std::uint64_t bytes);
 /// "1 bookmark", "1,234 bookmarks".
 std::string countText(std::size_t count, const char* singular, const char* plural);
 
-/// The words of `text` in lines of at most 80 columns, each with a line end. Between wide letters, such as
-/// Japanese ones, lines end also without a space.
-std::string wrapped(std::string_view text);
+/// The words of `text` in lines of at most so many columns, each with a line end. Between wide letters, such as
+/// Japanese ones, lines end also without a space. A word that is longer has a line of its own.
+std::string wrapped(std::string_view text, std::size_t columns = 80);
 
 /// In the local zone: "2026-11-21 11:49:00 +0100".
 std::string timeText(Date date);

@@ -183,6 +183,14 @@ RecordCounts RecordTable::counts() {
           count("SELECT count(*) FROM records WHERE entity = 1"), count("SELECT count(*) FROM tombstones")};
 }
 
+std::size_t RecordTable::changedSince(std::int64_t revision) {
+  Statement query = _store.database().query(
+      "SELECT (SELECT count(*) FROM records WHERE revision > ?1) +"
+      " (SELECT count(*) FROM tombstones WHERE revision > ?1)",
+      kReadRecords);
+  return query.open(revision).next() ? static_cast<std::size_t>(query.integer(0)) : 0;
+}
+
 String RecordTable::globalIdentifier(RecordId record) {
   Statement query = _store.database().query(
       "SELECT global_id FROM records WHERE id = ?1 UNION ALL SELECT global_id FROM tombstones WHERE id = ?1",

@@ -81,6 +81,8 @@ class RecordTable {
   std::vector<TruthRecord> children(RecordId folder);
   /// Of live folders and bookmarks, and of tombstones.
   RecordCounts counts();
+  /// How many live records and tombstones were changed after that revision.
+  std::size_t changedSince(std::int64_t revision);
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
   String globalIdentifier(RecordId record);
   /// Every record and tombstone by that identifier.

@@ -180,4 +180,10 @@ std::vector<Loss> SessionLog::losses(std::int64_t session) {
   return losses;
 }
 
+std::size_t SessionLog::lossCount(std::int64_t session) {
+  if (isPruned(session)) return 0;
+  Statement query = _store.database().query("SELECT count(*) FROM losses WHERE session = ?", kReadLog);
+  return query.open(session).next() ? static_cast<std::size_t>(query.integer(0)) : 0;
+}
+
 }  // namespace corvane::loomer

@@ -89,6 +89,8 @@ class SessionLog {
   std::vector<LoggedChange> changes(std::int64_t session);
   /// The values that lost a conflict in the session.
   std::vector<Loss> losses(std::int64_t session);
+  /// How many those are.
+  std::size_t lossCount(std::int64_t session);
 
  private:
   TruthStore& _store;

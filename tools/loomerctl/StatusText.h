@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "tools/loomerctl/Output.h"
+#include "tools/loomerctl/SyncState.h"
+
+namespace corvane::loomerctl {
+
+/// How the newest run of the client ended: "never", "failed", "quiet" or "changed".
+const char* outcomeName(const ClientView& view);
+/// The same for people: "nothing new", "pushed 3, pulled 12, 1 conflict", ….
+std::string outcomeText(const ClientView& view);
+
+/// What a session did, for people: "pushed 3, pulled 12". A client pushes what it changed in the agreed
+/// bookmarks and pulls what it is given; towards the online service it is this computer that does both.
+std::string exchangeText(const loomer::SessionEntry& session, std::size_t conflicts);
+
+/// One screen.
+void printStatus(Output& out, const SyncState& state);
+
+}  // namespace corvane::loomerctl
