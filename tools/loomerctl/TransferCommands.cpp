@@ -1,6 +1,5 @@
 // `export` and `import`.
 
-#include <system_error>
 #include <unordered_map>
 
 #include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
@@ -11,6 +10,7 @@
 #include "tools/loomerctl/ForeignFile.h"
 #include "tools/loomerctl/HtmlCharacterSet.h"
 #include "tools/loomerctl/Input.h"
+#include "tools/loomerctl/OutputFile.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/TreeWalk.h"
 #include "tools/loomerctl/UserStore.h"
@@ -64,14 +64,6 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
 // The last component, which the log records.
 std::string lastComponent(const std::string& name) { return name.substr(name.rfind('/') + 1); }
 
-// Replaces the file at the path; writes into a pipe or a device.
-std::error_code write(const std::string& path, const std::string& bytes) {
-  FileSystem& files = Platform::current().files;
-  const auto present = files.attributesIfKnown(path);
-  if (present && present->kind == FileKind::other) return files.write(path, bytes);
-  return files.writeAtomically(path, bytes);
-}
-
 // Raises Refused, with what it wants instead, for anything but a bookmarks file.
 HtmlBookmarks readBookmarksFile(const std::string& path) {
   const std::string name = inputName(path);
@@ -113,9 +105,7 @@ Status exportFile(Invocation& run) {
   }
   std::string bytes;
   const std::size_t bookmarks = writeFile(*store, [&](const std::string& piece) { bytes += piece; });
-  if (const std::error_code error = write(path, bytes)) {
-    throw Refused{"Cannot write " + path + ": " + error.message() + '.'};
-  }
+  writeOutputFile(path, bytes);
   run.out.write("Wrote " + countText(bookmarks, "bookmark", "bookmarks") + " to " + printable(path) + ".\n");
   return statusFine;
 }
