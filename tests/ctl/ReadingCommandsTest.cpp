@@ -21,9 +21,9 @@ class ReadingTest : public CtlTest {};
 TEST_F(ReadingTest, MissingStoreIsRefusedByEveryCommandButImportAndNotMade) {
   useEmptyHome();
   const std::vector<std::vector<std::string>> commands = {
-      {"status"},       {"clients"},    {"tree"},       {"sessions"},     {"changes"},
-      {"show", "1"},    {"check"},      {"plan", "a"},  {"approve", "a"}, {"undo", "1"},
-      {"restore", "a"}, {"reset", "a"}, {"export", "-"}};
+      {"status"},       {"clients"},    {"tree"},        {"sessions"},     {"changes"},
+      {"show", "1"},    {"check"},      {"plan", "a"},   {"approve", "a"}, {"undo", "1"},
+      {"restore", "a"}, {"reset", "a"}, {"export", "-"}, {"report", "-"}};
   for (const auto& each : commands) {
     const Run run = ctl(each);
     EXPECT_EQ(run.status, 1) << each[0];

@@ -42,6 +42,12 @@ TEST_F(Messages, StayEnglishWhereTheTableLacksThem) {
   EXPECT_EQ(counted(2, "%1 dog", "%1 dogs"), "2 dogs");
 }
 
+TEST_F(Messages, SayTheirLanguageAsATag) {
+  EXPECT_EQ(languageOfTexts(), "en");
+  speak("de_AT");
+  EXPECT_EQ(languageOfTexts(), "de-AT");
+}
+
 TEST_F(Messages, CountAsTheLanguageDoes) {
   struct {
     const char* language;

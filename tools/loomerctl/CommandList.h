@@ -53,6 +53,8 @@ Status changeKey(Invocation& run);
 Status undoSession(Invocation& run);
 /// `export`
 Status exportFile(Invocation& run);
+/// `report`
+Status writeReportFile(Invocation& run);
 /// `import`
 Status importFile(Invocation& run);
 

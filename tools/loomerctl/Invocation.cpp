@@ -99,6 +99,12 @@ constexpr Command kCommands[] = {
          "title and address); they travel to every client. Tags, keywords, descriptions and separators are "
          "left out. Makes a store if there is none. \"-\" is standard input. `undo` takes an import back."),
      importFile},
+    {"report", "FILE", 0, TextKey("writes a page that shows it all in a browser"),
+     TextKey(
+         "One HTML file that needs nothing else: the clients, the sessions over time, the last changes, what "
+         "lost a conflict, what is worth tidying, and all bookmarks, to be searched. Readable by its owner "
+         "alone; replaces FILE. \"-\" is standard output."),
+     writeReportFile},
     {"account set", "PLACE", 0, TextKey("shares the bookmarks through a place"),
      TextKey("PLACE is a directory, such as a mounted share; a WebDAV folder (https://USER@HOST/FOLDER); a "
              "bucket (s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST); a corvane-hub "

@@ -1,5 +1,6 @@
 #include "CorvaneSyncClient/platform/system/Messages.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -62,6 +63,13 @@ std::string filled(std::string_view text, const std::vector<std::string>& values
 }
 
 }  // namespace
+
+std::string languageOfTexts() {
+  const StringsTable* const table = messagesTable();
+  std::string language = table ? table->language : std::string(kHabits[0].language);
+  std::replace(language.begin(), language.end(), '_', '-');
+  return language;
+}
 
 std::string grouped(std::uint64_t number) {
   const Habits& habits = habitsOf(messagesTable());

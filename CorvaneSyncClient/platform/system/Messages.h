@@ -48,6 +48,9 @@ class MessageText {
 
 using TextKey = MessageText<0>;
 
+/// The language of the texts, as a tag of BCP 47: "de", "en" where no table is found.
+std::string languageOfTexts();
+
 /// "1,234,567", as the user's language has it.
 std::string grouped(std::uint64_t number);
 

@@ -1,0 +1,37 @@
+#include <algorithm>
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/report/ReportSections.h"
+
+namespace corvane::loomerctl {
+
+using namespace loomer;
+
+std::string ReportFacts::clientName(const String& identifier) const {
+  const std::vector<ClientView>& clients = sync.clients;
+  const auto client = std::find_if(clients.begin(), clients.end(), [&](const ClientView& each) {
+    return each.state.identifier == identifier;
+  });
+  if (client == clients.end() || !client->name) return printable(identifier.view());
+  const auto namesakes = std::count_if(clients.begin(), clients.end(),
+                                       [&](const ClientView& each) { return each.name == client->name; });
+  return printable(namesakes == 1 ? client->name.view() : identifier.view());
+}
+
+ReportFacts reportFacts(TruthStore& store) {
+  BookmarksFiles files;
+  ReportFacts facts{
+      store, Platform::current().clock.now(), syncState(store, files), {}, {}, ReportTree(store)};
+  SessionLog log(store);
+  log.newestFirst([&](const SessionEntry& session) {
+    facts.sessions.push_back(session);
+    return true;
+  });
+  for (const SessionEntry& session : facts.sessions) {
+    for (Loss& each : log.losses(session.id)) facts.losses.push_back({session, std::move(each)});
+  }
+  return facts;
+}
+
+}  // namespace corvane::loomerctl
