@@ -43,7 +43,7 @@ class PlaceAccountTest : public CtlTest {
     return names;
   }
   static std::string folderOf(const pelto::Account& account) {
-    const pelto::Membership& membership = *account.membership;
+    const pelto::Membership& membership = account.membership;
     return pelto::Sealer(*membership.key, membership.account, membership.generation).folder();
   }
   // An invitation of the first computer's.
@@ -62,8 +62,7 @@ TEST_F(PlaceAccountTest, SetMakesAKeyThatOnlyThisComputerHas) {
   EXPECT_THAT(run.out, AllOf(HasSubstr(place), HasSubstr("races of eight writers"),
                              HasSubstr("`corvanetool --register`"), HasSubstr("`loomerctl account invite`")));
   ASSERT_TRUE(account());
-  ASSERT_TRUE(account()->membership);
-  EXPECT_EQ(account()->membership->generation, 1);
+  EXPECT_EQ(account()->membership.generation, 1);
   EXPECT_EQ(account()->url, place);
   EXPECT_TRUE(account()->reached);
   struct stat status {};
@@ -73,8 +72,8 @@ TEST_F(PlaceAccountTest, SetMakesAKeyThatOnlyThisComputerHas) {
   ctl({"account", "set", place});
   const auto first = account()->membership;
   useHome("first");
-  EXPECT_FALSE(*account()->membership->key == *first->key);
-  EXPECT_NE(account()->membership->account, first->account);
+  EXPECT_FALSE(*account()->membership.key == *first.key);
+  EXPECT_NE(account()->membership.account, first.account);
 }
 
 TEST_F(PlaceAccountTest, SetRefusesAPlaceThatCannotBeUsedAndKeepsNothing) {
@@ -93,7 +92,7 @@ TEST_F(PlaceAccountTest, SetDoesNotLoseTheKeyOfAnEarlierAccount) {
   EXPECT_THAT(run.err, AllOf(HasSubstr("key would be lost"), HasSubstr("`loomerctl account remove`")));
   EXPECT_EQ(ctl({"account", "join"}, "CORVANE-").status, 1);
   EXPECT_EQ(ctl({"account", "set", place}).status, 0) << "the same one again";
-  EXPECT_TRUE(*account()->membership->key == *before->membership->key);
+  EXPECT_TRUE(*account()->membership.key == *before->membership.key);
   EXPECT_EQ(account()->computer, before->computer);
 }
 
@@ -107,11 +106,11 @@ TEST_F(PlaceAccountTest, InvitationLetsAnotherComputerJoinInEitherForm) {
     const Run run = ctl({"account", "join"}, text);
     EXPECT_EQ(run.status, 0) << run.err;
     ASSERT_TRUE(account());
-    EXPECT_TRUE(*account()->membership->key == *first->membership->key);
-    EXPECT_EQ(account()->membership->account, first->membership->account);
+    EXPECT_TRUE(*account()->membership.key == *first->membership.key);
+    EXPECT_EQ(account()->membership.account, first->membership.account);
     EXPECT_EQ(account()->url, place);
     EXPECT_NE(account()->computer, first->computer);
-    EXPECT_NE(account()->membership->keys->publicKey(), first->membership->keys->publicKey());
+    EXPECT_NE(account()->membership.keys->publicKey(), first->membership.keys->publicKey());
     EXPECT_THAT(run.out + run.err, Not(HasSubstr(text.substr(0, 20))));
   }
 }
@@ -137,7 +136,7 @@ TEST_F(PlaceAccountTest, AWrongInvitationNamesItsGroupAndChangesNothing) {
 TEST_F(PlaceAccountTest, JoiningWhatIsGoneIsRefusedAndLeavesNothing) {
   ctl({"account", "set", place});
   pelto::Account known = *account();
-  known.membership->newest = {12, std::string(16, 'h')};
+  known.membership.newest = {12, std::string(16, 'h')};
   pelto::writeAccount(accountFile(), known);
   const std::string line = invitation();
   ASSERT_EQ(ctl({"account", "passphrase"}, "one of our own\none of our own\n").status, 0);
@@ -174,7 +173,7 @@ TEST_F(PlaceAccountTest, PassphraseLetsAnotherComputerJoin) {
   const Run run = ctl({"account", "join", place}, "another of ours\n");
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_THAT(run.out + run.err, Not(HasSubstr("another of ours")));
-  EXPECT_TRUE(*account()->membership->key == *first->membership->key);
+  EXPECT_TRUE(*account()->membership.key == *first->membership.key);
   EXPECT_EQ(account()->url, place);
 }
 
@@ -202,9 +201,9 @@ TEST_F(PlaceAccountTest, ANewKeyLeavesInvitationAndPassphraseFromBeforeWithoutEf
   const Run run = ctl({"account", "new-key"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_THAT(run.out, AllOf(HasSubstr("has a new key"), HasSubstr("none.")));
-  EXPECT_EQ(account()->membership->generation, 2);
-  EXPECT_EQ(account()->membership->account, first->membership->account);
-  EXPECT_FALSE(*account()->membership->key == *first->membership->key);
+  EXPECT_EQ(account()->membership.generation, 2);
+  EXPECT_EQ(account()->membership.account, first->membership.account);
+  EXPECT_FALSE(*account()->membership.key == *first->membership.key);
   EXPECT_THAT(objects("passphrase"), IsEmpty());
   const std::string next = invitation();
 
@@ -225,7 +224,7 @@ TEST_F(PlaceAccountTest, ShowAndTestAskThePlace) {
   EXPECT_THAT(ctl({"account", "show"}).out, AllOf(HasSubstr(place), HasSubstr("switched off")));
   EXPECT_EQ(ctl({"account", "test"}).status, 0);
   pelto::Account on = *account();
-  on.membership->enabled = {"com.keldra.Bookmarks"};
+  on.membership.enabled = {"com.keldra.Bookmarks"};
   pelto::writeAccount(accountFile(), on);
   EXPECT_THAT(ctl({"account", "show"}).out, HasSubstr("switched on"));
   fs::rename(place, place + "-elsewhere");

@@ -28,7 +28,7 @@ Answer ask(const Account& account) {
   try {
     commitsOf(account, *pelto::placeOf(account, kPlaceSeconds));
     pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
-    return {account.membership->enabled.contains(LoomerDataClass_Bookmarks.toString()), {}};
+    return {account.membership.enabled.contains(LoomerDataClass_Bookmarks.toString()), {}};
   } catch (const PlatformException& exception) {
     return {std::nullopt, exception.reason()};
   }
@@ -57,7 +57,7 @@ constexpr double kProbeSeconds = 300;
 void tryPlace(Invocation& run, const Account& account) {
   const auto address = pelto::parsePlaceAddress(account.url);
   const auto findings = pelto::probePlace([&] {
-    return pelto::makePlace(address, account.membership->credentials, after(kProbeSeconds),
+    return pelto::makePlace(address, account.membership.credentials, after(kProbeSeconds),
                             pelto::kProbePause);
   });
   run.out.write("It is fit: " + findings.software + "; in " + std::to_string(findings.rounds) +
@@ -78,7 +78,7 @@ Status setAccount(Invocation& run) {
   if (!isSame) refuseIfSet();
   pelto::PlaceCredentials credentials = askCredentials(address, input);
   Account account = isSame ? *before : newAccountAt(text, {});
-  account.membership->credentials = std::move(credentials);
+  account.membership.credentials = std::move(credentials);
   const auto place = pelto::placeOf(account, kPlaceSeconds);
   run.out.write("Trying " + printable(place->description()) + ".\n");
   run.out.flush();
@@ -87,7 +87,7 @@ Status setAccount(Invocation& run) {
   if (isSame) {
     // The key may have changed while the user typed.
     pelto::changeMembership(pelto::userAccountPath(), account, [&](pelto::Membership& membership) {
-      membership.credentials = account.membership->credentials;
+      membership.credentials = account.membership.credentials;
     });
   } else {
     pelto::writeAccount(pelto::userAccountPath(), account);

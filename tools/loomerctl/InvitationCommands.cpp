@@ -26,7 +26,7 @@ constexpr const char* kInvitationPrompt =
     "type):\n";
 
 Invitation invitationTo(const Account& account) {
-  const pelto::Membership& membership = *account.membership;
+  const pelto::Membership& membership = account.membership;
   Invitation invitation{account.url,
                         {},
                         {},

@@ -18,7 +18,7 @@ constexpr std::size_t kPassphraseObjectBytes = 1024;
 constexpr std::size_t kMostTried = 20;
 
 pelto::Sealer sealerOf(const Account& account) {
-  const pelto::Membership& membership = *account.membership;
+  const pelto::Membership& membership = account.membership;
   return {*membership.key, membership.account, membership.generation};
 }
 

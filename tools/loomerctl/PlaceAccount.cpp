@@ -88,7 +88,7 @@ Account invitedAccount(const pelto::Invitation& invitation, const std::string& a
 }
 
 std::vector<pelto::PlaceObject> commitsOf(const Account& account, pelto::Place& place) {
-  const pelto::Membership& membership = *account.membership;
+  const pelto::Membership& membership = account.membership;
   const pelto::Sealer sealer(*membership.key, membership.account, membership.generation);
   return place.list(sealer.folder() + "/c");
 }

@@ -65,7 +65,7 @@ class ComputersAtPlace : public testing::Test {
   }
   /// The folder of the account's generation that the computer in use has the key of.
   static std::string folderNow() {
-    const Membership membership = *userAccount()->membership;
+    const Membership membership = userAccount()->membership;
     return Sealer(*membership.key, membership.account, membership.generation).folder();
   }
 
@@ -92,7 +92,7 @@ class ComputersAtPlace : public testing::Test {
     platform.clock.time.seconds += 8 * kDay;
     exchange();
   }
-  static LeftGenerations left() { return userAccount()->membership->left; }
+  static LeftGenerations left() { return userAccount()->membership.left; }
 
   StrictPlatform platform;
   const std::string place = platform.directory / "place";

@@ -57,11 +57,11 @@ class FormerGenerationsTest : public ComputersAtPlace {
   }
   std::int64_t generationAt(const std::string& name) {
     use(name);
-    return userAccount()->membership->generation;
+    return userAccount()->membership.generation;
   }
   std::vector<FormerGeneration> formerAt(const std::string& name) {
     use(name);
-    return userAccount()->membership->former;
+    return userAccount()->membership.former;
   }
   std::string lastOf(const FormerGeneration& former) const {
     return place + '/' + folder + "/c/" + former.last;
@@ -232,12 +232,12 @@ TEST_F(FormerGenerationsTest, AnEarlierKeyIsInABoxForThisComputerAlone) {
   takeOut();
   const FormerGeneration former = formerAt("first").front();
   use("first");
-  const Membership membership = *userAccount()->membership;
+  const Membership membership = userAccount()->membership;
   const auto sealer = sealerOf(former, membership.account, *membership.keys);
   ASSERT_TRUE(sealer);
   EXPECT_EQ(sealer->folder(), folder);
   use("fourth");
-  EXPECT_FALSE(sealerOf(former, membership.account, *userAccount()->membership->keys));
+  EXPECT_FALSE(sealerOf(former, membership.account, *userAccount()->membership.keys));
 }
 
 TEST_F(FormerGenerationsTest, WhatIsKeptOfItGoesWithTheAccount) {

@@ -50,7 +50,7 @@ TEST_F(LeftGenerationsTest, WhoWasAwayFollowsAndWhoIsTakenOutIsToldSoAllTheSame)
   ASSERT_EQ(objects(folder).size(), 1u);
   use("second");
   EXPECT_EQ(exchange().records.size(), 2u);
-  EXPECT_EQ(userAccount()->membership->generation, 2);
+  EXPECT_EQ(userAccount()->membership.generation, 2);
   use("third");
   try {
     exchange();

@@ -31,18 +31,17 @@ constexpr const char* kBookmarks = "com.keldra.Bookmarks";
 void expectEqual(const Account& read, const Account& written) {
   EXPECT_EQ(read.url, written.url);
   EXPECT_EQ(read.computer, written.computer);
-  ASSERT_TRUE(read.membership);
-  EXPECT_EQ(read.membership->credentials.user, written.membership->credentials.user);
-  EXPECT_EQ(read.membership->credentials.secret.view(), written.membership->credentials.secret.view());
-  EXPECT_EQ(read.membership->account, written.membership->account);
-  EXPECT_EQ(read.membership->generation, written.membership->generation);
-  EXPECT_TRUE(*read.membership->key == *written.membership->key);
-  EXPECT_EQ(read.membership->keys->publicKey(), written.membership->keys->publicKey());
-  EXPECT_EQ(read.membership->name, written.membership->name);
-  EXPECT_EQ(read.membership->enabled, written.membership->enabled);
-  EXPECT_EQ(read.membership->newest, written.membership->newest);
-  EXPECT_EQ(read.membership->left, written.membership->left);
-  EXPECT_EQ(read.membership->former, written.membership->former);
+  EXPECT_EQ(read.membership.credentials.user, written.membership.credentials.user);
+  EXPECT_EQ(read.membership.credentials.secret.view(), written.membership.credentials.secret.view());
+  EXPECT_EQ(read.membership.account, written.membership.account);
+  EXPECT_EQ(read.membership.generation, written.membership.generation);
+  EXPECT_TRUE(*read.membership.key == *written.membership.key);
+  EXPECT_EQ(read.membership.keys->publicKey(), written.membership.keys->publicKey());
+  EXPECT_EQ(read.membership.name, written.membership.name);
+  EXPECT_EQ(read.membership.enabled, written.membership.enabled);
+  EXPECT_EQ(read.membership.newest, written.membership.newest);
+  EXPECT_EQ(read.membership.left, written.membership.left);
+  EXPECT_EQ(read.membership.former, written.membership.former);
 }
 
 class MembershipFileTest : public testing::Test {
@@ -68,8 +67,8 @@ TEST_F(MembershipFileTest, ReadsBackAsItWasWritten) {
   writeAccount(path, account);
   expectEqual(*readAccount(path), account);
   Account first = account;
-  first.membership->newest = {};
-  first.membership->enabled = {};
+  first.membership.newest = {};
+  first.membership.enabled = {};
   writeAccount(path, first);
   expectEqual(*readAccount(path), first);
 }
@@ -119,23 +118,23 @@ TEST_F(MembershipFileTest, FilesWithWrongEntriesAreRefused) {
   } cases[] = {
       {"no place", [](Account& each) { each.url.clear(); }},
       {"no computer", [](Account& each) { each.computer = "x"; }},
-      {"no account", [](Account& each) { each.membership->account = "x"; }},
-      {"generation 0", [](Account& each) { each.membership->generation = 0; }},
-      {"no name", [](Account& each) { each.membership->name.clear(); }},
-      {"a hash without a number", [](Account& each) { each.membership->newest.number = 0; }},
-      {"a short hash", [](Account& each) { each.membership->newest.hash = "h"; }},
-      {"a folder that is none", [](Account& each) { each.membership->left[".."] = ""; }},
+      {"no account", [](Account& each) { each.membership.account = "x"; }},
+      {"generation 0", [](Account& each) { each.membership.generation = 0; }},
+      {"no name", [](Account& each) { each.membership.name.clear(); }},
+      {"a hash without a number", [](Account& each) { each.membership.newest.number = 0; }},
+      {"a short hash", [](Account& each) { each.membership.newest.hash = "h"; }},
+      {"a folder that is none", [](Account& each) { each.membership.left[".."] = ""; }},
       {"a commit that is none",
-       [](Account& each) { each.membership->left[std::string(32, 'c')] = "../../7"; }},
-      {"an earlier generation 0", [](Account& each) { each.membership->former[0].generation = 0; }},
-      {"a box of another size", [](Account& each) { each.membership->former[0].keyBox.pop_back(); }},
-      {"no last commit", [](Account& each) { each.membership->former[0].last.clear(); }},
+       [](Account& each) { each.membership.left[std::string(32, 'c')] = "../../7"; }},
+      {"an earlier generation 0", [](Account& each) { each.membership.former[0].generation = 0; }},
+      {"a box of another size", [](Account& each) { each.membership.former[0].keyBox.pop_back(); }},
+      {"no last commit", [](Account& each) { each.membership.former[0].last.clear(); }},
       {"earlier generations in another order",
-       [](Account& each) { std::swap(each.membership->former[0], each.membership->former[1]); }},
-      {"a change to no generation", [](Account& each) { each.membership->former[0].change.generation = 0; }},
+       [](Account& each) { std::swap(each.membership.former[0], each.membership.former[1]); }},
+      {"a change to no generation", [](Account& each) { each.membership.former[0].change.generation = 0; }},
       {"a negative number",
        [](Account& each) {
-         each.membership->newest = {-1, ""};
+         each.membership.newest = {-1, ""};
        }},
   };
   writeAccount(path, account);
@@ -150,9 +149,9 @@ TEST_F(MembershipFileTest, AFailedWriteLeavesTheOldFile) {
   writeAccount(path, account);
   platform.files.failAlways(FileOperation::writeAtomically, std::errc::no_space_on_device);
   Account changed = account;
-  changed.membership->generation = 4;
+  changed.membership.generation = 4;
   EXPECT_THROW(writeAccount(path, changed), PlatformException);
-  EXPECT_EQ(readAccount(path)->membership->generation, 3);
+  EXPECT_EQ(readAccount(path)->membership.generation, 3);
 }
 
 TEST_F(MembershipFileTest, TheMembershipOfAnotherAccountIsNotChanged) {
@@ -161,12 +160,12 @@ TEST_F(MembershipFileTest, TheMembershipOfAnotherAccountIsNotChanged) {
   EXPECT_FALSE(readAccount(path)) << "no account comes of it";
   Account otherComputer = account, otherAccount = account;
   otherComputer.computer = "C0000000-0000-4000-8000-000000000002";
-  otherAccount.membership->account = "A1C0B5A0-0F3D-4F7C-9B59-1F1B7F1F2A02";
+  otherAccount.membership.account = "A1C0B5A0-0F3D-4F7C-9B59-1F1B7F1F2A02";
   writeAccount(path, account);
   for (const Account& each : {otherComputer, otherAccount}) changeMembership(path, each, toFour);
-  EXPECT_EQ(readAccount(path)->membership->generation, 3);
+  EXPECT_EQ(readAccount(path)->membership.generation, 3);
   changeMembership(path, account, toFour);
-  EXPECT_EQ(readAccount(path)->membership->generation, 4);
+  EXPECT_EQ(readAccount(path)->membership.generation, 4);
 }
 
 // On a slow machine others may hold the file for longer than one waits.
@@ -197,7 +196,7 @@ TEST_F(MembershipFileTest, WhatSeveralProcessesChangeAtOnceIsAllKept) {
     ASSERT_EQ(::waitpid(each, &status, 0), each);
     EXPECT_EQ(status, 0);
   }
-  EXPECT_EQ(readAccount(path)->membership->enabled.size(), 1u + kProcesses * kChanges);
+  EXPECT_EQ(readAccount(path)->membership.enabled.size(), 1u + kProcesses * kChanges);
 }
 
 TEST_F(MembershipFileTest, NobodyElseChangesItMeanwhile) {

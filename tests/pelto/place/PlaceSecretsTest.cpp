@@ -210,7 +210,7 @@ TEST(AccountSecretsTest, StayAsLongAsTheAccount) {
                  {"https://alice@dav.example.com/b", "C0000000-0000-4000-8000-000000000001", {}, membership});
     const auto account = readAccount(path);
     ASSERT_TRUE(account);
-    EXPECT_TRUE(secret.isAt(account->membership->credentials.secret.view().data()));
+    EXPECT_TRUE(secret.isAt(account->membership.credentials.secret.view().data()));
     changeMembership(path, *account, [](Membership& each) { each.name = "second"; });
   }
   EXPECT_EQ(timesInMemory(secret), 0);

@@ -150,10 +150,10 @@ void changeMembership(const std::string& path, const Account& account,
   const auto hold = holdOf(path);
   auto kept = readAccount(path);
   if (!kept || !(kept->computer == account.computer) ||
-      kept->membership->account != account.membership->account) {
+      kept->membership.account != account.membership.account) {
     return;
   }
-  change(*kept->membership);
+  change(kept->membership);
   writePrivately(path, membershipFileOf(*kept).view());
 }
 

@@ -18,7 +18,7 @@ struct Account {
   /// When the service last answered for this URL and computer, to the day; absent before it ever has. Kept in
   /// a file of its own, which `noteAccountReached` writes.
   std::optional<Date> reached;
-  std::optional<Membership> membership = {};  ///< set in every account that is read or written
+  Membership membership;
 };
 
 /// The path of the account's file in that home directory.

@@ -13,7 +13,7 @@ class AccountProxy : public DotPeltoSessionProxy {
 
   bool dataclassIsEnabledForSyncing(const String& dataclass) override {
     const auto account = pelto::userAccount();
-    return account && account->membership->enabled.contains(dataclass.toString());
+    return account && account->membership.enabled.contains(dataclass.toString());
   }
 
   bool setDataclass(const String& dataclass, bool isEnabledForSyncing, String& error) override {

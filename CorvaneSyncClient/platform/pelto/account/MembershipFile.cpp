@@ -174,7 +174,7 @@ std::optional<Account> accountInMembershipFile(std::string_view bytes) {
 }
 
 SecretBytes membershipFileOf(const Account& account) {
-  const Membership& membership = *account.membership;
+  const Membership& membership = account.membership;
   Array enabled;
   for (const std::string& each : membership.enabled) enabled.append(each);
   Dictionary left;

@@ -25,8 +25,7 @@ bool isMembershipFile(std::string_view bytes);
 
 /// The account in these bytes; absent when they are not exactly of that form.
 std::optional<Account> accountInMembershipFile(std::string_view bytes);
-
-/// The file of an account that has a membership.
+/// The other way. Raises DotPeltoException where what opens the place is too long for that form.
 SecretBytes membershipFileOf(const Account& account);
 
 }  // namespace corvane::pelto

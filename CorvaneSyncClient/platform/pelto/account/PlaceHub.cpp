@@ -22,7 +22,7 @@ constexpr double kCardSeconds = 7 * 86'400;
 constexpr int kMostTries = 3;
 
 Sealer sealerOf(const Account& account) {
-  const Membership& membership = *account.membership;
+  const Membership& membership = account.membership;
   return {*membership.key, membership.account, membership.generation};
 }
 
@@ -34,7 +34,7 @@ std::vector<Link> keptPath(const Account& account) {
 // the name of the commit that holds the change.
 void enterGeneration(Account& account, std::shared_ptr<const AccountKey> key, const GenerationChange& change,
                      const std::string& last) {
-  Membership& membership = *account.membership;
+  Membership& membership = account.membership;
   const std::string before = sealerOf(account).folder();
   const FormerGeneration former{membership.generation,
                                 keyBoxFor(membership.keys->publicKey(), *membership.key), change, last};
@@ -70,7 +70,7 @@ bool continues(const std::vector<Link>& path, const CommitMark& mark) {
 // Another process may switch it meanwhile.
 bool isSwitchedOn() {
   const auto kept = userAccount();
-  return kept && kept->membership->enabled.contains(kHubDataClass);
+  return kept && kept->membership.enabled.contains(kHubDataClass);
 }
 
 // The account's chain in one generation.
@@ -86,7 +86,7 @@ struct Exchange {
 };
 
 RosterEntry cardOf(const Account& account) {
-  const Membership& membership = *account.membership;
+  const Membership& membership = account.membership;
   return {account.computer, membership.name, membership.keys->publicKey(), Platform::current().clock.now()};
 }
 
@@ -130,7 +130,7 @@ class PlaceHub : public Hub {
  private:
   // From the first exchange on the computer knows the chain itself.
   void checkInvitation() {
-    CommitMark& newest = _account.membership->newest;
+    CommitMark& newest = _account.membership.newest;
     if (newest.number == 0) return;
     if (!continues(keptPath(_account), newest)) failOlder(*_exchange->place);
     newest = {};
@@ -139,7 +139,7 @@ class PlaceHub : public Hub {
 
   // Each generation has a higher number than the one before, so that this comes to an end.
   void adopt(const GenerationChange& change) {
-    Membership& membership = *_account.membership;
+    Membership& membership = _account.membership;
     auto key = keyFrom(change, *membership.key, membership.account, _account.computer, *membership.keys);
     if (!key || change.generation <= membership.generation) {
       fail(
@@ -156,7 +156,7 @@ class PlaceHub : public Hub {
   // followed it would go on without the others. The newest generation comes first, so that whoever is handed
   // a key finds ended what has ended. The exchange matters more.
   void review() {
-    std::vector<FormerGeneration>& former = _account.membership->former;
+    std::vector<FormerGeneration>& former = _account.membership.former;
     if (former.empty() || !_exchange->hub.isReviewDue()) return;
     try {
       std::for_each(former.rbegin(), former.rend(), [this](FormerGeneration& each) { seeEnded(each); });
@@ -167,7 +167,7 @@ class PlaceHub : public Hub {
   }
 
   void seeEnded(FormerGeneration& former) {
-    const Membership& membership = *_account.membership;
+    const Membership& membership = _account.membership;
     const auto sealer = sealerOf(former, membership.account, *membership.keys);
     if (!sealer) return;  // not this computer's
     const std::string keptAt = formerChainPathBeside(userAccountPath(), former.generation);
@@ -187,7 +187,7 @@ class PlaceHub : public Hub {
   void noteLast(FormerGeneration& former, const std::string& folder, const std::string& last) {
     if (former.last == last) return;
     former.last = last;
-    _account.membership->left[folder] = last;
+    _account.membership.left[folder] = last;
     changeMembership(userAccountPath(), _account, [&](Membership& changed) {
       for (FormerGeneration& each : changed.former) {
         if (each.generation == former.generation) each.last = last;
@@ -199,7 +199,7 @@ class PlaceHub : public Hub {
   // The exchange matters more than the card.
   void leaveCard() {
     const Date now = Platform::current().clock.now();
-    const bool isDue = std::abs(now.seconds - _account.membership->carded.seconds) >= kCardSeconds;
+    const bool isDue = std::abs(now.seconds - _account.membership.carded.seconds) >= kCardSeconds;
     if (!isDue && !_exchange->hub.hasSurveyed()) return;
     try {
       // A place that went back may have forgotten it.
@@ -207,7 +207,7 @@ class PlaceHub : public Hub {
       Roster alone;
       alone.set(cardOf(_account));
       putCards(*_exchange->place, _exchange->sealer, alone);
-      _account.membership->carded = now;
+      _account.membership.carded = now;
       changeMembership(userAccountPath(), _account, [&](Membership& membership) { membership.carded = now; });
       removeLeft();
     } catch (const PlatformException& exception) {
@@ -217,7 +217,7 @@ class PlaceHub : public Hub {
 
   // The card tells what time it is at the place.
   void removeLeft() {
-    Membership& membership = *_account.membership;
+    Membership& membership = _account.membership;
     if (membership.left.empty()) return;
     Date now;
     for (const PlaceObject& each : _exchange->place->list(_exchange->sealer.folder() + "/m"))
@@ -242,7 +242,7 @@ std::string userChainPath() { return chainPathBeside(userAccountPath()); }
 
 CommitMark newestKnown(const Account& account) {
   const std::vector<Link> path = keptPath(account);
-  return path.empty() ? account.membership->newest : markOf(path.back());
+  return path.empty() ? account.membership.newest : markOf(path.back());
 }
 
 std::unique_ptr<Hub> makePlaceHub(const Account& account, double seconds) {
@@ -253,7 +253,7 @@ void checkJoinable(const Account& account, double seconds) {
   try {
     Exchange exchange(account, seconds);
     const bool hasEnded = exchange.hub.change().has_value();
-    const CommitMark& newest = account.membership->newest;
+    const CommitMark& newest = account.membership.newest;
     const std::vector<Link> path = keptPath(account);
     if (path.empty() && newest.number > 0) {
       fail("There is nothing of the account at " + exchange.place->description() +
@@ -280,11 +280,11 @@ Roster computersOf(const Account& account, double seconds) {
 }
 
 Roster changeAccountKey(const Account& account, const String& removed, double seconds) {
-  const Membership& before = *account.membership;
+  const Membership& before = account.membership;
   const auto key = std::make_shared<AccountKey>(AccountKey::random());
   Account after = account;
-  after.membership->key = key;
-  after.membership->generation = before.generation + 1;
+  after.membership.key = key;
+  after.membership.generation = before.generation + 1;
 
   const Sealer next = sealerOf(after);
   // Where this ends halfway, what is begun is removed one day.
@@ -292,7 +292,7 @@ Roster changeAccountKey(const Account& account, const String& removed, double se
                    [&](Membership& membership) { membership.left[next.folder()] = ""; });
   Roster roster = computersOf(account, seconds);
   const GenerationChange change =
-      changeGeneration(*before.key, *key, before.account, after.membership->generation, roster,
+      changeGeneration(*before.key, *key, before.account, after.membership.generation, roster,
                        removed ? std::vector<String>{removed} : std::vector<String>());
   if (removed) roster.remove(removed);
   Exchange exchange(account, seconds);

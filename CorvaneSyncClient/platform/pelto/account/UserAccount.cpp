@@ -73,7 +73,7 @@ std::string userAccountPath() { return accountPathForHome(Platform::current().pr
 std::optional<Account> userAccount() { return readAccount(userAccountPath()); }
 
 std::unique_ptr<Place> placeOf(const Account& account, double seconds) {
-  return makePlace(parsePlaceAddress(account.url), account.membership->credentials, after(seconds));
+  return makePlace(parsePlaceAddress(account.url), account.membership.credentials, after(seconds));
 }
 
 void enableDataClass(const Account& account, const String& dataClass, bool enabled) {
