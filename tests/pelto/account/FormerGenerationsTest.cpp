@@ -203,6 +203,19 @@ TEST_F(FormerGenerationsTest, AnotherChangeThatSomebodyMadeMeanwhileIsNotFollowe
   EXPECT_THAT(platform.log.messages, SizeIs(1)) << "once a day";
 }
 
+TEST_F(FormerGenerationsTest, WhoseCardThePlaceForgotGetsTheNextKeyIfItSyncsBeforeTheChange) {
+  takeOut();
+  for (const char* name : {"second", "fourth"}) exchangeAt(name);
+  fs::remove_all(place + '/' + folderNow() + "/m");
+  platform.clock.time.seconds += kDay;
+  exchangeAt("second");
+  changeKeyAt("first");
+  exchangeAt("second");
+  EXPECT_EQ(generationAt("second"), 3);
+  EXPECT_THAT(failureAt("fourth"), HasSubstr("Another invitation lets it in again"));
+  EXPECT_EQ(generationAt("fourth"), 2);
+}
+
 TEST_F(FormerGenerationsTest, WhoWasTakenOutGivesNoChangeAgain) {
   takeOut();
   use("first");
