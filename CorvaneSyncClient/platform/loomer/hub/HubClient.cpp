@@ -422,18 +422,12 @@ HubOrigins HubClient::settledOrigins(const HubRecord& held) const {
 
 void HubClient::keepOrigins(const std::vector<HubRecord>& given) {
   OriginTable table(_store, _client);
-  std::unordered_set<String> deleted;
-  for (const auto& [id, pushId] : table.readDeletions()) deleted.insert(id);
   const auto keep = [&](const HubRecord& record, const HubOrigins& origins, bool isGiven) {
-    if (record.deleted) {
-      table.putDeletion(record.id, record.deletedBy, _session);
-      deleted.insert(record.id);
-      return;
-    }
+    if (record.deleted) return table.putDeletion(record.id, record.deletedBy, _session);
     table.put(record.id, origins);
     // That the service lost the deletion alone does not bring the record back.
     const bool isBack = isGiven || _lostSession == 0 || hasNews(origins);
-    if (isBack && deleted.contains(record.id)) table.removeDeletion(record.id);
+    if (isBack) table.removeDeletion(record.id);
   };
   for (const std::vector<HubRecord>* const each : {&_remote.records, &_tree}) {
     for (const HubRecord& record : *each) {
@@ -505,8 +499,10 @@ bool HubClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, Stri
 }
 
 void HubClient::noteWhatIsLost(LoomerClient& client, bool isGiven) const {
-  client.setObject(isGiven ? std::nullopt : std::optional(Value(_lostSession)), kGivesAgainKey);
-  client.setObject(isGiven ? std::nullopt : std::optional(Value(_partedSession)), kPartedKey);
+  const std::pair<const char*, std::int64_t> notes[] = {{kGivesAgainKey, _lostSession},
+                                                        {kPartedKey, _partedSession}};
+  for (const auto& [key, session] : notes)
+    client.setObject(isGiven ? std::nullopt : std::optional(Value(session)), key);
 }
 
 void HubClient::sessionDriverWillCancelSession(LoomerSessionDriver&) {}
