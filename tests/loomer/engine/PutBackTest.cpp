@@ -29,6 +29,13 @@ class PutBackTest : public HubTest {
     settle();
     backup = hub.state;
   }
+  // The same with two other computers, at an empty service.
+  void beginAnew(const std::string& with) {
+    a = makeComputer("a " + with);
+    b = makeComputer("b " + with);
+    hub.state = MemoryHub().state;
+    begin();
+  }
 
   static void add(Computer& computer, const std::string& name, const std::string& folder = "", int at = -1) {
     computer.client->addBookmark(folder, name, "http://" + name + "/", at);
@@ -378,12 +385,9 @@ TEST_P(PutBackTest, AFolderDeletedBeforeAComputerCameLivesForWhatWasPutIntoItSin
 TEST_P(PutBackTest, ADeletionThatTheServiceLostAndThatIsUndoneStaysUndone) {
   for (const bool isJump : {false, true}) {
     SCOPED_TRACE(isJump ? "learned of with later pushes" : "learned of alone");
-    const std::string when = isJump ? " then" : " before";
-    a = makeComputer("a" + when);
-    b = makeComputer("b" + when);
-    hub.state = MemoryHub().state;
-    begin();
-    const auto other = makeComputer("other" + when);
+    const std::string when = isJump ? "then" : "before";
+    beginAnew(when);
+    const auto other = makeComputer("other " + when);
     sync(*other);
     backup = hub.state;
     a->client->remove(a->find("4"));
@@ -406,11 +410,7 @@ TEST_P(PutBackTest, ADeletionThatTheServiceLostAndThatIsUndoneStaysUndone) {
 TEST_P(PutBackTest, WhatWasAddedAndDeletedAndIsBroughtBackLivesOn) {
   for (const bool isFirst : {true, false}) {
     SCOPED_TRACE(isFirst ? "who brings it back comes first" : "the other one comes first");
-    const std::string when = isFirst ? " first" : " last";
-    a = makeComputer("a" + when);
-    b = makeComputer("b" + when);
-    hub.state = MemoryHub().state;
-    begin();
+    beginAnew(isFirst ? "first" : "last");
     add(*a, "7");
     settle();
     a->client->remove(a->find("7"));
@@ -533,106 +533,6 @@ TEST_P(JumpTest, AnOlderValueIsKnownToBeOlderHoweverManyStatesWereJumpedOver) {
   EXPECT_EQ(outcome.substr(0, 8), "F(uno@ht");
 }
 
-TEST_P(JumpTest, WhatLivesAgainAfterItWasDeletedLivesOn) {
-  begin();
-  const auto early = makeComputer("early"), other = makeComputer("other");
-  sync(*early);
-  sync(*other);
-  backup = hub.state;
-  a->client->remove(a->find("4"));
-  sync(*a);
-  const MemoryHub::State deleted = hub.state;
-  sync(*early);
-  other->client->rename(other->find("4"), "four");
-  sync(*other);
-  sync(*b);
-  for (const MemoryHub::State& state : {backup, deleted}) {
-    hub.state = state;
-    sync(*early);
-    sync(*b);
-    EXPECT_NE(b->text().find("four@http://4/"), std::string::npos);
-    sync(*early);
-    EXPECT_EQ(early->text(), b->text());
-  }
-  settle();
-  EXPECT_NE(a->text().find("four@http://4/"), std::string::npos);
-}
-
-TEST_P(JumpTest, WhatLivedOnAndIsDeletedThenStaysDeleted) {
-  begin();
-  const auto early = makeComputer("early"), other = makeComputer("other");
-  sync(*early);
-  sync(*other);
-  backup = hub.state;
-  a->client->remove(a->find("4"));
-  sync(*a);
-  sync(*early);
-  other->client->rename(other->find("4"), "four");
-  sync(*other);
-  sync(*b);
-  other->client->rename(other->find("6"), "six");
-  sync(*other);
-  hub.state = backup;
-  sync(*early);
-  sync(*b);  // gives it again
-  hub.state = backup;
-  b->client->remove(b->find("four"));
-  failOnce("remote changes");
-  sync(*b);  // alone
-  sync(*b);
-  sync(*other);
-  EXPECT_EQ(other->text().find("four"), std::string::npos);
-  settle();
-  EXPECT_EQ(names(), "F(1 2 3) 5 six");
-}
-
-// Who gives a deletion again does not know it itself, since it came later.
-TEST_P(JumpTest, WhatLivesAgainLivesOnThoughSomebodyNeverHadIt) {
-  begin();
-  const auto other = makeComputer("other");
-  sync(*other);
-  backup = hub.state;
-  a->client->remove(a->find("4"));
-  sync(*a);
-  const auto early = makeComputer("early");
-  sync(*early);
-  other->client->rename(other->find("4"), "four");
-  sync(*other);
-  sync(*b);
-  hub.state = backup;
-  sync(*early);
-  EXPECT_EQ(hub.live(), 6u);
-  sync(*b);
-  EXPECT_NE(b->text().find("four@http://4/"), std::string::npos);
-  sync(*early);
-  EXPECT_EQ(early->text(), b->text());
-  settle();
-}
-
-TEST_P(JumpTest, WhatIsDeletedAfterItLivedAgainStaysDeleted) {
-  begin();
-  const auto early = makeComputer("early"), other = makeComputer("other");
-  sync(*early);
-  sync(*other);
-  backup = hub.state;
-  a->client->remove(a->find("4"));
-  sync(*a);
-  sync(*early);
-  other->client->rename(other->find("4"), "four");
-  sync(*other);
-  sync(*b);
-  hub.state = backup;
-  const auto late = makeComputer("late");
-  sync(*late);
-  late->client->remove(late->find("4"));
-  sync(*late);
-  sync(*b);
-  EXPECT_EQ(b->text().find("four"), std::string::npos);
-  sync(*early);
-  settle();
-  EXPECT_EQ(a->text().find("four"), std::string::npos);
-}
-
 // Who gives much again does so in several pushes, and others who know less come in between.
 TEST_P(JumpTest, WhileMuchIsGivenAgainNoOlderValueIsTakenForANewerOne) {
   begin();
@@ -664,6 +564,89 @@ TEST_P(JumpTest, WhileMuchIsGivenAgainNoOlderValueIsTakenForANewerOne) {
   EXPECT_TRUE(a->text() == outcome);
 }
 
+// `a` deletes what `other` edits, so that it lives again. `early` sees it deleted alone, and `b` alive alone.
+class RevivalTest : public PutBackTest {
+ protected:
+  void deleteAndRevive(bool earlyHadIt = true) {
+    begin();
+    sync(*other);
+    if (earlyHadIt) sync(*early);
+    backup = hub.state;
+    a->client->remove(a->find("4"));
+    sync(*a);
+    deleted = hub.state;
+    sync(*early);
+    other->client->rename(other->find("4"), "four");
+    sync(*other);
+    sync(*b);
+  }
+  static bool isAlive(const Computer& on) { return on.text().find("four@http://4/") != std::string::npos; }
+
+  std::unique_ptr<Computer> early = makeComputer("early"), other = makeComputer("other");
+  MemoryHub::State deleted;
+};
+
+CORVANE_OVER_EACH_SERVICE(RevivalTest);
+
+TEST_P(RevivalTest, WhatLivesAgainAfterItWasDeletedLivesOn) {
+  deleteAndRevive();
+  for (const MemoryHub::State& state : {backup, deleted}) {
+    hub.state = state;
+    sync(*early);
+    sync(*b);
+    EXPECT_TRUE(isAlive(*b));
+    sync(*early);
+    EXPECT_EQ(early->text(), b->text());
+  }
+  settle();
+  EXPECT_TRUE(isAlive(*a));
+}
+
+TEST_P(RevivalTest, WhatLivedOnAndIsDeletedThenStaysDeleted) {
+  deleteAndRevive();
+  other->client->rename(other->find("6"), "six");
+  sync(*other);
+  hub.state = backup;
+  sync(*early);
+  sync(*b);  // gives it again
+  hub.state = backup;
+  b->client->remove(b->find("four"));
+  failOnce("remote changes");
+  sync(*b);  // alone
+  sync(*b);
+  sync(*other);
+  EXPECT_FALSE(isAlive(*other));
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 5 six");
+}
+
+// Who gives a deletion again does not know it itself, since it came later.
+TEST_P(RevivalTest, WhatLivesAgainLivesOnThoughSomebodyNeverHadIt) {
+  deleteAndRevive(false);
+  hub.state = backup;
+  sync(*early);
+  EXPECT_EQ(hub.live(), 6u);
+  sync(*b);
+  EXPECT_TRUE(isAlive(*b));
+  sync(*early);
+  EXPECT_EQ(early->text(), b->text());
+  settle();
+}
+
+TEST_P(RevivalTest, WhatIsDeletedAfterItLivedAgainStaysDeleted) {
+  deleteAndRevive();
+  hub.state = backup;
+  const auto late = makeComputer("late");
+  sync(*late);
+  late->client->remove(late->find("4"));
+  sync(*late);
+  sync(*b);
+  EXPECT_FALSE(isAlive(*b));
+  sync(*early);
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 5 6");
+}
+
 TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
   begin();
   a->client->rename(a->find("1"), "one");
@@ -680,10 +663,7 @@ TEST_P(PutBackTest, AComputerThatCameAfterTheBackupKeepsWhatIsNewer) {
 TEST_P(PutBackTest, CutOffWhileItIsGivenAgainNothingIsLostOrUndone) {
   for (const char* call : {"push", "pushed"}) {
     SCOPED_TRACE(call);
-    a = makeComputer(std::string("a at ") + call);
-    b = makeComputer(std::string("b at ") + call);
-    hub.state = MemoryHub().state;
-    begin();
+    beginAnew(call);
     add(*a, "7");
     a->client->rename(a->find("1"), "one");
     sync(*a);
