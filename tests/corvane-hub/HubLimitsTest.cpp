@@ -1,9 +1,12 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/corvane-hub/HubServerTest.h"
@@ -84,9 +87,50 @@ TEST_F(HubLimits, AnObjectHasSixtyFourMebibytesAtMost) {
   client.send(
       client.request("PUT", "/v1/o/f/1", "Content-Length: " + std::to_string((64 << 20) + 1) + "\r\n"));
   EXPECT_EQ(client.receive().status, 413);
+  HubClient largest(hub.port(), token);
+  largest.send(largest.request(
+      "PUT", "/v1/o/f/1", "Expect: 100-continue\r\nContent-Length: " + std::to_string(64 << 20) + "\r\n"));
+  EXPECT_EQ(largest.receive().status, 100);
   HubClient endless(hub.port(), token);
   endless.send(endless.request("PUT", "/v1/o/f/1", "Content-Length: 18446744073709551615\r\n"));
   EXPECT_EQ(endless.receive().status, 413);
+}
+
+TEST_F(HubLimits, ARequestsHeadHasEightKibibytesAtMost) {
+  const auto headOf = [this](std::size_t size) {
+    const std::size_t others = client.request("GET", "/v1/o/f/1", "X: \r\n").size();
+    return client.request("GET", "/v1/o/f/1", "X: " + std::string(size - others, 'x') + "\r\n");
+  };
+  // In which pieces it comes does not matter.
+  for (const std::size_t last : {0, 1, 3, 4, 5}) {
+    SCOPED_TRACE(last);
+    for (const auto& [size, status] : {std::pair{8192, 404}, std::pair{8193, 431}}) {
+      const std::string head = headOf(static_cast<std::size_t>(size));
+      HubClient fresh(hub.port(), token);
+      fresh.send(head.substr(0, head.size() - last));
+      client.get("/v1/o/f/1");  // the server has taken in the first piece by then
+      fresh.send(head.substr(head.size() - last));
+      EXPECT_EQ(fresh.receive().status, status);
+    }
+  }
+}
+
+TEST_F(HubLimits, WhoSendsOnAndOnWhileHeWaitsIsNotHeard) {
+  HubClient waiting(hub.port(), token);
+  waiting.send(waiting.request("GET", "/v1/o/f/1?wait=300"));
+  client.get("/v1/o/f/1");
+  const long before = peakMemory(hub.process());
+  std::thread sending([&] {
+    const std::string much(1 << 20, 'x');
+    while (waiting.send(much)) {
+    }
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LT(peakMemory(hub.process()) - before, 16 * 1024);
+  ASSERT_EQ(client.put("/v1/o/f/1", "first").status, 201);
+  EXPECT_EQ(waiting.receive().body, "first");
+  hub.kill();
+  sending.join();
 }
 
 TEST_F(HubLimits, LargeObjectsTakeNoMemory) {
@@ -144,13 +188,26 @@ TEST_F(HubLimits, AnAccountHasAHundredConnectionsAtMost) {
     clients.push_back(std::make_unique<HubClient>(hub.port(), token));
     ASSERT_EQ(clients.back()->get("/v1/o/f/1").status, 404);
   }
-  EXPECT_EQ(HubClient(hub.port(), token).get("/v1/o/f/1").status, 429);
+  const HttpAnswer tooMany = HubClient(hub.port(), token).get("/v1/o/f/1");
+  EXPECT_EQ(tooMany.status, 429);
+  EXPECT_EQ(tooMany.header("retry-after"), "10");
   EXPECT_EQ(HubClient(hub.port(), accountCommand(directory.path(), {"add", "bob"})).get("/v1/o/f/1").status,
             404);
   clients.pop_back();
   // The server hears of it in its own time.
   while (HubClient(hub.port(), token).get("/v1/o/f/1").status == 429) {
   }
+}
+
+TEST_F(HubLimits, MoreClientsThanTheSystemHasRoomForAreTurnedAwayAndTheOthersServed) {
+  const HubProcess small(directory.path(), {}, {"prlimit", "--nofile=64"});
+  std::vector<std::unique_ptr<HubClient>> clients;
+  for (int i = 0; i < 80; ++i) clients.push_back(std::make_unique<HubClient>(small.port(), token));
+  EXPECT_TRUE(clients.back()->isClosed());
+  EXPECT_EQ(clients.front()->put("/v1/o/f/1", "x").status, 201);
+  const std::string log = small.log(), turnsAway = "turns clients away";
+  EXPECT_NE(log.find(turnsAway), std::string::npos) << log;
+  EXPECT_EQ(log.find(turnsAway), log.rfind(turnsAway)) << "said once";
 }
 
 TEST_F(HubLimits, WhatRunsIsFinishedWhenTheServerEnds) {

@@ -213,7 +213,7 @@ bool Connection::shakeHands() {
 
 bool Connection::readHead() {
   const std::size_t end = _input.find("\r\n\r\n");
-  if (end != std::string::npos && end <= kLongestHead) {
+  if (end != std::string::npos && end + 4 <= kLongestHead) {
     const std::string head = _input.substr(0, end + 4);
     _input.erase(0, head.size());
     begin(head);
