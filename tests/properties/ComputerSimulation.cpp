@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "tests/kit/PropertyCheck.h"
 
 namespace corvane {
 
 namespace {
 
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
+using kit::require;
 
 std::string directoryOf(const std::string& path) {
   return std::filesystem::path(path).parent_path().string();

@@ -6,8 +6,8 @@
 #include <array>
 #include <map>
 #include <set>
-#include <stdexcept>
 
+#include "tests/kit/PropertyCheck.h"
 #include "tests/kit/Steps.h"
 #include "tests/properties/ComputerSimulation.h"
 
@@ -15,14 +15,11 @@ namespace corvane {
 
 namespace {
 
+using kit::require;
 using kit::Step;
 using kit::StepKind;
 
 constexpr std::array kCalls = {"remote changes", "push", "pushed", "has push"};
-
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
 
 // Computers whose users edit at random, and what must come of it. An entry's title is what it is known by
 // throughout, and after a dot the number of its last renaming.
@@ -202,11 +199,11 @@ class RandomComputers {
 };
 
 using enum StepKind;
-const kit::Weights kSteps = {{4, addBookmark},   {2, addFolder},      {2, rename},       {1, readdress},
-                             {1, toggle},        {6, move},           {2, erase},        {9, sync},
-                             {3, syncCutOff},    {3, syncKilled},     {3, syncCrossed},  {1, syncCancelled},
-                             {1, restart},       {1, dropTombstones}, {1, emptyService}, {1, restoreService},
-                             {1, switchService}, {1, fillAccount},    {1, emptyAccount}};
+const kit::Weights kComputerSteps = {
+    {4, addBookmark},    {2, addFolder},     {2, rename},      {1, readdress},      {1, toggle},
+    {6, move},           {2, erase},         {9, sync},        {3, syncCutOff},     {3, syncKilled},
+    {3, syncCrossed},    {1, syncCancelled}, {1, restart},     {1, dropTombstones}, {1, emptyService},
+    {1, restoreService}, {1, switchService}, {1, fillAccount}, {1, emptyAccount}};
 
 }  // namespace
 
@@ -217,7 +214,7 @@ void computersConverge(MemoryHub::Kind service) {
     });
   });
   RandomComputers random(clients, service);
-  for (const Step& step : *kit::stepsOf(kSteps)) random.carryOut(step);
+  for (const Step& step : *kit::stepsOf(kComputerSteps)) random.carryOut(step);
   random.settle();
   random.requireNothingLost();
   random.requireJoining();

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <stdexcept>
 #include <vector>
 
+#include "tests/kit/PropertyCheck.h"
 #include "tests/kit/Steps.h"
 #include "tests/properties/FileSimulation.h"
 
@@ -15,12 +15,9 @@ namespace corvane {
 
 namespace {
 
+using kit::require;
 using kit::Step;
 using kit::StepKind;
-
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
 
 // A simulation whose browsers edit at random, and what must come of it.
 class RandomFiles {
@@ -159,11 +156,11 @@ class RandomFiles {
 };
 
 using enum StepKind;
-const kit::Weights kEdits = {{2, addBookmark}, {1, addFolder}, {1, addHidden}, {1, rename},
-                             {1, readdress},   {1, toggle},    {3, move},      {1, erase}};
+const kit::Weights kFileEdits = {{2, addBookmark}, {1, addFolder}, {1, addHidden}, {1, rename},
+                                 {1, readdress},   {1, toggle},    {3, move},      {1, erase}};
 
 kit::Weights editsAndSessions() {
-  kit::Weights weights = kEdits;
+  kit::Weights weights = kFileEdits;
   weights.insert(weights.end(), {{4, sync}, {1, syncWhile}, {1, syncKilled}});
   return weights;
 }
@@ -193,7 +190,7 @@ void filesConverge() {
 
 void agreementsChangeNothing() {
   const std::size_t clients = *rc::gen::inRange<std::size_t>(1, 4);
-  kit::Weights weights = kEdits;
+  kit::Weights weights = kFileEdits;
   weights.insert(weights.end(), {{4, rename}, {2, readdress}, {2, toggle}, {9, sync}});
   const std::vector<Step> steps = *kit::stepsOf(weights);
   bool hadAgreement = false;
@@ -226,7 +223,7 @@ void undoRestoresEveryFile() {
   simulation.requireConverged();
   const std::string before = simulation.file(0).text();
   const std::int64_t revision = simulation.revision();
-  for (Step step : *kit::stepsOf(kEdits)) {
+  for (Step step : *kit::stepsOf(kFileEdits)) {
     step.client = 1;
     random.carryOut(step);
   }

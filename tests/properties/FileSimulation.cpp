@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
@@ -11,15 +10,15 @@
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "tests/fakes/Files.h"
+#include "tests/kit/PropertyCheck.h"
 
 namespace corvane {
 
 namespace {
 
+using kit::require;
+
 constexpr const char* kMainClient = "com.keldra.Corvane";
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
 
 void requireDone(const std::error_code& error, const std::string& path) {
   if (error) throw std::system_error(error, path);

@@ -2,9 +2,9 @@
 
 #include <memory>
 #include <set>
-#include <stdexcept>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "tests/kit/PropertyCheck.h"
 #include "tests/kit/Steps.h"
 #include "tests/loomer/engine/EngineHome.h"
 #include "tests/properties/FileProperties.h"
@@ -13,18 +13,16 @@ namespace corvane {
 
 namespace {
 
-constexpr std::size_t kClients = 3;
-constexpr std::size_t kPicky = 2;  // the client that does not take everything
-
+using kit::require;
 using kit::Step;
 using kit::StepKind;
 
-const kit::Weights kSteps = {{2, StepKind::addBookmark}, {1, StepKind::addFolder}, {1, StepKind::readdress},
-                             {2, StepKind::move},        {1, StepKind::erase},     {4, StepKind::sync}};
+constexpr std::size_t kClients = 3;
+constexpr std::size_t kPicky = 2;  // the client that does not take everything
 
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
+const kit::Weights kRefusalSteps = {{2, StepKind::addBookmark}, {1, StepKind::addFolder},
+                                    {1, StepKind::readdress},   {2, StepKind::move},
+                                    {1, StepKind::erase},       {4, StepKind::sync}};
 
 // Three clients in memory on a real engine, one of which refuses and ignores at random what is delivered to
 // it.
@@ -111,7 +109,7 @@ class PickySimulation {
 void refusedRecordsStay() {
   PickySimulation simulation;
   simulation.seedAnswers(*rc::gen::inRange(0U, 100'000U));
-  for (const Step& step : *kit::stepsOf(kSteps)) simulation.carryOut(step);
+  for (const Step& step : *kit::stepsOf(kRefusalSteps)) simulation.carryOut(step);
   for (int round = 0; round < 2; ++round) {
     for (const std::size_t client : {kPicky, std::size_t{0}, std::size_t{1}}) simulation.sync(client);
   }

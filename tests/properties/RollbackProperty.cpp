@@ -7,8 +7,8 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <stdexcept>
 
+#include "tests/kit/PropertyCheck.h"
 #include "tests/kit/Steps.h"
 #include "tests/properties/ComputerSimulation.h"
 #include "tests/properties/EditHistory.h"
@@ -17,17 +17,14 @@ namespace corvane {
 
 namespace {
 
+using kit::require;
 using kit::Step;
 using kit::StepKind;
 
-constexpr std::array kCalls = {"remote changes", "push", "pushed"};
+constexpr std::array kCallsCutOff = {"remote changes", "push", "pushed"};
 constexpr std::size_t kMostComputers = 5;
 
 enum Which : std::size_t { kName, kAddress, kTabs, kFolder };
-
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
 
 /// Computers with one client each, whose users edit at random. An entry's title is what it is known by for
 /// ever, and after a dot the number of its last renaming.
@@ -53,7 +50,7 @@ class EditingComputers {
   void carryOut(const Step& step) {
     for (std::size_t i = 0; i < _simulation.clientCount(); ++i) lookAt(i);
     const std::size_t client = step.client % _simulation.clientCount();
-    const char* const call = kCalls[step.entry % kCalls.size()];
+    const char* const call = kCallsCutOff[step.entry % kCallsCutOff.size()];
     const bool isReorder = step.kind == StepKind::reorder;
     const bool changesNobody = step.kind == StepKind::restoreService || step.kind == StepKind::join;
     if (step.kind == StepKind::leave) return leave(client);
@@ -321,16 +318,16 @@ class EditingComputers {
 };
 
 using enum StepKind;
-const kit::Weights kSteps = {{3, addBookmark}, {1, addFolder},      {4, rename},     {3, readdress},
-                             {1, toggle},      {4, move},           {3, reorder},    {3, erase},
-                             {12, sync},       {1, syncCutOff},     {1, syncKilled}, {1, join},
-                             {2, leave},       {3, restoreService}, {8, losePushes}, {1, StepKind::settle}};
+const kit::Weights kRollbackSteps = {
+    {3, addBookmark}, {1, addFolder},      {4, rename},     {3, readdress},       {1, toggle},     {4, move},
+    {3, reorder},     {3, erase},          {12, sync},      {1, syncCutOff},      {1, syncKilled}, {1, join},
+    {2, leave},       {3, restoreService}, {8, losePushes}, {1, StepKind::settle}};
 
 }  // namespace
 
 void editsSurviveRollbacks(MemoryHub::Kind service) {
   EditingComputers random(*rc::gen::element<std::size_t>(2, 3, 3, 4), service);
-  for (const Step& step : *kit::stepsOf(kSteps, 24)) random.carryOut(step);
+  for (const Step& step : *kit::stepsOf(kRollbackSteps, 24)) random.carryOut(step);
   random.settle();
   random.requireEditsKept();
 }

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <exception>
-#include <stdexcept>
 #include <utility>
 
+#include "tests/kit/PropertyCheck.h"
 #include "tests/kit/TreeText.h"
 #include "tests/loomer/merge/History.h"
 #include "tests/loomer/merge/RecordTrees.h"
@@ -14,11 +14,9 @@
 namespace corvane::loomer::test {
 namespace {
 
-constexpr std::size_t kExamples = 20;
+using kit::require;
 
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
+constexpr std::size_t kExamples = 20;
 
 struct Truth {
   std::vector<TruthRecord> records;

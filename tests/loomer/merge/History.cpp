@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <stdexcept>
 
+#include "tests/kit/PropertyCheck.h"
 #include "tests/loomer/merge/RecordTrees.h"
 
 namespace corvane::loomer::test {
 namespace {
 
-void require(bool holds, const std::string& what) {
-  if (!holds) throw std::logic_error(what);
-}
+using kit::require;
 
 std::string named(RecordId record) { return "record " + std::to_string(record); }
 
