@@ -17,6 +17,8 @@ std::string printable(std::string_view text);
 
 /// The same in double quotes; "(none)" for the absent string.
 std::string quoted(const String& text);
+/// The same for text that cannot be absent; by its own type, or std::quoted would go before it.
+inline std::string quoted(const std::string& text) { return quoted(String(text)); }
 
 /// Columns that a terminal needs for printable text: wide East Asian characters and pictographs take two,
 /// combining marks none.
