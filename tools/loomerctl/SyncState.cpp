@@ -39,8 +39,7 @@ std::optional<ServiceState> serviceState(TruthStore& store, const SyncState& sta
     const auto account = pelto::userAccount();
     if (!account) return std::nullopt;
     service.place = pelto::parsePlaceAddress(account->url).description();
-    service.isOn =
-        account->membership && account->membership->enabled.contains(LoomerDataClass_Bookmarks.toString());
+    service.isOn = account->membership.enabled.contains(LoomerDataClass_Bookmarks.toString());
     service.reached = account->reached;
   } catch (const PlatformException& exception) {
     service.problem = exception.reason();
