@@ -17,23 +17,39 @@ function(corvane_slow_test)
   set_tests_properties(${ARGN} PROPERTIES LABELS slow COST 1000)
 endfunction()
 
-# Under the sanitizers compiling tests takes longer than running them. A report's stack names lines of what they test.
+# Under the sanitizers compiling tests takes longer than running them. A report's stack names lines of what they test; what
+# is undefined in a test itself ends it without words, and is not looked for where the processor ends it all the same, or
+# does what is meant.
 if(CORVANE_SANITIZE)
   add_compile_options(-g0)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options(-fsanitize-trap=undefined -fno-sanitize=null,alignment,vptr)
+  endif()
   add_compile_definitions(CORVANE_SANITIZED)
 endif()
 
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-# GoogleTest's headers take longer to read than most tests. A build with clang, which the sanitizers' is, reads them once.
+# GoogleTest's headers and the fakes' take longer to read than most tests. A build with clang, which the sanitizers' is, reads
+# them once.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  file(CONFIGURE OUTPUT googletest_headers.cpp CONTENT "")
-  add_library(corvane_googletest_headers OBJECT "${CMAKE_CURRENT_BINARY_DIR}/googletest_headers.cpp")
-  target_link_libraries(corvane_googletest_headers PRIVATE GTest::gmock)
-  target_compile_options(corvane_googletest_headers PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
-  target_precompile_headers(corvane_googletest_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  file(CONFIGURE OUTPUT test_headers.cpp CONTENT "")
+  add_library(corvane_test_headers OBJECT "${CMAKE_CURRENT_BINARY_DIR}/test_headers.cpp")
+  target_include_directories(corvane_test_headers PRIVATE ${CMAKE_SOURCE_DIR})
+  target_link_libraries(corvane_test_headers PRIVATE GTest::gmock)
+  target_compile_options(corvane_test_headers PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
+  target_precompile_headers(corvane_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>
+                            "${CMAKE_SOURCE_DIR}/tests/fakes/FakePlatform.h")
 endif()
+
+# corvane_use_test_headers(target)
+# Has a program, or a library that names GoogleTest, read them so.
+function(corvane_use_test_headers target)
+  if(TARGET corvane_test_headers)
+    target_precompile_headers(${target} REUSE_FROM corvane_test_headers)
+  endif()
+endfunction()
 
 # corvane_add_test_program(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...])
 # A GoogleTest program that no test runs yet.
@@ -43,9 +59,7 @@ function(corvane_add_test_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_compile_definitions(${name} PRIVATE ${ARG_DEFINITIONS})
-  if(TARGET corvane_googletest_headers)
-    target_precompile_headers(${name} REUSE_FROM corvane_googletest_headers)
-  endif()
+  corvane_use_test_headers(${name})
 endfunction()
 
 # corvane_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...] [SLOW pattern...] [PLAIN pattern...])
