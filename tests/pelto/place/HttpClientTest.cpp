@@ -205,7 +205,9 @@ TEST_F(HttpClientTest, WhatStaysIsAnsweredOrReportedAfterTheLastAttempt) {
   EXPECT_EQ(busy.requests().size(), static_cast<std::size_t>(kMostAttempts));
   EXPECT_THAT(pelto::failureOf([&] { client.perform(reading(deaf)); }), HasSubstr("connection was lost"));
   EXPECT_EQ(deaf.requests().size(), static_cast<std::size_t>(kMostAttempts));
-  for (const std::string status : {"400 Bad", "404 Not", "409 Conflict", "412 There", "501 No", "507 Full"}) {
+  for (const std::string status :
+       {"400 Bad", "401 Who", "402 Pay", "403 No", "404 Not", "405 Not", "409 Conflict", "410 Gone",
+        "412 There", "413 Large", "423 Locked", "501 No", "505 No", "507 Full"}) {
     const ScriptedServer server(httpAnswer(status));
     client.perform(reading(server));
     EXPECT_EQ(server.requests().size(), 1U) << status;
@@ -278,6 +280,7 @@ TEST_F(HttpClientTest, ASilentServerIsNotWaitedForLongerThanAllowed) {
   impatient.stall = 1;
   HttpClient stalling(impatient, after(300));
   EXPECT_THAT(pelto::failureOf([&] { stalling.perform(reading(server)); }), StartsWith("Can't read f/1"));
+  EXPECT_EQ(server.requests().size(), 1U) << "nor once more";
   HttpClient ending(settings(), after(0.3));
   EXPECT_THAT(pelto::failureOf([&] { ending.perform(reading(server)); }), StartsWith("Can't read f/1"));
   HttpClient unknowing(settings(), after(0.3));
