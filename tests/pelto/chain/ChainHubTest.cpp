@@ -532,7 +532,7 @@ TEST_F(LastCommitTest, NothingFollowsIt) {
 
 class DamagedSlotTest : public ChainHubTest, public testing::WithParamInterface<std::size_t> {};
 
-INSTANTIATE_TEST_SUITE_P(Lengths, DamagedSlotTest, testing::Values(0, 1, 5 << 20));
+INSTANTIATE_TEST_SUITE_P(Lengths, DamagedSlotTest, testing::Values(0, 1, 5 << 20, 17 << 20));
 
 TEST_P(DamagedSlotTest, ASlotThatIsDamagedForGoodIsPassedBy) {
   b->give({bookmark(1, "one")});

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -251,6 +252,24 @@ TEST_F(LyingHubTest, WhatIsThereIsDeniedAndWhatIsNotThereIsSaidToBeKept) {
   meet(kNewCommit, always(httpAnswer("201 Created")), kNoRetries, false);
   for (const Spot& spot : {kNewCommit, kNewSegment})
     meet(spot, always(httpAnswer("412 Precondition Failed")), kNoRetries, false);
+}
+
+// What the hub held after the first commit is all that can be read, whatever is given.
+TEST_F(LyingHubTest, AnswersFromAnEarlierState) {
+  const Lie earlier = [](const LyingHub::Request& request, const std::string& honest,
+                         ScriptedConnection& connection) {
+    const auto isFirst = [](const std::string& text) { return text.find("/c/1-") != std::string::npos; };
+    std::string lines;
+    std::istringstream listing(bodyOf(honest));
+    for (std::string line; std::getline(listing, line);) {
+      if (isFirst(line) || line == "end") lines += line + '\n';
+    }
+    const bool isListing = request.target.starts_with("/v1/list/");
+    connection.send(isListing                 ? httpAnswer("200 OK", lines)
+                    : isFirst(request.target) ? honest
+                                              : httpAnswer("404 Not Found"));
+  };
+  meet({"everything", "GET ", "/v1/"}, earlier, 600, true);
 }
 
 TEST_F(LyingHubTest, ListingsOfWhatCannotBeOrIsNotThere) {
