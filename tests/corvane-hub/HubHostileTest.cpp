@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <chrono>
 #include <random>
+#include <stop_token>
+#include <thread>
 #include <vector>
 
 #include "tests/corvane-hub/HubServerTest.h"
@@ -129,9 +132,18 @@ TEST_F(HubStrangers, WhoTakesTooLongIsCutOff) {
   slow.send(head.substr(0, 20));
   HubClient slowBody(hub.port(), token);
   slowBody.send(slowBody.request("PUT", "/v1/o/f/1", "Content-Length: 100\r\n") + "abc");
+  // Sends on and on, and would be done in a minute.
+  HubClient trickling(hub.port(), token);
+  const std::jthread dripping([&](const std::stop_token& ends) {
+    for (const char each : trickling.request("GET", "/v1/o/f/1")) {
+      if (ends.stop_requested() || !trickling.send({&each, 1})) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    }
+  });
   EXPECT_EQ(client.get("/v1/o/f/1").status, 404);
   EXPECT_EQ(slow.receive().status, 408);
   EXPECT_TRUE(slow.isClosed());
+  EXPECT_EQ(trickling.receive().status, 408);
   EXPECT_TRUE(silent.isClosed());
   EXPECT_EQ(slowBody.receive().status, 408);
 }

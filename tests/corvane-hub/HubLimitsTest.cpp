@@ -199,6 +199,20 @@ TEST_F(HubLimits, AnAccountHasAHundredConnectionsAtMost) {
   }
 }
 
+// A proxy may have clients of several accounts share its connections.
+TEST_F(HubLimits, AConnectionCountsForTheAccountThatItServedLast) {
+  const std::string other = accountCommand(directory.path(), {"add", "bob"});
+  std::vector<std::unique_ptr<HubClient>> clients;
+  for (int i = 0; i < 100; ++i) {
+    clients.push_back(std::make_unique<HubClient>(hub.port(), token));
+    ASSERT_EQ(clients.back()->get("/v1/o/f/1").status, 404);
+    clients.back()->send("GET /v1/o/f/1 HTTP/1.1\r\nHost: x\r\nAuthorization: Bearer " + other + "\r\n\r\n");
+    ASSERT_EQ(clients.back()->receive().status, 404);
+  }
+  EXPECT_EQ(HubClient(hub.port(), token).get("/v1/o/f/1").status, 404);
+  EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/1").status, 429);
+}
+
 TEST_F(HubLimits, MoreClientsThanTheSystemHasRoomForAreTurnedAwayAndTheOthersServed) {
   const HubProcess small(directory.path(), {}, {"prlimit", "--nofile=64"});
   std::vector<std::unique_ptr<HubClient>> clients;
