@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <memory>
 #include <unordered_set>
 #include <utility>
 
@@ -16,8 +15,8 @@ constexpr double kMonth = 40 * 86'400.0;
 
 [[noreturn]] void failHaving(const std::string& what) { throw Fault{what}; }
 
-struct PairHash {
-  std::size_t operator()(const std::pair<std::uint64_t, std::uint64_t>& pair) const { return pair.first; }
+struct FirstHalf {
+  std::size_t operator()(const Hash& hash) const { return hash.first; }
 };
 
 class Explorer {
@@ -30,10 +29,10 @@ class Explorer {
     first.left = _bounds;
     first.writers.resize(_bounds.writers);
     for (std::size_t i = 0; i < _bounds.writers; ++i)
-      first.writers[i].editsLeft = i < _bounds.editors ? _bounds.edits : 0;
+      first.writers[i].change().editsLeft = i < _bounds.editors ? _bounds.edits : 0;
     Explored explored;
     try {
-      enqueue(std::move(first), "");
+      enqueue(std::move(first), 0);
       while (!_queue.empty()) {
         const auto [world, story] = std::move(_queue.front());
         _queue.pop_front();
@@ -42,8 +41,8 @@ class Explorer {
           break;
         }
         _story = story;
-        if (isIdle(*world)) requireConverging(*world);
-        expand(*world, story);
+        if (isIdle(world)) requireConverging(world);
+        expand(world, story);
       }
     } catch (const Fault& fault) {
       explored.fault = fault.what + "\n" + told(_story);
@@ -60,38 +59,37 @@ class Explorer {
 
   static bool isIdle(const World& world) {
     return std::none_of(world.writers.begin(), world.writers.end(),
-                        [](const Writer& each) { return each.work.has_value(); });
+                        [](const CopyOnWrite<Writer>& each) { return each->work.has_value(); });
   }
 
-  std::string told(const std::string& story) const {
+  // `story` is the number of the last event, 0 for none.
+  std::string told(std::size_t story) const {
     std::string text;
-    for (std::size_t at = story.empty() ? 0 : std::stoul(story); at != 0; at = _stories[at - 1].before)
+    for (std::size_t at = story; at != 0; at = _stories[at - 1].before)
       text = _stories[at - 1].what + "\n" + text;
     return text;
   }
 
-  // `story` is the number of the last event, 0 or empty for none.
-  void enqueue(World world, const std::string& story) {
-    Digest digest;
-    digest.add(world);
-    if (!_seen.insert(digest.value()).second) return;
-    _queue.emplace_back(std::make_unique<World>(std::move(world)), story);
+  // False when the world was seen before.
+  bool enqueue(World world, std::size_t story) {
+    if (!_seen.insert(hashOf(world)).second) return false;
+    _queue.emplace_back(std::move(world), story);
+    return true;
   }
 
   template <typename Change>
-  void event(const World& world, const std::string& story, const std::string& what, const Change& change) {
+  void event(const World& world, std::size_t story, const std::string& what, const Change& change) {
     World next = world;
-    _stories.push_back({what, story.empty() ? 0 : std::stoul(story)});
-    const std::string number = std::to_string(_stories.size());
-    _story = number;
+    _stories.push_back({what, story});
+    _story = _stories.size();
     change(next);
+    if (!enqueue(std::move(next), _story)) _stories.pop_back();
     _story = story;
-    enqueue(std::move(next), number);
   }
 
-  void expand(const World& world, const std::string& story) {
+  void expand(const World& world, std::size_t story) {
     for (std::size_t i = 0; i < world.writers.size(); ++i) {
-      world.writers[i].work ? expandWork(world, i, story) : expandRest(world, i, story);
+      world.writers[i]->work ? expandWork(world, i, story) : expandRest(world, i, story);
     }
     for (std::size_t i = 0; i < world.late.size(); ++i) {
       event(world, story, "late: " + world.late[i].name, [&](World& next) {
@@ -101,14 +99,14 @@ class Explorer {
       });
     }
     expandRollBacks(world, story);
-    for (const auto& [key, chain] : world.place) {
+    for (const auto& [key, chain] : *world.place) {
       expandDamage(world, key, chain, story);
       expandLosses(world, key, chain, story);
     }
     expandTime(world, story);
   }
 
-  void expandRollBacks(const World& world, const std::string& story) {
+  void expandRollBacks(const World& world, std::size_t story) {
     if (world.left.rollBacks == 0) return;
     for (std::size_t i = 0; i < world.past.size(); ++i) {
       event(world, story, "rolled back to " + std::to_string(i), [&](World& next) {
@@ -121,14 +119,13 @@ class Explorer {
     }
   }
 
-  void expandDamage(const World& world, const std::string& key, const Chain& chain,
-                    const std::string& story) {
+  void expandDamage(const World& world, const std::string& key, const Chain& chain, std::size_t story) {
     for (const auto& commit : chain.commits) {
       const auto& name = commit.first;
       const auto& cell = commit.second;
       if (cell.damage == Damage::passing) {
         event(world, story, name + " is whole again",
-              [&](World& next) { next.place[key].commits.at(name).damage = Damage::none; });
+              [&](World& next) { next.place.change()[key].commits.at(name).damage = Damage::none; });
       }
       const bool isHead = std::none_of(chain.commits.begin(), chain.commits.end(), [&](const auto& each) {
         return linkOf(each.second).number > linkOf(cell).number;
@@ -139,19 +136,18 @@ class Explorer {
               name + (damage == Damage::passing ? " is damaged, and heals" : " is damaged for good"),
               [&](World& next) {
                 --next.left.damages;
-                next.place[key].commits.at(name).damage = damage;
+                next.place.change()[key].commits.at(name).damage = damage;
               });
       }
     }
   }
 
   // Segments that a commit names.
-  void expandLosses(const World& world, const std::string& key, const Chain& chain,
-                    const std::string& story) {
+  void expandLosses(const World& world, const std::string& key, const Chain& chain, std::size_t story) {
     for (const auto& away : chain.away) {
       const std::string& hash = away.first;
       event(world, story, "a segment comes back", [&](World& next) {
-        Chain& changed = next.place[key];
+        Chain& changed = next.place.change()[key];
         changed.segments[hash] = changed.away.at(hash);
         changed.away.erase(hash);
       });
@@ -164,7 +160,7 @@ class Explorer {
       const auto lose = [&](const char* how, const auto& change) {
         event(world, story, what + how, [&](World& next) {
           --next.left.losses;
-          change(next.place[key]);
+          change(next.place.change()[key]);
         });
       };
       lose(" is spoilt", [&](Chain& changed) { changed.spoilt.insert(hash); });
@@ -176,9 +172,9 @@ class Explorer {
     }
   }
 
-  void expandTime(const World& world, const std::string& story) {
+  void expandTime(const World& world, std::size_t story) {
     const auto is = [&](const auto& test) {
-      return std::any_of(world.place.begin(), world.place.end(),
+      return std::any_of(world.place->begin(), world.place->end(),
                          [&](const auto& each) { return test(each.second); });
     };
     const bool isPassing = is([](const Chain& chain) {
@@ -201,20 +197,20 @@ class Explorer {
   }
 
   static bool hasLosses(const World& world) {
-    return std::any_of(world.place.begin(), world.place.end(), [](const auto& each) {
+    return std::any_of(world.place->begin(), world.place->end(), [](const auto& each) {
       const Chain& chain = each.second;
       return std::any_of(chain.commits.begin(), chain.commits.end(),
                          [&](const auto& commit) { return !isReadable(chain, commit.second.hash); });
     });
   }
 
-  void expandRest(const World& world, std::size_t i, const std::string& story) {
+  void expandRest(const World& world, std::size_t i, std::size_t story) {
     const std::string who = "computer " + std::to_string(i);
-    const Writer& writer = world.writers[i];
+    const Writer& writer = *world.writers[i];
     if (writer.isOut) return;
     const auto start = [&](const std::string& what, const auto& change) {
       event(world, story, who + what, [&](World& next) {
-        change(next, next.writers[i]);
+        change(next, next.writers[i].change());
         _computers.goOnAlone(next, i);
       });
     };
@@ -237,9 +233,9 @@ class Explorer {
     });
   }
 
-  void expandWork(const World& world, std::size_t i, const std::string& story) {
+  void expandWork(const World& world, std::size_t i, std::size_t story) {
     const std::string who = "computer " + std::to_string(i);
-    const Action action = _computers.next(world.writers[i]);
+    const Action action = _computers.next(*world.writers[i]);
     const auto goOn = [&](Luck luck, const char* what) {
       event(world, story, who + nameOf(action) + what, [&](World& next) {
         _computers.step(next, i, luck);
@@ -253,7 +249,7 @@ class Explorer {
     if (world.left.kills > 0) {
       event(world, story, who + " is killed", [&](World& next) {
         --next.left.kills;
-        next.writers[i].work.reset();
+        next.writers[i].change().work.reset();
       });
     }
   }
@@ -279,11 +275,9 @@ class Explorer {
   // From here on nothing goes wrong.
   void requireConverging(World world) {
     heal(world);
-    Digest digest;
-    digest.add(world);
-    if (!_converging.insert(digest.value()).second) return;
+    if (!_converging.insert(hashOf(world)).second) return;
     Edits wanted = _bounds.changes == 0 ? world.made : 0;
-    const std::vector<Writer> before = world.writers;
+    const std::vector<CopyOnWrite<Writer>> before = world.writers;
     // A place that goes back forgets segments of which the commit is still to come.
     const bool takesDays = hasLosses(world);
     const int rounds = takesDays ? 6 : 4;
@@ -296,16 +290,16 @@ class Explorer {
     }
     const Writer* first = nullptr;
     for (std::size_t i = 0; i < world.writers.size(); ++i) {
-      if (world.writers[i].isOut) continue;
-      wanted |= before[i].truth;
-      if (!first) first = &world.writers[i];
+      if (world.writers[i]->isOut) continue;
+      wanted |= before[i]->truth;
+      if (!first) first = &*world.writers[i];
     }
     if (!first) failHaving("nobody is left");
-    for (const Writer& each : world.writers) {
-      if (each.isOut) continue;
-      if ((each.truth & wanted) != wanted || each.truth != first->truth) failHaving("an edit is lost");
-      if (each.key != first->key) failHaving("computers have different keys");
-      if (each.seen != first->seen) failHaving("computers follow different chains");
+    for (const CopyOnWrite<Writer>& each : world.writers) {
+      if (each->isOut) continue;
+      if ((each->truth & wanted) != wanted || each->truth != first->truth) failHaving("an edit is lost");
+      if (each->key != first->key) failHaving("computers have different keys");
+      if (each->seen != first->seen) failHaving("computers follow different chains");
     }
     requireQuiet(std::move(world));
   }
@@ -314,7 +308,7 @@ class Explorer {
     world.left = {};
     world.late.clear();
     world.past.clear();
-    for (auto& [key, chain] : world.place) {
+    for (auto& [key, chain] : world.place.change()) {
       for (auto& [name, cell] : chain.commits) {
         if (cell.damage == Damage::passing) cell.damage = Damage::none;
       }
@@ -327,7 +321,7 @@ class Explorer {
   void requireQuiet(World world) {
     const auto count = [&] {
       std::size_t commits = 0;
-      for (const auto& [key, chain] : world.place) commits += chain.commits.size();
+      for (const auto& [key, chain] : *world.place) commits += chain.commits.size();
       return commits;
     };
     const std::size_t commits = count();
@@ -337,9 +331,9 @@ class Explorer {
 
   void runSession(World& world, std::size_t i) {
     constexpr int kMostSteps = 400;
-    if (world.writers[i].isOut) return;
-    _computers.beginSession(world, world.writers[i]);
-    for (int steps = 0; world.writers[i].work; ++steps) {
+    if (world.writers[i]->isOut) return;
+    _computers.beginSession(world, world.writers[i].change());
+    for (int steps = 0; world.writers[i]->work; ++steps) {
       if (steps == kMostSteps) failHaving("a session has no end");
       _computers.step(world, i, Luck::good);
     }
@@ -349,11 +343,11 @@ class Explorer {
 
   const Bounds _bounds;
   Computers _computers;
-  std::deque<std::pair<std::unique_ptr<World>, std::string>> _queue;
-  std::unordered_set<std::pair<std::uint64_t, std::uint64_t>, PairHash> _seen;
-  std::unordered_set<std::pair<std::uint64_t, std::uint64_t>, PairHash> _converging;
+  std::deque<std::pair<World, std::size_t>> _queue;
+  std::unordered_set<Hash, FirstHalf> _seen;
+  std::unordered_set<Hash, FirstHalf> _converging;
   std::vector<Told> _stories;
-  std::string _story;
+  std::size_t _story = 0;
 };
 
 }  // namespace

@@ -10,8 +10,8 @@ namespace {
 
 const Chain& chainOf(const World& world, const std::string& key) {
   static const Chain kNone;
-  const auto found = world.place.find(key);
-  return found == world.place.end() ? kNone : found->second;
+  const auto found = world.place->find(key);
+  return found == world.place->end() ? kNone : found->second;
 }
 
 // Once there is nothing more to decide.
@@ -44,7 +44,7 @@ void Computers::beginSession(const World& world, Writer& writer) const {
 
 // One action of a computer, or what its engine does between two exchanges.
 void Computers::step(World& world, std::size_t i, Luck luck) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   const Action action = _decisions.next(work.state);
   if (action.kind == Action::Kind::none) return conclude(world, i);
@@ -77,7 +77,7 @@ void Computers::step(World& world, std::size_t i, Luck luck) {
 // What touches nothing but the computer itself needs no interleaving with others. It may be killed before
 // it keeps what it decided.
 void Computers::goOnAlone(World& world, std::size_t i) {
-  while (const auto& work = world.writers[i].work) {
+  while (const auto& work = world.writers[i]->work) {
     const Action::Kind kind = _decisions.next(work->state).kind;
     const bool isKept = kind == Action::Kind::keep || work->doing == Doing::adopting;
     if (isKept ? world.left.kills > 0 : kind != Action::Kind::none || actsAtPlace(work->doing)) return;
@@ -89,7 +89,7 @@ void Computers::goOnAlone(World& world, std::size_t i) {
 bool Computers::give(World& world, Writer& writer, Luck luck) {
   Work& work = *writer.work;
   const Link& push = *work.state.kept.undecided;
-  Chain& chain = world.place[keyOf(writer)];
+  Chain& chain = world.place.change()[keyOf(writer)];
   if (!work.hasPutSegment) {
     chain.segments[push.hash] = world.placeTime;
     work.hasPutSegment = true;
@@ -124,7 +124,7 @@ void Computers::believe(Work& work) {
 bool Computers::make(World& world, const Request& request) {
   if (chainOf(world, request.key).commits.contains(request.name)) return false;
   if (world.left.rollBacks > 0) world.past.push_back(world.place);
-  world.place[request.key].commits[request.name] = {request.hash, Damage::none, world.placeTime};
+  world.place.change()[request.key].commits[request.name] = {request.hash, Damage::none, world.placeTime};
   return true;
 }
 
@@ -142,14 +142,14 @@ Found Computers::find(const World& world, const Writer& writer, const std::strin
 
 // What the engine makes of a settled exchange or push.
 void Computers::conclude(World& world, std::size_t i) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   if (work.doing == Doing::collection) return remove(world, writer);
   if (work.doing == Doing::beginning) return beginGeneration(world, i);
   if (work.doing == Doing::adopting) return adopt(world, i);
   if (work.doing == Doing::leaving) return leave(world, writer);
   if (work.doing == Doing::undoing) {
-    world.place.erase(work.next);
+    world.place.change().erase(work.next);
     return writer.work.reset();
   }
   keep(writer, _decisions.kept(work.state.kept));
@@ -161,7 +161,7 @@ void Computers::conclude(World& world, std::size_t i) {
 }
 
 void Computers::concludeExchange(World& world, std::size_t i) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   if (isEnded(work.state.kept)) {
     const Made& last = _registry.at(work.state.kept.head()->hash);
@@ -194,7 +194,7 @@ void Computers::concludeExchange(World& world, std::size_t i) {
 }
 
 void Computers::goOnWithExchange(World& world, std::size_t i) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   takeIn(world, i);
   const Edits given = writer.truth & ~writer.base;
@@ -208,7 +208,7 @@ void Computers::goOnWithExchange(World& world, std::size_t i) {
 }
 
 void Computers::concludeCommit(World& world, std::size_t i, bool isDone) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   switch (work.doing) {
     case Doing::push:
@@ -250,7 +250,7 @@ History Computers::historyOf(const std::vector<Link>& path) const {
 }
 
 void Computers::takeIn(World& world, std::size_t i) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   const std::vector<Link>& path = writer.work->state.kept.path;
   const History history = historyOf(path);
   const Link seen = writer.seen.empty() ? Link() : _registry.at(writer.seen).link;
@@ -280,7 +280,7 @@ void Computers::takeIn(World& world, std::size_t i) {
 
 void Computers::takeCommit(const World& world, std::size_t i, const Made& commit, bool isNews) const {
   if (world.hasRolledBack) return;
-  const Writer& writer = world.writers[i];
+  const Writer& writer = *world.writers[i];
   const bool isKnown = writer.journal == commit.link.hash || writer.known.contains(commit.link.hash);
   if (isNews && commit.writer == i && commit.edits != 0 && !isKnown)
     fail("a computer takes its own old values for another's new ones");
@@ -324,7 +324,7 @@ void Computers::readAgain(World& world, Writer& writer) const {
 
 void Computers::remedy(World& world, std::size_t i, Link missing) {
   if (_bounds.losses == 0 && !world.hasRolledBack) fail("a commit names what is not there");
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   while (true) {
     const bool isForGood =
@@ -408,7 +408,7 @@ void Computers::identify(Made& commit, const std::string& key) {
 }
 
 void Computers::give(World& world, std::size_t i, Made commit, Doing doing) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   identify(commit, writer.key);
   work.doing = doing;
@@ -417,16 +417,17 @@ void Computers::give(World& world, std::size_t i, Made commit, Doing doing) {
 }
 
 void Computers::push(World& world, std::size_t i, Edits edits) {
-  Made commit = commitAfterHead(i, *world.writers[i].work);
+  Made commit = commitAfterHead(i, *world.writers[i]->work);
   if (commit.all & edits) fail("an edit is given twice");
   commit.edits = edits;
   commit.all |= edits;
   give(world, i, std::move(commit), Doing::push);
-  world.writers[i].journal = world.writers[i].work->pushed;
+  Writer& writer = world.writers[i].change();
+  writer.journal = writer.work->pushed;
 }
 
 void Computers::checkpoint(World& world, std::size_t i, std::int64_t keeps, Doing doing) {
-  const Work& work = *world.writers[i].work;
+  const Work& work = *world.writers[i]->work;
   Made commit = commitAfterHead(i, work);
   commit.all = readable(work);
   tell(commit, work.state.kept.path, keeps);
@@ -458,13 +459,13 @@ Made Computers::firstCommit(std::size_t i, const Work& work, const Link& last) c
 }
 
 void Computers::makeFirst(World& world, const Work& work) {
-  world.place[work.next].segments[work.first.hash] = world.placeTime;
+  world.place.change()[work.next].segments[work.first.hash] = world.placeTime;
   make(world, work.first);
 }
 
 // The chain under the next key is there before the last commit of this one hands that key over.
 void Computers::beginGeneration(World& world, std::size_t i) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   work.next = std::to_string(i) + "." + std::to_string(world.left.changes);
   Made last = lastCommit(i, work);
@@ -478,7 +479,7 @@ void Computers::beginGeneration(World& world, std::size_t i) {
 }
 
 void Computers::adopt(World& world, std::size_t i) const {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   const Work work = *writer.work;
   if (_decisions.handsOverAtOnce && work.removes) makeFirst(world, work);
   writer.left[writer.key] = nameOfLast(writer);
@@ -492,7 +493,7 @@ void Computers::adopt(World& world, std::size_t i) const {
 }
 
 void Computers::review(World& world, std::size_t i) const {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   work.doing = Doing::reviewing;
   work.timesEnded = 0;
@@ -501,7 +502,7 @@ void Computers::review(World& world, std::size_t i) const {
 
 void Computers::concludeReview(World& world, std::size_t i) {
   constexpr int kMostTimes = 3;
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   Former& former = writer.former[work.reviewed - 1];
   const bool isStuck = work.state.stage == Stage::stuck;
@@ -528,7 +529,7 @@ void Computers::concludeReview(World& world, std::size_t i) {
 }
 
 void Computers::endReview(World& world, std::size_t i, bool isDone) {
-  Writer& writer = world.writers[i];
+  Writer& writer = world.writers[i].change();
   Work& work = *writer.work;
   work.reviewed = 0;
   work.doing = Doing::exchange;
@@ -551,8 +552,9 @@ std::vector<std::string> Computers::leftBy(const World& world, const Writer& wri
 void Computers::leave(World& world, Writer& writer) const {
   for (const auto& [key, last] : writer.left) {
     for (const std::string& each : leftBy(world, writer, key, last)) {
-      world.place[key].commits.erase(each);
-      world.place[key].segments.erase(each);
+      Chain& chain = world.place.change()[key];
+      chain.commits.erase(each);
+      chain.segments.erase(each);
     }
   }
   writer.work.reset();
@@ -560,7 +562,7 @@ void Computers::leave(World& world, Writer& writer) const {
 
 // The place may have gone back since it was listed.
 void Computers::remove(World& world, Writer& writer) {
-  Chain& chain = world.place[writer.key];
+  Chain& chain = world.place.change()[writer.key];
   for (const std::string& each : writer.work->collected.commits) chain.commits.erase(each);
   for (const std::string& each : writer.work->collected.segments) chain.segments.erase(each);
   writer.work.reset();

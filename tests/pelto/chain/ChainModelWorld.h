@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -18,6 +19,37 @@
 namespace corvane::model {
 
 using Edits = unsigned;
+
+/// Of some value; different values have different ones.
+using Hash = std::pair<std::uint64_t, std::uint64_t>;
+
+/// A value that copies share until one of them changes, since an event changes little of a world. So it is
+/// hashed no more often than it changes.
+template <typename Value>
+class CopyOnWrite {
+ public:
+  const Value& operator*() const { return _held->value; }
+  const Value* operator->() const { return &_held->value; }
+  /// The value, no longer shared. To be changed before this object is copied or its hash asked for.
+  Value& change() {
+    if (_held.use_count() > 1) _held = std::make_shared<Held>(Held{_held->value, std::nullopt});
+    _held->hash.reset();
+    return _held->value;
+  }
+  /// As `compute` answers it, which makes the hash of a value.
+  template <typename Compute>
+  const Hash& hash(const Compute& compute) const {
+    if (!_held->hash) _held->hash = compute(_held->value);
+    return *_held->hash;
+  }
+
+ private:
+  struct Held {
+    Value value;
+    std::optional<Hash> hash;
+  };
+  std::shared_ptr<Held> _held = std::make_shared<Held>();
+};
 
 /// A commit. Its hash is one of its contents, so that equal states of the world are equal however they came
 /// to be.
@@ -129,10 +161,10 @@ inline constexpr double kYoung = 0;
 inline constexpr double kBeginning = 1e6;
 
 struct World {
-  Place place;
-  std::vector<Place> past;  ///< what the place can be put back to
+  CopyOnWrite<Place> place;
+  std::vector<CopyOnWrite<Place>> past;  ///< what the place can be put back to
   std::vector<Request> late;
-  std::vector<Writer> writers;
+  std::vector<CopyOnWrite<Writer>> writers;
   Bounds left;
   double placeTime = kYoung;
   double clock = kBeginning;  ///< of the computers
@@ -243,6 +275,16 @@ class Digest {
     add(writer.editsLeft);
     writer.work ? add(*writer.work) : add('-');
   }
+  template <typename Each>
+  void add(const CopyOnWrite<Each>& shared) {
+    const Hash& hash = shared.hash([](const Each& each) {
+      Digest digest;
+      digest.add(each);
+      return digest.value();
+    });
+    add(hash.first);
+    add(hash.second);
+  }
   void add(const World& world) {
     add(world.place);
     add(world.past);
@@ -256,12 +298,16 @@ class Digest {
     add(world.clock);
     add(world.hasRolledBack);
   }
-  std::pair<std::uint64_t, std::uint64_t> value() const {
-    return {sipHash({}, _bytes), sipHash({1, 2}, _bytes)};
-  }
+  Hash value() const { return {sipHash({}, _bytes), sipHash({1, 2}, _bytes)}; }
 
  private:
   std::string _bytes;
 };
+
+inline Hash hashOf(const World& world) {
+  Digest digest;
+  digest.add(world);
+  return digest.value();
+}
 
 }  // namespace corvane::model
