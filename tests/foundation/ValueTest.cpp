@@ -120,6 +120,48 @@ TEST(Value, CopiesKeepTheirContents) {
   EXPECT_TRUE(copy.empty());
 }
 
+TEST(Value, EveryKindIsCopiedMovedAndReplacedByEveryOther) {
+  const Value values[] = {1,
+                          1.0,
+                          true,
+                          "1",
+                          Date{1.0},
+                          Data("1"),
+                          Array{1},
+                          Array(),
+                          Dictionary{{"1", 1}},
+                          Dictionary(),
+                          Url{"1"},
+                          std::numeric_limits<std::uint64_t>::max()};
+  for (const Value& before : values) {
+    for (const Value& after : values) {
+      Value copied = before;
+      EXPECT_EQ(copied, before);
+      copied = after;
+      EXPECT_EQ(copied, after) << before.typeName();
+      Value moved = std::move(copied);
+      EXPECT_EQ(moved, after);
+      copied = before;
+      moved = std::move(copied);
+      EXPECT_EQ(moved, before) << after.typeName();
+    }
+  }
+}
+
+TEST(Value, APayloadIsSharedAsOftenAsThereAreValues) {
+  SharedBytes* const bytes = SharedBytes::make("text", 4);
+  const String text(bytes);
+  EXPECT_FALSE(bytes->isShared());
+  {
+    const Value first = text;
+    Value second = first;
+    second = 1;
+    const Value third = std::move(second);
+    EXPECT_TRUE(bytes->isShared());
+  }
+  EXPECT_FALSE(bytes->isShared());
+}
+
 TEST(Value, NumbersComeAsBooleansAnd32Bits) {
   const struct {
     const char* phrase;

@@ -34,6 +34,13 @@ inline std::uint64_t loadBigEndian(const char* from, std::size_t size) {
   return number;
 }
 
+/// The same where 8 bytes can be read, whatever the size.
+inline std::uint64_t loadBigEndianOfEight(const char* from, std::size_t size) {
+  std::uint64_t number;
+  std::memcpy(&number, from, sizeof number);
+  return __builtin_bswap64(number) >> (64 - 8 * size);
+}
+
 /// Writes the low `size` bytes (1 to 8) of `number`, most significant byte first.
 inline void storeBigEndian(char* to, std::uint64_t number, std::size_t size) {
   const std::uint64_t swapped = __builtin_bswap64(number << (64 - 8 * size));

@@ -37,7 +37,7 @@ class BinaryReader {
         _budget(kOverlapAllowance * bytes.size()),
         _objects(_trailer.count),
         _heights(_trailer.count, kNotBuilt),
-        _isInterned(_trailer.count, false) {}
+        _isInterned(_trailer.count, 0) {}
 
   Value read() {
     const std::uint64_t end = _bytes.size() - kBinaryTrailerSize;
@@ -55,6 +55,7 @@ class BinaryReader {
     const char* references = nullptr;  // object numbers of the values
     std::size_t count = 0;
     std::size_t next = 0;
+    std::uint32_t room = 0;    // for the heights of what is inside
     std::uint32_t height = 0;  // of the tallest container inside
     Dictionary::Map entries;
     std::vector<Value> values;
@@ -79,7 +80,7 @@ class BinaryReader {
 
   std::uint64_t offsetOf(std::uint64_t object) const {
     const std::uint64_t entry = _trailer.table + object * _trailer.offsetSize;
-    const std::uint64_t offset = loadBigEndian(_bytes.data() + entry, _trailer.offsetSize);
+    const std::uint64_t offset = loadBigEndianOfEight(_bytes.data() + entry, _trailer.offsetSize);
     if (offset < kBinaryHeader.size() || offset >= _trailer.table) {
       failBinary(entry, "object " + std::to_string(object) + " is said to be at " + std::to_string(offset) +
                             ", where no objects are");
@@ -87,22 +88,32 @@ class BinaryReader {
     return offset;
   }
 
+  // The object that the number at `references`, `index` further on, stands for. The trailer is behind all of
+  // them.
+  std::uint64_t objectAt(const char* references, std::size_t index) const {
+    return loadBigEndianOfEight(references + index * _trailer.referenceSize, _trailer.referenceSize);
+  }
+
   // The object, if it is built or a scalar that can be built at once; null for a container yet to be opened.
   // `user` is the offset to blame for a bad number.
   const Value* find(std::uint64_t object, std::uint64_t user) {
+    const bool isBuilt =
+        object < _trailer.count && _heights[object] != kNotBuilt && _heights[object] != kBeingBuilt;
+    return isBuilt ? &_objects[object] : build(object, user);
+  }
+
+  // As `find`, for what is not built.
+  const Value* build(std::uint64_t object, std::uint64_t user) {
     if (object >= _trailer.count) {
       failBinary(user, "object " + std::to_string(object) + " is used, but there are only " +
                            std::to_string(_trailer.count));
     }
-    if (_heights[object] == kNotBuilt) {
-      const std::uint64_t offset = offsetOf(object);
-      const unsigned kind = kindAt(offset);
-      if (kind == kArray || kind == kDictionary) return nullptr;
-      _objects[object] = readScalar(kind, offset);
-      _heights[object] = kScalar;
-    } else if (_heights[object] == kBeingBuilt) {
-      failBinary(offsetOf(object), "the container at this offset contains itself");
-    }
+    const std::uint64_t offset = offsetOf(object);
+    if (_heights[object] == kBeingBuilt) failBinary(offset, "the container at this offset contains itself");
+    const unsigned kind = kindAt(offset);
+    if (kind == kArray || kind == kDictionary) return nullptr;
+    _objects[object] = readScalar(kind, offset);
+    _heights[object] = kScalar;
     return &_objects[object];
   }
 
@@ -111,8 +122,9 @@ class BinaryReader {
     const bool isDictionary = kindAt(offset) == kDictionary;
     const Counted counted = readCount(offset, isDictionary ? "dictionary" : "array",
                                       _trailer.referenceSize * (isDictionary ? 2 : 1));
-    checkDepth(_open.size() + 1, offset);
+    if (_open.size() == kPropertyListMaximumDepth) failDepth(offset);
     OpenContainer& container = _open.emplace_back();
+    container.room = static_cast<std::uint32_t>(kPropertyListMaximumDepth - _open.size());
     container.object = object;
     container.offset = offset;
     container.count = counted.count;
@@ -127,22 +139,19 @@ class BinaryReader {
     _heights[object] = kBeingBuilt;
   }
 
-  static void checkDepth(std::size_t depth, std::uint64_t offset) {
-    if (depth > kPropertyListMaximumDepth) {
-      failBinary(offset, "containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
-    }
+  [[noreturn]] static void failDepth(std::uint64_t offset) {
+    failBinary(offset, "containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
   }
 
   // Fills the innermost open container until it is complete or something inside must be opened first.
   void advance() {
     OpenContainer& container = _open.back();
-    const std::size_t size = _trailer.referenceSize;
     for (; container.next < container.count; ++container.next) {
-      const std::uint64_t object = loadBigEndian(container.references + container.next * size, size);
+      const std::uint64_t object = objectAt(container.references, container.next);
       const Value* value = find(object, container.offset);
       if (!value) return open(object);
       const std::uint32_t height = _heights[object] - kScalar;
-      checkDepth(_open.size() + height, container.offset);
+      if (height > container.room) failDepth(container.offset);
       container.height = std::max(container.height, height);
       if (container.keys) {
         container.entries.setInterned(key(container), *value);
@@ -154,20 +163,20 @@ class BinaryReader {
   }
 
   const String& key(const OpenContainer& container) {
-    const std::size_t size = _trailer.referenceSize;
-    const std::uint64_t object = loadBigEndian(container.keys + container.next * size, size);
-    const Value* value = find(object, container.offset);
+    const std::uint64_t object = objectAt(container.keys, container.next);
+    if (object >= _trailer.count || !_isInterned[object]) internKey(object, container.offset);
+    return *_objects[object].as<String>();
+  }
+
+  void internKey(std::uint64_t object, std::uint64_t user) {
+    const Value* value = find(object, user);
     const String* text = value ? value->as<String>() : nullptr;
-    if (text && !_isInterned[object]) {
-      _objects[object] = interned(*text);
-      _isInterned[object] = true;
-      text = value->as<String>();
-    }
     if (!text) {
       const std::string type = value ? value->typeName() : "container";
       failBinary(offsetOf(object), type + " as the key of a dictionary");
     }
-    return *text;
+    _objects[object] = interned(*text);
+    _isInterned[object] = 1;
   }
 
   void close(OpenContainer& container) {
@@ -323,7 +332,7 @@ class BinaryReader {
   std::uint64_t _budget;
   std::vector<Value> _objects;
   std::vector<std::uint32_t> _heights;
-  std::vector<bool> _isInterned;  // whether an object is a key, of which there is one String for each text
+  std::vector<char> _isInterned;  // 1 for an object that is a key, of which there is one String for each text
   std::vector<OpenContainer> _open;
 };
 

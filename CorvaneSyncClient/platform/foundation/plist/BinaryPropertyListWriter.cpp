@@ -15,19 +15,7 @@ namespace corvane {
 
 namespace {
 
-// The alternatives of Value, in its order.
-enum class Kind : std::uint32_t {
-  boolean,
-  integer,
-  largeInteger,
-  real,
-  date,
-  string,
-  data,
-  array,
-  dictionary,
-  url
-};
+using Kind = Value::Kind;
 
 // One object of the file: a payload inside the value that is being written.
 struct Object {
@@ -70,12 +58,10 @@ std::uint32_t payloadHash(const Url&) {
 std::uint32_t hashFor(Kind kind, std::uint32_t payload) { return payload + static_cast<std::uint32_t>(kind); }
 
 Object objectFor(const Value& value) {
-  const auto kind = static_cast<Kind>(value.payload().index());
-  return std::visit(
-      [kind](const auto& payload) {
-        return Object{kind, hashFor(kind, payloadHash(payload)), &payload};
-      },
-      value.payload());
+  const Kind kind = value.kind();
+  return value.visit([kind](const auto& payload) {
+    return Object{kind, hashFor(kind, payloadHash(payload)), &payload};
+  });
 }
 
 Object objectFor(const String& key) { return {Kind::string, hashFor(Kind::string, key.hash()), &key}; }

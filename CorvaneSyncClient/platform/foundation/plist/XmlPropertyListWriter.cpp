@@ -71,7 +71,7 @@ class XmlWriter {
 
   void writeValue(const Value& value) {
     if (_text.size() > kMaximumSize) refuse("the text would exceed 1 GiB");
-    std::visit([this](const auto& payload) { writePayload(payload); }, value.payload());
+    value.visit([this](const auto& payload) { writePayload(payload); });
   }
 
   void writePayload(bool value) { writeLine(value ? "<true/>" : "<false/>"); }

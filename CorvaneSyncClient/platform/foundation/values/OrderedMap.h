@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -56,6 +57,17 @@ class OrderedMap {
     E* _at = nullptr;
     E* _end = nullptr;
   };
+  OrderedMap() = default;
+  OrderedMap(const OrderedMap& other)
+      : _entries(other._entries), _index(other._index ? std::make_unique<Index>(*other._index) : nullptr) {}
+  OrderedMap(OrderedMap&&) noexcept = default;
+  OrderedMap& operator=(OrderedMap other) noexcept {
+    _entries.swap(other._entries);
+    _index.swap(other._index);
+    return *this;
+  }
+  ~OrderedMap() = default;
+
   using iterator = Iterator<Entry>;
   using const_iterator = Iterator<const Entry>;
 
@@ -66,7 +78,7 @@ class OrderedMap {
     return {_entries.data() + _entries.size(), _entries.data() + _entries.size()};
   }
 
-  std::size_t size() const { return _entries.size() - _removed; }
+  std::size_t size() const { return _entries.size() - (_index ? _index->removed : 0); }
   bool empty() const { return size() == 0; }
   void reserve(std::size_t count) {
     _entries.reserve(count);
@@ -95,12 +107,17 @@ class OrderedMap {
   }
 
   /// As `set`, for a map all of whose keys are interned: a small one is searched by instance.
-  V& setInterned(const String& key, const V& value) {
-    if (!_slots.empty()) return set(key, value);
-    for (Entry& entry : _entries) {
-      if (entry.key.isSameInstance(key)) return entry.value = value;
+  void setInterned(const String& key, const V& value) {
+    if (_index || _entries.size() == kLinearLimit) {
+      set(key, value);
+      return;
     }
-    return append(key, value);
+    for (Entry& entry : _entries) {
+      if (!entry.key.isSameInstance(key)) continue;
+      entry.value = value;
+      return;
+    }
+    _entries.push_back({key, value});
   }
 
   /// Takes the key and its value out; answers whether it was there.
@@ -110,8 +127,7 @@ class OrderedMap {
 
   void clear() {
     _entries.clear();
-    _slots.clear();
-    _removed = 0;
+    _index.reset();
   }
 
   /// The keys as they stand now, for walks that change the map.
@@ -126,11 +142,17 @@ class OrderedMap {
   static constexpr std::size_t kLinearLimit = 8;
   static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 
+  // Where the entries of a map stand that is too large to be searched one by one.
+  struct Index {
+    std::vector<std::uint32_t> slots;  // open addressing: 0, or the entry's number counted from 1
+    std::size_t removed = 0;           // entries that were removed and not yet swept away
+  };
+
   V* valueAt(std::size_t at) { return at == kNowhere ? nullptr : &_entries[at].value; }
 
   std::size_t locate(const String& key) const {
     if (!key) return kNowhere;
-    if (_slots.empty()) {
+    if (!_index) {
       for (std::size_t i = 0; i < _entries.size(); ++i) {
         if (_entries[i].key.isSameInstance(key)) return i;
       }
@@ -139,27 +161,28 @@ class OrderedMap {
   }
 
   std::size_t locateText(std::string_view text, const String* hashed) const {
-    if (_slots.empty()) {
+    if (!_index) {
       for (std::size_t i = 0; i < _entries.size(); ++i) {
         if (_entries[i].key && _entries[i].key.view() == text) return i;
       }
       return kNowhere;
     }
     const std::uint32_t hash = hashed ? hashed->hash() : hashOf(text);
-    const std::size_t mask = _slots.size() - 1;
+    const std::vector<std::uint32_t>& slots = _index->slots;
+    const std::size_t mask = slots.size() - 1;
     for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-      if (_slots[slot] == 0) return kNowhere;
-      const Entry& entry = _entries[_slots[slot] - 1];
-      if (entry.key && entry.key.hash() == hash && entry.key.view() == text) return _slots[slot] - 1;
+      if (slots[slot] == 0) return kNowhere;
+      const Entry& entry = _entries[slots[slot] - 1];
+      if (entry.key && entry.key.hash() == hash && entry.key.view() == text) return slots[slot] - 1;
     }
   }
 
   V& append(String key, V value) {
     _entries.push_back({std::move(key), std::move(value)});
-    if (_slots.empty() ? _entries.size() > kLinearLimit : _entries.size() * 4 > _slots.size() * 3) {
+    if (_index ? _entries.size() * 4 > _index->slots.size() * 3 : _entries.size() > kLinearLimit) {
       sweep();
       rebuildIndex(_entries.size() * 2);
-    } else if (!_slots.empty()) {
+    } else if (_index) {
       enter(_entries.size() - 1);
     }
     return _entries.back().value;
@@ -167,14 +190,14 @@ class OrderedMap {
 
   bool removeAt(std::size_t at) {
     if (at == kNowhere) return false;
-    if (_slots.empty()) {
+    if (!_index) {
       _entries.erase(_entries.begin() + static_cast<std::ptrdiff_t>(at));
       return true;
     }
     _entries[at].key = String();
     _entries[at].value = V();
-    ++_removed;
-    if (_removed > kLinearLimit && _removed * 2 > _entries.size()) {
+    ++_index->removed;
+    if (_index->removed > kLinearLimit && _index->removed * 2 > _entries.size()) {
       sweep();
       rebuildIndex(_entries.size() * 2);
     }
@@ -182,30 +205,31 @@ class OrderedMap {
   }
 
   void sweep() {
-    if (_removed == 0) return;
+    if (!_index || _index->removed == 0) return;
     std::erase_if(_entries, [](const Entry& entry) { return !entry.key; });
-    _removed = 0;
+    _index->removed = 0;
   }
 
   void rebuildIndex(std::size_t count) {
     std::size_t slots = 16;
     while (slots * 3 < count * 4 + 4) slots *= 2;
-    _slots.assign(slots, 0);
+    if (!_index) _index = std::make_unique<Index>();
+    _index->slots.assign(slots, 0);
     for (std::size_t i = 0; i < _entries.size(); ++i) {
       if (_entries[i].key) enter(i);
     }
   }
 
   void enter(std::size_t at) {
-    const std::size_t mask = _slots.size() - 1;
+    std::vector<std::uint32_t>& slots = _index->slots;
+    const std::size_t mask = slots.size() - 1;
     std::size_t slot = _entries[at].key.hash() & mask;
-    while (_slots[slot] != 0) slot = (slot + 1) & mask;
-    _slots[slot] = static_cast<std::uint32_t>(at + 1);
+    while (slots[slot] != 0) slot = (slot + 1) & mask;
+    slots[slot] = static_cast<std::uint32_t>(at + 1);
   }
 
   std::vector<Entry> _entries;
-  std::vector<std::uint32_t> _slots;  // open addressing: 0, or the entry's number counted from 1
-  std::size_t _removed = 0;
+  std::unique_ptr<Index> _index;
 };
 
 }  // namespace corvane

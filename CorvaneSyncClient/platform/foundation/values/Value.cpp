@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 namespace corvane {
@@ -135,10 +137,23 @@ std::optional<std::int32_t> Dictionary::integer32(std::string_view key) const {
 
 Value::Value(std::uint64_t value) {
   if (value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-    _payload = static_cast<std::int64_t>(value);
+    hold(static_cast<std::int64_t>(value));
   } else {
-    _payload = value;
+    hold(value);
   }
+}
+
+// `shared` takes the pointer in a payload for one to RefCounted.
+static_assert(sizeof(Ref<SharedBytes>) == sizeof(void*) && sizeof(String) == sizeof(void*) &&
+              sizeof(Data) == sizeof(void*) && sizeof(Array) == sizeof(void*) &&
+              sizeof(Dictionary) == sizeof(void*) && sizeof(Url) == sizeof(void*));
+
+void Value::destroyShared() {
+  visit([this](const auto& payload) {
+    using Type = std::decay_t<decltype(payload)>;
+    shared()->retain();  // which the payload's own end gives back
+    std::destroy_at(const_cast<Type*>(&payload));
+  });
 }
 
 String Value::string() const {
@@ -167,14 +182,10 @@ std::optional<std::int32_t> Value::integer32() const {
   return std::nullopt;
 }
 
-bool Value::isNumber() const {
-  return as<bool>() || as<std::int64_t>() || as<std::uint64_t>() || as<double>();
-}
-
 const char* Value::typeName() const {
   static constexpr const char* kNames[] = {"boolean", "integer", "integer", "real",       "date",
                                            "string",  "data",    "array",   "dictionary", "URL"};
-  return kNames[_payload.index()];
+  return kNames[static_cast<std::size_t>(_kind)];
 }
 
 }  // namespace corvane

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/Ref.h"
@@ -118,44 +120,96 @@ class Dictionary {
 /// stack.
 class Value {
  public:
-  using Variant =
-      std::variant<bool, std::int64_t, std::uint64_t, double, Date, String, Data, Array, Dictionary, Url>;
+  /// What a value can be, in the order of its payloads' types below. From `string` on, a payload is shared.
+  enum class Kind : std::uint8_t {
+    boolean,
+    integer,
+    largeInteger,
+    real,
+    date,
+    string,
+    data,
+    array,
+    dictionary,
+    url
+  };
 
   /// The boolean false; containers need it for entries that they have swept out.
-  Value() = default;
-  Value(bool value) : _payload(value) {}
-  Value(int value) : _payload(std::int64_t{value}) {}
-  Value(std::int64_t value) : _payload(value) {}
+  Value() : Value(false) {}
+  Value(bool value) { hold(value); }
+  Value(int value) : Value(std::int64_t{value}) {}
+  Value(std::int64_t value) { hold(value); }
   /// Becomes signed where it fits, so that equal numbers are equal values.
   Value(std::uint64_t value);
-  Value(double value) : _payload(value) {}
-  Value(Date value) : _payload(value) {}
+  Value(double value) { hold(value); }
+  Value(Date value) { hold(value); }
   /// `value` must not be the absent string.
-  Value(String value) : _payload(std::move(value)) {}
-  Value(const char* value) : _payload(String(value)) {}
-  Value(std::string_view value) : _payload(String(value)) {}
-  Value(const std::string& value) : _payload(String(value)) {}
-  Value(Data value) : _payload(std::move(value)) {}
-  Value(Array value) : _payload(std::move(value)) {}
-  Value(Dictionary value) : _payload(std::move(value)) {}
-  Value(Url value) : _payload(std::move(value)) {}
+  Value(String value) { hold(std::move(value)); }
+  Value(const char* value) : Value(String(value)) {}
+  Value(std::string_view value) : Value(String(value)) {}
+  Value(const std::string& value) : Value(String(value)) {}
+  Value(Data value) { hold(std::move(value)); }
+  Value(Array value) { hold(std::move(value)); }
+  Value(Dictionary value) { hold(std::move(value)); }
+  Value(Url value) { hold(std::move(value)); }
   /// Pointers must not turn into booleans.
   template <typename T>
   Value(const T*) = delete;
 
+  Value(const Value& other) : Value(other, Bits()) {
+    if (const RefCounted* const payload = shared()) payload->retain();
+  }
+  Value(Value&& other) noexcept : Value(other, Bits()) { other.hold(false); }
+  Value& operator=(Value other) noexcept {
+    std::swap(_payload, other._payload);
+    std::swap(_kind, other._kind);
+    return *this;
+  }
+  ~Value() {
+    const RefCounted* const payload = shared();
+    if (payload && payload->release()) destroyShared();
+  }
+
+  Kind kind() const { return _kind; }
   /// The payload of one type, or null when the value is of another.
   template <typename T>
   const T* as() const {
-    return std::get_if<T>(&_payload);
+    return _kind == kindOf(static_cast<T*>(nullptr)) ? &held<T>() : nullptr;
   }
-  const Variant& payload() const { return _payload; }
+  /// What `take` answers for the payload.
+  template <typename Take>
+  decltype(auto) visit(Take take) const {
+    switch (_kind) {
+      case Kind::boolean:
+        return take(held<bool>());
+      case Kind::integer:
+        return take(held<std::int64_t>());
+      case Kind::largeInteger:
+        return take(held<std::uint64_t>());
+      case Kind::real:
+        return take(held<double>());
+      case Kind::date:
+        return take(held<Date>());
+      case Kind::string:
+        return take(held<String>());
+      case Kind::data:
+        return take(held<Data>());
+      case Kind::array:
+        return take(held<Array>());
+      case Kind::dictionary:
+        return take(held<Dictionary>());
+      case Kind::url:
+        break;
+    }
+    return take(held<Url>());
+  }
 
   /// As Dictionary's accessors of the same names; `string` answers the absent string for another type.
   String string() const;
   std::optional<bool> boolean() const;
   std::optional<std::int32_t> integer32() const;
   /// True for integers, reals and booleans.
-  bool isNumber() const;
+  bool isNumber() const { return _kind <= Kind::real; }
   /// What the value is, for messages: "string", "boolean", "integer", "real", "date", "data", "array",
   /// "dictionary" or "URL".
   const char* typeName() const;
@@ -164,7 +218,46 @@ class Value {
   friend bool operator==(const Value& a, const Value& b);
 
  private:
-  Variant _payload;
+  struct Bits {};
+
+  static constexpr Kind kindOf(const bool*) { return Kind::boolean; }
+  static constexpr Kind kindOf(const std::int64_t*) { return Kind::integer; }
+  static constexpr Kind kindOf(const std::uint64_t*) { return Kind::largeInteger; }
+  static constexpr Kind kindOf(const double*) { return Kind::real; }
+  static constexpr Kind kindOf(const Date*) { return Kind::date; }
+  static constexpr Kind kindOf(const String*) { return Kind::string; }
+  static constexpr Kind kindOf(const Data*) { return Kind::data; }
+  static constexpr Kind kindOf(const Array*) { return Kind::array; }
+  static constexpr Kind kindOf(const Dictionary*) { return Kind::dictionary; }
+  static constexpr Kind kindOf(const Url*) { return Kind::url; }
+
+  /// Has the payload of `other` without a share of its own.
+  Value(const Value& other, Bits) : _payload(other._payload), _kind(other._kind) {}
+
+  template <typename T>
+  void hold(T value) {
+    static_assert(sizeof(T) <= sizeof(Payload) && alignof(T) <= alignof(Payload));
+    _payload = {};
+    ::new (_payload.bytes) T(std::move(value));
+    _kind = kindOf(static_cast<T*>(nullptr));
+  }
+  template <typename T>
+  const T& held() const {
+    return *std::launder(reinterpret_cast<const T*>(_payload.bytes));
+  }
+  /// What the payload shares; null for nothing. Each of the shared types is a pointer to a RefCounted, so
+  /// that a value is copied, moved and dropped without a look at which it is.
+  const RefCounted* shared() const {
+    return _kind < Kind::string ? nullptr : std::bit_cast<const RefCounted*>(_payload);
+  }
+  /// Drops the last share.
+  void destroyShared();
+
+  struct Payload {
+    alignas(8) std::byte bytes[8];
+  };
+  Payload _payload;
+  Kind _kind;
 };
 
 /// Bytes of a value's description, without the mark at a cut.

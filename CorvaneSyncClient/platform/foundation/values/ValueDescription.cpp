@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <variant>
 
 #include "CorvaneSyncClient/platform/foundation/values/Value.h"
 

@@ -1,3 +1,4 @@
+#include <type_traits>
 #include <unordered_set>
 
 #include "CorvaneSyncClient/platform/foundation/values/Value.h"
@@ -67,8 +68,7 @@ class EqualityWalk {
     } else if (a.as<Dictionary>() && b.as<Dictionary>()) {
       addOnce(*a.as<Dictionary>(), *b.as<Dictionary>());
     } else {
-      // Of two different types, or of one type that is no container: the variant compares without recursion.
-      _equal = a.payload() == b.payload();
+      _equal = a == b;  // of two different types, or of one type that is no container: without recursion
     }
   }
 
@@ -89,6 +89,11 @@ bool equalContainers(const Container& a, const Container& b) {
 
 bool operator==(const Array& a, const Array& b) { return equalContainers(a, b); }
 bool operator==(const Dictionary& a, const Dictionary& b) { return equalContainers(a, b); }
-bool operator==(const Value& a, const Value& b) { return a.payload() == b.payload(); }
+bool operator==(const Value& a, const Value& b) {
+  return a.visit([&b](const auto& payload) {
+    const auto* const other = b.as<std::decay_t<decltype(payload)>>();
+    return other && payload == *other;
+  });
+}
 
 }  // namespace corvane
