@@ -206,6 +206,29 @@ TEST_F(TruthStoreTest, InvariantsOfTheTreeAreConstraints) {
   }
 }
 
+TEST_F(TruthStoreTest, RowsAreInsertedAsTheyWereAddedHoweverManyThereAre) {
+  loomer::Database& database = store().database();
+  database.execute("CREATE TEMP TABLE rows(number INTEGER PRIMARY KEY, text TEXT)", "test");
+  static const loomer::RowInsert insert("INSERT INTO rows(number, text)", 2);
+  constexpr std::size_t kMany = loomer::RowInsert::kMany;
+  for (const std::size_t most : {std::size_t{1}, kMany}) {
+    for (const std::size_t count : {std::size_t{0}, std::size_t{1}, kMany - 1, kMany, kMany + 1, 3 * kMany}) {
+      std::vector<String> texts;
+      for (std::size_t i = 0; i < count; ++i)
+        texts.push_back(i % 3 == 0 ? String() : String(std::to_string(i)));
+      loomer::RowInsertion insertion(database, insert, most, "test");
+      for (std::size_t i = 0; i < count; ++i) insertion.add(i, texts[i]);
+      insertion.finish();
+      std::vector<String> stored;
+      loomer::Statement query = database.query("SELECT text FROM rows ORDER BY number", "test");
+      query.open();
+      while (query.next()) stored.push_back(query.text(0));
+      EXPECT_EQ(stored, texts) << count << " rows, " << most << " expected";
+      database.query("DELETE FROM rows", "test").run();
+    }
+  }
+}
+
 TEST_F(TruthStoreTest, CheckNamesCyclesAndParentsThatAreNoFolders) {
   const auto client = makeClient("a");
   const std::string outer = client->addFolder("", "Outer");

@@ -11,7 +11,7 @@ std::int64_t writeEdit(TruthStore& store, SessionEntry entry, const StoredTruth&
                        const std::vector<TruthChange>& changes) {
   const std::vector<BaseRecord> noBase;
   const std::vector<ContentId> noRows;
-  ContentRows contents(store.database(), truth.records, truth.contents, noBase, noRows);
+  ContentRows contents(store.database(), truth.records, truth.contents, noBase, noRows, changes.size());
   RecordTable(store).apply(changes, entry.revision, contents);
   entry.ended = Platform::current().clock.now();
   return SessionLog(store).enter(entry, changes, {}, contents);

@@ -260,9 +260,9 @@ class Session {
   }
 
   void storeMerge(const Plan& plan, const Settlement& settlement) {
-    ContentRows contents(_store.database(), plan.input.truth, plan.truthRows, plan.storedBase(),
-                         plan.baseRows);
     const std::vector<TruthChange>& changes = plan.result.truthChanges;
+    ContentRows contents(_store.database(), plan.input.truth, plan.truthRows, plan.storedBase(),
+                         plan.baseRows, changes.size());
     _records.apply(changes, plan.input.revision, contents);
     if (settlement.logEntry) {
       SessionLog(_store).enter(*settlement.logEntry, changes, plan.result.losses, contents);

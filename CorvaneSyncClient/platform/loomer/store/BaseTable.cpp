@@ -27,10 +27,9 @@ const std::string kEveryBareRecord = kBareRecords + " ORDER BY record";
 const std::string kOneBareRecord = kBareRecords + " AND record = ?";
 const std::string kRow =
     " INTO base(client, record, local_id, entity, parent, position, content, refused_revision, not_held, "
-    "since)"
-    " VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-const std::string kInsert = "INSERT" + kRow;
-const std::string kInsertOrReplace = "INSERT OR REPLACE" + kRow;
+    "since)";
+const RowInsert kInsert("INSERT" + kRow, 10);
+const RowInsert kInsertOrReplace("INSERT OR REPLACE" + kRow, 10);
 constexpr const char* kOneContent = "SELECT name, url, tab_group, special FROM contents WHERE id = ?";
 
 // What `versionsOf` reads: the same, with the sessions from and to which the client held it.
@@ -181,8 +180,8 @@ void BaseTable::replace(std::int64_t client, std::int64_t session, bool keepsFor
   Statement remove = _store.database().query("DELETE FROM base WHERE client = ? AND record = ?", kWriteBase);
   // Into a base that is empty, rows go without a look at what they might replace.
   if (before.empty()) _store.database().query("DELETE FROM base WHERE client = ?", kWriteBase).run(client);
-  Statement enter =
-      _store.database().query((before.empty() ? kInsert : kInsertOrReplace).c_str(), kWriteBase);
+  RowInsertion entering(_store.database(), before.empty() ? kInsert : kInsertOrReplace, after.size(),
+                        kWriteBase);
   Statement refuse = _store.database().query(
       "UPDATE base SET refused_revision = ? WHERE client = ? AND record = ?", kWriteBase);
   Statement keep = _store.database().query(
@@ -212,15 +211,17 @@ void BaseTable::replace(std::int64_t client, std::int64_t session, bool keepsFor
       if (!(*old == now)) refuse.run(now.refusedRevision, client, now.record);
     } else if (!known || !(*old == now)) {
       if (known) keepOld();
-      enter.run(client, now.record, now.localId, static_cast<std::int64_t>(now.entity), now.parent,
-                std::int64_t{now.position}, contents.row(now.record, now.content), now.refusedRevision,
-                now.notHeld, session);
+      entering.add(client, now.record, now.localId, static_cast<std::int64_t>(now.entity), now.parent,
+                   std::int64_t{now.position}, contents.row(now.record, now.content), now.refusedRevision,
+                   now.notHeld, session);
     }
     if (!known) continue;
     if (!(old->content == now.content)) release();
     ++old;
   }
   removeUpTo(std::numeric_limits<RecordId>::max());
+  contents.finish();
+  entering.finish();
   released.drop();
 }
 

@@ -212,4 +212,35 @@ void Database::fail(int code, const char* purpose) const {
   throw LoomerStoreException(_path, what, remedyFor(code));
 }
 
+namespace {
+
+// The limit, which is bound last, leaves the rows out that are not bound. Rows are made one by one as they
+// are inserted.
+std::string insertOfRows(const std::string& into, std::size_t columns, std::size_t rows) {
+  std::string row = "(?";
+  for (std::size_t i = 1; i < columns; ++i) row += ",?";
+  row += ")";
+  std::string sql = into + " SELECT * FROM (VALUES" + row;
+  for (std::size_t i = 1; i < rows; ++i) sql += "," + row;
+  return sql + ") LIMIT ?" + std::to_string(columns * rows + 1);
+}
+
+}  // namespace
+
+RowInsert::RowInsert(const std::string& into, std::size_t columns)
+    : one(insertOfRows(into, columns, 1)), many(insertOfRows(into, columns, kMany)) {}
+
+RowInsertion::RowInsertion(Database& database, const RowInsert& insert, std::size_t most, const char* purpose)
+    : _statement(database.query((most < RowInsert::kMany ? insert.one : insert.many).c_str(), purpose)),
+      _mostRows(most < RowInsert::kMany ? 1 : RowInsert::kMany) {}
+
+void RowInsertion::finish() {
+  if (_rows == 0) return;
+  const int limit = _bound / static_cast<int>(_rows) * static_cast<int>(_mostRows) + 1;
+  _statement.bind(limit, false, _rows);
+  _bound = 0;
+  _rows = 0;
+  _statement.execute();
+}
+
 }  // namespace corvane::loomer

@@ -78,6 +78,7 @@ class Statement {
   std::string_view blob(int column) const;
 
  private:
+  friend class RowInsertion;
   template <typename... Parameters>
   void bindAll([[maybe_unused]] bool copied, const Parameters&... parameters) {
     reset();
@@ -149,6 +150,37 @@ class Database {
   std::string _path;
   sqlite3* _connection = nullptr;
   std::unordered_map<const char*, StatementPool> _statements;
+};
+
+/// How rows of one table are inserted. Must live as long as the databases that it is used with.
+struct RowInsert {
+  /// `into`: "INSERT INTO table(column, column)".
+  RowInsert(const std::string& into, std::size_t columns);
+
+  static constexpr std::size_t kMany = 16;  ///< rows of the second statement
+  std::string one, many;
+};
+
+/// Inserts rows of one table, many with one statement: for a short row a statement costs as much as the row.
+class RowInsertion {
+ public:
+  /// `most`: about how many rows are to come.
+  RowInsertion(Database& database, const RowInsert& insert, std::size_t most, const char* purpose);
+
+  /// Inserts a row, with the next `finish` at the latest; its texts must live until then.
+  template <typename... Values>
+  void add(const Values&... values) {
+    (_statement.bind(++_bound, false, values), ...);
+    if (++_rows == _mostRows) finish();
+  }
+  /// Inserts all rows that were added.
+  void finish();
+
+ private:
+  Statement _statement;
+  std::size_t _mostRows;  // of one run
+  std::size_t _rows = 0;  // that are bound
+  int _bound = 0;         // their values
 };
 
 }  // namespace corvane::loomer

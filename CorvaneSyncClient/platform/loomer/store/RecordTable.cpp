@@ -27,6 +27,8 @@ const std::string kEveryLive = kLive + " ORDER BY r.id";
 const std::string kEveryDead = kDead + " ORDER BY r.id";
 const std::string kOneLive = kLive + " WHERE r.id = ?";
 const std::string kOneDead = kDead + " WHERE r.id = ?";
+const RowInsert kInsertRecord("INSERT INTO records(id, entity, parent, place, content, revision)", 6);
+const RowInsert kInsertContent("INSERT INTO contents(id, name, url, tab_group, special)", 5);
 const std::string kLiveInFolder = kLive + " WHERE r.parent = ? ORDER BY r.place";
 
 Entity entityOf(std::int64_t number) { return number == 0 ? Entity::folder : Entity::bookmark; }
@@ -100,10 +102,9 @@ String identifierOf(const TruthStore& store, RecordId record, std::string_view s
 
 ContentRows::ContentRows(Database& database, const std::vector<TruthRecord>& truth,
                          const std::vector<ContentId>& truthRows, const std::vector<BaseRecord>& base,
-                         const std::vector<ContentId>& baseRows)
-    : _insert(database.query("INSERT INTO contents(name, url, tab_group, special) VALUES(?, ?, ?, ?)",
-                             kWriteRecords)),
-      _database(database),
+                         const std::vector<ContentId>& baseRows, std::size_t most)
+    : _insertion(database, kInsertContent, most, kWriteRecords),
+      _next(database.integer("SELECT coalesce(max(id), 0) + 1 FROM contents", kReadRecords)),
       _truth(truth),
       _truthRows(truthRows),
       _base(base),
@@ -114,11 +115,13 @@ ContentId ContentRows::row(RecordId record, const Content& content) {
   if (own != _stored.end() && own->second.content == content) return own->second.id;
   if (const auto row = storedRow(_truth, _truthRows, &TruthRecord::id, record, content)) return *row;
   if (const auto row = storedRow(_base, _baseRows, &BaseRecord::record, record, content)) return *row;
-  _insert.run(content.name, content.url, content.tabGroup, content.special);
-  const ContentId id = _database.lastInsertedRow();
-  _stored.insert_or_assign(record, Row{content, id});
-  return id;
+  if (own != _stored.end()) finish();  // which may be the only one that has its texts
+  const Row& stored = _stored.insert_or_assign(record, Row{content, _next++}).first->second;
+  _insertion.add(stored.id, stored.content.name, stored.content.url, content.tabGroup, content.special);
+  return stored.id;
 }
+
+void ContentRows::finish() { _insertion.finish(); }
 
 TruthState RecordTable::state() {
   Statement query = _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth",
@@ -233,14 +236,17 @@ void RecordTable::apply(const std::vector<TruthChange>& changes, std::int64_t re
   // Siblings may trade places: first everything that moves is parked, then each record goes where it belongs.
   park(changes);
   RecordId last = 0;
+  RowInsertion insertion(_store.database(), kInsertRecord, changes.size(), kWriteRecords);
   for (const TruthChange& change : changes) {
     last = std::max(last, change.after.id);
     if (change.after.deleted) {
       makeTombstone(change, contents);
     } else {
-      place(change, contents);
+      place(change, contents, insertion);
     }
   }
+  contents.finish();
+  insertion.finish();
   _store.database()
       .query("UPDATE truth SET revision = ?, next_record = max(next_record, ? + 1)", kWriteRecords)
       .run(revision, last);
@@ -276,7 +282,7 @@ void RecordTable::makeTombstone(const TruthChange& change, ContentRows& contents
   }
 }
 
-void RecordTable::place(const TruthChange& change, ContentRows& contents) {
+void RecordTable::place(const TruthChange& change, ContentRows& contents, RowInsertion& insertion) {
   const TruthRecord& after = change.after;
   const ContentId content = contents.row(after.id, after.content);
   Database& database = _store.database();
@@ -294,11 +300,8 @@ void RecordTable::place(const TruthChange& change, ContentRows& contents) {
         .run(after.parent, after.place, content, after.revision, after.id);
     database.query("DELETE FROM tombstones WHERE id = ?", kWriteRecords).run(after.id);
   } else {
-    database
-        .query("INSERT INTO records(id, entity, parent, place, content, revision) VALUES(?, ?, ?, ?, ?, ?)",
-               kWriteRecords)
-        .run(after.id, static_cast<std::int64_t>(after.entity), after.parent, after.place, content,
-             after.revision);
+    insertion.add(after.id, static_cast<std::int64_t>(after.entity), after.parent, after.place, content,
+                  after.revision);
   }
 }
 

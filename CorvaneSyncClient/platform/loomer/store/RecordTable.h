@@ -42,21 +42,25 @@ struct StoredBase {
 /// stored once; stores a new row where there is none.
 class ContentRows {
  public:
-  /// Rows already stored. Both sides by ascending record; they and the rows must outlive this object.
+  /// Rows already stored. Both sides by ascending record; they and the rows must outlive this object. `most`:
+  /// about how many new ones are to come.
   ContentRows(Database& database, const std::vector<TruthRecord>& truth,
               const std::vector<ContentId>& truthRows, const std::vector<BaseRecord>& base,
-              const std::vector<ContentId>& baseRows);
+              const std::vector<ContentId>& baseRows, std::size_t most);
 
-  /// The row that holds that content of the record.
+  /// The row that holds that content of the record. A new one is stored with the next `finish` at the latest,
+  /// with which each function ends that is given this object.
   ContentId row(RecordId record, const Content& content);
+  /// Stores all rows that are new.
+  void finish();
 
  private:
   struct Row {
     Content content;
     ContentId id;
   };
-  Statement _insert;
-  Database& _database;
+  RowInsertion _insertion;
+  ContentId _next;
   const std::vector<TruthRecord>& _truth;
   const std::vector<ContentId>& _truthRows;
   const std::vector<BaseRecord>& _base;
@@ -101,7 +105,7 @@ class RecordTable {
  private:
   void park(const std::vector<TruthChange>& changes);
   void makeTombstone(const TruthChange& change, ContentRows& contents);
-  void place(const TruthChange& change, ContentRows& contents);
+  void place(const TruthChange& change, ContentRows& contents, RowInsertion& insertion);
 
   TruthStore& _store;
 };

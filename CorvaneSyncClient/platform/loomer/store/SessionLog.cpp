@@ -48,19 +48,22 @@ SessionEntry entryOf(const Statement& row) {
           size(9)};
 }
 
+const RowInsert kInsertChange(
+    "INSERT INTO changes(session, record, entity, before_parent, before_place, before_content, after_parent,"
+    " after_place, after_content)",
+    9);
+
 void enterChanges(Database& database, std::int64_t session, const std::vector<TruthChange>& changes,
                   ContentRows& contents) {
-  Statement insert = database.query(
-      "INSERT INTO changes(session, record, entity, before_parent, before_place, before_content, "
-      "after_parent,"
-      " after_place, after_content) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)",
-      kWriteLog);
+  RowInsertion insertion(database, kInsertChange, changes.size(), kWriteLog);
   for (const TruthChange& change : changes) {
     const Side before = sideOf(change.before, contents);
     const Side after = sideOf(change.after, contents);
-    insert.run(session, change.after.id, static_cast<std::int64_t>(change.after.entity), before.parent,
-               before.place, before.content, after.parent, after.place, after.content);
+    insertion.add(session, change.after.id, static_cast<std::int64_t>(change.after.entity), before.parent,
+                  before.place, before.content, after.parent, after.place, after.content);
   }
+  contents.finish();
+  insertion.finish();
 }
 
 void enterLosses(Database& database, std::int64_t session, const std::vector<Loss>& losses) {
