@@ -41,18 +41,14 @@ class Session {
   // All that can fail in the store comes before the client saves, but for the commit itself.
   void run() {
     const Opening opening = open();
-    const Plan plan = planFor(opening);
-    guard(opening, plan);
-    const Delivery delivery = deliver(_dataSource, _schema, plan, identifiersOfAdditions(plan));
-    const Settlement settlement = settle(opening, plan, delivery, Platform::current().clock.now());
-    store(opening, plan, settlement);
+    const Stored stored = mergeAndStore(opening);
     String error;
     checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error, "take the changes in");
-    if (settlement.journal) _journal.write(*settlement.journal);
+    if (stored.journal) _journal.write(*stored.journal);
     error = String();
     checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error, "finish the session");
-    commit(plan);
-    if (opening.journal || settlement.journal) _journal.remove();
+    commit(stored.delivers);
+    if (opening.journal || stored.journal) _journal.remove();
   }
 
   // Whether the session got as far as its transaction.
@@ -248,6 +244,22 @@ class Session {
     return identifiers;
   }
 
+  // What is still to be known of a session all of which is in the store.
+  struct Stored {
+    bool delivers = false;
+    std::optional<Journal> journal;
+  };
+
+  // The plan, of the size of all records, goes before the client saves, which takes as much memory again.
+  Stored mergeAndStore(const Opening& opening) {
+    const Plan plan = planFor(opening);
+    guard(opening, plan);
+    const Delivery delivery = deliver(_dataSource, _schema, plan, identifiersOfAdditions(plan));
+    Settlement settlement = settle(opening, plan, delivery, Platform::current().clock.now());
+    store(opening, plan, settlement);
+    return {plan.delivers(), std::move(settlement.journal)};
+  }
+
   // Writes all that the session changes in the store, in the transaction that is open.
   void store(const Opening& opening, const Plan& plan, const Settlement& settlement) {
     const std::optional<SessionEntry>& entry = settlement.logEntry;
@@ -308,11 +320,11 @@ class Session {
     }
   }
 
-  void commit(const Plan& plan) {
+  void commit(bool delivers) {
     try {
       _store.database().commit();
     } catch (const LoomerStoreException& exception) {
-      if (!plan.delivers()) throw;
+      if (!delivers) throw;
       throw LoomerStoreException(
           exception.reason() +
           " The client has saved the changes that were delivered to it; the next session "
