@@ -19,6 +19,11 @@ std::string ReportFacts::clientName(const String& identifier) const {
   return printable(namesakes == 1 ? client->name.view() : identifier.view());
 }
 
+std::size_t ReportFacts::conflictsIn(const SessionEntry& session) const {
+  return static_cast<std::size_t>(std::count_if(
+      losses.begin(), losses.end(), [&](const LostValue& each) { return each.session.id == session.id; }));
+}
+
 ReportFacts reportFacts(TruthStore& store) {
   BookmarksFiles files;
   ReportFacts facts{

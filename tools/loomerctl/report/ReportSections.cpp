@@ -64,7 +64,7 @@ std::string clientStateHtml(const ClientView& client) {
   const bool isSettled = client.state.syncedRevision && !isWaiting(client) && !client.changesMayWait;
   const char* const kind = needsUser ? "attention" : isSettled ? "good" : "waiting";
   return std::string("<span class=\"badge ") + kind + "\">" +
-         asHtml(isFailing(client) ? outcomeText(client) : nextText(client)) + "</span>";
+         asHtml(isFailing(client) && !client.refusal ? outcomeText(client) : nextText(client)) + "</span>";
 }
 
 }  // namespace
@@ -102,13 +102,11 @@ void writeSessionSection(const ReportFacts& facts, const PageSink& sink) {
   sink(sessionChartHtml(facts.sessions, facts.now));
   sink("<details><summary>" + asHtml(tr("The newest sessions as a table")) + "</summary>\n");
   PageTable table(sink, tr("The newest sessions"),
-                  {tr("Session"), tr("Began"), tr("By"), tr("Kind"), tr("Taken"), tr("Changed"),
-                   tr("Delivered"), tr("Refused")});
+                  {tr("Session"), tr("Began"), tr("By"), tr("Kind"), tr("Outcome")});
   for (std::size_t i = 0; i < std::min(facts.sessions.size(), kMostListed); ++i) {
     const SessionEntry& each = facts.sessions[i];
     table.add({std::to_string(each.id), timeHtml(each.began), asHtml(facts.clientName(each.client)),
-               asHtml(kindName(each.mode)), grouped(each.taken), grouped(each.changed),
-               grouped(each.delivered), grouped(each.refused)});
+               asHtml(kindName(each.mode)), asHtml(exchangeText(each, facts.conflictsIn(each)))});
   }
   table.end();
   writeRest(sink, facts.sessions.size());
@@ -138,7 +136,7 @@ void writeConflictSection(const ReportFacts& facts, const PageSink& sink) {
     const std::string client = asHtml(facts.clientName(session.client));
     const std::string agreed = asHtml(tr("agreed before"));
     table.add({timeHtml(session.began), "<bdi>" + asHtml(folderText(records, loss.record)) + "</bdi>",
-               asHtml(loss.attribute),
+               "<span class=\"word\">" + asHtml(loss.attribute) + "</span>",
                "<ins>" + stood + "</ins> <small>" + (loss.clientWon ? client : agreed) + "</small>",
                "<del>" + lost + "</del> <small>" + (loss.clientWon ? agreed : client) + "</small>"});
   }

@@ -29,6 +29,8 @@ struct ReportFacts {
   /// How people know the client of a session: its name where no other one has it, else its identifier.
   /// Printable.
   std::string clientName(const String& identifier) const;
+  /// How many values lost a conflict in the session.
+  std::size_t conflictsIn(const loomer::SessionEntry& session) const;
 };
 
 /// Reads them, in the store's open transaction. `store` must outlive the answer.
