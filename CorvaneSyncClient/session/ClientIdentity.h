@@ -17,6 +17,10 @@ std::string bookmarksDirectory();
 /// a dot and a name.
 std::optional<std::string> fileNameForClientId(const String& clientId);
 
+/// Under this key the engine keeps, for the client, the date of its file when that was last in step: when it
+/// was saved, or first read.
+inline constexpr const char* kModDateOnLastSync = "modDateOnLastSync";
+
 /// The path of the client description among the tool's own resources; nothing when it is not there.
 std::optional<std::string> ownClientDescription();
 

@@ -14,7 +14,6 @@ namespace corvane {
 
 namespace {
 
-const String kModDateOnLastSync = "modDateOnLastSync";
 constexpr const char* kApplyingChange = "applyChange (type = %d): called with record %@";
 
 // The stored date of the last sync; values of other types count as none.

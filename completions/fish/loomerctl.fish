@@ -39,7 +39,7 @@ function __loomerctl_complete
 
     # Each with what it does.
     set -l commands (LC_ALL=C loomerctl --help 2>/dev/null |
-        string replace -rf '^  ([a-z-]+(?: [a-z-]+)?)(?: \[?[A-Z]+\]?)?  +(.*)$' '$1\t$2')
+        string replace -rf '^  ([a-z-]+(?: [a-z-]+)?)(?: \[?[A-Z]+\]?(?:\.\.\.)?)?  +(.*)$' '$1\t$2')
     set -l command
     for each in $commands
         set -l name (string split -f 1 \t -- $each)
@@ -62,7 +62,9 @@ function __loomerctl_complete
         string match -ra -- '--[a-z]+' $usage
         echo --help
     else if set -q command[1]; and test "$given" = "$command"
-        __loomerctl_argument (string match -rg -- ' \[?([A-Z]+)\]?$' $usage)
+        __loomerctl_argument (string match -rg -- ' \[?([A-Z]+)\]?(?:\.\.\.)?$' $usage)
+    else if set -q command[1]; and string match -rq -- '\.\.\.$' $usage
+        __loomerctl_argument (string match -rg -- ' \[?([A-Z]+)\]?\.\.\.$' $usage)
     else if test (count $given) -eq 0; and string match -q -- '-*' $word
         printf '%s\n' --help --version
     else if test (count $given) -eq 0

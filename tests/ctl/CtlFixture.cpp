@@ -40,6 +40,7 @@ CtlTest::Run CtlTest::ctl(const std::vector<std::string>& arguments, const std::
   words.insert(words.end(), arguments.begin(), arguments.end());
   auto variables = environment;
   variables["HOME"] = home;
+  variables["XDG_CONFIG_HOME"] = home + "/.config";
   Run run;
   run.status = runProgram(words, variables, platform.directory / "in", platform.directory / "out",
                           platform.directory / "err");

@@ -17,6 +17,7 @@ class FakeProcessInfo : public ProcessInfo {
   std::string userName() override { return user; }
   std::string fullUserName() override { return fullName; }
   std::string homeDirectory() override { return home; }
+  std::string configurationDirectory() override { return home + "/.config"; }
   std::string temporaryDirectory() override { return temporary; }
   Liveness liveness(int processId) override {
     const auto known = processes.find(processId);

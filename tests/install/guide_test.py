@@ -30,6 +30,11 @@ ELSEWHERE = {
     "sudo apt install": "scripts/test package",
     "cmake ": "scripts/test, and tests/install/install_test.py",
     "systemctl ": "scripts/test package",
+    "systemctl --user ": "tests/units/manager_test.py",
+    "journalctl ": "by hand: it needs a system log",
+    "loomerctl enable": "tests/units/manager_test.py",
+    "*/15 * * * * ": "tests/units/units_test.py, which runs the line's command",
+    "inotifywait ": "tests/units/units_test.py",
     "corvane-hub ": "tests/corvane-hub, with a configuration of their own",
     "curl ": "a server of somebody's; tests/pelto/place makes the folders of its own",
 }

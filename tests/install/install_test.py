@@ -75,6 +75,11 @@ class Layout(Installation):
             self.assertIn(f"ExecStart={self.made_at}/bin/corvane-hub serve\n", file.readlines())
 
 
+    def test_the_user_units_stand_where_the_users_manager_looks(self):
+        self.assertEqual(sorted(os.listdir(self.installed("lib/systemd/user"))),
+                         ["corvane-sync.service", "corvane-sync.timer", "corvane-sync@.path"])
+
+
 class Documents(Installation):
     def files(self, directory, pattern):
         return sorted(pathlib.Path(self.installed(directory)).glob(pattern))

@@ -174,6 +174,24 @@ class InstalledUsedAndPurged(CleanDebian):
             self.assertIn(path, made)
         self.assertEqual(left - made - USERS, set())
 
+    def test_the_user_units_are_where_systemd_looks_and_run_as_written(self):
+        self.install(PACKAGES)
+        self.write_bookmarks("One")
+        directory = pathlib.PurePosixPath("/usr/lib/systemd/user")
+        units = ("corvane-sync.service", "corvane-sync.timer", "corvane-sync@Bookmarks.plist.path")
+        environment = ("env", "XDG_RUNTIME_DIR=/home/ada", "SYSTEMD_LOG_LEVEL=warning")
+        self.assertEqual(self.run_in(*environment, "systemd-analyze", "--user", "verify", "--man=no",
+                                     *(str(directory / unit) for unit in units), user="ada"), "")
+        service = (self.root / directory.relative_to("/") / units[0]).read_text(encoding="utf-8")
+        command = re.search(r"^ExecStart=(.*)", service, re.MULTILINE)[1].replace("%Y", str(directory)).split()
+        self.run_in(*command, user="ada")
+        self.assertEqual(self.titles(), ["One"])
+        # Nobody's manager runs here.
+        done = subprocess.run(self.command("loomerctl", "enable", user="ada"), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertIn("\n    */15 * * * * /usr/bin/loomerctl sync --unattended\n", done.stdout)
+
     def test_the_servers_user_goes_where_nothing_is_his(self):
         users = self.root / "etc/passwd"
         before, files = users.read_text(encoding="utf-8"), self.left()
@@ -182,6 +200,28 @@ class InstalledUsedAndPurged(CleanDebian):
         self.run_in("dpkg", "--purge", *NAMES)
         self.assertEqual(users.read_text(encoding="utf-8"), before)
         self.assertEqual(self.left() - files - USERS, set())
+
+
+class Hardened(unittest.TestCase):
+    def readelf(self, program):
+        return sh("readelf", "--wide", "--file-header", "--dynamic", "--segments", "--dyn-syms", program)
+
+    def test_every_program_is_built_so_that_faults_in_memory_are_hard_to_use(self):
+        with tempfile.TemporaryDirectory(prefix="corvane-package-") as directory:
+            for each in PACKAGES:
+                sh("dpkg-deb", "--extract", each, directory)
+            programs = [path for path in pathlib.Path(directory).rglob("*")
+                        if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF"]
+            self.assertEqual(sorted(path.name for path in programs), ["corvane-hub", "corvanetool", "loomerctl"])
+            for program in programs:
+                text = self.readelf(program)
+                for what, pattern in (("position-independent", r"Flags:.* PIE"), ("bound at once", r"Flags:.* NOW"),
+                                      ("read-only relocations", "GNU_RELRO"), ("stack not executable", r"GNU_STACK .* RW "),
+                                      ("stack protection", "__stack_chk_fail"), ("fortified calls", r"__\w+_chk@")):
+                    self.assertRegex(text, pattern, f"{program.name}: {what}")
+                if "X86-64" in text:
+                    # A function that may be called by its address begins with "endbr64".
+                    self.assertGreater(program.read_bytes().count(b"\xf3\x0f\x1e\xfa"), 1000, program.name)
 
 
 class Upgraded(CleanDebian):

@@ -83,6 +83,20 @@ TEST(ProcessInfo, HomeDirectoryIsTheVariablesElseTheAccounts) {
   }
 }
 
+TEST(ProcessInfo, ConfigurationDirectoryIsTheVariablesElseInTheHome) {
+  LinuxProcessInfo process;
+  const ScopedVariable home("HOME", "/some/home");
+  for (const auto& [variable, expected] :
+       std::initializer_list<std::pair<std::optional<std::string>, const char*>>{
+           {"/some/where/", "/some/where"},
+           {std::nullopt, "/some/home/.config"},
+           {"", "/some/home/.config"},
+           {"relative", "/some/home/.config"}}) {
+    const ScopedVariable configuration("XDG_CONFIG_HOME", variable);
+    EXPECT_EQ(process.configurationDirectory(), expected);
+  }
+}
+
 class TemporaryDirectoryRules : public testing::Test {
  protected:
   // What is answered with these variables; the exception's text when one is raised.

@@ -11,6 +11,7 @@
 #include "tools/loomerctl/PlaceAccount.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
+#include "tools/loomerctl/UserUnits.h"
 
 namespace corvane::loomerctl {
 
@@ -93,6 +94,7 @@ Status setAccount(Invocation& run) {
     pelto::writeAccount(pelto::userAccountPath(), account);
   }
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
+  adaptUnitsToAccount();
   run.out.write(
       isSame ? "The account stays as it is, with what opens the place now.\n"
              : "It keeps the account from now on, sealed with a key that only this computer has.\n"
@@ -150,6 +152,7 @@ bool unregisterServiceClient() {
 Status removeAccount(Invocation& run) {
   const bool removed = pelto::removeAccount(pelto::userAccountPath());
   const bool unregistered = unregisterServiceClient();
+  adaptUnitsToAccount();
   if (!removed && !unregistered) throw Refused{"There is no account to remove."};
   run.out.write("The account is removed. The bookmarks stay, here and at the service.\n");
   return statusFine;

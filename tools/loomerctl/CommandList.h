@@ -49,6 +49,12 @@ Status showComputers(Invocation& run);
 Status removeComputer(Invocation& run);
 /// `account new-key`
 Status changeKey(Invocation& run);
+/// `sync`
+Status syncClients(Invocation& run);
+/// `enable`
+Status enableClients(Invocation& run);
+/// `disable`
+Status disableClients(Invocation& run);
 /// `undo`
 Status undoSession(Invocation& run);
 /// `export`

@@ -12,6 +12,7 @@
 #include "tools/loomerctl/PlaceAccount.h"
 #include "tools/loomerctl/QrCode.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserUnits.h"
 
 namespace corvane::loomerctl {
 
@@ -62,6 +63,7 @@ Status keepJoined(Invocation& run, const Account& account) {
   pelto::checkJoinable(account, kPlaceSeconds);
   pelto::writeAccount(pelto::userAccountPath(), account);
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
+  adaptUnitsToAccount();
   run.out.write("This computer has joined the account at " +
                 printable(pelto::parsePlaceAddress(account.url).description()) +
                 ".\n`corvanetool --register` switches bookmarks on.\n");

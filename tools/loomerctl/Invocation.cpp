@@ -1,5 +1,6 @@
 #include "tools/loomerctl/Invocation.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <new>
@@ -10,6 +11,7 @@
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
+#include "tools/loomerctl/UserUnits.h"
 #include "tools/loomerctl/Version.h"
 
 namespace corvane::loomerctl {
@@ -24,7 +26,8 @@ enum Option : unsigned {
   force = 16,
   words = 32,
   qr = 64,
-  remove = 128
+  remove = 128,
+  unattended = 256
 };
 
 struct Command {
@@ -75,6 +78,22 @@ constexpr Command kCommands[] = {
      TextKey("For a session that was refused because the client lacks most of the bookmarks, when they are "
              "meant to go. Holds for exactly the plan that `plan CLIENT` shows, and only once."),
      approvePlan},
+    {"sync", "[CLIENT]...", unattended, TextKey("syncs clients with one another"),
+     TextKey(
+         "Runs `corvanetool --sync` for each, and again for those for which that has brought news. Without "
+         "CLIENT, for those that `enable` has switched on or, where there are none, for all that are "
+         "registered. --unattended is for whatever starts it by itself: it waits until no bookmarks file "
+         "has been written for two seconds."),
+     syncClients},
+    {"enable", "[CLIENT]...", 0, TextKey("syncs by itself from now on"),
+     TextKey(
+         "Switches systemd units on: CLIENT, or without one every registered client, is synced when its "
+         "bookmarks change and every 15 minutes. Where no systemd manager runs for the user, says what to "
+         "do instead."),
+     enableClients},
+    {"disable", "[CLIENT]...", 0, TextKey("no longer syncs by itself"),
+     TextKey("Switches the units of CLIENT off, or without one all. Leaves nothing of them behind."),
+     disableClients},
     {"undo", "SESSION", force, TextKey("undoes what a session changed or deleted"),
      TextKey("SESSION is a number from `sessions`. The outcome travels to every client at its next session, "
              "and can itself be undone. What a later session changed again stays, unless --force is given."),
@@ -167,6 +186,7 @@ constexpr OptionForm kOptions[] = {
     {words, "--words", nullptr, TextKey("as words, for reading out and typing")},
     {qr, "--qr", nullptr, TextKey("as a QR code, for a camera")},
     {remove, "--remove", nullptr, TextKey("removes the passphrase")},
+    {unattended, "--unattended", nullptr, TextKey("waits until the browser is quiet")},
 };
 
 constexpr TextKey kStatuses = TextKey(
@@ -177,6 +197,8 @@ class UsageError : public PlatformException {
  public:
   explicit UsageError(std::string reason) : PlatformException("LoomerctlUsageError", std::move(reason)) {}
 };
+
+bool takesSeveral(const Command& command) { return std::string_view(command.argument).ends_with("..."); }
 
 std::size_t wordsOf(const Command& command) { return std::strchr(command.name, ' ') ? 2 : 1; }
 
@@ -309,6 +331,7 @@ class Arguments {
     if (form.option == words) _options.words = true;
     if (form.option == qr) _options.qr = true;
     if (form.option == remove) _options.remove = true;
+    if (form.option == unattended) _options.unattended = true;
     if (!form.value) return;
     std::string value;
     if (equals != std::string::npos) {
@@ -325,6 +348,7 @@ class Arguments {
   }
 
   void takeArgument(const std::string& argument) {
+    if (takesSeveral(_command)) return _options.clients.push_back(argument);
     if (!*_command.argument || _given) {
       throw UsageError{tr("%1 does not know what to do with %2.", _command.name, shown(argument))};
     }
@@ -347,6 +371,12 @@ bool asksForHelp(const std::vector<std::string>& arguments) {
   return false;
 }
 
+// Whether the clients' next sessions bring what the command has done.
+bool isForClients(const Command& command) {
+  static constexpr std::string_view kNames[] = {"approve", "import", "reset", "restore", "undo"};
+  return std::find(std::begin(kNames), std::end(kNames), command.name) != std::end(kNames);
+}
+
 Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& err) {
   if (arguments.empty()) {
     writeHelp(err);
@@ -367,7 +397,9 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
   }
   if (!command) throw UsageError{unknownCommand(arguments[0])};
   Invocation run{Arguments(*command, arguments).read(), out, err};
-  return command->run(run);
+  const Status status = command->run(run);
+  if (status == statusFine && isForClients(*command)) syncSoon();
+  return status;
 }
 
 // The command line that shows how to use what the arguments name.

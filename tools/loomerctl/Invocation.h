@@ -34,7 +34,9 @@ struct Options {
   std::optional<std::int64_t> session;
   std::optional<std::int64_t> record;
   std::optional<std::int64_t> limit;  ///< at least 1
+  bool unattended = false;
   std::string argument;  ///< CLIENT, RECORD, SESSION, FILE or PLACE; empty for commands without one
+  std::vector<std::string> clients;  ///< of a command that takes several
 };
 
 /// What a command runs with.

@@ -104,6 +104,11 @@ std::string LinuxProcessInfo::homeDirectory() {
       "Can't find the home directory: HOME names none and user " + userName() + " has none");
 }
 
+std::string LinuxProcessInfo::configurationDirectory() {
+  const std::string path = textOrEmpty(std::getenv("XDG_CONFIG_HOME"));
+  return path.starts_with('/') ? withoutTrailingSlashes(path) : joinedPath(homeDirectory(), ".config");
+}
+
 std::string LinuxProcessInfo::temporaryDirectory() {
   for (const char* variable : {"TMPDIR", "XDG_RUNTIME_DIR"}) {
     if (std::optional<std::string> path = directoryInEnvironment(variable)) return *path;

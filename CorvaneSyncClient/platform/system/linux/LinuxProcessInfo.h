@@ -22,6 +22,8 @@ class LinuxProcessInfo : public ProcessInfo {
   std::string fullUserName() override;
   /// Raises NSObjectNotAvailableException when neither source knows one.
   std::string homeDirectory() override;
+  /// A variable that does not hold an absolute path counts as unset.
+  std::string configurationDirectory() override;
   /// A variable that does not hold the absolute path of a directory counts as unset.
   std::string temporaryDirectory() override;
   Liveness liveness(int processId) override;
