@@ -41,7 +41,7 @@ void addFailedRuns(TruthStore& store, std::vector<ClientView>& views) {
 }
 
 // A client whose file is not there was a slip of the pen, but for the one that is always there.
-bool hasFile(const String& identifier) {
+bool isThereFileOf(const String& identifier) {
   if (identifier == kMainClientId) return true;
   const auto name = fileNameForClientId(identifier);
   return name && Platform::current().files.attributesIfKnown(joinedPath(bookmarksDirectory(), *name));
@@ -79,7 +79,7 @@ std::vector<ClientView> clientViewsWithFailed(TruthStore& store) {
     const bool isKnown = std::any_of(views.begin(), views.end(), [&](const ClientView& each) {
       return each.state.identifier == identifier;
     });
-    if (isKnown || failed.second.inARow == 0 || !hasFile(identifier)) continue;
+    if (isKnown || failed.second.inARow == 0 || !isThereFileOf(identifier)) continue;
     ClientView& view = views.emplace_back();
     view.state.identifier = identifier;
     view.isRegistered = false;
