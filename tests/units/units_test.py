@@ -10,6 +10,7 @@ import pathlib
 import plistlib
 import re
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
@@ -105,6 +106,30 @@ class RunAsWritten(UnitsTest):
         self.assertEqual(status, 1)
         self.assertIn(f"{FIRST} is not synced; `loomerctl status` says why.\n", text)
         self.assertIn(f"{SECOND} is synced.\n", text)
+
+
+class WhileASessionRuns(UnitsTest):
+    def test_what_the_browser_writes_is_synced_before_the_end(self):
+        write(self.home.bookmarks(FIRST), root_with([leaf("One")]))
+        # A loomerctl whose corvanetool is followed, the first time, by the browser.
+        programs, version = self.directory / "bin", self.directory / "version.plist"
+        programs.mkdir()
+        shutil.copy(self.home.tools.control, programs)
+        write(str(version), root_with([leaf("One"), leaf("Two")]))
+        tool = programs / "corvanetool"
+        tool.write_text(f"""#!/bin/sh
+echo session >>"{self.directory}/sessions"
+"{self.home.tools.tool}" "$@" || exit
+if [ -e "{version}" ]; then
+  touch "{version}"
+  mv "{version}" "{self.home.bookmarks(FIRST)}"
+fi
+""", encoding="utf-8")
+        tool.chmod(0o755)
+        self.home.tools = Tools(str(programs))
+        self.assertEqual(self.home.control("sync"), (0, f"{FIRST} is synced.\n"))
+        self.assertIn("Two", self.home.control("tree")[1])
+        self.assertEqual((self.directory / "sessions").read_text(encoding="utf-8"), "session\n" * 2)
 
 
 class WhileTheServiceIsAway(UnitsTest):
