@@ -8,6 +8,7 @@ import os
 import pathlib
 import plistlib
 import re
+import shutil
 import sys
 import unittest
 
@@ -99,6 +100,22 @@ class Units(unittest.TestCase):
         self.finished()
         self.assertEqual(self.manager.systemctl("list-units", "--all", "--plain", "--no-legend", "corvane-sync*.path",
                                                 "corvane-sync*.timer"), "")
+
+    def test_an_installation_elsewhere_switches_its_own_units_on(self):
+        self.write(FIRST)
+        self.manager.run("loomerctl", "enable")
+        self.run_to_its_end()
+        other = pathlib.Path(self.manager.environment["XDG_RUNTIME_DIR"]) / "other place"
+        for part in ("bin", "lib/corvane", "lib/systemd"):
+            shutil.copytree(os.path.join(BUILD, part), other / part, symlinks=True)
+        self.addCleanup(shutil.rmtree, other)
+        self.manager.run(str(other / "bin/loomerctl"), "enable")
+        self.assertIn(str(other), self.manager.ask(SERVICE, "ExecStart"))
+        self.write(FIRST, "One")
+        eventually(lambda: "One" in self.manager.run("loomerctl", "tree"), "a run of the other installation")
+        self.run_to_its_end()
+        self.manager.run(str(other / "bin/loomerctl"), "disable")
+        self.assertEqual([each for each in self.enabled() if "corvane" in each], [])
 
     def test_one_client_is_switched_off_and_the_other_stays_on(self):
         self.write(FIRST)

@@ -215,6 +215,18 @@ class WithoutSystemd(UnitsTest):
         self.assertIn("Cannot run systemctl: No such file or directory.", text)
         self.assertIn("*/15 * * * *", text)
 
+    def test_what_is_switched_on_is_switched_off_all_the_same(self):
+        configuration = pathlib.Path(self.home.path) / ".config/systemd/user"
+        for link, unit in (("corvane-sync.service", "corvane-sync.service"), ("corvane-sync.timer", "corvane-sync.timer"),
+                           ("timers.target.wants/corvane-sync.timer", "corvane-sync.timer"),
+                           ("paths.target.wants/corvane-sync@Second.plist.path", "corvane-sync@.path")):
+            (configuration / link).parent.mkdir(parents=True, exist_ok=True)
+            (configuration / link).symlink_to(units() / unit)
+        (configuration / "corvane-sync.service.d").mkdir()
+        (configuration / "corvane-sync.service.d/place.conf").touch()
+        self.assertEqual(self.home.control("disable"), (0, "No bookmarks are synced by themselves any more.\n"))
+        self.assertEqual(list(configuration.iterdir()), [])
+
     def test_there_is_nothing_to_disable(self):
         status, text = self.home.control("disable")
         self.assertEqual((status, text), (1, "loomerctl: Nothing is switched on.\n"))
