@@ -29,24 +29,27 @@ if(CORVANE_SANITIZE)
 endif()
 
 find_package(GTest REQUIRED)
+find_package(rapidcheck REQUIRED)
 include(GoogleTest)
 
-# GoogleTest's headers and the fakes' take longer to read than most tests. A build with clang, which the sanitizers' is, reads
-# them once.
+# The headers of GoogleTest, of RapidCheck and of the fakes take longer to read than most tests. A build with clang, which the
+# sanitizers' is, reads them once.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   file(CONFIGURE OUTPUT test_headers.cpp CONTENT "")
   add_library(corvane_test_headers OBJECT "${CMAKE_CURRENT_BINARY_DIR}/test_headers.cpp")
   target_include_directories(corvane_test_headers PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(corvane_test_headers PRIVATE GTest::gmock)
   target_compile_options(corvane_test_headers PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
-  target_precompile_headers(corvane_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>
+  target_precompile_headers(corvane_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <rapidcheck.h>
                             "${CMAKE_SOURCE_DIR}/tests/fakes/FakePlatform.h")
 endif()
 
 # corvane_use_test_headers(target)
-# Has a program, or a library that names GoogleTest, read them so.
+# Has a program or a library of tests read them so.
 function(corvane_use_test_headers target)
   if(TARGET corvane_test_headers)
+    # GoogleTest's headers are read with these, also where they are not needed.
+    target_compile_definitions(${target} PRIVATE $<TARGET_PROPERTY:GTest::gtest,INTERFACE_COMPILE_DEFINITIONS>)
     target_precompile_headers(${target} REUSE_FROM corvane_test_headers)
   endif()
 endfunction()
