@@ -1,14 +1,16 @@
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tests/corvane-hub/HubServerTest.h"
 
 namespace corvane {
@@ -146,14 +148,15 @@ TEST_F(HubLimits, AMillionNamesTakeNoMemoryAndKeepNobodyWaiting) {
   ASSERT_EQ(client.put("/v1/o/f/one", "x").status, 201);
   const std::string folder = directory / "data/accounts/ada/objects/f/";
   // Links are made faster than files, but a file has 65,000 of them at most.
-  std::string file = folder + "one";
+  std::string file = "one";
+  const FileDescriptor at(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (int i = 0; i < 1'000'000; ++i) {
-    const std::string name = folder + std::to_string(i) + "-abcdef";
+    const std::string name = std::to_string(i) + "-abcdef";
     if (i % 60'000 == 59'999) {
-      std::ofstream(name) << "x";
+      std::ofstream(folder + name) << "x";
       file = name;
-    } else {
-      std::filesystem::create_hard_link(file, name);
+    } else if (linkat(at.number(), file.c_str(), at.number(), name.c_str(), 0) != 0) {
+      FAIL() << name << ": " << lastSystemError().message();
     }
   }
   const long before = peakMemory(hub.process());
