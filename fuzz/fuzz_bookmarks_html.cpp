@@ -6,6 +6,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 #include "fuzz/Require.h"
+#include "tests/fakes/FakePlatform.h"
 #include "tools/loomerctl/BookmarksHtml.h"
 #include "tools/loomerctl/ForeignFile.h"
 #include "tools/loomerctl/HtmlCharacterSet.h"
@@ -15,11 +16,11 @@
 namespace {
 
 using corvane::require;
-using corvane::loomerctl::HtmlNode;
+using corvane::loomerctl::ImportedNode;
 
 // The nodes as a file. They are in the order of the file, so that a folder ends where a node of another one
 // follows.
-std::string fileOf(const std::vector<HtmlNode>& nodes) {
+std::string fileOf(const std::vector<ImportedNode>& nodes) {
   using namespace corvane::loomerctl;
   std::string file = htmlHead();
   std::vector<std::uint32_t> open;
@@ -38,7 +39,7 @@ std::string fileOf(const std::vector<HtmlNode>& nodes) {
       file += htmlBookmark(nodes[i], open.size(), std::nullopt, std::nullopt);
     }
   }
-  closeUpTo(HtmlNode::kRoot);
+  closeUpTo(ImportedNode::kRoot);
   return file + htmlTail();
 }
 
@@ -46,8 +47,10 @@ std::string fileOf(const std::vector<HtmlNode>& nodes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace corvane;
+  static FakePlatform platform;  // what is wrong is said in its language
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  loomerctl::foreignKind(bytes);
+  loomerctl::formOf(bytes);
+  loomerctl::foreignKind(bytes, "file");
   std::string html;
   try {
     html = loomerctl::htmlAsUtf8(bytes, "file");
@@ -57,8 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(isValidUtf8(html), "what is decoded is UTF-8");
   const auto nodes = loomerctl::parseBookmarksHtml(html).nodes;
   for (std::size_t i = 0; i < nodes.size(); ++i) {
-    const HtmlNode& node = nodes[i];
-    const bool inRoot = node.parent == HtmlNode::kRoot;
+    const ImportedNode& node = nodes[i];
+    const bool inRoot = node.parent == ImportedNode::kRoot;
     require(inRoot || (node.parent < i && nodes[node.parent].folder), "parents are folders and come first");
     require(isValidUtf8(node.title) && isValidUtf8(node.url), "texts are UTF-8");
   }

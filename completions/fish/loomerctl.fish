@@ -59,7 +59,7 @@ function __loomerctl_complete
     else if set -q command[1]; and string match -q -- '--session=*' $word
         __loomerctl_values sessions session | string replace -r -- '^' --session=
     else if set -q command[1]; and string match -q -- '-*' $word
-        string match -ra -- '--[a-z]+' $usage
+        string match -ra -- '--[a-z-]+' $usage
         echo --help
     else if set -q command[1]; and test "$given" = "$command"
         __loomerctl_argument (string match -rg -- ' \[?([A-Z]+)\]?(?:\.\.\.)?$' $usage)

@@ -2,32 +2,13 @@
 
 #include <gmock/gmock.h>
 
-#include <map>
-
 #include "tests/ctl/HtmlFiles.h"
-#include "tests/kit/TreeText.h"
+#include "tests/ctl/ImportOutline.h"
 #include "tools/loomerctl/BookmarksHtml.h"
 #include "tools/loomerctl/HtmlText.h"
 
 namespace corvane::loomerctl {
 namespace {
-
-// The nodes in the notation of trees, called by their titles; the toolbar's folder is the special one.
-std::string outline(const std::vector<HtmlNode>& nodes) {
-  std::map<std::uint32_t, std::vector<std::uint32_t>> children;
-  for (std::uint32_t i = 0; i < nodes.size(); ++i) children[nodes[i].parent].push_back(i);
-  const auto node = [&](std::uint32_t at) -> kit::TreeNode {
-    const HtmlNode& read = nodes[at];
-    return {.label = read.title,
-            .folder = read.folder,
-            .title = String(read.title),
-            .url = read.folder ? String() : String(read.url),
-            .tabGroup = read.tabGroup,
-            .special = read.toolbar};
-  };
-  return kit::printTree(kit::treeBelow(
-      HtmlNode::kRoot, [&](std::uint32_t folder) { return children[folder]; }, node));
-}
 
 struct HtmlRow {
   const char* phrase;
@@ -109,18 +90,23 @@ const HtmlRow kRows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Files, HtmlReaderTest, testing::ValuesIn(kRows));
 
-TEST(HtmlLeftOutTest, TagsKeywordsDescriptionsAndSeparatorsAreCounted) {
-  const HtmlLeftOut leftOut =
-      parseBookmarksHtml(
-          "<DL><DT><A HREF=\"http://a/\" TAGS=\"a, b,,\" SHORTCUTURL=\"k\">A</A><DD>About <b>A</b> and <A "
-          "HREF=\"http://no/\" TAGS=\"no\">more</A><HR><DT><A HREF=\"http://b/\" TAGS=\" \" "
-          "SHORTCUTURL=\"\">B</A>"
-          "<DD> \n <DT><H3>F</H3><DD>About F<DL><HR></DL></DL>")
-          .leftOut;
-  EXPECT_EQ(leftOut.tags, 2u);
-  EXPECT_EQ(leftOut.keywords, 1u);
-  EXPECT_EQ(leftOut.descriptions, 2u);
-  EXPECT_EQ(leftOut.separators, 2u);
+TEST(HtmlLeftOutTest, WhatTheTruthHasNoPlaceForIsKeptWithItsNode) {
+  const BrowserBookmarks file = parseBookmarksHtml(
+      "<DL><DT><A HREF=\"http://a/\" TAGS=\"a, b,,\" SHORTCUTURL=\"k\" ICON=\"data:,\" ADD_DATE=\"1\" "
+      "LAST_CHARSET=\"UTF-8\">A</A><DD>About <b>A</b> and <A HREF=\"http://no/\" TAGS=\"no\">more</A><HR>"
+      "<DT><A HREF=\"http://b/\" TAGS=\" \" SHORTCUTURL=\"\" ADD_DATE=\"0\">B</A><DD> \n "
+      "<DT><H3 LAST_MODIFIED=\"2\" FEEDURL=\"http://f/\">F</H3><DD>About F<DL><HR></DL></DL><DD>The end");
+  EXPECT_EQ(leftOutOutline(file),
+            "t(A:a) t(A:b) k(A:k) v(A:UTF-8) s(:) d(A:About A and more) v(F:http://f/) d(F:About F) s(F:) "
+            "d(F:The end) "
+            "icons=1 dates=2");
+}
+
+TEST(HtmlOtherBookmarksTest, FolderForWhatLiesInNoOtherHasOneNameInEveryLanguage) {
+  const char* const file =
+      "<DL><DT><H3 UNFILED_BOOKMARKS_FOLDER=\"true\">Weitere Lesezeichen</H3><DL><DT><A "
+      "HREF=\"http://a/\">A</A></DL></DL>";
+  EXPECT_EQ(outline(parseBookmarksHtml(file).nodes), "\"Other Bookmarks\"(A@http://a/)");
 }
 
 TEST(HtmlReaderScaleTest, DeepAndLongFilesNeedNoStackAndNoSquareOfTheirLength) {

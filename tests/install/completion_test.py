@@ -46,6 +46,8 @@ LINES = (
     ("loomerctl changes --limit 5 --session ", ["1"]),
     ("loomerctl changes --session=", ["--session=1"]),
     ("loomerctl import bookm", ["bookmarks.html"]),
+    ("loomerctl import --d", ["--dry-run"]),
+    ("loomerctl import --dry-run bookm", ["bookmarks.html"]),
     ("loomerctl account set boo", ["books"]),
     ("loomerctl nonsense ", []),
     ("corvanetool --isr", ["--isregistered"]),

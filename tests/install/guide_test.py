@@ -7,9 +7,12 @@ A chapter's commands run in a home of the test's, one after the other. Those tha
 named in ELSEWHERE with what tries them; a new command of the documents that nothing runs fails the test.
 """
 
+import contextlib
+import json
 import os
 import plistlib
 import re
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -111,12 +114,42 @@ class Documents(unittest.TestCase):
     def test_one_computer(self):
         home = self.home()
         write(home.bookmarks(FIRST), root_with([leaf("Weather")]))
-        with open(os.path.join(home.path, "bookmarks.html"), "w", encoding="utf-8") as file:
-            file.write('<DL><DT><A HREF="https://bread.example.com/">Bread</A></DL>')
         outputs = [self.type(home, command) for command in self.chapters["One computer"]]
-        self.assertEqual(self.titles(home), ["Weather", "Bread"])
+        self.assertEqual(self.titles(home), ["Weather"])
         self.assertIn("Work.plist", "".join(outputs), "the further file is a client")
         self.assertTrue(os.path.exists(os.path.join(home.path, "all-bookmarks.html")))
+
+    def test_what_another_browser_has_comes_in(self):
+        home = self.home()
+        files = {"bookmarks.html": '<DL><DT><A HREF="https://bread.example.com/">Bread</A></DL>',
+                 ".config/chromium/Default/Bookmarks": json.dumps({"version": 1, "roots": {"bookmark_bar": {"children": [
+                     {"type": "url", "name": "Soup", "url": "https://soup.example.com/"}]}}})}
+        for name, text in files.items():
+            path = os.path.join(home.path, name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(text)
+        self.make_places(os.path.join(home.path, ".mozilla/firefox/PROFILE"))
+        commands = self.chapters["Bookmarks of another browser"]
+        self.assertIn("Nothing was changed.", self.type(home, commands[0]))
+        for command in commands[1:]:
+            self.type(home, command)
+        self.assertEqual(self.titles(home), ["Bread", "BookmarksBar", "Soup", "Tea"])
+
+    def make_places(self, profile):
+        os.makedirs(profile)
+        with contextlib.closing(sqlite3.connect(os.path.join(profile, "places.sqlite"))) as places:
+            places.executescript("""
+                CREATE TABLE moz_places (id INTEGER PRIMARY KEY, url TEXT);
+                CREATE TABLE moz_bookmarks (id INTEGER PRIMARY KEY, type INTEGER, fk INTEGER, parent INTEGER,
+                  position INTEGER, title TEXT, dateAdded INTEGER, lastModified INTEGER, guid TEXT);
+                CREATE TABLE moz_keywords (id INTEGER PRIMARY KEY, keyword TEXT, place_id INTEGER, post_data TEXT);
+                CREATE TABLE moz_anno_attributes (id INTEGER PRIMARY KEY, name TEXT);
+                CREATE TABLE moz_items_annos (id INTEGER PRIMARY KEY, item_id INTEGER, anno_attribute_id INTEGER, content TEXT);
+                INSERT INTO moz_places VALUES (1, 'https://tea.example.com/');
+                INSERT INTO moz_bookmarks (id, type, fk, parent, position, title, guid) VALUES
+                  (1, 2, NULL, 0, 0, '', 'root________'), (2, 2, NULL, 1, 0, 'toolbar', 'toolbar_____'), (3, 1, 1, 2, 0, 'Tea', 'a');
+            """)
 
     def test_two_computers(self):
         commands = self.chapters["A second computer"]

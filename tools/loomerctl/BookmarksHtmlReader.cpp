@@ -1,5 +1,8 @@
-#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "tools/loomerctl/BookmarksHtml.h"
 #include "tools/loomerctl/HtmlText.h"
@@ -9,20 +12,9 @@ namespace corvane::loomerctl {
 
 namespace {
 
-// How many tags an attribute lists, separated by commas.
-std::size_t countOfTags(std::string_view list) {
-  std::size_t count = 0;
-  while (!list.empty()) {
-    const std::string_view tag = list.substr(0, list.find(','));
-    if (!whiteSpaceCollapsed(tag).empty()) ++count;
-    list.remove_prefix(std::min(tag.size() + 1, list.size()));
-  }
-  return count;
-}
-
 class Reader {
  public:
-  HtmlBookmarks read(std::string_view html) {
+  BrowserBookmarks read(std::string_view html) {
     HtmlTokenizer tokens(html);
     Tag tag;
     std::string_view text;
@@ -34,15 +26,16 @@ class Reader {
       } else if (_titled) {
         _title += text;
       } else if (_inDescription) {
-        describe(text);
+        _description += text;
       }
     }
     endTitle();
-    return {std::move(_nodes), _leftOut};
+    endDescription();
+    return std::move(_bookmarks);
   }
 
  private:
-  static constexpr std::uint32_t kNone = HtmlNode::kRoot;
+  static constexpr std::uint32_t kNone = ImportedNode::kRoot;
 
   void start(const Tag& tag) {
     if (tag.name == "dl") {
@@ -54,22 +47,22 @@ class Reader {
       enterItem();
     } else if (tag.name == "dd") {
       endTitle();
+      endDescription();
       _inDescription = true;
-      _described = false;
     } else if (tag.name == "h3") {
       startFolder(tag);
     } else if (tag.name == "a" && !_inDescription) {
       startBookmark(tag);
     } else if (tag.name == "hr") {
       endTitle();
-      ++_leftOut.separators;
+      _bookmarks.leftOut.add(Extra::separator, _open.back());
     }
   }
 
   void end(const std::string& name) {
     const bool endsList = name == "dl";
-    const bool endsFolder = name == "h3" && _titled && _nodes.back().folder;
-    const bool endsBookmark = name == "a" && _titled && !_nodes.back().folder;
+    const bool endsFolder = name == "h3" && _titled && _bookmarks.nodes.back().folder;
+    const bool endsBookmark = name == "a" && _titled && !_bookmarks.nodes.back().folder;
     if (endsList || endsFolder || endsBookmark || name == "body" || name == "html") endTitle();
     if (!endsList) return;
     if (_open.size() > 1) _open.pop_back();
@@ -78,12 +71,19 @@ class Reader {
 
   void enterItem() {
     _heading = kNone;
+    endDescription();
     _inDescription = false;
   }
 
-  HtmlNode& startNode(bool folder) {
+  // The last node; the root where there is none.
+  std::uint32_t last() const {
+    return _bookmarks.nodes.empty() ? ImportedNode::kRoot
+                                    : static_cast<std::uint32_t>(_bookmarks.nodes.size() - 1);
+  }
+
+  ImportedNode& startNode(bool folder) {
     endTitle();
-    HtmlNode& node = _nodes.emplace_back();
+    ImportedNode& node = _bookmarks.nodes.emplace_back();
     node.folder = folder;
     node.parent = _open.back();
     _titled = true;
@@ -91,48 +91,69 @@ class Reader {
   }
 
   void startFolder(const Tag& tag) {
-    HtmlNode& folder = startNode(true);
+    ImportedNode& folder = startNode(true);
     folder.toolbar = tag.flag("personal_toolbar_folder");
     folder.tabGroup = tag.flag("tab_group");
+    _isOther = tag.flag("unfiled_bookmarks_folder");
     enterItem();
-    _heading = static_cast<std::uint32_t>(_nodes.size() - 1);
+    _heading = last();
+    leaveOutRest(tag);
   }
 
   void startBookmark(const Tag& tag) {
     const std::string_view* address = tag.attribute("href");
     if (!address) return endTitle();  // an anchor inside the page
     startNode(false).url = htmlAttribute(*address);
-    if (const std::string_view* tags = tag.attribute("tags")) _leftOut.tags += countOfTags(*tags);
-    if (const std::string_view* keyword = tag.attribute("shortcuturl")) {
-      _leftOut.keywords += htmlAttribute(*keyword).empty() ? 0 : 1;
+    if (const std::string_view* tags = tag.attribute("tags")) {
+      addTags(_bookmarks.leftOut, last(), htmlAttribute(*tags));
     }
+    leaveOut(tag, "shortcuturl", Extra::keyword);
+    leaveOutRest(tag);
     _heading = kNone;  // a list after this is not the contents of the folder before it
   }
 
-  void describe(std::string_view text) {
-    if (_described || whiteSpaceCollapsed(text).empty()) return;
-    _described = true;
-    ++_leftOut.descriptions;
+  // Keeps what an attribute says of the last node.
+  void leaveOut(const Tag& tag, const char* name, Extra kind) {
+    const std::string_view* const raw = tag.attribute(name);
+    std::string value = raw ? htmlAttribute(*raw) : std::string();
+    if (!value.empty()) _bookmarks.leftOut.add(kind, last(), std::move(value));
+  }
+
+  void leaveOutRest(const Tag& tag) {
+    const auto says = [&tag](const char* name) {
+      const std::string_view* const value = tag.attribute(name);
+      return value && !value->empty() && *value != "0";
+    };
+    if (says("add_date") || says("last_modified")) _bookmarks.leftOut.count(Extra::date);
+    if (says("icon") || says("icon_uri")) _bookmarks.leftOut.count(Extra::icon);
+    for (const char* const name : {"feedurl", "post_data", "last_charset"}) leaveOut(tag, name, Extra::value);
+  }
+
+  // What has been read of a description is one of the last node.
+  void endDescription() {
+    std::string text = whiteSpaceCollapsed(htmlTitle(_description));
+    _description.clear();
+    if (!text.empty()) _bookmarks.leftOut.add(Extra::description, last(), std::move(text));
   }
 
   void endTitle() {
-    if (_titled) _nodes.back().title = htmlTitle(_title);
-    _titled = false;
+    if (_titled) _bookmarks.nodes.back().title = _isOther ? kOtherBookmarks : htmlTitle(_title);
+    _titled = _isOther = false;
     _title.clear();
   }
 
-  std::vector<HtmlNode> _nodes;
-  std::vector<std::uint32_t> _open{HtmlNode::kRoot};  // the folders of the lists that are open
-  std::uint32_t _heading = kNone;                     // the folder whose list has not begun
-  bool _titled = false;                               // the last node's title is being read
+  BrowserBookmarks _bookmarks;
+  std::vector<std::uint32_t> _open{ImportedNode::kRoot};  // the folders of the lists that are open
+  std::uint32_t _heading = kNone;                         // the folder whose list has not begun
+  bool _titled = false;                                   // the last node's title is being read
+  bool _isOther = false;                                  // that is the folder for what lies in no other one
   bool _inDescription = false;
-  bool _described = false;  // the description has said something
-  HtmlLeftOut _leftOut;
-  std::string _title;  // as it stands in the file
+  std::string _description;  // as it stands in the file, without tags
+  std::string _title;        // as it stands in the file
 };
 
 }  // namespace
 
-HtmlBookmarks parseBookmarksHtml(std::string_view html) { return Reader().read(html); }
+BrowserBookmarks parseBookmarksHtml(std::string_view html) { return Reader().read(html); }
 
 }  // namespace corvane::loomerctl

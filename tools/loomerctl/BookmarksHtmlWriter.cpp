@@ -41,7 +41,7 @@ std::string htmlHead() {
 
 std::string htmlTail() { return "</DL><p>\n"; }
 
-std::string htmlFolder(const HtmlNode& folder, std::size_t depth, std::optional<Date> added,
+std::string htmlFolder(const ImportedNode& folder, std::size_t depth, std::optional<Date> added,
                        std::optional<Date> modified) {
   const std::string indent = indentation(depth);
   return indent + "<DT><H3" + dates(added, modified) +
@@ -52,7 +52,7 @@ std::string htmlFolder(const HtmlNode& folder, std::size_t depth, std::optional<
 
 std::string htmlFolderEnd(std::size_t depth) { return indentation(depth) + "</DL><p>\n"; }
 
-std::string htmlBookmark(const HtmlNode& bookmark, std::size_t depth, std::optional<Date> added,
+std::string htmlBookmark(const ImportedNode& bookmark, std::size_t depth, std::optional<Date> added,
                          std::optional<Date> modified) {
   return indentation(depth) + "<DT><A HREF=\"" + htmlEscapedAttribute(bookmark.url) + '"' +
          dates(added, modified) + '>' + htmlEscapedTitle(bookmark.title) + "</A>\n";

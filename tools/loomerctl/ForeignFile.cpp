@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/HtmlText.h"
 
 namespace corvane::loomerctl {
@@ -12,26 +13,34 @@ using namespace std::string_view_literals;
 
 struct Kind {
   std::string_view beginning;
-  const char* name;
+  std::string (*sentence)(const std::string& name);
 };
 
 constexpr Kind kBinary[] = {
-    {"SQLite format 3\0"sv, "an SQLite database"},
-    {"bplist"sv, "a binary property list"},
-    {"mozLz40\0"sv, "a compressed JSON file"},
-    {"\x1F\x8B"sv, "a gzip archive"},
-    {"PK\x03\x04"sv, "a ZIP archive"},
+    {"bplist"sv, [](const std::string& name) { return tr("%1 is a binary property list.", name); }},
+    {"\x1F\x8B"sv, [](const std::string& name) { return tr("%1 is a gzip archive.", name); }},
+    {"PK\x03\x04"sv, [](const std::string& name) { return tr("%1 is a ZIP archive.", name); }},
 };
 
 // XML, by the element that it is about.
-constexpr Kind kXml[] = {{"<plist"sv, "a property list in XML"}, {"<xbel"sv, "an XBEL file"}};
+constexpr Kind kXml[] = {
+    {"<plist"sv, [](const std::string& name) { return tr("%1 is a property list in XML.", name); }},
+    {"<xbel"sv, [](const std::string& name) { return tr("%1 is an XBEL file.", name); }}};
 
+constexpr std::string_view kDatabaseMark = "SQLite format 3\0"sv;
+constexpr std::string_view kCompressedMark = "mozLz40\0"sv;
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF"sv;
 constexpr std::size_t kHead = 4096;  // where the first element of XML stands
 
 std::string_view withoutSpaceInFront(std::string_view text) {
   const auto first = std::find_if_not(text.begin(), text.end(), isHtmlSpace);
   return text.substr(static_cast<std::size_t>(first - text.begin()));
+}
+
+// What the bytes hold as a text, behind a byte order mark and white space.
+std::string_view textOf(std::string_view bytes) {
+  if (bytes.starts_with(kUtf8Mark)) bytes.remove_prefix(kUtf8Mark.size());
+  return withoutSpaceInFront(bytes);
 }
 
 bool isJson(std::string_view text) {
@@ -43,21 +52,25 @@ bool isJson(std::string_view text) {
 
 }  // namespace
 
-const char* foreignKind(std::string_view bytes) {
+FileForm formOf(std::string_view bytes) {
+  if (bytes.starts_with(kDatabaseMark)) return FileForm::database;
+  if (bytes.starts_with(kCompressedMark)) return FileForm::compressed;
+  return isJson(textOf(bytes)) ? FileForm::json : FileForm::text;
+}
+
+std::optional<std::string> foreignKind(std::string_view bytes, const std::string& name) {
   for (const Kind& kind : kBinary) {
-    if (bytes.starts_with(kind.beginning)) return kind.name;
+    if (bytes.starts_with(kind.beginning)) return kind.sentence(name);
   }
-  if (bytes.starts_with(kUtf8Mark)) bytes.remove_prefix(kUtf8Mark.size());
-  const std::string_view text = withoutSpaceInFront(bytes);
-  if (text.empty()) return "empty";
-  if (isJson(text)) return "a JSON file";
+  const std::string_view text = textOf(bytes);
+  if (text.empty()) return tr("%1 is empty.", name);
   for (const Kind& kind : kXml) {
     const bool begins = text.starts_with(kind.beginning);
     const bool isInside =
         text.starts_with("<?xml") && text.substr(0, kHead).find(kind.beginning) != text.npos;
-    if (begins || isInside) return kind.name;
+    if (begins || isInside) return kind.sentence(name);
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 }  // namespace corvane::loomerctl

@@ -27,7 +27,8 @@ enum Option : unsigned {
   words = 32,
   qr = 64,
   remove = 128,
-  unattended = 256
+  unattended = 256,
+  dryRun = 512
 };
 
 struct Command {
@@ -112,11 +113,13 @@ constexpr Command kCommands[] = {
     {"export", "FILE", 0, TextKey("writes a bookmarks file that browsers read"),
      TextKey("An HTML file with everything in its order, replacing FILE. \"-\" is standard output."),
      exportFile},
-    {"import", "FILE", 0, TextKey("adds what a browser's bookmarks file holds"),
+    {"import", "FILE", dryRun, TextKey("adds what a browser's bookmarks file holds"),
      TextKey(
-         "Adds the folders and bookmarks of an exported HTML file that are not there already (same folder, "
-         "title and address); they travel to every client. Tags, keywords, descriptions and separators are "
-         "left out. Makes a store if there is none. \"-\" is standard input. `undo` takes an import back."),
+         "FILE is an exported HTML file or one of a browser's profile; loomerctl(1) lists them. Adds the "
+         "folders and bookmarks that are not there already (same folder, title and address); they travel to "
+         "every client. What the "
+         "engine has no place for, such as tags and separators, is left out and counted; --dry-run lists it. "
+         "Makes a store if there is none. \"-\" is standard input. `undo` takes an import back."),
      importFile},
     {"report", "FILE", 0, TextKey("writes a page that shows it all in a browser"),
      TextKey(
@@ -187,6 +190,7 @@ constexpr OptionForm kOptions[] = {
     {qr, "--qr", nullptr, TextKey("as a QR code, for a camera")},
     {remove, "--remove", nullptr, TextKey("removes the passphrase")},
     {unattended, "--unattended", nullptr, TextKey("waits until the browser is quiet")},
+    {dryRun, "--dry-run", nullptr, TextKey("lists what it would add and leave out, and changes nothing")},
 };
 
 constexpr TextKey kStatuses = TextKey(
@@ -332,6 +336,7 @@ class Arguments {
     if (form.option == qr) _options.qr = true;
     if (form.option == remove) _options.remove = true;
     if (form.option == unattended) _options.unattended = true;
+    if (form.option == dryRun) _options.dryRun = true;
     if (!form.value) return;
     std::string value;
     if (equals != std::string::npos) {

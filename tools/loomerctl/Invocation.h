@@ -31,6 +31,7 @@ struct Options {
   bool words = false;
   bool qr = false;
   bool remove = false;
+  bool dryRun = false;
   std::optional<std::int64_t> session;
   std::optional<std::int64_t> record;
   std::optional<std::int64_t> limit;  ///< at least 1

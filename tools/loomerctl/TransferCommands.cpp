@@ -4,16 +4,16 @@
 
 #include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
-#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/BookmarksHtml.h"
 #include "tools/loomerctl/CommandList.h"
-#include "tools/loomerctl/ForeignFile.h"
-#include "tools/loomerctl/HtmlCharacterSet.h"
+#include "tools/loomerctl/ImportText.h"
 #include "tools/loomerctl/Input.h"
 #include "tools/loomerctl/OutputFile.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/TreeWalk.h"
 #include "tools/loomerctl/UserStore.h"
+#include "tools/loomerctl/browsers/BookmarksFile.h"
 
 namespace corvane::loomerctl {
 
@@ -21,8 +21,8 @@ namespace {
 
 using namespace loomer;
 
-HtmlNode nodeOf(const TruthRecord& record) {
-  HtmlNode node;
+ImportedNode nodeOf(const TruthRecord& record) {
+  ImportedNode node;
   node.folder = record.entity == Entity::folder;
   node.title = record.content.name.toString();
   node.url = record.content.url.toString();
@@ -45,7 +45,7 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
   };
   while (const TruthRecord* record = walk.next()) {
     close();
-    const HtmlNode node = nodeOf(*record);
+    const ImportedNode node = nodeOf(*record);
     const auto known = dates.find(record->id);
     const RecordDates when = known == dates.end() ? RecordDates() : known->second;
     if (node.folder) {
@@ -64,34 +64,32 @@ std::size_t writeFile(TruthStore& store, const Write& write) {
 // The last component, which the log records.
 std::string lastComponent(const std::string& name) { return name.substr(name.rfind('/') + 1); }
 
-// Raises Refused, with what it wants instead, for anything but a bookmarks file.
-HtmlBookmarks readBookmarksFile(const std::string& path) {
-  const std::string name = inputName(path);
-  const auto refuse = [](const std::string& cause) {
-    throw Refused{cause + " `import` takes a bookmarks file in HTML, as browsers export it."};
-  };
-  const auto present = Platform::current().files.attributesIfKnown(path);
-  if (path != kStandardStream && present && present->kind == FileKind::directory) {
-    refuse(name + " is a directory.");
-  }
-  const std::string bytes = readInput(path);
-  if (const char* kind = foreignKind(bytes)) refuse(name + " is " + kind + '.');
-  HtmlBookmarks bookmarks = parseBookmarksHtml(htmlAsUtf8(bytes, name));
-  if (bookmarks.nodes.empty()) refuse("There are no bookmarks in " + name + '.');
-  return bookmarks;
+// What the truth is imported into, and where it goes on.
+struct Target {
+  std::vector<TruthRecord> truth;
+  TruthState state;
+};
+
+// The truth as it is at this moment; an empty one where there is no store.
+Target currentTruth() {
+  const auto store = openStoreIfAny();
+  if (!store) return {};
+  store->beginReading();
+  RecordTable records(*store);
+  return {records.readAll().records, records.state()};
 }
 
-// One line; nothing where nothing is left out.
-std::string leftOutText(const HtmlLeftOut& leftOut) {
-  std::string text;
-  const auto add = [&text](std::size_t count, const char* singular, const char* plural) {
-    if (count > 0) text += (text.empty() ? "Left out: " : ", ") + countText(count, singular, plural);
-  };
-  add(leftOut.tags, "tag", "tags");
-  add(leftOut.keywords, "keyword", "keywords");
-  add(leftOut.descriptions, "description", "descriptions");
-  add(leftOut.separators, "separator", "separators");
-  return text.empty() ? text : text + ".\n";
+Status previewImport(Invocation& run, const BrowserBookmarks& file) {
+  const Target target = currentTruth();
+  const ImportPlan plan =
+      planImport(target.truth, file.nodes, target.state.nextRecord, target.state.revision + 1);
+  printImport(run.out, file, plan);
+  run.out.write(tr("Would add %1 and %2; %3 are there already. Nothing was changed.",
+                   counted(plan.bookmarks, "%1 bookmark", "%1 bookmarks"),
+                   counted(plan.folders, "%1 folder", "%1 folders"), plan.known) +
+                '\n');
+  printLeftOut(run.out, file);
+  return statusFine;
 }
 
 }  // namespace
@@ -106,13 +104,15 @@ Status exportFile(Invocation& run) {
   std::string bytes;
   const std::size_t bookmarks = writeFile(*store, [&](const std::string& piece) { bytes += piece; });
   writeOutputFile(path, bytes);
-  run.out.write("Wrote " + countText(bookmarks, "bookmark", "bookmarks") + " to " + printable(path) + ".\n");
+  run.out.write(counted(bookmarks, "Wrote %1 bookmark to %2.", "Wrote %1 bookmarks to %2.", printable(path)) +
+                '\n');
   return statusFine;
 }
 
 Status importFile(Invocation& run) {
   const std::string& path = run.options.argument;
-  const HtmlBookmarks file = readBookmarksFile(path);
+  const BrowserBookmarks file = readBookmarksFile(path);
+  if (run.options.dryRun) return previewImport(run, file);
   const std::string name = inputName(path);
   const auto store = openOrMakeStore();
   ImportPlan plan;
@@ -122,14 +122,15 @@ Status importFile(Invocation& run) {
                                    return plan.changes;
                                  });
   if (session) {
-    run.out.write("Added " + countText(plan.bookmarks, "bookmark", "bookmarks") + " and " +
-                  countText(plan.folders, "folder", "folders") + " as session " + std::to_string(*session) +
-                  "; " + grouped(plan.known) +
-                  " were there already. Each client follows at its next session.\n");
+    run.out.write(
+        tr("Added %1 and %2 as session %3; %4 were there already. Each client follows at its next session.",
+           counted(plan.bookmarks, "%1 bookmark", "%1 bookmarks"),
+           counted(plan.folders, "%1 folder", "%1 folders"), std::to_string(*session), plan.known) +
+        '\n');
   } else {
-    run.out.write("Everything in " + printable(name) + " is there already.\n");
+    run.out.write(tr("Everything in %1 is there already.", printable(name)) + '\n');
   }
-  run.out.write(leftOutText(file.leftOut));
+  printLeftOut(run.out, file);
   return statusFine;
 }
 

@@ -100,7 +100,10 @@ class Import {
     records.reserve(nodes.size());
     for (const ImportedNode& node : nodes) {
       const RecordId parent = node.parent == ImportedNode::kRoot ? kRoot : records[node.parent];
+      const std::size_t before = _plan.changes.size();
       records.push_back(join(node, parent));
+      if (_plan.changes.size() > before)
+        _plan.added.push_back(static_cast<std::uint32_t>(records.size() - 1));
     }
     return std::move(_plan);
   }

@@ -25,6 +25,7 @@ struct ImportedNode {
 /// What an import adds.
 struct ImportPlan {
   std::vector<TruthChange> changes;  ///< additions only
+  std::vector<std::uint32_t> added;  ///< of each, which node of the import it is
   std::size_t folders = 0;           ///< new ones
   std::size_t bookmarks = 0;         ///< new ones
   std::size_t known = 0;             ///< folders and bookmarks of the import that were there already
