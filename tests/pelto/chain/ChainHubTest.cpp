@@ -553,6 +553,18 @@ TEST_P(DamagedSlotTest, ASlotThatIsDamagedForGoodIsPassedBy) {
   EXPECT_EQ(b->names().size(), 3u);
 }
 
+TEST_F(ChainHubTest, ASlotThatHoldsOtherRubbishEachTimeIsNotPassedBy) {
+  b->give({bookmark(1, "one")});
+  a->give({bookmark(2, "two")});
+  std::string& bytes = place.objects.rbegin()->second.bytes;
+  for (const char* rubbish : {"x", "y", "z"}) {
+    bytes = rubbish;
+    EXPECT_THAT(failureOf([&] { b->give({bookmark(3, "three")}); }), HasSubstr("holds a damaged object"));
+    platform.clock.time.seconds += 601;
+  }
+  EXPECT_TRUE(b->give({bookmark(3, "three")})) << "the same bytes for ten minutes";
+}
+
 TEST_F(ChainHubTest, WhateverIsDoneToAnyObjectIsNamedAndNothingOfItIsTaken) {
   std::vector<HubRecord> many;
   for (int i = 0; i < 2'100; ++i) many.push_back(bookmark(10 + i, "n"));
