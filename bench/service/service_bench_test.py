@@ -1,16 +1,13 @@
 #!/usr/bin/env python3
-"""Runs corvane-service-bench with small numbers.  usage: service_bench_test.py PROGRAM DAYS ACCOUNTS
-
-DAYS is how long the course of a year is; what is old is collected from the thirtieth on.
-"""
+"""Runs corvane-service-bench with small numbers.  usage: service_bench_test.py PROGRAM"""
 
 import re
 import subprocess
 import sys
 import unittest
 
-PROGRAM, DAYS, ACCOUNTS = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
-MONTH = 30
+PROGRAM = sys.argv[1]
+MONTH = 30  # days, from the end of which on what is old is collected
 
 
 def run(*options):
@@ -43,27 +40,29 @@ class ServiceBench(unittest.TestCase):
 
     def test_more_records_or_accounts_make_no_more_requests(self):
         for what, many, sessions in (("records", 20, ("quiet", "one edit", "taking it in")),
-                                     ("accounts", ACCOUNTS, ("quiet", "one edit"))):
+                                     ("accounts", 20, ("quiet", "one edit"))):
             rows = self.rows(what, f"--{what}", f"1,{many}")
             for session in sessions:
                 requests = {cells[2] for cells in rows if cells[1] == session}
                 self.assertEqual(len(requests), 1, (what, session, rows))
 
     def test_what_is_old_is_collected_in_the_course_of_a_year(self):
-        rows = self.rows("year", "--days", str(DAYS), "--records", "20")
-        counts = {cells[0]: [int(cell.replace(",", "")) for cell in cells[1:] if " " not in cell] for cells in rows
-                  if cells[0].isdigit()}
-        _, sessions, edits, commits, checkpoints, objects, removed = counts[str(DAYS)]
-        # In the middle of a month is an import, and at its end the computer that is seldom used.
-        self.assertEqual(edits, DAYS * 20 + (DAYS + MONTH // 2) // MONTH + DAYS // MONTH * 5)
-        self.assertGreater(sessions, edits)
-        self.assertGreaterEqual(commits, edits)
-        self.assertGreater(checkpoints, commits // 160)
-        if DAYS > MONTH:
-            self.assertGreater(removed, 0)
-            self.assertLess(objects, commits)
-        else:
-            self.assertEqual(removed, 0)
+        for days in (4, 40):
+            with self.subTest(days=days):
+                rows = self.rows("year", "--days", str(days), "--records", "20")
+                counts = {cells[0]: [int(cell.replace(",", "")) for cell in cells[1:] if " " not in cell]
+                          for cells in rows if cells[0].isdigit()}
+                _, sessions, edits, commits, checkpoints, objects, removed = counts[str(days)]
+                # In the middle of a month is an import, and at its end the computer that is seldom used.
+                self.assertEqual(edits, days * 20 + (days + MONTH // 2) // MONTH + days // MONTH * 5)
+                self.assertGreater(sessions, edits)
+                self.assertGreaterEqual(commits, edits)
+                self.assertGreater(checkpoints, commits // 160)
+                if days > MONTH:
+                    self.assertGreater(removed, 0)
+                    self.assertLess(objects, commits)
+                else:
+                    self.assertEqual(removed, 0)
 
     def test_a_command_line_that_cannot_be_followed_is_explained(self):
         for options in ([], ["all"], ["places", "--places", "moon"], ["records", "--records"], ["year", "--days", "0"],
