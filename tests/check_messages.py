@@ -19,7 +19,7 @@ SOURCES = ("CorvaneSyncClient", "tools")
 MECHANISM = "CorvaneSyncClient/platform/system/Messages"
 
 COMMENT = re.compile(r'("(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)*\')|//[^\n]*|/\*.*?\*/', re.DOTALL)
-CALL = re.compile(r"(?<![.>\w])(tr|counted|TextKey)\s*\(")
+CALL = re.compile(r"(?<![.>\w])(tr|counted|TextKey|MessageText<\d>)\s*\(")
 LITERAL = re.compile(r'\s*"((?:[^"\\\n]|\\.)*)"')
 ESCAPE = re.compile(r"\\(u[0-9A-Fa-f]{4}|.)")
 PLACEHOLDER = re.compile(r"%[1-9]")
@@ -69,7 +69,7 @@ def texts_of(code, name):
         else:
             one = None
             key, _ = literals(code, at)
-        if key is not None:  # else a TextKey, which stands elsewhere
+        if key is not None:  # else a MessageText, which stands elsewhere
             yield Text(key, one, place)
 
 

@@ -2,6 +2,7 @@
 #include <sys/prctl.h>
 
 #include "CorvaneSyncClient/front/Commands.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace {
@@ -24,5 +25,6 @@ int main(int argc, char** argv) {
   prctl(PR_SET_DUMPABLE, 0);
   tuneAllocator();
   const corvane::PlatformScope services(corvane::linuxPlatform());
+  const corvane::EnglishScope forTheLog;
   return corvane::runCommand(corvane::parseCommandLine(argc, argv));
 }

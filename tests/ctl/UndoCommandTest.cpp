@@ -276,7 +276,7 @@ TEST_P(UndoHistoryTest, UndoOfTheLastSessionRestoresEveryTreeAndItsUndoBringsItB
     const std::int64_t session = number("SELECT max(id) FROM sessions WHERE changed > 0");
     const auto undone = loomer::undoSession(store(), "test", session, false);
     ASSERT_TRUE(undone.session);
-    EXPECT_TRUE(undone.notes.empty()) << "nothing else changed: " << undone.notes[0].what;
+    EXPECT_TRUE(undone.notes.empty()) << "nothing else changed: " << undone.notes[0].what.english();
     settle({a.get(), b.get()});
     ASSERT_EQ(a->text(), before) << "round " << round;
     ASSERT_EQ(b->text(), before) << "round " << round;

@@ -45,6 +45,30 @@ ELSEWHERE = {
 # that fails.
 OUT_OF_REACH = re.compile(r"loomerctl account set .*(s3://|https://|hub://)")
 
+# Lines of the system log that name a fault of the program's own: nobody can do anything about them.
+FAULTS = (
+    "Asked to apply a change that's not",
+    "Broken invariant",
+    "I was asked to",
+    "No parent specified",
+    "SaveBookmarks - error trying to serialize",
+    "This is an abstract class",
+    "setURL called with an unknown type",
+)
+
+
+def system_log_lines():
+    """The sources' lines, with a dash for each value."""
+    lines = set()
+    for directory, _, names in os.walk(os.path.join(ROOT, "CorvaneSyncClient")):
+        for name in names:
+            with open(os.path.join(directory, name), encoding="utf-8") as file:
+                calls = re.findall(r'systemLog\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)', file.read())
+            for call in calls:
+                text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', call)).replace('\\"', '"')
+                lines.add(re.sub(r"%[@sd]", "–", text))
+    return sorted(lines)
+
 
 def readme_session():
     """The README's session at a terminal: commands, and the lines that each writes."""
@@ -260,6 +284,16 @@ class Documents(unittest.TestCase):
             self.run_commands.add(command)
             self.assertTrue(output.startswith("Trying "), f"{command}: {output}")
             self.assertEqual(output.count("\n"), 2, f"{command}: {output}")
+
+    def test_each_line_of_the_system_log_is_told_what_to_do_about(self):
+        with open(os.path.join(ROOT, "docs/guide.md"), encoding="utf-8") as file:
+            rows = re.findall(r"^\| (?!the line|---)(.*?) \| ", file.read(), re.MULTILINE)
+        # Several lines that ask for one thing stand in one row.
+        told = [re.escape(line).replace("…", ".*") for row in rows for line in row.split("; ")] + \
+               [re.escape(row).replace("…", ".*") for row in rows]
+        missing = [line for line in system_log_lines()
+                   if not line.startswith(FAULTS) and not any(re.fullmatch(each, line) for each in told)]
+        self.assertEqual(missing, [])
 
     def test_z_nothing_stands_there_that_nobody_runs(self):
         missing = []

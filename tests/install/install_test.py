@@ -166,6 +166,7 @@ class Moved(Installation):
         write(home.bookmarks(FIRST), {**root_with([]), "WebBookmarkFileVersion": 2})
         self.assertEqual(home.sync(FIRST)[0], 1)
         self.assertIn("Die Lesezeichendatei von Corvane", "\n".join(taken_lines(log)))
+        self.assertIn("Aufruf: loomerctl", home.control("--help")[1])
 
 
 def main():

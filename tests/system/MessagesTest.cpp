@@ -29,10 +29,22 @@ TEST_F(Messages, AreEnglishWithoutATable) {
   EXPECT_EQ(cats(1000), "1,000 cats in Ulm");
 }
 
+TEST(MessagesWithoutServices, AreEnglish) { EXPECT_EQ(tr("%1 ate %2.", "Ada", 1234U), "Ada ate 1,234."); }
+
 TEST_F(Messages, TakeTheirValuesInTheOrderOfTheTranslation) {
   speak("de");
   EXPECT_EQ(tr("%1 ate %2.", std::string("Ada"), 1234U), "<1.234> was eaten by <Ada>.");
   EXPECT_EQ(tr("%1 ate %2.", "%2", "100 %"), "<100 %> was eaten by <%2>.") << "values are left alone";
+}
+
+TEST_F(Messages, AreEnglishWhereProgramsReadThem) {
+  speak("de");
+  {
+    const EnglishScope english;
+    EXPECT_EQ(tr("%1 ate %2.", "Ada", 1234U), "Ada ate 1,234.");
+    const EnglishScope within;
+  }
+  EXPECT_EQ(tr("%1 ate %2.", "Ada", 1234U), "<1.234> was eaten by <Ada>.");
 }
 
 TEST_F(Messages, StayEnglishWhereTheTableLacksThem) {

@@ -4,6 +4,7 @@
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceProbe.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Input.h"
@@ -35,10 +36,10 @@ Answer ask(const Account& account) {
   }
 }
 
-const char* answerText(bool enabled) {
-  return enabled ? "The service answers. Bookmarks are synced with it.\n"
-                 : "The service answers. Bookmarks are not synced with it; `corvanetool --register` switches "
-                   "them on.\n";
+std::string answerText(bool enabled) {
+  return enabled ? tr("The service answers. Bookmarks are synced with it.")
+                 : tr("The service answers. Bookmarks are not synced with it; `corvanetool --register` "
+                      "switches them on.");
 }
 
 // The account that is to be replaced. One whose file cannot be read is no loss, but is mentioned.
@@ -46,7 +47,7 @@ std::optional<Account> accountBefore(Output& out) {
   try {
     return pelto::userAccount();
   } catch (const PlatformException& exception) {
-    out.write("The earlier account is replaced unread: " + printable(exception.reason()) + '\n');
+    out.write(tr("The earlier account is replaced unread: %1", printable(exception.reason())) + '\n');
     return std::nullopt;
   }
 }
@@ -61,9 +62,10 @@ void tryPlace(Invocation& run, const Account& account) {
     return pelto::makePlace(address, account.membership.credentials, after(kProbeSeconds),
                             pelto::kProbePause);
   });
-  run.out.write("It is fit: " + findings.software + "; in " + std::to_string(findings.rounds) +
-                " races of eight writers, one alone won each.\n");
-  for (const std::string& each : findings.caveats) run.out.write("But: " + printable(each) + '\n');
+  run.out.write(tr("It is fit: %1; in %2 races of eight writers, one alone won each.", findings.software,
+                   std::to_string(findings.rounds)) +
+                '\n');
+  for (const std::string& each : findings.caveats) run.out.write(tr("But: %1", printable(each)) + '\n');
 }
 
 }  // namespace
@@ -71,7 +73,7 @@ void tryPlace(Invocation& run, const Account& account) {
 Status setAccount(Invocation& run) {
   SecretInput input;
   const std::string text = run.options.argument == kStandardStream
-                               ? input.line("Address of the account (not shown as you type): ")
+                               ? input.line(tr("Address of the account (not shown as you type):"))
                                : run.options.argument;
   const pelto::PlaceAddress address = pelto::parsePlaceAddress(text);
   const auto before = accountBefore(run.out);
@@ -81,7 +83,7 @@ Status setAccount(Invocation& run) {
   Account account = isSame ? *before : newAccountAt(text, {});
   account.membership.credentials = std::move(credentials);
   const auto place = pelto::placeOf(account, kPlaceSeconds);
-  run.out.write("Trying " + printable(place->description()) + ".\n");
+  run.out.write(tr("Trying %1.", printable(place->description())) + '\n');
   run.out.flush();
   if (!isSame) tryPlace(run, account);
   commitsOf(account, *place);
@@ -96,10 +98,11 @@ Status setAccount(Invocation& run) {
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
   adaptUnitsToAccount();
   run.out.write(
-      isSame ? "The account stays as it is, with what opens the place now.\n"
-             : "It keeps the account from now on, sealed with a key that only this computer has.\n"
-               "`corvanetool --register` switches bookmarks on; `loomerctl account invite` lets another "
-               "computer join.\n");
+      isSame ? tr("The account stays as it is, with what opens the place now.") + '\n'
+             : tr("It keeps the account from now on, sealed with a key that only this computer has.") + '\n' +
+                   tr("`corvanetool --register` switches bookmarks on; `loomerctl account invite` lets "
+                      "another computer join.") +
+                   '\n');
   return statusFine;
 }
 
@@ -121,18 +124,19 @@ Status showAccount(Invocation& run) {
     json.finish();
     return statusFine;
   }
-  writeField(run.out, "Account", printable(service));
-  writeField(run.out, "Computer", printable(account.computer.view()));
-  writeField(run.out, "Reached", reached ? timeText(*reached) : "never");
-  writeField(run.out, "Now", answer.enabled ? "the service answers" : printable(answer.problem));
-  if (answer.enabled) writeField(run.out, "Bookmarks", *answer.enabled ? "switched on" : "switched off");
+  writeField(run.out, tr("Account"), printable(service));
+  writeField(run.out, tr("Computer"), printable(account.computer.view()));
+  writeField(run.out, tr("Reached"), reached ? timeText(*reached) : tr("never"));
+  writeField(run.out, tr("Now"), answer.enabled ? tr("the service answers") : printable(answer.problem));
+  if (!answer.enabled) return statusFine;
+  writeField(run.out, tr("Bookmarks"), *answer.enabled ? tr("switched on") : tr("switched off"));
   return statusFine;
 }
 
 Status testAccount(Invocation& run) {
   const Answer answer = ask(accountOrRefuse());
   if (!answer.enabled) throw Refused{answer.problem};
-  run.out.write(answerText(*answer.enabled));
+  run.out.write(answerText(*answer.enabled) + '\n');
   return statusFine;
 }
 
@@ -153,8 +157,8 @@ Status removeAccount(Invocation& run) {
   const bool removed = pelto::removeAccount(pelto::userAccountPath());
   const bool unregistered = unregisterServiceClient();
   adaptUnitsToAccount();
-  if (!removed && !unregistered) throw Refused{"There is no account to remove."};
-  run.out.write("The account is removed. The bookmarks stay, here and at the service.\n");
+  if (!removed && !unregistered) throw Refused{tr("There is no account to remove.")};
+  run.out.write(tr("The account is removed. The bookmarks stay, here and at the service.") + '\n');
   return statusFine;
 }
 

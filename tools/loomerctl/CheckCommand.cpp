@@ -3,6 +3,7 @@
 #include <map>
 
 #include "CorvaneSyncClient/platform/loomer/store/StoreCheck.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/JsonWriter.h"
 #include "tools/loomerctl/Text.h"
@@ -49,13 +50,14 @@ bool printFindings(Output& out, TruthStore& store) {
   });
   for (const auto& [rule, count] : counts) {
     if (count <= kShownOfEachRule) continue;
-    out.write("… and " + grouped(count - kShownOfEachRule) + " more of the kind \"" + rule + "\"\n");
+    out.write(tr("… and %1 more of the kind \"%2\"", count - kShownOfEachRule, rule) + '\n');
   }
   if (total == 0) {
-    out.write("The store is sound.\n");
+    out.write(tr("The store is sound.") + '\n');
     return true;
   }
-  out.write('\n' + countText(total, "finding", "findings") + ". What to do:\n", Style::heading);
+  out.write('\n' + counted(total, "%1 finding. What to do:", "%1 findings. What to do:") + '\n',
+            Style::heading);
   for (const auto& [remedy, rule] : remedies) out.write("- " + rule + ": " + printable(remedy) + '\n');
   return false;
 }

@@ -7,6 +7,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/ChangeText.h"
 #include "tools/loomerctl/CommandList.h"
@@ -90,15 +91,19 @@ void writeNext(JsonWriter& json, const NextSession& next) {
 
 void printNext(Output& out, RecordTable& records, const NextSession& next) {
   if (next.deleteAllFirst) {
-    out.write("The client is reset: it deletes everything and is given all that is agreed.\n");
+    out.write(tr("The client is reset: it deletes everything and is given all that is agreed.") + '\n');
   } else if (next.restores) {
-    out.write("The client gets back whatever it lacks. Nothing is deleted because it lacks it.\n");
+    out.write(tr("The client gets back whatever it lacks. Nothing is deleted because it lacks it.") + '\n');
   } else if (next.first) {
-    out.write("The client's first session compares everything. What it holds already is not given again.\n");
+    out.write(
+        tr("The client's first session compares everything. What it holds already is not given again.") +
+        '\n');
   }
-  if (next.changes.empty()) return out.write("Nothing waits for the client.\n");
+  if (next.changes.empty()) return out.write(tr("Nothing waits for the client.") + '\n');
   for (const LoggedChange& change : next.changes) printChange(out, records, change);
-  out.write(countText(next.changes.size(), "change waits", "changes wait") + " for the client.\n");
+  out.write(
+      counted(next.changes.size(), "%1 change waits for the client.", "%1 changes wait for the client.") +
+      '\n');
 }
 
 void writeRefused(JsonWriter& json, RecordTable& records, const Refusal& refusal,
@@ -128,8 +133,9 @@ void writeRefused(JsonWriter& json, RecordTable& records, const Refusal& refusal
 void printRefused(Output& out, RecordTable& records, const ClientState& client, const Refusal& refusal,
                   const std::vector<RecordId>& deletions) {
   const std::string name = printable(client.identifier.view());
-  out.write("Refused " + timeText(refusal.refused) + ": the client lacks " + grouped(refusal.deletions) +
-                " of " + grouped(refusal.live) + " bookmarks and folders.\n",
+  out.write(tr("Refused %1: the client lacks %2 of %3 bookmarks and folders.", timeText(refusal.refused),
+               refusal.deletions, refusal.live) +
+                '\n',
             Style::heading);
   for (const RecordId each : deletions) {
     const auto record = records.find(each);
@@ -141,12 +147,14 @@ void printRefused(Output& out, RecordTable& records, const ClientState& client, 
     printChange(out, records, deletion);
   }
   if (refusal.approved) {
-    out.write("Approved " + timeText(*refusal.approved) +
-              ": the client's next session deletes them everywhere.\n");
+    out.write(
+        tr("Approved %1: the client's next session deletes them everywhere.", timeText(*refusal.approved)) +
+        '\n');
   } else {
-    out.write("`loomerctl approve " + name +
-              "` deletes them everywhere at the next session; `loomerctl restore " + name +
-              "` restores them in the client.\n");
+    out.write(tr("`loomerctl approve %1` deletes them everywhere at the next session; `loomerctl restore %1` "
+                 "restores them in the client.",
+                 name) +
+              '\n');
   }
 }
 
@@ -186,33 +194,37 @@ Status showPlan(Invocation& run) {
 
 namespace {
 
-void refuseWhereReset(const ClientState& client, const std::string& wanted) {
-  if (!client.resetPending) return;
-  throw Refused{"The client \"" + printable(client.identifier.view()) +
-                "\" is given everything anew at its next session; there is nothing to " + wanted + '.'};
+// Raises `refusal` for a client that is given everything anew at its next session.
+void refuseWhereReset(const ClientState& client, const std::string& refusal) {
+  if (client.resetPending) throw Refused{refusal};
 }
 
 }  // namespace
 
 Status approvePlan(Invocation& run) {
+  const std::string& name = run.options.argument;
   const auto store = openStore();
   store->writing([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
     RefusalTable refusals(*store);
     const auto refusal = refusals.find(client.id);
     if (!refusal) {
-      throw Refused{"There is nothing to approve: no session of \"" + run.options.argument +
-                    "\" was refused."};
+      throw Refused{tr("There is nothing to approve: no session of \"%1\" was refused.", name)};
     }
-    refuseWhereReset(client, "approve");
+    refuseWhereReset(
+        client,
+        tr("The client \"%1\" is given everything anew at its next session; there is nothing to approve.",
+           name));
     if (client.restorePending) {
-      throw Refused{"The client \"" + run.options.argument +
-                    "\" gets back what it lacks at its next session; there is nothing to approve."};
+      throw Refused{
+          tr("The client \"%1\" gets back what it lacks at its next session; there is nothing to approve.",
+             name)};
     }
     refusals.approve(client.id, Platform::current().clock.now());
-    run.out.write("The next session of " + printable(run.options.argument) + " may delete " +
-                  grouped(refusal->deletions) + " of " + grouped(refusal->live) +
-                  " bookmarks and folders everywhere, if that is still what it would do.\n");
+    run.out.write(tr("The next session of %1 may delete %2 of %3 bookmarks and folders everywhere, if that "
+                     "is still what it would do.",
+                     printable(name), refusal->deletions, refusal->live) +
+                  '\n');
   });
   return statusFine;
 }
@@ -221,11 +233,16 @@ Status restoreClient(Invocation& run) {
   const auto store = openStore();
   store->writing([&] {
     const ClientState client = clientNamed(*store, run.options.argument);
-    refuseWhereReset(client, "restore");
+    refuseWhereReset(
+        client,
+        tr("The client \"%1\" is given everything anew at its next session; there is nothing to restore.",
+           run.options.argument));
     ClientTable(*store).setRestorePending(client.id, true);
   });
-  run.out.write("At its next session " + printable(run.options.argument) +
-                " gets back whatever it lacks. Nothing is deleted because it lacks it.\n");
+  run.out.write(
+      tr("At its next session %1 gets back whatever it lacks. Nothing is deleted because it lacks it.",
+         printable(run.options.argument)) +
+      '\n');
   return statusFine;
 }
 
@@ -235,11 +252,11 @@ Status resetClient(Invocation& run) {
     const ClientState client = clientNamed(*store, run.options.argument);
     ClientTable(*store).setResetPending(client.id, true);
   });
-  run.out.write(
-      "At its next session " + printable(run.options.argument) +
-      " is given everything anew. What it changed since its last session is lost then, and so is"
-      " whatever its file holds that is not synced: entries hidden from sync, and what other programs"
-      " stored with an entry. `loomerctl restore` keeps all that.\n");
+  run.out.write(tr("At its next session %1 is given everything anew. What it changed since its last session "
+                   "is lost then, and so is whatever its file holds that is not synced: entries hidden from "
+                   "sync, and what other programs stored with an entry. `loomerctl restore` keeps all that.",
+                   printable(run.options.argument)) +
+                '\n');
   return statusFine;
 }
 

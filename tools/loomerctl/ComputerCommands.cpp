@@ -2,6 +2,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/JsonWriter.h"
 #include "tools/loomerctl/Passphrases.h"
@@ -39,28 +40,29 @@ RosterEntry computerNamed(const Roster& roster, const std::string& name) {
     if (each.computer == name) return each;
     if (each.name != name) continue;
     if (found)
-      throw Refused{"Several computers are called " + quoted(name) +
-                    ". `account computers` shows their identifiers."};
+      throw Refused{
+          tr("Several computers are called %1. `account computers` shows their identifiers.", quoted(name))};
     found = &each;
   }
   if (!found)
-    throw Refused{"The account has no computer " + quoted(name) + ". `account computers` shows them."};
+    throw Refused{tr("The account has no computer %1. `account computers` shows them.", quoted(name))};
   return *found;
 }
 
 // The key has changed since `account` was read.
 void tellOfNewKey(Invocation& run, const Account& account, const Roster& roster) {
-  run.out.write("These get the new key when they sync next:");
-  for (const RosterEntry& each : roster.entries())
-    if (!(each.computer == account.computer)) run.out.write(' ' + quoted(each.name));
-  run.out.write(roster.entries().size() > 1 ? ".\n" : " none.\n");
-  run.out.write("Invitations and the passphrase from before no longer let anybody in.\n");
+  std::string others;
+  for (const RosterEntry& each : roster.entries()) {
+    if (!(each.computer == account.computer)) others += (others.empty() ? "" : " ") + quoted(each.name);
+  }
+  run.out.write(tr("These get the new key when they sync next: %1.", others.empty() ? tr("none") : others) +
+                '\n' + tr("Invitations and the passphrase from before no longer let anybody in.") + '\n');
   try {
     removePassphrase(*pelto::placeOf(account, kPlaceSeconds), account);
   } catch (const PlatformException& exception) {
     // It leads to the earlier key, which lets nobody in.
-    run.err.write("loomerctl: The passphrase from before can't be removed from the place: " +
-                  printable(exception.reason()) + '\n');
+    writeMessage(run.err,
+                 tr("The passphrase from before can't be removed from the place: %1", exception.reason()));
   }
 }
 
@@ -73,11 +75,11 @@ Status showComputers(Invocation& run) {
     writeJson(run, roster, account);
     return statusFine;
   }
-  Table table(run.out, {{"Name"}, {"Computer"}, {"Last seen"}});
+  Table table(run.out, {{tr("Name")}, {tr("Computer")}, {tr("Last seen")}});
   for (const RosterEntry& each : roster.entries()) {
     const bool isThisOne = each.computer == account.computer;
     table.add({printable(each.name), printable(each.computer.view()),
-               isThisOne ? "this one" : timeText(each.lastSeen)});
+               isThisOne ? tr("this one") : timeText(each.lastSeen)});
   }
   table.finish();
   return statusFine;
@@ -87,22 +89,24 @@ Status removeComputer(Invocation& run) {
   const Account account = accountOrRefuse();
   const RosterEntry removed = computerNamed(pelto::computersOf(account, kPlaceSeconds), run.options.argument);
   if (removed.computer == account.computer)
-    throw Refused{"That is this computer. `loomerctl account remove` forgets the account here."};
+    throw Refused{tr("That is this computer. `loomerctl account remove` forgets the account here.")};
   const Roster remaining = pelto::changeAccountKey(account, removed.computer, kPlaceSeconds);
-  run.out.write(quoted(removed.name) +
-                " is taken out of the account. What it has got it keeps; from what comes it is " +
-                "locked out.\n");
-  tellOfNewKey(run, account, remaining);
   run.out.write(
-      "If the computer could fall into wrong hands, change the place's password or key, or revoke the "
-      "computer's token.\n");
+      tr("%1 is taken out of the account. What it has got it keeps; from what comes it is locked out.",
+         quoted(removed.name)) +
+      '\n');
+  tellOfNewKey(run, account, remaining);
+  run.out.write(tr("If the computer could fall into wrong hands, change the place's password or key, or "
+                   "revoke the computer's token.") +
+                '\n');
   return statusFine;
 }
 
 Status changeKey(Invocation& run) {
   const Account account = accountOrRefuse();
   const Roster roster = pelto::changeAccountKey(account, {}, kPlaceSeconds);
-  run.out.write("The account has a new key. Whoever has the earlier one can still read what was there.\n");
+  run.out.write(tr("The account has a new key. Whoever has the earlier one can still read what was there.") +
+                '\n');
   tellOfNewKey(run, account, roster);
   return statusFine;
 }

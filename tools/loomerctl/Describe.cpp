@@ -1,9 +1,12 @@
 #include "tools/loomerctl/Describe.h"
 
 #include <algorithm>
+#include <string_view>
 #include <unordered_set>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/Text.h"
 
 namespace corvane::loomerctl {
@@ -11,6 +14,8 @@ namespace corvane::loomerctl {
 using namespace loomer;
 
 const char* entityName(Entity entity) { return entity == Entity::folder ? "folder" : "bookmark"; }
+
+std::string entityText(Entity entity) { return entity == Entity::folder ? tr("folder") : tr("bookmark"); }
 
 const char* kindName(int kind) {
   switch (static_cast<SessionKind>(kind)) {
@@ -30,8 +35,36 @@ const char* kindName(int kind) {
   return "unknown";
 }
 
+std::string kindText(int kind) {
+  switch (static_cast<SessionKind>(kind)) {
+    case SessionKind::fast:
+      return tr("fast");
+    case SessionKind::slow:
+      return tr("slow");
+    case SessionKind::refresh:
+      return tr("refresh");
+    case SessionKind::replace:
+      return tr("replace");
+    case SessionKind::undo:
+      return tr("undo");
+    case SessionKind::importFile:
+      return tr("import");
+  }
+  return tr("unknown");
+}
+
+std::string attributeText(const std::string& attribute) {
+  static constexpr std::pair<std::string_view, TextKey> kTexts[] = {
+      {"name", TextKey("title")},    {"url", TextKey("address")}, {"tab group", TextKey("group of tabs")},
+      {"parent", TextKey("folder")}, {"order", TextKey("order")}, {"deletion", TextKey("deletion")}};
+  for (const auto& [name, text] : kTexts) {
+    if (name == attribute) return tr(text);
+  }
+  return printable(attribute);
+}
+
 std::string folderText(RecordTable& records, RecordId folder) {
-  if (folder == kRoot) return "the root";
+  if (folder == kRoot) return tr("the root");
   const auto record = records.find(folder);
   return '#' + std::to_string(folder) + (record ? ' ' + quoted(record->content.name) : "");
 }
@@ -52,18 +85,18 @@ std::vector<std::string> folderPath(RecordTable& records, RecordId folder) {
 std::vector<AttributeChange> attributeChanges(RecordTable& records, const LoggedState& before,
                                               const LoggedState& after) {
   std::vector<AttributeChange> changes;
-  const auto compare = [&changes](const char* attribute, std::string from, std::string to) {
-    if (from != to) changes.push_back({attribute, std::move(from), std::move(to)});
+  const auto compare = [&changes](std::string attribute, std::string from, std::string to) {
+    if (from != to) changes.push_back({std::move(attribute), std::move(from), std::move(to)});
   };
-  const auto yesOrNo = [](bool truth) { return truth ? "yes" : "no"; };
-  compare("title", quoted(before.content.name), quoted(after.content.name));
-  compare("address", quoted(before.content.url), quoted(after.content.url));
-  compare("group of tabs", yesOrNo(before.content.tabGroup), yesOrNo(after.content.tabGroup));
-  compare("special", yesOrNo(before.content.special), yesOrNo(after.content.special));
+  const auto yesOrNo = [](bool truth) { return truth ? tr("yes") : tr("no"); };
+  compare(tr("title"), quoted(before.content.name), quoted(after.content.name));
+  compare(tr("address"), quoted(before.content.url), quoted(after.content.url));
+  compare(tr("group of tabs"), yesOrNo(before.content.tabGroup), yesOrNo(after.content.tabGroup));
+  compare(tr("special"), yesOrNo(before.content.special), yesOrNo(after.content.special));
   if (before.parent != after.parent) {
-    compare("folder", folderText(records, before.parent), folderText(records, after.parent));
+    compare(tr("folder"), folderText(records, before.parent), folderText(records, after.parent));
   } else {
-    compare("place", std::to_string(before.place), std::to_string(after.place));
+    compare(tr("place"), std::to_string(before.place), std::to_string(after.place));
   }
   return changes;
 }

@@ -9,10 +9,16 @@
 
 namespace corvane::loomerctl {
 
-/// "folder" or "bookmark".
+/// "folder" or "bookmark", for programs and for people.
 const char* entityName(loomer::Entity entity);
-/// "fast", …, "undo", "import" for the number of a SessionKind; "unknown" for others.
+std::string entityText(loomer::Entity entity);
+/// "fast", …, "undo", "import" for the number of a SessionKind; "unknown" for others. For programs and for
+/// people.
 const char* kindName(int kind);
+std::string kindText(int kind);
+
+/// What a conflict was about, for people; printable. `attribute` is a Loss's.
+std::string attributeText(const std::string& attribute);
 
 /// `#12 "News"`, with the title that the folder has now; "the root" for the root.
 std::string folderText(loomer::RecordTable& records, loomer::RecordId folder);
@@ -22,7 +28,7 @@ std::vector<std::string> folderPath(loomer::RecordTable& records, loomer::Record
 
 /// One attribute that a change touched; a side is "(none)" where the record had none there.
 struct AttributeChange {
-  const char* attribute;  ///< "title", "address", "folder", "place", "group of tabs", "special"
+  std::string attribute;  ///< "title", "address", "folder", "place", "group of tabs", "special"
   std::string before;
   std::string after;
 };

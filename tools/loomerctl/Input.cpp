@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tools/loomerctl/Invocation.h"
 
@@ -16,10 +17,10 @@ namespace corvane::loomerctl {
 
 namespace {
 
-constexpr const char* kStandardInput = "standard input";
+std::string nameOfStandardInput() { return tr("standard input"); }
 
 [[noreturn]] void refuse(const std::string& name, std::error_code error) {
-  throw Refused{"Cannot read " + name + ": " + error.message() + '.'};
+  throw Refused{tr("Cannot read %1: %2.", name, error.message())};
 }
 
 // Reads what there is, at most `size` bytes; 0 at the end.
@@ -44,12 +45,12 @@ std::string readAll(int descriptor, const std::string& name) {
 class SilentTerminal {
  public:
   SilentTerminal() {
-    if (tcgetattr(STDIN_FILENO, &_before) != 0) refuse(kStandardInput, lastSystemError());
+    if (tcgetattr(STDIN_FILENO, &_before) != 0) refuse(nameOfStandardInput(), lastSystemError());
     termios silent = _before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
     silent.c_cc[VMIN] = 1;
     silent.c_cc[VTIME] = 0;
-    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0) refuse(kStandardInput, lastSystemError());
+    if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) != 0) refuse(nameOfStandardInput(), lastSystemError());
   }
   // A terminal that cannot be set back has been closed.
   ~SilentTerminal() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &_before); }
@@ -70,7 +71,7 @@ constexpr char kDelete = 127;
 std::optional<std::string> typedLine() {
   std::string line;
   char key = 0;
-  while (readSome(STDIN_FILENO, kStandardInput, &key, 1) == 1 && key != '\n' && key != '\r' &&
+  while (readSome(STDIN_FILENO, nameOfStandardInput(), &key, 1) == 1 && key != '\n' && key != '\r' &&
          key != kEndOfTransmission) {
     if (key == kEndOfText) return std::nullopt;
     if (key == kNegativeAcknowledge) {
@@ -87,12 +88,12 @@ std::optional<std::string> typedLine() {
 using IsComplete = std::function<bool(const std::string&)>;
 
 // What is typed until `isComplete`, or an empty line after others.
-std::string typedLines(const char* prompt, const IsComplete& isComplete) {
+std::string typedLines(const std::string& prompt, const IsComplete& isComplete) {
   std::string text;
   bool isCancelled = false;
   {
     const SilentTerminal terminal;
-    std::fputs(prompt, stderr);  // now, since what is typed before is dropped
+    std::fputs((prompt + ' ').c_str(), stderr);  // now, since what is typed before is dropped
     do {
       const auto line = typedLine();
       isCancelled = !line;
@@ -101,7 +102,7 @@ std::string typedLines(const char* prompt, const IsComplete& isComplete) {
     } while (!isComplete(text));
   }
   std::fputs("\n", stderr);
-  if (isCancelled) throw Refused{"Cancelled; nothing was changed."};
+  if (isCancelled) throw Refused{tr("Cancelled; nothing was changed.")};
   return text;
 }
 
@@ -114,10 +115,12 @@ std::string trimmed(const std::string& line) {
 
 }  // namespace
 
-std::string inputName(const std::string& path) { return path == kStandardStream ? kStandardInput : path; }
+std::string inputName(const std::string& path) {
+  return path == kStandardStream ? nameOfStandardInput() : path;
+}
 
 std::string readInput(const std::string& path) {
-  if (path == kStandardStream) return readAll(STDIN_FILENO, kStandardInput);
+  if (path == kStandardStream) return readAll(STDIN_FILENO, nameOfStandardInput());
   const FileDescriptor file(retryingInterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
   if (!file) refuse(path, lastSystemError());
   return readAll(file.number(), path);
@@ -125,15 +128,15 @@ std::string readInput(const std::string& path) {
 
 SecretInput::~SecretInput() { pelto::wipe(_rest); }
 
-std::string SecretInput::line(const char* prompt) {
+std::string SecretInput::line(const std::string& prompt) {
   return lines(prompt, [](const std::string&) { return true; });
 }
 
-std::string SecretInput::lines(const char* prompt, const IsComplete& isComplete) {
+std::string SecretInput::lines(const std::string& prompt, const IsComplete& isComplete) {
   std::string text = isatty(STDIN_FILENO) == 1 ? typedLines(prompt, isComplete) : givenLines(isComplete);
   const pelto::WipeAtEnd wiping(text);
   std::string bare = trimmed(text);
-  if (bare.empty()) throw Refused{"Standard input held nothing."};
+  if (bare.empty()) throw Refused{tr("Standard input held nothing.")};
   return bare;
 }
 

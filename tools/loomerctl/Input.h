@@ -25,10 +25,10 @@ class SecretInput {
 
   /// The next line, without white space around it. Raises Refused when it cannot be read, holds nothing, or
   /// the user cancels.
-  std::string line(const char* prompt);
+  std::string line(const std::string& prompt);
   /// As many lines as it takes until `isComplete` of them all; on a terminal, an empty line is an end too.
   /// Raises as `line`.
-  std::string lines(const char* prompt, const std::function<bool(const std::string&)>& isComplete);
+  std::string lines(const std::string& prompt, const std::function<bool(const std::string&)>& isComplete);
 
  private:
   /// As `lines`, of what no terminal gives.

@@ -6,6 +6,7 @@
 #include "CorvaneSyncClient/platform/pelto/account/PlaceHub.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Passphrases.h"
@@ -21,10 +22,6 @@ namespace {
 using pelto::Account;
 using pelto::Invitation;
 using pelto::PlaceAddress;
-
-constexpr const char* kInvitationPrompt =
-    "Paste or type the invitation, in as many lines as you like; an empty line ends it (not shown as you "
-    "type):\n";
 
 Invitation invitationTo(const Account& account) {
   const pelto::Membership& membership = account.membership;
@@ -54,7 +51,9 @@ bool isWholeInvitation(const std::string& text) {
 }
 
 Invitation readInvitation(SecretInput& input) {
-  std::string text = input.lines(kInvitationPrompt, isWholeInvitation);
+  std::string text = input.lines(tr("Paste or type the invitation, in as many lines as you like; an empty "
+                                    "line ends it (not shown as you type):"),
+                                 isWholeInvitation);
   const pelto::WipeAtEnd wiping(text);
   return pelto::invitationFrom(text);
 }
@@ -64,9 +63,9 @@ Status keepJoined(Invocation& run, const Account& account) {
   pelto::writeAccount(pelto::userAccountPath(), account);
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
   adaptUnitsToAccount();
-  run.out.write("This computer has joined the account at " +
-                printable(pelto::parsePlaceAddress(account.url).description()) +
-                ".\n`corvanetool --register` switches bookmarks on.\n");
+  run.out.write(tr("This computer has joined the account at %1.",
+                   printable(pelto::parsePlaceAddress(account.url).description())) +
+                '\n' + tr("`corvanetool --register` switches bookmarks on.") + '\n');
   return statusFine;
 }
 
@@ -74,21 +73,21 @@ Status joinByPassphrase(Invocation& run, SecretInput& input) {
   const std::string& text = run.options.argument;
   const PlaceAddress address = pelto::parsePlaceAddress(text);
   pelto::PlaceCredentials credentials = askCredentials(address, input);
-  std::string passphrase = input.line("Passphrase (not shown as you type): ");
+  std::string passphrase = input.line(tr("Passphrase (not shown as you type):"));
   const pelto::WipeAtEnd wiping(passphrase);
   const auto place = pelto::makePlace(address, credentials, after(kPlaceSeconds));
   const auto invitation = invitationUnder(*place, passphrase);
-  if (!invitation) throw Refused{"The passphrase opens no account at " + place->description() + '.'};
+  if (!invitation) throw Refused{tr("The passphrase opens no account at %1.", place->description())};
   return keepJoined(run, invitedAccount(*invitation, text, std::move(credentials)));
 }
 
 std::string newPassphrase(SecretInput& input) {
-  std::string passphrase = input.line("New passphrase (not shown as you type): ");
-  std::string again = input.line("The same again: ");
+  std::string passphrase = input.line(tr("New passphrase (not shown as you type):"));
+  std::string again = input.line(tr("The same again:"));
   const pelto::WipeAtEnd wiping(again);
   if (passphrase == again) return passphrase;
   pelto::wipe(passphrase);
-  throw Refused{"The two are not the same; nothing was changed."};
+  throw Refused{tr("The two are not the same; nothing was changed.")};
 }
 
 }  // namespace
@@ -98,10 +97,8 @@ Status inviteComputer(Invocation& run) {
   const Invitation invitation = invitationTo(account);
   std::string text = run.options.words ? pelto::wordsOf(invitation) : pelto::lineOf(invitation);
   const pelto::WipeAtEnd wiping(text);
-  run.err.write(
-      "loomerctl: Whoever sees this can read and change the bookmarks. Type it into `loomerctl account join` "
-      "on the "
-      "other computer.\n");
+  writeMessage(run.err, tr("Whoever sees this can read and change the bookmarks. Type it into `loomerctl "
+                           "account join` on the other computer."));
   run.err.flush();
   run.out.write(run.options.qr ? qrCode(text) : text + '\n');
   return statusFine;
@@ -122,10 +119,10 @@ Status setPassphrase(Invocation& run) {
   const Account account = accountOrRefuse();
   const auto place = pelto::placeOf(account, kPlaceSeconds);
   if (run.options.remove) {
-    if (!removePassphrase(*place, account)) throw Refused{"The account has no passphrase."};
-    run.out.write(
-        "The passphrase is removed. Whoever knows it and has copied the place before has the account's key "
-        "all the same; `loomerctl account new-key` changes that.\n");
+    if (!removePassphrase(*place, account)) throw Refused{tr("The account has no passphrase.")};
+    run.out.write(tr("The passphrase is removed. Whoever knows it and has copied the place before has the "
+                     "account's key all the same; `loomerctl account new-key` changes that.") +
+                  '\n');
     return statusFine;
   }
   SecretInput input;
@@ -136,7 +133,7 @@ Status setPassphrase(Invocation& run) {
   invitation.address = invitation.user = std::string();
   invitation.secret = {};
   putUnderPassphrase(*place, account, invitation, passphrase);
-  run.out.write("`loomerctl account join PLACE` asks for the passphrase on another computer.\n");
+  run.out.write(tr("`loomerctl account join PLACE` asks for the passphrase on another computer.") + '\n');
   return statusFine;
 }
 

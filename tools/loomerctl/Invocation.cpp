@@ -402,6 +402,8 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
   }
   if (!command) throw UsageError{unknownCommand(arguments[0])};
   Invocation run{Arguments(*command, arguments).read(), out, err};
+  std::optional<EnglishScope> forPrograms;
+  if (run.options.json) forPrograms.emplace();
   const Status status = command->run(run);
   if (status == statusFine && isForClients(*command)) syncSoon();
   return status;
@@ -414,7 +416,7 @@ std::string helpFor(const std::vector<std::string>& arguments) {
 }
 
 Status complain(Output& err, const std::string& reason, Status status) {
-  err.write("loomerctl: " + printable(reason) + '\n');
+  writeMessage(err, reason);
   return status;
 }
 

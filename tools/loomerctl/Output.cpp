@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/Text.h"
 
 namespace corvane::loomerctl {
@@ -57,7 +58,7 @@ void Output::flush() {
       _buffer.clear();
       if (error == EPIPE) throw OutputClosed{};
       throw PlatformException("LoomerctlOutputFailed",
-                              "cannot write the output: " + std::system_category().message(error));
+                              tr("cannot write the output: %1", std::system_category().message(error)));
     }
   }
   _buffer.clear();
@@ -69,5 +70,7 @@ void writeField(Output& out, const std::string& label, const std::string& text) 
   out.write(label + std::string(width < kColumn ? kColumn - width : 1, ' '), Style::heading);
   out.write(text + '\n');
 }
+
+void writeMessage(Output& err, const std::string& text) { err.write("loomerctl: " + printable(text) + '\n'); }
 
 }  // namespace corvane::loomerctl

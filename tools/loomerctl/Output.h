@@ -36,7 +36,10 @@ class Output {
   std::string _buffer;
 };
 
-/// One line, the text in a column behind the label, which takes at most 11 columns.
+/// One line, the text in a column behind the label, which takes at most 13 columns.
 void writeField(Output& out, const std::string& label, const std::string& text);
+
+/// One line of the program's own, which is made printable: "loomerctl: TEXT".
+void writeMessage(Output& err, const std::string& text);
 
 }  // namespace corvane::loomerctl

@@ -4,6 +4,7 @@
 
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Invocation.h"
 
@@ -20,7 +21,7 @@ std::string nameOfComputer() {
 }
 
 // The secret that the user types next.
-pelto::SharedSecret askSecret(SecretInput& input, const char* prompt) {
+pelto::SharedSecret askSecret(SecretInput& input, const std::string& prompt) {
   std::string typed = input.line(prompt);
   const pelto::WipeAtEnd wiping(typed);
   return pelto::SharedSecret(typed);
@@ -33,22 +34,23 @@ pelto::PlaceCredentials askCredentials(const PlaceAddress& address, SecretInput&
     case PlaceAddress::Kind::directory:
       return {};
     case PlaceAddress::Kind::webDav: {
-      std::string user = address.user.empty() ? input.line("User (not shown as you type): ") : address.user;
-      return {std::move(user), askSecret(input, "Password (not shown as you type): ")};
+      std::string user =
+          address.user.empty() ? input.line(tr("User (not shown as you type):")) : address.user;
+      return {std::move(user), askSecret(input, tr("Password (not shown as you type):"))};
     }
     case PlaceAddress::Kind::s3: {
-      std::string user = input.line("Identifier of the access key (not shown as you type): ");
-      return {std::move(user), askSecret(input, "Secret of the access key (not shown as you type): ")};
+      std::string user = input.line(tr("Identifier of the access key (not shown as you type):"));
+      return {std::move(user), askSecret(input, tr("Secret of the access key (not shown as you type):"))};
     }
     case PlaceAddress::Kind::hub:
       break;
   }
-  return {{}, askSecret(input, "This computer's token (not shown as you type): ")};
+  return {{}, askSecret(input, tr("This computer's token (not shown as you type):"))};
 }
 
 Account accountOrRefuse() {
   if (auto account = pelto::userAccount()) return *std::move(account);
-  throw Refused{"No account is set. `loomerctl account set` sets one."};
+  throw Refused{tr("No account is set. `loomerctl account set` sets one.")};
 }
 
 void refuseIfSet() {
@@ -58,8 +60,8 @@ void refuseIfSet() {
     return;  // one that cannot be read is none that could be lost
   }
   throw Refused{
-      "This computer has an account already, whose key would be lost. `loomerctl account remove` forgets "
-      "it."};
+      tr("This computer has an account already, whose key would be lost. `loomerctl account remove` forgets "
+         "it.")};
 }
 
 Account newAccountAt(const std::string& address, pelto::PlaceCredentials credentials) {

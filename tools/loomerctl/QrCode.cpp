@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/Invocation.h"
 
 namespace corvane::loomerctl {
@@ -26,7 +27,7 @@ bool isLight(const QRcode& code, int row, int column) {
 std::string qrCode(std::string_view text) {
   const std::unique_ptr<QRcode, CodeDeleter> code(
       QRcode_encodeString(std::string(text).c_str(), 0, QR_ECLEVEL_L, QR_MODE_8, 1));
-  if (!code) throw Refused{"The text is too long for a QR code."};
+  if (!code) throw Refused{tr("The text is too long for a QR code.")};
   std::string lines;
   for (int row = -kMargin; row < code->width + kMargin; row += 2) {
     for (int column = -kMargin; column < code->width + kMargin; ++column) {

@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/ChangeText.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
@@ -40,9 +41,9 @@ std::optional<RecordId> recordNumber(std::string_view text) {
 
 TruthRecord wantedRecord(RecordTable& records, const std::string& text) {
   const auto number = recordNumber(text);
-  if (!number) throw Refused{'"' + text + "\" is no record's number. `loomerctl tree` shows the numbers."};
+  if (!number) throw Refused{tr("\"%1\" is no record's number. `loomerctl tree` shows the numbers.", text)};
   if (auto record = records.find(*number)) return *record;
-  throw Refused{"There is no record #" + std::to_string(*number) + ", or its deletion is forgotten."};
+  throw Refused{tr("There is no record #%1, or its deletion is forgotten.", std::to_string(*number))};
 }
 
 RecordView viewOf(TruthStore& store, const std::string& text) {
@@ -117,36 +118,33 @@ std::string pathText(const std::vector<std::string>& path) {
   return text;
 }
 
+// "special folder, a group of tabs, deleted".
+std::string recordText(const TruthRecord& record) {
+  std::string kind = record.content.special ? tr("special folder") : entityText(record.entity);
+  if (record.content.tabGroup) kind += ", " + tr("a group of tabs");
+  if (record.deleted) kind += ", " + tr("deleted");
+  return kind;
+}
+
 void printFacts(Output& out, const RecordView& view) {
-  const auto line = [&out](const char* label, const std::string& text) {
-    std::string padded = label;
-    padded.resize(12, ' ');
-    out.write(padded, Style::heading);
-    out.write(text + '\n');
-  };
   const TruthRecord& record = view.record;
-  std::string kind = entityName(record.entity);
-  if (record.content.special) kind = "special " + kind;
-  if (record.content.tabGroup) kind += ", a group of tabs";
-  if (record.deleted) kind += ", deleted";
-  line("Record", '#' + std::to_string(record.id) + ' ' + kind);
-  line("Title", record.content.name ? printable(record.content.name.view()) : "(none)");
-  if (record.entity == Entity::bookmark) {
-    line("Address", record.content.url ? printable(record.content.url.view()) : "(none)");
-  }
-  line("Folder", pathText(view.path));
-  line("Identifier", view.globalIdentifier.toString());
-  line("Revision", std::to_string(record.revision));
+  const auto textOrNone = [](const String& text) { return text ? printable(text.view()) : tr("(none)"); };
+  writeField(out, tr("Record"), '#' + std::to_string(record.id) + ' ' + recordText(record));
+  writeField(out, tr("Title"), textOrNone(record.content.name));
+  if (record.entity == Entity::bookmark) writeField(out, tr("Address"), textOrNone(record.content.url));
+  writeField(out, tr("Folder"), pathText(view.path));
+  writeField(out, tr("Identifier"), view.globalIdentifier.toString());
+  writeField(out, tr("Revision"), std::to_string(record.revision));
 }
 
 void printHolders(Output& out, const RecordView& view) {
-  if (view.holders.empty()) return out.write("\nNo client holds it.\n");
+  if (view.holders.empty()) return out.write('\n' + tr("No client holds it.") + '\n');
   out.write("\n");
-  Table table(out, {{"CLIENT"}, {"LOCAL IDENTIFIER"}, {"HELD"}});
+  Table table(out, {{tr("CLIENT")}, {tr("LOCAL IDENTIFIER")}, {tr("HELD")}});
   for (const Holder& each : view.holders) {
-    const std::string held = each.base.notHeld               ? "no, it did not take it"
-                             : each.base.refusedRevision > 0 ? "yes, but not as it is here"
-                                                             : "yes";
+    const std::string held = each.base.notHeld               ? tr("no, it did not take it")
+                             : each.base.refusedRevision > 0 ? tr("yes, but not as it is here")
+                                                             : tr("yes");
     table.add({printable(each.client.view()), printable(each.base.localId.view()), held});
   }
   table.finish();
@@ -166,8 +164,8 @@ Status showRecord(Invocation& run) {
   printHolders(run.out, view);
   RecordTable records(*store);
   for (const auto& [session, change] : view.history) {
-    run.out.write("\nSession " + std::to_string(session.id) + "  " + timeText(session.began) + "  " +
-                      printable(session.client.view()) + '\n',
+    run.out.write('\n' + tr("Session %1", std::to_string(session.id)) + "  " + timeText(session.began) +
+                      "  " + printable(session.client.view()) + '\n',
                   Style::heading);
     printChange(run.out, records, change);
   }

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomerctl {
 
@@ -70,7 +71,7 @@ std::string printable(std::string_view text) {
   return result;
 }
 
-std::string quoted(const String& text) { return text ? '"' + printable(text.view()) + '"' : "(none)"; }
+std::string quoted(const String& text) { return text ? '"' + printable(text.view()) + '"' : tr("(none)"); }
 
 std::size_t displayWidth(std::string_view text) {
   // A cluster of code points that is drawn as one takes two columns at most, however many pictographs are

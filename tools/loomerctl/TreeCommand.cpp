@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
 #include "tools/loomerctl/Text.h"
@@ -27,8 +28,8 @@ void printRecord(Output& out, const TruthRecord& record, std::size_t depth) {
   const Content& content = record.content;
   if (record.entity == Entity::folder) {
     out.write(printable(content.name.view()) + '/', Style::folder);
-    if (content.special) out.write(" (special)", Style::faint);
-    if (content.tabGroup) out.write(" (group of tabs)", Style::faint);
+    if (content.special) out.write(' ' + tr("(special)"), Style::faint);
+    if (content.tabGroup) out.write(' ' + tr("(group of tabs)"), Style::faint);
   } else {
     out.write(printable(content.name.view()));
     out.write("  " + printable(content.url.view()), Style::faint);
@@ -50,9 +51,9 @@ RecordId startOf(RecordTable& records, const Options& options) {
   const RecordId start = options.record.value_or(kRoot);
   if (start == kRoot) return start;
   const auto record = records.find(start);
-  if (!record || record->deleted) throw Refused{"There is no folder #" + std::to_string(start) + '.'};
+  if (!record || record->deleted) throw Refused{tr("There is no folder #%1.", std::to_string(start))};
   if (record->entity != Entity::folder) {
-    throw Refused{'#' + std::to_string(start) + " is a bookmark; `loomerctl show` describes it."};
+    throw Refused{tr("#%1 is a bookmark; `loomerctl show` describes it.", std::to_string(start))};
   }
   return start;
 }
@@ -69,7 +70,7 @@ Status showTree(Invocation& run) {
       printRecord(run.out, *record, walk.depth());
       any = true;
     }
-    if (!any) run.out.write("No bookmarks.\n");
+    if (!any) run.out.write(tr("No bookmarks.") + '\n');
     return statusFine;
   }
   JsonWriter json(run.out);

@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
@@ -17,7 +18,7 @@ std::int64_t sessionNumber(const std::string& text) {
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error == std::errc() && end == text.data() + text.size()) return number;
-  throw Refused{'"' + text + "\" is no session's number. `loomerctl sessions` shows the numbers."};
+  throw Refused{tr("\"%1\" is no session's number. `loomerctl sessions` shows the numbers.", text)};
 }
 
 // Raises Refused for a session that is not in the log or changed no agreed bookmark.
@@ -25,22 +26,23 @@ void checkUndoable(TruthStore& store, std::int64_t number) {
   const auto session = SessionLog(store).session(number);
   if (SessionLog(store).isPruned(number)) {
     throw Refused{
-        "Session " + std::to_string(number) +
-        " is too old to be undone: the log keeps the last 90 days or 1,000 sessions, whichever is more."};
+        tr("Session %1 is too old to be undone: the log keeps the last 90 days or 1,000 sessions, whichever "
+           "is more.",
+           std::to_string(number))};
   }
   if (!session) {
-    throw Refused{"The log holds no session " + std::to_string(number) +
-                  ". `loomerctl sessions` shows the numbers."};
+    throw Refused{
+        tr("The log holds no session %1. `loomerctl sessions` shows the numbers.", std::to_string(number))};
   }
   if (session->changed == 0) {
-    throw Refused{"There is nothing to undo: session " + std::to_string(number) +
-                  " changed none of the agreed bookmarks."};
+    throw Refused{tr("There is nothing to undo: session %1 changed none of the agreed bookmarks.",
+                     std::to_string(number))};
   }
 }
 
 void printNotes(Output& out, const UndoResult& result) {
   for (const UndoNote& note : result.notes) {
-    out.write('#' + std::to_string(note.record) + ' ' + quoted(note.name) + ' ' + note.what + '\n');
+    out.write(tr(note.what, '#' + std::to_string(note.record) + ' ' + quoted(note.name)) + '\n');
   }
 }
 
@@ -54,13 +56,19 @@ Status undoSession(Invocation& run) {
       loomer::undoSession(*store, "loomerctl undo " + std::to_string(number), number, run.options.force);
   printNotes(run.out, result);
   if (!result.session) {
-    throw Refused{"There is nothing left to undo of session " + std::to_string(number) +
-                  (result.notes.empty() ? "." : ": what it changed was changed again since.")};
+    const std::string name = std::to_string(number);
+    throw Refused{
+        result.notes.empty()
+            ? tr("There is nothing left to undo of session %1.", name)
+            : tr("There is nothing left to undo of session %1: what it changed was changed again since.",
+                 name)};
   }
-  run.out.write("Session " + std::to_string(number) +
-                " is undone: " + countText(result.changed, "record", "records") +
-                " brought back to what they were before, as session " + std::to_string(*result.session) +
-                ". Each client follows at its next session.\n");
+  run.out.write(
+      counted(result.changed,
+              "Session %2 is undone: %1 record brought back to what it was before, as session %3.",
+              "Session %2 is undone: %1 records brought back to what they were before, as session %3.",
+              std::to_string(number), std::to_string(*result.session)) +
+      ' ' + tr("Each client follows at its next session.") + '\n');
   return statusFine;
 }
 

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/Invocation.h"
 
@@ -16,7 +17,7 @@ std::unique_ptr<loomer::TruthStore> openStoreIfAny() {
   std::error_code error;
   const std::uintmax_t size = std::filesystem::file_size(path, error);
   const bool missing = error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
-  if (error && !missing) throw Refused{"Cannot look at the store " + path + ": " + error.message() + '.'};
+  if (error && !missing) throw Refused{tr("Cannot look at the store %1: %2.", path, error.message())};
   // An empty file is what is left of a store that was never finished.
   if (missing || size == 0) return nullptr;
   return std::make_unique<loomer::TruthStore>(path);
@@ -24,8 +25,9 @@ std::unique_ptr<loomer::TruthStore> openStoreIfAny() {
 
 std::unique_ptr<loomer::TruthStore> openStore() {
   if (auto store = openStoreIfAny()) return store;
-  throw Refused{"There is no store yet: " + storePath() +
-                " does not exist. The first sync, or `loomerctl import`, makes it."};
+  throw Refused{
+      tr("There is no store yet: %1 does not exist. The first sync, or `loomerctl import`, makes it.",
+         storePath())};
 }
 
 std::unique_ptr<loomer::TruthStore> openStoreToRead() {
@@ -45,8 +47,8 @@ loomer::ClientState clientNamed(loomer::TruthStore& store, const std::string& id
   for (const loomer::ClientState& each : clients.all()) {
     known += (known.empty() ? "" : ", ") + each.identifier.toString();
   }
-  throw Refused{"There is no client \"" + identifier + "\". " +
-                (known.empty() ? std::string("None is registered.") : "Registered: " + known + '.')};
+  throw Refused{tr("There is no client \"%1\".", identifier) + ' ' +
+                (known.empty() ? tr("None is registered.") : tr("Registered: %1.", known))};
 }
 
 }  // namespace corvane::loomerctl

@@ -38,7 +38,7 @@ class Bundle {
   /// `key` itself without either.
   virtual std::string localizedString(const std::string& key, const std::string& table) = 0;
   /// The same table as a whole, in the best of the user's languages that has it. Null where that is English,
-  /// whose texts are the keys: nothing is read then.
+  /// whose texts are the keys: nothing is read then. Once asked for, it may be asked for in several threads.
   virtual const StringsTable* translations(const std::string& table) = 0;
 };
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -32,7 +32,13 @@ constexpr Habits kHabits[] = {
     {"ja", ",", ".", 1'000, kOther, kOther},
 };
 
-const StringsTable* messagesTable() { return Platform::current().bundles.ownBundle().translations(kTable); }
+bool isEnglishWanted = false;
+
+// Null for English, which is also spoken where there are no services: a reader of files needs none else.
+const StringsTable* messagesTable() {
+  Platform* const platform = currentService<Platform>;
+  return platform && !isEnglishWanted ? platform->bundles.ownBundle().translations(kTable) : nullptr;
+}
 
 const Habits& habitsOf(const StringsTable* table) {
   const std::string_view whole = table ? std::string_view(table->language) : kHabits[0].language;
@@ -63,6 +69,9 @@ std::string filled(std::string_view text, const std::vector<std::string>& values
 }
 
 }  // namespace
+
+EnglishScope::EnglishScope() : _before(std::exchange(isEnglishWanted, true)) {}
+EnglishScope::~EnglishScope() { isEnglishWanted = _before; }
 
 std::string languageOfTexts() {
   const StringsTable* const table = messagesTable();

@@ -26,8 +26,8 @@ constexpr std::size_t placeholderAt(std::string_view text, std::size_t at) {
   return stands ? static_cast<std::size_t>(text[at + 1] - '0') : 0;
 }
 
-/// An English text in which exactly "%1" to "%N" stand, N being `arguments`; others do not compile. Declared
-/// as TextKey("…") where it is shown later, by `tr`.
+/// An English text in which exactly "%1" to "%N" stand, N being `arguments`; others do not compile. Written
+/// as MessageText<N>("…"), or TextKey("…") for none, where it is shown later, by `tr`.
 template <std::size_t arguments>
 class MessageText {
  public:
@@ -64,6 +64,18 @@ template <std::unsigned_integral Number>
 std::string placeholderValue(Number number) {
   return grouped(number);
 }
+
+/// While it lives, texts are English: for what programs read, and for logs.
+class EnglishScope {
+ public:
+  EnglishScope();
+  ~EnglishScope();
+  EnglishScope(const EnglishScope&) = delete;
+  EnglishScope& operator=(const EnglishScope&) = delete;
+
+ private:
+  bool _before;
+};
 
 /// What `tr` and `counted` rest on.
 std::string translated(const char* english, const std::vector<std::string>& values);

@@ -44,7 +44,8 @@ class Undo {
     if (!change.before) {
       if (lives) takeBackAddition(at, *change.after);
     } else if (!lives) {
-      if (change.after && !_force) return note(change, "was deleted since and stays deleted");
+      if (change.after && !_force)
+        return note(change, MessageText<1>("%1 was deleted since and stays deleted"));
       revive(change);
     } else if (!change.after) {
       restoreRevived(at, *change.before);
@@ -57,7 +58,7 @@ class Undo {
   void takeBackAddition(Index at, const LoggedState& added) {
     const TruthRecord& now = _after[at];
     if (!_force && (now.content != added.content || now.parent != added.parent)) {
-      return note(now, "was added by the session and changed since; it stays");
+      return note(now, MessageText<1>("%1 was added by the session and changed since; it stays"));
     }
     _going.insert(at);
   }
@@ -79,27 +80,33 @@ class Undo {
     const bool same =
         now.content == before.content && now.parent == before.parent && now.place == before.place;
     if (same) return;
-    if (!_force) return note(now, "was brought back since and stays as it is");
+    if (!_force) return note(now, MessageText<1>("%1 was brought back since and stays as it is"));
     now.content = before.content;
     reparent(at, before.parent, before.place);
   }
 
   void restoreContent(Index at, const Content& before, const Content& after) {
-    restoreAttribute(at, &Content::name, "title", before, after);
-    restoreAttribute(at, &Content::url, "address", before, after);
-    restoreAttribute(at, &Content::tabGroup, "being a group of tabs", before, after);
-    restoreAttribute(at, &Content::special, "being a special folder", before, after);
+    restoreAttribute(at, &Content::name, MessageText<1>("%1 had its title changed again since, which stays"),
+                     before, after);
+    restoreAttribute(at, &Content::url, MessageText<1>("%1 had its address changed again since, which stays"),
+                     before, after);
+    restoreAttribute(at, &Content::tabGroup,
+                     MessageText<1>("%1 had its being a group of tabs changed again since, which stays"),
+                     before, after);
+    restoreAttribute(at, &Content::special,
+                     MessageText<1>("%1 had its being a special folder changed again since, which stays"),
+                     before, after);
   }
 
   template <typename T>
-  void restoreAttribute(Index at, T Content::*field, const char* what, const Content& before,
+  void restoreAttribute(Index at, T Content::*field, MessageText<1> changedAgain, const Content& before,
                         const Content& after) {
     T& now = _after[at].content.*field;
     if (before.*field == after.*field || now == before.*field) return;
     if (now == after.*field || _force) {
       now = before.*field;
     } else {
-      note(_after[at], std::string("had its ") + what + " changed again since, which stays");
+      note(_after[at], changedAgain);
     }
   }
 
@@ -110,8 +117,9 @@ class Undo {
     if (now.parent == before.parent && (moved || now.place == before.place)) return;  // it is back already
     const bool untouched = now.parent == after.parent && (moved || now.place == after.place);
     if (untouched || _force) return reparent(at, before.parent, before.place);
-    note(now, now.parent == after.parent ? "was put elsewhere among its siblings since and stays there"
-                                         : "was moved to another folder since and stays there");
+    note(now, now.parent == after.parent
+                  ? MessageText<1>("%1 was put elsewhere among its siblings since and stays there")
+                  : MessageText<1>("%1 was moved to another folder since and stays there"));
   }
 
   void reparent(Index at, RecordId parent, std::int64_t place) {
@@ -159,7 +167,9 @@ class Undo {
       if (isLiveFolder(record.parent)) continue;
       record.parent = livingAbove(record.parent);
       record.place = kLastPlace;
-      note(record, "comes back at the end of the nearest folder above, since its own was deleted since");
+      note(record,
+           MessageText<1>(
+               "%1 comes back at the end of the nearest folder above, since its own was deleted since"));
     }
   }
 
@@ -190,7 +200,7 @@ class Undo {
     if (record.parent == _truth[at].parent && record.place == _truth[at].place) return;
     record.parent = _truth[at].parent;
     record.place = _truth[at].place;
-    note(record, "stays in its folder, since its old folder lies inside it by now");
+    note(record, MessageText<1>("%1 stays in its folder, since its old folder lies inside it by now"));
   }
 
   // --- 4. What the session added goes, unless it is the parent of something else ---
@@ -202,7 +212,8 @@ class Undo {
       // Up to a folder that lives anyway, as then does everything above it.
       for (Index folder = indexOf(_after[i].parent); _going.erase(folder) > 0;
            folder = indexOf(_after[folder].parent)) {
-        note(_after[folder], "was added by the session and holds something else by now; it stays");
+        note(_after[folder],
+             MessageText<1>("%1 was added by the session and holds something else by now; it stays"));
       }
     }
     for (const Index at : _going) _after[at].deleted = true;
@@ -259,7 +270,8 @@ class Undo {
       if (isSpecialNow) other->second = at;
       _after[loser].content.special = false;
       note(_after[loser],
-           "comes back as an ordinary folder, since there is another special one of its title");
+           MessageText<1>(
+               "%1 comes back as an ordinary folder, since there is another special one of its title"));
     }
   }
 
@@ -280,11 +292,11 @@ class Undo {
     return a.deleted == b.deleted && a.parent == b.parent && a.place == b.place && a.content == b.content;
   }
 
-  void note(const TruthRecord& record, std::string what) {
-    _notes.push_back({record.id, record.content.name, std::move(what)});
+  void note(const TruthRecord& record, MessageText<1> what) {
+    _notes.push_back({record.id, record.content.name, what});
   }
-  void note(const LoggedChange& change, std::string what) {
-    _notes.push_back({change.record, change.before->content.name, std::move(what)});
+  void note(const LoggedChange& change, MessageText<1> what) {
+    _notes.push_back({change.record, change.before->content.name, what});
   }
 
   const std::vector<TruthRecord>& _truth;

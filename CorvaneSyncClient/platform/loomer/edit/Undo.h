@@ -6,14 +6,15 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 /// Something that an undo leaves as it is, or cannot bring back quite as it was.
 struct UndoNote {
   RecordId record = 0;
-  String name;       ///< of the record, absent where it has none
-  std::string what;  ///< a sentence about the record, without its subject: "was deleted again since …"
+  String name;          ///< of the record, absent where it has none
+  MessageText<1> what;  ///< a sentence about the record, which stands at "%1"
 };
 
 /// What an undo does to the truth, and what it has to say of it.

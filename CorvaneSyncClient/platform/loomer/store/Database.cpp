@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::loomer {
 
 namespace {
@@ -10,9 +12,9 @@ namespace {
 // another session is not this: that happens in TruthStore, on the platform's clock.
 constexpr int kBusyMilliseconds = 5000;
 
-constexpr const char* kDamagedStoreRemedy =
+constexpr TextKey kDamagedStoreRemedy = TextKey(
     "The file was left as it is. Put a backup of it in its place, or move it and the files beside it (-wal, "
-    "-shm) away: the next session then builds a new store from the bookmarks of each client.";
+    "-shm) away: the next session then builds a new store from the bookmarks of each client.");
 
 bool isDamage(int code) { return (code & 0xff) == SQLITE_CORRUPT || (code & 0xff) == SQLITE_NOTADB; }
 
@@ -42,10 +44,10 @@ sqlite3_destructor_type lifetime(bool copied) { return copied ? SQLITE_TRANSIENT
 LoomerStoreException::LoomerStoreException(const std::string& path, const std::string& what,
                                            const std::string& remedy)
     : PlatformException("LoomerStoreException",
-                        "The bookmarks sync store " + path + ": " + what + ". " + remedy) {}
+                        tr("The bookmarks sync store %1: %2.", path, what) + ' ' + remedy) {}
 
 DamagedStoreException::DamagedStoreException(const std::string& path, const std::string& what)
-    : LoomerStoreException(path, what, kDamagedStoreRemedy) {}
+    : LoomerStoreException(path, what, tr(kDamagedStoreRemedy)) {}
 
 Statement::~Statement() { _database.giveBack(_sql, _statement); }
 

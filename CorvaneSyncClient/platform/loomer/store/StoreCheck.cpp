@@ -4,7 +4,7 @@
 #include <sstream>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
-#include "CorvaneSyncClient/platform/foundation/values/Format.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
@@ -12,28 +12,37 @@ namespace {
 
 constexpr const char* kCheck = "check it";
 
-constexpr const char* kRebuild =
-    "Put a backup of the store in its place; or save what can be read with `loomerctl export FILE`, move the "
-    "store and the files beside it (-wal, -shm) away, and sync: the clients' bookmarks build a new store. "
-    "Then look through FILE for what is missing.";
-constexpr const char* kResetClient =
-    "Run `loomerctl reset %@`: at its next session the client is given everything anew.";
-constexpr const char* kRegisterAgain =
-    "Unregister the client with `corvanetool --unregistersyncclient %@` and sync again.";
-constexpr const char* kNextSession =
-    "Sync a client whose bookmarks changed: the session that merges them sets this right.";
+// What can be done about a finding.
+enum class Remedy { rebuild, resetClient, registerAgain, nextSession };
+
+std::string remedyText(Remedy remedy, const std::string& client = "") {
+  switch (remedy) {
+    case Remedy::resetClient:
+      return tr("Run `loomerctl reset %1`: at its next session the client is given everything anew.", client);
+    case Remedy::registerAgain:
+      return tr("Unregister the client with `corvanetool --unregistersyncclient %1` and sync again.", client);
+    case Remedy::nextSession:
+      return tr("Sync a client whose bookmarks changed: the session that merges them sets this right.");
+    case Remedy::rebuild:
+      break;
+  }
+  return tr(
+      "Put a backup of the store in its place; or save what can be read with `loomerctl export FILE`, move "
+      "the store and the files beside it (-wal, -shm) away, and sync: the clients' bookmarks build a new "
+      "store. Then look through FILE for what is missing.");
+}
 
 // Queries answer what is wrong with what, and the client's identifier for the remedy where there is one.
 struct Rule {
   const char* name;
   const char* sql;
-  const char* problem;
-  const char* remedy;
+  MessageText<1> problem;
+  Remedy remedy;
 };
 
 constexpr Rule kRules[] = {
     {"reference", "SELECT \"table\" || ' row ' || coalesce(rowid, '') FROM pragma_foreign_key_check",
-     "a reference leads nowhere: ", kRebuild},
+     MessageText<1>("a reference leads nowhere: %1"), Remedy::rebuild},
     {"content",
      "SELECT what FROM (SELECT 'record ' || id AS what, content FROM records WHERE id > 0"
      " UNION ALL SELECT 'tombstone ' || id, content FROM tombstones"
@@ -42,70 +51,73 @@ constexpr Rule kRules[] = {
      " UNION ALL SELECT 'change ' || session || ', ' || record, before_content FROM changes"
      " UNION ALL SELECT 'change ' || session || ', ' || record, after_content FROM changes)"
      " WHERE content NOT IN (SELECT id FROM contents)",
-     "what it says is missing: ", kRebuild},
+     MessageText<1>("what it says is missing: %1"), Remedy::rebuild},
     {"root missing", "SELECT 'root' WHERE NOT EXISTS (SELECT 1 FROM records WHERE id = 0)",
-     "a row is missing: ", kRebuild},
+     MessageText<1>("a row is missing: %1"), Remedy::rebuild},
     {"parent",
      "SELECT r.id FROM records r LEFT JOIN records p ON p.id = r.parent"
      " WHERE r.id > 0 AND (p.id IS NULL OR p.entity <> 0)",
-     "the parent is no live folder: record ", kRebuild},
+     MessageText<1>("the parent is no live folder: record %1"), Remedy::rebuild},
     {"out of reach",
      "WITH RECURSIVE reached(id) AS (SELECT 0 UNION"
      " SELECT r.id FROM records r JOIN reached ON r.parent = reached.id)"
      " SELECT id FROM records WHERE id NOT IN (SELECT id FROM reached)",
-     "cannot be reached from the root, the folders above it form a cycle or are gone: record ", kRebuild},
+     MessageText<1>(
+         "cannot be reached from the root, the folders above it form a cycle or are gone: record %1"),
+     Remedy::rebuild},
     {"place taken twice",
      "SELECT min(id) || ' and ' || max(id) FROM records NOT INDEXED WHERE id > 0 GROUP BY parent, place"
      " HAVING count(*) > 1",
-     "two siblings share a place: records ", kRebuild},
+     MessageText<1>("two siblings share a place: records %1"), Remedy::rebuild},
     {"special folder twice",
      "SELECT min(r.id) || ' and ' || max(r.id) || ' (' || c.name || ')' FROM records r"
      " JOIN contents c ON c.id = r.content WHERE c.special GROUP BY c.name HAVING count(*) > 1",
-     "two special folders have one title: records ", kNextSession},
+     MessageText<1>("two special folders have one title: records %1"), Remedy::nextSession},
     {"special record",
      "SELECT r.id FROM records r JOIN contents c ON c.id = r.content"
      " WHERE c.special AND (r.entity <> 0 OR r.parent <> 0)",
-     "special, but no folder directly in the root: record ", kNextSession},
+     MessageText<1>("special, but no folder directly in the root: record %1"), Remedy::nextSession},
     {"live and deleted", "SELECT r.id FROM records r JOIN tombstones t ON t.id = r.id",
-     "both live and deleted: record ", kRebuild},
+     MessageText<1>("both live and deleted: record %1"), Remedy::rebuild},
     {"counters",
      "SELECT id FROM (SELECT id, revision FROM records UNION ALL SELECT id, revision FROM tombstones)"
      " WHERE id >= (SELECT next_record FROM truth) OR revision > (SELECT revision FROM truth)",
-     "newer than the counters of the store: record ", kRebuild},
+     MessageText<1>("newer than the counters of the store: record %1"), Remedy::rebuild},
     {"identifier",
      "SELECT id FROM (SELECT id, global_id FROM records UNION ALL SELECT id, global_id FROM tombstones)"
      " WHERE typeof(global_id) <> 'blob' OR length(global_id) <> 16",
-     "the identifier is none: record ", kRebuild},
+     MessageText<1>("the identifier is none: record %1"), Remedy::rebuild},
     {"identifier twice",
      "SELECT min(id) || ' and ' || max(id)"
      " FROM (SELECT id, global_id FROM records UNION ALL"
      " SELECT id, global_id FROM tombstones WHERE id NOT IN (SELECT id FROM records))"
      " GROUP BY global_id HAVING count(*) > 1",
-     "two records have one identifier: records ", kRebuild},
+     MessageText<1>("two records have one identifier: records %1"), Remedy::rebuild},
     {"base of an unknown record",
      "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
      "b.client"
      " WHERE b.record NOT IN (SELECT id FROM records UNION ALL SELECT id FROM tombstones)",
-     "a base holds a record that is unknown: client ", kResetClient},
+     MessageText<1>("a base holds a record that is unknown: client %1"), Remedy::resetClient},
     {"base of another kind",
      "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
      "b.client"
      " JOIN records r ON r.id = b.record WHERE r.entity <> b.entity",
-     "a base takes a folder for a bookmark, or the other way round: client ", kResetClient},
+     MessageText<1>("a base takes a folder for a bookmark, or the other way round: client %1"),
+     Remedy::resetClient},
     {"former base of an unknown record",
      "SELECT c.identifier || ' record ' || f.record, c.identifier FROM former_base f JOIN clients c"
      " ON c.id = f.client WHERE f.record NOT IN (SELECT id FROM records UNION ALL SELECT id FROM tombstones)",
-     "a former base held a record that is unknown: client ", kResetClient},
+     MessageText<1>("a former base held a record that is unknown: client %1"), Remedy::resetClient},
     {"local id twice",
      "SELECT c.identifier || ' id ' || b.local_id, c.identifier FROM base b JOIN clients c ON c.id = b.client"
      " WHERE b.local_id IS NOT NULL GROUP BY b.client, b.local_id HAVING count(*) > 1",
-     "one local id stands for two records: client ", kResetClient},
+     MessageText<1>("one local id stands for two records: client %1"), Remedy::resetClient},
     {"agreement of another size",
      "SELECT c.identifier, c.identifier FROM agreements a JOIN clients c ON c.id = a.client"
      " WHERE length(a.digests) / 8 <> (SELECT count(*) FROM base b WHERE b.client = a.client)",
-     "what a client agreed to is not what its base holds: client ", kResetClient},
+     MessageText<1>("what a client agreed to is not what its base holds: client %1"), Remedy::resetClient},
     {"logged record", "SELECT DISTINCT record FROM changes WHERE record >= (SELECT next_record FROM truth)",
-     "the log mentions a record that never existed: record ", kRebuild},
+     MessageText<1>("the log mentions a record that never existed: record %1"), Remedy::rebuild},
 };
 
 // One row can hold several lines.
@@ -115,7 +127,7 @@ void checkIntegrity(TruthStore& store, const std::function<void(StoreFinding)>& 
   while (query.next()) {
     std::istringstream lines(query.text(0).toString());
     for (std::string line; std::getline(lines, line);) {
-      if (line != "ok" && !line.starts_with("***")) take({"integrity", line, kRebuild});
+      if (line != "ok" && !line.starts_with("***")) take({"integrity", line, remedyText(Remedy::rebuild)});
     }
   }
 }
@@ -124,7 +136,8 @@ void checkRule(TruthStore& store, const Rule& rule, const std::function<void(Sto
   Statement query = store.database().query(rule.sql, kCheck);
   query.open();
   while (query.next()) {
-    take({rule.name, rule.problem + query.text(0).toString(), format(rule.remedy, query.text(1))});
+    take({rule.name, tr(rule.problem, query.text(0).toString()),
+          remedyText(rule.remedy, query.text(1).toString())});
   }
 }
 
@@ -141,8 +154,9 @@ void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& tak
       readPropertyList(query.blob(2));
     } catch (const PropertyListException& exception) {
       take({"unreadable value",
-            format("cannot be read (%@): client %@ %@", exception.reason(), query.text(0), query.text(1)),
-            format(kRegisterAgain, query.text(0))});
+            tr("cannot be read (%1): client %2 %3", exception.reason(), query.text(0).toString(),
+               query.text(1).toString()),
+            remedyText(Remedy::registerAgain, query.text(0).toString())});
     }
   }
 }
@@ -155,7 +169,8 @@ void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& ta
     try {
       check();
     } catch (const DamagedStoreException& exception) {
-      if (damage.insert(exception.reason()).second) take({"unreadable", exception.reason(), kRebuild});
+      if (damage.insert(exception.reason()).second)
+        take({"unreadable", exception.reason(), remedyText(Remedy::rebuild)});
     }
   };
   attempt([&] { checkIntegrity(store, take); });

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
@@ -64,8 +65,8 @@ FileDescriptor lockForOpening(const std::string& path) {
     return false;
   };
   if (waitUntil(isLocked, kOpenTimeoutSeconds)) return file;
-  throw LoomerStoreException(path, "another process has been opening it for more than a minute",
-                             "Wait until that process has ended and try again.");
+  throw LoomerStoreException(path, tr("another process has been opening it for more than a minute"),
+                             tr("Wait until that process has ended and try again."));
 }
 
 // Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
@@ -116,8 +117,8 @@ bool TruthStore::begin(double seconds) {
 
 void TruthStore::beginOrFail() {
   if (begin(kWriteTimeoutSeconds)) return;
-  throw LoomerStoreException(path(), "another sync session has been using it for more than a minute",
-                             "Wait until that session has ended and try again.");
+  throw LoomerStoreException(path(), tr("another sync session has been using it for more than a minute"),
+                             tr("Wait until that session has ended and try again."));
 }
 
 void TruthStore::useWriteAheadLog() {

@@ -9,6 +9,7 @@
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -94,10 +95,10 @@ RosterEntry cardOf(const Account& account) {
 
 [[noreturn]] void failOlder(const Place& place) {
   fail(
-      "The account at " + place.description() +
-      " is in an older state than when this computer was invited, or in another one: the place went back, or "
-      "withholds something. Sync on a computer that belongs to the account for longer, and have it invite "
-      "this one anew.");
+      tr("The account at %1 is in an older state than when this computer was invited, or in another one: the "
+         "place went back, or withholds something. Sync on a computer that belongs to the account for "
+         "longer, and have it invite this one anew.",
+         place.description()));
 }
 
 class PlaceHub : public Hub {
@@ -143,9 +144,9 @@ class PlaceHub : public Hub {
     auto key = keyFrom(change, *membership.key, membership.account, _account.computer, *membership.keys);
     if (!key || change.generation <= membership.generation) {
       fail(
-          "This computer was taken out of the account at " + _exchange->place->description() +
-          ", or was invited before the account's key was changed. Another invitation lets it in again, after "
-          "`loomerctl account remove`.");
+          tr("This computer was taken out of the account at %1, or was invited before the account's key was "
+             "changed. Another invitation lets it in again, after `loomerctl account remove`.",
+             _exchange->place->description()));
     }
     enterGeneration(_account, std::make_shared<AccountKey>(*std::move(key)), change, _exchange->hub.newest());
     _exchange.reset();  // it holds the lock of what is kept
@@ -256,14 +257,16 @@ void checkJoinable(const Account& account, double seconds) {
     const CommitMark& newest = account.membership.newest;
     const std::vector<Link> path = keptPath(account);
     if (path.empty() && newest.number > 0) {
-      fail("There is nothing of the account at " + exchange.place->description() +
-           ", though there was when this computer was invited. Sync on a computer that belongs to the "
-           "account, and have it invite this one anew.");
+      fail(
+          tr("There is nothing of the account at %1, though there was when this computer was invited. Sync "
+             "on a computer that belongs to the account, and have it invite this one anew.",
+             exchange.place->description()));
     }
     if (hasEnded) {
-      fail("The key of the account at " + exchange.place->description() +
-           " has changed since this computer was invited. It takes another invitation, or a passphrase that "
-           "is set since.");
+      fail(
+          tr("The key of the account at %1 has changed since this computer was invited. It takes another "
+             "invitation, or a passphrase that is set since.",
+             exchange.place->description()));
     }
     if (!continues(path, newest)) failOlder(*exchange.place);
   } catch (const PlatformException&) {
@@ -301,10 +304,14 @@ Roster changeAccountKey(const Account& account, const String& removed, double se
   for (int i = 0; i < kMostTries && outcome == HubPushed::Outcome::overtaken; ++i)
     outcome = exchange.hub.changeGeneration(next, change);
   if (outcome != HubPushed::Outcome::done) {
-    fail("The account's key is not changed: " +
-         std::string(outcome == HubPushed::Outcome::full ? "there is no room at "
-                                                         : "other computers give all the time at ") +
-         exchange.place->description() + ", or one of them has changed it. Sync, and try again.");
+    const std::string where = exchange.place->description();
+    fail(outcome == HubPushed::Outcome::full
+             ? tr("The account's key is not changed: there is no room at %1, or one of them has changed it. "
+                  "Sync, and try again.",
+                  where)
+             : tr("The account's key is not changed: other computers give all the time at %1, or one of them "
+                  "has changed it. Sync, and try again.",
+                  where));
   }
   Account changed = account;
   enterGeneration(changed, key, change, exchange.hub.newest());

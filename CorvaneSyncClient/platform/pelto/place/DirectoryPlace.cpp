@@ -14,6 +14,7 @@
 #include "CorvaneSyncClient/platform/pelto/place/PlaceLeftovers.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
 #include "CorvaneSyncClient/platform/system/FileSystem.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Paths.h"
 #include "CorvaneSyncClient/platform/system/files/Timespec.h"
 #include "CorvaneSyncClient/platform/system/files/Volume.h"
@@ -134,15 +135,16 @@ std::optional<std::string> contentsOf(const FileDescriptor& file, std::size_t si
 DirectoryPlace::DirectoryPlace(std::string directory, Deadline deadline)
     : _directory(std::move(directory)), _deadline(deadline) {}
 
-std::string DirectoryPlace::description() const { return "the directory " + _directory; }
+std::string DirectoryPlace::description() const { return tr("the directory %1", _directory); }
 
 std::string DirectoryPlace::software() const {
   const std::optional<FileSystem::Volume> volume = volumeOf(_directory);
-  return volume && volume->isLocal ? "a disk of this computer" : "a share";
+  return volume && volume->isLocal ? tr("a disk of this computer") : tr("a share");
 }
 
 std::vector<std::string> DirectoryPlace::caveats() const {
-  return {"A share or disk that isn't mounted looks like an empty place, if the directory itself is there."};
+  return {
+      tr("A share or disk that isn't mounted looks like an empty place, if the directory itself is there.")};
 }
 
 std::string DirectoryPlace::pathOf(std::string_view name) const {
@@ -151,28 +153,29 @@ std::string DirectoryPlace::pathOf(std::string_view name) const {
 
 void DirectoryPlace::fail(const std::string& what, const std::string& cause,
                           const std::string& remedy) const {
-  throw PlaceException("Can't " + what + " in " + description() + ": " + cause + ". " + remedy);
+  throw PlaceException(tr("Can't %1 in %2: %3.", what, description(), cause) + ' ' + remedy);
 }
 
 void DirectoryPlace::fail(const std::string& what, std::error_code error) const {
-  const std::string text = "Can't " + what + " in " + description() + ": " + error.message() + ". ";
+  const std::string text = tr("Can't %1 in %2: %3.", what, description(), error.message()) + ' ';
   switch (error.value()) {
     case ENOSPC:
     case EDQUOT:
     case EFBIG:
-      throw PlaceFullException(text + "Make room there.");
+      throw PlaceFullException(text + tr("Make room there."));
     case EACCES:
     case EPERM:
     case EROFS:
-      throw PlaceRefusedException(text + "Give yourself permission to read and write there.");
+      throw PlaceRefusedException(text + tr("Give yourself permission to read and write there."));
     default:
-      throw PlaceException(text + "See whether the disk or share is there and in order.");
+      throw PlaceException(text + tr("See whether the disk or share is there and in order."));
   }
 }
 
 void DirectoryPlace::checkTime(const std::string& what) const {
   if (Deadline::clock::now() >= _deadline)
-    fail(what, "there is no time left for it", "See whether the disk or share is slow; it is tried again.");
+    fail(what, tr("there is no time left for it"),
+         tr("See whether the disk or share is slow; it is tried again."));
 }
 
 // The folder, made where it is missing with those above it, but not the place's own directory.
@@ -185,7 +188,7 @@ FileDescriptor DirectoryPlace::folder(std::string_view name, const std::string& 
   const FileDescriptor above =
       slash == std::string_view::npos ? openDirectory(_directory) : folder(name.substr(0, slash), what);
   if (!above && errno == ENOENT)
-    fail(what, "the directory is not there", "Make it, or mount the disk or share that it lies on.");
+    fail(what, tr("the directory is not there"), tr("Make it, or mount the disk or share that it lies on."));
   if (!above) fail(what, lastSystemError());
   if (::mkdir(path.c_str(), kDefaultDirectoryMode) != 0 && errno != EEXIST) fail(what, lastSystemError());
   if (const std::error_code error = synchronizeDirectory(above)) fail(what, error);
@@ -196,7 +199,7 @@ FileDescriptor DirectoryPlace::folder(std::string_view name, const std::string& 
 
 Made DirectoryPlace::putNew(const std::string& name, std::string_view bytes) {
   requirePlaceName(name);
-  const std::string what = "make " + name, last(lastPartOf(name));
+  const std::string what = tr("make %1", name), last(lastPartOf(name));
   checkTime(what);
   const FileDescriptor directory = folder(folderOf(name), what);
   UnfinishedFile file(directory);
@@ -205,8 +208,8 @@ Made DirectoryPlace::putNew(const std::string& name, std::string_view bytes) {
   if (isUnknownOperation(error)) error = file.renameWithoutReplacing(last);
   if (error == std::errc::file_exists) return Made::present;
   if (isUnknownOperation(error)) {
-    fail(what, "its file system can neither link files nor rename them without replacing others",
-         "Two computers could overwrite each other there: use another place.");
+    fail(what, tr("its file system can neither link files nor rename them without replacing others"),
+         tr("Two computers could overwrite each other there: use another place."));
   }
   if (isUncertain(error)) return Made::unknown;
   if (error) fail(what, error);
@@ -218,7 +221,7 @@ void DirectoryPlace::put(const std::vector<NamedBytes>& objects) {
   std::set<std::string, std::less<>> folders;
   for (const NamedBytes& object : objects) {
     requirePlaceName(object.name);
-    const std::string what = "write " + object.name;
+    const std::string what = tr("write %1", object.name);
     checkTime(what);
     const FileDescriptor directory = folder(folderOf(object.name), what);
     UnfinishedFile file(directory);
@@ -227,14 +230,14 @@ void DirectoryPlace::put(const std::vector<NamedBytes>& objects) {
     folders.emplace(folderOf(object.name));
   }
   for (const std::string& name : folders) {
-    const std::string what = "write to " + name;
+    const std::string what = tr("write to %1", name);
     if (const std::error_code error = synchronizeDirectory(folder(name, what))) fail(what, error);
   }
 }
 
 GetAnswer DirectoryPlace::getOne(const GetRequest& request) const {
   requirePlaceName(request.name);
-  const std::string what = "read " + request.name;
+  const std::string what = tr("read %1", request.name);
   checkTime(what);
   const FileDescriptor file(retryingInterrupted(
       [&] { return ::open(pathOf(request.name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
@@ -244,14 +247,14 @@ GetAnswer DirectoryPlace::getOne(const GetRequest& request) const {
   }
   struct stat status {};
   if (!file || ::fstat(file.number(), &status) != 0) fail(what, lastSystemError());
-  if (!S_ISREG(status.st_mode)) fail(what, "it is no file", "Move away what stands there.");
+  if (!S_ISREG(status.st_mode)) fail(what, tr("it is no file"), tr("Move away what stands there."));
   const std::string tag = tagOf(status);
   if (tag == request.tag) return {GetAnswer::State::unchanged, {}, tag};
   const auto size = static_cast<std::uint64_t>(status.st_size);
   if (size > request.mostBytes) return {GetAnswer::State::tooLong, {}, {}};
   std::optional<std::string> bytes = contentsOf(file, static_cast<std::size_t>(size));
   if (!bytes && errno != 0) fail(what, lastSystemError());
-  if (!bytes) fail(what, "it changed while it was read", "It is tried again.");
+  if (!bytes) fail(what, tr("it changed while it was read"), tr("It is tried again."));
   return {GetAnswer::State::present, std::move(*bytes), tag};
 }
 
@@ -263,7 +266,7 @@ std::vector<GetAnswer> DirectoryPlace::get(const std::vector<GetRequest>& reques
 
 std::vector<PlaceObject> DirectoryPlace::list(const std::string& name) {
   requirePlaceFolder(name);
-  const std::string what = "list " + name;
+  const std::string what = tr("list %1", name);
   FileDescriptor folder = openDirectory(pathOf(name));
   if (!folder && errno == ENOENT) {
     if (!openDirectory(_directory)) fail(what, lastSystemError());
@@ -289,7 +292,7 @@ std::vector<PlaceObject> DirectoryPlace::list(const std::string& name) {
         !S_ISREG(status.st_mode))
       continue;  // one that is gone meanwhile is not there
     if (objects.size() == kMostListed)
-      fail(what, "there are more than a million files", "Use another directory.");
+      fail(what, tr("there are more than a million files"), tr("Use another directory."));
     objects.push_back(
         {name + '/' + last, static_cast<std::uint64_t>(status.st_size), dateOf(status.st_mtim)});
   }
@@ -317,7 +320,7 @@ void DirectoryPlace::removeLeftovers(const FileDescriptor& folder,
 void DirectoryPlace::remove(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     requirePlaceName(name);
-    const std::string what = "remove " + name;
+    const std::string what = tr("remove %1", name);
     checkTime(what);
     if (::unlink(pathOf(name).c_str()) != 0 && errno != ENOENT) fail(what, lastSystemError());
   }

@@ -20,6 +20,7 @@
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpTransfer.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::pelto {
@@ -31,7 +32,7 @@ constexpr int kMostAttempts = 4;
 constexpr double kLongestPause = 10;  // seconds that nobody has asked for
 constexpr int kLongestWait = 1000;    // milliseconds until the deadline is looked at again
 
-constexpr const char* kLaterRemedy = "It is tried again at the next sync.";
+std::string laterRemedy() { return tr("It is tried again at the next sync."); }
 
 // libcurl keeps copies of what proves who asks, and of what it sends and receives.
 void freeWiped(void* memory) {
@@ -128,7 +129,7 @@ class HttpClient::Round {
   void start(Job job) {
     const HttpRequest& request = _requests[job.index];
     if (Deadline::clock::now() >= _client._deadline)
-      _client.fail(request, "there is no time left for it", kLaterRemedy);
+      _client.fail(request, tr("there is no time left for it"), laterRemedy());
     if (_client._idle.empty()) _client._idle.push_back(std::make_unique<HttpTransfer>());
     job.transfer = std::move(_client._idle.back());
     _client._idle.pop_back();
@@ -241,39 +242,41 @@ std::string HttpClient::messageFor(const HttpRequest& request, const std::string
   std::string told = cause;
   for (const SharedSecret& secret : _settings.secrets) {
     if (!secret.view().empty() && told.find(secret.view()) != std::string::npos)
-      told = "it answers with a secret";
+      told = tr("it answers with a secret");
   }
-  return "Can't " + request.what + " at " + _settings.host + ": " + told + ". " + remedy;
+  return tr("Can't %1 at %2: %3.", request.what, _settings.host, told) + ' ' + remedy;
 }
 
 void HttpClient::fail(const HttpRequest& request, const HttpAnswer& answer) const {
   const std::string said = _settings.reasonIn ? _settings.reasonIn(answer) : std::string();
-  const std::string cause =
-      "it answers " + std::to_string(answer.status) + (said.empty() ? "" : " (" + firstLineOf(said) + ")");
+  const std::string status =
+      std::to_string(answer.status) + (said.empty() ? "" : " (" + firstLineOf(said) + ")");
+  const std::string cause = tr("it answers %1", status);
   if (answer.status == 413 || answer.status == 507 || (_settings.isFull && _settings.isFull(answer))) {
     throw PlaceFullException(
-        messageFor(request, cause, "Make room there, or have whoever runs the server allow more."));
+        messageFor(request, cause, tr("Make room there, or have whoever runs the server allow more.")));
   }
   switch (answer.status) {
     case 401:
     case 403:
       throw PlaceRefusedException(messageFor(
-          request, cause, "See whether name and password, or this computer's token, still hold there."));
+          request, cause, tr("See whether name and password, or this computer's token, still hold there.")));
     case 402:
-      throw PlaceRefusedException(messageFor(request, cause, "See whether what it costs there is paid."));
+      throw PlaceRefusedException(messageFor(request, cause, tr("See whether what it costs there is paid.")));
     case 423:
     case 429:
     case 500:
     case 502:
     case 503:
     case 504:
-      fail(request, cause, kLaterRemedy);
+      fail(request, cause, laterRemedy());
     default:
       break;
   }
   if (answer.status >= 300 && answer.status < 400)
-    fail(request, cause + ", which leads elsewhere", "Give the address that it leads to, if that is yours.");
-  fail(request, cause, "See whether the address is right and leads to a place of this kind.");
+    fail(request, tr("it answers %1, which leads elsewhere", status),
+         tr("Give the address that it leads to, if that is yours."));
+  fail(request, cause, tr("See whether the address is right and leads to a place of this kind."));
 }
 
 }  // namespace corvane::pelto

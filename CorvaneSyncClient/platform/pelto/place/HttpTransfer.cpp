@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -21,8 +22,9 @@ constexpr std::size_t kKeptErrorBytes = 16 << 10;
 constexpr long kSlowest = 100;
 constexpr long kUploadBuffer = 64 << 10;
 
-constexpr const char* kServerRemedy = "See whether the address is right; tell whoever runs the server.";
-constexpr const char* kConnectionRemedy = "See whether this computer is online and the address is right.";
+constexpr TextKey kServerRemedy = TextKey("See whether the address is right; tell whoever runs the server.");
+constexpr TextKey kConnectionRemedy =
+    TextKey("See whether this computer is online and the address is right.");
 
 std::string hostIn(const std::string& url) {
   const std::size_t begin = url.find("://") + 3;
@@ -178,13 +180,13 @@ void HttpTransfer::resume() {
 
 bool HttpTransfer::refuse(std::string problem) {
   if (_problem.empty()) _problem = std::move(problem);
-  _remedy = kServerRemedy;
+  _remedy = tr(kServerRemedy);
   return false;
 }
 
 bool HttpTransfer::takeHeader(std::string_view line) {
   _headerBytes += line.size();
-  if (_headerBytes > kMostHeaderBytes) return refuse("the header of its answer is too long");
+  if (_headerBytes > kMostHeaderBytes) return refuse(tr("the header of its answer is too long"));
   if (line.starts_with("HTTP/")) {  // of a further answer, after an interim one or a challenge
     _answer = {};
     return true;
@@ -208,8 +210,8 @@ bool HttpTransfer::takeBody(std::string_view bytes) {
     return false;
   }
   if (_bodyBytes > (isRead ? _request->mostBytes : kMostIdleBytes)) {
-    return refuse("its answer has more than " +
-                  std::to_string(isRead ? _request->mostBytes : kMostIdleBytes) + " bytes");
+    return refuse(tr("its answer has more than %1 bytes",
+                     std::to_string(isRead ? _request->mostBytes : kMostIdleBytes)));
   }
   if (isRead) {
     _answer.body += bytes;
@@ -233,18 +235,18 @@ void HttpTransfer::checkWhole() {
   bool isChunked = false;
   for (const auto& [name, value] : _answer.headers) {
     if (name == "content-length") {
-      if (!length.empty() && value != length) refuse("its answer has two lengths");
+      if (!length.empty() && value != length) refuse(tr("its answer has two lengths"));
       length = value;
     }
     if (name == "transfer-encoding") {
       isChunked = true;
-      if (value != "chunked") refuse("its answer comes in an encoding that nobody asked for");
+      if (value != "chunked") refuse(tr("its answer comes in an encoding that nobody asked for"));
     }
     if (name == "content-encoding" && value != "identity")
-      refuse("its answer comes in an encoding that nobody asked for");
+      refuse(tr("its answer comes in an encoding that nobody asked for"));
   }
   if (protocol() != "HTTP/2" && length.empty() && !isChunked)
-    refuse("its answer doesn't say how long it is, so that nobody can tell whether it was cut");
+    refuse(tr("its answer doesn't say how long it is, so that nobody can tell whether it was cut"));
 }
 
 HttpTransfer::Outcome HttpTransfer::finish(CURLcode code) {
@@ -266,7 +268,7 @@ HttpTransfer::Outcome HttpTransfer::finish(CURLcode code) {
 
 HttpTransfer::Outcome HttpTransfer::outcomeOf(CURLcode code) {
   _problem = _error[0] != '\0' ? _error : curl_easy_strerror(code);
-  _remedy = kConnectionRemedy;
+  _remedy = tr(kConnectionRemedy);
   switch (code) {
     case CURLE_OK:
       return Outcome::answered;
@@ -276,14 +278,14 @@ HttpTransfer::Outcome HttpTransfer::outcomeOf(CURLcode code) {
     case CURLE_PARTIAL_FILE:
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
-      _problem = "the connection was lost (" + _problem + ")";
+      _problem = tr("the connection was lost (%1)", _problem);
       return Outcome::lost;
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_CACERT_BADFILE:
     case CURLE_SSL_CONNECT_ERROR:
       _remedy =
-          "See whether the address and this computer's clock are right. The certificate of an authority "
-          "of one's own goes to the address as ca=FILE.";
+          tr("See whether the address and this computer's clock are right. The certificate of an authority "
+             "of one's own goes to the address as ca=FILE.");
       return Outcome::failed;
     default:
       return Outcome::failed;

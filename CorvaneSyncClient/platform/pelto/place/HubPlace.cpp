@@ -7,6 +7,7 @@
 #include "CorvaneSyncClient/platform/pelto/place/HubListing.h"
 #include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -64,7 +65,7 @@ std::vector<GetAnswer> HubPlace::get(const std::vector<GetRequest>& wanted) {
 std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
   requirePlaceFolder(folder);
   HttpRequest request;
-  request.what = "list " + folder;
+  request.what = tr("list %1", folder);
   request.method = "GET";
   request.url = _base + "list/" + folder;
   request.mostBytes = kMostListing;
@@ -73,7 +74,7 @@ std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
   if (answer.status != 200) _client.fail(request, answer);
   std::optional<std::vector<PlaceObject>> objects = readHubListing(answer.body);
   if (!objects)
-    _client.fail(request, "its listing is cut or of another form", "Tell whoever runs the server.");
+    _client.fail(request, tr("its listing is cut or of another form"), tr("Tell whoever runs the server."));
   std::erase_if(*objects, [&](const PlaceObject& object) {
     return !isPlaceName(object.name) || folderOf(object.name) != folder;
   });

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -15,12 +16,14 @@ namespace {
 
 constexpr std::size_t kLongestAddress = 2000;
 
-constexpr const char* kForms =
-    "Give a directory (/mnt/share/bookmarks), a WebDAV folder (https://USER@HOST/FOLDER), a bucket "
-    "(s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST), or a corvane-hub (hub://HOST).";
+std::string forms() {
+  return tr(
+      "Give a directory (/mnt/share/bookmarks), a WebDAV folder (https://USER@HOST/FOLDER), a bucket "
+      "(s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST), or a corvane-hub (hub://HOST).");
+}
 
-[[noreturn]] void refuse(const std::string& cause, const std::string& remedy = kForms) {
-  throw PlaceAddressException("The address can't be used: " + cause + ". " + remedy);
+[[noreturn]] void refuse(const std::string& cause, const std::string& remedy = forms()) {
+  throw PlaceAddressException(tr("The address can't be used: %1.", cause) + ' ' + remedy);
 }
 
 using Options = std::map<std::string, std::string>;
@@ -36,12 +39,13 @@ std::string decoded(std::string_view text) {
   for (std::size_t percent = text.find('%'); percent != std::string_view::npos;
        percent = text.find('%', percent + 1)) {
     const std::string_view mark = text.substr(percent, 3);
-    if (mark.size() != 3 || percentDecoded(mark).size() != 1) refuse("there is a % without two digits in it");
+    if (mark.size() != 3 || percentDecoded(mark).size() != 1)
+      refuse(tr("there is a % without two digits in it"));
   }
   std::string bytes = percentDecoded(text);
   if (std::any_of(bytes.begin(), bytes.end(),
                   [](char character) { return (character >= 0 && character < ' ') || character == '\x7f'; }))
-    refuse("there is a control character in it");
+    refuse(tr("there is a control character in it"));
   return bytes;
 }
 
@@ -52,9 +56,9 @@ Options optionsIn(std::string_view query) {
     query.remove_prefix(std::min(query.size(), option.size() + 1));
     const std::size_t equal = option.find('=');
     if (equal == std::string_view::npos || equal == 0 || equal + 1 == option.size())
-      refuse("what follows the ? is not of the form NAME=VALUE");
+      refuse(tr("what follows the ? is not of the form NAME=VALUE"));
     if (!options.emplace(decoded(option.substr(0, equal)), decoded(option.substr(equal + 1))).second)
-      refuse("it says one thing twice after the ?");
+      refuse(tr("it says one thing twice after the ?"));
   }
   return options;
 }
@@ -65,7 +69,7 @@ std::string plainPath(std::string path) {
   for (std::size_t begin = 0; begin < path.size();) {
     const std::size_t end = std::min(path.find('/', begin + 1), path.size());
     const std::string part = path.substr(begin + 1, end - begin - 1);
-    if (part.empty() || part == "." || part == "..") refuse("a part of its path is empty, . or ..");
+    if (part.empty() || part == "." || part == "..") refuse(tr("a part of its path is empty, . or .."));
     begin = end;
   }
   return path;
@@ -87,15 +91,16 @@ Parts partsOf(const std::string& text) {
   const std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
   if (!url) throw std::bad_alloc();
   // libcurl looks for the host behind further slashes.
-  if (text.find(":///") != std::string::npos) refuse("it names no host");
+  if (text.find(":///") != std::string::npos) refuse(tr("it names no host"));
   if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS) !=
       CURLUE_OK)
-    refuse("it is no well-formed URL");
+    refuse(tr("it is no well-formed URL"));
   if (!partOf(url.get(), CURLUPART_PASSWORD).empty()) {
-    refuse("there is a password in it, which would stay in the shell's history",
-           "Leave it out; it is asked for.");
+    refuse(tr("there is a password in it, which would stay in the shell's history"),
+           tr("Leave it out; it is asked for."));
   }
-  if (!partOf(url.get(), CURLUPART_FRAGMENT).empty()) refuse("there is a # in it", "Write %23 for it.");
+  if (!partOf(url.get(), CURLUPART_FRAGMENT).empty())
+    refuse(tr("there is a # in it"), tr("Write %1 for it.", "%23"));
   Parts parts;
   parts.scheme = partOf(url.get(), CURLUPART_SCHEME);
   parts.user = decoded(partOf(url.get(), CURLUPART_USER));
@@ -122,12 +127,13 @@ void setOrigin(PlaceAddress& address, const std::string& scheme, std::string hos
     if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
   }
   if (host.empty() || !isMadeOf(host, ".-_:[]"))
-    refuse("its host's name is none that is sent over the network", "Write it with a-z, 0-9, . and - alone.");
+    refuse(tr("its host's name is none that is sent over the network"),
+           tr("Write it with a-z, 0-9, . and - alone."));
   const std::size_t colon = host.rfind(':'), bracket = host.rfind(']');
   const bool hasPort = colon != std::string::npos && (bracket == std::string::npos || colon > bracket);
   if (scheme == "http" && !isLoopbackHost(hasPort ? host.substr(0, colon) : host)) {
-    refuse("it sends everything in the clear, and the server is another computer",
-           "Give its address with https.");
+    refuse(tr("it sends everything in the clear, and the server is another computer"),
+           tr("Give its address with https."));
   }
   address.host = host;
   address.origin = scheme + "://" + host;
@@ -144,7 +150,7 @@ std::string taken(Options& options, const std::string& name) {
 void setDirectory(PlaceAddress& address, std::string path) {
   address.kind = PlaceAddress::Kind::directory;
   address.path = plainPath(std::move(path));
-  if (address.path.empty()) refuse("it is the root of all files", "Give a directory of its own.");
+  if (address.path.empty()) refuse(tr("it is the root of all files"), tr("Give a directory of its own."));
 }
 
 void setWebDav(PlaceAddress& address, Parts& parts) {
@@ -155,38 +161,38 @@ void setWebDav(PlaceAddress& address, Parts& parts) {
 
 void setHub(PlaceAddress& address, Parts& parts) {
   address.kind = PlaceAddress::Kind::hub;
-  if (!parts.user.empty()) refuse("a hub knows no names", "Leave out what stands before the @.");
+  if (!parts.user.empty()) refuse(tr("a hub knows no names"), tr("Leave out what stands before the @."));
   const std::string tls = taken(parts.options, "tls");
-  if (!tls.empty() && tls != "no") refuse("tls can be no alone", "Leave it out.");
+  if (!tls.empty() && tls != "no") refuse(tr("tls can be no alone"), tr("Leave it out."));
   setOrigin(address, tls == "no" ? "http" : "https", parts.host);
 }
 
 void setEndpoint(PlaceAddress& address, const std::string& endpoint) {
   if (endpoint.empty()) {
-    if (address.region.empty()) refuse("it says neither where the bucket is nor in which region");
+    if (address.region.empty()) refuse(tr("it says neither where the bucket is nor in which region"));
     setOrigin(address, "https", "s3." + address.region + ".amazonaws.com");
     return;
   }
   const Parts parts = partsOf(endpoint);
-  if (parts.scheme != "https" && parts.scheme != "http") refuse("its endpoint is no https:// URL");
+  if (parts.scheme != "https" && parts.scheme != "http") refuse(tr("its endpoint is no https:// URL"));
   if (!parts.user.empty() || !parts.path.empty() || !parts.options.empty())
-    refuse("its endpoint is more than a host", "Give endpoint=https://HOST or https://HOST:PORT.");
+    refuse(tr("its endpoint is more than a host"), tr("Give endpoint=https://HOST or https://HOST:PORT."));
   setOrigin(address, parts.scheme, parts.host);
   if (address.region.empty()) address.region = "us-east-1";  // what servers of one region call theirs
 }
 
 void setS3(PlaceAddress& address, Parts& parts) {
   address.kind = PlaceAddress::Kind::s3;
-  if (!parts.user.empty()) refuse("a bucket's address takes no name", "The key's name is asked for.");
+  if (!parts.user.empty()) refuse(tr("a bucket's address takes no name"), tr("The key's name is asked for."));
   address.bucket = parts.host;
   if (address.bucket.size() < 3 || address.bucket.size() > 63 || !isMadeOf(address.bucket, ".-"))
-    refuse("it names no bucket: 3 to 63 of a-z, 0-9, . and -");
+    refuse(tr("it names no bucket: 3 to 63 of a-z, 0-9, . and -"));
   const std::string endpoint = taken(parts.options, "endpoint"), style = taken(parts.options, "style");
   address.region = taken(parts.options, "region");
   if (address.region.size() > 64 || !isMadeOf(address.region, "-"))
-    refuse("its region is none", "Give it as the provider writes it, such as eu-central-1.");
+    refuse(tr("its region is none"), tr("Give it as the provider writes it, such as eu-central-1."));
   if (!style.empty() && style != "path" && style != "host")
-    refuse("its style is neither path nor host", "Leave it out.");
+    refuse(tr("its style is neither path nor host"), tr("Leave it out."));
   setEndpoint(address, endpoint);
   // A certificate for all names under a host's holds for names without a dot.
   const bool isUsual = endpoint.empty() && address.bucket.find('.') == std::string::npos;
@@ -199,11 +205,11 @@ void setS3(PlaceAddress& address, Parts& parts) {
 }  // namespace
 
 PlaceAddress parsePlaceAddress(std::string_view text) {
-  if (text.empty()) refuse("it is empty");
+  if (text.empty()) refuse(tr("it is empty"));
   if (text.size() > kLongestAddress)
-    refuse("it is longer than " + std::to_string(kLongestAddress) + " bytes");
+    refuse(tr("it is longer than %1 bytes", std::to_string(kLongestAddress)));
   if (std::any_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }))
-    refuse("there is a control character in it");
+    refuse(tr("there is a control character in it"));
   PlaceAddress address;
   if (text.front() == '/') {
     setDirectory(address, std::string(text));
@@ -211,16 +217,16 @@ PlaceAddress parsePlaceAddress(std::string_view text) {
   }
   if (text.starts_with("file://")) {
     if (!text.starts_with("file:///"))
-      refuse("it names a computer, and files are on this one", "Write file:///…");
+      refuse(tr("it names a computer, and files are on this one"), tr("Write file:///…"));
     setDirectory(address, decoded(text.substr(7)));
     return address;
   }
-  if (text.find("://") == std::string_view::npos) refuse("it begins neither with / nor with a scheme");
+  if (text.find("://") == std::string_view::npos) refuse(tr("it begins neither with / nor with a scheme"));
   Parts parts = partsOf(std::string(text));
   address.path = parts.path;
   address.certificates = taken(parts.options, "ca");
   if (!address.certificates.empty() && address.certificates.front() != '/')
-    refuse("ca is not the whole path of a file", "Begin it with /.");
+    refuse(tr("ca is not the whole path of a file"), tr("Begin it with /."));
   if (parts.scheme == "https" || parts.scheme == "http") {
     setWebDav(address, parts);
   } else if (parts.scheme == "s3") {
@@ -228,24 +234,24 @@ PlaceAddress parsePlaceAddress(std::string_view text) {
   } else if (parts.scheme == "hub") {
     setHub(address, parts);
   } else {
-    refuse("its scheme is not known");
+    refuse(tr("its scheme is not known"));
   }
-  if (!parts.options.empty()) refuse("it says something after the ? that is not known");
+  if (!parts.options.empty()) refuse(tr("it says something after the ? that is not known"));
   return address;
 }
 
 std::string PlaceAddress::description() const {
   switch (kind) {
     case Kind::directory:
-      return "the directory " + path;
+      return tr("the directory %1", path);
     case Kind::webDav:
-      return "the folder " + (path.empty() ? "/" : path) + " at " + host;
+      return tr("the folder %1 at %2", path.empty() ? "/" : path, host);
     case Kind::s3:
-      return "the bucket " + bucket + " at " + host;
+      return tr("the bucket %1 at %2", bucket, host);
     case Kind::hub:
       break;
   }
-  return "the hub at " + host;
+  return tr("the hub at %1", host);
 }
 
 }  // namespace corvane::pelto

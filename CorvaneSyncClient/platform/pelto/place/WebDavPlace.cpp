@@ -10,6 +10,7 @@
 #include "CorvaneSyncClient/platform/pelto/place/PlaceLeftovers.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
 #include "CorvaneSyncClient/platform/pelto/place/XmlElements.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -106,7 +107,8 @@ void WebDavPlace::makeFolder(const std::string& name, const std::string& what) {
     makeFolder(std::string(folderOf(name)), what);
     answer = perform(request);
   } else if (isParentMissing) {
-    _client.fail(request, _address.description() + " does not exist", "Make it, or give another address.");
+    _client.fail(request, tr("%1 does not exist", _address.description()),
+                 tr("Make it, or give another address."));
   }
   // 405: it is there.
   if (!answer.isGood() && answer.status != 405) _client.fail(request, answer);
@@ -128,7 +130,7 @@ void WebDavPlace::makeCollection(const std::string& name, const std::string& wha
 
 Made WebDavPlace::putNew(const std::string& name, std::string_view bytes) {
   requirePlaceName(name);
-  const std::string what = "make " + name;
+  const std::string what = tr("make %1", name);
   const std::string temporary = std::string(folderOf(name)) + '/' + newTemporaryName();
   makeCollection(temporary, what);
   HttpRequest filling = putRequest(name, bytes, urlOf(temporary) + std::string(kMember));
@@ -162,7 +164,7 @@ bool WebDavPlace::isKnownToBeThere(const std::string& name, const std::string& w
 // What stays is a leftover for `list`; a failure here must not hide what became of the object.
 void WebDavPlace::discard(const std::string& temporary) {
   try {
-    perform(requestFor("discard " + temporary, "DELETE", urlOf(temporary) + '/'));
+    perform(requestFor(tr("discard %1", temporary), "DELETE", urlOf(temporary) + '/'));
   } catch (const PlaceException&) {
     return;
   }
@@ -197,13 +199,13 @@ std::vector<WebDavEntry> WebDavPlace::entriesOf(const HttpRequest& request, cons
   try {
     return readWebDavListing(answer.body);
   } catch (const XmlException& exception) {
-    _client.fail(request, exception.reason(), "See whether the address leads to a WebDAV server.");
+    _client.fail(request, exception.reason(), tr("See whether the address leads to a WebDAV server."));
   }
 }
 
 std::vector<PlaceObject> WebDavPlace::list(const std::string& folder) {
   requirePlaceFolder(folder);
-  HttpRequest request = requestFor("list " + folder, "PROPFIND", urlOf(folder) + '/');
+  HttpRequest request = requestFor(tr("list %1", folder), "PROPFIND", urlOf(folder) + '/');
   request.headers = {"Depth: 1", "Content-Type: application/xml; charset=utf-8"};
   request.body = kAskedProperties;
   request.hasBody = true;
@@ -228,7 +230,7 @@ void WebDavPlace::removeLeftovers(const std::string& folder, const std::vector<W
   for (const WebDavEntry& entry : entries) {
     if (now && entry.date && isTemporaryName(entry.name) && now->seconds - entry.date->seconds > kLeftoverAge)
       requests.push_back(
-          requestFor("discard " + entry.name, "DELETE", urlOf(folder + '/' + entry.name) + '/'));
+          requestFor(tr("discard %1", entry.name), "DELETE", urlOf(folder + '/' + entry.name) + '/'));
   }
   perform(requests);
 }

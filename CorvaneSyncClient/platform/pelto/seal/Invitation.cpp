@@ -12,6 +12,7 @@
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/InvitationGroups.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -110,26 +111,29 @@ bool takePrefix(std::string_view& text) {
   return false;
 }
 
-std::string groupText(std::size_t number) {
-  return "Group " + std::to_string(number) + " of the invitation ";
+[[noreturn]] void failAsMisprinted(std::size_t group) {
+  fail(tr("Group %1 of the invitation is not as it was printed.", std::to_string(group)));
 }
 
 // How many groups an invitation has whose first ones are these.
 std::size_t wantedGroups(const SecretBytes& carried) {
   if (carried.data()[0] != kForm) {
-    fail("The invitation is of form " + std::to_string(carried.data()[0]) +
-         ", which only a newer version can read.");
+    fail(tr("The invitation is of form %1, which only a newer version can read.",
+            std::to_string(carried.data()[0])));
   }
   const std::size_t size = carried.data()[1] << 8 | carried.data()[2];
-  if (!isSize(size)) fail(groupText(1) + "is not as it was printed.");
+  if (!isSize(size)) failAsMisprinted(1);
   return (size + kCarriedBytes - 1) / kCarriedBytes;
 }
 
 void checkGroups(const ReadGroups& read) {
   const std::size_t right = rightGroups(read.groups), whole = read.groups.size() / kGroupBytes;
-  if (right < whole) fail(groupText(right + 1) + "is not as it was printed.");
-  if (read.wrongGroup > 0) fail(groupText(read.wrongGroup) + "holds a character that no invitation has.");
-  if (whole == 0) throw InvitationException("There is not even a whole group of an invitation.", true);
+  if (right < whole) failAsMisprinted(right + 1);
+  if (read.wrongGroup > 0) {
+    fail(tr("Group %1 of the invitation holds a character that no invitation has.",
+            std::to_string(read.wrongGroup)));
+  }
+  if (whole == 0) throw InvitationException(tr("There is not even a whole group of an invitation."), true);
 }
 
 }  // namespace
@@ -144,10 +148,10 @@ SecretBytes bytesOf(const Invitation& invitation) {
   const std::size_t place = invitation.address.size() + invitation.user.size() +
                             invitation.secret.view().size() + 2 * separator.size();
   if (place > kLongestPlace) {
-    throw PlatformException(
-        "DotPeltoInvitationException",
-        "The address of the place is too long for an invitation: with what opens it, it may have " +
-            std::to_string(kLongestInvitedAddress) + " bytes.");
+    throw PlatformException("DotPeltoInvitationException",
+                            tr("The address of the place is too long for an invitation: with what opens it, "
+                               "it may have %1 bytes.",
+                               std::to_string(kLongestInvitedAddress)));
   }
   Writer writer(kFixedBytes + place + kChecksumBytes);
   writer.add(kForm, kFormBytes);
@@ -203,20 +207,20 @@ std::string lineOf(const Invitation& invitation) {
 std::string wordsOf(const Invitation& invitation) { return wordGroups(groupsOf(bytesOf(invitation))); }
 
 Invitation invitationFrom(std::string_view text) {
-  if (text.size() > kMostText) fail("This is too long for an invitation.");
+  if (text.size() > kMostText) fail(tr("This is too long for an invitation."));
   const bool isLine = takePrefix(text);
   const ReadGroups read = isLine ? readBase32Groups(text) : readWordGroups(text);
   checkGroups(read);
   const SecretBytes carried = carriedBy(read.groups);
   const std::size_t whole = read.groups.size() / kGroupBytes, wanted = wantedGroups(carried);
   if (whole < wanted) {
-    throw InvitationException("The invitation is cut off after group " + std::to_string(whole) + " of " +
-                                  std::to_string(wanted) + '.',
-                              true);
+    throw InvitationException(
+        tr("The invitation is cut off after group %1 of %2.", std::to_string(whole), std::to_string(wanted)),
+        true);
   }
-  if (whole > wanted || read.leftOver > 0) fail("Something follows after the invitation's end.");
+  if (whole > wanted || read.leftOver > 0) fail(tr("Something follows after the invitation's end."));
   auto invitation = invitationIn(carried.view());
-  if (!invitation) fail("The invitation is not as it was printed.");
+  if (!invitation) fail(tr("The invitation is not as it was printed."));
   return *std::move(invitation);
 }
 

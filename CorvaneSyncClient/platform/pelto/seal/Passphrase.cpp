@@ -10,6 +10,7 @@
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -32,7 +33,9 @@ constexpr std::uint32_t kMostPasses = 10;
 constexpr std::uint32_t kLeastKibibytes = 8 * 1024;
 constexpr std::uint32_t kMostKibibytes = 1024 * 1024;
 
-[[noreturn]] void fail(const char* reason) { throw PlatformException("DotPeltoPassphraseException", reason); }
+[[noreturn]] void fail(const std::string& reason) {
+  throw PlatformException("DotPeltoPassphraseException", reason);
+}
 
 struct WipingFree {
   void operator()(utf8proc_uint8_t* text) const {
@@ -47,7 +50,7 @@ SecretBytes composed(std::string_view passphrase) {
   const utf8proc_ssize_t size =
       utf8proc_map(unsignedOf(passphrase.data()), static_cast<utf8proc_ssize_t>(passphrase.size()), &text,
                    static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
-  if (size < 0) fail("The passphrase is not UTF-8 text.");
+  if (size < 0) fail(tr("The passphrase is not UTF-8 text."));
   const std::unique_ptr<utf8proc_uint8_t, WipingFree> owned(text);
   return SecretBytes(std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size)));
 }
@@ -64,8 +67,8 @@ SecretBytes derived(std::string_view passphrase, std::string_view salt, const Pa
   if (crypto_pwhash(keys.data(), keys.size(), text.view().data(), text.size(), unsignedOf(salt.data()),
                     cost.passes, std::size_t{cost.kibibytes} * 1024, crypto_pwhash_ALG_ARGON2ID13) != 0) {
     fail(
-        "There is not enough memory for the passphrase: it takes as much on purpose, so that guessing is "
-        "costly.");
+        tr("There is not enough memory for the passphrase: it takes as much on purpose, so that guessing is "
+           "costly."));
   }
   return keys;
 }
@@ -82,10 +85,10 @@ std::string sealUnderPassphrase(const Invitation& invitation, std::string_view p
   useSodium();
   if (characters(composed(passphrase).view()) < kShortestPassphrase)
     fail(
-        "The passphrase is too short: it takes 12 characters, better five or six words that no book has in a "
-        "row.");
+        tr("The passphrase is too short: it takes 12 characters, better five or six words that no book has "
+           "in a row."));
   const SecretBytes bytes = bytesOf(invitation);
-  if (bytes.size() > kPlainBytes) fail("The address of the place is too long for a passphrase.");
+  if (bytes.size() > kPlainBytes) fail(tr("The address of the place is too long for a passphrase."));
   SecretBytes plain(kPlainBytes);
   std::copy_n(bytes.data(), bytes.size(), plain.data());
 

@@ -148,9 +148,9 @@ std::optional<StringsTable> DlopenBundle::readTranslations(const std::string& ta
 }
 
 const StringsTable* DlopenBundle::translations(const std::string& table) {
-  const auto [place, isNew] = _translations.try_emplace(table);
-  if (isNew) place->second = readTranslations(table);
-  return place->second ? &*place->second : nullptr;
+  auto found = _translations.find(table);
+  if (found == _translations.end()) found = _translations.emplace(table, readTranslations(table)).first;
+  return found->second ? &*found->second : nullptr;
 }
 
 const std::vector<Dictionary>& DlopenBundle::stringsTables(const std::string& table) {
