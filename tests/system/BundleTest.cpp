@@ -55,6 +55,9 @@ TEST_F(Bundles, BelongToTheProgramsBesideThemToo) {
   EXPECT_EQ(installed.ownBundle().path(),
             root + "/usr/lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app");
   EXPECT_FALSE(installed.bundleWithIdentifier("com.keldra.Corvane")) << "only the tool lies in the browser";
+  platform.makeDirectories(root + "/srv/share/corvane/hub");
+  LinuxBundleLoader server(platform.files, root + "/srv/bin/corvane-hub", {"en"});
+  EXPECT_EQ(server.ownBundle().path(), root + "/srv/share/corvane/hub");
   LinuxBundleLoader alone(platform.files, root + "/opt/bin/loomerctl", {"en"});
   EXPECT_EQ(alone.ownBundle().path(), root + "/opt/bin");
 }

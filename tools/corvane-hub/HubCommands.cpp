@@ -4,8 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <optional>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tools/corvane-hub/Accounts.h"
 #include "tools/corvane-hub/HubConfiguration.h"
@@ -19,21 +20,35 @@ namespace corvane::hubserver {
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: corvane-hub [--config FILE] COMMAND\n"
-    "\n"
-    "  serve                           answers clients until it is told to end\n"
-    "  account add NAME [COMPUTER]     makes an account and prints the token of its first computer\n"
-    "  account token NAME COMPUTER     prints a token for another computer, or for one whose token is "
-    "revoked\n"
-    "  account list [NAME]             shows the accounts, or one with its computers\n"
-    "  account quota NAME SIZE         how much the account may hold, such as 500 MiB\n"
-    "  account revoke NAME COMPUTER    the computer's token lets nobody in any more\n"
-    "  account remove NAME             deletes the account with everything in it\n"
-    "\n"
-    "Names have up to 40 of a-z, 0-9 and \"-\". FILE is /etc/corvane-hub.conf unless said otherwise. The "
-    "account\n"
-    "commands take effect at once, whether a server runs or not.\n";
+struct CommandForm {
+  const char* form;
+  TextKey summary;
+};
+
+constexpr CommandForm kForms[] = {
+    {"serve", TextKey("answers clients until it is told to end")},
+    {"account add NAME [COMPUTER]", TextKey("makes an account and prints the token of its first computer")},
+    {"account token NAME COMPUTER",
+     TextKey("prints a token for another computer, or for one whose token is revoked")},
+    {"account list [NAME]", TextKey("shows the accounts, or one with its computers")},
+    {"account quota NAME SIZE", TextKey("how much the account may hold, such as 500 MiB")},
+    {"account revoke NAME COMPUTER", TextKey("the computer's token lets nobody in any more")},
+    {"account remove NAME", TextKey("deletes the account with everything in it")},
+};
+
+std::string usage() {
+  constexpr std::size_t kColumn = 32;
+  std::string text = tr("usage: %1", "corvane-hub [--config FILE] COMMAND") + "\n\n";
+  for (const CommandForm& each : kForms) {
+    std::string form = each.form;
+    form.resize(kColumn, ' ');
+    text += "  " + form + tr(each.summary) + '\n';
+  }
+  return text + '\n' +
+         tr("Names have up to 40 of a-z, 0-9 and \"-\". FILE is /etc/corvane-hub.conf unless said "
+            "otherwise.") +
+         '\n' + tr("The account commands take effect at once, whether a server runs or not.") + '\n';
+}
 
 class UsageError : public HubFailure {
  public:
@@ -44,27 +59,28 @@ using Arguments = std::vector<std::string>;
 
 void print(const std::string& text) {
   const FileDescriptor out(::dup(STDOUT_FILENO));
-  if (const std::error_code error = writeAll(out, text)) throw HubFailure("nothing can be printed", error);
+  if (const std::error_code error = writeAll(out, text))
+    throw HubFailure(tr("nothing can be printed"), error);
 }
 
 std::string principal(const std::string& name) {
   if (!isPrincipalName(name)) {
-    throw UsageError("\"" + name + "\" is no name: up to 40 of a-z, 0-9 and \"-\", the first no \"-\"");
+    throw UsageError(tr("\"%1\" is no name: up to 40 of a-z, 0-9 and \"-\", the first no \"-\"", name));
   }
   return name;
 }
 
 /// The name of an account that exists.
 std::string existing(const Accounts& accounts, const std::string& name) {
-  if (!accounts.has(principal(name))) throw HubFailure("there is no account \"" + name + "\"");
+  if (!accounts.has(principal(name))) throw HubFailure(tr("there is no account \"%1\"", name));
   return name;
 }
 
 std::string tokenFor(Accounts& accounts, const std::string& account, const std::string& computer) {
   const std::optional<std::string> token = accounts.addToken(account, computer);
   if (!token) {
-    throw HubFailure("the computer \"" + computer +
-                     "\" has a token; revoke it first, or choose another name");
+    throw HubFailure(
+        tr("the computer \"%1\" has a token; revoke it first, or choose another name", computer));
   }
   return *token + '\n';
 }
@@ -73,15 +89,16 @@ void add(Accounts& accounts, const HubConfiguration& configuration, const Argume
   const std::string account = principal(names[0]);
   const std::string computer = principal(names.size() > 1 ? names[1] : "first");
   if (!accounts.add(account, configuration.quota))
-    throw HubFailure("there is an account \"" + account + "\" already");
+    throw HubFailure(tr("there is an account \"%1\" already", account));
   print(tokenFor(accounts, account, computer));
 }
 
 void showOne(const Accounts& accounts, const std::string& account) {
   const std::uint64_t used = UsageLedger(accounts.directoryOf(account)).bytes();
-  std::string text = account + "  " + sizeText(used) + " of " + sizeText(accounts.quota(account)) + '\n';
+  std::string text =
+      account + "  " + tr("%1 of %2", sizeText(used), sizeText(accounts.quota(account))) + '\n';
   for (const AccountComputer& computer : accounts.computers(account)) {
-    text += "  " + computer.name + (computer.revoked ? "  revoked" : "") + '\n';
+    text += "  " + computer.name + (computer.revoked ? "  " + tr("revoked") : "") + '\n';
   }
   print(text);
 }
@@ -107,16 +124,16 @@ void runAccountCommand(Accounts& accounts, const HubConfiguration& configuration
     show(accounts, names);
   } else if (command == "quota" && takes(2, 2)) {
     const std::optional<std::uint64_t> size = parsedSize(names[1]);
-    if (!size) throw UsageError("\"" + names[1] + "\" is no size such as 1073741824 or \"500 MiB\"");
+    if (!size) throw UsageError(tr("\"%1\" is no size such as 1073741824 or \"500 MiB\"", names[1]));
     accounts.setQuota(existing(accounts, names[0]), *size);
   } else if (command == "revoke" && takes(2, 2)) {
     if (!accounts.revoke(existing(accounts, names[0]), principal(names[1]))) {
-      throw HubFailure("the computer \"" + names[1] + "\" has no token that lets it in");
+      throw HubFailure(tr("the computer \"%1\" has no token that lets it in", names[1]));
     }
   } else if (command == "remove" && takes(1, 1)) {
     accounts.remove(existing(accounts, names[0]));
   } else {
-    throw UsageError("there is no such command; \"corvane-hub --help\" shows them");
+    throw UsageError(tr("there is no such command; `%1` shows them", "corvane-hub --help"));
   }
 }
 
@@ -125,7 +142,7 @@ void becomeOwner(const std::string& data) {
   struct stat status {};
   if (::geteuid() != 0 || ::stat(data.c_str(), &status) != 0 || status.st_uid == 0) return;
   if (::setgroups(0, nullptr) != 0 || ::setgid(status.st_gid) != 0 || ::setuid(status.st_uid) != 0) {
-    throw HubFailure("cannot become the owner of " + data, lastSystemError());
+    throw HubFailure(tr("cannot become the owner of %1", data), lastSystemError());
   }
 }
 
@@ -136,12 +153,15 @@ int run(Arguments arguments) {
     arguments.erase(arguments.begin(), arguments.begin() + 2);
   }
   if (arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h")) {
-    print(kUsage);
+    print(usage());
     return 0;
   }
   const bool serves = arguments == Arguments{"serve"};
+  std::optional<EnglishScope> forTheLog;
+  if (serves) forTheLog.emplace();
   if (!serves && (arguments.size() < 2 || arguments[0] != "account")) {
-    throw UsageError("\"serve\" or \"account …\" is missing; \"corvane-hub --help\" shows the commands");
+    throw UsageError(
+        tr("\"serve\" or \"account …\" is missing; `%1` shows the commands", "corvane-hub --help"));
   }
   const HubConfiguration configuration = configurationIn(file);
   if (serves) {

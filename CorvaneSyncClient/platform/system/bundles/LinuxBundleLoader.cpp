@@ -12,7 +12,9 @@ namespace {
 
 constexpr std::string_view kBrowserIdentifier = "com.keldra.Corvane";
 constexpr std::string_view kToolInBrowser = "/Contents/CorvaneSyncClient.app/Contents/Linux/";
-constexpr std::string_view kToolBesideBin = "lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app";
+// Beside a "bin": the tool's bundle, and where there is only the server, what holds its texts.
+constexpr const char* kBesideBin[] = {"lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app",
+                                      "share/corvane/hub"};
 constexpr std::string_view kSystemLibrary = "/System/Library/";
 
 std::string parentOf(const std::string& path) { return std::filesystem::path(path).parent_path().string(); }
@@ -38,8 +40,11 @@ std::string ownBundlePath(FileSystem& files, const std::string& executable, cons
   const std::string directory = parentOf(executable);
   if (!browser.empty()) return parentOf(parentOf(directory));
   if (!directory.ends_with("/bin")) return directory;
-  const std::string installed = joinedPath(parentOf(directory), std::string(kToolBesideBin));
-  return isDirectory(files, installed) ? installed : directory;
+  for (const char* each : kBesideBin) {
+    const std::string installed = joinedPath(parentOf(directory), each);
+    if (isDirectory(files, installed)) return installed;
+  }
+  return directory;
 }
 
 bool isLanguageName(std::string_view name) {

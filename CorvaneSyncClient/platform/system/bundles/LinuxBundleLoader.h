@@ -15,7 +15,7 @@ class LinuxBundleLoader : public BundleLoader {
   /// `executable` is the tool's path without symbolic links. `files` must outlive this object and its
   /// bundles. When the executable does not lie in
   /// ".../Corvane.app/Contents/CorvaneSyncClient.app/Contents/Linux", there is no browser bundle and no
-  /// installation. The own bundle is then the one that is installed beside the executable's "bin", else the
+  /// installation. The own bundle is then what is installed beside the executable's "bin", else the
   /// executable's directory.
   LinuxBundleLoader(FileSystem& files, const std::string& executable, std::vector<std::string> languages);
 
