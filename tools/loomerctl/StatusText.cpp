@@ -52,8 +52,8 @@ void printFacts(Output& out, const SyncState& state) {
   if (state.running) writeField(out, tr("Running"), tr("a sync since %1", timeText(*state.running)));
   writeField(out, tr("Service"), serviceText(state.service));
   writeField(out, tr("Bookmarks"),
-             tr("%1 in %2; %3 remembered", counted(state.records.bookmarks, "%1 bookmark", "%1 bookmarks"),
-                counted(state.records.folders, "%1 folder", "%1 folders"),
+             tr("%1 %2; %3 remembered", counted(state.records.bookmarks, "%1 bookmark", "%1 bookmarks"),
+                counted(state.records.folders, "in %1 folder", "in %1 folders"),
                 counted(state.records.tombstones, "%1 deletion", "%1 deletions")));
   writeField(out, tr("Store"), printable(state.storePath) + " (" + sizeText(state.storeBytes) + ")");
 }

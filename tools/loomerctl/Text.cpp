@@ -105,10 +105,6 @@ std::string sizeText(std::uint64_t bytes) {
   return power == 3 ? tr("%1 GB", number) : tr("%1 TB", number);
 }
 
-std::string countText(std::size_t count, const char* singular, const char* plural) {
-  return grouped(count) + ' ' + (count == 1 ? singular : plural);
-}
-
 std::string wrapped(std::string_view text, std::size_t columns) {
   std::string lines;
   std::size_t column = 0;

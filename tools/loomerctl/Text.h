@@ -27,9 +27,6 @@ std::size_t displayWidth(std::string_view text);
 /// "512 bytes", "1.5 MB" (a thousand at each step).
 std::string sizeText(std::uint64_t bytes);
 
-/// "1 bookmark", "1,234 bookmarks".
-std::string countText(std::size_t count, const char* singular, const char* plural);
-
 /// The words of `text` in lines of at most so many columns, each with a line end. Between wide letters, such as
 /// Japanese ones, lines end also without a space. A word that is longer has a line of its own.
 std::string wrapped(std::string_view text, std::size_t columns = 80);
