@@ -25,8 +25,7 @@ std::string verbText(const char* sign, const std::string& verb) {
 
 std::string whereText(RecordTable& records, const LoggedChange& change, const LoggedState& state) {
   const std::string address = change.entity == Entity::bookmark ? ' ' + quoted(state.content.url) : "";
-  return address + ' ' +
-         (state.parent == kRoot ? tr("in the root") : tr("in %1", folderText(records, state.parent)));
+  return address + ' ' + insideText(records, state.parent);
 }
 
 }  // namespace

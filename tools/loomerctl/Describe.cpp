@@ -69,6 +69,10 @@ std::string folderText(RecordTable& records, RecordId folder) {
   return '#' + std::to_string(folder) + (record ? ' ' + quoted(record->content.name) : "");
 }
 
+std::string insideText(RecordTable& records, RecordId folder) {
+  return folder == kRoot ? tr("in the root") : tr("in %1", folderText(records, folder));
+}
+
 std::vector<std::string> folderPath(RecordTable& records, RecordId folder) {
   std::vector<std::string> path;
   std::unordered_set<RecordId> passed;

@@ -22,6 +22,8 @@ std::string attributeText(const std::string& attribute);
 
 /// `#12 "News"`, with the title that the folder has now; "the root" for the root.
 std::string folderText(loomer::RecordTable& records, loomer::RecordId folder);
+/// `in #12 "News"`; "in the root".
+std::string insideText(loomer::RecordTable& records, loomer::RecordId folder);
 /// The titles of the folders from the root to this one. A damaged store may hold a cycle: the path ends
 /// before a folder would come up a second time.
 std::vector<std::string> folderPath(loomer::RecordTable& records, loomer::RecordId folder);

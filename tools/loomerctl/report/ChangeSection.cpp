@@ -20,7 +20,7 @@ constexpr std::size_t kUnfoldedChanges = 10;
 constexpr std::size_t kShownOfAttribute = 300;
 
 std::string whereHtml(RecordTable& records, const LoggedState& state) {
-  return " <small>" + asHtml(tr("in %1", folderText(records, state.parent))) + "</small>";
+  return " <small>" + asHtml(insideText(records, state.parent)) + "</small>";
 }
 
 std::string subjectHtml(Entity entity, const Content& content) {

@@ -106,7 +106,7 @@ void writeSessionSection(const ReportFacts& facts, const PageSink& sink) {
   for (std::size_t i = 0; i < std::min(facts.sessions.size(), kMostListed); ++i) {
     const SessionEntry& each = facts.sessions[i];
     table.add({std::to_string(each.id), timeHtml(each.began), asHtml(facts.clientName(each.client)),
-               asHtml(kindName(each.mode)), asHtml(exchangeText(each, facts.conflictsIn(each)))});
+               asHtml(kindText(each.mode)), asHtml(exchangeText(each, facts.conflictsIn(each)))});
   }
   table.end();
   writeRest(sink, facts.sessions.size());
@@ -136,7 +136,7 @@ void writeConflictSection(const ReportFacts& facts, const PageSink& sink) {
     const std::string client = asHtml(facts.clientName(session.client));
     const std::string agreed = asHtml(tr("agreed before"));
     table.add({timeHtml(session.began), "<bdi>" + asHtml(folderText(records, loss.record)) + "</bdi>",
-               "<span class=\"word\">" + asHtml(loss.attribute) + "</span>",
+               "<span class=\"word\">" + asHtml(attributeText(loss.attribute)) + "</span>",
                "<ins>" + stood + "</ins> <small>" + (loss.clientWon ? client : agreed) + "</small>",
                "<del>" + lost + "</del> <small>" + (loss.clientWon ? agreed : client) + "</small>"});
   }
