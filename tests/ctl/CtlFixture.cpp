@@ -32,7 +32,9 @@ int runProgram(const std::vector<std::string>& words, const std::map<std::string
 
 }  // namespace
 
-CtlTest::CtlTest() : home(platform.process.home) {}
+CtlTest::CtlTest() : home(platform.process.home) {
+  setenv("LC_ALL", "C", 1);  // texts are expected in English, whatever the developer speaks
+}
 
 CtlTest::Run CtlTest::ctl(const std::vector<std::string>& arguments, const std::string& input) {
   writeFile(platform.directory / "in", input);
