@@ -86,7 +86,8 @@ class Chromium(Browser):
         arguments = ["--headless=new", "--disable-gpu", "--no-first-run", "--hide-scrollbars", "--force-device-scale-factor=1",
                      f"--user-data-dir={self.profile}/data", *(["--no-sandbox"] if os.getuid() == 0 else [])]
         options = {"binary": needed("chromium"), "args": arguments}
-        wanted = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
+        wanted = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"},
+                  "timeouts": {"script": ANSWER_SECONDS * 1000}}
         answer = self.call("POST", "/session", {"capabilities": {"alwaysMatch": wanted}})
         self.session += "/session/" + answer["sessionId"]
 
@@ -150,7 +151,7 @@ class Firefox(Browser):
         self.stream = self.socket.makefile("rb")
         self.read()  # the greeting
         self.number = 0
-        self.command("WebDriver:NewSession")
+        self.command("WebDriver:NewSession", timeouts={"script": ANSWER_SECONDS * 1000})
 
     def quit(self):
         self.command("Marionette:Quit", flags=["eForceQuit"])
