@@ -21,7 +21,6 @@ enum class StepKind : int {
   move,
   reorder,
   erase,
-  undo,
   // A client syncs.
   sync,
   syncKilled,
