@@ -61,7 +61,7 @@ pid_t startProgram(const std::vector<std::string>& words, int output) {
 }
 
 // Everything up to the end; what cannot be read any more is as good as that.
-std::string readAll(const FileDescriptor& file) {
+std::string readToEnd(const FileDescriptor& file) {
   std::string text;
   char buffer[4096];
   while (true) {
@@ -81,7 +81,7 @@ EndedProgram runProgram(const std::vector<std::string>& words) {
   const pid_t child = startProgram(words, in.number());
   in = FileDescriptor();  // so that the child's end of the pipe is the last
   EndedProgram ended;
-  ended.output = readAll(out);
+  ended.output = readToEnd(out);
   int status = 0;
   // The child is this process's own, so that nothing but a signal comes between.
   retryingInterrupted([&] { return ::waitpid(child, &status, 0); });
