@@ -21,9 +21,9 @@ class ReadingTest : public CtlTest {};
 TEST_F(ReadingTest, MissingStoreIsRefusedByEveryCommandButImportAndNotMade) {
   useEmptyHome();
   const std::vector<std::vector<std::string>> commands = {
-      {"status"},       {"clients"},    {"tree"},        {"sessions"},     {"changes"},
-      {"show", "1"},    {"check"},      {"plan", "a"},   {"approve", "a"}, {"undo", "1"},
-      {"restore", "a"}, {"reset", "a"}, {"export", "-"}, {"report", "-"}};
+      {"status"},    {"watch"},        {"clients"},    {"tree"},        {"sessions"},
+      {"changes"},   {"show", "1"},    {"check"},      {"plan", "a"},   {"approve", "a"},
+      {"undo", "1"}, {"restore", "a"}, {"reset", "a"}, {"export", "-"}, {"report", "-"}};
   for (const auto& each : commands) {
     const Run run = ctl(each);
     EXPECT_EQ(run.status, 1) << each[0];
@@ -166,7 +166,8 @@ TEST_F(ReadingTest, SessionsNewestFirstAndLimited) {
       "True");
   EXPECT_EQ(json({"sessions"}, "d[-1]['client'], d[-1]['kind'], d[-1]['taken'], d[-1]['changed']"),
             "a refresh 6 6");
-  EXPECT_THAT(ctl({"sessions"}).out, AllOf(HasSubstr("DELIVERED"), HasSubstr("slow")));
+  EXPECT_THAT(ctl({"sessions"}).out,
+              AllOf(HasSubstr("PUSHED"), HasSubstr("PULLED"), HasSubstr("CONFLICTS"), HasSubstr("slow")));
 }
 
 TEST_F(ReadingTest, ChangesShowBeforeAndAfterOfEachAttribute) {
@@ -189,6 +190,34 @@ TEST_F(ReadingTest, ChangesShowBeforeAndAfterOfEachAttribute) {
                  "[(c['type'], c['before'] and c['before']['title'], c['after']['title']) for c in d]"),
             "[('changed', 'Daily', 'Daily \"2\"'), ('added', None, 'Daily')]");
   EXPECT_EQ(json({"changes", "--limit", "2"}, "len(d)"), "2");
+}
+
+TEST_F(ReadingTest, ChangesFoldLongListsOfAdditionsUnlessTheyAreAskedFor) {
+  a = makeClient("a");
+  const std::string folder = a->addFolder("", "Many");
+  for (int i = 0; i < 12; ++i) a->addBookmark(folder, "B" + std::to_string(i), "http://b/");
+  ASSERT_EQ(a->sync(), "");
+  const std::string session = std::to_string(lastSession());
+  const std::string folded = ctl({"changes"}).out;
+  EXPECT_THAT(folded, AllOf(HasSubstr("12 bookmarks and 1 folder added"),
+                            HasSubstr("`loomerctl changes --session " + session + "`")));
+  EXPECT_THAT(folded, Not(HasSubstr("\"B11\"")));
+  EXPECT_THAT(ctl({"changes", "--session", session}).out, HasSubstr("\"B11\""));
+  EXPECT_THAT(ctl({"changes", "--record", numberOf("B11")}).out, HasSubstr("\"B11\""));
+  EXPECT_EQ(json({"changes"}, "len(d)"), "13");
+  a->rename(a->find("B0"), "Other");
+  for (int i = 0; i < 12; ++i) a->addBookmark(folder, "C" + std::to_string(i), "http://c/");
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_THAT(ctl({"changes"}).out, HasSubstr("\"C11\"")) << "it did something else as well";
+}
+
+TEST_F(ReadingTest, SessionsCountConflicts) {
+  seed();
+  a->rename(a->find("Zoo"), "Zoo A");
+  b->rename(b->find("Zoo"), "Zoo B");
+  ASSERT_EQ(a->sync(), "");
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(json({"sessions", "--limit", "2"}, "[s['conflicts'] for s in d]"), "[1, 0]");
 }
 
 TEST_F(ReadingTest, ChangesNameWhatLostAConflict) {

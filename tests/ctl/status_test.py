@@ -4,11 +4,13 @@
 usage: status_test.py DIRECTORY_OF_PROGRAMS [TEST...]
 """
 
+import contextlib
 import json
 import os
 import plistlib
 import re
 import shutil
+import sqlite3
 import sys
 import tempfile
 import time
@@ -114,6 +116,18 @@ class StatusTest(unittest.TestCase):
         self.assertIn("incompatible with this version", self.sync_of(FIRST)["cause"])
         self.assertIn("incompatible with this version", self.concern()["text"])
 
+    def test_note_of_failures_that_cannot_be_read_counts_as_empty(self):
+        self.first_sync()
+        note = os.path.join(os.path.dirname(self.home.store()), "FailedRuns.plist")
+        self.assertFalse(os.path.exists(note), "runs that succeed leave it alone")
+        with open(note, "w", encoding="utf-8") as file:
+            file.write("rubbish")
+        self.status(WELL)
+        self.home.must_sync(FIRST)
+        write(self.home.bookmarks(FIRST), {**self.home.root(FIRST), "WebBookmarkFileVersion": 2})
+        self.must_fail()
+        self.assertEqual(self.sync_of(FIRST)["failedRuns"], 1)
+
     def test_failures_end_with_the_registration(self):
         self.first_sync()
         shutil.copy(self.home.bookmarks(FIRST), self.home.bookmarks(SECOND))
@@ -190,6 +204,33 @@ class StatusTest(unittest.TestCase):
         tomorrow = time.time() + 86400
         os.utime(self.home.bookmarks(FIRST), (tomorrow, tomorrow))
         self.assertIn("Is the clock right?", self.concern()["text"])
+
+    def switch_on(self):
+        """As systemd does it for the user."""
+        for wants, unit in (("timers", "corvane-sync.timer"), ("paths", "corvane-sync@Bookmarks.plist.path")):
+            directory = os.path.join(self.home.path, ".config", "systemd", "user", wants + ".target.wants")
+            os.makedirs(directory)
+            os.symlink("/nowhere/" + unit, os.path.join(directory, unit))
+
+    def test_whether_it_syncs_by_itself_is_told(self):
+        self.first_sync()
+        self.assertEqual(self.status(WELL)["automatic"], {"timer": False, "clients": []})
+        self.assertIn("`loomerctl enable` switches it on", self.text)
+        self.switch_on()
+        self.assertEqual(self.status(WELL)["automatic"], {"timer": True, "clients": [FIRST]})
+        self.assertIn("on: when 1 file changes, and every 15 minutes", self.text)
+
+    def test_day_without_a_run_though_it_is_switched_on_needs_the_user(self):
+        self.first_sync()
+        with contextlib.closing(sqlite3.connect(self.home.store())) as store, store:
+            store.execute("UPDATE clients SET last_session = last_session - 86401")
+        self.status(WELL)
+        self.switch_on()
+        concern = self.concern()
+        self.assertIn("nothing was tried since", concern["text"])
+        self.assertTrue(concern["needsUser"])
+        self.home.must_sync(FIRST)
+        self.status(WELL)
 
     def test_service_that_is_out_of_reach_is_told_with_what_waits_for_it(self):
         place = os.path.join(self.directory, "place")

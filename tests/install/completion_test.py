@@ -31,6 +31,8 @@ PROGRAMS = None
 LINES = (
     ("loomerctl stat", ["status"]),
     ("loomerctl --v", ["--version"]),
+    ("loomerctl wat", ["watch"]),
+    ("loomerctl diff --json ", [FIRST]),
     ("loomerctl account rem", ["remove", "remove-computer"]),
     ("loomerctl account pass", ["passphrase"]),
     ("loomerctl plan ", [FIRST]),

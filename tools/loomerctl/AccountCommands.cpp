@@ -1,5 +1,8 @@
 // `account set`, `show`, `test` and `remove`.
 
+#include <optional>
+#include <utility>
+
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/MakePlace.h"
@@ -10,6 +13,7 @@
 #include "tools/loomerctl/Input.h"
 #include "tools/loomerctl/JsonWriter.h"
 #include "tools/loomerctl/PlaceAccount.h"
+#include "tools/loomerctl/Progress.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
 #include "tools/loomerctl/UserUnits.h"
@@ -58,10 +62,13 @@ constexpr double kProbeSeconds = 300;
 // Raises what the probe raises for a place that is not fit.
 void tryPlace(Invocation& run, const Account& account) {
   const auto address = pelto::parsePlaceAddress(account.url);
+  std::optional<Progress> progress(std::in_place, run.err);
+  progress->say(tr("Racing eight writers for one name, again and again"));
   const auto findings = pelto::probePlace([&] {
     return pelto::makePlace(address, account.membership.credentials, after(kProbeSeconds),
                             pelto::kProbePause);
   });
+  progress.reset();
   run.out.write(tr("It is fit: %1; in %2 races of eight writers, one alone won each.", findings.software,
                    std::to_string(findings.rounds)) +
                 '\n');

@@ -6,6 +6,7 @@
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/JsonWriter.h"
+#include "tools/loomerctl/Progress.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
 
@@ -18,19 +19,28 @@ using namespace loomer;
 // For people; one broken folder can put everything out of reach.
 constexpr std::size_t kShownOfEachRule = 20;
 
-bool writeFindings(JsonWriter& json, TruthStore& store) {
+CheckBeginsStep telling(Progress& progress) {
+  return [&progress](std::size_t step, std::size_t steps) {
+    progress.say(tr("Checking the store: step %1 of %2", step, steps));
+  };
+}
+
+bool writeFindings(JsonWriter& json, TruthStore& store, Progress& progress) {
   bool sound = true;
   json.beginObject();
   json.key("findings");
   json.beginArray();
-  findProblems(store, [&](const StoreFinding& finding) {
-    sound = false;
-    json.beginObject();
-    json.member("rule", finding.rule);
-    json.member("problem", finding.problem);
-    json.member("remedy", finding.remedy);
-    json.endObject();
-  });
+  findProblems(
+      store,
+      [&](const StoreFinding& finding) {
+        sound = false;
+        json.beginObject();
+        json.member("rule", finding.rule);
+        json.member("problem", finding.problem);
+        json.member("remedy", finding.remedy);
+        json.endObject();
+      },
+      telling(progress));
   json.endArray();
   json.member("sound", sound);
   json.endObject();
@@ -38,16 +48,19 @@ bool writeFindings(JsonWriter& json, TruthStore& store) {
   return sound;
 }
 
-bool printFindings(Output& out, TruthStore& store) {
+bool printFindings(Output& out, TruthStore& store, Progress& progress) {
   std::map<std::string, std::size_t> counts;    // by rule
   std::map<std::string, std::string> remedies;  // text to itself once, in a stable order
   std::size_t total = 0;
-  findProblems(store, [&](const StoreFinding& finding) {
-    ++total;
-    if (counts[finding.rule]++ < kShownOfEachRule)
-      out.write(printable(finding.problem) + '\n', Style::removed);
-    remedies.emplace(finding.remedy, finding.rule);
-  });
+  findProblems(
+      store,
+      [&](const StoreFinding& finding) {
+        ++total;
+        if (counts[finding.rule]++ < kShownOfEachRule)
+          out.write(printable(finding.problem) + '\n', Style::removed);
+        remedies.emplace(finding.remedy, finding.rule);
+      },
+      telling(progress));
   for (const auto& [rule, count] : counts) {
     if (count <= kShownOfEachRule) continue;
     out.write(tr("… and %1 more of the kind \"%2\"", count - kShownOfEachRule, rule) + '\n');
@@ -66,9 +79,10 @@ bool printFindings(Output& out, TruthStore& store) {
 
 Status checkStore(Invocation& run) {
   const auto store = openStoreToRead();
-  if (!run.options.json) return printFindings(run.out, *store) ? statusFine : statusDamaged;
+  Progress progress(run.err);
+  if (!run.options.json) return printFindings(run.out, *store, progress) ? statusFine : statusDamaged;
   JsonWriter json(run.out);
-  return writeFindings(json, *store) ? statusFine : statusDamaged;
+  return writeFindings(json, *store, progress) ? statusFine : statusDamaged;
 }
 
 }  // namespace corvane::loomerctl

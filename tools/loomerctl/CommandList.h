@@ -9,6 +9,10 @@ namespace corvane::loomerctl {
 
 /// `status`
 Status showStatus(Invocation& run);
+/// `watch`
+Status watchSyncs(Invocation& run);
+/// `diff`
+Status showDiff(Invocation& run);
 /// `clients`
 Status showClients(Invocation& run);
 /// `tree`

@@ -23,6 +23,8 @@ constexpr double kOneRunSeconds = 60;
 constexpr double kLongLockSeconds = 60;
 // Two clocks of one computer never differ by that, and those of a file server should not.
 constexpr double kClockSeconds = 120;
+// A computer that was off or asleep for the night is no concern.
+constexpr double kStandstillSeconds = 86400;
 // What a save and the store's log take beside the file itself.
 constexpr std::uint64_t kSpareBytes = 16 << 20;
 
@@ -41,6 +43,7 @@ class Concerns {
     for (const ClientView& each : _state.clients) addFile(each);
     for (const ClientView& each : _state.clients) addFailure(each);
     addService();
+    addStandstill();
     for (const ClientView& each : _state.clients) addOldVersion(each);
     addSingleRunLock(run);
     addDirectoryLock();
@@ -118,6 +121,16 @@ class Concerns {
         tr("Bookmarks are synced on this computer alone since %1, not with the online service: %2",
            timeText(service.failed.since), printable(service.failed.cause.view())),
         {{"loomerctl account test", tr("says what is wrong")}});
+  }
+
+  void addStandstill() {
+    if (!_state.units.timer) return;
+    std::optional<Date> newest;
+    for (const ClientView& each : _state.clients) newest = std::max(newest, lastTried(each));
+    if (!newest || now().seconds - newest->seconds < kStandstillSeconds) return;
+    add("standstill", true,
+        tr("Syncing is switched on, and yet nothing was tried since %1.", timeText(*newest)),
+        {{"systemctl --user status corvane-sync.timer", tr("says what the timer does")}});
   }
 
   void addOldVersion(const ClientView& view) {

@@ -11,6 +11,7 @@
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Passphrases.h"
 #include "tools/loomerctl/PlaceAccount.h"
+#include "tools/loomerctl/Progress.h"
 #include "tools/loomerctl/QrCode.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserUnits.h"
@@ -59,7 +60,11 @@ Invitation readInvitation(SecretInput& input) {
 }
 
 Status keepJoined(Invocation& run, const Account& account) {
-  pelto::checkJoinable(account, kPlaceSeconds);
+  {
+    Progress progress(run.err);
+    progress.say(tr("Reading what the place holds"));
+    pelto::checkJoinable(account, kPlaceSeconds);
+  }
   pelto::writeAccount(pelto::userAccountPath(), account);
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
   adaptUnitsToAccount();

@@ -9,6 +9,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
+#include "tools/loomerctl/Pager.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserUnits.h"
@@ -28,7 +29,8 @@ enum Option : unsigned {
   qr = 64,
   remove = 128,
   unattended = 256,
-  dryRun = 512
+  dryRun = 512,
+  paged = 1024  // no option of the user's: the output may be long
 };
 
 struct Command {
@@ -47,21 +49,33 @@ constexpr Command kCommands[] = {
              "service and what waits for it; what needs you, with the commands to go on; warnings. Asks "
              "nobody and changes nothing. Exits 0 only if all is well."),
      showStatus},
+    {"watch", "", 0, TextKey("follows what `status` shows"),
+     TextKey(
+         "On a terminal the status, drawn anew at each change; elsewhere a line for each run that ends, and "
+         "for each thing that needs you when it comes and when it is over. Waits without costing anything. "
+         "Ctrl-C ends it."),
+     watchSyncs},
+    {"diff", "CLIENT", json | paged, TextKey("how a client's file differs"),
+     TextKey("Marks with + what the file alone holds, with - what it lacks, with * what says something else, "
+             "and with > what lies elsewhere; behind the arrow stands what is in the file. Changes nothing. "
+             "Exits 0 if nothing differs, 1 if something does, 2 if the file cannot be compared."),
+     showDiff},
     {"clients", "", json, TextKey("the registered clients"),
      TextKey("One line for each client: what it holds, when it synced last, and what its next session waits "
              "for."),
      showClients},
-    {"tree", "", json | record, TextKey("the agreed bookmarks"),
+    {"tree", "", json | paged | record, TextKey("the agreed bookmarks"),
      TextKey("Shows folders before their contents, everything in its order, each with its number. With "
              "--record, one folder alone. As JSON, a flat list in the same order with depth and parent."),
      showTree},
-    {"sessions", "", json | limit, TextKey("the sessions with changes, newest first"),
+    {"sessions", "", json | paged | limit, TextKey("the sessions with changes, newest first"),
      TextKey("Quiet sessions are counted with their clients and not listed."), showSessions},
-    {"changes", "", json | session | record | limit, TextKey("what the sessions changed, newest first"),
+    {"changes", "", json | paged | session | record | limit,
+     TextKey("what the sessions changed, newest first"),
      TextKey("Shows each attribute before and after, and the values that lost a conflict. --limit counts "
              "records."),
      showChanges},
-    {"show", "RECORD", json, TextKey("one record: its place, holders and history"),
+    {"show", "RECORD", json | paged, TextKey("one record: its place, holders and history"),
      TextKey(
          "RECORD is a number from `tree` or `changes`. Deleted records are shown while they are remembered."),
      showRecord},
@@ -70,7 +84,7 @@ constexpr Command kCommands[] = {
              "SQLite's own integrity. Says what to do about each finding. Changes nothing. Exits 3 when it "
              "finds something."),
      checkStore},
-    {"plan", "CLIENT", json, TextKey("what a client's next session would deliver"),
+    {"plan", "CLIENT", json | paged, TextKey("what a client's next session would deliver"),
      TextKey(
          "The changes that the client gets if it has none of its own. If its last session was refused "
          "because it would have deleted too much, what that session would have deleted. Changes nothing."),
@@ -404,6 +418,8 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
   Invocation run{Arguments(*command, arguments).read(), out, err};
   std::optional<EnglishScope> forPrograms;
   if (run.options.json) forPrograms.emplace();
+  std::optional<Pager> pager;
+  if (command->options & paged && !run.options.json) pager.emplace(out);
   const Status status = command->run(run);
   if (status == statusFine && isForClients(*command)) syncSoon();
   return status;

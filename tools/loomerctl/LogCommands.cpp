@@ -2,9 +2,11 @@
 
 #include <limits>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/ChangeText.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
+#include "tools/loomerctl/StatusText.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
@@ -19,7 +21,7 @@ std::int64_t limitOf(const Options& options) {
   return options.limit.value_or(std::numeric_limits<std::int64_t>::max());
 }
 
-void writeSession(JsonWriter& json, const SessionEntry& session) {
+void writeSession(JsonWriter& json, const SessionEntry& session, std::size_t conflicts) {
   json.beginObject();
   json.member("session", session.id);
   json.member("client", session.client);
@@ -31,6 +33,7 @@ void writeSession(JsonWriter& json, const SessionEntry& session) {
   json.member("changed", session.changed);
   json.member("handedDown", session.delivered);
   json.member("refused", session.refused);
+  json.member("conflicts", conflicts);
   json.endObject();
 }
 
@@ -44,31 +47,32 @@ Status showSessions(Invocation& run) {
     JsonWriter json(run.out);
     json.beginArray();
     log.newestFirst([&](const SessionEntry& session) {
-      writeSession(json, session);
+      writeSession(json, session, log.lossCount(session.id));
       return --left > 0;
     });
     json.endArray();
     json.finish();
     return statusFine;
   }
-  Table table(run.out, {{"SESSION", true},
-                        {"BEGAN"},
-                        {"BY"},
-                        {"KIND"},
-                        {"TAKEN", true},
-                        {"CHANGED", true},
-                        {"DELIVERED", true},
-                        {"REFUSED", true}});
+  Table table(run.out, {{tr("SESSION"), true},
+                        {tr("BEGAN")},
+                        {tr("BY")},
+                        {tr("KIND")},
+                        {tr("PUSHED"), true},
+                        {tr("PULLED"), true},
+                        {tr("CONFLICTS"), true},
+                        {tr("REFUSED"), true}});
   bool any = false;
   log.newestFirst([&](const SessionEntry& session) {
     any = true;
+    const PushedAndPulled exchange = exchangeOf(session);
     table.add({std::to_string(session.id), timeText(session.began), printable(session.client.view()),
-               kindName(session.mode), grouped(session.taken), grouped(session.changed),
-               grouped(session.delivered), grouped(session.refused)});
+               kindName(session.mode), grouped(exchange.pushed), grouped(exchange.pulled),
+               grouped(log.lossCount(session.id)), grouped(session.refused)});
     return --left > 0;
   });
   table.finish();
-  if (!any) run.out.write("No session changed anything yet.\n");
+  if (!any) run.out.write(tr("No session changed anything yet.") + '\n');
   return statusFine;
 }
 
@@ -79,6 +83,9 @@ class ChangePrinter {
  public:
   virtual ~ChangePrinter() = default;
   virtual void begin() {}
+  // Whether a long list of additions is counted and not listed.
+  virtual bool folds() const { return false; }
+  virtual void additions(const SessionEntry&, const RecordCounts&) {}
   virtual void change(const SessionEntry& session, const LoggedChange& change) = 0;
   virtual void loss(const SessionEntry& session, const Loss& loss) = 0;
   virtual void end() {}
@@ -86,8 +93,18 @@ class ChangePrinter {
 
 class TextPrinter : public ChangePrinter {
  public:
-  TextPrinter(Output& out, RecordTable& records) : _out(out), _records(records) {}
+  TextPrinter(Output& out, RecordTable& records, bool folds) : _out(out), _records(records), _folds(folds) {}
 
+  bool folds() const override { return _folds; }
+  void additions(const SessionEntry& session, const RecordCounts& counts) override {
+    head(session);
+    _out.write("  + " +
+                   tr("%1 and %2 added; `loomerctl changes --session %3` lists them",
+                      counted(counts.bookmarks, "%1 bookmark", "%1 bookmarks"),
+                      counted(counts.folders, "%1 folder", "%1 folders"), std::to_string(session.id)) +
+                   '\n',
+               Style::added);
+  }
   void change(const SessionEntry& session, const LoggedChange& change) override {
     head(session);
     printChange(_out, _records, change);
@@ -109,6 +126,7 @@ class TextPrinter : public ChangePrinter {
 
   Output& _out;
   RecordTable& _records;
+  bool _folds;
   std::int64_t _session = 0;
 };
 
@@ -150,13 +168,22 @@ class JsonPrinter : public ChangePrinter {
   JsonWriter _json;
 };
 
+// A first session adds all that the client holds.
+constexpr std::size_t kMostAdditions = 10;
+
 // Prints at most `left` of one session's changes and losses; answers how many may still follow.
 std::int64_t printSession(SessionLog& log, const SessionEntry& session, const Options& options,
                           std::int64_t left, ChangePrinter& to) {
-  log.changesOf(session.id, options.record, [&](const LoggedChange& change) {
-    to.change(session, change);
-    return --left > 0;
-  });
+  const auto added = to.folds() ? log.additionsAlone(session.id) : std::nullopt;
+  if (added && added->folders + added->bookmarks > kMostAdditions) {
+    to.additions(session, *added);
+    --left;
+  } else {
+    log.changesOf(session.id, options.record, [&](const LoggedChange& change) {
+      to.change(session, change);
+      return --left > 0;
+    });
+  }
   if (left == 0) return 0;
   for (const Loss& loss : log.losses(session.id)) {
     if (options.record && loss.record != *options.record) continue;
@@ -172,7 +199,8 @@ Status showChanges(Invocation& run) {
   const auto store = openStoreToRead();
   SessionLog log(*store);
   RecordTable records(*store);
-  TextPrinter text(run.out, records);
+  // Who asks for a session or a record asks for the list.
+  TextPrinter text(run.out, records, !run.options.session && !run.options.record);
   JsonPrinter json(run.out);
   ChangePrinter& printer = run.options.json ? static_cast<ChangePrinter&>(json) : text;
   const std::int64_t limit = limitOf(run.options);

@@ -48,6 +48,7 @@ void Output::write(std::string_view text, Style style) {
 }
 
 void Output::flush() {
+  if (_descriptor == kNoDescriptor) return;
   std::string_view rest = _buffer;
   while (!rest.empty()) {
     const ssize_t written = ::write(_descriptor, rest.data(), rest.size());

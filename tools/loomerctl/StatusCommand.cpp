@@ -96,6 +96,17 @@ void writeService(JsonWriter& json, const std::optional<ServiceState>& service) 
   json.endObject();
 }
 
+void writeAutomatic(JsonWriter& json, const EnabledUnits& units) {
+  json.key("automatic");
+  json.beginObject();
+  json.member("timer", units.timer);
+  json.key("clients");
+  json.beginArray();
+  for (const String& each : units.clients) json.value(each);
+  json.endArray();
+  json.endObject();
+}
+
 void writeConcerns(JsonWriter& json, const std::vector<Concern>& concerns) {
   json.key("concerns");
   json.beginArray();
@@ -130,6 +141,7 @@ void writeStatus(JsonWriter& json, const SyncState& state) {
   writeLastSession(json, state);
   json.member("running", state.running);
   writeSyncs(json, state.clients);
+  writeAutomatic(json, state.units);
   writeService(json, state.service);
   writeConcerns(json, state.concerns);
   writeWaiting(json, state.clients);

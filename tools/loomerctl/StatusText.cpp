@@ -13,24 +13,29 @@ using namespace loomer;
 
 namespace {
 
-constexpr std::size_t kColumns = 80;
-
 bool endedWithChanges(const ClientView& view) {
   return view.lastChange && view.lastChange->ended == view.state.lastSession;
 }
 
 std::string timeOrNever(const std::optional<Date>& date) { return date ? timeText(*date) : tr("never"); }
 
+// A terminal's line has no room for the seconds and the zone.
+std::string timeCell(const Output& out, const std::optional<Date>& date) {
+  constexpr std::size_t kToTheMinute = 16;
+  const std::string text = timeOrNever(date);
+  return date && out.terminal() ? text.substr(0, kToTheMinute) : text;
+}
+
 void printClients(Output& out, const std::vector<ClientView>& clients) {
   Table table(out, {{tr("CLIENT")},
-                    {tr("LAST TRIED")},
-                    {tr("LAST SYNCED")},
+                    {tr("LAST TRIED"), true},
+                    {tr("LAST SYNCED"), true},
                     {tr("RUNS"), true},
                     {tr("FAILED"), true},
                     {tr("OUTCOME")}});
   for (const ClientView& each : clients) {
     if (isOnlineService(each)) continue;
-    table.add({nameText(each), timeOrNever(lastTried(each)), timeOrNever(each.state.lastSession),
+    table.add({nameText(each), timeCell(out, lastTried(each)), timeCell(out, each.state.lastSession),
                grouped(static_cast<std::size_t>(each.state.sessions + each.failed.all)),
                grouped(static_cast<std::size_t>(each.failed.all)), outcomeText(each)});
   }
@@ -48,8 +53,17 @@ std::string serviceText(const std::optional<ServiceState>& service) {
                  "on, at %2; last reached %3, %1 changes wait for it", place, reached);
 }
 
-void printFacts(Output& out, const SyncState& state) {
+std::string automaticText(const SyncState& state) {
+  if (!state.isAutomatic()) return tr("off; `loomerctl enable` switches it on");
+  if (state.units.clients.empty()) return tr("on: every 15 minutes");
+  const std::string files =
+      counted(state.units.clients.size(), "on: when %1 file changes", "on: when one of %1 files changes");
+  return state.units.timer ? tr("%1, and every 15 minutes", files) : files;
+}
+
+void printOverview(Output& out, const SyncState& state) {
   if (state.running) writeField(out, tr("Running"), tr("a sync since %1", timeText(*state.running)));
+  writeField(out, tr("By itself"), automaticText(state));
   writeField(out, tr("Service"), serviceText(state.service));
   writeField(out, tr("Bookmarks"),
              tr("%1 %2; %3 remembered", counted(state.records.bookmarks, "%1 bookmark", "%1 bookmarks"),
@@ -76,7 +90,7 @@ void printWaiting(Output& out, const std::vector<ClientView>& clients) {
 // The first line behind a bullet, the others below its text, then the commands in a column.
 void printConcern(Output& out, const Concern& concern) {
   const char* before = "- ";
-  const std::string lines = wrapped(concern.text, kColumns - 2);
+  const std::string lines = wrapped(concern.text, out.columns() - 2);
   for (std::size_t at = 0; at < lines.size();) {
     const std::size_t end = lines.find('\n', at) + 1;
     out.write(before + lines.substr(at, end - at));
@@ -119,12 +133,16 @@ std::string outcomeText(const ClientView& view) {
   return endedWithChanges(view) ? exchangeText(*view.lastChange, view.conflicts) : tr("nothing new");
 }
 
+PushedAndPulled exchangeOf(const SessionEntry& session) {
+  if (session.client == kHubClientIdentifier) return {session.delivered, session.changed};
+  return {session.changed, session.delivered};
+}
+
 std::string exchangeText(const SessionEntry& session, std::size_t conflicts) {
-  const bool isService = session.client == kHubClientIdentifier;
-  const std::size_t pushed = isService ? session.delivered : session.changed;
-  const std::size_t pulled = isService ? session.changed : session.delivered;
-  if (conflicts == 0) return tr("pushed %1, pulled %2", pushed, pulled);
-  return tr("pushed %1, pulled %2, %3", pushed, pulled, counted(conflicts, "%1 conflict", "%1 conflicts"));
+  const PushedAndPulled exchange = exchangeOf(session);
+  if (conflicts == 0) return tr("pushed %1, pulled %2", exchange.pushed, exchange.pulled);
+  return tr("pushed %1, pulled %2, %3", exchange.pushed, exchange.pulled,
+            counted(conflicts, "%1 conflict", "%1 conflicts"));
 }
 
 void printStatus(Output& out, const SyncState& state) {
@@ -132,7 +150,7 @@ void printStatus(Output& out, const SyncState& state) {
             Style::heading);
   printClients(out, state.clients);
   out.write("\n");
-  printFacts(out, state);
+  printOverview(out, state);
   printWaiting(out, state.clients);
   printConcerns(out, tr("What needs you"), true, state.concerns);
   printConcerns(out, tr("Warnings"), false, state.concerns);

@@ -12,8 +12,14 @@ const char* outcomeName(const ClientView& view);
 /// The same for people: "nothing new", "pushed 3, pulled 12, 1 conflict", ….
 std::string outcomeText(const ClientView& view);
 
-/// What a session did, for people: "pushed 3, pulled 12". A client pushes what it changed in the agreed
-/// bookmarks and pulls what it is given; towards the online service it is this computer that does both.
+/// How many records a client pushed, changing the agreed bookmarks, and how many it pulled. Towards the
+/// online service it is this computer that does both.
+struct PushedAndPulled {
+  std::size_t pushed = 0;
+  std::size_t pulled = 0;
+};
+PushedAndPulled exchangeOf(const loomer::SessionEntry& session);
+/// What a session did, for people: "pushed 3, pulled 12".
 std::string exchangeText(const loomer::SessionEntry& session, std::size_t conflicts);
 
 /// One screen.

@@ -72,6 +72,7 @@ SyncState syncState(TruthStore& store, BookmarksFiles& files) {
   state.sessions = SessionLog(store).count();
   state.clients = clientViewsWithFailed(store);
   state.service = serviceState(store, state);
+  state.units = enabledUnits();
   const auto run = SingleRunLock().holder();
   if (run && !run->isStale) state.running = run->since;
   state.concerns = concernsIn(state, run, files);

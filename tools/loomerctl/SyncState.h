@@ -8,6 +8,7 @@
 
 #include "tools/loomerctl/BookmarksFiles.h"
 #include "tools/loomerctl/ClientViews.h"
+#include "tools/loomerctl/UserUnits.h"
 
 namespace corvane::loomerctl {
 
@@ -44,9 +45,12 @@ struct SyncState {
   std::size_t sessions = 0;             ///< in the log
   std::vector<ClientView> clients;      ///< those that never could be registered included
   std::optional<ServiceState> service;  ///< nothing where no account is set
+  EnabledUnits units;                   ///< by which it syncs by itself
   std::optional<Date> running;          ///< since when a run has been going on
   std::vector<Concern> concerns;        ///< the pressing ones first; none where all is well
 
+  /// Whether it syncs by itself.
+  bool isAutomatic() const { return units.timer || !units.clients.empty(); }
   /// Of the registered ones, that which ended a session last; null before the first.
   const ClientView* lastSynced() const;
 };

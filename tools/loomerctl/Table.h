@@ -8,7 +8,8 @@
 namespace corvane::loomerctl {
 
 /// Aligned columns under headings. The first rows decide how wide the columns are; later ones that are wider
-/// push their line out, so that a table of any length needs no more memory than those first rows.
+/// push their line out, so that a table of any length needs no more memory than those first rows. On a
+/// terminal that is too narrow for them, cells that are not aligned to the right are cut.
 class Table {
  public:
   /// How a column looks.
@@ -26,6 +27,7 @@ class Table {
 
  private:
   void writeHeld();
+  void narrow();
   void writeRow(const std::vector<std::string>& row, Style style);
 
   Output& _out;

@@ -94,6 +94,18 @@ std::size_t displayWidth(std::string_view text) {
   return width + static_cast<std::size_t>(std::min(cluster, 2));
 }
 
+std::string cut(const std::string& text, std::size_t columns) {
+  if (displayWidth(text) <= columns) return text;
+  std::size_t end = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const Utf8Step step = decodeUtf8(text, at);
+    at += step ? step.length : 1;
+    if (displayWidth(std::string_view(text).substr(0, at)) >= columns) break;
+    end = at;
+  }
+  return text.substr(0, end) + "…";
+}
+
 std::string sizeText(std::uint64_t bytes) {
   if (bytes < 1000) return counted(bytes, "%1 byte", "%1 bytes");
   double size = static_cast<double>(bytes) / 1000;

@@ -24,11 +24,14 @@ inline std::string quoted(const std::string& text) { return quoted(String(text))
 /// combining marks none.
 std::size_t displayWidth(std::string_view text);
 
+/// The text, or where it is wider than that its beginning and "…".
+std::string cut(const std::string& text, std::size_t columns);
+
 /// "512 bytes", "1.5 MB" (a thousand at each step).
 std::string sizeText(std::uint64_t bytes);
 
-/// The words of `text` in lines of at most so many columns, each with a line end. Between wide letters, such as
-/// Japanese ones, lines end also without a space. A word that is longer has a line of its own.
+/// The words of `text` in lines of at most so many columns, each with a line end. Between wide letters, such
+/// as Japanese ones, lines end also without a space. A word that is longer has a line of its own.
 std::string wrapped(std::string_view text, std::size_t columns = 80);
 
 /// In the local zone: "2026-11-21 11:49:00 +0100".

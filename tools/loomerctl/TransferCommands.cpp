@@ -1,6 +1,8 @@
 // `export` and `import`.
 
+#include <optional>
 #include <unordered_map>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
 #include "CorvaneSyncClient/platform/loomer/store/SessionLog.h"
@@ -10,6 +12,7 @@
 #include "tools/loomerctl/ImportText.h"
 #include "tools/loomerctl/Input.h"
 #include "tools/loomerctl/OutputFile.h"
+#include "tools/loomerctl/Progress.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/TreeWalk.h"
 #include "tools/loomerctl/UserStore.h"
@@ -111,16 +114,25 @@ Status exportFile(Invocation& run) {
 
 Status importFile(Invocation& run) {
   const std::string& path = run.options.argument;
-  const BrowserBookmarks file = readBookmarksFile(path);
-  if (run.options.dryRun) return previewImport(run, file);
   const std::string name = inputName(path);
+  std::optional<Progress> progress(std::in_place, run.err);
+  progress->say(tr("Reading %1", printable(name)));
+  const BrowserBookmarks file = readBookmarksFile(path);
+  if (run.options.dryRun) {
+    progress.reset();
+    return previewImport(run, file);
+  }
   const auto store = openOrMakeStore();
   ImportPlan plan;
-  const auto session = editTruth(*store, "loomerctl import " + lastComponent(name), SessionKind::importFile,
-                                 [&](const std::vector<TruthRecord>& truth, const TruthState& state) {
-                                   plan = planImport(truth, file.nodes, state.nextRecord, state.revision + 1);
-                                   return plan.changes;
-                                 });
+  const auto session =
+      editTruth(*store, "loomerctl import " + lastComponent(name), SessionKind::importFile,
+                [&](const std::vector<TruthRecord>& truth, const TruthState& state) {
+                  progress->say(counted(file.nodes.size(), "Comparing %1 entry", "Comparing %1 entries"));
+                  plan = planImport(truth, file.nodes, state.nextRecord, state.revision + 1);
+                  progress->say(counted(plan.changes.size(), "Adding %1 entry", "Adding %1 entries"));
+                  return plan.changes;
+                });
+  progress.reset();
   if (session) {
     run.out.write(
         tr("Added %1 and %2 as session %3; %4 were there already. Each client follows at its next session.",

@@ -1,10 +1,13 @@
 // `undo`.
 
 #include <charconv>
+#include <optional>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/CommandList.h"
+#include "tools/loomerctl/Progress.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserStore.h"
 
@@ -52,8 +55,11 @@ Status undoSession(Invocation& run) {
   const std::int64_t number = sessionNumber(run.options.argument);
   const auto store = openStore();
   checkUndoable(*store, number);
+  std::optional<Progress> progress(std::in_place, run.err);
+  progress->say(tr("Undoing session %1", std::to_string(number)));
   const UndoResult result =
       loomer::undoSession(*store, "loomerctl undo " + std::to_string(number), number, run.options.force);
+  progress.reset();
   printNotes(run.out, result);
   if (!result.session) {
     const std::string name = std::to_string(number);

@@ -168,6 +168,18 @@ void SessionLog::changesOf(std::int64_t session, std::optional<RecordId> record,
   }
 }
 
+std::optional<RecordCounts> SessionLog::additionsAlone(std::int64_t session) {
+  if (isPruned(session)) return std::nullopt;
+  // A side without a place is a record that was not there.
+  Statement query = _store.database().query(
+      "SELECT count(before_place), count(*), sum(entity) FROM changes WHERE session = ?", kReadLog);
+  if (!query.open(session).next() || query.integer(0) > 0) return std::nullopt;
+  RecordCounts counts;
+  counts.bookmarks = static_cast<std::size_t>(query.integer(2));
+  counts.folders = static_cast<std::size_t>(query.integer(1)) - counts.bookmarks;
+  return counts;
+}
+
 std::vector<Loss> SessionLog::losses(std::int64_t session) {
   if (isPruned(session)) return {};
   Statement query = _store.database().query(

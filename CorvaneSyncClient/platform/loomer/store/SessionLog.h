@@ -87,6 +87,8 @@ class SessionLog {
                  const std::function<bool(const LoggedChange&)>& take);
   /// By ascending record.
   std::vector<LoggedChange> changes(std::int64_t session);
+  /// How many folders and bookmarks the session added, where it did nothing else to the truth.
+  std::optional<RecordCounts> additionsAlone(std::int64_t session);
   /// The values that lost a conflict in the session.
   std::vector<Loss> losses(std::int64_t session);
   /// How many those are.

@@ -163,9 +163,13 @@ void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& tak
 
 }  // namespace
 
-void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& take) {
+void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& take,
+                  const CheckBeginsStep& begin) {
+  constexpr std::size_t kSteps = std::size(kRules) + 2;
+  std::size_t step = 0;
   std::set<std::string> damage;  // several rules meet the same
   const auto attempt = [&](const auto& check) {
+    if (begin) begin(++step, kSteps);
     try {
       check();
     } catch (const DamagedStoreException& exception) {

@@ -11,40 +11,40 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view kBrowserIdentifier = "com.keldra.Corvane";
-constexpr std::string_view kToolInBrowser = "/Contents/CorvaneSyncClient.app/Contents/Linux/";
-// Beside a "bin": the tool's bundle, and where there is only the server, what holds its texts.
-constexpr const char* kBesideBin[] = {"lib/corvane/Corvane.app/Contents/CorvaneSyncClient.app",
-                                      "share/corvane/hub"};
+constexpr std::string_view kToolInBrowser = "/Contents/CorvaneSyncClient.app/Contents/Linux";
+constexpr std::string_view kOwnBundleInBrowser = "Contents/CorvaneSyncClient.app";
+constexpr std::string_view kBrowserBesideBin = "lib/corvane/Corvane.app";
+// Where there is only the server, what holds its texts.
+constexpr std::string_view kServersTextsBesideBin = "share/corvane/hub";
 constexpr std::string_view kSystemLibrary = "/System/Library/";
 
 std::string parentOf(const std::string& path) { return std::filesystem::path(path).parent_path().string(); }
-
-// The path of the Corvane.app that `executable` lies in; empty when it lies in none.
-std::string browserAround(const std::string& executable) {
-  const std::size_t slash = executable.rfind('/');
-  if (slash == std::string::npos) return "";
-  const std::string directory = executable.substr(0, slash + 1);
-  if (!directory.ends_with(kToolInBrowser)) return "";
-  const std::string browser = directory.substr(0, directory.size() - kToolInBrowser.size());
-  return browser.ends_with("/Corvane.app") ? browser : "";
-}
 
 bool isDirectory(FileSystem& files, const std::string& path) {
   const std::optional<FileAttributes> attributes = files.attributesIfKnown(path);
   return attributes && attributes->kind == FileKind::directory;
 }
 
-// The tool's bundle: two levels above the executable inside Corvane.app, and the same bundle for the programs
-// in the "bin" of an installation; the executable's directory elsewhere.
+// The path of the Corvane.app that `executable` lies in, or that belongs to the installation in whose "bin"
+// it lies; empty where there is none.
+std::string browserOf(FileSystem& files, const std::string& executable) {
+  const std::string directory = parentOf(executable);
+  if (directory.ends_with("/bin")) {
+    const std::string installed = joinedPath(parentOf(directory), kBrowserBesideBin);
+    return isDirectory(files, installed) ? installed : "";
+  }
+  if (!directory.ends_with(kToolInBrowser)) return "";
+  const std::string browser = directory.substr(0, directory.size() - kToolInBrowser.size());
+  return browser.ends_with("/Corvane.app") ? browser : "";
+}
+
+// The tool's bundle in the browser's, or beside a "bin" without that the one of the server; the executable's
+// directory elsewhere.
 std::string ownBundlePath(FileSystem& files, const std::string& executable, const std::string& browser) {
   const std::string directory = parentOf(executable);
-  if (!browser.empty()) return parentOf(parentOf(directory));
-  if (!directory.ends_with("/bin")) return directory;
-  for (const char* each : kBesideBin) {
-    const std::string installed = joinedPath(parentOf(directory), each);
-    if (isDirectory(files, installed)) return installed;
-  }
-  return directory;
+  if (!browser.empty()) return joinedPath(browser, kOwnBundleInBrowser);
+  const std::string installed = joinedPath(parentOf(directory), kServersTextsBesideBin);
+  return directory.ends_with("/bin") && isDirectory(files, installed) ? installed : directory;
 }
 
 bool isLanguageName(std::string_view name) {
@@ -85,7 +85,7 @@ LinuxBundleLoader::LinuxBundleLoader(FileSystem& files, const std::string& execu
                                      std::vector<std::string> languages)
     : _files(files),
       _languages(std::move(languages)),
-      _browser(browserAround(executable)),
+      _browser(browserOf(files, executable)),
       _installation(parentOf(_browser)),
       _own(files, ownBundlePath(files, executable, _browser), _languages) {}
 
