@@ -71,7 +71,7 @@ TEST_P(HubTest, AServiceUnregisteredDuringItsExchangeIsRegisteredAgain) {
     if (call != "remote changes") return;
     hub.onCall = nullptr;
     loomer::ClientTable clients(a->store());
-    loomer::forgetClient(a->store(), clients.find(loomer::kHubClientIdentifier)->id);
+    loomer::forgetClient(a->store(), *clients.find(loomer::kHubClientIdentifier));
   };
   ASSERT_EQ(a->sync(), "");
   EXPECT_EQ(std::count(hub.calls.begin(), hub.calls.end(), "remote changes"), 2)
