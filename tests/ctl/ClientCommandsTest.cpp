@@ -92,7 +92,7 @@ TEST_F(RefusedPlanTest, PlanShowsWhatWasRefused) {
   EXPECT_THAT(ctl({"plan", "a"}).out,
               AllOf(HasSubstr("the client lacks 6 of 6"), HasSubstr("\"Daily\" \"http://d/\""),
                     HasSubstr("loomerctl approve a")));
-  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a) refused: would delete 6 of 6"));
+  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a): refused: would delete 6 of 6"));
 }
 
 TEST_F(RefusedPlanTest, ApprovalServesOnceForExactlyThatPlan) {
@@ -122,7 +122,7 @@ TEST_F(RefusedPlanTest, RestoreBringsBackWhatIsLacking) {
   EXPECT_THAT(ctl({"plan", "a"}).out, HasSubstr("gets back whatever it lacks"));
   EXPECT_EQ(json({"clients"}, "[c['giveBackPending'] for c in d]"), "[True, False]");
   EXPECT_EQ(json({"status"}, "[(w['client'], w['giveBackPending']) for w in d['waiting']]"), "[('a', True)]");
-  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a) will get back what it lacks"));
+  EXPECT_THAT(ctl({"status"}).out, HasSubstr("Corvane (a): will get back what it lacks"));
   const Run approved = ctl({"approve", "a"});
   EXPECT_EQ(approved.status, 1);
   EXPECT_THAT(approved.err, HasSubstr("there is nothing to approve"));
