@@ -3,7 +3,6 @@
 #include <sqlite3.h>
 
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
@@ -81,7 +80,7 @@ class ForeignDatabase {
 
   void check(int code) const {
     if (code == SQLITE_OK) return;
-    if (code == SQLITE_NOMEM) throw std::bad_alloc();
+    // Also where memory runs out: a damaged file asks for more than there is.
     refuse(std::string(sqlite3_errmsg(_connection.get())) + '.');
   }
 
