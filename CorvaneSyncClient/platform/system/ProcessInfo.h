@@ -25,7 +25,7 @@ class ProcessInfo {
   /// `HOME`, else the password database. Without a trailing slash.
   virtual std::string homeDirectory() = 0;
   /// Where the user's programs keep what is configured: `XDG_CONFIG_HOME`, else ".config" in the home
-  /// directory (XDG Base Directory Specification).
+  /// directory (XDG base directories).
   virtual std::string configurationDirectory() = 0;
   /// The user's own temporary directory, which exists: `TMPDIR`, else `XDG_RUNTIME_DIR`, else
   /// "/tmp/corvane-UID" made with mode 0700. Raises NSObjectNotAvailableException when that last one is not a
