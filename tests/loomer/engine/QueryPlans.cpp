@@ -14,7 +14,8 @@ namespace {
 
 std::set<std::string> seen, unexplained;
 
-// Told of each statement as it starts, with its own text: triggers and EXPLAIN are comments there.
+// Called as each statement starts. SQLite allows no other use of the connection meanwhile: it is explained
+// later.
 int noteStatement(unsigned, void*, void* statement, void*) {
   const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
   if (sql && seen.insert(sql).second) unexplained.insert(sql);
@@ -50,10 +51,10 @@ Statement prepare(const Connection& connection, const std::string& sql) {
   return {statement, &sqlite3_finalize};
 }
 
-// What loops over rows of a plan's node, by the node's number.
+// A step of a plan.
 struct Node {
   bool isRepeated = false;  // once for each row of something else
-  bool hasLoop = false;
+  bool hasLoop = false;     // a step below it, met already, goes over many rows
 };
 
 bool startsWith(std::string_view text, std::string_view start) { return text.starts_with(start); }
