@@ -16,7 +16,7 @@ import unittest
 
 ROOT = None
 BUILD = None
-TOOLS = "bash cat dirname dpkg-query env find grep nproc sed sort".split()
+TOOLS = "bash cat dirname dpkg-query env find flock grep mkdir nproc sed sleep sort".split()
 PACKAGE = """Package: {name}
 Status: {status}
 Architecture: all
@@ -51,10 +51,12 @@ class Machine:
         (self.directory / "status").write_text("".join(PACKAGE.format(name=name, status=status)
                                                        for name, status in statuses.items()))
 
-    def run(self, script, *arguments, cwd=None):
-        environment = {"PATH": str(self.bin), "DPKG_ADMINDIR": str(self.directory), "LC_ALL": "C"}
-        return subprocess.run([ROOT / "scripts" / script, *arguments], env=environment, cwd=cwd, stdin=subprocess.DEVNULL,
-                              capture_output=True, text=True, timeout=60)
+    def environment(self):
+        return {"PATH": str(self.bin), "DPKG_ADMINDIR": str(self.directory), "LC_ALL": "C"}
+
+    def run(self, script, *arguments, cwd=None, root=None):
+        return subprocess.run([(root or ROOT) / "scripts" / script, *arguments], env=self.environment(), cwd=cwd,
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
 
     def installed(self):
         """What apt-get was asked to install; none when it was not called."""
@@ -130,6 +132,39 @@ class Packages(ScriptTest):
                 machine = Machine(directory)
                 machine.run("test", what)  # which ends where the first program is missing
                 self.assertEqual({"debootstrap", "lintian"} & set(machine.installed()), expected)
+
+    def test_tests_are_compiled_before_all_that_they_run_with_is_there(self):
+        machine = Machine(self.directory)
+        machine.run("test", "lint")  # which ends where the first program is missing
+        self.assertEqual(machine.installed(), self.wanted("compile-tests"))
+        self.assertLess(set(machine.installed()), set(self.wanted("test")))
+
+    def test_a_run_that_ends_early_leaves_no_installation_half_done(self):
+        project = pathlib.Path(self.directory) / "project"
+        shutil.copytree(ROOT / "scripts", project / "scripts")
+        (project / "CorvaneSyncClient").mkdir()
+        machine = Machine(self.directory)
+        wanted = self.wanted("compile-tests")
+        machine.packages({name: "install ok installed" for name in wanted})
+        machine.program("apt-get", f'sleep 1; echo "$*" >>{machine.directory}/calls')
+        self.assertNotEqual(machine.run("test", root=project).returncode, 0)
+        self.assertEqual(set(machine.installed()), set(self.wanted("test")) - set(wanted))
+
+    def test_one_installation_waits_for_another_and_has_nothing_left_to_do(self):
+        machine = Machine(self.directory)
+        installed = {name: "install ok installed" for name in self.wanted("build")}
+        go_on = machine.directory / "go-on"
+        machine.program("apt-get", f'echo "$*" >>{machine.directory}/calls; until [ -e {go_on} ]; do sleep 0.1; done')
+        run = dict(args=[ROOT / "scripts/packages", "build"], env=machine.environment(), stdout=subprocess.PIPE, text=True)
+        with subprocess.Popen(**run) as first:
+            self.assertIn("Installing", first.stdout.readline())
+            with subprocess.Popen(**run) as second:
+                said = second.stdout.readline()
+                machine.packages(installed)
+                go_on.touch()
+                said += second.stdout.read()
+        self.assertEqual((first.returncode, second.returncode, said), (0, 0, "Waiting for other packages to be installed\n"))
+        self.assertEqual(len((machine.directory / "calls").read_text().splitlines()), 2)
 
     def test_who_may_not_install_is_told_what(self):
         machine = Machine(self.directory, user="1000")
