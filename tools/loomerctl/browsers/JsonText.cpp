@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
-#include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
+#include "CorvaneSyncClient/platform/foundation/text/JsonEscapes.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/Invocation.h"
 #include "tools/loomerctl/browsers/BrowserBookmarks.h"
@@ -18,38 +17,12 @@ namespace {
 // Brackets in one another. Each folder takes two; the truth is made for 10,000 levels of folders.
 constexpr std::size_t kDeepestJson = 50'000;
 constexpr std::string_view kUtf8ByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::size_t kEscapeSize = 6;  // "\uD83D"
 
 [[noreturn]] void refuseJson(const std::string& name, std::string_view text, std::size_t offset,
                              const std::string& cause) {
   const auto lineEnds = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(offset), '\n');
   throw Refused{tr("%1 is damaged: it is no JSON at offset %2, line %3: %4", name, std::to_string(offset),
                    std::to_string(lineEnds + 1), cause)};
-}
-
-// The UTF-16 unit that is escaped at `at`; nothing for anything else.
-std::optional<char32_t> escapedUnit(std::string_view text, std::size_t at) {
-  const std::string_view escape = text.substr(std::min(at, text.size()), kEscapeSize);
-  if (escape.size() < kEscapeSize || !escape.starts_with("\\u")) return std::nullopt;
-  char32_t unit = 0;
-  for (const char c : escape.substr(2)) {
-    const int digit = hexDigitValue(c);
-    if (digit < 0) return std::nullopt;
-    unit = unit * 16 + static_cast<char32_t>(digit);
-  }
-  return unit;
-}
-
-// Replaces the escape at `at` if it is half of a pair alone, which a strict reader refuses; answers how long
-// it is.
-std::size_t repairEscape(std::string& text, std::size_t at) {
-  const auto unit = escapedUnit(text, at);
-  if (!unit) return 2;
-  if (!isSurrogate(*unit)) return kEscapeSize;
-  const auto second = escapedUnit(text, at + kEscapeSize);
-  if (isHighSurrogate(*unit) && second && isLowSurrogate(*second)) return 2 * kEscapeSize;
-  text.replace(at, kEscapeSize, "\\uFFFD");
-  return kEscapeSize;
 }
 
 // Goes over the text once for what RapidJSON does not care for: zeros, which it takes for the end, brackets
@@ -61,7 +34,7 @@ void prepare(std::string& text, const std::string& name) {
     const char c = text[at];
     if (c == '\0') refuseJson(name, text, at, tr("There is a byte of zero."));
     if (isInString && c == '\\') {
-      at += repairEscape(text, at);
+      at += repairJsonEscape(text, at);
       continue;
     }
     if (c == '"') isInString = !isInString;

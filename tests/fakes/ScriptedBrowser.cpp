@@ -1,0 +1,461 @@
+#include "tests/fakes/ScriptedBrowser.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+using browsers::JsonMessage;
+using browsers::JsonValue;
+using browsers::NodeKind;
+using browsers::RootKind;
+
+constexpr std::int64_t kUntilDurable = 3000;  // milliseconds
+constexpr std::size_t kLongestFirefoxTitle = 4096;
+constexpr std::size_t kNodesOfMessage = 200;
+constexpr std::size_t kTextOfMessage = 100'000;
+constexpr std::size_t kLargestNode = 250 * 1024;
+
+bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
+
+// In whole characters.
+std::string firstCharacters(const std::string& text, std::size_t count) {
+  std::size_t seen = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (!isContinuation(text[at]) && seen++ == count) return text.substr(0, at);
+  }
+  return text;
+}
+
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+std::string withoutSpaces(const std::string& text) {
+  std::string result;
+  for (const char c : text) c == ' ' ? result += "%20" : result += c;
+  return result;
+}
+
+// "host:port" of an address with a host; nothing for one that browsers refuse.
+std::optional<std::string> authorityAsKept(const std::string& authority) {
+  const std::size_t colon = authority.rfind(':');
+  const std::string host = authority.substr(0, colon);
+  if (host.empty()) return std::nullopt;
+  if (colon == std::string::npos) return lowerCase(host);
+  const std::string port = authority.substr(colon + 1);
+  const bool isNumber =
+      std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+  if (!isNumber || port.size() > 5 || std::atoi(port.c_str()) > 65535) return std::nullopt;
+  return lowerCase(host) + ":" + port;
+}
+
+bool hasHost(const std::string& scheme) {
+  return scheme == "http" || scheme == "https" || scheme == "ftp" || scheme == "ws" || scheme == "wss";
+}
+
+}  // namespace
+
+ScriptedBrowser::ScriptedBrowser(Kind kind) : _kind(kind) {
+  const auto makeRoot = [&](RootKind root, const std::string& firefoxId, const std::string& title) {
+    const std::string id = kind == Kind::firefox ? firefoxId : newId();
+    _state.nodes[id] = {{}, NodeKind::folder, root, title, {}, _now};
+  };
+  if (kind == Kind::chromium) {
+    newId();  // of the root of roots
+    makeRoot(RootKind::bar, {}, "Bookmarks bar");
+    makeRoot(RootKind::other, {}, "Other bookmarks");
+    makeRoot(RootKind::mobile, {}, "Mobile bookmarks");
+  } else {
+    makeRoot(RootKind::bar, "toolbar_____", "Bookmarks Toolbar");
+    makeRoot(RootKind::menu, "menu________", "Bookmarks Menu");
+    makeRoot(RootKind::other, "unfiled_____", "Other Bookmarks");
+    makeRoot(RootKind::mobile, "mobile______", "Mobile Bookmarks");
+  }
+  _durable = _state;
+}
+
+std::string ScriptedBrowser::newId() {
+  const std::string number = std::to_string(++_state.lastId);
+  return _kind == Kind::chromium
+             ? number
+             : "guid" + std::string(8 - std::min<std::size_t>(8, number.size()), '0') + number;
+}
+
+std::string ScriptedBrowser::insert(Node node, std::size_t index) {
+  node.added = ++_now;
+  const std::string parent = node.parent;
+  const std::string id = newId();
+  _state.nodes[id] = std::move(node);
+  place(id, parent, index);
+  return id;
+}
+
+void ScriptedBrowser::place(const std::string& id, const std::string& parent, std::size_t index) {
+  unlist(id);
+  _state.nodes.at(id).parent = parent;
+  std::vector<std::string>& siblings = _state.children[parent];
+  siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(std::min(index, siblings.size())), id);
+  noteDurable();
+}
+
+void ScriptedBrowser::unlist(const std::string& id) {
+  const auto siblings = _state.children.find(_state.nodes.at(id).parent);
+  if (siblings != _state.children.end()) std::erase(siblings->second, id);
+}
+
+// What is written of the state by now. Firefox writes at once.
+void ScriptedBrowser::noteDurable() {
+  if (_kind == Kind::firefox) {
+    _durable = _state;
+  } else {
+    _unwritten.emplace_back(_now, _state);
+  }
+}
+
+void ScriptedBrowser::edited() {
+  noteDurable();
+  _hasNews = true;
+  if (_running && !std::exchange(_announced, true)) say("changed");
+}
+
+std::string ScriptedBrowser::titleAsKept(const std::string& title) const {
+  if (_kind == Kind::firefox) return firstCharacters(title, kLongestFirefoxTitle);
+  std::string kept = title;
+  for (char& c : kept) {
+    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+  }
+  return kept;
+}
+
+std::optional<std::string> ScriptedBrowser::addressAsKept(const std::string& address) const {
+  const std::size_t colon = address.find(':');
+  if (colon == std::string::npos || colon == 0) return std::nullopt;
+  const std::string scheme = lowerCase(address.substr(0, colon));
+  if (!std::all_of(scheme.begin(), scheme.end(), [](unsigned char c) { return std::isalnum(c) != 0; }))
+    return std::nullopt;
+  const std::string rest = address.substr(colon + 1);
+  if (!hasHost(scheme)) return scheme + ":" + rest;
+  const std::size_t start = rest.find_first_not_of('/');
+  if (start == std::string::npos) return std::nullopt;
+  const std::size_t end = std::min(rest.find_first_of("/?#", start), rest.size());
+  const auto authority = authorityAsKept(rest.substr(start, end - start));
+  if (!authority) return std::nullopt;
+  std::string path = withoutSpaces(rest.substr(end));
+  if (!path.starts_with('/')) path.insert(0, "/");
+  return scheme + "://" + *authority + path;
+}
+
+std::string ScriptedBrowser::add(const std::string& parent, NodeKind kind, const std::string& title,
+                                 const std::string& url, std::size_t index) {
+  const auto address = kind == NodeKind::bookmark ? addressAsKept(url) : std::string();
+  if (!address) return {};
+  const std::string id = insert(
+      {.parent = parent, .kind = kind, .root = {}, .title = titleAsKept(title), .url = *address}, index);
+  edited();
+  return id;
+}
+
+void ScriptedBrowser::rename(const std::string& id, const std::string& title) {
+  _state.nodes.at(id).title = titleAsKept(title);
+  edited();
+}
+
+void ScriptedBrowser::readdress(const std::string& id, const std::string& url) {
+  const auto address = addressAsKept(url);
+  if (!address) return;
+  _state.nodes.at(id).url = *address;
+  edited();
+}
+
+void ScriptedBrowser::move(const std::string& id, const std::string& parent, std::size_t index) {
+  const std::vector<std::string> below = subtree(id);
+  if (std::find(below.begin(), below.end(), parent) != below.end()) return;
+  place(id, parent, index);
+  edited();
+}
+
+void ScriptedBrowser::remove(const std::string& id) {
+  std::vector<std::string> below = subtree(id);
+  unlist(id);
+  for (const std::string& each : below) {
+    _state.children.erase(each);
+    _state.nodes.erase(each);
+  }
+  edited();
+}
+
+void ScriptedBrowser::renewIds() {
+  std::map<std::string, std::string> renewed;
+  for (const auto& [id, node] : _state.nodes) renewed[id] = node.root ? id : newId();
+  State state;
+  state.lastId = _state.lastId;
+  for (auto& [id, node] : _state.nodes) {
+    Node& moved = state.nodes[renewed.at(id)] = node;
+    if (!node.root) moved.parent = renewed.at(node.parent);
+  }
+  for (const auto& [folder, children] : _state.children) {
+    if (!renewed.contains(folder)) continue;
+    for (const std::string& child : children) state.children[renewed.at(folder)].push_back(renewed.at(child));
+  }
+  _state = std::move(state);
+  edited();
+}
+
+void ScriptedBrowser::pass(std::int64_t milliseconds) {
+  _now += milliseconds;
+  const auto durable = std::find_if(_unwritten.rbegin(), _unwritten.rend(),
+                                    [this](const auto& each) { return each.first + kUntilDurable <= _now; });
+  if (durable == _unwritten.rend()) return;
+  _durable = durable->second;
+  _unwritten.erase(_unwritten.begin(), durable.base());
+}
+
+void ScriptedBrowser::start() {
+  _running = true;
+  ++_runs;
+  connect();
+}
+
+void ScriptedBrowser::connect() {
+  _messages.clear();
+  _announced = false;
+  JsonMessage hello("hello");
+  hello.member("protocol", 1);
+  hello.member("token", token);
+  hello.member("browser", _kind == Kind::chromium ? "chromium" : "firefox");
+  hello.member("version", "1.0");
+  hello.member("extension", "1.0");
+  hello.member("language", "en");
+  hello.member("profile", "");
+  hello.member("run", "run " + std::to_string(_runs));
+  hello.member("generation", generation);
+  _messages.push_back(hello.text());
+}
+
+void ScriptedBrowser::quit() {
+  _running = false;
+  _durable = _state;
+  _unwritten.clear();
+}
+
+void ScriptedBrowser::kill() {
+  _running = false;
+  _state = _durable;
+  _unwritten.clear();
+}
+
+void ScriptedBrowser::say(const std::string& type) { _messages.push_back(JsonMessage(type).text()); }
+
+std::optional<std::string> ScriptedBrowser::next() {
+  if (_messages.empty()) return std::nullopt;
+  std::string message = std::move(_messages.front());
+  _messages.pop_front();
+  return message;
+}
+
+void ScriptedBrowser::take(std::string_view text) {
+  const auto message = browsers::parseMessage(std::string(text));
+  const std::string type = browsers::textIn(message, "type");
+  _taken[type] = text;
+  if (type == "read") {
+    ++_requests;
+    answerRead(browsers::numberIn(message, "id"));
+  } else if (type == "create" || type == "update" || type == "move" || type == "remove") {
+    ++_requests;
+    answerChange(message);
+  } else if (type == "generation") {
+    generation = browsers::numberIn(message, "generation");
+  } else if (type == "token") {
+    token = browsers::textIn(message, "token");
+    generation = 0;
+  }
+}
+
+std::string ScriptedBrowser::last(const std::string& type) const {
+  const auto found = _taken.find(type);
+  return found == _taken.end() ? std::string() : found->second;
+}
+
+void ScriptedBrowser::answerRead(std::int64_t id) {
+  std::vector<std::string> all;
+  for (const RootKind kind : browsers::kRootKinds) {
+    if (const std::string root = this->root(kind); !root.empty()) {
+      for (const std::string& each : subtree(root)) all.push_back(each);
+    }
+  }
+  std::size_t at = 0;
+  do {
+    JsonMessage answer("answer");
+    answer.member("id", id);
+    answer.beginArray("nodes");
+    std::size_t text = 0;
+    for (std::size_t count = 0; at < all.size() && count < kNodesOfMessage && text < kTextOfMessage;
+         ++count) {
+      const Node& node = _state.nodes.at(all[at]);
+      const std::size_t size = node.title.size() + node.url.size();
+      if (count > 0 && text + size > kTextOfMessage) break;
+      text += size;
+      answer.beginObject();
+      writeNode(answer, all[at++]);
+      answer.end();
+    }
+    answer.endArray();
+    answer.member("more", at < all.size());
+    _messages.push_back(answer.text());
+  } while (at < all.size());
+  _announced = false;
+  _hasNews = false;
+}
+
+void ScriptedBrowser::writeNode(JsonMessage& message, const std::string& id) const {
+  const Node& node = _state.nodes.at(id);
+  const bool isTooLarge = node.title.size() + node.url.size() > kLargestNode;
+  message.member("id", id);
+  message.member("added", node.added);
+  if (node.root) {
+    message.member("kind", "root");
+    message.member("root", browsers::nameOf(*node.root));
+    if (_kind == Kind::chromium) message.member("syncing", false);
+  } else {
+    message.member("parent", node.parent);
+    message.member("kind", browsers::nameOf(isTooLarge ? NodeKind::separator : node.kind));
+  }
+  message.member("title", isTooLarge ? std::string() : node.title);
+  if (node.kind == NodeKind::bookmark && !isTooLarge) message.member("url", node.url);
+}
+
+// What keeps the request from being carried out because a node is not there, or is a root; empty for nothing.
+std::string ScriptedBrowser::problemOf(const JsonValue& request) const {
+  for (const char* const name : {"node", "parent"}) {
+    const std::string id = browsers::textIn(request, name);
+    if (!id.empty() && !_state.nodes.contains(id)) return "there is no node " + id;
+  }
+  return {};
+}
+
+bool ScriptedBrowser::fits(const JsonValue& request) const {
+  const JsonValue* const expect = browsers::memberNamed(request, "expect");
+  if (!expect) return true;
+  const Node& node = _state.nodes.at(browsers::textIn(request, "node"));
+  const auto agrees = [&](const char* name, std::string_view value) {
+    return !browsers::memberNamed(*expect, name) || browsers::textIn(*expect, name) == value;
+  };
+  return agrees("kind", browsers::nameOf(node.kind)) && agrees("title", node.title) &&
+         agrees("url", node.url) && agrees("parent", node.parent);
+}
+
+void ScriptedBrowser::answerChange(const JsonValue& request) {
+  const std::string type = browsers::textIn(request, "type");
+  const std::int64_t id = browsers::numberIn(request, "id");
+  const std::string nodeId = browsers::textIn(request, "node");
+  const std::string parent = browsers::textIn(request, "parent");
+  const auto index = static_cast<std::size_t>(browsers::numberIn(request, "index"));
+  const bool hasUrl = browsers::memberNamed(request, "url") != nullptr;
+  const auto address = hasUrl ? addressAsKept(browsers::textIn(request, "url")) : std::string();
+  if (const std::string problem = problemOf(request); !problem.empty()) return fail(id, problem, true);
+  if (!address) return fail(id, "invalid URL", false);
+  if (type == "create") {
+    return answerNode(id, insert({.parent = parent,
+                                  .kind = hasUrl ? NodeKind::bookmark : NodeKind::folder,
+                                  .root = {},
+                                  .title = titleAsKept(browsers::textIn(request, "title")),
+                                  .url = *address},
+                                 index));
+  }
+  if (!_state.nodes.contains(nodeId)) return fail(id, "no node is named", false);
+  Node& node = _state.nodes.at(nodeId);
+  if (node.root) return fail(id, "the roots stay as they are", false);
+  if (!fits(request)) return fail(id, "different", false);
+  if (type == "remove") {
+    if (!childrenOf(nodeId).empty()) return fail(id, "the folder is not empty", false);
+    unlist(nodeId);
+    _state.children.erase(nodeId);
+    _state.nodes.erase(nodeId);
+    noteDurable();
+    JsonMessage answer("answer");
+    answer.member("id", id);
+    answer.member("removed", true);
+    _messages.push_back(answer.text());
+    return;
+  }
+  if (type == "move") {
+    const std::vector<std::string> below = subtree(nodeId);
+    const bool isInItself = std::find(below.begin(), below.end(), parent) != below.end();
+    if (isInItself) return fail(id, "a folder cannot lie in itself", false);
+    place(nodeId, parent, index);
+    return answerNode(id, nodeId);
+  }
+  if (browsers::memberNamed(request, "title")) node.title = titleAsKept(browsers::textIn(request, "title"));
+  if (hasUrl) node.url = *address;
+  noteDurable();
+  answerNode(id, nodeId);
+}
+
+void ScriptedBrowser::fail(std::int64_t id, std::string_view error, bool missing) {
+  JsonMessage answer("answer");
+  answer.member("id", id);
+  answer.member("error", error);
+  answer.member("missing", missing);
+  _messages.push_back(answer.text());
+}
+
+void ScriptedBrowser::answerNode(std::int64_t id, const std::string& node) {
+  const std::vector<std::string>& siblings = childrenOf(_state.nodes.at(node).parent);
+  JsonMessage answer("answer");
+  answer.member("id", id);
+  answer.begin("node");
+  writeNode(answer, node);
+  answer.member("index", std::find(siblings.begin(), siblings.end(), node) - siblings.begin());
+  answer.end();
+  _messages.push_back(answer.text());
+}
+
+std::string ScriptedBrowser::root(RootKind kind) const {
+  for (const auto& [id, node] : _state.nodes) {
+    if (node.root == kind) return id;
+  }
+  return {};
+}
+
+const std::vector<std::string>& ScriptedBrowser::childrenOf(const std::string& id) const {
+  static const std::vector<std::string> kNone;
+  const auto found = _state.children.find(id);
+  return found == _state.children.end() ? kNone : found->second;
+}
+
+std::vector<std::string> ScriptedBrowser::subtree(const std::string& id) const {
+  std::vector<std::string> found;
+  std::vector<std::string> open{id};
+  while (!open.empty()) {
+    const std::string each = std::move(open.back());
+    open.pop_back();
+    found.push_back(each);
+    const std::vector<std::string>& children = childrenOf(each);
+    open.insert(open.end(), children.rbegin(), children.rend());
+  }
+  return found;
+}
+
+std::vector<std::string> ScriptedBrowser::folders() const {
+  std::vector<std::string> found;
+  for (const auto& [id, node] : _state.nodes) {
+    if (node.kind == NodeKind::folder) found.push_back(id);
+  }
+  return found;
+}
+
+std::vector<std::string> ScriptedBrowser::entries() const {
+  std::vector<std::string> found;
+  for (const auto& [id, node] : _state.nodes) {
+    if (!node.root) found.push_back(id);
+  }
+  return found;
+}
+
+}  // namespace corvane
