@@ -407,6 +407,29 @@ TEST_P(PutBackTest, ADeletionThatTheServiceLostAndThatIsUndoneStaysUndone) {
   }
 }
 
+// Who knows of the deletion was cut off when he gave it again.
+TEST_P(PutBackTest, ADeletionThatIsGivenAgainInVainAndIsUndoneStaysUndone) {
+  for (const char* call : {"push", "pushed"}) {
+    SCOPED_TRACE(call);
+    beginAnew(call);
+    const auto other = makeComputer(std::string("other ") + call);
+    sync(*other);
+    backup = hub.state;
+    a->client->remove(a->find("4"));
+    sync(*a);
+    other->client->rename(other->find("6"), "six");
+    sync(*other);
+    hub.state = backup;
+    failOnce(call);
+    sync(*other);
+    undoLast(*a);
+    sync(*a);
+    sync(*other);
+    settle();
+    EXPECT_EQ(names(), "F(1 2 3) 4 5 six");
+  }
+}
+
 TEST_P(PutBackTest, WhatWasAddedAndDeletedAndIsBroughtBackLivesOn) {
   for (const bool isFirst : {true, false}) {
     SCOPED_TRACE(isFirst ? "who brings it back comes first" : "the other one comes first");

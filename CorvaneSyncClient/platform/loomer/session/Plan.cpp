@@ -103,19 +103,9 @@ class Planning {
     return journal.knownPushId && _sides.tookPush == false && _sides.tookKnownPush == false;
   }
 
-  // What killed sessions delivered the client may have held too.
   void takeEarlierBase() {
     std::vector<HeldVersion> held = std::move(_sides.heldSince);
-    if (_opening.journal) {
-      for (const BaseDifference* const each : {&_opening.journal->known, &_opening.journal->delivered}) {
-        for (const BaseRecord& record : each->held) {
-          if (!record.notHeld) held.push_back({record, _opening.client.sessions + 1, std::nullopt});
-        }
-      }
-      std::stable_sort(held.begin(), held.end(), [](const HeldVersion& a, const HeldVersion& b) {
-        return a.record.record < b.record.record;
-      });
-    }
+    if (_opening.journal) addDelivered(*_opening.journal, held);
     EarlierBase base = baseOfEarlierState(_plan.input.base, held, *_plan.input.client, *_sides.earlier);
     std::erase_if(base.forgotten, [this](const String& localId) { return isInTruth(localId); });
     _plan.lost = std::move(base.lost);
@@ -123,6 +113,29 @@ class Planning {
     _plan.input.forgotten = std::move(base.forgotten);
     _plan.input.unmoved = std::move(base.unmoved);
     mergeOver(std::move(base.records));
+  }
+
+  // What killed sessions delivered the client may have held too. What they deleted there it no longer held,
+  // if it took that; and what they knew of it goes with a delivery that it denies.
+  void addDelivered(const Journal& journal, std::vector<HeldVersion>& held) const {
+    const std::int64_t session = _opening.client.sessions + 1;
+    std::unordered_set<RecordId> gone;
+    const auto add = [&](const BaseDifference& difference, bool isTaken) {
+      for (const BaseRecord& each : difference.held) {
+        if (each.notHeld) continue;
+        held.push_back({each, session, std::nullopt});
+        gone.erase(each.record);
+      }
+      if (isTaken) gone.insert(difference.gone.begin(), difference.gone.end());
+    };
+    if (!isDenied(journal)) add(journal.known, true);
+    add(journal.delivered, _sides.tookPush == true);
+    for (HeldVersion& each : held) {
+      if (!each.until && gone.contains(each.record.record)) each.until = session;
+    }
+    std::stable_sort(held.begin(), held.end(), [](const HeldVersion& a, const HeldVersion& b) {
+      return a.record.record < b.record.record;
+    });
   }
 
   // Whether the truth has a record of that identifier.
