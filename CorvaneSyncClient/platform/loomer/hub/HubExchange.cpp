@@ -19,19 +19,12 @@ namespace {
 constexpr int kAttempts = 20;
 constexpr double kPauseSeconds = 0.05;
 
-// The number of records in one push. After a full push that crossed in less than kQuickSeconds it grows to
-// what would have taken as long, and after one that took more than kSlowSeconds it halves.
-constexpr std::size_t kFirstPush = 2'000;
-constexpr std::size_t kSmallestPush = 250;
-constexpr std::size_t kLargestPush = 128'000;
-constexpr double kQuickSeconds = 4.0;
-constexpr double kSlowSeconds = 15.0;
-constexpr double kMostGrowth = 8.0;
 // How long one run gives what is left.
 constexpr double kGivingSeconds = 90.0;
 // What a service lost it is given again in one push: half of it might be taken for all by computers that know
 // less. A line that cannot carry that in time, though nothing else is wrong with it, is given half as much at
 // the next run.
+constexpr std::size_t kMostGivenAgainAtOnce = 128'000;
 constexpr const char* kGivesAtMostKey = "gives again at most";
 constexpr double kInVainSeconds = 60.0;
 
@@ -48,7 +41,7 @@ std::optional<ClientState> stateOf(TruthStore& store) {
 }  // namespace
 
 HubExchange::HubExchange(ClientRegistry& clients, HubOpener openHub)
-    : _clients(clients), _openHub(std::move(openHub)), _mostRecords(kFirstPush) {}
+    : _clients(clients), _openHub(std::move(openHub)) {}
 
 HubExchange::~HubExchange() = default;
 
@@ -125,7 +118,7 @@ HubExchange::Outcome HubExchange::exchangeOnce() {
   if (!past.empty() && past.newest() == remote.now && !offersAgain && !hasChangesForHub())
     return Outcome::done;
   const bool isFirst = takesInFirst(client, past, remote), gives = _hasRoom && !isFirst;
-  HubClient source(_clients.store(), *_hub, past, std::move(remote), gives ? _mostRecords : 0);
+  HubClient source(_clients.store(), *_hub, past, std::move(remote), gives ? _pushSize.records() : 0);
   const bool givesAgain = gives && source.wentBackTo();
   const Outcome outcome = givesAgain ? giveAgain(client, source) : runSession(client, source, gives);
   return outcome == Outcome::more && _hasRoom && isFirst ? Outcome::takenIn : outcome;
@@ -150,7 +143,7 @@ pelto::RemoteChanges HubExchange::remoteChanges(const HubPast& past) {
 HubExchange::Outcome HubExchange::giveAgain(LoomerClient& client, HubClient& source) {
   const std::optional<Value> noted = client.objectForKey(kGivesAtMostKey);
   const auto* const number = noted ? noted->as<std::int64_t>() : nullptr;
-  source.giveAtMost(number ? static_cast<std::size_t>(*number) : kLargestPush);
+  source.giveAtMost(number ? static_cast<std::size_t>(*number) : kMostGivenAgainAtOnce);
   const double began = secondsNow();
   try {
     const Outcome outcome = runSession(client, source, true);
@@ -171,7 +164,7 @@ HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient& so
   EmbeddedSessionDriver driver(_clients, source);
   driver._setClient(&client);
   if (driver.sync()) {
-    if (gives) suitPush(source.pushSeconds(), source.postponed() > 0);
+    if (gives) _pushSize.suit(source.pushSeconds(), source.postponed() > 0);
     report(source, wentBack, before->id);
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
@@ -188,17 +181,6 @@ HubExchange::Outcome HubExchange::takeInAlone() {
   systemLog(
       "There is no room at the online service: what was changed here stays on this computer until there is");
   return Outcome::overtaken;
-}
-
-// Sizes the next push by how long the last one took to cross. The rest of a session takes as long for a
-// smaller push, and many records in small pushes would cost that over and over.
-void HubExchange::suitPush(double seconds, bool wasFull) {
-  if (wasFull && seconds < kQuickSeconds) {
-    const double growth = std::min(kMostGrowth, kQuickSeconds / std::max(seconds, 0.001));
-    const auto grown = static_cast<std::size_t>(static_cast<double>(_mostRecords) * growth);
-    _mostRecords = std::min(grown, kLargestPush);
-  }
-  if (seconds > kSlowSeconds) _mostRecords = std::max(_mostRecords / 2, kSmallestPush);
 }
 
 void HubExchange::report(const HubClient& source, bool wentBack, std::int64_t client) {

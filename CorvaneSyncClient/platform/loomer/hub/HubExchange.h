@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
+#include "CorvaneSyncClient/platform/loomer/hub/PushSize.h"
 #include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
 
 namespace corvane::loomer {
@@ -19,7 +20,7 @@ using HubOpener = std::function<std::unique_ptr<pelto::Hub>()>;
 /// other effect: the next run catches up.
 ///
 /// The store is locked during a push. Many changes are therefore given in several pushes, each as large as
-/// the connection carries in a few seconds. This is the only place that sizes pushes.
+/// the connection carries in a few seconds.
 class HubExchange : public Exchange {
  public:
   /// `clients` must outlive this object.
@@ -53,7 +54,6 @@ class HubExchange : public Exchange {
   Outcome giveAgain(LoomerClient& client, HubClient& source);
   Outcome runSession(LoomerClient& client, HubClient& source, bool gives);
   Outcome takeInAlone();
-  void suitPush(double seconds, bool wasFull);
   void report(const HubClient& source, bool wentBack, std::int64_t client);
   LoomerClient& hubClient();
   bool hasChangesForHub();
@@ -63,10 +63,10 @@ class HubExchange : public Exchange {
   std::unique_ptr<pelto::Hub> _hub;
   /// What the service answered last, without its changes; absent once another computer was faster since.
   std::optional<pelto::RemoteChanges> _known;
-  std::size_t _mostRecords;  ///< in one push
-  bool _hasMore = false;     ///< to give than the last push took
-  bool _hasRoom = true;      ///< at the service, as far as this run knows
-  bool _ended = false;       ///< no more exchanges: there is no account, it is switched off, or it failed
+  PushSize _pushSize;
+  bool _hasMore = false;  ///< to give than the last push took
+  bool _hasRoom = true;   ///< at the service, as far as this run knows
+  bool _ended = false;    ///< no more exchanges: there is no account, it is switched off, or it failed
 };
 
 }  // namespace corvane::loomer
