@@ -52,8 +52,7 @@ void AccountRecords::take(std::vector<HubRecord> records) {
     }
   }
   const auto count = static_cast<std::int64_t>(_records.size());
-  if (count > kMostAccountRecords * (1 + kTombstonesForARecord) || _bytes > kMostAccountBytes)
-    failBeyondLimits(_objects);
+  if (count > _most.records * (1 + kTombstonesForARecord) || _bytes > _most.bytes) failBeyondLimits(_objects);
 }
 
 std::int64_t AccountRecords::liveCount() const {
