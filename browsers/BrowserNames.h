@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-// What the extension, the program that it speaks to and whoever installs them call one another. The extension's
-// manifest says the same; tests/extension/manifest_test.py compares the two.
+// What the extension, the program that it speaks to and whoever installs them call one another. The
+// extension's manifest says the same; tests/extension/manifest_test.py compares the two.
 
 namespace corvane::browsers {
 

@@ -32,6 +32,8 @@ def needed(program):
 class Browser:
     """A page in a window. Lengths are in CSS pixels."""
 
+    arguments = ()  # further ones of the browser
+
     def __init__(self):
         self.profile = tempfile.mkdtemp(prefix="browser-")
         self.log = open(os.path.join(self.profile, "log"), "w+", encoding="utf-8", errors="replace")
@@ -84,7 +86,8 @@ class Chromium(Browser):
         port = self.wait_for(lambda: re.search(r"successfully on port (\d+)", pathlib.Path(log).read_text(encoding="utf-8")))[1]
         self.session = f"http://127.0.0.1:{port}"
         arguments = ["--headless=new", "--disable-gpu", "--no-first-run", "--hide-scrollbars", "--force-device-scale-factor=1",
-                     f"--user-data-dir={self.profile}/data", *(["--no-sandbox"] if os.getuid() == 0 else [])]
+                     f"--user-data-dir={self.profile}/data", *(["--no-sandbox"] if os.getuid() == 0 else []),
+                     *self.arguments]
         options = {"binary": needed("chromium"), "args": arguments}
         wanted = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"},
                   "timeouts": {"script": ANSWER_SECONDS * 1000}}
@@ -135,16 +138,18 @@ class Chromium(Browser):
 
 
 class Firefox(Browser):
+    preferences = {}  # further ones
+
     def start(self):
         # Nothing is asked of the network, and no first run's pages come up.
         preferences = {"marionette.port": 0, "app.update.enabled": False, "browser.shell.checkDefaultBrowser": False,
                        "datareporting.policy.dataSubmissionEnabled": False, "network.captive-portal-service.enabled": False,
                        "network.connectivity-service.enabled": False, "browser.aboutConfig.showWarning": False,
-                       "browser.startup.page": 0, "toolkit.telemetry.enabled": False}
+                       "browser.startup.page": 0, "toolkit.telemetry.enabled": False, **self.preferences}
         lines = [f"user_pref({json.dumps(name)}, {json.dumps(value)});\n" for name, value in preferences.items()]
         pathlib.Path(self.profile, "user.js").write_text("".join(lines), encoding="utf-8")
         self.launch(needed("firefox-esr"), "--headless", "--no-remote", "--marionette", "--remote-allow-system-access",
-                    "--profile", self.profile)
+                    "--profile", self.profile, *self.arguments)
         port = pathlib.Path(self.profile, "MarionetteActivePort")
         number = int(self.wait_for(lambda: port.exists() and port.read_text(encoding="ascii").strip()))
         self.socket = socket.create_connection(("127.0.0.1", number), timeout=ANSWER_SECONDS)

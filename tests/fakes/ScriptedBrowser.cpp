@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/values/TypedUrl.h"
+
 namespace corvane {
 
 namespace {
@@ -42,17 +44,30 @@ std::string withoutSpaces(const std::string& text) {
   return result;
 }
 
+// In lower case, and in ASCII (IDNA).
+std::string hostAsKept(const std::string& host) {
+  const std::string address = "http://" + lowerCase(host);
+  const auto url = urlWithUserTypedString(address);
+  return (url ? url->text.toString() : address).substr(std::string_view("http://").size());
+}
+
+// The port that an address of that scheme has without saying so.
+std::string_view ownPort(const std::string& scheme) {
+  if (scheme == "ftp") return "21";
+  return scheme == "https" || scheme == "wss" ? "443" : "80";
+}
+
 // "host:port" of an address with a host; nothing for one that browsers refuse.
-std::optional<std::string> authorityAsKept(const std::string& authority) {
+std::optional<std::string> authorityAsKept(const std::string& scheme, const std::string& authority) {
   const std::size_t colon = authority.rfind(':');
   const std::string host = authority.substr(0, colon);
   if (host.empty()) return std::nullopt;
-  if (colon == std::string::npos) return lowerCase(host);
+  if (colon == std::string::npos) return hostAsKept(host);
   const std::string port = authority.substr(colon + 1);
   const bool isNumber =
       std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
   if (!isNumber || port.size() > 5 || std::atoi(port.c_str()) > 65535) return std::nullopt;
-  return lowerCase(host) + ":" + port;
+  return hostAsKept(host) + (port == ownPort(scheme) ? "" : ":" + port);
 }
 
 bool hasHost(const std::string& scheme) {
@@ -70,7 +85,6 @@ ScriptedBrowser::ScriptedBrowser(Kind kind) : _kind(kind) {
     newId();  // of the root of roots
     makeRoot(RootKind::bar, {}, "Bookmarks bar");
     makeRoot(RootKind::other, {}, "Other bookmarks");
-    makeRoot(RootKind::mobile, {}, "Mobile bookmarks");
   } else {
     makeRoot(RootKind::bar, "toolbar_____", "Bookmarks Toolbar");
     makeRoot(RootKind::menu, "menu________", "Bookmarks Menu");
@@ -144,7 +158,7 @@ std::optional<std::string> ScriptedBrowser::addressAsKept(const std::string& add
   const std::size_t start = rest.find_first_not_of('/');
   if (start == std::string::npos) return std::nullopt;
   const std::size_t end = std::min(rest.find_first_of("/?#", start), rest.size());
-  const auto authority = authorityAsKept(rest.substr(start, end - start));
+  const auto authority = authorityAsKept(scheme, rest.substr(start, end - start));
   if (!authority) return std::nullopt;
   std::string path = withoutSpaces(rest.substr(end));
   if (!path.starts_with('/')) path.insert(0, "/");

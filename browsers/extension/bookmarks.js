@@ -1,0 +1,244 @@
+// The browser's bookmarks, in the form that docs/browsers.md describes: read, changed by one request at a time, and listened to.
+
+/** @type {typeof chrome} */
+export const api = /** @type {any} */ (globalThis).browser ?? chrome;
+export const isFirefox = api.runtime.getURL("").startsWith("moz-extension:");
+// That of the texts, which is not always the browser's.
+export const language = api.i18n.getMessage("language");
+
+// Bytes of nodes that go into one message, of the 256 KiB that it may have.
+const ROOM = 250 * 1024;
+// What everything lies in, and what Firefox keeps beside the bookmarks. Whoever writes there damages the user's tags.
+const OUT_OF_BOUNDS = new Set(["root________", "tags________"]);
+/** @type {Record<string, string>} By what each browser tells its roots apart. */
+const ROOTS = isFirefox
+  ? { toolbar_____: "bar", menu________: "menu", unfiled_____: "other", mobile______: "mobile" }
+  : { "bookmarks-bar": "bar", other: "other", mobile: "mobile" };
+
+/**
+ * @typedef {chrome.bookmarks.BookmarkTreeNode & { type?: string }} BrowserNode
+ * @typedef {{ id: string, kind: string, title: string, parent?: string, root?: string, syncing?: boolean, url?: string,
+ *             added?: number, index?: number }} SaidNode
+ * @typedef {{ type: string, id: number, parent?: any, index?: any, title?: any, url?: any, node?: any, expect?: any }} Request
+ */
+
+/** @param {BrowserNode} node */
+function rootOf(node) {
+  return ROOTS[isFirefox ? node.id : (node.folderType ?? "")];
+}
+
+/** @param {BrowserNode} node */
+function kindOf(node) {
+  if (rootOf(node)) return "root";
+  if (node.type === "separator") return "separator";
+  return node.url === undefined ? "folder" : "bookmark";
+}
+
+/** Halves of characters, which a page's title may hold, are no UTF-8. @param {string} text */
+function wellFormed(text) {
+  return text.replace(/[\ud800-\udbff](?![\udc00-\udfff])|(?<![\ud800-\udbff])[\udc00-\udfff]/g, "\ufffd");
+}
+
+/** @param {BrowserNode} node @returns {SaidNode} */
+function form(node) {
+  const kind = kindOf(node);
+  /** @type {SaidNode} */
+  const said = { id: node.id, kind, title: wellFormed(node.title ?? ""), added: node.dateAdded };
+  if (kind === "root") {
+    said.root = rootOf(node);
+    said.syncing = node.syncing;
+  } else {
+    said.parent = node.parentId;
+  }
+  if (kind === "bookmark") said.url = wellFormed(node.url ?? "");
+  return said;
+}
+
+const encoder = new TextEncoder();
+
+/** The bytes that the browser sends for it, at most: Chromium writes some characters as escapes. @param {SaidNode} said */
+function sizeOf(said) {
+  return encoder.encode(JSON.stringify(said).replace(/[<\u007f\u2028\u2029]/g, "\\u0000")).length + 1;
+}
+
+/** The folders that everything lies in. An administrator's bookmarks are not the user's to change. */
+async function roots() {
+  const [top] = await api.bookmarks.getTree();
+  return (top.children ?? []).filter(each => rootOf(each) && !each.unmodifiable);
+}
+
+/** Gives all nodes to `say`, parents first, as many at a time as fit into a message. @param {(nodes: SaidNode[]) => void} say */
+export async function read(say) {
+  // Folders may lie in one another too deep for a function that calls itself.
+  /** @type {BrowserNode[]} */
+  const waiting = (await roots()).reverse();
+  /** @type {SaidNode[]} */
+  let nodes = [];
+  let size = 0;
+  for (let node = waiting.pop(); node; node = waiting.pop()) {
+    let said = form(node);
+    if (sizeOf(said) > ROOM && said.kind === "bookmark") said = { id: said.id, kind: "separator", title: "", parent: said.parent };
+    const added = sizeOf(said);
+    if (size + added > ROOM) {
+      say(nodes);
+      nodes = [];
+      size = 0;
+    }
+    nodes.push(said);
+    size += added;
+    for (const child of (node.children ?? []).toReversed()) waiting.push(child);
+  }
+  return nodes;
+}
+
+/** @param {string} id @returns {Promise<BrowserNode>} */
+async function get(id) {
+  const [node] = await api.bookmarks.get(id);
+  return node;
+}
+
+/** A node that may be changed. @param {string} id */
+async function changeable(id) {
+  const node = await get(id);
+  if (rootOf(node) || node.unmodifiable || OUT_OF_BOUNDS.has(id) || OUT_OF_BOUNDS.has(node.parentId ?? "")) {
+    throw new Error("this folder is the browser's own");
+  }
+  return node;
+}
+
+/** @param {string} parent */
+function mustTakeChildren(parent) {
+  if (OUT_OF_BOUNDS.has(parent)) throw new Error("this folder is the browser's own");
+}
+
+/** Firefox takes a place beyond the end for the end, Chromium refuses it.
+ * @template Result
+ * @param {string} parent @param {number} index @param {(index: number) => Promise<Result>} act */
+async function orAtTheEnd(parent, index, act) {
+  try {
+    return await act(index);
+  } catch (error) {
+    const { length } = await api.bookmarks.getChildren(parent);
+    if (!(index > length)) throw error;
+    return act(length);
+  }
+}
+
+/** An empty address makes a folder in Chromium. @param {string | undefined} url */
+function mustBeAddress(url) {
+  if (url === "") throw new Error("the address is empty");
+}
+
+/** @param {Request} request */
+async function create({ parent, index, title, url }) {
+  mustBeAddress(url);
+  mustTakeChildren(parent);
+  const made = await orAtTheEnd(parent, index, place => api.bookmarks.create({ parentId: parent, index: place, title, url }));
+  return made.id;
+}
+
+/** Refuses where the user was faster: one of the values that the host expects is another by now. @param {BrowserNode} node
+ *  @param {Record<string, unknown>} expect */
+function mustBe(node, expect = {}) {
+  const there = /** @type {Record<string, unknown>} */ (form(node));
+  if (["kind", "title", "url", "parent"].some(name => name in expect && expect[name] !== there[name])) throw new Error("different");
+}
+
+/** @param {Request} request */
+async function update({ node, title, url, expect }) {
+  mustBeAddress(url);
+  mustBe(await changeable(node), expect);
+  await api.bookmarks.update(node, { ...(title === undefined ? {} : { title }), ...(url === undefined ? {} : { url }) });
+  return node;
+}
+
+/** @param {Request} request */
+async function move({ node, parent, index, expect }) {
+  mustTakeChildren(parent);
+  const before = await changeable(node);
+  mustBe(before, expect);
+  // Within a folder Chromium counts the places as they were before.
+  const later = !isFirefox && before.parentId === parent && index > (before.index ?? 0) ? 1 : 0;
+  await orAtTheEnd(parent, index + later, place => api.bookmarks.move(node, { parentId: parent, index: place }));
+  return node;
+}
+
+/** @param {Request} request */
+async function remove({ node, expect }) {
+  mustBe(await changeable(node), expect);
+  await api.bookmarks.remove(node);
+  return node;
+}
+
+/** @type {Record<string, { act: (request: Request) => Promise<string>, event: string }>} */
+const CHANGES = {
+  create: { act: create, event: "created" },
+  update: { act: update, event: "changed" },
+  move: { act: move, event: "moved" },
+  remove: { act: remove, event: "removed" },
+};
+
+/** Whether a node that the request names is not there. @param {Request} request */
+async function isMissing({ node, parent }) {
+  for (const id of [node, parent]) {
+    try {
+      if (id !== undefined) await get(id);
+    } catch {
+      return true;
+    }
+  }
+  return false;
+}
+
+/** @type {() => void} */
+let tellChange = () => {};
+/** The events since the request that is being carried out began. @type {string[] | null} */
+let heard = null;
+
+/** @param {string} event @param {string} id */
+function hear(event, id) {
+  if (heard) heard.push(`${event} ${id}`);
+  else tellChange();
+}
+
+/** Leaves out the events that a change of our own makes: `update` one for each field. @param {string} event */
+function forgetEchoes(event) {
+  let left = event.startsWith("changed") ? 2 : 1;
+  heard = (heard ?? []).filter(each => each !== event || left-- <= 0);
+}
+
+/** Has `tell` called when somebody else changes bookmarks. @param {() => void} tell */
+export function listen(tell) {
+  tellChange = tell;
+  api.bookmarks.onCreated.addListener(id => hear("created", id));
+  api.bookmarks.onChanged.addListener(id => hear("changed", id));
+  api.bookmarks.onMoved.addListener(id => hear("moved", id));
+  api.bookmarks.onRemoved.addListener(id => hear("removed", id));
+  // Firefox has neither.
+  api.bookmarks.onChildrenReordered?.addListener(id => hear("reordered", id));
+  api.bookmarks.onImportEnded?.addListener(() => hear("imported", ""));
+}
+
+/** Carries out a request that changes something, and answers it. @param {Request} request */
+export async function change(request) {
+  const { act, event } = CHANGES[request.type];
+  heard = [];
+  try {
+    const node = await act(request);
+    forgetEchoes(`${event} ${node}`);
+    if (request.type === "remove") return { removed: true };
+    const made = await get(node);
+    return { node: { ...form(made), index: made.index } };
+  } catch (error) {
+    return { error: error instanceof Error ? error.message : String(error), missing: await isMissing(request) };
+  } finally {
+    const others = heard.length > 0;
+    heard = null;
+    if (others) tellChange();
+  }
+}
+
+/** @param {string} type */
+export function isChange(type) {
+  return Object.hasOwn(CHANGES, type);
+}

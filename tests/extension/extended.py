@@ -1,0 +1,129 @@
+"""The browsers of tests/browsers with the extension in them, and the user's hand on their bookmarks."""
+
+import json
+import os
+import pathlib
+import shutil
+import sys
+import zipfile
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "browsers"))
+
+from browsers import Chromium, Firefox  # noqa: E402
+
+HOST_NAME = "com.keldra.corvane.bookmarks"
+CHROMIUM_ID = "jkhpgakcmhjkmpknlofaaacbbofenkdk"
+FIREFOX_ID = "bookmarks@corvane.keldra.com"
+
+
+def write_manifest(directory, host, allowed):
+    """Tells the browser of the program."""
+    os.makedirs(directory, exist_ok=True)
+    manifest = {"name": HOST_NAME, "description": "Corvane Bookmarks", "path": host, "type": "stdio", **allowed}
+    pathlib.Path(directory, HOST_NAME + ".json").write_text(json.dumps(manifest), encoding="utf-8")
+
+
+def write_relay(directory, address):
+    """A program that a browser can start, and that calls at the socket."""
+    path = pathlib.Path(directory, "relay")
+    path.write_text(f'#!/bin/sh\nexec "{sys.executable}" -B "{HERE}/relay.py" "{address}" "$@"\n', encoding="utf-8")
+    path.chmod(0o755)
+    return str(path)
+
+
+def whole(body):
+    return f"return (async (...parameters) => {{{body}}})(...arguments);"
+
+
+# In both: `make` puts a tree of [title, contents] into a folder, contents being an address, a list, or null for a separator.
+class ChromiumWithExtension(Chromium):
+    """Its user works in the bookmark manager."""
+
+    flavour = "chromium"
+    language = "de"
+
+    def __init__(self, extension, host):
+        super().__init__()
+        # Debian's program looks for its language in the environment.
+        self.environment["LANGUAGE"] = self.language
+        self.arguments = (f"--load-extension={extension}", f"--lang={self.language}")
+        write_manifest(os.path.join(self.profile, "data", "NativeMessagingHosts"), host,
+                       {"allowed_origins": [f"chrome-extension://{CHROMIUM_ID}/"]})
+
+    def by_user(self, body, *parameters):
+        if not self.script("return location.href").startswith("chrome://bookmarks"):
+            self.open("chrome://bookmarks")
+        return self.script(whole(body), *parameters)
+
+    def make(self, parent, entries):
+        return self.by_user("""
+            const make = async (parentId, entries) => {
+              for (const [title, contents] of entries) {
+                const isFolder = Array.isArray(contents);
+                const made = await chrome.bookmarks.create(isFolder ? {parentId, title} : {parentId, title, url: contents});
+                if (isFolder) await make(made.id, contents);
+              }
+            };
+            await make(...parameters);""", parent, entries)
+
+    def rename(self, node, title):
+        self.by_user("await chrome.bookmarks.update(parameters[0], {title: parameters[1]})", node, title)
+
+    def remove(self, node):
+        self.by_user("await chrome.bookmarks.removeTree(parameters[0])", node)
+
+    def popup(self):
+        return f"chrome-extension://{CHROMIUM_ID}/popup.html"
+
+
+IN_PLACES = """
+const {PlacesUtils} = ChromeUtils.importESModule("resource://gre/modules/PlacesUtils.sys.mjs");
+const {bookmarks} = PlacesUtils;
+"""
+
+
+class FirefoxWithExtension(Firefox):
+    """Its user works in the browser's own bookmarks service."""
+
+    flavour = "firefox"
+    language = "en"
+
+    def __init__(self, extension, host):
+        super().__init__()
+        self.preferences = {"xpinstall.signatures.required": False, "extensions.autoDisableScopes": 0}
+        extensions = os.path.join(self.profile, "extensions")
+        os.mkdir(extensions)
+        with zipfile.ZipFile(os.path.join(extensions, FIREFOX_ID + ".xpi"), "w") as archive:
+            for file in sorted(pathlib.Path(extension).rglob("*")):
+                archive.write(file, file.relative_to(extension))
+        write_manifest(os.path.join(self.profile, ".mozilla", "native-messaging-hosts"), host,
+                       {"allowed_extensions": [FIREFOX_ID]})
+
+    def by_user(self, body, *parameters):
+        return self.in_browser(whole(IN_PLACES + body), *parameters)
+
+    def make(self, parent, entries):
+        return self.by_user("""
+            const form = ([title, contents]) => contents === null ? {type: bookmarks.TYPE_SEPARATOR}
+              : Array.isArray(contents) ? {type: bookmarks.TYPE_FOLDER, title, children: contents.map(form)}
+              : {type: bookmarks.TYPE_BOOKMARK, title, url: contents};
+            await bookmarks.insertTree({guid: parameters[0], children: parameters[1].map(form)});""", parent, entries)
+
+    def rename(self, node, title):
+        self.by_user("await bookmarks.update({guid: parameters[0], title: parameters[1]})", node, title)
+
+    def remove(self, node):
+        self.by_user("await bookmarks.remove(parameters[0])", node)
+
+    def tag(self, address, *tags):
+        self.by_user("PlacesUtils.tagging.tagURI(Services.io.newURI(parameters[0]), parameters[1])", address, tags)
+
+    def popup(self):
+        return self.in_browser("""
+            return WebExtensionPolicy.getByID(arguments[0]).getURL("popup.html");""", FIREFOX_ID)
+
+
+def copy_extension(source, directory):
+    """A copy to be loaded: the browser may write beside it."""
+    return shutil.copytree(source, os.path.join(directory, "extension"))

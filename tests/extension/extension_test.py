@@ -1,0 +1,253 @@
+#!/usr/bin/env python3
+"""The extension in real browsers, Chromium and Firefox: each request of the host's does what it says, what the user does is told
+of, and the popup shows it, on a phone's width, in light and dark, by keys and without a fault that axe-core finds.
+
+usage: extension_test.py BUILD_DIRECTORY [TEST...]
+
+Leaves pictures of the popup in BUILD_DIRECTORY/popup-pictures.
+"""
+
+import os
+import pathlib
+import re
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+from extended import ChromiumWithExtension, FirefoxWithExtension, copy_extension, write_relay  # noqa: E402
+from host_side import ANSWER_SECONDS, Listener  # noqa: E402
+from suite import Requests  # noqa: E402
+
+import axe  # noqa: E402
+from report_test import RUN_AXE, STICKING_OUT  # noqa: E402
+
+BUILD = None
+QUIET_SECONDS = 2  # more than the extension waits before it says that something is different
+TAB, ENTER = "\ue004", "\ue007"
+
+
+class Extension(Requests):
+    """One browser for all tests of a class, and one connection, but where a test makes another."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.library = axe.source(BUILD)
+        cls.pictures = pathlib.Path(BUILD, "popup-pictures")
+        cls.pictures.mkdir(exist_ok=True)
+        directory = cls.enterClassContext(tempfile.TemporaryDirectory())
+        extension = copy_extension(os.path.join(BUILD, "share", "corvane", "browser", "extension"), directory)
+        cls.listener = Listener(os.path.join(directory, "socket"))
+        cls.addClassCleanup(cls.listener.close)
+        cls.flavour = cls.kind.flavour
+        cls.browser = cls.enterClassContext(cls.kind(extension, write_relay(directory, os.path.join(directory, "socket"))))
+        cls.connect()
+        cls.first_hello = cls.hello
+
+    @classmethod
+    def connect(cls):
+        cls.host = cls.listener.accept()
+        cls.hello = cls.host.receive()
+
+    def by_user(self, *entries):
+        """The user makes these, and the host hears of it."""
+        self.browser.make(self.folder, entries)
+        self.host.next("changed")
+
+    def own(self):
+        return [node for node in self.host.read() if node.get("parent") == self.folder]
+
+    # ---- what the extension says by itself
+
+    def test_hello_says_who_is_there(self):
+        hello = dict(self.first_hello)
+        self.assertRegex(hello.pop("run"), r"^[0-9a-f-]{36}$")
+        self.assertRegex(hello.pop("token"), r"^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$")
+        self.assertRegex(hello.pop("version"), r"^\d+(\.\d+)+")
+        self.assertRegex(hello.pop("extension"), r"^\d+\.\d+\.\d+$")
+        self.assertEqual(hello, {"type": "hello", "protocol": 1, "browser": self.flavour, "language": self.kind.language,
+                                 "profile": "", "generation": 0})
+
+    def test_token_and_generation_are_kept_and_replaced(self):
+        self.listener.hang_up()
+        self.connect()
+        before = self.hello
+        self.host.send({"type": "token", "token": "0" * 8 + before["token"][8:]})
+        self.host.send({"type": "generation", "generation": before["generation"] + 7})
+        self.host.read()
+        self.listener.hang_up()
+        self.connect()
+        self.assertEqual(self.hello, {**before, "token": "0" * 8 + before["token"][8:], "generation": before["generation"] + 7})
+
+    def test_edits_of_the_user_are_told_of_once_until_they_are_read(self):
+        self.by_user(["One", "https://one.example/"], ["Two", []])
+        self.browser.make(self.folder, [["Three", "https://three.example/"]])
+        self.assertTrue(self.host.is_quiet("changed", QUIET_SECONDS))
+        nodes = self.own()
+        self.assertEqual([node["title"] for node in nodes], ["One", "Two", "Three"])
+        self.browser.rename(nodes[0]["id"], "One, renamed")
+        self.host.next("changed")
+        self.assertEqual(self.own()[0]["title"], "One, renamed")
+        self.browser.remove(nodes[1]["id"])
+        self.host.next("changed")
+        self.assertEqual([node["title"] for node in self.own()], ["One, renamed", "Three"])
+
+    def test_what_the_host_asks_for_is_no_news(self):
+        node = self.make(self.folder, "a", "https://a.example/")
+        self.make(self.folder, "b", "https://b.example/")
+        self.host.ask("update", node=node, title="a2", url="https://a2.example/")
+        self.host.ask("move", node=node, parent=self.folder, index=0)
+        self.host.ask("remove", node=node, expect={"kind": "bookmark", "title": "a2", "url": "https://a2.example/"})
+        self.assertTrue(self.host.is_quiet("changed", QUIET_SECONDS))
+
+    # ---- the popup
+
+    def open_popup(self, width=360, scheme="light"):
+        self.browser.look(width, 640, scheme)
+        self.browser.open(self.browser.popup())
+        self.host.next("status")
+
+    def shown(self, name):
+        return self.browser.script("const at = document.getElementById(arguments[0]); "
+                                   "return at.checkVisibility() ? at.textContent : null", name)
+
+    def say_state(self, **state):
+        self.host.send({"type": "state", **state})
+        # An answer that comes back says that it has got there; the popup is told in the same order.
+        self.host.read()
+        self.browser.script("return new Promise(resolve => requestAnimationFrame(() => setTimeout(resolve)))")
+
+    def wait_until_shown(self, name, pattern):
+        end = time.monotonic() + ANSWER_SECONDS
+        while time.monotonic() < end:
+            text = self.shown(name)
+            if text is not None and re.search(pattern, text):
+                return text
+            self.browser.script("return new Promise(resolve => setTimeout(resolve, 20))")
+        self.fail(f"{name} shows {text!r} and not {pattern!r}")
+
+    def test_popup_shows_each_state_without_a_fault(self):
+        last = {"time": 1_700_000_000_000, "pushed": 3, "pulled": 12_000, "conflicts": 1}
+        notice = {"text": "The browser's own account syncs bookmarks, too."}
+        states = {
+            "idle": {"state": "idle", "since": 1_700_000_000_000, "last": last},
+            "syncing": {"state": "syncing", "progress": {"done": 1200, "of": 50_000}, "notice": notice},
+            "paused": {"state": "paused", "last": last},
+            "problem": {"state": "problem", "problem": {"text": "Most bookmarks are gone from this browser: " + "x" * 200,
+                                                        "remedy": "loomerctl approve " + "y" * 80}, "last": last},
+        }
+        sticking_out = STICKING_OUT.replace("main *", "main, main *")
+        grounds = set()
+        for scheme in ("light", "dark"):
+            self.open_popup(360, scheme)
+            for name, state in states.items():
+                with self.subTest(state=name, scheme=scheme):
+                    self.say_state(**state)
+                    self.wait_until_shown("state", self.texts[name])
+                    self.browser.screenshot(self.pictures / f"{self.flavour}-{name}-{scheme}.png")
+                    self.assertEqual(self.browser.script(sticking_out), [])
+                    self.assertEqual(self.browser.script(RUN_AXE, self.library), [])
+            grounds.add(self.browser.script("return getComputedStyle(document.body).backgroundColor"))
+        self.assertEqual(len(grounds), 2)
+        self.assertEqual(self.shown("pulled"), self.texts["12000"])
+        self.assertEqual(self.browser.script("return document.documentElement.lang"), self.kind.language)
+
+    def test_popup_takes_what_it_is_told_for_text(self):
+        self.open_popup()
+        hostile = "<img src=x onerror='window.alarm=1'><b>bold</b>"
+        self.say_state(state="problem", problem={"text": hostile, "remedy": hostile}, last={"time": hostile, "pushed": hostile})
+        self.wait_until_shown("problem-text", re.escape(hostile))
+        self.assertEqual(self.shown("remedy"), hostile)
+        self.assertEqual(self.shown("pushed"), "0")
+        self.assertEqual(self.browser.script("return [typeof window.alarm, document.querySelectorAll('img, b').length]"),
+                         ["undefined", 0])
+
+    def test_popup_is_worked_by_keys(self):
+        self.open_popup()
+        self.say_state(state="idle")
+        focus = "return document.activeElement.id"
+        self.browser.press(TAB)
+        self.assertEqual(self.browser.script(focus), "sync")
+        self.browser.press(ENTER)
+        self.assertEqual(self.host.next("syncNow"), {"type": "syncNow"})
+        self.say_state(state="syncing", progress={"done": 1, "of": 2})
+        self.assertEqual(self.browser.script(focus), "sync", "keeps the focus, though nothing comes of it")
+        self.browser.press(ENTER, TAB, TAB)
+        self.assertEqual(self.browser.script(focus), "stop")
+        self.browser.press(ENTER)
+        self.host.next("stop")
+        self.assertTrue(self.host.is_quiet("syncNow", 0.1))
+
+    def test_pause_is_kept_over_connections(self):
+        self.open_popup()
+        self.say_state(state="idle")
+        self.browser.press(TAB, TAB, ENTER)
+        self.assertEqual(self.host.next("pause"), {"type": "pause", "paused": True})
+        self.host.read()
+        self.listener.hang_up()
+        self.connect()
+        self.assertEqual(self.host.receive(), {"type": "pause", "paused": True})
+        self.open_popup()
+        self.say_state(state="paused")
+        self.browser.press(TAB, TAB, ENTER)
+        self.assertEqual(self.host.next("pause"), {"type": "pause", "paused": False})
+
+    def test_popup_says_that_the_host_is_not_there(self):
+        self.open_popup()
+        self.listener.hang_up()
+        try:
+            self.wait_until_shown("problem-text", self.texts["unreachable"])
+            self.assertEqual(self.shown("remedy"), "loomerctl browser status")
+        finally:
+            self.connect()
+
+
+class ChromiumExtension(Extension, unittest.TestCase):
+    kind = ChromiumWithExtension
+    texts = {"idle": "^Auf demselben Stand seit 14.11.2023", "syncing": "^Wird synchronisiert: 1.200 von 50.000$",
+             "paused": "^Angehalten", "problem": "^Etwas braucht", "unreachable": "^Das Programm auf diesem Rechner",
+             "12000": "12.000"}
+
+    def test_a_bookmark_longer_than_a_message_is_a_separator(self):
+        self.by_user(["before", "https://a.example/"], ["x" * 300_000, "https://b.example/"], ["after", "https://c.example/"])
+        self.assertEqual([node["kind"] for node in self.own()], ["bookmark", "separator", "bookmark"])
+        self.browser.by_user("for (const each of await chrome.bookmarks.getChildren(parameters[0])) "
+                             "await chrome.bookmarks.remove(each.id)", self.folder)
+        self.host.next("changed")
+
+    def test_reordering_in_the_bookmark_manager_is_told_of(self):
+        self.by_user(["b", "https://b.example/"], ["a", "https://a.example/"])
+        self.own()
+        self.browser.by_user("await new Promise(done => chrome.bookmarkManagerPrivate.sortChildren(parameters[0]) ?? done())",
+                             self.folder)
+        self.host.next("changed")
+        self.assertEqual([node["title"] for node in self.own()], ["a", "b"])
+
+
+class FirefoxExtension(Extension, unittest.TestCase):
+    kind = FirefoxWithExtension
+    texts = {"idle": "^In step since Nov 14, 2023", "syncing": "^Syncing: 1,200 of 50,000$", "paused": "^Paused",
+             "problem": "^Something needs you", "unreachable": "^The program on this computer", "12000": "12,000"}
+
+    def test_separators_have_a_place(self):
+        self.by_user(["before", "https://a.example/"], ["", None], ["after", "https://c.example/"])
+        self.assertEqual([node["kind"] for node in self.own()], ["bookmark", "separator", "bookmark"])
+
+    def test_tags_are_neither_given_nor_touched(self):
+        self.by_user(["tagged", "https://tagged.example/"])
+        before = len(self.host.read())
+        self.browser.tag("https://tagged.example/", "red", "two words")
+        self.assertEqual(len(self.host.read()), before)
+        for request in ({"type": "create", "parent": "tags________", "index": 0, "title": "x"},
+                        {"type": "update", "node": "tags________", "title": "x"}):
+            self.assert_refused(self.host.ask(request.pop("type"), **request))
+        tags = self.browser.by_user("return PlacesUtils.tagging.getTagsForURI(Services.io.newURI(parameters[0]))",
+                                    "https://tagged.example/")
+        self.assertEqual(tags, ["red", "two words"])
+
+
+if __name__ == "__main__":
+    BUILD = os.path.abspath(sys.argv.pop(1))
+    unittest.main(verbosity=2)
