@@ -7,6 +7,9 @@
 
 A translation has the placeholders of its text and its `commands`, a counted text all plural forms of the language. How
 texts are written in the sources, and found in the tables, says CorvaneSyncClient/platform/system/Messages.h.
+
+What is thrown is shown to a person, so that its words come from the tables, too: in a `throw`, and in a call of a function
+that never returns, words stand in a text alone. LOGGED names the places whose exceptions nobody shows.
 """
 
 import collections
@@ -18,10 +21,21 @@ LANGUAGES = {"en": ("one", "other"), "de": ("one", "other"), "es": ("one", "othe
 SOURCES = ("CorvaneSyncClient", "tools")
 MECHANISM = "CorvaneSyncClient/platform/system/Messages"
 
+# Their exceptions reach the logs alone, which are in English: those of sessions, of the server while it serves, and what the
+# lowest room says, which knows no tables.
+LOGGED = tuple(f"CorvaneSyncClient/{room}/" for room in (
+    "front", "model", "session", "store", "platform/foundation", "platform/loomer/api", "platform/loomer/session",
+    "platform/system/locks")) + tuple(f"tools/corvane-hub/{source}" for source in (
+        "Connection", "FolderWatch", "HubServer", "Listeners", "ObjectFiles", "TlsCertificate"))
+# What they say is a programmer's fault, or is caught by those who throw it.
+UNSHOWN = ("NSInvalidArgumentException", "NoJournal", "OutputClosed", "failForm")
+
 COMMENT = re.compile(r'("(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)*\')|//[^\n]*|/\*.*?\*/', re.DOTALL)
 CALL = re.compile(r"(?<![.>\w])(tr|counted|TextKey|MessageText<\d>)\s*\(")
 LITERAL = re.compile(r'\s*"((?:[^"\\\n]|\\.)*)"')
 ESCAPE = re.compile(r"\\(u[0-9A-Fa-f]{4}|.)")
+NEVER_RETURNS = re.compile(r"\[\[noreturn\]\][^;{]*?\b(\w+)\s*\(")
+WORDS = re.compile(r"[A-Za-z]{2,}[^A-Za-z]* [^A-Za-z]*[A-Za-z]|[A-Za-z]{2,} $|^ [A-Za-z]{2,}")
 PLACEHOLDER = re.compile(r"%[1-9]")
 COMMAND = re.compile(r"`[^`]*`")
 
@@ -73,15 +87,53 @@ def texts_of(code, name):
             yield Text(key, one, place)
 
 
+def end_of_call(code, at):
+    """Behind the bracket that closes the call whose arguments begin at `at`."""
+    depth = 1
+    while depth:
+        if quoted := LITERAL.match(code, at):
+            at = quoted.end()
+            continue
+        depth += (code[at] in "([{") - (code[at] in ")]}")
+        at += 1
+    return at
+
+
+def shown_untranslated(code, name, never_return):
+    """The words in what is thrown that stand in no text."""
+    thrower = re.compile(r"\bthrow\s+[\w:]+\s*[({]|\b(?:%s)\s*\(" % "|".join(never_return or ("throw",)))
+    for call in thrower.finditer(code):
+        arguments = code[call.start() : end_of_call(code, call.end())]
+        if any(word in arguments for word in UNSHOWN):
+            continue
+        while text := CALL.search(arguments):
+            arguments = arguments[: text.start()] + arguments[end_of_call(arguments, text.end()) :]
+        for literal in LITERAL.finditer(arguments):
+            if WORDS.search(literal[1]):
+                yield f'{name}:{code.count(chr(10), 0, call.start()) + 1}: "{literal[1]}" is shown and stands in no table'
+
+
+def sources(root):
+    """Name and code of each, comments becoming space of as many lines."""
+    for source in sorted(file for folder in SOURCES for file in (root / folder).rglob("*") if file.suffix in (".h", ".cpp")):
+        name = source.relative_to(root).as_posix()
+        if not name.startswith(MECHANISM):
+            yield name, COMMENT.sub(lambda m: m[1] or "\n" * m[0].count("\n"), source.read_text(encoding="utf-8"))
+
+
+def problems_of_exceptions(root):
+    codes = dict(sources(root))
+    for name, code in codes.items():
+        if name.startswith(LOGGED):
+            continue
+        header = codes.get(re.sub(r"\.cpp$", ".h", name), "")
+        yield from shown_untranslated(code, name, sorted({*NEVER_RETURNS.findall(code), *NEVER_RETURNS.findall(header)}))
+
+
 def used_texts(root):
     """The sources' texts by source, each where it is first used."""
     found = {}
-    for source in sorted(file for folder in SOURCES for file in (root / folder).rglob("*") if file.suffix in (".h", ".cpp")):
-        name = source.relative_to(root).as_posix()
-        if name.startswith(MECHANISM):
-            continue
-        # Comments become space of as many lines.
-        code = COMMENT.sub(lambda m: m[1] or "\n" * m[0].count("\n"), source.read_text(encoding="utf-8"))
+    for name, code in sources(root):
         for text in texts_of(code, name):
             known = found.setdefault(text.key, text)
             if known.one != text.one:
@@ -216,6 +268,7 @@ def main():
     try:
         used = used_texts(root)
         problems = [problem for text in used.values() for problem in problems_of_text(text)]
+        problems += problems_of_exceptions(root)
         for language in LANGUAGES:
             path = root / "resources" / f"{language}.lproj" / "Messages.strings"
             if "--update" in sys.argv:

@@ -31,7 +31,7 @@ import histories  # noqa: E402
 import places  # noqa: E402
 import power  # noqa: E402
 import proxy  # noqa: E402
-from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, root_with, taken_lines, write  # noqa: E402
+from homes import FIRST, STALE_AFTER_SECONDS, Failure, Home, Tools, preloadable, root_with, taken_lines, write  # noqa: E402
 
 SESSION_SECONDS = 900
 SETTLEMENT_ROUNDS = 20
@@ -47,11 +47,6 @@ DAY_SECONDS = 87_000  # and a little
 WAITS = {"for ten minutes": 660, "for a day": DAY_SECONDS}
 WEEK_SECONDS = 7 * 86_400
 YEAR_SECONDS = 365 * 86_400
-
-
-def preloadable(path):
-    """The library by a name of this process's: in LD_PRELOAD a name ends at a blank or a colon, and a path may hold both."""
-    return f"/proc/{os.getpid()}/fd/{os.open(path, os.O_RDONLY)}"
 
 
 class Computer(Home):

@@ -18,17 +18,12 @@ TESTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
 SEAL_ORACLE = os.path.join(TESTS, "pelto", "seal", "seal_oracle.py")
 sys.path.insert(0, os.path.join(TESTS, "crash"))
 
-from homes import FIRST, Home, Tools, leaf, root_with, taken_lines, write  # noqa: E402
+from homes import FIRST, Home, Tools, leaf, preloadable, root_with, taken_lines, write  # noqa: E402
 
 # What is interrupted at some points is interrupted at all of them.
 EVERYWHERE = "CORVANE_EVERYWHERE" in os.environ
 ALONE = "Bookmarks were synced on this computer alone, not with the online service: "
 PR_SET_PDEATHSIG = 1
-
-
-def preloadable(path):
-    """The library by a name of this process's: in LD_PRELOAD a name ends at a blank or a colon, and a path may hold both."""
-    return f"/proc/{os.getpid()}/fd/{os.open(path, os.O_RDONLY)}"
 
 
 class Service:

@@ -167,6 +167,11 @@ def root_with(children):
             "UnknownInRoot": ["kept", 1], "Children": children}
 
 
+def preloadable(path):
+    """The library by a name of this process's: in LD_PRELOAD a name ends at a blank or a colon, and a path may hold both."""
+    return f"/proc/{os.getpid()}/fd/{os.open(path, os.O_RDONLY)}"
+
+
 def taken_lines(log):
     """What was logged since this was asked last: reading takes the file away."""
     if not os.path.exists(log):

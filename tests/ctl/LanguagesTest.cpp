@@ -70,6 +70,15 @@ TEST_F(Languages, AreThoseOfTheUser) {
   }
 }
 
+TEST_F(Languages, SayWhatIsWrongWithTheStore) {
+  seed();
+  breakCopy("UPDATE records SET place = 0 WHERE id > 0");
+  EXPECT_THAT(in("de_DE.UTF-8", {"check"}).out, HasSubstr("- Platz doppelt vergeben: "));
+  EXPECT_THAT(in("de_DE.UTF-8", {"check", "--json"}).out, HasSubstr("\"place taken twice\""));
+  breakCopy("PRAGMA user_version = 99");
+  EXPECT_THAT(in("de_DE.UTF-8", {"tree"}).err, HasSubstr("er hat die Version 99"));
+}
+
 TEST_F(Languages, LeaveWhatProgramsReadAlone) {
   seed();
   const std::string english = in("C", {"changes", "--json"}).out;

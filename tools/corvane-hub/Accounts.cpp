@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
@@ -22,7 +23,7 @@ namespace {
 
 void makeDirectory(const std::string& path) {
   if (const PrivateFileError failed = makePrivateDirectory(path)) {
-    throw HubFailure(failed.path + " cannot be made", failed.error);
+    throw HubFailure(tr("%1 cannot be made", failed.path), failed.error);
   }
 }
 
@@ -31,7 +32,7 @@ constexpr const char* kRemovedMark = ".old.";
 
 std::vector<std::string> entriesOf(const std::string& path) {
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), &::closedir);
-  if (!directory) throw HubFailure(path + " cannot be read", lastSystemError());
+  if (!directory) throw HubFailure(tr("%1 cannot be read", path), lastSystemError());
   std::vector<std::string> names;
   while (const dirent* entry = ::readdir(directory.get())) {
     names.emplace_back(entry->d_name);
@@ -51,7 +52,7 @@ std::vector<std::string> namesIn(const std::string& path) {
 void replaceFile(const std::string& path, const std::string& text) {
   const PrivateUmask ownAlone;
   if (const std::error_code error = LinuxFileSystem().writeAtomically(path, text)) {
-    throw HubFailure(path + " cannot be written", error);
+    throw HubFailure(tr("%1 cannot be written", path), error);
   }
 }
 
@@ -60,7 +61,7 @@ std::optional<std::string> contentsOf(const std::string& path) {
   std::string text;
   const std::error_code error = readRegular(path, text, [](const struct stat&) { return std::error_code(); });
   if (error == std::errc::no_such_file_or_directory) return {};
-  if (error) throw HubFailure(path + " cannot be read", error);
+  if (error) throw HubFailure(tr("%1 cannot be read", path), error);
   return text;
 }
 
@@ -78,7 +79,7 @@ void Accounts::synchronize() const {
   const FileDescriptor directory(
       retryingInterrupted([&] { return ::open(_data.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (!directory || ::syncfs(directory.number()) != 0)
-    throw HubFailure(_data + " did not reach the disk", lastSystemError());
+    throw HubFailure(tr("%1 did not reach the disk", _data), lastSystemError());
 }
 
 void Accounts::clearRemoved() const {
@@ -86,7 +87,7 @@ void Accounts::clearRemoved() const {
   for (const std::string& name : entriesOf(path)) {
     if (name.find(kRemovedMark) == std::string::npos) continue;
     if (const std::error_code error = LinuxFileSystem().remove(path + '/' + name)) {
-      throw HubFailure(path + '/' + name + " cannot be deleted", error);
+      throw HubFailure(tr("%1 cannot be deleted", path + '/' + name), error);
     }
   }
 }
@@ -113,7 +114,7 @@ bool Accounts::add(const std::string& account, std::uint64_t quota) {
   }
   LinuxFileSystem().remove(made);
   if (error == std::errc::file_exists) return false;
-  throw HubFailure(whole + " cannot be made", error);
+  throw HubFailure(tr("%1 cannot be made", whole), error);
 }
 
 bool Accounts::remove(const std::string& account) {
@@ -123,7 +124,7 @@ bool Accounts::remove(const std::string& account) {
     const UsageLedger lock(directoryOf(account));
     if (const std::error_code error =
             LinuxFileSystem().renameWithoutReplacing(directoryOf(account), removed)) {
-      throw HubFailure(directoryOf(account) + " cannot be moved to " + removed, error);
+      throw HubFailure(tr("%1 cannot be moved to %2", directoryOf(account), removed), error);
     }
   }
   announceChange();
@@ -137,7 +138,7 @@ std::uint64_t Accounts::quota(const std::string& account) const {
   std::string text = contentsOf(path).value_or("");
   if (text.ends_with('\n')) text.pop_back();
   const std::optional<std::uint64_t> quota = parsedSize(text);
-  if (!quota) throw HubFailure(path + " holds no number of bytes");
+  if (!quota) throw HubFailure(tr("%1 holds no number of bytes", path));
   return *quota;
 }
 
@@ -192,7 +193,7 @@ std::optional<TokenRecord> Accounts::tokenRecord(const std::string& account,
   const std::optional<std::string> text = contentsOf(path);
   if (!text) return {};
   const std::optional<TokenRecord> record = parsedTokenRecord(*text);
-  if (!record) throw HubFailure(path + " holds no token's hash");
+  if (!record) throw HubFailure(tr("%1 holds no token's hash", path));
   return record;
 }
 
@@ -200,9 +201,9 @@ void Accounts::announceChange() const {
   const FileDescriptor file(retryingInterrupted([&] {
     return ::open(changedFile().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFileMode);
   }));
-  if (!file) throw HubFailure(changedFile() + " cannot be opened", lastSystemError());
+  if (!file) throw HubFailure(tr("%1 cannot be opened", changedFile()), lastSystemError());
   if (const std::error_code error = writeAll(file, "tokens\n")) {
-    throw HubFailure(changedFile() + " cannot be written", error);
+    throw HubFailure(tr("%1 cannot be written", changedFile()), error);
   }
 }
 

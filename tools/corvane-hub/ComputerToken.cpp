@@ -5,6 +5,7 @@
 #include <sys/random.h>
 
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "tools/corvane-hub/HubFailure.h"
 #include "tools/corvane-hub/ObjectNames.h"
@@ -61,7 +62,8 @@ NewToken newToken(const std::string& account, const std::string& computer) {
   SecretHash secret;
   // Up to 256 bytes come whole, and are waited for where the machine has just started.
   const ssize_t count = retryingInterrupted([&] { return ::getrandom(secret.data(), secret.size(), 0); });
-  if (count != static_cast<ssize_t>(secret.size())) throw HubFailure("no random bytes", lastSystemError());
+  if (count != static_cast<ssize_t>(secret.size()))
+    throw HubFailure(tr("no random bytes"), lastSystemError());
   return {account + '.' + computer + '.' + hexOf(secret), hashOf(secret)};
 }
 

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/RegularFile.h"
 #include "tools/corvane-hub/HubFailure.h"
 
@@ -68,25 +69,25 @@ class Reader {
     line = trimmed(line);
     if (line.empty() || line.front() == '#') return;
     const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos) refuse("a line is KEY = VALUE, or a comment after \"#\"");
+    if (equals == std::string_view::npos) refuse(tr("a line is KEY = VALUE, or a comment after \"#\""));
     const std::string key(trimmed(line.substr(0, equals)));
     const std::string value(trimmed(line.substr(equals + 1)));
-    if (value.empty()) refuse("\"" + key + "\" has no value");
-    if (key != "listen" && !_seen.insert(key).second) refuse("\"" + key + "\" stands twice");
+    if (value.empty()) refuse(tr("\"%1\" has no value", key));
+    if (key != "listen" && !_seen.insert(key).second) refuse(tr("\"%1\" stands twice", key));
     set(key, value);
   }
 
   /// What holds for all lines together.
   HubConfiguration finished() {
     if (_configuration.certificate.empty() != _configuration.key.empty()) {
-      refuseWhole("\"certificate\" and \"key\" go together");
+      refuseWhole(tr("\"certificate\" and \"key\" go together"));
     }
     for (const ListenAddress& address : _configuration.listen) {
       if (!address.isLocal() && !_configuration.hasCertificate()) {
         refuseWhole(
-            "\"listen = " + address.text() +
-            "\" would carry tokens unencrypted: give a certificate and a key, or listen on 127.0.0.1, "
-            "[::1] or a Unix socket, with a proxy in front that does TLS");
+            tr("\"listen = %1\" would carry tokens unencrypted: give a certificate and a key, or listen on "
+               "127.0.0.1, [::1] or a Unix socket, with a proxy in front that does TLS",
+               address.text()));
       }
     }
     return _configuration;
@@ -103,21 +104,21 @@ class Reader {
     } else if (key == "quota") {
       const std::optional<std::uint64_t> size = parsedSize(value);
       if (!size)
-        refuse("\"quota\" is a number of bytes such as 1073741824, or one with KiB, MiB, GiB or TiB");
+        refuse(tr("\"quota\" is a number of bytes such as 1073741824, or one with KiB, MiB, GiB or TiB"));
       _configuration.quota = *size;
     } else if (key == "listen") {
       const std::optional<ListenAddress> address = parsedListenAddress(value);
       if (!address)
-        refuse("\"listen\" is such as 127.0.0.1:8420, [::1]:8420 or unix:/run/corvane-hub/socket");
+        refuse(tr("\"listen\" is such as 127.0.0.1:8420, [::1]:8420 or unix:/run/corvane-hub/socket"));
       _configuration.listen.push_back(*address);
     } else {
-      refuse("there is no \"" + key + "\"; there are data, listen, certificate, key and quota");
+      refuse(tr("there is no \"%1\"; there are data, listen, certificate, key and quota", key));
     }
   }
 
   std::string absolute(const std::string& key, const std::string& value) const {
     if (value.front() != '/' || value.find('\0') != std::string::npos) {
-      refuse("\"" + key + "\" is a path that begins with \"/\"");
+      refuse(tr("\"%1\" is a path that begins with \"/\"", key));
     }
     return value;
   }
@@ -156,7 +157,7 @@ HubConfiguration parsedConfiguration(std::string_view text, const std::string& f
 HubConfiguration configurationIn(const std::string& file) {
   std::string text;
   const std::error_code error = readRegular(file, text, [](const struct stat&) { return std::error_code(); });
-  if (error) throw HubFailure("the configuration " + file + " cannot be read", error);
+  if (error) throw HubFailure(tr("the configuration %1 cannot be read", file), error);
   return parsedConfiguration(text, file);
 }
 
@@ -174,7 +175,7 @@ std::optional<std::uint64_t> parsedSize(std::string_view text) {
 }
 
 std::string sizeText(std::uint64_t bytes) {
-  if (bytes < 1024) return std::to_string(bytes) + " bytes";
+  if (bytes < 1024) return counted(bytes, "%1 byte", "%1 bytes");
   std::size_t unit = 0;
   while (unit + 1 < std::size(kUnits) && bytes >= std::uint64_t{1} << (10 * (unit + 2))) ++unit;
   const double scaled =

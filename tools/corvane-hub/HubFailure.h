@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::hubserver {
 
@@ -14,7 +15,7 @@ class HubFailure : public PlatformException {
   explicit HubFailure(std::string reason) : PlatformException("CorvaneHubFailure", std::move(reason)) {}
   /// `what` failed, such as "PATH cannot be opened", for a cause of the system's.
   HubFailure(const std::string& what, std::error_code cause)
-      : PlatformException("CorvaneHubFailure", what + ": " + cause.message()), _cause(cause) {}
+      : PlatformException("CorvaneHubFailure", tr("%1: %2", what, cause.message())), _cause(cause) {}
 
   /// Whether there is no room left on the disk, or none for the server's user.
   bool isFull() const { return _cause.value() == ENOSPC || _cause.value() == EDQUOT; }

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <memory>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/files/RegularFile.h"
 #include "tools/corvane-hub/HubFailure.h"
@@ -27,7 +28,7 @@ std::string bootOf() {
     std::string text;
     const std::error_code error = readRegular("/proc/sys/kernel/random/boot_id", text,
                                               [](const struct stat&) { return std::error_code(); });
-    if (error) throw HubFailure("/proc/sys/kernel/random/boot_id cannot be read", error);
+    if (error) throw HubFailure(tr("%1 cannot be read", "/proc/sys/kernel/random/boot_id"), error);
     while (text.ends_with('\n')) text.pop_back();
     return text;
   }();
@@ -39,7 +40,7 @@ std::optional<LedgerRecord> readRecord(const FileDescriptor& file) {
   std::string text(kRecordLength + 1, '\0');
   const ssize_t size =
       retryingInterrupted([&] { return ::pread(file.number(), text.data(), text.size(), 0); });
-  if (size < 0) throw HubFailure("a record of usage cannot be read", lastSystemError());
+  if (size < 0) throw HubFailure(tr("a record of usage cannot be read"), lastSystemError());
   std::optional<LedgerRecord> record =
       parsedLedgerRecord(std::string_view(text).substr(0, static_cast<std::size_t>(size)));
   if (record && record->boot != bootOf()) record.reset();
@@ -65,7 +66,7 @@ using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
 
 Directory opened(const std::string& path) {
   Directory directory(::opendir(path.c_str()), &::closedir);
-  if (!directory) throw HubFailure(path + " cannot be read", lastSystemError());
+  if (!directory) throw HubFailure(tr("%1 cannot be read", path), lastSystemError());
   return directory;
 }
 
@@ -75,7 +76,7 @@ std::uint64_t chargeOfFolder(const std::string& path) {
   while (const dirent* entry = ::readdir(folder.get())) {
     struct stat status {};
     if (::fstatat(::dirfd(folder.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      throw HubFailure(path + "/" + entry->d_name + " cannot be looked at", lastSystemError());
+      throw HubFailure(tr("%1 cannot be looked at", path + '/' + entry->d_name), lastSystemError());
     }
     if (S_ISREG(status.st_mode)) bytes += chargeOf(static_cast<std::uint64_t>(status.st_size));
   }
@@ -118,9 +119,9 @@ UsageLedger::UsageLedger(const std::string& account) : _account(account) {
   const std::string path = account + "/usage";
   _file = FileDescriptor(retryingInterrupted(
       [&] { return ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFileMode); }));
-  if (!_file) throw HubFailure(path + " cannot be opened", lastSystemError());
+  if (!_file) throw HubFailure(tr("%1 cannot be opened", path), lastSystemError());
   if (retryingInterrupted([&] { return ::flock(_file.number(), LOCK_EX); }) != 0) {
-    throw HubFailure(path + " cannot be locked", lastSystemError());
+    throw HubFailure(tr("%1 cannot be locked", path), lastSystemError());
   }
   struct stat mine {};
   struct stat named {};
@@ -128,7 +129,7 @@ UsageLedger::UsageLedger(const std::string& account) : _account(account) {
   // gone.
   if (::fstat(_file.number(), &mine) != 0 || ::stat(path.c_str(), &named) != 0 ||
       mine.st_ino != named.st_ino) {
-    throw HubFailure(account + " has been removed",
+    throw HubFailure(tr("%1 has been removed", account),
                      std::make_error_code(std::errc::no_such_file_or_directory));
   }
   const std::optional<LedgerRecord> record = readRecord(_file);
@@ -178,9 +179,9 @@ void UsageLedger::write() {
   const std::string text = textOf(_record);
   const ssize_t count =
       retryingInterrupted([&] { return ::pwrite(_file.number(), text.data(), text.size(), 0); });
-  if (count < 0) throw HubFailure(_account + "/usage cannot be written", lastSystemError());
+  if (count < 0) throw HubFailure(tr("%1 cannot be written", _account + "/usage"), lastSystemError());
   if (count != static_cast<ssize_t>(text.size())) {
-    throw HubFailure(_account + "/usage cannot be written",
+    throw HubFailure(tr("%1 cannot be written", _account + "/usage"),
                      std::make_error_code(std::errc::no_space_on_device));
   }
 }

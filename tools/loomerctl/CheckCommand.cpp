@@ -49,21 +49,21 @@ bool writeFindings(JsonWriter& json, TruthStore& store, Progress& progress) {
 }
 
 bool printFindings(Output& out, TruthStore& store, Progress& progress) {
-  std::map<std::string, std::size_t> counts;    // by rule
-  std::map<std::string, std::string> remedies;  // text to itself once, in a stable order
+  std::map<std::string, std::size_t> counts;    // by the rule's title
+  std::map<std::string, std::string> remedies;  // and the first rule that asks for it, in a stable order
   std::size_t total = 0;
   findProblems(
       store,
       [&](const StoreFinding& finding) {
         ++total;
-        if (counts[finding.rule]++ < kShownOfEachRule)
+        if (counts[finding.title]++ < kShownOfEachRule)
           out.write(printable(finding.problem) + '\n', Style::removed);
-        remedies.emplace(finding.remedy, finding.rule);
+        remedies.emplace(finding.remedy, finding.title);
       },
       telling(progress));
-  for (const auto& [rule, count] : counts) {
+  for (const auto& [title, count] : counts) {
     if (count <= kShownOfEachRule) continue;
-    out.write(tr("… and %1 more of the kind \"%2\"", count - kShownOfEachRule, rule) + '\n');
+    out.write(tr("… and %1 more of the kind \"%2\"", count - kShownOfEachRule, title) + '\n');
   }
   if (total == 0) {
     out.write(tr("The store is sound.") + '\n');
@@ -71,7 +71,8 @@ bool printFindings(Output& out, TruthStore& store, Progress& progress) {
   }
   out.write('\n' + counted(total, "%1 finding. What to do:", "%1 findings. What to do:") + '\n',
             Style::heading);
-  for (const auto& [remedy, rule] : remedies) out.write("- " + rule + ": " + printable(remedy) + '\n');
+  for (const auto& [remedy, title] : remedies)
+    out.write("- " + tr("%1: %2", title, printable(remedy)) + '\n');
   return false;
 }
 

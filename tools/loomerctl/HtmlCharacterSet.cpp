@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/text/CharacterSet.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/HtmlText.h"
 #include "tools/loomerctl/HtmlTokenizer.h"
 #include "tools/loomerctl/Invocation.h"
@@ -166,8 +167,9 @@ Chosen chosenFor(std::string_view bytes, const std::string& name) {
   const auto label = declaredLabel(bytes);
   if (!label) return {kUtf8, 0, std::nullopt};
   if (const char* converter = converterFor(*label)) return {converter, 0, label};
-  throw Refused{name + " declares the character set \"" + *label +
-                "\", which is not known. Save it as UTF-8, and declare that."};
+  throw Refused{
+      tr("%1 declares the character set \"%2\", which is not known. Save it as UTF-8, and declare that.",
+         name, *label)};
 }
 
 }  // namespace
@@ -176,17 +178,22 @@ std::string htmlAsUtf8(std::string_view bytes, const std::string& name) {
   const Chosen chosen = chosenFor(bytes, name);
   auto decoded = decodeText(bytes.substr(chosen.markSize), chosen.converter);
   if (!decoded) {
-    throw Refused{name + " is in the character set " + chosen.converter +
-                  ", which this system's iconv cannot convert. Save it as UTF-8, and declare that."};
+    throw Refused{
+        tr("%1 is in the character set %2, which this system's iconv cannot convert. Save it as UTF-8, and "
+           "declare that.",
+           name, chosen.converter)};
   }
   if (!decoded->fault) return std::move(decoded->text);
-  const std::string place = "offset " + std::to_string(chosen.markSize + *decoded->fault) + ", line " +
-                            std::to_string(lastLine(decoded->text));
-  const std::string set = chosen.label ? '"' + *chosen.label + "\", which it declares" : chosen.converter;
+  const std::string offset = std::to_string(chosen.markSize + *decoded->fault);
+  const std::string line = std::to_string(lastLine(decoded->text));
   throw Refused{
-      name + " cannot be read in the character set " + set + ": the bytes at " + place +
-      ", are no character of it." +
-      (chosen.label ? "" : " A file in another one declares it, as in <META CHARSET=\"windows-1251\">.")};
+      chosen.label
+          ? tr("%1 cannot be read in the character set \"%2\", which it declares: the bytes at offset %3, "
+               "line %4, are no character of it.",
+               name, *chosen.label, offset, line)
+          : tr("%1 cannot be read in the character set %2: the bytes at offset %3, line %4, are no character "
+               "of it. A file in another one declares it, as in <META CHARSET=\"windows-1251\">.",
+               name, chosen.converter, offset, line)};
 }
 
 }  // namespace corvane::loomerctl

@@ -218,8 +218,8 @@ Status showChanges(Invocation& run) {
   printer.end();
   const bool filtered = run.options.session || run.options.record;
   if (left < limit) return statusFine;
-  if (filtered) throw Refused{"The log holds no such changes."};
-  if (!run.options.json) run.out.write("No session changed anything yet.\n");
+  if (filtered) throw Refused{tr("The log holds no such changes.")};
+  if (!run.options.json) run.out.write(tr("No session changed anything yet.") + '\n');
   return statusFine;
 }
 

@@ -1,5 +1,7 @@
 #include "tools/loomerctl/UserStore.h"
 
+#include <sys/statvfs.h>
+
 #include <filesystem>
 #include <system_error>
 
@@ -12,6 +14,30 @@ namespace corvane::loomerctl {
 
 std::string storePath() { return loomer::storePathForHome(Platform::current().process.homeDirectory()); }
 
+namespace {
+
+// Whether it stands on a file system on which nobody can write, with nothing in a write-ahead log.
+bool isUnchanging(const std::string& path) {
+  struct statvfs disk;
+  if (statvfs(path.c_str(), &disk) != 0 || (disk.f_flag & ST_RDONLY) == 0) return false;
+  std::error_code error;
+  const std::uintmax_t logged = std::filesystem::file_size(path + "-wal", error);
+  return error == std::errc::no_such_file_or_directory || (!error && logged == 0);
+}
+
+// Also where there is no room for what others share, so that somebody can see what takes it.
+std::unique_ptr<loomer::TruthStore> opened(const std::string& path) {
+  using loomer::Access, loomer::TruthStore;
+  if (isUnchanging(path)) return std::make_unique<TruthStore>(path, Access::unchanging);
+  try {
+    return std::make_unique<TruthStore>(path);
+  } catch (const loomer::FullDiskException&) {
+    return std::make_unique<TruthStore>(path, Access::alone);
+  }
+}
+
+}  // namespace
+
 std::unique_ptr<loomer::TruthStore> openStoreIfAny() {
   const std::string path = storePath();
   std::error_code error;
@@ -20,7 +46,7 @@ std::unique_ptr<loomer::TruthStore> openStoreIfAny() {
   if (error && !missing) throw Refused{tr("Cannot look at the store %1: %2.", path, error.message())};
   // An empty file is what is left of a store that was never finished.
   if (missing || size == 0) return nullptr;
-  return std::make_unique<loomer::TruthStore>(path);
+  return opened(path);
 }
 
 std::unique_ptr<loomer::TruthStore> openStore() {

@@ -10,7 +10,8 @@ namespace corvane::loomerctl {
 /// Where the user's store stands.
 std::string storePath();
 
-/// Opens the user's store to change it; null if there is none. Raises Refused if it cannot find out.
+/// Opens the user's store to change it; null if there is none. Raises Refused if it cannot find out. On a
+/// full or a read-only disk it can only be read.
 std::unique_ptr<loomer::TruthStore> openStoreIfAny();
 
 /// Opens the user's store to change it. Raises Refused if there is none.

@@ -47,7 +47,7 @@ std::string whatItSaid(const EndedProgram& ended) {
   std::string text = ended.output;
   while (!text.empty() && text.back() == '\n') text.pop_back();
   std::replace(text.begin(), text.end(), '\n', ' ');
-  return text.empty() ? "exit status " + std::to_string(ended.status) : text;
+  return text.empty() ? tr("exit status %1", std::to_string(ended.status)) : text;
 }
 
 void mustSucceed(const EndedProgram& ended) {

@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/system/Messages.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <utility>
 
@@ -35,9 +36,14 @@ constexpr Habits kHabits[] = {
 bool isEnglishWanted = false;
 
 // Null for English, which is also spoken where there are no services: a reader of files needs none else.
+// Leaves errno as it is, for a failure may be put into words before its cause is asked for.
 const StringsTable* messagesTable() {
   Platform* const platform = currentService<Platform>;
-  return platform && !isEnglishWanted ? platform->bundles.ownBundle().translations(kTable) : nullptr;
+  if (!platform || isEnglishWanted) return nullptr;
+  const int cause = errno;
+  const StringsTable* const table = platform->bundles.ownBundle().translations(kTable);
+  errno = cause;
+  return table;
 }
 
 const Habits& habitsOf(const StringsTable* table) {

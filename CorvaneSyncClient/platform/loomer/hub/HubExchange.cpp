@@ -8,6 +8,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -91,7 +92,8 @@ void HubExchange::exchange() {
     _known.reset();
     Platform::current().clock.sleep(kPauseSeconds * attempt);
   }
-  throw PlatformException(pelto::DotPeltoException, "other computers gave changes all the time. Sync again.");
+  throw PlatformException(pelto::DotPeltoException,
+                          tr("other computers gave changes all the time. Sync again."));
 }
 
 void HubExchange::giveEverything() {

@@ -3,6 +3,7 @@
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/hub/StoredUuid.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
@@ -10,8 +11,10 @@ namespace {
 
 using pelto::HubOrigins;
 
-constexpr const char* kReadOrigins = "read where the online service's values come from";
-constexpr const char* kWriteOrigins = "note where the online service's values come from";
+constexpr const char* kReadOrigins =
+    MessageText<1>("cannot read where the online service's values come from: %1").english();
+constexpr const char* kWriteOrigins =
+    MessageText<1>("cannot note where the online service's values come from: %1").english();
 
 std::string packed(const HubOrigins& origins) {
   std::string bytes;

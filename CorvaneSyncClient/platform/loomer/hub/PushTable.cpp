@@ -2,12 +2,15 @@
 
 #include "CorvaneSyncClient/platform/loomer/hub/StoredUuid.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 namespace {
-constexpr const char* kReadPushes = "read which pushes made the online service's state";
-constexpr const char* kWritePushes = "note which pushes made the online service's state";
+constexpr const char* kReadPushes =
+    MessageText<1>("cannot read which pushes made the online service's state: %1").english();
+constexpr const char* kWritePushes =
+    MessageText<1>("cannot note which pushes made the online service's state: %1").english();
 }  // namespace
 
 std::unordered_set<String> PushTable::readAll() {

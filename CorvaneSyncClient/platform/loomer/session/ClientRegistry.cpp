@@ -1,6 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/ClientRegistry.h"
 
 #include "CorvaneSyncClient/platform/loomer/api/ClientDescription.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -33,10 +34,11 @@ EmbeddedClient* ClientRegistry::registerClient(const String& identifier,
 EmbeddedClient& ClientRegistry::registerClient(const String& identifier, const Dictionary& description) {
   _table.enter(identifier, description, Platform::current().clock.now());
   if (EmbeddedClient* client = find(identifier)) return *client;
-  throw LoomerStoreException(_store.path(),
-                             "the client " + identifier.toString() +
-                                 " was unregistered by another process while it was being registered",
-                             "Sync again.");
+  throw LoomerStoreException(
+      _store.path(),
+      tr("the client %1 was unregistered by another process while it was being registered",
+         identifier.toString()),
+      tr("Sync again."));
 }
 
 void ClientRegistry::unregisterClient(LoomerClient& client) {

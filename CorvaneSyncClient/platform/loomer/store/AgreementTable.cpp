@@ -3,12 +3,14 @@
 #include <cstring>
 #include <string>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::loomer {
 
 namespace {
 
-constexpr const char* kReadAgreement = "read what a client agreed to";
-constexpr const char* kWriteAgreement = "note what a client agrees to";
+constexpr const char* kReadAgreement = MessageText<1>("cannot read what a client agreed to: %1").english();
+constexpr const char* kWriteAgreement = MessageText<1>("cannot note what a client agrees to: %1").english();
 
 // As this machine holds it: elsewhere nothing is taken for the same.
 HashKey keyIn(std::string_view bytes) {

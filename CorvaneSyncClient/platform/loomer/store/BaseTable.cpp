@@ -4,12 +4,13 @@
 #include <limits>
 
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 namespace {
-constexpr const char* kReadBase = "read a client's base";
-constexpr const char* kWriteBase = "write a client's base";
+constexpr const char* kReadBase = MessageText<1>("cannot read a client's base: %1").english();
+constexpr const char* kWriteBase = MessageText<1>("cannot write a client's base: %1").english();
 
 // What `baseRecordOf` reads, of one client, and the row of the content.
 const std::string kBase =

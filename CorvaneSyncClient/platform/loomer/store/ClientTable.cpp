@@ -4,10 +4,23 @@
 #include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
 #include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 namespace {
+
+constexpr const char* kReadClient = MessageText<1>("cannot read a client: %1").english();
+constexpr const char* kReadClients = MessageText<1>("cannot read the clients: %1").english();
+constexpr const char* kRegisterClient = MessageText<1>("cannot register a client: %1").english();
+constexpr const char* kUnregisterClient = MessageText<1>("cannot unregister a client: %1").english();
+constexpr const char* kNoteClientReset = MessageText<1>("cannot note a client's reset: %1").english();
+constexpr const char* kNoteClientRestore = MessageText<1>("cannot note a client's restore: %1").english();
+constexpr const char* kNoteCancelledSession = MessageText<1>("cannot note a cancelled session: %1").english();
+constexpr const char* kNoteFinishedSession = MessageText<1>("cannot note a finished session: %1").english();
+constexpr const char* kReadClientValue = MessageText<1>("cannot read a client's value: %1").english();
+constexpr const char* kRemoveClientValue = MessageText<1>("cannot remove a client's value: %1").english();
+constexpr const char* kStoreClientValue = MessageText<1>("cannot store a client's value: %1").english();
 
 // What `clientOf` reads.
 const std::string kClients =
@@ -35,13 +48,13 @@ ClientState clientOf(const Statement& row) {
 }  // namespace
 
 std::optional<ClientState> ClientTable::find(const String& identifier) {
-  Statement query = _store.database().query(kOneClient.c_str(), "read a client");
+  Statement query = _store.database().query(kOneClient.c_str(), kReadClient);
   if (!query.open(identifier).next()) return std::nullopt;
   return clientOf(query);
 }
 
 std::vector<ClientState> ClientTable::all() {
-  Statement query = _store.database().query(kEveryClient.c_str(), "read the clients");
+  Statement query = _store.database().query(kEveryClient.c_str(), kReadClients);
   std::vector<ClientState> clients;
   query.open();
   while (query.next()) clients.push_back(clientOf(query));
@@ -51,8 +64,7 @@ std::vector<ClientState> ClientTable::all() {
 void ClientTable::enter(const String& identifier, const Dictionary& description, Date now) {
   const std::string bytes = writeBinaryPropertyList(description);
   if (const auto known = find(identifier)) {
-    Statement query =
-        _store.database().query("SELECT description FROM clients WHERE id = ?", "read a client");
+    Statement query = _store.database().query("SELECT description FROM clients WHERE id = ?", kReadClient);
     if (query.open(known->id).next() && query.blob(0) == bytes) return;
   }
   _store.writing([&] {
@@ -60,13 +72,13 @@ void ClientTable::enter(const String& identifier, const Dictionary& description,
         .query(
             "INSERT INTO clients(identifier, description, registered) VALUES(?, ?, ?)"
             " ON CONFLICT(identifier) DO UPDATE SET description = excluded.description",
-            "register a client")
+            kRegisterClient)
         .run(identifier, Blob{bytes}, now.seconds);
   });
 }
 
 Dictionary ClientTable::description(std::int64_t client) {
-  Statement query = _store.database().query("SELECT description FROM clients WHERE id = ?", "read a client");
+  Statement query = _store.database().query("SELECT description FROM clients WHERE id = ?", kReadClient);
   if (!query.open(client).next()) return {};
   const Value stored = readPropertyList(query.blob(0));
   const Dictionary* description = stored.as<Dictionary>();
@@ -78,12 +90,11 @@ void ClientTable::remove(std::int64_t client) {
     Database& database = _store.database();
     ReleasedContents released(_store);
     if (released.isNeeded()) {
-      Statement base =
-          database.query("SELECT record, content FROM base WHERE client = ?", "unregister a client");
+      Statement base = database.query("SELECT record, content FROM base WHERE client = ?", kUnregisterClient);
       base.open(client);
       while (base.next()) released.add(base.integer(0), base.integer(1));
     }
-    database.query("DELETE FROM clients WHERE id = ?", "unregister a client").run(client);
+    database.query("DELETE FROM clients WHERE id = ?", kUnregisterClient).run(client);
     released.drop();
   });
 }
@@ -91,7 +102,7 @@ void ClientTable::remove(std::int64_t client) {
 void ClientTable::setResetPending(std::int64_t client, bool pending) {
   _store.writing([&] {
     _store.database()
-        .query("UPDATE clients SET reset_pending = ? WHERE id = ?", "note a client's reset")
+        .query("UPDATE clients SET reset_pending = ? WHERE id = ?", kNoteClientReset)
         .run(pending, client);
   });
 }
@@ -99,7 +110,7 @@ void ClientTable::setResetPending(std::int64_t client, bool pending) {
 void ClientTable::setRestorePending(std::int64_t client, bool pending) {
   _store.writing([&] {
     _store.database()
-        .query("UPDATE clients SET give_back_pending = ? WHERE id = ?", "note a client's restore")
+        .query("UPDATE clients SET give_back_pending = ? WHERE id = ?", kNoteClientRestore)
         .run(pending, client);
   });
 }
@@ -107,7 +118,7 @@ void ClientTable::setRestorePending(std::int64_t client, bool pending) {
 void ClientTable::setCancelled(std::int64_t client) {
   _store.writing([&] {
     _store.database()
-        .query("UPDATE clients SET cancelled = 1 WHERE id = ?", "note a cancelled session")
+        .query("UPDATE clients SET cancelled = 1 WHERE id = ?", kNoteCancelledSession)
         .run(client);
   });
 }
@@ -119,7 +130,7 @@ void ClientTable::finishSession(const ClientState& after) {
             "UPDATE clients SET cancelled = 0, reset_pending = ?, give_back_pending = ?, synced_revision = "
             "?, sessions = ?,"
             " without_records = ?, handed_down = ?, last_session = ? WHERE id = ?",
-            "note a finished session")
+            kNoteFinishedSession)
         .run(after.resetPending, after.restorePending, after.syncedRevision, after.sessions,
              after.sessionsWithoutRecords, after.delivered, after.lastSession.value_or(Date{}).seconds,
              after.id);
@@ -128,7 +139,7 @@ void ClientTable::finishSession(const ClientState& after) {
 
 std::optional<Value> ClientTable::value(std::int64_t client, const String& key) {
   Statement query = _store.database().query("SELECT value FROM client_values WHERE client = ? AND key = ?",
-                                            "read a client's value");
+                                            kReadClientValue);
   if (!query.open(client, key).next()) return std::nullopt;
   return readPropertyList(query.blob(0));
 }
@@ -137,14 +148,14 @@ void ClientTable::setValue(std::int64_t client, const String& key, const std::op
   const std::string bytes = value ? writeBinaryPropertyList(*value) : std::string();
   {
     Statement query = _store.database().query("SELECT value FROM client_values WHERE client = ? AND key = ?",
-                                              "read a client's value");
+                                              kReadClientValue);
     const bool stored = query.open(client, key).next();
     if (stored ? value && query.blob(0) == bytes : !value) return;
   }
   _store.writing([&] {
     if (!value) {
       _store.database()
-          .query("DELETE FROM client_values WHERE client = ? AND key = ?", "remove a client's value")
+          .query("DELETE FROM client_values WHERE client = ? AND key = ?", kRemoveClientValue)
           .run(client, key);
       return;
     }
@@ -152,7 +163,7 @@ void ClientTable::setValue(std::int64_t client, const String& key, const std::op
         .query(
             "INSERT INTO client_values(client, key, value) VALUES(?, ?, ?)"
             " ON CONFLICT(client, key) DO UPDATE SET value = excluded.value",
-            "store a client's value")
+            kStoreClientValue)
         .run(client, key, Blob{bytes});
   });
 }

@@ -2,11 +2,18 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
+#include <system_error>
+
 #include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 namespace {
+
+constexpr const char* kReachAlone = MessageText<1>("cannot keep others from it: %1").english();
+constexpr const char* kBeginTransaction = MessageText<1>("cannot begin a transaction: %1").english();
+constexpr const char* kCommitSession = MessageText<1>("cannot commit the session: %1").english();
 
 // Other connections hold SQLite's short internal locks (recovery, checkpoint) for milliseconds. Waiting for
 // another session is not this: that happens in TruthStore, on the platform's clock.
@@ -18,22 +25,26 @@ constexpr TextKey kDamagedStoreRemedy = TextKey(
 
 bool isDamage(int code) { return (code & 0xff) == SQLITE_CORRUPT || (code & 0xff) == SQLITE_NOTADB; }
 
-const char* remedyFor(int code) {
+// To read from a write-ahead log takes an index beside the file, which others share.
+bool isFull(int code, int systemError) {
+  return (code & 0xff) == SQLITE_FULL || code == SQLITE_IOERR_SHMSIZE ||
+         ((code & 0xff) == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT));
+}
+
+std::string remedyFor(int code) {
   switch (code & 0xff) {
-    case SQLITE_FULL:
-      return "Make room on the disk and sync again.";
     case SQLITE_READONLY:
     case SQLITE_PERM:
     case SQLITE_CANTOPEN:
     case SQLITE_AUTH:
-      return "Give yourself permission to read and write the file and its directory, and sync again.";
+      return tr("Give yourself permission to read and write the file and its directory, and sync again.");
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      return "Wait until the other session has ended and sync again.";
+      return tr("Wait until the other session has ended and sync again.");
     case SQLITE_IOERR:
-      return "Check the disk that holds the file and sync again.";
+      return tr("Check the disk that holds the file and sync again.");
     default:
-      return "Nothing was changed. Sync again; if it keeps failing, run `loomerctl check`.";
+      return tr("Nothing was changed. Sync again; if it keeps failing, run `loomerctl check`.");
   }
 }
 
@@ -130,19 +141,35 @@ void configureLibrary() {
   static_cast<void>(configured);
 }
 
+// A path as it stands in a URI of SQLite's.
+std::string percentEncoded(const std::string& path) {
+  std::string encoded;
+  for (const char each : path) {
+    if (each == '%' || each == '?' || each == '#') {
+      encoded += each == '%' ? "%25" : each == '?' ? "%3f" : "%23";
+    } else {
+      encoded += each;
+    }
+  }
+  return encoded;
+}
+
 }  // namespace
 
-Database::Database(std::string path) : _path(std::move(path)) {
+Database::Database(std::string path, Access access) : _path(std::move(path)) {
   configureLibrary();
-  const int code =
-      sqlite3_open_v2(_path.c_str(), &_connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+  const bool isUnchanging = access == Access::unchanging;
+  const int flags = isUnchanging ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI : SQLITE_OPEN_READWRITE;
+  const std::string name = isUnchanging ? "file:" + percentEncoded(_path) + "?immutable=1" : _path;
+  const int code = sqlite3_open_v2(name.c_str(), &_connection, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   if (code != SQLITE_OK) {
     const std::string message = _connection ? sqlite3_errmsg(_connection) : sqlite3_errstr(code);
     sqlite3_close(_connection);
-    throw LoomerStoreException(_path, "cannot open it: " + message, remedyFor(code));
+    throw LoomerStoreException(_path, tr("cannot open it: %1", message), remedyFor(code));
   }
   sqlite3_extended_result_codes(_connection, 1);
   sqlite3_busy_timeout(_connection, kBusyMilliseconds);
+  if (access == Access::alone) execute("PRAGMA locking_mode = EXCLUSIVE", kReachAlone);
 }
 
 Database::~Database() {
@@ -193,10 +220,10 @@ bool Database::tryBegin() {
   sqlite3_busy_timeout(_connection, kBusyMilliseconds);
   if (code == SQLITE_OK) return true;
   if ((code & 0xff) == SQLITE_BUSY) return false;
-  fail(code, "begin a transaction");
+  fail(code, kBeginTransaction);
 }
 
-void Database::commit() { execute("COMMIT", "commit the session"); }
+void Database::commit() { execute("COMMIT", kCommitSession); }
 
 void Database::rollback() noexcept {
   // SQLite may have rolled back by itself after a full disk or an input/output error; a failing ROLLBACK
@@ -209,7 +236,12 @@ bool Database::inTransaction() const { return sqlite3_get_autocommit(_connection
 std::int64_t Database::lastInsertedRow() const { return sqlite3_last_insert_rowid(_connection); }
 
 void Database::fail(int code, const char* purpose) const {
-  const std::string what = std::string("cannot ") + purpose + ": " + sqlite3_errmsg(_connection);
+  const int systemError = sqlite3_system_errno(_connection);
+  if (isFull(code, systemError)) {
+    const std::string cause = std::system_category().message(systemError == EDQUOT ? EDQUOT : ENOSPC);
+    throw FullDiskException(_path, translated(purpose, {cause}), tr("Make room on the disk and sync again."));
+  }
+  const std::string what = translated(purpose, {sqlite3_errmsg(_connection)});
   if (isDamage(code)) throw DamagedStoreException(_path, what);
   throw LoomerStoreException(_path, what, remedyFor(code));
 }

@@ -34,6 +34,20 @@ class DamagedStoreException : public LoomerStoreException {
   DamagedStoreException(const std::string& path, const std::string& what);
 };
 
+/// There is no room on the disk for what an operation takes, be it only to read what others may write
+/// meanwhile.
+class FullDiskException : public LoomerStoreException {
+ public:
+  using LoomerStoreException::LoomerStoreException;
+};
+
+/// How a database is reached.
+enum class Access {
+  shared,     ///< beside others, who may write meanwhile; takes some room beside the file
+  alone,      ///< others wait meanwhile; takes no room
+  unchanging  ///< to be read, on a file system on which nobody can write
+};
+
 /// Bytes to be stored as they are.
 struct Blob {
   std::string_view bytes;
@@ -109,14 +123,15 @@ class Statement {
 class Database {
  public:
   /// Opens the file, which must exist (an empty one is an empty database).
-  explicit Database(std::string path);
+  explicit Database(std::string path, Access access = Access::shared);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
   ~Database();
 
   const std::string& path() const { return _path; }
-  /// `sql` and `purpose` ("read the clients", for messages) must be literals or constants that live as long:
-  /// they are kept by address.
+  /// `sql` and `purpose` must be literals or constants that live as long: they are kept by address. A purpose
+  /// is the key of the text that says what failed, the cause in place of "%1":
+  /// `MessageText<1>("cannot read the clients: %1").english()`.
   Statement query(const char* sql, const char* purpose);
   /// Runs any number of statements without parameters.
   void execute(const std::string& sql, const char* purpose);
@@ -134,7 +149,8 @@ class Database {
   /// The number that the last INSERT gave to its row.
   std::int64_t lastInsertedRow() const;
 
-  /// Raises LoomerStoreException for an error code of SQLite: what was to be done, and why it failed.
+  /// Raises LoomerStoreException for an error code of SQLite: what was to be done, and why it failed. Where
+  /// there was no room it is a FullDiskException.
   [[noreturn]] void fail(int code, const char* purpose) const;
 
  private:

@@ -5,6 +5,7 @@
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "CorvaneSyncClient/platform/loomer/store/OldJournal.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
@@ -165,8 +166,8 @@ void JournalFile::write(const Journal& journal) const {
   const std::string bytes = writeBinaryPropertyList(dictionaryOf(journal));
   const PrivateUmask privately;
   if (const std::error_code error = Platform::current().files.writeAtomically(_path, bytes)) {
-    throw LoomerStoreException(_path, "cannot write the journal of this session: " + error.message(),
-                               "Make room and give yourself permission to write there, and sync again.");
+    throw LoomerStoreException(_path, tr("cannot write the journal of this session: %1", error.message()),
+                               tr("Make room and give yourself permission to write there, and sync again."));
   }
 }
 

@@ -1,10 +1,12 @@
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::loomer {
 
 namespace {
 
-constexpr const char* kPrune = "drop old sessions from the log";
+constexpr const char* kPrune = MessageText<1>("cannot drop old sessions from the log: %1").english();
 
 class Pruning {
  public:

@@ -1,8 +1,16 @@
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::loomer {
 
 namespace {
+
+constexpr const char* kReadKind = MessageText<1>("cannot read its kind: %1").english();
+constexpr const char* kReadTables = MessageText<1>("cannot read its tables: %1").english();
+constexpr const char* kBringToPresentForm =
+    MessageText<1>("cannot bring it to its present form: %1").english();
+constexpr const char* kRecordVersion = MessageText<1>("cannot record its version: %1").english();
 
 // Live records and tombstones are two tables, so that the laws of the tree are constraints: every parent is a
 // live record (the root is the row 0, the only one without a parent), and no two siblings share a place. The
@@ -241,28 +249,28 @@ constexpr const char* kVersionQuery = "PRAGMA user_version";
 std::span<const char* const> storeMigrations() { return kMigrations; }
 
 void refuseUnusableStore(Database& database, std::span<const char* const> steps) {
-  const std::int64_t version = database.integer(kVersionQuery, "read its version");
-  const std::int64_t application = database.integer("PRAGMA application_id", "read its kind");
-  const bool empty = database.integer("SELECT count(*) FROM sqlite_schema", "read its tables") == 0;
+  const std::int64_t version = database.integer(kVersionQuery, kReadVersion);
+  const std::int64_t application = database.integer("PRAGMA application_id", kReadKind);
+  const bool empty = database.integer("SELECT count(*) FROM sqlite_schema", kReadTables) == 0;
   if (empty && version == 0 && application == 0) return;
   if (application != kStoreApplicationId || version <= 0) {
-    throw LoomerStoreException(database.path(), "this is a database, but not one of the sync engine's",
-                               "The file was left as it is. Move it away and sync again.");
+    throw LoomerStoreException(database.path(), tr("this is a database, but not one of the sync engine's"),
+                               tr("The file was left as it is. Move it away and sync again."));
   }
   if (version > static_cast<std::int64_t>(steps.size())) {
     throw LoomerStoreException(
         database.path(),
-        "it is of version " + std::to_string(version) + ", and this program knows versions up to " +
-            std::to_string(steps.size()),
-        "The file was left as it is. Install the newer version of this program that wrote it.");
+        tr("it is of version %1, and this program knows versions up to %2", std::to_string(version),
+           std::to_string(steps.size())),
+        tr("The file was left as it is. Install the newer version of this program that wrote it."));
   }
 }
 
 void migrate(Database& database, std::span<const char* const> steps) {
-  const auto taken = static_cast<std::size_t>(database.integer(kVersionQuery, "read its version"));
+  const auto taken = static_cast<std::size_t>(database.integer(kVersionQuery, kReadVersion));
   for (std::size_t version = taken; version < steps.size(); ++version) {
-    database.execute(steps[version], "bring it to its present form");
-    database.execute("PRAGMA user_version = " + std::to_string(version + 1), "record its version");
+    database.execute(steps[version], kBringToPresentForm);
+    database.execute("PRAGMA user_version = " + std::to_string(version + 1), kRecordVersion);
   }
 }
 

@@ -5,13 +5,14 @@
 #include <new>
 
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 namespace {
 
 constexpr std::int64_t kOldVersion = 1;
-constexpr const char* kRead = "read the journal";
+constexpr const char* kRead = MessageText<1>("cannot read the journal: %1").english();
 
 // The database itself, SQLite's journal of it, and the one that was being made.
 constexpr const char* kSuffixes[] = {"", "-journal", ".new", ".new-journal"};
@@ -19,7 +20,7 @@ constexpr const char* kSuffixes[] = {"", "-journal", ".new", ".new-journal"};
 Journal readSession(Database& database) {
   Statement query =
       database.query("SELECT mark, registered, sessions, synced_revision, known_mark FROM session", kRead);
-  if (!query.open().next()) throw DamagedStoreException(database.path(), "it names no session");
+  if (!query.open().next()) throw DamagedStoreException(database.path(), tr("it names no session"));
   Journal journal;
   journal.pushId = query.text(0);
   journal.registered = Date{query.real(1)};

@@ -6,13 +6,16 @@
 
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
 namespace {
 
-constexpr const char* kReadRecords = "read the records";
-constexpr const char* kWriteRecords = "write the records";
+constexpr const char* kReadState = MessageText<1>("cannot read its state: %1").english();
+
+constexpr const char* kReadRecords = MessageText<1>("cannot read the records: %1").english();
+constexpr const char* kWriteRecords = MessageText<1>("cannot write the records: %1").english();
 
 std::string selectFrom(const std::string& table) {
   return "SELECT r.id, r.entity, r.parent, r.place, r.revision, r.content, c.name, c.url, c.tab_group,"
@@ -92,7 +95,7 @@ std::optional<ContentId> storedRow(const std::vector<Record>& records, const std
 String identifierOf(const TruthStore& store, RecordId record, std::string_view stored) {
   UuidBytes bytes;
   if (stored.size() != bytes.size()) {
-    throw DamagedStoreException(store.path(), "the record " + std::to_string(record) + " has no identifier");
+    throw DamagedStoreException(store.path(), tr("the record %1 has no identifier", std::to_string(record)));
   }
   std::copy(stored.begin(), stored.end(), bytes.begin());
   return uuidString(bytes);
@@ -124,9 +127,9 @@ ContentId ContentRows::row(RecordId record, const Content& content) {
 void ContentRows::finish() { _insertion.finish(); }
 
 TruthState RecordTable::state() {
-  Statement query = _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth",
-                                            "read its state");
-  if (!query.open().next()) throw DamagedStoreException(_store.path(), "its counters are missing");
+  Statement query =
+      _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth", kReadState);
+  if (!query.open().next()) throw DamagedStoreException(_store.path(), tr("its counters are missing"));
   return {query.integer(0), query.integer(1), query.integer(2)};
 }
 

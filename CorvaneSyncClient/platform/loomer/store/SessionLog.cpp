@@ -2,12 +2,14 @@
 
 #include <limits>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::loomer {
 
 namespace {
 
-constexpr const char* kReadLog = "read the log of sessions";
-constexpr const char* kWriteLog = "write the log of sessions";
+constexpr const char* kReadLog = MessageText<1>("cannot read the log of sessions: %1").english();
+constexpr const char* kWriteLog = MessageText<1>("cannot write the log of sessions: %1").english();
 
 struct Side {
   std::optional<std::int64_t> parent, place, content;

@@ -10,7 +10,7 @@ namespace corvane::loomer {
 
 namespace {
 
-constexpr const char* kCheck = "check it";
+constexpr const char* kCheck = MessageText<1>("cannot check it: %1").english();
 
 // What can be done about a finding.
 enum class Remedy { rebuild, resetClient, registerAgain, nextSession };
@@ -34,91 +34,96 @@ std::string remedyText(Remedy remedy, const std::string& client = "") {
 
 // Queries answer what is wrong with what, and the client's identifier for the remedy where there is one.
 struct Rule {
-  const char* name;
+  TextKey name;
   const char* sql;
   MessageText<1> problem;
   Remedy remedy;
 };
 
 constexpr Rule kRules[] = {
-    {"reference", "SELECT \"table\" || ' row ' || coalesce(rowid, '') FROM pragma_foreign_key_check",
+    {TextKey("reference"), "SELECT \"table\" || ' ' || coalesce(rowid, '') FROM pragma_foreign_key_check",
      MessageText<1>("a reference leads nowhere: %1"), Remedy::rebuild},
-    {"content",
-     "SELECT what FROM (SELECT 'record ' || id AS what, content FROM records WHERE id > 0"
-     " UNION ALL SELECT 'tombstone ' || id, content FROM tombstones"
-     " UNION ALL SELECT 'base row ' || client || ', ' || record, content FROM base"
-     " UNION ALL SELECT 'former base row ' || client || ', ' || record, content FROM former_base"
-     " UNION ALL SELECT 'change ' || session || ', ' || record, before_content FROM changes"
-     " UNION ALL SELECT 'change ' || session || ', ' || record, after_content FROM changes)"
+    {TextKey("content"),
+     "SELECT what FROM (SELECT 'records ' || id AS what, content FROM records WHERE id > 0"
+     " UNION ALL SELECT 'tombstones ' || id, content FROM tombstones"
+     " UNION ALL SELECT 'base ' || client || ', ' || record, content FROM base"
+     " UNION ALL SELECT 'former_base ' || client || ', ' || record, content FROM former_base"
+     " UNION ALL SELECT 'changes ' || session || ', ' || record, before_content FROM changes"
+     " UNION ALL SELECT 'changes ' || session || ', ' || record, after_content FROM changes)"
      " WHERE content NOT IN (SELECT id FROM contents)",
      MessageText<1>("what it says is missing: %1"), Remedy::rebuild},
-    {"root missing", "SELECT 'root' WHERE NOT EXISTS (SELECT 1 FROM records WHERE id = 0)",
+    {TextKey("root missing"), "SELECT 'records 0' WHERE NOT EXISTS (SELECT 1 FROM records WHERE id = 0)",
      MessageText<1>("a row is missing: %1"), Remedy::rebuild},
-    {"parent",
+    {TextKey("parent"),
      "SELECT r.id FROM records r LEFT JOIN records p ON p.id = r.parent"
      " WHERE r.id > 0 AND (p.id IS NULL OR p.entity <> 0)",
      MessageText<1>("the parent is no live folder: record %1"), Remedy::rebuild},
-    {"out of reach",
+    {TextKey("out of reach"),
      "WITH RECURSIVE reached(id) AS (SELECT 0 UNION"
      " SELECT r.id FROM records r JOIN reached ON r.parent = reached.id)"
      " SELECT id FROM records WHERE id NOT IN (SELECT id FROM reached)",
      MessageText<1>(
          "cannot be reached from the root, the folders above it form a cycle or are gone: record %1"),
      Remedy::rebuild},
-    {"place taken twice",
-     "SELECT min(id) || ' and ' || max(id) FROM records NOT INDEXED WHERE id > 0 GROUP BY parent, place"
+    {TextKey("place taken twice"),
+     "SELECT min(id) || ', ' || max(id) FROM records NOT INDEXED WHERE id > 0 GROUP BY parent, place"
      " HAVING count(*) > 1",
      MessageText<1>("two siblings share a place: records %1"), Remedy::rebuild},
-    {"special folder twice",
-     "SELECT min(r.id) || ' and ' || max(r.id) || ' (' || c.name || ')' FROM records r"
+    {TextKey("special folder twice"),
+     "SELECT min(r.id) || ', ' || max(r.id) || ' (' || c.name || ')' FROM records r"
      " JOIN contents c ON c.id = r.content WHERE c.special GROUP BY c.name HAVING count(*) > 1",
      MessageText<1>("two special folders have one title: records %1"), Remedy::nextSession},
-    {"special record",
+    {TextKey("special record"),
      "SELECT r.id FROM records r JOIN contents c ON c.id = r.content"
      " WHERE c.special AND (r.entity <> 0 OR r.parent <> 0)",
      MessageText<1>("special, but no folder directly in the root: record %1"), Remedy::nextSession},
-    {"live and deleted", "SELECT r.id FROM records r JOIN tombstones t ON t.id = r.id",
+    {TextKey("live and deleted"), "SELECT r.id FROM records r JOIN tombstones t ON t.id = r.id",
      MessageText<1>("both live and deleted: record %1"), Remedy::rebuild},
-    {"counters",
+    {TextKey("counters"),
      "SELECT id FROM (SELECT id, revision FROM records UNION ALL SELECT id, revision FROM tombstones)"
      " WHERE id >= (SELECT next_record FROM truth) OR revision > (SELECT revision FROM truth)",
      MessageText<1>("newer than the counters of the store: record %1"), Remedy::rebuild},
-    {"identifier",
+    {TextKey("identifier"),
      "SELECT id FROM (SELECT id, global_id FROM records UNION ALL SELECT id, global_id FROM tombstones)"
      " WHERE typeof(global_id) <> 'blob' OR length(global_id) <> 16",
      MessageText<1>("the identifier is none: record %1"), Remedy::rebuild},
-    {"identifier twice",
-     "SELECT min(id) || ' and ' || max(id)"
+    {TextKey("identifier twice"),
+     "SELECT min(id) || ', ' || max(id)"
      " FROM (SELECT id, global_id FROM records UNION ALL"
      " SELECT id, global_id FROM tombstones WHERE id NOT IN (SELECT id FROM records))"
      " GROUP BY global_id HAVING count(*) > 1",
      MessageText<1>("two records have one identifier: records %1"), Remedy::rebuild},
-    {"base of an unknown record",
-     "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
+    {TextKey("base of an unknown record"),
+     "SELECT c.identifier || ', ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
      "b.client"
      " WHERE b.record NOT IN (SELECT id FROM records UNION ALL SELECT id FROM tombstones)",
-     MessageText<1>("a base holds a record that is unknown: client %1"), Remedy::resetClient},
-    {"base of another kind",
-     "SELECT c.identifier || ' record ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
+     MessageText<1>("a base holds a record that is unknown (client, record): %1"), Remedy::resetClient},
+    {TextKey("base of another kind"),
+     "SELECT c.identifier || ', ' || b.record, c.identifier FROM base b JOIN clients c ON c.id = "
      "b.client"
      " JOIN records r ON r.id = b.record WHERE r.entity <> b.entity",
-     MessageText<1>("a base takes a folder for a bookmark, or the other way round: client %1"),
+     MessageText<1>("a base takes a folder for a bookmark, or the other way round (client, record): %1"),
      Remedy::resetClient},
-    {"former base of an unknown record",
-     "SELECT c.identifier || ' record ' || f.record, c.identifier FROM former_base f JOIN clients c"
+    {TextKey("former base of an unknown record"),
+     "SELECT c.identifier || ', ' || f.record, c.identifier FROM former_base f JOIN clients c"
      " ON c.id = f.client WHERE f.record NOT IN (SELECT id FROM records UNION ALL SELECT id FROM tombstones)",
-     MessageText<1>("a former base held a record that is unknown: client %1"), Remedy::resetClient},
-    {"local id twice",
-     "SELECT c.identifier || ' id ' || b.local_id, c.identifier FROM base b JOIN clients c ON c.id = b.client"
+     MessageText<1>("a former base held a record that is unknown (client, record): %1"), Remedy::resetClient},
+    {TextKey("local id twice"),
+     "SELECT c.identifier || ', ' || b.local_id, c.identifier FROM base b JOIN clients c ON c.id = b.client"
      " WHERE b.local_id IS NOT NULL GROUP BY b.client, b.local_id HAVING count(*) > 1",
-     MessageText<1>("one local id stands for two records: client %1"), Remedy::resetClient},
-    {"agreement of another size",
+     MessageText<1>("one local id stands for two records (client, id): %1"), Remedy::resetClient},
+    {TextKey("agreement of another size"),
      "SELECT c.identifier, c.identifier FROM agreements a JOIN clients c ON c.id = a.client"
      " WHERE length(a.digests) / 8 <> (SELECT count(*) FROM base b WHERE b.client = a.client)",
      MessageText<1>("what a client agreed to is not what its base holds: client %1"), Remedy::resetClient},
-    {"logged record", "SELECT DISTINCT record FROM changes WHERE record >= (SELECT next_record FROM truth)",
+    {TextKey("logged record"),
+     "SELECT DISTINCT record FROM changes WHERE record >= (SELECT next_record FROM truth)",
      MessageText<1>("the log mentions a record that never existed: record %1"), Remedy::rebuild},
 };
+
+StoreFinding finding(TextKey rule, std::string problem, std::string remedy) {
+  return {rule.english(), tr(rule), std::move(problem), std::move(remedy)};
+}
 
 // One row can hold several lines.
 void checkIntegrity(TruthStore& store, const std::function<void(StoreFinding)>& take) {
@@ -127,7 +132,8 @@ void checkIntegrity(TruthStore& store, const std::function<void(StoreFinding)>& 
   while (query.next()) {
     std::istringstream lines(query.text(0).toString());
     for (std::string line; std::getline(lines, line);) {
-      if (line != "ok" && !line.starts_with("***")) take({"integrity", line, remedyText(Remedy::rebuild)});
+      if (line != "ok" && !line.starts_with("***"))
+        take(finding(TextKey("integrity"), line, remedyText(Remedy::rebuild)));
     }
   }
 }
@@ -136,16 +142,17 @@ void checkRule(TruthStore& store, const Rule& rule, const std::function<void(Sto
   Statement query = store.database().query(rule.sql, kCheck);
   query.open();
   while (query.next()) {
-    take({rule.name, tr(rule.problem, query.text(0).toString()),
-          remedyText(rule.remedy, query.text(1).toString())});
+    take(finding(rule.name, tr(rule.problem, query.text(0).toString()),
+                 remedyText(rule.remedy, query.text(1).toString())));
   }
 }
 
 // Descriptions and values of clients are property lists.
 void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& take) {
   Statement query = store.database().query(
-      "SELECT identifier, 'description', description FROM clients UNION ALL"
-      " SELECT c.identifier, 'value ' || v.key, v.value FROM client_values v JOIN clients c ON c.id = "
+      "SELECT identifier, 'clients.description', description FROM clients UNION ALL"
+      " SELECT c.identifier, 'client_values.' || v.key, v.value FROM client_values v JOIN clients c ON c.id "
+      "= "
       "v.client",
       kCheck);
   query.open();
@@ -153,10 +160,10 @@ void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& tak
     try {
       readPropertyList(query.blob(2));
     } catch (const PropertyListException& exception) {
-      take({"unreadable value",
-            tr("cannot be read (%1): client %2 %3", exception.reason(), query.text(0).toString(),
-               query.text(1).toString()),
-            remedyText(Remedy::registerAgain, query.text(0).toString())});
+      take(finding(TextKey("unreadable value"),
+                   tr("cannot be read (%1): client %2, %3", exception.reason(), query.text(0).toString(),
+                      query.text(1).toString()),
+                   remedyText(Remedy::registerAgain, query.text(0).toString())));
     }
   }
 }
@@ -174,7 +181,7 @@ void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& ta
       check();
     } catch (const DamagedStoreException& exception) {
       if (damage.insert(exception.reason()).second)
-        take({"unreadable", exception.reason(), remedyText(Remedy::rebuild)});
+        take(finding(TextKey("unreadable"), exception.reason(), remedyText(Remedy::rebuild)));
     }
   };
   attempt([&] { checkIntegrity(store, take); });

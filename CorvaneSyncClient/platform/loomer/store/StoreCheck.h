@@ -12,6 +12,7 @@ namespace corvane::loomer {
 /// Something in the store that must not be.
 struct StoreFinding {
   std::string rule;     ///< which rule is broken: a name for programs, such as "place taken twice"
+  std::string title;    ///< the same for people
   std::string problem;  ///< what is wrong where, for people
   std::string remedy;   ///< what to do, in sentences
 };

@@ -17,6 +17,10 @@ namespace corvane::loomer {
 
 namespace {
 
+constexpr const char* kPrepareConnection = MessageText<1>("cannot prepare the connection: %1").english();
+constexpr const char* kSwitchOnWriteAheadLog =
+    MessageText<1>("cannot switch on its write-ahead log: %1").english();
+
 constexpr double kPollSeconds = 0.1;
 // Registering and storing values outside a session: as long as a session may wait for another one.
 constexpr double kWriteTimeoutSeconds = 60.0;
@@ -37,16 +41,23 @@ bool waitUntil(const Condition& done, double seconds) {
   return true;
 }
 
-[[noreturn]] void failWith(const std::string& path, const std::string& operation, std::error_code error) {
-  throw LoomerStoreException(path, "cannot " + operation + ": " + error.message(),
-                             "Give yourself permission to read and write there, and sync again.");
+std::string remedyAfter(std::error_code error) {
+  if (error == std::errc::no_space_on_device || error.value() == EDQUOT)
+    return tr("Make room on the disk and sync again.");
+  if (error == std::errc::read_only_file_system) return tr("Make the file system writable and sync again.");
+  return tr("Give yourself permission to read and write there, and sync again.");
+}
+
+// `what` failed, a clause that names the cause.
+[[noreturn]] void failWith(const std::string& path, const std::string& what, std::error_code error) {
+  throw LoomerStoreException(path, what, remedyAfter(error));
 }
 
 // A side file may be gone at any time: the last process that closes the store removes both.
 void narrowSideFile(const std::string& store, const std::string& path) {
   const PrivateFileError problem = setMode(path, kPrivateFileMode);
   if (problem && problem.error != std::errc::no_such_file_or_directory)
-    failWith(store, "close " + path + " to other users", problem.error);
+    failWith(store, tr("cannot close %1 to other users: %2", path, problem.error.message()), problem.error);
 }
 
 // SQLite's own locks do not make opening one step: its busy handler does not cover the switch to the
@@ -55,13 +66,18 @@ void narrowSideFile(const std::string& store, const std::string& path) {
 // SQLite's locks on it.
 FileDescriptor lockForOpening(const std::string& path) {
   if (const PrivateFileError problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))
-    failWith(path, "make " + problem.path + " a directory of the user's own", problem.error);
+    failWith(path,
+             tr("cannot make %1 a directory of the user's own: %2", problem.path, problem.error.message()),
+             problem.error);
   const std::string lockPath = path + "-lock";
   FileDescriptor file(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode));
-  if (!file) failWith(path, "open " + lockPath, lastSystemError());
+  const std::error_code error = lastSystemError();
+  if (!file) failWith(path, tr("cannot open %1: %2", lockPath, error.message()), error);
   const auto isLocked = [&] {
     if (flock(file.number(), LOCK_EX | LOCK_NB) == 0) return true;
-    if (errno != EWOULDBLOCK) failWith(path, "lock " + lockPath, lastSystemError());
+    const std::error_code cause = lastSystemError();
+    if (cause.value() != EWOULDBLOCK)
+      failWith(path, tr("cannot lock %1: %2", lockPath, cause.message()), cause);
     return false;
   };
   if (waitUntil(isLocked, kOpenTimeoutSeconds)) return file;
@@ -74,9 +90,10 @@ FileDescriptor lockForOpening(const std::string& path) {
 // closing it again would drop the locks that this process holds on it.
 std::string prepared(std::string path) {
   const FileDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode));
-  if (!file && errno != EEXIST) failWith(path, "create it", lastSystemError());
+  const std::error_code error = lastSystemError();
+  if (!file && error.value() != EEXIST) failWith(path, tr("cannot create it: %1", error.message()), error);
   if (const PrivateFileError problem = setMode(path, kPrivateFileMode))
-    failWith(path, "close it to other users", problem.error);
+    failWith(path, tr("cannot close it to other users: %1", problem.error.message()), problem.error);
   for (const char* suffix : {"-wal", "-shm"}) narrowSideFile(path, path + suffix);
   return path;
 }
@@ -88,25 +105,28 @@ std::string storePathForHome(const std::string& homeDirectory) {
 }
 
 // The lock ends with the full expression: once the store is open.
-TruthStore::TruthStore(std::string path) : TruthStore(path, lockForOpening(path)) {}
+TruthStore::TruthStore(std::string path) : TruthStore(std::move(path), Access::shared) {}
 
-TruthStore::TruthStore(std::string path, const FileDescriptor& /*openingLock*/)
-    : _database(prepared(std::move(path))) {
+TruthStore::TruthStore(std::string path, Access access)
+    : TruthStore(path, access, access == Access::unchanging ? FileDescriptor() : lockForOpening(path)) {}
+
+TruthStore::TruthStore(std::string path, Access access, const FileDescriptor& /*openingLock*/)
+    : _database(access == Access::unchanging ? std::move(path) : prepared(std::move(path)), access) {
   refuseUnusableStore(_database, storeMigrations());
-  useWriteAheadLog();
+  if (access != Access::unchanging) useWriteAheadLog();
   _database.execute(
       "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA cell_size_check = ON;"
       "PRAGMA trusted_schema = OFF; PRAGMA temp_store = MEMORY; PRAGMA cache_size = -32768;"
       "PRAGMA journal_size_limit = 4194304;",
-      "prepare the connection");
-  if (_database.integer("PRAGMA user_version", "read its version") <
+      kPrepareConnection);
+  if (_database.integer("PRAGMA user_version", kReadVersion) <
       static_cast<std::int64_t>(storeMigrations().size())) {
     writing([this] { migrate(_database, storeMigrations()); });
   }
 }
 
 std::uint64_t TruthStore::bytes() {
-  constexpr const char* kReadSize = "read its size";
+  constexpr const char* kReadSize = MessageText<1>("cannot read its size: %1").english();
   const auto pages = static_cast<std::uint64_t>(_database.integer("PRAGMA page_count", kReadSize));
   return pages * static_cast<std::uint64_t>(_database.integer("PRAGMA page_size", kReadSize));
 }
@@ -122,10 +142,10 @@ void TruthStore::beginOrFail() {
 }
 
 void TruthStore::useWriteAheadLog() {
-  Statement statement = _database.query("PRAGMA journal_mode = WAL", "switch on its write-ahead log");
+  Statement statement = _database.query("PRAGMA journal_mode = WAL", kSwitchOnWriteAheadLog);
   if (!statement.open().next() || statement.text(0) != "wal") {
-    throw LoomerStoreException(path(), "its file system does not support write-ahead logging",
-                               "Keep the home directory on a local disk.");
+    throw LoomerStoreException(path(), tr("its file system does not support write-ahead logging"),
+                               tr("Keep the home directory on a local disk."));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 
 namespace corvane::loomer {
@@ -27,6 +28,9 @@ class TruthStore {
  public:
   /// Opens the store, making or migrating it where that is needed. Raises LoomerStoreException.
   explicit TruthStore(std::string path);
+  /// The same by another access. An unchanging store is neither made nor migrated; what still stands in its
+  /// write-ahead log is not seen.
+  TruthStore(std::string path, Access access);
 
   const std::string& path() const { return _database.path(); }
   Database& database() { return _database; }
@@ -34,7 +38,7 @@ class TruthStore {
   std::uint64_t bytes();
 
   /// From now on everything is read as it is at the first read, whatever others write meanwhile.
-  void beginReading() { _database.execute("BEGIN", "begin reading"); }
+  void beginReading() { _database.execute("BEGIN", MessageText<1>("cannot begin reading: %1").english()); }
 
   /// Takes the lock and starts a transaction. Waits at most `seconds` for another writer, asking again
   /// several times a second by the platform's clock; false when it still writes then.
@@ -56,8 +60,8 @@ class TruthStore {
   }
 
  private:
-  /// Opens the store while `openingLock` keeps others from it.
-  TruthStore(std::string path, const FileDescriptor& openingLock);
+  /// Opens the store while `openingLock`, if there is one, keeps others from it.
+  TruthStore(std::string path, Access access, const FileDescriptor& openingLock);
 
   void beginOrFail();
   void useWriteAheadLog();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::pelto::chain {
 
 namespace {
@@ -9,15 +11,15 @@ namespace {
 constexpr std::int64_t kTombstonesForARecord = 4;
 
 [[noreturn]] void failBeyondLimits(const ChainObjects& objects) {
-  throw PlaceException("Can't take what is kept in " + objects.whereabouts() +
-                       ": it is more than an account may hold.");
+  throw PlaceException(
+      tr("Can't take what is kept in %1: it is more than an account may hold.", objects.whereabouts()));
 }
 
 std::vector<HubRecord> recordsIn(const std::string& contents, const ChainObjects& objects) {
   try {
     return readSegment(contents);
   } catch (const PlatformException& exception) {
-    throw PlaceException("Can't read records in " + objects.whereabouts() + ": " + exception.reason() + ".");
+    throw PlaceException(tr("Can't read records in %1: %2.", objects.whereabouts(), exception.reason()));
   }
 }
 

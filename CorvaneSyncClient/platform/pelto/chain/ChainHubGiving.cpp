@@ -2,6 +2,7 @@
 #include <iterator>
 
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -83,8 +84,10 @@ HubPushed ChainHub::push(const HubPush& push) {
 HubPushed::Outcome ChainHub::giveCommit(Commit commit) {
   if (isEnded(_state.kept)) return HubPushed::Outcome::overtaken;
   if (_state.isBlocked) {
-    throw PlaceException("The next slot, c/" + nameOf(commit.link) + " in " + _objects.whereabouts() +
-                         ", holds a damaged object. If it stays so for ten minutes, it is passed by.");
+    throw PlaceException(
+        tr("The next slot, %1 in %2, holds a damaged object. If it stays so for ten minutes, it is passed "
+           "by.",
+           "c/" + nameOf(commit.link), _objects.whereabouts()));
   }
   Link link = commit.link;
   _commit = _objects.sealCommit(commit, link);

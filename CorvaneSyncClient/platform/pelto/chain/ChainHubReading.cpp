@@ -1,4 +1,5 @@
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -46,13 +47,12 @@ void ChainHub::passBy(const Link& link, const MissingObject& missing, bool isFor
   keep();
   if (!isForGood) {
     throw PlaceException(
-        missing.reason() + " The commit " + nameOf(link) + " needs it. " +
+        missing.reason() + ' ' + tr("The commit %1 needs it.", nameOf(link)) + ' ' +
         (link.isCheckpoint
-             ? "Nothing older is left that could stand in for it, so this computer waits. Put it back if "
-               "there is a copy. "
-               "If it stays missing for a day, the account begins with what came after it, and the computers "
-               "that have the rest give that again when they sync."
-             : "If it stays missing for a day, the commit is passed by."));
+             ? tr("Nothing older is left that could stand in for it, so this computer waits. Put it back if "
+                  "there is a copy. If it stays missing for a day, the account begins with what came after "
+                  "it, and the computers that have the rest give that again when they sync.")
+             : tr("If it stays missing for a day, the commit is passed by.")));
   }
   _passedBy.push_back(link);
   try {
@@ -103,8 +103,8 @@ const std::vector<PastState>& ChainHub::told() {
     try {
       _told.emplace(checkpoint.hash, readHistory(contents));
     } catch (const ContentsException& exception) {
-      throw PlaceException("Can't read the history in " + _objects.whereabouts() + ": " + exception.reason() +
-                           ".");
+      throw PlaceException(
+          tr("Can't read the history in %1: %2.", _objects.whereabouts(), exception.reason()));
     }
   });
   _reading.reset();

@@ -12,6 +12,7 @@
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/chain/Link.h"
 #include "CorvaneSyncClient/platform/pelto/seal/GenerationChange.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 // What the objects of a chain hold before they are sealed: binary property lists. Readers take hostile input:
 // every type, length, count and range is checked, and nothing is allocated by a number alone.
@@ -30,7 +31,7 @@ class NewerContentsException : public PlatformException {
  public:
   NewerContentsException()
       : PlatformException("NewerContentsException",
-                          "a newer version of this program has written there. Install it here, too") {}
+                          tr("a newer version of this program has written there. Install it here, too")) {}
 };
 
 /// Records in one object, and bytes of their names and addresses, after which the next record goes into

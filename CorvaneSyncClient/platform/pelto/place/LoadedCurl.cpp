@@ -5,6 +5,7 @@
 #include <string>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 // The functions of libcurl, which is loaded when the first of them is called. Nobody without an account calls
 // one, and libcurl stands on thirty further libraries: to load and bind them takes longer than a session of a
@@ -23,7 +24,7 @@ void* load() {
     if (void* const library = dlopen(name, RTLD_NOW | RTLD_LOCAL)) return library;
   }
   throw PlatformException(NSObjectNotAvailableException,
-                          std::string("Can't load the library for the online service: ") + dlerror());
+                          tr("Can't load the library for the online service: %1", dlerror()));
 }
 
 void* library() {
@@ -35,7 +36,7 @@ template <typename Function>
 Function* loaded(const char* name) {
   if (void* const function = dlsym(library(), name)) return reinterpret_cast<Function*>(function);
   throw PlatformException(NSObjectNotAvailableException,
-                          std::string("The library for the online service is too old: ") + dlerror());
+                          tr("The library for the online service is too old: %1", dlerror()));
 }
 
 // What a function takes first: `curl_url_get` takes a handle that is const in newer versions.

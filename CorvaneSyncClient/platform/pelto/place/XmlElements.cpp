@@ -7,6 +7,8 @@
 #include <memory>
 #include <new>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
+
 namespace corvane::pelto {
 
 namespace {
@@ -40,12 +42,12 @@ class Reader {
 
  private:
   [[noreturn]] void fail(const std::string& cause) const {
-    throw XmlException("line " + std::to_string(XML_GetCurrentLineNumber(_parser.get())) +
-                       " of its XML: " + cause);
+    throw XmlException(
+        tr("line %1 of its XML: %2", std::to_string(XML_GetCurrentLineNumber(_parser.get())), cause));
   }
 
   void begin(const char* name) {
-    if (_path.size() == kMostDepth) fail("elements nest too deep");
+    if (_path.size() == kMostDepth) fail(tr("elements nest too deep"));
     _path.emplace_back(name);
     _texts.emplace_back();
     _handlers.begin(_path);
@@ -59,7 +61,7 @@ class Reader {
 
   void text(std::string_view piece) {
     _texts.back() += piece;
-    if (_texts.back().size() > kLongestText) fail("a text is too long");
+    if (_texts.back().size() > kLongestText) fail(tr("a text is too long"));
   }
 
   template <typename Step>
@@ -85,7 +87,7 @@ class Reader {
     guard(self, [=](Reader& reader) { reader.text({text, static_cast<std::size_t>(length)}); });
   }
   static void onDoctype(void* self, const XML_Char*, const XML_Char*, const XML_Char*, int) {
-    guard(self, [](const Reader& reader) { reader.fail("it has a document type declaration"); });
+    guard(self, [](const Reader& reader) { reader.fail(tr("it has a document type declaration")); });
   }
 
   const XmlHandlers& _handlers;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane::pelto {
@@ -45,7 +46,8 @@ void wipe(std::string& text) {
 }
 
 void useSodium() {
-  if (sodium_init() < 0) throw PlatformException("DotPeltoException", "The system gives no random numbers.");
+  if (sodium_init() < 0)
+    throw PlatformException("DotPeltoException", tr("The system gives no random numbers."));
 }
 
 }  // namespace corvane::pelto

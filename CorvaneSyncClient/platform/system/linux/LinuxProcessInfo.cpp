@@ -15,6 +15,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/system/FileSystem.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
 namespace corvane {
@@ -57,7 +58,7 @@ std::optional<std::string> directoryInEnvironment(const char* variable) {
 
 [[noreturn]] void refuse(const std::string& path, const std::string& cause) {
   throw PlatformException(NSObjectNotAvailableException,
-                          "Can't use temporary directory " + path + ": " + cause);
+                          tr("Can't use temporary directory %1: %2", path, cause));
 }
 
 }  // namespace
@@ -101,7 +102,7 @@ std::string LinuxProcessInfo::homeDirectory() {
   if (account && !account->home.empty()) return withoutTrailingSlashes(account->home);
   throw PlatformException(
       NSObjectNotAvailableException,
-      "Can't find the home directory: HOME names none and user " + userName() + " has none");
+      tr("Can't find the home directory: HOME names none and user %1 has none", userName()));
 }
 
 std::string LinuxProcessInfo::configurationDirectory() {
@@ -119,8 +120,8 @@ std::string LinuxProcessInfo::temporaryDirectory() {
   // Anybody may have made it beforehand: it must be a directory itself, the user's, and closed to others.
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) refuse(path, std::system_category().message(errno));
-  if (!S_ISDIR(status.st_mode)) refuse(path, "it is not a directory");
-  if (status.st_uid != geteuid()) refuse(path, "it belongs to another user");
+  if (!S_ISDIR(status.st_mode)) refuse(path, tr("it is not a directory"));
+  if (status.st_uid != geteuid()) refuse(path, tr("it belongs to another user"));
   if ((status.st_mode & 07777) != kPrivateDirectoryMode &&
       ::chmod(path.c_str(), kPrivateDirectoryMode) != 0) {
     refuse(path, std::system_category().message(errno));
