@@ -125,7 +125,7 @@ class TerminalTest(unittest.TestCase):
         with open(page, "w", encoding="utf-8") as file:
             file.write('<DL><DT><A HREF="http://new.example/">New</A></DL>')
         for arguments, told in ((("check",), "Checking the store: step 1 of "), (("import", page), "Comparing 1 entry"),
-                                (("undo", "2"), "Undoing session 2")):
+                                (("undo", "2"), "Undoing session 2"), (("sync",), f"Syncing {FIRST}")):
             with self.subTest(arguments=arguments):
                 text = self.on_terminal(*arguments, LANG="C")
                 self.assertEqual(self.status, 0, text)

@@ -1,10 +1,12 @@
 #include "tools/loomerctl/Programs.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <system_error>
@@ -61,10 +63,18 @@ pid_t startProgram(const std::vector<std::string>& words, int output) {
 }
 
 // Everything up to the end; what cannot be read any more is as good as that.
-std::string readToEnd(const FileDescriptor& file) {
+std::string readToEnd(const FileDescriptor& file, const std::function<void(std::size_t)>& waiting) {
+  constexpr auto kSecond = std::chrono::seconds(1);
   std::string text;
   char buffer[4096];
+  const auto begin = std::chrono::steady_clock::now();
   while (true) {
+    pollfd readable{file.number(), POLLIN, 0};
+    const auto timeout = std::chrono::milliseconds(kSecond).count();
+    if (waiting && ::poll(&readable, 1, static_cast<int>(timeout)) == 0) {
+      waiting(static_cast<std::size_t>((std::chrono::steady_clock::now() - begin) / kSecond));
+      continue;
+    }
     const ssize_t count = retryingInterrupted([&] { return ::read(file.number(), buffer, sizeof buffer); });
     if (count <= 0) return text;
     text.append(buffer, static_cast<std::size_t>(count));
@@ -73,7 +83,8 @@ std::string readToEnd(const FileDescriptor& file) {
 
 }  // namespace
 
-EndedProgram runProgram(const std::vector<std::string>& words) {
+EndedProgram runProgram(const std::vector<std::string>& words,
+                        const std::function<void(std::size_t)>& waiting) {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) refuseToRun(words[0], errno);
   const FileDescriptor out(ends[0]);
@@ -81,7 +92,7 @@ EndedProgram runProgram(const std::vector<std::string>& words) {
   const pid_t child = startProgram(words, in.number());
   in = FileDescriptor();  // so that the child's end of the pipe is the last
   EndedProgram ended;
-  ended.output = readToEnd(out);
+  ended.output = readToEnd(out, waiting);
   int status = 0;
   // The child is this process's own, so that nothing but a signal comes between.
   retryingInterrupted([&] { return ::waitpid(child, &status, 0); });

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,8 +14,10 @@ struct EndedProgram {
 };
 
 /// Runs a program to its end, with nothing on its standard input. One that is named without a slash is looked
-/// for along PATH. Raises Refused where it cannot be started.
-EndedProgram runProgram(const std::vector<std::string>& words);
+/// for along PATH. Raises Refused where it cannot be started. `waiting`, if there is one, is told each second
+/// how many have passed.
+EndedProgram runProgram(const std::vector<std::string>& words,
+                        const std::function<void(std::size_t seconds)>& waiting = nullptr);
 
 /// The directory of this very program, all links resolved.
 std::string ownDirectory();

@@ -11,6 +11,7 @@
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Programs.h"
+#include "tools/loomerctl/Progress.h"
 #include "tools/loomerctl/SyncRounds.h"
 #include "tools/loomerctl/Text.h"
 #include "tools/loomerctl/UserClients.h"
@@ -29,9 +30,17 @@ std::optional<Date> dateOfFile(const String& client) {
 // Runs the corvanetool that this program was installed with.
 class ToolRunner : public SessionRunner {
  public:
+  explicit ToolRunner(Output& err) : _progress(err) {}
+
   bool sync(const String& client) override {
     _dates[client.toString()] = dateOfFile(client);
-    return runProgram({_tool, "--sync", client.toString(), "--entitynames", "bookmarks"}).status == 0;
+    const std::string name = printable(client.view());
+    _progress.say(tr("Syncing %1", name));
+    const auto waiting = [&](std::size_t seconds) {
+      _progress.say(counted(seconds, "Syncing %2 for %1 second", "Syncing %2 for %1 seconds", name));
+    };
+    return runProgram({_tool, "--sync", client.toString(), "--entitynames", "bookmarks"}, waiting).status ==
+           0;
   }
 
   bool isBusy() override {
@@ -57,6 +66,7 @@ class ToolRunner : public SessionRunner {
   }
 
  private:
+  Progress _progress;
   std::string _tool = joinedPath(ownDirectory(), "corvanetool");
   std::map<std::string, std::optional<Date>> _dates;  // of the clients' files before their last sessions
 };
@@ -104,9 +114,12 @@ std::vector<String> withoutIdle(std::vector<String> clients) {
 Status syncClients(Invocation& run) {
   std::vector<String> clients = clientsToSync(run.options);
   if (run.options.unattended) clients = withoutIdle(std::move(clients));
-  ToolRunner runner;
+  const auto ends = [&] {
+    ToolRunner runner(run.err);
+    return syncInRounds(clients, runner);
+  }();
   Status status = statusFine;
-  for (const auto& [client, end] : syncInRounds(clients, runner)) {
+  for (const auto& [client, end] : ends) {
     const std::string name = printable(client);
     if (end == SyncEnd::succeeded) {
       run.out.write(tr("%1 is synced.", name) + '\n');
