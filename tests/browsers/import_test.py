@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """What real browsers write of their bookmarks, Chromium and Firefox, comes in by `loomerctl import`, while they run and after;
-what `loomerctl export` writes, Firefox reads.
+what `loomerctl export` writes, both read.
 
 usage: import_test.py BUILD_DIRECTORY [TEST...]
 """
@@ -95,6 +95,11 @@ const make = async (entries, parentId) => {
 const [entries] = arguments;
 for (const root of roots) if (entries[root.folderType]) await make(entries[root.folderType], root.id);
 """
+# What stands in an opened file, in the form of `records`.
+READ_IN_CHROMIUM = """
+const depth = each => { let lists = -1; while ((each = each.parentElement)) lists += each.tagName === "DL"; return lists; };
+return [...document.querySelectorAll("h3, a")].map(each => [depth(each), each.textContent, each.getAttribute("href")]);
+"""
 
 
 class ChromiumImports(Imports):
@@ -106,7 +111,18 @@ class ChromiumImports(Imports):
                            {"bookmarks-bar": bar, "other": other})
             path = pathlib.Path(browser.profile, "data", "Default", "Bookmarks")
             self.wait_until(lambda: path.exists() and '"Empty"' in path.read_text(encoding="utf-8"))
-            self.assert_comes_in(str(path), tree([["BookmarksBar", bar], ["Other Bookmarks", other]]), "Left out: 12 dates")
+            wanted = tree([["BookmarksBar", bar], ["Other Bookmarks", other]])
+            self.assert_comes_in(str(path), wanted, "Left out: 12 dates")
+            self.check_export(browser, path, wanted)
+
+    def check_export(self, browser, path, wanted):
+        """Its parser finds in our HTML what is in the tree; its own importer has no way in for programs."""
+        home = self.new_home()
+        self.run_in(home, "import", str(path))
+        exported = pathlib.Path(self.directory, "exported.html")
+        self.run_in(home, "export", str(exported))
+        browser.open(exported.as_uri())
+        self.assertEqual([(depth, title, address) for depth, title, address in browser.script(READ_IN_CHROMIUM)], wanted)
 
 
 # Everything but the separators' places goes by the same tree.
@@ -183,7 +199,7 @@ class FirefoxImports(Imports):
     def check_export(self, browser, html, toolbar, menu, other):
         """Its HTML has the menu at the root and nothing of a phone; ours, read by it, brings the same."""
         home = self.new_home()
-        self.assertIn("Left out: 2 tags, 1 keyword, 2 separators, ", self.run_in(home, "import", html))
+        self.assertRegex(self.run_in(home, "import", html), r"Left out: 2 tags, 1 keyword, 2 separators, [0-9]+ dates")
         self.assertEqual(self.records(home), tree([*menu, ["BookmarksBar", toolbar], ["Other Bookmarks", other]]))
         exported = os.path.join(self.directory, "exported.html")
         self.run_in(home, "export", exported)
