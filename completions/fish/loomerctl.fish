@@ -19,6 +19,8 @@ function __loomerctl_argument
             __fish_complete_path (commandline -ct)
         case PLACE
             __fish_complete_directories (commandline -ct) ''
+        case BROWSER
+            printf '%s\n' chromium firefox
     end
 end
 

@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
@@ -62,7 +63,14 @@ class Browser:
 
     def launch(self, *command):
         self.process = subprocess.Popen(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=self.log,
-                                        stderr=self.log)
+                                        stderr=self.log, start_new_session=True)
+
+    def crash(self):
+        """As by a loss of power, but for what the system keeps: `start` goes on with what the profile holds."""
+        os.killpg(self.process.pid, signal.SIGKILL)
+        self.process.wait()
+        self.log.seek(0)
+        self.log.truncate()
 
     def wait_for(self, condition):
         """What `condition` answers, once that is something."""
@@ -148,9 +156,11 @@ class Firefox(Browser):
                        "browser.startup.page": 0, "toolkit.telemetry.enabled": False, **self.preferences}
         lines = [f"user_pref({json.dumps(name)}, {json.dumps(value)});\n" for name, value in preferences.items()]
         pathlib.Path(self.profile, "user.js").write_text("".join(lines), encoding="utf-8")
+        # Of a start before.
+        port = pathlib.Path(self.profile, "MarionetteActivePort")
+        port.unlink(missing_ok=True)
         self.launch(needed("firefox-esr"), "--headless", "--no-remote", "--marionette", "--remote-allow-system-access",
                     "--profile", self.profile, *self.arguments)
-        port = pathlib.Path(self.profile, "MarionetteActivePort")
         number = int(self.wait_for(lambda: port.exists() and port.read_text(encoding="ascii").strip()))
         self.socket = socket.create_connection(("127.0.0.1", number), timeout=ANSWER_SECONDS)
         self.stream = self.socket.makefile("rb")

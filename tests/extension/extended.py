@@ -70,8 +70,26 @@ class ChromiumWithExtension(Chromium):
     def rename(self, node, title):
         self.by_user("await chrome.bookmarks.update(parameters[0], {title: parameters[1]})", node, title)
 
+    def readdress(self, node, address):
+        self.by_user("await chrome.bookmarks.update(parameters[0], {url: parameters[1]})", node, address)
+
+    def move(self, node, parent, index):
+        """Before what stands at the index, of the node's own folder too."""
+        self.by_user("await chrome.bookmarks.move(parameters[0], {parentId: parameters[1], index: parameters[2]})",
+                     node, parent, index)
+
     def remove(self, node):
         self.by_user("await chrome.bookmarks.removeTree(parameters[0])", node)
+
+    def roots(self):
+        """By what they are, as trees of {id, title, url, children}."""
+        return self.by_user("""
+            const [top] = await chrome.bookmarks.getTree();
+            const form = ({id, title, url, children}) =>
+              url === undefined ? {id, title, children: (children ?? []).map(form)} : {id, title, url};
+            const names = {"bookmarks-bar": "bar", other: "other"};
+            return Object.fromEntries(top.children.filter(each => names[each.folderType])
+              .map(each => [names[each.folderType], form(each)]));""")
 
     def popup(self):
         return f"chrome-extension://{CHROMIUM_ID}/popup.html"
@@ -113,8 +131,29 @@ class FirefoxWithExtension(Firefox):
     def rename(self, node, title):
         self.by_user("await bookmarks.update({guid: parameters[0], title: parameters[1]})", node, title)
 
+    def readdress(self, node, address):
+        self.by_user("await bookmarks.update({guid: parameters[0], url: parameters[1]})", node, address)
+
+    def move(self, node, parent, index):
+        """Before what stands at the index, of the node's own folder too."""
+        self.by_user("""
+            const [guid, parentGuid, index] = parameters;
+            const before = await bookmarks.fetch(guid);
+            const later = before.parentGuid === parentGuid && before.index < index ? 1 : 0;
+            await bookmarks.update({guid, parentGuid, index: index - later});""", node, parent, index)
+
     def remove(self, node):
         self.by_user("await bookmarks.remove(parameters[0])", node)
+
+    def roots(self):
+        """By what they are, as trees of {id, title, url, children}."""
+        return self.by_user("""
+            const form = ({guid, title = "", uri, typeCode, children}) => typeCode === bookmarks.TYPE_FOLDER
+              ? {id: guid, title, children: (children ?? []).map(form)} : {id: guid, title, url: uri};
+            const names = {bar: "toolbar_____", menu: "menu________", other: "unfiled_____"};
+            const found = await Promise.all(Object.entries(names).map(
+              async ([name, guid]) => [name, form(await PlacesUtils.promiseBookmarksTree(guid))]));
+            return Object.fromEntries(found);""")
 
     def tag(self, address, *tags):
         self.by_user("PlacesUtils.tagging.tagURI(Services.io.newURI(parameters[0]), parameters[1])", address, tags)

@@ -59,6 +59,12 @@ Status syncClients(Invocation& run);
 Status enableClients(Invocation& run);
 /// `disable`
 Status disableClients(Invocation& run);
+/// `browser install`
+Status installBrowser(Invocation& run);
+/// `browser remove`
+Status removeBrowser(Invocation& run);
+/// `browser status`
+Status showBrowsers(Invocation& run);
 /// `undo`
 Status undoSession(Invocation& run);
 /// `export`

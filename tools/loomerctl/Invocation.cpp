@@ -141,6 +141,22 @@ constexpr Command kCommands[] = {
          "lost a conflict, what is worth tidying, and all bookmarks, to be searched. Readable by its owner "
          "alone; replaces FILE. \"-\" is standard output."),
      writeReportFile},
+    {"browser install", "[BROWSER]", 0, TextKey("lets Chromium and Firefox sync, too"),
+     TextKey(
+         "Has the browser find the program that the extension speaks to, for this user, and says how to load "
+         "the extension where it is not installed for all users. BROWSER is chromium or firefox; without it, "
+         "both."),
+     installBrowser},
+    {"browser status", "[BROWSER]", 0, TextKey("what is in place for Chromium and Firefox"),
+     TextKey(
+         "Says what is in place, what is missing, and what to do. Changes nothing. Exits 0 if the browser "
+         "finds the program, 1 if not."),
+     showBrowsers},
+    {"browser remove", "[BROWSER]", 0, TextKey("takes back what `browser install` did"),
+     TextKey(
+         "Leaves browsers and bookmarks as they are. What the Debian package installed for all users goes "
+         "with the package."),
+     removeBrowser},
     {"account set", "PLACE", 0, TextKey("shares the bookmarks through a place"),
      TextKey("PLACE is a directory, such as a mounted share; a WebDAV folder (https://USER@HOST/FOLDER); a "
              "bucket (s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST); a corvane-hub "
