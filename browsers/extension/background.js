@@ -8,6 +8,7 @@ const HOST = "com.keldra.corvane.bookmarks";
 const QUIET = 1000;
 const FIRST_RETRY = 1000;
 const LAST_RETRY = 600_000;
+const LASTING = 60_000;
 
 /** @type {chrome.runtime.Port | null} To the host. */
 let host = null;
@@ -15,7 +16,8 @@ let host = null;
 const popups = new Set();
 /** @type {Record<string, any>} What popups show. */
 let state = { state: "connecting" };
-let retry = FIRST_RETRY;
+let retry = 0;
+let connectedAt = 0;
 /** @type {ReturnType<typeof setTimeout> | undefined} */
 let retryTimer;
 /** @type {ReturnType<typeof setTimeout> | undefined} */
@@ -104,6 +106,7 @@ async function connect() {
   };
   connecting = false;
   told = false;
+  connectedAt = Date.now();
   const port = api.runtime.connectNative(HOST);
   host = port;
   port.onMessage.addListener(hear);
@@ -114,7 +117,6 @@ async function connect() {
 
 /** @param {any} message */
 function hear(message) {
-  retry = FIRST_RETRY;
   if (message.type === "read" || isChange(message.type)) answer(message);
   else if (message.type === "state") show(message);
   else if (message.type === "token" && typeof message.token === "string") api.storage.local.set({ token: message.token });
@@ -128,9 +130,14 @@ function lose(port) {
   // Reading it is what keeps Chromium from reporting it.
   const cause = api.runtime.lastError?.message ?? /** @type {any} */ (port).error?.message ?? "";
   host = null;
-  show({ state: "problem", problem: { text: api.i18n.getMessage("unreachable", cause), remedy: "loomerctl browser status" } });
+  // What the host has said last may be why it ended.
+  if (state.state !== "problem") {
+    show({ state: "problem", problem: { text: api.i18n.getMessage("unreachable", cause), remedy: "loomerctl browser status" } });
+  }
+  // A host that ends again and again is started less and less often.
+  const hasLasted = Date.now() - connectedAt > LASTING;
+  retry = hasLasted ? FIRST_RETRY : Math.min(Math.max(retry * 4, FIRST_RETRY), LAST_RETRY);
   retryTimer = setTimeout(connect, retry);
-  retry = Math.min(retry * 4, LAST_RETRY);
 }
 
 // ---- the popup

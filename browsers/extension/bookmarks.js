@@ -76,8 +76,10 @@ export async function read(say) {
   let nodes = [];
   let size = 0;
   for (let node = waiting.pop(); node; node = waiting.pop()) {
-    let said = form(node);
-    if (sizeOf(said) > ROOM && said.kind === "bookmark") said = { id: said.id, kind: "separator", title: "", parent: said.parent };
+    const whole = form(node);
+    const fits = sizeOf(whole) <= ROOM;
+    // What does not has a place and nothing else.
+    const said = fits ? whole : { id: whole.id, kind: "separator", title: "", parent: whole.parent };
     const added = sizeOf(said);
     if (size + added > ROOM) {
       say(nodes);
@@ -86,7 +88,8 @@ export async function read(say) {
     }
     nodes.push(said);
     size += added;
-    for (const child of (node.children ?? []).toReversed()) waiting.push(child);
+    const children = fits ? (node.children ?? []) : [];
+    for (const child of children.toReversed()) waiting.push(child);
   }
   return nodes;
 }

@@ -51,6 +51,13 @@ class Extension(Requests):
         cls.host = cls.listener.accept()
         cls.hello = cls.host.receive()
 
+    def reconnect(self):
+        """Somebody who looks has the extension connect at once."""
+        self.listener.hang_up()
+        self.browser.open("about:blank")
+        self.browser.open(self.browser.popup())
+        self.connect()
+
     def by_user(self, *entries):
         """The user makes these, and the host hears of it."""
         self.browser.make(self.folder, entries)
@@ -71,14 +78,12 @@ class Extension(Requests):
                                  "profile": "", "generation": 0})
 
     def test_token_and_generation_are_kept_and_replaced(self):
-        self.listener.hang_up()
-        self.connect()
+        self.reconnect()
         before = self.hello
         self.host.send({"type": "token", "token": "0" * 8 + before["token"][8:]})
         self.host.send({"type": "generation", "generation": before["generation"] + 7})
         self.host.read()
-        self.listener.hang_up()
-        self.connect()
+        self.reconnect()
         self.assertEqual(self.hello, {**before, "token": "0" * 8 + before["token"][8:], "generation": before["generation"] + 7})
 
     def test_edits_of_the_user_are_told_of_once_until_they_are_read(self):
@@ -186,8 +191,7 @@ class Extension(Requests):
         self.browser.press(TAB, TAB, ENTER)
         self.assertEqual(self.host.next("pause"), {"type": "pause", "paused": True})
         self.host.read()
-        self.listener.hang_up()
-        self.connect()
+        self.reconnect()
         self.assertEqual(self.host.receive(), {"type": "pause", "paused": True})
         self.open_popup()
         self.say_state(state="paused")
@@ -196,12 +200,19 @@ class Extension(Requests):
 
     def test_popup_says_that_the_host_is_not_there(self):
         self.open_popup()
+        self.say_state(state="idle")
         self.listener.hang_up()
         try:
             self.wait_until_shown("problem-text", self.texts["unreachable"])
             self.assertEqual(self.shown("remedy"), "loomerctl browser status")
         finally:
-            self.connect()
+            self.reconnect()
+
+    def test_what_the_host_said_last_stays_when_it_ends(self):
+        self.open_popup()
+        self.say_state(state="problem", problem={"text": "Update the extension.", "remedy": ""})
+        self.reconnect()
+        self.wait_until_shown("problem-text", "^Update the extension.$")
 
 
 class ChromiumExtension(Extension, unittest.TestCase):
@@ -210,11 +221,13 @@ class ChromiumExtension(Extension, unittest.TestCase):
              "paused": "^Angehalten", "problem": "^Etwas braucht", "unreachable": "^Das Programm auf diesem Rechner",
              "12000": "12.000"}
 
-    def test_a_bookmark_longer_than_a_message_is_a_separator(self):
-        self.by_user(["before", "https://a.example/"], ["x" * 300_000, "https://b.example/"], ["after", "https://c.example/"])
-        self.assertEqual([node["kind"] for node in self.own()], ["bookmark", "separator", "bookmark"])
+    def test_what_is_longer_than_a_message_is_a_separator(self):
+        self.by_user(["before", "https://a.example/"], ["x" * 300_000, "https://b.example/"], ["after", "https://c.example/"],
+                     ["y" * 300_000, [["inside", "https://d.example/"]]])
+        self.assertEqual([node["kind"] for node in self.own()], ["bookmark", "separator", "bookmark", "separator"])
+        self.assertEqual([node for node in self.host.read() if node["title"] == "inside"], [])
         self.browser.by_user("for (const each of await chrome.bookmarks.getChildren(parameters[0])) "
-                             "await chrome.bookmarks.remove(each.id)", self.folder)
+                             "await chrome.bookmarks.removeTree(each.id)", self.folder)
         self.host.next("changed")
 
     def test_reordering_in_the_bookmark_manager_is_told_of(self):
