@@ -191,6 +191,9 @@ class InstalledUsedAndPurged(CleanDebian):
                               stderr=subprocess.STDOUT, text=True)
         self.assertEqual(done.returncode, 1, done.stdout)
         self.assertIn("\n    */15 * * * * /usr/bin/loomerctl sync --unattended\n", done.stdout)
+        guide = "usr/share/doc/corvane-sync/guide.md"
+        self.assertIn(f" /{guide} ", done.stdout)
+        self.assertTrue((self.root / guide).exists())
 
     def test_the_servers_user_goes_where_nothing_is_his(self):
         users = self.root / "etc/passwd"

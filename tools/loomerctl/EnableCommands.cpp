@@ -1,8 +1,10 @@
 // `enable` and `disable`.
 
 #include <algorithm>
+#include <filesystem>
 
 #include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Programs.h"
 #include "tools/loomerctl/Text.h"
@@ -13,6 +15,13 @@ namespace corvane::loomerctl {
 
 namespace {
 
+// Where the guide was installed with this program, as it stands in a source tree otherwise.
+std::string guide() {
+  const std::filesystem::path prefix = std::filesystem::path(ownDirectory()).parent_path();
+  const std::string installed = (prefix / "share/doc/corvane-sync/guide.md").string();
+  return Platform::current().files.attributesIfKnown(installed) ? installed : "docs/guide.md";
+}
+
 // What does the same without systemd.
 Status sayWhatToDoInstead(Output& err, const std::string& problem) {
   err.write(
@@ -20,7 +29,8 @@ Status sayWhatToDoInstead(Output& err, const std::string& problem) {
       tr("No systemd manager runs for you, so that no unit can be switched on: %1", printable(problem)) +
       "\n\n" + tr("With cron, add this line by `crontab -e`:") + "\n\n    */15 * * * * " +
       printable(ownDirectory()) + "/loomerctl sync --unattended\n\n" +
-      tr("How to sync at each change as well, without systemd, tells guide.md in \"Running by itself\".") +
+      tr("How to sync at each change as well, without systemd, tells %1 in \"Running by itself\".",
+         printable(guide())) +
       '\n');
   return statusRefused;
 }
