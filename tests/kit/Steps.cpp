@@ -7,11 +7,11 @@ namespace corvane::kit {
 namespace {
 
 constexpr std::array kNames = {
-    "addBookmark", "addFolder",     "addHidden",     "rename",         "readdress",    "toggle",
-    "move",        "reorder",       "erase",         "sync",           "syncKilled",   "syncWhile",
-    "syncCutOff",  "syncCrossed",   "syncCancelled", "refresh",        "replace",      "settle",
-    "restart",     "join",          "leave",         "dropTombstones", "emptyService", "restoreService",
-    "losePushes",  "switchService", "fillAccount",   "emptyAccount"};
+    "addBookmark",    "addFolder",  "addHidden",     "rename",        "readdress",      "toggle",
+    "move",           "reorder",    "erase",         "undo",          "sync",           "syncKilled",
+    "syncWhile",      "syncCutOff", "syncCrossed",   "syncCancelled", "refresh",        "replace",
+    "settle",         "restart",    "join",          "leave",         "dropTombstones", "emptyService",
+    "restoreService", "losePushes", "switchService", "fillAccount",   "emptyAccount"};
 static_assert(kNames.size() == static_cast<std::size_t>(StepKind::emptyAccount) + 1);
 
 }  // namespace

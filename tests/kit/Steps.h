@@ -21,6 +21,7 @@ enum class StepKind : int {
   move,
   reorder,
   erase,
+  undo,
   // A client syncs.
   sync,
   syncKilled,

@@ -21,6 +21,7 @@ class ComputerSimulation {
 
   std::size_t clientCount() const { return _clients.size(); }
   ScriptedClient& client(std::size_t client) { return *_clients[client].scripted; }
+  loomer::TruthStore& store(std::size_t client) { return computerOf(client).manager->store(); }
   bool shareComputer(std::size_t client, std::size_t other) const;
   /// Whether what each client held has met what is at the service.
   bool allHaveMet() const;

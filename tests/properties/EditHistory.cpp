@@ -7,21 +7,28 @@ namespace corvane {
 std::vector<std::string> ValueHistory::last() const {
   std::vector<std::string> last;
   for (const auto& [value, followers] : _followers) {
-    if (followers == 0) last.push_back(value);
+    if (followers == 0 || _back.contains(value)) last.push_back(value);
   }
   return last;
 }
 
 void ValueHistory::settle(const std::string& value) {
   for (auto& [known, followers] : _followers) followers = known == value ? 0 : std::max(followers, 1);
+  _back.clear();
 }
 
 EntryHistory::EntryHistory(const EntryValues& first) {
   for (const std::string& each : first) _values.emplace_back(each);
 }
 
+void EntryHistory::revive(const EntryValues& values) {
+  _mustLive = _deletions.size() == 1;  // of others, whoever undoes it need not know
+  for (std::size_t i = 0; i < _values.size(); ++i) _values[i].comeBack(values[i]);
+}
+
 void EntryHistory::settle(const EntryValues* end) {
   _deletions.clear();
+  _mustLive = false;
   EntryValues seen;
   for (std::size_t i = 0; i < _values.size(); ++i) {
     seen.push_back(end ? (*end)[i] : _values[i].last().front());
@@ -31,6 +38,8 @@ void EntryHistory::settle(const EntryValues* end) {
 }
 
 bool EntryHistory::mustBeGone() const {
+  const auto hasComeBack = [](const ValueHistory& each) { return each.hasComeBack(); };
+  if (std::any_of(_values.begin(), _values.end(), hasComeBack)) return false;
   return std::any_of(_deletions.begin(), _deletions.end(), [this](const Deletion& deletion) {
     for (std::size_t i = 0; i < _values.size(); ++i) {
       if (_values[i].last() != std::vector<std::string>{deletion.seen[i]}) return false;

@@ -8,6 +8,8 @@
 #include <optional>
 #include <set>
 
+#include "CorvaneSyncClient/platform/loomer/edit/Undo.h"
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "tests/kit/PropertyCheck.h"
 #include "tests/kit/Steps.h"
 #include "tests/properties/ComputerSimulation.h"
@@ -76,6 +78,8 @@ class EditingComputers {
         return putBack(step);
       case StepKind::losePushes:
         return losePushes(client, step);
+      case StepKind::undo:
+        return undo(client, step.entry % 3);
       default:
         return edit(client, step);
     }
@@ -105,6 +109,7 @@ class EditingComputers {
     for (const auto& [identity, history] : _entries) {
       const auto end = found.find(identity);
       if (end == found.end()) {
+        require(!history.mustLive(), identity + " is gone though its deletion was undone: " + client.text());
         require(history.wasDeleted(), identity + " vanished though nobody deleted it: " + client.text());
         continue;
       }
@@ -146,11 +151,11 @@ class EditingComputers {
     _users[user].met = {_rollbacks, _simulation.hub.state.now.revision};
   }
 
-  /// One user gives an edit, and then another one of the same value. Of the others some see the first one
-  /// alone, some only what came of both, and some each. Then the service loses it all; those that know a part
-  /// of it may come first.
+  /// One user gives an edit, and then another one of the same value, or undoes a deletion. Of the others some
+  /// see the first one alone, some only what came of both, and some each. Then the service loses it all;
+  /// those that know a part of it may come first.
   void losePushes(std::size_t author, const Step& step) {
-    constexpr std::array kKinds = {StepKind::rename, StepKind::readdress, StepKind::move};
+    constexpr std::array kKinds = {StepKind::rename, StepKind::readdress, StepKind::move, StepKind::erase};
     const auto part = [&](std::size_t user) -> std::size_t {
       const std::size_t after = (user + _users.size() - author) % _users.size();
       return (after == 1 ? step.index : after == 2 ? step.value : step.index + step.value) % 3;
@@ -166,7 +171,11 @@ class EditingComputers {
       Step one = step;
       one.kind = kKinds[step.folder % kKinds.size()];
       one.folder += i;
-      edit(author, one);
+      if (i > 0 && one.kind == StepKind::erase) {
+        undo(author, 0);
+      } else {
+        edit(author, one);
+      }
       sync(author);
       syncThose([&](std::size_t user) { return part(user) == i || part(user) == 2; });
     }
@@ -277,6 +286,62 @@ class EditingComputers {
     note(client, id, valuesOf(client, before));
   }
 
+  /// Takes back what one of the computer's last sessions did, in the computer's store; the client hears of it
+  /// when it syncs. `back`: how many sessions with changes came after that one.
+  void undo(std::size_t at, unsigned back) {
+    loomer::TruthStore& store = _simulation.store(at);
+    std::int64_t session = 0;
+    loomer::SessionLog(store).newestFirst([&](const loomer::SessionEntry& entry) {
+      if (entry.changed > 0 && back-- == 0) session = entry.id;
+      return session == 0;
+    });
+    const std::vector<loomer::TruthRecord> truth = loomer::RecordTable(store).readAll().records;
+    const std::vector<loomer::TruthChange> changes =
+        loomer::planUndo(truth, loomer::SessionLog(store).changes(session), 0, false).changes;
+    std::map<loomer::RecordId, loomer::TruthRecord> records;
+    for (const loomer::TruthRecord& each : truth) records[each.id] = each;
+    for (const loomer::TruthChange& each : changes) records[each.after.id] = each.after;
+    const auto isLeftAlone = [&](const loomer::TruthChange& each) { return mustStay(records, each); };
+    if (std::any_of(changes.begin(), changes.end(), isLeftAlone)) return;
+    loomer::undoSession(store, "somebody", session, false);
+    for (const loomer::TruthChange& each : changes) noteUndone(at, records, each);
+  }
+
+  using Records = std::map<loomer::RecordId, loomer::TruthRecord>;
+
+  static std::string identityIn(const Records& records, loomer::RecordId id) {
+    if (id == loomer::kRoot) return "";
+    const std::string name = records.at(id).content.name.toString();
+    return name.substr(0, name.find('.'));
+  }
+
+  static EntryValues valuesIn(const Records& records, const loomer::TruthRecord& record) {
+    const loomer::Content& content = record.content;
+    return {content.name.toString(), content.url ? content.url.toString() : "", content.tabGroup ? "1" : "0",
+            identityIn(records, record.parent)};
+  }
+
+  static bool mustStay(const Records& records, const loomer::TruthChange& change) {
+    const std::string identity = identityIn(records, change.after.id);
+    return identityIn(records, change.after.parent) == kOrdered ||
+           (change.after.deleted && (identity == kOrdered || identity == kAnchor));
+  }
+
+  void noteUndone(std::size_t at, const Records& records, const loomer::TruthChange& change) {
+    const std::string identity = identityIn(records, change.after.id);
+    EntryHistory& history = _entries.at(identity);
+    const EntryValues after = valuesIn(records, change.after);
+    const bool wasThere = change.before && !change.before->deleted;
+    if (change.after.deleted)
+      return history.erase(valuesIn(records, *change.before), _users[at].seen[identity]);
+    if (!after[kFolder].empty()) _entries.at(after[kFolder]).fill(identity);
+    if (!wasThere) return history.revive(after);
+    const EntryValues before = valuesIn(records, *change.before);
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      if (before[i] != after[i]) history.edit(i, before[i], after[i]);
+    }
+  }
+
   void note(ScriptedClient& client, const std::string& id, const EntryValues& before) {
     const EntryValues after = valuesOf(client, client.nodes.at(id));
     EntryHistory& history = _entries.at(identityOf(client.nodes.at(id)));
@@ -319,9 +384,10 @@ class EditingComputers {
 
 using enum StepKind;
 const kit::Weights kRollbackSteps = {
-    {3, addBookmark}, {1, addFolder},      {4, rename},     {3, readdress},       {1, toggle},     {4, move},
-    {3, reorder},     {3, erase},          {12, sync},      {1, syncCutOff},      {1, syncKilled}, {1, join},
-    {2, leave},       {3, restoreService}, {8, losePushes}, {1, StepKind::settle}};
+    {3, addBookmark}, {1, addFolder},       {4, rename}, {3, readdress},      {1, toggle},
+    {4, move},        {3, reorder},         {3, erase},  {2, StepKind::undo}, {12, sync},
+    {1, syncCutOff},  {1, syncKilled},      {1, join},   {2, leave},          {3, restoreService},
+    {8, losePushes},  {1, StepKind::settle}};
 
 }  // namespace
 
