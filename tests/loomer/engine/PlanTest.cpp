@@ -96,6 +96,37 @@ TEST(PlanTest, WhatTheClientLacksOfDeliveriesThatItDeniesWasNotDeleted) {
   EXPECT_EQ(session.truth(PlannedSession::truthAfter(planOf(session))), "a");
 }
 
+// Somebody who had learned of the deletion brought b back, and gave the client both.
+TEST(PlanTest, ADeliveryThatTheClientDeniedCountsOnceItHoldsItAllTheSame) {
+  PlannedSession session({"a b", "a", "a b"});
+  Journal journal;
+  journal.pushId = "push";
+  journal.denied = {{"another", {}}, {"before", {{}, {session.record("b")}}}};
+  session.opening.journal = journal;
+  session.sides.tookPush = false;
+  const Plan deleting = planOf(session);
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(deleting)), "a");
+  EXPECT_EQ(deleting.denied.size(), 3u);
+  EXPECT_EQ(deleting.denied.front().pushId, "push");
+  session.sides.tookDenied = 1;
+  const Plan plan = planOf(session);
+  EXPECT_EQ(session.truth(PlannedSession::truthAfter(plan)), "a ?=b@http://b") << "as a new record";
+  EXPECT_EQ(plan.knownPushId, "before");
+  EXPECT_EQ(plan.denied.size(), 2u);
+}
+
+TEST(PlanTest, OfDeniedDeliveriesTheLatestAreKept) {
+  PlannedSession session({"a b", "a", "a b"});
+  Journal journal;
+  journal.pushId = "push";
+  session.opening.journal = journal;
+  session.sides.tookPush = false;
+  for (std::size_t i = 0; i < 2 * kMostDenied; ++i) session.opening.journal->denied.push_back({"before", {}});
+  EXPECT_EQ(planOf(session).denied.size(), kMostDenied);
+  session.opening.journal->denied.front().after.gone.resize(kMostDeniedRecords + 1);
+  EXPECT_EQ(planOf(session).denied.size(), 1u);
+}
+
 TEST(PlanTest, RecordsOfAClientWhoseIdsAreTheRecordsOwnAreMatchedByThem) {
   PlannedSession session({"", "a=Here", ""});
   ClientRecord pushed;

@@ -430,6 +430,23 @@ TEST_P(PutBackTest, ADeletionThatIsGivenAgainInVainAndIsUndoneStaysUndone) {
   }
 }
 
+// Who deleted it was cut off twice: after the push that others learned of, and when he gave it again.
+TEST_P(PutBackTest, ADeletionThatIsUndoneStaysUndoneThoughItsPushWasCutOffTwice) {
+  begin();
+  a->client->remove(a->find("4"));
+  failOnce("pushed");
+  sync(*a);
+  sync(*b);
+  hub.state = backup;
+  failOnce("push");
+  sync(*a);
+  undoLast(*b);
+  sync(*b);
+  sync(*a);
+  settle();
+  EXPECT_EQ(names(), "F(1 2 3) 4 5 6");
+}
+
 TEST_P(PutBackTest, WhatWasAddedAndDeletedAndIsBroughtBackLivesOn) {
   for (const bool isFirst : {true, false}) {
     SCOPED_TRACE(isFirst ? "who brings it back comes first" : "the other one comes first");

@@ -200,7 +200,9 @@ void HubClient::tellAges() {
 void HubClient::askForPushes() {
   _journal = JournalFile(_store.path(), _client).read();
   if (!_journal) return;
-  for (const String& pushId : {_journal->pushId, _journal->knownPushId}) {
+  std::vector<String> pushIds{_journal->pushId, _journal->knownPushId};
+  for (const DeniedDelivery& each : _journal->denied) pushIds.push_back(each.pushId);
+  for (const String& pushId : pushIds) {
     if (pushId) _pushesAskedFor.emplace(pushId, _hub.hasPush(pushId));
   }
 }

@@ -217,6 +217,11 @@ class Session {
       if (opening.journal->knownPushId) {
         sides.tookKnownPush = _dataSource.tookChanges(opening.journal->knownPushId);
       }
+      const auto& denied = opening.journal->denied;
+      const auto took = std::find_if(denied.begin(), denied.end(), [this](const DeniedDelivery& each) {
+        return _dataSource.tookChanges(each.pushId) == true;
+      });
+      if (took != denied.end()) sides.tookDenied = static_cast<std::size_t>(took - denied.begin());
     }
     if (sides.earlier) sides.heldSince = _bases.heldSince(client, sides.earlier->session);
     if (!_dataSource.keepsHistory()) return sides;

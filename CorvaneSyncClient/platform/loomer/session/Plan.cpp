@@ -56,6 +56,7 @@ class Planning {
   Plan make() {
     takeSides();
     if (_plan.input.client) {
+      if (_opening.journal) noteDenied(*_opening.journal);
       _sides.earlier ? takeEarlierBase() : takeJournal();
       matchLost();
       matchByIdentifier();
@@ -87,14 +88,45 @@ class Planning {
   }
 
   void takeJournal() {
-    const std::optional<Journal>& journal = _opening.journal;
-    if (!journal || isDenied(*journal)) return;
-    mergeOver(withDifference(journal->known, _plan.input.base));
-    const bool taken =
-        _sides.tookPush.value_or(showDelivery(*journal, _plan.input.base, *_plan.input.client));
-    _plan.knownPushId = taken ? journal->pushId : journal->knownPushId;
-    if (taken) _plan.input.base = withDifference(journal->delivered, _plan.input.base);
+    if (!_opening.journal) return;
+    const Journal& journal = *_opening.journal;
+    if (_sides.tookPush == false && _sides.tookDenied) {
+      takeDenied(journal.denied[*_sides.tookDenied]);
+    } else if (!isDenied(journal)) {
+      takeDelivered(journal);
+    }
     if (_plan.knownPushId && !_opening.client.restorePending) _plan.kind = SessionKind::slow;
+  }
+
+  void takeDenied(const DeniedDelivery& delivery) {
+    mergeOver(withDifference(delivery.after, _plan.input.base));
+    _plan.knownPushId = delivery.pushId;
+  }
+
+  void takeDelivered(const Journal& journal) {
+    mergeOver(withDifference(journal.known, _plan.input.base));
+    const bool taken = _sides.tookPush.value_or(showDelivery(journal, _plan.input.base, *_plan.input.client));
+    _plan.knownPushId = taken ? journal.pushId : journal.knownPushId;
+    if (taken) _plan.input.base = withDifference(journal.delivered, _plan.input.base);
+  }
+
+  // What the client denies it may still be found to hold at the next session, if this one is killed, too.
+  void noteDenied(const Journal& journal) {
+    std::vector<DeniedDelivery> denied;
+    if (_sides.tookPush == false) {
+      const std::vector<BaseRecord>& stored = _plan.input.base;
+      const auto after = withDifference(journal.delivered, withDifference(journal.known, stored));
+      denied.push_back({journal.pushId, differenceOf(stored, after)});
+    }
+    for (std::size_t i = 0; i < journal.denied.size(); ++i) {
+      if (_sides.tookDenied != i) denied.push_back(journal.denied[i]);
+    }
+    std::size_t records = 0;
+    for (DeniedDelivery& each : denied) {
+      records += each.after.held.size() + each.after.gone.size();
+      if (records > kMostDeniedRecords || _plan.denied.size() == kMostDenied) return;
+      _plan.denied.push_back(std::move(each));
+    }
   }
 
   // Whether the client denies every delivery that the journal knows of: it was put back to a state before
@@ -128,6 +160,7 @@ class Planning {
       }
       if (isTaken) gone.insert(difference.gone.begin(), difference.gone.end());
     };
+    if (_sides.tookDenied) add(journal.denied[*_sides.tookDenied].after, true);
     if (!isDenied(journal)) add(journal.known, true);
     add(journal.delivered, _sides.tookPush == true);
     for (HeldVersion& each : held) {

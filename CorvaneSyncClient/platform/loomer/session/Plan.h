@@ -36,6 +36,8 @@ struct Sides {
   // newest one that the journal knows of; nothing when it cannot tell.
   std::optional<bool> tookPush;
   std::optional<bool> tookKnownPush;
+  /// The latest of the deliveries in the journal that it denied and that it holds now all the same.
+  std::optional<std::size_t> tookDenied;
 
   // Of a client that may be put back to an earlier state.
   const EarlierState* earlier = nullptr;  ///< null when it was not
@@ -59,9 +61,10 @@ struct Plan {
   // The stored rows of the contents of `input.truth` and of the stored base.
   std::vector<ContentId> truthRows, baseRows;
   bool clientWentBack = false;
-  std::vector<RecordId> lost;     ///< at the client, which was put back
-  std::vector<RecordId> matched;  ///< of what it had lost before, what others have given it again
-  String knownPushId;             ///< of the newest delivery of a killed session that the client took
+  std::vector<RecordId> lost;          ///< at the client, which was put back
+  std::vector<RecordId> matched;       ///< of what it had lost before, what others have given it again
+  std::vector<DeniedDelivery> denied;  ///< of killed sessions, by the client; the latest first
+  String knownPushId;                  ///< of the newest delivery of a killed session that the client took
 
   /// The base as it stands in the store.
   const std::vector<BaseRecord>& storedBase() const { return replacedBase ? *replacedBase : input.base; }

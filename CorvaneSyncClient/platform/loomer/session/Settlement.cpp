@@ -181,6 +181,7 @@ Journal journalOf(const Opening& opening, const Plan& plan, const Delivery& deli
   if (plan.replacedBase) journal.known = differenceOf(*plan.replacedBase, plan.input.base);
   // What is known of a client that was put back holds only if it has taken this.
   journal.knownPushId = plan.clientWentBack ? delivery.pushId : plan.knownPushId;
+  journal.denied = plan.denied;
   journal.delivered = differenceOf(plan.input.base, UnchangedClient(plan, settled).base());
   journal.added = addedIds(plan, delivery);
   return journal;

@@ -62,6 +62,11 @@ Dictionary dictionaryOf(const Journal& journal) {
                         {"Added", added}};
   if (journal.syncedRevision) dictionary.set("SyncedRevision", *journal.syncedRevision);
   if (journal.knownPushId) dictionary.set("KnownPushId", journal.knownPushId);
+  if (journal.denied.empty()) return dictionary;
+  Array denied;
+  for (const DeniedDelivery& each : journal.denied)
+    denied.append(Dictionary{{"PushId", each.pushId}, {"After", dictionaryOf(each.after)}});
+  dictionary.set("Denied", std::move(denied));
   return dictionary;
 }
 
@@ -113,6 +118,18 @@ BaseDifference readDifference(const Value* value) {
   return difference;
 }
 
+std::vector<DeniedDelivery> deniedIn(const Dictionary& journal) {
+  std::vector<DeniedDelivery> denied;
+  const Value* const values = journal.find("Denied");
+  if (!values) return denied;
+  for (const Value& each : required<Array>(values, "list of denied deliveries")) {
+    const auto& delivery = required<Dictionary>(&each, "delivery where one belongs");
+    denied.push_back({required<String>(delivery.find("PushId"), "push id of a denied delivery"),
+                      readDifference(delivery.find("After"))});
+  }
+  return denied;
+}
+
 Journal journalOf(const Value& value) {
   const auto& dictionary = required<Dictionary>(&value, "dictionary");
   if (required<std::int64_t>(dictionary.find("Version"), "version") != kVersion) {
@@ -128,6 +145,7 @@ Journal journalOf(const Value& value) {
   journal.knownPushId = dictionary.string("KnownPushId");
   journal.known = readDifference(dictionary.find("Known"));
   journal.delivered = readDifference(dictionary.find("Delivered"));
+  journal.denied = deniedIn(dictionary);
   for (const Value& each : required<Array>(dictionary.find("Added"), "list of additions")) {
     journal.added.push_back(required<String>(&each, "id of an addition"));
   }

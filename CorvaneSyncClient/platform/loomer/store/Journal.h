@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,6 +10,17 @@
 #include "CorvaneSyncClient/platform/loomer/records/Records.h"
 
 namespace corvane::loomer {
+
+/// A delivery of a session that was killed, which the client denies: it does not hold it, but others may have
+/// learned of it before the client lost it, and have given it to the client again by the next session.
+struct DeniedDelivery {
+  String pushId;
+  BaseDifference after;  ///< from the store's base to the one of a client that has taken it
+};
+
+/// How many of them are kept, the latest ones, and how many records they may name in all.
+inline constexpr std::size_t kMostDenied = 4;
+inline constexpr std::size_t kMostDeniedRecords = 20'000;
 
 /// What a session has delivered to a client that is about to save it. It stands beside the store from before
 /// the client saves until the engine has committed. Where it still stands at the next session, this one was
@@ -24,6 +36,7 @@ struct Journal {
   String knownPushId;        ///< of the newest delivery in `known`; absent when there is none
   BaseDifference known;      ///< from the store's base to the one that sessions killed before had left
   BaseDifference delivered;  ///< from there to the base of a client that has saved and changed nothing itself
+  std::vector<DeniedDelivery> denied;  ///< of sessions killed before this one, the latest first
   /// The local ids that the client gave to the additions: nothing bore them before.
   std::vector<String> added;
 };
