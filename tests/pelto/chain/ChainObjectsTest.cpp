@@ -89,12 +89,14 @@ class ChainObjectsTest : public testing::Test {
   }
 
   bool isSegmentTaken(const SegmentRef& segment) {
-    bool isTaken = false;
+    bool isTaken = false, isNamed = false;
     try {
       reader().readSegments({segment}, [&](const std::string&) { isTaken = true; });
     } catch (const MissingObject& missing) {
+      isNamed = true;
       EXPECT_THAT(missing.reason(), HasSubstr(segment.name));
     }
+    EXPECT_NE(isTaken, isNamed);
     return isTaken;
   }
 
@@ -164,14 +166,14 @@ TEST_F(ChainObjectsTest, ASegmentIsTheOneThatWasNamedAndNoOtherSealedUnderItsNam
   EXPECT_FALSE(isSegmentTaken({kind.name.substr(kind.name.rfind('/') + 1), sealer.hash(bytes)}));
 }
 
-TEST_F(ChainObjectsTest, ACommitThatIsOfAnotherSlotThanItsNameIsDamaged) {
-  const Commit later = commitOf(2);
+TEST_F(ChainObjectsTest, WhatIsNoCommitOfTheSlotThatItsNameSaysIsDamaged) {
   Commit elsewhere = commitOf(1);
   elsewhere.link.previous = std::string(kHashBytes, 'q');
-  for (const Commit& other : {later, elsewhere}) {
+  for (const std::string& contents : {writeCommit(commitOf(2)), writeCommit(elsewhere),
+                                      writeSegment({namedRecord("one")}), std::string()}) {
     const std::string name = nameOf(commitOf(1).link);
     const std::string object = sealer.folder() + "/c/" + name;
-    place.objects[object].bytes = sealer.seal(object, writeCommit(other));
+    place.objects[object].bytes = sealer.seal(object, contents);
     EXPECT_EQ(reader().find({name}).front().state, Found::State::damaged);
   }
 }

@@ -186,6 +186,20 @@ TEST(Contents, OfAnotherShapeAreRefused) {
   }
 }
 
+TEST(Contents, OfASegmentWithRevisionsThatCannotBeOrTooManyRecordsAreRefused) {
+  std::vector<HubRecord> records = fullCommit().records;
+  for (const std::int64_t revision : {std::int64_t{-1}, (std::int64_t{1} << 53) + 1}) {
+    records[1].revision = revision;
+    EXPECT_THROW(readSegment(writeSegment(records)), ContentsException) << revision;
+  }
+  records[1].revision = std::int64_t{1} << 53;
+  EXPECT_EQ(readSegment(writeSegment(records)).size(), 3u);
+  records.assign(10'000, records[2]);
+  EXPECT_EQ(readSegment(writeSegment(records)).size(), records.size());
+  records.push_back(records[2]);
+  EXPECT_THROW(readSegment(writeSegment(records)), ContentsException);
+}
+
 TEST(Contents, OfANewerFormAskForANewerProgram) {
   const Value value = readPropertyList(writeCommit(fullCommit()));
   Dictionary entries = *value.as<Dictionary>();
