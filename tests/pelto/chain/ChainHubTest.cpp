@@ -149,6 +149,39 @@ TEST_F(ChainHubTest, AnEditIsOneLookOnePutAndAnotherLook) {
   EXPECT_THAT(place.calls, ElementsAre("get", "put new", "get"));
 }
 
+TEST_F(ChainHubTest, APushIsDurableBeforeAnythingOfItIsSent) {
+  const std::string path = platform.directory / "home of a/Chain.plist";
+  const chain::KeptFile kept(path, ChainComputer::sealerOf(1).folder());
+  std::vector<HubRecord> many;
+  for (int i = 0; i < 2'100; ++i) many.push_back(bookmark(10 + i, "n"));
+  a->takeIn();
+  std::vector<std::string> sent;
+  place.onCall = [&](const std::string& call) {
+    if (call != "put" && call != "put new") return;
+    sent.push_back(call);
+    const chain::KeptContents contents = kept.read();
+    EXPECT_TRUE(contents.kept.undecided);
+    EXPECT_FALSE(contents.commit.empty());
+    EXPECT_EQ(contents.segments.size(), 2u);
+  };
+  EXPECT_TRUE(a->push(many));
+  EXPECT_THAT(sent, ElementsAre("put", "put new"));
+}
+
+TEST_F(ChainHubTest, APlaceThatKeepsNothingIsToldSoAfterThreeTries) {
+  a->takeIn();
+  place.onCall = [this](const std::string& call) {
+    if (call == "put new done") place.objects.clear();
+  };
+  place.calls.clear();
+  EXPECT_THAT(failureOf([&] { a->push({bookmark(1, "one")}); }), HasSubstr("does not stay"));
+  EXPECT_EQ(std::count(place.calls.begin(), place.calls.end(), "put new"), 3);
+  place.onCall = nullptr;
+  a->takeIn();
+  b->takeIn();
+  EXPECT_THAT(b->names(), ElementsAre("one")) << "it is given by the next exchange";
+}
+
 TEST_F(ChainHubTest, WhoIsSlowerIsOvertaken) {
   a->takeIn();
   b->takeIn();
@@ -312,6 +345,35 @@ TEST_F(ChainHubTest, OldCommitsAreCollectedByThePlacesClockAlone) {
   EXPECT_EQ(b->records.size(), a->records.size());
 }
 
+TEST_F(ChainHubTest, NoSegmentIsCollectedWhileACommitCannotBeRead) {
+  a->takeIn();
+  const auto newObjects = [this, before = place.objects](const char* folder) {
+    std::vector<std::string> names;
+    for (const auto& each : place.objects) {
+      if (!before.contains(each.first) && each.first.find(folder) != std::string::npos)
+        names.push_back(each.first);
+    }
+    return names;
+  };
+  std::vector<HubRecord> records;
+  for (int i = 0; i < 2'100; ++i) records.push_back(bookmark(10 + i, "n"));
+  a->give(records);
+  const std::vector<std::string> commit = newObjects("/c/"), segments = newObjects("/s/");
+  ASSERT_EQ(segments.size(), 2u);
+  const auto areThere = [&] {
+    return place.objects.contains(segments[0]) && place.objects.contains(segments[1]);
+  };
+  giveUntilCheckpoint(*a);
+  giveUntilCheckpoint(*a);
+  platform.clock.time.seconds += 31.0 * 86'400;
+  place.objects.at(commit.front()).bytes = "damaged";
+  giveUntilCheckpoint(*a);
+  EXPECT_FALSE(place.objects.contains(commit.front()));
+  EXPECT_TRUE(areThere());
+  giveUntilCheckpoint(*a);
+  EXPECT_FALSE(areThere()) << "all that is left can be read";
+}
+
 TEST_F(ChainHubTest, ALostOrDamagedFileOfWhatIsKeptCostsRequestsAlone) {
   const std::string path = platform.directory / "home of a/Chain.plist";
   a->give({bookmark(1, "one")});
@@ -442,9 +504,16 @@ TEST_F(LostSnapshotTest, WhatIsOlderIsReadInsteadAndACheckpointReplacesIt) {
 TEST_F(LostSnapshotTest, AMissingPartIsLikeADamagedOne) {
   a->give({bookmark(1, "one")});
   place.objects.erase(snapshot().back());
-  const auto late = computer("late");
+  const std::int64_t before = commits();
+  const auto late = computer("late"), later = computer("later");
   late->takeIn();
   EXPECT_EQ(late->names(), a->names());
+  EXPECT_EQ(commits(), before + 1);
+  EXPECT_TRUE(late->push({bookmark(2, "two")}));
+  place.calls.clear();
+  later->takeIn();
+  EXPECT_LT(place.calls.size(), 10u) << "the new checkpoint is read";
+  EXPECT_EQ(later->names(), late->names());
 }
 
 TEST_F(LostSnapshotTest, WithNothingOlderWhoIsNewWaitsForADayAndTheOthersGiveAllAgain) {
@@ -551,6 +620,21 @@ TEST_P(DamagedSlotTest, ASlotThatIsDamagedForGoodIsPassedBy) {
   EXPECT_TRUE(a->push({bookmark(2, "two")}));
   b->takeIn();
   EXPECT_EQ(b->names().size(), 3u);
+}
+
+// The place goes back while one reads, and gets a request from before after that.
+TEST_F(ChainHubTest, WhatIsTakenIsLookedAtOnceMoreBeforeItCounts) {
+  a->give({bookmark(1, "one")});
+  b->takeIn();
+  a->give({bookmark(2, "two")});
+  const std::string second = place.objects.rbegin()->first;
+  a->give({bookmark(3, "three")});
+  int gets = 0;
+  place.onCall = [&](const std::string& call) {
+    if (call == "get done" && ++gets == 1) place.objects.erase(second);
+  };
+  EXPECT_EQ(b->takeIn().now.revision, 1);
+  EXPECT_THAT(b->names(), ElementsAre("one"));
 }
 
 TEST_F(ChainHubTest, ASlotThatHoldsOtherRubbishEachTimeIsNotPassedBy) {

@@ -81,7 +81,7 @@ class ChainHub : public Hub {
   /// checkpoint; where that does not help for a day, passes the commit by.
   void withWhatIsMissing(const std::function<void()>& work);
   void passBy(const chain::Link& link, const chain::MissingObject& missing, bool isForGood);
-  void checkpointAround();
+  void replaceLostCheckpoint();
   const std::vector<chain::PastState>& told();
   chain::History history(const std::vector<HubState>& seen);
   RemoteChanges readChanges(const std::vector<HubState>& seen);

@@ -19,7 +19,7 @@ void ChainHub::withWhatIsMissing(const std::function<void()>& work) {
       if (!isFirst) passBy(link, missing, isForGood);
       _state.kept.path.clear();
       settle();
-      if (goesAround(path())) checkpointAround();
+      replaceLostCheckpoint();
     }
   }
 }
@@ -37,6 +37,7 @@ RemoteChanges ChainHub::remoteChanges(const std::vector<HubState>& seen) {
   RemoteChanges remote;
   open();
   settle();
+  replaceLostCheckpoint();
   withWhatIsMissing([&] { remote = readChanges(seen); });
   return remote;
 }
@@ -64,9 +65,10 @@ void ChainHub::passBy(const Link& link, const MissingObject& missing, bool isFor
   }
 }
 
-// So that the next one does not need what is older, which goes at the next collection. What is in the way of
-// that is left to the next one.
-void ChainHub::checkpointAround() {
+// Where the path goes around a checkpoint of which something is missing: so that the next one does not need
+// what is older, which goes at the next collection. What is in the way of that is left to the next one.
+void ChainHub::replaceLostCheckpoint() {
+  if (!goesAround(path())) return;
   try {
     checkpoint(_state.kept.head()->number);
   } catch (const PlatformException& exception) {
