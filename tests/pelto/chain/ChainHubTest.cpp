@@ -516,6 +516,17 @@ TEST_F(LostSnapshotTest, AMissingPartIsLikeADamagedOne) {
   EXPECT_EQ(later->names(), late->names());
 }
 
+TEST_F(LostSnapshotTest, WhatCanStandInForItIsNotCollected) {
+  a->give({bookmark(1, "one")});
+  giveUntilCheckpoint(*a);
+  giveUntilCheckpoint(*a);
+  platform.clock.time.seconds += 31.0 * 86'400;
+  damage(snapshot());
+  const auto late = computer("late");
+  late->takeIn();
+  EXPECT_EQ(late->names(), a->names());
+}
+
 TEST_F(LostSnapshotTest, WithNothingOlderWhoIsNewWaitsForADayAndTheOthersGiveAllAgain) {
   a->give({bookmark(1, "one")});
   const std::vector<std::string> lost = snapshot();

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -155,6 +156,40 @@ TEST_F(ChainObjectsTest, NoneStandsInForAnother) {
     for (const auto& other : others)
       EXPECT_FALSE(isTaken(kind, other.sealer.seal(kind.name, contents))) << other.what;
   }
+}
+
+TEST_F(ChainObjectsTest, ACheckpointIsWholeWhereNothingOfItIsMissingInTheListing) {
+  const auto named = [this](const char* what) {
+    return std::find_if(kinds.begin(), kinds.end(),
+                        [&](const Kind& each) { return each.what == std::string(what); })
+        ->name;
+  };
+  const std::string checkpoint = named("checkpoint"), name = checkpoint.substr(checkpoint.rfind('/') + 1);
+  const auto isWhole = [&] {
+    ChainObjects looking = reader();
+    EXPECT_TRUE(looking.find({name}).front().link.isWhole) << "nothing is listed yet";
+    looking.listCommits();
+    return looking.find({name}).front().link.isWhole;
+  };
+  EXPECT_TRUE(isWhole());
+  for (const char* part : {"history", "records of a snapshot"}) {
+    const MemoryPlace::Objects all = place.objects;
+    place.objects.erase(named(part));
+    EXPECT_FALSE(isWhole()) << part;
+    place.objects = all;
+  }
+}
+
+TEST_F(ChainObjectsTest, NothingIsTakenOfACommitThatIsLongerThanAny) {
+  const std::string name = nameOf(commitOf(1).link);
+  std::vector<std::string> hashes;
+  for (const char letter : {'x', 'y'}) {
+    place.objects[sealer.folder() + "/c/" + name].bytes = std::string(kMostContents + (1 << 20), letter);
+    const Found found = reader().find({name}).front();
+    EXPECT_EQ(found.state, Found::State::damaged);
+    hashes.push_back(found.hash);
+  }
+  EXPECT_EQ(hashes[0], hashes[1]);
 }
 
 TEST_F(ChainObjectsTest, ASegmentIsTheOneThatWasNamedAndNoOtherSealedUnderItsName) {
