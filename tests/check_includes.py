@@ -167,7 +167,7 @@ def reached(root, file):
 
 
 def by_chance(root):
-    for file in sources(root, "CorvaneSyncClient", "tools", "tests", "bench", "fuzz"):
+    for file in sources(root, "CorvaneSyncClient", "tools", "browsers", "tests", "bench", "fuzz"):
         there = {header for one in reached(root, file) for header in included(root, one)[1]}
         for name in sorted({a or b for a, b in set(STANDARD_NAME.findall(code(file)))} & STANDARD_HEADERS.keys()):
             if STANDARD_HEADERS[name] not in there:
@@ -182,7 +182,7 @@ def declared(file):
 def types(root):
     """Our types by name, each with its header; but for names of several types."""
     found = {}
-    for file in sources(root, "CorvaneSyncClient", "tools"):
+    for file in sources(root, "CorvaneSyncClient", "tools", "browsers"):
         for match in TYPE.finditer(code(file)):
             found.setdefault(match.group(1) or match.group(2), []).append(file)
     return {name: files[0] for name, files in found.items() if len(files) == 1 and files[0].suffix == ".h"}
@@ -190,7 +190,7 @@ def types(root):
 
 def out_of_reach(root):
     headers = types(root)
-    for file in sources(root, "CorvaneSyncClient", "tools"):
+    for file in sources(root, "CorvaneSyncClient", "tools", "browsers"):
         for name in sorted(set(re.findall(r"\b[A-Z]\w+\b", code(file))) & headers.keys()):
             if headers[name] not in reached(root, file) and not any(name in declared(one) for one in reached(root, file)):
                 yield f"{file.relative_to(root)}: has {name} without {headers[name].relative_to(root)}"

@@ -18,15 +18,15 @@ import re
 import sys
 
 LANGUAGES = {"en": ("one", "other"), "de": ("one", "other"), "es": ("one", "other"), "fr": ("one", "other"), "ja": ("other",)}
-SOURCES = ("CorvaneSyncClient", "tools")
+SOURCES = ("CorvaneSyncClient", "tools", "browsers")
 MECHANISM = "CorvaneSyncClient/platform/system/Messages"
 
-# Their exceptions reach the logs alone, which are in English: those of sessions, of the server while it serves, and what the
-# lowest room says, which knows no tables.
+# Their exceptions reach the logs alone, which are in English: those of sessions, of the server while it serves, of a browser's
+# messages, and what the lowest room says, which knows no tables.
 LOGGED = tuple(f"CorvaneSyncClient/{room}/" for room in (
     "front", "model", "session", "store", "platform/foundation", "platform/loomer/api", "platform/loomer/session",
     "platform/system/locks")) + tuple(f"tools/corvane-hub/{source}" for source in (
-        "Connection", "FolderWatch", "HubServer", "Listeners", "ObjectFiles", "TlsCertificate"))
+        "Connection", "FolderWatch", "HubServer", "Listeners", "ObjectFiles", "TlsCertificate")) + ("browsers/host/",)
 # What they say is a programmer's fault, or is caught by those who throw it.
 UNSHOWN = ("NSInvalidArgumentException", "NoJournal", "OutputClosed", "failForm")
 

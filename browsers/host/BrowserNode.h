@@ -24,12 +24,12 @@ std::optional<RootKind> rootKindNamed(std::string_view name);
 
 /// A node of the browser's tree as the browser gives it.
 struct BrowserNode {
-  std::string id;      ///< the browser's; Chromium gives one away again after a crash
-  std::string parent;  ///< empty for roots
+  std::string id = {};      ///< the browser's; Chromium gives one away again after a crash
+  std::string parent = {};  ///< empty for roots
   NodeKind kind = NodeKind::folder;
-  std::optional<RootKind> root;
-  std::string title;
-  std::string url;         ///< of bookmarks
+  std::optional<RootKind> root = {};
+  std::string title = {};
+  std::string url = {};    ///< of bookmarks
   std::int64_t added = 0;  ///< in milliseconds since 1970, by the browser's clock
   bool syncing = false;    ///< the browser's own account keeps this root in step
 };

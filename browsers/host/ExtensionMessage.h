@@ -14,10 +14,10 @@ namespace corvane::browsers {
 
 struct Hello {
   std::int64_t protocol = 0;
-  std::string token;    ///< the profile's
-  std::string browser;  ///< "chromium" or "firefox"
-  std::string profile;  ///< its name for people; may be empty
-  std::string run;      ///< another one at each start of the browser
+  std::string token = {};    ///< the profile's
+  std::string browser = {};  ///< "chromium" or "firefox"
+  std::string profile = {};  ///< its name for people; may be empty
+  std::string run = {};      ///< another one at each start of the browser
   std::int64_t generation = 0;
 };
 

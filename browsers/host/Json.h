@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "tools/loomerctl/browsers/JsonText.h"
 
 namespace corvane::browsers {
@@ -33,6 +34,9 @@ class JsonMessage {
     _json.StartObject();
     member("type", type);
   }
+
+  /// A request, or the answer to one.
+  JsonMessage(std::string_view type, std::int64_t id) : JsonMessage(type) { member("id", id); }
 
   void begin(std::string_view name) {
     key(name);

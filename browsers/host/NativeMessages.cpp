@@ -1,5 +1,6 @@
 #include "browsers/host/NativeMessages.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -61,6 +62,11 @@ std::optional<std::string> NativeMessages::receive() {
 }
 
 std::optional<std::string> NativeMessages::arrived() { return _cutter.next(); }
+
+bool NativeMessages::isReadable() const {
+  pollfd input{_input, POLLIN, 0};
+  return retryingInterrupted([&] { return ::poll(&input, 1, 0); }) > 0;
+}
 
 void NativeMessages::read() {
   std::array<char, kReadSize> bytes;

@@ -37,6 +37,8 @@ class NativeMessages : public MessageChannel {
   std::optional<std::string> arrived();
   /// Whether the extension is gone.
   bool hasEnded() const { return _ended; }
+  /// Whether `read` would not wait.
+  bool isReadable() const;
   /// Reads what the system has, waiting for it if there is nothing yet.
   void read();
 

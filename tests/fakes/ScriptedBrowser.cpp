@@ -264,6 +264,14 @@ void ScriptedBrowser::kill() {
   _unwritten.clear();
 }
 
+void ScriptedBrowser::restore(const ScriptedBrowser& backup) {
+  const std::int64_t time = _now;
+  const std::int64_t runs = _runs;
+  *this = backup;
+  _now = time;
+  _runs = runs;
+}
+
 void ScriptedBrowser::say(const std::string& type) { _messages.push_back(JsonMessage(type).text()); }
 
 std::optional<std::string> ScriptedBrowser::next() {
@@ -305,8 +313,7 @@ void ScriptedBrowser::answerRead(std::int64_t id) {
   }
   std::size_t at = 0;
   do {
-    JsonMessage answer("answer");
-    answer.member("id", id);
+    JsonMessage answer("answer", id);
     answer.beginArray("nodes");
     std::size_t text = 0;
     for (std::size_t count = 0; at < all.size() && count < kNodesOfMessage && text < kTextOfMessage;
@@ -392,8 +399,7 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
     _state.children.erase(nodeId);
     _state.nodes.erase(nodeId);
     noteDurable();
-    JsonMessage answer("answer");
-    answer.member("id", id);
+    JsonMessage answer("answer", id);
     answer.member("removed", true);
     _messages.push_back(answer.text());
     return;
@@ -412,8 +418,7 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
 }
 
 void ScriptedBrowser::fail(std::int64_t id, std::string_view error, bool missing) {
-  JsonMessage answer("answer");
-  answer.member("id", id);
+  JsonMessage answer("answer", id);
   answer.member("error", error);
   answer.member("missing", missing);
   _messages.push_back(answer.text());
@@ -421,8 +426,7 @@ void ScriptedBrowser::fail(std::int64_t id, std::string_view error, bool missing
 
 void ScriptedBrowser::answerNode(std::int64_t id, const std::string& node) {
   const std::vector<std::string>& siblings = childrenOf(_state.nodes.at(node).parent);
-  JsonMessage answer("answer");
-  answer.member("id", id);
+  JsonMessage answer("answer", id);
   answer.begin("node");
   writeNode(answer, node);
   answer.member("index", std::find(siblings.begin(), siblings.end(), node) - siblings.begin());

@@ -97,8 +97,8 @@ class ScriptedBrowser {
 
   std::string token = "11111111-1111-4111-8111-111111111111";
   std::int64_t generation = 0;  ///< as the host gave it
-  /// An earlier state of this profile, as a backup of all its files keeps it.
-  ScriptedBrowser backup() const { return *this; }
+  /// Puts the profile, which is not running, back to an earlier state of all its files.
+  void restore(const ScriptedBrowser& backup);
 
  private:
   struct State {

@@ -20,7 +20,7 @@ from homes import FIRST, Home, Tools, leaf, root_with, taken_lines, write  # noq
 BUILD = None
 LIBRARY = None  # of the private system log, by a name of this process's: a path may hold a blank, at which LD_PRELOAD cuts
 SCHEMA = "lib/corvane/System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema"
-COMMANDS = ["corvane-hub", "corvanetool", "loomerctl"]
+COMMANDS = ["corvane-browser-host", "corvane-hub", "corvanetool", "loomerctl"]
 
 
 class Installation(unittest.TestCase):

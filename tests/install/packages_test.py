@@ -51,7 +51,8 @@ class Packages(unittest.TestCase):
     def test_each_command_is_in_one_of_them(self):
         commands = {name: sorted(path for path in self.files(name) if path.startswith("/usr/bin/")) for name in self.packages}
         self.assertEqual(commands, {"corvane-hub": ["/usr/bin/corvane-hub"],
-                                    "corvane-sync": ["/usr/bin/corvanetool", "/usr/bin/loomerctl"]})
+                                    "corvane-sync": ["/usr/bin/corvane-browser-host", "/usr/bin/corvanetool",
+                                                     "/usr/bin/loomerctl"]})
         self.assertTrue((self.trees["corvane-sync"] / "usr/bin/corvanetool").exists(), "a link that leads somewhere")
 
     def test_what_is_loaded_at_its_first_use_is_depended_on_like_what_is_linked(self):

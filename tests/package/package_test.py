@@ -215,7 +215,7 @@ class Hardened(unittest.TestCase):
                 sh("dpkg-deb", "--extract", each, directory)
             programs = [path for path in pathlib.Path(directory).rglob("*")
                         if path.is_file() and not path.is_symlink() and path.read_bytes()[:4] == b"\x7fELF"]
-            self.assertEqual(sorted(path.name for path in programs), ["corvane-hub", "corvanetool", "loomerctl"])
+            self.assertEqual(sorted(path.name for path in programs), ["corvane-browser-host", "corvane-hub", "corvanetool", "loomerctl"])
             for program in programs:
                 text = self.readelf(program)
                 for what, pattern in (("position-independent", r"Flags:.* PIE"), ("bound at once", r"Flags:.* NOW"),

@@ -1,0 +1,189 @@
+#include "browsers/host/BrowserClient.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+
+namespace corvane::browsers {
+
+namespace {
+
+constexpr const char* kGenerationKey = "browserSnapshotGeneration";
+
+NodeKind kindOf(loomer::Entity entity) {
+  return entity == loomer::Entity::folder ? NodeKind::folder : NodeKind::bookmark;
+}
+
+}  // namespace
+
+BrowserClient::BrowserClient(String identifier, std::string description, State& state, const Stamp& now,
+                             Save save)
+    : _identifier(std::move(identifier)),
+      _description(std::move(description)),
+      _state(state),
+      _now(now),
+      _save(std::move(save)),
+      _schema(loomer::readRecordSchema({loomer::bookmarksSchemaUrl()})),
+      _working(state.held) {}
+
+std::optional<Url> BrowserClient::clientDescriptionURL() { return loomer::fileUrl(_description); }
+
+std::vector<Url> BrowserClient::schemaBundleURLs() { return {loomer::bookmarksSchemaUrl()}; }
+
+std::vector<String> BrowserClient::entityNamesToSync() {
+  return {LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark};
+}
+
+loomer::Entity BrowserClient::entityOf(const String& entityName) const {
+  return entityName == LoomerEntity_Bookmarks_Folder ? loomer::Entity::folder : loomer::Entity::bookmark;
+}
+
+bool BrowserClient::sessionDriverDidRegisterClient(LoomerSessionDriver& driver, String& /*error*/) {
+  LoomerClient* const client = driver.client();
+  const std::optional<Value> value = client ? client->objectForKey(kGenerationKey) : std::nullopt;
+  const auto* const generation = value ? value->as<std::int64_t>() : nullptr;
+  _seen = generation ? std::optional(*generation) : std::nullopt;
+  return true;
+}
+
+int BrowserClient::preferredSyncModeForEntityName(const String& /*entityName*/) {
+  if (!_seen || *_seen > _state.generation) return LoomerSyncModeRefresh;
+  return *_seen == _state.generation && !_state.isEdited ? LoomerSyncModeFast : LoomerSyncModeSlow;
+}
+
+bool BrowserClient::readAgain() {
+  _working = _state.held;
+  _delivered = 0;
+  return true;
+}
+
+Dictionary BrowserClient::recordsForEntityName(const String& entityName, bool& /*moreComing*/,
+                                               String& /*error*/) {
+  const loomer::EntitySchema& schema = _schema.of(entityOf(entityName));
+  Dictionary records;
+  for (const HeldNode* const node : _state.held.topDown()) {
+    if (node->kind != kindOf(schema.entity)) continue;
+    const loomer::Content content{.name = node->title.value,
+                                  .url = node->url.value,
+                                  .tabGroup = node->opensAsTabs,
+                                  .special = node->isSpecial && node->parent.empty()};
+    const String parent = node->parent.empty() ? String() : String(node->parent);
+    records.set(node->localId, loomer::recordDictionary(schema, content, node->position, parent));
+  }
+  return records;
+}
+
+Dictionary BrowserClient::changedRecordsForEntityName(const String&, bool&, String&) { return {}; }
+
+std::optional<RootKind> BrowserClient::rootFor(const loomer::ClientRecord& record) const {
+  if (record.entity != loomer::Entity::folder || record.parentLocalId) return std::nullopt;
+  for (const RootKind kind : kRootKinds) {
+    const bool isLike =
+        record.content.name == titleOfRoot(kind) && record.content.special == isSpecialRoot(kind);
+    if (isLike && _state.roots.contains(kind) && !_working.root(kind)) return kind;
+  }
+  return std::nullopt;
+}
+
+int BrowserClient::applyChange(const LoomerChange& change, const String& entityName,
+                               String& remappedRecordIdentifier, const Dictionary* /*formattedRecord*/,
+                               String& error) {
+  ++_delivered;
+  const std::string identifier = change.recordIdentifier().toString();
+  if (change.type() == LoomerChangeTypeDelete) {
+    deleteNode(identifier);
+    return LoomerChangeAccepted;
+  }
+  if (!change.record()) {
+    error = "a change came without its record";
+    return LoomerChangeError;
+  }
+  const loomer::ClientRecord record =
+      loomer::clientRecord(_schema.of(entityOf(entityName)), change.recordIdentifier(), *change.record());
+  HeldNode node;
+  if (change.type() == LoomerChangeTypeAdd) {
+    remappedRecordIdentifier = Platform::current().uuids.newUuid();
+    node.localId = remappedRecordIdentifier.toString();
+    node.kind = kindOf(record.entity);
+    node.url.isPending = node.kind == NodeKind::bookmark;
+    node.root = rootFor(record);
+    if (node.root) {
+      node.showing = Showing::shown;
+      node.browserId = _state.roots.at(*node.root);
+      node.title.isPending = false;
+    }
+  } else if (const HeldNode* const known = _working.find(identifier)) {
+    node = *known;
+  } else {
+    error = "there is no such node";
+    return LoomerChangeError;
+  }
+  node.title.set(record.content.name);
+  if (node.root || node.isSpecial) node.title.isPending = node.showing == Showing::waiting;
+  if (node.kind == NodeKind::bookmark) node.url.set(record.content.url);
+  node.opensAsTabs = record.content.tabGroup;
+  node.isSpecial = record.content.special;
+  node.parent = record.parentLocalId.toString();
+  node.position = record.position;
+  _working.place(std::move(node));
+  return LoomerChangeAccepted;
+}
+
+void BrowserClient::deleteNode(const std::string& localId) {
+  const HeldNode* const node = _working.find(localId);
+  if (!node) return;
+  if (node->showing == Showing::shown && !node->root) {
+    _working.removed.push_back({.kind = node->kind,
+                                .browserId = node->browserId,
+                                .title = node->title.shown,
+                                .url = node->url.shown,
+                                .added = node->added,
+                                .changed = _now,
+                                .isWaiting = true});
+  }
+  _working.drop(localId);
+}
+
+bool BrowserClient::deleteAllRecordsForEntityName(const String& entityName, String& /*error*/) {
+  const NodeKind kind = kindOf(entityOf(entityName));
+  std::vector<std::string> all;
+  for (const auto& [localId, node] : _working.nodes()) {
+    if (node.kind == kind) all.push_back(localId);
+  }
+  std::sort(all.begin(), all.end());  // for an order that can be repeated
+  for (const std::string& each : all) deleteNode(each);
+  _delivered += all.size();
+  return true;
+}
+
+// The engine knows of no separators: they go with their folder.
+bool BrowserClient::sessionDriverDidPull(LoomerSessionDriver& /*driver*/, String& error) {
+  std::vector<std::string> without;
+  for (const auto& [localId, node] : _working.nodes()) {
+    const bool isWithout = !node.parent.empty() && !_working.find(node.parent);
+    if (isWithout) without.push_back(localId);
+    if (isWithout && node.kind != NodeKind::separator)
+      error = "a folder was deleted and something is left in it";
+  }
+  for (const std::string& each : without) deleteNode(each);
+  return !error;
+}
+
+bool BrowserClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& /*error*/) {
+  const bool isKnown = _seen == _state.generation && !_state.isEdited && _delivered == 0;
+  if (isKnown) return true;
+  _save(_working, _state.generation + 1);
+  ++_state.generation;
+  _state.held = std::move(_working);
+  if (LoomerClient* const client = driver.client())
+    client->setObject(Value(_state.generation), kGenerationKey);
+  return true;
+}
+
+void BrowserClient::sessionDriverWillCancelSession(LoomerSessionDriver& /*driver*/) {}
+
+}  // namespace corvane::browsers

@@ -1,0 +1,339 @@
+#include "browsers/host/BrowserHost.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <variant>
+
+#include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/TemporaryNames.h"
+#include "CorvaneSyncClient/session/CorvaneSyncManager.h"
+#include "CorvaneSyncClient/session/RunReport.h"
+#include "browsers/BrowserNames.h"
+#include "browsers/host/MessageProblem.h"
+#include "browsers/host/Presenting.h"
+
+namespace corvane::browsers {
+
+namespace {
+
+constexpr const char* kClientPrefix = "com.keldra.browser.";
+// Chromium writes its bookmarks up to five seconds after a change.
+constexpr double kUntilDurable = 10.0;    // seconds
+constexpr double kBetweenProgress = 0.2;  // seconds
+constexpr int kTriesAgainstFasterUsers = 3;
+constexpr int kTriesForFormerHost = 12;  // of ten seconds each
+constexpr std::size_t kUuidSize = 36;
+
+double now() { return Platform::current().clock.now().seconds; }
+
+std::int64_t milliseconds(double seconds) {
+  return static_cast<std::int64_t>(std::llround((seconds + kSecondsFrom1970To2001) * 1000));
+}
+
+// A token becomes part of a file's name.
+bool isUuid(const std::string& token) {
+  return token.size() == kUuidSize &&
+         std::all_of(token.begin(), token.end(), [](char c) { return c == '-' || hexDigitValue(c) >= 0; });
+}
+
+std::string nameForPeople(const Hello& hello) {
+  const std::string browser = hello.browser == "firefox" ? "Firefox" : "Chromium";
+  return hello.profile.empty() ? browser : browser + ", " + hello.profile;
+}
+
+}  // namespace
+
+BrowserHost::BrowserHost(MessageChannel& channel)
+    : _channel(channel),
+      _requests(channel, [this](const ExtensionMessage& message) { take(message); }),
+      _directory(
+          joinedPath(Place(loomer::storePathForHome(Platform::current().process.homeDirectory())).directory,
+                     "Browsers")) {}
+
+void BrowserHost::take(const ExtensionMessage& message) {
+  if (const auto* const hello = std::get_if<Hello>(&message)) {
+    if (std::exchange(_hasHello, true)) throw MessageProblem("The extension says hello a second time.");
+    return open(*hello);
+  }
+  if (std::holds_alternative<UnknownMessage>(message)) return;
+  if (!_hasHello) throw MessageProblem("The extension does not begin with hello.");
+  if (std::holds_alternative<Answer>(message))
+    throw MessageProblem("The extension answers what it was not asked.");
+  if (const auto* const pause = std::get_if<Pause>(&message)) {
+    _isPaused = pause->paused;
+    if (_isPaused) _isStopped = true;
+    _isWanted = true;
+  } else if (std::holds_alternative<Stop>(message)) {
+    _isStopped = true;
+  } else if (!std::holds_alternative<StatusWanted>(message)) {
+    _isWanted = true;
+    return;
+  }
+  sendState(_problem ? "problem" : _isPaused ? "paused" : _isSyncing ? "syncing" : "idle");
+}
+
+// --- The connection's beginning and end.
+
+String BrowserHost::identifier() const { return kClientPrefix + _token; }
+
+std::string BrowserHost::pathOf(const std::string& token) const {
+  return joinedPath(_directory, token + ".plist");
+}
+
+void BrowserHost::open(const Hello& hello) {
+  if (hello.protocol != kProtocol) {
+    return setProblem(
+        tr("The extension in the browser and the program that it speaks to do not fit together."),
+        hello.protocol < kProtocol ? tr("Update the extension.") : tr("Update Corvane Sync."));
+  }
+  if (!isUuid(hello.token)) throw MessageProblem("The extension's token is no UUID.");
+  try {
+    takeToken(hello);
+    _lost = lostBefore(hello);
+    _told = hello.generation;
+    _isRunNew = _snapshot.run != hello.run;
+    _snapshot.run = hello.run;
+    _snapshot.ended.reset();
+    describe(hello);
+    _isOpen = true;
+    _isWanted = true;
+  } catch (const MessageProblem&) {
+    throw;
+  } catch (const PlatformException& exception) {
+    setProblem(exception.reason(), {});
+  }
+}
+
+// Where another host has the profile, this one is a copy of it, and gets a token of its own.
+void BrowserHost::takeToken(const Hello& hello) {
+  if (const PrivateFileError problem = makePrivateDirectory(_directory)) {
+    throw PlatformException(NSObjectNotAvailableException, problem.path + ": " + problem.error.message());
+  }
+  _token = hello.token;
+  PrivateFileError problem;
+  const auto isBusy = [&] { return !_hold && problem.error == std::errc::device_or_resource_busy; };
+  int tries = 0;
+  do {
+    _hold = holdBeside(pathOf(_token), problem);
+  } while (isBusy() && isOwnFormerHost(hello) && ++tries < kTriesForFormerHost);
+  if (isBusy()) {
+    _token = Platform::current().uuids.newUuid().toString();
+    JsonMessage message("token");
+    message.member("token", _token);
+    _channel.send(message.text());
+    _hold = holdBeside(pathOf(_token), problem);
+  }
+  if (!_hold)
+    throw PlatformException(NSObjectNotAvailableException, problem.path + ": " + problem.error.message());
+  _file.emplace(pathOf(_token));
+  if (auto snapshot = _file->read()) _snapshot = *std::move(snapshot);
+}
+
+// Whether it is this browser's host before this one that still has the profile, which ends with its session.
+bool BrowserHost::isOwnFormerHost(const Hello& hello) const {
+  const auto snapshot = SnapshotFile(pathOf(_token)).read();
+  return snapshot && snapshot->run == hello.run;
+}
+
+LostTime BrowserHost::lostBefore(const Hello& hello) const {
+  LostTime lost;
+  // A browser that has not been started anew has lost nothing.
+  if (hello.run == _snapshot.run || _snapshot.generation == 0) return lost;
+  if (hello.generation < _snapshot.generation) lost.generation = hello.generation;
+  if (hello.browser == "chromium")
+    lost.since = _snapshot.ended.value_or(_snapshot.saved).seconds - kUntilDurable;
+  return lost;
+}
+
+void BrowserHost::describe(const Hello& hello) const {
+  const Dictionary description{
+      {"DisplayName", nameForPeople(hello)},
+      {"DataClass", LoomerDataClass_Bookmarks},
+      {"Entities", Array{LoomerEntity_Bookmarks_Folder, LoomerEntity_Bookmarks_Bookmark}},
+      {"ToolPath", "corvane-browser-host"}};
+  const std::string path = joinedPath(_directory, _token + ".description.plist");
+  const std::string bytes = writeXmlPropertyList(description);
+  std::string known;
+  if (!Platform::current().files.read(path, known) && known == bytes) return;
+  const PrivateUmask forTheUserAlone;
+  if (const auto error = Platform::current().files.writeAtomically(path, bytes)) {
+    throw PlatformException(NSObjectNotAvailableException, path + ": " + error.message());
+  }
+  LoomerManager::sharedManager().registerClientWithIdentifier(identifier(), path);
+}
+
+void BrowserHost::ended() {
+  if (!_isOpen || _snapshot.generation == 0) return;
+  _snapshot.ended = Date{now()};
+  // What no session has taken yet is what the engine is to be told of first.
+  if (_edits > 0) ++_snapshot.generation;
+  _file->write(_snapshot);
+}
+
+// --- Sessions.
+
+void BrowserHost::sync() {
+  _isWanted = false;
+  _isStopped = false;
+  _pushed = _pulled = 0;
+  _isSyncing = true;
+  sendState("syncing");
+  try {
+    _problem.reset();
+    int tries = kTriesAgainstFasterUsers;
+    while (!runOnce() && --tries > 0 && !_isStopped && !_problem) {
+    }
+  } catch (const ExtensionGone&) {
+    throw;
+  } catch (const MessageProblem&) {
+    throw;
+  } catch (const PlatformException& exception) {
+    setProblem(exception.reason(), tr("Run `loomerctl status` in a terminal."));
+  }
+  _isSyncing = false;
+  if (_problem) return;
+  if (_pushed + _pulled > 0) _last = Last{milliseconds(now()), _pushed, _pulled};
+  if (!_snapshot.isFinished) {
+    _since.reset();
+  } else if (!_since || _pushed + _pulled > 0) {
+    _since = milliseconds(now());
+  }
+  sendState(_isPaused ? "paused" : "idle");
+}
+
+bool BrowserHost::runOnce() {
+  BrowserTree browser = _requests.read();
+  _isSyncedByBrowser = browser.isSyncedByBrowser();
+  const Intake intake = takeIn(_snapshot.tree, browser, _lost, {_snapshot.generation + 1, now()});
+  _lost = {};
+  _edits += intake.edits;
+  if (intake.lost) _snapshot.isFinished = false;
+  _snapshot.tree.number();
+  std::map<RootKind, std::string> roots;
+  for (const RootKind kind : kRootKinds) {
+    if (const BrowserNode* const root = browser.root(kind)) roots.emplace(kind, root->id);
+  }
+  if (!runSession(std::move(roots))) return true;
+  bool isDifferent = false;
+  if (!_snapshot.isFinished) {
+    showInBrowser(browser, isDifferent);
+  } else if (_isRunNew) {
+    // From here on nothing is missing because the browser was started.
+    _file->write(_snapshot);
+  }
+  _isRunNew = false;
+  tellGeneration();
+  return !isDifferent;
+}
+
+bool BrowserHost::runSession(std::map<RootKind, std::string> roots) {
+  const Stamp stamp{_snapshot.generation + 1, now()};
+  BrowserClient::State state{_snapshot.tree, std::move(roots), _snapshot.generation,
+                             _edits > 0 || _snapshot.generation == 0};
+  const bool wasFinished = _snapshot.isFinished;
+  std::size_t delivered = 0;
+  const BrowserClient* session = nullptr;
+  BrowserClient client(identifier(), joinedPath(_directory, _token + ".description.plist"), state, stamp,
+                       [&](const HeldTree& held, std::int64_t generation) {
+                         delivered = session->delivered();
+                         save(held, generation, wasFinished && delivered == 0);
+                       });
+  session = &client;
+  const auto driver = LoomerSessionDriver::sessionDriverWithDataSource(client);
+  RunReport report(identifier());
+  const bool succeeded = driver->sync();
+  if (!succeeded) systemLog(kSessionFailed, driver->lastError());
+  report.ended(succeeded);
+  if (!succeeded) {
+    setProblem(driver->lastError().toString(), tr("Run `loomerctl status` in a terminal."));
+    return false;
+  }
+  _pushed += std::exchange(_edits, 0);
+  _pulled += delivered;
+  return true;
+}
+
+void BrowserHost::save(const HeldTree& held, std::int64_t generation, bool isFinished) {
+  Snapshot next;
+  next.generation = generation;
+  next.run = _snapshot.run;
+  next.saved = Date{now()};
+  next.isFinished = isFinished;
+  next.tree = held;
+  _file->write(next);
+  _snapshot.generation = next.generation;
+  _snapshot.saved = next.saved;
+  _snapshot.isFinished = next.isFinished;
+}
+
+void BrowserHost::showInBrowser(BrowserTree& browser, bool& isDifferent) {
+  const Presented presented = present(_snapshot.tree, browser, _requests, {_snapshot.generation, now()},
+                                      [this](std::size_t done, std::size_t of) { return goesOn(done, of); });
+  isDifferent = presented.isDifferent;
+  _snapshot.isFinished = presented.isFinished && !presented.isDifferent;
+  _snapshot.saved = Date{now()};
+  _file->write(_snapshot);
+}
+
+bool BrowserHost::goesOn(std::size_t done, std::size_t of) {
+  if (const double time = now(); !(time - _lastProgress < kBetweenProgress)) {
+    _lastProgress = time;
+    sendState("syncing", done, of);
+  }
+  return !_isStopped;
+}
+
+// --- What the user is told.
+
+void BrowserHost::tellGeneration() {
+  if (!_snapshot.isFinished || _told == _snapshot.generation) return;
+  _told = _snapshot.generation;
+  JsonMessage message("generation");
+  message.member("generation", _told);
+  _channel.send(message.text());
+}
+
+void BrowserHost::setProblem(std::string text, std::string remedy) {
+  _problem = {std::move(text), std::move(remedy)};
+  sendState("problem");
+}
+
+void BrowserHost::sendState(const char* state, std::size_t done, std::size_t of) {
+  JsonMessage message("state");
+  message.member("state", state);
+  if (_since) message.member("since", *_since);
+  if (_last) {
+    message.begin("last");
+    message.member("time", _last->time);
+    message.member("pushed", _last->pushed);
+    message.member("pulled", _last->pulled);
+    message.end();
+  }
+  if (of > 0) {
+    message.begin("progress");
+    message.member("done", done);
+    message.member("of", of);
+    message.end();
+  }
+  if (_problem) {
+    message.begin("problem");
+    message.member("text", _problem->text);
+    if (!_problem->remedy.empty()) message.member("remedy", _problem->remedy);
+    message.end();
+  }
+  if (_isSyncedByBrowser) {
+    message.begin("notice");
+    message.member("text", tr("The browser's own account keeps these bookmarks in step as well."));
+    message.end();
+  }
+  _channel.send(message.text());
+}
+
+}  // namespace corvane::browsers

@@ -1,0 +1,521 @@
+#include "browsers/host/Intake.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "browsers/host/Likeness.h"
+
+namespace corvane::browsers {
+
+namespace {
+
+// What a nameless folder of a browser is called elsewhere: other clients cannot hold one without a title.
+constexpr const char* kUntitledFolder = "Untitled Folder";
+
+constexpr std::size_t kMostRemovedNodes = 5000;
+
+String titleFor(const BrowserNode& node) {
+  const bool isNameless = node.title.empty() && node.kind == NodeKind::folder;
+  return isNameless ? String(kUntitledFolder) : String(node.title);
+}
+
+std::string joined(std::string_view folder, NodeKind kind, std::string_view title, std::string_view address) {
+  std::string key(nameOf(kind));
+  for (const std::string_view part : {folder, title, address}) {
+    key += '\0';
+    key += part;
+  }
+  return key;
+}
+
+// Local ids by what they look like, each to be taken once, in their order.
+class Candidates {
+ public:
+  void add(const std::string& key, const std::string& localId) { _queues[key].push_back(localId); }
+
+  // The first one that nobody has taken; empty for none.
+  std::string take(const std::string& key, std::unordered_set<std::string>& taken) {
+    const auto found = _queues.find(key);
+    if (found == _queues.end()) return {};
+    while (!found->second.empty()) {
+      std::string localId = std::move(found->second.front());
+      found->second.pop_front();
+      if (taken.insert(localId).second) return localId;
+    }
+    return {};
+  }
+
+ private:
+  std::unordered_map<std::string, std::deque<std::string>> _queues;
+};
+
+class TakingIn {
+ public:
+  TakingIn(HeldTree& held, const BrowserTree& browser, const LostTime& lost, const Stamp& now)
+      : _held(held), _browser(browser), _lost(lost), _now(now), _nodes(browser.nodes()) {}
+
+  Intake run() {
+    for (const HeldNode* const each : _held.topDown()) {
+      _former.emplace(each->localId, *each);
+      _formerOrder[each->parent].push_back(each->localId);
+    }
+    bindRoots();
+    matchById();
+    matchInPlace();
+    matchRest();
+    reviveFolders();
+    takeValues();
+    dropGone();
+    takeOrders();
+    return _intake;
+  }
+
+ private:
+  // --- Which node is which.
+
+  void bindRoots() {
+    for (const RootKind kind : kRootKinds) {
+      const BrowserNode* const root = _browser.root(kind);
+      if (root) _folders[root->id] = folderOfRoot(kind);
+      HeldNode* const node = _held.root(kind);
+      if (root && node) node->browserId = root->id;
+    }
+  }
+
+  // How the held tree calls the folder that the node lies in; empty where that has not been matched yet.
+  std::string folderOf(const BrowserNode& node) const {
+    const auto found = _folders.find(node.parent);
+    return found == _folders.end() ? std::string() : found->second;
+  }
+
+  void match(const BrowserNode& node, const std::string& localId) {
+    _matched.insert(localId);
+    _localIds[node.id] = localId;
+    if (node.kind == NodeKind::folder) _folders[node.id] = localId;
+  }
+
+  void matchById() {
+    std::unordered_map<std::string, const HeldNode*> byBrowserId;
+    for (const auto& [localId, node] : _held.nodes()) {
+      if (node.showing == Showing::shown && !node.root) byBrowserId.emplace(node.browserId, &node);
+    }
+    for (const BrowserNode* const node : _nodes) {
+      const auto found = node->root ? byBrowserId.end() : byBrowserId.find(node->id);
+      if (found == byBrowserId.end()) continue;
+      const HeldNode& known = *found->second;
+      if (known.kind != node->kind || known.added != node->added) continue;
+      const bool agrees = known.title.shown == node->title || known.shownIn == folderOf(*node) ||
+                          (node->kind == NodeKind::bookmark && known.url.shown == node->url);
+      if (agrees) match(*node, known.localId);
+    }
+  }
+
+  void collectCandidates() {
+    for (const HeldNode* const each : _held.topDown()) {
+      const HeldNode& node = *each;
+      if (node.root || _matched.contains(node.localId)) continue;
+      if (node.showing == Showing::shown) {
+        _shown.add(joined(node.shownIn, node.kind, node.title.shown, node.url.shown), node.localId);
+        if (node.kind != NodeKind::separator)
+          _anywhere.add(joined({}, node.kind, node.title.shown, node.url.shown), node.localId);
+      } else if (node.showing == Showing::waiting) {
+        const std::string folder = _held.folderToShowIn(node);
+        const std::string address = likenessOfAddress(node.url.value.view());
+        _waiting.add(joined(folder, node.kind, likenessOfTitle(node.title.value.view()), address),
+                     node.localId);
+        if (node.kind == NodeKind::bookmark)
+          _waitingByAddress.add(joined(folder, node.kind, {}, address), node.localId);
+      }
+    }
+  }
+
+  // Empty for none.
+  std::string candidateInPlace(const BrowserNode& node) {
+    const std::string folder = folderOf(node);
+    if (folder.empty()) return {};
+    std::string found = _shown.take(joined(folder, node.kind, node.title, node.url), _matched);
+    if (!found.empty()) return found;
+    const std::string address = likenessOfAddress(node.url);
+    found = _waiting.take(joined(folder, node.kind, likenessOfTitle(node.title), address), _matched);
+    if (!found.empty() || node.kind != NodeKind::bookmark) return found;
+    return _waitingByAddress.take(joined(folder, node.kind, {}, address), _matched);
+  }
+
+  void matchInPlace() {
+    collectCandidates();
+    for (const BrowserNode* const node : _nodes) {
+      if (node->root || _localIds.contains(node->id)) continue;
+      if (const std::string found = candidateInPlace(*node); !found.empty()) match(*node, found);
+    }
+  }
+
+  void matchRest() {
+    findDoomed();
+    for (const BrowserNode* const node : _nodes) {
+      if (node->root || _localIds.contains(node->id) || _doomed.contains(node->id)) continue;
+      std::string found = candidateInPlace(*node);
+      if (found.empty() && node->kind != NodeKind::separator)
+        found = _anywhere.take(joined({}, node->kind, node->title, node->url), _matched);
+      match(*node, found.empty() ? Platform::current().uuids.newUuid().toString() : found);
+    }
+  }
+
+  // --- What was deleted, and is still there or there again.
+
+  bool isToGo(const RemovedNode& removed) const { return removed.isWaiting || _lost.covers(removed.changed); }
+
+  // A folder into which the user has put something lives.
+  void findDoomed() {
+    std::multimap<std::int64_t, RemovedNode*> removed;
+    for (RemovedNode& each : _held.removed) {
+      if (isToGo(each)) removed.emplace(each.added, &each);
+    }
+    for (auto node = _nodes.rbegin(); node != _nodes.rend(); ++node) {
+      if ((*node)->root || _localIds.contains((*node)->id)) continue;
+      const std::vector<std::string>& children = _browser.childrenOf((*node)->id);
+      const bool isEmpty = std::all_of(children.begin(), children.end(),
+                                       [this](const std::string& id) { return _doomed.contains(id); });
+      RemovedNode* const known = isEmpty ? removedLike(removed, **node) : nullptr;
+      if (!known) continue;
+      _doomed.insert((*node)->id);
+      if (!known->isWaiting) _intake.lost = true;
+      known->isWaiting = true;
+      known->browserId = (*node)->id;
+    }
+    // What is not there any more need not be removed.
+    for (RemovedNode& each : _held.removed)
+      each.isWaiting = each.isWaiting && _doomed.contains(each.browserId);
+  }
+
+  static RemovedNode* removedLike(std::multimap<std::int64_t, RemovedNode*>& removed,
+                                  const BrowserNode& node) {
+    const auto [first, last] = removed.equal_range(node.added);
+    for (auto each = first; each != last; ++each) {
+      const RemovedNode& known = *each->second;
+      if (known.kind != node.kind || known.title != node.title || known.url != node.url) continue;
+      RemovedNode* const found = each->second;
+      removed.erase(each);
+      return found;
+    }
+    return nullptr;
+  }
+
+  // --- What was deleted by the user, and what lives on.
+
+  // Of what is not in the browser.
+  bool isGone(const HeldNode& node) const {
+    return node.showing == Showing::shown && !node.root && !_matched.contains(node.localId) &&
+           !isUnderMissingRoot(node) && !_lost.covers(node.changed) && !_revived.contains(node.localId);
+  }
+
+  // A root may vanish for a while, as with the browser's account; nobody has deleted what is in it.
+  bool isUnderMissingRoot(const HeldNode& node) const {
+    const HeldNode* at = &node;
+    while (!rootOfFolder(at->shownIn)) {
+      const auto folder = _former.find(at->shownIn);
+      if (folder == _former.end()) return false;
+      at = &folder->second;
+    }
+    return !_browser.root(*rootOfFolder(at->shownIn));
+  }
+
+  // Whether it was to be put, and has not been, where it is.
+  bool isOnItsWay(const HeldNode& node) const {
+    if (node.showing == Showing::waiting || (!isGone(node) && !_matched.contains(node.localId))) return true;
+    return node.showing == Showing::shown && _held.folderToShowIn(node) != node.shownIn;
+  }
+
+  void reviveFolders() {
+    for (const HeldNode* const each : _held.topDown()) {
+      if (each->root || each->showing == Showing::refused || !isOnItsWay(*each) || isGone(*each)) continue;
+      for (const HeldNode* at = _held.find(each->parent); at && isGone(*at); at = _held.find(at->parent)) {
+        _revived.insert(at->localId);
+      }
+    }
+  }
+
+  // --- What the nodes say.
+
+  void takeValues() {
+    for (const BrowserNode* const node : _nodes) {
+      if (node->root || _doomed.contains(node->id)) continue;
+      const std::string& localId = _localIds.at(node->id);
+      const std::string folder = _folders.at(node->parent);
+      HeldNode* const known = _held.find(localId);
+      if (known) {
+        takeNode(*known, *node, folder);
+      } else {
+        addNode(*node, localId, folder);
+      }
+      HeldNode& held = *_held.find(localId);
+      held.browserId = node->id;
+      held.added = node->added;
+      held.shownIn = folder;
+      held.showing = Showing::shown;
+      std::vector<std::string>& siblings = _inFolder[folder];
+      held.shownIndex = static_cast<std::int64_t>(siblings.size());
+      siblings.push_back(localId);
+    }
+  }
+
+  void addNode(const BrowserNode& node, const std::string& localId, const std::string& folder) {
+    HeldNode held;
+    held.localId = localId;
+    held.kind = node.kind;
+    held.title = {titleFor(node), node.title, false};
+    held.url = {node.kind == NodeKind::bookmark ? String(node.url) : String(), node.url, false};
+    held.parent = parentFor(folder);
+    held.changed = _now;
+    _held.add(std::move(held));
+    if (node.kind != NodeKind::separator) ++_intake.edits;
+  }
+
+  void takeNode(HeldNode& held, const BrowserNode& node, const std::string& folder) {
+    const bool isNew = held.showing != Showing::shown;
+    const bool isLost = !isNew && _lost.covers(held.changed);
+    bool edited =
+        takeForm(held.title, node.title, titleFor(node), isNew, isLost, held.isSpecial, likenessOfTitle);
+    if (node.kind == NodeKind::bookmark)
+      edited |= takeForm(held.url, node.url, String(node.url), isNew, isLost, false, likenessOfAddress);
+    if (!isNew && folder != held.shownIn && folder != _held.folderToShowIn(held)) {
+      if (isLost || held.isSpecial) {
+        _intake.lost |= isLost;
+      } else {
+        held.parent = parentFor(folder);
+        edited = true;
+      }
+    }
+    if (!edited) return;
+    held.changed = _now;
+    if (held.kind != NodeKind::separator) ++_intake.edits;
+  }
+
+  // Whether the user has changed it.
+  bool takeForm(Form& form, const std::string& shown, const String& value, bool isNew, bool isLost,
+                bool isFixed, std::string (*likeness)(std::string_view)) {
+    if (!isNew && form.shown == shown) return false;
+    // Ours may have come there without an answer that says so.
+    const bool isOurs = (isNew || form.isPending) && likeness(form.value.view()) == likeness(shown);
+    if (isOurs || isFixed) {
+      form.shown = shown;
+      form.isPending = false;
+      return false;
+    }
+    if (isLost) {
+      form.shown = shown;
+      form.isPending = true;
+      _intake.lost = true;
+      return false;
+    }
+    form = {value, shown, false};
+    return true;
+  }
+
+  // The folder of the truth that what the browser shows in `folder` lies in.
+  std::string parentFor(const std::string& folder) {
+    const auto kind = rootOfFolder(folder);
+    if (!kind) return folder;
+    if (const HeldNode* const known = _held.root(*kind)) return known->localId;
+    HeldNode root;
+    root.localId = Platform::current().uuids.newUuid().toString();
+    root.kind = NodeKind::folder;
+    root.title = {String(titleOfRoot(*kind)), {}, false};
+    root.url.isPending = false;
+    root.isSpecial = isSpecialRoot(*kind);
+    root.root = *kind;
+    root.showing = Showing::shown;
+    root.browserId = _browser.root(*kind)->id;
+    root.changed = _now;
+    ++_intake.edits;
+    return _held.add(std::move(root)).localId;
+  }
+
+  // --- What is no more.
+
+  void dropGone() {
+    std::vector<std::string> gone;
+    for (const auto& [localId, former] : _former) {
+      HeldNode& node = *_held.find(localId);
+      if (node.root || _matched.contains(localId) || node.showing != Showing::shown ||
+          isUnderMissingRoot(former))
+        continue;
+      if (isGone(node)) {
+        gone.push_back(localId);
+      } else {
+        awaitAgain(node);
+      }
+    }
+    for (const std::string& each : gone) remember(_former.at(each));
+    for (const std::string& each : gone) _held.drop(each);
+    dropOrphans();
+    const auto excess =
+        static_cast<std::ptrdiff_t>(_held.removed.size()) - static_cast<std::ptrdiff_t>(kMostRemovedNodes);
+    if (excess > 0) _held.removed.erase(_held.removed.begin(), _held.removed.begin() + excess);
+  }
+
+  // The browser has lost it, or somebody else still needs it.
+  void awaitAgain(HeldNode& node) {
+    _intake.lost = true;
+    node.showing = node.kind == NodeKind::separator ? Showing::refused : Showing::waiting;
+    node.browserId.clear();
+    node.shownIn.clear();
+    node.title.isPending = node.url.isPending = true;
+  }
+
+  void remember(const HeldNode& node) {
+    _held.removed.push_back({.kind = node.kind,
+                             .browserId = node.browserId,
+                             .title = node.title.shown,
+                             .url = node.url.shown,
+                             .added = node.added,
+                             .changed = _now});
+    if (node.kind != NodeKind::separator) ++_intake.edits;
+  }
+
+  // What the browser never showed goes with its folder.
+  void dropOrphans() {
+    std::vector<std::string> orphans;
+    for (const auto& [localId, node] : _held.nodes()) {
+      const HeldNode* at = &node;
+      while (at && !at->parent.empty()) at = _held.find(at->parent);
+      if (!at) orphans.push_back(localId);
+    }
+    for (const std::string& each : orphans) _held.drop(each);
+  }
+
+  // --- In which order.
+
+  void takeOrders() {
+    std::unordered_map<std::string, std::vector<std::string>> now;
+    for (const auto& [localId, node] : _held.nodes()) now[node.parent].push_back(localId);
+    for (auto& [folder, children] : now) takeOrder(folder);
+    for (const auto& [folder, children] : _formerOrder) {
+      if (!now.contains(folder)) _held.setChildren(folder, {});
+    }
+  }
+
+  void takeOrder(const std::string& folder) {
+    const HeldNode* const own = _held.find(folder);
+    const std::string shownAs = folder.empty()     ? folderOfRoot(RootKind::other)
+                                : own && own->root ? folderOfRoot(*own->root)
+                                                   : folder;
+    const auto liesHere = [&](const std::string& localId) {
+      const HeldNode* const node = _held.find(localId);
+      return node && node->parent == folder;
+    };
+    std::vector<std::string> before = _formerOrder[folder];
+    std::erase_if(before, [&](const std::string& each) { return !liesHere(each); });
+    std::vector<std::string> shown = _inFolder[shownAs];
+    std::erase_if(shown, [&](const std::string& each) { return !liesHere(each); });
+    // What has come from elsewhere without being shown here: roots, and what waits.
+    std::vector<std::string> rest = _held.childrenOf(folder);
+    std::erase_if(rest, [&](const std::string& each) { return !liesHere(each); });
+    std::vector<std::string> order;
+    if (isReordered(shown, before, shownAs)) {
+      order = withOthers(shown, before);
+    } else {
+      order = withOthers(before, shown);
+    }
+    _held.setChildren(folder, withOthers(order, rest));
+  }
+
+  // Whether the user has put those that stayed into another order.
+  bool isReordered(const std::vector<std::string>& shown, const std::vector<std::string>& before,
+                   const std::string& folder) {
+    const std::unordered_set<std::string> known(before.begin(), before.end());
+    std::int64_t last = -1;
+    bool differs = false;
+    for (const std::string& each : shown) {
+      const auto former = known.contains(each) ? _former.find(each) : _former.end();
+      if (former == _former.end() || former->second.shownIn != folder) continue;
+      if (former->second.showing != Showing::shown) continue;
+      differs |= former->second.shownIndex < last;
+      last = former->second.shownIndex;
+    }
+    if (!differs) return false;
+    const auto ordered = _held.ordered.find(folder);
+    const bool isLost = ordered != _held.ordered.end() && _lost.covers(ordered->second);
+    if (isLost || wasOnItsWay(before, folder)) {
+      _intake.lost = true;
+      return false;
+    }
+    _held.ordered[folder] = _now;
+    ++_intake.edits;
+    return true;
+  }
+
+  // Whether what the folder showed was still to be put into the order that the client holds.
+  bool wasOnItsWay(const std::vector<std::string>& held, const std::string& folder) const {
+    std::int64_t last = -1;
+    for (const std::string& each : held) {
+      const HeldNode& former = _former.at(each);
+      if (former.showing != Showing::shown || former.shownIn != folder) continue;
+      if (former.shownIndex < last) return true;
+      last = former.shownIndex;
+    }
+    return false;
+  }
+
+  // The list with what only the other one has, each behind the one that precedes it there, or before the one
+  // that follows.
+  static std::vector<std::string> withOthers(const std::vector<std::string>& list,
+                                             const std::vector<std::string>& others) {
+    const std::unordered_set<std::string> listed(list.begin(), list.end());
+    std::unordered_map<std::string, std::vector<std::string>> behind;
+    std::vector<std::string> leading;
+    std::string last;
+    std::string first;
+    for (const std::string& each : others) {
+      if (listed.contains(each)) {
+        last = each;
+        if (first.empty()) first = each;
+      } else if (last.empty()) {
+        leading.push_back(each);
+      } else {
+        behind[last].push_back(each);
+      }
+    }
+    std::vector<std::string> all;
+    for (const std::string& each : list) {
+      if (each == first) all.insert(all.end(), leading.begin(), leading.end());
+      all.push_back(each);
+      if (const auto found = behind.find(each); found != behind.end())
+        all.insert(all.end(), found->second.begin(), found->second.end());
+    }
+    if (first.empty()) all.insert(all.end(), leading.begin(), leading.end());
+    return all;
+  }
+
+  HeldTree& _held;
+  const BrowserTree& _browser;
+  const LostTime& _lost;
+  const Stamp& _now;
+  std::vector<const BrowserNode*> _nodes;
+  Intake _intake;
+  std::unordered_map<std::string, HeldNode> _former;  // by local id, as they were
+  std::unordered_map<std::string, std::vector<std::string>> _formerOrder;
+  std::unordered_map<std::string, std::string>
+      _folders;  // what the held tree calls a folder, by the browser's id
+  std::unordered_map<std::string, std::string> _localIds;  // by the browser's id
+  std::unordered_set<std::string> _matched;                // local ids
+  std::unordered_set<std::string> _doomed;                 // ids of the browser
+  std::unordered_set<std::string> _revived;                // local ids
+  std::unordered_map<std::string, std::vector<std::string>>
+      _inFolder;  // what the browser shows, as local ids
+  Candidates _shown, _anywhere, _waiting, _waitingByAddress;
+};
+
+}  // namespace
+
+Intake takeIn(HeldTree& held, const BrowserTree& browser, const LostTime& lost, const Stamp& now) {
+  return TakingIn(held, browser, lost, now).run();
+}
+
+}  // namespace corvane::browsers

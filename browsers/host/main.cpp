@@ -1,0 +1,105 @@
+#include <poll.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/system/Platform.h"
+#include "browsers/BrowserNames.h"
+#include "browsers/host/BrowserHost.h"
+#include "browsers/host/NativeMessages.h"
+#include "browsers/host/StoreWatch.h"
+
+namespace corvane::browsers {
+
+namespace {
+
+constexpr int kQuietMilliseconds = 1000;
+
+// Chromium names the extension that starts this program by its origin; Firefox by its id, behind the path of
+// this program's manifest.
+bool isStartedByOwnExtension(int argc, const char* const* argv) {
+  const std::string origin = "chrome-extension://" + std::string(kChromiumExtension) + "/";
+  return (argc >= 2 && argv[1] == origin) || (argc >= 3 && argv[2] == kFirefoxExtension);
+}
+
+// Waits for a message, or, where `quiet` holds, until the store has been quiet for a second. Answers whether
+// it has.
+bool waitForNews(StoreWatch* watch, bool awaitsQuiet) {
+  pollfd files[] = {{STDIN_FILENO, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
+  const int count =
+      retryingInterrupted([&] { return ::poll(files, 2, awaitsQuiet ? kQuietMilliseconds : -1); });
+  return awaitsQuiet && count == 0;
+}
+
+// Serves the extension until it is gone.
+void serve(BrowserHost& host, NativeMessages& messages) {
+  std::optional<StoreWatch> watch;
+  bool awaitsQuiet = false;
+  while (true) {
+    while (auto message = messages.arrived()) host.take(readExtensionMessage(*std::move(message)));
+    if (messages.hasEnded()) return;
+    if (host.isOpen() && !watch)
+      watch.emplace(loomer::storePathForHome(Platform::current().process.homeDirectory()));
+    if (host.wantsSession()) {
+      host.sync();
+      watch->wasWritten();  // by this session
+      awaitsQuiet = false;
+      continue;
+    }
+    if (waitForNews(watch ? &*watch : nullptr, awaitsQuiet)) {
+      awaitsQuiet = false;
+      host.storeChanged();
+      continue;
+    }
+    if (watch && watch->wasWritten()) awaitsQuiet = true;
+    if (messages.isReadable()) messages.read();
+  }
+}
+
+int runUntilInputEnds() {
+  NativeMessages messages(STDIN_FILENO, STDOUT_FILENO);
+  try {
+    BrowserHost host(messages);
+    try {
+      serve(host, messages);
+    } catch (const ExtensionGone&) {
+      // In the middle of a session, which the next one goes on with.
+    }
+    host.ended();
+    return 0;
+  } catch (const PlatformException& exception) {
+    systemLog("corvane-browser-host ends: %@", exception.reason());
+  } catch (const std::exception& exception) {
+    systemLog("corvane-browser-host ends: %@", std::string(exception.what()));
+  }
+  return 1;
+}
+
+}  // namespace
+
+}  // namespace corvane::browsers
+
+// Started by a browser for one of its profiles, and ended by it.
+int main(int argc, char** argv) {
+  if (!corvane::browsers::isStartedByOwnExtension(argc, argv)) {
+    std::fputs(
+        "corvane-browser-host is started by a browser, for its own extension: corvane-browser-host(1)\n",
+        stderr);
+    return 2;
+  }
+  // The account's key passes through where sessions exchange with the online service. Cannot fail with this
+  // argument.
+  prctl(PR_SET_DUMPABLE, 0);
+  // A browser that is gone is noticed when writing to it fails. Cannot fail for this signal.
+  std::signal(SIGPIPE, SIG_IGN);
+  const corvane::PlatformScope services(corvane::linuxPlatform());
+  return corvane::browsers::runUntilInputEnds();
+}
