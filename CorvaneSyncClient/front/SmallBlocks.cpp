@@ -1,75 +1,98 @@
+#include <sys/mman.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 
 // The tool's `operator new` and `operator delete`.
 //
 // A run makes a great many small objects, keeps most of them, and ends. They are cut one after another from
-// chunks, and those of one size that are dropped wait in a list for the next of that size: some ten
-// instructions each way instead of a hundred. Chunks are never given back. Larger blocks are malloc's, and so
-// is all that C libraries allocate, whose threads never come here: there is one thread that runs C++.
+// chunks, each of which holds blocks of one size, and those that are dropped wait in a list for the next of
+// that size: some ten instructions each way instead of a hundred. A block has no header, since its chunk
+// tells its size. Chunks are never given back. Larger blocks are malloc's, and so is all that C libraries
+// allocate, whose threads never come here: there is one thread that runs C++.
 
 namespace {
 
-// A block is some units long: a header of half a unit and what the caller sees, which is aligned like a unit.
 constexpr std::size_t kUnit = 16;
-constexpr std::size_t kHeader = 8;
 constexpr std::size_t kMostUnits = 16;
-constexpr std::size_t kChunk = 256 * 1024;
-static_assert(kUnit == __STDCPP_DEFAULT_NEW_ALIGNMENT__ && kHeader == sizeof(std::size_t));
+constexpr std::size_t kChunk = 64 * 1024;
+// All chunks lie in one range of addresses, by which they are told from malloc's blocks. Memory comes to it
+// some chunks at a time.
+constexpr std::size_t kAddresses = std::size_t{1} << 34;
+constexpr std::size_t kStep = 16 * kChunk;
+static_assert(kUnit == __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
 struct Dropped {
   Dropped* next;
 };
 
-Dropped* dropped[kMostUnits + 1] = {};  // by their units
-char* freeBegin = nullptr;              // what is left of the newest chunk; half a unit before a unit begins
-char* freeEnd = nullptr;
+// The blocks of one size.
+struct Blocks {
+  Dropped* dropped;
+  char* begin;  // what is left of their newest chunk
+  char* end;
+};
 
-char* checked(void* memory) {
+Blocks blocks[kMostUnits + 1] = {};  // by their units
+std::uint8_t unitsOf[kAddresses / kChunk] = {};
+char* first = nullptr;      // the first chunk
+std::size_t addresses = 0;  // none before the first chunk, and where the system does not give them
+std::size_t usable = 0;     // of these, how many have memory
+std::size_t used = 0;       // and how many are chunks
+bool hasAsked = false;
+
+void* checked(void* memory) {
   if (!memory) throw std::bad_alloc();
-  return static_cast<char*>(memory);
+  return memory;
 }
 
-// The header of a block says how many units it has; 0 for one of malloc's.
-void* headed(char* block, std::size_t units) {
-  std::memcpy(block, &units, kHeader);
-  return block + kHeader;
+void reserve() {
+  hasAsked = true;
+  void* const range =
+      mmap(nullptr, kAddresses, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (range == MAP_FAILED) return;  // as where a limit is set: malloc serves
+  first = static_cast<char*>(range);
+  addresses = kAddresses;
 }
 
-void* cut(std::size_t units) {
-  if (static_cast<std::size_t>(freeEnd - freeBegin) < units * kUnit) {
-    char* const chunk =
-        checked(std::malloc(kChunk));  // what is left of the chunk before is lost, a block at most
-    freeBegin = chunk + kUnit - kHeader;
-    freeEnd = chunk + kChunk - kHeader;
+// A new chunk for blocks of so many units; false where there is no more of them.
+bool addChunk(std::size_t units) {
+  if (!hasAsked) reserve();
+  if (used == usable) {
+    if (usable == addresses || mprotect(first + usable, kStep, PROT_READ | PROT_WRITE) != 0) return false;
+    usable += kStep;
   }
-  char* const block = freeBegin;
-  freeBegin += units * kUnit;
-  return headed(block, units);
+  unitsOf[used / kChunk] = static_cast<std::uint8_t>(units);
+  char* const chunk = first + used;
+  used += kChunk;
+  blocks[units].begin = chunk;
+  blocks[units].end = chunk + kChunk / (units * kUnit) * (units * kUnit);
+  return true;
 }
 
 }  // namespace
 
 void* operator new(std::size_t size) {
-  if (size > kMostUnits * kUnit - kHeader) {
-    if (size > static_cast<std::size_t>(-1) / 2) throw std::bad_alloc();
-    return headed(checked(std::malloc(size + kUnit)) + kUnit - kHeader, 0);
+  if (size > kMostUnits * kUnit) return checked(std::malloc(size));
+  const std::size_t units = size == 0 ? 1 : (size + kUnit - 1) / kUnit;
+  Blocks& own = blocks[units];
+  if (Dropped* const block = own.dropped) {
+    own.dropped = block->next;
+    return block;
   }
-  const std::size_t units = (size + kHeader + kUnit - 1) / kUnit;
-  Dropped* const block = dropped[units];
-  if (!block) return cut(units);
-  dropped[units] = block->next;
+  if (own.begin == own.end && !addChunk(units)) return checked(std::malloc(size));
+  char* const block = own.begin;
+  own.begin += units * kUnit;
   return block;
 }
 
 void operator delete(void* memory) noexcept {
-  if (!memory) return;
-  std::size_t units;
-  std::memcpy(&units, static_cast<char*>(memory) - kHeader, kHeader);
-  if (units == 0) return std::free(static_cast<char*>(memory) - kUnit);
-  dropped[units] = new (memory) Dropped{dropped[units]};
+  const std::size_t at = reinterpret_cast<std::uintptr_t>(memory) - reinterpret_cast<std::uintptr_t>(first);
+  if (at >= addresses) return std::free(memory);
+  Blocks& own = blocks[unitsOf[at / kChunk]];
+  own.dropped = new (memory) Dropped{own.dropped};
 }
 
 void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }

@@ -7,12 +7,13 @@
 
 namespace {
 
-// A run allocates a great many small objects, keeps most of them, and ends: giving memory back to the system
-// in between, and taking large blocks from it one by one, only costs time.
+// A run allocates a great many objects, keeps most of them, and ends: giving memory back to the system in
+// between, and taking blocks from it one by one, only costs time. But for the largest ones, such as the bytes
+// of the file: they come and go, and the holes that they would leave are too large to be filled.
 void tuneAllocator() {
   mallopt(M_MXFAST, 0);
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
-  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_MMAP_THRESHOLD, 4 << 20);
   mallopt(M_TOP_PAD, 16 << 20);
 }
 
