@@ -2,7 +2,9 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/system/Messages.h"
@@ -156,12 +158,116 @@ std::string percentEncoded(const std::string& path) {
 
 }  // namespace
 
+namespace {
+
+// The rows to be inserted are a table of SQLite's that is made of them: "INSERT ... SELECT ... FROM" it. One
+// row of it is one of theirs; it cannot be written, and holds nothing between statements.
+constexpr const char* kRowsTable = "rows_to_insert";
+constexpr const char* kRowsSchema = "CREATE TABLE x(c0, c1, c2, c3, c4, c5, c6, c7, c8, c9)";
+static_assert(RowInsert::kMostColumns == 10);
+
+struct RowsTable : sqlite3_vtab {
+  const RowsToInsert* const* rows = nullptr;
+};
+
+struct RowsCursor : sqlite3_vtab_cursor {
+  const RowsToInsert* rows = nullptr;
+  std::size_t at = 0;
+};
+
+RowsCursor& cursorOf(sqlite3_vtab_cursor* cursor) { return *static_cast<RowsCursor*>(cursor); }
+
+int connectRows(sqlite3* connection, void* rows, int, const char* const*, sqlite3_vtab** made, char**) {
+  auto* const table = new (std::nothrow) RowsTable();
+  if (!table) return SQLITE_NOMEM;
+  table->rows = static_cast<const RowsToInsert* const*>(rows);
+  *made = table;
+  return sqlite3_declare_vtab(connection, kRowsSchema);
+}
+
+int disconnectRows(sqlite3_vtab* table) {
+  delete static_cast<RowsTable*>(table);
+  return SQLITE_OK;
+}
+
+int planRows(sqlite3_vtab*, sqlite3_index_info*) { return SQLITE_OK; }
+
+int openRows(sqlite3_vtab* table, sqlite3_vtab_cursor** made) {
+  const RowsToInsert* const rows = *static_cast<RowsTable*>(table)->rows;
+  if (!rows) return SQLITE_MISUSE;
+  auto* const cursor = new (std::nothrow) RowsCursor();
+  if (!cursor) return SQLITE_NOMEM;
+  cursor->rows = rows;
+  *made = cursor;
+  return SQLITE_OK;
+}
+
+int closeRows(sqlite3_vtab_cursor* cursor) {
+  delete &cursorOf(cursor);
+  return SQLITE_OK;
+}
+
+int firstRow(sqlite3_vtab_cursor* cursor, int, const char*, int, sqlite3_value**) {
+  cursorOf(cursor).at = 0;
+  return SQLITE_OK;
+}
+
+int nextRow(sqlite3_vtab_cursor* cursor) {
+  RowsCursor& rows = cursorOf(cursor);
+  rows.at += rows.rows->columns;
+  return SQLITE_OK;
+}
+
+int isBehindRows(sqlite3_vtab_cursor* cursor) {
+  const RowsCursor& rows = cursorOf(cursor);
+  return rows.at >= rows.rows->cells.size() ? 1 : 0;
+}
+
+int answerCell(sqlite3_vtab_cursor* cursor, sqlite3_context* answer, int column) {
+  const RowsCursor& rows = cursorOf(cursor);
+  const RowsToInsert::Cell& cell = rows.rows->cells[rows.at + static_cast<std::size_t>(column)];
+  if (cell.isNull) {
+    sqlite3_result_null(answer);
+  } else if (cell.text) {
+    sqlite3_result_text64(answer, cell.text, static_cast<sqlite3_uint64>(cell.number), SQLITE_STATIC,
+                          SQLITE_UTF8);
+  } else {
+    sqlite3_result_int64(answer, cell.number);
+  }
+  return SQLITE_OK;
+}
+
+int answerRow(sqlite3_vtab_cursor* cursor, sqlite3_int64* row) {
+  *row = static_cast<sqlite3_int64>(cursorOf(cursor).at);
+  return SQLITE_OK;
+}
+
+// Without a function that makes one, the table is there by its name and in no schema.
+constexpr sqlite3_module rowsModule() {
+  sqlite3_module module = {};
+  module.xConnect = connectRows;
+  module.xDisconnect = disconnectRows;
+  module.xBestIndex = planRows;
+  module.xOpen = openRows;
+  module.xClose = closeRows;
+  module.xFilter = firstRow;
+  module.xNext = nextRow;
+  module.xEof = isBehindRows;
+  module.xColumn = answerCell;
+  module.xRowid = answerRow;
+  return module;
+}
+constexpr sqlite3_module kRowsModule = rowsModule();
+
+}  // namespace
+
 Database::Database(std::string path, Access access) : _path(std::move(path)) {
   configureLibrary();
   const bool isUnchanging = access == Access::unchanging;
   const int flags = isUnchanging ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI : SQLITE_OPEN_READWRITE;
   const std::string name = isUnchanging ? "file:" + percentEncoded(_path) + "?immutable=1" : _path;
-  const int code = sqlite3_open_v2(name.c_str(), &_connection, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  int code = sqlite3_open_v2(name.c_str(), &_connection, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (code == SQLITE_OK) code = sqlite3_create_module(_connection, kRowsTable, &kRowsModule, &_inserting);
   if (code != SQLITE_OK) {
     const std::string message = _connection ? sqlite3_errmsg(_connection) : sqlite3_errstr(code);
     sqlite3_close(_connection);
@@ -246,35 +352,28 @@ void Database::fail(int code, const char* purpose) const {
   throw LoomerStoreException(_path, what, remedyFor(code));
 }
 
-namespace {
-
-// The limit, which is bound last, leaves the rows out that are not bound. Rows are made one by one as they
-// are inserted.
-std::string insertOfRows(const std::string& into, std::size_t columns, std::size_t rows) {
-  std::string row = "(?";
-  for (std::size_t i = 1; i < columns; ++i) row += ",?";
-  row += ")";
-  std::string sql = into + " SELECT * FROM (VALUES" + row;
-  for (std::size_t i = 1; i < rows; ++i) sql += "," + row;
-  return sql + ") LIMIT ?" + std::to_string(columns * rows + 1);
+RowInsert::RowInsert(const std::string& into, std::size_t columnCount)
+    : sql(into + " SELECT c0"), columns(columnCount) {
+  for (std::size_t i = 1; i < columns; ++i) sql += ", c" + std::to_string(i);
+  sql += std::string(" FROM ") + kRowsTable;
 }
 
-}  // namespace
-
-RowInsert::RowInsert(const std::string& into, std::size_t columns)
-    : one(insertOfRows(into, columns, 1)), many(insertOfRows(into, columns, kMany)) {}
-
 RowInsertion::RowInsertion(Database& database, const RowInsert& insert, std::size_t most, const char* purpose)
-    : _statement(database.query((most < RowInsert::kMany ? insert.one : insert.many).c_str(), purpose)),
-      _mostRows(most < RowInsert::kMany ? 1 : RowInsert::kMany) {}
+    : _database(database), _statement(database.query(insert.sql.c_str(), purpose)) {
+  _rows.columns = insert.columns;
+  _rows.cells.reserve(std::min(most, RowInsert::kMany) * insert.columns);
+}
+
+RowInsertion::~RowInsertion() {
+  if (_database._inserting == &_rows) _database._inserting = nullptr;  // the statement failed
+}
 
 void RowInsertion::finish() {
-  if (_rows == 0) return;
-  const int limit = _bound / static_cast<int>(_rows) * static_cast<int>(_mostRows) + 1;
-  _statement.bind(limit, false, _rows);
-  _bound = 0;
-  _rows = 0;
-  _statement.execute();
+  if (_rows.cells.empty()) return;
+  _database._inserting = &_rows;
+  _statement.run();
+  _database._inserting = nullptr;
+  _rows.cells.clear();
 }
 
 }  // namespace corvane::loomer

@@ -92,7 +92,6 @@ class Statement {
   std::string_view blob(int column) const;
 
  private:
-  friend class RowInsertion;
   template <typename... Parameters>
   void bindAll([[maybe_unused]] bool copied, const Parameters&... parameters) {
     reset();
@@ -116,6 +115,17 @@ class Statement {
   sqlite3_stmt* _statement;
   const char* _sql;
   const char* _purpose;
+};
+
+/// Rows on their way into a table, as SQLite reads them.
+struct RowsToInsert {
+  struct Cell {
+    const char* text;     ///< null for a number
+    std::int64_t number;  ///< or the bytes of the text
+    bool isNull;
+  };
+  std::vector<Cell> cells;  ///< row by row
+  std::size_t columns = 0;
 };
 
 /// One connection to an existing SQLite file: the only code that speaks SQLite's C interface. Statements are
@@ -155,6 +165,7 @@ class Database {
 
  private:
   friend class Statement;
+  friend class RowInsertion;
   /// The prepared statements of one text.
   struct StatementPool {
     std::vector<sqlite3_stmt*> idle;
@@ -166,37 +177,55 @@ class Database {
   std::string _path;
   sqlite3* _connection = nullptr;
   std::unordered_map<const char*, StatementPool> _statements;
+  const RowsToInsert* _inserting = nullptr;  // what the statement that runs inserts
 };
 
 /// How rows of one table are inserted. Must live as long as the databases that it is used with.
 struct RowInsert {
-  /// `into`: "INSERT INTO table(column, column)".
-  RowInsert(const std::string& into, std::size_t columns);
+  /// `into`: "INSERT INTO table(column, column)"; at most `kMostColumns`.
+  RowInsert(const std::string& into, std::size_t columnCount);
 
-  static constexpr std::size_t kMany = 16;  ///< rows of the second statement
-  std::string one, many;
+  static constexpr std::size_t kMostColumns = 10;
+  static constexpr std::size_t kMany = 64;  ///< rows that go with one statement
+  std::string sql;
+  std::size_t columns;
 };
 
-/// Inserts rows of one table, many with one statement: for a short row a statement costs as much as the row.
+/// Inserts rows of one table, many with one statement, which reads them where they are: to begin and to end a
+/// statement, and to bind its values, takes as long as to insert a short row.
 class RowInsertion {
  public:
   /// `most`: about how many rows are to come.
   RowInsertion(Database& database, const RowInsert& insert, std::size_t most, const char* purpose);
+  RowInsertion(const RowInsertion&) = delete;
+  RowInsertion& operator=(const RowInsertion&) = delete;
+  ~RowInsertion();
 
   /// Inserts a row, with the next `finish` at the latest; its texts must live until then.
   template <typename... Values>
   void add(const Values&... values) {
-    (_statement.bind(++_bound, false, values), ...);
-    if (++_rows == _mostRows) finish();
+    (_rows.cells.push_back(cell(values)), ...);
+    if (_rows.cells.size() == RowInsert::kMany * _rows.columns) finish();
   }
   /// Inserts all rows that were added.
   void finish();
 
  private:
+  static RowsToInsert::Cell cell(std::int64_t value) { return {nullptr, value, false}; }
+  static RowsToInsert::Cell cell(std::size_t value) {
+    return {nullptr, static_cast<std::int64_t>(value), false};
+  }
+  static RowsToInsert::Cell cell(bool value) { return {nullptr, std::int64_t{value}, false}; }
+  static RowsToInsert::Cell cell(const std::optional<std::int64_t>& value) {
+    return {nullptr, value.value_or(0), !value};
+  }
+  static RowsToInsert::Cell cell(const String& value) {
+    return {value.view().data(), static_cast<std::int64_t>(value.view().size()), !value};
+  }
+
+  Database& _database;
   Statement _statement;
-  std::size_t _mostRows;  // of one run
-  std::size_t _rows = 0;  // that are bound
-  int _bound = 0;         // their values
+  RowsToInsert _rows;
 };
 
 }  // namespace corvane::loomer
