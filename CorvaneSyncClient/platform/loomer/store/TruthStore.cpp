@@ -116,7 +116,7 @@ TruthStore::TruthStore(std::string path, Access access, const FileDescriptor& /*
   if (access != Access::unchanging) useWriteAheadLog();
   _database.execute(
       "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA cell_size_check = ON;"
-      "PRAGMA trusted_schema = OFF; PRAGMA temp_store = MEMORY; PRAGMA cache_size = -32768;"
+      "PRAGMA trusted_schema = OFF; PRAGMA temp_store = MEMORY; PRAGMA cache_size = -8192;"
       "PRAGMA journal_size_limit = 4194304;",
       kPrepareConnection);
   if (_database.integer("PRAGMA user_version", kReadVersion) <
