@@ -47,13 +47,13 @@ std::optional<UuidBytes> uuidBytes(std::string_view text) {
 
 std::string uuidString(const UuidBytes& bytes) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  text.reserve(UUID_STR_LEN);
+  std::string text(UUID_STR_LEN - 1, '-');
+  char* to = text.data();
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    if (i == 4 || i == 6 || i == 8 || i == 10) ++to;
     const auto byte = static_cast<unsigned char>(bytes[i]);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
+    *to++ = kDigits[byte >> 4];
+    *to++ = kDigits[byte & 0xF];
   }
   return text;
 }

@@ -97,6 +97,15 @@ bool areSame(const Object& a, const Object& b) {
   return false;
 }
 
+// Whether nobody but the container around it has what is at that identity, so that it is met once.
+bool isMetOnce(const void* identity) {
+  return identity && !static_cast<const RefCounted*>(identity)->isShared();
+}
+bool isMetOnce(const Object& object) {
+  if (object.kind == Kind::array) return isMetOnce(object.as<Array>().identity());
+  return object.kind == Kind::dictionary && isMetOnce(object.as<Dictionary>().identity());
+}
+
 // The distinct objects of a value, each with its number, and for every container the numbers of its contents.
 class ObjectTable {
  public:
@@ -113,6 +122,7 @@ class ObjectTable {
         }
       }
     }
+    _slots = {};
   }
 
   const std::vector<Object>& objects() const { return _objects; }
@@ -128,22 +138,28 @@ class ObjectTable {
   };
 
   std::uint32_t number(const Object& object) {
-    if ((_objects.size() + 1) * 2 > _slots.size()) grow();
+    if (isMetOnce(object)) return enter(object);
+    if ((_entered + 1) * 2 > _slots.size()) grow();
     const std::size_t mask = _slots.size() - 1;
     for (std::size_t at = object.hash & mask;; at = (at + 1) & mask) {
       Slot& slot = _slots[at];
       if (slot.number == 0) {
-        if (_objects.size() == std::numeric_limits<std::uint32_t>::max() - 1) {
-          throw PropertyListException("binary property list: too many objects");
-        }
-        _objects.push_back(object);
-        if (object.kind == Kind::string) _textSize += object.as<String>().view().size();
-        if (object.kind == Kind::data) _textSize += object.as<Data>().bytes().size();
-        slot = {object.hash, static_cast<std::uint32_t>(_objects.size())};
+        ++_entered;
+        slot = {object.hash, enter(object) + 1};
         return slot.number - 1;
       }
       if (slot.hash == object.hash && areSame(_objects[slot.number - 1], object)) return slot.number - 1;
     }
+  }
+
+  std::uint32_t enter(const Object& object) {
+    if (_objects.size() == std::numeric_limits<std::uint32_t>::max() - 1) {
+      throw PropertyListException("binary property list: too many objects");
+    }
+    _objects.push_back(object);
+    if (object.kind == Kind::string) _textSize += object.as<String>().view().size();
+    if (object.kind == Kind::data) _textSize += object.as<Data>().bytes().size();
+    return static_cast<std::uint32_t>(_objects.size() - 1);
   }
 
   void grow() {
@@ -160,7 +176,8 @@ class ObjectTable {
 
   std::vector<Object> _objects;
   std::vector<std::uint32_t> _references;
-  std::vector<Slot> _slots;  // open addressing
+  std::vector<Slot> _slots;  // of what may be met again: open addressing
+  std::size_t _entered = 0;  // in the slots
   std::size_t _textSize = 0;
 };
 
@@ -277,12 +294,31 @@ class BinaryWriter {
   }
 
   void writeReferences(std::size_t count) {
+    appendNumbers(_table.references().data() + _nextReference, count, _referenceSize);
+    _nextReference += count;
+  }
+
+  template <typename Number>
+  void appendNumbers(const Number* numbers, std::size_t count, std::size_t size) {
     const std::size_t start = _text.size();
-    _text.resize(start + count * _referenceSize);
-    char* to = _text.data() + start;
-    for (std::size_t i = 0; i < count; ++i, to += _referenceSize) {
-      storeBigEndian(to, _table.references()[_nextReference++], _referenceSize);
+    _text.resize(start + count * size);
+    char* const to = _text.data() + start;
+    switch (size) {
+      case 1:
+        return storeNumbers<1>(to, numbers, count);
+      case 2:
+        return storeNumbers<2>(to, numbers, count);
+      case 4:
+        return storeNumbers<4>(to, numbers, count);
+      default:
+        return storeNumbers<8>(to, numbers, count);
     }
+  }
+
+  // Of a size that is known here a number is a word and no call.
+  template <std::size_t kSize, typename Number>
+  static void storeNumbers(char* to, const Number* numbers, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i, to += kSize) storeBigEndian(to, numbers[i], kSize);
   }
 
   // Offsets and object numbers are wide enough for where the table stands and for how many objects there are,
@@ -290,7 +326,7 @@ class BinaryWriter {
   void writeEnd(const std::vector<std::uint64_t>& offsets) {
     const std::uint64_t table = _text.size();
     const std::size_t offsetSize = binaryWidthFor(table);
-    for (const std::uint64_t offset : offsets) append(offset, offsetSize);
+    appendNumbers(offsets.data(), offsets.size(), offsetSize);
     _text.append(6, '\0');
     append(offsetSize, 1);
     append(_referenceSize, 1);
