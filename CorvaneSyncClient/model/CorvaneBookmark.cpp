@@ -106,10 +106,10 @@ void CorvaneBookmark::replaceInParent(BookmarkMap& map) {
 }
 
 void CorvaneBookmark::writeCommonRecordValues(const RecordKeys& keys, const String& parentKey,
-                                              Dictionary& record) const {
-  if (_title) record.set(keys.name, _title);
-  if (_parentId && !(_parentId == kRootUid)) record.set(parentKey, Array{_parentId});
-  record.set(keys.position, _position);
+                                              Dictionary::Map& record) const {
+  if (_title) record.setInterned(keys.name, _title);
+  if (_parentId && !(_parentId == kRootUid)) record.setInterned(parentKey, Array{_parentId});
+  record.setInterned(keys.position, _position);
 }
 
 void CorvaneBookmark::mergeRecord(const RecordKeys& keys, const Dictionary& record,

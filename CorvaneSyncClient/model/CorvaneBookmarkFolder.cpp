@@ -10,7 +10,7 @@ namespace corvane {
 namespace {
 
 // A key of the program's own beside the schema's.
-constexpr const char* kTabGroupKey = "is tab group";
+const String kTabGroupKey = interned("is tab group");
 
 }  // namespace
 
@@ -62,13 +62,13 @@ std::string CorvaneBookmarkFolder::description() const {
 
 std::optional<Dictionary> CorvaneBookmarkFolder::vessynDictionaryRepresentation(const BookmarkMap&) const {
   if (!parentId()) return std::nullopt;
-  Dictionary record;
+  Dictionary::Map record;
   record.reserve(5);
-  record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder);
+  record.setInterned(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder);
   writeCommonRecordValues({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position},
                           LoomerRelationship_Bookmarks_Folder_Parent, record);
-  record.set(kTabGroupKey, _autoTab ? 1 : 0);
-  return record;
+  record.setInterned(kTabGroupKey, _autoTab ? 1 : 0);
+  return Dictionary(std::move(record));
 }
 
 bool CorvaneBookmarkFolder::appendRecordText(std::string& text) const {
@@ -102,7 +102,7 @@ void CorvaneBookmarkFolder::mergeOwnAttribute(const Dictionary& record, const Co
 }
 
 void CorvaneBookmarkFolder::takeAutoTab(const Dictionary& record) {
-  _autoTab = record.integer32(kTabGroupKey) == 1;
+  _autoTab = record.integer32(kTabGroupKey.view()) == 1;
   if (_autoTab) SCLog("Autotab key in Engine record found for modified record, setting auto tab to true");
 }
 

@@ -42,20 +42,20 @@ bool CorvaneBookmarkRecord::isEqual(const CorvaneBookmark& other) const {
 }
 
 std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(const BookmarkMap&) const {
-  Dictionary record;
+  Dictionary::Map record;
   record.reserve(5);
-  record.set(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark);
+  record.setInterned(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark);
   writeCommonRecordValues(
       {LoomerAttribute_Bookmarks_Bookmark_Name, LoomerAttribute_Bookmarks_Bookmark_Position},
       LoomerRelationship_Bookmarks_Bookmark_Parent, record);
-  if (!_url) return record;
-  if (const std::optional<Url> url = urlForRecord()) {
-    record.set(LoomerAttribute_Bookmarks_Bookmark_Url, *url);
-  } else {
+  const std::optional<Url> url = _url ? urlForRecord() : std::nullopt;
+  if (url) {
+    record.setInterned(LoomerAttribute_Bookmarks_Bookmark_Url, *url);
+  } else if (_url) {
     systemLog("Warning - url \"%@\" for Bookmark \"%@\" is invalid, not syncing url value for bookmark", _url,
               title());
   }
-  return record;
+  return Dictionary(std::move(record));
 }
 
 std::optional<Url> CorvaneBookmarkRecord::urlForRecord() const {

@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/model/CorvaneFileForm.h"
 
+#include <algorithm>
+
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane {
@@ -200,17 +202,26 @@ Dictionary entryToWrite(const CorvaneBookmark& node) {
   return Dictionary{{kUuidKey, node.uid()}};
 }
 
+// What is written anew goes behind what was read.
 Dictionary writeRecord(const CorvaneBookmarkRecord& record) {
-  Dictionary entry = entryToWrite(record);
-  for (const String& key : {kUriTitleKey, kUrlKey, kUriDictionaryKey, kTypeKey}) entry.remove(key);
+  constexpr std::size_t kLeast = 4;  // a uid, and what is set here
   const String url = record.url() ? record.url() : kEmptyText;
-  Dictionary uri;
-  if (record.title()) uri.set(kUriTitleKey, record.title());
-  uri.set(kUriUrlKey, url);
-  entry.set(kUriDictionaryKey, uri);
-  entry.set(kUrlKey, url);
-  entry.set(kTypeKey, kTypeLeaf);
-  return entry;
+  Dictionary::Map uri;
+  uri.reserve(2);
+  if (record.title()) uri.setInterned(kUriTitleKey, record.title());
+  uri.setInterned(kUriUrlKey, url);
+  const Dictionary read = entryToWrite(record);
+  Dictionary::Map entry;
+  entry.reserve(std::max(read.size(), kLeast));
+  for (const auto& [key, value] : read) {
+    const bool isWrittenAnew =
+        key == kUriTitleKey || key == kUrlKey || key == kUriDictionaryKey || key == kTypeKey;
+    if (!isWrittenAnew) entry.setInterned(key, value);
+  }
+  entry.setInterned(kUriDictionaryKey, Dictionary(std::move(uri)));
+  entry.setInterned(kUrlKey, url);
+  entry.setInterned(kTypeKey, kTypeLeaf);
+  return Dictionary(std::move(entry));
 }
 
 Dictionary CorvaneFileFormWriter::writeFolder(const CorvaneBookmarkFolder& folder) {

@@ -5,14 +5,14 @@ namespace corvane {
 const String LoomerDataClass_Bookmarks = "com.keldra.Bookmarks";
 const String LoomerEntity_Bookmarks_Folder = "com.keldra.bookmarks.Folder";
 const String LoomerEntity_Bookmarks_Bookmark = "com.keldra.bookmarks.Bookmark";
-const String LoomerRecordEntityNameKey = "com.keldra.loomer.RecordEntityName";
-const String LoomerAttribute_Bookmarks_Folder_Name = "folder name";
-const String LoomerAttribute_Bookmarks_Folder_Position = "folder position";
-const String LoomerRelationship_Bookmarks_Folder_Parent = "parent";
-const String LoomerRelationship_Bookmarks_Folder_Children = "children";
-const String LoomerAttribute_Bookmarks_Bookmark_Name = "name";
-const String LoomerAttribute_Bookmarks_Bookmark_Url = "url";
-const String LoomerAttribute_Bookmarks_Bookmark_Position = "position";
+const String LoomerRecordEntityNameKey = interned("com.keldra.loomer.RecordEntityName");
+const String LoomerAttribute_Bookmarks_Folder_Name = interned("folder name");
+const String LoomerAttribute_Bookmarks_Folder_Position = interned("folder position");
+const String LoomerRelationship_Bookmarks_Folder_Parent = interned("parent");
+const String LoomerRelationship_Bookmarks_Folder_Children = interned("children");
+const String LoomerAttribute_Bookmarks_Bookmark_Name = interned("name");
+const String LoomerAttribute_Bookmarks_Bookmark_Url = interned("url");
+const String LoomerAttribute_Bookmarks_Bookmark_Position = interned("position");
 const String LoomerRelationship_Bookmarks_Bookmark_Parent = LoomerRelationship_Bookmarks_Folder_Parent;
 
 }  // namespace corvane

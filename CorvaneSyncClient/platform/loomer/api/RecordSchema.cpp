@@ -43,7 +43,7 @@ std::vector<String> strings(const Dictionary& dictionary, const char* key) {
 
 // Enters one attribute under its meaning, which decides the type that it must have.
 void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std::string& where) {
-  const String key = required(attribute, "Key", "an attribute of " + where);
+  const String key = interned(required(attribute, "Key", "an attribute of " + where));
   const String type = required(attribute, "Type", "the attribute \"" + key.toString() + "\" of " + where);
   const String meaning =
       required(attribute, "Meaning", "the attribute \"" + key.toString() + "\" of " + where);
@@ -62,7 +62,8 @@ void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std:
       reject("the attribute \"" + key.toString() + "\" of " + where + " must be of type " + form.type);
     }
     *form.target = key;
-    if (const String alias = attribute.string("HandedDownAlsoAs")) schema.positionAliases.push_back(alias);
+    if (const String alias = attribute.string("HandedDownAlsoAs"))
+      schema.positionAliases.push_back(interned(alias));
     return;
   }
   reject("the attribute \"" + key.toString() + "\" of " + where + " has the unknown meaning \"" +
@@ -111,7 +112,7 @@ EntitySchema readEntity(const Dictionary& dictionary) {
   if (!(kind == "folder") && !(kind == "bookmark"))
     reject(where + " is of the unknown kind \"" + kind.toString() + "\"");
   schema.entity = kind == "folder" ? Entity::folder : Entity::bookmark;
-  schema.parentKey = required(dictionary, "ParentRelationship", where);
+  schema.parentKey = interned(required(dictionary, "ParentRelationship", where));
   schema.specialPosition = dictionary.integer32("SpecialPosition");
   if (const Array* attributes = dictionary.array("Attributes")) {
     for (const Value& attribute : *attributes) {
@@ -200,19 +201,26 @@ RecordSchema readRecordSchema(const std::vector<Url>& urls) {
 }
 
 ClientRecord clientRecord(const EntitySchema& schema, const String& localId, const Dictionary& record) {
+  const auto textAt = [&record](const String& key) {
+    const Value* const value = record.find(key);
+    return value ? value->string() : String();
+  };
   ClientRecord result;
   result.localId = localId;
   result.entity = schema.entity;
-  if (const Array* parents = record.array(schema.parentKey.view()); parents && !parents->empty()) {
-    const String parent = (*parents)[0].string();
+  const Value* const parents = record.find(schema.parentKey);
+  const Array* const folders = parents ? parents->as<Array>() : nullptr;
+  if (folders && !folders->empty()) {
+    const String parent = (*folders)[0].string();
     if (!(parent == LoomerRootIdentifier)) result.parentLocalId = parent;
   }
-  result.position = record.integer32(schema.positionKey.view()).value_or(0);
-  result.content.name = wellFormed(record.string(schema.nameKey.view()));
+  const Value* const position = record.find(schema.positionKey);
+  result.position = position ? position->integer32().value_or(0) : 0;
+  result.content.name = wellFormed(textAt(schema.nameKey));
   if (schema.entity == Entity::bookmark) {
-    const Value* url = record.find(schema.urlKey);
-    const Url* typed = url ? url->as<Url>() : nullptr;
-    result.content.url = wellFormed(typed ? typed->text : record.string(schema.urlKey.view()));
+    const Value* const url = record.find(schema.urlKey);
+    const Url* const typed = url ? url->as<Url>() : nullptr;
+    result.content.url = wellFormed(typed ? typed->text : textAt(schema.urlKey));
   } else {
     result.content.tabGroup = record.integer32(schema.tabGroupKey.view()) == 1;
     result.content.special =
@@ -223,17 +231,19 @@ ClientRecord clientRecord(const EntitySchema& schema, const String& localId, con
 
 Dictionary recordDictionary(const EntitySchema& schema, const Content& content, std::int32_t position,
                             const String& parentLocalId) {
+  constexpr std::size_t kMost = 8;
   const bool special = content.special && schema.specialPosition;
   const Value placed = special ? *schema.specialPosition : position;
-  Dictionary record;
-  record.set(LoomerRecordEntityNameKey, schema.name);
-  if (content.name) record.set(schema.nameKey, wellFormed(content.name));
-  if (content.url && schema.urlKey) record.set(schema.urlKey, Url{wellFormed(content.url)});
-  record.set(schema.positionKey, placed);
-  for (const String& alias : schema.positionAliases) record.set(alias, placed);
-  if (schema.tabGroupKey) record.set(schema.tabGroupKey, content.tabGroup ? 1 : 0);
-  if (parentLocalId) record.set(schema.parentKey, Array{parentLocalId});
-  return record;
+  Dictionary::Map record;
+  record.reserve(kMost);
+  record.setInterned(LoomerRecordEntityNameKey, schema.name);
+  if (content.name) record.setInterned(schema.nameKey, wellFormed(content.name));
+  if (content.url && schema.urlKey) record.setInterned(schema.urlKey, Url{wellFormed(content.url)});
+  record.setInterned(schema.positionKey, placed);
+  for (const String& alias : schema.positionAliases) record.setInterned(alias, placed);
+  if (schema.tabGroupKey) record.setInterned(schema.tabGroupKey, content.tabGroup ? 1 : 0);
+  if (parentLocalId) record.setInterned(schema.parentKey, Array{parentLocalId});
+  return Dictionary(std::move(record));
 }
 
 }  // namespace corvane::loomer
