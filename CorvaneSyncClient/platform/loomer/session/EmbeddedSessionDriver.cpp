@@ -240,11 +240,15 @@ class Session {
     return _records.byGlobalIdentifier();
   }
 
+  // Those of all records where most are added: one by one they cost more.
   std::unordered_map<RecordId, String> identifiersOfAdditions(const Plan& plan) {
+    const auto isAddition = [](const ClientChange& each) { return each.type == LoomerChangeTypeAdd; };
+    const std::vector<ClientChange>& changes = plan.result.clientChanges;
+    const std::ptrdiff_t additions = std::count_if(changes.begin(), changes.end(), isAddition);
+    if (additions * 2 > std::ssize(plan.input.truth)) return _records.globalIdentifiers();
     std::unordered_map<RecordId, String> identifiers;
-    for (const ClientChange& change : plan.result.clientChanges) {
-      if (change.type != LoomerChangeTypeAdd) continue;
-      identifiers.emplace(change.record, _records.globalIdentifier(change.record));
+    for (const ClientChange& change : changes) {
+      if (isAddition(change)) identifiers.emplace(change.record, _records.globalIdentifier(change.record));
     }
     return identifiers;
   }

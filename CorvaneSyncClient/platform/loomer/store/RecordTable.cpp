@@ -205,17 +205,36 @@ String RecordTable::globalIdentifier(RecordId record) {
   return identifierOf(_store, record, query.blob(0));
 }
 
-std::unordered_map<String, RecordId> RecordTable::byGlobalIdentifier() {
-  Statement query = _store.database().query(
+namespace {
+
+template <typename Take>
+void eachIdentifier(TruthStore& store, Take take) {
+  Statement query = store.database().query(
       "SELECT global_id, id FROM tombstones UNION ALL SELECT global_id, id FROM records WHERE id > 0",
       kReadRecords);
-  std::unordered_map<String, RecordId> records;
   query.open();
   while (query.next()) {
     const RecordId record = query.integer(1);
-    records.insert_or_assign(identifierOf(_store, record, query.blob(0)), record);
+    take(identifierOf(store, record, query.blob(0)), record);
   }
+}
+
+}  // namespace
+
+std::unordered_map<String, RecordId> RecordTable::byGlobalIdentifier() {
+  std::unordered_map<String, RecordId> records;
+  eachIdentifier(_store, [&](const String& identifier, RecordId record) {
+    records.insert_or_assign(identifier, record);
+  });
   return records;
+}
+
+std::unordered_map<RecordId, String> RecordTable::globalIdentifiers() {
+  std::unordered_map<RecordId, String> identifiers;
+  eachIdentifier(_store, [&](const String& identifier, RecordId record) {
+    identifiers.insert_or_assign(record, identifier);
+  });
+  return identifiers;
 }
 
 void RecordTable::setGlobalIdentifier(RecordId record, const String& identifier) {

@@ -89,6 +89,8 @@ class RecordTable {
   std::size_t changedSince(std::int64_t revision);
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
   String globalIdentifier(RecordId record);
+  /// The same of every record and tombstone.
+  std::unordered_map<RecordId, String> globalIdentifiers();
   /// Every record and tombstone by that identifier.
   std::unordered_map<String, RecordId> byGlobalIdentifier();
   /// Gives a live record the identifier that it has in other stores; a text that is no UUID changes nothing.
