@@ -15,8 +15,9 @@ void changesArrive();
 /// different uids and sessions killed halfway included.
 void nothingVanishes();
 
-/// Where client, base and truth say the same but for values that a client gave to some records where they
-/// stand, the merge of the folders with these, and of those above, does what the merge of everything does.
+/// Where client, base and truth say the same but for values that the client or others gave to some records
+/// where they stand, the merge of the folders with these, and of those above, does what the merge of
+/// everything does.
 void changedValuesMergeInTheirFolders();
 
 /// Killing a session after the file was saved, then syncing on, ends as if it had not been killed.

@@ -78,8 +78,16 @@ std::optional<std::vector<std::size_t>> differingPlaces(const std::vector<std::u
   return places;
 }
 
+std::optional<std::vector<TruthRecord>> newsSince(std::int64_t revision, RecordTable& records) {
+  std::vector<TruthRecord> news = records.newest(revision, kMostChanged + 1);
+  const auto isDeleted = [](const TruthRecord& each) { return each.deleted; };
+  if (news.size() > kMostChanged || std::any_of(news.begin(), news.end(), isDeleted)) return std::nullopt;
+  return news;
+}
+
 std::optional<Sides> sidesAround(std::int64_t client, const std::vector<ClientRecord>& changed,
-                                 RecordTable& records, BaseTable& bases) {
+                                 const std::vector<TruthRecord>& news, RecordTable& records,
+                                 BaseTable& bases) {
   std::vector<RecordId> folders;
   for (const ClientRecord& each : changed) {
     const std::optional<BaseRecord> known = bases.find(client, each.localId);
@@ -88,11 +96,24 @@ std::optional<Sides> sidesAround(std::int64_t client, const std::vector<ClientRe
     if (each.parentLocalId != (folder ? folder->localId : String())) return std::nullopt;
     folders.push_back(known->parent);
   }
+  for (const TruthRecord& each : news) {
+    const std::optional<BaseRecord> known = bases.find(client, each.id);
+    if (!known || known->entity != each.entity || known->parent != each.parent) return std::nullopt;
+    folders.push_back(each.parent);
+  }
   Sides sides;
   sides.truth = records.readFolders(folders);
   sides.base = bases.readOnly(client, sides.truth);
   sides.client.tree = clientTree(sides.base.records, changed);
   return sides;
+}
+
+bool deliversAlone(const Plan& plan, const std::vector<TruthRecord>& news) {
+  const std::vector<ClientChange>& changes = plan.result.clientChanges;
+  return std::all_of(changes.begin(), changes.end(), [&](const ClientChange& change) {
+    return std::any_of(news.begin(), news.end(),
+                       [&](const TruthRecord& each) { return each.id == change.record; });
+  });
 }
 
 }  // namespace corvane::loomer

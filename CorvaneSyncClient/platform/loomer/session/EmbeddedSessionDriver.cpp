@@ -156,24 +156,31 @@ class Session {
     return makePlan(opening, readSides(opening, std::move(taken)));
   }
 
-  // Where the client gives what it gave when all last agreed, but for a few values, the rest is neither taken
-  // nor read nor merged. Nothing where that does not do.
+  // Where client and truth say what they said when they last agreed, but for a few values, the rest is
+  // neither taken nor read nor merged. Nothing where that does not do.
   std::optional<Plan> planOverAgreement(const Opening& opening) {
-    if (opening.kind != SessionKind::slow || opening.journal) return std::nullopt;
-    if (mayHaveNews(opening.client, opening.truth)) return std::nullopt;
+    const bool hasNews = mayHaveNews(opening.client, opening.truth);
+    const bool takesAll = opening.kind == SessionKind::slow || (opening.kind == SessionKind::fast && hasNews);
+    if (!takesAll || opening.journal) return std::nullopt;
     _agreement = _agreements.find(opening.client.id);
     if (!_agreement) return std::nullopt;
+    std::vector<TruthRecord> news;
+    if (hasNews) {
+      auto found = newsSince(*opening.client.syncedRevision, _records);
+      if (!found || found->empty()) return std::nullopt;
+      news = *std::move(found);
+    }
     std::optional<std::vector<std::uint64_t>> now = _dataSource.recordDigests(_agreement->key);
     const auto changed = now ? differingPlaces(_agreement->digests, *now) : std::nullopt;
     if (!changed) return std::nullopt;
-    if (changed->empty()) return quietPlan(opening, now->size());
-    auto sides = sidesAround(opening.client.id, recordsAt(*changed), _records, _bases);
+    if (changed->empty() && !hasNews) return quietPlan(opening, now->size());
+    auto sides = sidesAround(opening.client.id, recordsAt(*changed), news, _records, _bases);
     if (!sides) return std::nullopt;
     sides->client.count = now->size();
     sides->client.all = true;
     _agreement->digests = *std::move(now);
     Plan plan = makePlan(opening, *std::move(sides));
-    if (plan.delivers()) return std::nullopt;
+    if (!deliversAlone(plan, news)) return std::nullopt;
     return plan;
   }
 

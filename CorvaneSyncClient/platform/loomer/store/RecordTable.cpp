@@ -30,6 +30,8 @@ const std::string kEveryLive = kLive + " ORDER BY r.id";
 const std::string kEveryDead = kDead + " ORDER BY r.id";
 const std::string kOneLive = kLive + " WHERE r.id = ?";
 const std::string kOneDead = kDead + " WHERE r.id = ?";
+const std::string kNewestLive = kLive + " WHERE r.revision > ? LIMIT ?";
+const std::string kNewestDead = kDead + " WHERE r.revision > ? LIMIT ?";
 const RowInsert kInsertRecord("INSERT INTO records(id, entity, parent, place, content, revision)", 6);
 const RowInsert kInsertContent("INSERT INTO contents(id, name, url, tab_group, special)", 5);
 const std::string kLiveInFolder = kLive + " WHERE r.parent = ? ORDER BY r.place";
@@ -187,6 +189,16 @@ RecordCounts RecordTable::counts() {
   };
   return {count("SELECT count(*) FROM records WHERE id > 0 AND entity = 0"),
           count("SELECT count(*) FROM records WHERE entity = 1"), count("SELECT count(*) FROM tombstones")};
+}
+
+std::vector<TruthRecord> RecordTable::newest(std::int64_t revision, std::size_t most) {
+  std::vector<TruthRecord> records;
+  for (const bool deleted : {true, false}) {
+    Statement query = _store.database().query((deleted ? kNewestDead : kNewestLive).c_str(), kReadRecords);
+    query.open(revision, most - records.size());
+    while (query.next()) records.push_back(recordOf(query, deleted));
+  }
+  return records;
 }
 
 std::size_t RecordTable::changedSince(std::int64_t revision) {

@@ -85,6 +85,8 @@ class RecordTable {
   std::vector<TruthRecord> children(RecordId folder);
   /// Of live folders and bookmarks, and of tombstones.
   RecordCounts counts();
+  /// `most` of the live records and tombstones that were changed after that revision; walks the records.
+  std::vector<TruthRecord> newest(std::int64_t revision, std::size_t most);
   /// How many live records and tombstones were changed after that revision.
   std::size_t changedSince(std::int64_t revision);
   /// The identifier, in the form of a UUID, that a record has in every store; absent for an unknown record.
