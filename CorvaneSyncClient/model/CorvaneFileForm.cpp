@@ -62,6 +62,32 @@ std::size_t entryCount(const Array& entries) {
   return count;
 }
 
+// A bookmark without an address is written of; one that is skipped is taken for such a one, too.
+bool isReadInSilence(const Dictionary& root) {
+  std::unordered_set<const void*> seen;
+  std::vector<const Array*> open;
+  const auto openChildren = [&](const Dictionary& entry) {
+    const Array* const children = find<Array>(entry, kChildrenKey);
+    if (children && seen.insert(children->identity()).second) open.push_back(children);
+  };
+  openChildren(root);
+  while (!open.empty()) {
+    const Array& list = *open.back();
+    open.pop_back();
+    for (const Value& value : list) {
+      const Dictionary* const entry = value.as<Dictionary>();
+      if (!entry) continue;
+      const String* const type = find<String>(*entry, kTypeKey);
+      if (!type || !(*type == kTypeLeaf)) {
+        openChildren(*entry);
+      } else if (!find<String>(*entry, kUrlKey)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
 CorvaneBookmarkFolder* CorvaneFileForm::readFolder(const Dictionary& entry, const String& parentId,
                                                    std::int32_t position) {
   CorvaneBookmarkFolder* folder = openFolder(entry, parentId, position, false);

@@ -14,6 +14,9 @@ namespace corvane {
 /// own members; a list that several folders name counts once.
 std::size_t entryCount(const Array& entries);
 
+/// Whether reading the root folder's entry writes nothing to the system log, whatever else it does.
+bool isReadInSilence(const Dictionary& root);
+
 // The browser's file form of the tree. Both directions keep their own stack of open folders, so that nesting
 // costs memory and never stack.
 

@@ -1,6 +1,9 @@
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 
+#include <utility>
+
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
+#include "CorvaneSyncClient/model/CorvaneFileForm.h"
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
@@ -137,7 +140,13 @@ bool CorvaneSyncManager::readBookmarks() {
   const std::optional<Dictionary> bookmarks = _plistManager->dictionary();
   if (!bookmarks) return false;
   _checkAndSetBookmarkFileVersion(*bookmarks);
-  _driverController->setOrigBookmarkDictionary(_mapBookmarks(bookmarks));
+  // Where it leaves no trace, mapping waits until somebody asks for a bookmark: it takes a session that finds
+  // nothing new a third of its time.
+  if (SCLogIsOn() || !isReadInSilence(*bookmarks)) {
+    _driverController->setOrigBookmarkDictionary(_mapBookmarks(bookmarks));
+  } else {
+    _driverController->setOrigBookmarks([this, bookmarks] { return _mapBookmarks(bookmarks); });
+  }
   _driverController->setCurrentDiskModDate(_plistManager->modificationDate());
   return true;
 }
@@ -195,24 +204,33 @@ std::string CorvaneSyncManager::_corvaneBookmarksInvalidMessage() {
       "before syncing your bookmarks.");
 }
 
+std::optional<Dictionary> CorvaneSyncManager::_tracedContents(const BookmarkMap& map) const {
+  if (!SCLogIsOn() || !map.root()) return std::nullopt;
+  return map.root()->corvaneDictionaryRepresentation(map);
+}
+
+std::optional<Date> CorvaneSyncManager::_trySaving(const BookmarkMap& map, std::optional<Dictionary> traced) {
+  Dictionary contents;
+  const auto makeContents = [&](const std::string& path) {
+    if (!map.root()) return;
+    contents = traced ? *std::move(traced) : map.root()->corvaneDictionaryRepresentation(map);
+    contents.set(kVersionKey, currentBookmarkFileVersion);
+    keepFileOfSkippedEntries(_clientId, path, map.skippedEntries());
+  };
+  return _plistManager->saveBookmarks(map.root() ? &contents : nullptr, !_driverController->pulledTheTruth(),
+                                      makeContents);
+}
+
 Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*checkIfModified*/) {
   SCLog("dict is %@", bookmarks);
-  std::optional<Dictionary> contents;  // nothing when the map has no root
-  Array skippedEntries;
-  const auto take = [&](const BookmarkMap& map) {
-    if (const CorvaneBookmarkFolder* root = map.root()) contents = root->corvaneDictionaryRepresentation(map);
-    skippedEntries = map.skippedEntries();
-  };
-  take(bookmarks);
-  SCLog("dict for disk is %@", pointerTo(contents));
+  std::optional<Dictionary> traced = _tracedContents(bookmarks);
+  SCLog("dict for disk is %@", pointerTo(traced));
   if (_unitTestCallback) (*_unitTestCallback)(bookmarks, _plistManager->path());
 
+  const BookmarkMap* map = &bookmarks;
+  std::unique_ptr<BookmarkMap> fresh;
   for (int attempt = 1; attempt <= kSaveAttempts; ++attempt) {
-    if (contents) contents->set(kVersionKey, currentBookmarkFileVersion);
-    const std::optional<Date> date = _plistManager->saveBookmarks(
-        pointerTo(contents), !_driverController->pulledTheTruth(), [&](const std::string& path) {
-          if (contents) keepFileOfSkippedEntries(_clientId, path, skippedEntries);
-        });
+    const std::optional<Date> date = _trySaving(*map, std::exchange(traced, std::nullopt));
     if (date) {
       SCLog("%@ - Engine pushed changes and we modified bookmarks file at %@", _clientId,
             localDescription(*date));
@@ -224,10 +242,11 @@ Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*chec
     }
     // After the last attempt too: a file that can no longer be mapped has an exception of its own.
     SCLog("%@ - Bookmark file changed while syncing, reloading it and merging changes", _clientId);
-    contents.reset();  // before the file is read, so that two trees need not fit into memory
-    const std::unique_ptr<BookmarkMap> fresh = _mapBookmarks(_plistManager->dictionary());
+    fresh.reset();  // before the file is read, so that two trees need not fit into memory
+    fresh = _mapBookmarks(_plistManager->dictionary());
     _driverController->applyChangesToDictionary(*fresh);
-    take(*fresh);
+    map = fresh.get();
+    traced = _tracedContents(*map);
   }
   SCLog("%@ - Could not save bookmarks file, giving up", _clientId);
   throw PlatformException("CorvaneSyncClientSaveException", "Could not save bookmarks file after sync");

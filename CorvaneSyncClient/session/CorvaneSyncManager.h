@@ -92,6 +92,13 @@ class CorvaneSyncManager {
   /// which is so when there are no contents.
   std::unique_ptr<BookmarkMap> _mapBookmarks(const std::optional<Dictionary>& bookmarks);
 
+  /// The file's contents for the trace; nothing while it is off, or for a map without a root.
+  std::optional<Dictionary> _tracedContents(const BookmarkMap& map) const;
+  /// One attempt to save the tree: its contents, which take as much memory, are made when nothing speaks
+  /// against writing them any more, if they are not `traced`. The new date, or nothing where the file changed
+  /// or could not be written.
+  std::optional<Date> _trySaving(const BookmarkMap& map, std::optional<Dictionary> traced);
+
   std::string _corvaneBookmarksInvalidMessage();
 
   /// Wakes the feed agent.

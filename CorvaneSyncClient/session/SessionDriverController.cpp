@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/session/SessionDriverController.h"
 
+#include <utility>
+
 #include "CorvaneSyncClient/model/CorvaneBookmarkFolder.h"
 #include "CorvaneSyncClient/model/CorvaneBookmarkRecord.h"
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
@@ -61,11 +63,23 @@ SessionDriverController::SessionDriverController(String clientId, CorvaneSyncMan
 void SessionDriverController::setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks) {
   if (bookmarks == _origBookmarkDictionary) return;
   _origBookmarkDictionary = std::move(bookmarks);
+  _makeOriginal = nullptr;
   _workingMap.reset();
 }
 
+void SessionDriverController::setOrigBookmarks(MakeMap make) {
+  _origBookmarkDictionary.reset();
+  _makeOriginal = std::move(make);
+  _workingMap.reset();
+}
+
+const BookmarkMap& SessionDriverController::_original() const {
+  if (!_origBookmarkDictionary) _origBookmarkDictionary = std::exchange(_makeOriginal, nullptr)();
+  return *_origBookmarkDictionary;
+}
+
 BookmarkMap& SessionDriverController::_currentBookmarkDictionary() const {
-  if (!_workingMap) _workingMap = _origBookmarkDictionary->scDeepMutableCopy();
+  if (!_workingMap) _workingMap = _original().scDeepMutableCopy();
   return *_workingMap;
 }
 
@@ -91,24 +105,35 @@ int SessionDriverController::preferredSyncModeForEntityName(const String&) {
 
 Dictionary SessionDriverController::recordsForEntityName(const String& entityName, bool&, String&) {
   SCLog("recordsForEntityName: %@", entityName);
-  const bool folders = entityName == LoomerEntity_Bookmarks_Folder;
   Dictionary records;
-  records.reserve(_origBookmarkDictionary->size());
-  for (const auto& entry : *_origBookmarkDictionary) {
-    const CorvaneBookmark* bookmark = entry.value.node.get();
-    if (!bookmark || bookmark->isIgnoredBySync()) continue;
-    if (folders ? !bookmark->asFolder() : !bookmark->asRecord()) continue;
-    if (auto record = bookmark->vessynDictionaryRepresentation(*_origBookmarkDictionary)) {
-      records.set(entry.key, *std::move(record));
-    }
-  }
+  records.reserve(_original().size());
+  _eachRecord(entityName, [&](const String& uid, Dictionary record) { records.set(uid, std::move(record)); });
   SCLog("returning %@", records);
   return records;
 }
 
+bool SessionDriverController::giveRecords(const String& entityName, const TakeRecord& take) {
+  if (SCLogIsOn()) return false;
+  _eachRecord(entityName, take);
+  return true;
+}
+
+template <typename Take>
+void SessionDriverController::_eachRecord(const String& entityName, Take take) const {
+  const bool folders = entityName == LoomerEntity_Bookmarks_Folder;
+  for (const auto& entry : _original()) {
+    const CorvaneBookmark* bookmark = entry.value.node.get();
+    if (!bookmark || bookmark->isIgnoredBySync()) continue;
+    if (folders ? !bookmark->asFolder() : !bookmark->asRecord()) continue;
+    if (auto record = bookmark->vessynDictionaryRepresentation(_original())) {
+      take(entry.key, *std::move(record));
+    }
+  }
+}
+
 template <typename Take>
 void SessionDriverController::_eachSyncedNode(Take take) const {
-  for (const auto& entry : *_origBookmarkDictionary) {
+  for (const auto& entry : _original()) {
     const CorvaneBookmark* const node = entry.value.node.get();
     if (node && !node->isIgnoredBySync() && (node->asRecord() || node->parentId())) take(*node);
   }
@@ -117,7 +142,7 @@ void SessionDriverController::_eachSyncedNode(Take take) const {
 std::optional<std::vector<std::uint64_t>> SessionDriverController::recordDigests(const HashKey& key) {
   if (SCLogIsOn()) return std::nullopt;
   std::vector<std::uint64_t> digests;
-  digests.reserve(_origBookmarkDictionary->size());
+  digests.reserve(_original().size());
   std::string text;
   bool isSilent = true;
   _eachSyncedNode([&](const CorvaneBookmark& node) {
@@ -139,7 +164,7 @@ Dictionary SessionDriverController::recordsAt(const String& entityName,
     if (next == places.end() || *next != place++) return;
     ++next;
     if (folders != (node.asFolder() != nullptr)) return;
-    if (auto record = node.vessynDictionaryRepresentation(*_origBookmarkDictionary))
+    if (auto record = node.vessynDictionaryRepresentation(_original()))
       records.set(node.uid(), *std::move(record));
   });
   return records;
@@ -233,14 +258,14 @@ bool SessionDriverController::deleteAllRecordsForEntityName(const String& entity
 
 void SessionDriverController::_postProcessFolders() {
   SCLog("post-proccessing");
-  SCLog("_currentBookmarkDictionary pre-post-process %@", _presentMap());
+  if (SCLogIsOn()) SCLog("_currentBookmarkDictionary pre-post-process %@", _presentMap());
   _postProcessedFolders = true;
   for (auto& folder : _addedFolders) folder.value = _localIdRemappedFolderFromRecord(folder.value);
   for (auto& folder : _modifiedFolders) folder.value = _localIdRemappedFolderFromRecord(folder.value);
   _fillOutAddedFoldersTopDownKeys();
   for (const String& uid : _addedFoldersTopDownKeys) _applyHeldAsideFolder(*_addedFolders.find(uid), uid);
   for (const auto& folder : _modifiedFolders) _applyHeldAsideFolder(folder.value, folder.key);
-  SCLog("_currentBookmarkDictionary post-post-process %@", _presentMap());
+  if (SCLogIsOn()) SCLog("_currentBookmarkDictionary post-post-process %@", _presentMap());
 }
 
 Dictionary SessionDriverController::_localIdRemappedFolderFromRecord(const Dictionary& record) const {
@@ -266,7 +291,8 @@ void SessionDriverController::_fillOutAddedFoldersTopDownKeys() {
     const std::optional<Dictionary> added = asDictionary(_addedFolders);
     SCLog("_fillOutAddedFoldersTopDownKeys.  _addedFolders is %@", pointerTo(added));
   }
-  TopDownFolders folders = topDownFolders(_addedFolders, _presentMap());
+  TopDownFolders folders;
+  if (!_addedFolders.empty()) folders = topDownFolders(_addedFolders, _presentMap());
   for (const String& uid : folders.parentless) {
     systemLog("No parent specified for non-root folder.  Skipping %@", *_addedFolders.find(uid));
   }

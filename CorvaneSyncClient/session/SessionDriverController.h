@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -34,6 +35,10 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   /// Gives the bookmarks as the session finds them, never null; the working map begins as these. The map
   /// already held changes nothing; it is shared because that can only be asked of a giver who still has it.
   void setOrigBookmarkDictionary(std::shared_ptr<const BookmarkMap> bookmarks);
+  using MakeMap = std::function<std::unique_ptr<BookmarkMap>()>;
+  /// Gives them by what makes them, never null, which is called when somebody asks for the first of them: a
+  /// session that finds nothing new asks for none. What it raises passes through.
+  void setOrigBookmarks(MakeMap make);
   /// The file's modification date when it was read; absent when it is not known.
   void setCurrentDiskModDate(std::optional<Date> date);
   /// Whether the engine delivered anything, even if it was ignored or refused.
@@ -42,7 +47,7 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   bool pulledTheTruth() const { return _pulledTheTruth; }
   /// The map that pulled changes go to; null before there is an original.
   const BookmarkMap* currentBookmarkDictionary() const {
-    return _origBookmarkDictionary ? &_currentBookmarkDictionary() : nullptr;
+    return _origBookmarkDictionary || _makeOriginal ? &_currentBookmarkDictionary() : nullptr;
   }
 
   /// `applyChangesToDictionary:` Replays all filed changes on `bookmarks`, a map of the file as it is now.
@@ -62,6 +67,8 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   /// All at once: the folders of the original map, or for any other entity its bookmarks; never those that
   /// are ignored by sync.
   Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  /// False with the diagnostic log on, which shows the records in one line.
+  bool giveRecords(const String& entityName, const TakeRecord& take) override;
   /// Always none: a session over a changed file is a slow one.
   Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
   /// Of the nodes of the original map, in its order. Nothing where giving the records says something: in the
@@ -89,6 +96,9 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
  private:
   using Uids = std::vector<String>;
 
+  /// The entity's records, each with its uid.
+  template <typename Take>
+  void _eachRecord(const String& entityName, Take take) const;
   /// The nodes that the engine hears of: those that are ignored by sync, and the root, are none.
   template <typename Take>
   void _eachSyncedNode(Take take) const;
@@ -96,7 +106,9 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   /// The working map, to be changed: made when it is first asked for, since most sessions change nothing.
   BookmarkMap& _currentBookmarkDictionary() const;
   /// What the working map says, to be read.
-  const BookmarkMap& _presentMap() const { return _workingMap ? *_workingMap : *_origBookmarkDictionary; }
+  const BookmarkMap& _presentMap() const { return _workingMap ? *_workingMap : _original(); }
+  /// The bookmarks as the session found them.
+  const BookmarkMap& _original() const;
 
   // Taking changes in.
   void _delete(const String& uid, bool isFolder);
@@ -128,7 +140,8 @@ class SessionDriverController final : public LoomerSessionDriverDataSource {
   bool _bookmarksChanged = false;
   bool _postProcessedFolders = false;
   bool _pulledTheTruth = false;
-  std::shared_ptr<const BookmarkMap> _origBookmarkDictionary;
+  mutable std::shared_ptr<const BookmarkMap> _origBookmarkDictionary;
+  mutable MakeMap _makeOriginal;                     // empty once it is made
   mutable std::unique_ptr<BookmarkMap> _workingMap;  // null as long as it is as the original
   OrderedMap<String>
       _addedFolderGlobalToLocalIdMapper;  // the engine's identifier → the local uid given for it

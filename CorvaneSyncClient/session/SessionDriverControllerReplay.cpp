@@ -36,7 +36,7 @@ void SessionDriverController::_deleteReplayed(const String& uid, BookmarkMap& ma
     SCLog("%@ - can't delete bookmark with uid %@, can't find bookmark in map", _clientId, uid);
     return;
   }
-  const CorvaneBookmark* original = _origBookmarkDictionary->find(uid);
+  const CorvaneBookmark* original = _original().find(uid);
   if (!original) {
     SCLog("%@ - can't find original bookmark with uid %@, will try to remove with impunity", _clientId, uid);
   } else if (!(uid == kRootUid) && bookmark->asRecord() && !original->isEqual(*bookmark)) {
@@ -99,7 +99,7 @@ void SessionDriverController::_modifyReplayed(const String& uid, const Dictionar
     SCLog("%@ - can't apply changes to bookmark with uid %@, bookmark object not found", _clientId, uid);
     return;
   }
-  const CorvaneBookmark* original = _origBookmarkDictionary->find(uid);
+  const CorvaneBookmark* original = _original().find(uid);
   if (_isToBeMoved(*bookmark, original, newParent, map)) _moveReplayed(*bookmark, original, newParent, map);
   bookmark->applyChangesFromVessynDictionary(record, original, map);
 }

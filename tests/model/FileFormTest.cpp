@@ -161,6 +161,25 @@ TEST_F(FileFormTest, BookmarkWithoutUrlIsWrittenWithEmptyOnes) {
   EXPECT_EQ(*entry.dictionary("URIDictionary"), (Dictionary{{"title", "a"}, {"", ""}}));
 }
 
+TEST_F(FileFormTest, OnlyABookmarkWithoutUrlIsNotReadInSilence) {
+  const Dictionary quiet = bookmarkEntry("A", "a");
+  const Array shared{quiet, folderEntry("F", "f", {bookmarkEntry("B", "b")})};
+  EXPECT_TRUE(isReadInSilence(rootEntry({})));
+  EXPECT_TRUE(isReadInSilence({}));
+  EXPECT_TRUE(isReadInSilence(rootEntry({quiet, with(folderEntry("G", "g"), "Children", shared),
+                                         with(folderEntry("H", "h"), "Children", shared),
+                                         without(bookmarkEntry("C", "c"), "WebBookmarkUUID"),
+                                         with(folderEntry("I", "i"), "Children", "none")})));
+  const Dictionary silent = rootEntry({folderEntry("G", "g", {folderEntry("H", "h", {quiet})})});
+  EXPECT_TRUE(isReadInSilence(silent));
+  for (const Dictionary& spoken : {without(quiet, "URLString"), with(quiet, "URLString", 5)}) {
+    EXPECT_FALSE(isReadInSilence(rootEntry({quiet, spoken})));
+    EXPECT_FALSE(isReadInSilence(rootEntry({folderEntry("G", "g", {folderEntry("H", "h", {spoken})})})));
+    EXPECT_FALSE(isReadInSilence(
+        rootEntry({with(folderEntry("G", "g", {spoken}), "URLString", "http://g.example/")})));
+  }
+}
+
 TEST_F(FileFormTest, UnknownKeysSurviveButNotInsideTheUriDictionary) {
   // A key such as "Sync" inside a bookmark entry is written back unchanged; a key other than "title" inside
   // "URIDictionary" is lost.

@@ -41,6 +41,23 @@ std::vector<Value> leaves(int count) {
   return children;
 }
 
+TEST_F(ScaleTest, BookmarksAreMadeOnceWhenTheFirstIsAskedFor) {
+  int made = 0;
+  controller->setOrigBookmarks([&] {
+    ++made;
+    return mapped(rootEntry(leaves(2)));
+  });
+  didPull();
+  EXPECT_EQ(made, 0);
+  std::vector<std::string> given;
+  const auto take = [&](const String& uid, const Dictionary&) { given.push_back(uid.toString()); };
+  EXPECT_TRUE(controller->giveRecords(LoomerEntity_Bookmarks_Folder, take));
+  EXPECT_TRUE(controller->giveRecords(LoomerEntity_Bookmarks_Bookmark, take));
+  EXPECT_EQ(given, (std::vector<std::string>{"b0", "b1"}));
+  EXPECT_EQ(controller->currentBookmarkDictionary()->size(), 3u);
+  EXPECT_EQ(made, 1);
+}
+
 TEST_F(ScaleTest, DeletesAMillionBookmarksAtOnce) {
   controller->setOrigBookmarkDictionary(mapped(rootEntry(leaves(sized(1'000'000, 20'000)))));
   String error;

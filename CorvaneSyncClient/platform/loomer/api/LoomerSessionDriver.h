@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -81,6 +82,10 @@ class LoomerSessionDriverDataSource {
   /// `recordsForEntityName:moreComing:error:`: records by local id. Asked again while `moreComing` is set to
   /// true.
   virtual Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) = 0;
+  using TakeRecord = std::function<void(const String& localId, const Dictionary& record)>;
+  /// Gives one by one what `recordsForEntityName` would answer, so that the records of a large client need
+  /// not all be there at once. False, with none given, where the client wants to be asked for them.
+  virtual bool giveRecords(const String& /*entityName*/, const TakeRecord& /*take*/) { return false; }
   /// `changedRecordsForEntityName:moreComing:error:`: as above, the records changed since the last session.
   virtual Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing,
                                                  String& error) = 0;

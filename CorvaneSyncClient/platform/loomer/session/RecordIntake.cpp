@@ -14,12 +14,15 @@ class Intake {
       : _dataSource(dataSource), _changedOnly(changedOnly) {}
 
   void take(const EntitySchema& schema) {
+    const auto enterRecord = [&](const String& localId, const Dictionary& record) {
+      if (!(localId == LoomerRootIdentifier)) enter(schema, localId, record);
+    };
+    if (!_changedOnly && _dataSource.giveRecords(schema.name, enterRecord)) return;
     bool moreComing = false;
     do {
       moreComing = false;
       for (const auto& [localId, value] : ask(schema, moreComing)) {
-        const auto* record = value.as<Dictionary>();
-        if (record && !(localId == LoomerRootIdentifier)) enter(schema, localId, *record);
+        if (const auto* record = value.as<Dictionary>()) enterRecord(localId, *record);
       }
     } while (moreComing);
   }
