@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/browser-host/BrowserProperties.h"
 #include "tests/loomer/merge/MergeProperties.h"
 #include "tests/loomer/merge/OrderProperties.h"
 #include "tests/properties/ComputersProperty.h"
@@ -53,6 +54,8 @@ std::vector<Property> allProperties() {
           {"files", filesConverge, 10, 60},
           {"agreements", agreementsChangeNothing, 10, 40},
           {"undo", undoRestoresEveryFile, 10, 40},
+          {"browsers", browsersConverge, 10, 40},
+          {"restored-browsers", restoredBrowsersConverge, 10, 40},
           {"computers", [] { computersConverge(Kind::table); }, 20, 60},
           {"chain-computers", [] { computersConverge(Kind::chain); }, 10, 60},
           {"rollbacks", [] { editsSurviveRollbacks(Kind::table); }, 20, 60},
