@@ -49,9 +49,9 @@ void serve(BrowserHost& host, NativeMessages& messages) {
     if (host.isOpen() && !watch)
       watch.emplace(loomer::storePathForHome(Platform::current().process.homeDirectory()));
     if (host.wantsSession()) {
+      // What this writes is news to the watch as well: another client may have written meanwhile, and one
+      // more session, which then writes nothing, costs less than to miss that.
       host.sync();
-      watch->wasWritten();  // by this session
-      awaitsQuiet = false;
       continue;
     }
     if (waitForNews(watch ? &*watch : nullptr, awaitsQuiet)) {

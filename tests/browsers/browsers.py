@@ -168,6 +168,11 @@ class Firefox(Browser):
         self.number = 0
         self.command("WebDriver:NewSession", timeouts={"script": ANSWER_SECONDS * 1000})
 
+    def crash(self):
+        super().crash()
+        self.stream.close()
+        self.socket.close()
+
     def quit(self):
         self.command("Marionette:Quit", flags=["eForceQuit"])
         self.stream.close()
