@@ -25,9 +25,14 @@ let quietTimer;
 // Whether the host knows that something is different, and has not read since.
 let told = false;
 
-/** @param {Record<string, any>} message */
-function say(message) {
-  host?.postMessage(message);
+/** Says nothing to a host that another has followed, or that has just ended. @param {Record<string, any>} message */
+function say(message, to = host) {
+  if (!to || to !== host) return;
+  try {
+    to.postMessage(message);
+  } catch {
+    // `lose` is about to be called.
+  }
 }
 
 // ---- changes
@@ -45,26 +50,26 @@ function tellChange() {
 
 // ---- requests
 
-/** @param {import("./bookmarks.js").Request} request */
-async function answerRead({ id }) {
+/** @param {import("./bookmarks.js").Request} request @param {chrome.runtime.Port} asker */
+async function answerRead({ id }, asker) {
   // What has changed until now is in what is read.
   clearTimeout(quietTimer);
   told = false;
   try {
-    const rest = await read(nodes => say({ type: "answer", id, nodes, more: true }));
-    say({ type: "answer", id, nodes: rest, more: false });
+    const rest = await read(nodes => say({ type: "answer", id, nodes, more: true }, asker));
+    say({ type: "answer", id, nodes: rest, more: false }, asker);
   } catch (error) {
-    say({ type: "answer", id, error: String(error), missing: false });
+    say({ type: "answer", id, error: String(error), missing: false }, asker);
   }
 }
 
 let work = Promise.resolve();
 
-/** @param {import("./bookmarks.js").Request} request */
-function answer(request) {
+/** One after the other, also those of two hosts. @param {import("./bookmarks.js").Request} request @param {chrome.runtime.Port} asker */
+function answer(request, asker) {
   work = work.then(async () => {
-    if (request.type === "read") await answerRead(request);
-    else say({ type: "answer", id: request.id, ...(await change(request)) });
+    if (request.type === "read") await answerRead(request, asker);
+    else say({ type: "answer", id: request.id, ...(await change(request)) }, asker);
   });
 }
 
@@ -84,14 +89,9 @@ async function version() {
   return /Chrome\/(\S+)/.exec(navigator.userAgent)?.[1] ?? "";
 }
 
-let connecting = false;
-
-async function connect() {
-  if (host || connecting) return;
-  connecting = true;
-  clearTimeout(retryTimer);
-  const { paused, generation } = await api.storage.local.get({ paused: false, generation: 0 });
-  const hello = {
+async function greeting() {
+  const { generation } = await api.storage.local.get({ generation: 0 });
+  return {
     type: "hello",
     protocol: PROTOCOL,
     token: await identifier(api.storage.local, "token"),
@@ -104,20 +104,32 @@ async function connect() {
     run: await identifier(api.storage.session, "run"),
     generation,
   };
-  connecting = false;
-  told = false;
-  connectedAt = Date.now();
-  const port = api.runtime.connectNative(HOST);
-  host = port;
-  port.onMessage.addListener(hear);
-  port.onDisconnect.addListener(lose);
-  say(hello);
-  if (paused) say({ type: "pause", paused });
 }
 
-/** @param {any} message */
-function hear(message) {
-  if (message.type === "read" || isChange(message.type)) answer(message);
+let connecting = false;
+
+async function connect() {
+  if (host || connecting) return;
+  connecting = true;
+  clearTimeout(retryTimer);
+  try {
+    const { paused } = await api.storage.local.get({ paused: false });
+    const hello = await greeting();
+    told = false;
+    connectedAt = Date.now();
+    host = api.runtime.connectNative(HOST);
+    host.onMessage.addListener(hear);
+    host.onDisconnect.addListener(lose);
+    say(hello);
+    if (paused) say({ type: "pause", paused });
+  } finally {
+    connecting = false;
+  }
+}
+
+/** @param {any} message @param {chrome.runtime.Port} port */
+function hear(message, port) {
+  if (message.type === "read" || isChange(message.type)) answer(message, port);
   else if (message.type === "state") show(message);
   else if (message.type === "token" && typeof message.token === "string") api.storage.local.set({ token: message.token });
   else if (message.type === "generation" && Number.isSafeInteger(message.generation)) {

@@ -86,6 +86,14 @@ class Extension(Requests):
         self.reconnect()
         self.assertEqual(self.hello, {**before, "token": "0" * 8 + before["token"][8:], "generation": before["generation"] + 7})
 
+    def test_answers_go_to_the_host_that_asked(self):
+        self.by_user(*([f"Page {number}", "https://example.com/" + "x" * 2000] for number in range(500)))
+        self.host.send({"type": "read", "id": 99})
+        self.reconnect()
+        self.assertEqual(len(self.own()), 500)
+        self.browser.remove(self.folder)
+        self.folder = self.make(self.roots["other"], self.id())
+
     def test_edits_of_the_user_are_told_of_once_until_they_are_read(self):
         self.by_user(["One", "https://one.example/"], ["Two", []])
         self.browser.make(self.folder, [["Three", "https://three.example/"]])
