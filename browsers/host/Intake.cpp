@@ -355,9 +355,17 @@ class TakingIn {
     for (const std::string& each : gone) remember(_former.at(each));
     for (const std::string& each : gone) _held.drop(each);
     dropOrphans();
-    const auto excess =
-        static_cast<std::ptrdiff_t>(_held.removed.size()) - static_cast<std::ptrdiff_t>(kMostRemovedNodes);
-    if (excess > 0) _held.removed.erase(_held.removed.begin(), _held.removed.begin() + excess);
+    forgetOldest();
+  }
+
+  // Of what was deleted long ago; what is still to be removed is none of that.
+  void forgetOldest() {
+    std::size_t excess = _held.removed.size() - std::min(_held.removed.size(), kMostRemovedNodes);
+    std::erase_if(_held.removed, [&excess](const RemovedNode& each) {
+      if (excess == 0 || each.isWaiting) return false;
+      --excess;
+      return true;
+    });
   }
 
   // The browser has lost it, or somebody else still needs it.

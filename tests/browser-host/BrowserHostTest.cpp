@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
+#include "browsers/host/Intake.h"
 #include "browsers/host/MessageProblem.h"
 #include "browsers/host/NativeMessages.h"
 #include "tests/browser-host/HostFixture.h"
@@ -347,6 +348,28 @@ TEST_F(BrowserHostTest, MessageThatCannotComeEndsTheConnection) {
     EXPECT_THROW(takes(message), browsers::MessageProblem) << message;
   }
   EXPECT_NO_THROW(takes("{\"type\":\"unheard of\"}"));
+}
+
+TEST_F(BrowserHostTest, DeletionsThatAreUnderWayAreNotForgottenHoweverMany) {
+  browsers::BrowserTree tree;
+  tree.add({.id = "root", .root = RootKind::bar});
+  browsers::HeldTree held;
+  for (int i = 0; i < 6000; ++i) {
+    const std::string id = std::to_string(i);
+    tree.add(
+        {.id = id, .parent = "root", .kind = NodeKind::bookmark, .url = "http://" + id + "/", .added = i});
+    held.removed.push_back({.kind = NodeKind::bookmark,
+                            .browserId = id,
+                            .title = "",
+                            .url = "http://" + id + "/",
+                            .added = i,
+                            .changed = {1, 0.0},
+                            .isWaiting = true});
+  }
+  EXPECT_EQ(browsers::takeIn(held, tree, {}, {2, 0.0}).edits, 0U);
+  EXPECT_EQ(held.removed.size(), 6000U);
+  EXPECT_TRUE(held.nodes().empty());
+  EXPECT_EQ(browsers::takeIn(held, tree, {}, {3, 0.0}).edits, 0U);
 }
 
 TEST_F(BrowserHostTest, TreeMustBeAForest) {
