@@ -59,7 +59,7 @@ function showLast(last) {
   element("last").hidden = !last;
   if (!last) return;
   element("time").textContent = Number.isFinite(last.time) ? shownTime(last.time) : "";
-  for (const name of ["pushed", "pulled", "conflicts"]) element(name).textContent = shownNumber(last[name]);
+  for (const name of ["pushed", "pulled", "conflicts"]) element(name).textContent = name in last ? shownNumber(last[name]) : "–";
 }
 
 /** @param {any} problem */
