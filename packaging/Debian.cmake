@@ -29,7 +29,9 @@ other files and computers, three ways and without a running program.
 loomerctl shows what was synced, and undoes it.
 .
 Computers meet at a directory, a WebDAV folder, a bucket or a corvane-hub,
-which get nothing to see but sealed objects.")
+which get nothing to see but sealed objects. Chromium and Firefox are kept in
+step, too, by an extension for all users.")
+set(CPACK_DEBIAN_SYNC_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/sync/conffiles")
 
 set(CPACK_DEBIAN_HUB_PACKAGE_NAME corvane-hub)
 set(CPACK_DEBIAN_HUB_PACKAGE_SECTION net)

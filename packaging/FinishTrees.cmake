@@ -25,6 +25,32 @@ file(REMOVE "${share}/doc/corvane-sync/CHANGELOG.md" "${share}/doc/corvane-sync/
 # Debian's zsh looks for what packages bring in a folder of its own.
 file(RENAME "${share}/zsh/site-functions" "${share}/zsh/vendor-completions")
 
+# Where Debian's browsers look for what all users have: Chromium for a folder, Firefox for one file, and each for a
+# manifest of the program that the extension speaks to.
+set(firefox_application "{ec8030f7-c20a-464f-9b0e-13a3a9e97384}")
+file(MAKE_DIRECTORY "${share}/chromium/extensions" "${share}/mozilla/extensions/${firefox_application}")
+file(RENAME "${share}/corvane/browser/extension" "${share}/chromium/extensions/corvane-bookmarks")
+set(extension "bookmarks@corvane.keldra.com")
+file(RENAME "${share}/corvane/browser/${extension}.xpi" "${share}/mozilla/extensions/${firefox_application}/${extension}.xpi")
+file(REMOVE_RECURSE "${share}/corvane")
+
+# write_host_manifest(DIRECTORY ALLOWED)
+function(write_host_manifest directory allowed)
+  set(name "com.keldra.corvane.bookmarks")
+  file(WRITE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/sync/${directory}/${name}.json" "\
+{
+  \"name\": \"${name}\",
+  \"description\": \"Corvane Bookmarks\",
+  \"path\": \"/usr/bin/corvane-browser-host\",
+  \"type\": \"stdio\",
+  ${allowed}
+}
+")
+endfunction()
+write_host_manifest(etc/chromium/native-messaging-hosts
+  "\"allowed_origins\": [\"chrome-extension://jkhpgakcmhjkmpknlofaaacbbofenkdk/\"]")
+write_host_manifest(usr/lib/mozilla/native-messaging-hosts "\"allowed_extensions\": [\"${extension}\"]")
+
 # The configuration is dpkg's, which asks before it replaces what was changed.
 set(hub "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/hub")
 file(COPY "${hub}/usr/share/corvane/hub/corvane-hub.conf" DESTINATION "${hub}/etc")

@@ -5,6 +5,7 @@ usage: packages_test.py BUILD_DIRECTORY VERSION [TEST...]
 """
 
 import gzip
+import json
 import os
 import pathlib
 import stat
@@ -12,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import zipfile
 
 BUILD = None
 VERSION = None
@@ -78,10 +80,31 @@ class Packages(unittest.TestCase):
                 self.assertEqual(sh("dpkg-parsechangelog", "-l", changes, "-S", field).strip(), expected)
             self.assertIn(f"/usr/share/doc/{name}/copyright", files)
 
-    def test_the_servers_configuration_is_dpkgs_and_its_unit_starts_what_is_installed(self):
+    def test_browsers_find_the_extension_and_its_program_for_all_users(self):
+        files = self.files("corvane-sync")
+        name = "com.keldra.corvane.bookmarks"
+        common = {"name": name, "description": "Corvane Bookmarks", "path": "/usr/bin/corvane-browser-host", "type": "stdio"}
+        self.assertIn(common["path"], files)
+        for path, allowed in ((f"/etc/chromium/native-messaging-hosts/{name}.json",
+                               {"allowed_origins": ["chrome-extension://jkhpgakcmhjkmpknlofaaacbbofenkdk/"]}),
+                              (f"/usr/lib/mozilla/native-messaging-hosts/{name}.json",
+                               {"allowed_extensions": ["bookmarks@corvane.keldra.com"]})):
+            self.assertEqual(json.loads(files[path].read_text(encoding="utf-8")), {**common, **allowed})
+        folder = "/usr/share/chromium/extensions/corvane-bookmarks/"
+        unpacked = {path.removeprefix(folder): each.read_bytes() for path, each in files.items() if path.startswith(folder)}
+        packed = "/usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/bookmarks@corvane.keldra.com.xpi"
+        with zipfile.ZipFile(files[packed]) as archive:
+            self.assertEqual({each.filename: archive.read(each) for each in archive.infolist() if not each.is_dir()}, unpacked)
+        self.assertEqual(json.loads(unpacked["manifest.json"])["version"], VERSION)
+        self.assertEqual([path for path in files if path.startswith("/usr/share/corvane/")], [])
+
+    def test_only_what_lies_in_etc_is_asked_for_before_it_is_replaced(self):
+        for name in self.packages:
+            listed = sh("dpkg-deb", "--info", self.packages[name], "conffiles").split()
+            self.assertEqual(listed, sorted(path for path in self.files(name) if path.startswith("/etc/")))
+
+    def test_the_servers_unit_starts_what_is_installed(self):
         files = self.files("corvane-hub")
-        configurations = [path for path in files if path.startswith("/etc/")]
-        self.assertEqual(sh("dpkg-deb", "--info", self.packages["corvane-hub"], "conffiles").split(), configurations)
         unit = files["/usr/lib/systemd/system/corvane-hub.service"].read_text(encoding="utf-8")
         self.assertIn("\nExecStart=/usr/bin/corvane-hub serve\n", unit)
 
