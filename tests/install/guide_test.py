@@ -160,6 +160,14 @@ class Documents(unittest.TestCase):
             self.type(home, command)
         self.assertEqual(self.titles(home), ["Bread", "BookmarksBar", "Soup", "Tea"])
 
+    def test_browsers_are_told_of_the_program(self):
+        home = self.home()
+        said = [self.type(home, command) for command in self.chapters["Chromium and Firefox, live"]]
+        self.assertIn("chrome://extensions", said[0])
+        for directory in (".config/chromium/NativeMessagingHosts", ".mozilla/native-messaging-hosts"):
+            with open(os.path.join(home.path, directory, "com.keldra.corvane.bookmarks.json"), encoding="utf-8") as file:
+                self.assertTrue(os.access(json.load(file)["path"], os.X_OK))
+
     def make_places(self, profile):
         os.makedirs(profile)
         with contextlib.closing(sqlite3.connect(os.path.join(profile, "places.sqlite"))) as places:
