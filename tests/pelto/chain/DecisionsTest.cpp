@@ -14,6 +14,25 @@ TEST(Decisions, TheWholeChainIsLookedAtOnceADay) {
   EXPECT_EQ(begin(kept, Date{999}).stage, Stage::survey) << "the clock was put back";
 }
 
+TEST(Decisions, APlaceThatListsWhatIsNotThereIsAskedThreeTimes) {
+  State state = begin({}, Date{1000});
+  int listings = 0;
+  while (state.stage == Stage::survey && listings <= 3) {
+    const Action action = next(state);
+    Answer answer;
+    answer.now = Date{1000};
+    if (action.kind == Action::Kind::list) {
+      ++listings;
+      answer.listed = {nameOf(slotAfter(0, beginning()))};
+    }
+    answer.found.resize(action.names.size());
+    state = after(state, action, answer);
+  }
+  EXPECT_EQ(listings, 3);
+  EXPECT_EQ(state.stage, Stage::stuck);
+  EXPECT_EQ(state.cause, Cause::restless);
+}
+
 // What the model checker cannot ask for: names of slots hold but half of a hash.
 TEST(Decisions, ACommitFollowsTheOneWhoseWholeHashItNames) {
   Link head;
