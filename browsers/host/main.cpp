@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
@@ -39,19 +40,30 @@ bool waitForNews(StoreWatch* watch, bool awaitsQuiet) {
   return awaitsQuiet && count == 0;
 }
 
-// Serves the extension until it is gone.
+// Which file the store is; nothing where there is none.
+std::optional<FileIdentity> storeAt(const std::string& path) {
+  const auto attributes = Platform::current().files.attributesIfKnown(path);
+  return attributes ? std::optional(attributes->identity) : std::nullopt;
+}
+
+// Serves the extension until it is gone, or until the store that this process has open is not the user's any
+// more: deleted, or put back from a backup. The extension then starts another one.
 void serve(BrowserHost& host, NativeMessages& messages) {
+  const std::string path = loomer::storePathForHome(Platform::current().process.homeDirectory());
+  std::optional<FileIdentity> store;  // that the first session has opened
+  bool hasSynced = false;
   std::optional<StoreWatch> watch;
   bool awaitsQuiet = false;
   while (true) {
     while (auto message = messages.arrived()) host.take(readExtensionMessage(*std::move(message)));
     if (messages.hasEnded()) return;
-    if (host.isOpen() && !watch)
-      watch.emplace(loomer::storePathForHome(Platform::current().process.homeDirectory()));
+    if (host.isOpen() && !watch) watch.emplace(path);
     if (host.wantsSession()) {
-      // What this writes is news to the watch as well: another client may have written meanwhile, and one
-      // more session, which then writes nothing, costs less than to miss that.
+      if (hasSynced && (!store || storeAt(path) != store)) return;
       host.sync();
+      if (!std::exchange(hasSynced, true)) store = storeAt(path);
+      watch->wasWritten();  // by this session
+      awaitsQuiet = false;
       continue;
     }
     if (waitForNews(watch ? &*watch : nullptr, awaitsQuiet)) {

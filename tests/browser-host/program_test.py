@@ -1,0 +1,151 @@
+#!/usr/bin/env python3
+"""corvane-browser-host as a browser starts it, with a scripted browser at the other end.
+
+usage: program_test.py DIRECTORY_OF_PROGRAMS SCRIPTED_BROWSER PRIVATE_SYSLOG [TEST...]
+"""
+
+import json
+import os
+import pathlib
+import queue
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+PROGRAMS = None
+BROWSER = None
+SYSLOG = None
+OWN = ("/anywhere/manifest.json", "bookmarks@corvane.keldra.com")
+PATIENCE = 60  # seconds, after which a test fails
+
+
+def framed(message):
+    return struct.pack("=I", len(message)) + message
+
+
+class Connection:
+    """A host; what it sends comes out of `next`."""
+
+    def __init__(self, environment, *arguments):
+        self.process = subprocess.Popen([PROGRAMS / "corvane-browser-host", *arguments], env=environment,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.messages = queue.Queue()
+        self.reader = threading.Thread(target=self.read, daemon=True)
+        self.reader.start()
+
+    def read(self):
+        while len(size := self.process.stdout.read(4)) == 4:
+            self.messages.put(self.process.stdout.read(struct.unpack("=I", size)[0]))
+        self.messages.put(None)
+
+    def send(self, message):
+        self.process.stdin.write(framed(message if isinstance(message, bytes) else json.dumps(message).encode()))
+        self.process.stdin.flush()
+
+    def next(self):
+        return self.messages.get(timeout=PATIENCE)
+
+    def end(self):
+        """Has the input end. Answers the exit status."""
+        self.process.stdin.close()
+        status = self.process.wait(timeout=PATIENCE)
+        self.reader.join()
+        self.process.stdout.close()
+        return status
+
+
+class Program(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(prefix="corvane-host-")
+        self.addCleanup(directory.cleanup)
+        self.home = pathlib.Path(directory.name) / "home"
+        self.home.mkdir()
+        self.log = pathlib.Path(directory.name) / "log"
+        # AddressSanitizer wants to be the first library of all unless told otherwise.
+        self.environment = {"HOME": str(self.home), "TMPDIR": directory.name, "PATH": os.environ["PATH"],
+                            "LD_PRELOAD": SYSLOG, "CORVANE_TEST_SYSLOG": str(self.log),
+                            "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
+        self.store = self.home / "Library/Application Support/Loomer"
+        self.browser = None
+
+    def connect(self):
+        """A host with a scripted Firefox, which answers what `until` passes on to it."""
+        host = Connection(self.environment, *OWN)
+        self.browser = subprocess.Popen([BROWSER, "firefox"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(self.browser.wait)
+        for stream in (self.browser.stdin, self.browser.stdout):
+            self.addCleanup(stream.close)
+        self.pass_to(host, 1)
+        return host
+
+    def pass_to(self, host, count):
+        for _ in range(count):
+            size = struct.unpack("=I", self.browser.stdout.read(4))[0]
+            host.send(self.browser.stdout.read(size))
+
+    def until(self, host, wanted):
+        """The first message of the host that is wanted; the browser is given all."""
+        while (text := host.next()) is not None:
+            message = json.loads(text)
+            self.browser.stdin.write(framed(text))
+            self.browser.stdin.flush()
+            if "id" in message:
+                self.pass_to(host, 1)
+            if wanted(message):
+                return message
+        self.fail("the host ends before it says what is wanted")
+
+    def run_loomerctl(self, *arguments):
+        subprocess.run([PROGRAMS / "loomerctl", *arguments], env=self.environment, check=True, timeout=PATIENCE,
+                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def test_nobody_but_the_extension_starts_it(self):
+        for arguments in ((), ("chrome-extension://abcdefghijklmnopabcdefghijklmnop/",), ("/manifest.json", "other@example.com")):
+            done = subprocess.run([PROGRAMS / "corvane-browser-host", *arguments], env=self.environment, capture_output=True,
+                                  stdin=subprocess.DEVNULL, timeout=PATIENCE)
+            self.assertEqual((done.returncode, done.stdout), (2, b""), arguments)
+
+    def test_what_another_client_does_arrives_and_the_end_of_input_ends_it(self):
+        host = self.connect()
+        self.until(host, lambda message: message["type"] == "generation")
+        page = self.home / "page.html"
+        page.write_text('<DL><DT><A HREF="http://example.com/">Example</A></DL>', encoding="utf-8")
+        self.run_loomerctl("import", str(page))
+        made = self.until(host, lambda message: message["type"] == "create")
+        self.assertEqual((made["title"], made["url"]), ("Example", "http://example.com/"))
+        self.until(host, lambda message: message.get("state") == "idle")
+        self.assertEqual(host.end(), 0)
+        names = sorted(path.name for path in (self.store / "Browsers").iterdir())
+        self.assertEqual([name[36:] for name in names], [".description.plist", ".plist", ".plist-lock"])
+        self.assertFalse(self.log.exists() and self.log.read_text(encoding="utf-8"))
+
+    def test_store_that_is_put_back_is_left_to_another_one(self):
+        host = self.connect()
+        self.until(host, lambda message: message.get("state") == "idle")
+        for path in self.store.glob("Truth.db*"):
+            path.unlink()
+        host.send({"type": "syncNow"})
+        self.assertIsNone(host.next())
+        self.assertEqual(host.end(), 0)
+
+    def test_message_that_is_none_ends_it_with_a_line_in_the_log(self):
+        for bytes_ in (struct.pack("=I", 1 << 30), framed(b"{"), framed(b'{"type":"changed"}')):
+            host = Connection(self.environment, *OWN)
+            host.process.stdin.write(bytes_)
+            host.process.stdin.flush()
+            self.assertIsNone(host.next())
+            self.assertEqual(host.end(), 1)
+        self.assertEqual(len(self.log.read_text(encoding="utf-8").splitlines()), 3)
+
+
+def main():
+    global PROGRAMS, BROWSER, SYSLOG
+    PROGRAMS, BROWSER, SYSLOG = pathlib.Path(sys.argv.pop(1)), sys.argv.pop(1), sys.argv.pop(1)
+    unittest.main(verbosity=1)
+
+
+if __name__ == "__main__":
+    main()
