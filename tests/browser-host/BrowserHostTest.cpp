@@ -328,6 +328,31 @@ TEST_F(BrowserHostTest, WhatIsStoppedIsTakenUpAgain) {
   EXPECT_EQ(file->nodes.size(), 20U);
 }
 
+TEST_F(BrowserHostTest, FirstSessionThatIsKilledAtAnyMessageIsTakenUpWithoutDoubles) {
+  constexpr int kBookmarks = 10;
+  const auto file = home.makeClient("file");
+  for (int i = 0; i < kBookmarks; ++i)
+    file->addBookmark("", "b" + std::to_string(i), "HTTP://B/" + std::to_string(i));
+  ASSERT_EQ(file->sync(), "");
+  int profile = 10;
+  // More messages than such a session has.
+  for (int message = 1; message <= kBookmarks + 10; ++message) {
+    for (const Kind kind : {Kind::chromium, Kind::firefox}) {
+      for (const bool killsHost : {true, false}) {
+        HostedBrowser hosted{kind};
+        hosted.browser.token = "33333333-3333-4333-8333-3333333333" + std::to_string(profile++);
+        killsHost ? hosted.killHostAt(message) : hosted.killBrowserAt(message);
+        hosted.start();
+        hosted.sync();
+        EXPECT_EQ(hosted.browser.entries().size(), static_cast<std::size_t>(kBookmarks))
+            << message << hosted.text();
+      }
+    }
+  }
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(file->nodes.size(), static_cast<std::size_t>(kBookmarks));
+}
+
 TEST_F(BrowserHostTest, AnotherProtocolIsRefusedWithWhatToDo) {
   browsers::BrowserHost host(firefox);
   firefox.browser.start();
