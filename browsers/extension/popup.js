@@ -59,7 +59,12 @@ function showLast(last) {
   element("last").hidden = !last;
   if (!last) return;
   element("time").textContent = Number.isFinite(last.time) ? shownTime(last.time) : "";
-  for (const name of ["pushed", "pulled", "conflicts"]) element(name).textContent = name in last ? shownNumber(last[name]) : "–";
+  for (const name of ["pushed", "pulled", "conflicts"]) {
+    const number = element(name);
+    const label = /** @type {HTMLElement} */ (number.previousElementSibling);
+    number.hidden = label.hidden = !(name in last);
+    number.textContent = shownNumber(last[name]);
+  }
 }
 
 /** @param {any} problem */

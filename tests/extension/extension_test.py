@@ -165,6 +165,10 @@ class Extension(Requests):
             grounds.add(self.browser.script("return getComputedStyle(document.body).backgroundColor"))
         self.assertEqual(len(grounds), 2)
         self.assertEqual(self.shown("pulled"), self.texts["12000"])
+        self.assertEqual(self.shown("conflicts"), "1")
+        self.say_state(state="idle", last={"time": 1_700_000_000_000, "pushed": 3, "pulled": 2})
+        self.wait_until_shown("pulled", "^2$")
+        self.assertIsNone(self.shown("conflicts"), "that nobody has told of")
         self.assertEqual(self.browser.script("return document.documentElement.lang"), self.kind.language)
 
     def test_popup_takes_what_it_is_told_for_text(self):
