@@ -8,6 +8,9 @@
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -178,6 +181,20 @@ void BrowserHost::ended() {
 }
 
 // --- Sessions.
+
+// Every session notes in the store that it was: without this, two browsers would wake one another for ever. A
+// store that cannot be read is the session's to complain about.
+bool BrowserHost::mayHaveNews() const {
+  try {
+    loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
+    store.beginReading();
+    const auto client = loomer::ClientTable(store).find(identifier());
+    return !_snapshot.isFinished || !client || client->resetPending || client->restorePending ||
+           client->cancelled || loomer::mayHaveNews(*client, loomer::RecordTable(store).state());
+  } catch (const PlatformException&) {
+    return true;
+  }
+}
 
 void BrowserHost::sync() {
   _isWanted = false;

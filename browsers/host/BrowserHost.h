@@ -26,6 +26,9 @@ class BrowserHost {
   void take(const ExtensionMessage& message);
   /// Another client's session may have changed the truth.
   void storeChanged() { _isWanted = true; }
+  /// Whether the truth has moved on since the client's last session, or something else waits for its next
+  /// one.
+  bool mayHaveNews() const;
   /// Whether there is reason for a session.
   bool wantsSession() const { return _isWanted && _isOpen && !_isPaused; }
   /// Runs one, and has the browser show what came of it. What goes wrong is told to the user. Raises
@@ -34,6 +37,8 @@ class BrowserHost {
   /// The connection has ended.
   void ended();
 
+  /// Whether the last session failed, or none can be run.
+  bool hasProblem() const { return _problem.has_value(); }
   /// Whether the profile is known and its store is there.
   bool isOpen() const { return _isOpen; }
 

@@ -62,13 +62,15 @@ void serve(BrowserHost& host, NativeMessages& messages) {
       if (hasSynced && (!store || storeAt(path) != store)) return;
       host.sync();
       if (!std::exchange(hasSynced, true)) store = storeAt(path);
-      watch->wasWritten();  // by this session
-      awaitsQuiet = false;
+      // What it wrote itself is no news for the next one, as the store tells; but for one that failed, which
+      // needs somebody else to do something first.
+      if (host.hasProblem()) watch->wasWritten();
       continue;
     }
     if (waitForNews(watch ? &*watch : nullptr, awaitsQuiet)) {
       awaitsQuiet = false;
-      host.storeChanged();
+      const bool isReplaced = hasSynced && (!store || storeAt(path) != store);
+      if (isReplaced || host.mayHaveNews()) host.storeChanged();
       continue;
     }
     if (watch && watch->wasWritten()) awaitsQuiet = true;
