@@ -18,7 +18,7 @@ from household import BrowserHand, Household, eventually  # noqa: E402
 BUILD = None
 SEED = 20
 RANDOM_EDITS = 60
-MANY = 10_000
+MANY = 1_000
 
 
 def site(title):
