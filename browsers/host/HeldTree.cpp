@@ -1,6 +1,9 @@
 #include "browsers/host/HeldTree.h"
 
 #include <algorithm>
+#include <iterator>
+#include <list>
+#include <unordered_set>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
@@ -12,13 +15,34 @@ namespace {
 
 constexpr char kRootMark = '@';
 
+int compareTitles(const HeldNode& a, const HeldNode& b) {
+  return compareCaseInsensitive(a.title.value.view(), b.title.value.view());
+}
+
+// Siblings rank by number and title.
+bool ranksBelow(const HeldNode& a, const HeldNode& b) {
+  return a.position != b.position ? a.position < b.position : compareTitles(a, b) < 0;
+}
+
 // The engine numbers what it delivers for the rule by which a bookmarks file is kept: model/InsertionRule.h.
+// A node that goes before a sibling goes before all that rank higher than that.
 bool goesBefore(const HeldNode& node, const HeldNode& sibling) {
   if (node.position != sibling.position) return node.position < sibling.position;
-  const String& title = node.title.value;
-  const int order = title ? compareCaseInsensitive(title.view(), sibling.title.value.view()) : 0;
+  const int order = node.title.value ? compareTitles(node, sibling) : 0;
   return order < 0 || (order == 0 && node.kind == NodeKind::folder);
 }
+
+struct Placing {
+  const HeldNode& node;
+};
+
+struct ByRank {
+  using is_transparent = void;
+  bool operator()(const HeldNode* a, const HeldNode* b) const { return ranksBelow(*a, *b); }
+  bool operator()(const Placing& placing, const HeldNode* sibling) const {
+    return goesBefore(placing.node, *sibling);
+  }
+};
 
 }  // namespace
 
@@ -33,20 +57,17 @@ const HeldNode* HeldTree::find(const std::string& localId) const {
 
 HeldNode* HeldTree::root(RootKind kind) { return const_cast<HeldNode*>(std::as_const(*this).root(kind)); }
 
-// Roots lie in the truth's root unless somebody has moved them, and there are four.
 const HeldNode* HeldTree::root(RootKind kind) const {
-  for (const std::string& each : childrenOf({})) {
-    if (const HeldNode& node = _nodes.at(each); node.root == kind) return &node;
-  }
-  const auto moved = std::find_if(_nodes.begin(), _nodes.end(),
-                                  [kind](const auto& each) { return each.second.root == kind; });
-  return moved == _nodes.end() ? nullptr : &moved->second;
+  const auto found = _roots.find(kind);
+  return found == _roots.end() ? nullptr : find(found->second);
 }
 
 const std::vector<std::string>& HeldTree::childrenOf(const std::string& folder) const {
   static const std::vector<std::string> kNone;
   const auto found = _children.find(folder);
-  return found == _children.end() ? kNone : found->second;
+  if (found == _children.end()) return kNone;
+  arrange(folder, found->second);
+  return found->second.listed;
 }
 
 std::vector<const HeldNode*> HeldTree::topDown() const {
@@ -63,7 +84,10 @@ std::vector<const HeldNode*> HeldTree::topDown() const {
 }
 
 HeldNode& HeldTree::add(HeldNode node) {
-  _children[node.parent].push_back(node.localId);
+  Children& siblings = _children[node.parent];
+  arrange(node.parent, siblings);
+  siblings.listed.push_back(node.localId);
+  if (node.root) _roots.emplace(*node.root, node.localId);
   const std::string id = node.localId;
   return _nodes[id] = std::move(node);
 }
@@ -72,14 +96,15 @@ void HeldTree::setChildren(const std::string& folder, std::vector<std::string> c
   if (children.empty()) {
     _children.erase(folder);
   } else {
-    _children[folder] = std::move(children);
+    _children[folder] = {std::move(children), {}, false};
   }
 }
 
 void HeldTree::number() {
-  for (const auto& [folder, children] : _children) {
+  for (auto& [folder, children] : _children) {
+    arrange(folder, children);
     std::int32_t number = 0;
-    for (const std::string& child : children) {
+    for (const std::string& child : children.listed) {
       HeldNode& node = _nodes.at(child);
       node.position = node.isSpecial ? LoomerPositionSpecial : number;
       ++number;
@@ -88,26 +113,61 @@ void HeldTree::number() {
 }
 
 void HeldTree::place(HeldNode node) {
-  if (const HeldNode* const known = find(node.localId)) unlist(*known);
+  if (const HeldNode* const known = find(node.localId)) _children[known->parent].hasLeavers = true;
+  _children[node.parent].placed.push_back(node.localId);
+  if (node.root) _roots.emplace(*node.root, node.localId);
   const std::string id = node.localId;
-  const HeldNode& placed = _nodes[id] = std::move(node);
-  std::vector<std::string>& siblings = _children[placed.parent];
-  const auto at = std::find_if(siblings.begin(), siblings.end(), [&](const std::string& other) {
-    return goesBefore(placed, _nodes.at(other));
-  });
-  siblings.insert(at, id);
+  _nodes[id] = std::move(node);
 }
 
 void HeldTree::drop(const std::string& localId) {
   const auto found = _nodes.find(localId);
   if (found == _nodes.end()) return;
-  unlist(found->second);
+  _children[found->second.parent].hasLeavers = true;
+  std::erase_if(_roots, [&](const auto& each) { return each.second == localId; });
   _nodes.erase(found);
 }
 
-void HeldTree::unlist(const HeldNode& node) {
-  const auto siblings = _children.find(node.parent);
-  if (siblings != _children.end()) std::erase(siblings->second, node.localId);
+bool HeldTree::liesIn(const std::string& localId, const std::string& folder) const {
+  const HeldNode* const node = find(localId);
+  return node && node->parent == folder;
+}
+
+void HeldTree::arrange(const std::string& folder, Children& children) const {
+  if (!children.hasLeavers && children.placed.empty()) return;
+  std::unordered_set<std::string> arriving;
+  std::vector<std::string> placed;
+  for (auto each = children.placed.rbegin(); each != children.placed.rend(); ++each) {
+    if (liesIn(*each, folder) && arriving.insert(*each).second) placed.push_back(*each);
+  }
+  std::reverse(placed.begin(), placed.end());
+  std::erase_if(children.listed,
+                [&](const std::string& each) { return !liesIn(each, folder) || arriving.contains(each); });
+  insertPlaced(children.listed, placed);
+  children.placed.clear();
+  children.hasLeavers = false;
+}
+
+// What a node stops at ranks higher than all before it. So a node's place is found among those siblings alone
+// that do, which are sorted.
+void HeldTree::insertPlaced(std::vector<std::string>& listed, const std::vector<std::string>& placed) const {
+  if (placed.empty()) return;
+  std::list<std::string> order;
+  std::map<const HeldNode*, std::list<std::string>::iterator, ByRank> peaks;
+  for (std::string& each : listed) {
+    const HeldNode* const node = find(each);
+    const auto at = order.insert(order.end(), std::move(each));
+    if (peaks.empty() || ranksBelow(*peaks.rbegin()->first, *node)) peaks.emplace(node, at);
+  }
+  for (const std::string& each : placed) {
+    const HeldNode* const node = find(each);
+    auto next = peaks.upper_bound(Placing{*node});
+    const auto at = order.insert(next == peaks.end() ? order.end() : next->second, each);
+    if (next != peaks.begin() && !ranksBelow(*std::prev(next)->first, *node)) continue;
+    if (next != peaks.end() && !ranksBelow(*node, *next->first)) next = peaks.erase(next);
+    peaks.emplace_hint(next, node, at);
+  }
+  listed.assign(std::make_move_iterator(order.begin()), std::make_move_iterator(order.end()));
 }
 
 std::string HeldTree::folderToShowIn(const HeldNode& node) const {

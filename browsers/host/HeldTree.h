@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -114,10 +115,22 @@ class HeldTree {
   std::unordered_map<std::string, Stamp> ordered;
 
  private:
-  void unlist(const HeldNode& node);
+  // A folder's children are arranged when they are asked for, all at once: a session delivers them one by
+  // one, and so does not walk the list for each.
+  struct Children {
+    std::vector<std::string> listed;
+    std::vector<std::string> placed;  // to be listed, in the order of `place`; the last time counts
+    bool hasLeavers = false;          // some of those listed do not lie here any more
+  };
+
+  void arrange(const std::string& folder, Children& children) const;
+  void insertPlaced(std::vector<std::string>& listed, const std::vector<std::string>& placed) const;
+  /// Whether the node is there, and lies in the folder.
+  bool liesIn(const std::string& localId, const std::string& folder) const;
 
   Nodes _nodes;
-  std::unordered_map<std::string, std::vector<std::string>> _children;
+  mutable std::unordered_map<std::string, Children> _children;
+  std::map<RootKind, std::string> _roots;  // local ids
 };
 
 /// How `HeldTree::folderToShowIn` calls a root.
