@@ -182,7 +182,12 @@ TEST_F(HubLimits, AComputerThatAsksTooOftenIsToldToWait) {
     EXPECT_EQ(answer.header("retry-after"), "2");
   }
   EXPECT_GT(refused, 0);
-  EXPECT_EQ(HubClient(hub.port(), other).get("/v1/o/f/1").status, 404);
+  // The account's other computers have all of theirs.
+  HubClient phone(hub.port(), other);
+  std::string allowed;
+  for (int i = 0; i < 1000; ++i) allowed += phone.request("GET", "/v1/o/f/1");
+  phone.send(allowed);
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(phone.receive().status, 404) << i;
 }
 
 TEST_F(HubLimits, AnAccountHasAHundredConnectionsAtMost) {

@@ -182,6 +182,12 @@ TEST_F(HubTokens, TheAccountsAreShownWithWhatTheyHold) {
   EXPECT_EQ(accountCommand(directory.path(), {"list", "bob"}), "bob  0 bytes of 20 MiB\n  first");
 }
 
+TEST_F(HubTokens, NamesHaveUpToFortyCharacters) {
+  const std::string longest(40, 'a');
+  const std::string longestsToken = accountCommand(directory.path(), {"add", longest, longest});
+  EXPECT_EQ(HubClient(hub.port(), longestsToken).get("/v1/o/f/1").status, 404);
+}
+
 TEST_F(HubTokens, CommandsThatMakeNoSenseAreRefused) {
   const std::vector<std::pair<std::vector<std::string>, int>> rows = {
       {{}, 2},
