@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 #include "tests/pelto/account/ComputersAtPlace.h"
 
 namespace corvane::pelto {
@@ -231,6 +232,26 @@ TEST_F(FormerGenerationsTest, WhoWasTakenOutGivesNoChangeAgain) {
   platform.clock.time.seconds += kDay;
   EXPECT_THAT(failureAt("second"), HasSubstr("was taken out"));
   EXPECT_FALSE(fs::exists(lastOf(former)));
+}
+
+// Else computers could be sent in a circle without end by one that belonged to the account.
+TEST_F(FormerGenerationsTest, AChangeThatLeadsToNoLaterGenerationIsNotFollowed) {
+  changeKeyAt("first");
+  exchangeAt("second");
+  const std::string before = folderNow();
+  use("first");
+  const Account account = *userAccount();
+  const Membership& membership = account.membership;
+  const AccountKey another = AccountKey::random();
+  const Roster roster = computersOf(account, 60);
+  const auto at = placeOf(account, 60);
+  const Sealer present(*membership.key, kAccount, 2), next(another, kAccount, 2);
+  ChainHub hub(*at, present, {.keptPath = userChainPath(), .computer = account.computer});
+  const GenerationChange change = changeGeneration(*membership.key, another, kAccount, 2, roster, {});
+  ASSERT_EQ(hub.changeGeneration(next, change), HubPushed::Outcome::done);
+
+  EXPECT_THAT(failureAt("second"), HasSubstr("Another invitation lets it in again"));
+  EXPECT_EQ(folderNow(), before);
 }
 
 TEST_F(FormerGenerationsTest, TheLastEightAreKept) {
