@@ -173,9 +173,9 @@ class TakingIn {
 
   // A folder into which the user has put something lives.
   void findDoomed() {
-    std::multimap<std::int64_t, RemovedNode*> removed;
+    std::multimap<std::string, RemovedNode*> removed;  // by what they look like
     for (RemovedNode& each : _held.removed) {
-      if (isToGo(each)) removed.emplace(each.added, &each);
+      if (isToGo(each)) removed.emplace(joinedWithTime(each), &each);
     }
     for (auto node = _nodes.rbegin(); node != _nodes.rend(); ++node) {
       if ((*node)->root || _localIds.contains((*node)->id)) continue;
@@ -194,17 +194,18 @@ class TakingIn {
       each.isWaiting = each.isWaiting && _doomed.contains(each.browserId);
   }
 
-  static RemovedNode* removedLike(std::multimap<std::int64_t, RemovedNode*>& removed,
+  template <typename Node>
+  static std::string joinedWithTime(const Node& node) {
+    return joined(std::to_string(node.added), node.kind, node.title, node.url);
+  }
+
+  static RemovedNode* removedLike(std::multimap<std::string, RemovedNode*>& removed,
                                   const BrowserNode& node) {
-    const auto [first, last] = removed.equal_range(node.added);
-    for (auto each = first; each != last; ++each) {
-      const RemovedNode& known = *each->second;
-      if (known.kind != node.kind || known.title != node.title || known.url != node.url) continue;
-      RemovedNode* const found = each->second;
-      removed.erase(each);
-      return found;
-    }
-    return nullptr;
+    const auto [first, last] = removed.equal_range(joinedWithTime(node));
+    if (first == last) return nullptr;
+    RemovedNode* const found = first->second;
+    removed.erase(first);
+    return found;
   }
 
   // --- What was deleted by the user, and what lives on.
@@ -217,13 +218,17 @@ class TakingIn {
 
   // A root may vanish for a while, as with the browser's account; nobody has deleted what is in it.
   bool isUnderMissingRoot(const HeldNode& node) const {
-    const HeldNode* at = &node;
-    while (!rootOfFolder(at->shownIn)) {
-      const auto folder = _former.find(at->shownIn);
-      if (folder == _former.end()) return false;
-      at = &folder->second;
+    std::vector<std::string> way;  // up, as far as nobody has gone it yet
+    std::string at = node.shownIn;
+    while (!rootOfFolder(at) && _former.contains(at) && !_underMissingRoot.contains(at)) {
+      way.push_back(at);
+      at = _former.at(at).shownIn;
     }
-    return !_browser.root(*rootOfFolder(at->shownIn));
+    const auto known = _underMissingRoot.find(at);
+    const auto kind = rootOfFolder(at);
+    const bool isUnder = known != _underMissingRoot.end() ? known->second : kind && !_browser.root(*kind);
+    for (const std::string& each : way) _underMissingRoot.emplace(each, isUnder);
+    return isUnder;
   }
 
   // Whether it was to be put, and has not been, where it is.
@@ -509,6 +514,8 @@ class TakingIn {
   Intake _intake;
   std::unordered_map<std::string, HeldNode> _former;  // by local id, as they were
   std::unordered_map<std::string, std::vector<std::string>> _formerOrder;
+  // Of folders as they were, as far as somebody has asked.
+  mutable std::unordered_map<std::string, bool> _underMissingRoot;
   std::unordered_map<std::string, std::string>
       _folders;  // what the held tree calls a folder, by the browser's id
   std::unordered_map<std::string, std::string> _localIds;  // by the browser's id
