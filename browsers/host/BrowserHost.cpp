@@ -228,7 +228,9 @@ void BrowserHost::sync() {
 bool BrowserHost::runOnce() {
   BrowserTree browser = _requests.read();
   _isSyncedByBrowser = browser.isSyncedByBrowser();
-  const Intake intake = takeIn(_snapshot.tree, browser, _lost, {_snapshot.generation + 1, now()});
+  HeldTree held = _snapshot.tree;
+  const Intake intake = takeIn(held, browser, _lost, {_snapshot.generation + 1, now()});
+  _snapshot.tree = std::move(held);
   _lost = {};
   _edits += intake.edits;
   if (intake.lost) _snapshot.isFinished = false;

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "browsers/host/Likeness.h"
 
@@ -72,8 +73,10 @@ class TakingIn {
     matchRest();
     reviveFolders();
     takeValues();
+    untangle();
     dropGone();
     takeOrders();
+    mustListAll();
     return _intake;
   }
 
@@ -342,6 +345,56 @@ class TakingIn {
     return _held.add(std::move(root)).localId;
   }
 
+  // The user may have moved a folder into one that was still to be moved into it. The browser, which shows no
+  // folder within itself, is right: what was to be moved stays.
+  void untangle() {
+    std::vector<std::string> localIds;
+    for (const auto& [localId, node] : _held.nodes()) localIds.push_back(localId);
+    std::unordered_set<std::string> untangled;
+    for (const std::string& each : localIds) {
+      for (auto cycle = cycleAbove(each, untangled); !cycle.empty(); cycle = cycleAbove(each, untangled))
+        keepWhereShown(cycle);
+    }
+  }
+
+  // The folders that the way up from a node comes back to; none where it ends at the truth's root, as the
+  // ways of all `untangled` ones do.
+  std::vector<std::string> cycleAbove(const std::string& localId,
+                                      std::unordered_set<std::string>& untangled) const {
+    std::vector<std::string> path;
+    std::unordered_set<std::string> passed;
+    const HeldNode* at = _held.find(localId);
+    for (; at && !untangled.contains(at->localId); at = _held.find(at->parent)) {
+      if (!passed.insert(at->localId).second)
+        return {std::find(path.begin(), path.end(), at->localId), path.end()};
+      path.push_back(at->localId);
+    }
+    untangled.insert(path.begin(), path.end());
+    return {};
+  }
+
+  // What is neither one of the browser's own folders nor on its way lies as the browser shows it, so that at
+  // least one of a cycle is changed.
+  void keepWhereShown(const std::vector<std::string>& cycle) {
+    for (const std::string& each : cycle) {
+      HeldNode& node = *_held.find(each);
+      const bool isOnlyToBeMoved =
+          node.showing == Showing::shown && !node.root && _held.folderToShowIn(node) != node.shownIn;
+      if (!node.root && !isOnlyToBeMoved) continue;
+      if (node.root) {
+        node.parent.clear();
+        // Nothing shows it there, by which `takeOrder` would find it.
+        std::vector<std::string> children = _held.childrenOf({});
+        children.push_back(each);
+        _held.setChildren({}, std::move(children));
+      } else {
+        node.parent = parentFor(node.shownIn);
+      }
+      node.changed = _now;
+      ++_intake.edits;
+    }
+  }
+
   // --- What is no more.
 
   void dropGone() {
@@ -394,13 +447,22 @@ class TakingIn {
 
   // What the browser never showed goes with its folder.
   void dropOrphans() {
-    std::vector<std::string> orphans;
+    std::unordered_map<std::string, bool> isOrphan{{std::string(), false}};
     for (const auto& [localId, node] : _held.nodes()) {
-      const HeldNode* at = &node;
-      while (at && !at->parent.empty()) at = _held.find(at->parent);
-      if (!at) orphans.push_back(localId);
+      std::vector<std::string> path;
+      std::string folder = localId;
+      while (!isOrphan.contains(folder) && _held.find(folder)) {
+        path.push_back(folder);
+        folder = _held.find(folder)->parent;
+      }
+      const auto above = isOrphan.find(folder);
+      const bool leadsNowhere = above == isOrphan.end() || above->second;
+      for (const std::string& each : path) isOrphan.emplace(each, leadsNowhere);
     }
-    for (const std::string& each : orphans) _held.drop(each);
+    isOrphan.erase(std::string());
+    for (const auto& [localId, leadsNowhere] : isOrphan) {
+      if (leadsNowhere) _held.drop(localId);
+    }
   }
 
   // --- In which order.
@@ -474,6 +536,13 @@ class TakingIn {
       last = former.shownIndex;
     }
     return false;
+  }
+
+  // The engine takes for deleted what it is not given, and is given what the lists lead to.
+  void mustListAll() const {
+    if (_held.topDown().size() == _held.nodes().size()) return;
+    throw PlatformException(NSGenericException, tr("What this browser shows cannot be brought into an order "
+                                                   "that could be synced, so nothing is synced."));
   }
 
   // The list with what only the other one has, each behind the one that precedes it there, or before the one

@@ -35,7 +35,11 @@ struct Intake {
 /// What differs and `lost` covers was not done by the user: it stays as the client has it, to be done again.
 /// A folder that the user deleted lives on with what was to be put into it and had not been.
 ///
-/// Pure but for new local ids; `now` is noted with what has changed.
+/// The user may have put a folder into one that was still to be moved into it: what was to be moved stays
+/// then.
+///
+/// Pure but for new local ids; `now` is noted with what has changed. Raises PlatformException, with `held` in
+/// no state to be used, where something held had no place in the tree.
 Intake takeIn(HeldTree& held, const BrowserTree& browser, const LostTime& lost, const Stamp& now);
 
 }  // namespace corvane::browsers

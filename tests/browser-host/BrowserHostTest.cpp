@@ -299,6 +299,42 @@ TEST_F(BrowserHostTest, UserWhoIsFasterWins) {
   EXPECT_EQ(file->text(), "auk@http://ant/");
 }
 
+TEST_F(BrowserHostTest, FolderIntoWhichTheUserPutsItsFolderToBeStaysWhereItIs) {
+  const auto file = home.makeClient("file");
+  const std::string bar = file->addFolder("", LoomerTitleBookmarksBar);
+  for (const char* name : {"F", "G"}) {
+    const std::string folder = file->addFolder(bar, name);
+    file->addBookmark(folder, std::string("in ") + name, "http://x/");
+  }
+  ASSERT_EQ(file->sync(), "");
+  firefox.start();
+  file->move(file->find("F"), file->find("G"));
+  ASSERT_EQ(file->sync(), "");
+  firefox.beforeNextChange = [&] { firefox.browser.move(find(firefox, "G"), find(firefox, "F"), 0); };
+  firefox.sync();
+  ASSERT_EQ(file->sync(), "");
+  firefox.sync();
+  EXPECT_EQ(firefox.text(), "bar: F(G(\"in G\"@http://x/) \"in F\"@http://x/)");
+  EXPECT_EQ(file->text(), "BookmarksBar!(F(G(\"in G\"@http://x/) \"in F\"@http://x/))");
+}
+
+// Another client may move even what stands for a root, which in the browser stays where it is.
+TEST_F(BrowserHostTest, RootIntoWhichTheUserPutsItsFolderIsARootAgain) {
+  addFolder(firefox, RootKind::bar, "F");
+  addBookmark(firefox, RootKind::other, "ant", "http://ant/");
+  firefox.start();
+  const auto file = home.makeClient("file");
+  ASSERT_EQ(file->sync(), "");
+  file->move(file->find("Other Bookmarks"), file->find("F"));
+  ASSERT_EQ(file->sync(), "");
+  firefox.sync();
+  firefox.browser.move(find(firefox, "F"), firefox.browser.root(RootKind::other));
+  firefox.sync();
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(firefox.text(), "other: ant@http://ant/ F()");
+  EXPECT_EQ(file->text(), "BookmarksBar!() \"Other Bookmarks\"(ant@http://ant/ F())");
+}
+
 TEST_F(BrowserHostTest, FolderThatIsToGoLivesWithWhatTheUserPutsIntoIt) {
   const std::string folder = addFolder(firefox, RootKind::bar, "F");
   addBookmark(firefox, RootKind::bar, "bee", "http://bee/");
