@@ -31,8 +31,8 @@ bool isStartedByOwnExtension(int argc, const char* const* argv) {
   return (argc >= 2 && argv[1] == origin) || (argc >= 3 && argv[2] == kFirefoxExtension);
 }
 
-// Waits for a message, or, where `quiet` holds, until the store has been quiet for a second. Answers whether
-// it has.
+// Waits for a message or a write to the store; with `awaitsQuiet` for a second at most. Answers whether that
+// has passed without either.
 bool waitForNews(StoreWatch* watch, bool awaitsQuiet) {
   pollfd files[] = {{STDIN_FILENO, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
   const int count =
