@@ -1,7 +1,7 @@
 # Completes loomerctl's commands, options, clients and numbers of sessions.
 #
-# The program itself says what it understands: its help lists the commands, and a command's own help begins with a line
-# such as "usage: loomerctl undo [--force] SESSION".
+# The program itself says what it understands, in the user's language: its help lists the commands, and a command's own help
+# the options, each with what it is for. In English that begins with a line such as "usage: loomerctl undo [--force] SESSION".
 
 # __loomerctl_values COMMAND KEY: what stands under the key in the command's JSON.
 function __loomerctl_values
@@ -40,7 +40,7 @@ function __loomerctl_complete
     end
 
     # Each with what it does.
-    set -l commands (LC_ALL=C loomerctl --help 2>/dev/null |
+    set -l commands (loomerctl --help 2>/dev/null |
         string replace -rf '^  ([a-z-]+(?: [a-z-]+)?)(?: \[?[A-Z]+\]?(?:\.\.\.)?)?  +(.*)$' '$1\t$2')
     set -l command
     for each in $commands
@@ -61,8 +61,8 @@ function __loomerctl_complete
     else if set -q command[1]; and string match -q -- '--session=*' $word
         __loomerctl_values sessions session | string replace -r -- '^' --session=
     else if set -q command[1]; and string match -q -- '-*' $word
-        string match -ra -- '--[a-z-]+' $usage
-        echo --help
+        loomerctl (string split ' ' -- $command) --help 2>/dev/null |
+            string replace -rf '^  (--[a-z-]+)(?: [A-Z]+)?  +(.*)$' '$1\t$2'
     else if set -q command[1]; and test "$given" = "$command"
         __loomerctl_argument (string match -rg -- ' \[?([A-Z]+)\]?(?:\.\.\.)?$' $usage)
     else if set -q command[1]; and string match -rq -- '\.\.\.$' $usage

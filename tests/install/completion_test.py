@@ -137,17 +137,24 @@ class Zsh(Terminal):
         super().__init__(home, ["zsh", "-f", "-i"],
                          f"fpath=({directory} $fpath); autoload -Uz compinit; compinit -u -d .dump; bindkey -e; "
                          "setopt no_beep; bindkey '^I' complete-word; zstyle ':completion:*' completer _all_matches _complete; "
-                         "zstyle ':completion:*' insert true")
+                         "zstyle ':completion:*' insert true; zle -C explain list-choices _generic; bindkey '^D' explain; "
+                         "zstyle ':completion:explain:*' completer _complete")
 
     def completed(self, line):
         return super().completed(line, "\t")
+
+    def described(self, line):
+        before = len(self.said)
+        self.words("", line, "\x04")
+        return dict(re.findall(r"([a-z-]+) +-- ([^\x1b\r\n]+)", self.said[before:].decode()))
 
 
 class Fish:
     def __init__(self, home):
         self.home = home
 
-    def completed(self, line):
+    def answers(self, line):
+        """Each word with what it is for."""
         files = "; ".join("source " + shlex.quote(os.path.join(COMPLETIONS, "fish", name + ".fish"))
                           for name in ("loomerctl", "corvanetool"))
         done = subprocess.run(["fish", "--no-config", "-c", f"{files}; complete -C {shlex.quote(line)}"],
@@ -155,19 +162,28 @@ class Fish:
                               text=True, timeout=120)
         if done.stderr:
             raise RuntimeError(done.stderr)
-        return [each.split("\t")[0] for each in done.stdout.splitlines()]
+        return [(each + "\t").split("\t")[:2] for each in done.stdout.splitlines()]
+
+    def completed(self, line):
+        return [word for word, _ in self.answers(line)]
+
+    def described(self, line):
+        return dict(self.answers(line))
 
     def close(self):
         pass
 
 
-class Completion(unittest.TestCase):
+class ShellTest(unittest.TestCase):
+    """A user whose language is German, in a locale that every system has."""
+
     @classmethod
     def setUpClass(cls):
         directory = tempfile.TemporaryDirectory(prefix="corvane-completion-")
         cls.addClassCleanup(directory.cleanup)
         cls.home = Home(Tools(PROGRAMS), os.path.join(directory.name, "home")).make()
-        cls.home.environment.update(PATH=PROGRAMS + ":" + os.environ["PATH"], TERM="vt100", LC_ALL="C.UTF-8")
+        cls.home.environment.update(PATH=PROGRAMS + ":" + os.environ["PATH"], TERM="vt100", LC_CTYPE="C.UTF-8",
+                                    LC_MESSAGES="de_DE.UTF-8")
         write(cls.home.bookmarks(FIRST), root_with([leaf("One")]))
         cls.home.must_sync(FIRST)
         with open(os.path.join(cls.home.path, "bookmarks.html"), "w", encoding="utf-8"):
@@ -176,6 +192,8 @@ class Completion(unittest.TestCase):
         cls.shell = {"bash": Bash, "zsh": Zsh, "fish": Fish}[SHELL](cls.home)
         cls.addClassCleanup(cls.shell.close)
 
+
+class Completion(ShellTest):
     def test_words_are_completed_by_what_the_program_understands_and_the_store_holds(self):
         for line, expected in LINES:
             with self.subTest(line=line):
@@ -193,10 +211,23 @@ class Completion(unittest.TestCase):
                          sorted(each[1] for each in commands if each[0] == "account"))
 
 
+class Descriptions(ShellTest):
+    """In the shells that show what a word is for."""
+
+    def test_commands_and_options_are_explained_in_the_users_language(self):
+        for line, word, explanation in (("loomerctl ", "status", "ob alles in Ordnung ist"),
+                                        ("loomerctl account ", "show", "das Konto, und ob der Dienst antwortet"),
+                                        ("loomerctl changes --", "--session", "nur diese Sitzung"),
+                                        ("loomerctl changes --", "--help", "dieser Text")):
+            with self.subTest(line=line, word=word):
+                self.assertTrue(self.shell.described(line).get(word, "").startswith(explanation))
+
+
 def main():
     global SHELL, COMPLETIONS, PROGRAMS
     SHELL, COMPLETIONS, PROGRAMS = sys.argv.pop(1), os.path.join(sys.argv.pop(1), "completions"), sys.argv.pop(1)
-    unittest.main(verbosity=1)
+    tests = ["Completion"] if SHELL == "bash" else ["Completion", "Descriptions"]
+    unittest.main(verbosity=1, defaultTest=tests)
 
 
 if __name__ == "__main__":
