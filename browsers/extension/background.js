@@ -69,7 +69,7 @@ let work = Promise.resolve();
 function answer(request, asker) {
   work = work.then(async () => {
     if (request.type === "read") await answerRead(request, asker);
-    else say({ type: "answer", id: request.id, ...(await change(request)) }, asker);
+    else await change(request, answer => say({ type: "answer", id: request.id, ...answer }, asker));
   });
 }
 

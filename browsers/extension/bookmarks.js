@@ -19,7 +19,8 @@ const ROOTS = isFirefox
  * @typedef {chrome.bookmarks.BookmarkTreeNode & { type?: string }} BrowserNode
  * @typedef {{ id: string, kind: string, title: string, parent?: string, root?: string, syncing?: boolean, url?: string,
  *             added?: number, index?: number }} SaidNode
- * @typedef {{ type: string, id: number, parent?: any, index?: any, title?: any, url?: any, node?: any, expect?: any }} Request
+ * @typedef {{ type: string, id: number, parent?: any, index?: any, title?: any, url?: any, node?: any, expect?: any,
+ *             nodes?: any }} Request
  */
 
 /** @param {BrowserNode} node */
@@ -132,12 +133,13 @@ function mustBeAddress(url) {
   if (url === "") throw new Error("the address is empty");
 }
 
-/** @param {Request} request */
+// Each of these answers the node as the browser has it afterwards.
+
+/** @param {Request} request @returns {Promise<BrowserNode>} */
 async function create({ parent, index, title, url }) {
   mustBeAddress(url);
   mustTakeChildren(parent);
-  const made = await orAtTheEnd(parent, index, place => api.bookmarks.create({ parentId: parent, index: place, title, url }));
-  return made.id;
+  return orAtTheEnd(parent, index, place => api.bookmarks.create({ parentId: parent, index: place, title, url }));
 }
 
 /** Refuses where the user was faster: one of the values that the host expects is another by now. @param {BrowserNode} node
@@ -147,33 +149,32 @@ function mustBe(node, expect = {}) {
   if (["kind", "title", "url", "parent"].some(name => name in expect && expect[name] !== there[name])) throw new Error("different");
 }
 
-/** @param {Request} request */
+/** @param {Request} request @returns {Promise<BrowserNode>} */
 async function update({ node, title, url, expect }) {
   mustBeAddress(url);
   mustBe(await changeable(node), expect);
-  await api.bookmarks.update(node, { ...(title === undefined ? {} : { title }), ...(url === undefined ? {} : { url }) });
-  return node;
+  return api.bookmarks.update(node, { ...(title === undefined ? {} : { title }), ...(url === undefined ? {} : { url }) });
 }
 
-/** @param {Request} request */
+/** @param {Request} request @returns {Promise<BrowserNode>} */
 async function move({ node, parent, index, expect }) {
   mustTakeChildren(parent);
   const before = await changeable(node);
   mustBe(before, expect);
   // Within a folder Chromium counts the places as they were before.
   const later = !isFirefox && before.parentId === parent && index > (before.index ?? 0) ? 1 : 0;
-  await orAtTheEnd(parent, index + later, place => api.bookmarks.move(node, { parentId: parent, index: place }));
-  return node;
+  return orAtTheEnd(parent, index + later, place => api.bookmarks.move(node, { parentId: parent, index: place }));
 }
 
-/** @param {Request} request */
+/** As it was. @param {Request} request */
 async function remove({ node, expect }) {
-  mustBe(await changeable(node), expect);
+  const before = await changeable(node);
+  mustBe(before, expect);
   await api.bookmarks.remove(node);
-  return node;
+  return before;
 }
 
-/** @type {Record<string, { act: (request: Request) => Promise<string>, event: string }>} */
+/** @type {Record<string, { act: (request: Request) => Promise<BrowserNode>, event: string }>} */
 const CHANGES = {
   create: { act: create, event: "created" },
   update: { act: update, event: "changed" },
@@ -222,18 +223,58 @@ export function listen(tell) {
   api.bookmarks.onImportEnded?.addListener(() => hear("imported", ""));
 }
 
-/** Carries out a request that changes something, and answers it. @param {Request} request */
-export async function change(request) {
+/** @param {BrowserNode} node */
+function placed(node) {
+  return { ...form(node), index: node.index };
+}
+
+/** Changes one node. @param {Request} request @returns {Promise<Record<string, any>>} */
+async function changeOne(request) {
   const { act, event } = CHANGES[request.type];
-  heard = [];
   try {
     const node = await act(request);
-    forgetEchoes(`${event} ${node}`);
-    if (request.type === "remove") return { removed: true };
-    const made = await get(node);
-    return { node: { ...form(made), index: made.index } };
+    forgetEchoes(`${event} ${node.id}`);
+    return request.type === "remove" ? { removed: true } : { node: placed(node) };
   } catch (error) {
     return { error: error instanceof Error ? error.message : String(error), missing: await isMissing(request) };
+  }
+}
+
+/** Makes nodes one behind the other, and answers for each. The last one shows which place they get; there all others are put
+ *  before it, again the last one first: a browser that is asked for all at once makes them in the order of the calls, but Firefox
+ *  counts what is in the folder before.
+ *  @param {Request} request @returns {Promise<Record<string, any>[]>} */
+async function createAll({ nodes, ...request }) {
+  const requests = nodes.map((/** @type {object} */ node) => ({ ...request, ...node })).reverse();
+  const answers = [];
+  let index;
+  while (answers.length < requests.length && index === undefined) {
+    answers.push(await changeOne(requests[answers.length]));
+    index = answers.at(-1)?.node?.index;
+  }
+  const others = requests.slice(answers.length);
+  answers.push(...(await Promise.all(others.map((/** @type {Request} */ each) => changeOne({ ...each, index })))));
+  await readBack(answers.filter(each => each.node));
+  return answers.reverse();
+}
+
+/** As what has come before them has left them. @param {Record<string, any>[]} answers */
+async function readBack(answers) {
+  try {
+    const nodes = await api.bookmarks.get(answers.map(each => each.node.id));
+    for (const [at, node] of nodes.entries()) answers[at].node = placed(node);
+  } catch {
+    // The user has removed one already, and is heard. Or none was made.
+  }
+}
+
+/** Carries out a request that changes something, and gives the answers to `say`: to `create` one for each of its nodes.
+ *  @param {Request} request @param {(answer: Record<string, any>) => void} say */
+export async function change(request, say) {
+  heard = [];
+  try {
+    const answers = request.type === "create" ? await createAll(request) : [await changeOne(request)];
+    for (const [at, answer] of answers.entries()) say({ ...answer, more: at + 1 < answers.length });
   } finally {
     const others = heard.length > 0;
     heard = null;

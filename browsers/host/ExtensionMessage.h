@@ -38,7 +38,7 @@ struct PlacedNode {
 struct Answer {
   std::int64_t id = 0;
   std::vector<BrowserNode> nodes;  ///< of a read
-  bool more = false;
+  bool more = false;               ///< of a read, or of what makes several nodes: another one follows
   std::optional<PlacedNode> node;  ///< of a change
   bool removed = false;
   std::optional<std::string> error;

@@ -18,6 +18,18 @@ void expect(JsonMessage& message, const BrowserNode& node) {
   message.end();
 }
 
+ChangeAnswer outcomeOf(Answer answered, bool removes) {
+  if (answered.error) {
+    const bool isDifferent = answered.missing || *answered.error == kDifferent;
+    return {isDifferent ? ChangeAnswer::Outcome::different : ChangeAnswer::Outcome::refused,
+            std::move(answered.node)};
+  }
+  if (removes ? !answered.removed : !answered.node) {
+    throw MessageProblem("The extension's answer says neither what was done nor why not.");
+  }
+  return {ChangeAnswer::Outcome::done, std::move(answered.node)};
+}
+
 }  // namespace
 
 Answer ExtensionRequests::answer() {
@@ -49,30 +61,42 @@ BrowserTree ExtensionRequests::read() {
   }
 }
 
-ChangeAnswer ExtensionRequests::ask(JsonMessage& request, bool removes) {
+bool ExtensionRequests::send(JsonMessage& request) {
   const std::string text = request.text();
-  if (text.size() > kLargestMessage) return {};
+  if (text.size() > kLargestMessage) return false;
   _channel.send(text);
-  Answer answered = answer();
-  if (answered.error) {
-    const bool isDifferent = answered.missing || *answered.error == kDifferent;
-    return {isDifferent ? ChangeAnswer::Outcome::different : ChangeAnswer::Outcome::refused,
-            std::move(answered.node)};
-  }
-  if (removes ? !answered.removed : !answered.node) {
-    throw MessageProblem("The extension's answer says neither what was done nor why not.");
-  }
-  return {ChangeAnswer::Outcome::done, std::move(answered.node)};
+  return true;
 }
 
-ChangeAnswer ExtensionRequests::create(const std::string& parent, std::size_t index, std::string_view title,
-                                       const std::optional<std::string>& url) {
+ChangeAnswer ExtensionRequests::ask(JsonMessage& request, bool removes) {
+  return send(request) ? outcomeOf(answer(), removes) : ChangeAnswer{};
+}
+
+void ExtensionRequests::create(const std::string& parent, std::size_t index, std::span<const NewNode> nodes,
+                               const std::function<void(const ChangeAnswer&)>& taker) {
   JsonMessage message("create", ++_lastId);
   message.member("parent", parent);
   message.member("index", index);
-  message.member("title", title);
-  if (url) message.member("url", *url);
-  return ask(message, false);
+  message.beginArray("nodes");
+  for (const NewNode& each : nodes) {
+    message.beginObject();
+    message.member("title", each.title);
+    if (each.url) message.member("url", *each.url);
+    message.end();
+  }
+  message.endArray();
+  const bool isSent = send(message);
+  for (std::size_t left = nodes.size(); left > 0; --left) {
+    if (!isSent) {
+      taker({});
+      continue;
+    }
+    Answer answered = answer();
+    if (answered.more != (left > 1)) {
+      throw MessageProblem("The extension answers for another number of nodes than it was to make.");
+    }
+    taker(outcomeOf(std::move(answered), false));
+  }
 }
 
 ChangeAnswer ExtensionRequests::update(const BrowserNode& node, const std::optional<std::string>& title,

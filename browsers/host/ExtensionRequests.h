@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -32,6 +33,12 @@ struct ChangeAnswer {
   std::optional<PlacedNode> node;  ///< as it is now; of all but removals that were done
 };
 
+/// What is to be made.
+struct NewNode {
+  std::string title;
+  std::optional<std::string> url;  ///< absent for a folder
+};
+
 /// Asks the extension, one request at a time. What it says unasked meanwhile goes to `other`. All raise
 /// ExtensionGone, and MessageProblem for an answer that is none.
 class ExtensionRequests {
@@ -43,9 +50,10 @@ class ExtensionRequests {
   ExtensionRequests(MessageChannel& channel, Other other) : _channel(channel), _other(std::move(other)) {}
 
   BrowserTree read();
-  /// Without an address a folder.
-  ChangeAnswer create(const std::string& parent, std::size_t index, std::string_view title,
-                      const std::optional<std::string>& url);
+  /// Makes nodes, of which there is one at least, one behind the other from `index` on; the next one takes
+  /// the place of one that is refused. Each answer goes to `taker` when it comes, in their order.
+  void create(const std::string& parent, std::size_t index, std::span<const NewNode> nodes,
+              const std::function<void(const ChangeAnswer&)>& taker);
   /// Gives `node`, which is as the browser shows it, another title and address, where there are such.
   ChangeAnswer update(const BrowserNode& node, const std::optional<std::string>& title,
                       const std::optional<std::string>& url);
@@ -54,6 +62,8 @@ class ExtensionRequests {
 
  private:
   Answer answer();
+  /// Sends the request; false for one that no message can hold.
+  bool send(JsonMessage& request);
   /// Sends the request and waits for what comes of it. A request that no message can hold is refused.
   ChangeAnswer ask(JsonMessage& request, bool removes);
 

@@ -38,6 +38,11 @@ std::vector<std::size_t> longestAscending(const std::vector<std::size_t>& number
   return run;
 }
 
+// What is made by one request: few enough to be stopped soon, and to fit into a message, in which JSON may
+// write each byte with six.
+constexpr std::size_t kMostNodesAtOnce = 16;
+constexpr std::size_t kMostTextAtOnce = std::size_t{32} * 1024;  // bytes of titles and addresses
+
 class Presenter {
  public:
   Presenter(HeldTree& held, BrowserTree& browser, ExtensionRequests& requests, const Stamp& now,
@@ -101,14 +106,14 @@ class Presenter {
     std::vector<std::string> wanted = _held.toShowIn(folder);
     std::erase_if(wanted, [this](const std::string& each) { return !isToBeShown(*_held.find(each)); });
     const std::unordered_set<std::string> staying = stayingIn(browserId, wanted);
-    std::string last;  // the browser's id of what precedes
-    for (const std::string& each : wanted) {
+    std::string last;      // the browser's id of what precedes
+    std::size_t made = 0;  // what stands before it was to be made, and has been tried
+    for (std::size_t at = 0; at < wanted.size(); ++at) {
       if (_stopped) return;
-      HeldNode& node = *_held.find(each);
-      const bool isFixed = node.isSpecial && node.showing == Showing::shown;
-      if (node.showing != Showing::shown) {
-        create(node, folder, browserId, last);
-      } else if (!isFixed && !staying.contains(node.browserId)) {
+      HeldNode& node = *_held.find(wanted[at]);
+      if (at >= made && node.showing != Showing::shown) {
+        made = createFrom(at, wanted, folder, browserId, last);
+      } else if (at >= made && !node.isSpecial && !staying.contains(node.browserId)) {
         move(node, folder, browserId, last);
       }
       if (_stopped || node.showing != Showing::shown) continue;
@@ -155,15 +160,42 @@ class Presenter {
     return node.isSpecial ? tr("Bookmarks Menu") : node.title.value.toString();
   }
 
-  void create(HeldNode& node, const std::string& folder, const std::string& browserId,
-              const std::string& last) {
-    // Chromium would make a folder of a bookmark without an address; no browser tells a separator of ours.
-    const bool isFolder = node.kind == NodeKind::folder;
-    if (node.kind == NodeKind::separator || (!isFolder && node.url.value.empty())) return refuse(node);
-    if (!goesOn()) return;
-    const auto url = isFolder ? std::nullopt : std::optional(node.url.value.toString());
-    const ChangeAnswer answer =
-        _requests.create(browserId, indexBehind(browserId, last, {}), titleToShow(node), url);
+  // Chromium would make a folder of a bookmark without an address; no browser tells a separator of ours.
+  static bool canBeMade(const HeldNode& node) {
+    return node.kind == NodeKind::folder || (node.kind == NodeKind::bookmark && !node.url.value.empty());
+  }
+
+  // Makes the node at that place of `wanted`, and those behind it that are to be made as well. Answers the
+  // place behind what has been tried.
+  std::size_t createFrom(std::size_t at, const std::vector<std::string>& wanted, const std::string& folder,
+                         const std::string& browserId, const std::string& last) {
+    std::vector<HeldNode*> held;
+    std::vector<NewNode> nodes;
+    std::size_t text = 0;
+    for (; at < wanted.size() && nodes.size() < kMostNodesAtOnce; ++at) {
+      HeldNode& node = *_held.find(wanted[at]);
+      if (node.showing == Showing::shown) break;
+      if (!canBeMade(node)) {
+        refuse(node);
+        continue;
+      }
+      NewNode next{titleToShow(node), std::nullopt};
+      if (node.kind == NodeKind::bookmark) next.url = node.url.value.toString();
+      text += next.title.size() + next.url.value_or("").size();
+      if (!nodes.empty() && text > kMostTextAtOnce) break;
+      held.push_back(&node);
+      nodes.push_back(std::move(next));
+    }
+    if (nodes.empty() || !goesOn()) return at;
+    std::size_t answered = 0;
+    _requests.create(browserId, indexBehind(browserId, last, {}), nodes, [&](const ChangeAnswer& answer) {
+      if (answered > 0) goesOn();
+      takeMade(*held[answered++], folder, answer);
+    });
+    return at;
+  }
+
+  void takeMade(HeldNode& node, const std::string& folder, const ChangeAnswer& answer) {
     if (answer.outcome == Outcome::refused) return refuse(node);
     if (answer.outcome == Outcome::different || !isMadeOf(node, *answer.node)) {
       _isDifferent = true;

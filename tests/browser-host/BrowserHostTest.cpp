@@ -389,6 +389,48 @@ TEST_F(BrowserHostTest, FirstSessionThatIsKilledAtAnyMessageIsTakenUpWithoutDoub
   EXPECT_EQ(file->nodes.size(), static_cast<std::size_t>(kBookmarks));
 }
 
+TEST_F(BrowserHostTest, FirstSessionThatIsKilledAtAnyNodeIsTakenUpWithoutDoubles) {
+  constexpr int kBookmarks = 10;
+  const auto file = home.makeClient("file");
+  const std::string folder = file->addFolder("", "F");
+  for (int i = 0; i < kBookmarks; ++i)
+    file->addBookmark(folder, "b" + std::to_string(i), i == 4 ? "refused" : "HTTP://B/" + std::to_string(i));
+  ASSERT_EQ(file->sync(), "");
+  int profile = 10;
+  for (std::size_t node = 1; node <= kBookmarks + 1; ++node) {
+    for (const Kind kind : {Kind::chromium, Kind::firefox}) {
+      HostedBrowser hosted{kind};
+      hosted.browser.token = "44444444-4444-4444-8444-4444444444" + std::to_string(profile++);
+      hosted.browser.killAtNode(node);
+      hosted.start();
+      hosted.sync();
+      EXPECT_EQ(hosted.kills(), 1U);
+      // A folder, and all but the one that it refuses.
+      EXPECT_EQ(hosted.browser.entries().size(), static_cast<std::size_t>(kBookmarks))
+          << node << hosted.text();
+    }
+  }
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(file->nodes.size(), static_cast<std::size_t>(kBookmarks) + 1);
+}
+
+TEST_F(BrowserHostTest, ManyAreMadeByFewRequestsInTheirOrder) {
+  const auto file = home.makeClient("file");
+  for (int i = 0; i < 100; ++i)
+    file->addBookmark("", "b" + std::to_string(i), i % 7 == 3 ? "refused" : "http://b/" + std::to_string(i));
+  ASSERT_EQ(file->sync(), "");
+  firefox.start();
+  EXPECT_LT(firefox.browser.requests(), 20U);
+  std::vector<std::string> found;
+  for (const std::string& each : firefox.browser.childrenOf(firefox.browser.root(RootKind::other)))
+    found.push_back(firefox.browser.nodes().at(each).title);
+  std::vector<std::string> wanted;
+  for (int i = 0; i < 100; ++i) {
+    if (i % 7 != 3) wanted.push_back("b" + std::to_string(i));
+  }
+  EXPECT_EQ(found, wanted);
+}
+
 TEST_F(BrowserHostTest, AnotherProtocolIsRefusedWithWhatToDo) {
   browsers::BrowserHost host(firefox);
   firefox.browser.start();

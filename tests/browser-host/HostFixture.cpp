@@ -81,7 +81,9 @@ void HostedBrowser::send(std::string_view message) {
   const bool isChange =
       message.find("\"parent\"") != message.npos || message.find("\"node\"") != message.npos;
   if (isChange && beforeNextChange) std::exchange(beforeNextChange, nullptr)();
-  if (browser.isRunning()) browser.take(message);
+  if (!browser.isRunning()) return;
+  browser.take(message);
+  if (!browser.isRunning()) ++_kills;
 }
 
 std::optional<std::string> HostedBrowser::receive() {

@@ -115,7 +115,7 @@ class Program(unittest.TestCase):
         page.write_text('<DL><DT><A HREF="http://example.com/">Example</A></DL>', encoding="utf-8")
         self.run_loomerctl("import", str(page))
         made = self.until(host, lambda message: message["type"] == "create")
-        self.assertEqual((made["title"], made["url"]), ("Example", "http://example.com/"))
+        self.assertEqual(made["nodes"], [{"title": "Example", "url": "http://example.com/"}])
         self.until(host, lambda message: message.get("state") == "idle")
         self.assertEqual(host.end(), 0)
         names = sorted(path.name for path in (self.store / "Browsers").iterdir())

@@ -265,7 +265,7 @@ class FirefoxExtension(Extension, unittest.TestCase):
         before = len(self.host.read())
         self.browser.tag("https://tagged.example/", "red", "two words")
         self.assertEqual(len(self.host.read()), before)
-        for request in ({"type": "create", "parent": "tags________", "index": 0, "title": "x"},
+        for request in ({"type": "create", "parent": "tags________", "index": 0, "nodes": [{"title": "x"}]},
                         {"type": "update", "node": "tags________", "title": "x"}):
             self.assert_refused(self.host.ask(request.pop("type"), **request))
         tags = self.browser.by_user("return PlacesUtils.tagging.getTagsForURI(Services.io.newURI(parameters[0]))",

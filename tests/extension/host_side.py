@@ -62,6 +62,7 @@ class HostSide:
 
     def ask(self, kind, **fields):
         answer, = self.answers(kind, **fields)
+        answer.pop("more", None)
         return answer
 
     def read(self):

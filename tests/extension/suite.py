@@ -32,6 +32,10 @@ ADDRESSES = (
 NOWHERE = {"chromium": "987654", "firefox": "nowhere_____"}
 
 
+def wanted(title, url=None):
+    return {"title": title} if url is None else {"title": title, "url": url}
+
+
 class Requests:
     """Each test works in a folder of its own."""
 
@@ -55,19 +59,24 @@ class Requests:
             expect = {key: node[key] for key in ("kind", "title", "url") if key in node}
             self.assertEqual(self.host.ask("remove", node=node["id"], expect=expect), {"removed": True})
 
+    def create(self, parent, title, url=None, index=0):
+        return self.host.ask("create", parent=parent, index=index, nodes=[wanted(title, url)])
+
     def make(self, parent, title, url=None, index=0):
-        answer = self.host.ask("create", parent=parent, index=index, title=title, **({} if url is None else {"url": url}))
+        answer = self.create(parent, title, url, index)
         self.assertNotIn("error", answer)
         return answer["node"]["id"]
 
     def fill(self, parent, titles):
-        return {title: self.make(parent, title, f"https://{title}.example/", place) for place, title in enumerate(titles)}
+        nodes = [wanted(title, f"https://{title}.example/") for title in titles]
+        made = self.host.answers("create", parent=parent, index=0, nodes=nodes)
+        return {answer["node"]["title"]: answer["node"]["id"] for answer in made}
 
     def titles(self, parent):
         return [node["title"] for node in self.host.read() if node.get("parent") == parent]
 
     def assert_refused(self, answer, missing=False):
-        self.assertEqual(sorted(answer), ["error", "missing"])
+        self.assertEqual(sorted(answer.keys() - {"more"}), ["error", "missing"])
         self.assertIs(answer["missing"], missing, answer)
         self.assertTrue(answer["error"])
 
@@ -109,29 +118,38 @@ class Requests:
 
     def test_create_makes_a_bookmark_at_its_place(self):
         self.fill(self.folder, ["a", "b"])
-        node = self.host.ask("create", parent=self.folder, index=1, title="new", url="https://new.example/")["node"]
+        node = self.create(self.folder, "new", "https://new.example/", 1)["node"]
         self.assertGreater(node.pop("added"), 1_600_000_000_000)
         self.assertEqual(node, {"id": node["id"], "parent": self.folder, "kind": "bookmark", "title": "new", "index": 1,
                                 "url": "https://new.example/"})
         self.assertEqual(self.titles(self.folder), ["a", "new", "b"])
 
     def test_create_without_an_address_makes_a_folder(self):
-        node = self.host.ask("create", parent=self.folder, index=0, title="new")["node"]
+        node = self.create(self.folder, "new")["node"]
         self.assertEqual(node["kind"], "folder")
         self.assertNotIn("url", node)
 
     def test_create_beyond_the_end_makes_it_at_the_end(self):
         self.fill(self.folder, ["a", "b"])
-        node = self.host.ask("create", parent=self.folder, index=9, title="new", url="https://new.example/")["node"]
+        node = self.create(self.folder, "new", "https://new.example/", 9)["node"]
         self.assertEqual(node["index"], 2)
 
+    def test_create_of_several_makes_them_one_behind_the_other(self):
+        self.fill(self.folder, ["a", "b"])
+        nodes = [wanted("new", "https://new.example/"), wanted("refused", "no scheme"), wanted("inner"), wanted("last", "about:blank")]
+        answers = self.host.answers("create", parent=self.folder, index=1, nodes=nodes)
+        self.assertEqual([each["more"] for each in answers], [True, True, True, False])
+        self.assert_refused(answers[1])
+        self.assertEqual([each["node"]["index"] for each in answers if "node" in each], [1, 2, 3])
+        self.assertEqual(self.titles(self.folder), ["a", "new", "inner", "last", "b"])
+
     def test_create_in_what_is_not_there_says_so(self):
-        self.assert_refused(self.host.ask("create", parent=NOWHERE[self.flavour], index=0, title="new"), missing=True)
+        self.assert_refused(self.create(NOWHERE[self.flavour], "new"), missing=True)
 
     def test_titles_come_back_as_the_browser_has_them(self):
         for phrase, title, forms in TITLES:
             with self.subTest(phrase):
-                node = self.host.ask("create", parent=self.folder, index=0, title=title, url="https://a.example/")["node"]
+                node = self.create(self.folder, title, "https://a.example/")["node"]
                 self.assertEqual(node["title"], self.made_of(forms, title))
                 before = self.make(self.folder, "before", "https://a.example/")
                 node = self.host.ask("update", node=before, title=title)["node"]
@@ -139,17 +157,16 @@ class Requests:
 
     def test_addresses_come_back_as_the_browser_has_them(self):
         for phrase, address, forms in ADDRESSES:
-            wanted = self.made_of(forms, address)
+            kept = self.made_of(forms, address)
             for kind in ("create", "update"):
                 with self.subTest(phrase, kind=kind):
-                    answer = self.host.ask("create", parent=self.folder, index=0, title="x",
-                                           url=address if kind == "create" else "https://before.example/")
+                    answer = self.create(self.folder, "x", address if kind == "create" else "https://before.example/")
                     if kind == "update":
                         answer = self.host.ask("update", node=answer["node"]["id"], url=address)
-                    if wanted is None:
+                    if kept is None:
                         self.assert_refused(answer)
                     else:
-                        self.assertEqual((answer["node"]["kind"], answer["node"]["url"]), ("bookmark", wanted))
+                        self.assertEqual((answer["node"]["kind"], answer["node"]["url"]), ("bookmark", kept))
 
     def test_update_changes_what_is_named_alone(self):
         node = self.make(self.folder, "old", "https://old.example/")
@@ -254,5 +271,5 @@ class Requests:
 
     def test_what_is_unknown_is_left_aside(self):
         self.host.send({"type": "surprise", "id": 1})
-        node = self.host.ask("create", parent=self.folder, index=0, title="new", colour="red")["node"]
+        node = self.host.ask("create", parent=self.folder, index=0, nodes=[wanted("new")], colour="red")["node"]
         self.assertEqual(node["title"], "new")

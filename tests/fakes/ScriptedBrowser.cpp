@@ -288,7 +288,10 @@ void ScriptedBrowser::take(std::string_view text) {
   if (type == "read") {
     ++_requests;
     answerRead(browsers::numberIn(message, "id"));
-  } else if (type == "create" || type == "update" || type == "move" || type == "remove") {
+  } else if (type == "create") {
+    ++_requests;
+    answerCreate(message);
+  } else if (type == "update" || type == "move" || type == "remove") {
     ++_requests;
     answerChange(message);
   } else if (type == "generation") {
@@ -371,6 +374,38 @@ bool ScriptedBrowser::fits(const JsonValue& request) const {
          agrees("url", node.url) && agrees("parent", node.parent);
 }
 
+void ScriptedBrowser::answerCreate(const JsonValue& request) {
+  const std::int64_t id = browsers::numberIn(request, "id");
+  const std::string parent = browsers::textIn(request, "parent");
+  auto index = static_cast<std::size_t>(browsers::numberIn(request, "index"));
+  const JsonValue* const nodes = browsers::memberNamed(request, "nodes");
+  if (!nodes || !nodes->IsArray()) return fail(id, "nothing is to be made", false);
+  std::size_t left = nodes->Size();
+  for (const JsonValue& each : nodes->GetArray()) {
+    if (_killedAtNode > 0 && --_killedAtNode == 0) return kill();
+    if (createOne(id, parent, each, index, --left > 0)) ++index;
+  }
+}
+
+bool ScriptedBrowser::createOne(std::int64_t id, const std::string& parent, const JsonValue& wanted,
+                                std::size_t index, bool more) {
+  const bool hasUrl = browsers::memberNamed(wanted, "url") != nullptr;
+  const auto address = hasUrl ? addressAsKept(browsers::textIn(wanted, "url")) : std::string();
+  const bool isMissing = !_state.nodes.contains(parent);
+  if (isMissing || !address) {
+    fail(id, isMissing ? "there is no node " + parent : "invalid URL", isMissing, more);
+    return false;
+  }
+  const std::string made = insert({.parent = parent,
+                                   .kind = hasUrl ? NodeKind::bookmark : NodeKind::folder,
+                                   .root = {},
+                                   .title = titleAsKept(browsers::textIn(wanted, "title")),
+                                   .url = *address},
+                                  index);
+  answerNode(id, made, more);
+  return true;
+}
+
 void ScriptedBrowser::answerChange(const JsonValue& request) {
   const std::string type = browsers::textIn(request, "type");
   const std::int64_t id = browsers::numberIn(request, "id");
@@ -381,14 +416,6 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
   const auto address = hasUrl ? addressAsKept(browsers::textIn(request, "url")) : std::string();
   if (const std::string problem = problemOf(request); !problem.empty()) return fail(id, problem, true);
   if (!address) return fail(id, "invalid URL", false);
-  if (type == "create") {
-    return answerNode(id, insert({.parent = parent,
-                                  .kind = hasUrl ? NodeKind::bookmark : NodeKind::folder,
-                                  .root = {},
-                                  .title = titleAsKept(browsers::textIn(request, "title")),
-                                  .url = *address},
-                                 index));
-  }
   if (!_state.nodes.contains(nodeId)) return fail(id, "no node is named", false);
   Node& node = _state.nodes.at(nodeId);
   if (node.root) return fail(id, "the roots stay as they are", false);
@@ -417,16 +444,18 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
   answerNode(id, nodeId);
 }
 
-void ScriptedBrowser::fail(std::int64_t id, std::string_view error, bool missing) {
+void ScriptedBrowser::fail(std::int64_t id, std::string_view error, bool missing, bool more) {
   JsonMessage answer("answer", id);
+  answer.member("more", more);
   answer.member("error", error);
   answer.member("missing", missing);
   _messages.push_back(answer.text());
 }
 
-void ScriptedBrowser::answerNode(std::int64_t id, const std::string& node) {
+void ScriptedBrowser::answerNode(std::int64_t id, const std::string& node, bool more) {
   const std::vector<std::string>& siblings = childrenOf(_state.nodes.at(node).parent);
   JsonMessage answer("answer", id);
+  answer.member("more", more);
   answer.begin("node");
   writeNode(answer, node);
   answer.member("index", std::find(siblings.begin(), siblings.end(), node) - siblings.begin());

@@ -70,6 +70,8 @@ class ScriptedBrowser {
 
   /// Takes a message of the host.
   void take(std::string_view message);
+  /// The browser is killed in place of making the n-th node from here on for the host.
+  void killAtNode(std::size_t node) { _killedAtNode = node; }
   /// The next message for the host; nothing where there is none.
   std::optional<std::string> next();
   /// What the extension says unasked, such as "syncNow".
@@ -117,11 +119,15 @@ class ScriptedBrowser {
   std::optional<std::string> addressAsKept(const std::string& address) const;
 
   void answerRead(std::int64_t id);
+  void answerCreate(const browsers::JsonValue& request);
+  /// Answers whether it was made.
+  bool createOne(std::int64_t id, const std::string& parent, const browsers::JsonValue& wanted,
+                 std::size_t index, bool more);
   void answerChange(const browsers::JsonValue& request);
   std::string problemOf(const browsers::JsonValue& request) const;
   bool fits(const browsers::JsonValue& request) const;
-  void fail(std::int64_t id, std::string_view error, bool missing);
-  void answerNode(std::int64_t id, const std::string& node);
+  void fail(std::int64_t id, std::string_view error, bool missing, bool more = false);
+  void answerNode(std::int64_t id, const std::string& node, bool more = false);
   void writeNode(browsers::JsonMessage& message, const std::string& id) const;
 
   Kind _kind;
@@ -134,6 +140,7 @@ class ScriptedBrowser {
   bool _hasNews = false;
   bool _announced = false;
   std::size_t _requests = 0;
+  std::size_t _killedAtNode = 0;
   std::deque<std::string> _messages;
   std::map<std::string, std::string> _taken;
 };
