@@ -21,7 +21,8 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_SYNC_PACKAGE_NAME corvane-sync)
 set(CPACK_DEBIAN_SYNC_PACKAGE_SECTION utils)
 # Loaded at its first use, so that no program tells of it.
-set(CPACK_DEBIAN_SYNC_PACKAGE_DEPENDS "libcurl4 | libcurl4t64 | libcurl3-gnutls | libcurl3t64-gnutls")
+set(CPACK_DEBIAN_SYNC_PACKAGE_DEPENDS
+  "libcurl4 | libcurl4t64 | libcurl3-gnutls | libcurl3t64-gnutls, libidn2-0, libsodium23, libsystemd0, libzstd1")
 set(CPACK_DEBIAN_SYNC_PACKAGE_RECOMMENDS ca-certificates)
 set(CPACK_DEBIAN_SYNC_DESCRIPTION "keeps the Corvane browser's bookmarks in step
 corvanetool merges the browser's bookmarks file with those of the user's

@@ -80,6 +80,13 @@ class Layout(Installation):
                          ["corvane-sync.service", "corvane-sync.timer", "corvane-sync@.path"])
 
 
+    def test_the_tool_starts_without_libraries_that_a_quiet_session_does_not_need(self):
+        needed = subprocess.run(["ldd", self.installed("bin", "corvanetool")], check=True, capture_output=True, text=True).stdout
+        self.assertIn("libsqlite3.so", needed)
+        for library in ("libcurl", "libidn2", "libsodium", "libsystemd", "libunistring", "libzstd"):
+            self.assertNotIn(library, needed)
+
+
 class Documents(Installation):
     def files(self, directory, pattern):
         return sorted(pathlib.Path(self.installed(directory)).glob(pattern))

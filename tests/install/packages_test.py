@@ -59,7 +59,7 @@ class Packages(unittest.TestCase):
 
     def test_what_is_loaded_at_its_first_use_is_depended_on_like_what_is_linked(self):
         depends = sh("dpkg-deb", "--field", self.packages["corvane-sync"], "Depends")
-        for library in ("libcurl4", "libsqlite3-0"):
+        for library in ("libcurl4", "libidn2-0", "libsodium23", "libsqlite3-0", "libsystemd0", "libzstd1"):
             self.assertIn(library, depends)
 
     def test_everybody_may_read_and_none_but_root_write_what_was_packed_under_a_closed_umask(self):

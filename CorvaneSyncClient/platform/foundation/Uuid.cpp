@@ -1,15 +1,18 @@
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 
-#include <uuid/uuid.h>
-
 #include <algorithm>
-#include <cstring>
 
 #include "CorvaneSyncClient/platform/foundation/RandomBytes.h"
 
 namespace corvane {
 
 namespace {
+
+constexpr std::size_t kTextLength = 36;
+constexpr std::string_view kUpperDigits = "0123456789ABCDEF";
+constexpr std::string_view kLowerDigits = "0123456789abcdef";
+
+constexpr bool isHyphenAt(std::size_t at) { return at == 8 || at == 13 || at == 18 || at == 23; }
 
 // The system is asked for those of several UUIDs at once: a session that adds everything needs one for each
 // addition.
@@ -37,23 +40,30 @@ std::string newUuidString() {
 }
 
 std::optional<UuidBytes> uuidBytes(std::string_view text) {
-  uuid_t uuid;
-  if (text.size() != UUID_STR_LEN - 1 || uuid_parse_range(text.data(), text.data() + text.size(), uuid) != 0)
-    return std::nullopt;
-  UuidBytes bytes;
-  std::memcpy(bytes.data(), uuid, sizeof uuid);
+  if (text.size() != kTextLength) return std::nullopt;
+  UuidBytes bytes{};
+  std::size_t digits = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (isHyphenAt(at)) {
+      if (text[at] != '-') return std::nullopt;
+      continue;
+    }
+    const std::size_t value = std::min(kUpperDigits.find(text[at]), kLowerDigits.find(text[at]));
+    if (value == std::string_view::npos) return std::nullopt;
+    char& byte = bytes[digits++ / 2];
+    byte = static_cast<char>((static_cast<unsigned char>(byte) << 4) | value);
+  }
   return bytes;
 }
 
 std::string uuidString(const UuidBytes& bytes) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text(UUID_STR_LEN - 1, '-');
-  char* to = text.data();
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) ++to;
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    *to++ = kDigits[byte >> 4];
-    *to++ = kDigits[byte & 0xF];
+  std::string text(kTextLength, '-');
+  std::size_t at = 0;
+  for (const char each : bytes) {
+    if (isHyphenAt(at)) ++at;
+    const auto byte = static_cast<unsigned char>(each);
+    text[at++] = kUpperDigits[byte >> 4];
+    text[at++] = kUpperDigits[byte & 0xF];
   }
   return text;
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 
+#include "CorvaneSyncClient/platform/foundation/LoadedLibrary.h"
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
 
@@ -140,16 +141,25 @@ bool isPort(std::string_view digits) {
   return number <= 65535;
 }
 
+// Of libidn2, whose tables are larger than all else that a run loads, and which few files have a host for.
+struct Idna {
+  static LoadedFunction named(const char* name) { return loadedFunction({"libidn2.so.0"}, name); }
+
+  decltype(&idn2_to_ascii_8z) toAscii = named("idn2_to_ascii_8z");
+  decltype(&idn2_free) release = named("idn2_free");
+};
+
 // The ASCII form of a host (IDNA 2008, RFC 5891, with the mapping of UTS 46); nothing when it has none.
 // Characters that the mapping turns into delimiters would move the host's end, so they count as none.
 std::optional<std::string> asciiHost(std::string_view host) {
   if (isAscii(host)) return std::string(host);
+  static const Idna idna;
   const std::string terminated(host);
   char* mapped = nullptr;
-  const int code = idn2_to_ascii_8z(terminated.c_str(), &mapped, IDN2_NFC_INPUT | IDN2_NONTRANSITIONAL);
+  const int code = idna.toAscii(terminated.c_str(), &mapped, IDN2_NFC_INPUT | IDN2_NONTRANSITIONAL);
   if (code == IDN2_MALLOC) throw std::bad_alloc();
   if (code != IDN2_OK) return std::nullopt;
-  const std::unique_ptr<char, decltype(&idn2_free)> owner(mapped, [](void* memory) { idn2_free(memory); });
+  const std::unique_ptr<char, void (*)(void*)> owner(mapped, idna.release);
   const std::string ascii = mapped;
   const auto mayStand = [](char c) { return isAsciiLetter(c) || isAsciiDigit(c) || isOneOf(c, "-._"); };
   if (ascii.empty() || !std::all_of(ascii.begin(), ascii.end(), mayStand)) return std::nullopt;

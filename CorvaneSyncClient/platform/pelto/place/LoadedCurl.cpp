@@ -1,11 +1,8 @@
 #include <curl/curl.h>
-#include <dlfcn.h>
 
 #include <cstdarg>
-#include <string>
 
-#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/pelto/seal/ServiceLibrary.h"
 
 // The functions of libcurl, which is loaded when the first of them is called. Nobody without an account calls
 // one, and libcurl stands on thirty further libraries: to load and bind them takes longer than a session of a
@@ -18,25 +15,9 @@ namespace corvane {
 
 namespace {
 
-void* load() {
-  // By the names that it has with OpenSSL and with GnuTLS.
-  for (const char* const name : {"libcurl.so.4", "libcurl-gnutls.so.4"}) {
-    if (void* const library = dlopen(name, RTLD_NOW | RTLD_LOCAL)) return library;
-  }
-  throw PlatformException(NSObjectNotAvailableException,
-                          tr("Can't load the library for the online service: %1", dlerror()));
-}
-
-void* library() {
-  static void* const loaded = load();
-  return loaded;
-}
-
-template <typename Function>
-Function* loaded(const char* name) {
-  if (void* const function = dlsym(library(), name)) return reinterpret_cast<Function*>(function);
-  throw PlatformException(NSObjectNotAvailableException,
-                          tr("The library for the online service is too old: %1", dlerror()));
+// By the names that it has with OpenSSL and with GnuTLS.
+LoadedFunction curlFunction(const char* name) {
+  return pelto::serviceFunction({"libcurl.so.4", "libcurl-gnutls.so.4"}, name);
 }
 
 // What a function takes first: `curl_url_get` takes a handle that is const in newer versions.
@@ -48,8 +29,8 @@ First firstOf(Result (*)(First, Others...));
 }  // namespace corvane
 
 // A function of libcurl, found at its first call. In parentheses, since libcurl makes macros of some.
-#define CORVANE_CURL(function)                                                               \
-  static decltype(&(function)) const found = corvane::loaded<decltype(function)>(#function); \
+#define CORVANE_CURL(function)                                                 \
+  static decltype(&(function)) const found = corvane::curlFunction(#function); \
   return found
 
 extern "C" {

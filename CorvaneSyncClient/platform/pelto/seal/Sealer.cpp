@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
+#include "CorvaneSyncClient/platform/pelto/seal/ServiceLibrary.h"
 
 namespace corvane::pelto {
 
@@ -28,12 +29,28 @@ constexpr std::size_t kAround = 1 + kSealNonceBytes + kTagBytes;
 constexpr std::size_t kPadding = 1024;
 constexpr int kCompressionLevel = 3;
 
+struct Zstd {
+  static LoadedFunction named(const char* name) { return serviceFunction({"libzstd.so.1"}, name); }
+
+  decltype(&ZSTD_compressBound) compressBound = named("ZSTD_compressBound");
+  decltype(&ZSTD_compress) compress = named("ZSTD_compress");
+  decltype(&ZSTD_isError) isError = named("ZSTD_isError");
+  decltype(&ZSTD_findFrameCompressedSize) frameSize = named("ZSTD_findFrameCompressedSize");
+  decltype(&ZSTD_getFrameContentSize) contentSize = named("ZSTD_getFrameContentSize");
+  decltype(&ZSTD_decompress) decompress = named("ZSTD_decompress");
+};
+
+const Zstd& zstd() {
+  static const Zstd loaded;
+  return loaded;
+}
+
 // A zstd frame and as many zeros as make the sealed object a multiple of `kPadding`.
 std::string compressedAndPadded(std::string_view contents) {
-  std::string plain(ZSTD_compressBound(contents.size()), '\0');
+  std::string plain(zstd().compressBound(contents.size()), '\0');
   const std::size_t size =
-      ZSTD_compress(plain.data(), plain.size(), contents.data(), contents.size(), kCompressionLevel);
-  if (ZSTD_isError(size)) throw std::bad_alloc();  // the room suffices, so that nothing else is left
+      zstd().compress(plain.data(), plain.size(), contents.data(), contents.size(), kCompressionLevel);
+  if (zstd().isError(size)) throw std::bad_alloc();  // the room suffices, so that nothing else is left
   const std::size_t whole = (size + kAround + kPadding - 1) / kPadding * kPadding;
   plain.resize(size);
   plain.resize(whole - kAround, '\0');
@@ -41,15 +58,15 @@ std::string compressedAndPadded(std::string_view contents) {
 }
 
 std::optional<std::string> decompressed(std::string_view plain, std::size_t mostBytes) {
-  const std::size_t frame = ZSTD_findFrameCompressedSize(plain.data(), plain.size());
-  if (ZSTD_isError(frame)) return std::nullopt;
+  const std::size_t frame = zstd().frameSize(plain.data(), plain.size());
+  if (zstd().isError(frame)) return std::nullopt;
   const std::string_view padding = plain.substr(frame);
   if (padding.find_first_not_of('\0') != std::string_view::npos) return std::nullopt;
-  const unsigned long long size = ZSTD_getFrameContentSize(plain.data(), frame);
+  const unsigned long long size = zstd().contentSize(plain.data(), frame);
   // Also larger than any limit: a size that is unknown, or no frame.
   if (size > mostBytes) return std::nullopt;
   std::string contents(size, '\0');
-  if (ZSTD_decompress(contents.data(), contents.size(), plain.data(), frame) != size) return std::nullopt;
+  if (zstd().decompress(contents.data(), contents.size(), plain.data(), frame) != size) return std::nullopt;
   return contents;
 }
 
