@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <new>
 
 // The tool's `operator new` and `operator delete`.
@@ -18,11 +19,13 @@ namespace {
 constexpr std::size_t kUnit = 16;
 constexpr std::size_t kMostUnits = 16;
 constexpr std::size_t kChunk = 64 * 1024;
-// All chunks lie in one range of addresses, by which they are told from malloc's blocks. Memory comes to it
-// some chunks at a time.
+// All chunks lie in one range of addresses, by which they are told from malloc's blocks. Memory comes to it,
+// as to the largest blocks, in large pages where the system has them: a tree is read in no order of
+// addresses, so that of small pages each costs an interruption first, and then a look through the page tables
+// at a time.
 constexpr std::size_t kAddresses = std::size_t{1} << 34;
-constexpr std::size_t kStep = 16 * kChunk;
-static_assert(kUnit == __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+constexpr std::size_t kStep = 2 * 1024 * 1024;
+static_assert(kStep % kChunk == 0 && kUnit == __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
 struct Dropped {
   Dropped* next;
@@ -50,11 +53,12 @@ void* checked(void* memory) {
 
 void reserve() {
   hasAsked = true;
-  void* const range =
-      mmap(nullptr, kAddresses, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  std::size_t bytes = kAddresses + kStep;
+  void* range = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (range == MAP_FAILED) return;  // as where a limit is set: malloc serves
-  first = static_cast<char*>(range);
+  first = static_cast<char*>(std::align(kStep, kAddresses, range, bytes));
   addresses = kAddresses;
+  madvise(first, addresses, MADV_HUGEPAGE);  // where that fails, small pages serve
 }
 
 // A new chunk for blocks of so many units; false where there is no more of them.
@@ -72,10 +76,21 @@ bool addChunk(std::size_t units) {
   return true;
 }
 
+// The largest blocks, such as the bytes of a file and the tables of all records, malloc maps.
+void* mallocBlock(std::size_t size) {
+  void* const block = checked(std::malloc(size));
+  void* inner = block;
+  std::size_t left = size;
+  if (size >= 2 * kStep && std::align(kStep, kStep, inner, left)) {
+    madvise(inner, left / kStep * kStep, MADV_HUGEPAGE);
+  }
+  return block;
+}
+
 }  // namespace
 
 void* operator new(std::size_t size) {
-  if (size > kMostUnits * kUnit) return checked(std::malloc(size));
+  if (size > kMostUnits * kUnit) return mallocBlock(size);
   const std::size_t units = size == 0 ? 1 : (size + kUnit - 1) / kUnit;
   Blocks& own = blocks[units];
   if (Dropped* const block = own.dropped) {
