@@ -8,8 +8,9 @@
 A translation has the placeholders of its text and its `commands`, a counted text all plural forms of the language. How
 texts are written in the sources, and found in the tables, says CorvaneSyncClient/platform/system/Messages.h.
 
-What is thrown is shown to a person, so that its words come from the tables, too: in a `throw`, and in a call of a function
-that never returns, words stand in a text alone. LOGGED names the places whose exceptions nobody shows.
+What is thrown is shown to a person, and so is what is printed, so that its words come from the tables, too: in a `throw`, in
+a call of a function that never returns, and in one that writes to the terminal, words stand in a text alone. LOGGED names the
+places whose exceptions nobody shows. An exception goes into a text as its `message`, for its `reason` is English.
 """
 
 import collections
@@ -21,21 +22,24 @@ LANGUAGES = {"en": ("one", "other"), "de": ("one", "other"), "es": ("one", "othe
 SOURCES = ("CorvaneSyncClient", "tools", "browsers")
 MECHANISM = "CorvaneSyncClient/platform/system/Messages"
 
-# Their exceptions reach the logs alone, which are in English: those of sessions, of the server while it serves, of a browser's
-# messages, and what the lowest room says, which knows no tables.
-LOGGED = tuple(f"CorvaneSyncClient/{room}/" for room in (
-    "front", "model", "session", "store", "platform/foundation", "platform/loomer/api", "platform/loomer/session",
-    "platform/system/locks")) + tuple(f"tools/corvane-hub/{source}" for source in (
-        "Connection", "FolderWatch", "HubServer", "Listeners", "ObjectFiles", "TlsCertificate")) + ("browsers/host/",)
+# Their exceptions reach the logs alone, which are in English: those of the server while it serves, and of a browser's messages.
+LOGGED = tuple(f"tools/corvane-hub/{source}" for source in (
+    "Connection", "FolderWatch", "HubServer", "Listeners", "ObjectFiles", "TlsCertificate")) + ("browsers/host/",)
 # What they say is a programmer's fault, or is caught by those who throw it.
 UNSHOWN = ("NSInvalidArgumentException", "NoJournal", "OutputClosed", "failForm")
+# How a program writes to its terminal, in the programs that have texts in the user's language.
+PRINTS = r"\b(?:out|err|_out|output)\.write\s*\(|\b(?:std::)?(?:fputs|puts|printf|fprintf|print|writeMessage|complain)\s*\(|\bstd::c(?:out|err)\b"
+PRINTING = ("tools/", "browsers/")
 
 COMMENT = re.compile(r'("(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)*\')|//[^\n]*|/\*.*?\*/', re.DOTALL)
-CALL = re.compile(r"(?<![.>\w])(tr|counted|TextKey|MessageText<\d>)\s*\(")
+CALL = re.compile(r"(?<![.>\w])(tr|counted|Message(?:\s+\w+)?|TextKey|MessageText<\d>)\s*\(")
 LITERAL = re.compile(r'\s*"((?:[^"\\\n]|\\.)*)"')
 ESCAPE = re.compile(r"\\(u[0-9A-Fa-f]{4}|.)")
+OTHER_TABLE = re.compile(r"\blocalized\s*\(")  # by keys of other tables
+INCLUDE = re.compile(r'#include "([^"]+)"')
 NEVER_RETURNS = re.compile(r"\[\[noreturn\]\][^;{]*?\b(\w+)\s*\(")
 WORDS = re.compile(r"[A-Za-z]{2,}[^A-Za-z]* [^A-Za-z]*[A-Za-z]|[A-Za-z]{2,} $|^ [A-Za-z]{2,}")
+PROGRAM = re.compile(r"[ /]*(?:loomerctl|corvanetool|corvane-hub) ")  # what one types is the same in every language
 PLACEHOLDER = re.compile(r"%[1-9]")
 COMMAND = re.compile(r"`[^`]*`")
 
@@ -99,17 +103,16 @@ def end_of_call(code, at):
     return at
 
 
-def shown_untranslated(code, name, never_return):
-    """The words in what is thrown that stand in no text."""
-    thrower = re.compile(r"\bthrow\s+[\w:]+\s*[({]|\b(?:%s)\s*\(" % "|".join(never_return or ("throw",)))
-    for call in thrower.finditer(code):
+def shown_untranslated(code, name, shows):
+    """The words in what is shown, by calls that match `shows`, that stand in no text."""
+    for call in re.finditer(shows, code):
         arguments = code[call.start() : end_of_call(code, call.end())]
         if any(word in arguments for word in UNSHOWN):
             continue
-        while text := CALL.search(arguments):
+        while text := CALL.search(arguments) or OTHER_TABLE.search(arguments):
             arguments = arguments[: text.start()] + arguments[end_of_call(arguments, text.end()) :]
         for literal in LITERAL.finditer(arguments):
-            if WORDS.search(literal[1]):
+            if WORDS.search(literal[1]) and not PROGRAM.match(literal[1]):
                 yield f'{name}:{code.count(chr(10), 0, call.start()) + 1}: "{literal[1]}" is shown and stands in no table'
 
 
@@ -121,13 +124,19 @@ def sources(root):
             yield name, COMMENT.sub(lambda m: m[1] or "\n" * m[0].count("\n"), source.read_text(encoding="utf-8"))
 
 
-def problems_of_exceptions(root):
+def problems_of_shown(root):
     codes = dict(sources(root))
     for name, code in codes.items():
-        if name.startswith(LOGGED):
-            continue
-        header = codes.get(re.sub(r"\.cpp$", ".h", name), "")
-        yield from shown_untranslated(code, name, sorted({*NEVER_RETURNS.findall(code), *NEVER_RETURNS.findall(header)}))
+        if not name.startswith(LOGGED):
+            # What it declares itself, and what it includes.
+            known = [code, *(codes.get(header, "") for header in INCLUDE.findall(code))]
+            never_return = {function for each in known for function in NEVER_RETURNS.findall(each)} | {"throw"}
+            yield from shown_untranslated(code, name, rf"\bthrow\s+[\w:]+\s*[({{]|\b(?:{'|'.join(sorted(never_return))})\s*\(")
+        if name.startswith(PRINTING):
+            yield from shown_untranslated(code, name, PRINTS)
+        for call in CALL.finditer(code):
+            if re.search(r"\breason\(\)", code[call.start() : end_of_call(code, call.end())]):
+                yield f"{name}:{code.count(chr(10), 0, call.start()) + 1}: a reason is English; `message` is what a text takes"
 
 
 def used_texts(root):
@@ -268,7 +277,7 @@ def main():
     try:
         used = used_texts(root)
         problems = [problem for text in used.values() for problem in problems_of_text(text)]
-        problems += problems_of_exceptions(root)
+        problems += problems_of_shown(root)
         for language in LANGUAGES:
             path = root / "resources" / f"{language}.lproj" / "Messages.strings"
             if "--update" in sys.argv:

@@ -51,9 +51,9 @@ std::unique_ptr<CorvaneSyncManager> CorvaneSyncManager::initWithClientId(const S
   std::unique_ptr<CorvaneSyncManager> manager(new CorvaneSyncManager(clientId));
   const std::optional<std::string> fileName = fileNameForClientId(clientId);
   if (!fileName) {
-    systemLog(
-        "Corvane Sync Client - asked to sync client id %@, but com.keldra.Corvane(.afilename) is required",
-        clientId);
+    reportProblem(Message(
+        "Corvane Sync Client - asked to sync client id %1, but com.keldra.Corvane(.afilename) is required",
+        format("%@", clientId)));
     return nullptr;
   }
   if (!manager->_findOrMakeBookmarksFile(inDirectory, *fileName)) return nullptr;
@@ -73,7 +73,8 @@ bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, 
   if (file ? file->kind == FileKind::regular : !isNothingThere(error)) return true;
   const bool isSpecial = file && file->kind == FileKind::other;
   if (isSpecial) {
-    systemLog("Can't sync bookmarks file %@: it is not a regular file; syncing bookmarks will fail", path);
+    reportProblem(
+        Message("Can't sync bookmarks file %1: it is not a regular file; syncing bookmarks will fail", path));
   }
   if (_clientId != kMainClientId) {
     SCLog("No Test Corvane Sync Client for %@, file %@ does not exist", _clientId, path);
@@ -88,12 +89,13 @@ bool CorvaneSyncManager::_findOrMakeBookmarksFile(const std::string& directory, 
 void CorvaneSyncManager::_reportMissingFile(const std::string& path, const std::string& fileName,
                                             bool isDirectory) {
   if (fileName.empty()) {
-    systemLog("Can't sync client %@: it names no bookmarks file", _clientId);
+    reportProblem(Message("Can't sync client %1: it names no bookmarks file", _clientId.view()));
   } else if (isDirectory) {
-    systemLog("Can't sync client %@: its bookmarks file %@ is a directory", _clientId, path);
+    reportProblem(
+        Message("Can't sync client %1: its bookmarks file %2 is a directory", _clientId.view(), path));
   } else {
-    systemLog("Can't sync client %@: its bookmarks file %@ does not exist. %@", _clientId, path,
-              howToMakeBookmarksFile(path));
+    reportProblem(Message("Can't sync client %1: its bookmarks file %2 does not exist. %3", _clientId.view(),
+                          path, howToMakeBookmarksFile(path)));
   }
 }
 
@@ -104,13 +106,14 @@ bool CorvaneSyncManager::_makeDirectory(const std::string& directory) {
   if (!files.makeDirectory(directory, kDefaultDirectoryMode)) return true;
   if (const auto attributes = files.attributesIfKnown(directory)) {
     if (attributes->kind == FileKind::directory) return true;
-    systemLog(
-        "CorvaneSyncManager couldn't create directory %@ because a file with that name already exists; "
-        "syncing bookmarks will fail",
-        directory);
+    reportProblem(
+        Message("CorvaneSyncManager couldn't create directory %1 because a file with that name already "
+                "exists; syncing bookmarks will fail",
+                directory));
     return false;
   }
-  systemLog("CorvaneSyncManager failed to create directory %@; syncing bookmarks will fail", directory);
+  reportProblem(
+      Message("CorvaneSyncManager failed to create directory %1; syncing bookmarks will fail", directory));
   return false;
 }
 
@@ -119,7 +122,7 @@ void CorvaneSyncManager::_makeBookmarksFile(const std::string& path) {
   const std::error_code error =
       Platform::current().files.writeNewAtomically(path, writeXmlPropertyList(Dictionary()));
   if (error && error != std::errc::file_exists)
-    systemLog("Could not make bookmarks file %@: %@", path, error.message());
+    reportProblem(Message("Could not make bookmarks file %1: %2", path, error.message()));
 }
 
 bool CorvaneSyncManager::sync() {
@@ -131,7 +134,7 @@ bool CorvaneSyncManager::sync() {
   if (succeeded) {
     _notifyInterestedParties();
   } else {
-    systemLog(kSessionFailed, driver->lastError());
+    reportProblem(Message(kSessionFailed, driver->lastError()));
   }
   return succeeded;
 }
@@ -249,7 +252,8 @@ Date CorvaneSyncManager::saveBookmarks(const BookmarkMap& bookmarks, bool /*chec
     traced = _tracedContents(*map);
   }
   SCLog("%@ - Could not save bookmarks file, giving up", _clientId);
-  throw PlatformException("CorvaneSyncClientSaveException", "Could not save bookmarks file after sync");
+  throw PlatformException("CorvaneSyncClientSaveException",
+                          Message("Could not save bookmarks file after sync"));
 }
 
 void CorvaneSyncManager::_notifyInterestedParties() {

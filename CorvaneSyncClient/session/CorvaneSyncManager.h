@@ -15,8 +15,8 @@ class CorvanePlistManager;
 class SessionDriverController;
 
 /// What the system log says of a session that failed, with the engine's error in it.
-inline constexpr const char* kSessionFailed =
-    "Corvane Sync Client got the following error when attempting a sync: %@";
+inline constexpr MessageText<1> kSessionFailed =
+    MessageText<1>("Corvane Sync Client got the following error when attempting a sync: %1");
 
 /// Drives one bookmarks sync run of one client id: reads and checks the browser's file, runs one session of
 /// the sync engine over it, and writes the merged bookmarks back when the session's data source asks for it.

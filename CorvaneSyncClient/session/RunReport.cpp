@@ -2,7 +2,7 @@
 
 #include <exception>
 #include <new>
-#include <string_view>
+#include <string>
 
 #include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
@@ -18,11 +18,8 @@ loomer::FailedRuns failedRuns() {
 }
 
 // The engine's error by itself, where the message is about a session.
-std::string causeIn(std::string_view message) {
-  std::string_view before = kSessionFailed;
-  before.remove_suffix(std::string_view("%@").size());
-  if (message.starts_with(before)) message.remove_prefix(before.size());
-  return std::string(message);
+const Message& causeIn(const Message& message) {
+  return message.english == kSessionFailed.english() ? message.values.front() : message;
 }
 
 }  // namespace
@@ -37,17 +34,19 @@ void RunReport::raised() noexcept {
     try {
       throw;
     } catch (const std::bad_alloc&) {
-      note("There was not enough memory.");
+      note(Message("There is not enough memory."));
+    } catch (const PlatformException& exception) {
+      note(exception.message());
     } catch (const std::exception& exception) {
-      note(exception.what());
+      note(std::string(exception.what()));
     } catch (...) {
-      note("An exception of an unknown kind.");
+      note(Message("an exception of an unknown kind."));
     }
   } catch (...) {
     SCLog("There was no memory to note why the run failed");
   }
 }
 
-void RunReport::note(const std::string& cause) const { failedRuns().note(_clientId, cause); }
+void RunReport::note(const Message& cause) const { failedRuns().note(_clientId, cause); }
 
 }  // namespace corvane

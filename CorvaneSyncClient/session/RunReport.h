@@ -20,7 +20,7 @@ class RunReport {
   void raised() noexcept;
 
  private:
-  void note(const std::string& cause) const;
+  void note(const Message& cause) const;
 
   String _clientId;
   LogListener _log{LogListener::Passing::on};

@@ -19,7 +19,7 @@ constexpr double kMicrosecondsPerSecond = 1'000'000;
 constexpr int kWriteTries = 3;
 constexpr double kSecondsBetweenWriteTries = 1.0;
 
-PlatformException notAvailable(std::string reason) {
+PlatformException notAvailable(Message reason) {
   return PlatformException(NSObjectNotAvailableException, std::move(reason));
 }
 
@@ -176,7 +176,7 @@ bool CorvaneFileLocker::makeLockDirectory() {
       Platform::current().files.makeDirectory(lockDirectoryPath(), kDefaultDirectoryMode);
   if (!error) return true;
   if (error == std::errc::file_exists) return false;
-  throw notAvailable(format("Can't get write lock on %@: %s", _path, error.message()));
+  throw notAvailable(Message("Can't get write lock on %1: %2", _path, error.message()));
 }
 
 // Before the timeout: a dead holder's lock is to be broken at once, anyone else's is waited for.
@@ -270,7 +270,7 @@ void CorvaneFileLocker::writeLockFile() {
     systemLog("Ignoring exception %@ trying to remove lock after failing to write file: %@", exception.name(),
               exception.reason());
   }
-  throw notAvailable(format("Could not write lock info file for file in %@", _path));
+  throw notAvailable(Message("Could not write lock info file for file in %1", _path));
 }
 
 // Whether "details.plist" was written and can be read back. The system log says which file was not, and why.
@@ -316,7 +316,7 @@ std::optional<FileIdentity> CorvaneFileLocker::standingLock() const {
 }
 
 PlatformException CorvaneFileLocker::cannotRemove() const {
-  return notAvailable(format("Can't remove existing lock for %@", _path));
+  return notAvailable(Message("Can't remove existing lock for %1", _path));
 }
 
 void CorvaneFileLocker::removeLockFile() { removeLock(standingLock()); }
@@ -366,7 +366,7 @@ bool CorvaneFileLocker::isOwnLock(const Dictionary& lockDictionary) const {
 
 void CorvaneFileLocker::refresh() {
   if (!_locked) {
-    throw notAvailable(format("Cannot refresh lock for file in %@, lock is not currently held", _path));
+    throw notAvailable(Message("Cannot refresh lock for file in %1, lock is not currently held", _path));
   }
   std::error_code error;  // one that cannot be held is looked at all the same
   const auto hold = Platform::current().files.hold(lockDirectoryPath(), error);

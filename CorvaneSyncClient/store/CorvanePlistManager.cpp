@@ -40,12 +40,12 @@ const Value* numberIn(const Dictionary& dictionary, const char* key) {
   return value && value->isNumber() ? value : nullptr;
 }
 
-void reportUnreadable(const std::string& path, const std::string& cause) {
-  systemLog("Could not read bookmarks file %@: %@", path, cause);
+void reportUnreadable(const std::string& path, const Message& cause) {
+  reportProblem(Message("Could not read bookmarks file %1: %2", path, cause));
 }
 
-void reportUnwritable(const std::string& path, const std::string& cause) {
-  systemLog("Could not write bookmarks file %@: %@", path, cause);
+void reportUnwritable(const std::string& path, const Message& cause) {
+  reportProblem(Message("Could not write bookmarks file %1: %2", path, cause));
 }
 
 // The dictionary that a file's bytes hold; nothing, with the cause in the system log, when they hold none.
@@ -53,9 +53,9 @@ std::optional<Dictionary> dictionaryIn(std::string_view contents, const std::str
   try {
     const Value top = readPropertyList(contents);
     if (const Dictionary* dictionary = top.as<Dictionary>()) return *dictionary;
-    reportUnreadable(path, format("it holds a value of type %@ in place of a dictionary", top.typeName()));
+    reportUnreadable(path, Message("it holds a value of type %1 in place of a dictionary", top.typeName()));
   } catch (const PropertyListException& exception) {
-    reportUnreadable(path, exception.reason());
+    reportUnreadable(path, exception.message());
   }
   return std::nullopt;
 }
@@ -67,7 +67,7 @@ std::optional<std::string> serialized(const Dictionary* bookmarks, const std::st
   try {
     return writeBinaryPropertyList(*bookmarks);
   } catch (const PropertyListException& exception) {
-    reportUnwritable(path, exception.reason());
+    reportUnwritable(path, exception.message());
     return std::nullopt;
   }
 }
@@ -78,7 +78,7 @@ bool isWritten(const std::error_code& error, const std::string& path) {
   if (!error) return true;
   if (error.category() == notDurableCategory()) {
     throw PlatformException(NSGenericException,
-                            format("Could not write bookmarks file %@: %@", path, error.message()));
+                            Message("Could not write bookmarks file %1: %2", path, error.message()));
   }
   reportUnwritable(path, error.message());
   return false;
@@ -92,8 +92,8 @@ void postChange() {
 
 }  // namespace
 
-std::string howToMakeBookmarksFile(const std::string& path) {
-  return "A file without bookmarks is made by: echo '{}' > \"" + path + '"';
+Message howToMakeBookmarksFile(const std::string& path) {
+  return Message("A file without bookmarks is made by: echo '{}' > \"%1\"", path);
 }
 
 CorvanePlistManager::CorvanePlistManager(std::string directory, std::string filename)
@@ -126,7 +126,8 @@ std::optional<Dictionary> CorvanePlistManager::dictionary() {
     reportUnreadable(_path, error.message());
   } else if (contents.empty()) {
     // Not a file that lost everything: nobody writes an empty property list that way.
-    reportUnreadable(_path, "it is empty, which is no property list. " + howToMakeBookmarksFile(_path));
+    reportUnreadable(
+        _path, sentences(Message("it is empty, which is no property list."), howToMakeBookmarksFile(_path)));
   } else {
     _dictionary = dictionaryIn(contents, _path);
   }

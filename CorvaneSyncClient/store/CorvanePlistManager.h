@@ -11,7 +11,7 @@
 namespace corvane {
 
 /// A sentence for people on how to make a bookmarks file at `path`.
-std::string howToMakeBookmarksFile(const std::string& path);
+Message howToMakeBookmarksFile(const std::string& path);
 
 /// Reads and saves one bookmarks file, whose contents are opaque here.
 ///

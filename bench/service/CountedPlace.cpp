@@ -53,7 +53,7 @@ class CountedPlace : public Place {
     _counts.removed += sizeOf(names);
   }
 
-  std::string description() const override { return _place->description(); }
+  Message description() const override { return _place->description(); }
 
  private:
   std::unique_ptr<Place> _place;

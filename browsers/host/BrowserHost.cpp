@@ -110,7 +110,7 @@ void BrowserHost::open(const Hello& hello) {
   } catch (const MessageProblem&) {
     throw;
   } catch (const PlatformException& exception) {
-    setProblem(exception.reason(), {});
+    setProblem(tr(exception.message()), {});
   }
 }
 
@@ -212,7 +212,7 @@ void BrowserHost::sync() {
   } catch (const MessageProblem&) {
     throw;
   } catch (const PlatformException& exception) {
-    setProblem(exception.reason(), tr("Run `loomerctl status` in a terminal."));
+    setProblem(tr(exception.message()), tr("Run `loomerctl status` in a terminal."));
   }
   _isSyncing = false;
   if (_problem) return;
@@ -268,10 +268,10 @@ bool BrowserHost::runSession(std::map<RootKind, std::string> roots) {
   const auto driver = LoomerSessionDriver::sessionDriverWithDataSource(client);
   RunReport report(identifier());
   const bool succeeded = driver->sync();
-  if (!succeeded) systemLog(kSessionFailed, driver->lastError());
+  if (!succeeded) reportProblem(Message(kSessionFailed, driver->lastError()));
   report.ended(succeeded);
   if (!succeeded) {
-    setProblem(driver->lastError().toString(), tr("Run `loomerctl status` in a terminal."));
+    setProblem(tr(driver->lastError()), tr("Run `loomerctl status` in a terminal."));
     return false;
   }
   _pushed += std::exchange(_edits, 0);

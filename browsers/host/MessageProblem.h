@@ -10,7 +10,7 @@ namespace corvane::browsers {
 /// A message of the extension that cannot be used. It ends the connection; nothing has been done for it.
 class MessageProblem : public PlatformException {
  public:
-  explicit MessageProblem(std::string reason)
+  explicit MessageProblem(Message reason)
       : PlatformException("CorvaneBrowserMessageException", std::move(reason)) {}
 };
 

@@ -12,6 +12,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "browsers/BrowserNames.h"
 #include "browsers/host/BrowserHost.h"
@@ -103,10 +104,11 @@ int runUntilInputEnds() {
 
 // Started by a browser for one of its profiles, and ended by it.
 int main(int argc, char** argv) {
+  const corvane::PlatformScope services(corvane::linuxPlatform());
   if (!corvane::browsers::isStartedByOwnExtension(argc, argv)) {
-    std::fputs(
-        "corvane-browser-host is started by a browser, for its own extension: corvane-browser-host(1)\n",
-        stderr);
+    const std::string problem = corvane::tr(
+        "corvane-browser-host is started by a browser, for its own extension: corvane-browser-host(1)");
+    std::fputs((problem + '\n').c_str(), stderr);
     return 2;
   }
   // The account's key passes through where sessions exchange with the online service. Cannot fail with this
@@ -114,6 +116,5 @@ int main(int argc, char** argv) {
   prctl(PR_SET_DUMPABLE, 0);
   // A browser that is gone is noticed when writing to it fails. Cannot fail for this signal.
   std::signal(SIGPIPE, SIG_IGN);
-  const corvane::PlatformScope services(corvane::linuxPlatform());
   return corvane::browsers::runUntilInputEnds();
 }

@@ -79,6 +79,13 @@ TEST_F(Languages, SayWhatIsWrongWithTheStore) {
   EXPECT_THAT(in("de_DE.UTF-8", {"tree"}).err, HasSubstr("er hat die Version 99"));
 }
 
+TEST_F(Languages, NameSessionsAndTheirKinds) {
+  seed();
+  EXPECT_THAT(in("de_DE.UTF-8", {"sessions"}).out, HasSubstr("  Auffrischung  "));
+  EXPECT_THAT(in("de_DE.UTF-8", {"changes"}).out, HasSubstr("Sitzung 1  "));
+  EXPECT_THAT(in("de_DE.UTF-8", {"changes"}).out, HasSubstr("(Auffrischung)\n"));
+}
+
 TEST_F(Languages, LeaveWhatProgramsReadAlone) {
   seed();
   const std::string english = in("C", {"changes", "--json"}).out;

@@ -99,6 +99,27 @@ class StatusTest(unittest.TestCase):
         again = self.sync_of(FIRST)
         self.assertEqual((again["failedInARow"], again["failedRuns"], again["cause"]), (0, 2, None))
 
+    def test_causes_are_told_in_the_language_of_who_reads_them(self):
+        self.first_sync()
+        good = self.home.root(FIRST)
+        with open(self.home.bookmarks(FIRST), "wb") as file:
+            file.write(b"bplist00" + b"\0" * 40)
+        self.must_fail()
+        english = self.sync_of(FIRST)["cause"]
+        self.assertIn("binary property list, offset 22: offsets must take 1 to 8 bytes", english)
+        causes = {"de_DE.UTF-8": "binäre Property-Liste, Position 22: Positionsangaben müssen 1 bis 8 Bytes haben",
+                  "fr_FR.UTF-8": "liste de propriétés binaire, position 22 : les positions doivent occuper de 1 à 8 octets",
+                  "es_ES.UTF-8": "lista de propiedades binaria, posición 22: las posiciones deben ocupar de 1 a 8 bytes",
+                  "ja_JP.UTF-8": "バイナリ形式のプロパティリスト、オフセット 22: オフセットは 1～8 バイトでなければなりません"}
+        for known_by in ("the file", "the note of the run that failed"):
+            for locale, cause in causes.items():
+                with self.subTest(known_by=known_by, locale=locale):
+                    self.home.environment["LC_ALL"] = locale
+                    text = self.home.control("status")[1]
+                    self.assertIn(cause.replace(" ", ""), re.sub(r"\s", "", text))  # lines end anywhere
+                    self.assertEqual(self.sync_of(FIRST)["cause"], english, "programs read English")
+            write(self.home.bookmarks(FIRST), good)
+
     def test_failed_first_run_is_told_though_there_is_no_store(self):
         with open(self.home.bookmarks(FIRST), "w", encoding="utf-8"):
             pass
@@ -255,6 +276,10 @@ class StatusTest(unittest.TestCase):
         concern = self.concern()
         self.assertIn("synced on this computer alone", concern["text"])
         self.assertEqual(concern["commands"], ["loomerctl account test"])
+        self.home.environment["LC_ALL"] = "de_DE.UTF-8"
+        german = re.sub(r"\s+", " ", self.home.control("status")[1])
+        self.assertIn(f"in Verzeichnis {place} ist nicht möglich: ", german)
+        del self.home.environment["LC_ALL"]
         away = self.status(NOT_WELL)["service"]
         self.assertEqual((away["waiting"], away["failedInARow"]), (1, 1))
         self.assertIsNotNone(away["failingSince"])

@@ -63,10 +63,10 @@ def system_log_lines():
     for directory, _, names in os.walk(os.path.join(ROOT, "CorvaneSyncClient")):
         for name in names:
             with open(os.path.join(directory, name), encoding="utf-8") as file:
-                calls = re.findall(r'systemLog\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)', file.read())
+                calls = re.findall(r'(?:systemLog|reportProblem)\(\s*(?:Message\(\s*)?((?:"(?:[^"\\]|\\.)*"\s*)+)', file.read())
             for call in calls:
                 text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', call)).replace('\\"', '"')
-                lines.add(re.sub(r"%[@sd]", "–", text))
+                lines.add(re.sub(r"%[@sd1-9]", "–", text))
     return sorted(lines)
 
 

@@ -69,7 +69,7 @@ class ScriptedLoomer : public LoomerManager {
     void _setClient(LoomerClient* client) override { _client = client; }
     LoomerClient* client() override { return _client; }
     bool sync() override { return _loomer.script(_dataSource, *this); }
-    String lastError() override { return _loomer.lastError; }
+    Message lastError() override { return _loomer.lastError.toString(); }
 
    private:
     ScriptedLoomer& _loomer;

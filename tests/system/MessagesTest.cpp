@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tests/fakes/FakePlatform.h"
 
@@ -52,6 +53,25 @@ TEST_F(Messages, StayEnglishWhereTheTableLacksThem) {
   EXPECT_EQ(tr("Nothing was changed."), "Nothing was changed.");
   EXPECT_EQ(counted(1, "%1 dog", "%1 dogs"), "1 dog");
   EXPECT_EQ(counted(2, "%1 dog", "%1 dogs"), "2 dogs");
+}
+
+TEST_F(Messages, MadeBeforeTheLanguageIsKnownAreSaidInIt) {
+  const PlatformException exception(
+      "AName", Message("%1 ate %2.", Message::counted(1, "%1 cat in %2", "%1 cats in %2", "Ulm"), 1234U));
+  EXPECT_EQ(exception.reason(), "1 cat in Ulm ate 1,234.");
+  EXPECT_EQ(exception.what(), exception.reason());
+  speak("de");
+  EXPECT_EQ(tr(exception.message()), "<1.234> was eaten by <(one) 1 in Ulm>.");
+  EXPECT_EQ(tr("%1 ate %2.", "Ada", exception.message()),
+            "<<1.234> was eaten by <(one) 1 in Ulm>.> was eaten by <Ada>.");
+  EXPECT_EQ(exception.reason(), "1 cat in Ulm ate 1,234.") << "for logs";
+}
+
+TEST_F(Messages, ThatAreNoTextsAreTheSameInEveryLanguage) {
+  speak("de");
+  EXPECT_EQ(tr(Message(std::string("%1 ate %2."))), "%1 ate %2.");
+  EXPECT_EQ(tr(sentences(Message(), Message("%1 ate %2.", "Ada", "it"))), "<it> was eaten by <Ada>.");
+  EXPECT_EQ(tr(sentences(Message("One."), Message("Two."))), "One. Two.");
 }
 
 TEST_F(Messages, SayTheirLanguageAsATag) {

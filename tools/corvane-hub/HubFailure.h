@@ -12,7 +12,7 @@ namespace corvane::hubserver {
 /// What the server or a command cannot do, and why, in a sentence for whoever runs the server.
 class HubFailure : public PlatformException {
  public:
-  explicit HubFailure(std::string reason) : PlatformException("CorvaneHubFailure", std::move(reason)) {}
+  explicit HubFailure(Message reason) : PlatformException("CorvaneHubFailure", std::move(reason)) {}
   /// `what` failed, such as "PATH cannot be opened", for a cause of the system's.
   HubFailure(const std::string& what, std::error_code cause)
       : PlatformException("CorvaneHubFailure", tr("%1: %2", what, cause.message())), _cause(cause) {}

@@ -36,7 +36,7 @@ Answer ask(const Account& account) {
     pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
     return {account.membership.enabled.contains(LoomerDataClass_Bookmarks.toString()), {}};
   } catch (const PlatformException& exception) {
-    return {std::nullopt, exception.reason()};
+    return {std::nullopt, tr(exception.message())};
   }
 }
 
@@ -51,7 +51,7 @@ std::optional<Account> accountBefore(Output& out) {
   try {
     return pelto::userAccount();
   } catch (const PlatformException& exception) {
-    out.write(tr("The earlier account is replaced unread: %1", printable(exception.reason())) + '\n');
+    out.write(tr("The earlier account is replaced unread: %1", printable(tr(exception.message()))) + '\n');
     return std::nullopt;
   }
 }
@@ -90,7 +90,7 @@ Status setAccount(Invocation& run) {
   Account account = isSame ? *before : newAccountAt(text, {});
   account.membership.credentials = std::move(credentials);
   const auto place = pelto::placeOf(account, kPlaceSeconds);
-  run.out.write(tr("Trying %1.", printable(place->description())) + '\n');
+  run.out.write(tr("Trying %1.", printable(tr(place->description()))) + '\n');
   run.out.flush();
   if (!isSame) tryPlace(run, account);
   commitsOf(account, *place);
@@ -118,7 +118,7 @@ Status showAccount(Invocation& run) {
   const Answer answer = ask(account);
   const auto kept = pelto::userAccount();  // the service's answer is recorded there
   const std::optional<Date> reached = kept ? kept->reached : std::nullopt;
-  const std::string service = pelto::parsePlaceAddress(account.url).description();
+  const std::string service = tr(pelto::parsePlaceAddress(account.url).description());
   if (run.options.json) {
     JsonWriter json(run.out);
     json.beginObject();

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "CorvaneSyncClient/platform/system/LogListener.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 
@@ -26,9 +27,9 @@ void readAsASession(const String& client, BookmarksFile& file) {
       file.isOfOldVersion = manager->isOfOldVersion();
       return;
     }
-    file.problem = log.lastMessage();
+    file.problem = tr(log.lastMessage());
   } catch (const PlatformException& exception) {
-    file.problem = exception.reason();
+    file.problem = tr(exception.message());
   }
 }
 

@@ -62,7 +62,7 @@ void tellOfNewKey(Invocation& run, const Account& account, const Roster& roster)
   } catch (const PlatformException& exception) {
     // It leads to the earlier key, which lets nobody in.
     writeMessage(run.err,
-                 tr("The passphrase from before can't be removed from the place: %1", exception.reason()));
+                 tr("The passphrase from before can't be removed from the place: %1", exception.message()));
   }
 }
 

@@ -101,10 +101,10 @@ class Concerns {
     if (isRefusal || isOfFile) return;
     add("failing", true,
         view.failed.inARow == 1
-            ? tr("The last run of %1 failed: %2", nameText(view), printable(view.failed.cause.view()))
+            ? tr("The last run of %1 failed: %2", nameText(view), printable(tr(view.failed.cause)))
             : tr("The last %1 runs of %2 failed, the first on %3: %4",
                  static_cast<std::size_t>(view.failed.inARow), nameText(view), timeText(view.failed.since),
-                 printable(view.failed.cause.view())),
+                 printable(tr(view.failed.cause))),
         {{syncCommand(view), tr("tries again")}});
   }
 
@@ -119,7 +119,7 @@ class Concerns {
     if (!service.isOn || service.failed.inARow == 0) return;
     add("service", true,
         tr("Bookmarks are synced on this computer alone since %1, not with the online service: %2",
-           timeText(service.failed.since), printable(service.failed.cause.view())),
+           timeText(service.failed.since), printable(tr(service.failed.cause))),
         {{"loomerctl account test", tr("says what is wrong")}});
   }
 

@@ -166,7 +166,7 @@ Status showDiff(Invocation& run) {
   } catch (const DamagedStoreException&) {
     throw;
   } catch (const PlatformException& exception) {
-    run.err.write("loomerctl: " + printable(exception.reason()) + '\n');
+    run.err.write("loomerctl: " + printable(tr(exception.message())) + '\n');
     return statusUsage;
   }
   if (run.options.json) {

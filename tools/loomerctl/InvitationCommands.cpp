@@ -69,7 +69,7 @@ Status keepJoined(Invocation& run, const Account& account) {
   pelto::noteAccountReached(pelto::userAccountPath(), account, Platform::current().clock.now());
   adaptUnitsToAccount();
   run.out.write(tr("This computer has joined the account at %1.",
-                   printable(pelto::parsePlaceAddress(account.url).description())) +
+                   printable(tr(pelto::parsePlaceAddress(account.url).description()))) +
                 '\n' + tr("`corvanetool --register` switches bookmarks on.") + '\n');
   return statusFine;
 }

@@ -229,7 +229,7 @@ constexpr TextKey kStatuses = TextKey(
 // A sentence.
 class UsageError : public PlatformException {
  public:
-  explicit UsageError(std::string reason) : PlatformException("LoomerctlUsageError", std::move(reason)) {}
+  explicit UsageError(Message reason) : PlatformException("LoomerctlUsageError", std::move(reason)) {}
 };
 
 bool takesSeveral(const Command& command) { return std::string_view(command.argument).ends_with("..."); }
@@ -412,7 +412,9 @@ bool isForClients(const Command& command) {
   return std::find(std::begin(kNames), std::end(kNames), command.name) != std::end(kNames);
 }
 
-Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& err) {
+// `forPrograms` is filled where programs read what the command says, its failure included.
+Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& err,
+                std::optional<EnglishScope>& forPrograms) {
   if (arguments.empty()) {
     writeHelp(err);
     return statusUsage;
@@ -432,7 +434,6 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
   }
   if (!command) throw UsageError{unknownCommand(arguments[0])};
   Invocation run{Arguments(*command, arguments).read(), out, err};
-  std::optional<EnglishScope> forPrograms;
   if (run.options.json) forPrograms.emplace();
   std::optional<Pager> pager;
   if (command->options & paged && !run.options.json) pager.emplace(out);
@@ -453,22 +454,23 @@ Status complain(Output& err, const std::string& reason, Status status) {
 }
 
 Status runAndComplain(const std::vector<std::string>& arguments, Output& out, Output& err) {
+  std::optional<EnglishScope> forPrograms;
   try {
-    const Status status = dispatch(arguments, out, err);
+    const Status status = dispatch(arguments, out, err, forPrograms);
     out.flush();
     return status;
   } catch (const OutputClosed&) {
     return statusFine;  // the reader has seen enough
   } catch (const UsageError& error) {
-    return complain(err, error.reason() + ' ' + tr("`%1` shows how it is used.", helpFor(arguments)),
+    return complain(err, tr(error.message()) + ' ' + tr("`%1` shows how it is used.", helpFor(arguments)),
                     statusUsage);
   } catch (const loomer::DamagedStoreException& exception) {
-    return complain(err, exception.reason(), statusDamaged);
+    return complain(err, tr(exception.message()), statusDamaged);
   } catch (const PropertyListException& exception) {
-    return complain(err, tr("A stored value cannot be read: %1. Run `loomerctl check`.", exception.reason()),
+    return complain(err, tr("A stored value cannot be read: %1. Run `loomerctl check`.", exception.message()),
                     statusDamaged);
   } catch (const PlatformException& exception) {
-    return complain(err, exception.reason(), statusRefused);
+    return complain(err, tr(exception.message()), statusRefused);
   } catch (const std::bad_alloc&) {
     return complain(err, tr("There is not enough memory."), statusRefused);
   }

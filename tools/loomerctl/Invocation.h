@@ -21,7 +21,7 @@ enum Status : int {
 /// Why a command does not do what it was asked for, in sentences; ends the run with statusRefused.
 class Refused : public PlatformException {
  public:
-  explicit Refused(std::string reason) : PlatformException("LoomerctlRefused", std::move(reason)) {}
+  explicit Refused(Message reason) : PlatformException("LoomerctlRefused", std::move(reason)) {}
 };
 
 /// What the arguments say.

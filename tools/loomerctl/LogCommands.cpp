@@ -67,7 +67,7 @@ Status showSessions(Invocation& run) {
     any = true;
     const PushedAndPulled exchange = exchangeOf(session);
     table.add({std::to_string(session.id), timeText(session.began), printable(session.client.view()),
-               kindName(session.mode), grouped(exchange.pushed), grouped(exchange.pulled),
+               kindText(session.mode), grouped(exchange.pushed), grouped(exchange.pulled),
                grouped(log.lossCount(session.id)), grouped(session.refused)});
     return --left > 0;
   });
@@ -119,8 +119,8 @@ class TextPrinter : public ChangePrinter {
     if (session.id == _session) return;
     if (_session) _out.write("\n");
     _session = session.id;
-    _out.write("Session " + std::to_string(session.id) + "  " + timeText(session.began) + "  " +
-                   printable(session.client.view()) + " (" + kindName(session.mode) + ")\n",
+    _out.write(tr("Session %1", std::to_string(session.id)) + "  " + timeText(session.began) + "  " +
+                   printable(session.client.view()) + " (" + kindText(session.mode) + ")\n",
                Style::heading);
   }
 

@@ -71,7 +71,7 @@ void writeSyncs(JsonWriter& json, const std::vector<ClientView>& clients) {
     json.member("lastTried", lastTried(each));
     json.member("lastSucceeded", each.state.lastSession);
     json.member("outcome", outcomeName(each));
-    json.member("cause", isFailing(each) ? each.failed.cause : String());
+    json.member("cause", isFailing(each) ? String(tr(each.failed.cause)) : String());
     json.member("succeededRuns", each.state.sessions);
     json.member("failedRuns", each.failed.all);
     json.member("failedInARow", each.failed.inARow);
@@ -159,7 +159,7 @@ std::unique_ptr<TruthStore> storeOrItsCause() {
   for (const auto& [client, runs] : FailedRuns(storePath()).all()) {
     if (runs.inARow == 0 || openStoreIfAny()) continue;
     throw Refused{tr("There is no store yet, since the last run of %1, on %2, failed: %3", client,
-                     timeText(runs.last), runs.cause.view())};
+                     timeText(runs.last), runs.cause)};
   }
   return openStoreToRead();
 }

@@ -7,6 +7,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceAddress.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "tools/loomerctl/Concerns.h"
 
 namespace corvane::loomerctl {
@@ -38,11 +39,11 @@ std::optional<ServiceState> serviceState(TruthStore& store, const SyncState& sta
   try {
     const auto account = pelto::userAccount();
     if (!account) return std::nullopt;
-    service.place = pelto::parsePlaceAddress(account->url).description();
+    service.place = tr(pelto::parsePlaceAddress(account->url).description());
     service.isOn = account->membership.enabled.contains(LoomerDataClass_Bookmarks.toString());
     service.reached = account->reached;
   } catch (const PlatformException& exception) {
-    service.problem = exception.reason();
+    service.problem = tr(exception.message());
     return service;
   }
   service.reached = lastReached(service, state, hub);

@@ -189,7 +189,7 @@ std::string problemWithUserManager() {
     const EndedProgram ended = systemctl({"show", "--property=Version"});
     return ended.status == 0 ? "" : whatItSaid(ended);
   } catch (const Refused& refused) {
-    return refused.reason();
+    return tr(refused.message());
   }
 }
 

@@ -183,9 +183,9 @@ class Watch {
       _isRunning = state.running.has_value();
       _display->show(state);
     } catch (const LoomerStoreException& exception) {
-      _display->showProblem(exception.reason());
+      _display->showProblem(tr(exception.message()));
     } catch (const Refused& refused) {
-      _display->showProblem(refused.reason());
+      _display->showProblem(tr(refused.message()));
     }
   }
 

@@ -14,7 +14,7 @@ void takeRandomBytes(std::span<char> bytes) {
   while (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
     if (errno == EINTR) continue;
     throw PlatformException(NSObjectNotAvailableException,
-                            "Can't get random bytes: " + std::system_category().message(errno));
+                            Message("Can't get random bytes: %1", std::system_category().message(errno)));
   }
 }
 

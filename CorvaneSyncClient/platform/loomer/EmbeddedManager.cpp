@@ -19,9 +19,9 @@ EmbeddedClient* EmbeddedManager::clientWithIdentifier(const String& identifier) 
 
 LoomerClient* EmbeddedManager::registerClientWithIdentifier(const String& identifier,
                                                             const std::string& descriptionFilePath) {
-  std::string problem;
+  Message problem;
   LoomerClient* client = _clients.registerClient(identifier, descriptionFilePath, problem);
-  if (!client) SCLog(kCannotRegister, identifier, descriptionFilePath, problem);
+  if (!client) SCLog(kCannotRegister, identifier, descriptionFilePath, problem.inEnglish());
   return client;
 }
 
@@ -35,9 +35,9 @@ LoomerClient* EmbeddedManager::registerClientWithIdentifier(
     return nullptr;
   }
   const std::string path = joinedPath(bundle->path(), descriptionBundleRelativePath);
-  std::string problem;
+  Message problem;
   LoomerClient* client = _clients.registerClient(identifier, path, problem);
-  if (!client) systemLog(kCannotRegister, identifier, path, problem);
+  if (!client) systemLog(kCannotRegister, identifier, path, problem.inEnglish());
   return client;
 }
 

@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/platform/system/LogListener.h"
 
+#include <string>
+
 namespace corvane {
 
 namespace {
@@ -18,8 +20,13 @@ LogListener::LogListener(Passing passing)
       _platform(platformWithLog(Platform::current(), *this)) {}
 
 void LogListener::write(Kind kind, std::string_view message) {
-  if (kind == Kind::message) _lastMessage = message;
+  if (kind == Kind::message) _lastMessage = std::string(message);
   if (_passing == Passing::on) _log.write(kind, message);
+}
+
+void LogListener::writeMessage(const Message& message) {
+  _lastMessage = message;
+  if (_passing == Passing::on) _log.writeMessage(message);
 }
 
 }  // namespace corvane

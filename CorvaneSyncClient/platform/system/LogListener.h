@@ -1,6 +1,5 @@
 #pragma once
 
-#include <string>
 #include <string_view>
 
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -19,16 +18,17 @@ class LogListener : private SystemLog {
   LogListener& operator=(const LogListener&) = delete;
 
   /// Empty before there was one. Traces are none.
-  const std::string& lastMessage() const { return _lastMessage; }
+  const Message& lastMessage() const { return _lastMessage; }
 
  private:
   void write(Kind kind, std::string_view message) override;
+  void writeMessage(const Message& message) override;
 
   Passing _passing;
   SystemLog& _log;
   Platform _platform;
   PlatformScope _scope{_platform};
-  std::string _lastMessage;
+  Message _lastMessage;
 };
 
 }  // namespace corvane

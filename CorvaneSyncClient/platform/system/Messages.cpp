@@ -60,20 +60,6 @@ const char* formFor(std::uint64_t count, const Habits& habits) {
   return count == 1 ? habits.one : kOther;
 }
 
-std::string filled(std::string_view text, const std::vector<std::string>& values) {
-  std::string result;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const std::size_t number = placeholderAt(text, at);
-    if (number == 0 || number > values.size()) {
-      result += text[at];
-      continue;
-    }
-    result += values[number - 1];
-    ++at;
-  }
-  return result;
-}
-
 }  // namespace
 
 EnglishScope::EnglishScope() : _before(std::exchange(isEnglishWanted, true)) {}
@@ -88,10 +74,7 @@ std::string languageOfTexts() {
 
 std::string grouped(std::uint64_t number) {
   const Habits& habits = habitsOf(messagesTable());
-  std::string digits = std::to_string(number);
-  if (number < habits.groupedFrom) return digits;
-  for (std::size_t at = digits.size(); at > 3;) digits.insert(at -= 3, habits.thousands);
-  return digits;
+  return number < habits.groupedFrom ? std::to_string(number) : inGroups(number, habits.thousands);
 }
 
 std::string withOneDecimal(double number) {
@@ -103,6 +86,23 @@ std::string translated(const char* english, const std::vector<std::string>& valu
   const StringsTable* const table = messagesTable();
   const String text = table ? table->texts.string(english) : String();
   return filled(text ? text.view() : english, values);
+}
+
+std::string inWords(const Message& message) {
+  std::vector<std::string> words;
+  for (const Message& value : message.values) words.push_back(inWords(value));
+  switch (message.kind) {
+    case Message::Kind::same:
+      return message.english;
+    case Message::Kind::number:
+      return grouped(message.number);
+    case Message::Kind::text:
+      return translated(message.english.c_str(), words);
+    case Message::Kind::counted:
+      break;
+  }
+  words.insert(words.begin(), grouped(message.number));
+  return translatedCount(message.number, message.singular.c_str(), message.english.c_str(), words);
 }
 
 std::string translatedCount(std::uint64_t count, const char* one, const char* other,

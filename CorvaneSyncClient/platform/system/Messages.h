@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
+
 namespace corvane {
 
 // Texts for people, in their language. The English text is the key under which the tables
@@ -19,34 +21,9 @@ namespace corvane {
 // A text is a whole sentence, a heading or another piece that can be translated without the next one; only
 // counted pieces are put into others: tr("%1 and %2", counted(…), counted(…)). It has no line ends. What
 // programs read, and the logs, stay in English and are no business of this file.
-
-/// The number of a placeholder "%1" to "%9" at `at`; 0 where none stands there.
-constexpr std::size_t placeholderAt(std::string_view text, std::size_t at) {
-  const bool stands = text[at] == '%' && at + 1 < text.size() && text[at + 1] >= '1' && text[at + 1] <= '9';
-  return stands ? static_cast<std::size_t>(text[at + 1] - '0') : 0;
-}
-
-/// An English text in which exactly "%1" to "%N" stand, N being `arguments`; others do not compile. Written
-/// as MessageText<N>("…"), or TextKey("…") for none, where it is shown later, by `tr`.
-template <std::size_t arguments>
-class MessageText {
- public:
-  template <std::size_t size>
-  consteval MessageText(const char (&english)[size]) : _english(english) {
-    unsigned found = 0;
-    for (std::size_t at = 0; at + 1 < size; ++at) {
-      const std::size_t number = placeholderAt({english, size - 1}, at);
-      if (number > 0) found |= 1U << (number - 1);
-    }
-    if (found != (1U << arguments) - 1) throw "the placeholders are not those of the arguments";
-  }
-  constexpr const char* english() const { return _english; }
-
- private:
-  const char* _english;
-};
-
-using TextKey = MessageText<0>;
+//
+// What goes through a log, or is kept, before somebody reads it is a Message("…", …), which `tr` puts into
+// words when it is shown: all that is raised by what sessions rest on.
 
 /// The language of the texts, as a tag of BCP 47: "de", "en" where no table is found.
 std::string languageOfTexts();
@@ -57,9 +34,19 @@ std::string grouped(std::uint64_t number);
 /// "1.5", as the user's language has it.
 std::string withOneDecimal(double number);
 
-/// A placeholder's value as it is shown: text as it is, numbers grouped. What is a number's name, such as
-/// that of a session, is given as text.
+/// What `tr` and `counted` rest on.
+std::string translated(const char* english, const std::vector<std::string>& values);
+std::string translatedCount(std::uint64_t count, const char* one, const char* other,
+                            const std::vector<std::string>& values);
+std::string inWords(const Message& message);
+
+/// A placeholder's value as it is shown: text as it is, numbers grouped, messages in words. What is a
+/// number's name, such as that of a session, is given as text.
 inline std::string placeholderValue(std::string_view text) { return std::string(text); }
+template <std::same_as<Message> Given>
+std::string placeholderValue(const Given& message) {
+  return inWords(message);
+}
 template <std::unsigned_integral Number>
 std::string placeholderValue(Number number) {
   return grouped(number);
@@ -77,11 +64,6 @@ class EnglishScope {
   bool _before;
 };
 
-/// What `tr` and `counted` rest on.
-std::string translated(const char* english, const std::vector<std::string>& values);
-std::string translatedCount(std::uint64_t count, const char* one, const char* other,
-                            const std::vector<std::string>& values);
-
 /// The text in the user's language, in English where no table has it, with the values in place of "%1", "%2"
 /// and so on.
 template <typename... Values>
@@ -95,6 +77,12 @@ std::string counted(std::uint64_t count, MessageText<1 + sizeof...(Values)> one,
                     MessageText<1 + sizeof...(Values)> other, const Values&... values) {
   return translatedCount(count, one.english(), other.english(),
                          {grouped(count), placeholderValue(values)...});
+}
+
+/// The message in the user's language.
+template <std::same_as<Message> Text>
+std::string tr(const Text& message) {
+  return inWords(message);
 }
 
 }  // namespace corvane

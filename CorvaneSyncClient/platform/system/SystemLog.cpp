@@ -8,4 +8,6 @@ void writeToSystemLog(std::string_view message) {
   Platform::current().log.write(SystemLog::Kind::message, message);
 }
 
+void reportProblem(const Message& problem) { Platform::current().log.writeMessage(problem); }
+
 }  // namespace corvane

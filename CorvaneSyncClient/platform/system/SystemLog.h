@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/values/Format.h"
 
 namespace corvane {
@@ -15,10 +16,15 @@ class SystemLog {
   virtual ~SystemLog() = default;
   /// `kind` distinguishes traces from messages; both go to the same log.
   virtual void write(Kind kind, std::string_view message) = 0;
+  /// Writes a message in English. Who listens for people keeps it as it is.
+  virtual void writeMessage(const Message& message) { write(Kind::message, message.inEnglish()); }
 };
 
 /// Writes one message, already built, to the current platform's system log.
 void writeToSystemLog(std::string_view message);
+
+/// Writes why something fails, which may be shown to people later, to the current platform's system log.
+void reportProblem(const Message& problem);
 
 /// Writes a formatted message to the current platform's system log.
 template <typename... Arguments>

@@ -53,7 +53,7 @@ std::string ScriptedClient::sync() {
   save();
   const bool ok = driver->sync();
   sessionClient = driver->client();
-  const std::string error = driver->lastError().toString();
+  const std::string error = driver->lastError().inEnglish();
   if (ok) return error;
   return error.empty() ? "failed without an error" : error;
 }

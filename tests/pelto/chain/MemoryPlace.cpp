@@ -59,7 +59,7 @@ class MemoryPlace::Connection : public Place {
     note("remove done");
   }
 
-  std::string description() const override { return "the test's memory"; }
+  Message description() const override { return "the test's memory"; }
 
  private:
   GetAnswer answerTo(const GetRequest& request) const {

@@ -18,7 +18,7 @@ TEST(PlaceAddressTest, DirectoriesArePathsOrFileUrls) {
     EXPECT_EQ(address.path, "/mnt/a b") << text;
   }
   EXPECT_EQ(parsePlaceAddress("/mnt/100%").path, "/mnt/100%");  // a path is no URL
-  EXPECT_EQ(parsePlaceAddress("/mnt/x").description(), "the directory /mnt/x");
+  EXPECT_EQ(parsePlaceAddress("/mnt/x").description().inEnglish(), "the directory /mnt/x");
 }
 
 TEST(PlaceAddressTest, WebUrlsAreFoldersOfWebDavServers) {
@@ -33,7 +33,7 @@ TEST(PlaceAddressTest, WebUrlsAreFoldersOfWebDavServers) {
   EXPECT_EQ(parsePlaceAddress("https://h.example.org:443").origin, "https://h.example.org");
   EXPECT_EQ(parsePlaceAddress("https://h.example.org").path, "");
   EXPECT_EQ(parsePlaceAddress("https://[2001:DB8::1]:8443/x").origin, "https://[2001:db8::1]:8443");
-  EXPECT_EQ(address.description(), "the folder /dav/a b at cloud.example.org:8443");
+  EXPECT_EQ(address.description().inEnglish(), "the folder /dav/a b at cloud.example.org:8443");
 }
 
 TEST(PlaceAddressTest, BucketsAreAtAmazonOrAtAnEndpoint) {
@@ -52,7 +52,7 @@ TEST(PlaceAddressTest, BucketsAreAtAmazonOrAtAnEndpoint) {
   EXPECT_EQ(other.origin, "https://s3.example.org:9000");
   EXPECT_EQ(other.region, "us-east-1");
   EXPECT_FALSE(other.isBucketInHost);
-  EXPECT_EQ(other.description(), "the bucket bucket at s3.example.org:9000");
+  EXPECT_EQ(other.description().inEnglish(), "the bucket bucket at s3.example.org:9000");
   EXPECT_EQ(parsePlaceAddress("s3://bucket?endpoint=https%3A%2F%2Fs3.example.org&style=host").origin,
             "https://bucket.s3.example.org");
   EXPECT_EQ(parsePlaceAddress("s3://bucket?region=eu-west-3&style=path").origin,

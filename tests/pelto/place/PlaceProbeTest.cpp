@@ -85,7 +85,7 @@ class FaultyPlace : public Place {
     const std::lock_guard lock(_shared.mutex);
     for (const std::string& name : names) _shared.objects.erase(name);
   }
-  std::string description() const override { return "the test"; }
+  Message description() const override { return "the test"; }
   std::string software() const override { return "Test/1"; }
 
  private:

@@ -82,8 +82,8 @@ class BinaryReader {
     const std::uint64_t entry = _trailer.table + object * _trailer.offsetSize;
     const std::uint64_t offset = loadBigEndianOfEight(_bytes.data() + entry, _trailer.offsetSize);
     if (offset < kBinaryHeader.size() || offset >= _trailer.table) {
-      failBinary(entry, "object " + std::to_string(object) + " is said to be at " + std::to_string(offset) +
-                            ", where no objects are");
+      failBinary(entry, Message("object %1 is said to be at %2, where no objects are", std::to_string(object),
+                                std::to_string(offset)));
     }
     return offset;
   }
@@ -105,11 +105,12 @@ class BinaryReader {
   // As `find`, for what is not built.
   const Value* build(std::uint64_t object, std::uint64_t user) {
     if (object >= _trailer.count) {
-      failBinary(user, "object " + std::to_string(object) + " is used, but there are only " +
-                           std::to_string(_trailer.count));
+      failBinary(user, Message("object %1 is used, but there are only %2", std::to_string(object),
+                               std::to_string(_trailer.count)));
     }
     const std::uint64_t offset = offsetOf(object);
-    if (_heights[object] == kBeingBuilt) failBinary(offset, "the container at this offset contains itself");
+    if (_heights[object] == kBeingBuilt)
+      failBinary(offset, Message("the container at this offset contains itself"));
     const unsigned kind = kindAt(offset);
     if (kind == kArray || kind == kDictionary) return nullptr;
     _objects[object] = readScalar(kind, offset);
@@ -139,9 +140,7 @@ class BinaryReader {
     _heights[object] = kBeingBuilt;
   }
 
-  [[noreturn]] static void failDepth(std::uint64_t offset) {
-    failBinary(offset, "containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
-  }
+  [[noreturn]] static void failDepth(std::uint64_t offset) { failBinary(offset, nestsTooDeep()); }
 
   // Fills the innermost open container until it is complete or something inside must be opened first.
   void advance() {
@@ -173,7 +172,7 @@ class BinaryReader {
     const String* text = value ? value->as<String>() : nullptr;
     if (!text) {
       const std::string type = value ? value->typeName() : "container";
-      failBinary(offsetOf(object), type + " as the key of a dictionary");
+      failBinary(offsetOf(object), Message("%1 as the key of a dictionary", type));
     }
     _objects[object] = interned(*text);
     _isInterned[object] = 1;
@@ -198,7 +197,7 @@ class BinaryReader {
       case kReal:
         return readReal(offset);
       case kDate:
-        if (detailAt(offset) != 3) failBinary(offset, "a date must take 8 bytes");
+        if (detailAt(offset) != 3) failBinary(offset, Message("a date must take 8 bytes"));
         return Date{readDouble(offset, "date")};
       case kData:
         return readData(offset);
@@ -226,13 +225,13 @@ class BinaryReader {
                        : detailAt(offset) == 0xF ? "fill"
                                                  : "unknown";
     static constexpr char kDigits[] = "0123456789abcdef";
-    failBinary(offset, std::string("object type 0x") + kDigits[kind] + kDigits[detailAt(offset)] + " (" +
-                           name + ") cannot be read");
+    const std::string code{kDigits[kind], kDigits[detailAt(offset)]};
+    failBinary(offset, Message("object type 0x%1 (%2) cannot be read", code, name));
   }
 
   Value readInteger(std::uint64_t offset) {
     const unsigned power = detailAt(offset);
-    if (power > 4) failBinary(offset, "an integer must take 1, 2, 4, 8 or 16 bytes");
+    if (power > 4) failBinary(offset, Message("an integer must take 1, 2, 4, 8 or 16 bytes"));
     const std::size_t size = std::size_t{1} << power;
     const char* at = payload(offset, offset + 1, size, "integer");
     if (size < 8) return static_cast<std::int64_t>(loadBigEndian(at, size));
@@ -241,12 +240,12 @@ class BinaryReader {
     const std::uint64_t low = loadBigEndian(at + 8, 8);
     if (high == 0) return low;
     if (high == ~std::uint64_t{0} && (low >> 63) != 0) return static_cast<std::int64_t>(low);
-    failBinary(offset, "an integer larger than 64 bits cannot be read");
+    failBinary(offset, Message("an integer larger than 64 bits cannot be read"));
   }
 
   Value readReal(std::uint64_t offset) {
     if (detailAt(offset) == 3) return readDouble(offset, "real");
-    if (detailAt(offset) != 2) failBinary(offset, "a real must take 4 or 8 bytes");
+    if (detailAt(offset) != 2) failBinary(offset, Message("a real must take 4 or 8 bytes"));
     const char* at = payload(offset, offset + 1, 4, "real");
     return double{std::bit_cast<float>(static_cast<std::uint32_t>(loadBigEndian(at, 4)))};
   }
@@ -263,7 +262,7 @@ class BinaryReader {
   Value readAscii(std::uint64_t offset) {
     const Counted counted = readCount(offset, "string", 1);
     const std::string_view text = _bytes.substr(counted.start, counted.count);
-    if (!isAscii(text)) failBinary(offset, "a string marked as ASCII holds other bytes");
+    if (!isAscii(text)) failBinary(offset, Message("a string marked as ASCII holds other bytes"));
     return String(text);
   }
 
@@ -302,7 +301,7 @@ class BinaryReader {
       if (counted.start >= _trailer.table) failBeyond(offset, type);
       const unsigned power = detailAt(counted.start);
       if (kindAt(counted.start) != kInteger || power > 3) {
-        failBinary(counted.start, std::string(type) + " without a count of 1, 2, 4 or 8 bytes");
+        failBinary(counted.start, Message("%1 without a count of 1, 2, 4 or 8 bytes", type));
       }
       const std::size_t size = std::size_t{1} << power;
       if (_trailer.table - counted.start - 1 < size) failBeyond(offset, type);
@@ -318,13 +317,13 @@ class BinaryReader {
   // overlap.
   const char* payload(std::uint64_t offset, std::uint64_t start, std::uint64_t size, const char* type) {
     if (size > _trailer.table - start) failBeyond(offset, type);
-    if (size > _budget) failBinary(offset, "the objects overlap");
+    if (size > _budget) failBinary(offset, Message("the objects overlap"));
     _budget -= size;
     return _bytes.data() + start;
   }
 
   [[noreturn]] void failBeyond(std::uint64_t offset, const char* type) const {
-    failBinary(offset, std::string(type) + " reaches beyond the end of the objects");
+    failBinary(offset, Message("%1 reaches beyond the end of the objects", type));
   }
 
   std::string_view _bytes;

@@ -5,14 +5,14 @@
 
 namespace corvane {
 
-void failBinary(std::uint64_t offset, const std::string& cause) {
-  throw PropertyListException("binary property list, offset " + std::to_string(offset) + ": " + cause);
+void failBinary(std::uint64_t offset, const Message& cause) {
+  throw PropertyListException(Message("binary property list, offset %1: %2", std::to_string(offset), cause));
 }
 
 BinaryTrailer readBinaryTrailer(std::string_view bytes) {
-  if (!bytes.starts_with(kBinaryHeader)) failBinary(0, "only version 00 is known");
+  if (!bytes.starts_with(kBinaryHeader)) failBinary(0, Message("only version 00 is known"));
   if (bytes.size() < kBinaryHeader.size() + kBinaryTrailerSize)
-    failBinary(bytes.size(), "the data ends before the trailer");
+    failBinary(bytes.size(), Message("the data ends before the trailer"));
   const std::size_t start = bytes.size() - kBinaryTrailerSize;
   const char* at = bytes.data() + start;
   BinaryTrailer trailer;
@@ -22,17 +22,17 @@ BinaryTrailer readBinaryTrailer(std::string_view bytes) {
   trailer.top = loadBigEndian(at + 16, 8);
   trailer.table = loadBigEndian(at + 24, 8);
   if (trailer.offsetSize < 1 || trailer.offsetSize > 8)
-    failBinary(start + 6, "offsets must take 1 to 8 bytes");
+    failBinary(start + 6, Message("offsets must take 1 to 8 bytes"));
   if (trailer.referenceSize < 1 || trailer.referenceSize > 8) {
-    failBinary(start + 7, "object numbers must take 1 to 8 bytes");
+    failBinary(start + 7, Message("object numbers must take 1 to 8 bytes"));
   }
   if (trailer.table < kBinaryHeader.size() || trailer.table > start) {
-    failBinary(start + 24, "the offset table lies outside the data");
+    failBinary(start + 24, Message("the offset table lies outside the data"));
   }
   if (trailer.count > (start - trailer.table) / trailer.offsetSize) {
-    failBinary(start + 8, "the offset table reaches beyond the end of the data");
+    failBinary(start + 8, Message("the offset table reaches beyond the end of the data"));
   }
-  if (trailer.top >= trailer.count) failBinary(start + 16, "the top object does not exist");
+  if (trailer.top >= trailer.count) failBinary(start + 16, Message("the top object does not exist"));
   return trailer;
 }
 

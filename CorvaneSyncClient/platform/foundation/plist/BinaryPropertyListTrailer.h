@@ -2,8 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
+
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane {
 
@@ -27,7 +28,7 @@ constexpr std::size_t binaryWidthFor(std::uint64_t number) {
 }
 
 /// Raises PropertyListException for a fault at `offset`.
-[[noreturn]] void failBinary(std::uint64_t offset, const std::string& cause);
+[[noreturn]] void failBinary(std::uint64_t offset, const Message& cause);
 
 /// Reads the trailer and checks all of it and the header, before anything is allocated by its numbers. Raises
 /// PropertyListException.

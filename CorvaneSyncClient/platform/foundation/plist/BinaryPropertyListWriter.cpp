@@ -52,7 +52,7 @@ std::uint32_t payloadHash(const Dictionary& value) {
   return mix(reinterpret_cast<std::uintptr_t>(value.identity()));
 }
 std::uint32_t payloadHash(const Url&) {
-  throw PropertyListException("a property list cannot hold a URL value");
+  throw PropertyListException(Message("a property list cannot hold a URL value"));
 }
 
 std::uint32_t hashFor(Kind kind, std::uint32_t payload) { return payload + static_cast<std::uint32_t>(kind); }
@@ -154,7 +154,7 @@ class ObjectTable {
 
   std::uint32_t enter(const Object& object) {
     if (_objects.size() == std::numeric_limits<std::uint32_t>::max() - 1) {
-      throw PropertyListException("binary property list: too many objects");
+      throw PropertyListException(Message("binary property list: too many objects"));
     }
     _objects.push_back(object);
     if (object.kind == Kind::string) _textSize += object.as<String>().view().size();
@@ -275,8 +275,8 @@ class BinaryWriter {
     for (std::size_t at = 0; at < text.size();) {
       const Utf8Step step = decodeUtf8(text, at);
       if (!step) {
-        throw PropertyListException("a property list cannot hold text that is no UTF-8 (byte " +
-                                    std::to_string(at) + " of a string)");
+        throw PropertyListException(Message(
+            "a property list cannot hold text that is no UTF-8 (byte %1 of a string)", std::to_string(at)));
       }
       at += step.length;
       appendUnits(step.codePoint);

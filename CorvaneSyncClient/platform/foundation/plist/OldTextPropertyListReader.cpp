@@ -50,14 +50,14 @@ class OldTextReader {
   Value read() {
     if (_text.starts_with("\xEF\xBB\xBF")) _at = 3;
     skipSpace();
-    if (atEnd()) fail("no value");
+    if (atEnd()) fail(Message("no value"));
     const std::size_t start = _at;
     Value value = readWhole();
     if (value.as<String>() && next() == '=') {
       _at = start;
       return readStringTable();
     }
-    if (!atEnd()) fail("text after the value");
+    if (!atEnd()) fail(Message("text after the value"));
     return value;
   }
 
@@ -69,9 +69,10 @@ class OldTextReader {
     std::vector<Value> values;
   };
 
-  [[noreturn]] void fail(const std::string& cause) const { fail(_at, cause); }
-  [[noreturn]] static void fail(std::size_t offset, const std::string& cause) {
-    throw PropertyListException("plain-text property list, offset " + std::to_string(offset) + ": " + cause);
+  [[noreturn]] void fail(const Message& cause) const { fail(_at, cause); }
+  [[noreturn]] static void fail(std::size_t offset, const Message& cause) {
+    throw PropertyListException(
+        Message("plain-text property list, offset %1: %2", std::to_string(offset), cause));
   }
 
   bool atEnd() const { return _at == _text.size(); }
@@ -87,7 +88,7 @@ class OldTextReader {
         _at = std::min(_text.find_first_of("\n\r", _at), _text.size());
       } else if (rest == "/*") {
         const std::size_t end = _text.find("*/", _at + 2);
-        if (end == std::string_view::npos) fail("comment without an end");
+        if (end == std::string_view::npos) fail(Message("comment without an end"));
         _at = end + 2;
       } else {
         return;
@@ -96,7 +97,7 @@ class OldTextReader {
   }
 
   void expect(char c) {
-    if (next() != c || atEnd()) fail(std::string("expected \"") + c + "\"");
+    if (next() != c || atEnd()) fail(Message("expected \"%1\"", std::string_view(&c, 1)));
     ++_at;
     skipSpace();
   }
@@ -142,7 +143,7 @@ class OldTextReader {
 
   void begin(bool isDictionary) {
     if (_open.size() >= kPropertyListMaximumDepth) {
-      fail("containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
+      fail(nestsTooDeep());
     }
     _open.emplace_back().isDictionary = isDictionary;
   }
@@ -185,14 +186,14 @@ class OldTextReader {
     std::string bytes;
     int high = -1;
     for (; next() != '>'; ++_at) {
-      if (atEnd()) fail(start, "data without an end");
+      if (atEnd()) fail(start, Message("data without an end"));
       if (isAsciiSpace(next())) continue;
       const int digit = hexDigitValue(next());
-      if (digit < 0) fail("data holds something that is no hexadecimal digit");
+      if (digit < 0) fail(Message("data holds something that is no hexadecimal digit"));
       if (high >= 0) bytes += static_cast<char>(high << 4 | digit);
       high = high >= 0 ? -1 : digit;
     }
-    if (high >= 0) fail(start, "data with half a byte");
+    if (high >= 0) fail(start, Message("data with half a byte"));
     expect('>');
     return Data(bytes);
   }
@@ -201,7 +202,9 @@ class OldTextReader {
     if (next() == '"' || next() == '\'') return readQuoted();
     const std::size_t start = _at;
     while (!atEnd() && isWord(next())) ++_at;
-    if (_at == start) fail(atEnd() ? "the data ends where a value is expected" : "a value is expected");
+    if (_at == start) {
+      fail(atEnd() ? Message("the data ends where a value is expected") : Message("a value is expected"));
+    }
     String word(_text.substr(start, _at - start));
     skipSpace();
     return word;
@@ -212,14 +215,14 @@ class OldTextReader {
     const char quote = _text[_at++];
     TextBuilder text;
     while (next() != quote || atEnd()) {
-      if (atEnd()) fail(start, "string without an end");
+      if (atEnd()) fail(start, Message("string without an end"));
       if (next() == '\\') {
         ++_at;
         text.append(readEscape());
         continue;
       }
       const Utf8Step step = decodeUtf8(_text, _at);
-      if (!step || isSurrogate(step.codePoint)) fail("a string that is no UTF-8");
+      if (!step || isSurrogate(step.codePoint)) fail(Message("a string that is no UTF-8"));
       text.append(step.codePoint);
       _at += step.length;
     }
@@ -230,7 +233,7 @@ class OldTextReader {
 
   // Behind the backslash.
   char32_t readEscape() {
-    if (atEnd()) fail("the data ends inside an escape");
+    if (atEnd()) fail(Message("the data ends inside an escape"));
     if (isOctalDigit(next())) return readOctal();
     const char c = _text[_at];
     if (c == 'U' || c == 'u') return readUnicode();
@@ -239,7 +242,7 @@ class OldTextReader {
     const std::size_t named = kNames.find(c);
     if (named == std::string_view::npos) {
       const Utf8Step step = decodeUtf8(_text, _at);
-      if (!step || isSurrogate(step.codePoint)) fail("a string that is no UTF-8");
+      if (!step || isSurrogate(step.codePoint)) fail(Message("a string that is no UTF-8"));
       _at += step.length;
       return step.codePoint;
     }
@@ -262,7 +265,7 @@ class OldTextReader {
     for (int i = 0; i < 4 && hexDigitValue(next()) >= 0; ++i, ++_at) {
       unit = unit << 4 | static_cast<char32_t>(hexDigitValue(next()));
     }
-    if (_at == start + 1) fail(start, "an escape without digits");
+    if (_at == start + 1) fail(start, Message("an escape without digits"));
     return unit;
   }
 

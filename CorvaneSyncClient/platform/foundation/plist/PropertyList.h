@@ -13,7 +13,7 @@ namespace corvane {
 /// data".
 class PropertyListException : public PlatformException {
  public:
-  explicit PropertyListException(std::string reason)
+  explicit PropertyListException(Message reason)
       : PlatformException("PropertyListException", std::move(reason)) {}
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
@@ -14,5 +15,10 @@ Value readBinaryPropertyList(std::string_view bytes);
 Value readXmlPropertyList(std::string_view bytes);
 /// UTF-8, with or without a byte order mark.
 Value readOldTextPropertyList(std::string_view bytes);
+
+/// The cause, in all flavours.
+inline Message nestsTooDeep() {
+  return Message("containers nest more than %1 deep", std::to_string(kPropertyListMaximumDepth));
+}
 
 }  // namespace corvane

@@ -51,7 +51,7 @@ class Failure : public PropertyListException {
   using PropertyListException::PropertyListException;
 };
 
-[[noreturn]] void fail(std::string cause) { throw Failure(std::move(cause)); }
+[[noreturn]] void fail(Message cause) { throw Failure(std::move(cause)); }
 
 // Builds values from elements as they open and close; raises Failure.
 class XmlBuilder {
@@ -59,14 +59,12 @@ class XmlBuilder {
   void start(std::string_view name) {
     const Element element = elementNamed(name);
     if (!_open.empty() && !isContainer(_open.back().element)) {
-      fail("element <" + std::string(name) + "> inside <" + nameOf(_open.back().element) + ">");
+      fail(Message("element <%1> inside <%2>", name, nameOf(_open.back().element)));
     }
-    if (element == Element::plist && !_open.empty()) fail("element <plist> inside another element");
+    if (element == Element::plist && !_open.empty()) fail(Message("element <plist> inside another element"));
     if (element == Element::key) expectKey();
     if (element != Element::key && element != Element::plist) expectValue(name);
-    if (_open.size() > kPropertyListMaximumDepth) {
-      fail("containers nest more than " + std::to_string(kPropertyListMaximumDepth) + " deep");
-    }
+    if (_open.size() > kPropertyListMaximumDepth) fail(nestsTooDeep());
     _open.emplace_back().element = element;
     _text.clear();
   }
@@ -79,7 +77,7 @@ class XmlBuilder {
       _open.back().key = String(_text);
       return;
     }
-    if (closed.key) fail("key \"" + closed.key.toString() + "\" without a value");
+    if (closed.key) failWithoutValue(closed.key);
     take(valueOf(closed));
   }
 
@@ -87,12 +85,12 @@ class XmlBuilder {
     if (!_open.empty() && !isContainer(_open.back().element)) {
       _text += text;
     } else if (text.find_first_not_of(" \t\r\n") != std::string_view::npos) {
-      fail("text outside an element that holds text");
+      fail(Message("text outside an element that holds text"));
     }
   }
 
   Value finish() {
-    if (!_root) fail("no value inside");
+    if (!_root) fail(Message("no value inside"));
     return std::move(*_root);
   }
 
@@ -108,19 +106,24 @@ class XmlBuilder {
     for (const ElementName& each : kElements) {
       if (each.name == name) return each.element;
     }
-    fail("unknown element <" + std::string(name) + ">");
+    fail(Message("unknown element <%1>", name));
+  }
+
+  [[noreturn]] static void failWithoutValue(const String& key) {
+    fail(Message("key \"%1\" without a value", key.view()));
   }
 
   void expectKey() const {
-    if (_open.empty() || _open.back().element != Element::dictionary) fail("<key> outside a dictionary");
-    if (_open.back().key) fail("key \"" + _open.back().key.toString() + "\" without a value");
+    if (_open.empty() || _open.back().element != Element::dictionary)
+      fail(Message("<key> outside a dictionary"));
+    if (_open.back().key) failWithoutValue(_open.back().key);
   }
 
   void expectValue(std::string_view name) const {
     if (_open.empty() || _open.back().element == Element::plist) {
-      if (_root) fail("a second value");
+      if (_root) fail(Message("a second value"));
     } else if (_open.back().element == Element::dictionary && !_open.back().key) {
-      fail("element <" + std::string(name) + "> without a key");
+      fail(Message("element <%1> without a key", name));
     }
   }
 
@@ -134,21 +137,21 @@ class XmlBuilder {
         return String(_text);
       case Element::yes:
       case Element::no:
-        if (!_text.empty()) fail(std::string("text inside <") + nameOf(closed.element) + ">");
+        if (!_text.empty()) fail(Message("text inside <%1>", nameOf(closed.element)));
         return closed.element == Element::yes;
       case Element::integer:
-        return checked(integerFromText(_text), "an integer of at most 64 bits");
+        return checked(integerFromText(_text), MessageText<1>("\"%1\" is not an integer of at most 64 bits"));
       case Element::real:
-        return checked(realFromText(_text), "a real");
+        return checked(realFromText(_text), MessageText<1>("\"%1\" is not a real"));
       case Element::date:
-        return checked(dateFromXmlText(trimmedText()), "a date");
+        return checked(dateFromXmlText(trimmedText()), MessageText<1>("\"%1\" is not a date"));
       case Element::data:
-        return Data(checked(bytesFromBase64(_text), "base64"));
+        return Data(checked(bytesFromBase64(_text), MessageText<1>("\"%1\" is not base64")));
       case Element::plist:
       case Element::key:
         break;
     }
-    fail("no value");
+    fail(Message("no value"));
   }
 
   std::string_view trimmedText() const {
@@ -157,8 +160,8 @@ class XmlBuilder {
   }
 
   template <typename T>
-  T checked(std::optional<T> read, const char* expected) const {
-    if (!read) fail("\"" + _text.substr(0, 64) + "\" is not " + expected);
+  T checked(std::optional<T> read, MessageText<1> otherwise) const {
+    if (!read) fail(Message(otherwise, _text.substr(0, 64)));
     return std::move(*read);
   }
 
@@ -200,12 +203,12 @@ class XmlReader {
       if (_exception) std::rethrow_exception(_exception);
       if (!_reason.empty()) throw PropertyListException(_reason);
       if (status != XML_STATUS_OK)
-        throw PropertyListException(reasonFor(XML_ErrorString(XML_GetErrorCode(_parser.get()))));
+        throw PropertyListException(reasonFor(std::string(XML_ErrorString(XML_GetErrorCode(_parser.get())))));
     } while (!bytes.empty());
     try {
       return _builder.finish();
     } catch (const Failure& failure) {
-      throw PropertyListException(reasonFor(failure.reason()));
+      throw PropertyListException(reasonFor(failure.message()));
     }
   }
 
@@ -213,10 +216,10 @@ class XmlReader {
   static constexpr std::size_t kPieceSize = std::size_t{1} << 30;  // expat counts in int
 
   // With the place that expat has come to.
-  std::string reasonFor(const std::string& cause) const {
+  Message reasonFor(const Message& cause) const {
     const std::int64_t offset = currentOffset(_parser.get());  // negative before the first byte
-    return "XML property list, line " + std::to_string(currentLine(_parser.get())) + ", offset " +
-           std::to_string(std::max<std::int64_t>(offset, 0)) + ": " + cause;
+    return Message("XML property list, line %1, offset %2: %3", std::to_string(currentLine(_parser.get())),
+                   std::to_string(std::max<std::int64_t>(offset, 0)), cause);
   }
 
   template <typename Step>
@@ -227,7 +230,7 @@ class XmlReader {
       step(reader->_builder);
       return;
     } catch (const Failure& failure) {
-      reader->_reason = reader->reasonFor(failure.reason());
+      reader->_reason = reader->reasonFor(failure.message());
     } catch (...) {
       reader->_exception = std::current_exception();
     }
@@ -249,17 +252,16 @@ class XmlReader {
 
   static void onEntityDeclaration(void* self, const XML_Char* name, int, const XML_Char*, int,
                                   const XML_Char*, const XML_Char*, const XML_Char*, const XML_Char*) {
-    guard(self,
-          [name](XmlBuilder&) { fail("entity declarations are refused (\"" + std::string(name) + "\")"); });
+    guard(self, [name](XmlBuilder&) { fail(Message("entity declarations are refused (\"%1\")", name)); });
   }
 
   static void onSkippedEntity(void* self, const XML_Char* name, int /*isParameter*/) {
-    guard(self, [name](XmlBuilder&) { fail("the entity \"" + std::string(name) + "\" is not known"); });
+    guard(self, [name](XmlBuilder&) { fail(Message("the entity \"%1\" is not known", name)); });
   }
 
   std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> _parser;
   XmlBuilder _builder;
-  std::string _reason;
+  Message _reason;  // empty while all is well
   std::exception_ptr _exception;
 };
 

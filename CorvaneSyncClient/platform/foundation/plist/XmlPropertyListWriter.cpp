@@ -11,8 +11,8 @@ namespace corvane {
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& cause) {
-  throw PropertyListException("XML property list: " + cause);
+[[noreturn]] void refuse(const Message& cause) {
+  throw PropertyListException(Message("XML property list: %1", cause));
 }
 
 // Whether XML 1.0 can carry the code point (its production 2, "Char").
@@ -70,7 +70,7 @@ class XmlWriter {
   void indent() { _text.append(std::min(_open.size(), kMaximumIndent), '\t'); }
 
   void writeValue(const Value& value) {
-    if (_text.size() > kMaximumSize) refuse("the text would exceed 1 GiB");
+    if (_text.size() > kMaximumSize) refuse(Message("the text would exceed 1 GiB"));
     value.visit([this](const auto& payload) { writePayload(payload); });
   }
 
@@ -79,11 +79,11 @@ class XmlWriter {
   void writePayload(std::uint64_t value) { writeNumber("integer", value); }
   void writePayload(double value) { writeNumber("real", value); }
   void writePayload(const String& value) { writeElement("string", value.view()); }
-  void writePayload(const Url&) { refuse("a property list cannot hold a URL value"); }
+  void writePayload(const Url&) { refuse(Message("a property list cannot hold a URL value")); }
 
   void writePayload(const Date& value) {
     const auto text = xmlTextForDate(value);
-    if (!text) refuse("the " + description(value) + " lies outside the years 1 to 9999");
+    if (!text) refuse(Message("the date %1 lies outside the years 1 to 9999", description(value)));
     writeElement("date", *text);
   }
 
@@ -131,11 +131,10 @@ class XmlWriter {
   void writeEscaped(std::string_view text) {
     for (std::size_t at = 0; at < text.size();) {
       const Utf8Step step = decodeUtf8(text, at);
-      if (!step) refuse("text that is no UTF-8 (byte " + std::to_string(at) + " of a string)");
+      if (!step) refuse(Message("text that is no UTF-8 (byte %1 of a string)", std::to_string(at)));
       if (!isXmlCharacter(step.codePoint)) {
-        refuse("XML cannot carry the character " +
-               std::to_string(static_cast<std::uint32_t>(step.codePoint)) + " (byte " + std::to_string(at) +
-               " of a string)");
+        refuse(Message("XML cannot carry the character %1 (byte %2 of a string)",
+                       std::to_string(static_cast<std::uint32_t>(step.codePoint)), std::to_string(at)));
       }
       switch (step.codePoint) {
         case '&':

@@ -17,8 +17,8 @@ class Converter {
  public:
   explicit Converter(const std::string& from) : _descriptor(iconv_open("UTF-8", from.c_str())) {
     if (*this || errno == EINVAL) return;  // EINVAL: no such converter
-    throw PlatformException(NSGenericException, "Cannot convert text from " + from + ": " +
-                                                    std::system_category().message(errno));
+    throw PlatformException(NSGenericException, Message("Cannot convert text from %1: %2", from,
+                                                        std::system_category().message(errno)));
   }
   ~Converter() {
     if (*this) iconv_close(_descriptor);  // fails only for what is no descriptor

@@ -25,7 +25,7 @@ HashKey randomKey() {
 
 SharedBytes* SharedBytes::makeUninitialized(std::size_t size) {
   if (size > std::numeric_limits<std::uint32_t>::max()) {
-    throw PlatformException("NSRangeException", "A text or data value may not exceed 4 GiB");
+    throw PlatformException("NSRangeException", Message("A text or data value may not exceed 4 GiB"));
   }
   void* memory = ::operator new(sizeof(SharedBytes) + size);
   return new (memory) SharedBytes(static_cast<std::uint32_t>(size));

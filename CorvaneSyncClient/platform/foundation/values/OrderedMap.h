@@ -97,7 +97,8 @@ class OrderedMap {
   /// Sets the value under `key`, keeping the place of a key already there. Raises PlatformException
   /// "NSInvalidArgumentException" for the absent string, which is no key.
   V& set(String key, V value) {
-    if (!key) throw PlatformException(NSInvalidArgumentException, "A key of a map must not be absent");
+    if (!key)
+      throw PlatformException(NSInvalidArgumentException, std::string("A key of a map must not be absent"));
     const std::size_t at = locate(key);
     if (at != kNowhere) {
       _entries[at].value = std::move(value);

@@ -13,35 +13,36 @@ bool isBookmarksEntity(const String& name) {
 }
 
 // What is wrong with the data class and its entities; empty when nothing is, here and below.
-std::string problemOfRecords(const Dictionary& description) {
+Message problemOfRecords(const Dictionary& description) {
   const String dataClass = description.string("DataClass");
-  if (!dataClass) return "it names no data class under \"DataClass\"";
+  if (!dataClass) return Message("it names no data class under \"DataClass\"");
   if (!(dataClass == LoomerDataClass_Bookmarks)) {
-    return format("its data class is \"%@\", and only \"%@\" is synced here", dataClass,
-                  LoomerDataClass_Bookmarks);
+    return Message("its data class is \"%1\", and only \"%2\" is synced here", dataClass.view(),
+                   LoomerDataClass_Bookmarks.view());
   }
   const Array* entities = description.array("Entities");
-  if (!entities || entities->empty()) return "it names no entities under \"Entities\"";
+  if (!entities || entities->empty()) return Message("it names no entities under \"Entities\"");
   for (const Value& entity : *entities) {
-    if (!isBookmarksEntity(entity.string())) return format("the schema has no entity \"%@\"", entity);
+    if (!isBookmarksEntity(entity.string()))
+      return Message("the schema has no entity \"%1\"", corvane::description(entity));
   }
   return {};
 }
 
-std::string problemOf(const Dictionary& description) {
-  if (std::string problem = problemOfRecords(description); !problem.empty()) return problem;
+Message problemOf(const Dictionary& description) {
+  if (Message problem = problemOfRecords(description); !problem.empty()) return problem;
   for (const char* key : {"DisplayName", "ToolPath"}) {
-    if (description.string(key).empty()) return format("it has no text under \"%@\"", key);
+    if (description.string(key).empty()) return Message("it has no text under \"%1\"", key);
   }
   if (description.find("ImagePath") && description.string("ImagePath").empty()) {
-    return "what it has under \"ImagePath\" is no path";
+    return Message("what it has under \"ImagePath\" is no path");
   }
   return {};
 }
 
 }  // namespace
 
-std::optional<Dictionary> readClientDescription(const std::string& path, std::string& problem) {
+std::optional<Dictionary> readClientDescription(const std::string& path, Message& problem) {
   std::string bytes;
   if (const std::error_code error = Platform::current().files.read(path, bytes)) {
     problem = error.message();
@@ -51,10 +52,10 @@ std::optional<Dictionary> readClientDescription(const std::string& path, std::st
     const Value value = readPropertyList(bytes);
     const Dictionary* description = value.as<Dictionary>();
     problem =
-        description ? problemOf(*description) : std::string("it is no dictionary but a ") + value.typeName();
+        description ? problemOf(*description) : Message("it is no dictionary but a %1", value.typeName());
     if (problem.empty()) return *description;
   } catch (const PropertyListException& exception) {
-    problem = exception.reason();
+    problem = exception.message();
   }
   return std::nullopt;
 }

@@ -14,6 +14,6 @@ namespace corvane::loomer {
 ///
 /// Whether tool and image are there is not looked at: a session needs neither, and bookmarks are not to stay
 /// out of step for want of a picture. Whoever starts the one or shows the other meets what is missing.
-std::optional<Dictionary> readClientDescription(const std::string& path, std::string& problem);
+std::optional<Dictionary> readClientDescription(const std::string& path, Message& problem);
 
 }  // namespace corvane::loomer

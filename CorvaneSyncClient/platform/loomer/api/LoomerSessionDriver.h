@@ -168,7 +168,7 @@ class LoomerSessionDriver {
   /// Exceptions of the data source pass through after the session was cancelled.
   virtual bool sync() = 0;
   /// Why the last `sync` answered false; absent after a success.
-  virtual String lastError() = 0;
+  virtual Message lastError() = 0;
 };
 
 }  // namespace corvane

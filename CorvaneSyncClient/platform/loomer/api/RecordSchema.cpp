@@ -17,17 +17,19 @@ constexpr const char* kBookmarksSchema =
     "/System/Library/PrivateFrameworks/Quillet.framework/Resources/Corvane.syncschema";
 constexpr const char* kBrowserBundle = "com.keldra.Corvane";
 
-[[noreturn]] void fail(const std::string& path, const std::string& cause) {
-  throw SchemaProblem{"The sync schema " + path + " cannot be used: " + cause +
-                      ". Install the program again to bring the file back."};
+[[noreturn]] void fail(const std::string& path, const Message& cause) {
+  throw SchemaProblem(
+      Message("The sync schema %1 cannot be used: %2. Install the program again to bring the "
+              "file back.",
+              path, cause));
 }
 
 // What is wrong, for `readFile` to say where.
-[[noreturn]] void reject(std::string cause) { throw SchemaProblem{std::move(cause)}; }
+[[noreturn]] void reject(Message cause) { throw SchemaProblem(std::move(cause)); }
 
-String required(const Dictionary& dictionary, const char* key, const std::string& where) {
+String required(const Dictionary& dictionary, const char* key, const Message& where) {
   String text = dictionary.string(key);
-  if (!text || text.empty()) reject(where + " has no \"" + key + "\"");
+  if (!text || text.empty()) reject(Message("%1 has no \"%2\"", where, key));
   return text;
 }
 
@@ -42,11 +44,12 @@ std::vector<String> strings(const Dictionary& dictionary, const char* key) {
 }
 
 // Enters one attribute under its meaning, which decides the type that it must have.
-void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std::string& where) {
-  const String key = interned(required(attribute, "Key", "an attribute of " + where));
-  const String type = required(attribute, "Type", "the attribute \"" + key.toString() + "\" of " + where);
-  const String meaning =
-      required(attribute, "Meaning", "the attribute \"" + key.toString() + "\" of " + where);
+void readAttribute(const Dictionary& attribute, EntitySchema& schema) {
+  const std::string_view entity = schema.name.view();
+  const String key = interned(required(attribute, "Key", Message("an attribute of the entity %1", entity)));
+  const Message where("the attribute \"%1\" of the entity %2", key.view(), entity);
+  const String type = required(attribute, "Type", where);
+  const String meaning = required(attribute, "Meaning", where);
   struct Form {
     const char* meaning;
     const char* type;
@@ -59,15 +62,14 @@ void readAttribute(const Dictionary& attribute, EntitySchema& schema, const std:
   for (const Form& form : forms) {
     if (!(meaning == form.meaning)) continue;
     if (!(type == form.type)) {
-      reject("the attribute \"" + key.toString() + "\" of " + where + " must be of type " + form.type);
+      reject(Message("%1 must be of type %2", where, form.type));
     }
     *form.target = key;
     if (const String alias = attribute.string("HandedDownAlsoAs"))
       schema.positionAliases.push_back(interned(alias));
     return;
   }
-  reject("the attribute \"" + key.toString() + "\" of " + where + " has the unknown meaning \"" +
-         meaning.toString() + "\"");
+  reject(Message("%1 has the unknown meaning \"%2\"", where, meaning.view()));
 }
 
 std::string listed(const std::vector<String>& keys) {
@@ -78,55 +80,60 @@ std::string listed(const std::vector<String>& keys) {
 
 // The merge takes two records without a common id for one by just these attributes: a schema that declares
 // others would promise what no session keeps.
-void checkIdentity(const EntitySchema& schema, std::vector<String> declared, const std::string& where) {
+void checkIdentity(const EntitySchema& schema, std::vector<String> declared) {
   std::vector<String> needed{schema.nameKey, schema.parentKey};
   if (schema.entity == Entity::bookmark) needed.push_back(schema.urlKey);
   const auto byText = [](const String& a, const String& b) { return a.view() < b.view(); };
   std::sort(needed.begin(), needed.end(), byText);
   std::sort(declared.begin(), declared.end(), byText);
   if (declared == needed) return;
-  reject("the identity attributes of " + where + " are " + (declared.empty() ? "none" : listed(declared)) +
-         ", but records are told apart by " + listed(needed));
+  if (declared.empty()) {
+    reject(Message("the entity %1 has no identity attributes, but records are told apart by %2",
+                   schema.name.view(), listed(needed)));
+  }
+  reject(Message("the identity attributes of the entity %1 are %2, but records are told apart by %3",
+                 schema.name.view(), listed(declared), listed(needed)));
 }
 
-void checkComplete(const EntitySchema& schema, const String& ordering, const std::string& where) {
-  if (!schema.nameKey) reject(where + " has no attribute that is its name");
-  if (!schema.positionKey) reject(where + " has no attribute that is its position");
+void checkComplete(const EntitySchema& schema, const String& ordering, const Message& where) {
+  if (!schema.nameKey) reject(Message("%1 has no attribute that is its name", where));
+  if (!schema.positionKey) reject(Message("%1 has no attribute that is its position", where));
   if (!(ordering == schema.positionKey))
-    reject("the ordering attribute of " + where + " is not its position");
+    reject(Message("the ordering attribute of the entity %1 is not its position", schema.name.view()));
   if (schema.entity == Entity::bookmark && !schema.urlKey)
-    reject(where + " has no attribute that is its URL");
+    reject(Message("%1 has no attribute that is its URL", where));
   if (schema.entity == Entity::folder && !schema.tabGroupKey) {
-    reject(where + " has no attribute that tells groups of tabs");
+    reject(Message("%1 has no attribute that tells groups of tabs", where));
   }
   // The numbers that the engine gives siblings leave out this one alone.
   if (schema.entity == Entity::folder && schema.specialPosition != LoomerPositionSpecial)
-    reject("the special position of " + where + " is not " + std::to_string(LoomerPositionSpecial));
+    reject(Message("the special position of the entity %1 is not %2", schema.name.view(),
+                   std::to_string(LoomerPositionSpecial)));
 }
 
 EntitySchema readEntity(const Dictionary& dictionary) {
   EntitySchema schema;
-  schema.name = required(dictionary, "Name", "an entity");
-  const std::string where = "the entity " + schema.name.toString();
+  schema.name = required(dictionary, "Name", Message("an entity"));
+  const Message where("the entity %1", schema.name.view());
   const String kind = required(dictionary, "Kind", where);
   if (!(kind == "folder") && !(kind == "bookmark"))
-    reject(where + " is of the unknown kind \"" + kind.toString() + "\"");
+    reject(Message("%1 is of the unknown kind \"%2\"", where, kind.view()));
   schema.entity = kind == "folder" ? Entity::folder : Entity::bookmark;
   schema.parentKey = interned(required(dictionary, "ParentRelationship", where));
   schema.specialPosition = dictionary.integer32("SpecialPosition");
   if (const Array* attributes = dictionary.array("Attributes")) {
     for (const Value& attribute : *attributes) {
-      if (const auto* form = attribute.as<Dictionary>()) readAttribute(*form, schema, where);
+      if (const auto* form = attribute.as<Dictionary>()) readAttribute(*form, schema);
     }
   }
   checkComplete(schema, required(dictionary, "OrderingAttribute", where), where);
-  checkIdentity(schema, strings(dictionary, "IdentityAttributes"), where);
+  checkIdentity(schema, strings(dictionary, "IdentityAttributes"));
   return schema;
 }
 
 RecordSchema readSchema(const Dictionary& file) {
   if (!(file.string("DataClass") == LoomerDataClass_Bookmarks))
-    reject("it is not of the bookmarks data class");
+    reject(Message("it is not of the bookmarks data class"));
   RecordSchema schema;
   bool found[2] = {false, false};
   if (const Array* entities = file.array("Entities")) {
@@ -135,12 +142,12 @@ RecordSchema readSchema(const Dictionary& file) {
       if (!dictionary) continue;
       EntitySchema entity = readEntity(*dictionary);
       const auto kind = static_cast<std::size_t>(entity.entity);
-      if (found[kind]) reject("the entity " + entity.name.toString() + " is the second one of its kind");
+      if (found[kind]) reject(Message("the entity %1 is the second one of its kind", entity.name.view()));
       found[kind] = true;
       schema.entities[kind] = std::move(entity);
     }
   }
-  if (!found[0] || !found[1]) reject("it does not declare both folders and bookmarks");
+  if (!found[0] || !found[1]) reject(Message("it does not declare both folders and bookmarks"));
   return schema;
 }
 
@@ -148,12 +155,12 @@ RecordSchema readFile(const std::string& path, const std::string& bytes) {
   try {
     const Value value = readPropertyList(bytes);
     const auto* file = value.as<Dictionary>();
-    if (!file) reject(std::string("it is no dictionary but a ") + value.typeName());
+    if (!file) reject(Message("it is no dictionary but a %1", value.typeName()));
     return readSchema(*file);
   } catch (const PropertyListException& exception) {
-    fail(path, exception.reason());
+    fail(path, exception.message());
   } catch (const SchemaProblem& problem) {
-    fail(path, problem.reason());
+    fail(path, problem.message());
   }
 }
 
@@ -185,9 +192,10 @@ const EntitySchema* RecordSchema::named(const String& name) const {
 Url bookmarksSchemaUrl() { return fileUrl(kBookmarksSchema); }
 
 RecordSchema readRecordSchema(const std::vector<Url>& urls) {
-  if (urls.empty()) throw SchemaProblem{"The client names no sync schema. Install the program again."};
+  if (urls.empty())
+    throw SchemaProblem(Message("The client names no sync schema. Install the program again."));
   const auto named = pathOfFileUrl(urls.front());
-  if (!named) fail(urls.front().text.toString(), "it is not named by a file URL");
+  if (!named) fail(urls.front().text.toString(), Message("it is not named by a file URL"));
   const std::string& path = *named;
   std::string bytes;
   std::error_code error = Platform::current().files.read(path, bytes);

@@ -35,8 +35,7 @@ struct RecordSchema {
 /// A schema that cannot be used; the reason names the path and the cause.
 class SchemaProblem : public PlatformException {
  public:
-  explicit SchemaProblem(std::string reason)
-      : PlatformException("LoomerSchemaException", std::move(reason)) {}
+  explicit SchemaProblem(Message reason) : PlatformException("LoomerSchemaException", std::move(reason)) {}
 };
 
 /// Where the schema of bookmarks is installed.

@@ -6,10 +6,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/loomer/edit/TruthEdit.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Forest.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Places.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
@@ -321,10 +321,11 @@ UndoResult undoSession(TruthStore& store, const String& author, std::int64_t ses
   if (SessionLog(store).isPruned(session)) {
     throw LoomerStoreException(
         store.path(),
-        tr("session %1 is too old to be undone: the log keeps the last 90 days or %2 sessions, whichever is "
-           "more",
-           std::to_string(session), grouped(1'000)),
-        tr("Nothing was changed. Put right by hand what that session changed."));
+        Message(
+            "session %1 is too old to be undone: the log keeps the last 90 days or %2 sessions, whichever is "
+            "more",
+            std::to_string(session), std::size_t{1'000}),
+        Message("Nothing was changed. Put right by hand what that session changed."));
   }
   UndoResult result;
   result.session = editTruth(

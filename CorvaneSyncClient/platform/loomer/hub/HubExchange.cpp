@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <exception>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/session/EmbeddedSessionDriver.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -31,7 +31,7 @@ constexpr double kInVainSeconds = 60.0;
 
 double secondsNow() { return Platform::current().clock.now().seconds; }
 
-void reportAlone(const char* cause) {
+void reportAlone(const std::string& cause) {
   systemLog("Bookmarks were synced on this computer alone, not with the online service: %@", cause);
 }
 
@@ -64,19 +64,21 @@ bool HubExchange::guarded(void (HubExchange::*work)()) {
       (this->*work)();
       return true;
     }
+  } catch (const PlatformException& exception) {
+    fail(exception.message());
   } catch (const std::exception& exception) {
-    fail(exception.what());
+    fail(std::string(exception.what()));
   } catch (...) {
-    fail("an exception of an unknown kind.");
+    fail(Message("an exception of an unknown kind."));
   }
   _ended = true;
   return false;
 }
 
 // What goes wrong here must not be what the file's session fails of.
-void HubExchange::fail(const char* cause) noexcept {
+void HubExchange::fail(const Message& cause) noexcept {
   try {
-    reportAlone(cause);
+    reportAlone(cause.inEnglish());
     FailedRuns(_clients.store().path()).note(String(kHubClientIdentifier), cause);
   } catch (...) {
     SCLog("There was no memory for the cause why bookmarks were not synced with the online service");
@@ -93,7 +95,7 @@ void HubExchange::exchange() {
     Platform::current().clock.sleep(kPauseSeconds * attempt);
   }
   throw PlatformException(pelto::DotPeltoException,
-                          tr("other computers gave changes all the time. Sync again."));
+                          Message("other computers gave changes all the time. Sync again."));
 }
 
 void HubExchange::giveEverything() {
@@ -174,7 +176,7 @@ HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient& so
   if (source.foundNoRoom()) return takeInAlone();
   const bool otherProcessWasFaster = !after || after->sessions != before->sessions;
   if (source.wasOvertaken() || otherProcessWasFaster) return Outcome::overtaken;
-  throw PlatformException(pelto::DotPeltoException, driver.lastError().toString());
+  throw PlatformException(pelto::DotPeltoException, driver.lastError());
 }
 
 // What others gave is taken in all the same, in a session that gives nothing.

@@ -46,7 +46,7 @@ class HubExchange : public Exchange {
 
   /// Whether there was something to exchange with, and nothing failed.
   bool guarded(void (HubExchange::*work)());
-  void fail(const char* cause) noexcept;
+  void fail(const Message& cause) noexcept;
   void exchange();
   void giveEverything();
   Outcome exchangeOnce();

@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/session/ClientRegistry.h"
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/loomer/api/ClientDescription.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::loomer {
@@ -21,11 +21,11 @@ EmbeddedClient* ClientRegistry::find(const String& identifier) {
 }
 
 EmbeddedClient* ClientRegistry::registerClient(const String& identifier,
-                                               const std::string& descriptionFilePath, std::string& problem) {
+                                               const std::string& descriptionFilePath, Message& problem) {
   const auto description = readClientDescription(descriptionFilePath, problem);
   if (!description) return nullptr;
   if (identifier.empty()) {
-    problem = "the client has no identifier";
+    problem = Message("the client has no identifier");
     return nullptr;
   }
   return &registerClient(identifier, *description);
@@ -36,9 +36,9 @@ EmbeddedClient& ClientRegistry::registerClient(const String& identifier, const D
   if (EmbeddedClient* client = find(identifier)) return *client;
   throw LoomerStoreException(
       _store.path(),
-      tr("the client %1 was unregistered by another process while it was being registered",
-         identifier.toString()),
-      tr("Sync again."));
+      Message("the client %1 was unregistered by another process while it was being registered",
+              identifier.toString()),
+      Message("Sync again."));
 }
 
 void ClientRegistry::unregisterClient(LoomerClient& client) {

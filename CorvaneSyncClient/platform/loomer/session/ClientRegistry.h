@@ -23,7 +23,7 @@ class ClientRegistry {
   /// Registers the client that the description file describes, or renews the description of the registered
   /// one. Null, with the cause in `problem`, when the description cannot be used.
   EmbeddedClient* registerClient(const String& identifier, const std::string& descriptionFilePath,
-                                 std::string& problem);
+                                 Message& problem);
   /// As above, with the description itself.
   EmbeddedClient& registerClient(const String& identifier, const Dictionary& description);
   /// `client` is gone afterwards.

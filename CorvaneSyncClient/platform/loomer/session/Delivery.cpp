@@ -29,10 +29,10 @@ class Delivering {
     for (const EntitySchema& entity : _schema.entities) {
       String error;
       if (_dataSource.deleteAllRecordsForEntityName(entity.name, error) && !error) continue;
-      throw SessionCancelled{
-          format("The client could not delete all records of %@ to be given the agreed ones: %@. Nothing was "
-                 "changed; remove the cause and sync again.",
-                 entity.name, error ? error : String("it gave no reason"))};
+      throw SessionCancelled(
+          sentences(Message("The client could not delete all records of %1 to be given the agreed ones: %2.",
+                            entity.name.view(), reasonGiven(error)),
+                    nothingChanged()));
     }
   }
 
@@ -59,7 +59,7 @@ class Delivering {
       case LoomerChangeIgnored:
         return refuse(change);
       default:
-        cancel(change, "it answered with an error");
+        cancel(change, Message("it answered with an error"));
     }
   }
 
@@ -96,7 +96,7 @@ class Delivering {
     String remapped, error;
     const int answer = _dataSource.applyChange(LoomerChange(change.type, identifier, record), schema.name,
                                                remapped, pointerTo(record), error);
-    if (error) cancel(change, error.toString());
+    if (error) cancel(change, reasonGiven(error));
     if (addition) localId = remapped ? remapped : identifier;
     return answer;
   }
@@ -104,7 +104,7 @@ class Delivering {
   void accept(const ClientChange& change, const String& localId) {
     if (change.type != LoomerChangeTypeAdd) return;
     if (localId.empty() || localId == LoomerRootIdentifier || !_idsInUse.insert(localId).second) {
-      cancel(change, "it handed back the identifier \"" + localId.toString() + "\", which is in use");
+      cancel(change, Message("it handed back the identifier \"%1\", which is in use", localId.view()));
     }
     _delivery.localIds.emplace(change.record, localId);
   }
@@ -116,20 +116,23 @@ class Delivering {
 
   void checkTime() const {
     if (!(Platform::current().clock.now().seconds - _began > _timeout)) return;
-    throw SessionCancelled{
-        format("The client took longer than %.0f seconds to take the changes in. Nothing was changed; sync "
-               "again when the computer is less busy.",
-               _timeout)};
+    throw SessionCancelled(Message::counted(
+        wholeSeconds(_timeout),
+        "The client took longer than %1 second to take the changes in. Nothing was changed; sync again when "
+        "the computer is less busy.",
+        "The client took longer than %1 seconds to take the changes in. Nothing was changed; sync again when "
+        "the computer is less busy."));
   }
 
-  [[noreturn]] void cancel(const ClientChange& change, const std::string& what) const {
-    const char* kind = change.type == LoomerChangeTypeAdd      ? "the addition"
-                       : change.type == LoomerChangeTypeModify ? "the change"
-                                                               : "the deletion";
-    throw SessionCancelled{
-        format("The client could not take %@ of record %d (%@): %@. Nothing was changed; remove the cause "
-               "and sync again.",
-               kind, change.record, change.content.name, what)};
+  [[noreturn]] void cancel(const ClientChange& change, const Message& what) const {
+    const MessageText<3> problem =
+        change.type == LoomerChangeTypeAdd
+            ? MessageText<3>("The client could not take the addition of record %1 (%2): %3.")
+        : change.type == LoomerChangeTypeModify
+            ? MessageText<3>("The client could not take the change of record %1 (%2): %3.")
+            : MessageText<3>("The client could not take the deletion of record %1 (%2): %3.");
+    throw SessionCancelled(sentences(
+        Message(problem, std::to_string(change.record), change.content.name.view(), what), nothingChanged()));
   }
 
   LoomerSessionDriverDataSource& _dataSource;

@@ -43,10 +43,12 @@ class Session {
     const Opening opening = open();
     const Stored stored = mergeAndStore(opening);
     String error;
-    checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error, "take the changes in");
+    checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error,
+                MessageText<2>("The client %1 could not take the changes in: %2."));
     if (stored.journal) _journal.write(*stored.journal);
     error = String();
-    checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error, "finish the session");
+    checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error,
+                MessageText<2>("The client %1 could not finish the session: %2."));
     commit(stored.delivers);
     if (opening.journal || stored.journal) _journal.remove();
   }
@@ -77,7 +79,8 @@ class Session {
   void registerWithDataSource() {
     _client.holdValuesBack();
     String error;
-    checkAnswer(_dataSource.sessionDriverDidRegisterClient(_driver, error), error, "begin the session");
+    checkAnswer(_dataSource.sessionDriverDidRegisterClient(_driver, error), error,
+                MessageText<2>("The client %1 could not begin the session: %2."));
   }
 
   // The strongest kind that is asked for.
@@ -87,36 +90,39 @@ class Session {
     SessionKind preferred = SessionKind::fast;
     for (const String& name : _dataSource.entityNamesToSync()) {
       if (!_schema.named(name)) {
-        throw SessionCancelled{format(
-            "The client syncs the entity %@, which the sync schema does not have. Nothing was changed; "
+        throw SessionCancelled(Message(
+            "The client syncs the entity %1, which the sync schema does not have. Nothing was changed; "
             "install the client again.",
-            name)};
+            name.view()));
       }
       std::erase(missing, name);
       preferred = std::max(preferred, kindOfMode(_dataSource.preferredSyncModeForEntityName(name)));
     }
     if (missing.empty()) return preferred;
     // Records of an entity that is left out would look deleted.
-    throw SessionCancelled{
-        format("The client does not sync the entity %@. Nothing was changed; install the client again.",
-               missing.front())};
+    throw SessionCancelled(
+        Message("The client does not sync the entity %1. Nothing was changed; install the client again.",
+                missing.front().view()));
   }
 
   // Begins the transaction. Answers the client's state in it.
   ClientState takeLock() {
     const double timeout = _dataSource.sessionBeginSessionTimeout();
     if (!_store.begin(timeout)) {
-      throw SessionCancelled{
-          format("Another sync session was still running after %.0f seconds of waiting. Nothing was changed; "
-                 "sync again when that session has ended.",
-                 timeout)};
+      throw SessionCancelled(Message::counted(wholeSeconds(timeout),
+                                              "Another sync session was still running after %1 second of "
+                                              "waiting. Nothing was changed; sync again "
+                                              "when that session has ended.",
+                                              "Another sync session was still running after %1 seconds of "
+                                              "waiting. Nothing was changed; sync again "
+                                              "when that session has ended."));
     }
     _tookLock = true;
     const auto state = _clients.find(_client.clientIdentifier());
     if (!state || state->id != _client.row()) {
-      throw SessionCancelled{
-          format("The client %@ was unregistered meanwhile. Nothing was changed; register it and sync again.",
-                 _client.clientIdentifier())};
+      throw SessionCancelled(Message(
+          "The client %1 was unregistered meanwhile. Nothing was changed; register it and sync again.",
+          _client.clientIdentifier().view()));
     }
     return *state;
   }
@@ -125,10 +131,10 @@ class Session {
   SessionKind readAgain() {
     _client.dropHeldValues();
     if (!_dataSource.readAgain()) {
-      throw SessionCancelled{
-          format("Another session of the client %@ ended while this one waited. Nothing was changed; sync "
-                 "again.",
-                 _client.clientIdentifier())};
+      throw SessionCancelled(
+          Message("Another session of the client %1 ended while this one waited. Nothing was changed; sync "
+                  "again.",
+                  _client.clientIdentifier().view()));
     }
     registerWithDataSource();
     return preferredKind();
@@ -341,18 +347,16 @@ class Session {
       _store.database().commit();
     } catch (const LoomerStoreException& exception) {
       if (!delivers) throw;
-      throw LoomerStoreException(
-          exception.reason() +
-          " The client has saved the changes that were delivered to it; the next session "
-          "notices that and loses nothing.");
+      throw LoomerStoreException(sentences(
+          exception.message(), Message("The client has saved the changes that were delivered to it; "
+                                       "the next session notices that and loses nothing.")));
     }
   }
 
-  void checkAnswer(bool answer, const String& error, const char* callback) const {
+  void checkAnswer(bool answer, const String& error, MessageText<2> problem) const {
     if (answer && !error) return;
-    throw SessionCancelled{
-        format("The client %@ could not %@: %@. Nothing was changed; remove the cause and sync again.",
-               _client.clientIdentifier(), callback, error ? error : String("it gave no reason"))};
+    throw SessionCancelled(
+        sentences(Message(problem, _client.clientIdentifier().view(), reasonGiven(error)), nothingChanged()));
   }
 
   TruthStore& _store;
@@ -385,7 +389,7 @@ void EmbeddedSessionDriver::_setClient(LoomerClient* client) {
 
 bool EmbeddedSessionDriver::sync() {
   if (_exchange) _exchange->takeIn();
-  _lastError = String();
+  _lastError = Message();
   const auto schema = prepare();
   if (!schema) return false;
   Session session(_clients.store(), *this, _dataSource, *_client, *schema);
@@ -393,19 +397,19 @@ bool EmbeddedSessionDriver::sync() {
     session.run();
   } catch (const SessionRefused& refused) {
     rollBack();
-    cancel(refused.reason() + storeRefusal(refused), session.tookLock());
+    cancel(sentences(refused.message(), storeRefusal(refused)), session.tookLock());
     return false;
   } catch (const SessionCancelled& cancelled) {
-    cancel(cancelled.reason(), session.tookLock());
+    cancel(cancelled.message(), session.tookLock());
     return false;
   } catch (const LoomerStoreException& exception) {
-    cancel(exception.reason(), session.tookLock());
+    cancel(exception.message(), session.tookLock());
     return false;
   } catch (const PlatformException& exception) {
-    cancelQuietly(exception.reason(), session.tookLock());
+    cancelQuietly(exception.message(), session.tookLock());
     throw;
   } catch (...) {
-    cancelQuietly("The client failed with an exception of an unknown kind. Nothing was changed.",
+    cancelQuietly(Message("The client failed with an exception of an unknown kind. Nothing was changed."),
                   session.tookLock());
     throw;
   }
@@ -418,11 +422,11 @@ std::optional<RecordSchema> EmbeddedSessionDriver::prepare() {
     findClient();
     return readRecordSchema(_dataSource.schemaBundleURLs());
   } catch (const SessionCancelled& cancelled) {
-    _lastError = cancelled.reason();
+    _lastError = cancelled.message();
   } catch (const SchemaProblem& problem) {
-    _lastError = problem.reason();
+    _lastError = problem.message();
   } catch (const LoomerStoreException& exception) {
-    _lastError = exception.reason();
+    _lastError = exception.message();
   }
   return std::nullopt;
 }
@@ -434,23 +438,28 @@ void EmbeddedSessionDriver::findClient() {
   if (_client) return;
   const auto url = _dataSource.clientDescriptionURL();
   const auto path = url ? pathOfFileUrl(*url) : std::nullopt;
-  std::string problem = "it cannot be found";
+  Message problem("it cannot be found");
   if (path) _client = _clients.registerClient(identifier, *path, problem);
   if (_client) return;
-  throw SessionCancelled{
-      format("The client %@ is not registered, and its description (%@) cannot be used to "
-             "register it: %@. Install the client again.",
-             identifier, url ? url->text : String("there is none"), problem)};
+  if (!url)
+    throw SessionCancelled(
+        Message("The client %1 is not registered, and there is no description to register it "
+                "by. Install the client again.",
+                identifier.view()));
+  throw SessionCancelled(
+      Message("The client %1 is not registered, and its description (%2) cannot be used to "
+              "register it: %3. Install the client again.",
+              identifier.view(), url->text.view(), problem));
 }
 
-std::string EmbeddedSessionDriver::storeRefusal(const SessionRefused& refused) {
+Message EmbeddedSessionDriver::storeRefusal(const SessionRefused& refused) {
   try {
     RefusalTable(_clients.store()).enter(_client->row(), refused.refusal(), refused.deletions());
     return {};
   } catch (const PlatformException& exception) {
     // The session is refused all the same, and so is the next one, which may be stored.
-    return " But there is nothing to approve yet, since what was refused could not be noted: " +
-           exception.reason();
+    return Message("But there is nothing to approve yet, since what was refused could not be noted: %1",
+                   exception.message());
   }
 }
 
@@ -459,7 +468,7 @@ void EmbeddedSessionDriver::rollBack() noexcept {
   _client->dropHeldValues();
 }
 
-void EmbeddedSessionDriver::cancel(const std::string& reason, bool tookLock) {
+void EmbeddedSessionDriver::cancel(const Message& reason, bool tookLock) {
   rollBack();
   _lastError = reason;
   _client->holdValuesBack();
@@ -472,7 +481,7 @@ void EmbeddedSessionDriver::cancel(const std::string& reason, bool tookLock) {
   keepValues(tookLock);
 }
 
-void EmbeddedSessionDriver::cancelQuietly(const std::string& reason, bool tookLock) noexcept {
+void EmbeddedSessionDriver::cancelQuietly(const Message& reason, bool tookLock) noexcept {
   try {
     cancel(reason, tookLock);
   } catch (...) {

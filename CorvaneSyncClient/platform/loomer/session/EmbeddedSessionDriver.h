@@ -35,7 +35,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   void _setClient(LoomerClient* client) override;
   LoomerClient* client() override { return _client; }
   bool sync() override;
-  String lastError() override { return _lastError; }
+  Message lastError() override { return _lastError; }
 
  private:
   /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
@@ -43,11 +43,11 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   void findClient();
   /// Stores what the guard refused, so that it can be looked at and approved. Answers what there is to say
   /// when that fails.
-  std::string storeRefusal(const SessionRefused& refused);
+  Message storeRefusal(const SessionRefused& refused);
   /// Rolls the session back, has the client know of it, and keeps what it stores then.
-  void cancel(const std::string& reason, bool tookLock);
+  void cancel(const Message& reason, bool tookLock);
   /// As `cancel`; what the client raises then is dropped.
-  void cancelQuietly(const std::string& reason, bool tookLock) noexcept;
+  void cancelQuietly(const Message& reason, bool tookLock) noexcept;
   void keepValues(bool tookLock) noexcept;
   void rollBack() noexcept;
 
@@ -56,7 +56,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   std::unique_ptr<Exchange> _exchange;
   String _identifier;  // of the client that was set; absent for the data source's own
   EmbeddedClient* _client = nullptr;
-  String _lastError;
+  Message _lastError;  // empty after a success
 };
 
 }  // namespace corvane::loomer

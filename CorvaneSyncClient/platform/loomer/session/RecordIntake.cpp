@@ -35,10 +35,9 @@ class Intake {
     Dictionary answer = _changedOnly ? _dataSource.changedRecordsForEntityName(schema.name, moreComing, error)
                                      : _dataSource.recordsForEntityName(schema.name, moreComing, error);
     if (!error) return answer;
-    throw SessionCancelled{
-        format("The client could not give its records of %@: %@. Nothing was changed; remove the cause and "
-               "sync again.",
-               schema.name, error)};
+    throw SessionCancelled(sentences(
+        Message("The client could not give its records of %1: %2.", schema.name.view(), reasonGiven(error)),
+        nothingChanged()));
   }
 
   void enter(const EntitySchema& schema, const String& localId, const Dictionary& dictionary) {
@@ -48,10 +47,10 @@ class Intake {
     } else if (records[known->second].entity == schema.entity) {
       records[known->second] = clientRecord(schema, localId, dictionary);
     } else {
-      throw SessionCancelled{
-          format("The client gave the identifier %@ to a folder and to a bookmark. Nothing was changed; give "
-                 "one of the two another identifier and sync again.",
-                 localId)};
+      throw SessionCancelled(Message(
+          "The client gave the identifier %1 to a folder and to a bookmark. Nothing was changed; give "
+          "one of the two another identifier and sync again.",
+          localId.view()));
     }
   }
 

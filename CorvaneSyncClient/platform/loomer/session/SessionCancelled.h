@@ -1,6 +1,8 @@
 #pragma once
 
-#include <string>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -12,7 +14,7 @@ namespace corvane::loomer {
 /// The reason why a session cannot go on, for people: what, why, what to do. Cancels the session.
 class SessionCancelled : public PlatformException {
  public:
-  explicit SessionCancelled(std::string reason)
+  explicit SessionCancelled(Message reason)
       : PlatformException("LoomerSessionCancelledException", std::move(reason)) {}
 };
 
@@ -20,7 +22,7 @@ class SessionCancelled : public PlatformException {
 class SessionRefused : public SessionCancelled {
  public:
   /// `deletions` are the records that the plan would delete.
-  SessionRefused(std::string reason, Refusal refusal, std::vector<RecordId> deletions)
+  SessionRefused(Message reason, Refusal refusal, std::vector<RecordId> deletions)
       : SessionCancelled(std::move(reason)), _refusal(std::move(refusal)), _deletions(std::move(deletions)) {}
 
   /// What is stored of it, to be looked at and approved.
@@ -32,5 +34,18 @@ class SessionRefused : public SessionCancelled {
   Refusal _refusal;
   std::vector<RecordId> _deletions;
 };
+
+/// What a data source gave as its reason, or that it gave none.
+inline Message reasonGiven(const String& error) {
+  return error ? Message(error.toString()) : Message("it gave no reason");
+}
+
+/// How a message about the client ends.
+inline Message nothingChanged() { return Message("Nothing was changed; remove the cause and sync again."); }
+
+/// Of a time that a data source waits.
+inline std::uint64_t wholeSeconds(double seconds) {
+  return static_cast<std::uint64_t>(std::llround(std::max(seconds, 0.0)));
+}
 
 }  // namespace corvane::loomer

@@ -51,15 +51,22 @@ void guard(const Opening& opening, const Plan& plan) {
                   std::nullopt};
   const bool approved = opening.refusal && opening.refusal->approved;
   if (approved && opening.refusal->digest == refusal.digest) return;
-  const char* const another =
-      "The plan that was approved was another one: the client or the agreed bookmarks have changed since. ";
-  const String client = opening.client.identifier;
-  std::string reason = format(
-      "The client %@ lacks %d of %d bookmarks and folders, so that this session would delete them "
-      "everywhere. Nothing was changed. %@If they are meant to go, look at `loomerctl plan %@`, run "
-      "`loomerctl approve %@` and sync again; to give them back to the client, run "
-      "`loomerctl restore %@` and sync again.",
-      client, refusal.deletions, refusal.live, approved ? another : "", client, client, client);
+  const std::string_view client = opening.client.identifier.view();
+  Message reason(
+      "The client %1 lacks %2 of %3 bookmarks and folders, so that this session would delete them "
+      "everywhere. Nothing was changed.",
+      client, refusal.deletions, refusal.live);
+  if (approved) {
+    reason =
+        sentences(std::move(reason), Message("The plan that was approved was another one: the client or the "
+                                             "agreed bookmarks have changed since."));
+  }
+  reason =
+      sentences(std::move(reason),
+                Message("If they are meant to go, look at `loomerctl plan %1`, run `loomerctl approve %1` "
+                        "and sync again; to give them back to the client, run `loomerctl restore %1` and "
+                        "sync again.",
+                        client));
   throw SessionRefused(std::move(reason), std::move(refusal), deletions(result));
 }
 

@@ -7,7 +7,7 @@
 #include <new>
 #include <system_error>
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane::loomer {
 
@@ -33,34 +33,44 @@ bool isFull(int code, int systemError) {
          ((code & 0xff) == SQLITE_IOERR && (systemError == ENOSPC || systemError == EDQUOT));
 }
 
-std::string remedyFor(int code) {
+Message remedyFor(int code) {
   switch (code & 0xff) {
     case SQLITE_READONLY:
     case SQLITE_PERM:
     case SQLITE_CANTOPEN:
     case SQLITE_AUTH:
-      return tr("Give yourself permission to read and write the file and its directory, and sync again.");
+      return Message(
+          "Give yourself permission to read and write the file and its directory, and sync again.");
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      return tr("Wait until the other session has ended and sync again.");
+      return Message("Wait until the other session has ended and sync again.");
     case SQLITE_IOERR:
-      return tr("Check the disk that holds the file and sync again.");
+      return Message("Check the disk that holds the file and sync again.");
     default:
-      return tr("Nothing was changed. Sync again; if it keeps failing, run `loomerctl check`.");
+      return Message("Nothing was changed. Sync again; if it keeps failing, run `loomerctl check`.");
   }
+}
+
+// What was to be done, and why it failed.
+Message failed(const char* purpose, const std::string& cause) {
+  Message message;
+  message.kind = Message::Kind::text;
+  message.english = purpose;
+  message.values.emplace_back(cause);
+  return message;
 }
 
 sqlite3_destructor_type lifetime(bool copied) { return copied ? SQLITE_TRANSIENT : SQLITE_STATIC; }
 
 }  // namespace
 
-LoomerStoreException::LoomerStoreException(const std::string& path, const std::string& what,
-                                           const std::string& remedy)
+LoomerStoreException::LoomerStoreException(const std::string& path, const Message& what,
+                                           const Message& remedy)
     : PlatformException("LoomerStoreException",
-                        tr("The bookmarks sync store %1: %2.", path, what) + ' ' + remedy) {}
+                        sentences(Message("The bookmarks sync store %1: %2.", path, what), remedy)) {}
 
-DamagedStoreException::DamagedStoreException(const std::string& path, const std::string& what)
-    : LoomerStoreException(path, what, tr(kDamagedStoreRemedy)) {}
+DamagedStoreException::DamagedStoreException(const std::string& path, const Message& what)
+    : LoomerStoreException(path, what, Message(kDamagedStoreRemedy)) {}
 
 Statement::~Statement() { _database.giveBack(_sql, _statement); }
 
@@ -271,7 +281,7 @@ Database::Database(std::string path, Access access) : _path(std::move(path)) {
   if (code != SQLITE_OK) {
     const std::string message = _connection ? sqlite3_errmsg(_connection) : sqlite3_errstr(code);
     sqlite3_close(_connection);
-    throw LoomerStoreException(_path, tr("cannot open it: %1", message), remedyFor(code));
+    throw LoomerStoreException(_path, Message("cannot open it: %1", message), remedyFor(code));
   }
   sqlite3_extended_result_codes(_connection, 1);
   sqlite3_busy_timeout(_connection, kBusyMilliseconds);
@@ -345,9 +355,9 @@ void Database::fail(int code, const char* purpose) const {
   const int systemError = sqlite3_system_errno(_connection);
   if (isFull(code, systemError)) {
     const std::string cause = std::system_category().message(systemError == EDQUOT ? EDQUOT : ENOSPC);
-    throw FullDiskException(_path, translated(purpose, {cause}), tr("Make room on the disk and sync again."));
+    throw FullDiskException(_path, failed(purpose, cause), Message("Make room on the disk and sync again."));
   }
-  const std::string what = translated(purpose, {sqlite3_errmsg(_connection)});
+  const Message what = failed(purpose, sqlite3_errmsg(_connection));
   if (isDamage(code)) throw DamagedStoreException(_path, what);
   throw LoomerStoreException(_path, what, remedyFor(code));
 }

@@ -21,9 +21,9 @@ class LoomerStoreException : public PlatformException {
  public:
   /// About the store at `path`; `what` is wrong, a sentence without its full stop, and `remedy` says what to
   /// do.
-  LoomerStoreException(const std::string& path, const std::string& what, const std::string& remedy);
+  LoomerStoreException(const std::string& path, const Message& what, const Message& remedy);
   /// With the whole reason.
-  explicit LoomerStoreException(std::string reason)
+  explicit LoomerStoreException(Message reason)
       : PlatformException("LoomerStoreException", std::move(reason)) {}
 };
 
@@ -31,7 +31,7 @@ class LoomerStoreException : public PlatformException {
 class DamagedStoreException : public LoomerStoreException {
  public:
   /// `what` is wrong with the file at `path`: a clause for the message.
-  DamagedStoreException(const std::string& path, const std::string& what);
+  DamagedStoreException(const std::string& path, const Message& what);
 };
 
 /// There is no room on the disk for what an operation takes, be it only to read what others may write

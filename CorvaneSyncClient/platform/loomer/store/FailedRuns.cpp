@@ -1,7 +1,10 @@
 #include "CorvaneSyncClient/platform/loomer/store/FailedRuns.h"
 
 #include <algorithm>
+#include <optional>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -16,12 +19,75 @@ constexpr const char* kAll = "All";
 constexpr const char* kInARow = "InARow";
 constexpr const char* kSince = "Since";
 constexpr const char* kLast = "Last";
-constexpr const char* kCause = "Cause";
+constexpr const char* kCause = "Cause";  // in English, for those who read the file without the program
+constexpr const char* kMessage = "Message";
+
+// The parts of a message with placeholders.
+constexpr const char* kText = "Text";
+constexpr const char* kValues = "Values";
+constexpr const char* kSingular = "Singular";
+constexpr const char* kCount = "Count";
+
+// Far deeper than any cause of a cause.
+constexpr int kMostDepth = 16;
 
 std::int64_t countIn(const Dictionary& runs, const char* key) {
   const Value* const value = runs.find(key);
   const auto* const count = value ? value->as<std::int64_t>() : nullptr;
   return count ? std::max<std::int64_t>(*count, 0) : 0;
+}
+
+// A text that is the same in every language is a string, a number an integer.
+Value stored(const Message& message) {
+  if (message.kind == Message::Kind::same) return String(message.english);
+  if (message.kind == Message::Kind::number) return message.number;
+  std::vector<Value> values;
+  for (const Message& each : message.values) values.push_back(stored(each));
+  Dictionary dictionary{{kText, message.english}, {kValues, Array(std::move(values))}};
+  if (message.kind == Message::Kind::counted) {
+    dictionary.set(kSingular, message.singular);
+    dictionary.set(kCount, message.number);
+  }
+  return dictionary;
+}
+
+std::optional<std::uint64_t> numberIn(const Value* value) {
+  const auto* const number = value ? value->as<std::int64_t>() : nullptr;
+  return number && *number >= 0 ? std::optional(static_cast<std::uint64_t>(*number)) : std::nullopt;
+}
+
+// Nothing for what is no message.
+std::optional<Message> messageIn(const Value& value, int depth = 0) {
+  if (const String text = value.string()) return Message(text.toString());
+  Message message;
+  if (const auto number = numberIn(&value)) {
+    message.kind = Message::Kind::number;
+    message.number = *number;
+    return message;
+  }
+  const auto* const dictionary = value.as<Dictionary>();
+  const Array* const values = dictionary ? dictionary->array(kValues) : nullptr;
+  if (!values || !dictionary->string(kText) || depth == kMostDepth) return std::nullopt;
+  message.kind = Message::Kind::text;
+  message.english = dictionary->string(kText).toString();
+  if (const auto count = numberIn(dictionary->find(kCount))) {
+    message.kind = Message::Kind::counted;
+    message.number = *count;
+    message.singular = dictionary->string(kSingular).toString();
+  }
+  for (const Value& each : *values) {
+    auto part = messageIn(each, depth + 1);
+    if (!part) return std::nullopt;
+    message.values.push_back(*std::move(part));
+  }
+  return message;
+}
+
+// Earlier versions kept the English text alone.
+Message causeIn(const Dictionary& runs) {
+  const Value* const kept = runs.find(kMessage);
+  std::optional<Message> message = kept ? messageIn(*kept) : std::nullopt;
+  return message ? *std::move(message) : Message(runs.string(kCause).toString());
 }
 
 FailedRunsOfClient runsIn(const Dictionary& stored) {
@@ -30,16 +96,13 @@ FailedRunsOfClient runsIn(const Dictionary& stored) {
   runs.inARow = countIn(stored, kInARow);
   runs.since = stored.date(kSince).value_or(Date());
   runs.last = stored.date(kLast).value_or(Date());
-  runs.cause = stored.string(kCause);
+  runs.cause = causeIn(stored);
   return runs;
 }
 
 Dictionary stored(const FailedRunsOfClient& runs) {
-  return {{kAll, runs.all},
-          {kInARow, runs.inARow},
-          {kSince, runs.since},
-          {kLast, runs.last},
-          {kCause, runs.cause}};
+  return {{kAll, runs.all},   {kInARow, runs.inARow},           {kSince, runs.since},
+          {kLast, runs.last}, {kCause, runs.cause.inEnglish()}, {kMessage, stored(runs.cause)}};
 }
 
 FailedRunsOfClient runsOf(const Dictionary& all, const String& client) {
@@ -61,7 +124,7 @@ std::map<std::string, FailedRunsOfClient> FailedRuns::all() const {
   return runs;
 }
 
-void FailedRuns::note(const String& client, const std::string& cause) const {
+void FailedRuns::note(const String& client, const Message& cause) const {
   Dictionary all = read();
   FailedRunsOfClient runs = runsOf(all, client);
   runs.last = Platform::current().clock.now();

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/foundation/values/Value.h"
@@ -16,7 +17,7 @@ struct FailedRunsOfClient {
   std::int64_t inARow = 0;  ///< since the last one that succeeded; 0 where the newest run did
   Date since;               ///< when the first of those failed, or of the last such row
   Date last;
-  String cause;  ///< why the last one failed: a sentence or more
+  Message cause;  ///< why the last one failed: a sentence or more
 };
 
 /// Which runs failed, and why, for whoever asks how it goes. A file beside the store ("FailedRuns.plist") and
@@ -34,7 +35,7 @@ class FailedRuns {
   /// By the clients' identifiers.
   std::map<std::string, FailedRunsOfClient> all() const;
   /// A run of the client has just failed.
-  void note(const String& client, const std::string& cause) const;
+  void note(const String& client, const Message& cause) const;
   /// A run of the client has succeeded: the next one that fails is the first in a row.
   void endRow(const String& client) const;
   /// The client is no more.

@@ -2,10 +2,10 @@
 
 #include <new>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "CorvaneSyncClient/platform/loomer/store/OldJournal.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
@@ -23,7 +23,7 @@ constexpr std::int64_t kSpecial = 4;
 // Why a property list is no journal.
 class NoJournal : public PlatformException {
  public:
-  explicit NoJournal(std::string reason) : PlatformException("NoJournalException", std::move(reason)) {}
+  explicit NoJournal(Message reason) : PlatformException("NoJournalException", std::move(reason)) {}
 };
 
 Value optionalText(const String& text) { return text ? Value(text) : Value(false); }
@@ -184,8 +184,9 @@ void JournalFile::write(const Journal& journal) const {
   const std::string bytes = writeBinaryPropertyList(dictionaryOf(journal));
   const PrivateUmask privately;
   if (const std::error_code error = Platform::current().files.writeAtomically(_path, bytes)) {
-    throw LoomerStoreException(_path, tr("cannot write the journal of this session: %1", error.message()),
-                               tr("Make room and give yourself permission to write there, and sync again."));
+    throw LoomerStoreException(
+        _path, Message("cannot write the journal of this session: %1", error.message()),
+        Message("Make room and give yourself permission to write there, and sync again."));
   }
 }
 

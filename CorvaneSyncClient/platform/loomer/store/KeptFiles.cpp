@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
@@ -74,17 +74,17 @@ std::vector<Name> namesIn(const std::string& directory) {
     if (auto name = nameOf(each->path().filename().string())) names.push_back(std::move(*name));
   }
   if (error && error != std::errc::no_such_file_or_directory) {
-    throw LoomerStoreException(directory, tr("cannot read the directory: %1", error.message()),
-                               tr("Give yourself permission to read it."));
+    throw LoomerStoreException(directory, Message("cannot read the directory: %1", error.message()),
+                               Message("Give yourself permission to read it."));
   }
   std::sort(names.begin(), names.end(), [](const Name& a, const Name& b) { return a.number > b.number; });
   return names;
 }
 
-[[noreturn]] void failToKeep(const std::string& path, const std::string& where, const std::string& cause) {
+[[noreturn]] void failToKeep(const std::string& path, const std::string& where, const Message& cause) {
   throw LoomerStoreException(
-      where, tr("cannot keep a copy of %1, of which the save would leave entries out: %2", path, cause),
-      tr("Nothing was saved. Remove the cause and sync again."));
+      where, Message("cannot keep a copy of %1, of which the save would leave entries out: %2", path, cause),
+      Message("Nothing was saved. Remove the cause and sync again."));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane::loomer {
 
@@ -254,15 +254,16 @@ void refuseUnusableStore(Database& database, std::span<const char* const> steps)
   const bool empty = database.integer("SELECT count(*) FROM sqlite_schema", kReadTables) == 0;
   if (empty && version == 0 && application == 0) return;
   if (application != kStoreApplicationId || version <= 0) {
-    throw LoomerStoreException(database.path(), tr("this is a database, but not one of the sync engine's"),
-                               tr("The file was left as it is. Move it away and sync again."));
+    throw LoomerStoreException(database.path(),
+                               Message("this is a database, but not one of the sync engine's"),
+                               Message("The file was left as it is. Move it away and sync again."));
   }
   if (version > static_cast<std::int64_t>(steps.size())) {
     throw LoomerStoreException(
         database.path(),
-        tr("it is of version %1, and this program knows versions up to %2", std::to_string(version),
-           std::to_string(steps.size())),
-        tr("The file was left as it is. Install the newer version of this program that wrote it."));
+        Message("it is of version %1, and this program knows versions up to %2", std::to_string(version),
+                std::to_string(steps.size())),
+        Message("The file was left as it is. Install the newer version of this program that wrote it."));
   }
 }
 

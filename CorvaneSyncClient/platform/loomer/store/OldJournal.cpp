@@ -4,8 +4,8 @@
 
 #include <new>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
@@ -20,7 +20,7 @@ constexpr const char* kSuffixes[] = {"", "-journal", ".new", ".new-journal"};
 Journal readSession(Database& database) {
   Statement query =
       database.query("SELECT mark, registered, sessions, synced_revision, known_mark FROM session", kRead);
-  if (!query.open().next()) throw DamagedStoreException(database.path(), tr("it names no session"));
+  if (!query.open().next()) throw DamagedStoreException(database.path(), Message("it names no session"));
   Journal journal;
   journal.pushId = query.text(0);
   journal.registered = Date{query.real(1)};

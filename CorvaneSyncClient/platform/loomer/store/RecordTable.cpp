@@ -4,9 +4,9 @@
 #include <limits>
 #include <map>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/loomer/store/LogPruning.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
 
@@ -97,7 +97,8 @@ std::optional<ContentId> storedRow(const std::vector<Record>& records, const std
 String identifierOf(const TruthStore& store, RecordId record, std::string_view stored) {
   UuidBytes bytes;
   if (stored.size() != bytes.size()) {
-    throw DamagedStoreException(store.path(), tr("the record %1 has no identifier", std::to_string(record)));
+    throw DamagedStoreException(store.path(),
+                                Message("the record %1 has no identifier", std::to_string(record)));
   }
   std::copy(stored.begin(), stored.end(), bytes.begin());
   return uuidString(bytes);
@@ -131,7 +132,7 @@ void ContentRows::finish() { _insertion.finish(); }
 TruthState RecordTable::state() {
   Statement query =
       _store.database().query("SELECT revision, next_record, forgotten_revision FROM truth", kReadState);
-  if (!query.open().next()) throw DamagedStoreException(_store.path(), tr("its counters are missing"));
+  if (!query.open().next()) throw DamagedStoreException(_store.path(), Message("its counters are missing"));
   return {query.integer(0), query.integer(1), query.integer(2)};
 }
 

@@ -161,7 +161,7 @@ void checkValues(TruthStore& store, const std::function<void(StoreFinding)>& tak
       readPropertyList(query.blob(2));
     } catch (const PropertyListException& exception) {
       take(finding(TextKey("unreadable value"),
-                   tr("cannot be read (%1): client %2, %3", exception.reason(), query.text(0).toString(),
+                   tr("cannot be read (%1): client %2, %3", exception.message(), query.text(0).toString(),
                       query.text(1).toString()),
                    remedyText(Remedy::registerAgain, query.text(0).toString())));
     }
@@ -181,7 +181,7 @@ void findProblems(TruthStore& store, const std::function<void(StoreFinding)>& ta
       check();
     } catch (const DamagedStoreException& exception) {
       if (damage.insert(exception.reason()).second)
-        take(finding(TextKey("unreadable"), exception.reason(), remedyText(Remedy::rebuild)));
+        take(finding(TextKey("unreadable"), tr(exception.message()), remedyText(Remedy::rebuild)));
     }
   };
   attempt([&] { checkIntegrity(store, take); });

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/loomer/store/Migrations.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
@@ -41,15 +41,16 @@ bool waitUntil(const Condition& done, double seconds) {
   return true;
 }
 
-std::string remedyAfter(std::error_code error) {
+Message remedyAfter(std::error_code error) {
   if (error == std::errc::no_space_on_device || error.value() == EDQUOT)
-    return tr("Make room on the disk and sync again.");
-  if (error == std::errc::read_only_file_system) return tr("Make the file system writable and sync again.");
-  return tr("Give yourself permission to read and write there, and sync again.");
+    return Message("Make room on the disk and sync again.");
+  if (error == std::errc::read_only_file_system)
+    return Message("Make the file system writable and sync again.");
+  return Message("Give yourself permission to read and write there, and sync again.");
 }
 
 // `what` failed, a clause that names the cause.
-[[noreturn]] void failWith(const std::string& path, const std::string& what, std::error_code error) {
+[[noreturn]] void failWith(const std::string& path, const Message& what, std::error_code error) {
   throw LoomerStoreException(path, what, remedyAfter(error));
 }
 
@@ -57,7 +58,8 @@ std::string remedyAfter(std::error_code error) {
 void narrowSideFile(const std::string& store, const std::string& path) {
   const PrivateFileError problem = setMode(path, kPrivateFileMode);
   if (problem && problem.error != std::errc::no_such_file_or_directory)
-    failWith(store, tr("cannot close %1 to other users: %2", path, problem.error.message()), problem.error);
+    failWith(store, Message("cannot close %1 to other users: %2", path, problem.error.message()),
+             problem.error);
 }
 
 // SQLite's own locks do not make opening one step: its busy handler does not cover the switch to the
@@ -66,23 +68,24 @@ void narrowSideFile(const std::string& store, const std::string& path) {
 // SQLite's locks on it.
 FileDescriptor lockForOpening(const std::string& path) {
   if (const PrivateFileError problem = makePrivateDirectory(path.substr(0, path.rfind('/'))))
-    failWith(path,
-             tr("cannot make %1 a directory of the user's own: %2", problem.path, problem.error.message()),
-             problem.error);
+    failWith(
+        path,
+        Message("cannot make %1 a directory of the user's own: %2", problem.path, problem.error.message()),
+        problem.error);
   const std::string lockPath = path + "-lock";
   FileDescriptor file(open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFileMode));
   const std::error_code error = lastSystemError();
-  if (!file) failWith(path, tr("cannot open %1: %2", lockPath, error.message()), error);
+  if (!file) failWith(path, Message("cannot open %1: %2", lockPath, error.message()), error);
   const auto isLocked = [&] {
     if (flock(file.number(), LOCK_EX | LOCK_NB) == 0) return true;
     const std::error_code cause = lastSystemError();
     if (cause.value() != EWOULDBLOCK)
-      failWith(path, tr("cannot lock %1: %2", lockPath, cause.message()), cause);
+      failWith(path, Message("cannot lock %1: %2", lockPath, cause.message()), cause);
     return false;
   };
   if (waitUntil(isLocked, kOpenTimeoutSeconds)) return file;
-  throw LoomerStoreException(path, tr("another process has been opening it for more than a minute"),
-                             tr("Wait until that process has ended and try again."));
+  throw LoomerStoreException(path, Message("another process has been opening it for more than a minute"),
+                             Message("Wait until that process has ended and try again."));
 }
 
 // Makes the file before SQLite sees it, so that it never stands open to others; SQLite gives its side files
@@ -91,9 +94,10 @@ FileDescriptor lockForOpening(const std::string& path) {
 std::string prepared(std::string path) {
   const FileDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode));
   const std::error_code error = lastSystemError();
-  if (!file && error.value() != EEXIST) failWith(path, tr("cannot create it: %1", error.message()), error);
+  if (!file && error.value() != EEXIST)
+    failWith(path, Message("cannot create it: %1", error.message()), error);
   if (const PrivateFileError problem = setMode(path, kPrivateFileMode))
-    failWith(path, tr("cannot close it to other users: %1", problem.error.message()), problem.error);
+    failWith(path, Message("cannot close it to other users: %1", problem.error.message()), problem.error);
   for (const char* suffix : {"-wal", "-shm"}) narrowSideFile(path, path + suffix);
   return path;
 }
@@ -137,15 +141,15 @@ bool TruthStore::begin(double seconds) {
 
 void TruthStore::beginOrFail() {
   if (begin(kWriteTimeoutSeconds)) return;
-  throw LoomerStoreException(path(), tr("another sync session has been using it for more than a minute"),
-                             tr("Wait until that session has ended and try again."));
+  throw LoomerStoreException(path(), Message("another sync session has been using it for more than a minute"),
+                             Message("Wait until that session has ended and try again."));
 }
 
 void TruthStore::useWriteAheadLog() {
   Statement statement = _database.query("PRAGMA journal_mode = WAL", kSwitchOnWriteAheadLog);
   if (!statement.open().next() || statement.text(0) != "wal") {
-    throw LoomerStoreException(path(), tr("its file system does not support write-ahead logging"),
-                               tr("Keep the home directory on a local disk."));
+    throw LoomerStoreException(path(), Message("its file system does not support write-ahead logging"),
+                               Message("Keep the home directory on a local disk."));
   }
 }
 

@@ -2,12 +2,12 @@
 
 #include <memory>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/account/MembershipFile.h"
 #include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
@@ -26,9 +26,9 @@ constexpr TextKey kFormerRemedy = TextKey(
     "account join`: each computer holds all of its bookmarks, and gives them to the place.");
 
 // `what` is wrong, a clause.
-[[noreturn]] void fail(const std::string& path, const std::string& what, TextKey remedy) {
+[[noreturn]] void fail(const std::string& path, const Message& what, TextKey remedy) {
   throw PlatformException(DotPeltoException,
-                          tr("The online service's account in %1: %2.", path, what) + ' ' + tr(remedy));
+                          sentences(Message("The online service's account in %1: %2.", path, what), remedy));
 }
 
 // Whether these are the bytes of an account at a PostgreSQL server, a property list with its address.
@@ -46,11 +46,11 @@ bool isFormerAccount(const std::string& contents) {
 Account accountIn(const std::string& path, const std::string& contents) {
   if (isMembershipFile(contents)) {
     if (auto account = accountInMembershipFile(contents)) return *std::move(account);
-    fail(path, tr("it is damaged"), kSetAgainRemedy);
+    fail(path, Message("it is damaged"), kSetAgainRemedy);
   }
   if (isFormerAccount(contents))
-    fail(path, tr("it is at a PostgreSQL server, where bookmarks are no longer kept"), kFormerRemedy);
-  fail(path, tr("it is no account"), kSetAgainRemedy);
+    fail(path, Message("it is at a PostgreSQL server, where bookmarks are no longer kept"), kFormerRemedy);
+  fail(path, Message("it is no account"), kSetAgainRemedy);
 }
 
 std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
@@ -82,14 +82,14 @@ std::optional<Date> reachedIn(const std::string& notePath, const Account& accoun
 // Makes the directory if it is missing.
 void writePrivately(const std::string& path, std::string_view contents) {
   if (const auto problem = makePrivateDirectory(directoryOf(path)))
-    fail(path, tr("can't make %1: %2", problem.path, problem.error.message()), kPermissionRemedy);
+    fail(path, Message("can't make %1: %2", problem.path, problem.error.message()), kPermissionRemedy);
   // An old file passes its mode on to the new one.
   const auto problem = setMode(path, kPrivateFileMode);
   if (problem && problem.error != std::errc::no_such_file_or_directory)
-    fail(path, tr("can't close it to other users: %1", problem.error.message()), kPermissionRemedy);
+    fail(path, Message("can't close it to other users: %1", problem.error.message()), kPermissionRemedy);
   const PrivateUmask umask;
   if (const auto error = Platform::current().files.writeAtomically(path, contents))
-    fail(path, tr("can't write it: %1", error.message()), kPermissionRemedy);
+    fail(path, Message("can't write it: %1", error.message()), kPermissionRemedy);
 }
 
 // Of the account's file. A reader needs none, since the file is replaced at once.
@@ -99,15 +99,15 @@ std::unique_ptr<FileSystem::Hold> holdOf(const std::string& path) {
   if (hold) return hold;
   const std::string cause = problem.error.message();
   fail(path,
-       problem.path.ends_with("-lock") ? tr("can't lock %1: %2", problem.path, cause)
-                                       : tr("can't make %1: %2", problem.path, cause),
+       problem.path.ends_with("-lock") ? Message("can't lock %1: %2", problem.path, cause)
+                                       : Message("can't make %1: %2", problem.path, cause),
        kPermissionRemedy);
 }
 
 bool removeIfThere(const std::string& path) {
   const std::error_code error = Platform::current().files.remove(path);
   if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) return false;
-  if (error) fail(path, tr("can't remove it: %1", error.message()), kPermissionRemedy);
+  if (error) fail(path, Message("can't remove it: %1", error.message()), kPermissionRemedy);
   return true;
 }
 
@@ -133,11 +133,11 @@ std::optional<Account> readAccount(const std::string& path) {
     return std::nullopt;
   // Anyone who can read the file can read and change every bookmark.
   if (error == std::errc::operation_not_permitted) {
-    fail(path, tr("it belongs to another user, or other users may read or write it"),
+    fail(path, Message("it belongs to another user, or other users may read or write it"),
          TextKey("Close it with `chmod 600`. If somebody may have seen it, take this computer out of the "
                  "account with `loomerctl account remove-computer` on another one, and let it join anew."));
   }
-  if (error) fail(path, tr("can't read it: %1", error.message()), kPermissionRemedy);
+  if (error) fail(path, Message("can't read it: %1", error.message()), kPermissionRemedy);
   const WipeAtEnd wiping(contents);  // keys included
   Account account = accountIn(path, contents);
   account.reached = reachedIn(notePathOf(path), account);

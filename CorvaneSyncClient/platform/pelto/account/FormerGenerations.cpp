@@ -4,9 +4,9 @@
 
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -14,7 +14,7 @@ static_assert(kKeyBoxBytes == AccountKey::kBytes + crypto_box_SEALBYTES);
 
 std::string keyBoxFor(const std::string& publicKey, const AccountKey& key) {
   auto box = sealedBox(publicKey, SecretBytes(key.bytes()));
-  if (!box) throw PlatformException(DotPeltoException, tr("This computer's public key is none."));
+  if (!box) throw PlatformException(DotPeltoException, Message("This computer's public key is none."));
   return *std::move(box);
 }
 

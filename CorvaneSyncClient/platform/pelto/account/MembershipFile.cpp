@@ -4,11 +4,11 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/chain/Link.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -195,7 +195,7 @@ SecretBytes membershipFileOf(const Account& account) {
                                          {kNewestHash, Data(membership.newest.hash)}});
   const std::string_view secret = membership.credentials.secret.view();
   if (secret.size() >> (8 * kLengthBytes) != 0)
-    throw PlatformException(DotPeltoException, tr("What opens the place is too long."));
+    throw PlatformException(DotPeltoException, Message("What opens the place is too long."));
   char length[kLengthBytes];
   storeBigEndian(length, secret.size(), kLengthBytes);
   SecretBytes bytes(kKeysEnd + kLengthBytes + secret.size() + entries.size());

@@ -5,11 +5,11 @@
 #include <iterator>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/account/ComputerCards.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Sealer.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -91,14 +91,14 @@ RosterEntry cardOf(const Account& account) {
   return {account.computer, membership.name, membership.keys->publicKey(), Platform::current().clock.now()};
 }
 
-[[noreturn]] void fail(const std::string& reason) { throw PlatformException(DotPeltoException, reason); }
+[[noreturn]] void fail(const Message& reason) { throw PlatformException(DotPeltoException, reason); }
 
 [[noreturn]] void failOlder(const Place& place) {
-  fail(
-      tr("The account at %1 is in an older state than when this computer was invited, or in another one: the "
-         "place went back, or withholds something. Sync on a computer that belongs to the account for "
-         "longer, and have it invite this one anew.",
-         place.description()));
+  fail(Message(
+      "The account at %1 is in an older state than when this computer was invited, or in another one: the "
+      "place went back, or withholds something. Sync on a computer that belongs to the account for "
+      "longer, and have it invite this one anew.",
+      place.description()));
 }
 
 class PlaceHub : public Hub {
@@ -143,10 +143,10 @@ class PlaceHub : public Hub {
     Membership& membership = _account.membership;
     auto key = keyFrom(change, *membership.key, membership.account, _account.computer, *membership.keys);
     if (!key || change.generation <= membership.generation) {
-      fail(
-          tr("This computer was taken out of the account at %1, or was invited before the account's key was "
-             "changed. Another invitation lets it in again, after `loomerctl account remove`.",
-             _exchange->place->description()));
+      fail(Message(
+          "This computer was taken out of the account at %1, or was invited before the account's key was "
+          "changed. Another invitation lets it in again, after `loomerctl account remove`.",
+          _exchange->place->description()));
     }
     enterGeneration(_account, std::make_shared<AccountKey>(*std::move(key)), change, _exchange->hub.newest());
     _exchange.reset();  // it holds the lock of what is kept
@@ -179,7 +179,7 @@ class PlaceHub : public Hub {
           "of its key, and a computer that did not have the new one has changed the key again. On each "
           "computer `loomerctl account computers` shows who is in its part. Have those of one part leave "
           "with `loomerctl account remove`, and invite them to the other one",
-          _exchange->place->description());
+          _exchange->place->description().inEnglish());
     }
     noteLast(former, sealer->folder(), hub.newest());
   }
@@ -257,16 +257,16 @@ void checkJoinable(const Account& account, double seconds) {
     const CommitMark& newest = account.membership.newest;
     const std::vector<Link> path = keptPath(account);
     if (path.empty() && newest.number > 0) {
-      fail(
-          tr("There is nothing of the account at %1, though there was when this computer was invited. Sync "
-             "on a computer that belongs to the account, and have it invite this one anew.",
-             exchange.place->description()));
+      fail(Message(
+          "There is nothing of the account at %1, though there was when this computer was invited. Sync "
+          "on a computer that belongs to the account, and have it invite this one anew.",
+          exchange.place->description()));
     }
     if (hasEnded) {
-      fail(
-          tr("The key of the account at %1 has changed since this computer was invited. It takes another "
-             "invitation, or a passphrase that is set since.",
-             exchange.place->description()));
+      fail(Message(
+          "The key of the account at %1 has changed since this computer was invited. It takes another "
+          "invitation, or a passphrase that is set since.",
+          exchange.place->description()));
     }
     if (!continues(path, newest)) failOlder(*exchange.place);
   } catch (const PlatformException&) {
@@ -304,12 +304,15 @@ Roster changeAccountKey(const Account& account, const String& removed, double se
   for (int i = 0; i < kMostTries && outcome == HubPushed::Outcome::overtaken; ++i)
     outcome = exchange.hub.changeGeneration(next, change);
   if (outcome != HubPushed::Outcome::done) {
-    const std::string where = exchange.place->description();
-    fail(outcome == HubPushed::Outcome::full
-             ? tr("The account's key is not changed: there is no room at %1, or one of them has changed it. "
+    const Message where = exchange.place->description();
+    fail(
+        outcome == HubPushed::Outcome::full
+            ? Message(
+                  "The account's key is not changed: there is no room at %1, or one of them has changed it. "
                   "Sync, and try again.",
                   where)
-             : tr("The account's key is not changed: other computers give all the time at %1, or one of them "
+            : Message(
+                  "The account's key is not changed: other computers give all the time at %1, or one of them "
                   "has changed it. Sync, and try again.",
                   where));
   }

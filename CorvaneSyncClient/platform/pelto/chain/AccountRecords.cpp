@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane::pelto::chain {
 
@@ -12,14 +12,15 @@ constexpr std::int64_t kTombstonesForARecord = 4;
 
 [[noreturn]] void failBeyondLimits(const ChainObjects& objects) {
   throw PlaceException(
-      tr("Can't take what is kept in %1: it is more than an account may hold.", objects.whereabouts()));
+      Message("Can't take what is kept in %1: it is more than an account may hold.", objects.whereabouts()));
 }
 
 std::vector<HubRecord> recordsIn(const std::string& contents, const ChainObjects& objects) {
   try {
     return readSegment(contents);
   } catch (const PlatformException& exception) {
-    throw PlaceException(tr("Can't read records in %1: %2.", objects.whereabouts(), exception.reason()));
+    throw PlaceException(
+        Message("Can't read records in %1: %2.", objects.whereabouts(), exception.message()));
   }
 }
 

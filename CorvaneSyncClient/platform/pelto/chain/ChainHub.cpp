@@ -1,6 +1,6 @@
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 
@@ -24,7 +24,7 @@ void ChainHub::open() {
   if (_lock) return;
   PrivateFileError problem;
   _lock = holdBeside(_options.keptPath, problem);
-  if (!_lock) throw PlaceException(tr("Can't lock %1: %2.", problem.path, problem.error.message()));
+  if (!_lock) throw PlaceException(Message("Can't lock %1: %2.", problem.path, problem.error.message()));
   _kept = _file.read();
   _state.kept = _kept.kept;
   _commit = _kept.commit;
@@ -92,20 +92,20 @@ void ChainHub::keep() {
 }
 
 void ChainHub::failStuck() const {
-  const std::string where = _objects.whereabouts();
+  const Message where = _objects.whereabouts();
   switch (_state.cause) {
     case Cause::damaged:
       throw PlaceException(
-          tr("The object %1 in %2 is damaged. If it stays so for ten minutes, it is passed by.",
-             "c/" + _state.damaged, where));
+          Message("The object %1 in %2 is damaged. If it stays so for ten minutes, it is passed by.",
+                  "c/" + _state.damaged, where));
     case Cause::forgets:
-      throw PlaceException(tr("What is given does not stay in %1. Sync again later.", where));
+      throw PlaceException(Message("What is given does not stay in %1. Sync again later.", where));
     case Cause::restless:
     case Cause::none:
       break;
   }
   throw PlaceException(
-      tr("What is kept in %1 is another each time that it is read. Sync again later.", where));
+      Message("What is kept in %1 is another each time that it is read. Sync again later.", where));
 }
 
 HubState ChainHub::headState() const {

@@ -1,7 +1,7 @@
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 // The end of a generation of the account's key. The chain under the next key is there first, and nobody can
@@ -24,7 +24,8 @@ void begin(ChainObjects& objects, const Commit& commit, Link& link, const std::v
   objects.putNew(nameOf(link), bytes);
   const Found found = objects.find({nameOf(link)}).front();
   if (found.state != Found::State::good || found.link.hash != link.hash)
-    throw PlaceException(tr("What is given does not stay in %1. Try again later.", objects.whereabouts()));
+    throw PlaceException(
+        Message("What is given does not stay in %1. Try again later.", objects.whereabouts()));
 }
 
 void removeAll(ChainObjects& objects, const Link& link, const Snapshot& snapshot) {
@@ -90,9 +91,9 @@ GenerationChange ChainHub::endAgain(const GenerationChange& change) {
     const HubPushed::Outcome outcome = giveCommit(std::move(last));
     if (outcome == HubPushed::Outcome::done) return change;
     if (outcome == HubPushed::Outcome::full)
-      throw PlaceFullException(tr("There is no room in %1.", _objects.whereabouts()));
+      throw PlaceFullException(Message("There is no room in %1.", _objects.whereabouts()));
   }
-  throw PlaceException(tr("Others give all the time in %1. Sync again later.", _objects.whereabouts()));
+  throw PlaceException(Message("Others give all the time in %1. Sync again later.", _objects.whereabouts()));
 }
 
 }  // namespace corvane::pelto

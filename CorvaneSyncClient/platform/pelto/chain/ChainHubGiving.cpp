@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -84,10 +84,10 @@ HubPushed ChainHub::push(const HubPush& push) {
 HubPushed::Outcome ChainHub::giveCommit(Commit commit) {
   if (isEnded(_state.kept)) return HubPushed::Outcome::overtaken;
   if (_state.isBlocked) {
-    throw PlaceException(
-        tr("The next slot, %1 in %2, holds a damaged object. If it stays so for ten minutes, it is passed "
-           "by.",
-           "c/" + nameOf(commit.link), _objects.whereabouts()));
+    throw PlaceException(Message(
+        "The next slot, %1 in %2, holds a damaged object. If it stays so for ten minutes, it is passed "
+        "by.",
+        "c/" + nameOf(commit.link), _objects.whereabouts()));
   }
   Link link = commit.link;
   _commit = _objects.sealCommit(commit, link);

@@ -1,5 +1,5 @@
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -47,13 +47,14 @@ RemoteChanges ChainHub::remoteChanges(const std::vector<HubState>& seen) {
 void ChainHub::passBy(const Link& link, const MissingObject& missing, bool isForGood) {
   keep();
   if (!isForGood) {
-    throw PlaceException(
-        missing.reason() + ' ' + tr("The commit %1 needs it.", nameOf(link)) + ' ' +
-        (link.isCheckpoint
-             ? tr("Nothing older is left that could stand in for it, so this computer waits. Put it back if "
+    throw PlaceException(sentences(
+        sentences(missing.message(), Message("The commit %1 needs it.", nameOf(link))),
+        link.isCheckpoint
+            ? Message(
+                  "Nothing older is left that could stand in for it, so this computer waits. Put it back if "
                   "there is a copy. If it stays missing for a day, the account begins with what came after "
                   "it, and the computers that have the rest give that again when they sync.")
-             : tr("If it stays missing for a day, the commit is passed by.")));
+            : Message("If it stays missing for a day, the commit is passed by.")));
   }
   _passedBy.push_back(link);
   try {
@@ -106,7 +107,7 @@ const std::vector<PastState>& ChainHub::told() {
       _told.emplace(checkpoint.hash, readHistory(contents));
     } catch (const ContentsException& exception) {
       throw PlaceException(
-          tr("Can't read the history in %1: %2.", _objects.whereabouts(), exception.reason()));
+          Message("Can't read the history in %1: %2.", _objects.whereabouts(), exception.message()));
     }
   });
   _reading.reset();

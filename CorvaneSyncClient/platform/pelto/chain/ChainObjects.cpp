@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::pelto::chain {
@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kMostBytes = kMostContents + kMostContents / 128 + 4096;
 
 [[noreturn]] void failNewer(const std::string& object, const NewerContentsException& exception) {
-  throw PlaceException(tr("Can't read %1: %2.", object, exception.reason()));
+  throw PlaceException(Message("Can't read %1: %2.", object, exception.message()));
 }
 
 }  // namespace
@@ -21,7 +21,7 @@ constexpr std::size_t kMostBytes = kMostContents + kMostContents / 128 + 4096;
 ChainObjects::ChainObjects(Place& place, const Sealer& sealer)
     : _place(place), _sealer(sealer), _folder(sealer.folder()) {}
 
-std::string ChainObjects::whereabouts() const { return tr("%1 at %2", _folder, _place.description()); }
+Message ChainObjects::whereabouts() const { return Message("%1 at %2", _folder, _place.description()); }
 
 std::vector<Found> ChainObjects::find(const std::vector<std::string>& names) {
   std::vector<Found> found;
@@ -100,7 +100,7 @@ const Commit& ChainObjects::commit(const Link& link) {
   find({name});
   const auto known = _commits.find(link.hash);
   if (known == _commits.end())
-    throw MissingObject(tr("The commit %1 in %2 is no longer what it was.", name, whereabouts()));
+    throw MissingObject(Message("The commit %1 in %2 is no longer what it was.", name, whereabouts()));
   return known->second;
 }
 
@@ -137,11 +137,11 @@ std::vector<std::string> ChainObjects::readSome(const std::vector<SegmentRef>& s
     const std::string& object = requests[i - from].name;
     const GetAnswer& answer = answers[i - from];
     if (answer.state == GetAnswer::State::absent)
-      throw MissingObject(tr("%1 is missing at %2.", object, _place.description()));
+      throw MissingObject(Message("%1 is missing at %2.", object, _place.description()));
     if (_sealer.hash(answer.bytes) != segments[i].hash)
-      throw MissingObject(tr("%1 at %2 is damaged.", object, _place.description()));
+      throw MissingObject(Message("%1 at %2 is damaged.", object, _place.description()));
     auto opened = _sealer.open(object, answer.bytes, kMostContents);
-    if (!opened) throw MissingObject(tr("%1 at %2 can't be opened.", object, _place.description()));
+    if (!opened) throw MissingObject(Message("%1 at %2 can't be opened.", object, _place.description()));
     contents.push_back(std::move(*opened));
   }
   return contents;

@@ -64,7 +64,7 @@ class ChainObjects {
   const std::map<std::string, TaggedLink>& tags() const { return _tags; }
   void setTags(std::map<std::string, TaggedLink> tags) { _tags = std::move(tags); }
   /// "in 0a1b… at the directory /mnt/share", for messages.
-  std::string whereabouts() const;
+  Message whereabouts() const;
 
  private:
   static constexpr std::size_t kAtOnce = 8;

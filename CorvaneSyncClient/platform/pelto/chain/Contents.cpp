@@ -8,10 +8,10 @@
 #include <unordered_map>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 // Records stand in columns, which take a fifth of the bytes of a dictionary each: fixed widths one after the
 // other in a data value, and names and addresses of those that have one in arrays.
@@ -44,7 +44,7 @@ enum Flag : unsigned {
   kAllFlags = 127,
 };
 
-[[noreturn]] void fail(const std::string& what) { throw ContentsException(what); }
+[[noreturn]] void fail(const Message& what) { throw ContentsException(what); }
 
 void append(std::string& bytes, std::uint64_t number, std::size_t size) {
   char encoded[8];
@@ -54,7 +54,7 @@ void append(std::string& bytes, std::uint64_t number, std::size_t size) {
 
 void appendUuid(std::string& bytes, std::string_view uuid) {
   const auto found = uuidBytes(uuid);
-  if (!found) fail(tr("\"%1\" is no UUID", uuid));
+  if (!found) fail(Message("\"%1\" is no UUID", uuid));
   bytes.append(found->data(), found->size());
 }
 
@@ -68,7 +68,7 @@ std::string uuidIn(std::string_view bytes, std::size_t at) {
 class Entries {
  public:
   explicit Entries(const Value& value) : _entries(value.as<Dictionary>()) {
-    if (!_entries) fail(tr("a dictionary is expected"));
+    if (!_entries) fail(Message("a dictionary is expected"));
   }
 
   bool contains(const char* key) const { return _entries->find(key) != nullptr; }
@@ -76,25 +76,26 @@ class Entries {
   template <typename T>
   const T& at(const char* key) const {
     const Value* const value = _entries->find(key);
-    if (!value) fail(tr("\"%1\" is missing", key));
+    if (!value) fail(Message("\"%1\" is missing", key));
     const T* const typed = value->as<T>();
-    if (!typed) fail(tr("\"%1\" is of another type", key));
+    if (!typed) fail(Message("\"%1\" is of another type", key));
     return *typed;
   }
   const Value& value(const char* key) const {
     const Value* const value = _entries->find(key);
-    if (!value) fail(tr("\"%1\" is missing", key));
+    if (!value) fail(Message("\"%1\" is missing", key));
     return *value;
   }
   std::int64_t number(const char* key, std::int64_t least = 0) const {
     const auto number = at<std::int64_t>(key);
     if (number < least || number > kMostNumber)
-      fail(tr("\"%1\" is out of range: %2", key, std::to_string(number)));
+      fail(Message("\"%1\" is out of range: %2", key, std::to_string(number)));
     return number;
   }
   std::string_view bytes(const char* key, std::size_t size) const {
     const std::string_view bytes = at<Data>(key).bytes();
-    if (bytes.size() != size) fail(counted(bytes.size(), "\"%2\" has %1 byte", "\"%2\" has %1 bytes", key));
+    if (bytes.size() != size)
+      fail(Message::counted(bytes.size(), "\"%2\" has %1 byte", "\"%2\" has %1 bytes", key));
     return bytes;
   }
 
@@ -103,11 +104,11 @@ class Entries {
 };
 
 Value readPlist(std::string_view contents) {
-  if (!contents.starts_with("bplist")) fail(tr("it is no binary property list"));
+  if (!contents.starts_with("bplist")) fail(Message("it is no binary property list"));
   try {
     return readPropertyList(contents);
   } catch (const PropertyListException& exception) {
-    fail(exception.reason());
+    fail(exception.message());
   }
 }
 
@@ -185,12 +186,12 @@ class Column {
   Column(const Entries& entries, const char* key) : _bytes(entries.at<Data>(key).bytes()), _key(key) {}
 
   std::string_view take(std::size_t size) {
-    if (_bytes.size() - _at < size) fail(tr("\"%1\" is too short", _key));
+    if (_bytes.size() - _at < size) fail(Message("\"%1\" is too short", _key));
     _at += size;
     return _bytes.substr(_at - size, size);
   }
   void requireEnd() const {
-    if (_at != _bytes.size()) fail(tr("\"%1\" is too long", _key));
+    if (_at != _bytes.size()) fail(Message("\"%1\" is too long", _key));
   }
 
  private:
@@ -206,11 +207,11 @@ class Texts {
   // As UTF-8 that every reader takes, whatever another computer gave.
   String take() {
     const String text = _at < _texts.size() ? _texts[_at++].string() : String();
-    if (!text) fail(tr("\"%1\" lacks a text", _key));
+    if (!text) fail(Message("\"%1\" lacks a text", _key));
     return isValidUtf8(text.view()) ? text : String(repairedUtf8(text.view()));
   }
   void requireEnd() const {
-    if (_at != _texts.size()) fail(tr("\"%1\" is too long", _key));
+    if (_at != _texts.size()) fail(Message("\"%1\" is too long", _key));
   }
 
  private:
@@ -224,7 +225,7 @@ class OriginReader {
   explicit OriginReader(const Entries& columns) : _numbers(columns, "origins") {
     const std::string_view pushes = columns.at<Data>("pushes").bytes();
     if (pushes.size() % kUuid != 0 || pushes.size() / kUuid > kMostRecords * kHubOrigins.size())
-      fail(tr("\"pushes\" is no list of pushes"));
+      fail(Message("\"pushes\" is no list of pushes"));
     for (std::size_t at = 0; at < pushes.size(); at += kUuid) _pushes.emplace_back(uuidIn(pushes, at));
     if (columns.contains("deletions")) _deletions.emplace(columns, "deletions");
   }
@@ -243,7 +244,7 @@ class OriginReader {
  private:
   String takeFrom(Column& column) const {
     const std::uint64_t number = loadBigEndian(column.take(kOriginNumber).data(), kOriginNumber);
-    if (number > _pushes.size()) fail(tr("something comes from an unknown push"));
+    if (number > _pushes.size()) fail(Message("something comes from an unknown push"));
     return number > 0 ? _pushes[number - 1] : String();
   }
 
@@ -262,7 +263,7 @@ class RecordReader {
         _names(columns, "names"),
         _urls(columns, "urls") {
     if (_flags.size() > kMostRecords)
-      fail(counted(_flags.size(), "there is %1 record", "there are %1 records"));
+      fail(Message::counted(_flags.size(), "there is %1 record", "there are %1 records"));
     if (withRevisions) _revisions.emplace(columns, "revisions");
     if (columns.contains("origins")) _origins.emplace(columns);
   }
@@ -281,11 +282,12 @@ class RecordReader {
  private:
   HubRecord record(unsigned flags) {
     if (flags & ~kAllFlags || ((flags & kDeleted) && flags != kDeleted))
-      fail(tr("a record's flags are unknown"));
+      fail(Message("a record's flags are unknown"));
     HubRecord record;
     record.id = uuidIn(_ids.take(kUuid), 0);
     if (_revisions) record.revision = static_cast<std::int64_t>(loadBigEndian(_revisions->take(8).data(), 8));
-    if (record.revision < 0 || record.revision > kMostNumber) fail(tr("a record's revision is out of range"));
+    if (record.revision < 0 || record.revision > kMostNumber)
+      fail(Message("a record's revision is out of range"));
     record.deleted = flags & kDeleted;
     if (record.deleted) {
       if (_origins) record.deletedBy = _origins->takeDeletion();
@@ -300,7 +302,7 @@ class RecordReader {
     if (flags & kHasName) record.name = _names.take();
     if (flags & kHasUrl) record.url = _urls.take();
     if (_origins) record.origins = _origins->take();
-    if (textBytes(record) > kLongestHubRecord) fail(tr("a record is too long"));
+    if (textBytes(record) > kLongestHubRecord) fail(Message("a record is too long"));
     return record;
   }
 
@@ -319,7 +321,7 @@ SegmentRef segmentIn(const Value& value) {
   const Entries entries(value);
   const std::string name = entries.at<String>("name").toString();
   const bool isName = name.size() == kNameDigits && name.find_first_not_of("0123456789abcdef") == name.npos;
-  if (!isName) fail(tr("a segment has no name"));
+  if (!isName) fail(Message("a segment has no name"));
   return {name, std::string(entries.bytes("hash", kHash))};
 }
 
@@ -331,7 +333,7 @@ Array arrayOf(const std::vector<SegmentRef>& segments) {
 
 std::vector<SegmentRef> segmentsIn(const Array& values) {
   if (values.size() > kMostSegments)
-    fail(counted(values.size(), "there is %1 segment", "there are %1 segments"));
+    fail(Message::counted(values.size(), "there is %1 segment", "there are %1 segments"));
   std::vector<SegmentRef> segments;
   for (const Value& each : values) segments.push_back(segmentIn(each));
   return segments;
@@ -353,12 +355,12 @@ GenerationChange changeIn(const Value& value) {
   try {
     return generationChangeFrom(value);
   } catch (const SealedFormException& exception) {
-    fail(exception.reason());
+    fail(exception.message());
   }
 }
 
 Data dataOf(const std::vector<GivenAgain>& states) {
-  if (states.size() > kMostGivenAgain) fail(tr("it gives more states again than anybody reads"));
+  if (states.size() > kMostGivenAgain) fail(Message("it gives more states again than anybody reads"));
   std::string bytes;
   for (const GivenAgain& each : states) {
     append(bytes, static_cast<std::uint64_t>(each.number), 8);
@@ -370,11 +372,11 @@ Data dataOf(const std::vector<GivenAgain>& states) {
 std::vector<GivenAgain> givenAgainIn(std::string_view bytes) {
   constexpr std::size_t kSize = 8 + kUuid;
   if (bytes.size() % kSize != 0 || bytes.size() / kSize > kMostGivenAgain)
-    fail(tr("\"again\" is no list of states"));
+    fail(Message("\"again\" is no list of states"));
   std::vector<GivenAgain> states;
   for (std::size_t at = 0; at < bytes.size(); at += kSize) {
     const auto number = static_cast<std::int64_t>(loadBigEndian(bytes.data() + at, 8));
-    if (number < 1 || number > kMostNumber) fail(tr("a state is out of range"));
+    if (number < 1 || number > kMostNumber) fail(Message("a state is out of range"));
     states.push_back({number, uuidIn(bytes, at + 8)});
   }
   return states;
@@ -394,7 +396,7 @@ Link linkIn(const Entries& entries) {
   link.isCheckpoint = entries.contains("snapshot");
   link.isLast = entries.contains("change");
   if (link.isCheckpoint) link.keeps = entries.number("keeps");
-  if (link.keeps >= link.number || link.before >= link.number) fail(tr("it refers to a later commit"));
+  if (link.keeps >= link.number || link.before >= link.number) fail(Message("it refers to a later commit"));
   return link;
 }
 
@@ -492,7 +494,7 @@ std::vector<PastState> readHistory(std::string_view contents) {
   requireForm(entries);
   const std::string_view numbers = entries.at<Data>("numbers").bytes();
   const std::size_t count = numbers.size() / 8;
-  if (numbers.size() % 8 != 0 || count > kMostStates) fail(tr("\"numbers\" is no list of states"));
+  if (numbers.size() % 8 != 0 || count > kMostStates) fail(Message("\"numbers\" is no list of states"));
   const std::string_view pushIds = entries.bytes("pushes", count * kUuid);
   const std::string_view dates = entries.bytes("dates", count * 8);
   std::vector<PastState> states;
@@ -500,7 +502,7 @@ std::vector<PastState> readHistory(std::string_view contents) {
     const auto number = static_cast<std::int64_t>(loadBigEndian(numbers.data() + i * 8, 8));
     const Date date{std::bit_cast<double>(loadBigEndian(dates.data() + i * 8, 8))};
     const std::int64_t most = states.empty() ? kMostNumber : states.back().number - 1;
-    if (number < 1 || number > most || !std::isfinite(date.seconds)) fail(tr("a state is out of range"));
+    if (number < 1 || number > most || !std::isfinite(date.seconds)) fail(Message("a state is out of range"));
     states.push_back({number, uuidIn(pushIds, i * kUuid), date});
   }
   return states;

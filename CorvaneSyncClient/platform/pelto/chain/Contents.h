@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
 #include "CorvaneSyncClient/platform/pelto/chain/Link.h"
 #include "CorvaneSyncClient/platform/pelto/seal/GenerationChange.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 // What the objects of a chain hold before they are sealed: binary property lists. Readers take hostile input:
 // every type, length, count and range is checked, and nothing is allocated by a number alone.
@@ -22,16 +22,16 @@ namespace corvane::pelto::chain {
 /// Contents that are none. The reason says what is wrong with them.
 class ContentsException : public PlatformException {
  public:
-  explicit ContentsException(std::string reason)
-      : PlatformException("ContentsException", std::move(reason)) {}
+  explicit ContentsException(Message reason) : PlatformException("ContentsException", std::move(reason)) {}
 };
 
 /// Contents of a form that this version of the program does not know.
 class NewerContentsException : public PlatformException {
  public:
   NewerContentsException()
-      : PlatformException("NewerContentsException",
-                          tr("a newer version of this program has written there. Install it here, too")) {}
+      : PlatformException(
+            "NewerContentsException",
+            Message("a newer version of this program has written there. Install it here, too")) {}
 };
 
 /// Records in one object, and bytes of their names and addresses, after which the next record goes into

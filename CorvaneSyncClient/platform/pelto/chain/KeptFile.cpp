@@ -1,7 +1,7 @@
 #include "CorvaneSyncClient/platform/pelto/chain/KeptFile.h"
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SystemLog.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
@@ -141,7 +141,7 @@ KeptContents contentsIn(const Dictionary& entries) {
 
 [[noreturn]] void fail(const std::string& path, const std::error_code& error) {
   throw PlaceException(
-      tr("Can't write %1: %2. Nothing is given before that is possible.", path, error.message()));
+      Message("Can't write %1: %2. Nothing is given before that is possible.", path, error.message()));
 }
 
 }  // namespace

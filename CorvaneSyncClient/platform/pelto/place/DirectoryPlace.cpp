@@ -135,7 +135,7 @@ std::optional<std::string> contentsOf(const FileDescriptor& file, std::size_t si
 DirectoryPlace::DirectoryPlace(std::string directory, Deadline deadline)
     : _directory(std::move(directory)), _deadline(deadline) {}
 
-std::string DirectoryPlace::description() const { return tr("the directory %1", _directory); }
+Message DirectoryPlace::description() const { return Message("the directory %1", _directory); }
 
 std::string DirectoryPlace::software() const {
   const std::optional<FileSystem::Volume> volume = volumeOf(_directory);
@@ -151,35 +151,35 @@ std::string DirectoryPlace::pathOf(std::string_view name) const {
   return joinedPath(_directory, std::string(name));
 }
 
-void DirectoryPlace::fail(const std::string& what, const std::string& cause,
-                          const std::string& remedy) const {
-  throw PlaceException(tr("Can't %1 in %2: %3.", what, description(), cause) + ' ' + remedy);
+void DirectoryPlace::fail(const Message& what, const Message& cause, const Message& remedy) const {
+  throw PlaceException(sentences(Message("Can't %1 in %2: %3.", what, description(), cause), remedy));
 }
 
-void DirectoryPlace::fail(const std::string& what, std::error_code error) const {
-  const std::string text = tr("Can't %1 in %2: %3.", what, description(), error.message()) + ' ';
+void DirectoryPlace::fail(const Message& what, std::error_code error) const {
+  const Message text("Can't %1 in %2: %3.", what, description(), error.message());
   switch (error.value()) {
     case ENOSPC:
     case EDQUOT:
     case EFBIG:
-      throw PlaceFullException(text + tr("Make room there."));
+      throw PlaceFullException(sentences(text, Message("Make room there.")));
     case EACCES:
     case EPERM:
     case EROFS:
-      throw PlaceRefusedException(text + tr("Give yourself permission to read and write there."));
+      throw PlaceRefusedException(
+          sentences(text, Message("Give yourself permission to read and write there.")));
     default:
-      throw PlaceException(text + tr("See whether the disk or share is there and in order."));
+      throw PlaceException(sentences(text, Message("See whether the disk or share is there and in order.")));
   }
 }
 
-void DirectoryPlace::checkTime(const std::string& what) const {
+void DirectoryPlace::checkTime(const Message& what) const {
   if (Deadline::clock::now() >= _deadline)
-    fail(what, tr("there is no time left for it"),
-         tr("See whether the disk or share is slow; it is tried again."));
+    fail(what, Message("there is no time left for it"),
+         Message("See whether the disk or share is slow; it is tried again."));
 }
 
 // The folder, made where it is missing with those above it, but not the place's own directory.
-FileDescriptor DirectoryPlace::folder(std::string_view name, const std::string& what) const {
+FileDescriptor DirectoryPlace::folder(std::string_view name, const Message& what) const {
   const std::string path = pathOf(name);
   FileDescriptor opened = openDirectory(path);
   if (opened) return opened;
@@ -188,7 +188,8 @@ FileDescriptor DirectoryPlace::folder(std::string_view name, const std::string& 
   const FileDescriptor above =
       slash == std::string_view::npos ? openDirectory(_directory) : folder(name.substr(0, slash), what);
   if (!above && errno == ENOENT)
-    fail(what, tr("the directory is not there"), tr("Make it, or mount the disk or share that it lies on."));
+    fail(what, Message("the directory is not there"),
+         Message("Make it, or mount the disk or share that it lies on."));
   if (!above) fail(what, lastSystemError());
   if (::mkdir(path.c_str(), kDefaultDirectoryMode) != 0 && errno != EEXIST) fail(what, lastSystemError());
   if (const std::error_code error = synchronizeDirectory(above)) fail(what, error);
@@ -199,7 +200,8 @@ FileDescriptor DirectoryPlace::folder(std::string_view name, const std::string& 
 
 Made DirectoryPlace::putNew(const std::string& name, std::string_view bytes) {
   requirePlaceName(name);
-  const std::string what = tr("make %1", name), last(lastPartOf(name));
+  const Message what("make %1", name);
+  const std::string last(lastPartOf(name));
   checkTime(what);
   const FileDescriptor directory = folder(folderOf(name), what);
   UnfinishedFile file(directory);
@@ -208,8 +210,8 @@ Made DirectoryPlace::putNew(const std::string& name, std::string_view bytes) {
   if (isUnknownOperation(error)) error = file.renameWithoutReplacing(last);
   if (error == std::errc::file_exists) return Made::present;
   if (isUnknownOperation(error)) {
-    fail(what, tr("its file system can neither link files nor rename them without replacing others"),
-         tr("Two computers could overwrite each other there: use another place."));
+    fail(what, Message("its file system can neither link files nor rename them without replacing others"),
+         Message("Two computers could overwrite each other there: use another place."));
   }
   if (isUncertain(error)) return Made::unknown;
   if (error) fail(what, error);
@@ -221,7 +223,7 @@ void DirectoryPlace::put(const std::vector<NamedBytes>& objects) {
   std::set<std::string, std::less<>> folders;
   for (const NamedBytes& object : objects) {
     requirePlaceName(object.name);
-    const std::string what = tr("write %1", object.name);
+    const Message what("write %1", object.name);
     checkTime(what);
     const FileDescriptor directory = folder(folderOf(object.name), what);
     UnfinishedFile file(directory);
@@ -230,14 +232,14 @@ void DirectoryPlace::put(const std::vector<NamedBytes>& objects) {
     folders.emplace(folderOf(object.name));
   }
   for (const std::string& name : folders) {
-    const std::string what = tr("write to %1", name);
+    const Message what("write to %1", name);
     if (const std::error_code error = synchronizeDirectory(folder(name, what))) fail(what, error);
   }
 }
 
 GetAnswer DirectoryPlace::getOne(const GetRequest& request) const {
   requirePlaceName(request.name);
-  const std::string what = tr("read %1", request.name);
+  const Message what("read %1", request.name);
   checkTime(what);
   const FileDescriptor file(retryingInterrupted(
       [&] { return ::open(pathOf(request.name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
@@ -247,14 +249,14 @@ GetAnswer DirectoryPlace::getOne(const GetRequest& request) const {
   }
   struct stat status {};
   if (!file || ::fstat(file.number(), &status) != 0) fail(what, lastSystemError());
-  if (!S_ISREG(status.st_mode)) fail(what, tr("it is no file"), tr("Move away what stands there."));
+  if (!S_ISREG(status.st_mode)) fail(what, Message("it is no file"), Message("Move away what stands there."));
   const std::string tag = tagOf(status);
   if (tag == request.tag) return {GetAnswer::State::unchanged, {}, tag};
   const auto size = static_cast<std::uint64_t>(status.st_size);
   if (size > request.mostBytes) return {GetAnswer::State::tooLong, {}, {}};
   std::optional<std::string> bytes = contentsOf(file, static_cast<std::size_t>(size));
   if (!bytes && errno != 0) fail(what, lastSystemError());
-  if (!bytes) fail(what, tr("it changed while it was read"), tr("It is tried again."));
+  if (!bytes) fail(what, Message("it changed while it was read"), Message("It is tried again."));
   return {GetAnswer::State::present, std::move(*bytes), tag};
 }
 
@@ -266,7 +268,7 @@ std::vector<GetAnswer> DirectoryPlace::get(const std::vector<GetRequest>& reques
 
 std::vector<PlaceObject> DirectoryPlace::list(const std::string& name) {
   requirePlaceFolder(name);
-  const std::string what = tr("list %1", name);
+  const Message what("list %1", name);
   FileDescriptor folder = openDirectory(pathOf(name));
   if (!folder && errno == ENOENT) {
     if (!openDirectory(_directory)) fail(what, lastSystemError());
@@ -292,7 +294,7 @@ std::vector<PlaceObject> DirectoryPlace::list(const std::string& name) {
         !S_ISREG(status.st_mode))
       continue;  // one that is gone meanwhile is not there
     if (objects.size() == kMostListed)
-      fail(what, tr("there are more than a million files"), tr("Use another directory."));
+      fail(what, Message("there are more than a million files"), Message("Use another directory."));
     objects.push_back(
         {name + '/' + last, static_cast<std::uint64_t>(status.st_size), dateOf(status.st_mtim)});
   }
@@ -320,7 +322,7 @@ void DirectoryPlace::removeLeftovers(const FileDescriptor& folder,
 void DirectoryPlace::remove(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     requirePlaceName(name);
-    const std::string what = tr("remove %1", name);
+    const Message what("remove %1", name);
     checkTime(what);
     if (::unlink(pathOf(name).c_str()) != 0 && errno != ENOENT) fail(what, lastSystemError());
   }

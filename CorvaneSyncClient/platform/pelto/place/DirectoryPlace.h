@@ -5,6 +5,7 @@
 #include <system_error>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/Place.h"
 #include "CorvaneSyncClient/platform/system/Deadline.h"
 #include "CorvaneSyncClient/platform/system/files/FileDescriptor.h"
@@ -28,18 +29,18 @@ class DirectoryPlace : public Place {
   std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override;
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
-  std::string description() const override;
+  Message description() const override;
   std::string software() const override;
   std::vector<std::string> caveats() const override;
 
  private:
   std::string pathOf(std::string_view name) const;
-  FileDescriptor folder(std::string_view name, const std::string& what) const;
+  FileDescriptor folder(std::string_view name, const Message& what) const;
   GetAnswer getOne(const GetRequest& request) const;
   void removeLeftovers(const FileDescriptor& folder, const std::vector<std::string>& names) const;
-  void checkTime(const std::string& what) const;
-  [[noreturn]] void fail(const std::string& what, const std::string& cause, const std::string& remedy) const;
-  [[noreturn]] void fail(const std::string& what, std::error_code error) const;
+  void checkTime(const Message& what) const;
+  [[noreturn]] void fail(const Message& what, const Message& cause, const Message& remedy) const;
+  [[noreturn]] void fail(const Message& what, std::error_code error) const;
 
   std::string _directory;
   Deadline _deadline;

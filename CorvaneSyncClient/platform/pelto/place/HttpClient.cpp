@@ -32,7 +32,7 @@ constexpr int kMostAttempts = 4;
 constexpr double kLongestPause = 10;  // seconds that nobody has asked for
 constexpr int kLongestWait = 1000;    // milliseconds until the deadline is looked at again
 
-std::string laterRemedy() { return tr("It is tried again at the next sync."); }
+Message laterRemedy() { return Message("It is tried again at the next sync."); }
 
 // libcurl keeps copies of what proves who asks, and of what it sends and receives.
 void freeWiped(void* memory) {
@@ -129,7 +129,7 @@ class HttpClient::Round {
   void start(Job job) {
     const HttpRequest& request = _requests[job.index];
     if (Deadline::clock::now() >= _client._deadline)
-      _client.fail(request, tr("there is no time left for it"), laterRemedy());
+      _client.fail(request, Message("there is no time left for it"), laterRemedy());
     if (_client._idle.empty()) _client._idle.push_back(std::make_unique<HttpTransfer>());
     job.transfer = std::move(_client._idle.back());
     _client._idle.pop_back();
@@ -158,7 +158,7 @@ class HttpClient::Round {
     const bool isAnswered = outcome == HttpTransfer::Outcome::answered;
     if (isAnswered) {
       const std::string name = firstLineOf(answer.header("server"));
-      _client._server = (name.empty() ? "a server without a name" : name) + ", " + transfer->protocol();
+      _client._server = (name.empty() ? tr("a server without a name") : name) + ", " + transfer->protocol();
     }
     const bool isTriedAgain =
         outcome == HttpTransfer::Outcome::lost ||
@@ -233,36 +233,40 @@ HttpAnswer HttpClient::perform(const HttpRequest& request) {
   return std::move(perform(std::vector<HttpRequest>{request}).front());
 }
 
-void HttpClient::fail(const HttpRequest& request, const std::string& cause, const std::string& remedy) const {
+void HttpClient::fail(const HttpRequest& request, const Message& cause, const Message& remedy) const {
   throw PlaceException(messageFor(request, cause, remedy));
 }
 
-std::string HttpClient::messageFor(const HttpRequest& request, const std::string& cause,
-                                   const std::string& remedy) const {
-  std::string told = cause;
-  for (const SharedSecret& secret : _settings.secrets) {
-    if (!secret.view().empty() && told.find(secret.view()) != std::string::npos)
-      told = tr("it answers with a secret");
-  }
-  return tr("Can't %1 at %2: %3.", request.what, _settings.host, told) + ' ' + remedy;
+Message HttpClient::messageFor(const HttpRequest& request, const Message& cause,
+                               const Message& remedy) const {
+  const std::string told = cause.inEnglish();
+  const bool isSecret =
+      std::any_of(_settings.secrets.begin(), _settings.secrets.end(), [&told](const SharedSecret& secret) {
+        return !secret.view().empty() && told.find(secret.view()) != std::string::npos;
+      });
+  return sentences(Message("Can't %1 at %2: %3.", request.what, _settings.host,
+                           isSecret ? Message("it answers with a secret") : cause),
+                   remedy);
 }
 
 void HttpClient::fail(const HttpRequest& request, const HttpAnswer& answer) const {
   const std::string said = _settings.reasonIn ? _settings.reasonIn(answer) : std::string();
   const std::string status =
       std::to_string(answer.status) + (said.empty() ? "" : " (" + firstLineOf(said) + ")");
-  const std::string cause = tr("it answers %1", status);
+  const Message cause("it answers %1", status);
   if (answer.status == 413 || answer.status == 507 || (_settings.isFull && _settings.isFull(answer))) {
     throw PlaceFullException(
-        messageFor(request, cause, tr("Make room there, or have whoever runs the server allow more.")));
+        messageFor(request, cause, Message("Make room there, or have whoever runs the server allow more.")));
   }
   switch (answer.status) {
     case 401:
     case 403:
-      throw PlaceRefusedException(messageFor(
-          request, cause, tr("See whether name and password, or this computer's token, still hold there.")));
+      throw PlaceRefusedException(
+          messageFor(request, cause,
+                     Message("See whether name and password, or this computer's token, still hold there.")));
     case 402:
-      throw PlaceRefusedException(messageFor(request, cause, tr("See whether what it costs there is paid.")));
+      throw PlaceRefusedException(
+          messageFor(request, cause, Message("See whether what it costs there is paid.")));
     case 423:
     case 429:
     case 500:
@@ -274,9 +278,9 @@ void HttpClient::fail(const HttpRequest& request, const HttpAnswer& answer) cons
       break;
   }
   if (answer.status >= 300 && answer.status < 400)
-    fail(request, tr("it answers %1, which leads elsewhere", status),
-         tr("Give the address that it leads to, if that is yours."));
-  fail(request, cause, tr("See whether the address is right and leads to a place of this kind."));
+    fail(request, Message("it answers %1, which leads elsewhere", status),
+         Message("Give the address that it leads to, if that is yours."));
+  fail(request, cause, Message("See whether the address is right and leads to a place of this kind."));
 }
 
 }  // namespace corvane::pelto

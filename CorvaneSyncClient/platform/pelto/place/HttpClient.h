@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceCredentials.h"
 #include "CorvaneSyncClient/platform/system/Deadline.h"
 
@@ -18,7 +19,7 @@ class HttpTransfer;
 
 /// One request. Its views have to stay valid while it is performed.
 struct HttpRequest {
-  std::string what;  ///< for messages: "read f/c/1"
+  Message what;  ///< for messages: "read f/c/1"
   std::string method;
   std::string url;
   std::vector<std::string> headers;  ///< "Name: value"
@@ -92,13 +93,11 @@ class HttpClient {
   /// Raises the kind of PlaceException that the answer's status calls for.
   [[noreturn]] void fail(const HttpRequest& request, const HttpAnswer& answer) const;
   /// Raises PlaceException.
-  [[noreturn]] void fail(const HttpRequest& request, const std::string& cause,
-                         const std::string& remedy) const;
+  [[noreturn]] void fail(const HttpRequest& request, const Message& cause, const Message& remedy) const;
 
  private:
   class Round;
-  std::string messageFor(const HttpRequest& request, const std::string& cause,
-                         const std::string& remedy) const;
+  Message messageFor(const HttpRequest& request, const Message& cause, const Message& remedy) const;
 
   HttpSettings _settings;
   Deadline _deadline;

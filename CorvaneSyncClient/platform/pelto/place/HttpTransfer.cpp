@@ -6,8 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -59,8 +59,8 @@ void HttpTransfer::prepare(const HttpRequest& request, const HttpSettings& setti
   _headerBytes = _bodyBytes = _givenBytes = 0;
   _pause = settings.pauseBeforeEnd;
   _pausedUntil.reset();
-  _problem.clear();
-  _remedy.clear();
+  _problem = {};
+  _remedy = {};
   _error[0] = '\0';
   setRequest(request);
   if (settings.authorize) {
@@ -178,15 +178,15 @@ void HttpTransfer::resume() {
   curl_easy_pause(handle(), CURLPAUSE_CONT);  // what fails here fails the transfer
 }
 
-bool HttpTransfer::refuse(std::string problem) {
+bool HttpTransfer::refuse(Message problem) {
   if (_problem.empty()) _problem = std::move(problem);
-  _remedy = tr(kServerRemedy);
+  _remedy = kServerRemedy;
   return false;
 }
 
 bool HttpTransfer::takeHeader(std::string_view line) {
   _headerBytes += line.size();
-  if (_headerBytes > kMostHeaderBytes) return refuse(tr("the header of its answer is too long"));
+  if (_headerBytes > kMostHeaderBytes) return refuse(Message("the header of its answer is too long"));
   if (line.starts_with("HTTP/")) {  // of a further answer, after an interim one or a challenge
     _answer = {};
     return true;
@@ -210,8 +210,8 @@ bool HttpTransfer::takeBody(std::string_view bytes) {
     return false;
   }
   if (_bodyBytes > (isRead ? _request->mostBytes : kMostIdleBytes)) {
-    return refuse(tr("its answer has more than %1 bytes",
-                     std::to_string(isRead ? _request->mostBytes : kMostIdleBytes)));
+    return refuse(Message("its answer has more than %1 bytes",
+                          std::to_string(isRead ? _request->mostBytes : kMostIdleBytes)));
   }
   if (isRead) {
     _answer.body += bytes;
@@ -235,18 +235,18 @@ void HttpTransfer::checkWhole() {
   bool isChunked = false;
   for (const auto& [name, value] : _answer.headers) {
     if (name == "content-length") {
-      if (!length.empty() && value != length) refuse(tr("its answer has two lengths"));
+      if (!length.empty() && value != length) refuse(Message("its answer has two lengths"));
       length = value;
     }
     if (name == "transfer-encoding") {
       isChunked = true;
-      if (value != "chunked") refuse(tr("its answer comes in an encoding that nobody asked for"));
+      if (value != "chunked") refuse(Message("its answer comes in an encoding that nobody asked for"));
     }
     if (name == "content-encoding" && value != "identity")
-      refuse(tr("its answer comes in an encoding that nobody asked for"));
+      refuse(Message("its answer comes in an encoding that nobody asked for"));
   }
   if (protocol() != "HTTP/2" && length.empty() && !isChunked)
-    refuse(tr("its answer doesn't say how long it is, so that nobody can tell whether it was cut"));
+    refuse(Message("its answer doesn't say how long it is, so that nobody can tell whether it was cut"));
 }
 
 HttpTransfer::Outcome HttpTransfer::finish(CURLcode code) {
@@ -267,8 +267,8 @@ HttpTransfer::Outcome HttpTransfer::finish(CURLcode code) {
 }
 
 HttpTransfer::Outcome HttpTransfer::outcomeOf(CURLcode code) {
-  _problem = _error[0] != '\0' ? _error : curl_easy_strerror(code);
-  _remedy = tr(kConnectionRemedy);
+  _problem = std::string(_error[0] != '\0' ? _error : curl_easy_strerror(code));
+  _remedy = kConnectionRemedy;
   switch (code) {
     case CURLE_OK:
       return Outcome::answered;
@@ -278,14 +278,14 @@ HttpTransfer::Outcome HttpTransfer::outcomeOf(CURLcode code) {
     case CURLE_PARTIAL_FILE:
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
-      _problem = tr("the connection was lost (%1)", _problem);
+      _problem = Message("the connection was lost (%1)", _problem);
       return Outcome::lost;
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_CACERT_BADFILE:
     case CURLE_SSL_CONNECT_ERROR:
-      _remedy =
-          tr("See whether the address and this computer's clock are right. The certificate of an authority "
-             "of one's own goes to the address as ca=FILE.");
+      _remedy = Message(
+          "See whether the address and this computer's clock are right. The certificate of an authority "
+          "of one's own goes to the address as ca=FILE.");
       return Outcome::failed;
     default:
       return Outcome::failed;

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
 #include "CorvaneSyncClient/platform/system/Deadline.h"
 
@@ -37,8 +38,8 @@ class HttpTransfer {
   Outcome finish(CURLcode code);
 
   HttpAnswer& answer() { return _answer; }
-  const std::string& problem() const { return _problem; }
-  const std::string& remedy() const { return _remedy; }
+  const Message& problem() const { return _problem; }
+  const Message& remedy() const { return _remedy; }
   /// "HTTP/2"
   std::string protocol() const;
 
@@ -59,7 +60,7 @@ class HttpTransfer {
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
   std::size_t giveBody(char* room, std::size_t size);
-  bool refuse(std::string problem);
+  bool refuse(Message problem);
   static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t onGive(char* room, std::size_t size, std::size_t count, void* self);
@@ -74,8 +75,8 @@ class HttpTransfer {
   std::size_t _headerBytes = 0;
   std::size_t _bodyBytes = 0;
   std::size_t _givenBytes = 0;
-  std::string _problem;
-  std::string _remedy;
+  Message _problem;
+  Message _remedy;
   char _error[CURL_ERROR_SIZE] = {};
 };
 

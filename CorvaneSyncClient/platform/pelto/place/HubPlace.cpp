@@ -3,11 +3,11 @@
 #include <optional>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 #include "CorvaneSyncClient/platform/pelto/place/HubListing.h"
 #include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -65,7 +65,7 @@ std::vector<GetAnswer> HubPlace::get(const std::vector<GetRequest>& wanted) {
 std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
   requirePlaceFolder(folder);
   HttpRequest request;
-  request.what = tr("list %1", folder);
+  request.what = Message("list %1", folder);
   request.method = "GET";
   request.url = _base + "list/" + folder;
   request.mostBytes = kMostListing;
@@ -74,7 +74,8 @@ std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
   if (answer.status != 200) _client.fail(request, answer);
   std::optional<std::vector<PlaceObject>> objects = readHubListing(answer.body);
   if (!objects)
-    _client.fail(request, tr("its listing is cut or of another form"), tr("Tell whoever runs the server."));
+    _client.fail(request, Message("its listing is cut or of another form"),
+                 Message("Tell whoever runs the server."));
   std::erase_if(*objects, [&](const PlaceObject& object) {
     return !isPlaceName(object.name) || folderOf(object.name) != folder;
   });

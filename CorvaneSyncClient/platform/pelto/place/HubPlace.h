@@ -22,13 +22,13 @@ class HubPlace : public Place {
   std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override;
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
-  std::string description() const override { return _description; }
+  Message description() const override { return _description; }
   std::string software() const override { return _client.server(); }
 
  private:
   std::string urlOf(const std::string& name) const;
 
-  std::string _description;
+  Message _description;
   std::string _base;
   HttpClient _client;
 };

@@ -1,12 +1,12 @@
 #include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane::pelto {
 
 HttpRequest getRequest(const GetRequest& request, std::string url) {
   HttpRequest sent;
-  sent.what = tr("read %1", request.name);
+  sent.what = Message("read %1", request.name);
   sent.method = "GET";
   sent.url = std::move(url);
   // 0 would drop the body.
@@ -30,7 +30,7 @@ GetAnswer getAnswer(const HttpClient& client, const HttpRequest& request, HttpAn
 
 HttpRequest putRequest(const std::string& name, std::string_view bytes, std::string url) {
   HttpRequest sent;
-  sent.what = tr("write %1", name);
+  sent.what = Message("write %1", name);
   sent.method = "PUT";
   sent.url = std::move(url);
   sent.body = bytes;
@@ -40,7 +40,7 @@ HttpRequest putRequest(const std::string& name, std::string_view bytes, std::str
 
 HttpRequest putNewRequest(const std::string& name, std::string_view bytes, std::string url) {
   HttpRequest sent = putRequest(name, bytes, std::move(url));
-  sent.what = tr("make %1", name);
+  sent.what = Message("make %1", name);
   sent.headers.emplace_back("If-None-Match: *");
   sent.isIdempotent = false;
   return sent;
@@ -58,7 +58,7 @@ Made madeBy(const HttpClient& client, const HttpRequest& request, const HttpAnsw
 
 HttpRequest removeRequest(const std::string& name, std::string url) {
   HttpRequest sent;
-  sent.what = tr("remove %1", name);
+  sent.what = Message("remove %1", name);
   sent.method = "DELETE";
   sent.url = std::move(url);
   return sent;

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
 
 namespace corvane::pelto {
@@ -86,7 +87,7 @@ class Place {
   /// Removes objects; those that are not there count as removed.
   virtual void remove(const std::vector<std::string>& names) = 0;
   /// Where it is, in words and without secrets: "the directory /mnt/share".
-  virtual std::string description() const = 0;
+  virtual Message description() const = 0;
   /// What the place calls itself once it has answered, "Apache/2.4.71, HTTP/1.1"; "" where it does not say.
   virtual std::string software() const { return {}; }
   /// What places of this kind cannot promise, in sentences for the user.

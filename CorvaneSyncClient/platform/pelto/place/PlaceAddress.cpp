@@ -7,8 +7,8 @@
 #include <memory>
 #include <new>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -16,14 +16,14 @@ namespace {
 
 constexpr std::size_t kLongestAddress = 2000;
 
-std::string forms() {
-  return tr(
+Message forms() {
+  return Message(
       "Give a directory (/mnt/share/bookmarks), a WebDAV folder (https://USER@HOST/FOLDER), a bucket "
       "(s3://BUCKET/PREFIX?region=REGION or ?endpoint=https://HOST), or a corvane-hub (hub://HOST).");
 }
 
-[[noreturn]] void refuse(const std::string& cause, const std::string& remedy = forms()) {
-  throw PlaceAddressException(tr("The address can't be used: %1.", cause) + ' ' + remedy);
+[[noreturn]] void refuse(const Message& cause, const Message& remedy = forms()) {
+  throw PlaceAddressException(sentences(Message("The address can't be used: %1.", cause), remedy));
 }
 
 using Options = std::map<std::string, std::string>;
@@ -40,12 +40,12 @@ std::string decoded(std::string_view text) {
        percent = text.find('%', percent + 1)) {
     const std::string_view mark = text.substr(percent, 3);
     if (mark.size() != 3 || percentDecoded(mark).size() != 1)
-      refuse(tr("there is a % without two digits in it"));
+      refuse(Message("there is a % without two digits in it"));
   }
   std::string bytes = percentDecoded(text);
   if (std::any_of(bytes.begin(), bytes.end(),
                   [](char character) { return (character >= 0 && character < ' ') || character == '\x7f'; }))
-    refuse(tr("there is a control character in it"));
+    refuse(Message("there is a control character in it"));
   return bytes;
 }
 
@@ -56,9 +56,9 @@ Options optionsIn(std::string_view query) {
     query.remove_prefix(std::min(query.size(), option.size() + 1));
     const std::size_t equal = option.find('=');
     if (equal == std::string_view::npos || equal == 0 || equal + 1 == option.size())
-      refuse(tr("what follows the ? is not of the form NAME=VALUE"));
+      refuse(Message("what follows the ? is not of the form NAME=VALUE"));
     if (!options.emplace(decoded(option.substr(0, equal)), decoded(option.substr(equal + 1))).second)
-      refuse(tr("it says one thing twice after the ?"));
+      refuse(Message("it says one thing twice after the ?"));
   }
   return options;
 }
@@ -69,7 +69,7 @@ std::string plainPath(std::string path) {
   for (std::size_t begin = 0; begin < path.size();) {
     const std::size_t end = std::min(path.find('/', begin + 1), path.size());
     const std::string part = path.substr(begin + 1, end - begin - 1);
-    if (part.empty() || part == "." || part == "..") refuse(tr("a part of its path is empty, . or .."));
+    if (part.empty() || part == "." || part == "..") refuse(Message("a part of its path is empty, . or .."));
     begin = end;
   }
   return path;
@@ -91,16 +91,16 @@ Parts partsOf(const std::string& text) {
   const std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
   if (!url) throw std::bad_alloc();
   // libcurl looks for the host behind further slashes.
-  if (text.find(":///") != std::string::npos) refuse(tr("it names no host"));
+  if (text.find(":///") != std::string::npos) refuse(Message("it names no host"));
   if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS) !=
       CURLUE_OK)
-    refuse(tr("it is no well-formed URL"));
+    refuse(Message("it is no well-formed URL"));
   if (!partOf(url.get(), CURLUPART_PASSWORD).empty()) {
-    refuse(tr("there is a password in it, which would stay in the shell's history"),
-           tr("Leave it out; it is asked for."));
+    refuse(Message("there is a password in it, which would stay in the shell's history"),
+           Message("Leave it out; it is asked for."));
   }
   if (!partOf(url.get(), CURLUPART_FRAGMENT).empty())
-    refuse(tr("there is a # in it"), tr("Write %1 for it.", "%23"));
+    refuse(Message("there is a # in it"), Message("Write %1 for it.", "%23"));
   Parts parts;
   parts.scheme = partOf(url.get(), CURLUPART_SCHEME);
   parts.user = decoded(partOf(url.get(), CURLUPART_USER));
@@ -127,13 +127,13 @@ void setOrigin(PlaceAddress& address, const std::string& scheme, std::string hos
     if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
   }
   if (host.empty() || !isMadeOf(host, ".-_:[]"))
-    refuse(tr("its host's name is none that is sent over the network"),
-           tr("Write it with a-z, 0-9, . and - alone."));
+    refuse(Message("its host's name is none that is sent over the network"),
+           Message("Write it with a-z, 0-9, . and - alone."));
   const std::size_t colon = host.rfind(':'), bracket = host.rfind(']');
   const bool hasPort = colon != std::string::npos && (bracket == std::string::npos || colon > bracket);
   if (scheme == "http" && !isLoopbackHost(hasPort ? host.substr(0, colon) : host)) {
-    refuse(tr("it sends everything in the clear, and the server is another computer"),
-           tr("Give its address with https."));
+    refuse(Message("it sends everything in the clear, and the server is another computer"),
+           Message("Give its address with https."));
   }
   address.host = host;
   address.origin = scheme + "://" + host;
@@ -150,7 +150,8 @@ std::string taken(Options& options, const std::string& name) {
 void setDirectory(PlaceAddress& address, std::string path) {
   address.kind = PlaceAddress::Kind::directory;
   address.path = plainPath(std::move(path));
-  if (address.path.empty()) refuse(tr("it is the root of all files"), tr("Give a directory of its own."));
+  if (address.path.empty())
+    refuse(Message("it is the root of all files"), Message("Give a directory of its own."));
 }
 
 void setWebDav(PlaceAddress& address, Parts& parts) {
@@ -161,38 +162,42 @@ void setWebDav(PlaceAddress& address, Parts& parts) {
 
 void setHub(PlaceAddress& address, Parts& parts) {
   address.kind = PlaceAddress::Kind::hub;
-  if (!parts.user.empty()) refuse(tr("a hub knows no names"), tr("Leave out what stands before the @."));
+  if (!parts.user.empty())
+    refuse(Message("a hub knows no names"), Message("Leave out what stands before the @."));
   const std::string tls = taken(parts.options, "tls");
-  if (!tls.empty() && tls != "no") refuse(tr("tls can be no alone"), tr("Leave it out."));
+  if (!tls.empty() && tls != "no") refuse(Message("tls can be no alone"), Message("Leave it out."));
   setOrigin(address, tls == "no" ? "http" : "https", parts.host);
 }
 
 void setEndpoint(PlaceAddress& address, const std::string& endpoint) {
   if (endpoint.empty()) {
-    if (address.region.empty()) refuse(tr("it says neither where the bucket is nor in which region"));
+    if (address.region.empty()) refuse(Message("it says neither where the bucket is nor in which region"));
     setOrigin(address, "https", "s3." + address.region + ".amazonaws.com");
     return;
   }
   const Parts parts = partsOf(endpoint);
-  if (parts.scheme != "https" && parts.scheme != "http") refuse(tr("its endpoint is no https:// URL"));
+  if (parts.scheme != "https" && parts.scheme != "http") refuse(Message("its endpoint is no https:// URL"));
   if (!parts.user.empty() || !parts.path.empty() || !parts.options.empty())
-    refuse(tr("its endpoint is more than a host"), tr("Give endpoint=https://HOST or https://HOST:PORT."));
+    refuse(Message("its endpoint is more than a host"),
+           Message("Give endpoint=https://HOST or https://HOST:PORT."));
   setOrigin(address, parts.scheme, parts.host);
   if (address.region.empty()) address.region = "us-east-1";  // what servers of one region call theirs
 }
 
 void setS3(PlaceAddress& address, Parts& parts) {
   address.kind = PlaceAddress::Kind::s3;
-  if (!parts.user.empty()) refuse(tr("a bucket's address takes no name"), tr("The key's name is asked for."));
+  if (!parts.user.empty())
+    refuse(Message("a bucket's address takes no name"), Message("The key's name is asked for."));
   address.bucket = parts.host;
   if (address.bucket.size() < 3 || address.bucket.size() > 63 || !isMadeOf(address.bucket, ".-"))
-    refuse(tr("it names no bucket: 3 to 63 of a-z, 0-9, . and -"));
+    refuse(Message("it names no bucket: 3 to 63 of a-z, 0-9, . and -"));
   const std::string endpoint = taken(parts.options, "endpoint"), style = taken(parts.options, "style");
   address.region = taken(parts.options, "region");
   if (address.region.size() > 64 || !isMadeOf(address.region, "-"))
-    refuse(tr("its region is none"), tr("Give it as the provider writes it, such as eu-central-1."));
+    refuse(Message("its region is none"),
+           Message("Give it as the provider writes it, such as eu-central-1."));
   if (!style.empty() && style != "path" && style != "host")
-    refuse(tr("its style is neither path nor host"), tr("Leave it out."));
+    refuse(Message("its style is neither path nor host"), Message("Leave it out."));
   setEndpoint(address, endpoint);
   // A certificate for all names under a host's holds for names without a dot.
   const bool isUsual = endpoint.empty() && address.bucket.find('.') == std::string::npos;
@@ -205,11 +210,11 @@ void setS3(PlaceAddress& address, Parts& parts) {
 }  // namespace
 
 PlaceAddress parsePlaceAddress(std::string_view text) {
-  if (text.empty()) refuse(tr("it is empty"));
+  if (text.empty()) refuse(Message("it is empty"));
   if (text.size() > kLongestAddress)
-    refuse(tr("it is longer than %1 bytes", std::to_string(kLongestAddress)));
+    refuse(Message("it is longer than %1 bytes", std::to_string(kLongestAddress)));
   if (std::any_of(text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }))
-    refuse(tr("there is a control character in it"));
+    refuse(Message("there is a control character in it"));
   PlaceAddress address;
   if (text.front() == '/') {
     setDirectory(address, std::string(text));
@@ -217,16 +222,17 @@ PlaceAddress parsePlaceAddress(std::string_view text) {
   }
   if (text.starts_with("file://")) {
     if (!text.starts_with("file:///"))
-      refuse(tr("it names a computer, and files are on this one"), tr("Write file:///…"));
+      refuse(Message("it names a computer, and files are on this one"), Message("Write file:///…"));
     setDirectory(address, decoded(text.substr(7)));
     return address;
   }
-  if (text.find("://") == std::string_view::npos) refuse(tr("it begins neither with / nor with a scheme"));
+  if (text.find("://") == std::string_view::npos)
+    refuse(Message("it begins neither with / nor with a scheme"));
   Parts parts = partsOf(std::string(text));
   address.path = parts.path;
   address.certificates = taken(parts.options, "ca");
   if (!address.certificates.empty() && address.certificates.front() != '/')
-    refuse(tr("ca is not the whole path of a file"), tr("Begin it with /."));
+    refuse(Message("ca is not the whole path of a file"), Message("Begin it with /."));
   if (parts.scheme == "https" || parts.scheme == "http") {
     setWebDav(address, parts);
   } else if (parts.scheme == "s3") {
@@ -234,24 +240,24 @@ PlaceAddress parsePlaceAddress(std::string_view text) {
   } else if (parts.scheme == "hub") {
     setHub(address, parts);
   } else {
-    refuse(tr("its scheme is not known"));
+    refuse(Message("its scheme is not known"));
   }
-  if (!parts.options.empty()) refuse(tr("it says something after the ? that is not known"));
+  if (!parts.options.empty()) refuse(Message("it says something after the ? that is not known"));
   return address;
 }
 
-std::string PlaceAddress::description() const {
+Message PlaceAddress::description() const {
   switch (kind) {
     case Kind::directory:
-      return tr("the directory %1", path);
+      return Message("the directory %1", path);
     case Kind::webDav:
-      return tr("the folder %1 at %2", path.empty() ? "/" : path, host);
+      return Message("the folder %1 at %2", path.empty() ? "/" : path, host);
     case Kind::s3:
-      return tr("the bucket %1 at %2", bucket, host);
+      return Message("the bucket %1 at %2", bucket, host);
     case Kind::hub:
       break;
   }
-  return tr("the hub at %1", host);
+  return Message("the hub at %1", host);
 }
 
 }  // namespace corvane::pelto

@@ -11,7 +11,7 @@ namespace corvane::pelto {
 /// address, in which there may be a secret.
 class PlaceAddressException : public PlatformException {
  public:
-  explicit PlaceAddressException(std::string reason)
+  explicit PlaceAddressException(Message reason)
       : PlatformException("PlaceAddressException", std::move(reason)) {}
 };
 
@@ -39,7 +39,7 @@ struct PlaceAddress {
   bool isBucketInHost = false;
 
   /// In words, without secrets: "the bucket b at s3.example.org".
-  std::string description() const;
+  Message description() const;
 };
 
 /// Raises PlaceAddressException.

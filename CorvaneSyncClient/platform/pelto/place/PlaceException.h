@@ -10,7 +10,7 @@ namespace corvane::pelto {
 /// what to do; never a secret.
 class PlaceException : public PlatformException {
  public:
-  explicit PlaceException(std::string reason) : PlatformException("PlaceException", std::move(reason)) {}
+  explicit PlaceException(Message reason) : PlatformException("PlaceException", std::move(reason)) {}
 };
 
 /// There is no more room at the place, or none for this account.

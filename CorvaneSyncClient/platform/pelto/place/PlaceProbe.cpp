@@ -51,8 +51,8 @@ class Probe {
     }
     _place->remove(_made);
     if (!get(_made.front(), Writing::contested).bytes.empty())
-      refuse(tr("what was removed there is still there"),
-             tr("Give this computer the right to remove files there."));
+      refuse(Message("what was removed there is still there"),
+             Message("Give this computer the right to remove files there."));
     return {_place->software(), _rounds, caveats()};
   }
 
@@ -66,28 +66,30 @@ class Probe {
     return _place->get({GetRequest{name, writing, tag, kMostBytes}}).front();
   }
 
-  [[noreturn]] void refuse(const std::string& cause,
-                           const std::string& remedy = tr("Use another place.")) const {
-    throw PlaceException(tr("Can't keep an account in %1: %2.", _place->description(), cause) + ' ' + remedy);
+  [[noreturn]] void refuse(const Message& cause,
+                           const Message& remedy = Message("Use another place.")) const {
+    throw PlaceException(
+        sentences(Message("Can't keep an account in %1: %2.", _place->description(), cause), remedy));
   }
 
   // One after the other, as a single computer does.
   void tryOut() {
     const std::string contested = newName("new"), alone = newName("alone"), large = newName("large");
     if (get(contested, Writing::contested).state != GetAnswer::State::absent)
-      refuse(tr("it answers for what is not there"));
+      refuse(Message("it answers for what is not there"));
     if (_place->putNew(contested, "first") != Made::made)
-      refuse(tr("it doesn't say that it has made something"));
-    if (_place->putNew(contested, "second") == Made::made) refuse(tr("it replaces what is there"));
+      refuse(Message("it doesn't say that it has made something"));
+    if (_place->putNew(contested, "second") == Made::made) refuse(Message("it replaces what is there"));
     const GetAnswer answer = get(contested, Writing::contested);
-    if (answer.bytes != "first") refuse(tr("it answers something else than was written"));
+    if (answer.bytes != "first") refuse(Message("it answers something else than was written"));
     _hasTags = !answer.tag.empty() &&
                get(contested, Writing::contested, answer.tag).state == GetAnswer::State::unchanged;
     _place->put({{alone, "alone"}});
-    if (get(alone, Writing::alone).bytes != "alone") refuse(tr("it answers something else than was written"));
+    if (get(alone, Writing::alone).bytes != "alone")
+      refuse(Message("it answers something else than was written"));
     const std::string bytes(kLargest, 'x');
     _place->put({{large, bytes}});
-    if (get(large, Writing::alone).bytes != bytes) refuse(tr("it doesn't give back what is large"));
+    if (get(large, Writing::alone).bytes != bytes) refuse(Message("it doesn't give back what is large"));
     checkListing();
   }
 
@@ -96,7 +98,7 @@ class Probe {
     for (const std::string& name : _made) {
       if (std::none_of(listed.begin(), listed.end(),
                        [&](const PlaceObject& object) { return object.name == name; }))
-        refuse(tr("its listing lacks what was written"));
+        refuse(Message("its listing lacks what was written"));
     }
   }
 
@@ -150,12 +152,12 @@ class Probe {
       if (winners.empty()) ++untold;
     }
     if (doubled > 0) {
-      refuse(
-          tr("two computers can make the same thing there, each in the belief that it alone did (in %1 of %2 "
-             "rounds); changes to the bookmarks would be lost",
-             std::to_string(doubled), std::to_string(_rounds)));
+      refuse(Message(
+          "two computers can make the same thing there, each in the belief that it alone did (in %1 of %2 "
+          "rounds); changes to the bookmarks would be lost",
+          std::to_string(doubled), std::to_string(_rounds)));
     }
-    if (untold > _rounds / 2) refuse(tr("it doesn't say which of several computers was first"));
+    if (untold > _rounds / 2) refuse(Message("it doesn't say which of several computers was first"));
   }
 
   std::vector<std::string> caveats() const {

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <optional>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/plist/XmlScalars.h"
 #include "CorvaneSyncClient/platform/pelto/place/XmlElements.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -16,7 +16,7 @@ std::uint64_t numberFrom(const std::string& text) {
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size())
-    throw XmlException(tr("a size that is no number"));
+    throw XmlException(Message("a size that is no number"));
   return number;
 }
 
@@ -25,7 +25,7 @@ Date dateFrom(const std::string& text) {
   const std::size_t point = text.find('.');
   const std::string whole = point == std::string::npos ? text : text.substr(0, point) + 'Z';
   const std::optional<Date> date = dateFromXmlText(whole);
-  if (!date) throw XmlException(tr("a date of another form"));
+  if (!date) throw XmlException(Message("a date of another form"));
   return *date;
 }
 
@@ -34,7 +34,7 @@ class S3ListingBuilder {
  public:
   void begin(const XmlPath& path) {
     if (path.size() == 1 && localName(path[0]) != "ListBucketResult")
-      throw XmlException(tr("it is no listing"));
+      throw XmlException(Message("it is no listing"));
     if (path.size() == 2 && localName(path[1]) == "Contents") _listing.objects.emplace_back();
   }
 
@@ -53,7 +53,7 @@ class S3ListingBuilder {
 
   S3Listing finish() {
     if (!_isTruncated) _listing.next.clear();
-    if (_isTruncated && _listing.next.empty()) throw XmlException(tr("it is cut and doesn't say where"));
+    if (_isTruncated && _listing.next.empty()) throw XmlException(Message("it is cut and doesn't say where"));
     return std::move(_listing);
   }
 

@@ -2,12 +2,12 @@
 
 #include <optional>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 #include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
 #include "CorvaneSyncClient/platform/pelto/place/S3Listing.h"
 #include "CorvaneSyncClient/platform/pelto/place/XmlElements.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
 namespace corvane::pelto {
@@ -119,7 +119,7 @@ std::vector<PlaceObject> S3Place::list(const std::string& folder) {
   std::vector<PlaceObject> objects;
   for (std::string token, before = "-"; token != before && objects.size() < kMostInBucket;) {
     HttpRequest request;
-    request.what = tr("list %1", folder);
+    request.what = Message("list %1", folder);
     request.method = "GET";
     request.url = _address.origin + bucket + '?' +
                   (token.empty() ? "" : "continuation-token=" + percentEncoded(token) + '&') +
@@ -131,7 +131,8 @@ std::vector<PlaceObject> S3Place::list(const std::string& folder) {
     try {
       page = readS3Listing(answer.body);
     } catch (const XmlException& exception) {
-      _client.fail(request, exception.reason(), tr("See whether the address leads to a server for S3."));
+      _client.fail(request, exception.message(),
+                   Message("See whether the address leads to a server for S3."));
     }
     for (PlaceObject& object : page.objects) {
       if (!object.name.starts_with(prefix) || !isPlaceNamePart(object.name.substr(prefix.size()))) continue;
@@ -143,8 +144,8 @@ std::vector<PlaceObject> S3Place::list(const std::string& folder) {
     token = std::move(page.next);
   }
   HttpRequest request;
-  request.what = tr("list %1", folder);
-  _client.fail(request, tr("its listing has no end"), tr("Tell whoever runs the server."));
+  request.what = Message("list %1", folder);
+  _client.fail(request, Message("its listing has no end"), Message("Tell whoever runs the server."));
 }
 
 void S3Place::remove(const std::vector<std::string>& names) {

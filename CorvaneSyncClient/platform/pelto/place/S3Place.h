@@ -24,7 +24,7 @@ class S3Place : public Place {
   std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override;
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
-  std::string description() const override { return _address.description(); }
+  Message description() const override { return _address.description(); }
   std::string software() const override { return _client.server(); }
   std::vector<std::string> caveats() const override {
     return {"Where the bucket keeps old versions of what is removed, it grows until you have them removed."};

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <charconv>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 #include "CorvaneSyncClient/platform/pelto/place/XmlElements.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -25,7 +25,7 @@ std::string pathIn(const std::string& href) {
 class WebDavListingBuilder {
  public:
   void begin(const XmlPath& path) {
-    if (path.size() == 1 && path[0] != "DAV: multistatus") throw XmlException(tr("it is no listing"));
+    if (path.size() == 1 && path[0] != "DAV: multistatus") throw XmlException(Message("it is no listing"));
     if (path.size() == 2 && path[1] == "DAV: response") _entries.emplace_back();
     if (isProperty(path, 6) && path[4] == "DAV: resourcetype" && path[5] == "DAV: collection")
       _entries.back().entry.isCollection = true;
@@ -40,7 +40,7 @@ class WebDavListingBuilder {
       const auto [last, error] =
           std::from_chars(text.data(), text.data() + text.size(), _entries.back().entry.bytes);
       if (error != std::errc() || last != text.data() + text.size())
-        throw XmlException(tr("a length that is no number"));
+        throw XmlException(Message("a length that is no number"));
     }
   }
 
@@ -54,7 +54,7 @@ class WebDavListingBuilder {
       if (path != own->path) {
         const std::size_t slash = path.rfind('/');
         if (slash != own->path.size() || !path.starts_with(own->path))
-          throw XmlException(tr("it lists what does not lie there"));
+          throw XmlException(Message("it lists what does not lie there"));
         entry.name = path.substr(slash + 1);
       }
       entries.push_back(std::move(entry));

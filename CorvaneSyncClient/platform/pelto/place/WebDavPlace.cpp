@@ -4,13 +4,13 @@
 #include <cctype>
 #include <optional>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 #include "CorvaneSyncClient/platform/pelto/place/ObjectRequests.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceLeftovers.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceNames.h"
 #include "CorvaneSyncClient/platform/pelto/place/XmlElements.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -23,7 +23,7 @@ constexpr std::string_view kAskedProperties =
     "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
     "<propfind xmlns=\"DAV:\"><prop><resourcetype/><getcontentlength/><getlastmodified/></prop></propfind>\n";
 
-HttpRequest requestFor(std::string what, std::string method, std::string url) {
+HttpRequest requestFor(Message what, std::string method, std::string url) {
   HttpRequest request;
   request.what = std::move(what);
   request.method = std::move(method);
@@ -98,7 +98,7 @@ std::string WebDavPlace::urlOf(std::string_view name) const {
 }
 
 // Makes a collection that may be there, with those above it, but not the place's own.
-void WebDavPlace::makeFolder(const std::string& name, const std::string& what) {
+void WebDavPlace::makeFolder(const std::string& name, const Message& what) {
   if (_folders.contains(name)) return;
   const HttpRequest request = requestFor(what, "MKCOL", urlOf(name) + '/');
   HttpAnswer answer = perform(request);
@@ -107,8 +107,8 @@ void WebDavPlace::makeFolder(const std::string& name, const std::string& what) {
     makeFolder(std::string(folderOf(name)), what);
     answer = perform(request);
   } else if (isParentMissing) {
-    _client.fail(request, tr("%1 does not exist", _address.description()),
-                 tr("Make it, or give another address."));
+    _client.fail(request, Message("%1 does not exist", _address.description()),
+                 Message("Make it, or give another address."));
   }
   // 405: it is there.
   if (!answer.isGood() && answer.status != 405) _client.fail(request, answer);
@@ -116,7 +116,7 @@ void WebDavPlace::makeFolder(const std::string& name, const std::string& what) {
 }
 
 // Makes a collection of a new name.
-void WebDavPlace::makeCollection(const std::string& name, const std::string& what) {
+void WebDavPlace::makeCollection(const std::string& name, const Message& what) {
   const HttpRequest request = requestFor(what, "MKCOL", urlOf(name) + '/');
   HttpAnswer answer = perform(request);
   if (answer.status == 409 || answer.status == 404) {
@@ -130,7 +130,7 @@ void WebDavPlace::makeCollection(const std::string& name, const std::string& wha
 
 Made WebDavPlace::putNew(const std::string& name, std::string_view bytes) {
   requirePlaceName(name);
-  const std::string what = tr("make %1", name);
+  const Message what("make %1", name);
   const std::string temporary = std::string(folderOf(name)) + '/' + newTemporaryName();
   makeCollection(temporary, what);
   HttpRequest filling = putRequest(name, bytes, urlOf(temporary) + std::string(kMember));
@@ -153,7 +153,7 @@ Made WebDavPlace::putNew(const std::string& name, std::string_view bytes) {
 }
 
 // False also when the server does not answer.
-bool WebDavPlace::isKnownToBeThere(const std::string& name, const std::string& what) {
+bool WebDavPlace::isKnownToBeThere(const std::string& name, const Message& what) {
   try {
     return perform(requestFor(what, "HEAD", urlOf(name) + std::string(kMember))).isGood();
   } catch (const PlaceException&) {
@@ -164,7 +164,7 @@ bool WebDavPlace::isKnownToBeThere(const std::string& name, const std::string& w
 // What stays is a leftover for `list`; a failure here must not hide what became of the object.
 void WebDavPlace::discard(const std::string& temporary) {
   try {
-    perform(requestFor(tr("discard %1", temporary), "DELETE", urlOf(temporary) + '/'));
+    perform(requestFor(Message("discard %1", temporary), "DELETE", urlOf(temporary) + '/'));
   } catch (const PlaceException&) {
     return;
   }
@@ -199,13 +199,13 @@ std::vector<WebDavEntry> WebDavPlace::entriesOf(const HttpRequest& request, cons
   try {
     return readWebDavListing(answer.body);
   } catch (const XmlException& exception) {
-    _client.fail(request, exception.reason(), tr("See whether the address leads to a WebDAV server."));
+    _client.fail(request, exception.message(), Message("See whether the address leads to a WebDAV server."));
   }
 }
 
 std::vector<PlaceObject> WebDavPlace::list(const std::string& folder) {
   requirePlaceFolder(folder);
-  HttpRequest request = requestFor(tr("list %1", folder), "PROPFIND", urlOf(folder) + '/');
+  HttpRequest request = requestFor(Message("list %1", folder), "PROPFIND", urlOf(folder) + '/');
   request.headers = {"Depth: 1", "Content-Type: application/xml; charset=utf-8"};
   request.body = kAskedProperties;
   request.hasBody = true;
@@ -230,7 +230,7 @@ void WebDavPlace::removeLeftovers(const std::string& folder, const std::vector<W
   for (const WebDavEntry& entry : entries) {
     if (now && entry.date && isTemporaryName(entry.name) && now->seconds - entry.date->seconds > kLeftoverAge)
       requests.push_back(
-          requestFor(tr("discard %1", entry.name), "DELETE", urlOf(folder + '/' + entry.name) + '/'));
+          requestFor(Message("discard %1", entry.name), "DELETE", urlOf(folder + '/' + entry.name) + '/'));
   }
   perform(requests);
 }

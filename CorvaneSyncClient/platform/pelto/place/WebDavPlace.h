@@ -29,7 +29,7 @@ class WebDavPlace : public Place {
   std::vector<GetAnswer> get(const std::vector<GetRequest>& requests) override;
   std::vector<PlaceObject> list(const std::string& folder) override;
   void remove(const std::vector<std::string>& names) override;
-  std::string description() const override { return _address.description(); }
+  Message description() const override { return _address.description(); }
   std::string software() const override { return _client.server(); }
   std::vector<std::string> caveats() const override {
     return {
@@ -43,9 +43,9 @@ class WebDavPlace : public Place {
   std::vector<HttpAnswer> perform(const std::vector<HttpRequest>& requests);
   HttpAnswer perform(const HttpRequest& request);
   std::string urlOf(std::string_view name) const;
-  void makeFolder(const std::string& name, const std::string& what);
-  void makeCollection(const std::string& name, const std::string& what);
-  bool isKnownToBeThere(const std::string& name, const std::string& what);
+  void makeFolder(const std::string& name, const Message& what);
+  void makeCollection(const std::string& name, const Message& what);
+  bool isKnownToBeThere(const std::string& name, const Message& what);
   void discard(const std::string& temporary);
   std::vector<WebDavEntry> entriesOf(const HttpRequest& request, const HttpAnswer& answer) const;
   void removeLeftovers(const std::string& folder, const std::vector<WebDavEntry>& entries,

@@ -7,7 +7,7 @@
 #include <memory>
 #include <new>
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane::pelto {
 
@@ -36,18 +36,18 @@ class Reader {
       const XML_Status status =
           XML_Parse(_parser.get(), piece.data(), static_cast<int>(piece.size()), bytes.empty());
       if (_exception) std::rethrow_exception(_exception);
-      if (status != XML_STATUS_OK) fail(XML_ErrorString(XML_GetErrorCode(_parser.get())));
+      if (status != XML_STATUS_OK) fail(std::string(XML_ErrorString(XML_GetErrorCode(_parser.get()))));
     } while (!bytes.empty());
   }
 
  private:
-  [[noreturn]] void fail(const std::string& cause) const {
+  [[noreturn]] void fail(const Message& cause) const {
     throw XmlException(
-        tr("line %1 of its XML: %2", std::to_string(XML_GetCurrentLineNumber(_parser.get())), cause));
+        Message("line %1 of its XML: %2", std::to_string(XML_GetCurrentLineNumber(_parser.get())), cause));
   }
 
   void begin(const char* name) {
-    if (_path.size() == kMostDepth) fail(tr("elements nest too deep"));
+    if (_path.size() == kMostDepth) fail(Message("elements nest too deep"));
     _path.emplace_back(name);
     _texts.emplace_back();
     _handlers.begin(_path);
@@ -61,7 +61,7 @@ class Reader {
 
   void text(std::string_view piece) {
     _texts.back() += piece;
-    if (_texts.back().size() > kLongestText) fail(tr("a text is too long"));
+    if (_texts.back().size() > kLongestText) fail(Message("a text is too long"));
   }
 
   template <typename Step>
@@ -87,7 +87,7 @@ class Reader {
     guard(self, [=](Reader& reader) { reader.text({text, static_cast<std::size_t>(length)}); });
   }
   static void onDoctype(void* self, const XML_Char*, const XML_Char*, const XML_Char*, int) {
-    guard(self, [](const Reader& reader) { reader.fail(tr("it has a document type declaration")); });
+    guard(self, [](const Reader& reader) { reader.fail(Message("it has a document type declaration")); });
   }
 
   const XmlHandlers& _handlers;

@@ -12,7 +12,7 @@ namespace corvane::pelto {
 /// XML of another form than expected; the reason says what is wrong, and where.
 class XmlException : public PlatformException {
  public:
-  explicit XmlException(std::string reason) : PlatformException("XmlException", std::move(reason)) {}
+  explicit XmlException(Message reason) : PlatformException("XmlException", std::move(reason)) {}
 };
 
 /// The elements that are open, from the root inwards: each its namespace, a blank, and its local name, or the

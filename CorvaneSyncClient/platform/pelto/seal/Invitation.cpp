@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/Uuid.h"
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/InvitationGroups.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -39,7 +39,7 @@ bool isSize(std::size_t size) {
   return size >= kFixedBytes + kChecksumBytes && size <= kFixedBytes + kLongestPlace + kChecksumBytes;
 }
 
-[[noreturn]] void fail(const std::string& reason) { throw InvitationException(reason, false); }
+[[noreturn]] void fail(const Message& reason) { throw InvitationException(reason, false); }
 
 std::string checksum(std::string_view bytes) {
   unsigned char hash[crypto_generichash_BYTES];
@@ -112,14 +112,14 @@ bool takePrefix(std::string_view& text) {
 }
 
 [[noreturn]] void failAsMisprinted(std::size_t group) {
-  fail(tr("Group %1 of the invitation is not as it was printed.", std::to_string(group)));
+  fail(Message("Group %1 of the invitation is not as it was printed.", std::to_string(group)));
 }
 
 // How many groups an invitation has whose first ones are these.
 std::size_t wantedGroups(const SecretBytes& carried) {
   if (carried.data()[0] != kForm) {
-    fail(tr("The invitation is of form %1, which only a newer version can read.",
-            std::to_string(carried.data()[0])));
+    fail(Message("The invitation is of form %1, which only a newer version can read.",
+                 std::to_string(carried.data()[0])));
   }
   const std::size_t size = carried.data()[1] << 8 | carried.data()[2];
   if (!isSize(size)) failAsMisprinted(1);
@@ -130,10 +130,11 @@ void checkGroups(const ReadGroups& read) {
   const std::size_t right = rightGroups(read.groups), whole = read.groups.size() / kGroupBytes;
   if (right < whole) failAsMisprinted(right + 1);
   if (read.wrongGroup > 0) {
-    fail(tr("Group %1 of the invitation holds a character that no invitation has.",
-            std::to_string(read.wrongGroup)));
+    fail(Message("Group %1 of the invitation holds a character that no invitation has.",
+                 std::to_string(read.wrongGroup)));
   }
-  if (whole == 0) throw InvitationException(tr("There is not even a whole group of an invitation."), true);
+  if (whole == 0)
+    throw InvitationException(Message("There is not even a whole group of an invitation."), true);
 }
 
 }  // namespace
@@ -148,10 +149,11 @@ SecretBytes bytesOf(const Invitation& invitation) {
   const std::size_t place = invitation.address.size() + invitation.user.size() +
                             invitation.secret.view().size() + 2 * separator.size();
   if (place > kLongestPlace) {
-    throw PlatformException("DotPeltoInvitationException",
-                            tr("The address of the place is too long for an invitation: with what opens it, "
-                               "it may have %1 bytes.",
-                               std::to_string(kLongestInvitedAddress)));
+    throw PlatformException(
+        "DotPeltoInvitationException",
+        Message("The address of the place is too long for an invitation: with what opens it, "
+                "it may have %1 bytes.",
+                std::to_string(kLongestInvitedAddress)));
   }
   Writer writer(kFixedBytes + place + kChecksumBytes);
   writer.add(kForm, kFormBytes);
@@ -207,20 +209,20 @@ std::string lineOf(const Invitation& invitation) {
 std::string wordsOf(const Invitation& invitation) { return wordGroups(groupsOf(bytesOf(invitation))); }
 
 Invitation invitationFrom(std::string_view text) {
-  if (text.size() > kMostText) fail(tr("This is too long for an invitation."));
+  if (text.size() > kMostText) fail(Message("This is too long for an invitation."));
   const bool isLine = takePrefix(text);
   const ReadGroups read = isLine ? readBase32Groups(text) : readWordGroups(text);
   checkGroups(read);
   const SecretBytes carried = carriedBy(read.groups);
   const std::size_t whole = read.groups.size() / kGroupBytes, wanted = wantedGroups(carried);
   if (whole < wanted) {
-    throw InvitationException(
-        tr("The invitation is cut off after group %1 of %2.", std::to_string(whole), std::to_string(wanted)),
-        true);
+    throw InvitationException(Message("The invitation is cut off after group %1 of %2.",
+                                      std::to_string(whole), std::to_string(wanted)),
+                              true);
   }
-  if (whole > wanted || read.leftOver > 0) fail(tr("Something follows after the invitation's end."));
+  if (whole > wanted || read.leftOver > 0) fail(Message("Something follows after the invitation's end."));
   auto invitation = invitationIn(carried.view());
-  if (!invitation) fail(tr("The invitation is not as it was printed."));
+  if (!invitation) fail(Message("The invitation is not as it was printed."));
   return *std::move(invitation);
 }
 

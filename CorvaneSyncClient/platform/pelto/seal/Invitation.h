@@ -40,7 +40,7 @@ inline constexpr std::size_t kLongestInvitedAddress = 1500;
 /// of the text.
 class InvitationException : public PlatformException {
  public:
-  InvitationException(std::string reason, bool isIncomplete)
+  InvitationException(Message reason, bool isIncomplete)
       : PlatformException("DotPeltoInvitationException", std::move(reason)), _isIncomplete(isIncomplete) {}
 
   /// Whether all that is there is right, and something is missing at the end.

@@ -8,9 +8,9 @@
 #include <memory>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/pelto/seal/Bytes.h"
 #include "CorvaneSyncClient/platform/pelto/seal/SecretBytes.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::pelto {
 
@@ -33,7 +33,7 @@ constexpr std::uint32_t kMostPasses = 10;
 constexpr std::uint32_t kLeastKibibytes = 8 * 1024;
 constexpr std::uint32_t kMostKibibytes = 1024 * 1024;
 
-[[noreturn]] void refuse(const std::string& reason) {
+[[noreturn]] void refuse(const Message& reason) {
   throw PlatformException("DotPeltoPassphraseException", reason);
 }
 
@@ -50,7 +50,7 @@ SecretBytes composed(std::string_view passphrase) {
   const utf8proc_ssize_t size =
       utf8proc_map(unsignedOf(passphrase.data()), static_cast<utf8proc_ssize_t>(passphrase.size()), &text,
                    static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
-  if (size < 0) refuse(tr("The passphrase is not UTF-8 text."));
+  if (size < 0) refuse(Message("The passphrase is not UTF-8 text."));
   const std::unique_ptr<utf8proc_uint8_t, WipingFree> owned(text);
   return SecretBytes(std::string_view(reinterpret_cast<const char*>(text), static_cast<std::size_t>(size)));
 }
@@ -66,9 +66,9 @@ SecretBytes derived(std::string_view passphrase, std::string_view salt, const Pa
   SecretBytes keys(kKeyBytes + kCommitmentBytes);
   if (crypto_pwhash(keys.data(), keys.size(), text.view().data(), text.size(), unsignedOf(salt.data()),
                     cost.passes, std::size_t{cost.kibibytes} * 1024, crypto_pwhash_ALG_ARGON2ID13) != 0) {
-    refuse(
-        tr("There is not enough memory for the passphrase: it takes as much on purpose, so that guessing is "
-           "costly."));
+    refuse(Message(
+        "There is not enough memory for the passphrase: it takes as much on purpose, so that guessing is "
+        "costly."));
   }
   return keys;
 }
@@ -84,11 +84,11 @@ std::string sealUnderPassphrase(const Invitation& invitation, std::string_view p
                                 const PassphraseCost& cost) {
   useSodium();
   if (characters(composed(passphrase).view()) < kShortestPassphrase)
-    refuse(
-        tr("The passphrase is too short: it takes 12 characters, better five or six words that no book has "
-           "in a row."));
+    refuse(Message(
+        "The passphrase is too short: it takes 12 characters, better five or six words that no book has "
+        "in a row."));
   const SecretBytes bytes = bytesOf(invitation);
-  if (bytes.size() > kPlainBytes) refuse(tr("The address of the place is too long for a passphrase."));
+  if (bytes.size() > kPlainBytes) refuse(Message("The address of the place is too long for a passphrase."));
   SecretBytes plain(kPlainBytes);
   std::copy_n(bytes.data(), bytes.size(), plain.data());
 

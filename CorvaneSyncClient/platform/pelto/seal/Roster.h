@@ -13,7 +13,7 @@ namespace corvane::pelto {
 /// a broken version wrote them. The reason tells what is wrong where, as in "computer 2: no key of 32 bytes".
 class SealedFormException : public PlatformException {
  public:
-  explicit SealedFormException(std::string reason)
+  explicit SealedFormException(Message reason)
       : PlatformException("DotPeltoSealedFormException", std::move(reason)) {}
 };
 

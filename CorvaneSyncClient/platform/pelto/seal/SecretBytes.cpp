@@ -6,8 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
 namespace corvane::pelto {
@@ -47,7 +47,7 @@ void wipe(std::string& text) {
 
 void useSodium() {
   if (sodium_init() < 0)
-    throw PlatformException("DotPeltoException", tr("The system gives no random numbers."));
+    throw PlatformException("DotPeltoException", Message("The system gives no random numbers."));
 }
 
 }  // namespace corvane::pelto

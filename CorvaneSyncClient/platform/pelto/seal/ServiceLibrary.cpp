@@ -1,6 +1,6 @@
 #include "CorvaneSyncClient/platform/pelto/seal/ServiceLibrary.h"
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 
 namespace corvane::pelto {
 
@@ -8,8 +8,9 @@ LoadedFunction serviceFunction(std::initializer_list<const char*> libraries, con
   try {
     return loadedFunction(libraries, name);
   } catch (const MissingLibraryException& exception) {
-    throw PlatformException(NSObjectNotAvailableException,
-                            tr("Can't load the library for the online service: %1", exception.reason()));
+    throw PlatformException(
+        NSObjectNotAvailableException,
+        Message("Can't load the library for the online service: %1", exception.message()));
   }
 }
 

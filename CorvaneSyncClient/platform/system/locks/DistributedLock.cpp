@@ -13,7 +13,7 @@ bool DistributedLock::tryLock() {
   if (error == std::errc::file_exists) return false;
   if (error) {
     throw PlatformException(NSObjectNotAvailableException,
-                            "Can't take lock " + _path + ": " + error.message());
+                            Message("Can't take lock %1: %2", _path, error.message()));
   }
   _taken = identity(error);
   return true;
@@ -32,7 +32,7 @@ std::optional<std::string> DistributedLock::unlock() {
 
 void DistributedLock::breakLock() {
   if (const std::error_code error = remove(_lookedAt)) {
-    throw PlatformException(NSGenericException, "Can't break lock " + _path + ": " + error.message());
+    throw PlatformException(NSGenericException, Message("Can't break lock %1: %2", _path, error.message()));
   }
 }
 
