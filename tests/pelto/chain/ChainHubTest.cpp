@@ -1,18 +1,9 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
-#include <map>
-#include <memory>
-#include <set>
-#include <stdexcept>
 
-#include "CorvaneSyncClient/platform/pelto/chain/ChainHub.h"
-#include "tests/fakes/StrictPlatform.h"
-#include "tests/kit/TestSize.h"
-#include "tests/pelto/chain/MemoryPlace.h"
+#include "tests/pelto/chain/ChainHubFixture.h"
 
 namespace corvane {
 namespace {
@@ -20,115 +11,6 @@ namespace {
 using namespace pelto;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-/// Identifiers of records.
-String id(int number) {
-  const std::string digits = std::to_string(number);
-  return "0B000000-0000-4000-8000-" + std::string(12 - digits.size(), '0') + digits;
-}
-
-HubRecord bookmark(int number, const std::string& name) {
-  HubRecord record;
-  record.id = id(number);
-  record.name = name;
-  record.url = "http://" + name + "/";
-  return record;
-}
-
-/// A computer's end of an account: what it has seen, and the records that it was told of.
-class ChainComputer {
- public:
-  ChainComputer(MemoryPlace& place, std::string keptPath, std::int64_t generation = 1)
-      : _place(place.connect()), _sealer(sealerOf(generation)), _keptPath(std::move(keptPath)) {}
-
-  static Sealer sealerOf(std::int64_t generation) {
-    const char key = static_cast<char>('j' + generation);
-    return {AccountKey(std::string(AccountKey::kBytes, key)), "0A000000-0000-4000-8000-000000000001",
-            generation};
-  }
-
-  /// One exchange; `chain` serves it.
-  RemoteChanges takeIn() {
-    begin();
-    RemoteChanges remote = chain->remoteChanges(seen);
-    if (remote.whole) records.clear();
-    for (const HubRecord& each : remote.records) {
-      if (each.deleted) {
-        records.erase(each.id.toString());
-      } else {
-        records[each.id.toString()] = each.name.toString();
-      }
-    }
-    enter(remote.now);
-    return remote;
-  }
-  HubPushed push(std::vector<HubRecord> given) {
-    HubPush push{seen.front(), Platform::current().uuids.newUuid(), std::move(given)};
-    const HubPushed pushed = chain->push(push);
-    if (!pushed) return pushed;
-    for (const HubRecord& each : push.records) records[each.id.toString()] = each.name.toString();
-    enter({push.expected.account, push.expected.revision + 1, push.id});
-    enter(pushed.now);
-    return pushed;
-  }
-  HubPushed give(std::vector<HubRecord> given) {
-    takeIn();
-    return push(std::move(given));
-  }
-  void begin() {
-    chain.reset();
-    chain = std::make_unique<ChainHub>(*_place, _sealer,
-                                       ChainHubOptions{_keptPath, "0F000000-0000-4000-8000-000000000001"});
-  }
-  std::set<std::string> names() const {
-    std::set<std::string> names;
-    for (const auto& [id, name] : records) names.insert(name);
-    return names;
-  }
-
-  std::vector<HubState> seen;
-  std::map<std::string, std::string> records;
-  std::unique_ptr<ChainHub> chain;
-
- private:
-  void enter(const HubState& state) {
-    if (seen.empty() || seen.front() != state) seen.insert(seen.begin(), state);
-  }
-
-  std::unique_ptr<Place> _place;
-  Sealer _sealer;
-  std::string _keptPath;
-};
-
-class ChainHubTest : public testing::Test {
- protected:
-  ChainHubTest() { platform.uuids.inForm = true; }
-
-  std::unique_ptr<ChainComputer> computer(const std::string& name) {
-    return std::make_unique<ChainComputer>(place, platform.directory / ("home of " + name + "/Chain.plist"));
-  }
-  /// One edit after the other, until there is a checkpoint. Answers how many.
-  int giveUntilCheckpoint(ChainComputer& by) {
-    for (int given = 1; given <= 200; ++given) {
-      const std::int64_t before = by.takeIn().now.revision;
-      const HubPushed pushed = by.push({bookmark(1000 + given, "n" + std::to_string(given))});
-      if (pushed && pushed.now.revision == before + 2) return given;
-    }
-    throw std::logic_error("there is no checkpoint");
-  }
-  std::string failureOf(const std::function<void()>& work) {
-    try {
-      work();
-    } catch (const PlatformException& exception) {
-      return exception.reason();
-    }
-    return "";
-  }
-
-  StrictPlatform platform;
-  MemoryPlace place;
-  std::unique_ptr<ChainComputer> a = computer("a"), b = computer("b");
-};
 
 TEST_F(ChainHubTest, AQuietExchangeAsksForTheNewestCommitAndTheNextSlotAtOnce) {
   a->give({bookmark(1, "one")});
@@ -658,49 +540,6 @@ TEST_F(ChainHubTest, ASlotThatHoldsOtherRubbishEachTimeIsNotPassedBy) {
     platform.clock.time.seconds += 601;
   }
   EXPECT_TRUE(b->give({bookmark(3, "three")})) << "the same bytes for ten minutes";
-}
-
-TEST_F(ChainHubTest, WhateverIsDoneToAnyObjectIsNamedAndNothingOfItIsTaken) {
-  std::vector<HubRecord> many;
-  for (int i = 0; i < 2'100; ++i) many.push_back(bookmark(10 + i, "n"));
-  a->give({bookmark(1, "one")});
-  a->give(many);
-  a->takeIn();
-  const MemoryPlace::Objects whole = place.objects;
-  const auto expectNamed = [&](const std::string& name, const std::string& bytes) {
-    place.objects.at(name).bytes = bytes;
-    const bool isSegment = name.find("/s/") != std::string::npos;
-    // Who knows the commit finds it another, and who is new needs the segment.
-    const std::string failure = failureOf([&] {
-      if (isSegment) computer("new")->takeIn();
-      if (!isSegment) {
-        std::filesystem::remove(platform.directory / "home of b/Chain.plist");
-        std::filesystem::copy(platform.directory / "home of a/Chain.plist",
-                              platform.directory / "home of b/Chain.plist");
-        platform.clock.time.seconds += 86'401;  // the whole chain is looked at
-        b->takeIn();
-      }
-    });
-    EXPECT_THAT(failure, HasSubstr(name.substr(name.rfind('/'))));
-    place.objects = whole;
-    std::filesystem::remove_all(platform.directory / "home of new");
-  };
-  b->takeIn();
-  b->chain.reset();
-  a->chain.reset();
-  for (const auto& [name, object] : whole) {
-    SCOPED_TRACE(name);
-    const std::size_t step = object.bytes.size() > 4096 ? sized(211, 4001) : sized(1, 19);
-    for (std::size_t at = 0; at < object.bytes.size(); at += step) {
-      std::string flipped = object.bytes;
-      flipped[at] = static_cast<char>(flipped[at] ^ 1);
-      expectNamed(name, flipped);
-      expectNamed(name, object.bytes.substr(0, at));
-    }
-    for (const auto& [other, bytes] : whole) {
-      if (other != name) expectNamed(name, bytes.bytes);
-    }
-  }
 }
 
 }  // namespace

@@ -32,7 +32,8 @@ class Explorer {
       first.writers[i].change().editsLeft = i < _bounds.editors ? _bounds.edits : 0;
     Explored explored;
     try {
-      enqueue(std::move(first), 0);
+      _seen.insert(hashOf(first));
+      _queue.emplace_back(std::move(first), 0);
       while (!_queue.empty()) {
         const auto [world, story] = std::move(_queue.front());
         _queue.pop_front();
@@ -70,21 +71,21 @@ class Explorer {
     return text;
   }
 
-  // False when the world was seen before.
-  bool enqueue(World world, std::size_t story) {
-    if (!_seen.insert(hashOf(world)).second) return false;
-    _queue.emplace_back(std::move(world), story);
-    return true;
-  }
-
-  template <typename Change>
-  void event(const World& world, std::size_t story, const std::string& what, const Change& change) {
+  // `what` answers what happens, which is asked for where that leads to something new.
+  template <typename What, typename Change>
+  void event(const World& world, std::size_t story, const What& what, const Change& change) {
     World next = world;
-    _stories.push_back({what, story});
-    _story = _stories.size();
-    change(next);
-    if (!enqueue(std::move(next), _story)) _stories.pop_back();
-    _story = story;
+    try {
+      change(next);
+    } catch (const Fault&) {
+      _story = add(what(), story);
+      throw;
+    }
+    if (_seen.insert(hashOf(next)).second) _queue.emplace_back(std::move(next), add(what(), story));
+  }
+  std::size_t add(std::string what, std::size_t before) {
+    _stories.push_back({std::move(what), before});
+    return _stories.size();
   }
 
   void expand(const World& world, std::size_t story) {
@@ -92,11 +93,13 @@ class Explorer {
       world.writers[i]->work ? expandWork(world, i, story) : expandRest(world, i, story);
     }
     for (std::size_t i = 0; i < world.late.size(); ++i) {
-      event(world, story, "late: " + world.late[i].name, [&](World& next) {
-        const Request request = next.late[i];
-        next.late.erase(next.late.begin() + static_cast<std::ptrdiff_t>(i));
-        Computers::make(next, request);
-      });
+      event(
+          world, story, [&] { return "late: " + world.late[i].name; },
+          [&](World& next) {
+            const Request request = next.late[i];
+            next.late.erase(next.late.begin() + static_cast<std::ptrdiff_t>(i));
+            Computers::make(next, request);
+          });
     }
     expandRollBacks(world, story);
     for (const auto& [key, chain] : *world.place) {
@@ -109,13 +112,15 @@ class Explorer {
   void expandRollBacks(const World& world, std::size_t story) {
     if (world.left.rollBacks == 0) return;
     for (std::size_t i = 0; i < world.past.size(); ++i) {
-      event(world, story, "rolled back to " + std::to_string(i), [&](World& next) {
-        next.place = next.past[i];
-        next.past.resize(i);
-        next.hasRolledBack = true;
-        if (--next.left.rollBacks == 0) next.past.clear();
-        if (!_bounds.lateAfterRollBack) next.late.clear();
-      });
+      event(
+          world, story, [&] { return "rolled back to " + std::to_string(i); },
+          [&](World& next) {
+            next.place = next.past[i];
+            next.past.resize(i);
+            next.hasRolledBack = true;
+            if (--next.left.rollBacks == 0) next.past.clear();
+            if (!_bounds.lateAfterRollBack) next.late.clear();
+          });
     }
   }
 
@@ -124,20 +129,24 @@ class Explorer {
       const auto& name = commit.first;
       const auto& cell = commit.second;
       if (cell.damage == Damage::passing) {
-        event(world, story, name + " is whole again",
-              [&](World& next) { next.place.change()[key].commits.at(name).damage = Damage::none; });
+        event(
+            world, story, [&] { return name + " is whole again"; },
+            [&](World& next) { next.place.change()[key].commits.at(name).damage = Damage::none; });
       }
       const bool isHead = std::none_of(chain.commits.begin(), chain.commits.end(), [&](const auto& each) {
         return linkOf(each.second).number > linkOf(cell).number;
       });
       if (cell.damage != Damage::none || world.left.damages == 0 || !isHead) continue;
       for (const Damage damage : {Damage::passing, Damage::lasting}) {
-        event(world, story,
-              name + (damage == Damage::passing ? " is damaged, and heals" : " is damaged for good"),
-              [&](World& next) {
-                --next.left.damages;
-                next.place.change()[key].commits.at(name).damage = damage;
-              });
+        event(
+            world, story,
+            [&] {
+              return name + (damage == Damage::passing ? " is damaged, and heals" : " is damaged for good");
+            },
+            [&](World& next) {
+              --next.left.damages;
+              next.place.change()[key].commits.at(name).damage = damage;
+            });
       }
     }
   }
@@ -146,22 +155,25 @@ class Explorer {
   void expandLosses(const World& world, const std::string& key, const Chain& chain, std::size_t story) {
     for (const auto& away : chain.away) {
       const std::string& hash = away.first;
-      event(world, story, "a segment comes back", [&](World& next) {
-        Chain& changed = next.place.change()[key];
-        changed.segments[hash] = changed.away.at(hash);
-        changed.away.erase(hash);
-      });
+      event(
+          world, story, [] { return "a segment comes back"; },
+          [&](World& next) {
+            Chain& changed = next.place.change()[key];
+            changed.segments[hash] = changed.away.at(hash);
+            changed.away.erase(hash);
+          });
     }
     if (world.left.losses == 0) return;
     for (const auto& commit : chain.commits) {
       const std::string& hash = commit.second.hash;
       if (!isReadable(chain, hash)) continue;
-      const std::string what = "the segment of " + commit.first;
       const auto lose = [&](const char* how, const auto& change) {
-        event(world, story, what + how, [&](World& next) {
-          --next.left.losses;
-          change(next.place.change()[key]);
-        });
+        event(
+            world, story, [&] { return "the segment of " + commit.first + how; },
+            [&](World& next) {
+              --next.left.losses;
+              change(next.place.change()[key]);
+            });
       };
       lose(" is spoilt", [&](Chain& changed) { changed.spoilt.insert(hash); });
       lose(" is lost", [&](Chain& changed) { changed.segments.erase(hash); });
@@ -183,16 +195,21 @@ class Explorer {
     });
     // Ten minutes are longer than any passing damage.
     if (_bounds.damages > 0 && !isPassing && world.clock < kBeginning + kDamagedSeconds)
-      event(world, story, "ten minutes pass", [](World& next) { next.clock += kDamagedSeconds; });
+      event(
+          world, story, [] { return "ten minutes pass"; },
+          [](World& next) { next.clock += kDamagedSeconds; });
     if (_bounds.losses > 0 && hasLosses(world) && world.clock < kBeginning + kMissingSeconds)
-      event(world, story, "a day passes", [](World& next) { next.clock += kMissingSeconds; });
+      event(
+          world, story, [] { return "a day passes"; }, [](World& next) { next.clock += kMissingSeconds; });
     // No exchange and no request lasts a month.
     if (world.left.ages > 0 && isIdle(world)) {
-      event(world, story, "a month passes", [&](World& next) {
-        --next.left.ages;
-        next.placeTime += kMonth;
-        next.late.clear();
-      });
+      event(
+          world, story, [] { return "a month passes"; },
+          [&](World& next) {
+            --next.left.ages;
+            next.placeTime += kMonth;
+            next.late.clear();
+          });
     }
   }
 
@@ -205,14 +222,15 @@ class Explorer {
   }
 
   void expandRest(const World& world, std::size_t i, std::size_t story) {
-    const std::string who = "computer " + std::to_string(i);
     const Writer& writer = *world.writers[i];
     if (writer.isOut) return;
     const auto start = [&](const std::string& what, const auto& change) {
-      event(world, story, who + what, [&](World& next) {
-        change(next, next.writers[i].change());
-        _computers.goOnAlone(next, i);
-      });
+      event(
+          world, story, [&] { return computer(i) + what; },
+          [&](World& next) {
+            change(next, next.writers[i].change());
+            _computers.goOnAlone(next, i);
+          });
     };
     if (writer.editsLeft > 0) {
       start(" edits and begins", [&](World& next, Writer& mine) {
@@ -234,26 +252,30 @@ class Explorer {
   }
 
   void expandWork(const World& world, std::size_t i, std::size_t story) {
-    const std::string who = "computer " + std::to_string(i);
     const Action action = _computers.next(*world.writers[i]);
     const auto goOn = [&](Luck luck, const char* what) {
-      event(world, story, who + nameOf(action) + what, [&](World& next) {
-        _computers.step(next, i, luck);
-        _computers.goOnAlone(next, i);
-      });
+      event(
+          world, story, [&] { return computer(i) + nameOf(action) + what; },
+          [&](World& next) {
+            _computers.step(next, i, luck);
+            _computers.goOnAlone(next, i);
+          });
     };
     goOn(Luck::good, "");
     if (action.kind == Action::Kind::give && world.left.lost > 0) goOn(Luck::lost, ", and that is lost");
     if (action.kind == Action::Kind::give && world.left.late > 0) goOn(Luck::late, ", and that takes long");
     if (action.kind == Action::Kind::get && world.left.stale > 0) goOn(Luck::stale, ", and is told of none");
     if (world.left.kills > 0) {
-      event(world, story, who + " is killed", [&](World& next) {
-        --next.left.kills;
-        next.writers[i].change().work.reset();
-      });
+      event(
+          world, story, [&] { return computer(i) + " is killed"; },
+          [&](World& next) {
+            --next.left.kills;
+            next.writers[i].change().work.reset();
+          });
     }
   }
 
+  static std::string computer(std::size_t i) { return "computer " + std::to_string(i); }
   static std::string nameOf(const Action& action) {
     std::string text;
     for (const std::string& each : action.names) text += " " + each.substr(0, 6);

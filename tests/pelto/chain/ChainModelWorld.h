@@ -175,6 +175,7 @@ struct World {
 /// The world in bytes, for telling whether it was seen before.
 class Digest {
  public:
+  Digest() { _bytes.reserve(1000); }
   void add(const std::string& text) { (_bytes += text) += '|'; }
   template <typename Number>
   requires std::is_arithmetic_v<Number> || std::is_enum_v<Number>
