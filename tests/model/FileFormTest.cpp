@@ -1,7 +1,6 @@
 // The browser's file form: reading, writing, and what survives the way there and back.
 
 #include "CorvaneSyncClient/model/CorvaneFileForm.h"
-#include "tests/kit/TestSize.h"
 #include "tests/model/ModelFixtures.h"
 
 namespace corvane {
@@ -281,20 +280,6 @@ TEST_F(FileFormTest, LoopsAreLeftOutAndSharedFoldersWrittenTwice) {
   EXPECT_EQ(writtenUids(file), (std::vector<std::string>{"F", "H"}));
   EXPECT_EQ(writtenUids(*(*file.array("Children"))[0].as<Dictionary>()), std::vector<std::string>{"G"});
   EXPECT_EQ(writtenUids(*(*file.array("Children"))[1].as<Dictionary>()), std::vector<std::string>{"G"});
-}
-
-TEST_F(FileFormTest, ListOfChildrenSharedByManyFoldersIsReadOnce) {
-  constexpr int kFolders = sized(60'000, 6'000);
-  Array shared;
-  for (int i = 0; i < kFolders; ++i) shared.append(bookmarkEntry(("b" + std::to_string(i)).c_str(), "b"));
-  Array folders;
-  for (int i = 0; i < kFolders; ++i) {
-    folders.append(with(folderEntry(("f" + std::to_string(i)).c_str(), "f"), "Children", shared));
-  }
-  read(with(rootEntry({}), "Children", folders));
-  EXPECT_EQ(childrenOf("f0").size(), static_cast<std::size_t>(kFolders));
-  EXPECT_TRUE(childrenOf("f1").empty()) << "what is listed a second time is a duplicate";
-  EXPECT_EQ(map.size(), 2u * kFolders + 1);
 }
 
 TEST_F(FileFormTest, DeepNestingNeedsNoStack) {

@@ -1,6 +1,7 @@
 #include "tests/model/ModelFixtures.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace corvane {
 
@@ -23,6 +24,27 @@ std::vector<std::string> ModelTest::childrenOf(const char* uid) const {
     for (const String& child : *children) uids.push_back(child.toString());
   }
   return uids;
+}
+
+CorvaneBookmark& ModelTest::add(const char* uid, bool isFolder, const char* title, int position) {
+  Dictionary record;
+  if (title) record.set(LoomerAttribute_Bookmarks_Folder_Name, title);
+  if (title) record.set(LoomerAttribute_Bookmarks_Bookmark_Name, title);
+  record.set(LoomerAttribute_Bookmarks_Bookmark_Position, position);
+  record.set(LoomerAttribute_Bookmarks_Bookmark_Url, Url{"http://x/"});
+  if (isFolder) {
+    map.insert(std::make_unique<CorvaneBookmarkFolder>(uid));
+  } else {
+    map.insert(std::make_unique<CorvaneBookmarkRecord>(uid));
+  }
+  map.find(uid)->updateWithVessynDictionary(record, map);
+  return *map.find(uid);
+}
+
+CorvaneBookmarkFolder& ModelTest::parent(const char* uid, std::vector<String> children) {
+  map.insert(std::make_unique<CorvaneBookmarkFolder>(uid));
+  folder(uid).setChildren(std::move(children));
+  return folder(uid);
 }
 
 void ModelTest::TearDown() { verifyTree(map); }

@@ -18,6 +18,9 @@ namespace corvane {
 /// what the test declared.
 class ModelTest : public testing::Test {
  protected:
+  static constexpr bool kFolder = true;
+  static constexpr bool kBookmark = false;
+
   /// Reads a file's contents into the map.
   CorvaneBookmarkFolder* read(const Dictionary& file);
   /// The written form of the root.
@@ -31,6 +34,9 @@ class ModelTest : public testing::Test {
   CorvaneBookmarkFolder& folder(const char* uid) const;
   CorvaneBookmarkRecord& bookmark(const char* uid) const;
   std::vector<std::string> childrenOf(const char* uid) const;
+  /// Puts a node into the map, in no list.
+  CorvaneBookmark& add(const char* uid, bool isFolder, const char* title, int position);
+  CorvaneBookmarkFolder& parent(const char* uid, std::vector<String> children);
 
   StrictPlatform platform;
   BookmarkMap map;

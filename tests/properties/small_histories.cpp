@@ -33,7 +33,7 @@ const std::vector<SmallHistoryScope> kDefault = {
 const std::vector<SmallHistoryScope> kSanitized = {
     {.nodes = 1, .editsOfA = 1, .editsOfB = 1},
     {.nodes = 2, .editsOfA = 1, .editsOfB = 1},
-    {.nodes = 3, .editsOfA = 1, .editsOfB = 1, .parts = 49},
+    {.nodes = 3, .editsOfA = 1, .editsOfB = 1, .parts = 199},
 };
 
 std::vector<SmallHistoryScope> fullScopes() {

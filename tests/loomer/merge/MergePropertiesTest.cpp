@@ -9,21 +9,21 @@ namespace corvane::loomer::test {
 namespace {
 
 TEST(MergeProperties, WhenEditsStopAllClientsHoldOneTreeAfterTwoRounds) {
-  checkTimes(sized(3000, 200), 60, clientsConverge);
+  checkTimes(sized(3000, 60), 60, clientsConverge);
 }
 
-TEST(MergeProperties, ChangesOfOneClientArriveAsTheyWere) { checkTimes(sized(1500, 100), 40, changesArrive); }
+TEST(MergeProperties, ChangesOfOneClientArriveAsTheyWere) { checkTimes(sized(1500, 40), 40, changesArrive); }
 
 TEST(MergeProperties, NothingVanishesAndNothingAppearsTwice) {
-  checkTimes(sized(2000, 100), 60, nothingVanishes);
+  checkTimes(sized(2000, 40), 60, nothingVanishes);
 }
 
 TEST(MergeProperties, ChangedValuesMergeInTheirFolders) {
-  checkTimes(sized(2000, 100), 60, changedValuesMergeInTheirFolders);
+  checkTimes(sized(2000, 40), 60, changedValuesMergeInTheirFolders);
 }
 
 TEST(MergeProperties, AKilledSessionLeavesNoTrace) {
-  checkTimes(sized(1500, 200), 40, killedSessionsLeaveNoTrace);
+  checkTimes(sized(1500, 60), 40, killedSessionsLeaveNoTrace);
 }
 
 }  // namespace

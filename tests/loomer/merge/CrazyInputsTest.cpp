@@ -4,6 +4,8 @@
 #include <random>
 #include <vector>
 
+#include "tests/kit/TestSize.h"
+
 // What the fuzzer of the merge does, with bytes from a generator of fixed seed: small numbers for the most
 // part, so that records meet. A merge that is not sound ends the program.
 
@@ -12,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 namespace {
 
 TEST(CrazyInputs, AnyThreeTreesMerge) {
-  constexpr int kInputs = 20'000;
+  constexpr int kInputs = corvane::sized(20'000, 2'000);
   std::mt19937 random(20'040'601);
   std::vector<std::uint8_t> bytes;
   for (int i = 0; i < kInputs; ++i) {
