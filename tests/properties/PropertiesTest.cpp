@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "tests/kit/TestSize.h"
 #include "tests/loomer/merge/CheckTimes.h"
 #include "tests/properties/ComputersProperty.h"
 #include "tests/properties/FileProperties.h"
@@ -22,19 +23,21 @@ int times(int count) {
 }
 
 TEST(TwoSides, BothArriveAndKeepTheirOrder) {
-  loomer::test::checkTimes(times(1000), 40, loomer::test::bothSidesArrive);
+  loomer::test::checkTimes(times(sized(1000, 150)), 40, loomer::test::bothSidesArrive);
 }
 
 TEST(TwoSides, MovesNeverMeetTheGuard) {
-  loomer::test::checkTimes(times(300), 60, loomer::test::movesNeverMeetTheGuard);
+  loomer::test::checkTimes(times(sized(300, 50)), 60, loomer::test::movesNeverMeetTheGuard);
 }
 
-TEST(Refusals, LeaveTheRecordWithTheOthers) { loomer::test::checkTimes(times(40), 40, refusedRecordsStay); }
+TEST(Refusals, LeaveTheRecordWithTheOthers) {
+  loomer::test::checkTimes(times(sized(40, 8)), 40, refusedRecordsStay);
+}
 
-TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(25), 40, filesConverge); }
+TEST(Files, ConvergeWhateverHappens) { loomer::test::checkTimes(times(sized(25, 5)), 40, filesConverge); }
 
 TEST(Files, AreMergedTheSameOverAnAgreement) {
-  loomer::test::checkTimes(times(40), 40, agreementsChangeNothing);
+  loomer::test::checkTimes(times(sized(40, 8)), 40, agreementsChangeNothing);
 }
 
 /// Over each kind of service.
@@ -47,14 +50,14 @@ INSTANTIATE_TEST_SUITE_P(Over, SeveralComputers,
                          });
 
 TEST_P(SeveralComputers, ConvergeWhateverHappensToTheService) {
-  loomer::test::checkTimes(times(25), 40, [] { computersConverge(GetParam()); });
+  loomer::test::checkTimes(times(sized(25, 5)), 40, [] { computersConverge(GetParam()); });
 }
 
 TEST_P(SeveralComputers, KeepEveryEditWhateverTheServiceLoses) {
-  loomer::test::checkTimes(times(60), 40, [] { editsSurviveRollbacks(GetParam()); });
+  loomer::test::checkTimes(times(sized(60, 10)), 40, [] { editsSurviveRollbacks(GetParam()); });
 }
 
-TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(20), 30, undoRestoresEveryFile); }
+TEST(Files, AreRestoredByAnUndo) { loomer::test::checkTimes(times(sized(20, 4)), 30, undoRestoresEveryFile); }
 
 }  // namespace
 }  // namespace corvane
