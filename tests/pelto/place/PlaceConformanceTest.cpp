@@ -23,6 +23,7 @@
 #include "CorvaneSyncClient/platform/pelto/place/PlaceProbe.h"
 #include "CorvaneSyncClient/platform/system/files/Timespec.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/kit/TestSize.h"
 #include "tests/pelto/place/PlaceGround.h"
 
 // What every place keeps, at every real server that there is for tests. Each test has folders of its own.
@@ -84,7 +85,7 @@ TEST_P(PlaceConformanceTest, AnObjectIsMadeOnceAndNeverReplaced) {
 // CORVANE_RACES gives another number of rounds.
 TEST_P(PlaceConformanceTest, OfEightRacersForANameOneAloneIsToldThatItMadeIt) {
   const char* const asked = std::getenv("CORVANE_RACES");
-  const int rounds = asked ? std::atoi(asked) : 20;
+  const int rounds = asked ? std::atoi(asked) : sized(20, 5);
   ASSERT_EQ(place->putNew(name("before"), "-"), Made::made);
   std::barrier together(kRacers);
   std::vector<std::vector<Made>> told(rounds, std::vector<Made>(kRacers));
@@ -196,7 +197,7 @@ TEST_P(PlaceConformanceTest, SignalsInterruptNothing) {
   ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
   std::vector<NamedBytes> objects;
   std::vector<GetRequest> requests;
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < sized(60, 20); ++i) {
     objects.push_back({folder + "/s/" + std::to_string(i), randomBytes(200'000, i)});
     requests.push_back({objects.back().name, Writing::alone, {}, kMost});
   }
@@ -212,9 +213,10 @@ TEST_P(PlaceConformanceTest, SignalsInterruptNothing) {
 }
 
 TEST_P(PlaceConformanceTest, AListingHoldsAllOfThreeThousandObjects) {
+  constexpr int kCount = sized(3000, 300);
   std::vector<NamedBytes> objects;
   std::set<std::string> expected;
-  for (int i = 0; i < 3000; ++i) {
+  for (int i = 0; i < kCount; ++i) {
     objects.push_back({folder + "/s/" + std::to_string(i), "some bytes"});
     expected.insert(objects.back().name);
   }
@@ -229,7 +231,7 @@ TEST_P(PlaceConformanceTest, AListingHoldsAllOfThreeThousandObjects) {
     EXPECT_EQ(object.bytes, 10U);
     EXPECT_LT(std::abs(object.date.seconds - dateOf(now).seconds), 3600);  // the server's clock is ours
   }
-  EXPECT_EQ(listed.size(), 3000U);
+  EXPECT_EQ(listed.size(), std::size_t{kCount});
   EXPECT_EQ(names, expected);
 }
 
