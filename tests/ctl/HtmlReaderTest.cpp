@@ -109,18 +109,6 @@ TEST(HtmlOtherBookmarksTest, FolderForWhatLiesInNoOtherHasOneNameInEveryLanguage
   EXPECT_EQ(outline(parseBookmarksHtml(file).nodes), "\"Other Bookmarks\"(A@http://a/)");
 }
 
-TEST(HtmlReaderScaleTest, DeepAndLongFilesNeedNoStackAndNoSquareOfTheirLength) {
-  std::string deep;
-  for (int i = 0; i < 200'000; ++i) deep += "<DT><H3>F</H3><DL>";
-  EXPECT_EQ(parseBookmarksHtml(deep).nodes.size(), 200'000u);
-  std::string quotes;
-  for (int i = 0; i < 200'000; ++i) quotes += "<DT><A HREF=\"x>A</A><DT><A HREF='x>";
-  EXPECT_FALSE(parseBookmarksHtml(quotes).nodes.empty());
-  std::string open;
-  for (int i = 0; i < 200'000; ++i) open += "<script <!-- < & &# <style";
-  parseBookmarksHtml(open);
-}
-
 constexpr const char* kTexts[] = {
     "plain", "a  b",  " blank ends ", "\ttab\t",    "<&>\"'", "\xC3\xA9\xF0\x9F\x98\x80",
     "&amp;", "&#32;", "\x01\x1f",     "a &copy; b", "   ",    ""};

@@ -308,19 +308,5 @@ TEST(PlacesTreeTest, RowsWithoutTheTopOfAllAreNotLost) {
   EXPECT_EQ(outline(read.nodes), "\"Other Bookmarks\"(toolbar(a@http://a/))");
 }
 
-TEST(PlacesTreeTest, DeepAndCyclicTreesNeedNoStackAndNoSquareOfTheirSize) {
-  constexpr std::int64_t kDeepRows = 200'000;
-  std::vector<PlacesRow> deep;
-  std::vector<PlacesRow> cycle;
-  for (std::int64_t i = 0; i < kDeepRows; ++i) {
-    deep.push_back(folderRow(10 + i, i == 0 ? 2 : 9 + i, "F"));
-    cycle.push_back(folderRow(10 + i, 10 + (i + 1) % kDeepRows, "F"));
-  }
-  EXPECT_EQ(treeOfPlaces({withTop(deep), {}, {}}).nodes.size(), std::size_t{kDeepRows} + 1);
-  const BrowserBookmarks read = treeOfPlaces({withTop(cycle), {}, {}});
-  EXPECT_EQ(read.nodes.size(), std::size_t{kDeepRows} + 1);
-  EXPECT_EQ(read.strays, 1u);
-}
-
 }  // namespace
 }  // namespace corvane::loomerctl

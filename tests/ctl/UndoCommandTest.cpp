@@ -238,25 +238,6 @@ void edit(ScriptedClient& client, unsigned seed, std::size_t count) {
   for (const kit::Step& step : editsDrawn(seed, count)) carryOut(client, step);
 }
 
-TEST(UndoScaleTest, WhatComesBackFromADeepTreeThatIsGoneNeedsNoSquareOfItsDepth) {
-  constexpr loomer::RecordId kDepth = 200'000;
-  std::vector<loomer::TruthRecord> truth;
-  std::vector<loomer::LoggedChange> changes;
-  for (loomer::RecordId id = 1; id <= kDepth; ++id) {
-    loomer::TruthRecord& folder = truth.emplace_back();
-    folder.id = id;
-    folder.entity = loomer::Entity::folder;
-    folder.parent = id - 1;
-    folder.deleted = true;
-    loomer::LoggedChange& change = changes.emplace_back();
-    change.record = kDepth + id;
-    change.before = loomer::LoggedState{id, 0, {"B", "http://b/", false, false}};
-  }
-  const loomer::UndoPlan plan = loomer::planUndo(truth, changes, 1, false);
-  ASSERT_EQ(plan.changes.size(), static_cast<std::size_t>(kDepth));
-  for (const loomer::TruthChange& change : plan.changes) ASSERT_EQ(change.after.parent, loomer::kRoot);
-}
-
 class UndoHistoryTest : public UndoTest, public testing::WithParamInterface<unsigned> {};
 
 TEST_P(UndoHistoryTest, UndoOfTheLastSessionRestoresEveryTreeAndItsUndoBringsItBack) {

@@ -122,11 +122,16 @@ def check_widths(written):
         assert size == next(width for width in (1, 2, 4, 8) if number < 256**width), f"{number} in {size} bytes"
 
 
-def check(convert, folder, value, python_format):
-    source, target = folder / "in.plist", folder / "out.plist"
-    source.write_bytes(plistlib.dumps(value, fmt=python_format, sort_keys=False))
-    for name in ("binary", "xml"):
-        subprocess.run([convert, source, target, name], check=True, timeout=60)
+def check(convert, folder, documents):
+    """Of pairs of a value and the format in which Python writes it."""
+    conversions = []
+    for number, (value, python_format) in enumerate(documents):
+        source = folder / f"{number}.plist"
+        source.write_bytes(plistlib.dumps(value, fmt=python_format, sort_keys=False))
+        conversions += [(value, python_format, source, folder / f"{number}.{name}", name) for name in ("binary", "xml")]
+    # In one process: to start it takes longer than to convert.
+    subprocess.run([convert, *(each for conversion in conversions for each in conversion[2:])], check=True, timeout=600)
+    for value, python_format, _, target, name in conversions:
         written = target.read_bytes()
         assert written.startswith(b"bplist00" if name == "binary" else b"<?xml"), "not the flavour asked for"
         if name == "binary":
@@ -139,18 +144,19 @@ def main():
     convert = sys.argv[1]
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else random.SystemRandom().getrandbits(32)
     print("seed", seed)
+    documents = []
+    for number in range(12):
+        for python_format in (plistlib.FMT_BINARY, plistlib.FMT_XML):
+            generator = Generator(seed + number, for_xml=python_format == plistlib.FMT_XML)
+            documents += [(generator.document(), python_format), (generator.deep(), python_format)]
+    for count in (254, 255, 65534, 65535):  # numbers of one array, which is one object more
+        documents.append((list(range(count)), plistlib.FMT_BINARY))
+    for size in (244, 245, 65523, 65524):  # the table behind one object stands at 255, 256, 65,535 and 65,536
+        documents.append((bytes(size), plistlib.FMT_BINARY))
+    bookmarks = [{"URLString": f"http://host{number}.example/"} for number in range(1800)]
+    documents.append(({"Children": bookmarks}, plistlib.FMT_BINARY))  # just over 64 KiB
     with tempfile.TemporaryDirectory() as folder:
-        for number in range(12):
-            for python_format in (plistlib.FMT_BINARY, plistlib.FMT_XML):
-                generator = Generator(seed + number, for_xml=python_format == plistlib.FMT_XML)
-                check(convert, Path(folder), generator.document(), python_format)
-                check(convert, Path(folder), generator.deep(), python_format)
-        for count in (254, 255, 65534, 65535):  # numbers of one array, which is one object more
-            check(convert, Path(folder), list(range(count)), plistlib.FMT_BINARY)
-        for size in (244, 245, 65523, 65524):  # the table behind one object stands at 255, 256, 65,535 and 65,536
-            check(convert, Path(folder), bytes(size), plistlib.FMT_BINARY)
-        bookmarks = [{"URLString": f"http://host{number}.example/"} for number in range(1800)]
-        check(convert, Path(folder), {"Children": bookmarks}, plistlib.FMT_BINARY)  # just over 64 KiB
+        check(convert, Path(folder), documents)
     print("all agree")
 
 
