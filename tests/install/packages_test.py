@@ -33,7 +33,8 @@ class Packages(unittest.TestCase):
         directory = tempfile.TemporaryDirectory(prefix="corvane-packages-")
         cls.addClassCleanup(directory.cleanup)
         made = pathlib.Path(directory.name)
-        sh("cpack", "--config", os.path.join(BUILD, "CPackConfig.cmake"), "-B", made)
+        # How small they are is not looked at.
+        sh("cpack", "--config", os.path.join(BUILD, "CPackConfig.cmake"), "-D", "CPACK_DEBIAN_COMPRESSION_TYPE=gzip", "-B", made)
         cls.packages = {path.name.split("_")[0]: path for path in made.glob("*.deb")}
         cls.trees = {name: made / name for name in cls.packages}
         for name, path in cls.packages.items():
