@@ -16,7 +16,10 @@ import time
 import urllib.request
 
 START_SECONDS = 60
+ENDING_SECONDS = 20
 ANSWER_SECONDS = 300
+# What a browser leaves in its profile that says where it runs.
+OF_ONE_START = ("log", "Singleton*", ".parentlock", "lock", "MarionetteActivePort")
 
 
 class BrowserError(Exception):
@@ -30,6 +33,10 @@ def needed(program):
     return path
 
 
+# Waits for the end of whoever started it, however that comes, and ends the browser with all its processes.
+GUARD = 'read -r _; kill -KILL "-$1" 2>/dev/null; rm -rf -- "$2"'
+
+
 class Browser:
     """A page in a window. Lengths are in CSS pixels."""
 
@@ -37,9 +44,8 @@ class Browser:
 
     def __init__(self):
         self.profile = tempfile.mkdtemp(prefix="browser-")
-        self.log = open(os.path.join(self.profile, "log"), "w+", encoding="utf-8", errors="replace")
         self.environment = {**os.environ, "HOME": self.profile, "TMPDIR": self.profile, "LANG": "C.UTF-8"}
-        self.process = None
+        self.process = self.guard = self.log = None
 
     def __enter__(self):
         try:
@@ -54,23 +60,48 @@ class Browser:
             self.quit()
         if self.process:
             try:
-                self.process.wait(20)
+                self.process.wait(ENDING_SECONDS)
             except subprocess.TimeoutExpired:
                 self.process.kill()
                 self.process.wait()
-        self.log.close()
+        self.ended()
         shutil.rmtree(self.profile, ignore_errors=True)
 
     def launch(self, *command):
+        self.log = open(os.path.join(self.profile, "log"), "w+", encoding="utf-8", errors="replace")
         self.process = subprocess.Popen(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=self.log,
                                         stderr=self.log, start_new_session=True)
+        self.guard = subprocess.Popen(["sh", "-c", GUARD, "guard", str(self.process.pid), self.profile],
+                                      stdin=subprocess.PIPE, start_new_session=True)
+
+    def ended(self):
+        if self.guard:
+            self.guard.kill()
+            self.guard.wait()
+            self.guard.stdin.close()
+        if self.log:
+            self.log.close()
 
     def crash(self):
         """As by a loss of power, but for what the system keeps: `start` goes on with what the profile holds."""
         os.killpg(self.process.pid, signal.SIGKILL)
         self.process.wait()
-        self.log.seek(0)
-        self.log.truncate()
+        self.ended()
+
+    def end(self):
+        """As its user ends it: `start` goes on with what the profile holds."""
+        self.quit()
+        self.process.wait(ENDING_SECONDS)
+        self.ended()
+
+    def copy_profile(self, path):
+        """Of a browser that does not run."""
+        shutil.copytree(self.profile, path, symlinks=True, ignore=shutil.ignore_patterns(*OF_ONE_START))
+
+    def restore_profile(self, path):
+        """Replaces what the browser, which does not run, has by the copy."""
+        shutil.rmtree(self.profile)
+        shutil.copytree(path, self.profile, symlinks=True)
 
     def wait_for(self, condition):
         """What `condition` answers, once that is something."""
@@ -88,13 +119,17 @@ class Browser:
 
 
 class Chromium(Browser):
+    def __init__(self):
+        super().__init__()
+        self.data = os.path.join(self.profile, "data")
+
     def start(self):
         self.launch(needed("chromedriver"), "--port=0")
         log = os.path.join(self.profile, "log")
         port = self.wait_for(lambda: re.search(r"successfully on port (\d+)", pathlib.Path(log).read_text(encoding="utf-8")))[1]
         self.session = f"http://127.0.0.1:{port}"
         arguments = ["--headless=new", "--disable-gpu", "--no-first-run", "--hide-scrollbars", "--force-device-scale-factor=1",
-                     f"--user-data-dir={self.profile}/data", *(["--no-sandbox"] if os.getuid() == 0 else []),
+                     f"--user-data-dir={self.data}", *(["--no-sandbox"] if os.getuid() == 0 else []),
                      *self.arguments]
         options = {"binary": needed("chromium"), "args": arguments}
         wanted = {"browserName": "chrome", "goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"},
