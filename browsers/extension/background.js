@@ -144,7 +144,7 @@ function lose(port) {
   host = null;
   // What the host has said last may be why it ended.
   if (state.state !== "problem") {
-    show({ state: "problem", problem: { text: api.i18n.getMessage("unreachable", cause), remedy: "loomerctl browser status" } });
+    show({ state: "problem", problem: { text: api.i18n.getMessage("unreachable", cause), remedy: "`loomerctl browser status`" } });
   }
   // A host that ends again and again is started less and less often.
   const hasLasted = Date.now() - connectedAt > LASTING;

@@ -67,11 +67,22 @@ function showLast(last) {
   }
 }
 
+/** As text, in which commands stand in backquotes. @param {string} id @param {unknown} said */
+function say(id, said = "") {
+  const parts = String(said).split("`").map((part, at) => {
+    if (at % 2 === 0) return part;
+    const command = document.createElement("code");
+    command.textContent = part;
+    return command;
+  });
+  element(id).replaceChildren(...parts);
+}
+
 /** @param {any} problem */
 function showProblem(problem) {
   element("problem").hidden = !problem;
-  element("problem-text").textContent = problem?.text ?? "";
-  element("remedy").textContent = problem?.remedy ?? "";
+  say("problem-text", problem?.text);
+  say("remedy", problem?.remedy);
   /** @type {HTMLElement} */ (element("remedy").parentElement).hidden = !problem?.remedy;
 }
 

@@ -149,7 +149,7 @@ class Extension(Requests):
             "syncing": {"state": "syncing", "progress": {"done": 1200, "of": 50_000}, "notice": notice},
             "paused": {"state": "paused", "last": last},
             "problem": {"state": "problem", "problem": {"text": "Most bookmarks are gone from this browser: " + "x" * 200,
-                                                        "remedy": "loomerctl approve " + "y" * 80}, "last": last},
+                                                        "remedy": "Run `loomerctl approve " + "y" * 80 + "`."}, "last": last},
         }
         sticking_out = STICKING_OUT.replace("main *", "main, main *")
         grounds = set()
@@ -173,10 +173,11 @@ class Extension(Requests):
 
     def test_popup_takes_what_it_is_told_for_text(self):
         self.open_popup()
-        hostile = "<img src=x onerror='window.alarm=1'><b>bold</b>"
+        hostile = "<img src=x onerror='window.alarm=1'>`<b>bold</b>"
         self.say_state(state="problem", problem={"text": hostile, "remedy": hostile}, last={"time": hostile, "pushed": hostile})
-        self.wait_until_shown("problem-text", re.escape(hostile))
-        self.assertEqual(self.shown("remedy"), hostile)
+        shown = hostile.replace("`", "")
+        self.wait_until_shown("problem-text", re.escape(shown))
+        self.assertEqual(self.shown("remedy"), shown)
         self.assertEqual(self.shown("pushed"), "0")
         self.assertEqual(self.browser.script("return [typeof window.alarm, document.querySelectorAll('img, b').length]"),
                          ["undefined", 0])
@@ -217,6 +218,8 @@ class Extension(Requests):
         try:
             self.wait_until_shown("problem-text", self.texts["unreachable"])
             self.assertEqual(self.shown("remedy"), "loomerctl browser status")
+            self.assertEqual(self.browser.script("return document.querySelector('#remedy code').textContent"),
+                             "loomerctl browser status")
         finally:
             self.reconnect()
 
