@@ -1,5 +1,6 @@
 """The browsers of tests/browsers with the extension in them, and the user's hand on their bookmarks."""
 
+import hashlib
 import json
 import os
 import pathlib
@@ -32,13 +33,28 @@ def write_relay(directory, address):
     return str(path)
 
 
+def extension_id(named_by):
+    """Chromium's, for an extension that is named by its key or its place."""
+    return hashlib.sha256(named_by).hexdigest()[:32].translate(str.maketrans("0123456789abcdef", "abcdefghijklmnop"))
+
+
+class Extended:
+    """A browser with the extension and what it speaks to."""
+
+    def new_profile(self):
+        """Deletes the one of the browser, which does not run."""
+        shutil.rmtree(self.profile)
+        os.mkdir(self.profile)
+        self.furnish()
+
+
 def whole(body):
     return f"return (async (...parameters) => {{{body}}})(...arguments);"
 
 
 # In both: `make` puts a tree of [title, contents] into a folder, contents being an address, a list, or null for a separator.
-class ChromiumWithExtension(Chromium):
-    """Its user works in the bookmark manager."""
+class ChromiumWithExtension(Extended, Chromium):
+    """Its user works by another extension's page: the bookmark manager does the same, but draws everything anew at each change."""
 
     flavour = "chromium"
     language = "de"
@@ -47,13 +63,29 @@ class ChromiumWithExtension(Chromium):
         super().__init__()
         # Debian's program looks for its language in the environment.
         self.environment["LANGUAGE"] = self.language
-        self.arguments = (f"--load-extension={extension}", f"--lang={self.language}")
-        write_manifest(os.path.join(self.profile, "data", "NativeMessagingHosts"), host,
+        hand = os.path.join(self.profile, "hand")
+        self.arguments = (f"--load-extension={extension},{hand}", f"--lang={self.language}")
+        self.host = host
+        # Its id is that of its place.
+        self.hand = f"chrome-extension://{extension_id(hand.encode())}/hand.html"
+        self.furnish()
+
+    def furnish(self):
+        hand = pathlib.Path(self.profile, "hand")
+        hand.mkdir()
+        manifest = {"manifest_version": 3, "name": "Hand", "version": "1", "permissions": ["bookmarks"]}
+        (hand / "manifest.json").write_text(json.dumps(manifest), encoding="utf-8")
+        (hand / "hand.html").write_text("<!doctype html><title>Hand</title>", encoding="utf-8")
+        write_manifest(os.path.join(self.data, "NativeMessagingHosts"), self.host,
                        {"allowed_origins": [f"chrome-extension://{CHROMIUM_ID}/"]})
 
     def by_user(self, body, *parameters):
-        if not self.script("return location.href").startswith("chrome://bookmarks"):
-            self.open("chrome://bookmarks")
+        if self.script("return location.href") != self.hand:
+            self.open(self.hand)
+        return self.script(whole(body), *parameters)
+
+    def in_manager(self, body, *parameters):
+        self.open("chrome://bookmarks")
         return self.script(whole(body), *parameters)
 
     def make(self, parent, entries):
@@ -94,6 +126,12 @@ class ChromiumWithExtension(Chromium):
     def popup(self):
         return f"chrome-extension://{CHROMIUM_ID}/popup.html"
 
+    def reload_extension(self):
+        self.open("chrome://extensions")
+        # "Reload" is for those whose developer mode is on.
+        for enabled in (False, True):
+            self.script(whole("await chrome.management.setEnabled(...parameters)"), CHROMIUM_ID, enabled)
+
 
 IN_PLACES = """
 const {PlacesUtils} = ChromeUtils.importESModule("resource://gre/modules/PlacesUtils.sys.mjs");
@@ -101,7 +139,7 @@ const {bookmarks} = PlacesUtils;
 """
 
 
-class FirefoxWithExtension(Firefox):
+class FirefoxWithExtension(Extended, Firefox):
     """Its user works in the browser's own bookmarks service."""
 
     flavour = "firefox"
@@ -110,12 +148,16 @@ class FirefoxWithExtension(Firefox):
     def __init__(self, extension, host):
         super().__init__()
         self.preferences = {"xpinstall.signatures.required": False, "extensions.autoDisableScopes": 0}
+        self.extension, self.host = extension, host
+        self.furnish()
+
+    def furnish(self):
         extensions = os.path.join(self.profile, "extensions")
         os.mkdir(extensions)
         with zipfile.ZipFile(os.path.join(extensions, FIREFOX_ID + ".xpi"), "w") as archive:
-            for file in sorted(pathlib.Path(extension).rglob("*")):
-                archive.write(file, file.relative_to(extension))
-        write_manifest(os.path.join(self.profile, ".mozilla", "native-messaging-hosts"), host,
+            for file in sorted(pathlib.Path(self.extension).rglob("*")):
+                archive.write(file, file.relative_to(self.extension))
+        write_manifest(os.path.join(self.profile, ".mozilla", "native-messaging-hosts"), self.host,
                        {"allowed_extensions": [FIREFOX_ID]})
 
     def by_user(self, body, *parameters):
@@ -157,6 +199,19 @@ class FirefoxWithExtension(Firefox):
 
     def tag(self, address, *tags):
         self.by_user("PlacesUtils.tagging.tagURI(Services.io.newURI(parameters[0]), parameters[1])", address, tags)
+
+    def reload_extension(self):
+        self.open("about:blank")  # a window ends with the last page, if that is the extension's
+        self.in_browser(whole("""
+            const {AddonManager} = ChromeUtils.importESModule("resource://gre/modules/AddonManager.sys.mjs");
+            await (await AddonManager.getAddonByID(parameters[0])).reload();"""), FIREFOX_ID)
+
+    def speak(self, language):
+        """As with that language's package; the extension begins anew."""
+        self.in_browser("""
+            Services.locale.availableLocales = ["en-US", arguments[0]];
+            Services.locale.requestedLocales = [arguments[0]];""", language)
+        self.reload_extension()
 
     def popup(self):
         return self.in_browser("""

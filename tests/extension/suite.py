@@ -40,9 +40,9 @@ class Requests:
     """Each test works in a folder of its own."""
 
     def setUp(self):
+        self.roots = {node["root"]: node["id"] for node in self.host.read() if node["kind"] == "root"}
         # What is left of the test before.
         self.host.others.clear()
-        self.roots = {node["root"]: node["id"] for node in self.host.read() if node["kind"] == "root"}
         self.folder = self.make(self.roots["other"], self.id())
 
     def tearDown(self):
