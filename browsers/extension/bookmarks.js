@@ -245,15 +245,18 @@ async function changeOne(request) {
  *  counts what is in the folder before.
  *  @param {Request} request @returns {Promise<Record<string, any>[]>} */
 async function createAll({ nodes, ...request }) {
+  /** @type {Request[]} */
   const requests = nodes.map((/** @type {object} */ node) => ({ ...request, ...node })).reverse();
+  /** @type {Record<string, any>[]} */
   const answers = [];
+  /** @type {number | undefined} */
   let index;
   while (answers.length < requests.length && index === undefined) {
     answers.push(await changeOne(requests[answers.length]));
     index = answers.at(-1)?.node?.index;
   }
   const others = requests.slice(answers.length);
-  answers.push(...(await Promise.all(others.map((/** @type {Request} */ each) => changeOne({ ...each, index })))));
+  answers.push(...(await Promise.all(others.map(each => changeOne({ ...each, index })))));
   await readBack(answers.filter(each => each.node));
   return answers.reverse();
 }
@@ -261,7 +264,8 @@ async function createAll({ nodes, ...request }) {
 /** As what has come before them has left them. @param {Record<string, any>[]} answers */
 async function readBack(answers) {
   try {
-    const nodes = await api.bookmarks.get(answers.map(each => each.node.id));
+    const ids = /** @type {[string, ...string[]]} */ (answers.map(each => each.node.id));
+    const nodes = await api.bookmarks.get(ids);
     for (const [at, node] of nodes.entries()) answers[at].node = placed(node);
   } catch {
     // The user has removed one already, and is heard. Or none was made.
