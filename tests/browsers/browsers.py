@@ -180,6 +180,14 @@ class Chromium(Browser):
         return [each["message"] for each in self.call("POST", "/se/log", {"type": "browser"})]
 
 
+# No process for what nobody asks for, and none in advance.
+FEW_PROCESSES = {"dom.ipc.processPrelaunch.enabled": False, "dom.ipc.processCount": 1, "network.process.enabled": False,
+                 "browser.newtab.preload": False, "browser.safebrowsing.malware.enabled": False,
+                 "browser.safebrowsing.phishing.enabled": False, "extensions.getAddons.cache.enabled": False,
+                 "extensions.update.enabled": False, "app.normandy.enabled": False, "browser.search.update": False,
+                 "browser.region.update.enabled": False}
+
+
 class Firefox(Browser):
     preferences = {}  # further ones
 
@@ -188,7 +196,9 @@ class Firefox(Browser):
         preferences = {"marionette.port": 0, "app.update.enabled": False, "browser.shell.checkDefaultBrowser": False,
                        "datareporting.policy.dataSubmissionEnabled": False, "network.captive-portal-service.enabled": False,
                        "network.connectivity-service.enabled": False, "browser.aboutConfig.showWarning": False,
-                       "browser.startup.page": 0, "toolkit.telemetry.enabled": False, **self.preferences}
+                       "browser.startup.page": 0, "toolkit.telemetry.enabled": False,
+                       # However often it is killed.
+                       "toolkit.startup.max_resumed_crashes": -1, **FEW_PROCESSES, **self.preferences}
         lines = [f"user_pref({json.dumps(name)}, {json.dumps(value)});\n" for name, value in preferences.items()]
         pathlib.Path(self.profile, "user.js").write_text("".join(lines), encoding="utf-8")
         # Of a start before.
