@@ -19,7 +19,7 @@ using Calls = std::vector<std::string>;
 enum class Answer { no, yes, raises };
 
 bool given(Answer answer, const char* reason) {
-  if (answer == Answer::raises) throw PlatformException("AName", reason);
+  if (answer == Answer::raises) throw PlatformException("AName", std::string(reason));
   return answer == Answer::yes;
 }
 
