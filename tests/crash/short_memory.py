@@ -73,7 +73,7 @@ class ShortMemory(HomeTest):
     def test_loomerctl_without_memory_says_so(self):
         self.home.must_sync(FIRST)
         said = 0
-        for size in range(16, 200, 2):
+        for size in range(8, 200):
             status, output = self.run_limited([self.tools.control, "export", os.devnull], size * MIB)
             self.assertGreaterEqual(status, 0, f"ended by a signal at {size} MiB: {output}")
             said += "not enough memory" in output
