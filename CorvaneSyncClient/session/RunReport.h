@@ -18,10 +18,10 @@ class RunReport {
   void ended(bool succeeded);
   /// The exception that is being handled ended the run. Raises nothing.
   void raised() noexcept;
-
- private:
+  /// The run failed of this, or could not begin.
   void note(const Message& cause) const;
 
+ private:
   String _clientId;
   LogListener _log{LogListener::Passing::on};
 };

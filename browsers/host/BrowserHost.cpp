@@ -14,6 +14,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/platform/system/SCLog.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/files/TemporaryNames.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
@@ -26,7 +27,6 @@ namespace corvane::browsers {
 
 namespace {
 
-constexpr const char* kClientPrefix = "com.keldra.browser.";
 // Chromium writes its bookmarks up to five seconds after a change.
 constexpr double kUntilDurable = 10.0;    // seconds
 constexpr double kBetweenProgress = 0.2;  // seconds
@@ -56,9 +56,7 @@ std::string nameForPeople(const Hello& hello) {
 BrowserHost::BrowserHost(MessageChannel& channel)
     : _channel(channel),
       _requests(channel, [this](const ExtensionMessage& message) { take(message); }),
-      _directory(
-          joinedPath(Place(loomer::storePathForHome(Platform::current().process.homeDirectory())).directory,
-                     "Browsers")) {}
+      _directory(snapshotDirectory()) {}
 
 void BrowserHost::take(const ExtensionMessage& message) {
   if (const auto* const hello = std::get_if<Hello>(&message)) {
@@ -73,6 +71,7 @@ void BrowserHost::take(const ExtensionMessage& message) {
     _isPaused = pause->paused;
     if (_isPaused) _isStopped = true;
     _isWanted = true;
+    notePause();
   } else if (std::holds_alternative<Stop>(message)) {
     _isStopped = true;
   } else if (!std::holds_alternative<StatusWanted>(message)) {
@@ -84,18 +83,10 @@ void BrowserHost::take(const ExtensionMessage& message) {
 
 // --- The connection's beginning and end.
 
-String BrowserHost::identifier() const { return kClientPrefix + _token; }
-
-std::string BrowserHost::pathOf(const std::string& token) const {
-  return joinedPath(_directory, token + ".plist");
-}
+String BrowserHost::identifier() const { return std::string(kClientPrefix) + _token; }
 
 void BrowserHost::open(const Hello& hello) {
-  if (hello.protocol != kProtocol) {
-    return setProblem(
-        tr("The extension in the browser and the program that it speaks to do not fit together."),
-        hello.protocol < kProtocol ? tr("Update the extension.") : tr("Update Corvane Sync."));
-  }
+  if (hello.protocol != kProtocol) return refuseProtocol(hello);
   if (!isUuid(hello.token)) throw MessageProblem("The extension's token is no UUID.");
   try {
     takeToken(hello);
@@ -110,8 +101,20 @@ void BrowserHost::open(const Hello& hello) {
   } catch (const MessageProblem&) {
     throw;
   } catch (const PlatformException& exception) {
+    RunReport(identifier()).note(exception.message());
     setProblem(tr(exception.message()), {});
   }
+}
+
+void BrowserHost::refuseProtocol(const Hello& hello) {
+  const Message text("The extension in the browser and the program that it speaks to do not fit together.");
+  const Message remedy =
+      hello.protocol < kProtocol ? Message("Update the extension.") : Message("Update Corvane Sync.");
+  if (isUuid(hello.token)) {
+    _token = hello.token;
+    RunReport(identifier()).note(sentences(text, remedy));
+  }
+  setProblem(tr(text), tr(remedy));
 }
 
 // Where another host has the profile, this one is a copy of it, and gets a token of its own.
@@ -124,24 +127,24 @@ void BrowserHost::takeToken(const Hello& hello) {
   const auto isBusy = [&] { return !_hold && problem.error == std::errc::device_or_resource_busy; };
   int tries = 0;
   do {
-    _hold = holdBeside(pathOf(_token), problem);
+    _hold = holdBeside(snapshotPath(_token), problem);
   } while (isBusy() && isOwnFormerHost(hello) && ++tries < kTriesForFormerHost);
   if (isBusy()) {
     _token = Platform::current().uuids.newUuid().toString();
     JsonMessage message("token");
     message.member("token", _token);
     _channel.send(message.text());
-    _hold = holdBeside(pathOf(_token), problem);
+    _hold = holdBeside(snapshotPath(_token), problem);
   }
   if (!_hold)
     throw PlatformException(NSObjectNotAvailableException, problem.path + ": " + problem.error.message());
-  _file.emplace(pathOf(_token));
+  _file.emplace(snapshotPath(_token));
   if (auto snapshot = _file->read()) _snapshot = *std::move(snapshot);
 }
 
 // Whether it is this browser's host before this one that still has the profile, which ends with its session.
 bool BrowserHost::isOwnFormerHost(const Hello& hello) const {
-  const auto snapshot = SnapshotFile(pathOf(_token)).read();
+  const auto snapshot = SnapshotFile(snapshotPath(_token)).read();
   return snapshot && snapshot->run == hello.run;
 }
 
@@ -202,6 +205,7 @@ void BrowserHost::sync() {
   _pushed = _pulled = 0;
   _isSyncing = true;
   sendState("syncing");
+  notePause();
   try {
     _problem.reset();
     int tries = kTriesAgainstFasterUsers;
@@ -212,6 +216,7 @@ void BrowserHost::sync() {
   } catch (const MessageProblem&) {
     throw;
   } catch (const PlatformException& exception) {
+    RunReport(identifier()).note(exception.message());
     setProblem(tr(exception.message()), tr("Run `loomerctl status` in a terminal."));
   }
   _isSyncing = false;
@@ -310,6 +315,19 @@ bool BrowserHost::goesOn(std::size_t done, std::size_t of) {
 }
 
 // --- What the user is told.
+
+// Keeps it with the client in the store, where `loomerctl status` sees it. Whoever asks there is told of a
+// store that cannot be used as well, and the next session fails of it.
+void BrowserHost::notePause() const {
+  if (!_isOpen) return;
+  try {
+    LoomerClient* const client = LoomerManager::sharedManager().clientWithIdentifier(identifier());
+    if (!client || client->objectForKey(kPausedKey).has_value() == _isPaused) return;
+    client->setObject(_isPaused ? std::optional(Value(true)) : std::nullopt, kPausedKey);
+  } catch (const PlatformException& exception) {
+    SCLog("That a browser is paused cannot be noted: %@", exception.reason());
+  }
+}
 
 void BrowserHost::tellGeneration() {
   if (!_snapshot.isFinished || _told == _snapshot.generation) return;

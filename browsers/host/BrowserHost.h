@@ -54,12 +54,12 @@ class BrowserHost {
   };
 
   void open(const Hello& hello);
+  void refuseProtocol(const Hello& hello);
   void takeToken(const Hello& hello);
   void describe(const Hello& hello) const;
   bool isOwnFormerHost(const Hello& hello) const;
   LostTime lostBefore(const Hello& hello) const;
   String identifier() const;
-  std::string pathOf(const std::string& token) const;
 
   /// False where the user was faster, so that it is to be done again.
   bool runOnce();
@@ -67,6 +67,7 @@ class BrowserHost {
   bool runSession(std::map<RootKind, std::string> roots);
   void showInBrowser(BrowserTree& browser, bool& isDifferent);
   void save(const HeldTree& held, std::int64_t generation, bool isFinished);
+  void notePause() const;
   void tellGeneration();
   void setProblem(std::string text, std::string remedy);
   void sendState(const char* state, std::size_t done = 0, std::size_t of = 0);

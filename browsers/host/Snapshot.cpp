@@ -5,9 +5,11 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
+#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
+#include "CorvaneSyncClient/platform/system/files/TemporaryNames.h"
 
 namespace corvane::browsers {
 
@@ -194,6 +196,13 @@ Snapshot snapshotOf(std::string_view bytes) {
   }
   return snapshot;
 }
+
+std::string snapshotDirectory() {
+  const std::string store = loomer::storePathForHome(Platform::current().process.homeDirectory());
+  return joinedPath(Place(store).directory, "Browsers");
+}
+
+std::string snapshotPath(const std::string& token) { return joinedPath(snapshotDirectory(), token + ".plist"); }
 
 std::optional<Snapshot> SnapshotFile::read() const {
   std::string bytes;

@@ -34,6 +34,10 @@ class SnapshotFile {
   std::string _path;
 };
 
+/// The directory of all snapshots, beside the user's store, and the path of one there.
+std::string snapshotDirectory();
+std::string snapshotPath(const std::string& token);
+
 /// A snapshot as bytes, and back. Raises PropertyListException for what is none.
 std::string snapshotBytes(const Snapshot& snapshot);
 Snapshot snapshotOf(std::string_view bytes);

@@ -98,9 +98,17 @@ class Program(unittest.TestCase):
                 return message
         self.fail("the host ends before it says what is wanted")
 
-    def run_loomerctl(self, *arguments):
-        subprocess.run([PROGRAMS / "loomerctl", *arguments], env=self.environment, check=True, timeout=PATIENCE,
-                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    def ask(self, *arguments, status=0):
+        """What loomerctl says."""
+        done = subprocess.run([PROGRAMS / "loomerctl", *arguments], env=self.environment, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=PATIENCE)
+        self.assertEqual(done.returncode, status, done.stdout)
+        return done.stdout
+
+    def import_page(self, title):
+        page = self.home / "page.html"
+        page.write_text(f'<DL><DT><A HREF="http://{title.lower()}.example/">{title}</A></DL>', encoding="utf-8")
+        self.ask("import", str(page))
 
     def test_nobody_but_the_extension_starts_it(self):
         for arguments in ((), ("chrome-extension://abcdefghijklmnopabcdefghijklmnop/",), ("/manifest.json", "other@example.com")):
@@ -111,16 +119,60 @@ class Program(unittest.TestCase):
     def test_what_another_client_does_arrives_and_the_end_of_input_ends_it(self):
         host = self.connect()
         self.until(host, lambda message: message["type"] == "generation")
-        page = self.home / "page.html"
-        page.write_text('<DL><DT><A HREF="http://example.com/">Example</A></DL>', encoding="utf-8")
-        self.run_loomerctl("import", str(page))
+        self.import_page("Example")
         made = self.until(host, lambda message: message["type"] == "create")
-        self.assertEqual(made["nodes"], [{"title": "Example", "url": "http://example.com/"}])
+        self.assertEqual(made["nodes"], [{"title": "Example", "url": "http://example.example/"}])
         self.until(host, lambda message: message.get("state") == "idle")
         self.assertEqual(host.end(), 0)
         names = sorted(path.name for path in (self.store / "Browsers").iterdir())
         self.assertEqual([name[36:] for name in names], [".description.plist", ".plist", ".plist-lock"])
         self.assertFalse(self.log.exists() and self.log.read_text(encoding="utf-8"))
+
+    def status(self, wanted=0):
+        """What `loomerctl status` says of the browser, and the kinds of what is not well."""
+        said = json.loads(self.ask("status", "--json", status=wanted))
+        syncs = [each for each in said["syncs"] if each["client"].startswith("com.keldra.browser.")]
+        self.assertEqual(len(syncs), 1, said)
+        return syncs[0], said["concerns"]
+
+    def test_pause_is_seen_by_who_asks_for_the_status(self):
+        host = self.connect()
+        self.until(host, lambda message: message.get("state") == "idle")
+        for paused, concerns in ((True, ["paused"]), (False, [])):
+            host.send({"type": "pause", "paused": paused})
+            self.until(host, lambda message: message.get("state") == ("paused" if paused else "idle"))
+            sync, found = self.status(1 if paused else 0)
+            self.assertEqual((sync["paused"], [each["kind"] for each in found]), (paused, concerns))
+            self.assertEqual("paused" in self.ask("clients"), paused)
+        self.assertEqual(host.end(), 0)
+
+    def test_extension_that_does_not_fit_is_seen_by_who_asks_for_the_status(self):
+        host = self.connect()
+        self.until(host, lambda message: message.get("state") == "idle")
+        self.assertEqual(host.end(), 0)
+        token = next((self.store / "Browsers").glob("*.description.plist")).name.partition(".")[0]
+        other = Connection(self.environment, *OWN)
+        other.send({"type": "hello", "protocol": 2, "token": token})
+        while json.loads(other.next()).get("state") != "problem":
+            pass
+        self.assertEqual(other.end(), 0)
+        sync, found = self.status(1)
+        self.assertEqual((sync["outcome"], [each["kind"] for each in found]), ("failed", ["failing"]))
+        self.assertIn("Update Corvane Sync.", found[0]["text"])
+        self.assertEqual(found[0]["commands"], ["loomerctl browser status"])
+
+    def test_diff_tells_what_the_browser_holds_and_the_truth_does_not(self):
+        host = self.connect()
+        self.import_page("Example")
+        self.until(host, lambda message: message["type"] == "create")
+        self.until(host, lambda message: message.get("state") == "idle")
+        client = self.status()[0]["client"]
+        self.assertEqual(self.ask("diff", client), "")
+        self.assertEqual(host.end(), 0)
+        self.import_page("Later")
+        self.assertEqual(self.ask("diff", client, status=1), '- bookmark "Later" "http://later.example/" in the root\n')
+        next((self.store / "Browsers").glob("*[0-9a-f].plist")).write_bytes(b"no snapshot")
+        self.assertIn("cannot be used", self.ask("diff", client, status=2))
 
     def test_store_that_is_put_back_is_left_to_another_one(self):
         host = self.connect()

@@ -8,6 +8,7 @@
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
+#include "browsers/BrowserNames.h"
 #include "tools/loomerctl/Text.h"
 
 namespace corvane::loomerctl {
@@ -40,9 +41,10 @@ void addFailedRuns(TruthStore& store, std::vector<ClientView>& views) {
   }
 }
 
-// A client whose file is not there was a slip of the pen, but for the one that is always there.
+// A client whose file is not there was a slip of the pen, but for the one that is always there; a browser's
+// name nobody types.
 bool isThereFileOf(const String& identifier) {
-  if (identifier == kMainClientId) return true;
+  if (identifier == kMainClientId || browsers::isBrowserClient(identifier.view())) return true;
   const auto name = fileNameForClientId(identifier);
   return name && Platform::current().files.attributesIfKnown(joinedPath(bookmarksDirectory(), *name));
 }
@@ -63,6 +65,7 @@ std::vector<ClientView> clientViews(TruthStore& store) {
     view.image = description.string("ImagePath");
     view.held = bases.heldCount(each.id);
     view.changesMayWait = mayHaveNews(each, truth);
+    view.isPaused = clients.value(each.id, browsers::kPausedKey).has_value();
     view.refusal = refusals.find(each.id);
     view.kept = KeptFiles(store.path(), each.identifier).all();
     view.state = std::move(each);
@@ -90,6 +93,8 @@ std::vector<ClientView> clientViewsWithFailed(TruthStore& store) {
 
 bool isOnlineService(const ClientView& view) { return view.state.identifier == kHubClientIdentifier; }
 
+bool isBrowser(const ClientView& view) { return browsers::isBrowserClient(view.state.identifier.view()); }
+
 bool isFailing(const ClientView& view) { return view.failed.inARow > 0; }
 
 std::optional<Date> lastTried(const ClientView& view) {
@@ -114,6 +119,7 @@ std::string nextText(const ClientView& view) {
   if (view.state.resetPending) return tr("will be replaced");
   if (view.state.restorePending) return tr("will get back what it lacks");
   if (view.refusal) return refusalText(*view.refusal);
+  if (view.isPaused) return tr("paused");
   if (!view.state.syncedRevision) return tr("first session");
   return view.changesMayWait ? tr("changes may be waiting") : tr("up to date");
 }

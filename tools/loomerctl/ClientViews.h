@@ -22,6 +22,7 @@ struct ClientView {
   String tool, image;           ///< paths relative to the description; absent like the name
   std::size_t held = 0;         ///< records
   bool changesMayWait = false;  ///< the truth changed since its last session
+  bool isPaused = false;        ///< by the user, in the browser that it stands for
   std::optional<loomer::Refusal> refusal;
   std::vector<loomer::KeptFile> kept;
   loomer::FailedRunsOfClient failed;
@@ -31,11 +32,13 @@ struct ClientView {
 
 /// Every registered client, by identifier.
 std::vector<ClientView> clientViews(loomer::TruthStore& store);
-/// As above, with the clients of bookmarks files that have failed before they were registered.
+/// As above, with the clients of bookmarks files and browsers that have failed before they were registered.
 std::vector<ClientView> clientViewsWithFailed(loomer::TruthStore& store);
 
 /// Whether the client stands for the online service.
 bool isOnlineService(const ClientView& view);
+/// Whether the client stands for a profile of Chromium or Firefox.
+bool isBrowser(const ClientView& view);
 /// Whether the newest run of the client failed.
 bool isFailing(const ClientView& view);
 /// When a run of the client ended last, well or not; nothing before the first.

@@ -34,6 +34,13 @@ std::string syncCommand(const ClientView& view) {
   return "corvanetool --sync " + printable(view.state.identifier.view()) + " --entitynames all";
 }
 
+// How somebody goes on who has put right what a run failed of.
+Way wayToTryAgain(const ClientView& view) {
+  // A browser syncs by itself: when it is started, when a bookmark changes, and by its popup.
+  if (isBrowser(view)) return {"loomerctl browser status", tr("says whether it finds the program")};
+  return {syncCommand(view), tr("tries again")};
+}
+
 class Concerns {
  public:
   Concerns(const SyncState& state, BookmarksFiles& files) : _state(state), _files(files) {}
@@ -44,6 +51,7 @@ class Concerns {
     for (const ClientView& each : _state.clients) addFailure(each);
     addService();
     addStandstill();
+    for (const ClientView& each : _state.clients) addPause(each);
     for (const ClientView& each : _state.clients) addOldVersion(each);
     addSingleRunLock(run);
     addDirectoryLock();
@@ -105,7 +113,15 @@ class Concerns {
             : tr("The last %1 runs of %2 failed, the first on %3: %4",
                  static_cast<std::size_t>(view.failed.inARow), nameText(view), timeText(view.failed.since),
                  printable(tr(view.failed.cause))),
-        {{syncCommand(view), tr("tries again")}});
+        {wayToTryAgain(view)});
+  }
+
+  void addPause(const ClientView& view) {
+    if (!view.isPaused) return;
+    add("paused", false,
+        tr("%1 is paused: nothing comes from there, and nothing arrives there, until it is resumed in the "
+           "extension's popup.",
+           nameText(view)));
   }
 
   void addService() {

@@ -13,6 +13,9 @@
 #include "CorvaneSyncClient/session/ClientIdentity.h"
 #include "CorvaneSyncClient/session/CorvaneSyncManager.h"
 #include "CorvaneSyncClient/session/SessionDriverController.h"
+#include "browsers/BrowserNames.h"
+#include "browsers/host/BrowserClient.h"
+#include "browsers/host/Snapshot.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Describe.h"
 #include "tools/loomerctl/FileDifference.h"
@@ -25,8 +28,24 @@ namespace {
 
 using namespace loomer;
 
+// What the browser held at the end of its last session, which is what its next one begins with. Raises
+// PlatformException.
+std::vector<ClientRecord> recordsOfBrowser(const String& client) {
+  const LogListener log(LogListener::Passing::off);
+  const std::string token(client.view().substr(browsers::kClientPrefix.size()));
+  auto snapshot = browsers::SnapshotFile(browsers::snapshotPath(token)).read();
+  if (!snapshot && !log.lastMessage().empty()) throw Refused{log.lastMessage()};
+  if (!snapshot) throw Refused{tr("Nothing is known of what %1 holds.", printable(client.view()))};
+  snapshot->tree.number();
+  browsers::BrowserClient::State state{snapshot->tree, {}, snapshot->generation, false};
+  const browsers::Stamp never;
+  browsers::BrowserClient source(client, {}, state, never, {});
+  return takeRecords(source, readRecordSchema(source.schemaBundleURLs()), false);
+}
+
 // What a session would be given by the file as it is now. Raises PlatformException.
 std::vector<ClientRecord> recordsInFile(const String& client) {
+  if (browsers::isBrowserClient(client.view())) return recordsOfBrowser(client);
   const auto name = fileNameForClientId(client);
   if (!name) throw Refused{tr("The client \"%1\" has no bookmarks file.", printable(client.view()))};
   const std::string path = joinedPath(bookmarksDirectory(), *name);

@@ -68,6 +68,7 @@ void writeSyncs(JsonWriter& json, const std::vector<ClientView>& clients) {
     json.member("client", each.state.identifier);
     json.member("name", each.name);
     json.member("registered", each.isRegistered);
+    json.member("paused", each.isPaused);
     json.member("lastTried", lastTried(each));
     json.member("lastSucceeded", each.state.lastSession);
     json.member("outcome", outcomeName(each));

@@ -61,7 +61,8 @@ namespace {
 
 std::string clientStateHtml(const ClientView& client) {
   const bool needsUser = isFailing(client) || (client.refusal && !client.refusal->approved);
-  const bool isSettled = client.state.syncedRevision && !isWaiting(client) && !client.changesMayWait;
+  const bool isSettled =
+      client.state.syncedRevision && !isWaiting(client) && !client.changesMayWait && !client.isPaused;
   const char* const kind = needsUser ? "attention" : isSettled ? "good" : "waiting";
   return std::string("<span class=\"badge ") + kind + "\">" +
          asHtml(isFailing(client) && !client.refusal ? outcomeText(client) : nextText(client)) + "</span>";
