@@ -202,7 +202,9 @@ std::string snapshotDirectory() {
   return joinedPath(Place(store).directory, "Browsers");
 }
 
-std::string snapshotPath(const std::string& token) { return joinedPath(snapshotDirectory(), token + ".plist"); }
+std::string snapshotPath(const std::string& token) {
+  return joinedPath(snapshotDirectory(), token + ".plist");
+}
 
 std::optional<Snapshot> SnapshotFile::read() const {
   std::string bytes;

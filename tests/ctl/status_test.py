@@ -288,6 +288,20 @@ class StatusTest(unittest.TestCase):
         back = self.status(WELL)["service"]
         self.assertEqual((back["waiting"], back["failedInARow"]), (0, 0))
 
+    def test_what_the_service_does_not_take_is_told(self):
+        place = os.path.join(self.directory, "place")
+        os.mkdir(place)
+        self.first_sync()
+        self.assertEqual(self.home.control("account", "set", place)[0], 0)
+        self.assertEqual(os.spawnve(os.P_WAIT, self.home.tools.tool, ["corvanetool", "--register"],
+                                    self.home.environment), 0)
+        self.home.must_sync(FIRST)
+        self.assertEqual(self.status(WELL)["service"]["notHeld"], 0)
+        with contextlib.closing(sqlite3.connect(self.home.store())) as store, store:
+            store.execute("UPDATE base SET not_held = 1 WHERE record = (SELECT max(record) FROM base) AND client = "
+                          "(SELECT id FROM clients WHERE identifier = 'com.keldra.Pelto')")
+        self.assertIn("1 bookmark or folder stays on this computer", self.concern()["text"])
+
     def test_account_that_cannot_be_read_needs_the_user(self):
         self.first_sync()
         account = os.path.join(os.path.dirname(self.home.store()), "Account.plist")

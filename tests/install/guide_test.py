@@ -10,6 +10,7 @@ named in ELSEWHERE with what tries them; a new command of the documents that not
 import contextlib
 import json
 import os
+import pathlib
 import plistlib
 import re
 import sqlite3
@@ -60,10 +61,10 @@ FAULTS = (
 def system_log_lines():
     """The sources' lines, with a dash for each value."""
     lines = set()
-    for directory, _, names in os.walk(os.path.join(ROOT, "CorvaneSyncClient")):
-        for name in names:
-            with open(os.path.join(directory, name), encoding="utf-8") as file:
-                calls = re.findall(r'(?:systemLog|reportProblem)\(\s*(?:Message\(\s*)?((?:"(?:[^"\\]|\\.)*"\s*)+)', file.read())
+    for room in ("CorvaneSyncClient", "browsers/host", "tools/loomerctl"):
+        for path in pathlib.Path(ROOT, room).rglob("*.[ch]*"):
+            calls = re.findall(r'(?:systemLog|reportProblem)\(\s*(?:Message\(\s*)?((?:"(?:[^"\\]|\\.)*"\s*)+)',
+                               path.read_text(encoding="utf-8"))
             for call in calls:
                 text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', call)).replace('\\"', '"')
                 lines.add(re.sub(r"%[@sd1-9]", "–", text))

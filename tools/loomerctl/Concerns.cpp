@@ -132,11 +132,26 @@ class Concerns {
                  tr("The account at the online service cannot be used: %1", printable(service.problem)),
                  {{"loomerctl account test", tr("says whether it can")}});
     }
-    if (!service.isOn || service.failed.inARow == 0) return;
+    if (!service.isOn) return;
+    addRoom(service);
+    if (service.failed.inARow == 0) return;
     add("service", true,
         tr("Bookmarks are synced on this computer alone since %1, not with the online service: %2",
            timeText(service.failed.since), printable(tr(service.failed.cause))),
         {{"loomerctl account test", tr("says what is wrong")}});
+  }
+
+  void addRoom(const ServiceState& service) {
+    if (service.hasRoom && service.notHeld == 0) return;
+    add("room", true,
+        service.hasRoom ? counted(service.notHeld,
+                                  "%1 bookmark or folder stays on this computer: the account at the online "
+                                  "service is full, or this is too long for it.",
+                                  "%1 bookmarks and folders stay on this computer: the account at the online "
+                                  "service is full, or these are too long for it.")
+                        : tr("There is no room at the online service: what was changed here stays on this "
+                             "computer until there is."),
+        {{"loomerctl account show", tr("says at which place the account is")}});
   }
 
   void addStandstill() {

@@ -90,6 +90,8 @@ void writeService(JsonWriter& json, const std::optional<ServiceState>& service) 
   json.member("on", service->isOn);
   json.member("reached", service->reached);
   json.member("waiting", service->waiting);
+  json.member("hasRoom", service->hasRoom);
+  json.member("notHeld", service->notHeld);
   json.member("failedInARow", service->failed.inARow);
   json.member("failingSince",
               service->failed.inARow > 0 ? std::optional(service->failed.since) : std::nullopt);

@@ -48,6 +48,7 @@ std::string serviceText(const std::optional<ServiceState>& service) {
   const std::string place = printable(service->place);
   if (!service->isOn) return tr("off, at %1; `corvanetool --register` switches it on", place);
   const std::string reached = timeOrNever(service->reached);
+  if (!service->hasRoom || service->notHeld > 0) return tr("on, at %1; last reached %2", place, reached);
   if (service->waiting == 0) return tr("on, at %1; last reached %2, nothing waits for it", place, reached);
   return counted(service->waiting, "on, at %2; last reached %3, %1 change waits for it",
                  "on, at %2; last reached %3, %1 changes wait for it", place, reached);

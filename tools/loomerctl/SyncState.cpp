@@ -4,7 +4,9 @@
 
 #include "CorvaneSyncClient/front/SingleRunLock.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/loomer/hub/HubClient.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/BaseTable.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceAddress.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
@@ -50,6 +52,9 @@ std::optional<ServiceState> serviceState(TruthStore& store, const SyncState& sta
   const bool mayHaveChanges = service.isOn && (!hub || !hub->isRegistered || hub->changesMayWait);
   const std::int64_t known = hub ? hub->state.syncedRevision.value_or(0) : 0;
   if (mayHaveChanges) service.waiting = RecordTable(store).changedSince(known);
+  if (!service.isOn || !hub || !hub->isRegistered) return service;
+  service.hasRoom = !ClientTable(store).value(hub->state.id, kNoRoomKey);
+  service.notHeld = BaseTable(store).notHeldCount(hub->state.id);
   return service;
 }
 

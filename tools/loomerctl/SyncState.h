@@ -18,6 +18,8 @@ struct ServiceState {
   bool isOn = false;  ///< bookmarks are synced with it
   std::optional<Date> reached;
   std::size_t waiting = 0;  ///< records that were changed here since the last exchange
+  bool hasRoom = true;      ///< for what changes here, as far as the last exchange found
+  std::size_t notHeld = 0;  ///< records that it does not take: the account is full, or they are too long
   loomer::FailedRunsOfClient failed;
   std::string problem;  ///< why the account cannot be read; empty where it can
 };

@@ -18,6 +18,8 @@ namespace corvane::loomer {
 
 /// The online service's name among the engine's clients.
 inline constexpr const char* kHubClientIdentifier = "com.keldra.Pelto";
+/// Its value in the store that is there while there is no room for what changes here.
+inline constexpr const char* kNoRoomKey = "no room";
 
 /// Whether the last sessions left records out of the service because the account was full.
 bool leftOutOfHub(LoomerClient& client);

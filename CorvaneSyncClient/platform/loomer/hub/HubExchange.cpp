@@ -169,19 +169,21 @@ HubExchange::Outcome HubExchange::runSession(LoomerClient& client, HubClient& so
   driver._setClient(&client);
   if (driver.sync()) {
     if (gives) _pushSize.suit(source.pushSeconds(), source.postponed() > 0);
+    if (gives && client.objectForKey(kNoRoomKey)) client.setObject(std::nullopt, kNoRoomKey);
     report(source, wentBack, before->id);
     return source.postponed() > 0 ? Outcome::more : Outcome::done;
   }
   const auto after = stateOf(_clients.store());
-  if (source.foundNoRoom()) return takeInAlone();
+  if (source.foundNoRoom()) return takeInAlone(client);
   const bool otherProcessWasFaster = !after || after->sessions != before->sessions;
   if (source.wasOvertaken() || otherProcessWasFaster) return Outcome::overtaken;
   throw PlatformException(pelto::DotPeltoException, driver.lastError());
 }
 
 // What others gave is taken in all the same, in a session that gives nothing.
-HubExchange::Outcome HubExchange::takeInAlone() {
+HubExchange::Outcome HubExchange::takeInAlone(LoomerClient& client) {
   _hasRoom = false;
+  client.setObject(Value(true), kNoRoomKey);
   systemLog(
       "There is no room at the online service: what was changed here stays on this computer until there is");
   return Outcome::overtaken;

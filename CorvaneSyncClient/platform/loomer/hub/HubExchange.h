@@ -53,7 +53,7 @@ class HubExchange : public Exchange {
   pelto::RemoteChanges remoteChanges(const HubPast& past);
   Outcome giveAgain(LoomerClient& client, HubClient& source);
   Outcome runSession(LoomerClient& client, HubClient& source, bool gives);
-  Outcome takeInAlone();
+  Outcome takeInAlone(LoomerClient& client);
   void report(const HubClient& source, bool wentBack, std::int64_t client);
   LoomerClient& hubClient();
   bool hasChangesForHub();
