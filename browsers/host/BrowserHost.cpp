@@ -199,6 +199,17 @@ bool BrowserHost::mayHaveNews() const {
   }
 }
 
+// Nothing for a store that cannot be read.
+std::optional<std::int64_t> BrowserHost::revisionOfTruth() const {
+  try {
+    loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
+    store.beginReading();
+    return loomer::RecordTable(store).state().revision;
+  } catch (const PlatformException&) {
+    return std::nullopt;
+  }
+}
+
 void BrowserHost::sync() {
   _isWanted = false;
   _isStopped = false;
@@ -206,6 +217,7 @@ void BrowserHost::sync() {
   _isSyncing = true;
   sendState("syncing");
   notePause();
+  const auto before = revisionOfTruth();
   try {
     _problem.reset();
     int tries = kTriesAgainstFasterUsers;
@@ -220,6 +232,7 @@ void BrowserHost::sync() {
     setProblem(tr(exception.message()), tr("Run `loomerctl status` in a terminal."));
   }
   _isSyncing = false;
+  _hasChangedTruth = revisionOfTruth() != before;
   if (_problem) return;
   if (_pushed + _pulled > 0) _last = Last{milliseconds(now()), _pushed, _pulled};
   if (!_snapshot.isFinished) {

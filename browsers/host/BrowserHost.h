@@ -37,6 +37,8 @@ class BrowserHost {
   /// The connection has ended.
   void ended();
 
+  /// Whether the last session changed the truth, be it by what the online service brought.
+  bool hasChangedTruth() const { return _hasChangedTruth; }
   /// Whether the last session failed, or none can be run.
   bool hasProblem() const { return _problem.has_value(); }
   /// Whether the profile is known and its store is there.
@@ -60,6 +62,7 @@ class BrowserHost {
   bool isOwnFormerHost(const Hello& hello) const;
   LostTime lostBefore(const Hello& hello) const;
   String identifier() const;
+  std::optional<std::int64_t> revisionOfTruth() const;
 
   /// False where the user was faster, so that it is to be done again.
   bool runOnce();
@@ -88,6 +91,7 @@ class BrowserHost {
   bool _isWanted = false;
   bool _isPaused = false;
   bool _isSyncing = false;
+  bool _hasChangedTruth = false;
   bool _isStopped = false;
   std::size_t _edits = 0;  // that no session has taken yet
   std::size_t _pushed = 0;

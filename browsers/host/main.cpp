@@ -14,6 +14,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
+#include "CorvaneSyncClient/session/SyncService.h"
 #include "browsers/BrowserNames.h"
 #include "browsers/host/BrowserHost.h"
 #include "browsers/host/NativeMessages.h"
@@ -62,6 +63,7 @@ void serve(BrowserHost& host, NativeMessages& messages) {
     if (host.wantsSession()) {
       if (hasSynced && (!store || storeAt(path) != store)) return;
       host.sync();
+      if (host.hasChangedTruth()) syncFilesSoon();
       if (!std::exchange(hasSynced, true)) store = storeAt(path);
       // What it wrote itself is no news for the next one, as the store tells; but for one that failed, which
       // needs somebody else to do something first.

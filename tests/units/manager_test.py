@@ -4,11 +4,13 @@
 usage: manager_test.py BUILD_DIRECTORY [TEST...]       as root
 """
 
+import json
 import os
 import pathlib
 import plistlib
 import re
 import shutil
+import struct
 import sys
 import unittest
 
@@ -23,6 +25,17 @@ SERVICE = "corvane-sync.service"
 FILES = HOME / "Library/Corvane"
 UNITS = HOME / ".config/systemd/user"
 WATCHED = {FIRST: "Bookmarks.plist", SECOND: "Second.plist"}
+
+
+def say(host, message):
+    """As a browser's extension does (native messaging)."""
+    text = json.dumps(message).encode()
+    host.stdin.write(struct.pack("=I", len(text)) + text)
+    host.stdin.flush()
+
+
+def heard(host):
+    return json.loads(host.stdout.read(struct.unpack("=I", host.stdout.read(4))[0]))
 
 
 class Units(unittest.TestCase):
@@ -50,9 +63,12 @@ class Units(unittest.TestCase):
     def manager_owns(self, path):
         os.chown(path, 65534, 65534)
 
-    def titles(self, client):
+    def root(self, client):
         with open(FILES / WATCHED[client], "rb") as file:
-            return sorted(each["URIDictionary"]["title"] for each in plistlib.load(file).get("Children", []))
+            return plistlib.load(file)
+
+    def titles(self, client):
+        return sorted(each["URIDictionary"]["title"] for each in self.root(client).get("Children", []))
 
     def enabled(self):
         return sorted(str(path.relative_to(UNITS)) for path in UNITS.rglob("*")) if UNITS.exists() else []
@@ -151,6 +167,23 @@ class Units(unittest.TestCase):
         self.run_to_its_end()
         self.manager.run("loomerctl", "undo", "1")
         eventually(lambda: self.titles(FIRST) == [], "the end of what was undone")
+
+    def test_what_a_browser_has_reaches_the_users_file_without_further_ado(self):
+        self.write(FIRST)
+        self.manager.run("loomerctl", "enable")
+        self.run_to_its_end()
+        bar = {"id": "1", "kind": "root", "root": "bar", "title": "", "added": 1}
+        nodes = [bar, {"id": "2", "parent": "1", "kind": "bookmark", "title": "One", "url": "https://one.example.com/", "added": 1}]
+        host = self.manager.start("corvane-browser-host", "manifest.json", "bookmarks@corvane.keldra.com")
+        say(host, {"type": "hello", "protocol": 1, "token": "11111111-1111-4111-8111-111111111111", "browser": "firefox",
+                   "profile": "", "run": "22222222-2222-4222-8222-222222222222", "generation": 0})
+        while (message := heard(host))["type"] != "generation":
+            if message["type"] == "read":
+                say(host, {"type": "answer", "id": message["id"], "nodes": nodes, "more": False})
+        eventually(lambda: [each["Title"] for each in self.root(FIRST)["Children"]] == ["BookmarksBar"], "the browser's bookmarks in the file")
+        host.stdin.close()
+        self.assertEqual(host.wait(60), 0)
+        host.stdout.close()
 
     def test_nothing_else_of_the_users_can_be_written(self):
         self.write(FIRST, "One")

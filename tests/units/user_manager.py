@@ -77,6 +77,10 @@ class UserManager:
     def run(self, *command):
         return sh(*self.as_user(*command), env=self.environment)
 
+    def start(self, *command):
+        """The running program, with its standard input and output."""
+        return subprocess.Popen(self.as_user(*command), env=self.environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
     def systemctl(self, *words):
         return self.run("systemctl", "--user", *words)
 

@@ -8,11 +8,11 @@
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/session/SyncService.h"
 #include "tools/loomerctl/CommandList.h"
 #include "tools/loomerctl/Pager.h"
 #include "tools/loomerctl/Table.h"
 #include "tools/loomerctl/Text.h"
-#include "tools/loomerctl/UserUnits.h"
 #include "tools/loomerctl/Version.h"
 
 namespace corvane::loomerctl {
@@ -438,7 +438,7 @@ Status dispatch(const std::vector<std::string>& arguments, Output& out, Output& 
   std::optional<Pager> pager;
   if (command->options & paged && !run.options.json) pager.emplace(out);
   const Status status = command->run(run);
-  if (status == statusFine && isForClients(*command)) syncSoon();
+  if (status == statusFine && isForClients(*command)) syncFilesSoon();
   return status;
 }
 

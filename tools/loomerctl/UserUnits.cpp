@@ -12,6 +12,7 @@
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/StandardDirectories.h"
 #include "CorvaneSyncClient/session/ClientIdentity.h"
+#include "CorvaneSyncClient/session/SyncService.h"
 #include "tools/loomerctl/Programs.h"
 #include "tools/loomerctl/UnitNames.h"
 
@@ -19,18 +20,11 @@ namespace corvane::loomerctl {
 
 namespace {
 
-constexpr const char* kService = "corvane-sync.service";
-constexpr const char* kTimer = "corvane-sync.timer";
 constexpr const char* kPathTemplate = "corvane-sync@.path";
-constexpr const char* kAdministratorsUnits = "/etc/systemd/user";
 constexpr const char* kMainFile = "Bookmarks.plist";
 
-std::string usersUnits() {
-  return joinedPath(Platform::current().process.configurationDirectory(), "systemd/user");
-}
-
 // What is added to the service for this user.
-std::string overridePath() { return usersUnits() + "/" + kService + ".d/place.conf"; }
+std::string overridePath() { return unitDirectories().front() + "/" + kSyncService + ".d/place.conf"; }
 
 std::vector<std::string> withWords(std::vector<std::string> words, const std::set<std::string>& more) {
   words.insert(words.end(), more.begin(), more.end());
@@ -65,14 +59,7 @@ std::string pathUnitOf(const String& client) {
   return *unit;
 }
 
-// Links are looked at and not followed: what they lead to may be gone.
-bool isThere(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(std::filesystem::symlink_status(path, error));
-}
-
 void addEnabledIn(const std::string& directory, EnabledUnits& units) {
-  if (isThere(directory + "/timers.target.wants/" + kTimer)) units.timer = true;
   // A directory that is not there, or that nobody may read, holds nothing.
   std::error_code error;
   std::filesystem::directory_iterator links(directory + "/paths.target.wants", error);
@@ -91,17 +78,18 @@ std::string canonical(const std::string& path) {
 std::string ownUnits() {
   const std::string path = ownDirectory() + "/../lib/systemd/user";
   const std::string directory = canonical(path);
-  if (directory.empty() || !isThere(joinedPath(directory, kService)))
+  std::error_code error;
+  if (directory.empty() || !std::filesystem::exists(joinedPath(directory, kSyncService), error))
     throw Refused{tr("The units that belong to this program are not there: %1", path)};
   return directory;
 }
 
 // Whether the manager knows the units by that directory.
 bool areFound(const std::string& directory) {
-  const EndedProgram ended = systemctl({"show", "--property=FragmentPath", "--value", kService});
+  const EndedProgram ended = systemctl({"show", "--property=FragmentPath", "--value", kSyncService});
   mustSucceed(ended);
   const std::string found = canonical(ended.output.substr(0, ended.output.find('\n')));
-  return !found.empty() && found == joinedPath(directory, kService);
+  return !found.empty() && found == joinedPath(directory, kSyncService);
 }
 
 // Does what needs no manager also where there is one. Whether something was there to be removed makes no
@@ -114,11 +102,12 @@ void removeLinks(const std::set<std::string>& units) {
 void makeFound(const std::string& directory) {
   if (areFound(directory)) return;
   // Links from before this program was moved, or installed where the manager looks by itself.
-  removeLinks({kService, kTimer, kPathTemplate});
+  removeLinks({kSyncService, kSyncTimer, kPathTemplate});
   mustSucceed(systemctl({"daemon-reload"}));
   if (areFound(directory)) return;
   std::vector<std::string> words{"link"};
-  for (const char* unit : {kService, kTimer, kPathTemplate}) words.push_back(joinedPath(directory, unit));
+  for (const char* unit : {kSyncService, kSyncTimer, kPathTemplate})
+    words.push_back(joinedPath(directory, unit));
   mustSucceed(systemctl(words));
 }
 
@@ -176,8 +165,8 @@ void writeOverride() {
 
 EnabledUnits enabledUnits() {
   EnabledUnits units;
-  for (const std::string& directory : {usersUnits(), std::string(kAdministratorsUnits)})
-    addEnabledIn(directory, units);
+  units.timer = isSyncTimerOn();
+  for (const std::string& each : unitDirectories()) addEnabledIn(each, units);
   std::sort(units.clients.begin(), units.clients.end(),
             [](const String& a, const String& b) { return a.view() < b.view(); });
   units.clients.erase(std::unique(units.clients.begin(), units.clients.end()), units.clients.end());
@@ -194,7 +183,7 @@ std::string problemWithUserManager() {
 }
 
 void enableUnits(const std::vector<String>& clients) {
-  std::set<std::string> units{kTimer};
+  std::set<std::string> units{kSyncTimer};
   for (const String& each : clients) units.insert(pathUnitOf(each));
   for (const String& each : enabledUnits().clients) units.insert(pathUnitOf(each));
   makeFound(ownUnits());
@@ -203,7 +192,7 @@ void enableUnits(const std::vector<String>& clients) {
   makeStandardDirectoriesAbove(joinedPath(bookmarksDirectory(), kMainFile));
   mustSucceed(systemctl({"daemon-reload"}));
   mustSucceed(systemctl(withWords({"enable", "--now"}, units)));
-  mustSucceed(systemctl({"start", "--no-block", kService}));
+  mustSucceed(systemctl({"start", "--no-block", kSyncService}));
 }
 
 void disableUnits(const std::vector<String>& clients) {
@@ -212,27 +201,19 @@ void disableUnits(const std::vector<String>& clients) {
     const bool isMeant = clients.empty() || std::find(clients.begin(), clients.end(), each) != clients.end();
     (isMeant ? units : others).insert(pathUnitOf(each));
   }
-  if (others.empty()) units.insert(kTimer);
+  if (others.empty()) units.insert(kSyncTimer);
   const bool hasManager = problemWithUserManager().empty();
   // What is not loaded does not run either.
   if (hasManager) systemctl(withWords({"stop"}, units));
   if (others.empty()) {
-    units.insert({kService, kPathTemplate});
+    units.insert({kSyncService, kPathTemplate});
     removeOverride();
   }
   removeLinks(units);
   if (!hasManager) return;
   mustSucceed(systemctl({"daemon-reload"}));
   // Most often none of them has failed.
-  systemctl({"reset-failed", kService, "corvane-sync@*.path"});
-}
-
-void syncSoon() {
-  if (!enabledUnits().timer) return;
-  try {
-    systemctl({"start", "--no-block", kService});
-  } catch (const Refused&) {  // there is no systemctl any more
-  }
+  systemctl({"reset-failed", kSyncService, "corvane-sync@*.path"});
 }
 
 void adaptUnitsToAccount() {

@@ -32,10 +32,6 @@ void enableUnits(const std::vector<String>& clients);
 /// Refused.
 void disableUnits(const std::vector<String>& clients);
 
-/// Has the service run at once where the timer is switched on: somebody has changed what clients get. Where
-/// that fails, they get it with the timer.
-void syncSoon();
-
 /// Lets the service write to the directory that keeps the account, if one does: to be called when the account
 /// has changed. Does nothing where no unit is switched on. Raises Refused.
 void adaptUnitsToAccount();
