@@ -23,7 +23,7 @@ PROGRAMS = None
 VOID = {"meta", "input", "link", "br", "img"}
 KNOWN = set("""html head meta title style body a header h1 h2 h3 p time nav ul li main section strong code dl div dt dd table
 caption thead tbody tr th td b small span figure figcaption svg rect details summary ol bdi del ins label input button
-script""".split())
+noscript script""".split())
 # Attributes by which a page would load or run something, besides the links of bookmarks.
 LOADING = {"src", "srcset", "srcdoc", "action", "formaction", "poster", "data", "background", "ping", "style", "xlink:href"}
 TURNING = re.compile("[\u202a-\u202e\u2066-\u2069\x00-\x08\x0b-\x1f\x7f-\x9f]")

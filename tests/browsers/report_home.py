@@ -1,6 +1,7 @@
 """A home whose report has something in each section, hostile titles and addresses among it."""
 
 import os
+import pathlib
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "crash"))
@@ -93,3 +94,20 @@ def make_page(tools, directory):
     if status != 0:
         raise AssertionError(output)
     return page, home
+
+
+def make_large_page(tools, directory, folders, in_folder):
+    """The path of the report of so many folders in a folder, each with so many bookmarks."""
+    home = Home(tools, os.path.join(directory, "large")).make()
+    lines = ["<DL><DT><H3>Shelf</H3><DL>"]
+    for number in range(folders):
+        lines += [f"<DT><H3>Folder {number}</H3><DL>"]
+        lines += [f'<DT><A HREF="https://{number}.example.com/{each}">Page {number}.{each}</A>' for each in range(in_folder)]
+        lines += ["</DL>"]
+    bookmarks, page = pathlib.Path(directory, "large.html"), pathlib.Path(directory, "large-report.html")
+    bookmarks.write_text("\n".join([*lines, "</DL></DL>"]), encoding="utf-8")
+    for command in (("import", str(bookmarks)), ("report", str(page))):
+        status, output = home.control(*command)
+        if status != 0:
+            raise AssertionError(output)
+    return page

@@ -23,8 +23,9 @@ from homes import Tools  # noqa: E402
 BUILD = None
 WIDTHS = (360, 800, 1400)
 HEIGHT = 1000
-TALL = 3200  # for pictures
+TALL = 5600  # for pictures, down into the tree
 SCHEMES = ("light", "dark")
+FOLDERS, IN_FOLDER = 130, 40  # of a large tree
 TAB, ENTER, ESCAPE = "\ue004", "\ue007", "\ue00c"
 
 RUN_AXE = """
@@ -60,6 +61,7 @@ class ReportInABrowser:
         cls.directory = cls.enterClassContext(tempfile.TemporaryDirectory())
         page, _ = report_home.make_page(Tools(os.path.join(BUILD, "bin")), cls.directory)
         cls.address = pathlib.Path(page).as_uri()
+        cls.large = report_home.make_large_page(Tools(os.path.join(BUILD, "bin")), cls.directory, FOLDERS, IN_FOLDER).as_uri()
         cls.browser = cls.enterClassContext(cls.kind())
 
     def setUp(self):
@@ -140,6 +142,24 @@ class ReportInABrowser:
         self.assertEqual(self.browser.script(focus), ["SUMMARY", "BookmarksBar 2", True])
         self.browser.press(TAB)
         self.assertEqual(self.browser.script(focus)[1], "Weather")
+
+    def test_large_tree_is_made_as_it_is_unfolded(self):
+        self.browser.open(self.large)
+        made = "return document.querySelectorAll('.tree li').length"
+        self.assertEqual(self.browser.script(made), 1)
+        self.browser.script("document.querySelector('.tree details').open = true")
+        self.browser.wait_for(lambda: self.browser.script(made) == 1 + FOLDERS)
+        self.browser.script("document.querySelectorAll('.tree details')[2].open = true")
+        self.browser.wait_for(lambda: self.browser.script(made) == 1 + FOLDERS + IN_FOLDER)
+        self.assertEqual(self.browser.script("return document.querySelectorAll('.tree details')[2].textContent.slice(0, 27)"),
+                         f"Folder 1 {IN_FOLDER}Page 1.0Page 1.1")
+        self.browser.script("document.getElementById('search').focus()")
+        self.browser.press(*"page 77.8 ")
+        self.assertEqual(self.wait_for_results(1), ["Page 77.8 Shelf › Folder 77"])
+        self.browser.press(ESCAPE)
+        self.unfold_all()
+        self.assertEqual(self.browser.script(made), 1 + FOLDERS * (1 + IN_FOLDER))
+        self.assertEqual(self.browser.script("return document.querySelectorAll('.tree details:not([open])').length"), 0)
 
     def test_first_key_skips_to_the_bookmarks(self):
         self.browser.press(TAB)

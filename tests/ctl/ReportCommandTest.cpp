@@ -62,15 +62,16 @@ TEST_F(ReportTest, TreeStandsInItsOrderWithFoldersThatFold) {
   seed();
   const std::string html = page();
   EXPECT_THAT(html,
-              HasSubstr("<li><details open><summary><b>BookmarksBar</b> <small>2</small></summary><ul>\n"
+              HasSubstr("<noscript class=\"bookmarks\">\n<ul class=\"tree\">\n"
+                        "<li><details open><summary><b>BookmarksBar</b> <small>2</small></summary><ul>\n"
                         "<li><details><summary><b>News</b> <small>2</small></summary><ul>\n"
-                        "<li><a href=\"http://d/\" rel=\"noopener noreferrer\">Daily</a></li>\n"
-                        "<li><a href=\"http://w/\" rel=\"noopener noreferrer\">Weekly</a></li>\n"
+                        "<li><a href=\"http://d/\">Daily</a></li>\n"
+                        "<li><a href=\"http://w/\">Weekly</a></li>\n"
                         "</ul></details></li>\n"
-                        "<li><a href=\"http://s/\" rel=\"noopener noreferrer\">Shop</a></li>\n"
+                        "<li><a href=\"http://s/\">Shop</a></li>\n"
                         "</ul></details></li>\n"
-                        "<li><a href=\"http://z/\" rel=\"noopener noreferrer\">Zoo</a></li>\n"
-                        "</ul>\n"));
+                        "<li><a href=\"http://z/\">Zoo</a></li>\n"
+                        "</ul>\n</noscript>\n"));
 }
 
 TEST_F(ReportTest, FoldersDeeperThanBrowsersTakeStandInOneListWithTheirDepth) {

@@ -172,6 +172,8 @@ class Units(unittest.TestCase):
         self.write(FIRST)
         self.manager.run("loomerctl", "enable")
         self.run_to_its_end()
+        # It is switched on, and does not elapse while this runs.
+        self.manager.systemctl("stop", "corvane-sync.timer")
         bar = {"id": "1", "kind": "root", "root": "bar", "title": "", "added": 1}
         nodes = [bar, {"id": "2", "parent": "1", "kind": "bookmark", "title": "One", "url": "https://one.example.com/", "added": 1}]
         host = self.manager.start("corvane-browser-host", "manifest.json", "bookmarks@corvane.keldra.com")

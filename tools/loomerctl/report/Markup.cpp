@@ -97,7 +97,7 @@ std::string bookmarkHtml(const loomer::Content& bookmark) {
   const std::string_view address = bookmark.url.view();
   const std::string title = asHtml(bookmark.name.empty() ? address : bookmark.name.view());
   if (isLinked(address)) {
-    return "<a href=\"" + linkHtml(address) + "\" rel=\"noopener noreferrer\">" + title + "</a>";
+    return "<a href=\"" + linkHtml(address) + "\">" + title + "</a>";
   }
   if (bookmark.name.empty()) return "<code>" + asShortHtml(address, kShownOfAddress) + "</code>";
   const std::string behind =

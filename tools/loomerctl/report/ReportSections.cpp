@@ -169,7 +169,11 @@ void writeBookmarkSection(const ReportFacts& facts, const PageSink& sink) {
     writeNothing(sink, tr("No bookmarks."));
   } else {
     writeFinder(sink);
+    // Elements of a large tree take a browser many times as long as text does, so that the script makes those
+    // that are looked at. It takes the tree by lines.
+    sink("<noscript class=\"bookmarks\">\n");
     facts.tree.write(sink);
+    sink("</noscript>\n");
   }
   endSection(sink);
 }

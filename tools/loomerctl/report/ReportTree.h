@@ -26,7 +26,8 @@ class ReportTree {
   const std::vector<ReportEntry>& entries() const { return _entries; }
   /// The titles of the folders above the entry, as a page shows them; empty for one directly in the root.
   std::string pathHtml(const ReportEntry& entry) const;
-  /// The whole tree as nested lists, in which folders fold.
+  /// The whole tree as nested lists, in which folders fold. Each entry begins a line, and the ends of a
+  /// folder's list have one of their own.
   void write(const PageSink& sink) const;
 
  private:
