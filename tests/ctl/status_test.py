@@ -63,7 +63,7 @@ class StatusTest(unittest.TestCase):
         self.first_sync()
         self.assertTrue(self.status(WELL)["well"])
         self.assertIn("All is well.", self.text)
-        self.assertIn("pushed 2, pulled 0", self.text)
+        self.assertRegex(self.text, r"(?m)^Corvane  .* pushed 2, pulled 0$")
         first = self.sync_of(FIRST)
         self.assertEqual((first["outcome"], first["succeededRuns"], first["failedRuns"]), ("changed", 1, 0))
         time.sleep(1.1)  # times are told in seconds
@@ -157,6 +157,7 @@ class StatusTest(unittest.TestCase):
             file.write("rubbish")
         self.must_fail(SECOND)
         self.status(NOT_WELL)
+        self.assertRegex(self.text, rf"(?m)^{re.escape(SECOND)}  .* failed$")  # both are called Corvane
         self.assertEqual(os.spawnve(os.P_WAIT, self.home.tools.tool, ["corvanetool", "--unregistersyncclient", SECOND],
                                     self.home.environment), 0)
         self.status(WELL)

@@ -106,6 +106,12 @@ std::string nameText(const ClientView& view) {
   return view.name ? printable(view.name.view()) + " (" + identifier + ')' : identifier;
 }
 
+std::string shortNameText(const std::vector<ClientView>& all, const ClientView& view) {
+  const auto namesakes = std::count_if(
+      all.begin(), all.end(), [&](const ClientView& each) { return each.name && each.name == view.name; });
+  return printable(namesakes == 1 ? view.name.view() : view.state.identifier.view());
+}
+
 namespace {
 
 std::string refusalText(const Refusal& refusal) {

@@ -46,6 +46,8 @@ std::optional<Date> lastTried(const ClientView& view);
 
 /// "Corvane (com.keldra.Corvane)".
 std::string nameText(const ClientView& view);
+/// As people know one of them: "Corvane" where no other one is called so, else "com.keldra.Corvane".
+std::string shortNameText(const std::vector<ClientView>& all, const ClientView& view);
 /// What the client's next session is about: "up to date", "first session", ….
 std::string nextText(const ClientView& view);
 /// Whether somebody decided, or has to decide, about the client's next session.

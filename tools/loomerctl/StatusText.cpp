@@ -35,7 +35,8 @@ void printClients(Output& out, const std::vector<ClientView>& clients) {
                     {tr("OUTCOME")}});
   for (const ClientView& each : clients) {
     if (isOnlineService(each)) continue;
-    table.add({nameText(each), timeCell(out, lastTried(each)), timeCell(out, each.state.lastSession),
+    table.add({shortNameText(clients, each), timeCell(out, lastTried(each)),
+               timeCell(out, each.state.lastSession),
                grouped(static_cast<std::size_t>(each.state.sessions + each.failed.all)),
                grouped(static_cast<std::size_t>(each.failed.all)), outcomeText(each)});
   }

@@ -13,10 +13,7 @@ std::string ReportFacts::clientName(const String& identifier) const {
   const auto client = std::find_if(clients.begin(), clients.end(), [&](const ClientView& each) {
     return each.state.identifier == identifier;
   });
-  if (client == clients.end() || !client->name) return printable(identifier.view());
-  const auto namesakes = std::count_if(clients.begin(), clients.end(),
-                                       [&](const ClientView& each) { return each.name == client->name; });
-  return printable(namesakes == 1 ? client->name.view() : identifier.view());
+  return client == clients.end() ? printable(identifier.view()) : shortNameText(clients, *client);
 }
 
 std::size_t ReportFacts::conflictsIn(const SessionEntry& session) const {
