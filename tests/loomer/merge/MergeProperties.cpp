@@ -255,29 +255,24 @@ void nothingVanishes() {
 void changedValuesMergeInTheirFolders() {
   History history(*rc::gen::inRange<std::size_t>(1, 4));
   unsigned serial = 0;
-  for (const Step& step : *stepsOf(kEverything)) carryOut(history, step, Titles::few, serial);
+  // What is compared is cheap beside the histories that lead there.
+  constexpr double kShort = 0.4;
+  for (const Step& step : *rc::gen::scale(kShort, stepsOf(kEverything))) {
+    carryOut(history, step, Titles::few, serial);
+  }
   history.round();
   history.round();
   int compared = 0, pulled = 0;
   MergeInput agreed = history.inputFor(0);
   for (const Step& step : *stepsOf({{3, rename}, {1, readdress}, {1, toggle}, {1, reorder}, {3, sync}})) {
-    if (step.kind != sync) {
-      carryOut(history, step, Titles::few, serial);
-      continue;
-    }
-    if (step.client % history.size() != 0) {
-      history.sync(step.client % history.size());
-      continue;
-    }
+    carryOut(history, step, Titles::few, serial);
     const MergeInput now = history.inputFor(0);
+    if (step.kind == sync && step.client % history.size() == 0) agreed = now;
     const Changed changed = agree(agreed) ? changedInPlace(agreed, now) : Changed();
-    if (!changed.all().empty()) {
-      requireSameMerge(now, partAround(now, changed.all()), changed.inTruth);
-      ++compared;
-      pulled += changed.inTruth.empty() ? 0 : 1;
-    }
-    history.sync(0);
-    agreed = history.inputFor(0);
+    if (changed.all().empty()) continue;
+    requireSameMerge(now, partAround(now, changed.all()), changed.inTruth);
+    ++compared;
+    pulled += changed.inTruth.empty() ? 0 : 1;
   }
   RC_CLASSIFY(compared > 0);
   RC_CLASSIFY(pulled > 0);
