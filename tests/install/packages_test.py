@@ -15,6 +15,7 @@ import tempfile
 import unittest
 import zipfile
 
+HERE = pathlib.Path(__file__).resolve().parent
 BUILD = None
 VERSION = None
 
@@ -98,6 +99,11 @@ class Packages(unittest.TestCase):
             self.assertEqual({each.filename: archive.read(each) for each in archive.infolist() if not each.is_dir()}, unpacked)
         self.assertEqual(json.loads(unpacked["manifest.json"])["version"], VERSION)
         self.assertEqual([path for path in files if path.startswith("/usr/share/corvane/")], [])
+
+    def test_browsers_of_all_users_become_clients(self):
+        as_root = [] if os.getuid() == 0 else ["--user", "--map-root-user"]
+        sh("unshare", *as_root, "--mount", "--propagation", "private", sys.executable, "-B", HERE / "browsers_for_all.py",
+           self.trees["corvane-sync"])
 
     def test_only_what_lies_in_etc_is_asked_for_before_it_is_replaced(self):
         for name in self.packages:
