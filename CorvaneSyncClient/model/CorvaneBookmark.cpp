@@ -106,7 +106,7 @@ void CorvaneBookmark::replaceInParent(BookmarkMap& map) {
 }
 
 void CorvaneBookmark::writeCommonRecordValues(const RecordKeys& keys, const String& parentKey,
-                                              Dictionary::Map& record) const {
+                                              Dictionary& record) const {
   if (_title) record.setInterned(keys.name, _title);
   if (_parentId && !(_parentId == kRootUid)) record.setInterned(parentKey, Array{_parentId});
   record.setInterned(keys.position, _position);

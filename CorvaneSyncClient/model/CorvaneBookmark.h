@@ -104,8 +104,7 @@ class CorvaneBookmark : public Describable {
   /// The text behind its length, so that no two sequences of texts look alike; an absent one is no empty one.
   static void appendText(std::string& text, const String& value);
   /// The name, parent and position of a record for this node. All keys are interned.
-  void writeCommonRecordValues(const RecordKeys& keys, const String& parentKey,
-                               Dictionary::Map& record) const;
+  void writeCommonRecordValues(const RecordKeys& keys, const String& parentKey, Dictionary& record) const;
   /// Title and position of the three-way merge, with the class's own attribute between them.
   void mergeRecord(const RecordKeys& keys, const Dictionary& record, const CorvaneBookmark* original,
                    BookmarkMap& map);

@@ -62,13 +62,13 @@ std::string CorvaneBookmarkFolder::description() const {
 
 std::optional<Dictionary> CorvaneBookmarkFolder::vessynDictionaryRepresentation(const BookmarkMap&) const {
   if (!parentId()) return std::nullopt;
-  Dictionary::Map record;
+  Dictionary record;
   record.reserve(5);
   record.setInterned(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Folder);
   writeCommonRecordValues({LoomerAttribute_Bookmarks_Folder_Name, LoomerAttribute_Bookmarks_Folder_Position},
                           LoomerRelationship_Bookmarks_Folder_Parent, record);
   record.setInterned(kTabGroupKey, _autoTab ? 1 : 0);
-  return Dictionary(std::move(record));
+  return record;
 }
 
 bool CorvaneBookmarkFolder::appendRecordText(std::string& text) const {

@@ -42,7 +42,7 @@ bool CorvaneBookmarkRecord::isEqual(const CorvaneBookmark& other) const {
 }
 
 std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(const BookmarkMap&) const {
-  Dictionary::Map record;
+  Dictionary record;
   record.reserve(5);
   record.setInterned(LoomerRecordEntityNameKey, LoomerEntity_Bookmarks_Bookmark);
   writeCommonRecordValues(
@@ -55,7 +55,7 @@ std::optional<Dictionary> CorvaneBookmarkRecord::vessynDictionaryRepresentation(
     systemLog("Warning - url \"%@\" for Bookmark \"%@\" is invalid, not syncing url value for bookmark", _url,
               title());
   }
-  return Dictionary(std::move(record));
+  return record;
 }
 
 std::optional<Url> CorvaneBookmarkRecord::urlForRecord() const {

@@ -232,22 +232,22 @@ Dictionary entryToWrite(const CorvaneBookmark& node) {
 Dictionary writeRecord(const CorvaneBookmarkRecord& record) {
   constexpr std::size_t kLeast = 4;  // a uid, and what is set here
   const String url = record.url() ? record.url() : kEmptyText;
-  Dictionary::Map uri;
+  Dictionary uri;
   uri.reserve(2);
   if (record.title()) uri.setInterned(kUriTitleKey, record.title());
   uri.setInterned(kUriUrlKey, url);
   const Dictionary read = entryToWrite(record);
-  Dictionary::Map entry;
+  Dictionary entry;
   entry.reserve(std::max(read.size(), kLeast));
   for (const auto& [key, value] : read) {
     const bool isWrittenAnew =
         key == kUriTitleKey || key == kUrlKey || key == kUriDictionaryKey || key == kTypeKey;
     if (!isWrittenAnew) entry.setInterned(key, value);
   }
-  entry.setInterned(kUriDictionaryKey, Dictionary(std::move(uri)));
+  entry.setInterned(kUriDictionaryKey, std::move(uri));
   entry.setInterned(kUrlKey, url);
   entry.setInterned(kTypeKey, kTypeLeaf);
-  return Dictionary(std::move(entry));
+  return entry;
 }
 
 Dictionary CorvaneFileFormWriter::writeFolder(const CorvaneBookmarkFolder& folder) {

@@ -39,8 +39,8 @@ class XmlWriter {
     const Value* end;
   };
   struct DictionaryWalk {
-    Dictionary::Map::const_iterator next;
-    Dictionary::Map::const_iterator end;
+    Dictionary::Iterator next;
+    Dictionary::Iterator end;
   };
 
   // Deeper lines are no further indented, or a deep tree would cost the square of its depth.

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <iterator>
 #include <new>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "CorvaneSyncClient/platform/foundation/Ref.h"
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
+#include "CorvaneSyncClient/platform/foundation/values/KeyList.h"
 #include "CorvaneSyncClient/platform/foundation/values/OrderedMap.h"
 
 namespace corvane {
@@ -66,25 +69,39 @@ class Array {
 /// A dictionary with text keys that keeps insertion order: replacing a value keeps its key's place, removing
 /// a key and adding it again moves it to the end. Copies share their contents; changing one copy leaves the
 /// others as they were. Equality does not look at the order.
+///
+/// A small one is a list of keys, shared by all that have the same, and one block of values; a large one is a
+/// map.
 class Dictionary {
  public:
   using Map = OrderedMap<Value>;
+  /// Holds until the dictionary is changed or dropped.
+  struct Entry {
+    const String& key;
+    const Value& value;
+  };
+  class Iterator;
 
   Dictionary() = default;
   Dictionary(std::initializer_list<std::pair<String, Value>> entries);
   explicit Dictionary(Map entries);
+  /// Takes the values under `keys`, as many as these are, out of `values`.
+  Dictionary(const KeyList& keys, std::span<Value> values);
 
   std::size_t size() const;
   bool empty() const { return size() == 0; }
   void reserve(std::size_t count);
-  Map::const_iterator begin() const;
-  Map::const_iterator end() const;
+  Iterator begin() const;
+  Iterator end() const;
 
   /// The value under `key`, or null. The pointer holds until this dictionary is changed or dropped.
   const Value* find(const String& key) const;
   const Value* find(std::string_view key) const;
   const Value* find(const char* key) const { return find(std::string_view(key)); }
+  /// Raises PlatformException "NSInvalidArgumentException" for the absent string, which is no key.
   void set(String key, Value value);
+  /// As `set`, for a dictionary all of whose keys are interned: a small one is searched by instance.
+  void setInterned(const String& key, Value value);
   /// Answers whether the key was there.
   bool remove(const String& key);
   bool remove(std::string_view key);
@@ -108,7 +125,13 @@ class Dictionary {
  private:
   friend class ContainerRelease;
   struct Rep;
-  Rep& mutableRep();
+  struct LargeRep;
+  /// A small dictionary's contents with room for so many values, shared with nobody.
+  Rep& ownRep(std::size_t room);
+  /// The contents as a map that is shared with nobody.
+  Map& ownMap();
+  void setAt(std::size_t place, const String& key, Value value);
+  bool removeAt(std::size_t place);
   Ref<Rep> _rep;  // empty for no entries
 };
 
@@ -279,10 +302,68 @@ struct Array::Rep : RefCounted {
   static void destroy(Rep* rep);
 };
 
+/// The head of a small dictionary's block, or that of a large one's contents.
 struct Dictionary::Rep : RefCounted {
-  Map map;
-  Rep* nextDropped = nullptr;  // see ContainerRelease
+  /// One with room for some values, at least one, and no keys yet.
+  static Rep* make(std::size_t room);
   static void destroy(Rep* rep);
+
+  bool isLarge() const { return room == 0; }
+  Map& map();
+  Value* values() { return reinterpret_cast<Value*>(this + 1); }
+
+  std::uint16_t size = 0;  // values of a small one, which stand behind this
+  std::uint16_t room = 0;  // for values
+  union {
+    const KeyList* keys = nullptr;  // of a small one
+    Rep* nextDropped;               // see ContainerRelease
+  };
+};
+
+struct Dictionary::LargeRep : Rep {
+  Map map;
+};
+
+class Dictionary::Iterator {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = Entry;
+  using difference_type = std::ptrdiff_t;
+  using reference = Entry;
+  struct pointer {
+    Entry entry;
+    const Entry* operator->() const { return &entry; }
+  };
+
+  Iterator() = default;
+  Iterator(const String* key, const Value* value) : _key(key), _value(value) {}
+  explicit Iterator(Map::const_iterator large) : _large(large) {}
+
+  Entry operator*() const { return _key ? Entry{*_key, *_value} : Entry{_large->key, _large->value}; }
+  pointer operator->() const { return {**this}; }
+  Iterator& operator++() {
+    if (_key) {
+      ++_key;
+      ++_value;
+    } else {
+      ++_large;
+    }
+    return *this;
+  }
+  Iterator operator++(int) {
+    Iterator before = *this;
+    ++*this;
+    return before;
+  }
+  friend bool operator==(const Iterator& a, const Iterator& b) {
+    return a._key == b._key && a._large == b._large;
+  }
+
+ private:
+  // In a small dictionary; null in a large one.
+  const String* _key = nullptr;
+  const Value* _value = nullptr;
+  Map::const_iterator _large;
 };
 
 inline std::size_t Array::size() const { return _rep ? _rep->values.size() : 0; }

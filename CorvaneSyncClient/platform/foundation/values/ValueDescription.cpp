@@ -74,8 +74,8 @@ class DescriptionWalk {
   };
   // What is still to come of a dictionary.
   struct OpenDictionary {
-    Dictionary::Map::const_iterator next;
-    Dictionary::Map::const_iterator end;
+    Dictionary::Iterator next;
+    Dictionary::Iterator end;
   };
   struct Level {
     std::variant<OpenArray, OpenDictionary> rest;

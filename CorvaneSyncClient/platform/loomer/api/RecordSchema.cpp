@@ -239,11 +239,10 @@ ClientRecord clientRecord(const EntitySchema& schema, const String& localId, con
 
 Dictionary recordDictionary(const EntitySchema& schema, const Content& content, std::int32_t position,
                             const String& parentLocalId) {
-  constexpr std::size_t kMost = 8;
   const bool special = content.special && schema.specialPosition;
   const Value placed = special ? *schema.specialPosition : position;
-  Dictionary::Map record;
-  record.reserve(kMost);
+  Dictionary record;
+  record.reserve(5 + schema.positionAliases.size());
   record.setInterned(LoomerRecordEntityNameKey, schema.name);
   if (content.name) record.setInterned(schema.nameKey, wellFormed(content.name));
   if (content.url && schema.urlKey) record.setInterned(schema.urlKey, Url{wellFormed(content.url)});
@@ -251,7 +250,7 @@ Dictionary recordDictionary(const EntitySchema& schema, const Content& content, 
   for (const String& alias : schema.positionAliases) record.setInterned(alias, placed);
   if (schema.tabGroupKey) record.setInterned(schema.tabGroupKey, content.tabGroup ? 1 : 0);
   if (parentLocalId) record.setInterned(schema.parentKey, Array{parentLocalId});
-  return Dictionary(std::move(record));
+  return record;
 }
 
 }  // namespace corvane::loomer
