@@ -3,7 +3,13 @@
 // and where the table stands. Containers name their contents by object number, so that objects may be shared.
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <functional>
+#include <iterator>
 #include <limits>
+#include <optional>
+#include <span>
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
@@ -27,43 +33,104 @@ enum Marker : unsigned {
   kDictionary = 0xD,
 };
 
+// Which of a file's objects are named more than once. Most are not, and those that are get numbers without
+// gaps.
+class SharedObjects {
+ public:
+  explicit SharedObjects(std::uint64_t count)
+      : _count(count), _named(count / 64 + 1), _shared(count / 64 + 1), _bits(_shared.data()) {}
+  SharedObjects(const SharedObjects&) = delete;
+  SharedObjects& operator=(const SharedObjects&) = delete;
+
+  // Names the objects whose numbers, of so many bytes each, stand there; those that are none are passed by.
+  void nameAll(const char* numbers, std::uint64_t count, std::size_t size) {
+    const char* const end = numbers + count * size;
+    std::uint64_t* const named = _named.data();
+    std::uint64_t* const shared = _shared.data();
+    for (; numbers != end; numbers += size) {
+      const std::uint64_t object = loadBigEndianOfEight(numbers, size);
+      if (object >= _count) continue;
+      const std::uint64_t bit = std::uint64_t{1} << (object % 64);
+      shared[object / 64] |= named[object / 64] & bit;
+      named[object / 64] |= bit;
+    }
+  }
+  void takeAllForShared() { std::fill(_shared.begin(), _shared.end(), ~std::uint64_t{0}); }
+
+  // Once all are named. Answers how many are shared.
+  std::size_t number() {
+    _named = {};
+    _before.reserve(_shared.size());
+    std::size_t count = 0;
+    for (const std::uint64_t word : _shared) {
+      _before.push_back(static_cast<std::uint32_t>(count));
+      count += static_cast<std::size_t>(std::popcount(word));
+    }
+    return count;
+  }
+
+  bool contains(std::uint64_t object) const { return (_bits[object / 64] >> (object % 64) & 1) != 0; }
+  std::size_t numberOf(std::uint64_t object) const {
+    const std::uint64_t below = _bits[object / 64] & ((std::uint64_t{1} << (object % 64)) - 1);
+    return _before[object / 64] + static_cast<std::size_t>(std::popcount(below));
+  }
+
+ private:
+  std::uint64_t _count;
+  std::vector<std::uint64_t> _named, _shared;  // a bit for each object
+  const std::uint64_t* _bits;                  // the latter's
+  std::vector<std::uint32_t> _before;          // for each of its words, how many are shared before it
+};
+
 // Builds each object once, at its first use, with a stack of the containers that are open; depth is never
-// recursion.
+// recursion. Objects that are named more than once are kept for their next use.
 class BinaryReader {
  public:
   explicit BinaryReader(std::string_view bytes)
       : _bytes(bytes),
         _trailer(readBinaryTrailer(bytes)),
         _budget(kOverlapAllowance * bytes.size()),
-        _objects(_trailer.count),
-        _heights(_trailer.count, kNotBuilt),
-        _isInterned(_trailer.count, 0) {}
+        _sharedObjects(_trailer.count) {
+    findShared();
+    _kept.resize(_sharedObjects.number());
+  }
 
   Value read() {
     const std::uint64_t end = _bytes.size() - kBinaryTrailerSize;
-    if (!find(_trailer.top, end)) open(_trailer.top);
+    if (gather(_trailer.top, end) == kNotBuilt) open(_trailer.top);
     while (!_open.empty()) advance();
-    return std::move(_objects[_trailer.top]);
+    return std::move(_values.back());
   }
 
  private:
-  // A container whose contents are being gathered.
+  // An object that is named more than once.
+  struct Kept {
+    Value value;
+    std::uint32_t height = kNotBuilt;
+    bool isInterned = false;  // a key, of which there is one String for each text
+  };
+  // A container whose contents are being gathered: at the end of `_values`, from `first` on.
   struct OpenContainer {
     std::uint64_t object = 0;
     std::uint64_t offset = 0;
     const char* keys = nullptr;        // object numbers of the keys; null for an array
     const char* references = nullptr;  // object numbers of the values
+    const KeyList* keyList = nullptr;  // null for keys that make none
     std::size_t count = 0;
     std::size_t next = 0;
+    std::size_t first = 0;
     std::uint32_t room = 0;    // for the heights of what is inside
     std::uint32_t height = 0;  // of the tallest container inside
-    Dictionary::Map entries;
-    std::vector<Value> values;
   };
   // A count and the bytes that follow it.
   struct Counted {
     std::uint64_t count = 0;
     std::uint64_t start = 0;
+  };
+  // The keys of a dictionary that was read.
+  struct KnownKeys {
+    std::string_view numbers;
+    const KeyList* list = nullptr;
   };
 
   // States of an object: not built, being built, or 1 + how many containers it nests, itself included.
@@ -73,15 +140,20 @@ class BinaryReader {
   // Objects of a file do not overlap, but some writers let equal ones share an offset. Beyond this multiple
   // of the data's size the objects overlap on purpose, to fill memory.
   static constexpr std::uint64_t kOverlapAllowance = 2;
+  static constexpr std::size_t kKnownKeys = 64;
 
   char byteAt(std::uint64_t offset) const { return _bytes[offset]; }
   unsigned kindAt(std::uint64_t offset) const { return static_cast<unsigned char>(byteAt(offset)) >> 4; }
   unsigned detailAt(std::uint64_t offset) const { return static_cast<unsigned char>(byteAt(offset)) & 0xF; }
 
+  bool holdsObject(std::uint64_t offset) const {
+    return offset >= kBinaryHeader.size() && offset < _trailer.table;
+  }
+
   std::uint64_t offsetOf(std::uint64_t object) const {
     const std::uint64_t entry = _trailer.table + object * _trailer.offsetSize;
     const std::uint64_t offset = loadBigEndianOfEight(_bytes.data() + entry, _trailer.offsetSize);
-    if (offset < kBinaryHeader.size() || offset >= _trailer.table) {
+    if (!holdsObject(offset)) {
       failBinary(entry, Message("object %1 is said to be at %2, where no objects are", std::to_string(object),
                                 std::to_string(offset)));
     }
@@ -94,28 +166,65 @@ class BinaryReader {
     return loadBigEndianOfEight(references + index * _trailer.referenceSize, _trailer.referenceSize);
   }
 
-  // The object, if it is built or a scalar that can be built at once; null for a container yet to be opened.
-  // `user` is the offset to blame for a bad number.
-  const Value* find(std::uint64_t object, std::uint64_t user) {
-    const bool isBuilt =
-        object < _trailer.count && _heights[object] != kNotBuilt && _heights[object] != kBeingBuilt;
-    return isBuilt ? &_objects[object] : build(object, user);
+  // Finds what is named more than once, by all containers of the file; what is wrong with one is left to be
+  // found when it is built. The top is named from outside, too. So a container that is inside itself is
+  // always a shared one.
+  void findShared() {
+    char top[8];
+    storeBigEndian(top, _trailer.top, sizeof top);
+    _sharedObjects.nameAll(top, 1, sizeof top);
+    std::uint64_t budget = _budget / _trailer.referenceSize;
+    const char* const bytes = _bytes.data();
+    const char* entry = bytes + _trailer.table;
+    for (std::uint64_t object = 0; object < _trailer.count; ++object, entry += _trailer.offsetSize) {
+      const std::uint64_t offset = loadBigEndianOfEight(entry, _trailer.offsetSize);
+      if (!holdsObject(offset)) continue;
+      const unsigned kind = static_cast<unsigned char>(bytes[offset]) >> 4;
+      if (kind != kArray && kind != kDictionary) continue;
+      const std::uint64_t perItem = kind == kDictionary ? 2 : 1;
+      const auto counted = countAt(offset);
+      if (!counted || counted->count > (_trailer.table - counted->start) / (_trailer.referenceSize * perItem))
+        continue;
+      if (counted->count * perItem > budget) return _sharedObjects.takeAllForShared();
+      budget -= counted->count * perItem;
+      _sharedObjects.nameAll(bytes + counted->start, counted->count * perItem, _trailer.referenceSize);
+    }
   }
 
-  // As `find`, for what is not built.
-  const Value* build(std::uint64_t object, std::uint64_t user) {
-    if (object >= _trailer.count) {
-      failBinary(user, Message("object %1 is used, but there are only %2", std::to_string(object),
-                               std::to_string(_trailer.count)));
+  // Where the object is kept; null for one that is named once.
+  Kept* keptOf(std::uint64_t object) {
+    return _sharedObjects.contains(object) ? &_kept[_sharedObjects.numberOf(object)] : nullptr;
+  }
+
+  // `user` is the offset to blame for a bad number.
+  void checkNumber(std::uint64_t object, std::uint64_t user) const {
+    if (object < _trailer.count) return;
+    failBinary(user, Message("object %1 is used, but there are only %2", std::to_string(object),
+                             std::to_string(_trailer.count)));
+  }
+
+  // Adds the object to the values, if it is built or a scalar that can be built at once. Answers its height;
+  // `kNotBuilt` for a container that is yet to be opened.
+  std::uint32_t gather(std::uint64_t object, std::uint64_t user) {
+    checkNumber(object, user);
+    Kept* const kept = keptOf(object);
+    if (kept && kept->height != kNotBuilt && kept->height != kBeingBuilt) {
+      _values.push_back(kept->value);
+      return kept->height;
     }
     const std::uint64_t offset = offsetOf(object);
-    if (_heights[object] == kBeingBuilt)
+    if (kept && kept->height == kBeingBuilt)
       failBinary(offset, Message("the container at this offset contains itself"));
     const unsigned kind = kindAt(offset);
-    if (kind == kArray || kind == kDictionary) return nullptr;
-    _objects[object] = readScalar(kind, offset);
-    _heights[object] = kScalar;
-    return &_objects[object];
+    if (kind == kArray || kind == kDictionary) return kNotBuilt;
+    _values.push_back(readScalar(kind, offset));
+    if (kept) keep(*kept, _values.back(), kScalar);
+    return kScalar;
+  }
+
+  static void keep(Kept& kept, const Value& value, std::uint32_t height) {
+    kept.value = value;
+    kept.height = height;
   }
 
   void open(std::uint64_t object) {
@@ -130,14 +239,13 @@ class BinaryReader {
     container.offset = offset;
     container.count = counted.count;
     container.references = _bytes.data() + counted.start;
+    container.first = _values.size();
     if (isDictionary) {
       container.keys = container.references;
       container.references += counted.count * _trailer.referenceSize;
-      container.entries.reserve(counted.count);
-    } else {
-      container.values.reserve(counted.count);
     }
-    _heights[object] = kBeingBuilt;
+    if (Kept* const kept = keptOf(object)) kept->height = kBeingBuilt;
+    if (isDictionary) container.keyList = keyListOf(container);
   }
 
   [[noreturn]] static void failDepth(std::uint64_t offset) { failBinary(offset, nestsTooDeep()); }
@@ -147,45 +255,87 @@ class BinaryReader {
     OpenContainer& container = _open.back();
     for (; container.next < container.count; ++container.next) {
       const std::uint64_t object = objectAt(container.references, container.next);
-      const Value* value = find(object, container.offset);
-      if (!value) return open(object);
-      const std::uint32_t height = _heights[object] - kScalar;
-      if (height > container.room) failDepth(container.offset);
-      container.height = std::max(container.height, height);
-      if (container.keys) {
-        container.entries.setInterned(key(container), *value);
-      } else {
-        container.values.push_back(*value);
-      }
+      const std::uint32_t height = gather(object, container.offset);
+      if (height == kNotBuilt) return open(object);
+      enter(container, height);
     }
     close(container);
   }
 
-  const String& key(const OpenContainer& container) {
-    const std::uint64_t object = objectAt(container.keys, container.next);
-    if (object >= _trailer.count || !_isInterned[object]) internKey(object, container.offset);
-    return *_objects[object].as<String>();
+  // Accounts for the value that was gathered last.
+  static void enter(OpenContainer& container, std::uint32_t height) {
+    if (height - kScalar > container.room) failDepth(container.offset);
+    container.height = std::max(container.height, height - kScalar);
   }
 
-  void internKey(std::uint64_t object, std::uint64_t user) {
-    const Value* value = find(object, user);
-    const String* text = value ? value->as<String>() : nullptr;
-    if (!text) {
-      const std::string type = value ? value->typeName() : "container";
-      failBinary(offsetOf(object), Message("%1 as the key of a dictionary", type));
+  // The list of a dictionary's keys, which most have in common with one before; null for keys that make none.
+  const KeyList* keyListOf(const OpenContainer& container) {
+    if (container.count > KeyList::kMostKeys) return nullptr;
+    const std::string_view numbers(container.keys, container.count * _trailer.referenceSize);
+    KnownKeys& known = _knownKeys[std::hash<std::string_view>()(numbers) % kKnownKeys];
+    if (known.list && known.numbers == numbers) return known.list;
+    const KeyList* list = &KeyList::none();
+    for (std::size_t i = 0; i < container.count && list; ++i) {
+      const String key = keyOf(container, i);
+      list = list->findInterned(key) == KeyList::kNowhere ? list->with(key) : nullptr;
     }
-    _objects[object] = interned(*text);
-    _isInterned[object] = 1;
+    if (list) known = {numbers, list};
+    return list;
+  }
+
+  // The key as it is interned.
+  String keyOf(const OpenContainer& container, std::size_t index) {
+    const std::uint64_t object = objectAt(container.keys, index);
+    checkNumber(object, container.offset);
+    Kept* const kept = keptOf(object);
+    if (kept && kept->isInterned) return *kept->value.as<String>();
+    const bool isBuilt = gather(object, container.offset) != kNotBuilt;
+    const Value value = isBuilt ? _values.back() : Value();
+    if (isBuilt) _values.pop_back();
+    const String* const text = isBuilt ? value.as<String>() : nullptr;
+    if (!text) {
+      failBinary(offsetOf(object),
+                 Message("%1 as the key of a dictionary", isBuilt ? value.typeName() : "container"));
+    }
+    String key = interned(*text);
+    if (kept) {
+      kept->value = key;
+      kept->isInterned = true;
+    }
+    return key;
   }
 
   void close(OpenContainer& container) {
-    _heights[container.object] = kScalar + container.height + 1;
-    if (container.keys) {
-      _objects[container.object] = Dictionary(std::move(container.entries));
-    } else {
-      _objects[container.object] = Array(std::move(container.values));
-    }
+    Value value =
+        container.keys
+            ? Value(dictionaryOf(container))
+            : Value(Array(std::vector<Value>(std::make_move_iterator(_values.begin() + first(container)),
+                                             std::make_move_iterator(_values.end()))));
+    _values.erase(_values.begin() + first(container), _values.end());
+    _values.push_back(std::move(value));
+    const std::uint32_t height = kScalar + container.height + 1;
+    if (Kept* const kept = keptOf(container.object)) keep(*kept, _values.back(), height);
     _open.pop_back();
+    if (_open.empty()) return;
+    enter(_open.back(), height);
+    ++_open.back().next;
+  }
+
+  static std::ptrdiff_t first(const OpenContainer& container) {
+    return static_cast<std::ptrdiff_t>(container.first);
+  }
+
+  Dictionary dictionaryOf(const OpenContainer& container) {
+    if (container.keyList) {
+      return {*container.keyList, std::span(_values).subspan(container.first, container.count)};
+    }
+    Dictionary::Map entries;
+    entries.reserve(container.count);
+    for (std::size_t i = 0; i < container.count; ++i) {
+      const String key = keyOf(container, i);
+      entries.setInterned(key, _values[container.first + i]);
+    }
+    return Dictionary(std::move(entries));
   }
 
   Value readScalar(unsigned kind, std::uint64_t offset) {
@@ -293,24 +443,32 @@ class BinaryReader {
     }
   }
 
-  // The count of the object at `offset`, in its marker or as an integer behind it, with `unit` bytes for
-  // each, all of which lie inside the data.
+  // The count of the object at `offset`, in its marker or as an integer behind it, and where that ends;
+  // nothing where there is no such integer.
+  std::optional<Counted> countAt(std::uint64_t offset) const {
+    const std::uint64_t start = offset + 1;
+    if (detailAt(offset) != 0xF) return Counted{detailAt(offset), start};
+    if (start >= _trailer.table || kindAt(start) != kInteger || detailAt(start) > 3) return std::nullopt;
+    const std::size_t size = std::size_t{1} << detailAt(start);
+    if (_trailer.table - start - 1 < size) return std::nullopt;
+    return Counted{loadBigEndian(_bytes.data() + start + 1, size), start + 1 + size};
+  }
+
+  // As `countAt`, with `unit` bytes for each, all of which lie inside the data.
   Counted readCount(std::uint64_t offset, const char* type, std::size_t unit) {
-    Counted counted{detailAt(offset), offset + 1};
-    if (counted.count == 0xF) {
-      if (counted.start >= _trailer.table) failBeyond(offset, type);
-      const unsigned power = detailAt(counted.start);
-      if (kindAt(counted.start) != kInteger || power > 3) {
-        failBinary(counted.start, Message("%1 without a count of 1, 2, 4 or 8 bytes", type));
-      }
-      const std::size_t size = std::size_t{1} << power;
-      if (_trailer.table - counted.start - 1 < size) failBeyond(offset, type);
-      counted.count = loadBigEndian(_bytes.data() + counted.start + 1, size);
-      counted.start += 1 + size;
+    const auto counted = countAt(offset);
+    if (!counted) failCount(offset, type);
+    if (counted->count > (_trailer.table - counted->start) / unit) failBeyond(offset, type);
+    payload(offset, counted->start, counted->count * unit, type);
+    return *counted;
+  }
+
+  [[noreturn]] void failCount(std::uint64_t offset, const char* type) const {
+    const std::uint64_t start = offset + 1;
+    if (start < _trailer.table && (kindAt(start) != kInteger || detailAt(start) > 3)) {
+      failBinary(start, Message("%1 without a count of 1, 2, 4 or 8 bytes", type));
     }
-    if (counted.count > (_trailer.table - counted.start) / unit) failBeyond(offset, type);
-    payload(offset, counted.start, counted.count * unit, type);
-    return counted;
+    failBeyond(offset, type);
   }
 
   // The `size` bytes at `start` that belong to the object at `offset`, checked against the end and against
@@ -329,9 +487,10 @@ class BinaryReader {
   std::string_view _bytes;
   BinaryTrailer _trailer;
   std::uint64_t _budget;
-  std::vector<Value> _objects;
-  std::vector<std::uint32_t> _heights;
-  std::vector<char> _isInterned;  // 1 for an object that is a key, of which there is one String for each text
+  SharedObjects _sharedObjects;
+  std::vector<Kept> _kept;     // by the shared objects' numbers
+  std::vector<Value> _values;  // gathered for the containers that are open, one behind the other
+  std::array<KnownKeys, kKnownKeys> _knownKeys;
   std::vector<OpenContainer> _open;
 };
 
