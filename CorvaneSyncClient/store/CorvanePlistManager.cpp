@@ -60,27 +60,22 @@ std::optional<Dictionary> dictionaryIn(std::string_view contents, const std::str
   return std::nullopt;
 }
 
-// The bytes of the file; nothing, with the cause in the system log, for what no property list can hold, and
-// nothing for null.
-std::optional<std::string> serialized(const Dictionary* bookmarks, const std::string& path) {
-  if (!bookmarks) return std::nullopt;
+// Whether the file was written; if not, the system log says why, but for null. Raises where the new file
+// stands but may not last: a caller who took it for not written would apply the same changes to it again.
+bool isWritten(const Dictionary* bookmarks, const std::string& path) {
+  if (!bookmarks) return false;
   try {
-    return writeBinaryPropertyList(*bookmarks);
+    const std::error_code error = Platform::current().files.writeAtomically(
+        path, [bookmarks](const TakeBytes& take) { writeBinaryPropertyList(*bookmarks, take); });
+    if (!error) return true;
+    if (error.category() == notDurableCategory()) {
+      throw PlatformException(NSGenericException,
+                              Message("Could not write bookmarks file %1: %2", path, error.message()));
+    }
+    reportUnwritable(path, error.message());
   } catch (const PropertyListException& exception) {
     reportUnwritable(path, exception.message());
-    return std::nullopt;
   }
-}
-
-// Whether the write ended well; if not, the system log says why. Raises where the new file stands but may not
-// last: a caller who took it for not written would apply the same changes to it again.
-bool isWritten(const std::error_code& error, const std::string& path) {
-  if (!error) return true;
-  if (error.category() == notDurableCategory()) {
-    throw PlatformException(NSGenericException,
-                            Message("Could not write bookmarks file %1: %2", path, error.message()));
-  }
-  reportUnwritable(path, error.message());
   return false;
 }
 
@@ -161,8 +156,7 @@ std::optional<Date> CorvanePlistManager::saveBookmarks(const Dictionary* bookmar
       if (beforeReplacing) beforeReplacing(_path);
       notify = true;
       if (backUp) _saveBackups();
-      const std::optional<std::string> contents = serialized(bookmarks, _path);
-      notify = contents && isWritten(platform.files.writeAtomically(_path, *contents), _path);
+      notify = isWritten(bookmarks, _path);
       if (notify) {
         date = bookmarksDateOf(target);
         if (!date) date = platform.clock.now();

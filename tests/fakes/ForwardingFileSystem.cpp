@@ -140,7 +140,7 @@ std::error_code ForwardingFileSystem::write(const std::string& path, std::string
   return _files.write(path, contents);
 }
 
-std::error_code ForwardingFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
+std::error_code ForwardingFileSystem::writeAtomically(const std::string& path, const Contents& contents) {
   if (const std::error_code error = enter(FileOperation::writeAtomically, path)) return error;
   return _files.writeAtomically(path, contents);
 }

@@ -75,7 +75,8 @@ class ForwardingFileSystem : public FileSystem {
   std::error_code copy(const std::string& from, const std::string& to) override;
   std::error_code read(const std::string& path, std::string& contents) override;
   std::error_code write(const std::string& path, std::string_view contents) override;
-  std::error_code writeAtomically(const std::string& path, std::string_view contents) override;
+  using FileSystem::writeAtomically;
+  std::error_code writeAtomically(const std::string& path, const Contents& contents) override;
   std::error_code writeNewAtomically(const std::string& path, std::string_view contents) override;
   std::optional<Volume> volume(const std::string& path) override;
 

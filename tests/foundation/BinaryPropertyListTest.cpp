@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -234,6 +235,22 @@ TEST(BinaryPropertyListWriter, ObjectNumbersAreWideEnoughForTheirCount) {
   EXPECT_EQ(widthsOfNumbers(255), Widths(2, 2));    // 256
   EXPECT_EQ(widthsOfNumbers(65534), Widths(4, 2));  // 65,535
   EXPECT_EQ(widthsOfNumbers(65535), Widths(4, 4));  // 65,536
+}
+
+// A file is not to stand in memory beside all that it is made from.
+TEST(BinaryPropertyListWriter, GivesALongTextInPieces) {
+  std::vector<Value> values;
+  for (int i = 0; i < 100'000; ++i) values.emplace_back("text " + std::to_string(i));
+  std::size_t longest = 0;
+  std::string whole;
+  writeBinaryPropertyList(Array{Array(values), 1}, [&](std::string_view piece) {
+    longest = std::max(longest, piece.size());
+    whole += piece;
+  });
+  EXPECT_GT(whole.size(), 1'500'000U);
+  EXPECT_LT(longest, 1'000'000U);
+  EXPECT_EQ(readPropertyList(whole), Value(Array{Array(values), 1}));
+  EXPECT_EQ(writeBinaryPropertyList(Array{Array(values), 1}), whole);
 }
 
 TEST(BinaryPropertyListWriter, OffsetsAreWideEnoughForWhereTheTableStands) {

@@ -16,6 +16,7 @@
 #include <string>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/system/files/LinuxFileSystem.h"
 #include "tests/fakes/Files.h"
 #include "tests/fakes/TemporaryDirectory.h"
@@ -215,6 +216,26 @@ TEST_F(AtomicWrite, ALinkThatLeadsNowhereIsReplaced) {
     ASSERT_FALSE(files.remove(path));
   }
   EXPECT_EQ(files.writeAtomically(directory / "file/inside", "new"), std::errc::not_a_directory);
+}
+
+TEST_F(AtomicWrite, ContentsMayComeInPieces) {
+  EXPECT_FALSE(files.writeAtomically(path, [](const auto& take) {
+    take("one, ");
+    take("");
+    take("two");
+  }));
+  EXPECT_EQ(contents(), "one, two");
+}
+
+TEST_F(AtomicWrite, ContentsThatRaiseMidwayChangeNothing) {
+  ASSERT_FALSE(files.writeAtomically(path, "old"));
+  const auto raising = [](const auto& take) {
+    take("half");
+    throw PlatformException("Raised", "midway");
+  };
+  EXPECT_THROW(files.writeAtomically(path, raising), PlatformException);
+  EXPECT_EQ(contents(), "old");
+  EXPECT_EQ(names(), std::vector<std::string>{"Bookmarks.plist"});
 }
 
 TEST_F(AtomicWrite, ADirectoryIsNotReplaced) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -102,7 +103,14 @@ class FileSystem {
   /// fsync fails, the new file stands already and may not survive a loss of power; the error then is one of
   /// `notDurableCategory`. A process that is killed leaves its temporary file, which the next write of the
   /// same file on the same machine removes.
-  virtual std::error_code writeAtomically(const std::string& path, std::string_view contents) = 0;
+  ///
+  /// `contents` gives them, in pieces, to the function that it is called with; what it raises passes through,
+  /// with nothing changed. Once a write has failed, further pieces are left aside.
+  using Contents = std::function<void(const std::function<void(std::string_view)>& take)>;
+  virtual std::error_code writeAtomically(const std::string& path, const Contents& contents) = 0;
+  std::error_code writeAtomically(const std::string& path, std::string_view contents) {
+    return writeAtomically(path, [contents](const auto& take) { take(contents); });
+  }
   /// As `writeAtomically`, but replaces nothing: `std::errc::file_exists`, or `is_a_directory`, when
   /// something stands at `path`, and by `renameWithoutReplacing` also if it came only while the contents were
   /// written. A symbolic link that leads nowhere counts as nothing, and is replaced.

@@ -21,7 +21,10 @@ using Kind = Value::Kind;
 struct Object {
   Kind kind;
   std::uint32_t hash;
-  const void* payload;
+  union {
+    const void* payload;
+    std::uint64_t offset;  // in the file, once it is written
+  };
 
   template <typename T>
   const T& as() const {
@@ -60,11 +63,11 @@ std::uint32_t hashFor(Kind kind, std::uint32_t payload) { return payload + stati
 Object objectFor(const Value& value) {
   const Kind kind = value.kind();
   return value.visit([kind](const auto& payload) {
-    return Object{kind, hashFor(kind, payloadHash(payload)), &payload};
+    return Object{kind, hashFor(kind, payloadHash(payload)), {&payload}};
   });
 }
 
-Object objectFor(const String& key) { return {Kind::string, hashFor(Kind::string, key.hash()), &key}; }
+Object objectFor(const String& key) { return {Kind::string, hashFor(Kind::string, key.hash()), {&key}}; }
 
 bool sameBits(double a, double b) {
   return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
@@ -125,11 +128,9 @@ class ObjectTable {
     _slots = {};
   }
 
-  const std::vector<Object>& objects() const { return _objects; }
+  std::vector<Object>& objects() { return _objects; }
   // Of all containers one after another, in the order of the objects.
   const std::vector<std::uint32_t>& references() const { return _references; }
-  // Bytes of all strings and data.
-  std::size_t textSize() const { return _textSize; }
 
  private:
   struct Slot {
@@ -157,8 +158,6 @@ class ObjectTable {
       throw PropertyListException(Message("binary property list: too many objects"));
     }
     _objects.push_back(object);
-    if (object.kind == Kind::string) _textSize += object.as<String>().view().size();
-    if (object.kind == Kind::data) _textSize += object.as<Data>().bytes().size();
     return static_cast<std::uint32_t>(_objects.size() - 1);
   }
 
@@ -178,30 +177,36 @@ class ObjectTable {
   std::vector<std::uint32_t> _references;
   std::vector<Slot> _slots;  // of what may be met again: open addressing
   std::size_t _entered = 0;  // in the slots
-  std::size_t _textSize = 0;
 };
 
+// Gives the text away in pieces.
 class BinaryWriter {
  public:
-  explicit BinaryWriter(const Value& value)
-      : _table(value), _referenceSize(binaryWidthFor(_table.objects().size())) {}
+  BinaryWriter(const Value& value, const TakeBytes& take)
+      : _take(take), _table(value), _referenceSize(binaryWidthFor(_table.objects().size())) {}
 
-  std::string write() {
-    _text = "bplist00";
-    constexpr std::size_t kUsualOverhead = 12;  // of one object: marker, count or number, and its offset
-    _text.reserve(_table.references().size() * _referenceSize + _table.objects().size() * kUsualOverhead +
-                  _table.textSize());
-    std::vector<std::uint64_t> offsets;
-    offsets.reserve(_table.objects().size());
-    for (const Object& object : _table.objects()) {
-      offsets.push_back(_text.size());
+  void write() {
+    _text = kBinaryHeader;
+    for (Object& object : _table.objects()) {
+      const std::uint64_t offset = _given + _text.size();
       writeObject(object);
+      object.offset = offset;
+      giveIfLong();
     }
-    writeEnd(offsets);
-    return std::move(_text);
+    writeEnd();
+    _take(_text);
   }
 
  private:
+  static constexpr std::size_t kPiece = 256 * 1024;
+
+  void giveIfLong() {
+    if (_text.size() < kPiece) return;
+    _take(_text);
+    _given += _text.size();
+    _text.clear();
+  }
+
   void append(std::uint64_t number, std::size_t size) {
     char bytes[8];
     storeBigEndian(bytes, number, size);
@@ -323,27 +328,43 @@ class BinaryWriter {
 
   // Offsets and object numbers are wide enough for where the table stands and for how many objects there are,
   // though neither is written in that width: readers are known that demand it.
-  void writeEnd(const std::vector<std::uint64_t>& offsets) {
-    const std::uint64_t table = _text.size();
+  void writeEnd() {
+    const std::uint64_t table = _given + _text.size();
     const std::size_t offsetSize = binaryWidthFor(table);
+    std::vector<std::uint64_t> offsets;
+    for (const Object& object : _table.objects()) {
+      offsets.push_back(object.offset);
+      if (offsets.size() < kPiece / sizeof object.offset) continue;
+      appendNumbers(offsets.data(), offsets.size(), offsetSize);
+      offsets.clear();
+      giveIfLong();
+    }
     appendNumbers(offsets.data(), offsets.size(), offsetSize);
     _text.append(6, '\0');
     append(offsetSize, 1);
     append(_referenceSize, 1);
-    append(offsets.size(), 8);
+    append(_table.objects().size(), 8);
     append(0, 8);  // the top object is the first
     append(table, 8);
   }
 
+  const TakeBytes& _take;
   ObjectTable _table;
   std::size_t _referenceSize;
   std::size_t _nextReference = 0;
-  std::string _text;
+  std::string _text;         // what is not given away yet
+  std::uint64_t _given = 0;  // bytes
   std::u16string _units;
 };
 
 }  // namespace
 
-std::string writeBinaryPropertyList(const Value& value) { return BinaryWriter(value).write(); }
+void writeBinaryPropertyList(const Value& value, const TakeBytes& take) { BinaryWriter(value, take).write(); }
+
+std::string writeBinaryPropertyList(const Value& value) {
+  std::string text;
+  writeBinaryPropertyList(value, [&text](std::string_view piece) { text += piece; });
+  return text;
+}
 
 }  // namespace corvane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,10 @@ Value readPropertyList(std::string_view bytes);
 /// Writes the binary flavour: equal scalars and shared containers stand once, dictionaries keep their order.
 /// Raises PropertyListException for what no property list can hold: a URL, and text that is no UTF-8.
 std::string writeBinaryPropertyList(const Value& value);
+/// Takes bytes that follow one another, piece by piece.
+using TakeBytes = std::function<void(std::string_view)>;
+/// As before, in pieces, of which some may be taken when it raises.
+void writeBinaryPropertyList(const Value& value, const TakeBytes& take);
 
 /// Writes the XML flavour, without a document type, indented with tabs. Dates keep whole seconds only, as
 /// that flavour has no fractions. Raises PropertyListException for a URL, for text that XML 1.0 cannot carry,

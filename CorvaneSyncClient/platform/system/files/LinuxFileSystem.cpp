@@ -113,7 +113,7 @@ class TemporaryFile {
 
   // Makes the file with these contents and has it reach the disk; with the mode of `old`, and where
   // permitted its owner, unless that is null. Opens the directory too, which `settle` needs.
-  std::error_code write(std::string_view contents, const struct stat* old);
+  std::error_code write(const FileSystem::Contents& contents, const struct stat* old);
   const std::string& path() const { return _path; }
   // To be called once the file was renamed to the target: the directory reaches the disk, and what writers
   // of the same target left behind when they were killed is removed. Errors are of `notDurableCategory`.
@@ -146,12 +146,16 @@ std::error_code TemporaryFile::create(mode_t mode, FileDescriptor& file) {
   return {EEXIST, std::system_category()};
 }
 
-std::error_code TemporaryFile::write(std::string_view contents, const struct stat* old) {
+std::error_code TemporaryFile::write(const FileSystem::Contents& contents, const struct stat* old) {
   FileDescriptor file;
   // Where an old file has its mode to pass on, nobody else may look in before the new one has it.
   const mode_t mode = old ? kPrivateFileMode : kDefaultFileMode;
   if (const std::error_code error = create(mode, file)) return error;
-  if (const std::error_code error = writeAll(file, contents)) return error;
+  std::error_code failed;
+  contents([&](std::string_view piece) {
+    if (!failed) failed = writeAll(file, piece);
+  });
+  if (failed) return failed;
   if (old) {
     if (const std::error_code error = takeOver(file, *old)) return error;
   }
@@ -259,7 +263,7 @@ std::error_code LinuxFileSystem::write(const std::string& path, std::string_view
 
 // The contents go to a temporary file beside the target and reach the disk; a rename puts that file in the
 // target's place; the directory reaches the disk.
-std::error_code LinuxFileSystem::writeAtomically(const std::string& path, std::string_view contents) {
+std::error_code LinuxFileSystem::writeAtomically(const std::string& path, const Contents& contents) {
   struct stat old {};
   bool hasOld = false;
   if (const std::error_code error = examineOld(path, old, hasOld)) return error;
@@ -275,7 +279,8 @@ std::error_code LinuxFileSystem::writeNewAtomically(const std::string& path, std
     return {S_ISDIR(there.st_mode) ? EISDIR : EEXIST, std::system_category()};
   }
   TemporaryFile temporary(path);
-  if (const std::error_code error = temporary.write(contents, nullptr)) return error;
+  const auto whole = [contents](const auto& take) { take(contents); };
+  if (const std::error_code error = temporary.write(whole, nullptr)) return error;
   std::error_code error = renameWithoutReplacing(temporary.path(), path);
   if (error == std::errc::file_exists && leadsNowhere(path)) error = rename(temporary.path(), path);
   return error ? error : temporary.settle();
