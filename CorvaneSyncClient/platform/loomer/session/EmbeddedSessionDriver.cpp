@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "CorvaneSyncClient/platform/loomer/api/FileUrl.h"
 #include "CorvaneSyncClient/platform/loomer/session/Agreement.h"
@@ -41,16 +42,17 @@ class Session {
   // All that can fail in the store comes before the client saves, but for the commit itself.
   void run() {
     const Opening opening = open();
-    const Stored stored = mergeAndStore(opening);
+    Stored stored = mergeAndStore(opening);
     String error;
     checkAnswer(_dataSource.sessionDriverDidPull(_driver, error), error,
                 MessageText<2>("The client %1 could not take the changes in: %2."));
-    if (stored.journal) _journal.write(*stored.journal);
+    const bool isInJournal = stored.journal.has_value();
+    if (isInJournal) _journal.write(*std::exchange(stored.journal, std::nullopt));
     error = String();
     checkAnswer(_dataSource.sessionDriverWillFinishSession(_driver, error), error,
                 MessageText<2>("The client %1 could not finish the session: %2."));
     commit(stored.delivers);
-    if (opening.journal || stored.journal) _journal.remove();
+    if (opening.journal || isInJournal) _journal.remove();
   }
 
   // Whether the session got as far as its transaction.

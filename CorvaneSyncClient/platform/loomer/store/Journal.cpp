@@ -181,9 +181,10 @@ std::optional<Journal> JournalFile::read() const {
 }
 
 void JournalFile::write(const Journal& journal) const {
-  const std::string bytes = writeBinaryPropertyList(dictionaryOf(journal));
+  const Dictionary dictionary = dictionaryOf(journal);
   const PrivateUmask privately;
-  if (const std::error_code error = Platform::current().files.writeAtomically(_path, bytes)) {
+  if (const std::error_code error = Platform::current().files.writeAtomically(
+          _path, [&](const TakeBytes& take) { writeBinaryPropertyList(dictionary, take); })) {
     throw LoomerStoreException(
         _path, Message("cannot write the journal of this session: %1", error.message()),
         Message("Make room and give yourself permission to write there, and sync again."));
