@@ -35,7 +35,7 @@ TEST_P(Settling, SaysInTheBaseWhatTheClientHolds) {
   const Plan plan = makePlan(session.opening, session.sides);
   const Delivery delivery =
       PlannedSession::delivery(plan, records(session, row.refused), records(session, row.withheld));
-  const Settlement settlement = settle(session.opening, plan, delivery, kNow);
+  const Settlement settlement = settle(session.opening, plan, plan.result.base, delivery, kNow);
   EXPECT_EQ(session.held(settlement.base), row.held);
   ASSERT_TRUE(settlement.logEntry);
   EXPECT_EQ(settlement.logEntry->refused, row.refused.size() + row.withheld.size());
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Answers, Settling, testing::ValuesIn(kAnswered));
 TEST(SettlementTest, WhatIsNewOnNeitherSideLeavesNothingBehindButTheCount) {
   PlannedSession session({"a", "a", "a"});
   const Plan plan = quietPlan(session.opening, std::nullopt);
-  const Settlement settlement = settle(session.opening, plan, Delivery(), kNow);
+  const Settlement settlement = settle(session.opening, plan, plan.result.base, Delivery(), kNow);
   EXPECT_TRUE(settlement.base.empty());
   EXPECT_FALSE(settlement.logEntry);
   EXPECT_FALSE(settlement.journal);
@@ -73,7 +73,8 @@ TEST(SettlementTest, WhatIsNewOnNeitherSideLeavesNothingBehindButTheCount) {
 TEST(SettlementTest, CountsWhatTheSessionDid) {
   PlannedSession session({"a b", "a=A b", "a b c"});
   const Plan plan = makePlan(session.opening, session.sides);
-  const Settlement settlement = settle(session.opening, plan, PlannedSession::delivery(plan), kNow);
+  const Settlement settlement =
+      settle(session.opening, plan, plan.result.base, PlannedSession::delivery(plan), kNow);
   ASSERT_TRUE(settlement.logEntry);
   EXPECT_EQ(settlement.logEntry->taken, 3u);
   EXPECT_EQ(settlement.logEntry->changed, 1u);
@@ -89,11 +90,13 @@ TEST(SettlementTest, AClientFromWhichSomethingWasWithheldIsNotUpToDate) {
   PlannedSession session({"F() G()", "G(F())", "F() G()"});
   const Plan plan = makePlan(session.opening, session.sides);
   const std::int64_t now = session.opening.truth.revision;
-  EXPECT_EQ(settle(session.opening, plan, PlannedSession::delivery(plan), kNow).client.syncedRevision, now);
+  EXPECT_EQ(settle(session.opening, plan, plan.result.base, PlannedSession::delivery(plan), kNow)
+                .client.syncedRevision,
+            now);
   const Delivery withheld = PlannedSession::delivery(plan, {}, {session.record("F")});
-  EXPECT_EQ(settle(session.opening, plan, withheld, kNow).client.syncedRevision, now - 1);
+  EXPECT_EQ(settle(session.opening, plan, plan.result.base, withheld, kNow).client.syncedRevision, now - 1);
   session.opening.truth.forgottenRevision = now;
-  EXPECT_EQ(settle(session.opening, plan, withheld, kNow).client.syncedRevision, now)
+  EXPECT_EQ(settle(session.opening, plan, plan.result.base, withheld, kNow).client.syncedRevision, now)
       << "a base older than what the truth has forgotten could not be used";
 }
 
@@ -103,7 +106,7 @@ TEST(SettlementTest, AClientThatIsGivenEverythingAnewNeedsNoJournal) {
   session.sides.client = {};
   const Plan plan = makePlan(session.opening, session.sides);
   ASSERT_TRUE(plan.delivers());
-  EXPECT_FALSE(settle(session.opening, plan, PlannedSession::delivery(plan), kNow).journal);
+  EXPECT_FALSE(settle(session.opening, plan, plan.result.base, PlannedSession::delivery(plan), kNow).journal);
 }
 
 // The session is killed between the client's saving and the commit: the store knows nothing of it but the
@@ -117,7 +120,7 @@ class KilledSession : public testing::Test {
     std::vector<RecordId> refusals;
     for (const std::string& label : refused) refusals.push_back(session.record(label));
     const Delivery delivery = PlannedSession::delivery(plan, refusals);
-    const Settlement settlement = settle(session.opening, plan, delivery, kNow);
+    const Settlement settlement = settle(session.opening, plan, plan.result.base, delivery, kNow);
     if (!settlement.journal) return;
 
     PlannedSession next(trees);
@@ -155,7 +158,8 @@ TEST(JournalOfASession, NamesTheLocalIdsOfAdditionsAndWhatTheClientHeldBeforeIts
   PlannedSession session({"a b", "a=A b c", "a b=B"});
   session.opening.client.sessions = 7;
   const Plan plan = makePlan(session.opening, session.sides);
-  const Settlement settlement = settle(session.opening, plan, PlannedSession::delivery(plan), kNow);
+  const Settlement settlement =
+      settle(session.opening, plan, plan.result.base, PlannedSession::delivery(plan), kNow);
   ASSERT_TRUE(settlement.journal);
   EXPECT_EQ(settlement.journal->pushId, "push");
   EXPECT_EQ(settlement.journal->sessions, 7);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace corvane::loomer {
 
@@ -17,15 +18,16 @@ const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId recor
   return found != base.end() && found->record == record ? &*found : nullptr;
 }
 
-BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after) {
+BaseDifference differenceOf(const std::vector<BaseRecord>& before, std::vector<BaseRecord> after) {
   BaseDifference difference;
-  for (const BaseRecord& each : after) {
-    const BaseRecord* const known = findRecord(before, each.record);
-    if (!known || !(*known == each)) difference.held.push_back(each);
-  }
   for (const BaseRecord& each : before) {
     if (!findRecord(after, each.record)) difference.gone.push_back(each.record);
   }
+  std::erase_if(after, [&](const BaseRecord& each) {
+    const BaseRecord* const known = findRecord(before, each.record);
+    return known && *known == each;
+  });
+  difference.held = std::move(after);
   return difference;
 }
 

@@ -104,7 +104,7 @@ bool isLive(const std::vector<TruthRecord>& truth, RecordId record);
 /// Null for a record that the base does not name.
 const BaseRecord* findRecord(const std::vector<BaseRecord>& base, RecordId record);
 /// What leads from `before` to `after`.
-BaseDifference differenceOf(const std::vector<BaseRecord>& before, const std::vector<BaseRecord>& after);
+BaseDifference differenceOf(const std::vector<BaseRecord>& before, std::vector<BaseRecord> after);
 /// The base to which the difference leads.
 std::vector<BaseRecord> withDifference(const BaseDifference& difference, const std::vector<BaseRecord>& base);
 /// By ascending record; O(n) when it is so already.

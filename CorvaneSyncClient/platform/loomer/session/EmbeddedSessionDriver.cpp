@@ -276,10 +276,12 @@ class Session {
 
   // The plan, of the size of all records, goes before the client saves, which takes as much memory again.
   Stored mergeAndStore(const Opening& opening) {
-    const Plan plan = planFor(opening);
+    Plan plan = planFor(opening);
     guard(opening, plan);
     const Delivery delivery = deliver(_dataSource, _schema, plan, identifiersOfAdditions(plan));
-    Settlement settlement = settle(opening, plan, delivery, Platform::current().clock.now());
+    std::vector<BaseRecord> planned = std::move(plan.result.base);
+    Settlement settlement =
+        settle(opening, plan, std::move(planned), delivery, Platform::current().clock.now());
     store(opening, plan, settlement);
     return {plan.delivers(), std::move(settlement.journal)};
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace corvane::loomer {
 
@@ -29,7 +30,7 @@ std::unordered_map<RecordId, std::int64_t> refusedRevisions(const Plan& plan, co
 void takeBackWhatWasNotTaken(std::vector<BaseRecord>& base, const Plan& plan, const Delivery& delivery) {
   const auto revisions = refusedRevisions(plan, delivery);
   std::unordered_map<String, RecordId> records;
-  for (const std::vector<BaseRecord>* const each : {&plan.result.base, &plan.input.base}) {
+  for (const std::vector<BaseRecord>* const each : {&std::as_const(base), &plan.input.base}) {
     for (const BaseRecord& record : *each) {
       if (record.localId) records.emplace(record.localId, record.record);
     }
@@ -63,12 +64,11 @@ void takeBackWhatWasNotTaken(std::vector<BaseRecord>& base, const Plan& plan, co
   sortByRecord(base);
 }
 
-std::vector<BaseRecord> baseAfter(const Plan& plan, const Delivery& delivery) {
-  std::vector<BaseRecord> base = plan.result.base;
-  for (const auto& [record, localId] : delivery.localIds) mutableRecord(base, record).localId = localId;
+std::vector<BaseRecord> baseAfter(const Plan& plan, std::vector<BaseRecord> base, const Delivery& delivery) {
   if (!delivery.refused.empty() || !delivery.withheld.empty()) {
     takeBackWhatWasNotTaken(base, plan, delivery);
   }
+  for (const auto& [record, localId] : delivery.localIds) mutableRecord(base, record).localId = localId;
   return base;
 }
 
@@ -224,9 +224,10 @@ std::optional<SessionEntry> logEntry(const Opening& opening, const Plan& plan, c
 
 }  // namespace
 
-Settlement settle(const Opening& opening, const Plan& plan, const Delivery& delivery, Date now) {
+Settlement settle(const Opening& opening, const Plan& plan, std::vector<BaseRecord> planned,
+                  const Delivery& delivery, Date now) {
   Settlement settlement;
-  settlement.base = baseAfter(plan, delivery);
+  settlement.base = baseAfter(plan, std::move(planned), delivery);
   settlement.client = clientAfter(opening, plan, delivery, now);
   settlement.logEntry = logEntry(opening, plan, delivery, now);
   // A client that is given everything anew is given it once more after a session that was killed.

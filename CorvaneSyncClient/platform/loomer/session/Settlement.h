@@ -20,11 +20,13 @@ struct Settlement {
   std::optional<Journal> journal;
 };
 
-/// Makes of a plan and the client's answers what is to be stored. Pure: no input or output.
+/// Makes of a plan and the client's answers what is to be stored. Pure: no input or output. `planned` is the
+/// plan's own `result.base`, of the size of all records, which need not be there twice.
 ///
 /// What the client did not take is never half true in the base: an addition is noted as not held, and
 /// anything else as the client held it before; with the revision that it refused, which is not offered again,
 /// or without one where it was withheld.
-Settlement settle(const Opening& opening, const Plan& plan, const Delivery& delivery, Date now);
+Settlement settle(const Opening& opening, const Plan& plan, std::vector<BaseRecord> planned,
+                  const Delivery& delivery, Date now);
 
 }  // namespace corvane::loomer
