@@ -27,7 +27,8 @@ MergeInput inStep(std::int64_t records, std::int64_t perFolder) {
     Content content;
     content.name = String("Title " + std::to_string(id));
     if (!isFolder) content.url = String("http://example.com/" + std::to_string(id));
-    input.truth.push_back({id, entity, parent, id << 20, content, 1, false});
+    input.truth.push_back(
+        {.id = id, .entity = entity, .parent = parent, .place = id << 20, .content = content, .revision = 1});
     BaseRecord base;
     base.localId = localId;
     base.record = id;

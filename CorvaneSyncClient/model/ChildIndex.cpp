@@ -17,9 +17,9 @@ struct ChildIndex::Item {
   Item* nextSameUid = nullptr;  // in this list
   Item* nextFresh = nullptr;    // in any list
   Item* previousFresh = nullptr;
-  bool stale = false;
   std::array<Item*, kInsertionOrders> highest{};  // of the subtree, in each order; never null once linked
   std::uint32_t priority = 0;
+  bool stale = false;
 };
 
 ChildIndex::ChildIndex(BookmarkMap& map, const std::vector<String>& uids) : _map(map) {

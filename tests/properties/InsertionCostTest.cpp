@@ -35,8 +35,8 @@ class Folder {
       const Content content{.name = title(), .url = String("http://example.com")};
       const String local(std::to_string(id));
       const auto position = static_cast<std::int32_t>(i);
-      _input.truth.push_back({id, Entity::bookmark, kRoot, placeOf(i), content, 1, false});
-      _input.base.push_back({local, id, Entity::bookmark, kRoot, position, content});
+      _input.truth.push_back({.id = id, .place = placeOf(i), .content = content, .revision = 1});
+      _input.base.push_back({.localId = local, .record = id, .position = position, .content = content});
       _input.client->push_back({local, String(), Entity::bookmark, position, content});
     }
   }
@@ -45,7 +45,7 @@ class Folder {
   std::size_t changesForInsertionAt(std::size_t index) {
     const auto id = static_cast<RecordId>(_input.base.size() + 1);
     const Content content{.name = title(), .url = String("http://example.com")};
-    _input.truth.push_back({id, Entity::bookmark, kRoot, placeOf(index) - 1, content, 2, false});
+    _input.truth.push_back({.id = id, .place = placeOf(index) - 1, .content = content, .revision = 2});
     const MergeResult result = merge(_input);
     _input.truth.pop_back();
     EXPECT_TRUE(result.truthChanges.empty());

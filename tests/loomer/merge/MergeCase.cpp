@@ -54,18 +54,30 @@ MergeCase::MergeCase(const ThreeTrees& trees) {
   std::set<std::string> live;
   for (const Placed& each : truth.nodes) {
     const auto place = static_cast<std::int64_t>(live.size() + 1) << 20;
-    _input.truth.push_back(
-        {record(each.node->label), each.entity(), recordOf(each.parent), place, each.content(), 1, false});
+    _input.truth.push_back({.id = record(each.node->label),
+                            .entity = each.entity(),
+                            .parent = recordOf(each.parent),
+                            .place = place,
+                            .content = each.content(),
+                            .revision = 1});
     live.insert(each.node->label);
   }
   for (const Placed& each : base.nodes) {
     const std::string& label = each.node->label;
     if (!live.contains(label)) {
-      _input.truth.push_back(
-          {record(label), each.entity(), recordOf(each.parent), 0, each.content(), 2, true});
+      _input.truth.push_back({.id = record(label),
+                              .entity = each.entity(),
+                              .deleted = true,
+                              .parent = recordOf(each.parent),
+                              .content = each.content(),
+                              .revision = 2});
     }
-    _input.base.push_back(
-        {localId(label), record(label), each.entity(), recordOf(each.parent), each.position, each.content()});
+    _input.base.push_back({.localId = localId(label),
+                           .record = record(label),
+                           .parent = recordOf(each.parent),
+                           .entity = each.entity(),
+                           .position = each.position,
+                           .content = each.content()});
   }
   _input.client.emplace();
   for (const Placed& each : client.nodes) {

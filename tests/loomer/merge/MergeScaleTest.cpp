@@ -20,8 +20,14 @@ struct MergeSides {
     const auto id = static_cast<RecordId>(truth.size() + 1);
     const String local(std::to_string(id));
     const Content content{.name = String("same"), .url = entity == Entity::bookmark ? local : String()};
-    truth.push_back({id, entity, parent, id, content, 1, false});
-    base.push_back({local, id, entity, parent, position, content});
+    truth.push_back(
+        {.id = id, .entity = entity, .parent = parent, .place = id, .content = content, .revision = 1});
+    base.push_back({.localId = local,
+                    .record = id,
+                    .parent = parent,
+                    .entity = entity,
+                    .position = position,
+                    .content = content});
     client.push_back(
         {local, parent == kRoot ? String() : String(std::to_string(parent)), entity, position, content});
   }

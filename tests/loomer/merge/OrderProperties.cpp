@@ -34,8 +34,10 @@ MergeInput inputOf(const SiblingOrders& orders) {
   MergeInput input;
   for (std::size_t i = 0; i < orders.truth.size(); ++i) {
     const char letter = orders.truth[i];
-    input.truth.push_back({idOf(letter), Entity::bookmark, kRoot, static_cast<std::int64_t>(i + 1) << 20,
-                           contentOf(letter), 1, false});
+    input.truth.push_back({.id = idOf(letter),
+                           .place = static_cast<std::int64_t>(i + 1) << 20,
+                           .content = contentOf(letter),
+                           .revision = 1});
   }
   for (std::size_t i = 0; i < orders.base.size(); ++i) {
     const char letter = orders.base[i];
@@ -46,7 +48,7 @@ MergeInput inputOf(const SiblingOrders& orders) {
     record.content = contentOf(letter);
     input.base.push_back(record);
     if (has(orders.truth, letter)) continue;
-    input.truth.push_back({idOf(letter), Entity::bookmark, kRoot, 0, contentOf(letter), 2, true});
+    input.truth.push_back({.id = idOf(letter), .deleted = true, .content = contentOf(letter), .revision = 2});
   }
   input.client.emplace();
   for (std::size_t i = 0; i < orders.client.size(); ++i) {

@@ -18,14 +18,14 @@ struct Node {
   Entity entity = Entity::folder;
   bool lives = true;                   ///< after the merge
   bool changed = false;                ///< the truth's record is new or becomes different
+  bool isForgotten = false;            ///< by the truth, which had deleted what the client still holds
   const TruthRecord* truth = nullptr;  ///< live or tombstone; none for what only the client has
   const BaseRecord* base = nullptr;  ///< what the client held after its last session; none if it held nothing
   const BaseRecord* notHeld =
       nullptr;  ///< the base's note that the client was offered the record and does not hold it
   const ClientRecord* client = nullptr;
-  bool isForgotten = false;  ///< by the truth, which had deleted what the client still holds
-  Content content;           ///< after the merge
-  std::int64_t place = 0;    ///< after the merge
+  Content content;         ///< after the merge
+  std::int64_t place = 0;  ///< after the merge
 
   bool isLiveInTruth() const { return truth && !truth->deleted; }
 };

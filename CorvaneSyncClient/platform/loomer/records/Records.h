@@ -27,15 +27,17 @@ struct Content {
   friend bool operator==(const Content&, const Content&) = default;
 };
 
+// There may be a million of each of these: their members stand so that none leaves a gap.
+
 /// One record of the truth. Siblings are ordered by `place`; no two live siblings share one.
 struct TruthRecord {
   RecordId id = 0;
   Entity entity = Entity::bookmark;
+  bool deleted = false;  ///< a tombstone
   RecordId parent = kRoot;
   std::int64_t place = 0;
   Content content;
   std::int64_t revision = 0;  ///< of the last session that changed it
-  bool deleted = false;       ///< a tombstone
 };
 
 /// One record of a client's base: what that client held when its last session ended, and which record it
@@ -43,15 +45,15 @@ struct TruthRecord {
 struct BaseRecord {
   String localId;
   RecordId record = 0;
+  RecordId parent = kRoot;  ///< the record that the client's parent folder stands for
   Entity entity = Entity::bookmark;
-  RecordId parent = kRoot;    ///< the record that the client's parent folder stands for
+  /// The client was offered the record but does not hold it: it never counts as deleted by the client.
+  bool notHeld = false;
   std::int32_t position = 0;  ///< the client's own number, a sort key among its siblings
   Content content;
   /// The truth's revision of the record that the client refused or ignored: not offered again while it
   /// stands.
   std::int64_t refusedRevision = 0;
-  /// The client was offered the record but does not hold it: it never counts as deleted by the client.
-  bool notHeld = false;
   friend bool operator==(const BaseRecord&, const BaseRecord&) = default;
 };
 
