@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <limits>
 
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/Database.h"
@@ -129,18 +130,49 @@ TEST_F(JournalTest, ADamagedOneIsNotUsedAndALineSaysWhy) {
     dictionary.remove(key);
     return writeBinaryPropertyList(dictionary);
   };
-  damaged(with("Version", 2), "another version");
+  damaged(with("Version", 3), "another version");
   damaged(with("SyncedRevision", "x"), "number for the revision");
   Array rows;
   rows.append(Array{1, 2});
   damaged(with("Known", Dictionary{{"Held", rows}, {"Gone", Array{}}}), "number of fields");
   damaged(with("Known", Dictionary{{"Held", Array{}}, {"Gone", Array{3, 2}}}), "out of order");
+  damaged(with("Known", Dictionary{{"Held", Data("\x02")}, {"Gone", Array{}}}), "cut short");
+  damaged(with("Added", Data("\x7F")), "cut short");
+  damaged(with("Added", Data(std::string(11, '\x80'))), "no end");
   damaged(with("Denied", Array{"x"}), "delivery where one belongs");
   damaged(with("Denied", Array{Dictionary{{"PushId", "x"}}}), "difference between two bases");
   for (const char* key : {"Version", "PushId", "Registered", "Sessions", "Known", "Delivered", "Added"}) {
     damaged(without(key), "it has no ");
   }
   platform.log.messages.clear();
+}
+
+// As earlier versions wrote it: an array of fields for each record.
+TEST_F(JournalTest, OneWithRowsIsReadToo) {
+  file().write(full());
+  Dictionary dictionary = *readPropertyList(contents(path())).as<Dictionary>();
+  dictionary.set("Version", 1);
+  const Array row{1, 0, 7, -1000, 9, 7, "L1", "Ünïcode", false};
+  dictionary.set("Known", Dictionary{{"Held", Array{row}}, {"Gone", Array{2, 5}}});
+  dictionary.set("Added", Array{"L3", "new"});
+  std::ofstream(path(), std::ios::binary | std::ios::trunc) << writeBinaryPropertyList(dictionary);
+  ASSERT_TRUE(file().read());
+  expectSame(*file().read(), full());
+}
+
+TEST_F(JournalTest, NumbersAndTextsOfAllSizesComeBack) {
+  Journal journal;
+  journal.pushId = "push";
+  constexpr std::int64_t kNumbers[] = {
+      std::numeric_limits<std::int64_t>::min(), -129, -64, -1, 0, 63, 64, 8191, 8192,
+      std::numeric_limits<std::int64_t>::max()};
+  for (const std::int64_t number : kNumbers) {
+    journal.delivered.gone.push_back(number);
+    journal.added.push_back(std::string(static_cast<std::size_t>(number & 0x1FFF), 'x'));
+  }
+  file().write(journal);
+  ASSERT_TRUE(file().read());
+  expectSame(*file().read(), journal);
 }
 
 TEST_F(JournalTest, OneOfTheOlderFormIsTakenOverOnce) {

@@ -201,10 +201,24 @@ class BinaryWriter {
   static constexpr std::size_t kPiece = 256 * 1024;
 
   void giveIfLong() {
-    if (_text.size() < kPiece) return;
+    if (_text.size() >= kPiece) give();
+  }
+
+  void give() {
     _take(_text);
     _given += _text.size();
     _text.clear();
+  }
+
+  // Long ones without a copy.
+  void appendBytes(std::string_view bytes) {
+    if (bytes.size() < kPiece) {
+      _text += bytes;
+      return;
+    }
+    give();
+    _take(bytes);
+    _given += bytes.size();
   }
 
   void append(std::uint64_t number, std::size_t size) {
@@ -245,8 +259,7 @@ class BinaryWriter {
         return writeString(object.as<String>().view());
       case Kind::data:
         appendMarkerAndCount(4, object.as<Data>().bytes().size());
-        _text += object.as<Data>().bytes();
-        return;
+        return appendBytes(object.as<Data>().bytes());
       case Kind::array:
         appendMarkerAndCount(0xA, object.as<Array>().size());
         return writeReferences(object.as<Array>().size());

@@ -27,6 +27,8 @@ class Data {
  public:
   Data() : Data(std::string_view()) {}
   explicit Data(std::string_view bytes) : _bytes(SharedBytes::make(bytes.data(), bytes.size())) {}
+  /// Takes a share of `bytes`.
+  explicit Data(SharedBytes* bytes) : _bytes(bytes) {}
 
   std::string_view bytes() const { return _bytes->view(); }
   friend bool operator==(const Data& a, const Data& b) { return a.bytes() == b.bytes(); }

@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/store/Journal.h"
 
+#include <algorithm>
+#include <functional>
 #include <new>
 
 #include "CorvaneSyncClient/platform/foundation/Message.h"
@@ -14,7 +16,9 @@ namespace corvane::loomer {
 
 namespace {
 
-constexpr std::int64_t kVersion = 1;
+constexpr std::int64_t kVersion = 2;
+// As now, with an array for each record, and one for each list.
+constexpr std::int64_t kVersionOfRows = 1;
 
 constexpr std::int64_t kNotHeld = 1;
 constexpr std::int64_t kTabGroup = 2;
@@ -26,40 +30,124 @@ class NoJournal : public PlatformException {
   explicit NoJournal(Message reason) : PlatformException("NoJournalException", std::move(reason)) {}
 };
 
-Value optionalText(const String& text) { return text ? Value(text) : Value(false); }
+// Puts numbers and texts one behind the other: as values of a property list, those of all records would take
+// as much memory as the file that the client saves. A number goes in pieces of seven bits, the lowest first
+// and each but the last with the eighth one set; its sign is its lowest bit. A text goes behind one more than
+// its length, an absent one is 0.
+class Packer {
+ public:
+  // Without a place for the bytes it counts them alone.
+  explicit Packer(char* to) : _to(to) {}
 
-// The record's fields in one row. Dictionaries would name each field in every record.
-Array rowOf(const BaseRecord& record) {
-  const std::int64_t flags = (record.notHeld ? kNotHeld : 0) | (record.content.tabGroup ? kTabGroup : 0) |
-                             (record.content.special ? kSpecial : 0);
-  return Array{Value(record.record),
-               Value(static_cast<std::int64_t>(record.entity)),
-               Value(record.parent),
-               Value(std::int64_t{record.position}),
-               Value(record.refusedRevision),
-               Value(flags),
-               optionalText(record.localId),
-               optionalText(record.content.name),
-               optionalText(record.content.url)};
+  void add(std::int64_t number) {
+    auto rest = static_cast<std::uint64_t>(number) << 1 ^ static_cast<std::uint64_t>(number >> 63);
+    for (; rest > 0x7F; rest >>= 7) addByte(static_cast<char>(rest | 0x80));
+    addByte(static_cast<char>(rest));
+  }
+
+  void add(const String& text) {
+    const std::string_view view = text.view();
+    add(text ? static_cast<std::int64_t>(view.size() + 1) : 0);
+    if (_to) std::copy(view.begin(), view.end(), _to + _size);
+    _size += view.size();
+  }
+
+  void add(const BaseRecord& record) {
+    add(record.record);
+    add(static_cast<std::int64_t>(record.entity));
+    add(record.parent);
+    add(std::int64_t{record.position});
+    add(record.refusedRevision);
+    add((record.notHeld ? kNotHeld : 0) | (record.content.tabGroup ? kTabGroup : 0) |
+        (record.content.special ? kSpecial : 0));
+    add(record.localId);
+    add(record.content.name);
+    add(record.content.url);
+  }
+
+  std::size_t size() const { return _size; }
+
+ private:
+  void addByte(char byte) {
+    if (_to) _to[_size] = byte;
+    ++_size;
+  }
+
+  char* _to;
+  std::size_t _size = 0;
+};
+
+template <typename Item>
+Data packed(const std::vector<Item>& items) {
+  Packer counting(nullptr);
+  for (const Item& each : items) counting.add(each);
+  SharedBytes* const bytes = SharedBytes::makeUninitialized(counting.size());
+  Packer packing(bytes->mutableBytes());
+  for (const Item& each : items) packing.add(each);
+  return Data(bytes);
 }
 
+class Unpacker {
+ public:
+  explicit Unpacker(std::string_view bytes) : _rest(bytes) {}
+
+  bool isAtEnd() const { return _rest.empty(); }
+
+  std::int64_t number() {
+    std::uint64_t bits = 0;
+    for (unsigned shift = 0; shift < 64; shift += 7) {
+      const auto byte = static_cast<unsigned char>(bytes(1).front());
+      bits |= std::uint64_t{byte & 0x7FU} << shift;
+      if (byte < 0x80) return static_cast<std::int64_t>(bits >> 1 ^ (~(bits & 1) + 1));
+    }
+    throw NoJournal("a number in it has no end");
+  }
+
+  String text() {
+    const std::int64_t length = number();
+    return length == 0 ? String() : String(bytes(static_cast<std::uint64_t>(length) - 1));
+  }
+
+  void take(std::int64_t& item) { item = number(); }
+  void take(String& item) { item = text(); }
+  void take(BaseRecord& record) {
+    record.record = number();
+    record.entity = number() == 0 ? Entity::folder : Entity::bookmark;
+    record.parent = number();
+    record.position = static_cast<std::int32_t>(number());
+    record.refusedRevision = number();
+    const std::int64_t flags = number();
+    record.notHeld = (flags & kNotHeld) != 0;
+    record.content.tabGroup = (flags & kTabGroup) != 0;
+    record.content.special = (flags & kSpecial) != 0;
+    record.localId = text();
+    record.content.name = text();
+    record.content.url = text();
+  }
+
+ private:
+  std::string_view bytes(std::uint64_t count) {
+    if (count > _rest.size()) throw NoJournal("it is cut short");
+    const std::string_view taken = _rest.substr(0, count);
+    _rest.remove_prefix(count);
+    return taken;
+  }
+
+  std::string_view _rest;
+};
+
 Dictionary dictionaryOf(const BaseDifference& difference) {
-  Array held, gone;
-  for (const BaseRecord& each : difference.held) held.append(rowOf(each));
-  for (const RecordId each : difference.gone) gone.append(each);
-  return Dictionary{{"Held", held}, {"Gone", gone}};
+  return Dictionary{{"Held", packed(difference.held)}, {"Gone", packed(difference.gone)}};
 }
 
 Dictionary dictionaryOf(const Journal& journal) {
-  Array added;
-  for (const String& each : journal.added) added.append(each);
   Dictionary dictionary{{"Version", kVersion},
                         {"PushId", journal.pushId},
                         {"Registered", journal.registered.seconds},
                         {"Sessions", journal.sessions},
                         {"Known", dictionaryOf(journal.known)},
                         {"Delivered", dictionaryOf(journal.delivered)},
-                        {"Added", added}};
+                        {"Added", packed(journal.added)}};
   if (journal.syncedRevision) dictionary.set("SyncedRevision", *journal.syncedRevision);
   if (journal.knownPushId) dictionary.set("KnownPushId", journal.knownPushId);
   if (journal.denied.empty()) return dictionary;
@@ -99,21 +187,39 @@ BaseRecord recordOf(const Value& value) {
   return record;
 }
 
+void readItem(const Value& value, BaseRecord& record) { record = recordOf(value); }
+void readItem(const Value& value, std::int64_t& record) {
+  record = required<std::int64_t>(&value, "number of a record that is gone");
+}
+void readItem(const Value& value, String& localId) {
+  localId = required<String>(&value, "id of an addition");
+}
+
+// A packed list, or one of the older version.
+template <typename Item>
+std::vector<Item> itemsOf(const Value* value, const char* what) {
+  std::vector<Item> items;
+  if (const Array* const rows = value ? value->as<Array>() : nullptr) {
+    for (const Value& each : *rows) readItem(each, items.emplace_back());
+    return items;
+  }
+  Unpacker packed(required<Data>(value, what).bytes());
+  while (!packed.isAtEnd()) packed.take(items.emplace_back());
+  return items;
+}
+
 BaseDifference readDifference(const Value* value) {
   const auto& dictionary = required<Dictionary>(value, "difference between two bases");
-  BaseDifference difference;
-  for (const Value& each : required<Array>(dictionary.find("Held"), "records")) {
-    BaseRecord record = recordOf(each);
-    if (!difference.held.empty() && difference.held.back().record >= record.record) {
-      throw NoJournal("its records are out of order");
-    }
-    difference.held.push_back(std::move(record));
+  BaseDifference difference{itemsOf<BaseRecord>(dictionary.find("Held"), "records"),
+                            itemsOf<RecordId>(dictionary.find("Gone"), "list of records that are gone")};
+  const auto& held = difference.held;
+  const auto isBehind = [](const BaseRecord& a, const BaseRecord& b) { return a.record >= b.record; };
+  if (std::adjacent_find(held.begin(), held.end(), isBehind) != held.end()) {
+    throw NoJournal("its records are out of order");
   }
-  for (const Value& each : required<Array>(dictionary.find("Gone"), "list of records that are gone")) {
-    difference.gone.push_back(required<std::int64_t>(&each, "number of a record that is gone"));
-    if (difference.gone.size() > 1 && difference.gone.end()[-2] >= difference.gone.back()) {
-      throw NoJournal("the records that are gone are out of order");
-    }
+  const auto& gone = difference.gone;
+  if (std::adjacent_find(gone.begin(), gone.end(), std::greater_equal<>()) != gone.end()) {
+    throw NoJournal("the records that are gone are out of order");
   }
   return difference;
 }
@@ -132,9 +238,8 @@ std::vector<DeniedDelivery> deniedIn(const Dictionary& journal) {
 
 Journal journalOf(const Value& value) {
   const auto& dictionary = required<Dictionary>(&value, "dictionary");
-  if (required<std::int64_t>(dictionary.find("Version"), "version") != kVersion) {
-    throw NoJournal("it is of another version");
-  }
+  const std::int64_t version = required<std::int64_t>(dictionary.find("Version"), "version");
+  if (version != kVersion && version != kVersionOfRows) throw NoJournal("it is of another version");
   Journal journal;
   journal.pushId = required<String>(dictionary.find("PushId"), "push id");
   journal.registered = Date{required<double>(dictionary.find("Registered"), "date of registration")};
@@ -146,9 +251,7 @@ Journal journalOf(const Value& value) {
   journal.known = readDifference(dictionary.find("Known"));
   journal.delivered = readDifference(dictionary.find("Delivered"));
   journal.denied = deniedIn(dictionary);
-  for (const Value& each : required<Array>(dictionary.find("Added"), "list of additions")) {
-    journal.added.push_back(required<String>(&each, "id of an addition"));
-  }
+  journal.added = itemsOf<String>(dictionary.find("Added"), "list of additions");
   return journal;
 }
 
