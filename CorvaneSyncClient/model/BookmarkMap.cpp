@@ -17,11 +17,11 @@ CorvaneBookmarkFolder* BookmarkMap::findFolder(const String& uid) const {
 void BookmarkMap::insert(std::unique_ptr<CorvaneBookmark> node) {
   const String uid = node->uid();
   node->_map = this;
-  _entries.set(uid, Entry{std::move(node), String()});
+  _entries.set(uid, Entry{std::move(node)});
   sortKeyChanged(uid);
 }
 
-void BookmarkMap::insertMarker(const String& marker) { _entries.set(marker, Entry{nullptr, marker}); }
+void BookmarkMap::insertMarker(const String& marker) { _entries.set(marker, Entry{nullptr}); }
 
 void BookmarkMap::remove(const String& uid) {
   const String removed = uid;  // the caller's may belong to the node that goes
@@ -32,7 +32,7 @@ std::unique_ptr<BookmarkMap> BookmarkMap::scDeepMutableCopy() const {
   auto copy = std::make_unique<BookmarkMap>();
   copy->_entries.reserve(size());
   for (const auto& [uid, entry] : _entries) {
-    Entry copied{nullptr, entry.marker};
+    Entry copied;
     if (entry.node) {
       copied.node = entry.node->copyWithZone();
       copied.node->_map = copy.get();
@@ -48,8 +48,7 @@ std::string BookmarkMap::description() const {
   const char* separator = "";
   for (const auto& [uid, entry] : _entries) {
     if (text.size() > kDescriptionLimit) return text + "…";
-    text +=
-        format("%@%@ = %@", separator, uid, entry.node ? entry.node->description() : entry.marker.toString());
+    text += format("%@%@ = %@", separator, uid, entry.node ? entry.node->description() : uid.toString());
     separator = "; ";
   }
   return text + "}";

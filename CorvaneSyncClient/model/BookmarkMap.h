@@ -17,10 +17,9 @@ namespace corvane {
 /// marker is never a node.
 class BookmarkMap final : public Describable {
  public:
-  /// A node, or null where `marker` says what the entry is.
+  /// A node, or null for a marker, which stands under itself.
   struct Entry {
     std::unique_ptr<CorvaneBookmark> node;
-    String marker;
   };
 
   BookmarkMap() = default;

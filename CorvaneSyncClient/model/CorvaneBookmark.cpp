@@ -30,6 +30,7 @@ CorvaneBookmark::CorvaneBookmark(const CorvaneBookmark& other)
       _parentId(other._parentId),
       _initialCorvaneDictionaryRepresentation(other._initialCorvaneDictionaryRepresentation),
       _position(other._position),
+      _wasRead(other._wasRead),
       _special(other._special),
       _isIgnoredBySync(other._isIgnoredBySync) {}
 

@@ -48,8 +48,8 @@ class CorvaneBookmark : public Describable {
   /// Hidden from the user interface, or inside something hidden: the engine never hears of it.
   bool isIgnoredBySync() const { return _isIgnoredBySync; }
   /// The node's entry as it was read, less its "Children"; nothing for nodes built from engine records.
-  const std::optional<Dictionary>& initialCorvaneDictionaryRepresentation() const {
-    return _initialCorvaneDictionaryRepresentation;
+  std::optional<Dictionary> initialCorvaneDictionaryRepresentation() const {
+    return _wasRead ? std::optional(_initialCorvaneDictionaryRepresentation) : std::nullopt;
   }
 
   /// The node as one of the two kinds, or null.
@@ -118,8 +118,9 @@ class CorvaneBookmark : public Describable {
   String _title;
   String _parentId;
   BookmarkMap* _map = nullptr;  // the map that owns the node, if one does; learns of changed sort keys
-  std::optional<Dictionary> _initialCorvaneDictionaryRepresentation;
+  Dictionary _initialCorvaneDictionaryRepresentation;  // if it has one
   std::int32_t _position = 0;
+  bool _wasRead = false;  // and so has one
   bool _special = false;
   bool _isIgnoredBySync = false;
 };

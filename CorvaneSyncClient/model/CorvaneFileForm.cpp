@@ -136,6 +136,7 @@ Node* CorvaneFileForm::readCommon(const Dictionary& entry, const String& parentI
   auto owned = std::make_unique<Node>(uid);
   Node* node = owned.get();
   node->_initialCorvaneDictionaryRepresentation = withoutChildren(entry);
+  node->_wasRead = true;
   node->_position = position;
   node->_isIgnoredBySync = isInIgnoredFolder || isTrue(entry, kOmitKey);
   node->_parentId = parentId;
@@ -224,7 +225,7 @@ void CorvaneFileForm::closeFolder() {
 }
 
 Dictionary entryToWrite(const CorvaneBookmark& node) {
-  if (const auto& initial = node.initialCorvaneDictionaryRepresentation()) return *initial;
+  if (auto initial = node.initialCorvaneDictionaryRepresentation()) return *std::move(initial);
   return Dictionary{{kUuidKey, node.uid()}};
 }
 

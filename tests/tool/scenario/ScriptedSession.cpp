@@ -41,8 +41,8 @@ Dictionary describedNode(const CorvaneBookmark& bookmark) {
 Dictionary describedMap(const BookmarkMap& map) {
   Dictionary described;
   for (const auto& entry : map) {
-    const auto& [node, marker] = entry.value;
-    described.set(entry.key, node ? Value(describedNode(*node)) : Value(marker));
+    const CorvaneBookmark* const node = entry.value.node.get();
+    described.set(entry.key, node ? Value(describedNode(*node)) : Value(entry.key));
   }
   return described;
 }
