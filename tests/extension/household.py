@@ -3,6 +3,7 @@ its own, and one home for the host and the tools."""
 
 import os
 import pathlib
+import signal
 import sys
 import time
 
@@ -183,6 +184,21 @@ class Household:
         path.write_text(f'#!/bin/sh\nexec env {settings} "{self.build}/bin/corvane-browser-host" "$@"\n', encoding="utf-8")
         path.chmod(0o755)
         return str(path)
+
+    def kill_host(self, flavour):
+        """The program that serves that browser."""
+        host, = [each for each in pathlib.Path("/proc").iterdir() if self.is_host(each, flavour)]
+        os.kill(int(host.name), signal.SIGKILL)
+
+    def is_host(self, process, flavour):
+        try:
+            arguments = (process / "cmdline").read_bytes().split(b"\0")
+            environment = (process / "environ").read_bytes().split(b"\0")
+        except OSError:  # it is none, has ended, or is somebody else's
+            return False
+        return (arguments[0] == f"{self.build}/bin/corvane-browser-host".encode()
+                and f"HOME={self.home.path}".encode() in environment
+                and arguments[1].startswith(b"chrome-") == (flavour == "chromium"))
 
     def file(self):
         return FileHand(self.home)
