@@ -49,7 +49,7 @@ TEST_F(FailedRunsTest, CausesInAnUnknownFormAreToldInEnglish) {
   Value deep = String("end");
   for (int i = 0; i < 1'000; ++i) deep = Dictionary{{"Text", "%1"}, {"Values", Array{deep}}};
   const Value forms[] = {Value(-1), Value(true), Dictionary{{"Text", "without values"}},
-                         Dictionary{{"Text", "%1"}, {"Values", Array{Array()}}}, deep};
+                         Dictionary{{"Text", "%1"}, {"Values", Array{Value(Array())}}}, deep};
   for (const Value& each : forms) {
     write({{"All", 1}, {"InARow", 1}, {"Cause", "in English"}, {"Message", each}});
     EXPECT_EQ(tr(kept()), "in English");
