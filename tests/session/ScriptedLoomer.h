@@ -70,6 +70,7 @@ class ScriptedLoomer : public LoomerManager {
     LoomerClient* client() override { return _client; }
     bool sync() override { return _loomer.script(_dataSource, *this); }
     Message lastError() override { return _loomer.lastError.toString(); }
+    LoomerSessionResult lastResult() override { return {}; }
 
    private:
     ScriptedLoomer& _loomer;

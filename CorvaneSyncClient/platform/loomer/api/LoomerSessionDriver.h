@@ -150,6 +150,13 @@ class LoomerSessionDriverDataSource {
   virtual std::optional<bool> tookChanges(const String& /*pushId*/) { return std::nullopt; }
 };
 
+/// What a session did, in numbers.
+struct LoomerSessionResult {
+  std::size_t pushed = 0;     ///< records of the truth that it changed
+  std::size_t pulled = 0;     ///< changes that the client took
+  std::size_t conflicts = 0;  ///< values that both sides had changed, of which one gave way
+};
+
 /// Runs one session for a data source.
 class LoomerSessionDriver {
  public:
@@ -169,6 +176,8 @@ class LoomerSessionDriver {
   virtual bool sync() = 0;
   /// Why the last `sync` answered false; absent after a success.
   virtual Message lastError() = 0;
+  /// What the last `sync` did; nothing but zeros where that was none that succeeded.
+  virtual LoomerSessionResult lastResult() = 0;
 };
 
 }  // namespace corvane

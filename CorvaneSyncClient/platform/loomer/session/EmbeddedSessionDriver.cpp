@@ -36,11 +36,11 @@ class Session {
         _schema(schema),
         _journal(store.path(), client.row()) {}
 
-  // Runs the session and commits. Raises SessionCancelled, LoomerStoreException and what the data source
-  // raises.
+  // Runs the session and commits. Answers what it did. Raises SessionCancelled, LoomerStoreException and what
+  // the data source raises.
   //
   // All that can fail in the store comes before the client saves, but for the commit itself.
-  void run() {
+  LoomerSessionResult run() {
     const Opening opening = open();
     Stored stored = mergeAndStore(opening);
     String error;
@@ -53,6 +53,7 @@ class Session {
                 MessageText<2>("The client %1 could not finish the session: %2."));
     commit(stored.delivers);
     if (opening.journal || isInJournal) _journal.remove();
+    return stored.result;
   }
 
   // Whether the session got as far as its transaction.
@@ -271,6 +272,7 @@ class Session {
   // What is still to be known of a session all of which is in the store.
   struct Stored {
     bool delivers = false;
+    LoomerSessionResult result;
     std::optional<Journal> journal;
   };
 
@@ -283,7 +285,10 @@ class Session {
     Settlement settlement =
         settle(opening, plan, std::move(planned), delivery, Platform::current().clock.now());
     store(opening, plan, settlement);
-    return {plan.delivers(), std::move(settlement.journal)};
+    LoomerSessionResult result;
+    if (const auto& entry = settlement.logEntry)
+      result = {entry->changed, entry->delivered - entry->refused, plan.result.losses.size()};
+    return {plan.delivers(), result, std::move(settlement.journal)};
   }
 
   // Writes all that the session changes in the store, in the transaction that is open.
@@ -394,11 +399,12 @@ void EmbeddedSessionDriver::_setClient(LoomerClient* client) {
 bool EmbeddedSessionDriver::sync() {
   if (_exchange) _exchange->takeIn();
   _lastError = Message();
+  _lastResult = {};
   const auto schema = prepare();
   if (!schema) return false;
   Session session(_clients.store(), *this, _dataSource, *_client, *schema);
   try {
-    session.run();
+    _lastResult = session.run();
   } catch (const SessionRefused& refused) {
     rollBack();
     cancel(sentences(refused.message(), storeRefusal(refused)), session.tookLock());

@@ -36,6 +36,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   LoomerClient* client() override { return _client; }
   bool sync() override;
   Message lastError() override { return _lastError; }
+  LoomerSessionResult lastResult() override { return _lastResult; }
 
  private:
   /// Finds the client and reads the schema; nothing, with `lastError` set, when there is none.
@@ -57,6 +58,7 @@ class EmbeddedSessionDriver : public LoomerSessionDriver {
   String _identifier;  // of the client that was set; absent for the data source's own
   EmbeddedClient* _client = nullptr;
   Message _lastError;  // empty after a success
+  LoomerSessionResult _lastResult;
 };
 
 }  // namespace corvane::loomer
