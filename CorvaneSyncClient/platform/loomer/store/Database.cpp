@@ -134,8 +134,10 @@ void Statement::bind(int index, bool copied, const std::string& value) {
   check(sqlite3_bind_text64(_statement, index, value.data(), value.size(), lifetime(copied), SQLITE_UTF8));
 }
 
+// What has no bytes may have no address, which to SQLite is NULL.
 void Statement::bind(int index, bool copied, const Blob& value) {
-  check(sqlite3_bind_blob64(_statement, index, value.bytes.data(), value.bytes.size(), lifetime(copied)));
+  const char* const bytes = value.bytes.empty() ? "" : value.bytes.data();
+  check(sqlite3_bind_blob64(_statement, index, bytes, value.bytes.size(), lifetime(copied)));
 }
 
 void Statement::bind(int index, bool copied, const std::optional<std::int64_t>& value) {
