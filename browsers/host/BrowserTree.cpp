@@ -10,7 +10,7 @@ namespace corvane::browsers {
 void BrowserTree::add(BrowserNode node) {
   if (node.id.empty()) throw MessageProblem("The browser's tree has a node without an id.");
   _text += node.title.size() + node.url.size();
-  if (_nodes.size() >= kMostNodes || _text > kMostText) {
+  if (_nodes.size() >= _mostNodes || _text > kMostText) {
     throw MessageProblem("The browser's tree is larger than any that can be synced.");
   }
   const bool isRoot = node.root.has_value();
@@ -33,7 +33,7 @@ void BrowserTree::add(BrowserNode node) {
   if (!_nodes.emplace(id, std::move(node)).second) {
     throw MessageProblem("The browser's tree has two nodes with the id " + id + ".");
   }
-  if (!isRoot) _children[parent].push_back(id);
+  if (!isRoot) _children[parent].append(id);
 }
 
 std::vector<const BrowserNode*> BrowserTree::nodes() const {
@@ -71,7 +71,11 @@ const BrowserNode* BrowserTree::root(RootKind kind) const {
 const std::vector<std::string>& BrowserTree::childrenOf(const std::string& id) const {
   static const std::vector<std::string> kNone;
   const auto found = _children.find(id);
-  return found == _children.end() ? kNone : found->second;
+  return found == _children.end() ? kNone : found->second.ids();
+}
+
+std::size_t BrowserTree::indexOf(const std::string& id) const {
+  return _children.at(_nodes.at(id).parent).indexOf(id);
 }
 
 bool BrowserTree::isSyncedByBrowser() const {
@@ -85,8 +89,7 @@ void BrowserTree::put(const BrowserNode& node, std::size_t index) {
     unlist(known->second);
     known->second = node;
   }
-  std::vector<std::string>& siblings = _children[node.parent];
-  siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(std::min(index, siblings.size())), node.id);
+  _children[node.parent].insert(index, node.id);
 }
 
 void BrowserTree::remove(const std::string& id) {
@@ -99,7 +102,7 @@ void BrowserTree::remove(const std::string& id) {
 
 void BrowserTree::unlist(const BrowserNode& node) {
   const auto siblings = _children.find(node.parent);
-  if (siblings != _children.end()) std::erase(siblings->second, node.id);
+  if (siblings != _children.end()) siblings->second.remove(node.id);
 }
 
 }  // namespace corvane::browsers

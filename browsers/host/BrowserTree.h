@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "browsers/host/BrowserNode.h"
+#include "browsers/host/SiblingList.h"
 
 namespace corvane::browsers {
 
@@ -16,6 +17,8 @@ class BrowserTree {
  public:
   static constexpr std::size_t kMostNodes = 1'000'000;
   static constexpr std::size_t kMostText = std::size_t{1} << 30;  ///< bytes of all titles and addresses
+
+  explicit BrowserTree(std::size_t mostNodes = kMostNodes) : _mostNodes(mostNodes) {}
 
   /// Adds a node behind its parent, which was added before, as the last of its children. Of two roots of one
   /// kind, which Chromium has with an account, the one that the account keeps in step counts; the other one
@@ -31,6 +34,8 @@ class BrowserTree {
   const BrowserNode* root(RootKind kind) const;
   /// The ids of a folder's children; none for anything else.
   const std::vector<std::string>& childrenOf(const std::string& id) const;
+  /// The place of a node that is known, and no root, among its siblings.
+  std::size_t indexOf(const std::string& id) const;
   /// Whether the browser's own account keeps a root in step.
   bool isSyncedByBrowser() const;
 
@@ -45,8 +50,9 @@ class BrowserTree {
   void unlist(const BrowserNode& node);
 
   std::unordered_map<std::string, BrowserNode> _nodes;
-  std::unordered_map<std::string, std::vector<std::string>> _children;
+  std::unordered_map<std::string, SiblingList> _children;
   std::map<RootKind, std::string> _roots;
+  std::size_t _mostNodes;
   std::size_t _text = 0;
 };
 

@@ -146,13 +146,11 @@ class Presenter {
   // The place behind `last`, or the first; as it counts once `moved` is taken out.
   std::size_t indexBehind(const std::string& folder, const std::string& last,
                           const std::string& moved) const {
-    const std::vector<std::string>& siblings = _browser.childrenOf(folder);
     if (last.empty()) return 0;
-    const auto place = std::find(siblings.rbegin(), siblings.rend(), last);
-    if (place == siblings.rend()) return siblings.size();
-    const auto before = siblings.begin() + (siblings.rend() - place);
-    const bool isBefore = !moved.empty() && std::find(siblings.begin(), before, moved) != before;
-    return static_cast<std::size_t>(before - siblings.begin()) - (isBefore ? 1 : 0);
+    const std::size_t place = _browser.indexOf(last);
+    const BrowserNode* const leaving = _browser.find(moved);
+    const bool isBefore = leaving && leaving->parent == folder && _browser.indexOf(moved) < place;
+    return place + (isBefore ? 0 : 1);
   }
 
   // What the browser is given: it is shown the menu's stand-in by the menu's name.

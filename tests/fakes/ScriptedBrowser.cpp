@@ -77,24 +77,32 @@ bool hasHost(const std::string& scheme) {
 }  // namespace
 
 ScriptedBrowser::ScriptedBrowser(Kind kind) : _kind(kind) {
-  const auto makeRoot = [&](RootKind root, const std::string& firefoxId, const std::string& title) {
-    const std::string id = kind == Kind::firefox ? firefoxId : newId();
-    _state.nodes[id] = {{}, NodeKind::folder, root, title, {}, _now};
-  };
   if (kind == Kind::chromium) {
     newId();  // of the root of roots
-    makeRoot(RootKind::bar, {}, "Bookmarks bar");
-    makeRoot(RootKind::other, {}, "Other bookmarks");
+    makeRoot(RootKind::bar, newId(), "Bookmarks bar");
+    makeRoot(RootKind::other, newId(), "Other bookmarks");
   } else {
     makeRoot(RootKind::bar, "toolbar_____", "Bookmarks Toolbar");
     makeRoot(RootKind::menu, "menu________", "Bookmarks Menu");
     makeRoot(RootKind::other, "unfiled_____", "Other Bookmarks");
     makeRoot(RootKind::mobile, "mobile______", "Mobile Bookmarks");
   }
-  _durable = _state;
+  _unwritten.clear();
+}
+
+void ScriptedBrowser::makeRoot(RootKind root, const std::string& id, const std::string& title) {
+  _state.nodes[id] = {{}, NodeKind::folder, root, title, {}, _now};
+}
+
+std::string ScriptedBrowser::makeMobileRoot() {
+  const std::string id = newId();
+  makeRoot(RootKind::mobile, id, "Mobile bookmarks");
+  _unwritten.clear();
+  return id;
 }
 
 std::string ScriptedBrowser::newId() {
+  note([](State& state) { --state.lastId; });
   const std::string number = std::to_string(++_state.lastId);
   return _kind == Kind::chromium
              ? number
@@ -106,34 +114,48 @@ std::string ScriptedBrowser::insert(Node node, std::size_t index) {
   const std::string parent = node.parent;
   const std::string id = newId();
   _state.nodes[id] = std::move(node);
-  place(id, parent, index);
+  note([id](State& state) { state.nodes.erase(id); });
+  list(id, parent, index);
   return id;
 }
 
-void ScriptedBrowser::place(const std::string& id, const std::string& parent, std::size_t index) {
-  unlist(id);
+void ScriptedBrowser::list(const std::string& id, const std::string& parent, std::size_t index) {
   _state.nodes.at(id).parent = parent;
-  std::vector<std::string>& siblings = _state.children[parent];
-  siblings.insert(siblings.begin() + static_cast<std::ptrdiff_t>(std::min(index, siblings.size())), id);
-  noteDurable();
+  _state.children[parent].insert(index, id);
+  note([id, parent](State& state) { state.children.at(parent).remove(id); });
 }
 
 void ScriptedBrowser::unlist(const std::string& id) {
-  const auto siblings = _state.children.find(_state.nodes.at(id).parent);
-  if (siblings != _state.children.end()) std::erase(siblings->second, id);
+  const std::string parent = _state.nodes.at(id).parent;
+  browsers::SiblingList& siblings = _state.children.at(parent);
+  const std::size_t index = siblings.indexOf(id);
+  siblings.remove(id);
+  note([id, parent, index](State& state) {
+    state.nodes.at(id).parent = parent;
+    state.children[parent].insert(index, id);
+  });
 }
 
-// What is written of the state by now. Firefox writes at once.
-void ScriptedBrowser::noteDurable() {
-  if (_kind == Kind::firefox) {
-    _durable = _state;
-  } else {
-    _unwritten.emplace_back(_now, _state);
-  }
+// A node of which title or address are about to change.
+ScriptedBrowser::Node& ScriptedBrowser::changeable(const std::string& id) {
+  Node& node = _state.nodes.at(id);
+  note([id, before = node](State& state) { state.nodes.at(id) = before; });
+  return node;
+}
+
+// A node that is not listed, and in which nothing is.
+void ScriptedBrowser::erase(const std::string& id) {
+  note([id, before = _state.nodes.at(id)](State& state) { state.nodes[id] = before; });
+  _state.children.erase(id);
+  _state.nodes.erase(id);
+}
+
+// Firefox writes at once.
+void ScriptedBrowser::note(Undo undo) {
+  if (_kind == Kind::chromium) _unwritten.push_back({_now, std::move(undo)});
 }
 
 void ScriptedBrowser::edited() {
-  noteDurable();
   _hasNews = true;
   if (_running && !std::exchange(_announced, true)) say("changed");
 }
@@ -176,30 +198,30 @@ std::string ScriptedBrowser::add(const std::string& parent, NodeKind kind, const
 }
 
 void ScriptedBrowser::rename(const std::string& id, const std::string& title) {
-  _state.nodes.at(id).title = titleAsKept(title);
+  changeable(id).title = titleAsKept(title);
   edited();
 }
 
 void ScriptedBrowser::readdress(const std::string& id, const std::string& url) {
   const auto address = addressAsKept(url);
   if (!address) return;
-  _state.nodes.at(id).url = *address;
+  changeable(id).url = *address;
   edited();
 }
 
 void ScriptedBrowser::move(const std::string& id, const std::string& parent, std::size_t index) {
   const std::vector<std::string> below = subtree(id);
   if (std::find(below.begin(), below.end(), parent) != below.end()) return;
-  place(id, parent, index);
+  unlist(id);
+  list(id, parent, index);
   edited();
 }
 
 void ScriptedBrowser::remove(const std::string& id) {
-  std::vector<std::string> below = subtree(id);
-  unlist(id);
-  for (const std::string& each : below) {
-    _state.children.erase(each);
-    _state.nodes.erase(each);
+  const std::vector<std::string> below = subtree(id);
+  for (auto each = below.rbegin(); each != below.rend(); ++each) {
+    unlist(*each);
+    erase(*each);
   }
   edited();
 }
@@ -215,19 +237,17 @@ void ScriptedBrowser::renewIds() {
   }
   for (const auto& [folder, children] : _state.children) {
     if (!renewed.contains(folder)) continue;
-    for (const std::string& child : children) state.children[renewed.at(folder)].push_back(renewed.at(child));
+    for (const std::string& child : children.ids())
+      state.children[renewed.at(folder)].append(renewed.at(child));
   }
+  note([before = _state](State& after) { after = before; });
   _state = std::move(state);
   edited();
 }
 
 void ScriptedBrowser::pass(std::int64_t milliseconds) {
   _now += milliseconds;
-  const auto durable = std::find_if(_unwritten.rbegin(), _unwritten.rend(),
-                                    [this](const auto& each) { return each.first + kUntilDurable <= _now; });
-  if (durable == _unwritten.rend()) return;
-  _durable = durable->second;
-  _unwritten.erase(_unwritten.begin(), durable.base());
+  while (!_unwritten.empty() && _unwritten.front().time + kUntilDurable <= _now) _unwritten.pop_front();
 }
 
 void ScriptedBrowser::start() {
@@ -250,17 +270,17 @@ void ScriptedBrowser::connect() {
   hello.member("run", "run " + std::to_string(_runs));
   hello.member("generation", generation);
   _messages.push_back(hello.text());
+  if (_paused) pause(true);
 }
 
 void ScriptedBrowser::quit() {
   _running = false;
-  _durable = _state;
   _unwritten.clear();
 }
 
 void ScriptedBrowser::kill() {
   _running = false;
-  _state = _durable;
+  for (auto each = _unwritten.rbegin(); each != _unwritten.rend(); ++each) each->undo(_state);
   _unwritten.clear();
 }
 
@@ -270,6 +290,13 @@ void ScriptedBrowser::restore(const ScriptedBrowser& backup) {
   *this = backup;
   _now = time;
   _runs = runs;
+}
+
+void ScriptedBrowser::pause(bool paused) {
+  _paused = paused;
+  JsonMessage message("pause");
+  message.member("paused", paused);
+  _messages.push_back(message.text());
 }
 
 void ScriptedBrowser::say(const std::string& type) { _messages.push_back(JsonMessage(type).text()); }
@@ -345,7 +372,7 @@ void ScriptedBrowser::writeNode(JsonMessage& message, const std::string& id) con
   if (node.root) {
     message.member("kind", "root");
     message.member("root", browsers::nameOf(*node.root));
-    if (_kind == Kind::chromium) message.member("syncing", false);
+    if (_kind == Kind::chromium) message.member("syncing", isSyncedByAccount);
   } else {
     message.member("parent", node.parent);
     message.member("kind", browsers::nameOf(isTooLarge ? NodeKind::separator : node.kind));
@@ -417,15 +444,12 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
   if (const std::string problem = problemOf(request); !problem.empty()) return fail(id, problem, true);
   if (!address) return fail(id, "invalid URL", false);
   if (!_state.nodes.contains(nodeId)) return fail(id, "no node is named", false);
-  Node& node = _state.nodes.at(nodeId);
-  if (node.root) return fail(id, "the roots stay as they are", false);
+  if (_state.nodes.at(nodeId).root) return fail(id, "the roots stay as they are", false);
   if (!fits(request)) return fail(id, "different", false);
   if (type == "remove") {
     if (!childrenOf(nodeId).empty()) return fail(id, "the folder is not empty", false);
     unlist(nodeId);
-    _state.children.erase(nodeId);
-    _state.nodes.erase(nodeId);
-    noteDurable();
+    erase(nodeId);
     JsonMessage answer("answer", id);
     answer.member("removed", true);
     _messages.push_back(answer.text());
@@ -435,12 +459,13 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
     const std::vector<std::string> below = subtree(nodeId);
     const bool isInItself = std::find(below.begin(), below.end(), parent) != below.end();
     if (isInItself) return fail(id, "a folder cannot lie in itself", false);
-    place(nodeId, parent, index);
+    unlist(nodeId);
+    list(nodeId, parent, index);
     return answerNode(id, nodeId);
   }
+  Node& node = changeable(nodeId);
   if (browsers::memberNamed(request, "title")) node.title = titleAsKept(browsers::textIn(request, "title"));
   if (hasUrl) node.url = *address;
-  noteDurable();
   answerNode(id, nodeId);
 }
 
@@ -453,12 +478,11 @@ void ScriptedBrowser::fail(std::int64_t id, std::string_view error, bool missing
 }
 
 void ScriptedBrowser::answerNode(std::int64_t id, const std::string& node, bool more) {
-  const std::vector<std::string>& siblings = childrenOf(_state.nodes.at(node).parent);
   JsonMessage answer("answer", id);
   answer.member("more", more);
   answer.begin("node");
   writeNode(answer, node);
-  answer.member("index", std::find(siblings.begin(), siblings.end(), node) - siblings.begin());
+  answer.member("index", _state.children.at(_state.nodes.at(node).parent).indexOf(node));
   answer.end();
   _messages.push_back(answer.text());
 }
@@ -473,7 +497,7 @@ std::string ScriptedBrowser::root(RootKind kind) const {
 const std::vector<std::string>& ScriptedBrowser::childrenOf(const std::string& id) const {
   static const std::vector<std::string> kNone;
   const auto found = _state.children.find(id);
-  return found == _state.children.end() ? kNone : found->second;
+  return found == _state.children.end() ? kNone : found->second.ids();
 }
 
 std::vector<std::string> ScriptedBrowser::subtree(const std::string& id) const {

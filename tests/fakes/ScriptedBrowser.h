@@ -3,16 +3,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "browsers/host/BrowserNode.h"
 #include "browsers/host/Json.h"
+#include "browsers/host/SiblingList.h"
 
 namespace corvane {
 
@@ -56,6 +57,9 @@ class ScriptedBrowser {
 
   /// Time goes on; what is older than three seconds is durable.
   void pass(std::int64_t milliseconds);
+  /// Chromium's folder of what comes from a phone appears, for good, with all that is not durable yet.
+  /// Answers its id.
+  std::string makeMobileRoot();
   /// Starts, and connects with a host: `hello` is the first message.
   void start();
   /// Another host connects, as after it was ended or the extension reloaded.
@@ -76,6 +80,8 @@ class ScriptedBrowser {
   std::optional<std::string> next();
   /// What the extension says unasked, such as "syncNow".
   void say(const std::string& type);
+  /// The user pauses syncing, or resumes it, which the extension keeps.
+  void pause(bool paused);
   /// Whether the user's edits have been announced by `changed`, or are to be.
   bool hasNews() const { return _hasNews; }
   /// The last message of that type that the host sent; empty where there was none.
@@ -98,23 +104,32 @@ class ScriptedBrowser {
   std::int64_t now() const { return _now; }
 
   std::string token = "11111111-1111-4111-8111-111111111111";
-  std::int64_t generation = 0;  ///< as the host gave it
+  std::int64_t generation = 0;     ///< as the host gave it
+  bool isSyncedByAccount = false;  ///< Chromium's own keeps the roots in step
   /// Puts the profile, which is not running, back to an earlier state of all its files.
   void restore(const ScriptedBrowser& backup);
 
  private:
   struct State {
     std::map<std::string, Node> nodes;
-    std::map<std::string, std::vector<std::string>> children;
+    std::map<std::string, browsers::SiblingList> children;
     std::uint64_t lastId = 0;
+  };
+  using Undo = std::function<void(State&)>;
+  struct Unwritten {
+    std::int64_t time = 0;
+    Undo undo;
   };
 
   std::string newId();
+  void makeRoot(browsers::RootKind root, const std::string& id, const std::string& title);
   std::string insert(Node node, std::size_t index);
-  void place(const std::string& id, const std::string& parent, std::size_t index);
+  void list(const std::string& id, const std::string& parent, std::size_t index);
   void unlist(const std::string& id);
+  Node& changeable(const std::string& id);
+  void erase(const std::string& id);
+  void note(Undo undo);
   void edited();
-  void noteDurable();
   std::string titleAsKept(const std::string& title) const;
   std::optional<std::string> addressAsKept(const std::string& address) const;
 
@@ -132,11 +147,11 @@ class ScriptedBrowser {
 
   Kind _kind;
   State _state;
-  State _durable;
-  std::vector<std::pair<std::int64_t, State>> _unwritten;  ///< states by time, until they are durable
+  std::deque<Unwritten> _unwritten;  ///< how what is not durable is taken back, in the order of the changes
   std::int64_t _now = 1'700'000'000'000;
   std::int64_t _runs = 0;
   bool _running = false;
+  bool _paused = false;
   bool _hasNews = false;
   bool _announced = false;
   std::size_t _requests = 0;
