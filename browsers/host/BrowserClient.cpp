@@ -1,6 +1,7 @@
 #include "browsers/host/BrowserClient.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,32 @@ namespace corvane::browsers {
 namespace {
 
 constexpr const char* kGenerationKey = "browserSnapshotGeneration";
+
+loomer::Entity entityFor(NodeKind kind) {
+  return kind == NodeKind::folder ? loomer::Entity::folder : loomer::Entity::bookmark;
+}
+
+// In the truth only what lies in its root is special.
+bool isSpecialThere(const HeldNode& node) { return node.isSpecial && node.parent.empty(); }
+
+// So that texts of different parts never make one text.
+void append(std::string& text, std::string_view part, bool isAbsent = false) {
+  const std::uint64_t length = isAbsent ? 0 : part.size() + 1;
+  text.append(reinterpret_cast<const char*>(&length), sizeof length);
+  text += part;
+}
+
+// All that a node's record says.
+void appendRecord(std::string& text, const HeldNode& node) {
+  text.append(reinterpret_cast<const char*>(&node.position), sizeof node.position);
+  text += static_cast<char>(node.kind);
+  text += static_cast<char>(node.opensAsTabs);
+  text += static_cast<char>(isSpecialThere(node));
+  append(text, node.localId);
+  append(text, node.parent);
+  append(text, node.title.value.view(), !node.title.value);
+  append(text, node.url.value.view(), !node.url.value);
+}
 
 NodeKind kindOf(loomer::Entity entity) {
   return entity == loomer::Entity::folder ? NodeKind::folder : NodeKind::bookmark;
@@ -63,17 +90,51 @@ bool BrowserClient::readAgain() {
 
 Dictionary BrowserClient::recordsForEntityName(const String& entityName, bool& /*moreComing*/,
                                                String& /*error*/) {
-  const loomer::EntitySchema& schema = _schema.of(entityOf(entityName));
+  const NodeKind kind = kindOf(entityOf(entityName));
   Dictionary records;
+  eachRecord([&](const HeldNode& node) {
+    if (node.kind == kind) records.set(node.localId, recordOf(node));
+  });
+  return records;
+}
+
+Dictionary BrowserClient::recordOf(const HeldNode& node) const {
+  const loomer::Content content{.name = node.title.value,
+                                .url = node.url.value,
+                                .tabGroup = node.opensAsTabs,
+                                .special = isSpecialThere(node)};
+  const String parent = node.parent.empty() ? String() : String(node.parent);
+  return loomer::recordDictionary(_schema.of(entityFor(node.kind)), content, node.position, parent);
+}
+
+template <typename Take>
+void BrowserClient::eachRecord(Take take) const {
   for (const HeldNode* const node : _state.held.topDown()) {
-    if (node->kind != kindOf(schema.entity)) continue;
-    const loomer::Content content{.name = node->title.value,
-                                  .url = node->url.value,
-                                  .tabGroup = node->opensAsTabs,
-                                  .special = node->isSpecial && node->parent.empty()};
-    const String parent = node->parent.empty() ? String() : String(node->parent);
-    records.set(node->localId, loomer::recordDictionary(schema, content, node->position, parent));
+    if (node->kind != NodeKind::separator) take(*node);
   }
+}
+
+std::optional<std::vector<std::uint64_t>> BrowserClient::recordDigests(const HashKey& key) {
+  std::vector<std::uint64_t> digests;
+  std::string text;
+  eachRecord([&](const HeldNode& node) {
+    text.clear();
+    appendRecord(text, node);
+    digests.push_back(sipHash(key, text));
+  });
+  return digests;
+}
+
+Dictionary BrowserClient::recordsAt(const String& entityName, const std::vector<std::size_t>& places) {
+  const NodeKind kind = kindOf(entityOf(entityName));
+  Dictionary records;
+  std::size_t place = 0;
+  auto next = places.begin();
+  eachRecord([&](const HeldNode& node) {
+    if (next == places.end() || *next != place++) return;
+    ++next;
+    if (node.kind == kind) records.set(node.localId, recordOf(node));
+  });
   return records;
 }
 
@@ -176,8 +237,7 @@ bool BrowserClient::sessionDriverDidPull(LoomerSessionDriver& /*driver*/, String
 bool BrowserClient::sessionDriverWillFinishSession(LoomerSessionDriver& driver, String& /*error*/) {
   const bool isKnown = _seen == _state.generation && !_state.isEdited && _delivered == 0;
   if (isKnown) return true;
-  _save(_working, _state.generation + 1);
-  ++_state.generation;
+  _state.generation = _save(_working);
   _state.held = std::move(_working);
   if (LoomerClient* const client = driver.client())
     client->setObject(Value(_state.generation), kGenerationKey);

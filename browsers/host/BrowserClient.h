@@ -17,7 +17,7 @@ namespace corvane::browsers {
 /// What the sync engine talks to during one session of a browser's bookmarks. The client takes what is
 /// delivered into a copy of what it holds, and has that saved at the end; the browser is given it afterwards.
 /// So a session takes no longer than a file's, and none waits for a browser.
-class BrowserClient final : public LoomerSessionDriverDataSource {
+class BrowserClient : public LoomerSessionDriverDataSource {
  public:
   /// Of the snapshot that a session works on.
   struct State {
@@ -26,8 +26,8 @@ class BrowserClient final : public LoomerSessionDriverDataSource {
     std::int64_t generation = 0;
     bool isEdited = false;  ///< it is no more what the snapshot of this generation says
   };
-  /// Saves what is held as the snapshot of the generation after. Raises PlatformException.
-  using Save = std::function<void(const HeldTree& held, std::int64_t generation)>;
+  /// Saves what is held as the snapshot of a later generation, which it answers. Raises PlatformException.
+  using Save = std::function<std::int64_t(const HeldTree& held)>;
 
   /// All must outlive this object. `description` is the path of the client's description.
   BrowserClient(String identifier, std::string description, State& state, const Stamp& now, Save save);
@@ -45,6 +45,8 @@ class BrowserClient final : public LoomerSessionDriverDataSource {
   double sessionBeginSessionTimeout() override { return 60.0; }
   double sessionPullChangesTimeout() override { return 600.0; }
   Dictionary recordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
+  std::optional<std::vector<std::uint64_t>> recordDigests(const HashKey& key) override;
+  Dictionary recordsAt(const String& entityName, const std::vector<std::size_t>& places) override;
   /// Always none: a session over a changed tree is a slow one.
   Dictionary changedRecordsForEntityName(const String& entityName, bool& moreComing, String& error) override;
   int applyChange(const LoomerChange& change, const String& entityName, String& remappedRecordIdentifier,
@@ -59,6 +61,10 @@ class BrowserClient final : public LoomerSessionDriverDataSource {
 
  private:
   loomer::Entity entityOf(const String& entityName) const;
+  Dictionary recordOf(const HeldNode& node) const;
+  /// What the engine is given, parents first.
+  template <typename Take>
+  void eachRecord(Take take) const;
   void deleteNode(const std::string& localId);
   /// The browser's own folder that stands for the new record; nothing for any other.
   std::optional<RootKind> rootFor(const loomer::ClientRecord& record) const;

@@ -5,12 +5,14 @@
 #include <utility>
 #include <variant>
 
+#include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -33,6 +35,7 @@ constexpr double kBetweenProgress = 0.2;  // seconds
 constexpr int kTriesAgainstFasterUsers = 3;
 constexpr int kTriesForFormerHost = 12;  // of ten seconds each
 constexpr std::size_t kUuidSize = 36;
+constexpr std::ptrdiff_t kMostTold = 1000;
 
 double now() { return Platform::current().clock.now().seconds; }
 
@@ -44,6 +47,18 @@ std::int64_t milliseconds(double seconds) {
 bool isUuid(const std::string& token) {
   return token.size() == kUuidSize &&
          std::all_of(token.begin(), token.end(), [](char c) { return c == '-' || hexDigitValue(c) >= 0; });
+}
+
+// No number that another host, which has the snapshot from a backup or the profile from a copy, is likely to
+// give away for something else.
+std::int64_t laterGeneration(std::int64_t generation) {
+  constexpr std::uint64_t kLongestStep = 1U << 20U;
+  const String random = Platform::current().uuids.newUuid();
+  return generation + 1 + static_cast<std::int64_t>(sipHash({}, random.view()) % kLongestStep);
+}
+
+bool isTold(const Snapshot& snapshot, std::int64_t generation) {
+  return std::find(snapshot.told.begin(), snapshot.told.end(), generation) != snapshot.told.end();
 }
 
 std::string nameForPeople(const Hello& hello) {
@@ -152,7 +167,9 @@ LostTime BrowserHost::lostBefore(const Hello& hello) const {
   LostTime lost;
   // A browser that has not been started anew has lost nothing.
   if (hello.run == _snapshot.run || _snapshot.generation == 0) return lost;
-  if (hello.generation < _snapshot.generation) lost.generation = hello.generation;
+  lost.isFromElsewhere = hello.generation != 0 && !isTold(_snapshot, hello.generation);
+  const bool isEarlier = !lost.isFromElsewhere && hello.generation != _snapshot.generation;
+  if (isEarlier) lost.generation = hello.generation;
   if (hello.browser == "chromium")
     lost.since = _snapshot.ended.value_or(_snapshot.saved).seconds - kUntilDurable;
   return lost;
@@ -185,15 +202,16 @@ void BrowserHost::ended() {
 
 // --- Sessions.
 
-// Every session notes in the store that it was: without this, two browsers would wake one another for ever. A
-// store that cannot be read is the session's to complain about.
+// Every session notes in the store that it was, and one that fails that it did: without this, two browsers
+// would wake one another for ever. A store that cannot be read is the session's to complain about.
 bool BrowserHost::mayHaveNews() const {
+  if (_failedAt) return storeState() != _failedAt;
   try {
     loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
     store.beginReading();
     const auto client = loomer::ClientTable(store).find(identifier());
-    return !_snapshot.isFinished || !client || client->resetPending || client->restorePending ||
-           client->cancelled || loomer::mayHaveNews(*client, loomer::RecordTable(store).state());
+    return !client || client->resetPending || client->restorePending ||
+           loomer::mayHaveNews(*client, loomer::RecordTable(store).state());
   } catch (const PlatformException&) {
     return true;
   }
@@ -210,10 +228,30 @@ std::optional<std::int64_t> BrowserHost::revisionOfTruth() const {
   }
 }
 
+// Nothing where it cannot be read.
+std::optional<BrowserHost::StoreState> BrowserHost::storeState() const {
+  try {
+    loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
+    store.beginReading();
+    StoreState state;
+    state.revision = loomer::RecordTable(store).state().revision;
+    for (const loomer::ClientState& each : loomer::ClientTable(store).all()) {
+      state.sessions += each.sessions;
+      if (each.identifier != identifier()) continue;
+      state.isPending = each.resetPending || each.restorePending;
+      const auto refusal = loomer::RefusalTable(store).find(each.id);
+      state.isApproved = refusal && refusal->approved;
+    }
+    return state;
+  } catch (const PlatformException&) {
+    return std::nullopt;
+  }
+}
+
 void BrowserHost::sync() {
   _isWanted = false;
   _isStopped = false;
-  _pushed = _pulled = 0;
+  _result = {};
   _isSyncing = true;
   sendState("syncing");
   notePause();
@@ -234,10 +272,11 @@ void BrowserHost::sync() {
   _isSyncing = false;
   _hasChangedTruth = revisionOfTruth() != before;
   if (_problem) return;
-  if (_pushed + _pulled > 0) _last = Last{milliseconds(now()), _pushed, _pulled};
+  const bool didSomething = _result.pushed + _result.pulled + _result.conflicts > 0;
+  if (didSomething) _last = Last{milliseconds(now()), _result};
   if (!_snapshot.isFinished) {
     _since.reset();
-  } else if (!_since || _pushed + _pulled > 0) {
+  } else if (!_since || didSomething) {
     _since = milliseconds(now());
   }
   sendState(_isPaused ? "paused" : "idle");
@@ -245,6 +284,7 @@ void BrowserHost::sync() {
 
 bool BrowserHost::runOnce() {
   BrowserTree browser = _requests.read();
+  if (_isPaused) return true;  // as a profile that was paused before says just behind its `hello`
   _isSyncedByBrowser = browser.isSyncedByBrowser();
   HeldTree held = _snapshot.tree;
   const Intake intake = takeIn(held, browser, _lost, {_snapshot.generation + 1, now()});
@@ -263,7 +303,7 @@ bool BrowserHost::runOnce() {
     showInBrowser(browser, isDifferent);
   } else if (_isRunNew) {
     // From here on nothing is missing because the browser was started.
-    _file->write(_snapshot);
+    write(_snapshot);
   }
   _isRunNew = false;
   tellGeneration();
@@ -275,14 +315,12 @@ bool BrowserHost::runSession(std::map<RootKind, std::string> roots) {
   BrowserClient::State state{_snapshot.tree, std::move(roots), _snapshot.generation,
                              _edits > 0 || _snapshot.generation == 0};
   const bool wasFinished = _snapshot.isFinished;
-  std::size_t delivered = 0;
   const BrowserClient* session = nullptr;
-  BrowserClient client(identifier(), joinedPath(_directory, _token + ".description.plist"), state, stamp,
-                       [&](const HeldTree& held, std::int64_t generation) {
-                         delivered = session->delivered();
-                         save(held, generation, wasFinished && delivered == 0);
-                       });
+  BrowserClient client(
+      identifier(), joinedPath(_directory, _token + ".description.plist"), state, stamp,
+      [&](const HeldTree& held) { return save(held, wasFinished && session->delivered() == 0); });
   session = &client;
+  _failedAt = storeState();
   const auto driver = LoomerSessionDriver::sessionDriverWithDataSource(client);
   RunReport report(identifier());
   const bool succeeded = driver->sync();
@@ -292,22 +330,38 @@ bool BrowserHost::runSession(std::map<RootKind, std::string> roots) {
     setProblem(tr(driver->lastError()), tr("Run `loomerctl status` in a terminal."));
     return false;
   }
-  _pushed += std::exchange(_edits, 0);
-  _pulled += delivered;
+  _failedAt.reset();
+  _edits = 0;
+  const LoomerSessionResult result = driver->lastResult();
+  _result.pushed += result.pushed;
+  _result.pulled += result.pulled;
+  _result.conflicts += result.conflicts;
   return true;
 }
 
-void BrowserHost::save(const HeldTree& held, std::int64_t generation, bool isFinished) {
+std::int64_t BrowserHost::save(const HeldTree& held, bool isFinished) {
   Snapshot next;
-  next.generation = generation;
+  next.generation = laterGeneration(_snapshot.generation);
+  next.told = _snapshot.told;
   next.run = _snapshot.run;
   next.saved = Date{now()};
   next.isFinished = isFinished;
   next.tree = held;
-  _file->write(next);
+  write(next);
   _snapshot.generation = next.generation;
+  _snapshot.told = next.told;
   _snapshot.saved = next.saved;
   _snapshot.isFinished = next.isFinished;
+  return next.generation;
+}
+
+// A generation that the browser is to be told is in the snapshot before.
+void BrowserHost::write(Snapshot& snapshot) {
+  std::vector<std::int64_t>& told = snapshot.told;
+  if (snapshot.isFinished && snapshot.generation > 0 && !isTold(snapshot, snapshot.generation))
+    told.push_back(snapshot.generation);
+  if (std::ssize(told) > kMostTold) told.erase(told.begin(), told.end() - kMostTold);
+  _file->write(snapshot);
 }
 
 void BrowserHost::showInBrowser(BrowserTree& browser, bool& isDifferent) {
@@ -316,7 +370,7 @@ void BrowserHost::showInBrowser(BrowserTree& browser, bool& isDifferent) {
   isDifferent = presented.isDifferent;
   _snapshot.isFinished = presented.isFinished && !presented.isDifferent;
   _snapshot.saved = Date{now()};
-  _file->write(_snapshot);
+  write(_snapshot);
 }
 
 bool BrowserHost::goesOn(std::size_t done, std::size_t of) {
@@ -362,8 +416,9 @@ void BrowserHost::sendState(const char* state, std::size_t done, std::size_t of)
   if (_last) {
     message.begin("last");
     message.member("time", _last->time);
-    message.member("pushed", _last->pushed);
-    message.member("pulled", _last->pulled);
+    message.member("pushed", _last->result.pushed);
+    message.member("pulled", _last->result.pulled);
+    message.member("conflicts", _last->result.conflicts);
     message.end();
   }
   if (of > 0) {

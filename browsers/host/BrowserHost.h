@@ -26,8 +26,8 @@ class BrowserHost {
   void take(const ExtensionMessage& message);
   /// Another client's session may have changed the truth.
   void storeChanged() { _isWanted = true; }
-  /// Whether the truth has moved on since the client's last session, or something else waits for its next
-  /// one.
+  /// Whether the truth has moved on since the client's last session, or somebody has decided what the next
+  /// one is to do. After a session that failed: whether it may go otherwise now.
   bool mayHaveNews() const;
   /// Whether there is reason for a session.
   bool wantsSession() const { return _isWanted && _isOpen && !_isPaused; }
@@ -39,16 +39,22 @@ class BrowserHost {
 
   /// Whether the last session changed the truth, be it by what the online service brought.
   bool hasChangedTruth() const { return _hasChangedTruth; }
-  /// Whether the last session failed, or none can be run.
-  bool hasProblem() const { return _problem.has_value(); }
   /// Whether the profile is known and its store is there.
   bool isOpen() const { return _isOpen; }
 
  private:
   struct Last {
     std::int64_t time = 0;  // milliseconds since 1970
-    std::size_t pushed = 0;
-    std::size_t pulled = 0;
+    LoomerSessionResult result;
+  };
+  /// What a session that fails may wait for.
+  struct StoreState {
+    std::int64_t revision = 0;  ///< of the truth
+    std::int64_t sessions = 0;  ///< of all clients, that succeeded
+    bool isPending = false;     ///< that it resets or restores the client
+    bool isApproved = false;    ///< what the guard refused to it
+
+    bool operator==(const StoreState&) const = default;
   };
   struct Problem {
     std::string text;
@@ -68,8 +74,10 @@ class BrowserHost {
   bool runOnce();
   /// False where it failed, of which the user has been told.
   bool runSession(std::map<RootKind, std::string> roots);
+  std::optional<StoreState> storeState() const;
   void showInBrowser(BrowserTree& browser, bool& isDifferent);
-  void save(const HeldTree& held, std::int64_t generation, bool isFinished);
+  std::int64_t save(const HeldTree& held, bool isFinished);
+  void write(Snapshot& snapshot);
   void notePause() const;
   void tellGeneration();
   void setProblem(std::string text, std::string remedy);
@@ -93,9 +101,9 @@ class BrowserHost {
   bool _isSyncing = false;
   bool _hasChangedTruth = false;
   bool _isStopped = false;
-  std::size_t _edits = 0;  // that no session has taken yet
-  std::size_t _pushed = 0;
-  std::size_t _pulled = 0;
+  std::size_t _edits = 0;       // that no session has taken yet
+  LoomerSessionResult _result;  // of the sessions of one `sync`
+  std::optional<StoreState> _failedAt;
   bool _isSyncedByBrowser = false;
   double _lastProgress = 0.0;  // in seconds since 2001
   std::optional<std::int64_t> _since;

@@ -8,6 +8,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/text/CaseFolding.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
+#include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::browsers {
 
@@ -45,6 +46,15 @@ struct ByRank {
 };
 
 }  // namespace
+
+void AddedTimes::set(std::int64_t time) {
+  constexpr std::size_t kMostBefore = 8;
+  if (time == now) return;
+  std::erase(before, time);
+  if (now != 0) before.push_back(now);
+  if (before.size() > kMostBefore) before.erase(before.begin());
+  now = time;
+}
 
 HeldNode* HeldTree::find(const std::string& localId) {
   return const_cast<HeldNode*>(std::as_const(*this).find(localId));
@@ -120,6 +130,11 @@ void HeldTree::place(HeldNode node) {
   _nodes[id] = std::move(node);
 }
 
+void HeldTree::makeRoot(const std::string& localId, RootKind kind) {
+  _nodes.at(localId).root = kind;
+  _roots.emplace(kind, localId);
+}
+
 void HeldTree::drop(const std::string& localId) {
   const auto found = _nodes.find(localId);
   if (found == _nodes.end()) return;
@@ -186,6 +201,10 @@ std::vector<std::string> HeldTree::toShowIn(const std::string& folder) const {
   }
   std::erase_if(all, [this](const std::string& each) { return find(each)->root.has_value(); });
   return all;
+}
+
+std::string titleToShow(const HeldNode& node) {
+  return node.isSpecial ? tr("Bookmarks Menu") : node.title.value.toString();
 }
 
 std::string folderOfRoot(RootKind kind) { return kRootMark + std::string(nameOf(kind)); }

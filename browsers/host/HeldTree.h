@@ -45,6 +45,15 @@ struct Stamp {
   double time = 0.0;            ///< in seconds since 2001
 };
 
+/// When a browser says that it added a node, in milliseconds since 1970: what it says now, and said of the
+/// same node in other copies of the profile, or before it was made anew.
+struct AddedTimes {
+  std::int64_t now = 0;
+  std::vector<std::int64_t> before;  ///< the latest few
+
+  void set(std::int64_t time);
+};
+
 /// Something that the client holds: a record, or a separator, which the engine never hears of.
 struct HeldNode {
   std::string localId;  ///< the client's own, for good
@@ -56,10 +65,12 @@ struct HeldNode {
   bool isSpecial = false;        ///< the bookmarks bar or menu
   std::optional<RootKind> root;  ///< the browser's own folder that stands for it
   Showing showing = Showing::waiting;
-  std::string browserId;        ///< of what is shown
+  std::string browserId;  ///< of what is shown
+  /// Of the folder in which the browser showed it before it had a root for it; empty for none. It is to go.
+  std::string standIn;
   std::string shownIn;          ///< the folder that it is shown in; see `HeldTree::folderToShowIn`
   std::int64_t shownIndex = 0;  ///< and its place there
-  std::int64_t added = 0;       ///< as BrowserNode has it
+  AddedTimes added;
   Stamp changed;
   std::int32_t position = 0;  ///< among its siblings, while changes are delivered
 };
@@ -70,7 +81,7 @@ struct RemovedNode {
   std::string browserId;
   std::string title;
   std::string url;
-  std::int64_t added = 0;
+  AddedTimes added;
   Stamp changed;
   bool isWaiting = false;  ///< to be removed from the browser
 };
@@ -101,6 +112,8 @@ class HeldTree {
   /// Puts a node, which `add` has not seen or has, among its siblings by its position: before the first one
   /// with a greater number, or with the same number and a title that sorts after its own.
   void place(HeldNode node);
+  /// Has a folder in the truth's root be what the browser's own folder of that kind stands for, as none does.
+  void makeRoot(const std::string& localId, RootKind kind);
   /// Takes a node away; what is in it waits for changes of its own.
   void drop(const std::string& localId);
 
@@ -133,6 +146,9 @@ class HeldTree {
   std::map<RootKind, std::string> _roots;  // local ids
 };
 
+/// The title that the browser is given for what is not one of its own folders: it shows the truth's menu by
+/// the menu's name.
+std::string titleToShow(const HeldNode& node);
 /// How `HeldTree::folderToShowIn` calls a root.
 std::string folderOfRoot(RootKind kind);
 /// The root that is called so; nothing for any other folder.

@@ -63,11 +63,13 @@ class TakingIn {
       : _held(held), _browser(browser), _lost(lost), _now(now), _nodes(browser.nodes()) {}
 
   Intake run() {
+    adoptRoots();
     for (const HeldNode* const each : _held.topDown()) {
       _former.emplace(each->localId, *each);
       _formerOrder[each->parent].push_back(each->localId);
     }
     bindRoots();
+    bindStandIns();
     matchById();
     matchInPlace();
     matchRest();
@@ -82,6 +84,58 @@ class TakingIn {
 
  private:
   // --- Which node is which.
+
+  // Chromium has a folder for what comes from a phone only once something is in it. Until then the truth's is
+  // a folder like any other.
+  void adoptRoots() {
+    for (const RootKind kind : kRootKinds) {
+      const BrowserNode* const root = _browser.root(kind);
+      if (!root || _held.root(kind)) continue;
+      const std::vector<std::string>& inRoot = _held.childrenOf({});
+      const auto found = std::find_if(inRoot.begin(), inRoot.end(), [&](const std::string& each) {
+        const HeldNode& node = *_held.find(each);
+        return node.kind == NodeKind::folder && node.title.value == titleOfRoot(kind) &&
+               node.isSpecial == isSpecialRoot(kind) && !node.root;
+      });
+      if (found != inRoot.end()) becomeRoot(*_held.find(*found), kind);
+    }
+  }
+
+  void becomeRoot(HeldNode& node, RootKind kind) {
+    if (node.showing == Showing::shown) node.standIn = node.browserId;
+    node.showing = Showing::shown;
+    node.shownIn.clear();
+    node.title = {node.title.value, {}, false};
+    _held.makeRoot(node.localId, kind);
+    for (const HeldNode* const each : _held.topDown()) {
+      if (each->shownIn == node.localId) _held.find(each->localId)->shownIn = folderOfRoot(kind);
+    }
+    if (const auto ordered = _held.ordered.extract(node.localId))
+      _held.ordered[folderOfRoot(kind)] = ordered.mapped();
+  }
+
+  // What a browser shows in the stand-in for a root lies in the root, to which it is moved. Then the stand-in
+  // is removed. The browser may lose both.
+  void bindStandIns() {
+    for (const RootKind kind : kRootKinds) {
+      const HeldNode* const node = _held.root(kind);
+      const BrowserNode* const standIn = node && _browser.root(kind) ? _browser.find(node->standIn) : nullptr;
+      if (!standIn || standIn->kind != NodeKind::folder || standIn->added != node->added.now) continue;
+      _folders[standIn->id] = folderOfRoot(kind);
+      _doomed.insert(standIn->id);
+      _withStandIn.insert(folderOfRoot(kind));
+      std::erase_if(_held.removed,
+                    [&](const RemovedNode& each) { return each.isWaiting && each.browserId == standIn->id; });
+      _held.removed.push_back({.kind = NodeKind::folder,
+                               .browserId = standIn->id,
+                               .title = standIn->title,
+                               .url = {},
+                               .added = {standIn->added, {}},
+                               .changed = _now,
+                               .isWaiting = true});
+      _intake.lost = true;
+    }
+  }
 
   void bindRoots() {
     for (const RootKind kind : kRootKinds) {
@@ -113,7 +167,7 @@ class TakingIn {
       const auto found = node->root ? byBrowserId.end() : byBrowserId.find(node->id);
       if (found == byBrowserId.end()) continue;
       const HeldNode& known = *found->second;
-      if (known.kind != node->kind || known.added != node->added) continue;
+      if (known.kind != node->kind || known.added.now != node->added) continue;
       const bool agrees = known.title.shown == node->title || known.shownIn == folderOf(*node) ||
                           (node->kind == NodeKind::bookmark && known.url.shown == node->url);
       if (agrees) match(*node, known.localId);
@@ -131,8 +185,7 @@ class TakingIn {
       } else if (node.showing == Showing::waiting) {
         const std::string folder = _held.folderToShowIn(node);
         const std::string address = likenessOfAddress(node.url.value.view());
-        _waiting.add(joined(folder, node.kind, likenessOfTitle(node.title.value.view()), address),
-                     node.localId);
+        _waiting.add(joined(folder, node.kind, likenessOfTitle(titleToShow(node)), address), node.localId);
         if (node.kind == NodeKind::bookmark)
           _waitingByAddress.add(joined(folder, node.kind, {}, address), node.localId);
       }
@@ -154,7 +207,7 @@ class TakingIn {
   void matchInPlace() {
     collectCandidates();
     for (const BrowserNode* const node : _nodes) {
-      if (node->root || _localIds.contains(node->id)) continue;
+      if (node->root || _localIds.contains(node->id) || _doomed.contains(node->id)) continue;
       if (const std::string found = candidateInPlace(*node); !found.empty()) match(*node, found);
     }
   }
@@ -176,39 +229,53 @@ class TakingIn {
 
   // A folder into which the user has put something lives.
   void findDoomed() {
-    std::multimap<std::string, RemovedNode*> removed;  // by what they look like
     for (RemovedNode& each : _held.removed) {
-      if (isToGo(each)) removed.emplace(joinedWithTime(each), &each);
+      if (!isToGo(each)) continue;
+      enterToGo(each, each.added.now);
+      for (const std::int64_t added : each.added.before) enterToGo(each, added);
     }
     for (auto node = _nodes.rbegin(); node != _nodes.rend(); ++node) {
-      if ((*node)->root || _localIds.contains((*node)->id)) continue;
+      if ((*node)->root || _localIds.contains((*node)->id) || _doomed.contains((*node)->id)) continue;
       const std::vector<std::string>& children = _browser.childrenOf((*node)->id);
       const bool isEmpty = std::all_of(children.begin(), children.end(),
                                        [this](const std::string& id) { return _doomed.contains(id); });
-      RemovedNode* const known = isEmpty ? removedLike(removed, **node) : nullptr;
+      RemovedNode* const known = isEmpty ? removedLike(**node) : nullptr;
       if (!known) continue;
       _doomed.insert((*node)->id);
       if (!known->isWaiting) _intake.lost = true;
       known->isWaiting = true;
       known->browserId = (*node)->id;
+      known->title = (*node)->title;
+      known->url = (*node)->url;
     }
     // What is not there any more need not be removed.
     for (RemovedNode& each : _held.removed)
       each.isWaiting = each.isWaiting && _doomed.contains(each.browserId);
   }
 
-  template <typename Node>
-  static std::string joinedWithTime(const Node& node) {
-    return joined(std::to_string(node.added), node.kind, node.title, node.url);
+  // What comes back may look as it did before it was changed, and then deleted.
+  void enterToGo(RemovedNode& node, std::int64_t added) {
+    const std::string time = std::to_string(added);
+    _toGo.emplace(joined(time, node.kind, node.title, node.url), &node);
+    if (!node.isWaiting) _toGo.emplace(joinedWithId(time, node.kind, node.browserId), &node);
   }
 
-  static RemovedNode* removedLike(std::multimap<std::string, RemovedNode*>& removed,
-                                  const BrowserNode& node) {
-    const auto [first, last] = removed.equal_range(joinedWithTime(node));
-    if (first == last) return nullptr;
-    RemovedNode* const found = first->second;
-    removed.erase(first);
-    return found;
+  static std::string joinedWithId(const std::string& time, NodeKind kind, const std::string& browserId) {
+    return joined(time, kind, {}, {}) + '\0' + browserId;
+  }
+
+  // Each is found once; null for none.
+  RemovedNode* removedLike(const BrowserNode& node) {
+    const std::string time = std::to_string(node.added);
+    for (const std::string& key :
+         {joined(time, node.kind, node.title, node.url), joinedWithId(time, node.kind, node.id)}) {
+      for (auto found = _toGo.find(key); found != _toGo.end(); found = _toGo.find(key)) {
+        RemovedNode* const removed = found->second;
+        _toGo.erase(found);
+        if (_found.insert(removed).second) return removed;
+      }
+    }
+    return nullptr;
   }
 
   // --- What was deleted by the user, and what lives on.
@@ -216,7 +283,8 @@ class TakingIn {
   // Of what is not in the browser.
   bool isGone(const HeldNode& node) const {
     return node.showing == Showing::shown && !node.root && !_matched.contains(node.localId) &&
-           !isUnderMissingRoot(node) && !_lost.covers(node.changed) && !_revived.contains(node.localId);
+           !isUnderMissingRoot(node) && !_lost.isFromElsewhere && !_lost.covers(node.changed) &&
+           !_revived.contains(node.localId);
   }
 
   // A root may vanish for a while, as with the browser's account; nobody has deleted what is in it.
@@ -264,7 +332,7 @@ class TakingIn {
       }
       HeldNode& held = *_held.find(localId);
       held.browserId = node->id;
-      held.added = node->added;
+      held.added.set(node->added);
       held.shownIn = folder;
       held.showing = Showing::shown;
       std::vector<std::string>& siblings = _inFolder[folder];
@@ -288,6 +356,10 @@ class TakingIn {
   void takeNode(HeldNode& held, const BrowserNode& node, const std::string& folder) {
     const bool isNew = held.showing != Showing::shown;
     const bool isLost = !isNew && _lost.covers(held.changed);
+    // Also of ours, of which the answer may have been lost with the host.
+    const bool isAnother =
+        isNew || held.title.shown != node.title || held.url.shown != node.url || folder != held.shownIn;
+    if (isAnother && !isLost) held.changed = _now;
     bool edited =
         takeForm(held.title, node.title, titleFor(node), isNew, isLost, held.isSpecial, likenessOfTitle);
     if (node.kind == NodeKind::bookmark)
@@ -300,9 +372,7 @@ class TakingIn {
         edited = true;
       }
     }
-    if (!edited) return;
-    held.changed = _now;
-    if (held.kind != NodeKind::separator) ++_intake.edits;
+    if (edited && held.kind != NodeKind::separator) ++_intake.edits;
   }
 
   // Whether the user has changed it.
@@ -514,7 +584,7 @@ class TakingIn {
       differs |= former->second.shownIndex < last;
       last = former->second.shownIndex;
     }
-    if (!differs) return false;
+    if (!differs || _withStandIn.contains(folder)) return false;
     const auto ordered = _held.ordered.find(folder);
     const bool isLost = ordered != _held.ordered.end() && _lost.covers(ordered->second);
     if (isLost || wasOnItsWay(before, folder)) {
@@ -589,7 +659,10 @@ class TakingIn {
       _folders;  // what the held tree calls a folder, by the browser's id
   std::unordered_map<std::string, std::string> _localIds;  // by the browser's id
   std::unordered_set<std::string> _matched;                // local ids
+  std::multimap<std::string, RemovedNode*> _toGo;          // by what they look like, and by their ids
+  std::unordered_set<const RemovedNode*> _found;           // of those
   std::unordered_set<std::string> _doomed;                 // ids of the browser
+  std::unordered_set<std::string> _withStandIn;            // folders of which the browser shows two
   std::unordered_set<std::string> _revived;                // local ids
   std::unordered_map<std::string, std::vector<std::string>>
       _inFolder;  // what the browser shows, as local ids

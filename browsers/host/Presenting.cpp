@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "browsers/host/MessageProblem.h"
 
 namespace corvane::browsers {
 
@@ -143,7 +143,8 @@ class Presenter {
     return staying;
   }
 
-  // The place behind `last`, or the first; as it counts once `moved` is taken out.
+  // The place in the folder behind `last`, which lies there, or the first; as it counts once `moved` is taken
+  // out.
   std::size_t indexBehind(const std::string& folder, const std::string& last,
                           const std::string& moved) const {
     if (last.empty()) return 0;
@@ -151,11 +152,6 @@ class Presenter {
     const BrowserNode* const leaving = _browser.find(moved);
     const bool isBefore = leaving && leaving->parent == folder && _browser.indexOf(moved) < place;
     return place + (isBefore ? 0 : 1);
-  }
-
-  // What the browser is given: it is shown the menu's stand-in by the menu's name.
-  static std::string titleToShow(const HeldNode& node) {
-    return node.isSpecial ? tr("Bookmarks Menu") : node.title.value.toString();
   }
 
   // Chromium would make a folder of a bookmark without an address; no browser tells a separator of ours.
@@ -195,6 +191,8 @@ class Presenter {
 
   void takeMade(HeldNode& node, const std::string& folder, const ChangeAnswer& answer) {
     if (answer.outcome == Outcome::refused) return refuse(node);
+    if (answer.outcome == Outcome::done && _browser.find(answer.node->node.id))
+      throw MessageProblem("The extension says that it has made a node that was there before.");
     if (answer.outcome == Outcome::different || !isMadeOf(node, *answer.node)) {
       _isDifferent = true;
       return;
@@ -202,7 +200,7 @@ class Presenter {
     node.showing = Showing::shown;
     node.browserId = answer.node->node.id;
     node.shownIn = folder;
-    node.added = answer.node->node.added;
+    node.added.set(answer.node->node.added);
     take(node, *answer.node, true, true);
   }
 

@@ -67,6 +67,27 @@ Stamp stampIn(const Dictionary& dictionary) {
   return {integerIn(dictionary, "Generation"), realIn(dictionary, "Changed")};
 }
 
+void setAdded(Dictionary& entry, const AddedTimes& added) {
+  entry.set("Added", added.now);
+  if (added.before.empty()) return;
+  std::vector<Value> before(added.before.begin(), added.before.end());
+  entry.set("AddedBefore", Array(std::move(before)));
+}
+
+std::vector<std::int64_t> integersIn(const Dictionary& dictionary, const char* key) {
+  std::vector<std::int64_t> integers;
+  const Array* const values = dictionary.array(key);
+  if (!values) return integers;
+  for (const Value& each : *values) {
+    if (const auto* const integer = each.as<std::int64_t>()) integers.push_back(*integer);
+  }
+  return integers;
+}
+
+AddedTimes addedIn(const Dictionary& entry) {
+  return {integerIn(entry, "Added"), integersIn(entry, "AddedBefore")};
+}
+
 Dictionary entryOf(const HeldNode& node) {
   Dictionary entry{{"Id", node.localId}, {"Kind", nameOf(node.kind)}};
   setText(entry, "Parent", node.parent);
@@ -78,9 +99,10 @@ Dictionary entryOf(const HeldNode& node) {
   setFlag(entry, "Waiting", node.showing == Showing::waiting);
   setFlag(entry, "Refused", node.showing == Showing::refused);
   setText(entry, "BrowserId", node.browserId);
+  setText(entry, "StandIn", node.standIn);
   setText(entry, "ShownIn", node.shownIn);
   entry.set("ShownIndex", node.shownIndex);
-  entry.set("Added", node.added);
+  setAdded(entry, node.added);
   setStamp(entry, node.changed);
   return entry;
 }
@@ -105,15 +127,17 @@ HeldNode nodeOf(const Dictionary& entry) {
                  : flagIn(entry, "Refused") ? Showing::refused
                                             : Showing::shown;
   node.browserId = entry.string("BrowserId").toString();
+  node.standIn = entry.string("StandIn").toString();
   node.shownIn = entry.string("ShownIn").toString();
   node.shownIndex = integerIn(entry, "ShownIndex");
-  node.added = integerIn(entry, "Added");
+  node.added = addedIn(entry);
   node.changed = stampIn(entry);
   return node;
 }
 
 Dictionary entryOf(const RemovedNode& node) {
-  Dictionary entry{{"Kind", nameOf(node.kind)}, {"Added", node.added}};
+  Dictionary entry{{"Kind", nameOf(node.kind)}};
+  setAdded(entry, node.added);
   setText(entry, "BrowserId", node.browserId);
   setText(entry, "Title", node.title);
   setText(entry, "Url", node.url);
@@ -127,7 +151,7 @@ RemovedNode removedNodeOf(const Dictionary& entry) {
           .browserId = entry.string("BrowserId").toString(),
           .title = entry.string("Title").toString(),
           .url = entry.string("Url").toString(),
-          .added = integerIn(entry, "Added"),
+          .added = addedIn(entry),
           .changed = stampIn(entry),
           .isWaiting = flagIn(entry, "Waiting")};
 }
@@ -155,6 +179,7 @@ void addNode(HeldTree& tree, HeldNode node) {
 std::string snapshotBytes(const Snapshot& snapshot) {
   std::vector<Value> nodes;
   for (const HeldNode* const each : snapshot.tree.topDown()) nodes.emplace_back(entryOf(*each));
+  std::vector<Value> told(snapshot.told.begin(), snapshot.told.end());
   std::vector<Value> removed;
   for (const RemovedNode& each : snapshot.tree.removed) removed.emplace_back(entryOf(each));
   Dictionary ordered;
@@ -165,6 +190,7 @@ std::string snapshotBytes(const Snapshot& snapshot) {
   }
   Dictionary file{{"Version", kVersion},
                   {"Generation", snapshot.generation},
+                  {"Told", Array(std::move(told))},
                   {"Run", snapshot.run},
                   {"Saved", snapshot.saved},
                   {"Finished", snapshot.isFinished},
@@ -181,6 +207,7 @@ Snapshot snapshotOf(std::string_view bytes) {
   if (!file || integerIn(*file, "Version") != kVersion) refuse("it is of no version that is known here");
   Snapshot snapshot;
   snapshot.generation = integerIn(*file, "Generation");
+  snapshot.told = integersIn(*file, "Told");
   snapshot.run = file->string("Run").toString();
   snapshot.saved = file->date("Saved").value_or(Date());
   snapshot.ended = file->date("Ended");

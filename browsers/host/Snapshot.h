@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/values/Date.h"
 #include "browsers/host/HeldTree.h"
@@ -13,7 +14,9 @@ namespace corvane::browsers {
 /// saved, the client has taken a delivery. The browser is brought in line with it afterwards.
 struct Snapshot {
   std::int64_t generation = 0;  ///< grows with each session that saves it
-  std::string run;              ///< of the browser
+  /// The generations that the browser was told, ascending; the latest ones.
+  std::vector<std::int64_t> told;
+  std::string run;  ///< of the browser
   Date saved;
   std::optional<Date> ended;  ///< when the connection did; nothing where the host was killed
   bool isFinished = true;     ///< whether the browser has been given all that it can hold

@@ -57,7 +57,8 @@ void serve(BrowserHost& host, NativeMessages& messages) {
   std::optional<StoreWatch> watch;
   bool awaitsQuiet = false;
   while (true) {
-    while (auto message = messages.arrived()) host.take(readExtensionMessage(*std::move(message)));
+    while (auto message = messages.arrived())
+      host.take(readExtensionMessage(*std::move(message)));
     if (messages.hasEnded()) return;
     if (host.isOpen() && !watch) watch.emplace(path);
     if (host.wantsSession()) {
@@ -65,9 +66,6 @@ void serve(BrowserHost& host, NativeMessages& messages) {
       host.sync();
       if (host.hasChangedTruth()) syncFilesSoon();
       if (!std::exchange(hasSynced, true)) store = storeAt(path);
-      // What it wrote itself is no news for the next one, as the store tells; but for one that failed, which
-      // needs somebody else to do something first.
-      if (host.hasProblem()) watch->wasWritten();
       continue;
     }
     if (waitForNews(watch ? &*watch : nullptr, awaitsQuiet)) {

@@ -49,6 +49,14 @@ void HostedBrowser::sync() {
   if (!browser.isRunning()) start();
 }
 
+bool HostedBrowser::notice() {
+  if (!_host || !_host->mayHaveNews()) return false;
+  _host->storeChanged();
+  const bool wanted = _host->wantsSession();
+  settle();
+  return wanted;
+}
+
 void HostedBrowser::quit() {
   settle();
   if (!browser.isRunning()) return;
@@ -73,6 +81,7 @@ void HostedBrowser::restartHost() {
 }
 
 void HostedBrowser::send(std::string_view message) {
+  if (onMessage) onMessage(message);
   if (_hostDiesAt > 0 && --_hostDiesAt == 0) throw HostKilled{};
   if (_browserDiesAt > 0 && --_browserDiesAt == 0) {
     ++_kills;

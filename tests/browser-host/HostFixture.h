@@ -27,6 +27,8 @@ class HostedBrowser : public browsers::MessageChannel {
   void settle();
   /// Has the host look, as when another client has synced.
   void sync();
+  /// Has the host hear that the store was written, by whomever. Answers whether it runs a session for that.
+  bool notice();
   /// The browser ends by itself, and with it the host.
   void quit();
   /// The browser is killed; the host notices that its input ends.
@@ -50,6 +52,8 @@ class HostedBrowser : public browsers::MessageChannel {
   ScriptedBrowser browser;
   /// What happens once, before the next request for a change arrives.
   std::function<void()> beforeNextChange;
+  /// Called with each message of the host.
+  std::function<void(std::string_view)> onMessage;
 
  private:
   std::unique_ptr<browsers::BrowserHost> _host;
