@@ -184,7 +184,9 @@ void BrowserHost::describe(const Hello& hello) const {
   const std::string path = joinedPath(_directory, _token + ".description.plist");
   const std::string bytes = writeXmlPropertyList(description);
   std::string known;
-  if (!Platform::current().files.read(path, known) && known == bytes) return;
+  const bool isDescribed = !Platform::current().files.read(path, known);
+  // A browser with two profiles open at once says less of each than before.
+  if (isDescribed && (known == bytes || hello.profile.empty())) return;
   const PrivateUmask forTheUserAlone;
   if (const auto error = Platform::current().files.writeAtomically(path, bytes)) {
     throw PlatformException(NSObjectNotAvailableException, path + ": " + error.message());

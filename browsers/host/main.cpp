@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
@@ -18,6 +19,7 @@
 #include "browsers/BrowserNames.h"
 #include "browsers/host/BrowserHost.h"
 #include "browsers/host/NativeMessages.h"
+#include "browsers/host/ProfileName.h"
 #include "browsers/host/StoreWatch.h"
 
 namespace corvane::browsers {
@@ -31,6 +33,13 @@ constexpr int kQuietMilliseconds = 1000;
 bool isStartedByOwnExtension(int argc, const char* const* argv) {
   const std::string origin = "chrome-extension://" + std::string(kChromiumExtension) + "/";
   return (argc >= 2 && argv[1] == origin) || (argc >= 3 && argv[2] == kFirefoxExtension);
+}
+
+// No extension can tell what its profile is called.
+ExtensionMessage withProfileName(ExtensionMessage message) {
+  auto* const hello = std::get_if<Hello>(&message);
+  if (hello && hello->profile.empty()) hello->profile = profileNameIn(hello->browser, openFilesOfParent());
+  return message;
 }
 
 // Waits for a message or a write to the store; with `awaitsQuiet` for a second at most. Answers whether that
@@ -58,7 +67,7 @@ void serve(BrowserHost& host, NativeMessages& messages) {
   bool awaitsQuiet = false;
   while (true) {
     while (auto message = messages.arrived())
-      host.take(readExtensionMessage(*std::move(message)));
+      host.take(withProfileName(readExtensionMessage(*std::move(message))));
     if (messages.hasEnded()) return;
     if (host.isOpen() && !watch) watch.emplace(path);
     if (host.wantsSession()) {
