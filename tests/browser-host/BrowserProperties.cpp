@@ -33,7 +33,10 @@ enum class Event : int {
   rename,
   readdress,
   move,
+  nest,
   erase,
+  fillMobile,
+  moveMeanwhile,
   sync,
   quit,
   killBrowser,
@@ -42,7 +45,8 @@ enum class Event : int {
   killHostLater,
   renewIds,
   backUp,
-  restore
+  restore,
+  takeTurns
 };
 
 struct Occurrence {
@@ -70,9 +74,9 @@ rc::Gen<std::vector<Occurrence>> histories(std::vector<std::pair<std::size_t, Ev
 
 using enum Event;
 const std::vector<std::pair<std::size_t, Event>> kOrdinary = {
-    {4, addBookmark}, {2, addFolder},    {2, rename}, {2, readdress},   {4, move},
-    {2, erase},       {7, sync},         {1, quit},   {1, killBrowser}, {1, killBrowserLater},
-    {1, restartHost}, {1, killHostLater}};
+    {4, addBookmark}, {3, addFolder},   {2, rename},           {2, readdress},     {4, move},
+    {4, nest},        {2, erase},       {1, fillMobile},       {2, moveMeanwhile}, {7, sync},
+    {1, quit},        {1, killBrowser}, {1, killBrowserLater}, {1, restartHost},   {1, killHostLater}};
 
 // What a client's top folders hold, each child as one text with all that is in it.
 using Tops = std::map<std::string, std::vector<std::string>>;
@@ -126,6 +130,19 @@ class RandomBrowsers {
           forgetUnsynced(client);
         }
         return;
+      case takeTurns:
+        if (hosted && !hosted->browser.isRunning() && _backups.contains(client)) {
+          const ScriptedBrowser resting = std::exchange(_backups.at(client), hosted->browser);
+          hosted->browser.restore(resting);
+          forgetUnsynced(client);
+        }
+        return;
+      case moveMeanwhile:
+        if (hosted) moveBeforeNextChange(*hosted, client, step);
+        return;
+      case fillMobile:
+        if (hosted) fillMobileRoot(*hosted, client);
+        return;
       default:
         return hosted ? editBrowser(*hosted, client, step) : editFile(step);
     }
@@ -135,6 +152,7 @@ class RandomBrowsers {
     for (HostedBrowser& each : _browsers) {
       each.killHostAt(0);
       each.killBrowserAt(0);
+      each.beforeNextChange = nullptr;
     }
     for (int round = 0; round < 3; ++round) {
       for (unsigned client = 0; client < 3; ++client) sync(client);
@@ -211,6 +229,20 @@ class RandomBrowsers {
   void give(unsigned client, const std::string& title) { _unsynced[client].insert(title); }
   void take(const std::string& title) { _gone.insert(title); }
 
+  void moveBeforeNextChange(HostedBrowser& hosted, unsigned client, Occurrence step) {
+    step.event = nest;
+    hosted.beforeNextChange = [this, &hosted, client, step] { editBrowser(hosted, client, step); };
+  }
+
+  void fillMobileRoot(HostedBrowser& hosted, unsigned client) {
+    ScriptedBrowser& browser = hosted.browser;
+    if (!browser.isRunning()) return;
+    std::string root = browser.root(RootKind::mobile);
+    if (root.empty()) root = browser.makeMobileRoot();
+    browser.add(root, NodeKind::bookmark, newTitle(), "http://h-" + _given.back());
+    give(client, _given.back());
+  }
+
   void editBrowser(HostedBrowser& hosted, unsigned client, const Occurrence& step) {
     ScriptedBrowser& browser = hosted.browser;
     if (!browser.isRunning()) return;
@@ -225,7 +257,8 @@ class RandomBrowsers {
     std::vector<std::string> entries = browser.entries();
     std::erase_if(entries, [&](const std::string& id) {
       const std::string& title = browser.nodes().at(id).title;
-      return isStandIn(title) || isAnchor(title);
+      const bool isNoFolder = browser.nodes().at(id).kind != NodeKind::folder;
+      return isStandIn(title) || isAnchor(title) || (step.event == nest && isNoFolder);
     });
     if (entries.empty()) return;
     const std::string entry = chosen(entries, step.entry);
@@ -236,7 +269,7 @@ class RandomBrowsers {
       take(_given.back());
     } else if (step.event == readdress && node.kind == NodeKind::bookmark) {
       browser.readdress(entry, "http://h-" + node.title + "/" + std::to_string(++_addresses));
-    } else if (step.event == move) {
+    } else if (step.event == move || step.event == nest) {
       browser.move(entry, folder, step.index);
     } else if (step.event == erase) {
       for (const std::string& each : browser.subtree(entry)) {
@@ -256,7 +289,12 @@ class RandomBrowsers {
       return;
     }
     std::vector<std::string> entries = _file->visibleNodes();
-    std::erase_if(entries, [&](const std::string& id) { return isFixed(id); });
+    const bool moves = step.event == move || step.event == nest;
+    std::erase_if(entries, [&](const std::string& id) {
+      const ScriptedClient::Node& node = _file->nodes.at(id);
+      const bool isMovedRoot = moves && node.name == "Other Bookmarks";
+      return (isFixed(id) && !isMovedRoot) || (step.event == nest && !node.folder);
+    });
     if (entries.empty()) return;
     const std::string entry = chosen(entries, step.entry);
     const ScriptedClient::Node node = _file->nodes.at(entry);
@@ -266,7 +304,7 @@ class RandomBrowsers {
       take(_given.back());
     } else if (step.event == readdress && !node.folder) {
       _file->readdress(entry, "http://H-" + node.name.toString() + "/" + std::to_string(++_addresses));
-    } else if (step.event == move) {
+    } else if (moves) {
       _file->kit::ClientTree::move(entry, folder, step.index);
     } else if (step.event == erase) {
       const std::vector<std::string> below = _file->subtree(entry);
@@ -276,11 +314,15 @@ class RandomBrowsers {
     }
   }
 
-  // The folders that browsers show by their own, and the anchors.
+  // The folders that browsers show by their own.
+  static bool isTop(const ScriptedClient::Node& node) {
+    return node.isSpecial() || node.name == "Other Bookmarks" || node.name == "Mobile Bookmarks";
+  }
+
+  // Those, and the anchors.
   bool isFixed(const std::string& id) const {
     const ScriptedClient::Node& node = _file->nodes.at(id);
-    return node.isSpecial() || node.name == "Other Bookmarks" || node.name == "Mobile Bookmarks" ||
-           isAnchor(node.name.toString());
+    return isTop(node) || isAnchor(node.name.toString());
   }
 
   // --- What there is.
@@ -300,7 +342,9 @@ class RandomBrowsers {
 
   static std::vector<std::string> textsIn(const ScriptedBrowser& browser, const std::string& folder) {
     std::vector<std::string> texts;
-    for (const std::string& each : browser.childrenOf(folder)) texts.push_back(textOf(browser, each));
+    for (const std::string& each : browser.childrenOf(folder)) {
+      if (!isStandIn(browser.nodes().at(each).title)) texts.push_back(textOf(browser, each));
+    }
     return texts;
   }
 
@@ -315,15 +359,12 @@ class RandomBrowsers {
       const std::string root = browser.root(kind);
       if (!root.empty()) tops[browsers::titleOfRoot(kind)] = textsIn(browser, root);
     }
-    std::vector<std::string>& other = tops["Other Bookmarks"];
-    other.clear();
-    for (const std::string& each : browser.childrenOf(browser.root(RootKind::other))) {
+    for (const std::string& each : browser.entries()) {
       const std::string& title = browser.nodes().at(each).title;
-      if (isStandIn(title)) {
-        tops[title == kStandIn ? "BookmarksMenu" : title] = textsIn(browser, each);
-      } else {
-        other.push_back(textOf(browser, each));
-      }
+      if (!isStandIn(title)) continue;
+      const auto [known, isNew] =
+          tops.emplace(title == kStandIn ? "BookmarksMenu" : title, textsIn(browser, each));
+      require(isNew, title + " is there twice");
     }
     return tops;
   }
@@ -332,6 +373,7 @@ class RandomBrowsers {
     std::vector<std::string> texts;
     for (const std::string& each : _file->childrenOf(folder)) {
       const ScriptedClient::Node& node = _file->nodes.at(each);
+      if (isTop(node)) continue;
       texts.push_back(textOf(node.name.toString(), node.folder ? NodeKind::folder : NodeKind::bookmark,
                              node.url.toString(), textsInFile(each)));
     }
@@ -341,16 +383,12 @@ class RandomBrowsers {
   // What lies in the root itself is under the empty name.
   Tops topsOfFile() const {
     Tops tops;
-    for (const std::string& each : _file->childrenOf({})) {
-      const ScriptedClient::Node& node = _file->nodes.at(each);
-      const bool isTop =
-          node.isSpecial() || node.name == "Other Bookmarks" || node.name == "Mobile Bookmarks";
-      if (isTop) tops[node.name.toString()] = textsInFile(each);
+    for (const auto& [id, node] : _file->nodes) {
+      if (!isTop(node)) continue;
+      const bool isNew = tops.emplace(node.name.toString(), textsInFile(id)).second;
+      require(isNew, node.name.toString() + " is there twice\n" + _file->text());
     }
-    for (const std::string& text : textsInFile({})) {
-      const std::string title = text.substr(0, text.find('('));
-      if (!tops.contains(title)) tops[""].push_back(text);
-    }
+    tops[""] = textsInFile({});
     return tops;
   }
 
@@ -407,7 +445,7 @@ void browsersConverge() { carryOutAndCheck(*histories(kOrdinary)); }
 
 void restoredBrowsersConverge() {
   auto weights = kOrdinary;
-  weights.insert(weights.end(), {{2, renewIds}, {2, backUp}, {3, restore}, {3, quit}});
+  weights.insert(weights.end(), {{2, renewIds}, {2, backUp}, {3, restore}, {2, takeTurns}, {3, quit}});
   carryOutAndCheck(*histories(weights));
 }
 
