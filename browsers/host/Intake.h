@@ -14,6 +14,7 @@ namespace corvane::browsers {
 struct LostTime {
   std::int64_t generation = std::numeric_limits<std::int64_t>::max();
   double since = std::numeric_limits<double>::infinity();  ///< in seconds since 2001
+  bool isFromElsewhere = false;  ///< nobody knows what the profile is of: it may lack anything
 
   bool covers(const Stamp& changed) const { return changed.generation > generation || changed.time >= since; }
 };
