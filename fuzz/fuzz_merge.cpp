@@ -62,15 +62,18 @@ class Bytes {
 constexpr unsigned kIds = 12;
 constexpr unsigned kRecords = 12;
 
+// Field by field: in what order bytes are taken is what files of the corpus mean.
 TruthRecord truthRecord(Bytes& bytes) {
-  return {.id = bytes.below(kIds) - RecordId{1},
-          .entity = bytes.entity(),
-          .parent = bytes.below(kIds) - RecordId{1},
-          .place = bytes.number(std::numeric_limits<std::int64_t>::min(),
-                                std::numeric_limits<std::int64_t>::max()),
-          .content = bytes.content(),
-          .revision = static_cast<std::int64_t>(bytes.below(4)),
-          .deleted = bytes.below(4) == 0};
+  TruthRecord record;
+  record.id = bytes.below(kIds) - RecordId{1};
+  record.entity = bytes.entity();
+  record.parent = bytes.below(kIds) - RecordId{1};
+  record.place =
+      bytes.number(std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max());
+  record.content = bytes.content();
+  record.revision = static_cast<std::int64_t>(bytes.below(4));
+  record.deleted = bytes.below(4) == 0;
+  return record;
 }
 
 std::int32_t position(Bytes& bytes) {
@@ -84,6 +87,19 @@ String localId(Bytes& bytes) {
   return id > kIds ? String("Root") : String("u" + std::to_string(id));
 }
 
+BaseRecord baseRecord(Bytes& bytes) {
+  BaseRecord record;
+  record.localId = localId(bytes);
+  record.record = bytes.below(kIds) - RecordId{1};
+  record.entity = bytes.entity();
+  record.parent = bytes.below(kIds) - RecordId{1};
+  record.position = position(bytes);
+  record.content = bytes.content();
+  record.refusedRevision = static_cast<std::int64_t>(bytes.below(4));
+  record.notHeld = bytes.below(4) == 0;
+  return record;
+}
+
 MergeInput inputFrom(Bytes bytes) {
   MergeInput input;
   const unsigned flags = bytes.below(256);
@@ -92,16 +108,7 @@ MergeInput inputFrom(Bytes bytes) {
   input.nextRecord = flags & 16U ? 1 : kIds;
   input.revision = 3;
   for (unsigned i = bytes.below(kRecords); i > 0; --i) input.truth.push_back(truthRecord(bytes));
-  for (unsigned i = bytes.below(kRecords); i > 0; --i) {
-    input.base.push_back({.localId = localId(bytes),
-                          .record = bytes.below(kIds) - RecordId{1},
-                          .entity = bytes.entity(),
-                          .parent = bytes.below(kIds) - RecordId{1},
-                          .position = position(bytes),
-                          .content = bytes.content(),
-                          .refusedRevision = static_cast<std::int64_t>(bytes.below(4)),
-                          .notHeld = bytes.below(4) == 0});
-  }
+  for (unsigned i = bytes.below(kRecords); i > 0; --i) input.base.push_back(baseRecord(bytes));
   if (flags & 32U) return input;
   input.client.emplace();
   for (unsigned i = bytes.below(kRecords); i > 0; --i) {
