@@ -9,6 +9,7 @@ const QUIET = 1000;
 const FIRST_RETRY = 1000;
 const LAST_RETRY = 600_000;
 const LASTING = 60_000;
+const FILLED = 3000;
 
 /** @type {chrome.runtime.Port | null} To the host. */
 let host = null;
@@ -24,6 +25,7 @@ let retryTimer;
 let quietTimer;
 // Whether the host knows that something is different, and has not read since.
 let told = false;
+let changedAt = Date.now();
 
 /** Says nothing to a host that another has followed, or that has just ended. @param {Record<string, any>} message */
 function say(message, to = host) {
@@ -38,6 +40,7 @@ function say(message, to = host) {
 // ---- changes
 
 function noteChange() {
+  changedAt = Date.now();
   clearTimeout(quietTimer);
   quietTimer = setTimeout(tellChange, QUIET);
 }
@@ -106,6 +109,12 @@ async function greeting() {
   };
 }
 
+// A browser puts bookmarks of its own into a profile that it has just made. The first session has to find them there: what
+// comes later counts as the user's, beside the same that other browsers have brought.
+async function hasBeenFilled() {
+  for (let rest; (rest = changedAt + FILLED - Date.now()) > 0;) await new Promise(resolve => setTimeout(resolve, rest));
+}
+
 let connecting = false;
 
 async function connect() {
@@ -115,6 +124,7 @@ async function connect() {
   try {
     const { paused } = await api.storage.local.get({ paused: false });
     const hello = await greeting();
+    if (hello.generation === 0) await hasBeenFilled();
     told = false;
     connectedAt = Date.now();
     host = api.runtime.connectNative(HOST);

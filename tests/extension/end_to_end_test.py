@@ -194,10 +194,13 @@ class EndToEnd(unittest.TestCase):
         wanted = [site("One"), ["Folder", [site("Two"), ["Inner", [site("Three"), site("Three")]]]]]
         self.start_with(*wanted)
         for hand, _ in self.hands():
+            before = hand.everything()
             hand.browser.end()
             hand.browser.new_profile()
             hand.browser.start()
             self.together(*wanted)
+            # Also what the browser itself puts into a new profile.
+            eventually(lambda: hand.everything() == before, hand.everything)
 
     def test_a_restored_backup_is_what_it_was(self):
         start = [["Folder", [site("One"), site("Two")]], site("Three")]

@@ -80,6 +80,10 @@ class BrowserHand(Hand):
         except StopIteration:
             return None
 
+    def everything(self):
+        """What is in each of the browser's roots."""
+        return {name: shape(root)[1] for name, root in self.browser.roots().items()}
+
     def make(self, path, *shapes):
         self.browser.make(self.find(path)["id"], list(shapes))
 
