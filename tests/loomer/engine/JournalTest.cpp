@@ -153,7 +153,7 @@ TEST_F(JournalTest, OneWithRowsIsReadToo) {
   Dictionary dictionary = *readPropertyList(contents(path())).as<Dictionary>();
   dictionary.set("Version", 1);
   const Array row{1, 0, 7, -1000, 9, 7, "L1", "Ünïcode", false};
-  dictionary.set("Known", Dictionary{{"Held", Array{row}}, {"Gone", Array{2, 5}}});
+  dictionary.set("Known", Dictionary{{"Held", Array{Value(row)}}, {"Gone", Array{2, 5}}});
   dictionary.set("Added", Array{"L3", "new"});
   std::ofstream(path(), std::ios::binary | std::ios::trunc) << writeBinaryPropertyList(dictionary);
   ASSERT_TRUE(file().read());
