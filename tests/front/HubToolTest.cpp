@@ -138,7 +138,8 @@ TEST_F(HubToolTest, AFullAccountIsReadAndGivenNothingUntilThereIsRoom) {
   EXPECT_THAT(lineOf(first), StartsWith("There is no room at the online service: "));
   EXPECT_THAT(first.titles(), UnorderedElementsAre("ant", "bee", "cat", "dog"));
   EXPECT_EQ(first.ctl("status"), 1);
-  EXPECT_THAT(first.printed, HasSubstr("There is no room at the online service: what was changed here stays"));
+  EXPECT_THAT(first.printed,
+              HasSubstr("There is no room at the online service: what was changed here stays"));
   accountCommand(directory.path(), {"quota", "ada", "1 GiB"});
   for (PlaceComputer* each : {&first, &second}) ASSERT_EQ(each->sync(), 0);
   EXPECT_EQ(first.ctl("status"), 0) << first.printed;
