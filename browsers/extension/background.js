@@ -109,10 +109,14 @@ async function greeting() {
   };
 }
 
-// A browser puts bookmarks of its own into a profile that it has just made. The first session has to find them there: what
-// comes later counts as the user's, beside the same that other browsers have brought.
-async function hasBeenFilled() {
-  for (let rest; (rest = changedAt + FILLED - Date.now()) > 0;) await new Promise(resolve => setTimeout(resolve, rest));
+/**
+ * Waits until nothing has changed for so many milliseconds. The first session has to find all that is about to come without the
+ * user, for else it counts as theirs, and stands there twice: what the host had asked of this extension before it was loaded
+ * anew; and in a new profile the browser's own bookmarks, which other browsers may have given as well.
+ * @param {number} time
+ */
+async function quietFor(time) {
+  for (let rest; (rest = changedAt + time - Date.now()) > 0;) await new Promise(resolve => setTimeout(resolve, rest));
 }
 
 let connecting = false;
@@ -124,7 +128,7 @@ async function connect() {
   try {
     const { paused } = await api.storage.local.get({ paused: false });
     const hello = await greeting();
-    if (hello.generation === 0) await hasBeenFilled();
+    await quietFor(hello.generation === 0 ? FILLED : QUIET);
     told = false;
     connectedAt = Date.now();
     host = api.runtime.connectNative(HOST);
