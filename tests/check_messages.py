@@ -40,6 +40,7 @@ INCLUDE = re.compile(r'#include "([^"]+)"')
 NEVER_RETURNS = re.compile(r"\[\[noreturn\]\][^;{]*?\b(\w+)\s*\(")
 WORDS = re.compile(r"[A-Za-z]{2,}[^A-Za-z]* [^A-Za-z]*[A-Za-z]|[A-Za-z]{2,} $|^ [A-Za-z]{2,}")
 PROGRAM = re.compile(r"[ /]*(?:loomerctl|corvanetool|corvane-hub) ")  # what one types is the same in every language
+SAID_TOO_SOON = re.compile(r"(?<![.>:\w])(?:tr|counted)\s*\(")
 PLACEHOLDER = re.compile(r"%[1-9]")
 COMMAND = re.compile(r"`[^`]*`")
 
@@ -124,9 +125,19 @@ def sources(root):
             yield name, COMMENT.sub(lambda m: m[1] or "\n" * m[0].count("\n"), source.read_text(encoding="utf-8"))
 
 
+def thrown_in_words(code, name):
+    """What is thrown in the language of who throws it, which is that of who reads it in `tools/` alone: other rooms' failures
+    are logged, and kept for whoever asks later."""
+    for call in re.finditer(r"\bthrow\s+[\w:]+\s*[({]", code):
+        if SAID_TOO_SOON.search(code[call.end() : end_of_call(code, call.end())]):
+            yield f"{name}:{code.count(chr(10), 0, call.start()) + 1}: words are thrown where a `Message` is what is put into words"
+
+
 def problems_of_shown(root):
     codes = dict(sources(root))
     for name, code in codes.items():
+        if not name.startswith("tools/"):
+            yield from thrown_in_words(code, name)
         if not name.startswith(LOGGED):
             # What it declares itself, and what it includes.
             known = [code, *(codes.get(header, "") for header in INCLUDE.findall(code))]

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "CorvaneSyncClient/platform/system/Messages.h"
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "browsers/host/Likeness.h"
 
@@ -611,8 +611,9 @@ class TakingIn {
   // The engine takes for deleted what it is not given, and is given what the lists lead to.
   void mustListAll() const {
     if (_held.topDown().size() == _held.nodes().size()) return;
-    throw PlatformException(NSGenericException, tr("What this browser shows cannot be brought into an order "
-                                                   "that could be synced, so nothing is synced."));
+    throw PlatformException(NSGenericException,
+                            Message("What this browser shows cannot be brought into an order that could be "
+                                    "synced, so nothing is synced."));
   }
 
   // The list with what only the other one has, each behind the one that precedes it there, or before the one

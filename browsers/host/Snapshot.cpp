@@ -3,10 +3,10 @@
 #include <string_view>
 #include <utility>
 
+#include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
-#include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/files/TemporaryNames.h"
@@ -253,7 +253,7 @@ void SnapshotFile::write(const Snapshot& snapshot) const {
   if (!error) return;
   throw PlatformException(
       "CorvaneBrowserSnapshotException",
-      tr("What is remembered of the browser cannot be saved in %1: %2", _path, error.message()));
+      Message("What is remembered of the browser cannot be saved in %1: %2", _path, error.message()));
 }
 
 }  // namespace corvane::browsers

@@ -58,7 +58,7 @@ std::optional<std::string> directoryInEnvironment(const char* variable) {
 
 [[noreturn]] void refuse(const std::string& path, const std::string& cause) {
   throw PlatformException(NSObjectNotAvailableException,
-                          tr("Can't use temporary directory %1: %2", path, cause));
+                          Message("Can't use temporary directory %1: %2", path, cause));
 }
 
 }  // namespace
@@ -102,7 +102,7 @@ std::string LinuxProcessInfo::homeDirectory() {
   if (account && !account->home.empty()) return withoutTrailingSlashes(account->home);
   throw PlatformException(
       NSObjectNotAvailableException,
-      tr("Can't find the home directory: HOME names none and user %1 has none", userName()));
+      Message("Can't find the home directory: HOME names none and user %1 has none", userName()));
 }
 
 std::string LinuxProcessInfo::configurationDirectory() {
