@@ -145,21 +145,24 @@ class Zsh(Terminal):
 
     def explanation(self, line, word):
         # Until it pastes in brackets the terminal is not the editor's, and takes the key for its end of file.
-        self.await_said(lambda: self.said.rfind(b"\x1b[?2004h") > self.said.rfind(b"\x1b[?2004l"))
+        self.awaited(lambda: self.said.rfind(b"\x1b[?2004h") > self.said.rfind(b"\x1b[?2004l"))
         before = len(self.said)
-        os.write(self.terminal, f"{line}\x04".encode())  # nothing after it: while there are keys to come, zsh shows no list
-        shown = self.await_said(lambda: re.search(re.escape(word).encode() + rb" +-- ([^\x1b\r\n]+)[\x1b\r\n]",
-                                                  self.said[before:]))
+        os.write(self.terminal, line.encode())
+        # Nothing follows the key, since zsh shows no list while there are others to come. It is pressed until there is one.
+        explained = re.escape(word).encode() + rb" +-- ([^\x1b\r\n]+)[\x1b\r\n]"
+        shown = self.awaited(lambda: re.search(explained, self.said[before:]), pressed=b"\x04")
         self.words("", "")
         return shown[1].decode()
 
-    def await_said(self, answer):
-        end = time.monotonic() + 120
-        while not (found := answer()):
-            if time.monotonic() > end:
-                raise RuntimeError(f"zsh says nothing of it: {self.said!r}")
-            time.sleep(0.01)
-        return found
+    def awaited(self, answer, pressed=b""):
+        for _ in range(60):
+            os.write(self.terminal, pressed)
+            end = time.monotonic() + 2
+            while time.monotonic() < end:
+                if found := answer():
+                    return found
+                time.sleep(0.01)
+        raise RuntimeError(f"zsh does not show it: {self.said!r}")
 
 
 class Fish:
