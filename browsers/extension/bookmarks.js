@@ -70,6 +70,7 @@ async function roots() {
 
 /** Gives all nodes to `say`, parents first, as many at a time as fit into a message. @param {(nodes: SaidNode[]) => void} say */
 export async function read(say) {
+  late.clear();
   // Folders may lie in one another too deep for a function that calls itself.
   /** @type {BrowserNode[]} */
   const waiting = (await roots()).reverse();
@@ -205,6 +206,34 @@ function hear(event, id) {
   else tellChange();
 }
 
+// The browser goes on with what an extension has asked for that is loaded anew meanwhile. Should it make that only after the host
+// has read the bookmarks, the host has it made once more.
+const LOADED = Date.now();
+/** What has come since the bookmarks were read and dates from before this extension was loaded: ids by what they look like.
+ *  @type {Map<string, string[]>} */
+const late = new Map();
+
+/** @param {SaidNode} node */
+function lookOf({ kind, parent, title, url }) {
+  return JSON.stringify([kind, parent, title, url]);
+}
+
+/** @param {BrowserNode} node */
+function noteLate(node) {
+  if (node.dateAdded === undefined || node.dateAdded >= LOADED) return;
+  const look = lookOf(form(node));
+  late.set(look, [...(late.get(look) ?? []), node.id]);
+}
+
+/** Takes out what has come late and was made once more. @param {SaidNode[]} made */
+async function removeLate(made) {
+  for (const node of made) {
+    const id = late.get(lookOf(node))?.pop();
+    // The user may have removed it already, or put something into it.
+    if (id !== undefined) await api.bookmarks.remove(id).catch(() => {});
+  }
+}
+
 /** Leaves out the events that a change of our own makes: `update` one for each field. @param {string} event */
 function forgetEchoes(event) {
   let left = event.startsWith("changed") ? 2 : 1;
@@ -214,7 +243,10 @@ function forgetEchoes(event) {
 /** Has `tell` called when somebody else changes bookmarks. @param {() => void} tell */
 export function listen(tell) {
   tellChange = tell;
-  api.bookmarks.onCreated.addListener(id => hear("created", id));
+  api.bookmarks.onCreated.addListener((id, node) => {
+    noteLate(node);
+    hear("created", id);
+  });
   api.bookmarks.onChanged.addListener(id => hear("changed", id));
   api.bookmarks.onMoved.addListener(id => hear("moved", id));
   api.bookmarks.onRemoved.addListener(id => hear("removed", id));
@@ -257,7 +289,9 @@ async function createAll({ nodes, ...request }) {
   }
   const others = requests.slice(answers.length);
   answers.push(...(await Promise.all(others.map(each => changeOne({ ...each, index })))));
-  await readBack(answers.filter(each => each.node));
+  const made = answers.filter(each => each.node);
+  await removeLate(made.map(each => each.node));
+  await readBack(made);
   return answers.reverse();
 }
 

@@ -187,15 +187,35 @@ class FirefoxWithExtension(Extended, Firefox):
     def remove(self, node):
         self.by_user("await bookmarks.remove(parameters[0])", node)
 
+    def hold_writes(self):
+        """The service waits with all that is to be written from now on, since another connection writes, until `release_writes`."""
+        self.by_user("""
+            const {Sqlite} = ChromeUtils.importESModule("resource://gre/modules/Sqlite.sys.mjs");
+            PlacesUtils.held = await Sqlite.openConnection({path: PathUtils.join(PathUtils.profileDir, "places.sqlite")});
+            await PlacesUtils.held.execute("BEGIN IMMEDIATE");""")
+
+    def release_writes(self):
+        self.by_user("""
+            await PlacesUtils.held.execute("COMMIT");
+            await PlacesUtils.held.close();""")
+
     def roots(self):
         """By what they are, as trees of {id, title, url, children}."""
+        # The service's own tree would cost a query for each node, and hold up what else the browser does.
         return self.by_user("""
-            const form = ({guid, title = "", uri, typeCode, children}) => typeCode === bookmarks.TYPE_FOLDER
-              ? {id: guid, title, children: (children ?? []).map(form)} : {id: guid, title, url: uri};
-            const names = {bar: "toolbar_____", menu: "menu________", other: "unfiled_____"};
-            const found = await Promise.all(Object.entries(names).map(
-              async ([name, guid]) => [name, form(await PlacesUtils.promiseBookmarksTree(guid))]));
-            return Object.fromEntries(found);""")
+            const database = await PlacesUtils.promiseDBConnection();
+            const rows = await database.execute(
+              `SELECT node.id, parent, node.guid, type, IFNULL(node.title, ''), url
+               FROM moz_bookmarks node LEFT JOIN moz_places ON fk = moz_places.id ORDER BY position`);
+            const names = {toolbar_____: "bar", menu________: "menu", unfiled_____: "other"};
+            const [nodes, roots] = [new Map(), {}];
+            for (const row of rows) {
+              const [number, , id, type, title, url] = [0, 1, 2, 3, 4, 5].map(column => row.getResultByIndex(column));
+              nodes.set(number, type === bookmarks.TYPE_FOLDER ? {id, title, children: []} : {id, title, url});
+              if (id in names) roots[names[id]] = nodes.get(number);
+            }
+            for (const row of rows) nodes.get(row.getResultByIndex(1))?.children.push(nodes.get(row.getResultByIndex(0)));
+            return roots;""")
 
     def tag(self, address, *tags):
         self.by_user("PlacesUtils.tagging.tagURI(Services.io.newURI(parameters[0]), parameters[1])", address, tags)

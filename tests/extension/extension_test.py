@@ -296,6 +296,22 @@ class FirefoxExtension(Extension, unittest.TestCase):
         self.by_user(["before", "https://a.example/"], ["", None], ["after", "https://c.example/"])
         self.assertEqual([node["kind"] for node in self.own()], ["bookmark", "separator", "bookmark"])
 
+    def test_what_comes_late_for_one_before_it_is_there_once(self):
+        wanted = {"parent": self.folder, "index": 0, "nodes": [{"title": "a", "url": "https://a.example"}]}
+        self.browser.hold_writes()
+        try:
+            self.host.send({"type": "create", "id": 1, **wanted})
+            time.sleep(1)  # for the request to get there: nothing is to be seen of it
+            self.browser.reload_extension()
+            self.connect()
+            self.assertEqual(self.own(), [])
+            self.host.send({"type": "create", "id": 1, **wanted})
+        finally:
+            time.sleep(1)
+            self.browser.release_writes()
+        self.assertEqual(self.host.next("answer")["node"]["index"], 0)
+        self.assertEqual([node["title"] for node in self.own()], ["a"])
+
     def test_tags_are_neither_given_nor_touched(self):
         self.by_user(["tagged", "https://tagged.example/"])
         before = len(self.host.read())
