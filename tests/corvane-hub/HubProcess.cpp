@@ -35,6 +35,8 @@ std::string configuration(const std::string& directory, const std::string& lines
 // In the new process.
 void prepareServer(const std::string& log) {
   ::unsetenv("JOURNAL_STREAM");
+  // What else this process has inherited would count against the server's limit of open files.
+  ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   // Tests look at the memory in use, as which AddressSanitizer would count what it keeps of freed memory.
   const char* options = ::getenv("ASAN_OPTIONS");
   ::setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":quarantine_size_mb=1").c_str(), 1);
