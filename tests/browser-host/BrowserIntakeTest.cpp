@@ -6,6 +6,7 @@
 
 #include "browsers/host/Intake.h"
 #include "tests/fakes/FakePlatform.h"
+#include "tests/kit/TestSize.h"
 
 namespace corvane {
 namespace {
@@ -92,6 +93,39 @@ TEST_F(BrowserIntakeTest, NodeWithAnotherIdIsKnownInItsFolderAndThenAnywhere) {
   moved.parent = "G";
   EXPECT_EQ(take(barWith({{.id = "G", .parent = "bar", .title = "F", .added = 3}, moved})).edits, 1U);
   EXPECT_EQ(localIds(), before);
+}
+
+TEST_F(BrowserIntakeTest, TreeOfAnyDepthIsTakenIn) {
+  const int depth = sized(20'000, 3000);
+  browsers::BrowserTree tree;
+  tree.add({.id = "0", .root = RootKind::bar});
+  for (int i = 1; i <= depth; ++i) tree.add({.id = std::to_string(i), .parent = std::to_string(i - 1)});
+  browsers::HeldTree held;
+  browsers::takeIn(held, tree, {}, {1, 0.0});
+  EXPECT_EQ(held.nodes().size(), static_cast<std::size_t>(depth + 1));
+  EXPECT_EQ(browsers::takeIn(held, tree, {}, {2, 0.0}).edits, 0U);
+}
+
+TEST_F(BrowserIntakeTest, DeletionsThatAreUnderWayAreNotForgottenHoweverMany) {
+  browsers::BrowserTree tree;
+  tree.add({.id = "root", .root = RootKind::bar});
+  browsers::HeldTree held;
+  for (int i = 0; i < 6000; ++i) {
+    const std::string id = std::to_string(i);
+    tree.add(
+        {.id = id, .parent = "root", .kind = NodeKind::bookmark, .url = "http://" + id + "/", .added = i});
+    held.removed.push_back({.kind = NodeKind::bookmark,
+                            .browserId = id,
+                            .title = "",
+                            .url = "http://" + id + "/",
+                            .added = {i, {}},
+                            .changed = {1, 0.0},
+                            .isWaiting = true});
+  }
+  EXPECT_EQ(browsers::takeIn(held, tree, {}, {2, 0.0}).edits, 0U);
+  EXPECT_EQ(held.removed.size(), 6000U);
+  EXPECT_TRUE(held.nodes().empty());
+  EXPECT_EQ(browsers::takeIn(held, tree, {}, {3, 0.0}).edits, 0U);
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
 #include "browsers/host/Likeness.h"
-#include "tests/browser-host/HostFixture.h"
+#include "tests/browser-host/HostedBrowser.h"
 #include "tests/kit/PropertyCheck.h"
 #include "tests/kit/Steps.h"
 

@@ -1,65 +1,109 @@
 #pragma once
 
-#include <functional>
-#include <memory>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <deque>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
+#include <utility>
 
-#include "browsers/host/BrowserHost.h"
-#include "tests/fakes/ScriptedBrowser.h"
-#include "tests/kit/TreeText.h"
-#include "tests/loomer/engine/EngineHome.h"
+#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
+#include "tests/browser-host/HostedBrowser.h"
 
 namespace corvane {
 
-/// A scripted browser and its host, which speak with one another as long as there is something to say.
-class HostedBrowser : public browsers::MessageChannel {
+/// Two scripted browsers with their hosts, and an engine that any other client may use.
+class HostTest : public testing::Test {
+ protected:
+  HostTest() { firefox.browser.token = "22222222-2222-4222-8222-222222222222"; }
+
+  ~HostTest() override { EXPECT_TRUE(platform.log.messages.empty()) << platform.log.messages.front(); }
+
+  static std::string addBookmark(HostedBrowser& hosted, browsers::RootKind root, const std::string& title,
+                                 const std::string& url, std::size_t index = ScriptedBrowser::kEnd) {
+    return hosted.browser.add(hosted.browser.root(root), browsers::NodeKind::bookmark, title, url, index);
+  }
+  static std::string addFolder(HostedBrowser& hosted, browsers::RootKind root, const std::string& title) {
+    return hosted.browser.add(hosted.browser.root(root), browsers::NodeKind::folder, title);
+  }
+  /// The id of the only node of that title.
+  static std::string find(const HostedBrowser& hosted, const std::string& title) {
+    for (const auto& [id, node] : hosted.browser.nodes()) {
+      if (node.title == title && !node.root) return id;
+    }
+    ADD_FAILURE() << "there is no " << title << " in " << hosted.text();
+    return {};
+  }
+  static const ScriptedBrowser::Node& node(const HostedBrowser& hosted, const std::string& title) {
+    return hosted.browser.nodes().at(find(hosted, title));
+  }
+
+  void round() {
+    for (int i = 0; i < 2; ++i) {
+      chromium.sync();
+      firefox.sync();
+    }
+  }
+
+  /// All of the truth in one scripted client's words.
+  std::string truth() {
+    const auto client = home.makeClient("reader");
+    EXPECT_EQ(client->sync(), "");
+    return client->text();
+  }
+
+  loomer::ClientState clientOf(const HostedBrowser& hosted) {
+    const auto client = loomer::ClientTable(home.store()).find("com.keldra.browser." + hosted.browser.token);
+    EXPECT_TRUE(client);
+    return client.value_or(loomer::ClientState());
+  }
+
+  /// Another computer of the user's, at which everything happens as long as this object is there.
+  class OtherComputer {
+   public:
+    explicit OtherComputer(HostTest& test, const std::string& name = "other")
+        : _test(test), _home(test.platform.process.home) {
+      _test.home.close();
+      _test.platform.process.home = _test.platform.directory / name;
+      _test.platform.makeDirectories(_test.platform.process.home);
+      engine.emplace(_test.platform);
+    }
+    OtherComputer(const OtherComputer&) = delete;
+    OtherComputer& operator=(const OtherComputer&) = delete;
+    ~OtherComputer() {
+      engine.reset();
+      _test.platform.process.home = _home;
+      _test.home.open();
+    }
+
+    std::optional<EngineHome> engine;
+
+   private:
+    HostTest& _test;
+    std::string _home;
+  };
+
+  FakePlatform platform;
+  EngineHome home{platform};
+  HostedBrowser chromium{ScriptedBrowser::Kind::chromium};
+  HostedBrowser firefox{ScriptedBrowser::Kind::firefox};
+};
+
+/// An extension that answers as it is told here.
+class ToldExtension : public browsers::MessageChannel {
  public:
-  /// Raised where the host is to die.
-  struct HostKilled {};
+  explicit ToldExtension(std::deque<std::string> told) : answers(std::move(told)) {}
+  void send(std::string_view) override {}
+  std::optional<std::string> receive() override {
+    if (answers.empty()) return std::nullopt;
+    std::string answer = std::move(answers.front());
+    answers.pop_front();
+    return answer;
+  }
 
-  explicit HostedBrowser(ScriptedBrowser::Kind kind) : browser(kind) {}
-
-  /// Starts the browser, which is not running, and syncs.
-  void start();
-  /// Has what either side wants done: the browser's messages taken, and sessions run.
-  void settle();
-  /// Has the host look, as when another client has synced.
-  void sync();
-  /// Has the host hear that the store was written, by whomever. Answers whether it runs a session for that.
-  bool notice();
-  /// The browser ends by itself, and with it the host.
-  void quit();
-  /// The browser is killed; the host notices that its input ends.
-  void kill();
-  /// The host dies as it stands; the browser starts another one.
-  void restartHost();
-  /// The host dies, or the browser is killed, in place of the n-th message from here on that the host sends.
-  void killHostAt(int message) { _hostDiesAt = message; }
-  void killBrowserAt(int message) { _browserDiesAt = message; }
-
-  /// How often the browser was killed.
-  std::size_t kills() const { return _kills; }
-
-  /// What the truth would look like from here: the roots by what they stand for.
-  std::string text() const;
-
-  // As the host's channel.
-  void send(std::string_view message) override;
-  std::optional<std::string> receive() override;
-
-  ScriptedBrowser browser;
-  /// What happens once, before the next request for a change arrives.
-  std::function<void()> beforeNextChange;
-  /// Called with each message of the host.
-  std::function<void(std::string_view)> onMessage;
-
- private:
-  std::unique_ptr<browsers::BrowserHost> _host;
-  std::size_t _kills = 0;
-  int _hostDiesAt = 0;
-  int _browserDiesAt = 0;
+  std::deque<std::string> answers;
 };
 
 }  // namespace corvane

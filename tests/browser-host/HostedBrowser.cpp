@@ -1,4 +1,4 @@
-#include "tests/browser-host/HostFixture.h"
+#include "tests/browser-host/HostedBrowser.h"
 
 #include <utility>
 

@@ -1,0 +1,118 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/browser-host/HostFixture.h"
+
+namespace corvane {
+namespace {
+
+using browsers::NodeKind;
+using browsers::RootKind;
+using Kind = ScriptedBrowser::Kind;
+
+class BrowserRootsTest : public HostTest {};
+
+TEST_F(BrowserRootsTest, MenuOfTheTruthIsAFolderInChromium) {
+  addBookmark(firefox, RootKind::menu, "ant", "http://ant/");
+  firefox.start();
+  chromium.start();
+  EXPECT_EQ(chromium.text(), "other: \"Bookmarks Menu\"(ant@http://ant/)");
+  round();
+  chromium.browser.add(find(chromium, "Bookmarks Menu"), NodeKind::bookmark, "bee", "http://bee/");
+  round();
+  EXPECT_EQ(firefox.text(), "menu: ant@http://ant/ bee@http://bee/");
+}
+
+TEST_F(BrowserRootsTest, MenuThatIsMadeAndNotAnsweredForIsNotMadeAgain) {
+  addBookmark(firefox, RootKind::menu, "ant", "http://ant/");
+  firefox.start();
+  // More messages than such a session has.
+  for (int message = 1; message <= 8; ++message) {
+    HostedBrowser hosted{Kind::chromium};
+    hosted.browser.token = "33333333-3333-4333-8333-33333333333" + std::to_string(message);
+    hosted.killHostAt(message);
+    hosted.start();
+    hosted.sync();
+    EXPECT_EQ(hosted.text(), "other: \"Bookmarks Menu\"(ant@http://ant/)") << message;
+  }
+}
+
+TEST_F(BrowserRootsTest, WhatLiesInTheTruthsRootIsShownInOtherAndStaysThere) {
+  const auto file = home.makeClient("file");
+  file->addBookmark("", "ant", "http://ant/");
+  ASSERT_EQ(file->sync(), "");
+  firefox.start();
+  EXPECT_EQ(firefox.text(), "other: ant@http://ant/");
+  firefox.browser.rename(find(firefox, "ant"), "ape");
+  firefox.sync();
+  firefox.sync();
+  EXPECT_EQ(truth(), "ape@http://ant/");
+}
+
+// Another client may move even what stands for a root, which in the browser stays where it is.
+TEST_F(BrowserRootsTest, RootIntoWhichTheUserPutsItsFolderIsARootAgain) {
+  addFolder(firefox, RootKind::bar, "F");
+  addBookmark(firefox, RootKind::other, "ant", "http://ant/");
+  firefox.start();
+  const auto file = home.makeClient("file");
+  ASSERT_EQ(file->sync(), "");
+  file->move(file->find("Other Bookmarks"), file->find("F"));
+  ASSERT_EQ(file->sync(), "");
+  firefox.sync();
+  firefox.browser.move(find(firefox, "F"), firefox.browser.root(RootKind::other));
+  firefox.sync();
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(firefox.text(), "other: ant@http://ant/ F()");
+  EXPECT_EQ(file->text(), "BookmarksBar!() \"Other Bookmarks\"(ant@http://ant/ F())");
+}
+
+TEST_F(BrowserRootsTest, RootThatAppearsLateAndTheFolderThatStoodForItAreOne) {
+  // More messages than such a session has.
+  for (int message = 0; message <= 12; ++message) {
+    for (const bool killsHost : {true, false}) {
+      HostedBrowser phone{Kind::firefox};
+      HostedBrowser late{Kind::chromium};
+      const OtherComputer computer(*this, std::to_string(message) + (killsHost ? "host" : "browser"));
+      phone.browser.token = "33333333-3333-4333-8333-333333333333";
+      const std::string folder =
+          phone.browser.add(phone.browser.root(RootKind::mobile), NodeKind::folder, "F");
+      phone.browser.add(folder, NodeKind::bookmark, "ant", "http://ant/");
+      addBookmark(phone, RootKind::mobile, "cat", "http://cat/");
+      phone.start();
+      late.start();
+      EXPECT_EQ(late.text(), "other: \"Mobile Bookmarks\"(F(ant@http://ant/) cat@http://cat/)");
+      late.browser.pass(60'000);
+      platform.clock.time.seconds += 60;
+      late.browser.add(late.browser.makeMobileRoot(), NodeKind::bookmark, "bee", "http://bee/");
+      late.browser.pass(60'000);
+      platform.clock.time.seconds += 60;
+      killsHost ? late.killHostAt(message) : late.killBrowserAt(message);
+      late.sync();
+      late.sync();
+      phone.sync();
+      const std::string all = "mobile: F(ant@http://ant/) cat@http://cat/ bee@http://bee/";
+      EXPECT_EQ(late.text(), all) << message << killsHost;
+      EXPECT_EQ(phone.text(), all) << message << killsHost;
+    }
+  }
+}
+
+TEST_F(BrowserRootsTest, FolderThatAnAccountKeepsInStepCountsAndTheUserIsTold) {
+  browsers::BrowserTree tree;
+  tree.add({.id = "1", .root = RootKind::bar});
+  tree.add({.id = "2", .root = RootKind::bar, .syncing = true});
+  tree.add({.id = "3", .parent = "1"});
+  tree.add({.id = "4", .parent = "2"});
+  EXPECT_EQ(tree.root(RootKind::bar)->id, "2");
+  EXPECT_EQ(tree.nodes().size(), 2U);
+  EXPECT_TRUE(tree.isSyncedByBrowser());
+  chromium.start();
+  EXPECT_EQ(chromium.browser.last("state").find("\"notice\""), std::string::npos);
+  chromium.browser.isSyncedByAccount = true;
+  chromium.sync();
+  EXPECT_NE(chromium.browser.last("state").find("\"notice\""), std::string::npos);
+}
+
+}  // namespace
+}  // namespace corvane
