@@ -2,7 +2,7 @@
 """Checks that includes point one way: front → session → {model, store} → platform, and within platform
 {loomer, pelto} → system → foundation. Foundation's: plist → values → text; the system's: linux → {files, bundles}, locks → files,
 over the interfaces beside them. The engine's rooms: {hub, edit} → session → {store, merge} → records, over its
-api.  usage: check_includes.py PROJECT_ROOT
+api. browsers → session, and the engine's api alone.  usage: check_includes.py PROJECT_ROOT
 
 Checks as well that what is named below comes from its own header of the standard library, and not by way of another one,
 which may cease to include it; and that each of our types comes from a header that the source includes, by way of others of
@@ -58,6 +58,8 @@ ALLOWED = {
     "session": SYSTEM | {"model", "store"} | rooms("api", "store"),
     "front": SYSTEM | {"platform/pelto/account", "session"} | rooms("api"),
 }
+# Browsers are clients of the engine by its api alone, as a file is.
+BROWSERS = SYSTEM | {"session"} | rooms("api")
 # Names of the standard library, by header.
 STANDARD = {
     "algorithm": "min max clamp find find_if count count_if sort stable_sort any_of all_of none_of",
@@ -134,6 +136,14 @@ def problems(root):
                 yield f"{where}: {here} may not include {target}"
 
 
+def outsiders(root):
+    for file in sources(root, "browsers"):
+        for number, line in enumerate(file.read_text(encoding="utf-8").splitlines(), 1):
+            match = INCLUDE.match(line)
+            if match and area(match.group(1).removeprefix("CorvaneSyncClient/")) not in {None, *BROWSERS}:
+                yield f"{file.relative_to(root)}:{number}: browsers may not include {match.group(1)}"
+
+
 def unregistered(root):
     """Test files that no CMakeLists.txt of their folder or the one above names would never run."""
     for file in sorted((root / "tests").rglob("*.cpp")):
@@ -198,7 +208,7 @@ def out_of_reach(root):
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    found = [*problems(root), *unregistered(root), *by_chance(root), *out_of_reach(root)]
+    found = [*problems(root), *outsiders(root), *unregistered(root), *by_chance(root), *out_of_reach(root)]
     print("\n".join(found) if found else "includes point one way; every test file is registered")
     return 1 if found else 0
 

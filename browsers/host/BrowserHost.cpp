@@ -8,12 +8,6 @@
 #include "CorvaneSyncClient/platform/foundation/SipHash.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/text/Ascii.h"
-#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
-#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
-#include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
-#include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
-#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
-#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
@@ -204,50 +198,21 @@ void BrowserHost::ended() {
 
 // --- Sessions.
 
+// Nothing for a store that cannot be read, which is the next session's to complain about.
+std::optional<LoomerNews> BrowserHost::news() const {
+  try {
+    return LoomerManager::sharedManager().newsForClient(identifier());
+  } catch (const PlatformException&) {
+    return std::nullopt;
+  }
+}
+
 // Every session notes in the store that it was, and one that fails that it did: without this, two browsers
-// would wake one another for ever. A store that cannot be read is the session's to complain about.
+// would wake one another for ever.
 bool BrowserHost::mayHaveNews() const {
-  if (_failedAt) return storeState() != _failedAt;
-  try {
-    loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
-    store.beginReading();
-    const auto client = loomer::ClientTable(store).find(identifier());
-    return !client || client->resetPending || client->restorePending ||
-           loomer::mayHaveNews(*client, loomer::RecordTable(store).state());
-  } catch (const PlatformException&) {
-    return true;
-  }
-}
-
-// Nothing for a store that cannot be read.
-std::optional<std::int64_t> BrowserHost::revisionOfTruth() const {
-  try {
-    loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
-    store.beginReading();
-    return loomer::RecordTable(store).state().revision;
-  } catch (const PlatformException&) {
-    return std::nullopt;
-  }
-}
-
-// Nothing where it cannot be read.
-std::optional<BrowserHost::StoreState> BrowserHost::storeState() const {
-  try {
-    loomer::TruthStore store(loomer::storePathForHome(Platform::current().process.homeDirectory()));
-    store.beginReading();
-    StoreState state;
-    state.revision = loomer::RecordTable(store).state().revision;
-    for (const loomer::ClientState& each : loomer::ClientTable(store).all()) {
-      state.sessions += each.sessions;
-      if (each.identifier != identifier()) continue;
-      state.isPending = each.resetPending || each.restorePending;
-      const auto refusal = loomer::RefusalTable(store).find(each.id);
-      state.isApproved = refusal && refusal->approved;
-    }
-    return state;
-  } catch (const PlatformException&) {
-    return std::nullopt;
-  }
+  const auto now = news();
+  if (!now) return true;
+  return _failedAt ? now != _failedAt : now->isBehind || now->isPending;
 }
 
 void BrowserHost::sync() {
@@ -257,7 +222,7 @@ void BrowserHost::sync() {
   _isSyncing = true;
   sendState("syncing");
   notePause();
-  const auto before = revisionOfTruth();
+  const auto before = news();
   try {
     _problem.reset();
     int tries = kTriesAgainstFasterUsers;
@@ -272,7 +237,8 @@ void BrowserHost::sync() {
     setProblem(tr(exception.message()), tr("Run `loomerctl status` in a terminal."));
   }
   _isSyncing = false;
-  _hasChangedTruth = revisionOfTruth() != before;
+  const auto after = news();
+  _hasChangedTruth = before && after && before->revision != after->revision;
   if (_problem) return;
   const bool didSomething = _result.pushed + _result.pulled + _result.conflicts > 0;
   if (didSomething) _last = Last{milliseconds(now()), _result};
@@ -322,7 +288,7 @@ bool BrowserHost::runSession(std::map<RootKind, std::string> roots) {
       identifier(), joinedPath(_directory, _token + ".description.plist"), state, stamp,
       [&](const HeldTree& held) { return save(held, wasFinished && session->delivered() == 0); });
   session = &client;
-  _failedAt = storeState();
+  _failedAt = news();
   const auto driver = LoomerSessionDriver::sessionDriverWithDataSource(client);
   RunReport report(identifier());
   const bool succeeded = driver->sync();

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/FileSystem.h"
 #include "browsers/host/BrowserClient.h"
 #include "browsers/host/ExtensionRequests.h"
@@ -47,15 +48,6 @@ class BrowserHost {
     std::int64_t time = 0;  // milliseconds since 1970
     LoomerSessionResult result;
   };
-  /// What a session that fails may wait for.
-  struct StoreState {
-    std::int64_t revision = 0;  ///< of the truth
-    std::int64_t sessions = 0;  ///< of all clients, that succeeded
-    bool isPending = false;     ///< that it resets or restores the client
-    bool isApproved = false;    ///< what the guard refused to it
-
-    bool operator==(const StoreState&) const = default;
-  };
   struct Problem {
     std::string text;
     std::string remedy;
@@ -68,13 +60,12 @@ class BrowserHost {
   bool isOwnFormerHost(const Hello& hello) const;
   LostTime lostBefore(const Hello& hello) const;
   String identifier() const;
-  std::optional<std::int64_t> revisionOfTruth() const;
+  std::optional<LoomerNews> news() const;
 
   /// False where the user was faster, so that it is to be done again.
   bool runOnce();
   /// False where it failed, of which the user has been told.
   bool runSession(std::map<RootKind, std::string> roots);
-  std::optional<StoreState> storeState() const;
   void showInBrowser(BrowserTree& browser, bool& isDifferent);
   std::int64_t save(const HeldTree& held, bool isFinished);
   void write(Snapshot& snapshot);
@@ -103,7 +94,7 @@ class BrowserHost {
   bool _isStopped = false;
   std::size_t _edits = 0;       // that no session has taken yet
   LoomerSessionResult _result;  // of the sessions of one `sync`
-  std::optional<StoreState> _failedAt;
+  std::optional<LoomerNews> _failedAt;
   bool _isSyncedByBrowser = false;
   double _lastProgress = 0.0;  // in seconds since 2001
   std::optional<std::int64_t> _since;

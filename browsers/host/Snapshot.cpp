@@ -6,7 +6,7 @@
 #include "CorvaneSyncClient/platform/foundation/Message.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
-#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/files/PrivateFiles.h"
 #include "CorvaneSyncClient/platform/system/files/TemporaryNames.h"
@@ -225,8 +225,7 @@ Snapshot snapshotOf(std::string_view bytes) {
 }
 
 std::string snapshotDirectory() {
-  const std::string store = loomer::storePathForHome(Platform::current().process.homeDirectory());
-  return joinedPath(Place(store).directory, "Browsers");
+  return joinedPath(Place(LoomerManager::storePath()).directory, "Browsers");
 }
 
 std::string snapshotPath(const std::string& token) {

@@ -12,7 +12,7 @@
 #include <variant>
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
-#include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
+#include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/session/SyncService.h"
@@ -60,7 +60,7 @@ std::optional<FileIdentity> storeAt(const std::string& path) {
 // Serves the extension until it is gone, or until the store that this process has open is not the user's any
 // more: deleted, or put back from a backup. The extension then starts another one.
 void serve(BrowserHost& host, NativeMessages& messages) {
-  const std::string path = loomer::storePathForHome(Platform::current().process.homeDirectory());
+  const std::string path = LoomerManager::storePath();
   std::optional<FileIdentity> store;  // that the first session has opened
   bool hasSynced = false;
   std::optional<StoreWatch> watch;

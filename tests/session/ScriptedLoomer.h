@@ -50,6 +50,7 @@ class ScriptedLoomer : public LoomerManager {
     return enter({identifier, bundleId, path});
   }
   void unregisterClient(LoomerClient&) override { registered = false; }
+  LoomerNews newsForClient(const String&) override { return {}; }
   std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource) override {
     return std::make_unique<Driver>(*this, dataSource);

@@ -1,5 +1,7 @@
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
 
+#include "CorvaneSyncClient/platform/loomer/session/SessionMode.h"
+#include "CorvaneSyncClient/platform/loomer/store/RefusalTable.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/platform/system/SCLog.h"
 
@@ -42,6 +44,23 @@ LoomerClient* EmbeddedManager::registerClientWithIdentifier(
 }
 
 void EmbeddedManager::unregisterClient(LoomerClient& client) { _clients.unregisterClient(client); }
+
+LoomerNews EmbeddedManager::newsForClient(const String& identifier) {
+  LoomerNews news;
+  _store.reading([&] {
+    const TruthState truth = RecordTable(_store).state();
+    news.revision = truth.revision;
+    for (const ClientState& each : ClientTable(_store).all()) {
+      news.sessions += each.sessions;
+      if (each.identifier != identifier) continue;
+      news.isBehind = mayHaveNews(each, truth);
+      news.isPending = each.resetPending || each.restorePending;
+      const auto refusal = RefusalTable(_store).find(each.id);
+      news.isApproved = refusal && refusal->approved;
+    }
+  });
+  return news;
+}
 
 std::unique_ptr<LoomerSessionDriver> EmbeddedManager::sessionDriverWithDataSource(
     LoomerSessionDriverDataSource& dataSource) {

@@ -21,6 +21,7 @@ class EmbeddedManager : public LoomerManager {
   LoomerClient* registerClientWithIdentifier(const String& identifier, const String& descriptionBundleId,
                                              const std::string& descriptionBundleRelativePath) override;
   void unregisterClient(LoomerClient& client) override;
+  LoomerNews newsForClient(const String& identifier) override;
   std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource) override;
 

@@ -13,12 +13,8 @@ std::unique_ptr<pelto::Hub> hubOfUser() {
   return account ? pelto::hubOf(*account) : nullptr;
 }
 
-std::string storePathOfUser() {
-  return loomer::storePathForHome(Platform::current().process.homeDirectory());
-}
-
 std::unique_ptr<LoomerManager> managerOfUser() {
-  auto manager = std::make_unique<loomer::EmbeddedManager>(storePathOfUser());
+  auto manager = std::make_unique<loomer::EmbeddedManager>(LoomerManager::storePath());
   manager->useHub(hubOfUser);
   return manager;
 }
@@ -34,9 +30,13 @@ LoomerManager& LoomerManager::sharedManager() {
 LoomerManager* LoomerManager::sharedManagerOfExistingStore() {
   std::error_code error;
   const bool isMissing = !currentService<LoomerManager> &&
-                         !Platform::current().files.attributes(storePathOfUser(), error) &&
+                         !Platform::current().files.attributes(storePath(), error) &&
                          error == std::errc::no_such_file_or_directory;
   return isMissing ? nullptr : &sharedManager();
+}
+
+std::string LoomerManager::storePath() {
+  return loomer::storePathForHome(Platform::current().process.homeDirectory());
 }
 
 std::unique_ptr<LoomerSessionDriver> LoomerSessionDriver::sessionDriverWithDataSource(

@@ -52,6 +52,32 @@ TEST_F(ClientTest, RegisteringAgainRenewsADescriptionThatDiffers) {
   EXPECT_EQ(client->objectForKey("kept"), Value(7));
 }
 
+TEST_F(ClientTest, NewsAreWhatMayMakeItsNextSessionAnotherOne) {
+  const auto news = [&] { return manager().newsForClient("a"); };
+  EXPECT_TRUE(news().isBehind) << "it is not even registered";
+  const auto a = makeClient("a");
+  const auto b = makeClient("b");
+  a->addBookmark("", "ant", "http://ant/");
+  ASSERT_EQ(a->sync(), "");
+  const LoomerNews quiet = news();
+  EXPECT_FALSE(quiet.isBehind || quiet.isPending || quiet.isApproved);
+  EXPECT_EQ(news(), quiet);
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_EQ(news().sessions, quiet.sessions + 1);
+  EXPECT_EQ(news().revision, quiet.revision);
+  EXPECT_FALSE(news().isBehind);
+  b->addBookmark("", "bee", "http://bee/");
+  ASSERT_EQ(b->sync(), "");
+  EXPECT_NE(news().revision, quiet.revision);
+  EXPECT_TRUE(news().isBehind);
+  EXPECT_FALSE(manager().newsForClient("b").isBehind);
+  ASSERT_EQ(a->sync(), "");
+  EXPECT_FALSE(news().isBehind);
+  loomer::ClientTable(store()).setRestorePending(manager().clientWithIdentifier("a")->row(), true);
+  EXPECT_TRUE(news().isPending);
+  EXPECT_FALSE(manager().newsForClient("b").isPending);
+}
+
 // By its path a client may be registered for a command that must not say anything; by its bundle it is
 // registered for a session.
 TEST_F(ClientTest, UnusableDescriptionsAnswerNoneAndABundlesOneLogLine) {

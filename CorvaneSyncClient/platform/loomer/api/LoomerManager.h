@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -7,6 +8,18 @@
 #include "CorvaneSyncClient/platform/system/ServiceScope.h"
 
 namespace corvane {
+
+/// What a client that waits between its sessions goes by: none of it can have changed where the next session
+/// would do what the last one did, unless the client itself has changed something.
+struct LoomerNews {
+  std::int64_t revision = 0;  ///< of the truth: another one whenever a record of it has changed
+  std::int64_t sessions = 0;  ///< that succeeded, of all clients
+  bool isBehind = true;       ///< the client has not had a session since the truth last changed
+  bool isPending = false;     ///< somebody has decided that its next session resets or restores it
+  bool isApproved = false;    ///< somebody has approved what the guard had refused to it
+
+  bool operator==(const LoomerNews&) const = default;
+};
 
 /// The sync engine as its clients meet it: the registry of clients, and the maker of sessions.
 class LoomerManager {
@@ -19,6 +32,10 @@ class LoomerManager {
   static LoomerManager& sharedManager();
   /// As `sharedManager`, for who only asks: null where the user has no store yet, and none is made.
   static LoomerManager* sharedManagerOfExistingStore();
+
+  /// Where the user's store stands or is to stand: the file to be watched for what others do, in the
+  /// directory in which a client may keep what is its own.
+  static std::string storePath();
 
   /// The registered client, owned by the manager and valid until it is unregistered; null when there is none.
   virtual LoomerClient* clientWithIdentifier(const String& identifier) = 0;
@@ -36,6 +53,9 @@ class LoomerManager {
                                                      const std::string& descriptionBundleRelativePath) = 0;
   /// Removes the client's base, values and pending reset, never the truth. `client` is gone afterwards.
   virtual void unregisterClient(LoomerClient& client) = 0;
+
+  /// `newsForClient:`, registered or not. Raises PlatformException when the store cannot be read.
+  virtual LoomerNews newsForClient(const String& identifier) = 0;
 
   virtual std::unique_ptr<LoomerSessionDriver> sessionDriverWithDataSource(
       LoomerSessionDriverDataSource& dataSource) = 0;

@@ -40,6 +40,21 @@ class TruthStore {
   /// From now on everything is read as it is at the first read, whatever others write meanwhile.
   void beginReading() { _database.execute("BEGIN", MessageText<1>("cannot begin reading: %1").english()); }
 
+  /// Runs `body`, to which everything is as it is at its first read, whatever others write meanwhile; in the
+  /// transaction that is open, if there is one.
+  template <typename Body>
+  void reading(const Body& body) {
+    if (_database.inTransaction()) return body();
+    beginReading();
+    try {
+      body();
+    } catch (...) {
+      _database.rollback();
+      throw;
+    }
+    _database.rollback();
+  }
+
   /// Takes the lock and starts a transaction. Waits at most `seconds` for another writer, asking again
   /// several times a second by the platform's clock; false when it still writes then.
   bool begin(double seconds);
