@@ -239,8 +239,9 @@ class RandomBrowsers {
     if (!browser.isRunning()) return;
     std::string root = browser.root(RootKind::mobile);
     if (root.empty()) root = browser.makeMobileRoot();
-    browser.add(root, NodeKind::bookmark, newTitle(), "http://h-" + _given.back());
-    give(client, _given.back());
+    const std::string title = newTitle();
+    browser.add(root, NodeKind::bookmark, title, "http://h-" + title);
+    give(client, title);
   }
 
   void editBrowser(HostedBrowser& hosted, unsigned client, const Occurrence& step) {
