@@ -587,7 +587,10 @@ class TakingIn {
     if (!differs || _withStandIn.contains(folder)) return false;
     const auto ordered = _held.ordered.find(folder);
     const bool isLost = ordered != _held.ordered.end() && _lost.covers(ordered->second);
-    if (isLost || wasOnItsWay(before, folder)) {
+    const bool hasArrived = wasOnItsWay(before, folder);
+    // Of ours, of which the answer may have been lost with the host.
+    if (hasArrived && !isLost) _held.ordered[folder] = _now;
+    if (isLost || hasArrived) {
       _intake.lost = true;
       return false;
     }
