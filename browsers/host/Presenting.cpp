@@ -111,15 +111,17 @@ class Presenter {
     for (std::size_t at = 0; at < wanted.size(); ++at) {
       if (_stopped) return;
       HeldNode& node = *_held.find(wanted[at]);
+      bool hasPlace = true;
       if (at >= made && node.showing != Showing::shown) {
         made = createFrom(at, wanted, folder, browserId, last);
-      } else if (at >= made && !node.isSpecial && !staying.contains(node.browserId)) {
-        move(node, folder, browserId, last);
+      } else if (at >= made && !staying.contains(node.browserId)) {
+        hasPlace = !node.isSpecial;  // which stays where it is, be it among what comes later
+        if (hasPlace) move(node, folder, browserId, last);
       }
       if (_stopped || node.showing != Showing::shown) continue;
       update(node);
       const BrowserNode* const shown = _browser.find(node.browserId);
-      if (shown && shown->parent == browserId) last = node.browserId;
+      if (hasPlace && shown && shown->parent == browserId) last = node.browserId;
       if (shown && node.kind == NodeKind::folder) _open.emplace_back(node.localId, node.browserId);
     }
   }

@@ -24,6 +24,30 @@ TEST_F(BrowserRootsTest, MenuOfTheTruthIsAFolderInChromium) {
   EXPECT_EQ(firefox.text(), "menu: ant@http://ant/ bee@http://bee/");
 }
 
+// The truth's menu has no place among others, so that it may stand anywhere.
+TEST_F(BrowserRootsTest, FolderThatStandsForTheMenuPutsNothingElseIntoAnotherOrder) {
+  const auto file = home.makeClient("file");
+  for (const char* const name : {"ant", "bee", "cat"})
+    file->addBookmark("", name, std::string("http://") + name + "/");
+  ASSERT_EQ(file->sync(), "");
+  firefox.start();
+  chromium.start();
+  addFolder(firefox, RootKind::menu, "F");
+  firefox.sync();
+  chromium.browser.add(chromium.browser.root(RootKind::other), NodeKind::folder, "G", "", 1);
+  chromium.beforeNextChange = [&] {
+    chromium.browser.move(find(chromium, "G"), chromium.browser.root(RootKind::bar));
+  };
+  chromium.sync();
+  file->add(kit::newNode(false, "", "dog", "http://dog/"), 0);
+  ASSERT_EQ(file->sync(), "");
+  chromium.sync();
+  const std::string text = chromium.text();
+  EXPECT_LT(text.find("dog"), text.find("ant")) << text;
+  EXPECT_LT(text.find("ant"), text.find("bee")) << text;
+  EXPECT_LT(text.find("bee"), text.find("cat")) << text;
+}
+
 TEST_F(BrowserRootsTest, MenuThatIsMadeAndNotAnsweredForIsNotMadeAgain) {
   addBookmark(firefox, RootKind::menu, "ant", "http://ant/");
   firefox.start();
