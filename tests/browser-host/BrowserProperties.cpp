@@ -349,9 +349,11 @@ class RandomBrowsers {
     return texts;
   }
 
-  // Whether a folder stands for one that the browser does not have.
+  // Whether a folder stands for one that the browser does not have, or that lay elsewhere when the browser
+  // was given it.
   static bool isStandIn(const std::string& title) {
-    return title == kStandIn || title == browsers::titleOfRoot(RootKind::mobile);
+    return title == kStandIn || title == browsers::titleOfRoot(RootKind::mobile) ||
+           title == browsers::titleOfRoot(RootKind::other);
   }
 
   static Tops topsOf(const ScriptedBrowser& browser) {
@@ -363,9 +365,10 @@ class RandomBrowsers {
     for (const std::string& each : browser.entries()) {
       const std::string& title = browser.nodes().at(each).title;
       if (!isStandIn(title)) continue;
-      const auto [known, isNew] =
-          tops.emplace(title == kStandIn ? "BookmarksMenu" : title, textsIn(browser, each));
-      require(isNew, title + " is there twice");
+      std::vector<std::string>& top = tops[title == kStandIn ? "BookmarksMenu" : title];
+      const bool mayShare = title == browsers::titleOfRoot(RootKind::other);
+      require(top.empty() || mayShare, title + " is there twice");
+      for (std::string& text : textsIn(browser, each)) top.push_back(std::move(text));
     }
     return tops;
   }
