@@ -174,7 +174,9 @@ int BrowserClient::applyChange(const LoomerChange& change, const String& entityN
     node.root = rootFor(record);
     if (node.root) {
       node.showing = Showing::shown;
-      node.browserId = _state.roots.at(*node.root);
+      const BrowserNode& root = _state.roots.at(*node.root);
+      node.browserId = root.id;
+      node.isOfAccount = root.syncing;
       node.title.isPending = false;
     }
   } else if (const HeldNode* const known = _working.find(identifier)) {

@@ -22,7 +22,7 @@ class BrowserClient : public LoomerSessionDriverDataSource {
   /// Of the snapshot that a session works on.
   struct State {
     HeldTree& held;                         ///< numbered; replaced by what it is after a session
-    std::map<RootKind, std::string> roots;  ///< the browser's own, by its ids
+    std::map<RootKind, BrowserNode> roots;  ///< the browser's own
     std::int64_t generation = 0;
     bool isEdited = false;  ///< it is no more what the snapshot of this generation says
   };

@@ -261,9 +261,9 @@ bool BrowserHost::runOnce() {
   _edits += intake.edits;
   if (intake.lost) _snapshot.isFinished = false;
   _snapshot.tree.number();
-  std::map<RootKind, std::string> roots;
+  std::map<RootKind, BrowserNode> roots;
   for (const RootKind kind : kRootKinds) {
-    if (const BrowserNode* const root = browser.root(kind)) roots.emplace(kind, root->id);
+    if (const BrowserNode* const root = browser.root(kind)) roots.emplace(kind, *root);
   }
   if (!runSession(std::move(roots))) return true;
   bool isDifferent = false;
@@ -278,7 +278,7 @@ bool BrowserHost::runOnce() {
   return !isDifferent;
 }
 
-bool BrowserHost::runSession(std::map<RootKind, std::string> roots) {
+bool BrowserHost::runSession(std::map<RootKind, BrowserNode> roots) {
   const Stamp stamp{_snapshot.generation + 1, now()};
   BrowserClient::State state{_snapshot.tree, std::move(roots), _snapshot.generation,
                              _edits > 0 || _snapshot.generation == 0};

@@ -65,7 +65,7 @@ class BrowserHost {
   /// False where the user was faster, so that it is to be done again.
   bool runOnce();
   /// False where it failed, of which the user has been told.
-  bool runSession(std::map<RootKind, std::string> roots);
+  bool runSession(std::map<RootKind, BrowserNode> roots);
   void showInBrowser(BrowserTree& browser, bool& isDifferent);
   std::int64_t save(const HeldTree& held, bool isFinished);
   void write(Snapshot& snapshot);

@@ -135,6 +135,11 @@ void HeldTree::makeRoot(const std::string& localId, RootKind kind) {
   _roots.emplace(kind, localId);
 }
 
+void HeldTree::endRoot(RootKind kind) {
+  if (HeldNode* const node = root(kind)) node->root.reset();
+  _roots.erase(kind);
+}
+
 void HeldTree::drop(const std::string& localId) {
   const auto found = _nodes.find(localId);
   if (found == _nodes.end()) return;

@@ -64,6 +64,7 @@ struct HeldNode {
   bool opensAsTabs = false;      ///< of folders; no browser shows it
   bool isSpecial = false;        ///< the bookmarks bar or menu
   std::optional<RootKind> root;  ///< the browser's own folder that stands for it
+  bool isOfAccount = false;      ///< of a root: the browser's own account keeps that folder in step
   Showing showing = Showing::waiting;
   std::string browserId;  ///< of what is shown
   /// Of the folder in which the browser showed it before it had a root for it; empty for none. It is to go.
@@ -114,6 +115,8 @@ class HeldTree {
   void place(HeldNode node);
   /// Has a folder in the truth's root be what the browser's own folder of that kind stands for, as none does.
   void makeRoot(const std::string& localId, RootKind kind);
+  /// Has the node that stands for the browser's own folder of that kind be a folder like any other.
+  void endRoot(RootKind kind);
   /// Takes a node away; what is in it waits for changes of its own.
   void drop(const std::string& localId);
 

@@ -63,6 +63,8 @@ class TakingIn {
       : _held(held), _browser(browser), _lost(lost), _now(now), _nodes(browser.nodes()) {}
 
   Intake run() {
+    findDepartedRoots();
+    releaseMobileRoot();
     adoptRoots();
     for (const HeldNode* const each : _held.topDown()) {
       _former.emplace(each->localId, *each);
@@ -70,6 +72,8 @@ class TakingIn {
     }
     bindRoots();
     bindStandIns();
+    matchReturned();
+    noteMerged();
     matchById();
     matchInPlace();
     matchRest();
@@ -85,8 +89,33 @@ class TakingIn {
  private:
   // --- Which node is which.
 
-  // Chromium has a folder for what comes from a phone only once something is in it. Until then the truth's is
-  // a folder like any other.
+  // Nobody has deleted what was in a folder that the browser's account has taken along, or in whose place it
+  // has put its own. By itself Chromium's for what comes from a phone vanishes when the user has emptied it.
+  void findDepartedRoots() {
+    for (const RootKind kind : kRootKinds) {
+      const HeldNode* const node = _held.root(kind);
+      if (!node) continue;
+      const BrowserNode* const root = _browser.root(kind);
+      const bool isAccountGone = node->isOfAccount && !_browser.isSyncedByBrowser();
+      if (root ? root->id != node->browserId : kind != RootKind::mobile || isAccountGone)
+        _departed.insert(folderOfRoot(kind));
+    }
+  }
+
+  // Chromium has a folder for what comes from a phone only as long as something is in it. Otherwise the
+  // truth's is a folder like any other.
+  void releaseMobileRoot() {
+    HeldNode* const node = _held.root(RootKind::mobile);
+    if (!node || _browser.root(RootKind::mobile)) return;
+    _held.endRoot(RootKind::mobile);
+    node->showing = Showing::waiting;
+    node->browserId.clear();
+    node->title.isPending = true;
+    if (const auto ordered = _held.ordered.extract(folderOfRoot(RootKind::mobile)))
+      _held.ordered[node->localId] = ordered.mapped();
+    _intake.lost = true;
+  }
+
   void adoptRoots() {
     for (const RootKind kind : kRootKinds) {
       const BrowserNode* const root = _browser.root(kind);
@@ -114,26 +143,93 @@ class TakingIn {
       _held.ordered[folderOfRoot(kind)] = ordered.mapped();
   }
 
-  // What a browser shows in the stand-in for a root lies in the root, to which it is moved. Then the stand-in
-  // is removed. The browser may lose both.
+  // The browser may lose that all of a stand-in was moved to its root, and that it was removed.
   void bindStandIns() {
     for (const RootKind kind : kRootKinds) {
       const HeldNode* const node = _held.root(kind);
       const BrowserNode* const standIn = node && _browser.root(kind) ? _browser.find(node->standIn) : nullptr;
       if (!standIn || standIn->kind != NodeKind::folder || standIn->added != node->added.now) continue;
-      _folders[standIn->id] = folderOfRoot(kind);
-      _doomed.insert(standIn->id);
-      _withStandIn.insert(folderOfRoot(kind));
-      std::erase_if(_held.removed,
-                    [&](const RemovedNode& each) { return each.isWaiting && each.browserId == standIn->id; });
-      _held.removed.push_back({.kind = NodeKind::folder,
-                               .browserId = standIn->id,
-                               .title = standIn->title,
-                               .url = {},
-                               .added = {standIn->added, {}},
-                               .changed = _now,
-                               .isWaiting = true});
-      _intake.lost = true;
+      mergeInto(*standIn, folderOfRoot(kind));
+    }
+  }
+
+  // What the browser shows in `node` lies in `folder`, to which it is moved; then the node is removed.
+  void mergeInto(const BrowserNode& node, const std::string& folder) {
+    if (node.kind == NodeKind::folder) {
+      _folders[node.id] = folder;
+      _shownTwice.insert(folder);
+    }
+    _doomed.insert(node.id);
+    _merged.push_back({.kind = node.kind,
+                       .browserId = node.id,
+                       .title = node.title,
+                       .url = node.url,
+                       .added = {node.added, {}},
+                       .changed = _now,
+                       .isWaiting = true});
+  }
+
+  void noteMerged() {
+    std::erase_if(_held.removed, [this](const RemovedNode& each) {
+      return each.isWaiting && _doomed.contains(each.browserId);
+    });
+    _held.removed.insert(_held.removed.end(), _merged.begin(), _merged.end());
+    _intake.lost |= !_merged.empty();
+  }
+
+  // A root may come back with what the stand-in for it shows by now. The root's own counts then.
+  void matchReturned() {
+    if (_shownTwice.empty()) return;
+    const auto known = shownByBrowserId();
+    std::unordered_set<std::string> inStandIn(_doomed);
+    std::unordered_map<std::string, const BrowserNode*> copies;  // there, by local ids
+    std::vector<const BrowserNode*> strangers;
+    Candidates candidates;
+    for (const BrowserNode* const node : _nodes) {
+      if (!inStandIn.contains(node->parent)) continue;
+      inStandIn.insert(node->id);
+      const auto held = known.find(node->id);
+      if (held == known.end() || held->second->added.now != node->added) {
+        strangers.push_back(node);
+      } else {
+        const HeldNode& copied = *held->second;
+        candidates.add(joined(copied.shownIn, node->kind, node->title, node->url), copied.localId);
+        copies.emplace(copied.localId, node);
+      }
+    }
+    for (const BrowserNode* const node : _nodes) {
+      if (inStandIn.contains(node->id)) continue;
+      if (const auto held = known.find(node->id); held != known.end()) {
+        if (node->kind == NodeKind::folder) _folders[node->id] = held->second->localId;
+        continue;
+      }
+      const std::string found =
+          candidates.take(joined(folderOf(*node), node->kind, node->title, node->url), _matched);
+      if (found.empty()) continue;
+      match(*node, found);
+      mergeInto(*copies.at(found), found);
+    }
+    mergeAgain(strangers);
+  }
+
+  // Folders of a stand-in that are to go, and are still there since something was in them, or are there
+  // again.
+  void mergeAgain(const std::vector<const BrowserNode*>& strangers) {
+    if (strangers.empty()) return;
+    std::unordered_map<std::string, std::int64_t> toGo;  // when they were added, by the browser's ids
+    for (const RemovedNode& each : _held.removed) {
+      if (isToGo(each) && each.kind == NodeKind::folder) toGo[each.browserId] = each.added.now;
+    }
+    std::unordered_map<std::string, std::string> folders;  // local ids, by where they are and their titles
+    for (const auto& [localId, node] : _held.nodes()) {
+      if (node.showing == Showing::shown && node.kind == NodeKind::folder)
+        folders.emplace(joined(node.shownIn, node.kind, node.title.shown, {}), localId);
+    }
+    for (const BrowserNode* const node : strangers) {
+      const auto known = toGo.find(node->id);
+      const auto same = folders.find(joined(folderOf(*node), node->kind, node->title, {}));
+      const bool goes = known != toGo.end() && known->second == node->added;
+      if (goes && same != folders.end()) mergeInto(*node, same->second);
     }
   }
 
@@ -142,7 +238,9 @@ class TakingIn {
       const BrowserNode* const root = _browser.root(kind);
       if (root) _folders[root->id] = folderOfRoot(kind);
       HeldNode* const node = _held.root(kind);
-      if (root && node) node->browserId = root->id;
+      if (!root || !node) continue;
+      node->browserId = root->id;
+      node->isOfAccount = root->syncing;
     }
   }
 
@@ -152,6 +250,14 @@ class TakingIn {
     return found == _folders.end() ? std::string() : found->second;
   }
 
+  std::unordered_map<std::string, const HeldNode*> shownByBrowserId() const {
+    std::unordered_map<std::string, const HeldNode*> shown;
+    for (const auto& [localId, node] : _held.nodes()) {
+      if (node.showing == Showing::shown && !node.root) shown.emplace(node.browserId, &node);
+    }
+    return shown;
+  }
+
   void match(const BrowserNode& node, const std::string& localId) {
     _matched.insert(localId);
     _localIds[node.id] = localId;
@@ -159,12 +265,10 @@ class TakingIn {
   }
 
   void matchById() {
-    std::unordered_map<std::string, const HeldNode*> byBrowserId;
-    for (const auto& [localId, node] : _held.nodes()) {
-      if (node.showing == Showing::shown && !node.root) byBrowserId.emplace(node.browserId, &node);
-    }
+    const auto byBrowserId = shownByBrowserId();
     for (const BrowserNode* const node : _nodes) {
-      const auto found = node->root ? byBrowserId.end() : byBrowserId.find(node->id);
+      const bool isSettled = node->root || _doomed.contains(node->id);
+      const auto found = isSettled ? byBrowserId.end() : byBrowserId.find(node->id);
       if (found == byBrowserId.end()) continue;
       const HeldNode& known = *found->second;
       if (known.kind != node->kind || known.added.now != node->added) continue;
@@ -283,22 +387,20 @@ class TakingIn {
   // Of what is not in the browser.
   bool isGone(const HeldNode& node) const {
     return node.showing == Showing::shown && !node.root && !_matched.contains(node.localId) &&
-           !isUnderMissingRoot(node) && !_lost.isFromElsewhere && !_lost.covers(node.changed) &&
+           !isUnderDepartedRoot(node) && !_lost.isFromElsewhere && !_lost.covers(node.changed) &&
            !_revived.contains(node.localId);
   }
 
-  // A root may vanish for a while, as with the browser's account; nobody has deleted what is in it.
-  bool isUnderMissingRoot(const HeldNode& node) const {
+  bool isUnderDepartedRoot(const HeldNode& node) const {
     std::vector<std::string> way;  // up, as far as nobody has gone it yet
     std::string at = node.shownIn;
-    while (!rootOfFolder(at) && _former.contains(at) && !_underMissingRoot.contains(at)) {
+    while (!rootOfFolder(at) && _former.contains(at) && !_underDepartedRoot.contains(at)) {
       way.push_back(at);
       at = _former.at(at).shownIn;
     }
-    const auto known = _underMissingRoot.find(at);
-    const auto kind = rootOfFolder(at);
-    const bool isUnder = known != _underMissingRoot.end() ? known->second : kind && !_browser.root(*kind);
-    for (const std::string& each : way) _underMissingRoot.emplace(each, isUnder);
+    const auto known = _underDepartedRoot.find(at);
+    const bool isUnder = known != _underDepartedRoot.end() ? known->second : _departed.contains(at);
+    for (const std::string& each : way) _underDepartedRoot.emplace(each, isUnder);
     return isUnder;
   }
 
@@ -410,6 +512,7 @@ class TakingIn {
     root.root = *kind;
     root.showing = Showing::shown;
     root.browserId = _browser.root(*kind)->id;
+    root.isOfAccount = _browser.root(*kind)->syncing;
     root.changed = _now;
     ++_intake.edits;
     return _held.add(std::move(root)).localId;
@@ -471,9 +574,7 @@ class TakingIn {
     std::vector<std::string> gone;
     for (const auto& [localId, former] : _former) {
       HeldNode& node = *_held.find(localId);
-      if (node.root || _matched.contains(localId) || node.showing != Showing::shown ||
-          isUnderMissingRoot(former))
-        continue;
+      if (node.root || _matched.contains(localId) || node.showing != Showing::shown) continue;
       if (isGone(node)) {
         gone.push_back(localId);
       } else {
@@ -584,7 +685,7 @@ class TakingIn {
       differs |= former->second.shownIndex < last;
       last = former->second.shownIndex;
     }
-    if (!differs || _withStandIn.contains(folder)) return false;
+    if (!differs || _shownTwice.contains(folder)) return false;
     const auto ordered = _held.ordered.find(folder);
     const bool isLost = ordered != _held.ordered.end() && _lost.covers(ordered->second);
     const bool hasArrived = wasOnItsWay(before, folder);
@@ -658,7 +759,8 @@ class TakingIn {
   std::unordered_map<std::string, HeldNode> _former;  // by local id, as they were
   std::unordered_map<std::string, std::vector<std::string>> _formerOrder;
   // Of folders as they were, as far as somebody has asked.
-  mutable std::unordered_map<std::string, bool> _underMissingRoot;
+  mutable std::unordered_map<std::string, bool> _underDepartedRoot;
+  std::unordered_set<std::string> _departed;  // roots that are not the browser's any more
   std::unordered_map<std::string, std::string>
       _folders;  // what the held tree calls a folder, by the browser's id
   std::unordered_map<std::string, std::string> _localIds;  // by the browser's id
@@ -666,7 +768,8 @@ class TakingIn {
   std::multimap<std::string, RemovedNode*> _toGo;          // by what they look like, and by their ids
   std::unordered_set<const RemovedNode*> _found;           // of those
   std::unordered_set<std::string> _doomed;                 // ids of the browser
-  std::unordered_set<std::string> _withStandIn;            // folders of which the browser shows two
+  std::vector<RemovedNode> _merged;                        // of those, what others take the place of
+  std::unordered_set<std::string> _shownTwice;             // folders of which the browser shows two
   std::unordered_set<std::string> _revived;                // local ids
   std::unordered_map<std::string, std::vector<std::string>>
       _inFolder;  // what the browser shows, as local ids

@@ -96,6 +96,7 @@ Dictionary entryOf(const HeldNode& node) {
   setFlag(entry, "OpensAsTabs", node.opensAsTabs);
   setFlag(entry, "Special", node.isSpecial);
   if (node.root) entry.set("Root", nameOf(*node.root));
+  setFlag(entry, "OfAccount", node.isOfAccount);
   setFlag(entry, "Waiting", node.showing == Showing::waiting);
   setFlag(entry, "Refused", node.showing == Showing::refused);
   setText(entry, "BrowserId", node.browserId);
@@ -123,6 +124,7 @@ HeldNode nodeOf(const Dictionary& entry) {
   node.opensAsTabs = flagIn(entry, "OpensAsTabs");
   node.isSpecial = flagIn(entry, "Special");
   node.root = rootKindNamed(entry.string("Root").view());
+  node.isOfAccount = flagIn(entry, "OfAccount");
   node.showing = flagIn(entry, "Waiting")   ? Showing::waiting
                  : flagIn(entry, "Refused") ? Showing::refused
                                             : Showing::shown;

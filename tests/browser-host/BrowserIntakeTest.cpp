@@ -95,6 +95,24 @@ TEST_F(BrowserIntakeTest, NodeWithAnotherIdIsKnownInItsFolderAndThenAnywhere) {
   EXPECT_EQ(localIds(), before);
 }
 
+TEST_F(BrowserIntakeTest, FolderThatAnAccountPutsInPlaceOfAnotherIsGivenWhatTheOtherOneHad) {
+  take(barWith({{.id = "F", .parent = "bar", .title = "F", .added = 1}, bookmark("7", "ant", 2)}));
+  const auto before = localIds();
+  BrowserTree tree =
+      barWith({{.id = "F", .parent = "bar", .title = "F", .added = 1}, bookmark("7", "ant", 2)});
+  tree.add({.id = "account", .root = RootKind::bar, .syncing = true});
+  tree.add({.id = "8",
+            .parent = "account",
+            .kind = NodeKind::bookmark,
+            .title = "ant",
+            .url = "http://ant/",
+            .added = 3});
+  const Intake intake = take(tree);
+  EXPECT_EQ(intake.edits, 0U);
+  EXPECT_TRUE(intake.lost);
+  EXPECT_EQ(localIds(), before);
+}
+
 TEST_F(BrowserIntakeTest, TreeOfAnyDepthIsTakenIn) {
   const int depth = sized(20'000, 3000);
   browsers::BrowserTree tree;

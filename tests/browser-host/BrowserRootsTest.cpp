@@ -122,6 +122,68 @@ TEST_F(BrowserRootsTest, RootThatAppearsLateAndTheFolderThatStoodForItAreOne) {
   }
 }
 
+TEST_F(BrowserRootsTest, RootThatTheUserEmptiesVanishesAndWhatWasInItIsDeleted) {
+  const std::string root = chromium.browser.makeMobileRoot();
+  const std::string ant = chromium.browser.add(root, NodeKind::bookmark, "ant", "http://ant/");
+  addBookmark(chromium, RootKind::bar, "anchor", "http://anchor/");
+  chromium.start();
+  firefox.start();
+  EXPECT_EQ(firefox.text(), "bar: anchor@http://anchor/ mobile: ant@http://ant/");
+  chromium.browser.remove(ant);
+  ASSERT_EQ(chromium.browser.root(RootKind::mobile), "");
+  round();
+  EXPECT_EQ(firefox.text(), "bar: anchor@http://anchor/");
+  EXPECT_EQ(chromium.text(), "bar: anchor@http://anchor/ other: \"Mobile Bookmarks\"()");
+  // What comes then is seen, too, wherever the user puts the next one.
+  addBookmark(firefox, RootKind::mobile, "bee", "http://bee/");
+  round();
+  EXPECT_EQ(chromium.text(), "bar: anchor@http://anchor/ other: \"Mobile Bookmarks\"(bee@http://bee/)");
+  chromium.browser.add(chromium.browser.makeMobileRoot(), NodeKind::bookmark, "cat", "http://cat/");
+  round();
+  EXPECT_EQ(chromium.text(), "bar: anchor@http://anchor/ mobile: bee@http://bee/ cat@http://cat/");
+  EXPECT_EQ(chromium.text(), firefox.text());
+}
+
+TEST_F(BrowserRootsTest, RootThatAnAccountTakesAlongIsShownElsewhereUntilItComesBack) {
+  // More messages than such a session has.
+  for (int message = 0; message <= 16; ++message) {
+    for (const bool killsHost : {true, false}) {
+      const OtherComputer computer(*this, std::to_string(message) + (killsHost ? "host" : "browser"));
+      HostedBrowser phone{Kind::firefox};
+      HostedBrowser signedIn{Kind::chromium};
+      phone.browser.token = "33333333-3333-4333-8333-333333333333";
+      const auto pass = [&] {
+        signedIn.browser.pass(60'000);
+        platform.clock.time.seconds += 60;
+      };
+      signedIn.browser.isSyncedByAccount = true;
+      const std::string root = signedIn.browser.makeMobileRoot();
+      const std::string folder = signedIn.browser.add(root, NodeKind::folder, "F");
+      signedIn.browser.add(folder, NodeKind::bookmark, "ant", "http://ant/");
+      signedIn.browser.add(root, NodeKind::bookmark, "bee", "http://bee/");
+      signedIn.start();
+      phone.start();
+      pass();
+      signedIn.browser.signOut();
+      signedIn.sync();
+      phone.sync();
+      EXPECT_EQ(signedIn.text(), "other: \"Mobile Bookmarks\"(F(ant@http://ant/) bee@http://bee/)");
+      EXPECT_EQ(phone.text(), "mobile: F(ant@http://ant/) bee@http://bee/");
+      signedIn.browser.add(find(signedIn, "F"), NodeKind::bookmark, "cat", "http://cat/");
+      signedIn.sync();
+      pass();
+      signedIn.browser.signIn();
+      killsHost ? signedIn.killHostAt(message) : signedIn.killBrowserAt(message);
+      signedIn.sync();
+      signedIn.sync();
+      phone.sync();
+      const std::string all = "mobile: F(ant@http://ant/ cat@http://cat/) bee@http://bee/";
+      EXPECT_EQ(signedIn.text(), all) << message << killsHost;
+      EXPECT_EQ(phone.text(), all) << message << killsHost;
+    }
+  }
+}
+
 TEST_F(BrowserRootsTest, FolderThatAnAccountKeepsInStepCountsAndTheUserIsTold) {
   browsers::BrowserTree tree;
   tree.add({.id = "1", .root = RootKind::bar});

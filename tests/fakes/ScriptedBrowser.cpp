@@ -95,10 +95,31 @@ void ScriptedBrowser::makeRoot(RootKind root, const std::string& id, const std::
 }
 
 std::string ScriptedBrowser::makeMobileRoot() {
-  const std::string id = newId();
-  makeRoot(RootKind::mobile, id, "Mobile bookmarks");
+  if (_mobileRoot.empty()) _mobileRoot = newId();
+  makeRoot(RootKind::mobile, _mobileRoot, "Mobile bookmarks");
   _unwritten.clear();
-  return id;
+  return _mobileRoot;
+}
+
+void ScriptedBrowser::hideMobileRoot() {
+  const bool isShown = _state.nodes.contains(_mobileRoot);
+  if (isShown && childrenOf(_mobileRoot).empty()) erase(_mobileRoot);
+}
+
+void ScriptedBrowser::signOut() {
+  isSyncedByAccount = false;
+  for (const std::string& each : subtree(_mobileRoot)) {
+    _ofAccount.nodes.insert(_state.nodes.extract(each));
+    _ofAccount.children.insert(_state.children.extract(each));
+  }
+  edited();
+}
+
+void ScriptedBrowser::signIn() {
+  isSyncedByAccount = true;
+  _state.nodes.merge(_ofAccount.nodes);
+  _state.children.merge(_ofAccount.children);
+  edited();
 }
 
 std::string ScriptedBrowser::newId() {
@@ -214,6 +235,7 @@ void ScriptedBrowser::move(const std::string& id, const std::string& parent, std
   if (std::find(below.begin(), below.end(), parent) != below.end()) return;
   unlist(id);
   list(id, parent, index);
+  hideMobileRoot();
   edited();
 }
 
@@ -223,6 +245,7 @@ void ScriptedBrowser::remove(const std::string& id) {
     unlist(*each);
     erase(*each);
   }
+  hideMobileRoot();
   edited();
 }
 
@@ -281,6 +304,7 @@ void ScriptedBrowser::quit() {
 void ScriptedBrowser::kill() {
   _running = false;
   for (auto each = _unwritten.rbegin(); each != _unwritten.rend(); ++each) each->undo(_state);
+  hideMobileRoot();
   _unwritten.clear();
 }
 
@@ -450,6 +474,7 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
     if (!childrenOf(nodeId).empty()) return fail(id, "the folder is not empty", false);
     unlist(nodeId);
     erase(nodeId);
+    hideMobileRoot();
     JsonMessage answer("answer", id);
     answer.member("removed", true);
     _messages.push_back(answer.text());
@@ -461,6 +486,7 @@ void ScriptedBrowser::answerChange(const JsonValue& request) {
     if (isInItself) return fail(id, "a folder cannot lie in itself", false);
     unlist(nodeId);
     list(nodeId, parent, index);
+    hideMobileRoot();
     return answerNode(id, nodeId);
   }
   Node& node = changeable(nodeId);

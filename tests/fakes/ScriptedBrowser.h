@@ -57,9 +57,13 @@ class ScriptedBrowser {
 
   /// Time goes on; what is older than three seconds is durable.
   void pass(std::int64_t milliseconds);
-  /// Chromium's folder of what comes from a phone appears, for good, with all that is not durable yet.
-  /// Answers its id.
+  /// Chromium's folder of what comes from a phone appears, and all that is not durable yet is so at once.
+  /// Answers its id. It vanishes when nothing is in it any more.
   std::string makeMobileRoot();
+  /// The browser's account goes, and takes that folder along with all that is in it.
+  void signOut();
+  /// It comes back with the folder as it was.
+  void signIn();
   /// Starts, and connects with a host: `hello` is the first message.
   void start();
   /// Another host connects, as after it was ended or the extension reloaded.
@@ -123,6 +127,7 @@ class ScriptedBrowser {
 
   std::string newId();
   void makeRoot(browsers::RootKind root, const std::string& id, const std::string& title);
+  void hideMobileRoot();
   std::string insert(Node node, std::size_t index);
   void list(const std::string& id, const std::string& parent, std::size_t index);
   void unlist(const std::string& id);
@@ -147,6 +152,8 @@ class ScriptedBrowser {
 
   Kind _kind;
   State _state;
+  std::string _mobileRoot;           ///< Chromium's, once it has appeared
+  State _ofAccount;                  ///< what the account has taken along
   std::deque<Unwritten> _unwritten;  ///< how what is not durable is taken back, in the order of the changes
   std::int64_t _now = 1'700'000'000'000;
   std::int64_t _runs = 0;
