@@ -286,6 +286,10 @@ class TakingIn {
         _shown.add(joined(node.shownIn, node.kind, node.title.shown, node.url.shown), node.localId);
         if (node.kind != NodeKind::separator)
           _anywhere.add(joined({}, node.kind, node.title.shown, node.url.shown), node.localId);
+        if (node.kind == NodeKind::bookmark) {
+          _shownByTitle.add(joined(node.shownIn, node.kind, node.title.shown, {}), node.localId);
+          _shownByAddress.add(joined(node.shownIn, node.kind, {}, node.url.shown), node.localId);
+        }
       } else if (node.showing == Showing::waiting) {
         const std::string folder = _held.folderToShowIn(node);
         const std::string address = likenessOfAddress(node.url.value.view());
@@ -308,6 +312,15 @@ class TakingIn {
     return _waitingByAddress.take(joined(folder, node.kind, {}, address), _matched);
   }
 
+  // What has got another id and was edited before anybody looked. Empty for none.
+  std::string editedCandidate(const BrowserNode& node) {
+    const std::string folder = folderOf(node);
+    if (folder.empty() || node.kind != NodeKind::bookmark) return {};
+    const std::string found = _shownByAddress.take(joined(folder, node.kind, {}, node.url), _matched);
+    if (!found.empty() || node.title.empty()) return found;
+    return _shownByTitle.take(joined(folder, node.kind, node.title, {}), _matched);
+  }
+
   void matchInPlace() {
     collectCandidates();
     for (const BrowserNode* const node : _nodes) {
@@ -323,6 +336,7 @@ class TakingIn {
       std::string found = candidateInPlace(*node);
       if (found.empty() && node->kind != NodeKind::separator)
         found = _anywhere.take(joined({}, node->kind, node->title, node->url), _matched);
+      if (found.empty()) found = editedCandidate(*node);
       match(*node, found.empty() ? Platform::current().uuids.newUuid().toString() : found);
     }
   }
@@ -773,7 +787,7 @@ class TakingIn {
   std::unordered_set<std::string> _revived;                // local ids
   std::unordered_map<std::string, std::vector<std::string>>
       _inFolder;  // what the browser shows, as local ids
-  Candidates _shown, _anywhere, _waiting, _waitingByAddress;
+  Candidates _shown, _anywhere, _shownByTitle, _shownByAddress, _waiting, _waitingByAddress;
 };
 
 }  // namespace

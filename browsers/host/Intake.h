@@ -30,8 +30,9 @@ struct Intake {
 ///
 /// A node of the browser is the one that was shown under its id, if kind and date of addition say so too; ids
 /// may have been renewed or given to others, so that the rest goes by folder, title and address, and then by
-/// title and address anywhere. What is left is new, and what is not found again was deleted. A value that the
-/// browser still shows in the form that it gave to ours is unchanged.
+/// title and address anywhere, and a bookmark then in its folder by one of them. What is left is new, and
+/// what is not found again was deleted. A value that the browser still shows in the form that it gave to ours
+/// is unchanged.
 ///
 /// What differs and `lost` covers was not done by the user: it stays as the client has it, to be done again.
 /// A folder that the user deleted lives on with what was to be put into it and had not been.

@@ -95,6 +95,17 @@ TEST_F(BrowserIntakeTest, NodeWithAnotherIdIsKnownInItsFolderAndThenAnywhere) {
   EXPECT_EQ(localIds(), before);
 }
 
+TEST_F(BrowserIntakeTest, BookmarkThatIsEditedAndHasAnotherIdIsKnownInItsFolder) {
+  take(barWith({bookmark("1", "ant", 1), bookmark("2", "bee", 2), bookmark("3", "cat", 3)}));
+  const auto before = localIds();
+  BrowserNode renamed = bookmark("4", "ant", 4);
+  renamed.title = "ape";
+  BrowserNode readdressed = bookmark("5", "bee", 5);
+  readdressed.url = "http://another/";
+  EXPECT_EQ(take(barWith({renamed, readdressed, bookmark("6", "cat", 6)})).edits, 2U);
+  EXPECT_EQ(localIds(), before);
+}
+
 TEST_F(BrowserIntakeTest, FolderThatAnAccountPutsInPlaceOfAnotherIsGivenWhatTheOtherOneHad) {
   take(barWith({{.id = "F", .parent = "bar", .title = "F", .added = 1}, bookmark("7", "ant", 2)}));
   const auto before = localIds();
