@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CorvaneSyncClient/platform/foundation/BigEndian.h"
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/foundation/plist/BinaryPropertyListTrailer.h"
 #include "CorvaneSyncClient/platform/foundation/plist/PropertyList.h"
 #include "CorvaneSyncClient/platform/foundation/text/Utf8.h"
@@ -112,7 +113,7 @@ bool isMetOnce(const Object& object) {
 // The distinct objects of a value, each with its number, and for every container the numbers of its contents.
 class ObjectTable {
  public:
-  explicit ObjectTable(const Value& top) : _slots(1024) {
+  explicit ObjectTable(const Value& top) {
     number(objectFor(top));
     for (std::size_t i = 0; i < _objects.size(); ++i) {
       const Object object = _objects[i];
@@ -125,7 +126,7 @@ class ObjectTable {
         }
       }
     }
-    _slots = {};
+    _numbers = {};
   }
 
   std::vector<Object>& objects() { return _objects; }
@@ -133,24 +134,14 @@ class ObjectTable {
   const std::vector<std::uint32_t>& references() const { return _references; }
 
  private:
-  struct Slot {
-    std::uint32_t hash = 0;
-    std::uint32_t number = 0;  // counted from 1; 0 for an empty slot
-  };
-
   std::uint32_t number(const Object& object) {
     if (isMetOnce(object)) return enter(object);
-    if ((_entered + 1) * 2 > _slots.size()) grow();
-    const std::size_t mask = _slots.size() - 1;
-    for (std::size_t at = object.hash & mask;; at = (at + 1) & mask) {
-      Slot& slot = _slots[at];
-      if (slot.number == 0) {
-        ++_entered;
-        slot = {object.hash, enter(object) + 1};
-        return slot.number - 1;
-      }
-      if (slot.hash == object.hash && areSame(_objects[slot.number - 1], object)) return slot.number - 1;
-    }
+    const std::uint32_t met =
+        _numbers.find(object.hash, [&](std::uint32_t number) { return areSame(_objects[number], object); });
+    if (met != HashIndex::kNowhere) return met;
+    const std::uint32_t number = enter(object);
+    _numbers.enter(object.hash, number);
+    return number;
   }
 
   std::uint32_t enter(const Object& object) {
@@ -161,22 +152,9 @@ class ObjectTable {
     return static_cast<std::uint32_t>(_objects.size() - 1);
   }
 
-  void grow() {
-    std::vector<Slot> larger(_slots.size() * 2);
-    const std::size_t mask = larger.size() - 1;
-    for (const Slot& slot : _slots) {
-      if (slot.number == 0) continue;
-      std::size_t at = slot.hash & mask;
-      while (larger[at].number != 0) at = (at + 1) & mask;
-      larger[at] = slot;
-    }
-    _slots = std::move(larger);
-  }
-
   std::vector<Object> _objects;
   std::vector<std::uint32_t> _references;
-  std::vector<Slot> _slots;  // of what may be met again: open addressing
-  std::size_t _entered = 0;  // in the slots
+  HashIndex _numbers;  // of what may be met again
 };
 
 // Gives the text away in pieces.

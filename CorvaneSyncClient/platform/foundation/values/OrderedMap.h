@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/foundation/text/String.h"
 
@@ -145,8 +146,8 @@ class OrderedMap {
 
   // Where the entries of a map stand that is too large to be searched one by one.
   struct Index {
-    std::vector<std::uint32_t> slots;  // open addressing: 0, or the entry's number counted from 1
-    std::size_t removed = 0;           // entries that were removed and not yet swept away
+    HashIndex places;
+    std::size_t removed = 0;  // entries that were removed and not yet swept away
   };
 
   V* valueAt(std::size_t at) { return at == kNowhere ? nullptr : &_entries[at].value; }
@@ -168,23 +169,18 @@ class OrderedMap {
       }
       return kNowhere;
     }
-    const std::uint32_t hash = hashed ? hashed->hash() : hashOf(text);
-    const std::vector<std::uint32_t>& slots = _index->slots;
-    const std::size_t mask = slots.size() - 1;
-    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
-      if (slots[slot] == 0) return kNowhere;
-      const Entry& entry = _entries[slots[slot] - 1];
-      if (entry.key && entry.key.hash() == hash && entry.key.view() == text) return slots[slot] - 1;
-    }
+    const std::uint32_t place = _index->places.find(
+        hashed ? hashed->hash() : hashOf(text),
+        [&](std::uint32_t at) { return _entries[at].key && _entries[at].key.view() == text; });
+    return place == HashIndex::kNowhere ? kNowhere : place;
   }
 
   V& append(String key, V value) {
     _entries.push_back({std::move(key), std::move(value)});
-    if (_index ? _entries.size() * 4 > _index->slots.size() * 3 : _entries.size() > kLinearLimit) {
-      sweep();
-      rebuildIndex(_entries.size() * 2);
-    } else if (_index) {
+    if (_index) {
       enter(_entries.size() - 1);
+    } else if (_entries.size() > kLinearLimit) {
+      rebuildIndex(_entries.size() * 2);
     }
     return _entries.back().value;
   }
@@ -212,22 +208,15 @@ class OrderedMap {
   }
 
   void rebuildIndex(std::size_t count) {
-    std::size_t slots = 16;
-    while (slots * 3 < count * 4 + 4) slots *= 2;
     if (!_index) _index = std::make_unique<Index>();
-    _index->slots.assign(slots, 0);
+    _index->places.clear();
+    _index->places.reserve(count);
     for (std::size_t i = 0; i < _entries.size(); ++i) {
       if (_entries[i].key) enter(i);
     }
   }
 
-  void enter(std::size_t at) {
-    std::vector<std::uint32_t>& slots = _index->slots;
-    const std::size_t mask = slots.size() - 1;
-    std::size_t slot = _entries[at].key.hash() & mask;
-    while (slots[slot] != 0) slot = (slot + 1) & mask;
-    slots[slot] = static_cast<std::uint32_t>(at + 1);
-  }
+  void enter(std::size_t at) { _index->places.enter(_entries[at].key.hash(), at); }
 
   std::vector<Entry> _entries;
   std::unique_ptr<Index> _index;
