@@ -1,6 +1,7 @@
 #include <optional>
 #include <unordered_map>
 
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/loomer/merge/Trees.h"
 
 // Which record of the client stands for which record of the truth.
@@ -68,10 +69,11 @@ class Identification {
   void readTruth() {
     _trees.nodes.reserve(_input.truth.size() + 1);
     _trees.nodes.emplace_back();
-    _nodeOfRecord.reserve(_input.truth.size());
+    _nodesByRecord.reserve(_input.truth.size());
     _nextRecord = std::max<RecordId>(_input.nextRecord, kRoot + 1);
     for (const TruthRecord& record : _input.truth) {
-      if (record.id <= kRoot || !_nodeOfRecord.emplace(record.id, lastNode() + 1).second) continue;
+      if (record.id <= kRoot || nodeOfRecord(record.id) != kNoNode) continue;
+      _nodesByRecord.enter(hashOf(record.id), lastNode() + std::size_t{1});
       Node& node = _trees.nodes.emplace_back();
       node.id = record.id;
       node.entity = record.entity;
@@ -95,19 +97,21 @@ class Identification {
 
   void readBase() {
     _trees.baseParent.assign(_trees.nodes.size(), kNoNode);
-    _nodeOfLocalId.reserve(_input.base.size());
-    for (const BaseRecord& record : _input.base) {
-      const auto found = _nodeOfRecord.find(record.record);
-      if (found == _nodeOfRecord.end()) continue;
-      Node& node = _trees.nodes[found->second];
+    _baseByLocalId.reserve(_input.base.size());
+    for (std::size_t place = 0; place < _input.base.size(); ++place) {
+      const BaseRecord& record = _input.base[place];
+      const Index found = nodeOfRecord(record.record);
+      if (found == kNoNode) continue;
+      Node& node = _trees.nodes[found];
       if (node.entity != record.entity || node.base || node.notHeld) continue;
       const bool usableId = record.localId && record.localId != LoomerRootIdentifier;
-      if (!record.notHeld && (!usableId || _nodeOfLocalId.contains(record.localId))) continue;
-      if (usableId) _nodeOfLocalId.emplace(record.localId, found->second);
+      const bool isTaken = usableId && nodeOfLocalId(record.localId) != kNoNode;
+      if (!record.notHeld && (!usableId || isTaken)) continue;
+      if (usableId && !isTaken) _baseByLocalId.enter(record.localId.hash(), place);
       (record.notHeld ? node.notHeld : node.base) = &record;
       // A client is told to delete everything before it is given everything anew: it held nothing then.
       if (_input.replace) node.base = nullptr;
-      if (node.base) _trees.baseParent[found->second] = folderOf(record.parent);
+      if (node.base) _trees.baseParent[found] = folderOf(record.parent);
     }
     _trees.baseOrder = SiblingLists(_trees.baseParent, [this](Index a, Index b) {
       return precedesAmongSiblings(*_trees.nodes[a].base, *_trees.nodes[b].base);
@@ -115,7 +119,8 @@ class Identification {
   }
 
   void readClient() {
-    placeHeld(readHeld());
+    readHeld();
+    placeHeld();
     _heldOrder = SiblingLists(_heldParent, [this](Index a, Index b) {
       return precedesAmongSiblings(heldRecord(a), heldRecord(b));
     });
@@ -125,19 +130,17 @@ class Identification {
     _nodeOfHeld[kRootNode] = kRootNode;
   }
 
-  using HeldByLocalId = std::unordered_map<String, Index>;
-
   // Finds what the client holds, each local id once.
-  HeldByLocalId readHeld() {
-    HeldByLocalId byLocalId;
-    if (_input.replace) return byLocalId;
+  void readHeld() {
+    if (_input.replace) return;
     const std::size_t count = _input.client ? _input.client->size() : _input.base.size();
-    byLocalId.reserve(count);
+    _heldByLocalId.reserve(count);
     _trees.held.reserve(count);
     const auto read = [&](const ClientRecord& record) {
       if (!record.localId || record.localId == LoomerRootIdentifier) return;
-      const bool isNew = byLocalId.emplace(record.localId, lastHeld() + 1).second;
-      if (isNew) _trees.held.push_back(&record);
+      if (heldOfLocalId(record.localId) != kNoNode) return;
+      _trees.held.push_back(&record);
+      _heldByLocalId.enter(record.localId.hash(), lastHeld());
     };
     if (_input.client) {
       for (const ClientRecord& record : *_input.client) read(record);
@@ -145,7 +148,6 @@ class Identification {
       makeRecordsOfBase();
       for (const ClientRecord& record : _trees.made) read(record);
     }
-    return byLocalId;
   }
 
   // A client that pushed nothing holds what its base says, as far as that is a tree.
@@ -163,14 +165,12 @@ class Identification {
   }
 
   // What has no parent, a bookmark for its parent, or lies on a cycle becomes a child of the root.
-  void placeHeld(const HeldByLocalId& byLocalId) {
+  void placeHeld() {
     _heldParent.assign(_trees.held.size() + 1, kRootNode);
     _heldParent[kRootNode] = kNoNode;
     for (Index held = 1; held <= lastHeld(); ++held) {
-      const auto parent = byLocalId.find(heldRecord(held).parentLocalId);
-      if (parent != byLocalId.end() && heldRecord(parent->second).entity == Entity::folder) {
-        _heldParent[held] = parent->second;
-      }
+      const Index parent = heldOfLocalId(heldRecord(held).parentLocalId);
+      if (parent != kNoNode && heldRecord(parent).entity == Entity::folder) _heldParent[held] = parent;
     }
     cutCycles(_heldParent);
   }
@@ -180,23 +180,24 @@ class Identification {
     for (Index held = 1; held <= lastHeld(); ++held) {
       const ClientRecord& record = heldRecord(held);
       const bool folder = record.entity == Entity::folder;
-      Content content = record.content;
+      const bool mayBeSpecial = folder && _heldParent[held] == kRootNode;
+      const bool makesSense = (folder ? !record.content.url : !record.content.tabGroup) &&
+                              (mayBeSpecial || !record.content.special);
+      if (makesSense) continue;
+      Content& content = _trees.made.emplace_back(record).content;
       if (folder) content.url = String();
       content.tabGroup = content.tabGroup && folder;
-      content.special = content.special && folder && _heldParent[held] == kRootNode;
-      if (content == record.content) continue;
-      _trees.made.push_back(record);
-      _trees.made.back().content = std::move(content);
+      content.special = content.special && mayBeSpecial;
       _trees.held[held - 1] = &_trees.made.back();
     }
   }
 
   void claimKnown() {
     for (Index held = 1; held <= lastHeld(); ++held) {
-      const auto found = _nodeOfLocalId.find(heldRecord(held).localId);
-      if (found == _nodeOfLocalId.end()) continue;
-      const Node& node = _trees.nodes[found->second];
-      if (node.entity == heldRecord(held).entity && !node.client) claim(held, found->second);
+      const Index found = nodeOfLocalId(heldRecord(held).localId);
+      if (found == kNoNode) continue;
+      const Node& node = _trees.nodes[found];
+      if (node.entity == heldRecord(held).entity && !node.client) claim(held, found);
     }
   }
 
@@ -295,9 +296,23 @@ class Identification {
   // The folder with that id, kNoNode if there is none.
   Index folderOf(RecordId id) const {
     if (id == kRoot) return kRootNode;
-    const auto found = _nodeOfRecord.find(id);
-    const bool folder = found != _nodeOfRecord.end() && _trees.nodes[found->second].entity == Entity::folder;
-    return folder ? found->second : kNoNode;
+    const Index found = nodeOfRecord(id);
+    return found != kNoNode && _trees.nodes[found].entity == Entity::folder ? found : kNoNode;
+  }
+
+  // Of what the truth knows; kNoNode for what it does not, here and below.
+  Index nodeOfRecord(RecordId id) const {
+    return _nodesByRecord.find(hashOf(id), [&](Index node) { return _trees.nodes[node].id == id; });
+  }
+  // By the base.
+  Index nodeOfLocalId(const String& localId) const {
+    const std::uint32_t place = _baseByLocalId.find(
+        localId.hash(), [&](std::uint32_t at) { return _input.base[at].localId == localId; });
+    return place == HashIndex::kNowhere ? kNoNode : nodeOfRecord(_input.base[place].record);
+  }
+  Index heldOfLocalId(const String& localId) const {
+    return _heldByLocalId.find(localId.hash(),
+                               [&](Index held) { return heldRecord(held).localId == localId; });
   }
 
   const ClientRecord& heldRecord(Index held) const { return *_trees.held[held - 1]; }
@@ -308,10 +323,11 @@ class Identification {
 
   const MergeInput& _input;
   Trees _trees;
-  std::unordered_map<RecordId, Index> _nodeOfRecord;
-  std::unordered_map<String, Index> _nodeOfLocalId;
+  HashIndex _nodesByRecord;  // that the truth knows
+  HashIndex _baseByLocalId;
   RecordId _nextRecord = 1;
   // The client's own tree; its indexes are those of `held` plus one, its root is 0.
+  HashIndex _heldByLocalId;
   Parents _heldParent;
   SiblingLists _heldOrder;
   std::vector<Index> _heldTopDown;

@@ -1,8 +1,8 @@
 #include "CorvaneSyncClient/platform/loomer/session/Agreement.h"
 
 #include <algorithm>
-#include <unordered_map>
 
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/loomer/session/RecordIntake.h"
 
 namespace corvane::loomer {
@@ -16,15 +16,15 @@ constexpr std::size_t kMostChanged = 16;
 // The truth as it is after the session, record by record.
 class MergedTruth {
  public:
-  explicit MergedTruth(const Plan& plan) : _truth(plan.input.truth) {
-    _changed.reserve(plan.result.truthChanges.size());
-    for (const TruthChange& each : plan.result.truthChanges) _changed.emplace(each.after.id, &each.after);
+  explicit MergedTruth(const Plan& plan) : _truth(plan.input.truth), _changes(plan.result.truthChanges) {
+    _byId.reserve(_changes.size());
+    for (std::size_t place = 0; place < _changes.size(); ++place)
+      _byId.enter(hashOf(_changes[place].after.id), place);
   }
 
   // Null for one that there never was. Ids must be asked for in ascending order.
   const TruthRecord* record(RecordId id) {
-    const auto changed = _changed.find(id);
-    if (changed != _changed.end()) return changed->second;
+    if (const TruthRecord* const changed = changedRecord(id)) return changed;
     while (_at < _truth.size() && _truth[_at].id < id) ++_at;
     return _at < _truth.size() && _truth[_at].id == id ? &_truth[_at] : nullptr;
   }
@@ -32,17 +32,23 @@ class MergedTruth {
   std::size_t liveCount() const {
     std::size_t count = 0;
     for (const TruthRecord& each : _truth) {
-      if (!each.deleted && !_changed.contains(each.id)) ++count;
+      if (!each.deleted && !changedRecord(each.id)) ++count;
     }
-    for (const auto& [id, record] : _changed) {
-      if (!record->deleted) ++count;
-    }
-    return count;
+    return count + static_cast<std::size_t>(
+                       std::count_if(_changes.begin(), _changes.end(),
+                                     [](const TruthChange& each) { return !each.after.deleted; }));
   }
 
  private:
+  const TruthRecord* changedRecord(RecordId id) const {
+    const std::uint32_t place =
+        _byId.find(hashOf(id), [&](std::uint32_t at) { return _changes[at].after.id == id; });
+    return place == HashIndex::kNowhere ? nullptr : &_changes[place].after;
+  }
+
   const std::vector<TruthRecord>& _truth;
-  std::unordered_map<RecordId, const TruthRecord*> _changed;
+  const std::vector<TruthChange>& _changes;
+  HashIndex _byId;  // of the changes
   std::size_t _at = 0;
 };
 

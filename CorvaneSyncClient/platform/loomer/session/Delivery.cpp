@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
@@ -20,8 +21,9 @@ class Delivering {
         _base(plan.result.base),
         _identifiers(identifiers) {
     if (_identifiers.empty()) return;
+    _placesOfIds.reserve(_base.size());
     for (const BaseRecord& each : _base) {
-      if (each.localId && !each.notHeld) _idsInUse.insert(each.localId);
+      if (each.localId && !each.notHeld && !isInUse(each.localId)) use(each.localId);
     }
   }
 
@@ -81,7 +83,17 @@ class Delivering {
   // folder of a bookmark.
   bool isIdentifierInUse(const ClientChange& change) const {
     return change.type == LoomerChangeTypeAdd && _dataSource.keepsHistory() &&
-           _idsInUse.contains(_identifiers.at(change.record));
+           isInUse(_identifiers.at(change.record));
+  }
+
+  bool isInUse(const String& localId) const {
+    const auto isIt = [&](std::uint32_t place) { return _idsInUse[place] == localId; };
+    return _placesOfIds.find(localId.hash(), isIt) != HashIndex::kNowhere;
+  }
+
+  void use(const String& localId) {
+    _placesOfIds.enter(localId.hash(), _idsInUse.size());
+    _idsInUse.push_back(localId);
   }
 
   int apply(const ClientChange& change, String& localId) {
@@ -103,9 +115,10 @@ class Delivering {
 
   void accept(const ClientChange& change, const String& localId) {
     if (change.type != LoomerChangeTypeAdd) return;
-    if (localId.empty() || localId == LoomerRootIdentifier || !_idsInUse.insert(localId).second) {
+    if (localId.empty() || localId == LoomerRootIdentifier || isInUse(localId)) {
       cancel(change, Message("it handed back the identifier \"%1\", which is in use", localId.view()));
     }
+    use(localId);
     _delivery.localIds.emplace(change.record, localId);
   }
 
@@ -142,7 +155,8 @@ class Delivering {
   const std::unordered_map<RecordId, String>& _identifiers;
   const double _timeout = _dataSource.sessionPullChangesTimeout();  // seconds
   const double _began = Platform::current().clock.now().seconds;
-  std::unordered_set<String> _idsInUse;  // local ids, when something is added
+  std::vector<String> _idsInUse;  // local ids, each once, when something is added
+  HashIndex _placesOfIds;
   bool _refusedFolder = false;
   Delivery _delivery;
 };

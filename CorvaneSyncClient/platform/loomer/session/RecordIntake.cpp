@@ -2,6 +2,7 @@
 
 #include <unordered_map>
 
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/loomer/session/SessionCancelled.h"
 
 namespace corvane::loomer {
@@ -41,11 +42,13 @@ class Intake {
   }
 
   void enter(const EntitySchema& schema, const String& localId, const Dictionary& dictionary) {
-    const auto [known, isNew] = _places.try_emplace(localId, records.size());
-    if (isNew) {
+    const std::uint32_t known =
+        _places.find(localId.hash(), [&](std::uint32_t place) { return records[place].localId == localId; });
+    if (known == HashIndex::kNowhere) {
+      _places.enter(localId.hash(), records.size());
       records.push_back(clientRecord(schema, localId, dictionary));
-    } else if (records[known->second].entity == schema.entity) {
-      records[known->second] = clientRecord(schema, localId, dictionary);
+    } else if (records[known].entity == schema.entity) {
+      records[known] = clientRecord(schema, localId, dictionary);
     } else {
       throw SessionCancelled(Message(
           "The client gave the identifier %1 to a folder and to a bookmark. Nothing was changed; give "
@@ -56,7 +59,7 @@ class Intake {
 
   LoomerSessionDriverDataSource& _dataSource;
   bool _changedOnly;
-  std::unordered_map<String, std::size_t> _places;  // in `records`, by local id
+  HashIndex _places;  // in `records`, by local id
 };
 
 }  // namespace

@@ -114,17 +114,29 @@ ContentRows::ContentRows(Database& database, const std::vector<TruthRecord>& tru
       _truth(truth),
       _truthRows(truthRows),
       _base(base),
-      _baseRows(baseRows) {}
+      _baseRows(baseRows) {
+  _stored.reserve(most);
+  _byRecord.reserve(most);
+}
 
 ContentId ContentRows::row(RecordId record, const Content& content) {
-  const auto own = _stored.find(record);
-  if (own != _stored.end() && own->second.content == content) return own->second.id;
+  const std::uint32_t own = placeOf(record);
+  if (own != HashIndex::kNowhere && *_stored[own].content == content) return _stored[own].id;
   if (const auto row = storedRow(_truth, _truthRows, &TruthRecord::id, record, content)) return *row;
   if (const auto row = storedRow(_base, _baseRows, &BaseRecord::record, record, content)) return *row;
-  if (own != _stored.end()) finish();  // which may be the only one that has its texts
-  const Row& stored = _stored.insert_or_assign(record, Row{content, _next++}).first->second;
-  _insertion.add(stored.id, stored.content.name, stored.content.url, content.tabGroup, content.special);
-  return stored.id;
+  const Row row{record, _next++, &content};
+  if (own == HashIndex::kNowhere) {
+    _byRecord.enter(hashOf(record), _stored.size());
+    _stored.push_back(row);
+  } else {
+    _stored[own] = row;
+  }
+  _insertion.add(row.id, content.name, content.url, content.tabGroup, content.special);
+  return row.id;
+}
+
+std::uint32_t ContentRows::placeOf(RecordId record) const {
+  return _byRecord.find(hashOf(record), [&](std::uint32_t place) { return _stored[place].record == record; });
 }
 
 void ContentRows::finish() { _insertion.finish(); }

@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "CorvaneSyncClient/platform/foundation/HashIndex.h"
 #include "CorvaneSyncClient/platform/loomer/records/Records.h"
 #include "CorvaneSyncClient/platform/loomer/store/TruthStore.h"
 
@@ -49,23 +50,28 @@ class ContentRows {
               const std::vector<ContentId>& baseRows, std::size_t most);
 
   /// The row that holds that content of the record. A new one is stored with the next `finish` at the latest,
-  /// with which each function ends that is given this object.
+  /// with which each function ends that is given this object; the content must live as long as this object.
   ContentId row(RecordId record, const Content& content);
   /// Stores all rows that are new.
   void finish();
 
  private:
   struct Row {
-    Content content;
+    RecordId record;
     ContentId id;
+    const Content* content;
   };
+  /// Where the newest of a record's rows stands; `HashIndex::kNowhere` for none.
+  std::uint32_t placeOf(RecordId record) const;
+
   RowInsertion _insertion;
   ContentId _next;
   const std::vector<TruthRecord>& _truth;
   const std::vector<ContentId>& _truthRows;
   const std::vector<BaseRecord>& _base;
   const std::vector<ContentId>& _baseRows;
-  std::unordered_map<RecordId, Row> _stored;  // by this object; the newest of each record
+  std::vector<Row> _stored;  // by this object; the newest of each record
+  HashIndex _byRecord;
 };
 
 /// The records of the truth.

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "CorvaneSyncClient/platform/foundation/Optional.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 
 namespace corvane::loomer {
@@ -15,7 +16,7 @@ struct Side {
   std::optional<std::int64_t> parent, place, content;
 };
 
-Side sideOf(const std::optional<TruthRecord>& record, ContentRows& contents) {
+Side sideOf(const TruthRecord* record, ContentRows& contents) {
   if (!record || record->deleted) return {};
   return {record->parent, record->place, contents.row(record->id, record->content)};
 }
@@ -59,8 +60,8 @@ void enterChanges(Database& database, std::int64_t session, const std::vector<Tr
                   ContentRows& contents) {
   RowInsertion insertion(database, kInsertChange, changes.size(), kWriteLog);
   for (const TruthChange& change : changes) {
-    const Side before = sideOf(change.before, contents);
-    const Side after = sideOf(change.after, contents);
+    const Side before = sideOf(pointerTo(change.before), contents);
+    const Side after = sideOf(&change.after, contents);
     insertion.add(session, change.after.id, static_cast<std::int64_t>(change.after.entity), before.parent,
                   before.place, before.content, after.parent, after.place, after.content);
   }
