@@ -120,11 +120,10 @@ class ClientDiff {
     const Node& at = _trees.nodes[node];
     if (!at.client || _trees.clientParent[node] != _trees.parent[node]) return true;
     if (_trees.input.rewritten.contains(at.id)) return true;
-    Content held = at.client->content;
     // An address that could not be sent, because it is none, is what the user typed: it stays until somebody
     // changes the one that the client is known to have had.
-    if (at.entity == Entity::bookmark) held.url = sentContent(at).url;
-    return held != at.content;
+    if (at.entity == Entity::bookmark && !at.client->content.url) return sentContent(at) != at.content;
+    return at.client->content != at.content;
   }
 
   void numberFolder(Index folder, const std::vector<std::uint32_t>& ranks) {

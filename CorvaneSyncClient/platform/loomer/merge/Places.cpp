@@ -1,5 +1,6 @@
 #include "CorvaneSyncClient/platform/loomer/merge/Places.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "CorvaneSyncClient/platform/loomer/merge/Increasing.h"
@@ -95,6 +96,8 @@ void writeChange(Trees& trees, Index node, MergeResult& result) {
 
 void changeTruth(Trees& trees, MergeResult& result) {
   for (Index folder = 0; folder < trees.nodes.size(); ++folder) numberChildren(trees, folder);
+  result.truthChanges.reserve(static_cast<std::size_t>(std::count_if(
+      trees.nodes.begin() + 1, trees.nodes.end(), [](const Node& each) { return !each.truth; })));
   for (const Index node : trees.order.topDown()) {
     if (node != kRootNode) writeChange(trees, node, result);
   }
