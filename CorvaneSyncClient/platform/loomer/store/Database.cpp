@@ -232,7 +232,7 @@ int nextRow(sqlite3_vtab_cursor* cursor) {
 
 int isBehindRows(sqlite3_vtab_cursor* cursor) {
   const RowsCursor& rows = cursorOf(cursor);
-  return rows.at >= rows.rows->cells.size() ? 1 : 0;
+  return rows.at >= rows.rows->count ? 1 : 0;
 }
 
 int answerCell(sqlite3_vtab_cursor* cursor, sqlite3_context* answer, int column) {
@@ -373,7 +373,7 @@ RowInsert::RowInsert(const std::string& into, std::size_t columnCount)
 RowInsertion::RowInsertion(Database& database, const RowInsert& insert, std::size_t most, const char* purpose)
     : _database(database), _statement(database.query(insert.sql.c_str(), purpose)) {
   _rows.columns = insert.columns;
-  _rows.cells.reserve(std::min(most, RowInsert::kMany) * insert.columns);
+  _rows.cells.resize(std::clamp<std::size_t>(most, 1, RowInsert::kMany) * insert.columns);
 }
 
 RowInsertion::~RowInsertion() {
@@ -381,11 +381,11 @@ RowInsertion::~RowInsertion() {
 }
 
 void RowInsertion::finish() {
-  if (_rows.cells.empty()) return;
+  if (_rows.count == 0) return;
   _database._inserting = &_rows;
   _statement.run();
   _database._inserting = nullptr;
-  _rows.cells.clear();
+  _rows.count = 0;
 }
 
 }  // namespace corvane::loomer

@@ -124,8 +124,9 @@ struct RowsToInsert {
     std::int64_t number;  ///< or the bytes of the text
     bool isNull;
   };
-  std::vector<Cell> cells;  ///< row by row
+  std::vector<Cell> cells;  ///< row by row, with room for more
   std::size_t columns = 0;
+  std::size_t count = 0;  ///< of the cells that are there
 };
 
 /// One connection to an existing SQLite file: the only code that speaks SQLite's C interface. Statements are
@@ -204,8 +205,10 @@ class RowInsertion {
   /// Inserts a row, with the next `finish` at the latest; its texts must live until then.
   template <typename... Values>
   void add(const Values&... values) {
-    (_rows.cells.push_back(cell(values)), ...);
-    if (_rows.cells.size() == RowInsert::kMany * _rows.columns) finish();
+    RowsToInsert::Cell* to = _rows.cells.data() + _rows.count;
+    ((*to++ = cell(values)), ...);
+    _rows.count += sizeof...(values);
+    if (_rows.count == _rows.cells.size()) finish();
   }
   /// Inserts all rows that were added.
   void finish();
