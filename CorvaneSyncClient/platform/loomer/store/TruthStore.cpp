@@ -21,6 +21,9 @@ constexpr const char* kPrepareConnection = MessageText<1>("cannot prepare the co
 constexpr const char* kSwitchOnWriteAheadLog =
     MessageText<1>("cannot switch on its write-ahead log: %1").english();
 
+// Twice SQLite's own size: each page costs calls of its own on its way through the log into the file. A store
+// that is there keeps what it has.
+constexpr const char* kPagesOfNewStore = "PRAGMA page_size = 8192";
 constexpr double kPollSeconds = 0.1;
 // Registering and storing values outside a session: as long as a session may wait for another one.
 constexpr double kWriteTimeoutSeconds = 60.0;
@@ -117,7 +120,10 @@ TruthStore::TruthStore(std::string path, Access access)
 TruthStore::TruthStore(std::string path, Access access, const FileDescriptor& /*openingLock*/)
     : _database(access == Access::unchanging ? std::move(path) : prepared(std::move(path)), access) {
   refuseUnusableStore(_database, storeMigrations());
-  if (access != Access::unchanging) useWriteAheadLog();
+  if (access != Access::unchanging) {
+    _database.execute(kPagesOfNewStore, kPrepareConnection);
+    useWriteAheadLog();
+  }
   _database.execute(
       "PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; PRAGMA cell_size_check = ON;"
       "PRAGMA trusted_schema = OFF; PRAGMA temp_store = MEMORY; PRAGMA cache_size = -8192;"
