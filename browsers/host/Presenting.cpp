@@ -40,7 +40,7 @@ std::vector<std::size_t> longestAscending(const std::vector<std::size_t>& number
 
 // What is made by one request: few enough to be stopped soon, and to fit into a message, in which JSON may
 // write each byte with six.
-constexpr std::size_t kMostNodesAtOnce = 16;
+constexpr std::size_t kMostNodesAtOnce = 64;
 constexpr std::size_t kMostTextAtOnce = std::size_t{32} * 1024;  // bytes of titles and addresses
 
 class Presenter {

@@ -42,17 +42,17 @@ TEST_F(PresentingTest, ManyAreMadeByFewRequestsInTheirOrder) {
 
 TEST_F(PresentingTest, WhatIsStoppedIsTakenUpAgain) {
   const auto file = home.makeClient("file");
-  for (int i = 0; i < 20; ++i)
+  for (int i = 0; i < 100; ++i)
     file->addBookmark("", "b" + std::to_string(i), "http://b/" + std::to_string(i));
   ASSERT_EQ(file->sync(), "");
   firefox.beforeNextChange = [&] { firefox.browser.say("stop"); };
   firefox.start();
   const std::size_t made = firefox.browser.entries().size();
-  EXPECT_LT(made, 20U);
+  EXPECT_LT(made, 100U);
   firefox.sync();
-  EXPECT_EQ(firefox.browser.entries().size(), 20U);
+  EXPECT_EQ(firefox.browser.entries().size(), 100U);
   ASSERT_EQ(file->sync(), "");
-  EXPECT_EQ(file->nodes.size(), 20U);
+  EXPECT_EQ(file->nodes.size(), 100U);
 }
 
 TEST_F(PresentingTest, FirstSessionShowsItsProgressAndGoesOnWhereItWasStopped) {
