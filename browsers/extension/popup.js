@@ -31,7 +31,7 @@ function shownTime(milliseconds) {
 function summary(state) {
   switch (state.state) {
     case "idle":
-      return Number.isFinite(state.since) ? text("inStepSince", shownTime(state.since)) : text("inStep");
+      return Number.isFinite(state.since) ? text("inStepSince", shownTime(state.since)) : text("notInStep");
     case "syncing":
       return state.progress
         ? text("syncingOf", shownNumber(state.progress.done), shownNumber(state.progress.of))

@@ -158,6 +158,7 @@ class Extension(Requests):
         notice = {"text": "The browser's own account syncs bookmarks, too."}
         states = {
             "idle": {"state": "idle", "since": 1_700_000_000_000, "last": last},
+            "stopped": {"state": "idle", "last": last},
             "syncing": {"state": "syncing", "progress": {"done": 1200, "of": 50_000}, "notice": notice},
             "paused": {"state": "paused", "last": last},
             "problem": {"state": "problem", "problem": {"text": "Most bookmarks are gone from this browser: " + "x" * 200,
@@ -243,9 +244,9 @@ class Extension(Requests):
 
 class ChromiumExtension(Extension, unittest.TestCase):
     kind = ChromiumWithExtension
-    texts = {"idle": "^Auf demselben Stand seit 14.11.2023", "syncing": "^Wird synchronisiert: 1.200 von 50.000$",
-             "paused": "^Angehalten", "problem": "^Etwas braucht", "unreachable": "^Das Programm auf diesem Rechner",
-             "12000": "12.000"}
+    texts = {"idle": "^Auf demselben Stand seit 14.11.2023", "stopped": "^Noch ist nicht alles auf demselben Stand",
+             "syncing": "^Wird synchronisiert: 1.200 von 50.000$", "paused": "^Angehalten", "problem": "^Etwas braucht",
+             "unreachable": "^Das Programm auf diesem Rechner", "12000": "12.000"}
 
     def test_what_is_longer_than_a_message_is_a_separator(self):
         self.by_user(["before", "https://a.example/"], ["x" * 300_000, "https://b.example/"], ["after", "https://c.example/"],
@@ -267,8 +268,8 @@ class ChromiumExtension(Extension, unittest.TestCase):
 
 class FirefoxExtension(Extension, unittest.TestCase):
     kind = FirefoxWithExtension
-    texts = {"idle": "^In step since Nov 14, 2023", "syncing": "^Syncing: 1,200 of 50,000$", "paused": "^Paused",
-             "problem": "^Something needs you", "unreachable": "^The program on this computer", "12000": "12,000"}
+    texts = {"idle": "^In step since Nov 14, 2023", "stopped": "^Not everything is in step", "syncing": "^Syncing: 1,200 of 50,000$",
+             "paused": "^Paused", "problem": "^Something needs you", "unreachable": "^The program on this computer", "12000": "12,000"}
 
     def test_popup_fits_in_every_language(self):
         problem, remedy, notice = ("The extension in the browser and the program that it speaks to do not fit together.",
