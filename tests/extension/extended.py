@@ -113,6 +113,12 @@ class ChromiumWithExtension(Extended, Chromium):
     def remove(self, node):
         self.by_user("await chrome.bookmarks.removeTree(parameters[0])", node)
 
+    def count(self, beginning):
+        """Bookmarks whose addresses begin so, for which the browser does less than for `roots`."""
+        return self.by_user("""
+            const found = await chrome.bookmarks.search(parameters[0]);
+            return found.filter(each => each.url?.startsWith(parameters[0])).length;""", beginning)
+
     def roots(self):
         """By what they are, as trees of {id, title, url, children}."""
         return self.by_user("""
@@ -186,6 +192,15 @@ class FirefoxWithExtension(Extended, Firefox):
 
     def remove(self, node):
         self.by_user("await bookmarks.remove(parameters[0])", node)
+
+    def count(self, beginning):
+        """Bookmarks whose addresses begin so, for which the browser does less than for `roots`."""
+        return self.by_user("""
+            const database = await PlacesUtils.promiseDBConnection();
+            const [row] = await database.execute(
+              `SELECT COUNT(*) FROM moz_bookmarks JOIN moz_places ON fk = moz_places.id WHERE type = 1 AND url GLOB ? || '*'`,
+              parameters);
+            return row.getResultByIndex(0);""", beginning)
 
     def hold_writes(self):
         """The service waits with all that is to be written from now on, since another connection writes, until `release_writes`."""
