@@ -254,7 +254,12 @@ class Presenter {
     const BrowserNode before = *_browser.find(node.browserId);
     const ChangeAnswer answer = _requests.update(before, title, url);
     if (answer.outcome == Outcome::done) {
-      take(node, *answer.node, title.has_value(), url.has_value());
+      PlacedNode updated = *answer.node;
+      // Where the user has moved it meanwhile, that is still to be taken in.
+      _isDifferent |= updated.node.parent != before.parent;
+      updated.node.parent = before.parent;
+      updated.index = _browser.indexOf(before.id);
+      take(node, updated, title.has_value(), url.has_value());
     } else if (answer.outcome == Outcome::different) {
       _isDifferent = true;
     } else {

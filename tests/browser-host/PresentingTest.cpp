@@ -141,6 +141,21 @@ TEST_F(PresentingTest, FirstSessionThatIsKilledAtAnyNodeIsTakenUpWithoutDoubles)
   EXPECT_EQ(file->nodes.size(), static_cast<std::size_t>(kBookmarks) + 1);
 }
 
+TEST_F(PresentingTest, WhatTheUserMovesWhileItIsRenamedIsMoved) {
+  const std::string folder = addFolder(firefox, RootKind::bar, "F");
+  addFolder(firefox, RootKind::menu, "M");
+  firefox.start();
+  const auto file = home.makeClient("file");
+  ASSERT_EQ(file->sync(), "");
+  file->rename(file->find("F"), "G");
+  ASSERT_EQ(file->sync(), "");
+  firefox.beforeNextChange = [&] { firefox.browser.move(folder, firefox.browser.root(RootKind::menu)); };
+  firefox.sync();
+  EXPECT_EQ(firefox.text(), "menu: M() G()");
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(file->text(), "BookmarksBar!() BookmarksMenu!(M() G())");
+}
+
 TEST_F(PresentingTest, NodeThatWasThereBeforeWasNotMade) {
   for (const char* const id : {"1", "2"}) {
     browsers::BrowserTree tree;
