@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "CorvaneSyncClient/platform/loomer/api/LoomerConstants.h"
 #include "CorvaneSyncClient/platform/loomer/store/RecordTable.h"
@@ -57,9 +58,16 @@ TEST_F(BrowserHostTest, SessionWithNothingNewReadsTheTreeOnceAndWritesNothing) {
   round();
   const std::size_t requests = firefox.browser.requests();
   const auto revision = loomer::RecordTable(home.store()).state().revision;
+  int writes = 0;
+  platform.files.intercept = [&](const ForwardingFileSystem::Call& call) {
+    writes += call.operation == FileOperation::writeAtomically ? 1 : 0;
+    return std::error_code();
+  };
   firefox.sync();
+  platform.files.intercept = nullptr;
   EXPECT_EQ(firefox.browser.requests(), requests + 1);
   EXPECT_EQ(loomer::RecordTable(home.store()).state().revision, revision);
+  EXPECT_EQ(writes, 0);
 }
 
 TEST_F(BrowserHostTest, FormsOfABrowserNeverTravelBack) {
@@ -100,6 +108,26 @@ TEST_F(BrowserHostTest, WhatABrowserRefusesStaysWithTheOthersAndIsOfferedOnce) {
   ASSERT_EQ(file->sync(), "");
   firefox.sync();
   EXPECT_EQ(firefox.text(), "other: ant@http://ant/ cat@http://cat/");
+  file->readdress(file->find("cat"), "none either");
+  ASSERT_EQ(file->sync(), "");
+  firefox.sync();
+  file->addBookmark("", "dog", "http://dog/");
+  ASSERT_EQ(file->sync(), "");
+  const std::size_t asked = firefox.browser.requests();
+  firefox.sync();
+  EXPECT_EQ(firefox.browser.requests(), asked + 2) << "it reads, and makes one";
+}
+
+TEST_F(BrowserHostTest, WhatABrowserRefusesGoesWithItsFolder) {
+  const auto file = home.makeClient("file");
+  file->addBookmark(file->addFolder("", "F"), "ant", "no address at all");
+  file->addBookmark("", "bee", "http://bee/");
+  ASSERT_EQ(file->sync(), "");
+  firefox.start();
+  firefox.browser.remove(find(firefox, "F"));
+  firefox.sync();
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(file->text(), "bee@http://bee/");
 }
 
 TEST_F(BrowserHostTest, SeparatorsStayWhereTheyAre) {

@@ -39,6 +39,31 @@ class BrowserIntakeTest : public testing::Test {
 
   Intake take(const BrowserTree& tree) { return browsers::takeIn(_held, tree, {}, {++_generation, 0.0}); }
 
+  // Has a bookmark wait to be made in the bar.
+  void await(const std::string& title) {
+    browsers::HeldNode node;
+    node.localId = "awaited";
+    node.parent = _held.root(RootKind::bar)->localId;
+    node.title.set(String(title));
+    node.url.set(String("http://" + title + "/"));
+    _held.add(std::move(node));
+  }
+
+  // Has all but the bar go from the browser, as another client has deleted it.
+  void forget() {
+    for (const std::string& localId : localIds()) {
+      const browsers::HeldNode& node = *_held.find(localId);
+      _held.removed.push_back({.kind = node.kind,
+                               .browserId = node.browserId,
+                               .title = node.title.shown,
+                               .url = node.url.shown,
+                               .added = node.added,
+                               .changed = {_generation, 0.0},
+                               .isWaiting = true});
+      _held.drop(localId);
+    }
+  }
+
   std::set<std::string> localIds() const {
     std::set<std::string> ids;
     for (const auto& [localId, node] : _held.nodes()) {
@@ -95,6 +120,19 @@ TEST_F(BrowserIntakeTest, NodeWithAnotherIdIsKnownInItsFolderAndThenAnywhere) {
   EXPECT_EQ(localIds(), before);
 }
 
+TEST_F(BrowserIntakeTest, NodeInItsFolderIsKnownBeforeOneThatIsLikeItElsewhere) {
+  BrowserNode ant = bookmark("2", "ant", 2);
+  ant.parent = "F";
+  take(barWith({{.id = "F", .parent = "bar", .title = "F", .added = 1}, ant}));
+  BrowserNode renewed = bookmark("5", "ant", 5);
+  renewed.parent = "G";
+  EXPECT_EQ(
+      take(
+          barWith({bookmark("3", "ant", 3), {.id = "G", .parent = "bar", .title = "F", .added = 4}, renewed}))
+          .edits,
+      1U);
+}
+
 TEST_F(BrowserIntakeTest, BookmarkThatIsEditedAndHasAnotherIdIsKnownInItsFolder) {
   take(barWith({bookmark("1", "ant", 1), bookmark("2", "bee", 2), bookmark("3", "cat", 3)}));
   const auto before = localIds();
@@ -104,6 +142,27 @@ TEST_F(BrowserIntakeTest, BookmarkThatIsEditedAndHasAnotherIdIsKnownInItsFolder)
   readdressed.url = "http://another/";
   EXPECT_EQ(take(barWith({renamed, readdressed, bookmark("6", "cat", 6)})).edits, 2U);
   EXPECT_EQ(localIds(), before);
+}
+
+TEST_F(BrowserIntakeTest, BookmarkThatArrivedWithoutAnAnswerAndWasRenamedIsKnownByItsAddress) {
+  take(barWith({bookmark("1", "ant", 1)}));
+  await("bee");
+  const auto before = localIds();
+  BrowserNode renamed = bookmark("2", "bee", 2);
+  renamed.title = "ape";
+  EXPECT_EQ(take(barWith({bookmark("1", "ant", 1), renamed})).edits, 1U);
+  EXPECT_EQ(localIds(), before);
+}
+
+TEST_F(BrowserIntakeTest, FolderThatIsToGoLivesWithWhatTheUserHasPutIntoIt) {
+  const BrowserNode folder{.id = "F", .parent = "bar", .title = "F", .added = 1};
+  take(barWith({folder}));
+  forget();
+  EXPECT_EQ(take(barWith({folder})).edits, 0U);
+  EXPECT_TRUE(localIds().empty());
+  BrowserNode ant = bookmark("2", "ant", 2);
+  ant.parent = "F";
+  EXPECT_EQ(take(barWith({folder, ant})).edits, 2U);
 }
 
 TEST_F(BrowserIntakeTest, FolderThatAnAccountPutsInPlaceOfAnotherIsGivenWhatTheOtherOneHad) {

@@ -164,8 +164,9 @@ TEST_F(BrowserRootsTest, RootThatAnAccountTakesAlongIsShownElsewhereUntilItComes
       signedIn.start();
       phone.start();
       pass();
+      signedIn.quit();
       signedIn.browser.signOut();
-      signedIn.sync();
+      signedIn.start();
       phone.sync();
       EXPECT_EQ(signedIn.text(), "other: \"Mobile Bookmarks\"(F(ant@http://ant/) bee@http://bee/)");
       EXPECT_EQ(phone.text(), "mobile: F(ant@http://ant/) bee@http://bee/");

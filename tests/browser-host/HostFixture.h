@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "CorvaneSyncClient/platform/loomer/store/ClientTable.h"
@@ -58,6 +59,21 @@ class HostTest : public testing::Test {
     const auto client = loomer::ClientTable(home.store()).find("com.keldra.browser." + hosted.browser.token);
     EXPECT_TRUE(client);
     return client.value_or(loomer::ClientState());
+  }
+
+  /// From the next request of that type on, nothing can be written: a host that ends then leaves what it
+  /// leaves when it is killed before the answer comes.
+  void failOnceTheBrowserIsAsked(const std::string& type) {
+    for (HostedBrowser* const each : {&chromium, &firefox}) {
+      each->onMessage = [this, type](std::string_view message) {
+        if (message.find("\"type\":\"" + type + "\"") == message.npos) return;
+        platform.files.intercept = [](const ForwardingFileSystem::Call& call) {
+          return call.operation == FileOperation::writeAtomically
+                     ? std::make_error_code(std::errc::no_space_on_device)
+                     : std::error_code();
+        };
+      };
+    }
   }
 
   /// Another computer of the user's, at which everything happens as long as this object is there.
