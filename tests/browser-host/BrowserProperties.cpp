@@ -239,28 +239,22 @@ class RandomBrowsers {
     hosted.beforeNextChange = [this, &hosted, client, step] { editBrowser(hosted, client, step); };
   }
 
-  // The file puts a folder into another one, and before the browser is told so, the user puts that one into
-  // the first.
+  // The file puts one of two folders into the other one, and before the browser is told so, the user does it
+  // the other way round.
   void crossFolders(HostedBrowser& hosted, unsigned client, const Occurrence& step) {
     ScriptedBrowser& browser = hosted.browser;
-    std::map<std::string, std::string> inFile;  // by title
-    for (const std::string& id : _file->visibleFolders()) {
-      if (!id.empty() && !isFixed(id)) inFile[_file->nodes.at(id).name.toString()] = id;
-    }
-    std::vector<std::string> shared = browser.isRunning() ? browser.entries() : std::vector<std::string>();
-    std::erase_if(shared,
-                  [&](const std::string& id) { return !inFile.contains(browser.nodes().at(id).title); });
-    if (shared.size() < 2) return;
-    const std::string outer = chosen(shared, step.entry);
-    const std::string inner = chosen(shared, step.folder);
-    const std::string moved = inFile.at(browser.nodes().at(outer).title);
-    const std::string target = inFile.at(browser.nodes().at(inner).title);
-    const std::vector<std::string> below = _file->subtree(moved);
-    if (std::find(below.begin(), below.end(), target) != below.end()) return;
-    _file->kit::ClientTree::move(moved, target, step.index);
+    std::vector<std::string> inFile;
+    for (int i = 0; i < 2; ++i)
+      inFile.push_back(_file->add(kit::newNode(true, "", newTitle(), ""), step.index));
+    const std::vector<std::string> titles(_given.end() - 2, _given.end());
     sync(kFile);
-    hosted.beforeNextChange = [&browser, outer, inner] {
-      if (browser.nodes().contains(outer) && browser.nodes().contains(inner)) browser.move(inner, outer, 0);
+    sync(client);
+    _file->kit::ClientTree::move(inFile[0], inFile[1], 0);
+    sync(kFile);
+    hosted.beforeNextChange = [&browser, titles] {
+      std::map<std::string, std::string> ids;  // by title
+      for (const std::string& id : browser.entries()) ids[browser.nodes().at(id).title] = id;
+      if (ids.contains(titles[0]) && ids.contains(titles[1])) browser.move(ids[titles[1]], ids[titles[0]], 0);
     };
     sync(client);
   }
