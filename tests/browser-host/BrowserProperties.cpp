@@ -324,6 +324,12 @@ class RandomBrowsers {
     if (entries.empty()) return;
     const std::string entry = chosen(entries, step.entry);
     const ScriptedClient::Node node = _file->nodes.at(entry);
+    if (isTop(node)) {
+      // To a browser that is given it when it lies elsewhere already, it is no root.
+      if (!_browsers[0].browser.isRunning() || !_browsers[1].browser.isRunning()) return;
+      for (const unsigned client : {kFile, 0U, 1U}) sync(client);
+      if (!_file->nodes.contains(entry)) return;
+    }
     if (step.event == rename) {
       take(node.name.toString());
       _file->rename(entry, newTitle());
