@@ -8,12 +8,14 @@ import json
 import os
 import pathlib
 import queue
+import resource
 import struct
 import subprocess
 import sys
 import tempfile
 import threading
 import unittest
+import uuid
 
 PROGRAMS = None
 BROWSER = None
@@ -57,7 +59,7 @@ class Connection:
         return status
 
 
-class Program(unittest.TestCase):
+class HostTest(unittest.TestCase):
     def setUp(self):
         directory = tempfile.TemporaryDirectory(prefix="corvane-host-")
         self.addCleanup(directory.cleanup)
@@ -110,6 +112,8 @@ class Program(unittest.TestCase):
         page.write_text(f'<DL><DT><A HREF="http://{title.lower()}.example/">{title}</A></DL>', encoding="utf-8")
         self.ask("import", str(page))
 
+
+class Program(HostTest):
     def test_nobody_but_the_extension_starts_it(self):
         for arguments in ((), ("chrome-extension://abcdefghijklmnopabcdefghijklmnop/",), ("/manifest.json", "other@example.com")):
             done = subprocess.run([PROGRAMS / "corvane-browser-host", *arguments], env=self.environment, capture_output=True,
@@ -191,6 +195,40 @@ class Program(unittest.TestCase):
             self.assertIsNone(host.next())
             self.assertEqual(host.end(), 1)
         self.assertEqual(len(self.log.read_text(encoding="utf-8").splitlines()), 3)
+
+
+class LargeTree(HostTest):
+    def test_more_than_a_million_nodes_end_it_and_change_nothing(self):
+        hello = {"type": "hello", "protocol": 1, "token": str(uuid.uuid4()), "browser": "Firefox", "profile": "", "run": "1",
+                 "generation": 0}
+        host = Connection(self.environment, *OWN)
+        host.send(hello)
+        self.answer_read(host, 1000)
+        while host.next() is not None:
+            pass
+        self.assertEqual(host.end(), 1)
+        self.assertIn("larger than any that can be synced", self.log.read_text(encoding="utf-8"))
+        self.assertLess(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss * 1024, 1 << 30)
+        self.assertNotIn("b.example", self.ask("tree"))
+        another = Connection(self.environment, *OWN)
+        another.send(hello)
+        self.answer_read(another, 0)
+        while json.loads(another.next()).get("state") != "idle":
+            pass
+        self.assertEqual(another.end(), 0)
+
+    @staticmethod
+    def answer_read(host, pieces):
+        """Gives a bookmarks bar with as many times 1,000 bookmarks."""
+        while (message := json.loads(host.next()))["type"] != "read":
+            pass
+        for piece in range(pieces):
+            nodes = [{"kind": "root", "root": "bar", "id": "bar"}] if piece == 0 else []
+            nodes += [{"kind": "bookmark", "id": f"{piece}.{number}", "parent": "bar", "title": "b", "url": "http://b.example/"}
+                      for number in range(1_000)]
+            host.send({"type": "answer", "id": message["id"], "more": True, "nodes": nodes})
+        host.send({"type": "answer", "id": message["id"], "more": False,
+                   "nodes": [] if pieces else [{"kind": "root", "root": "bar", "id": "bar"}]})
 
 
 def main():
