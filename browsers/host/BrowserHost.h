@@ -27,6 +27,8 @@ class BrowserHost {
   void take(const ExtensionMessage& message);
   /// Another client's session may have changed the truth.
   void storeChanged() { _isWanted = true; }
+  /// Another computer has given something to the online service.
+  void serviceChanged() { _isWanted = true; }
   /// Whether the truth has moved on since the client's last session, or somebody has decided what the next
   /// one is to do. After a session that failed: whether it may go otherwise now.
   bool mayHaveNews() const;

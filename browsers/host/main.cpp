@@ -2,6 +2,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -13,6 +14,7 @@
 
 #include "CorvaneSyncClient/platform/foundation/PlatformException.h"
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/ServiceWatch.h"
 #include "CorvaneSyncClient/platform/system/Messages.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 #include "CorvaneSyncClient/session/SyncService.h"
@@ -26,7 +28,7 @@ namespace corvane::browsers {
 
 namespace {
 
-constexpr int kQuietMilliseconds = 1000;
+constexpr std::chrono::milliseconds kQuiet(1000);
 
 // Chromium names the extension that starts this program by its origin; Firefox by its id, behind the path of
 // this program's manifest.
@@ -42,13 +44,11 @@ ExtensionMessage withProfileName(ExtensionMessage message) {
   return message;
 }
 
-// Waits for a message or a write to the store; with `awaitsQuiet` for a second at most. Answers whether that
-// has passed without either.
-bool waitForNews(StoreWatch* watch, bool awaitsQuiet) {
-  pollfd files[] = {{STDIN_FILENO, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
-  const int count =
-      retryingInterrupted([&] { return ::poll(files, 2, awaitsQuiet ? kQuietMilliseconds : -1); });
-  return awaitsQuiet && count == 0;
+// Waits for a message, a write to the store or something new at the online service; with `awaitsQuiet` for a
+// second at most. Answers whether that has passed without any.
+bool waitForNews(ServiceWatch& service, StoreWatch* watch, bool awaitsQuiet) {
+  const pollfd files[] = {{STDIN_FILENO, POLLIN, 0}, {watch ? watch->descriptor() : -1, POLLIN, 0}};
+  return !service.poll(files, awaitsQuiet ? std::optional(kQuiet) : std::nullopt);
 }
 
 // Which file the store is; nothing where there is none.
@@ -64,6 +64,7 @@ void serve(BrowserHost& host, NativeMessages& messages) {
   std::optional<FileIdentity> store;  // that the first session has opened
   bool hasSynced = false;
   std::optional<StoreWatch> watch;
+  const auto service = ServiceWatch::watchOfUser();
   bool awaitsQuiet = false;
   while (true) {
     while (auto message = messages.arrived())
@@ -75,14 +76,17 @@ void serve(BrowserHost& host, NativeMessages& messages) {
       host.sync();
       if (host.hasChangedTruth()) syncFilesSoon();
       if (!std::exchange(hasSynced, true)) store = storeAt(path);
+      service->renew();
       continue;
     }
-    if (waitForNews(watch ? &*watch : nullptr, awaitsQuiet)) {
+    if (waitForNews(*service, watch ? &*watch : nullptr, awaitsQuiet)) {
       awaitsQuiet = false;
+      if (hasSynced) service->renew();
       const bool isReplaced = hasSynced && (!store || storeAt(path) != store);
       if (isReplaced || host.mayHaveNews()) host.storeChanged();
       continue;
     }
+    if (service->takeNews()) host.serviceChanged();
     if (watch && watch->wasWritten()) awaitsQuiet = true;
     if (messages.isReadable()) messages.read();
   }

@@ -7,56 +7,19 @@ usage: program_test.py DIRECTORY_OF_PROGRAMS SCRIPTED_BROWSER PRIVATE_SYSLOG [TE
 import json
 import os
 import pathlib
-import queue
 import resource
 import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 import uuid
+
+from hosted import OWN, PATIENCE, Connection, HostedFirefox, framed
 
 PROGRAMS = None
 BROWSER = None
 SYSLOG = None
-OWN = ("/anywhere/manifest.json", "bookmarks@corvane.keldra.com")
-PATIENCE = 60  # seconds, after which a test fails
-
-
-def framed(message):
-    return struct.pack("=I", len(message)) + message
-
-
-class Connection:
-    """A host; what it sends comes out of `next`."""
-
-    def __init__(self, environment, *arguments):
-        self.process = subprocess.Popen([PROGRAMS / "corvane-browser-host", *arguments], env=environment,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        self.messages = queue.Queue()
-        self.reader = threading.Thread(target=self.read, daemon=True)
-        self.reader.start()
-
-    def read(self):
-        while len(size := self.process.stdout.read(4)) == 4:
-            self.messages.put(self.process.stdout.read(struct.unpack("=I", size)[0]))
-        self.messages.put(None)
-
-    def send(self, message):
-        self.process.stdin.write(framed(message if isinstance(message, bytes) else json.dumps(message).encode()))
-        self.process.stdin.flush()
-
-    def next(self):
-        return self.messages.get(timeout=PATIENCE)
-
-    def end(self):
-        """Has the input end. Answers the exit status."""
-        self.process.stdin.close()
-        status = self.process.wait(timeout=PATIENCE)
-        self.reader.join()
-        self.process.stdout.close()
-        return status
 
 
 class HostTest(unittest.TestCase):
@@ -71,34 +34,11 @@ class HostTest(unittest.TestCase):
                             "LD_PRELOAD": SYSLOG, "CORVANE_TEST_SYSLOG": str(self.log),
                             "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
         self.store = self.home / "Library/Application Support/Loomer"
-        self.browser = None
 
     def connect(self):
-        """A host with a scripted Firefox, which answers what `until` passes on to it."""
-        host = Connection(self.environment, *OWN)
-        self.browser = subprocess.Popen([BROWSER, "firefox"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        self.addCleanup(self.browser.wait)
-        for stream in (self.browser.stdin, self.browser.stdout):
-            self.addCleanup(stream.close)
-        self.pass_to(host, 1)
+        host = HostedFirefox(PROGRAMS / "corvane-browser-host", BROWSER, self.environment)
+        self.addCleanup(host.close)
         return host
-
-    def pass_to(self, host, count):
-        for _ in range(count):
-            size = struct.unpack("=I", self.browser.stdout.read(4))[0]
-            host.send(self.browser.stdout.read(size))
-
-    def until(self, host, wanted):
-        """The first message of the host that is wanted; the browser is given all."""
-        while (text := host.next()) is not None:
-            message = json.loads(text)
-            self.browser.stdin.write(framed(text))
-            self.browser.stdin.flush()
-            if "id" in message:
-                self.pass_to(host, 1)
-            if wanted(message):
-                return message
-        self.fail("the host ends before it says what is wanted")
 
     def ask(self, *arguments, status=0):
         """What loomerctl says."""
@@ -122,11 +62,11 @@ class Program(HostTest):
 
     def test_what_another_client_does_arrives_and_the_end_of_input_ends_it(self):
         host = self.connect()
-        self.until(host, lambda message: message["type"] == "generation")
+        host.until(lambda message: message["type"] == "generation")
         self.import_page("Example")
-        made = self.until(host, lambda message: message["type"] == "create")
+        made = host.until(lambda message: message["type"] == "create")
         self.assertEqual(made["nodes"], [{"title": "Example", "url": "http://example.example/"}])
-        self.until(host, lambda message: message.get("state") == "idle")
+        host.until(lambda message: message.get("state") == "idle")
         self.assertEqual(host.end(), 0)
         names = sorted(path.name for path in (self.store / "Browsers").iterdir())
         self.assertEqual([name[36:] for name in names], [".description.plist", ".plist", ".plist-lock"])
@@ -141,10 +81,10 @@ class Program(HostTest):
 
     def test_pause_is_seen_by_who_asks_for_the_status(self):
         host = self.connect()
-        self.until(host, lambda message: message.get("state") == "idle")
+        host.until(lambda message: message.get("state") == "idle")
         for paused, concerns in ((True, ["paused"]), (False, [])):
             host.send({"type": "pause", "paused": paused})
-            self.until(host, lambda message: message.get("state") == ("paused" if paused else "idle"))
+            host.until(lambda message: message.get("state") == ("paused" if paused else "idle"))
             sync, found = self.status(1 if paused else 0)
             self.assertEqual((sync["paused"], [each["kind"] for each in found]), (paused, concerns))
             self.assertEqual("paused" in self.ask("clients"), paused)
@@ -152,10 +92,10 @@ class Program(HostTest):
 
     def test_extension_that_does_not_fit_is_seen_by_who_asks_for_the_status(self):
         host = self.connect()
-        self.until(host, lambda message: message.get("state") == "idle")
+        host.until(lambda message: message.get("state") == "idle")
         self.assertEqual(host.end(), 0)
         token = next((self.store / "Browsers").glob("*.description.plist")).name.partition(".")[0]
-        other = Connection(self.environment, *OWN)
+        other = Connection(PROGRAMS / "corvane-browser-host", self.environment, *OWN)
         other.send({"type": "hello", "protocol": 2, "token": token})
         while json.loads(other.next()).get("state") != "problem":
             pass
@@ -168,8 +108,8 @@ class Program(HostTest):
     def test_diff_tells_what_the_browser_holds_and_the_truth_does_not(self):
         host = self.connect()
         self.import_page("Example")
-        self.until(host, lambda message: message["type"] == "create")
-        self.until(host, lambda message: message.get("state") == "idle")
+        host.until(lambda message: message["type"] == "create")
+        host.until(lambda message: message.get("state") == "idle")
         client = self.status()[0]["client"]
         self.assertEqual(self.ask("diff", client), "")
         self.assertEqual(host.end(), 0)
@@ -180,7 +120,7 @@ class Program(HostTest):
 
     def test_store_that_is_put_back_is_left_to_another_one(self):
         host = self.connect()
-        self.until(host, lambda message: message.get("state") == "idle")
+        host.until(lambda message: message.get("state") == "idle")
         for path in self.store.glob("Truth.db*"):
             path.unlink()
         host.send({"type": "syncNow"})
@@ -189,7 +129,7 @@ class Program(HostTest):
 
     def test_message_that_is_none_ends_it_with_a_line_in_the_log(self):
         for bytes_ in (struct.pack("=I", 1 << 30), framed(b"{"), framed(b'{"type":"changed"}')):
-            host = Connection(self.environment, *OWN)
+            host = Connection(PROGRAMS / "corvane-browser-host", self.environment, *OWN)
             host.process.stdin.write(bytes_)
             host.process.stdin.flush()
             self.assertIsNone(host.next())
@@ -201,7 +141,7 @@ class LargeTree(HostTest):
     def test_more_than_a_million_nodes_end_it_and_change_nothing(self):
         hello = {"type": "hello", "protocol": 1, "token": str(uuid.uuid4()), "browser": "Firefox", "profile": "", "run": "1",
                  "generation": 0}
-        host = Connection(self.environment, *OWN)
+        host = Connection(PROGRAMS / "corvane-browser-host", self.environment, *OWN)
         host.send(hello)
         self.answer_read(host, 1000)
         while host.next() is not None:
@@ -210,7 +150,7 @@ class LargeTree(HostTest):
         self.assertIn("larger than any that can be synced", self.log.read_text(encoding="utf-8"))
         self.assertLess(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss * 1024, 1 << 30)
         self.assertNotIn("b.example", self.ask("tree"))
-        another = Connection(self.environment, *OWN)
+        another = Connection(PROGRAMS / "corvane-browser-host", self.environment, *OWN)
         another.send(hello)
         self.answer_read(another, 0)
         while json.loads(another.next()).get("state") != "idle":

@@ -1,6 +1,8 @@
 #include "CorvaneSyncClient/platform/loomer/api/LoomerManager.h"
 
 #include "CorvaneSyncClient/platform/loomer/EmbeddedManager.h"
+#include "CorvaneSyncClient/platform/loomer/api/ServiceWatch.h"
+#include "CorvaneSyncClient/platform/pelto/account/AccountWatch.h"
 #include "CorvaneSyncClient/platform/pelto/account/UserAccount.h"
 #include "CorvaneSyncClient/platform/system/Platform.h"
 
@@ -19,7 +21,21 @@ std::unique_ptr<LoomerManager> managerOfUser() {
   return manager;
 }
 
+class WatchOfUser : public ServiceWatch {
+ public:
+  bool poll(std::span<const pollfd> files, std::optional<std::chrono::milliseconds> atMost) override {
+    return _watch.poll(files, atMost);
+  }
+  bool takeNews() override { return _watch.takeNews(); }
+  void renew() override { _watch.renew(); }
+
+ private:
+  pelto::AccountWatch _watch;
+};
+
 }  // namespace
+
+std::unique_ptr<ServiceWatch> ServiceWatch::watchOfUser() { return std::make_unique<WatchOfUser>(); }
 
 LoomerManager& LoomerManager::sharedManager() {
   if (currentService<LoomerManager>) return *currentService<LoomerManager>;

@@ -246,6 +246,15 @@ CommitMark newestKnown(const Account& account) {
   return path.empty() ? account.membership.newest : markOf(path.back());
 }
 
+std::optional<std::string> nextCommitObject(const Account& account) {
+  const std::string folder = sealerOf(account).folder();
+  const chain::Kept kept = chain::KeptFile(userChainPath(), folder).read().kept;
+  if (chain::isEnded(kept)) return std::nullopt;
+  const Link* const head = kept.head();
+  return chain::commitObjectIn(folder, chain::nameOf(head ? chain::slotAfter(head->number, head->hash)
+                                                          : chain::slotAfter(0, chain::beginning())));
+}
+
 std::unique_ptr<Hub> makePlaceHub(const Account& account, double seconds) {
   return std::make_unique<PlaceHub>(account, seconds);
 }

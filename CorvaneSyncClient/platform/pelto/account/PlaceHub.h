@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "CorvaneSyncClient/platform/pelto/Hub.h"
@@ -15,6 +16,10 @@ std::string userChainPath();
 /// The newest commit that this computer knows of the account's chain; that of its invitation before its first
 /// exchange.
 CommitMark newestKnown(const Account& account);
+
+/// The object that the next commit of the account's chain will be at the place, as far as this computer knows
+/// the chain; absent where nothing is to follow under the account's key.
+std::optional<std::string> nextCommitObject(const Account& account);
 
 /// The hub of the current user's account, which is kept at a place. It serves one exchange of at most
 /// `seconds`; nothing is sent before the first call.

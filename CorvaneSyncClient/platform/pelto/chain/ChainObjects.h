@@ -26,6 +26,11 @@ struct TaggedLink {
   std::string tag;
 };
 
+/// The object that holds the commit `name` of the account with that folder.
+inline std::string commitObjectIn(const std::string& folder, const std::string& name) {
+  return folder + "/c/" + name;
+}
+
 /// The objects of one account at its place, sealed and opened. Commits lie in the folder "c", everything that
 /// they name in "s". Raises what the place raises.
 class ChainObjects {
@@ -73,7 +78,7 @@ class ChainObjects {
   Found opened(const std::string& name, const std::string& bytes);
   bool isWhole(const Snapshot& snapshot);
   std::vector<std::string> readSome(const std::vector<SegmentRef>& segments, std::size_t from);
-  std::string commitObject(const std::string& name) const { return _folder + "/c/" + name; }
+  std::string commitObject(const std::string& name) const { return commitObjectIn(_folder, name); }
   std::string segmentObject(const std::string& name) const { return _folder + "/s/" + name; }
   std::vector<PlaceObject> list(const std::string& folder);
 

@@ -1,22 +1,19 @@
 #include "CorvaneSyncClient/platform/pelto/place/HttpClient.h"
 
 #include <curl/curl.h>
-#include <malloc.h>
 #include <sodium.h>
-#include <string.h>
 
 #include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <new>
 #include <optional>
 
+#include "CorvaneSyncClient/platform/pelto/place/CurlMemory.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpText.h"
 #include "CorvaneSyncClient/platform/pelto/place/HttpTransfer.h"
 #include "CorvaneSyncClient/platform/pelto/place/PlaceException.h"
@@ -33,26 +30,6 @@ constexpr double kLongestPause = 10;  // seconds that nobody has asked for
 constexpr int kLongestWait = 1000;    // milliseconds until the deadline is looked at again
 
 Message laterRemedy() { return Message("It is tried again at the next sync."); }
-
-// libcurl keeps copies of what proves who asks, and of what it sends and receives.
-void freeWiped(void* memory) {
-  if (memory) sodium_memzero(memory, ::malloc_usable_size(memory));
-  std::free(memory);
-}
-
-void* reallocateWiped(void* memory, std::size_t size) {
-  void* const larger = std::malloc(size);
-  if (!larger || !memory) return larger;
-  std::memcpy(larger, memory, std::min(size, ::malloc_usable_size(memory)));
-  freeWiped(memory);
-  return larger;
-}
-
-void initialiseCurl() {
-  static const CURLcode result = curl_global_init_mem(CURL_GLOBAL_DEFAULT, std::malloc, freeWiped,
-                                                      reallocateWiped, ::strdup, std::calloc);
-  if (result != CURLE_OK) throw std::bad_alloc();  // it fails for nothing else
-}
 
 // What a server says when it has not done what it was asked, and may do it later.
 bool isPassing(int status) {

@@ -60,7 +60,7 @@ struct HttpSettings {
   std::vector<SharedSecret> secrets;  ///< what no message may show
   double pauseBeforeEnd = 0;          ///< seconds for which the last byte of a body is kept back
   double connect = 5;                 ///< seconds for name, connection and TLS together
-  double stall = 30;                  ///< seconds without progress
+  double stall = 30;                  ///< seconds without progress; 0 for as many as there are
   double firstPause = 0.3;            ///< seconds before the second attempt; doubled for each further one
 };
 

@@ -113,7 +113,8 @@ void HttpTransfer::setLimits(const HttpSettings& settings, Deadline deadline) {
       std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Deadline::clock::now()).count();
   curl_easy_setopt(handle(), CURLOPT_TIMEOUT_MS, std::max(1L, static_cast<long>(left)));
   curl_easy_setopt(handle(), CURLOPT_CONNECTTIMEOUT_MS, millisecondsOf(settings.connect));
-  curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_LIMIT, kSlowest);
+  // With a limit, libcurl looks every second.
+  curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_LIMIT, settings.stall > 0 ? kSlowest : 0L);
   curl_easy_setopt(handle(), CURLOPT_LOW_SPEED_TIME, std::max(1L, static_cast<long>(settings.stall)));
   curl_easy_setopt(handle(), CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer);
   curl_easy_setopt(handle(), CURLOPT_NOSIGNAL, 1L);

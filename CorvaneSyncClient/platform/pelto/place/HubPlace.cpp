@@ -16,9 +16,19 @@ namespace {
 /// A million objects with the longest names that there are in use.
 constexpr std::size_t kMostListing = 128 << 20;
 
-HttpSettings settingsFor(const PlaceAddress& address, const SharedSecret& token, double pauseBeforeEnd) {
+HttpSettings pausingBeforeEnd(HttpSettings settings, double pause) {
+  settings.pauseBeforeEnd = pause;
+  return settings;
+}
+
+std::string baseOf(const PlaceAddress& address) {
+  return address.origin + percentEncodedPath(address.path) + "/v1/";
+}
+
+}  // namespace
+
+HttpSettings hubSettings(const PlaceAddress& address, const SharedSecret& token) {
   HttpSettings settings;
-  settings.pauseBeforeEnd = pauseBeforeEnd;
   settings.host = address.host;
   settings.certificates = address.certificates;
   settings.authorize = [token](const HttpRequest&) { return authorizationHeader("Bearer", token.view()); };
@@ -27,18 +37,18 @@ HttpSettings settingsFor(const PlaceAddress& address, const SharedSecret& token,
   return settings;
 }
 
-}  // namespace
+std::string hubObjectUrl(const PlaceAddress& address, const std::string& name) {
+  requirePlaceName(name);
+  return baseOf(address) + "o/" + name;
+}
 
 HubPlace::HubPlace(const PlaceAddress& address, const SharedSecret& token, Deadline deadline,
                    double pauseBeforeEnd)
     : _description(address.description()),
-      _base(address.origin + percentEncodedPath(address.path) + "/v1/"),
-      _client(settingsFor(address, token, pauseBeforeEnd), deadline) {}
+      _address(address),
+      _client(pausingBeforeEnd(hubSettings(address, token), pauseBeforeEnd), deadline) {}
 
-std::string HubPlace::urlOf(const std::string& name) const {
-  requirePlaceName(name);
-  return _base + "o/" + name;
-}
+std::string HubPlace::urlOf(const std::string& name) const { return hubObjectUrl(_address, name); }
 
 Made HubPlace::putNew(const std::string& name, std::string_view bytes) {
   const HttpRequest request = putNewRequest(name, bytes, urlOf(name));
@@ -67,7 +77,7 @@ std::vector<PlaceObject> HubPlace::list(const std::string& folder) {
   HttpRequest request;
   request.what = Message("list %1", folder);
   request.method = "GET";
-  request.url = _base + "list/" + folder;
+  request.url = baseOf(_address) + "list/" + folder;
   request.mostBytes = kMostListing;
   const HttpAnswer answer = _client.perform(request);
   if (answer.status == 404) return {};

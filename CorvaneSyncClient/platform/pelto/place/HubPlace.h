@@ -11,6 +11,11 @@
 
 namespace corvane::pelto {
 
+/// How to talk to the corvane-hub at `address`.
+HttpSettings hubSettings(const PlaceAddress& address, const SharedSecret& token);
+/// Where the object `name` is there.
+std::string hubObjectUrl(const PlaceAddress& address, const std::string& name);
+
 /// A corvane-hub, which keeps the objects of the account that this computer's token belongs to.
 class HubPlace : public Place {
  public:
@@ -29,7 +34,7 @@ class HubPlace : public Place {
   std::string urlOf(const std::string& name) const;
 
   Message _description;
-  std::string _base;
+  PlaceAddress _address;
   HttpClient _client;
 };
 
