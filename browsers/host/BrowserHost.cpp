@@ -188,8 +188,10 @@ void BrowserHost::describe(const Hello& hello) const {
   LoomerManager::sharedManager().registerClientWithIdentifier(identifier(), path);
 }
 
+// As long as the browser was not read, what it may have lost is reckoned from the end of the connection
+// before.
 void BrowserHost::ended() {
-  if (!_isOpen || _snapshot.generation == 0) return;
+  if (!_hasRead || _snapshot.generation == 0) return;
   _snapshot.ended = Date{now()};
   // What no session has taken yet is what the engine is to be told of first.
   if (_edits > 0) ++_snapshot.generation;
@@ -258,6 +260,7 @@ bool BrowserHost::runOnce() {
   const Intake intake = takeIn(held, browser, _lost, {_snapshot.generation + 1, now()});
   _snapshot.tree = std::move(held);
   _lost = {};
+  _hasRead = true;
   _edits += intake.edits;
   if (intake.lost) _snapshot.isFinished = false;
   _snapshot.tree.number();

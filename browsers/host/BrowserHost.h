@@ -85,6 +85,7 @@ class BrowserHost {
   std::optional<SnapshotFile> _file;
   Snapshot _snapshot;
   LostTime _lost;
+  bool _hasRead = false;   ///< the browser's bookmarks, since the connection began
   std::int64_t _told = 0;  // the generation that the extension keeps
   bool _isOpen = false;
   bool _isRunNew = false;  // and the snapshot's file does not say so

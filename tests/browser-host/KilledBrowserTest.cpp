@@ -96,6 +96,23 @@ TEST_F(KilledBrowserTest, MoveIntoTheTruthsRootThatArrivedWithoutAnAnswerEndsThe
   }
 }
 
+TEST_F(KilledBrowserTest, WhatItLostIsNoDeletionThoughItIsKilledAgainBeforeItWasRead) {
+  const auto file = home.makeClient("file");
+  file->addBookmark("", "ant", "http://ant/");
+  ASSERT_EQ(file->sync(), "");
+  chromium.start();
+  chromium.kill();
+  platform.clock.time.seconds += 12;
+  chromium.browser.pass(12'000);
+  chromium.killBrowserAt(1);
+  chromium.sync();
+  ASSERT_EQ(chromium.kills(), 2U);
+  chromium.sync();
+  ASSERT_EQ(file->sync(), "");
+  EXPECT_EQ(file->text(), "ant@http://ant/");
+  EXPECT_EQ(chromium.text(), "other: ant@http://ant/");
+}
+
 TEST_F(KilledBrowserTest, TitleThatIsStillToComeWhenTheHostDiesComesWithTheNextOne) {
   addBookmark(firefox, RootKind::bar, "ant", "http://ant/");
   firefox.start();
