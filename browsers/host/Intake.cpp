@@ -147,10 +147,22 @@ class TakingIn {
   void bindStandIns() {
     for (const RootKind kind : kRootKinds) {
       const HeldNode* const node = _held.root(kind);
-      const BrowserNode* const standIn = node && _browser.root(kind) ? _browser.find(node->standIn) : nullptr;
-      if (!standIn || standIn->kind != NodeKind::folder || standIn->added != node->added.now) continue;
-      mergeInto(*standIn, folderOfRoot(kind));
+      const BrowserNode* const standIn = node && _browser.root(kind) ? standInOf(*node) : nullptr;
+      if (standIn) mergeInto(*standIn, folderOfRoot(kind));
     }
+  }
+
+  // Null for none. It may have got another id.
+  const BrowserNode* standInOf(const HeldNode& node) const {
+    if (node.standIn.empty()) return nullptr;
+    const auto isIt = [&](const BrowserNode* each) {
+      return each && !each->root && each->kind == NodeKind::folder && each->added == node.added.now;
+    };
+    if (const BrowserNode* const known = _browser.find(node.standIn); isIt(known)) return known;
+    const auto found = std::find_if(_nodes.begin(), _nodes.end(), [&](const BrowserNode* each) {
+      return isIt(each) && each->title == node.title.value.view();
+    });
+    return found == _nodes.end() ? nullptr : *found;
   }
 
   // What the browser shows in `node` lies in `folder`, to which it is moved; then the node is removed.

@@ -122,6 +122,19 @@ TEST_F(BrowserRootsTest, RootThatAppearsLateAndTheFolderThatStoodForItAreOne) {
   }
 }
 
+TEST_F(BrowserRootsTest, FolderThatStoodForARootIsKnownUnderAnotherId) {
+  addBookmark(firefox, RootKind::mobile, "ant", "http://ant/");
+  firefox.start();
+  chromium.start();
+  chromium.browser.add(chromium.browser.makeMobileRoot(), NodeKind::bookmark, "bee", "http://bee/");
+  chromium.browser.renewIds();
+  chromium.sync();
+  EXPECT_EQ(chromium.text().find("Mobile Bookmarks"), std::string::npos) << chromium.text();
+  firefox.sync();
+  EXPECT_NE(firefox.text().find("ant@http://ant/"), std::string::npos);
+  EXPECT_NE(firefox.text().find("bee@http://bee/"), std::string::npos);
+}
+
 TEST_F(BrowserRootsTest, RootThatTheUserEmptiesVanishesAndWhatWasInItIsDeleted) {
   const std::string root = chromium.browser.makeMobileRoot();
   const std::string ant = chromium.browser.add(root, NodeKind::bookmark, "ant", "http://ant/");
